@@ -1,0 +1,41 @@
+#pragma once
+
+// The front door: a scene and a parameter string go in, the rebuilt scene comes out.
+//
+//     ::osg::NodePtr optimised = morva::osg::optTree(root, "opt(1),maxtris(5000),flat(true)");
+//     addRefCP(optimised);
+//
+// Stages, in this order; each stands behind a key of the string:
+//
+//     equal materials merged            always
+//     one material for all              mostusedmaterial, onegeometry
+//     levels of detail, switches out    removelod, removeswitch
+//     geometry merged and cut           maxtris, cacheopt, onegeometry
+//     ID map attached to the root       idmapinroot
+//
+// Runs on the caller's thread and in its aspect. Two runs must not overlap: they share the ID map
+// handler of the process.
+
+#include <string>
+
+#include <OpenSG/OSGNode.h>
+
+#include <morva/core/morva_export.h>
+
+namespace morva::osg {
+
+/// Optimises a scene.
+///
+/// root        must not be null. With a parent, the caller must hold a reference of its own: the
+///             root is off its parent during the run and goes back at the end
+/// parameters  see parseOptTreeParams(), optTreeDoc() and mergeGeo_setup; unknown keys and bad
+///             values are no errors. Empty: equal materials are merged and the root comes back,
+///             off its parent for good
+/// returns     the new root, without a reference of the library's, or `root` itself if no stage
+///             built a new tree. The input tree stays; only transparent and hidden geometry that
+///             is carried over leaves it
+/// prints      the settings and the stages to standard output
+/// errors      none; a stage that fails prints a line and hands on what it has
+MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters);
+
+} // namespace morva::osg

@@ -1,0 +1,60 @@
+#pragma once
+
+// A container that was just created and that nobody has taken in yet.
+//
+// Containers start with a reference count of 0 and nothing collects them, so whoever drops one
+// without handing it on must destroy it:
+//
+//     fresh<::osg::NodePtr> group(newGroupNode());
+//     group->addChild(child);          // may throw: the group then goes with its children
+//     return group.release();          // now the caller's
+//
+// One thread; the holder keeps no reference, so release() leaves the count at 0.
+
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGNode.h>
+#include <OpenSG/OSGRefPtr.h>
+
+namespace morva::osg {
+
+/// Destroys its container at the end of the scope, unless it was released or somebody holds a
+/// reference by then.
+template <typename Ptr> class fresh {
+  public:
+    explicit fresh(const Ptr& container) : held(container) {}
+    fresh(const fresh&) = delete;
+    fresh& operator=(const fresh&) = delete;
+    ~fresh() {
+        if (held == ::osg::NullFC)
+            return;
+        ::osg::addRefCP(held);
+        ::osg::subRefCP(held);
+    }
+
+    const Ptr& get() const { return held; }
+    auto operator->() const { return held.operator->(); }
+
+    /// Hands the container on; the caller answers for it.
+    Ptr release() {
+        const Ptr result = held;
+        held = Ptr();
+        return result;
+    }
+
+  private:
+    Ptr held;
+};
+
+/// Makes a node with the given core.
+inline ::osg::NodePtr newNodeWith(const ::osg::NodeCorePtr& core) {
+    const ::osg::NodePtr node = ::osg::Node::create();
+    ::osg::beginEditCP(node, ::osg::Node::CoreFieldMask);
+    node->setCore(core);
+    ::osg::endEditCP(node, ::osg::Node::CoreFieldMask);
+    return node;
+}
+
+/// Makes a node with an empty group core.
+inline ::osg::NodePtr newGroupNode() { return newNodeWith(::osg::Group::create()); }
+
+} // namespace morva::osg

@@ -1,0 +1,108 @@
+#include <morva/geosets/morva_osg_point_geoset_tools.h>
+
+#include <OpenSG/OSGPrimitiveIterator.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/geosets/morva_osg_flat_elements.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// The primitive type whose vertices are points; see the head of the header.
+constexpr ::osg::UInt32 point_type_code = 1;
+
+/// Calls `use` with every vertex of every primitive that holds points, until it gives false.
+struct walk_points {
+    template <typename Use>
+    void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
+        vertex_budget left(geometry);
+        for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
+            const ::osg::UInt32 length = it.getLength();
+            if (!left.take(length))
+                return;
+            if (it.getType() != point_type_code)
+                continue;
+            for (::osg::UInt32 i = 0; i < length; ++i) {
+                const vertex_indices vertex = indicesOf(it, i);
+                if (!use(&vertex))
+                    return;
+            }
+        }
+    }
+};
+
+/// The positions as packed floats; null if they are missing or stored otherwise.
+::osg::GeoPositions3fPtr packedPositions(const osg_point_geoset& geoset) {
+    return ::osg::GeoPositions3fPtr::dcast(geoset.geometry->getPositions());
+}
+
+/// Gives the positions their packed form, if they have another.
+void packPositions(osg_point_geoset& geoset) {
+    if (packedPositions(geoset) != ::osg::NullFC)
+        return;
+    const property_block<::osg::Pnt3f> block = readBlock(geoset.geometry->getPositions());
+    ::osg::RefPtr<::osg::GeoPositions3fPtr> packed(::osg::GeoPositions3f::create());
+    packed->editField().reserve(block.view().size());
+    for (const ::osg::Pnt3f& p : block.view())
+        packed->editField().push_back(p);
+    geoset.geometry->setPositions(packed.get());
+}
+
+} // namespace
+
+osg_point_geoset::osg_point_geoset() : geometry(::osg::Geometry::create()) {}
+
+void osg_point_geoset::clear() {
+    clearElements(*this);
+    bbox = float_box();
+}
+
+bool osg_point_geoset::resizeFieldContainers(unsigned int points) {
+    return resizeOrMark(*this, points);
+}
+
+void osg_point_geoset::setWishedSize(unsigned long points) {
+    vertex_capacity = points;
+    resizeOrMark(*this, points);
+}
+
+void osg_point_geoset::setup() {
+    size = wished_size = 0;
+    bbox = float_box();
+    if (geometry->getPositions() == ::osg::NullFC)
+        return;
+    try {
+        packPositions(*this);
+        resizeFieldContainers(static_cast<unsigned int>(vertex_count));
+        size = std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size());
+        wished_size = size;
+        refresh_bounding_box(*this);
+        return;
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+    }
+    size = wished_size = 0;
+}
+
+point_extents<float> extents_on_axis(const osg_point_geoset& geoset, int axis) {
+    const ::osg::GeoPositions3fPtr positions = packedPositions(geoset);
+    if (positions == ::osg::NullFC || positions->editField().empty())
+        return {nullptr, 3};
+    return {positions->editField()[0].getValues() + axis, 3};
+}
+
+unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset, bool toWorld,
+                     bool searchMaterial, bool writeIds, bool runSetup) {
+    const auto count = [](const ::osg::GeometryPtr& geometry) {
+        return getNumberOfPoints(geometry);
+    };
+    return extractElements(node, geoset, "Morva_osg_point_geoset_tools", count, walk_points(),
+                           toWorld, searchMaterial, writeIds, runSetup);
+}
+
+} // namespace morva::osg

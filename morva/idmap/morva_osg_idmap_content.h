@@ -1,0 +1,50 @@
+#pragma once
+
+// What one run knows about where its input went: the plain record behind the ID map.
+//
+// An input geometry's ID is its position in `names`; all arrays that go by ID stand beside it.
+//
+//     ID           0        1        2
+//     names        "hull"   "deck"   "mast"
+//     mins, maxs   box of all nodes of that name, in the space that they were extracted to
+//     appearance   "__App_0" "__App_1" "__App_0"
+//     usage        0 -> {"MG_0"}   1 -> {"MG_0", "MG_3"}   ...
+//
+// The handler fills it; writers of files and attachments read it. One owner at a time, or the
+// handler's lock.
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <OpenSG/OSGMaterial.h>
+#include <OpenSG/OSGNode.h>
+
+namespace morva {
+
+/// Orders materials by where they are stored. Reads nothing of the material itself: the record
+/// holds no reference, and a key may outlive its material.
+struct by_address {
+    bool operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const {
+        return std::less<const void*>()(a.getBaseCPtr(), b.getBaseCPtr());
+    }
+};
+
+/// The ID map as it is written out. `names`, `mins`, `maxs` and `appearanceNames` always have
+/// one length.
+struct JsonFileContent {
+    std::vector<std::string> names;             ///< input geometry names; the position is the ID
+    std::vector<::osg::Pnt3f> mins;             ///< lowest corner of each ID's box
+    std::vector<::osg::Pnt3f> maxs;             ///< highest corner of each ID's box
+    std::vector<std::string> appearanceNames;   ///< name of the appearance of each ID
+    std::map<int, std::set<std::string>> usage; ///< ID to output geometry names
+    std::map<::osg::MaterialPtr, std::string, by_address> appearances; ///< material to appearance
+    std::stringstream tree;        ///< text of the input scene, one tree per writeTree()
+    std::uint32_t maxGeoCount = 0; ///< names given out by getNextGeometryName()
+};
+
+} // namespace morva

@@ -1,0 +1,265 @@
+#include <morva/merge/morva_osg_geomerge.h>
+
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGRefPtr.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGTransform.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Elements of one batch; bounds the memory of a geoset, whatever the size of the group.
+constexpr unsigned int batch_limit = 3000000;
+
+::osg::UInt32 numberOf(const ::osg::MaterialPtr& material) {
+    return material == ::osg::NullFC ? 0 : material.getFieldContainerId();
+}
+
+/// What the pass takes from the input scene.
+struct scene_parts {
+    std::vector<::osg::NodePtr> nodes;       ///< to be merged
+    std::vector<::osg::NodePtr> transparent; ///< to be carried over
+    std::vector<::osg::NodePtr> hidden;      ///< to be carried over
+    ::osg::NodeRefPtr stand_in; ///< top of the copy that a root which is a geometry itself gets
+};
+
+bool isGeometry(const ::osg::NodePtr& node) {
+    return node != ::osg::NullFC && ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
+}
+
+/// Takes hold of the copy that the node collectors make of a root which is a geometry itself.
+void keepStandIn(const ::osg::NodePtr& root, scene_parts& parts) {
+    if (!isGeometry(root))
+        return;
+    for (const auto* list : {&parts.nodes, &parts.transparent}) {
+        if (!list->empty())
+            parts.stand_in = list->front()->getParent();
+    }
+}
+
+void collectParts(const ::osg::NodePtr& root, const mergeGeo_setup& setup, scene_parts& parts) {
+    if (setup.alphageometry) {
+        getGeometryNodes(root, parts.nodes, false);
+    } else {
+        getGeometryNodes(root, parts.nodes, parts.transparent, false);
+    }
+    keepStandIn(root, parts);
+    if (setup.keeprenderfalse)
+        getTravMaskZeroNodes(root, parts.hidden, false);
+}
+
+/// The caller's bounds with the fields that the pass fixes.
+kd_build_setup treeSetup(const kd_build_setup& kd) {
+    kd_build_setup local;
+    local.max_elements = kd.max_elements;
+    local.max_depth = kd.max_depth;
+    local.straddle_mode = 3;
+    local.cost_intersect = 1.0F;
+    local.cost_traversal = 2.0F;
+    local.cost_factor = 0.95F;
+    local.clean_splits_only = false;
+    return local;
+}
+
+/// One merge group on its way: everything that a thread of its own would be given.
+struct merge_task {
+    ::osg::MaterialPtr material;
+    const std::vector<::osg::NodePtr>* nodes = nullptr;
+    const kd_build_setup* kd = nullptr;
+    const mergeGeo_setup* setup = nullptr;
+    ::osg::NodePtr result; ///< unowned until it is joined
+};
+
+/// Gives back what the thread still holds of the ID map's lock, however the task ends.
+struct task_end {
+    task_end() = default;
+    task_end(const task_end&) = delete;
+    task_end& operator=(const task_end&) = delete;
+    ~task_end() { getIDmapHandler().releaseHeldLock(); }
+};
+
+void runTask(merge_task& task) {
+    const task_end end;
+    task.result =
+        mergeGeometryInVector(task.material, *task.nodes, *task.kd, *task.setup, batch_limit);
+}
+
+void joinTask(const merge_task& task, const ::osg::NodePtr& result) {
+    if (task.result == ::osg::NullFC)
+        return;
+    fresh<::osg::NodePtr> group(task.result);
+    result->addChild(group.get());
+    group.release();
+}
+
+/// Merges group after group; the children of the result are in the order of the groups.
+void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
+                 const ::osg::NodePtr& result) {
+    for (const auto& [material, nodes] : merge.groups()) {
+        merge_task task;
+        task.material = material;
+        task.nodes = &nodes;
+        task.kd = &kd;
+        task.setup = &setup;
+        runTask(task);
+        joinTask(task, result);
+    }
+}
+
+/// Moves nodes below the result, each under a transform that keeps its place in the world.
+void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& result) {
+    for (::osg::NodePtr node : nodes) {
+        if (node == ::osg::NullFC)
+            continue;
+        const ::osg::TransformPtr transform = ::osg::Transform::create();
+        fresh<::osg::NodePtr> holder(newNodeWith(transform));
+        ::osg::beginEditCP(transform, ::osg::Transform::MatrixFieldMask);
+        transform->setMatrix(node->getToWorld());
+        ::osg::endEditCP(transform, ::osg::Transform::MatrixFieldMask);
+        setMaterialInGeometry(node);
+        holder->addChild(node); // leaves its old parent
+        result->addChild(holder.get());
+        holder.release();
+    }
+}
+
+/// Groups the parts by material; small groups lose their material to their vertices.
+void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge) {
+    for (::osg::NodePtr& node : parts.nodes) {
+        if (!shouldSkipNode(node))
+            merge.insertNode(node, false);
+    }
+    if (setup.vertexcolor >= 1)
+        merge.bakeSmallGroups(setup.vertexcolor);
+    std::cout << "Found " << merge.groups().size() << " different Materials." << std::endl;
+}
+
+/// The whole pass into `result`; what throws leaves there what was finished.
+void mergeInto(const ::osg::NodePtr& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
+               const mergeGeo_setup& setup) {
+    scene_parts parts;
+    collectParts(root, setup, parts);
+    kd_build_setup local = treeSetup(kd);
+    if (!setup.silent || setup.cacheopt) {
+        std::cout << "Merging Geometry with " << parts.nodes.size() << " GeometryCore(s)..."
+                  << std::endl;
+        // The cache order works on whole groups: cells would only cut its runs short.
+        if (setup.cacheopt)
+            local.max_elements = batch_limit;
+    }
+    GeoMerge merge(setup);
+    groupParts(parts, setup, merge);
+    mergeGroups(merge, local, setup, result);
+    std::cout << "\rDone merging.        " << std::endl;
+    carryOver(parts.transparent, result);
+    carryOver(parts.hidden, result);
+}
+
+} // namespace
+
+bool by_creation::operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const {
+    return numberOf(a) < numberOf(b);
+}
+
+::osg::NodePtr GeoMerge::searchMaterialGroup(::osg::NodePtr node) {
+    ::osg::NodePtr topmost;
+    if (node == ::osg::NullFC)
+        return topmost;
+    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
+        if (::osg::MaterialGroupPtr::dcast(up->getCore()) != ::osg::NullFC)
+            topmost = up;
+    }
+    return topmost;
+}
+
+void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
+    if (!isGeometry(node))
+        return;
+    const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
+
+    ::osg::MaterialPtr material;
+    if (!ignoreMaterial) {
+        material = geometry->getMaterial();
+        if (material == ::osg::NullFC && !noGroupSearch) {
+            const ::osg::NodePtr group = searchMaterialGroup(node);
+            if (group != ::osg::NullFC) {
+                material = ::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial();
+            }
+        }
+    }
+
+    group_key key(numberOf(material), std::string());
+    if (mergeSameName) {
+        const ::osg::Char8* name = ::osg::getName(node);
+        if (name != nullptr) {
+            key.second = name;
+        } else {
+            const ::osg::Char8* core_name = ::osg::getName(geometry);
+            key.second = core_name != nullptr ? core_name : "NoName";
+            ::osg::setName(node, key.second);
+        }
+    }
+    const auto found = entry_of.find(key);
+    if (found != entry_of.end()) {
+        found->second->second.push_back(node);
+        return;
+    }
+    if (material != ::osg::NullFC)
+        held.push_back(::osg::MaterialRefPtr(material));
+    const auto entry = entries.emplace(material, std::vector<::osg::NodePtr>(1, node));
+    entry_of.emplace(std::move(key), entry);
+}
+
+void GeoMerge::bakeSmallGroups(int triangle_limit) {
+    // Baked nodes go to groups of the null material, which come first: the walk meets none anew.
+    for (auto& [material, nodes] : entries) {
+        if (material == ::osg::NullFC || nodes.empty())
+            continue;
+        double triangles = 0.0;
+        for (const ::osg::NodePtr& node : nodes) {
+            triangles += counttriangles(::osg::GeometryPtr::dcast(node->getCore()));
+        }
+        if (!(static_cast<double>(triangle_limit) > triangles))
+            continue;
+        std::vector<::osg::NodePtr> kept;
+        for (const ::osg::NodePtr& node : nodes) {
+            if (MaterialColorIntoVertex(node)) {
+                insertNode(node, true);
+            } else {
+                kept.push_back(node);
+            }
+        }
+        nodes.swap(kept);
+    }
+}
+
+::osg::NodePtr mergeGeo(::osg::NodePtr root, const kd_build_setup& kd,
+                        const mergeGeo_setup& setup) {
+    fresh<::osg::NodePtr> result(newGroupNode());
+    try {
+        mergeInto(result.get(), root, kd, setup);
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in geomerge: " << error.what() << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in geomerge: " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in geomerge." << std::endl;
+    }
+    if (!setup.silent)
+        std::cout << "done." << std::endl;
+    return result.release();
+}
+
+} // namespace morva::osg

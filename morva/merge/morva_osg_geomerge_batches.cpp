@@ -1,0 +1,178 @@
+// One merge group: its nodes poured into geosets, a batch at a time, and cut into cores.
+
+#include <morva/merge/morva_osg_geomerge.h>
+
+#include <algorithm>
+#include <cstdint>
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGGroup.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/geosets/morva_osg_line_geoset_tools.h>
+#include <morva/geosets/morva_osg_point_geoset_tools.h>
+#include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/trees/kd_strategies.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Primitives of a whole group, by the queries' counts.
+struct primitive_sums {
+    std::uint64_t triangles = 0;
+    std::uint64_t lines = 0;
+    std::uint64_t points = 0;
+};
+
+/// What all batches of a group have in common.
+struct batch_setup {
+    ::osg::MaterialPtr material;
+    const kd_build_setup& kd;
+    const mergeGeo_setup& setup;
+    std::uint64_t limit = 0; ///< elements of one batch
+    primitive_sums sums;
+    ::osg::NodePtr out; ///< takes the batch nodes in
+};
+
+primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes) {
+    primitive_sums sums;
+    for (const ::osg::NodePtr& node : nodes) {
+        if (node == ::osg::NullFC)
+            continue;
+        sums.triangles += getNumberOfTriangles(node);
+        sums.lines += getNumberOfLines(node);
+        sums.points += getNumberOfPoints(node);
+    }
+    return sums;
+}
+
+/// `value` cut to an integer; what is too large for the room of a geoset becomes the largest.
+std::uint64_t cut(float value) {
+    return value < 4294967040.0F ? static_cast<std::uint64_t>(value) : 4294967040U;
+}
+
+template <typename Geoset> void giveMaterial(Geoset& geoset, const batch_setup& batch) {
+    if (batch.material != ::osg::NullFC)
+        geoset.geometry->setMaterial(batch.material);
+}
+
+// Room for a whole batch, in vertices. The fields do not exist yet: extraction makes them of
+// this length, so that they grow once. A batch ends with the node that takes it over the limit;
+// a fifth more room lets most such nodes in without growing.
+
+void prepare(osg_geoset& geoset, const batch_setup& batch) {
+    const bool one_batch = batch.sums.triangles <= batch.limit;
+    geoset.vertex_capacity =
+        one_batch ? 3 * batch.sums.triangles : cut(static_cast<float>(batch.limit) * 1.2F * 3.0F);
+    giveMaterial(geoset, batch);
+}
+
+void prepare(osg_line_geoset& geoset, const batch_setup& batch) {
+    const bool one_batch = batch.sums.lines <= batch.limit;
+    geoset.setWishedSize(one_batch ? 2 * batch.sums.lines
+                                   : 2 * cut(static_cast<float>(batch.limit) * 1.2F));
+    giveMaterial(geoset, batch);
+}
+
+void prepare(osg_point_geoset& geoset, const batch_setup& batch) {
+    geoset.setWishedSize(std::min(batch.limit, batch.sums.points));
+    giveMaterial(geoset, batch);
+}
+
+/// True if the geoset holds more than one batch, or the rest of the group.
+bool isDue(std::uint64_t vertices, unsigned int corners, bool last, std::uint64_t limit) {
+    return vertices / corners > limit || (last && vertices > 0);
+}
+
+template <typename Geoset>::osg::NodePtr cores(Geoset& geoset, const batch_setup& batch) {
+    kd_tree<float> tree;
+    compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
+    return Split(tree, geoset, 0, 0, batch.kd.max_elements, ::osg::NodePtr(), batch.setup.opt,
+                 batch.setup.calcnormals);
+}
+
+::osg::NodePtr cores(osg_point_geoset& geoset, const batch_setup& batch) {
+    kd_tree<float> tree;
+    compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
+    return Make_N_GeometryCores(tree, geoset, 0, 0, batch.kd.max_elements, batch.setup.opt,
+                                batch.setup.calcnormals);
+}
+
+/// Turns what the geoset holds into a batch node, and empties it for the next batch.
+template <typename Geoset> void flush(Geoset& geoset, const batch_setup& batch) {
+    geoset.setup();
+    fresh<::osg::NodePtr> node(newGroupNode());
+    fresh<::osg::NodePtr> made(cores(geoset, batch));
+    node->addChild(made.get());
+    made.release();
+    batch.out->addChild(node.get());
+    node.release();
+    geoset.clear();
+    prepare(geoset, batch);
+}
+
+/// As flush(); a point batch that fails is lost alone.
+void flushPoints(osg_point_geoset& geoset, const batch_setup& batch) {
+    try {
+        flush(geoset, batch);
+        return;
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+    }
+    geoset.clear();
+    prepare(geoset, batch);
+}
+
+void pour(const std::vector<::osg::NodePtr>& nodes, const batch_setup& batch) {
+    osg_geoset triangles;
+    osg_line_geoset lines;
+    osg_point_geoset points;
+    prepare(triangles, batch);
+    prepare(lines, batch);
+    prepare(points, batch);
+
+    const bool world = batch.setup.toworld;
+    const bool search = batch.material != ::osg::NullFC;
+    const bool ids = !batch.setup.idmap.empty();
+    for (const ::osg::NodePtr& node : nodes) {
+        const bool last = &node == &nodes.back();
+        extract(node, triangles, world, search, ids, false, batch.setup.deleteunusedtc);
+        extract(node, lines, world, search, ids, false);
+        extract(node, points, world, search, ids, false);
+        if (isDue(triangles.vertex_count, 3, last, batch.limit))
+            flush(triangles, batch);
+        if (isDue(lines.vertex_count, 2, last, batch.limit))
+            flush(lines, batch);
+        if (isDue(points.vertex_count, 1, last, batch.limit))
+            flushPoints(points, batch);
+    }
+}
+
+} // namespace
+
+::osg::NodePtr mergeGeometryInVector(::osg::MaterialPtr material,
+                                     const std::vector<::osg::NodePtr>& nodes,
+                                     const kd_build_setup& kd, const mergeGeo_setup& setup,
+                                     unsigned int limit) {
+    if (nodes.empty())
+        return ::osg::NullFC;
+    fresh<::osg::NodePtr> out(newGroupNode());
+    batch_setup batch{material, kd, setup, limit, sumPrimitives(nodes), out.get()};
+    if (batch.sums.triangles == 0 && batch.sums.lines == 0 && batch.sums.points == 0) {
+        std::cout << "Empty Geometry, no primitives found. " << std::endl;
+    }
+    pour(nodes, batch);
+    return out.release();
+}
+
+} // namespace morva::osg

@@ -1,0 +1,361 @@
+#pragma once
+
+// The inside of the kd build: one recursion over nodes, and two ways to hold the ranges that it
+// cuts. Include <morva/trees/kd_tree.h>.
+//
+//   ranges_in_place   for builds that add no index: a range is a part of `tree.indices` itself.
+//   ranges_on_stack   for builds that do. The ranges still to be cut lie on a stack, the present
+//                     one on top, and leaves are appended to the new index array:
+//
+//                         stack  [ right of root | right of node 1 | left of node 1 ]
+//                         done   [ leaf ][ leaf ]...
+//
+//                     A cut rewrites only the top, so that the indices behind it need not make
+//                     room at every node.
+
+#include <morva/trees/geoset_access.h>
+#include <morva/trees/kd_records.h>
+#include <morva/trees/kd_strategies.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+namespace morva {
+namespace detail {
+
+/// The indices that one sort adds.
+struct side_lists {
+    std::vector<std::uint64_t> left;
+    std::vector<std::uint64_t> right;
+};
+
+/// Sorts a range where no index is added; returns the left count. Without branches: the side that
+/// an element falls on cannot be predicted. A NaN among the bounds of an element sends it right,
+/// that of a point left.
+template <typename Extents>
+std::uint64_t partition_whole(const Extents& extents, std::uint64_t* range, std::uint64_t count,
+                              float plane) {
+    std::uint64_t left = 0;
+    float lo{}, hi{};
+    for (std::uint64_t p = 0; p < count; ++p) {
+        const std::uint64_t e = range[p];
+        extents.read(e, lo, hi);
+        bool goes_left = !(lo >= plane);
+        if constexpr (!Extents::flat)
+            goes_left = goes_left & ((plane >= hi) | (plane > (hi - lo) * 0.5f + lo));
+        const std::uint64_t other = range[left];
+        range[p] = goes_left ? other : e;
+        range[left] = goes_left ? e : other;
+        left += goes_left ? 1 : 0;
+    }
+    return left;
+}
+
+/// Sorts a range and references what crosses on both sides.
+template <typename Extents>
+std::uint64_t partition_doubled(const Extents& extents, std::uint64_t* range, std::uint64_t count,
+                                float plane, side_lists& sides) {
+    std::uint64_t left = 0;
+    float lo{}, hi{};
+    for (std::uint64_t p = 0; p < count; ++p) {
+        extents.read(range[p], lo, hi);
+        if (lo >= plane)
+            continue;
+        if (!(plane >= hi))
+            sides.right.push_back(range[p]);
+        std::swap(range[p], range[left++]);
+    }
+    return left;
+}
+
+/// Sorts a range and cuts what crosses. The element itself stays one of the pieces and goes by its
+/// centre, whether the cut succeeded or not.
+template <typename Geoset>
+std::uint64_t partition_cut(Geoset& geoset, std::uint64_t* range, std::uint64_t count, float plane,
+                            int axis, side_lists& sides) {
+    std::uint64_t left = 0;
+    auto extents = extents_on_axis(geoset, axis);
+    float lo{}, hi{};
+    for (std::uint64_t p = 0; p < count; ++p) {
+        const std::uint64_t e = range[p];
+        extents.read(e, lo, hi);
+        if (lo >= plane)
+            continue;
+        if (!(plane >= hi)) {
+            int pieces = 0;
+            unsigned long first_piece = 0;
+            geoset.splitElement(e, static_cast<double>(plane), axis, pieces, first_piece);
+            extents = extents_on_axis(geoset, axis); // a cut may move the arrays
+            for (int i = 0; i < pieces; ++i) {
+                const std::uint64_t f = first_piece + static_cast<unsigned long>(i);
+                extents.read(f, lo, hi);
+                (plane >= hi ? sides.left : sides.right).push_back(f);
+            }
+            extents.read(e, lo, hi);
+            if (!(plane > (hi - lo) * 0.5f + lo))
+                continue;
+        }
+        std::swap(range[p], range[left++]);
+    }
+    return left;
+}
+
+/// Sorts a range by the rule of `straddle_mode`; new indices go to `sides`. Returns how many of
+/// the old ones belong left.
+template <typename Geoset>
+std::uint64_t sort_range(Geoset& geoset, std::uint64_t* range, std::uint64_t count, float plane,
+                         int axis, int straddle_mode, side_lists& sides) {
+    using extents_type = decltype(extents_on_axis(geoset, axis));
+    if constexpr (!extents_type::flat) {
+        if (straddle_mode == 2)
+            return partition_doubled(extents_on_axis(geoset, axis), range, count, plane, sides);
+        if constexpr (cuts_elements<Geoset>::value)
+            if (straddle_mode == 1)
+                return partition_cut(geoset, range, count, plane, axis, sides);
+    }
+    return partition_whole(extents_on_axis(geoset, axis), range, count, plane);
+}
+
+/// Whether a sort of this geoset in this mode can add indices.
+template <typename Geoset> bool sort_may_add(const Geoset& geoset, int straddle_mode) {
+    if constexpr (decltype(extents_on_axis(geoset, 0))::flat)
+        return false;
+    else
+        return straddle_mode == 2 || (straddle_mode == 1 && cuts_elements<Geoset>::value);
+}
+
+/// What one cut gave.
+struct range_cut {
+    std::uint64_t left;  ///< indices of the left child
+    std::uint64_t added; ///< how many more the children have than the node
+};
+
+/// Ranges that are parts of the tree's own indices.
+template <typename Geoset, typename T> class ranges_in_place {
+  public:
+    ranges_in_place(kd_tree<T>& tree, std::uint64_t, std::uint64_t) : tree_(tree) {}
+
+    const std::uint64_t* indices() const { return tree_.indices; }
+    std::uint64_t place(std::uint64_t first, std::uint64_t) const { return first; }
+
+    range_cut cut(Geoset& geoset, std::uint64_t first, std::uint64_t count, float plane, int axis,
+                  int straddle_mode) {
+        const std::uint64_t left =
+            sort_range(geoset, tree_.indices + first, count, plane, axis, straddle_mode, no_sides_);
+        return {left, 0};
+    }
+    void keep_leaf(std::uint64_t) {}
+    void finish() {}
+
+  private:
+    kd_tree<T>& tree_;
+    side_lists no_sides_;
+};
+
+/// Ranges on a stack of their own, until finish() puts the indices of the leaves in the place of
+/// the range that the build began with.
+template <typename Geoset, typename T> class ranges_on_stack {
+  public:
+    ranges_on_stack(kd_tree<T>& tree, std::uint64_t first, std::uint64_t count)
+        : tree_(tree), first_(first), count_(count),
+          stack_(tree.indices + first, tree.indices + first + count),
+          index_count_(tree.index_count), index_capacity_(tree.index_capacity) {
+        done_.reserve(count);
+    }
+
+    const std::uint64_t* indices() const { return stack_.data(); }
+    std::uint64_t place(std::uint64_t, std::uint64_t count) const { return stack_.size() - count; }
+
+    range_cut cut(Geoset& geoset, std::uint64_t, std::uint64_t count, float plane, int axis,
+                  int straddle_mode) {
+        sides_.left.clear();
+        sides_.right.clear();
+        const std::size_t bottom = stack_.size() - count;
+        const std::uint64_t left =
+            sort_range(geoset, stack_.data() + bottom, count, plane, axis, straddle_mode, sides_);
+        const std::uint64_t added = sides_.left.size() + sides_.right.size();
+        raise_left_part(bottom, left);
+        grow_counts(added);
+        return {left + sides_.left.size(), added};
+    }
+
+    /// The range on top is final.
+    void keep_leaf(std::uint64_t count) {
+        const auto end = stack_.end();
+        done_.insert(done_.end(), end - static_cast<std::ptrdiff_t>(count), end);
+        stack_.resize(stack_.size() - count);
+    }
+
+    /// Replaces the range in the tree by what the leaves hold.
+    void finish() {
+        const std::uint64_t tail = first_ + count_;
+        done_.insert(done_.end(), tree_.indices + tail, tree_.indices + tree_.index_count);
+        if (index_capacity_ != tree_.index_capacity)
+            tree_.resize_indices(index_capacity_);
+        std::copy(done_.begin(), done_.end(), tree_.indices + first_);
+        tree_.index_count = index_count_;
+    }
+
+  private:
+    /// Reorders the top from old left, old right to: new right, old right, old left, new left. So
+    /// the left child's range comes to lie on top, each child's indices in their order.
+    void raise_left_part(std::size_t bottom, std::uint64_t left) {
+        const auto begin = [this](std::size_t at) {
+            return stack_.begin() + static_cast<std::ptrdiff_t>(at);
+        };
+        std::rotate(begin(bottom), begin(bottom + left), stack_.end());
+        stack_.insert(begin(bottom), sides_.right.begin(), sides_.right.end());
+        stack_.insert(stack_.end(), sides_.left.begin(), sides_.left.end());
+    }
+
+    /// Tells what the index array would come to if each cut made its room there.
+    void grow_counts(std::uint64_t added) {
+        if (index_count_ + added >= index_capacity_)
+            index_capacity_ = 2 * index_count_ + added;
+        index_count_ += added;
+    }
+
+    kd_tree<T>& tree_;
+    std::uint64_t first_, count_;      ///< the range in the tree
+    std::vector<std::uint64_t> stack_; ///< ranges still to be cut
+    std::vector<std::uint64_t> done_;  ///< the leaves' indices, in the order of the leaves
+    std::uint64_t index_count_, index_capacity_;
+    side_lists sides_;
+};
+
+/// The longest axis of a box; of equal ones the highest.
+template <typename Box> int longest_axis(const Box& box) {
+    const auto& extent = box.extent;
+    if (extent[0] > extent[1])
+        return extent[0] > extent[2] ? 0 : 2;
+    return extent[1] > extent[2] ? 1 : 2;
+}
+
+/// The recursion over nodes; one object per build.
+template <typename Geoset, typename T, typename Box, typename Strategy, typename Ranges>
+class kd_builder {
+  public:
+    kd_builder(kd_tree<T>& tree, Geoset& geoset, const kd_build_setup& setup,
+               const Strategy& strategy, Ranges& ranges)
+        : tree_(tree), geoset_(geoset), setup_(setup), strategy_(strategy), ranges_(ranges) {}
+
+    /// Builds `node` over a range and returns how many indices were added below it.
+    std::uint64_t build(int node, std::uint64_t first, std::uint64_t count, const Box& box,
+                        unsigned int depth) {
+        tree_.check_resize(static_cast<unsigned long>(node));
+        tree_.max_depth_reached = std::max<std::uint64_t>(tree_.max_depth_reached, depth);
+        if (count < setup_.max_elements || depth >= setup_.max_depth)
+            return make_leaf(static_cast<std::uint64_t>(node), first, count);
+
+        int axis = longest_axis(box);
+        const T plane = choose_plane(first, count, box, axis);
+        const auto a = static_cast<std::size_t>(axis);
+        if (plane == box.min[a] || plane == box.max[a])
+            return make_leaf(static_cast<std::uint64_t>(node), first, count);
+        tree_.nodes[node].axis = static_cast<std::uint32_t>(axis);
+        tree_.nodes[node].plane = plane;
+
+        const range_cut cut = ranges_.cut(geoset_, first, count, plane, axis, setup_.straddle_mode);
+        Box half = box;
+        half.max[a] = plane;
+        half.refresh_extent();
+        const std::uint64_t below_left = build_child(first, cut.left, half, depth);
+
+        // The arrays may have moved: reach the node through the tree again.
+        tree_.nodes[node].right = static_cast<std::int32_t>(tree_.node_count + 1);
+        half = box;
+        half.min[a] = plane;
+        half.refresh_extent();
+        const std::uint64_t start = first + cut.left + below_left;
+        const std::uint64_t below_right =
+            build_child(start, count + cut.added - cut.left, half, depth);
+        return cut.added + below_left + below_right;
+    }
+
+  private:
+    /// The next node, with or without children of its own. `depth` is that of the parent.
+    std::uint64_t build_child(std::uint64_t first, std::uint64_t count, const Box& box,
+                              unsigned int depth) {
+        const std::uint64_t child = ++tree_.node_count;
+        if (count > setup_.max_elements && depth < setup_.max_depth)
+            return build(static_cast<int>(child), first, count, box, depth + 1);
+        return make_leaf(child, first, count);
+    }
+
+    /// Turns `node` into a leaf over the range; adds no index.
+    std::uint64_t make_leaf(std::uint64_t node, std::uint64_t first, std::uint64_t count) {
+        tree_.check_resize(node);
+        kd_node<T>& leaf = tree_.nodes[node];
+        leaf.axis = kd_leaf_axis;
+        leaf.first = static_cast<std::uint32_t>(first);
+        leaf.count = static_cast<std::uint32_t>(count);
+        tree_.max_leaf_size = std::max(tree_.max_leaf_size, count);
+        ++tree_.leaf_count;
+        ranges_.keep_leaf(count);
+        return 0;
+    }
+
+    T choose_plane(std::uint64_t first, std::uint64_t count, const Box& box, int& axis) {
+        if constexpr (std::is_same_v<Strategy, kd_strategy_median>) {
+            return box_middle(box, axis);
+        } else {
+            const std::uint64_t place = ranges_.place(first, count);
+            if constexpr (std::is_same_v<Strategy, kd_strategy_ObjMedian>)
+                if (!may_hold_nan(place, count))
+                    return box_middle(box, axis);
+            return strategy_.calcPlane(geoset_, setup_, place, count, box, axis, ranges_.indices());
+        }
+    }
+
+    /// Whether any extent of the build can be a NaN. The first call is the one for the whole
+    /// range, and what it finds holds for all ranges within, unless cuts make new extents.
+    bool may_hold_nan(std::uint64_t place, std::uint64_t count) {
+        if (!nan_known_) {
+            nan_known_ = true;
+            nan_ = (setup_.straddle_mode == 1 && cuts_elements<Geoset>::value) ||
+                   range_holds_nan(place, count);
+        }
+        return nan_;
+    }
+
+    bool range_holds_nan(std::uint64_t place, std::uint64_t count) const {
+        const std::uint64_t* range = ranges_.indices() + place;
+        for (int axis = 0; axis < 3; ++axis) {
+            const auto extents = extents_on_axis(geoset_, axis);
+            T lo{}, hi{};
+            for (std::uint64_t p = 0; p < count; ++p) {
+                extents.read(range[p], lo, hi);
+                if (std::isnan(lo) || std::isnan(hi))
+                    return true;
+            }
+        }
+        return false;
+    }
+
+    kd_tree<T>& tree_;
+    Geoset& geoset_;
+    const kd_build_setup& setup_;
+    const Strategy& strategy_;
+    Ranges& ranges_;
+    bool nan_known_ = false;
+    bool nan_ = false;
+};
+
+template <typename Ranges, typename Geoset, typename T, typename Box, typename Strategy>
+std::uint64_t build_with_ranges(kd_tree<T>& tree, int node, Geoset& geoset, std::uint64_t first,
+                                std::uint64_t count, const Box& box, unsigned int depth,
+                                const kd_build_setup& setup, const Strategy& strategy) {
+    Ranges ranges(tree, first, count);
+    kd_builder<Geoset, T, Box, Strategy, Ranges> builder(tree, geoset, setup, strategy, ranges);
+    const std::uint64_t added = builder.build(node, first, count, box, depth);
+    ranges.finish();
+    return added;
+}
+
+} // namespace detail
+} // namespace morva

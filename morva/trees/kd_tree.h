@@ -1,0 +1,134 @@
+#pragma once
+
+// A kd-tree cuts a geoset into cells of bounded size: one plane per inner node, elements below it
+// on the left, the others on the right. The leaves become the geometry cores of the output.
+//
+//        0 x=4           nodes    0  1  2  3  4     pre-order, left child of i is i + 1
+//       /     \          indices  7 2 | 5 | 0 1     leaf 1, leaf 3, leaf 4, end to end
+//      1       2 y=1
+//             / \        kd_tree<float> tree;
+//            3   4       compile(geoset, tree, setup, kd_strategy_ObjMedian());
+//                        triangle_count(tree, 0);
+//
+// What happens to an element across a plane is told by `straddle_mode`: 1 cuts it (the geoset
+// grows), 2 puts it on both sides (`indices` grows), any other keeps it whole on the side of its
+// centre. Any geoset that trees/geoset_access.h can read will do.
+//
+// One owner while building; any number of readers afterwards.
+// Method: "Multidimensional binary search trees used for associative searching", Bentley, 1975.
+
+#include <morva/trees/geoset_access.h>
+#include <morva/trees/kd_build.h>
+#include <morva/trees/kd_records.h>
+#include <morva/trees/kd_strategies.h>
+
+#include <algorithm>
+#include <cstdint>
+
+namespace morva {
+
+/// Sorts the range `indices[first]` to `indices[first + count - 1]` at a plane.
+///
+/// added    out: how many indices the range grew by; those behind it move up
+/// stop     untouched: passed along for callers
+/// returns  how many indices of the range now belong left; they come first
+///
+/// An element that begins at the plane or above it goes right, one that ends at the plane or below
+/// it left, and what crosses is told by `straddle_mode`. In either part the old indices keep to
+/// the outside and new ones meet in the middle: old left, new left, new right, old right. Points
+/// never cross; a geoset that cannot cut treats mode 1 as "keep whole".
+/// errors   std::bad_alloc; the indices are then a permutation of the old ones, `indices` not
+///          having grown, but pieces may have been cut
+template <typename Geoset, typename T>
+unsigned long sort(Geoset& geoset, unsigned long first, unsigned long count, float plane, int axis,
+                   int& added, kd_tree<T>& tree, bool& stop, int straddle_mode) {
+    static_cast<void>(stop);
+    detail::side_lists sides;
+    const std::uint64_t left =
+        detail::sort_range(geoset, tree.indices + first, count, plane, axis, straddle_mode, sides);
+    const std::uint64_t grown = sides.left.size() + sides.right.size();
+    added = static_cast<int>(grown);
+    if (tree.index_count + grown >= tree.index_capacity)
+        tree.resize_indices(2 * tree.index_count + grown);
+    if (grown == 0)
+        return left;
+
+    std::uint64_t* middle = tree.indices + first + left;
+    std::copy_backward(middle, tree.indices + tree.index_count,
+                       tree.indices + tree.index_count + grown);
+    middle = std::copy(sides.left.begin(), sides.left.end(), middle);
+    std::copy(sides.right.begin(), sides.right.end(), middle);
+    tree.index_count += grown;
+    return left + sides.left.size();
+}
+
+/// Builds the subtree of `node` over a range of the tree's indices.
+///
+/// tree         its nodes before `node` and its indices stay valid; grows as needed
+/// node         index of this node; `tree.node_count` if the next node is to be its left child
+/// first,count  the range in `tree.indices`
+/// box          of the cell, `extent` valid; children get halves of it, whatever they hold
+/// depth        of this node; 0 for the root
+/// returns      how many indices were added below this node
+///
+/// A node with fewer than `max_elements` elements or at `max_depth` is a leaf, and so is one whose
+/// plane coincides with a side of its box: single precision has run out, or the strategy sees no
+/// use in a cut. A child becomes a node of its own only if it has more than `max_elements`.
+/// Recursion goes as deep as the tree. With modes 1 and 2 the cost is that of the ranges sorted:
+/// indices behind a range do not move at every cut.
+/// errors       std::bad_alloc, and whatever cutting throws; the tree may be released then, not
+///              used
+template <typename Geoset, typename T, typename Box, typename Strategy>
+std::uint64_t process_node(kd_tree<T>& tree, int node, Geoset& geoset, unsigned long first,
+                           unsigned long count, const Box& box, unsigned int depth,
+                           const kd_build_setup& setup, const Strategy& strategy) {
+    if (detail::sort_may_add(geoset, setup.straddle_mode))
+        return detail::build_with_ranges<detail::ranges_on_stack<Geoset, T>>(
+            tree, node, geoset, first, count, box, depth, setup, strategy);
+    return detail::build_with_ranges<detail::ranges_in_place<Geoset, T>>(
+        tree, node, geoset, first, count, box, depth, setup, strategy);
+}
+
+/// Builds the tree of a whole geoset; with no element it is that of createEmptyTree().
+///
+/// The geoset's box is brought up to date first. With `straddle_mode` 1 the geoset grows by the
+/// pieces that come off its elements.
+template <typename Geoset, typename Strategy>
+void compile(Geoset& geoset, kd_tree<typename Geoset::scalar_type>& tree,
+             const kd_build_setup& setup, const Strategy& strategy) {
+    const std::uint64_t elements = element_count(geoset);
+    if (elements == 0) {
+        createEmptyTree(geoset, tree);
+        return;
+    }
+    prepare_tree(tree, elements, setup);
+    const auto box = refresh_bounding_box(geoset);
+    process_node(tree, 0, geoset, 0, elements, box, 0, setup, strategy);
+}
+
+/// Sum of the leaves' counts below `node`; an element that stands in two leaves counts twice.
+template <typename T> std::uint64_t triangle_count(const kd_tree<T>& tree, unsigned int node) {
+    if (tree.nodes == nullptr || node > tree.node_count)
+        return 0;
+    const kd_node<T>& here = tree.nodes[node];
+    if (here.is_leaf())
+        return here.count;
+    return triangle_count<T>(tree, node + 1) +
+           triangle_count<T>(tree, static_cast<unsigned int>(here.right));
+}
+
+/// Adds the depth of each leaf below `node` to `sum`; `depth` is that of `node`. Divided by
+/// `leaf_count` it is the mean depth.
+template <typename T> void avg_depth_node(const kd_tree<T>& tree, int node, int depth, float& sum) {
+    if (tree.nodes == nullptr || node < 0 || static_cast<std::uint64_t>(node) > tree.node_count)
+        return;
+    const kd_node<T>& here = tree.nodes[node];
+    if (here.is_leaf()) {
+        sum += static_cast<float>(depth);
+        return;
+    }
+    avg_depth_node<T>(tree, node + 1, depth + 1, sum);
+    avg_depth_node<T>(tree, static_cast<int>(here.right), depth + 1, sum);
+}
+
+} // namespace morva

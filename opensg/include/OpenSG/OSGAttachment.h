@@ -1,0 +1,5 @@
+#pragma once
+
+#include "OSGAttachmentContainer.h"
+
+#include "OSGSimpleAttachment.h"

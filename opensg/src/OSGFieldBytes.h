@@ -1,0 +1,68 @@
+#pragma once
+
+// Fields to bytes in memory and back, through the binary transport that every field has.
+
+#include "OpenSG/OSGBinaryDataHandler.h"
+
+#include <cstring>
+#include <stdexcept>
+#include <vector>
+
+OSG_BEGIN_NAMESPACE
+
+/// Collects what fields write.
+class field_bytes_out : public BinaryDataHandler {
+  public:
+    void write(const void* data, UInt32 count) override {
+        const UInt8* first = static_cast<const UInt8*>(data);
+        _bytes.insert(_bytes.end(), first, first + count);
+    }
+    void clear() { _bytes.clear(); }
+    const std::vector<UInt8>& bytes() const { return _bytes; }
+
+  private:
+    std::vector<UInt8> _bytes;
+};
+
+/// Hands out a given range; asking for more than it has throws std::runtime_error.
+class field_bytes_in : public BinaryDataHandler {
+  public:
+    field_bytes_in(const UInt8* data, std::size_t count) : _at(data), _left(count) {}
+
+    void read(void* data, UInt32 count) override {
+        if (count > _left) throw std::runtime_error("the field ends early");
+        if (count == 0) return;
+        std::memcpy(data, _at, count);
+        _at += count;
+        _left -= count;
+    }
+    std::size_t left() const { return _left; }
+
+  private:
+    const UInt8* _at;
+    std::size_t _left;
+};
+
+/// Spreads bytes over 64 bits; not meant against intent. Reads words: the result is one
+/// machine's own.
+inline UInt64 osgHashBytes(const UInt8* data, std::size_t count, UInt64 seed) {
+    constexpr UInt64 odd = 0x9E3779B97F4A7C15u;
+    UInt64 hash = (seed ^ count) * odd;
+    const auto mix = [&hash](UInt64 word) {
+        hash = (hash ^ word) * odd;
+        hash ^= hash >> 32;
+    };
+    while (count >= sizeof(UInt64)) {
+        UInt64 word;
+        std::memcpy(&word, data, sizeof(word));
+        mix(word);
+        data += sizeof(word);
+        count -= sizeof(word);
+    }
+    UInt64 rest = 0;
+    if (count != 0) std::memcpy(&rest, data, count);
+    mix(rest);
+    return hash;
+}
+
+OSG_END_NAMESPACE

@@ -1,0 +1,198 @@
+#include "OpenSG/OSGFieldContainer.h"
+
+#include "OpenSG/OSGBinaryDataHandler.h"
+#include "OpenSG/OSGChangeList.h"
+#include "OpenSG/OSGFieldContainerFactory.h"
+#include "OpenSG/OSGLog.h"
+#include "OpenSG/OSGThread.h"
+#include "OpenSG/OSGThreadManager.h"
+
+#include <cstdlib>
+#include <ostream>
+
+OSG_BEGIN_NAMESPACE
+
+namespace {
+
+// Which copy is being constructed: read by FieldContainer's constructor, before any other
+// constructor of the object can create containers of its own.
+struct copy_in_the_making {
+    UInt32 aspect = 0;
+    UInt32 bytes = 0;
+};
+thread_local copy_in_the_making inTheMaking;
+
+} // namespace
+
+FieldContainer::FieldContainer() : _aspectIndex(inTheMaking.aspect), _bytes(inTheMaking.bytes) {}
+FieldContainer::~FieldContainer() = default;
+
+FieldContainerType& FieldContainer::getClassType() {
+    static FieldContainerType& type =
+        *new FieldContainerType("FieldContainer", static_cast<FieldContainerType*>(nullptr),
+                                nullptr, nullptr, {});
+    return type;
+}
+
+FieldContainerPtr FieldContainer::getUntypedPtr() const {
+    UInt8* self = reinterpret_cast<UInt8*>(const_cast<FieldContainer*>(this));
+    return FieldContainerPtr::ofBlock(self - std::size_t(_aspectIndex) * _bytes,
+                                      static_cast<UInt16>(_bytes));
+}
+
+FieldContainerPtr::FieldContainerPtr(const FieldContainer& container)
+    : FieldContainerPtr(container.getUntypedPtr()) {}
+
+UInt32 FieldContainer::getTypeId() const { return getType().getId(); }
+UInt16 FieldContainer::getGroupId() const { return getType().getGroupId(); }
+const Char8* FieldContainer::getTypeName() const { return getType().getCName(); }
+
+Field* FieldContainer::getField(UInt32 fieldId) {
+    const FieldDescription* desc = getType().getFieldDescription(fieldId);
+    return desc != nullptr ? desc->getField(*this) : nullptr;
+}
+
+Field* FieldContainer::getField(const Char8* fieldName) {
+    const FieldDescription* desc = getType().findFieldDescription(fieldName);
+    return desc != nullptr ? desc->getField(*this) : nullptr;
+}
+
+void FieldContainer::changed(BitVector, UInt32) {}
+
+void FieldContainer::executeSync(FieldContainer& other, const BitVector& which) {
+    for (const FieldDescription* desc : getType().getFieldDescs()) {
+        if ((desc->getFieldMask() & which) == 0) continue;
+        desc->getField(*this)->setAbstrValue(*desc->getField(other));
+    }
+}
+
+UInt32 FieldContainer::getBinSize(const BitVector& which) {
+    UInt32 bytes = 0;
+    for (const FieldDescription* desc : getType().getFieldDescs()) {
+        if ((desc->getFieldMask() & which) != 0) bytes += desc->getField(*this)->getBinSize();
+    }
+    return bytes;
+}
+
+void FieldContainer::copyToBin(BinaryDataHandler& out, const BitVector& which) {
+    for (const FieldDescription* desc : getType().getFieldDescs()) {
+        if ((desc->getFieldMask() & which) != 0) desc->getField(*this)->copyToBin(out);
+    }
+}
+
+void FieldContainer::copyFromBin(BinaryDataHandler& in, const BitVector& which) {
+    for (const FieldDescription* desc : getType().getFieldDescs()) {
+        if ((desc->getFieldMask() & which) != 0) desc->getField(*this)->copyFromBin(in);
+    }
+}
+
+void FieldContainer::dump(UInt32 indent, BitVector) const {
+    PLOG << std::string(indent, ' ') << getTypeName() << " "
+         << getUntypedPtr().getFieldContainerId() << endLog;
+}
+
+FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construct,
+                                           const FieldContainerPtr& source) {
+    const UInt32 aspects = source != NullFC ? source.head().aspects
+                                            : ThreadManager::getNumAspects();
+    const std::size_t total = sizeof(ContainerHead) + bytes * aspects;
+    UInt8* block = static_cast<UInt8*>(
+        std::aligned_alloc(alignof(ContainerHead), (total + 15) / 16 * 16));
+    if (block == nullptr) throw std::bad_alloc();
+
+    ContainerHead* head = ::new (block) ContainerHead;
+    const FieldContainerPtr made =
+        FieldContainerPtr::ofBlock(block + sizeof(ContainerHead), static_cast<UInt16>(bytes));
+    const copy_in_the_making outer = inTheMaking;
+    try {
+        head->id = FieldContainerFactory::the()->enterContainer(made);
+        for (; head->aspects < aspects; ++head->aspects) {
+            inTheMaking = {head->aspects, static_cast<UInt32>(bytes)};
+            const UInt8* copied = source != NullFC ? source.getAspectCPtr(head->aspects) : nullptr;
+            construct(made.getAspectCPtr(head->aspects),
+                      reinterpret_cast<const FieldContainer*>(copied));
+        }
+    } catch (...) {
+        inTheMaking = outer;
+        destroy(made);
+        throw;
+    }
+    inTheMaking = outer;
+    Thread::getCurrentChangeList()->addCreated(head->id);
+    return made;
+}
+
+void ContainerAllocator::destroy(const FieldContainerPtrBase& container) {
+    ContainerHead& head = container.head();
+    FieldContainerFactory::the()->leaveContainer(head.id);
+    for (UInt32 aspect = 0; aspect < head.aspects; ++aspect) {
+        reinterpret_cast<FieldContainer*>(container.getAspectCPtr(aspect))->~FieldContainer();
+    }
+    head.~ContainerHead();
+    std::free(&head);
+}
+
+void addRefCP(const FieldContainerPtrBase& container) {
+    if (container == NullFC) return;
+    container.head().references.fetch_add(1, std::memory_order_relaxed);
+    Thread::getCurrentChangeList()->addAddRefd(container);
+}
+
+void subRefCP(const FieldContainerPtrBase& container) {
+    if (container == NullFC) return;
+    ChangeList* changes = Thread::getCurrentChangeList();
+    const Int32 before = container.head().references.fetch_sub(1, std::memory_order_acq_rel);
+    if (before > 1) {
+        changes->addSubRefd(container);
+        return;
+    }
+    changes->addDestroyed(container.getFieldContainerId());
+    // The destructors may reach the variable that was passed; it is null before they run.
+    const FieldContainerPtrBase dying = container;
+    const_cast<FieldContainerPtrBase&>(container) = FieldContainerPtrBase();
+    ContainerAllocator::destroy(dying);
+}
+
+void setRefdCP(FieldContainerPtrBase& target, const FieldContainerPtrBase& value) {
+    if (target == value) return;
+    const FieldContainerPtrBase kept = value;
+    addRefCP(kept);
+    FieldContainerPtrBase old = target;
+    target = kept;
+    subRefCP(old);
+}
+
+void clearRefCP(FieldContainerPtrBase& target) {
+    FieldContainerPtrBase old = target;
+    target = FieldContainerPtrBase();
+    subRefCP(old);
+}
+
+void beginEditCP(const FieldContainerPtr&, BitVector, UInt32) {}
+
+void endEditCP(const FieldContainerPtr& container, BitVector which, UInt32 origin) {
+    if (container == NullFC) return;
+    Thread::getCurrentChangeList()->addChanged(container, which);
+    container->changed(which, origin);
+}
+
+void changedCP(const FieldContainerPtr& container, BitVector which, UInt32 origin) {
+    endEditCP(container, which, origin);
+}
+
+void endEditNotChangedCP(const FieldContainerPtr&, BitVector, UInt32) {}
+
+std::ostream& operator<<(std::ostream& out, const FieldContainerPtrBase& container) {
+    if (container == NullFC) return out << "NullFC";
+    const FieldContainerPtr typed = FieldContainerPtr::dcast(container);
+    return out << typed->getTypeName() << "Ptr:" << container.getFieldContainerId();
+}
+
+CPEditor::CPEditor(const FieldContainerPtr& container, BitVector which)
+    : _container(container), _which(which) {
+    beginEditCP(_container, _which);
+}
+
+CPEditor::~CPEditor() { endEditCP(_container, _which); }
+
+OSG_END_NAMESPACE

@@ -1,0 +1,59 @@
+#include "OpenSG/OSGSimpleAttachments.h"
+
+#include "OpenSG/OSGLog.h"
+
+OSG_BEGIN_NAMESPACE
+
+FieldDescription** NameDesc::getDesc() {
+    static FieldDescription* desc[] = {new FieldDescription(
+        SFString::getClassType(), getFieldName(), Name::SimpleFieldId,
+        BitVector(Name::SimpleFieldMask), false,
+        FieldAccessFunction([](FieldContainer& container) -> Field* {
+            return static_cast<Name&>(container).getFieldPtr();
+        }))};
+    return desc;
+}
+
+template class SimpleAttachment<NameDesc>;
+static const FieldContainerType& registeredName = Name::getClassType();
+
+namespace {
+
+NamePtr nameOf(const AttachmentContainerPtr& container) {
+    return NamePtr::dcast(container->findAttachment(Name::getClassGroupId()));
+}
+
+} // namespace
+
+const Char8* getName(const AttachmentContainerPtr& container) {
+    if (container == NullFC) return nullptr;
+    const NamePtr name = nameOf(container);
+    return name == NullFC ? nullptr : name->getFieldPtr()->getValue().c_str();
+}
+
+void setName(const AttachmentContainerPtr& container, const std::string& text) {
+    if (container == NullFC) {
+        SWARNING << "setName: no container" << endLog;
+        return;
+    }
+    NamePtr name = nameOf(container);
+    if (name == NullFC) {
+        name = Name::create();
+        name->getFieldPtr()->setValue(text);
+        container->addAttachment(name);
+    } else {
+        name->getFieldPtr()->setValue(text);
+    }
+}
+
+void setName(const AttachmentContainerPtr& container, const Char8* text) {
+    if (text != nullptr) {
+        setName(container, std::string(text));
+    } else if (container == NullFC) {
+        SWARNING << "setName: no container" << endLog;
+    } else {
+        container->subAttachment(nameOf(container));
+    }
+}
+
+OSG_END_NAMESPACE

@@ -1,0 +1,152 @@
+// Aspects, change lists and the fields of containers.
+
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGSwitch.h>
+#include <OpenSG/OSGThread.h>
+#include <OpenSG/OSGThreadManager.h>
+#include <OpenSG/OSGTransform.h>
+
+namespace {
+
+using namespace osg;
+
+/// Lets the list of this thread record for one test.
+class RecordingChangeList : public testing::Test {
+  protected:
+    void SetUp() override {
+        changes->clearAll();
+        changes->setReadOnly(false);
+    }
+    void TearDown() override {
+        changes->clearAll();
+        changes->setReadOnly(true);
+    }
+    ChangeList* changes = Thread::getCurrentChangeList();
+};
+
+struct seen_in_aspect {
+    SwitchPtr chosen;
+    Int32 choice = 0;
+};
+
+void readChoice(void* argument) {
+    auto* seen = static_cast<seen_in_aspect*>(argument);
+    seen->choice = seen->chosen->getChoice();
+}
+
+Int32 choiceInAspect(UInt32 aspect, const SwitchPtr& chosen) {
+    seen_in_aspect seen{chosen};
+    auto* thread = dynamic_cast<Thread*>(ThreadManager::the()->getThread("choice reader"));
+    EXPECT_TRUE(thread->runFunction(&readChoice, aspect, &seen));
+    BaseThread::join(thread);
+    return seen.choice;
+}
+
+TEST(ChangeListDefault, RecordsNothing) {
+    ChangeList* changes = Thread::getCurrentChangeList();
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    changes->addChanged(chosen.get(), FieldBits::AllFields);
+    endEditCP(chosen.get());
+    EXPECT_TRUE(changes->empty());
+}
+
+TEST_F(RecordingChangeList, EntersWhatHappens) {
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    const UInt32 id = chosen.get().getFieldContainerId();
+    ASSERT_EQ(changes->sizeCreated(), 1u);
+    EXPECT_EQ(*changes->beginCreated(), id);
+    ASSERT_EQ(changes->sizeAddRefd(), 1u);
+    EXPECT_EQ(*changes->beginAddRefd(), id);
+
+    endEditCP(chosen.get(), Switch::ChoiceFieldMask);
+    ASSERT_EQ(changes->sizeChanged(), 1u);
+    EXPECT_EQ(changes->beginChanged()->first, id);
+    EXPECT_EQ(changes->beginChanged()->second, Switch::ChoiceFieldMask);
+
+    NodePtr dropped = Node::create();
+    const UInt32 dropped_id = dropped.getFieldContainerId();
+    subRefCP(dropped);
+    ASSERT_EQ(changes->sizeDestroyed(), 1u);
+    EXPECT_EQ(*changes->beginDestroyed(), dropped_id);
+}
+
+TEST_F(RecordingChangeList, ApplyToCarriesOnlyTheChangedFields) {
+    const SwitchPtr chosen = Switch::create();
+    addRefCP(chosen);
+    changes->clearAll();
+    chosen->setChoice(3);
+    EXPECT_EQ(choiceInAspect(1, chosen), Switch::NONE) << "aspects are apart";
+    endEditCP(chosen, Switch::ParentsFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(choiceInAspect(1, chosen), Switch::NONE) << "another field was marked";
+    endEditCP(chosen, Switch::ChoiceFieldMask);
+    changes->applyTo(0);
+    EXPECT_EQ(changes->sizeChanged(), 1u) << "its own aspect: nothing happens";
+    changes->applyTo(1);
+    EXPECT_EQ(choiceInAspect(1, chosen), 3);
+    EXPECT_TRUE(changes->empty());
+    subRefCP(chosen);
+}
+
+TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) {
+    const NodePtr parent = Node::create();
+    addRefCP(parent);
+    NodePtr child = Node::create();
+    const UInt32 id = child.getFieldContainerId();
+    changes->clearAll();
+    parent->addChild(child);
+    endEditCP(parent, Node::ChildrenFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(child.getRefCount(), 2u) << "one for the list of each aspect";
+
+    parent->subChild(child);
+    EXPECT_EQ(child.getRefCount(), 1u) << "aspect 1 still shows it";
+    endEditCP(parent, Node::ChildrenFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(FieldContainerFactory::the()->getContainer(id), NullFC);
+    subRefCP(parent);
+}
+
+TEST(Fields, TextForms) {
+    std::string text = "old";
+    EXPECT_EQ(SFReal32(0.1f).getValueByStr(text), "1.000000e-01");
+    EXPECT_EQ(SFVec3f(Vec3f(1, 2, 3)).getValueByStr(text),
+              "1.000000e+00  2.000000e+00  3.000000e+00");
+    EXPECT_EQ(SFBool(true).getValueByStr(text), "TRUE");
+    EXPECT_EQ(SFString("a\"b").getValueByStr(text), "\"a\\\"b\"");
+    MFInt32 numbers;
+    numbers.pushValueByStr("4");
+    numbers.pushValueByStr("-5");
+    text = ">";
+    EXPECT_EQ(numbers.getValueByStr(text), ">4, -5") << "a multi field appends";
+
+    SFVec3f parsed;
+    parsed.pushValueByStr("1.5, -2 3e2");
+    EXPECT_EQ(parsed.getValue()[2], 300.f);
+    SFString unquoted;
+    unquoted.pushValueByStr("\"x\\\"y\" rest");
+    EXPECT_EQ(unquoted.getValue(), "x\"y");
+}
+
+TEST(Fields, AbstractCopyAndEqualityAreExactAndTyped) {
+    SFReal32 a(1.f);
+    SFReal32 b(1.f + 1e-7f);
+    EXPECT_FALSE(a.equals(b)) << "no tolerance";
+    b.setAbstrValue(a);
+    EXPECT_TRUE(a.equals(b));
+    const SFInt32 other(1);
+    EXPECT_FALSE(a.equals(other));
+    a.setAbstrValue(other);
+    EXPECT_EQ(a.getValue(), 1.f) << "another type changes nothing";
+    EXPECT_EQ(&a.getType(), &SFReal32::getClassType());
+    EXPECT_STREQ(MFInt32::getClassType().getCName(), "MFInt32");
+    EXPECT_EQ(MFInt32::getClassType().getCardinality(), FieldType::MULTI_FIELD);
+}
+
+} // namespace

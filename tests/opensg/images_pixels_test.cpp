@@ -1,0 +1,364 @@
+// Images: stores, blocks, sampling, formats, files.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGImage.h>
+#include <OpenSG/OSGImageFileHandler.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include <cstdio>
+#include <cstring>
+#include <fstream>
+#include <limits>
+#include <random>
+
+namespace {
+
+using namespace osg;
+using bytes = std::vector<UInt8>;
+
+ImageRefPtr imageOf(Image::PixelFormat format, Int32 w, Int32 h, Int32 d, const bytes& pixels) {
+    ImageRefPtr image(Image::create());
+    EXPECT_TRUE(image->set(format, w, h, d, 1, 1, 0., pixels.data()));
+    EXPECT_EQ(image->getSize(), pixels.size());
+    return image;
+}
+
+ImageRefPtr row(const bytes& pixels) {
+    return imageOf(Image::OSG_L_PF, static_cast<Int32>(pixels.size()), 1, 1, pixels);
+}
+
+bytes pixelsOf(const ImageRefPtr& image) {
+    return image->getData() ? bytes(image->getData(), image->getData() + image->getSize())
+                            : bytes();
+}
+
+bytes randomBytes(std::mt19937& rng, std::size_t count) {
+    bytes made(count);
+    for (UInt8& b : made) b = static_cast<UInt8>(1 + rng() % 255); // never the 0 of "outside"
+    return made;
+}
+
+TEST(ImageSet, SizesBelowOneBecomeOne) {
+    const ImageRefPtr image(Image::create());
+    EXPECT_EQ(image->getData(), nullptr);
+    EXPECT_TRUE(image->set(Image::OSG_RGB_PF, 0, -3, 0, 0, -1, 0., nullptr,
+                           Image::OSG_UINT8_IMAGEDATA, true, 0));
+    EXPECT_EQ(image->getWidth(), 1);
+    EXPECT_EQ(image->getHeight(), 1);
+    EXPECT_EQ(image->getSize(), 3u);
+    EXPECT_EQ(image->getBpp(), 3);
+    EXPECT_EQ(image->getSideCount(), 1);
+}
+
+TEST(ImageSet, WithoutDataTheStoreKeepsWhatItCan) {
+    const ImageRefPtr image = row({1, 2, 3, 4});
+    EXPECT_TRUE(image->set(Image::OSG_L_PF, 2, 2));
+    EXPECT_EQ(pixelsOf(image), (bytes{1, 2, 3, 4})) << "same size";
+    EXPECT_TRUE(image->set(Image::OSG_L_PF, 6));
+    EXPECT_EQ(pixelsOf(image), (bytes{1, 2, 3, 4, 0, 0})) << "larger";
+    EXPECT_TRUE(image->set(Image::OSG_L_PF, 3));
+    EXPECT_EQ(pixelsOf(image), (bytes{0, 0, 0})) << "smaller";
+    EXPECT_FALSE(image->set(Image::OSG_L_PF, 3, 1, 1, 1, 1, 0., nullptr,
+                            Image::OSG_UINT8_IMAGEDATA, false));
+    EXPECT_EQ(image->getData(), nullptr) << "no store wanted";
+}
+
+TEST(ImageSet, RefusesWhatItCannotHoldAndStaysAsItWas) {
+    const ImageRefPtr image = row({7});
+    EXPECT_FALSE(image->set(4711, 2));
+    EXPECT_FALSE(image->set(Image::OSG_RGB_PF, 2, 2, 1, 1, 1, 0., nullptr, 99));
+    const Int32 most = std::numeric_limits<Int32>::max();
+    EXPECT_FALSE(image->set(Image::OSG_RGBA_PF, most, most, most, most, most, 0., nullptr,
+                            Image::OSG_FLOAT32_IMAGEDATA, true, most));
+    EXPECT_FALSE(image->set(Image::OSG_RGBA_PF, 32768, 32768));
+    EXPECT_FALSE(image->set(ImagePtr()));
+    EXPECT_FALSE(image->setData(nullptr));
+    EXPECT_FALSE(image->setSubData(0, 0, 0, 1, 1, 1, nullptr));
+    EXPECT_EQ(pixelsOf(image), (bytes{7}));
+}
+
+TEST(ImageSet, FromAnotherImageTakesPixelsWithoutName) {
+    const ImageRefPtr a = row({1, 2});
+    a->setName("field");
+    setName(a.get(), "attachment");
+    const ImageRefPtr b(Image::create());
+    EXPECT_TRUE(b->set(a));
+    EXPECT_TRUE(*b == *a);
+    EXPECT_EQ(b->getName(), "");
+    EXPECT_EQ(getName(b.get()), nullptr);
+    b->editData()[1] = 3;
+    EXPECT_TRUE(*b != *a);
+}
+
+TEST(ImageLevels, StandSideByFrameByMip) {
+    const ImageRefPtr image(Image::create());
+    ASSERT_TRUE(image->set(Image::OSG_LA_PF, 4, 2, 1, 3, 2, 0., nullptr,
+                           Image::OSG_UINT16_IMAGEDATA, true, 2));
+    const unsigned long frame = 4 * (8 + 2 + 1); // 4 x 2, 2 x 1, 1 x 1
+    EXPECT_EQ(image->getSize(true, false, false), frame);
+    EXPECT_EQ(image->getSize(false, false, false), 32u);
+    EXPECT_EQ(image->getSize(), 4 * frame);
+    EXPECT_EQ(image->getData(1) - image->getData(), 32);
+    EXPECT_EQ(image->getData(2, 1, 1) - image->getData(), std::ptrdiff_t(3 * frame + 40));
+    EXPECT_EQ(image->getData(3), nullptr);
+    EXPECT_EQ(image->getData(0, 2), nullptr);
+    EXPECT_EQ(image->getData(0, 0, 2), nullptr);
+    image->setHeight(1000); // behind the store's back
+    EXPECT_EQ(image->getData(), nullptr);
+    EXPECT_FALSE(image->isValid());
+    EXPECT_FALSE(image->scale(2, 2));
+}
+
+struct block {
+    Int32 x, y, z, w, h, d;
+};
+
+block randomBlock(std::mt19937& rng) {
+    const auto number = [&rng](int low, int high) {
+        return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
+    };
+    return {number(-4, 6), number(-4, 6), number(-2, 3),
+            number(1, 7),  number(1, 7),  number(1, 3)};
+}
+
+TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
+    std::mt19937 rng(411);
+    for (int round = 0; round < 400; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const Int32 w = 1 + static_cast<Int32>(rng() % 6);
+        const Int32 h = 1 + static_cast<Int32>(rng() % 6);
+        const Int32 d = 1 + static_cast<Int32>(rng() % 2);
+        const std::size_t bpp = 3;
+        const auto at = [&](Int32 x, Int32 y, Int32 z, Int32 ww, Int32 hh) {
+            return static_cast<std::size_t>((z * hh + y) * ww + x) * bpp;
+        };
+        const bytes whole = randomBytes(rng, static_cast<std::size_t>(w * h * d) * bpp);
+        const block b = randomBlock(rng);
+        const bytes part = randomBytes(rng, static_cast<std::size_t>(b.w * b.h * b.d) * bpp);
+
+        bytes written = whole;
+        bytes cut(part.size(), 0);
+        for (Int32 z = 0; z < b.d; ++z)
+            for (Int32 y = 0; y < b.h; ++y)
+                for (Int32 x = 0; x < b.w; ++x) {
+                    const Int32 X = b.x + x, Y = b.y + y, Z = b.z + z;
+                    if (X < 0 || Y < 0 || Z < 0 || X >= w || Y >= h || Z >= d) continue;
+                    for (std::size_t c = 0; c < bpp; ++c) {
+                        written[at(X, Y, Z, w, h) + c] = part[at(x, y, z, b.w, b.h) + c];
+                        cut[at(x, y, z, b.w, b.h) + c] = whole[at(X, Y, Z, w, h) + c];
+                    }
+                }
+
+        const ImageRefPtr image = imageOf(Image::OSG_RGB_PF, w, h, d, whole);
+        const ImageRefPtr window(Image::create());
+        ASSERT_TRUE(image->subImage(b.x, b.y, b.z, b.w, b.h, b.d, window));
+        EXPECT_EQ(pixelsOf(window), cut);
+        EXPECT_EQ(window->getWidth(), b.w);
+        EXPECT_EQ(pixelsOf(image), whole);
+
+        ASSERT_TRUE(image->setSubData(b.x, b.y, b.z, b.w, b.h, b.d, part.data()));
+        EXPECT_EQ(pixelsOf(image), written);
+        ASSERT_TRUE(image->setData(whole.data()));
+        ASSERT_TRUE(image->subImage(b.x, b.y, b.z, b.w, b.h, b.d));
+        EXPECT_EQ(pixelsOf(image), cut) << "in place";
+    }
+}
+
+TEST(ImageScale, TakesTheNearestSampleBelow) {
+    const struct {
+        bytes from, to;
+    } cases[] = {{{0, 1, 2}, {0, 0, 1, 1, 2}}, {{0, 1, 2}, {0, 1}},    {{5, 6}, {5, 5, 6, 6}},
+                 {{1, 2, 3, 4}, {1, 3}},       {{9, 8, 7}, {9, 8, 7}}, {{1, 2, 3}, {1}}};
+    for (const auto& c : cases) {
+        const ImageRefPtr image = row(c.from);
+        const ImageRefPtr copy(Image::create());
+        EXPECT_TRUE(image->scale(static_cast<Int32>(c.to.size()), 1, 1, copy));
+        EXPECT_EQ(pixelsOf(copy), c.to);
+        EXPECT_EQ(pixelsOf(image), c.from);
+        EXPECT_TRUE(image->scale(static_cast<Int32>(c.to.size())));
+        EXPECT_EQ(pixelsOf(image), c.to);
+    }
+    EXPECT_FALSE(ImageRefPtr(Image::create())->scale(2, 2));
+}
+
+TEST(ImageScale, AgreesWithSamplingPixelByPixel) {
+    std::mt19937 rng(97);
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        Int32 from[3];
+        Int32 to[3];
+        for (int axis = 0; axis < 3; ++axis) {
+            from[axis] = 1 + static_cast<Int32>(rng() % (axis == 2 ? 3 : 40));
+            to[axis] = 1 + static_cast<Int32>(rng() % (axis == 2 ? 3 : 60));
+        }
+        const bytes pixels =
+            randomBytes(rng, static_cast<std::size_t>(from[0] * from[1] * from[2] * 2));
+        bytes expected;
+        for (Int32 z = 0; z < to[2]; ++z)
+            for (Int32 y = 0; y < to[1]; ++y)
+                for (Int32 x = 0; x < to[0]; ++x) {
+                    const Int32 p[3] = {x, y, z};
+                    Int32 s[3];
+                    for (int axis = 0; axis < 3; ++axis) {
+                        const Real32 factor = Real32(from[axis]) / Real32(to[axis]);
+                        s[axis] = static_cast<Int32>(Real32(p[axis]) * factor);
+                    }
+                    const std::size_t at =
+                        2 * static_cast<std::size_t>((s[2] * from[1] + s[1]) * from[0] + s[0]);
+                    expected.push_back(pixels[at]);
+                    expected.push_back(pixels[at + 1]);
+                }
+        const ImageRefPtr image = imageOf(Image::OSG_LA_PF, from[0], from[1], from[2], pixels);
+        ASSERT_TRUE(image->scale(to[0], to[1], to[2]));
+        EXPECT_EQ(pixelsOf(image), expected);
+    }
+}
+
+struct reformat_case {
+    Image::PixelFormat from;
+    bytes pixel;
+    bytes a, l, la, rgb, rgba;
+};
+
+TEST(ImageReformat, FollowsTheTable) {
+    const reformat_case cases[] = {
+        {Image::OSG_A_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_L_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_I_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_LA_PF, {8, 5}, {5}, {8}, {8, 5}, {8, 8, 8}, {8, 8, 8, 5}},
+        {Image::OSG_RGB_PF,
+         {10, 20, 31},
+         {20},
+         {20},
+         {20, 20},
+         {10, 20, 31},
+         {10, 20, 31, 255}},
+        {Image::OSG_RGBA_PF,
+         {250, 251, 255, 4},
+         {4},
+         {252},
+         {252, 4},
+         {250, 251, 255},
+         {250, 251, 255, 4}},
+        {Image::OSG_BGR_PF, {1, 2, 3}, {2}, {2}, {2, 2}, {3, 2, 1}, {3, 2, 1, 255}},
+        {Image::OSG_BGRA_PF, {1, 2, 3, 4}, {4}, {2}, {2, 4}, {3, 2, 1}, {3, 2, 1, 4}}};
+    for (const reformat_case& c : cases) {
+        SCOPED_TRACE(testing::Message() << "from " << c.from);
+        const std::pair<Image::PixelFormat, bytes> targets[] = {{Image::OSG_A_PF, c.a},
+                                                                {Image::OSG_L_PF, c.l},
+                                                                {Image::OSG_I_PF, c.l},
+                                                                {Image::OSG_LA_PF, c.la},
+                                                                {Image::OSG_RGB_PF, c.rgb},
+                                                                {Image::OSG_RGBA_PF, c.rgba}};
+        for (const auto& [format, pixel] : targets) {
+            bytes two = c.pixel; // two pixels: the steps must be right, too
+            two.insert(two.end(), c.pixel.begin(), c.pixel.end());
+            bytes expected = pixel;
+            expected.insert(expected.end(), pixel.begin(), pixel.end());
+            const ImageRefPtr image = imageOf(c.from, 1, 2, 1, two);
+            const ImageRefPtr copy(Image::create());
+            EXPECT_TRUE(image->reformat(format, copy));
+            EXPECT_EQ(pixelsOf(copy), expected) << "to " << format;
+            EXPECT_EQ(pixelsOf(image), two);
+            EXPECT_EQ(image->reformat(format), format != c.from) << "the same in place: nothing";
+            EXPECT_EQ(pixelsOf(image), expected);
+        }
+    }
+}
+
+TEST(ImageReformat, WorksOnWiderChannels) {
+    const Real32 pixel[3] = {.25f, .5f, .75f};
+    const ImageRefPtr image(Image::create());
+    ASSERT_TRUE(image->set(Image::OSG_RGB_PF, 1, 1, 1, 1, 1, 0.,
+                           reinterpret_cast<const UInt8*>(pixel), Image::OSG_FLOAT32_IMAGEDATA));
+    ASSERT_TRUE(image->reformat(Image::OSG_RGBA_PF));
+    Real32 out[4];
+    ASSERT_EQ(image->getSize(), sizeof(out));
+    std::memcpy(out, image->getData(), sizeof(out));
+    EXPECT_EQ(out[1], .5f);
+    EXPECT_EQ(out[3], 1.f);
+    ASSERT_TRUE(image->reformat(Image::OSG_L_PF));
+    std::memcpy(out, image->getData(), sizeof(Real32));
+    EXPECT_EQ(out[0], .5f);
+}
+
+TEST(ImageChannels, AlphaAndColorByFormat) {
+    const std::pair<Image::PixelFormat, bool> cases[] = {
+        {Image::OSG_L_PF, false},  {Image::OSG_LA_PF, true}, {Image::OSG_RGB_PF, false},
+        {Image::OSG_RGBA_PF, true}, {Image::OSG_BGR_PF, false}, {Image::OSG_BGRA_PF, true}};
+    for (const auto& [format, alpha] : cases) {
+        const ImageRefPtr image(Image::create());
+        image->set(format, 1);
+        EXPECT_EQ(image->hasAlphaChannel(), alpha) << format;
+    }
+    const ImageRefPtr packed(Image::create());
+    EXPECT_TRUE(packed->set(Image::OSG_RGB_DXT1, 5, 4));
+    EXPECT_EQ(packed->getSize(), 16u) << "two blocks";
+    EXPECT_FALSE(packed->scale(2, 2));
+    EXPECT_FALSE(packed->subImage(0, 0, 0, 1, 1, 1));
+    EXPECT_FALSE(packed->reformat(Image::OSG_RGB_PF));
+}
+
+TEST(ImageFields, AreFoundByKey) {
+    const ImageRefPtr image(Image::create());
+    EXPECT_EQ(image->findAttachmentField("source"), nullptr);
+    image->setAttachmentField("source", "camera");
+    image->setAttachmentField("source", "disk");
+    image->setAttachmentField("other", "");
+    ASSERT_NE(image->findAttachmentField("source"), nullptr);
+    EXPECT_EQ(*image->findAttachmentField("source"), "disk");
+    EXPECT_EQ(*image->findAttachmentField("other"), "");
+    EXPECT_EQ(image->findAttachmentField("Source"), nullptr);
+    EXPECT_EQ(image->attachmentCount(), 2u);
+}
+
+TEST(ImageFiles, KeepPixelsAndRowOrder) {
+    std::mt19937 rng(5);
+    for (const Image::PixelFormat format : {Image::OSG_L_PF, Image::OSG_RGB_PF,
+                                            Image::OSG_RGBA_PF}) {
+        const ImageRefPtr image(Image::create());
+        image->set(format, 5, 3);
+        image->setData(randomBytes(rng, image->getSize()).data());
+        const std::string file = testing::TempDir() + "image_round.png";
+        ASSERT_TRUE(image->write(file.c_str()));
+        const ImageRefPtr again(ImageFileHandler::the().read(file.c_str()));
+        ASSERT_NE(again, NullFC);
+        EXPECT_TRUE(*again == *image) << format;
+        EXPECT_EQ(again->getName(), file);
+        std::remove(file.c_str());
+    }
+    const std::string pgm = "P5 2 2 255\n\x01\x02\x03\x04"; // top row first
+    const ImageRefPtr image(ImageFileHandler::the().read(
+        reinterpret_cast<const UInt8*>(pgm.data()), static_cast<UInt32>(pgm.size())));
+    ASSERT_NE(image, NullFC);
+    EXPECT_EQ(pixelsOf(image), (bytes{3, 4, 1, 2}));
+}
+
+TEST(ImageFiles, BadOnesAreRefused) {
+    const ImageRefPtr image = row({1, 2});
+    EXPECT_FALSE(image->write("no_such_folder/picture.png"));
+    EXPECT_FALSE(image->write((testing::TempDir() + "picture.unknown").c_str()));
+    EXPECT_FALSE(ImageRefPtr(Image::create())->write((testing::TempDir() + "x.png").c_str()));
+    EXPECT_FALSE(image->read("no_such_folder/picture.png"));
+    EXPECT_EQ(ImageFileHandler::the().read("no_such_folder/picture.png"), NullFC);
+
+    const std::string file = testing::TempDir() + "image_damaged.png";
+    ASSERT_TRUE(image->write(file.c_str()));
+    std::string content;
+    {
+        std::ifstream in(file, std::ios::binary);
+        content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+    }
+    for (std::size_t length = 0; length < content.size() - 12; ++length) {
+        // The end mark alone may be missing; with less than that nothing is made up.
+        EXPECT_EQ(ImageFileHandler::the().read(reinterpret_cast<const UInt8*>(content.data()),
+                                               static_cast<UInt32>(length)),
+                  NullFC)
+            << length;
+    }
+    std::remove(file.c_str());
+    EXPECT_EQ(pixelsOf(image), (bytes{1, 2}));
+}
+
+} // namespace

@@ -1,0 +1,153 @@
+#pragma once
+
+// Checks the invariants of a built kd-tree. Run one of these after every build in a test:
+//
+//     EXPECT_EQ(broken_rule_of(tree, geoset), "");          whatever the setup was
+//     EXPECT_EQ(broken_rule_of(tree, geoset, setup), "");   depth, sides and duplicates as well
+//
+// The result is the first rule that fails, in words, or an empty text.
+
+#include <morva/trees/geoset_access.h>
+#include <morva/trees/kd_records.h>
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+namespace morva_test {
+
+namespace detail {
+
+/// One plane above a leaf, and the side of it on which the leaf lies.
+struct side_of_plane {
+    int axis;
+    float plane;
+    bool left;
+};
+
+/// Walks a tree in the order of its nodes and notes the first rule that fails.
+template <typename T, typename Geoset> class kd_walk {
+  public:
+    kd_walk(const morva::kd_tree<T>& tree, const Geoset& geoset, const morva::kd_build_setup* setup)
+        : tree_(tree), geoset_(geoset), setup_(setup), seen_(elements_of(geoset), 0) {}
+
+    std::string run() {
+        if (tree_.nodes == nullptr || tree_.indices == nullptr)
+            return "nodes and indices exist";
+        rule(tree_.node_count < tree_.node_capacity, "node_count below node_capacity");
+        rule(tree_.index_count <= tree_.index_capacity, "index_count within index_capacity");
+        if (!broken_.empty())
+            return broken_;
+        next_index_ = 0;
+        node(0, 0);
+        rule(next_node_ == tree_.node_count + 1, "all nodes hang below the root");
+        rule(leaves_ == tree_.leaf_count, "leaf_count counts the leaves");
+        rule(fullest_ == tree_.max_leaf_size, "max_leaf_size is that of the fullest leaf");
+        if (seen_.empty()) {
+            rule(tree_.index_count == 1 && tree_.leaf_count == 1, "an empty tree is one leaf");
+            return broken_;
+        }
+        rule(next_index_ == tree_.index_count, "leaves cover all indices");
+        for (const unsigned int times : seen_) {
+            rule(times > 0, "every element stands in a leaf");
+            rule(setup_ == nullptr || setup_->straddle_mode == 2 || times == 1,
+                 "no element stands twice");
+        }
+        return broken_;
+    }
+
+  private:
+    void rule(bool holds, const char* words) {
+        if (!holds && broken_.empty())
+            broken_ = words;
+    }
+
+    void node(std::uint64_t index, std::uint64_t depth) {
+        if (index > tree_.node_count || index != next_node_++)
+            return rule(false, "nodes stand in pre-order");
+        if (setup_ != nullptr)
+            rule(depth <= setup_->max_depth, "no node below max_depth");
+        const morva::kd_node<T>& here = tree_.nodes[index];
+        if (here.is_leaf())
+            return leaf(here);
+        if (here.axis > 2)
+            return rule(false, "axis is 0, 1 or 2");
+        path_.push_back({static_cast<int>(here.axis), here.plane, true});
+        node(index + 1, depth + 1);
+        path_.back().left = false;
+        rule(here.right == static_cast<std::int64_t>(next_node_), "right follows the left subtree");
+        node(next_node_, depth + 1);
+        path_.pop_back();
+    }
+
+    void leaf(const morva::kd_node<T>& here) {
+        ++leaves_;
+        if (here.count > fullest_)
+            fullest_ = here.count;
+        if (here.first != next_index_ || here.first + here.count > tree_.index_count)
+            return rule(false, "leaves lie end to end");
+        for (; next_index_ < std::uint64_t(here.first) + here.count; ++next_index_) {
+            const std::uint64_t e = tree_.indices[next_index_];
+            if (e >= seen_.size())
+                return rule(false, "indices are element numbers");
+            ++seen_[static_cast<std::size_t>(e)];
+            if (setup_ != nullptr && setup_->straddle_mode != 1)
+                sides(e);
+        }
+    }
+
+    /// Elements that are never cut can be asked again why they are where they are.
+    void sides(std::uint64_t e) {
+        for (const side_of_plane& s : path_) {
+            const auto extents = extents_of(s.axis);
+            float lo = 0, hi = 0;
+            extents.read(e, lo, hi);
+            const bool above = lo >= s.plane, below = s.plane >= hi;
+            bool may_be_left = !above, may_be_right = above || !below;
+            if (decltype(extents)::flat)
+                may_be_right = above;
+            else if (setup_->straddle_mode != 2) {
+                may_be_left = !above && (below || s.plane > (hi - lo) * 0.5f + lo);
+                may_be_right = !may_be_left;
+            }
+            rule(s.left ? may_be_left : may_be_right, "elements lie on their side of each plane");
+        }
+    }
+
+    // Found in the geoset's own namespace first, as the builds find them.
+    auto extents_of(int axis) const {
+        using morva::extents_on_axis;
+        return extents_on_axis(geoset_, axis);
+    }
+    static std::size_t elements_of(const Geoset& geoset) {
+        using morva::element_count;
+        return static_cast<std::size_t>(element_count(geoset));
+    }
+
+    const morva::kd_tree<T>& tree_;
+    const Geoset& geoset_;
+    const morva::kd_build_setup* setup_;
+    std::vector<unsigned int> seen_;
+    std::vector<side_of_plane> path_;
+    std::uint64_t next_node_ = 0, next_index_ = 0, leaves_ = 0, fullest_ = 0;
+    std::string broken_;
+};
+
+} // namespace detail
+
+/// The rules of structure: pre-order, leaves end to end, statistics, every element in a leaf.
+template <typename T, typename Geoset>
+std::string broken_rule_of(const morva::kd_tree<T>& tree, const Geoset& geoset) {
+    return detail::kd_walk<T, Geoset>(tree, geoset, nullptr).run();
+}
+
+/// The same and what follows from the setup: depth, duplicates only in mode 2, and, where nothing
+/// is cut, every element on its side of every plane above it.
+template <typename T, typename Geoset>
+std::string broken_rule_of(const morva::kd_tree<T>& tree, const Geoset& geoset,
+                           const morva::kd_build_setup& setup) {
+    return detail::kd_walk<T, Geoset>(tree, geoset, &setup).run();
+}
+
+} // namespace morva_test
