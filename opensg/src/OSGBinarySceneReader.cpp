@@ -27,7 +27,8 @@ class damage : public std::runtime_error {
 };
 
 void require(bool holds, const Char8* otherwise) {
-    if (!holds) throw damage(otherwise);
+    if (!holds)
+        throw damage(otherwise);
 }
 
 /// Reads from the stream; memory grows with what is really there.
@@ -35,8 +36,7 @@ class stream_source {
   public:
     explicit stream_source(std::istream& in) : _in(in) {}
 
-    template <class T>
-    T number() {
+    template <class T> T number() {
         T value{};
         _in.read(reinterpret_cast<char*>(&value), sizeof(T));
         require(_in.gcount() == std::streamsize(sizeof(T)), "the file ends early");
@@ -73,8 +73,7 @@ class record_source {
         _left -= count;
         return here;
     }
-    template <class T>
-    T number() {
+    template <class T> T number() {
         T value;
         std::memcpy(&value, take(sizeof(T)), sizeof(T));
         return value;
@@ -111,7 +110,8 @@ class scene_reader {
         addRefCP(_root); // count 0 unless the root was handed out
         subRefCP(_root);
         for (FieldContainerPtr& container : _containers) {
-            if (container != NullFC) subRefCP(container);
+            if (container != NullFC)
+                subRefCP(container);
         }
     }
     scene_reader(const scene_reader&) = delete;
@@ -123,7 +123,8 @@ class scene_reader {
         }
         require(_root != NullFC, "there is no root node");
         checkLinks();
-        for (const pending_link& link : _links) tie(link);
+        for (const pending_link& link : _links)
+            tie(link);
         announce();
         NodePtr root = _root;
         _root = NullFC;
@@ -133,7 +134,8 @@ class scene_reader {
   private:
     void readHeader() {
         Char8 start[sizeof(magic)];
-        for (Char8& c : start) c = _in.number<Char8>();
+        for (Char8& c : start)
+            c = _in.number<Char8>();
         require(std::memcmp(start, magic, sizeof(magic)) == 0, "this is no binary scene");
         require(_in.number<UInt32>() == byteOrder, "the file is of another byte order");
         require(_in.number<UInt32>() == version, "the file is of another version");
@@ -141,7 +143,8 @@ class scene_reader {
 
     bool readContainer() {
         const UInt32 nameLength = _in.number<UInt32>();
-        if (nameLength == 0) return false;
+        if (nameLength == 0)
+            return false;
         require(nameLength <= maxTextLength, "a type name has an unlikely length");
         _in.block(nameLength, _record);
         const std::string name(_record.begin(), _record.end());
@@ -150,11 +153,13 @@ class scene_reader {
 
         FieldContainerType* type = FieldContainerFactory::the()->findType(name.c_str());
         const bool usable = type != nullptr && !type->isAbstract();
-        if (!usable) SNOTICE << "Scene file: unknown type " << name << " left out" << endLog;
+        if (!usable)
+            SNOTICE << "Scene file: unknown type " << name << " left out" << endLog;
         _types.push_back(usable ? type : nullptr);
         const FieldContainerPtr made = usable ? type->createFieldContainer() : FieldContainerPtr();
         hold(made);
-        if (made != NullFC) readFields(made, *type);
+        if (made != NullFC)
+            readFields(made, *type);
         return true;
     }
 
@@ -182,10 +187,14 @@ class scene_reader {
             const UInt64 bytes = record.number<UInt64>();
             const UInt8* data = record.take(bytes);
             const FieldDescription* desc = type.findFieldDescription(name.c_str());
-            if (desc == nullptr || desc->isInternal()) continue;
-            if (kind == FieldKind::plain) readPlain(container, *desc, data, bytes);
-            if (kind == FieldKind::links) readLinks(type, *desc, data, bytes);
-            if (kind == FieldKind::attachments) readAttachments(data, bytes);
+            if (desc == nullptr || desc->isInternal())
+                continue;
+            if (kind == FieldKind::plain)
+                readPlain(container, *desc, data, bytes);
+            if (kind == FieldKind::links)
+                readLinks(type, *desc, data, bytes);
+            if (kind == FieldKind::attachments)
+                readAttachments(data, bytes);
         }
         checkContent(container);
     }
@@ -207,14 +216,16 @@ class scene_reader {
         require(in.left() == 0, "a field has bytes left over");
     }
 
-    void readLinks(const FieldContainerType& type, const FieldDescription& desc,
-                   const UInt8* data, std::size_t bytes) {
+    void readLinks(const FieldContainerType& type, const FieldDescription& desc, const UInt8* data,
+                   std::size_t bytes) {
         const scene_link* link = osgFindSceneLink(type, desc.getFieldId());
-        if (link == nullptr) return;
+        if (link == nullptr)
+            return;
         record_source source(data, bytes);
         const UInt32 count = source.number<UInt32>();
         require(link->many || count <= 1, "a single reference has many targets");
-        for (UInt32 i = 0; i < count; ++i) addLink(source.number<UInt32>(), link, 0);
+        for (UInt32 i = 0; i < count; ++i)
+            addLink(source.number<UInt32>(), link, 0);
         require(source.atEnd(), "a list of references has bytes left over");
     }
 
@@ -229,7 +240,8 @@ class scene_reader {
     }
 
     void addLink(UInt32 number, const scene_link* link, UInt16 binding) {
-        if (number == 0) return;
+        if (number == 0)
+            return;
         const UInt32 owner = static_cast<UInt32>(_types.size() - 1);
         _links.push_back({owner, number - 1, link, binding});
     }
@@ -256,19 +268,22 @@ class scene_reader {
             require(link.target < count, "a reference to a container that is not there");
             ++owners[link.target];
             ++first[link.owner + 1];
-            if (link.link == nullptr || !link.link->toChild) continue;
+            if (link.link == nullptr || !link.link->toChild)
+                continue;
             require(isChild[link.target] == 0, "a node has two parents");
             isChild[link.target] = 1;
         }
         require(owners[0] == 0, "the root hangs below something");
-        for (std::size_t i = 0; i < count; ++i) first[i + 1] += first[i];
+        for (std::size_t i = 0; i < count; ++i)
+            first[i + 1] += first[i];
 
         // Links are in order of their owners. Takes containers away whose owners are all gone;
         // what remains sits in a circle.
         std::vector<UInt32> open;
         std::vector<UInt32> depth(count, 0);
         for (UInt32 i = 0; i < count; ++i) {
-            if (owners[i] == 0) open.push_back(i);
+            if (owners[i] == 0)
+                open.push_back(i);
         }
         std::size_t done = 0;
         for (; !open.empty(); ++done) {
@@ -278,7 +293,8 @@ class scene_reader {
             for (UInt32 i = first[owner]; i < first[owner + 1]; ++i) {
                 const UInt32 target = _links[i].target;
                 depth[target] = std::max(depth[target], depth[owner] + 1);
-                if (--owners[target] == 0) open.push_back(target);
+                if (--owners[target] == 0)
+                    open.push_back(target);
             }
         }
         require(done == count, "containers refer to each other in a circle");
@@ -287,7 +303,8 @@ class scene_reader {
     void tie(const pending_link& pending) const {
         const FieldContainerPtr owner = containerAt(pending.owner);
         const FieldContainerPtr target = containerAt(pending.target);
-        if (owner == NullFC || target == NullFC) return; // of a type that is unknown here
+        if (owner == NullFC || target == NullFC)
+            return; // of a type that is unknown here
         if (pending.link != nullptr) {
             require(pending.link->assign(owner, target), "a reference to the wrong kind");
             return;
@@ -302,12 +319,14 @@ class scene_reader {
     void announce() const {
         for (UInt32 i = 0; i < _types.size(); ++i) {
             const FieldContainerPtr container = containerAt(i);
-            if (container == NullFC) continue;
+            if (container == NullFC)
+                continue;
             // A component transform would replace a matrix that was set by itself.
             const TransformPtr parts = ComponentTransformPtr::dcast(container);
             const Matrix matrix = parts != NullFC ? parts->getMatrix() : Matrix();
             endEditCP(container, FieldBits::AllFields);
-            if (parts != NullFC) parts->setMatrix(matrix);
+            if (parts != NullFC)
+                parts->setMatrix(matrix);
         }
     }
 

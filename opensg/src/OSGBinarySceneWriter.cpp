@@ -14,8 +14,7 @@ namespace osb {
 
 namespace {
 
-template <class T>
-void putNumber(std::vector<UInt8>& out, T number) {
+template <class T> void putNumber(std::vector<UInt8>& out, T number) {
     const std::size_t at = out.size();
     out.resize(at + sizeof(T));
     std::memcpy(out.data() + at, &number, sizeof(T));
@@ -37,7 +36,8 @@ class scene_writer {
         putHeader();
         numberOf(root, 0);
         for (std::size_t i = 0; i < _order.size() && _out; ++i) {
-            if (_order[i].depth > maxDepth) return false;
+            if (_order[i].depth > maxDepth)
+                return false;
             putContainer(_order[i]);
         }
         putNumber(_record, UInt32(0));
@@ -65,7 +65,8 @@ class scene_writer {
     }
 
     UInt32 numberOf(const FieldContainerPtr& container, UInt32 depth) {
-        if (container == NullFC) return 0;
+        if (container == NullFC)
+            return 0;
         const auto entered = _numbers.emplace(container.getFieldContainerId(), 0);
         if (entered.second) {
             _order.push_back({container, depth});
@@ -78,7 +79,8 @@ class scene_writer {
         FieldContainer& container = *entry.container;
         _body.clear();
         for (const FieldDescription* desc : container.getType().getFieldDescs()) {
-            if (desc->isInternal()) continue;
+            if (desc->isInternal())
+                continue;
             Field& field = *desc->getField(container);
             if (const auto* attachments = dynamic_cast<const SFAttachmentMap*>(&field)) {
                 putAttachments(*desc, attachments->getValue(), entry.depth + 1);
@@ -105,7 +107,8 @@ class scene_writer {
     }
 
     void putPlain(const FieldDescription& desc, FieldContainer& container, const Field& field) {
-        if (field.getCardinality() == FieldType::MULTI_FIELD && field.isEmpty()) return;
+        if (field.getCardinality() == FieldType::MULTI_FIELD && field.isEmpty())
+            return;
         // Through the container: an attachment may keep its field from travelling.
         _field.clear();
         container.copyToBin(_field, desc.getFieldMask());
@@ -113,7 +116,8 @@ class scene_writer {
         // A list whose elements have no bytes cannot be told from damage when read.
         const std::size_t least =
             field.getCardinality() == FieldType::MULTI_FIELD ? field.getSize() : 0;
-        if (bytes > least) putField(desc, FieldKind::plain, _field.bytes());
+        if (bytes > least)
+            putField(desc, FieldKind::plain, _field.bytes());
     }
 
     void putLinks(const FieldDescription& desc, const Field& field, UInt32 depth) {
@@ -121,18 +125,21 @@ class scene_writer {
         UInt32 count = 0;
         for (UInt32 i = 0; i < field.getSize(); ++i) {
             const UInt32 number = numberOf(field.pointerAt(i), depth);
-            if (number == 0) continue;
+            if (number == 0)
+                continue;
             putNumber(data, number);
             ++count;
         }
-        if (count == 0) return;
+        if (count == 0)
+            return;
         const UInt8* first = reinterpret_cast<const UInt8*>(&count);
         data.insert(data.begin(), first, first + sizeof(count));
         putField(desc, FieldKind::links, data);
     }
 
     void putAttachments(const FieldDescription& desc, const AttachmentMap& map, UInt32 depth) {
-        if (map.empty()) return;
+        if (map.empty())
+            return;
         std::vector<UInt8> data;
         putNumber(data, static_cast<UInt32>(map.size()));
         for (const auto& entry : map) {
@@ -154,7 +161,8 @@ class scene_writer {
 
 bool writeScene(const NodePtr& root, std::ostream& out) {
     scene_writer writer(out);
-    if (writer.write(root)) return true;
+    if (writer.write(root))
+        return true;
     SWARNING << "Scene file: cannot be written, or the scene is nested deeper than " << maxDepth
              << endLog;
     return false;

@@ -10,33 +10,40 @@
 
 OSG_BEGIN_NAMESPACE
 
-/// Collects what fields write.
+/// Collects what fields write; clear() keeps the memory.
 class field_bytes_out : public BinaryDataHandler {
   public:
-    void write(const void* data, UInt32 count) override {
-        const UInt8* first = static_cast<const UInt8*>(data);
-        _bytes.insert(_bytes.end(), first, first + count);
-    }
     void clear() { _bytes.clear(); }
     const std::vector<UInt8>& bytes() const { return _bytes; }
+
+  protected:
+    void write(const void* source, UInt32 count) override {
+        const UInt8* first = static_cast<const UInt8*>(source);
+        _bytes.insert(_bytes.end(), first, first + count);
+    }
+    void read(void*, UInt32) override { throw std::out_of_range("this handler only writes"); }
 
   private:
     std::vector<UInt8> _bytes;
 };
 
-/// Hands out a given range; asking for more than it has throws std::runtime_error.
+/// Hands out a range that belongs to someone else.
 class field_bytes_in : public BinaryDataHandler {
   public:
     field_bytes_in(const UInt8* data, std::size_t count) : _at(data), _left(count) {}
+    std::size_t left() const { return _left; }
 
-    void read(void* data, UInt32 count) override {
-        if (count > _left) throw std::runtime_error("the field ends early");
+  protected:
+    void write(const void*, UInt32) override {
+        throw std::out_of_range("this handler only reads");
+    }
+    void read(void* target, UInt32 count) override {
+        if (count > _left) throw std::out_of_range("a field ends early");
         if (count == 0) return;
-        std::memcpy(data, _at, count);
+        std::memcpy(target, _at, count);
         _at += count;
         _left -= count;
     }
-    std::size_t left() const { return _left; }
 
   private:
     const UInt8* _at;
@@ -60,7 +67,8 @@ inline UInt64 osgHashBytes(const UInt8* data, std::size_t count, UInt64 seed) {
         count -= sizeof(word);
     }
     UInt64 rest = 0;
-    if (count != 0) std::memcpy(&rest, data, count);
+    if (count != 0)
+        std::memcpy(&rest, data, count);
     mix(rest);
     return hash;
 }

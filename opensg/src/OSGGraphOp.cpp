@@ -38,7 +38,8 @@ GraphOpSeq::GraphOpSeq() = default;
 GraphOpSeq::~GraphOpSeq() = default;
 
 void GraphOpSeq::addGraphOp(GraphOp* operation) {
-    if (operation != nullptr) _operations.emplace_back(operation);
+    if (operation != nullptr)
+        _operations.emplace_back(operation);
 }
 
 bool GraphOpSeq::traverse(NodePtr& root) {

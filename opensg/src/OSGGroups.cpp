@@ -7,7 +7,7 @@
 
 OSG_BEGIN_NAMESPACE
 
-OSG_CONTAINER_DEF(Group, nullptr)
+OSG_CONTAINER_DEF(Group, nullptr, )
 OSG_CONTAINER_DEF(Transform, nullptr,
                   OSG_FIELD_DESC(Transform, _sfMatrix, "matrix", Matrix, false))
 OSG_CONTAINER_DEF(

@@ -57,7 +57,8 @@ void copyBlock(const clipped_range (&range)[3], const image_extent& window,
                const image_extent& whole, std::size_t pixelBytes, const UInt8* from, UInt8* to,
                bool toWindow) {
     const std::size_t bytes = static_cast<std::size_t>(range[0].count) * pixelBytes;
-    if (bytes == 0) return;
+    if (bytes == 0)
+        return;
     const auto place = [pixelBytes](const image_extent& store, Int64 x, Int64 y, Int64 z) {
         return static_cast<std::size_t>((z * store.height + y) * store.width + x) * pixelBytes;
     };
@@ -125,11 +126,13 @@ bool Image::set(UInt32 pixelFormat, Int32 width, Int32 height, Int32 depth, Int3
     const UInt64 frames = countOf(std::max(1, frameCount));
     const UInt64 sides = countOf(std::max(1, sideCount));
     const UInt32 pixelBytes = osgChannelsOf(pixelFormat) * osgBytesPerChannel(type);
-    if (pixelBytes == 0) return refuse("set", "unknown pixel format or data type");
+    if (pixelBytes == 0)
+        return refuse("set", "unknown pixel format or data type");
 
     const UInt64 bytes = osgLimitedProduct(
         osgLimitedProduct(osgBytesOfLevels(pixelFormat, type, extent, mips), frames), sides);
-    if (bytes > osgMaxImageBytes) return refuse("set", "the image is too large");
+    if (bytes > osgMaxImageBytes)
+        return refuse("set", "the image is too large");
     try {
         if (!allocMem) {
             MFUInt8().swap(_mfPixel);
@@ -161,21 +164,27 @@ bool Image::set(UInt32 pixelFormat, Int32 width, Int32 height, Int32 depth, Int3
 }
 
 bool Image::set(const ImagePtr& image) {
-    if (image == NullFC) return refuse("set", "no image given");
-    if (image.getCPtr() == this) return true;
+    if (image == NullFC)
+        return refuse("set", "no image given");
+    if (image.getCPtr() == this)
+        return true;
     const bool hasStore = !image->_mfPixel.empty();
-    if (hasStore && !image->isValid()) return refuse("set", "the other image is inconsistent");
+    if (hasStore && !image->isValid())
+        return refuse("set", "the other image is inconsistent");
     return set(image->getPixelFormat(), image->getWidth(), image->getHeight(), image->getDepth(),
                image->getMipMapCount(), image->getFrameCount(), image->getFrameDelay(),
                image->getData(), image->getDataType(), hasStore, image->getSideCount());
 }
 
 bool Image::setData(const UInt8* data) {
-    if (data == nullptr) return refuse("setData", "no data given");
+    if (data == nullptr)
+        return refuse("setData", "no data given");
     const unsigned long bytes = getSize();
-    if (bytes > osgMaxImageBytes) return refuse("setData", "the image is too large");
+    if (bytes > osgMaxImageBytes)
+        return refuse("setData", "the image is too large");
     _mfPixel.resize(bytes);
-    if (bytes != 0) std::memmove(_mfPixel.getValues().data(), data, bytes);
+    if (bytes != 0)
+        std::memmove(_mfPixel.getValues().data(), data, bytes);
     changedCP(getPtr(), PixelFieldMask);
     return true;
 }
@@ -187,53 +196,62 @@ void Image::clearData() {
 
 bool Image::setSubData(Int32 offX, Int32 offY, Int32 offZ, Int32 srcW, Int32 srcH, Int32 srcD,
                        const UInt8* data) {
-    if (data == nullptr) return refuse("setSubData", "no data given");
-    if (hasCompressedData()) return refuse("setSubData", "the image is compressed");
+    if (data == nullptr)
+        return refuse("setSubData", "no data given");
+    if (hasCompressedData())
+        return refuse("setSubData", "the image is compressed");
     UInt8* pixels = getData();
-    if (pixels == nullptr) return refuse("setSubData", "the image has no pixels");
+    if (pixels == nullptr)
+        return refuse("setSubData", "the image has no pixels");
 
     const clipped_range block[3] = {
         {offX, srcW, getWidth()}, {offY, srcH, getHeight()}, {offZ, srcD, getDepth()}};
-    copyBlock(block, {srcW, srcH, srcD}, extentOf(*this), pixelBytesOf(*this), data,
-              pixels, false);
+    copyBlock(block, {srcW, srcH, srcD}, extentOf(*this), pixelBytesOf(*this), data, pixels, false);
     changedCP(getPtr(), PixelFieldMask);
     return true;
 }
 
 bool Image::subImage(Int32 offX, Int32 offY, Int32 offZ, Int32 destW, Int32 destH, Int32 destD,
                      ImagePtr destination) {
-    if (hasCompressedData()) return refuse("subImage", "the image is compressed");
+    if (hasCompressedData())
+        return refuse("subImage", "the image is compressed");
     // The image itself may be the destination, so its pixels move out before it changes.
     const image_extent whole = extentOf(*this);
     MFUInt8 kept;
     const ImagePtr target = targetOf(destination);
     const bool inPlace = target.getCPtr() == this;
     const bool hasPixels = getData() != nullptr;
-    if (inPlace) kept.swap(_mfPixel);
+    if (inPlace)
+        kept.swap(_mfPixel);
     if (!target->set(getPixelFormat(), destW, destH, destD, 1, 1, 0.0, nullptr, getDataType())) {
-        if (inPlace) kept.swap(_mfPixel);
+        if (inPlace)
+            kept.swap(_mfPixel);
         return false;
     }
     target->clear();
-    if (!hasPixels) return true;
+    if (!hasPixels)
+        return true;
 
     const image_extent window = extentOf(*target.getCPtr());
     const clipped_range block[3] = {{offX, window.width, whole.width},
                                     {offY, window.height, whole.height},
                                     {offZ, window.depth, whole.depth}};
     const MFUInt8& source = inPlace ? kept : _mfPixel;
-    copyBlock(block, window, whole, pixelBytesOf(*target.getCPtr()),
-              source.getValues().data(), target->getData(), true);
+    copyBlock(block, window, whole, pixelBytesOf(*target.getCPtr()), source.getValues().data(),
+              target->getData(), true);
     return true;
 }
 
 bool Image::scale(Int32 width, Int32 height, Int32 depth, ImagePtr destination) {
-    if (hasCompressedData()) return refuse("scale", "the image is compressed");
-    if (!isValid()) return refuse("scale", "the image has no pixels");
+    if (hasCompressedData())
+        return refuse("scale", "the image is compressed");
+    if (!isValid())
+        return refuse("scale", "the image has no pixels");
     const image_extent wanted{std::max(1, width), std::max(1, height), std::max(1, depth)};
     const image_extent full = extentOf(*this);
     const ImagePtr target = targetOf(destination);
-    if (wanted == full) return target->set(getPtr());
+    if (wanted == full)
+        return target->set(getPtr());
 
     ImageRefPtr scaled(Image::create());
     if (!scaled->set(getPixelFormat(), wanted.width, wanted.height, wanted.depth, getMipMapCount(),
@@ -256,7 +274,8 @@ bool Image::scale(Int32 width, Int32 height, Int32 depth, ImagePtr destination) 
 bool Image::scaleNextPower2(ImagePtr destination) {
     const auto next = [](Int32 size) {
         Int32 power = 1;
-        while (power < size && power < (1 << 30)) power *= 2;
+        while (power < size && power < (1 << 30))
+            power *= 2;
         return power;
     };
     return scale(next(getWidth()), next(getHeight()), next(getDepth()), destination);
@@ -265,10 +284,10 @@ bool Image::scaleNextPower2(ImagePtr destination) {
 bool Image::reformat(PixelFormat pixelFormat, ImagePtr destination) {
     const UInt32 wanted = static_cast<UInt32>(pixelFormat);
     if (wanted == getPixelFormat()) {
-        return destination != NullFC && destination.getCPtr() != this &&
-               destination->set(getPtr());
+        return destination != NullFC && destination.getCPtr() != this && destination->set(getPtr());
     }
-    if (!isValid()) return refuse("reformat", "the image has no pixels");
+    if (!isValid())
+        return refuse("reformat", "the image has no pixels");
 
     ImageRefPtr converted(Image::create());
     if (!converted->set(wanted, getWidth(), getHeight(), getDepth(), getMipMapCount(),
@@ -278,8 +297,8 @@ bool Image::reformat(PixelFormat pixelFormat, ImagePtr destination) {
     }
     // Pixels follow each other without gaps through all levels, frames and sides.
     const std::size_t count = _mfPixel.size() / pixelBytesOf(*this);
-    if (!osgConvertPixels(getDataType(), getPixelFormat(), getData(), wanted,
-                          converted->getData(), count)) {
+    if (!osgConvertPixels(getDataType(), getPixelFormat(), getData(), wanted, converted->getData(),
+                          count)) {
         return refuse("reformat", "no conversion between these formats");
     }
     return targetOf(destination)->set(converted);
@@ -303,7 +322,8 @@ const UInt8* Image::getData(UInt32 mipmap, UInt32 frame, UInt32 side) const {
                           osgBytesOfLevels(getPixelFormat(), getDataType(), full, mipmap);
     const UInt64 bytes =
         osgBytesOfLevel(getPixelFormat(), getDataType(), osgExtentOfLevel(full, mipmap));
-    if (offset + bytes > _mfPixel.size()) return nullptr; // sizes were set behind the store's back
+    if (offset + bytes > _mfPixel.size())
+        return nullptr; // sizes were set behind the store's back
     return _mfPixel.getValues().data() + offset;
 }
 
@@ -314,8 +334,10 @@ UInt8* Image::getData(UInt32 mipmap, UInt32 frame, UInt32 side) {
 unsigned long Image::getSize(bool withMipmap, bool withFrames, bool withSides) const {
     UInt64 bytes = osgBytesOfLevels(getPixelFormat(), getDataType(), extentOf(*this),
                                     withMipmap ? countOf(getMipMapCount()) : 1);
-    if (withFrames) bytes = osgLimitedProduct(bytes, countOf(getFrameCount()));
-    if (withSides) bytes = osgLimitedProduct(bytes, countOf(getSideCount()));
+    if (withFrames)
+        bytes = osgLimitedProduct(bytes, countOf(getFrameCount()));
+    if (withSides)
+        bytes = osgLimitedProduct(bytes, countOf(getSideCount()));
     return bytes;
 }
 
@@ -353,7 +375,8 @@ void Image::setAttachmentField(const std::string& key, const std::string& data) 
 const std::string* Image::findAttachmentField(const std::string& key) const {
     const StringAttributeMapPtr texts =
         StringAttributeMapPtr::dcast(findAttachment(StringAttributeMap::getClassType()));
-    if (texts == NullFC || !texts->hasAttribute(key)) return nullptr;
+    if (texts == NullFC || !texts->hasAttribute(key))
+        return nullptr;
     return &(*texts)[key];
 }
 
@@ -363,9 +386,7 @@ UInt32 Image::attachmentCount() const {
     return texts != NullFC ? texts->getKeys().getSize() : 0;
 }
 
-bool Image::read(const Char8* fileName) {
-    return ImageFileHandler::the().read(getPtr(), fileName);
-}
+bool Image::read(const Char8* fileName) { return ImageFileHandler::the().read(getPtr(), fileName); }
 
 bool Image::write(const Char8* fileName) const {
     return ImageFileHandler::the().write(getPtr(), fileName);

@@ -41,7 +41,8 @@ bool fail(const Char8* task, const Char8* fileName, const Char8* why) {
 
 bool readWhole(const Char8* fileName, std::vector<UInt8>& bytes) {
     std::ifstream file(fileName, std::ios::binary);
-    if (!file) return false;
+    if (!file)
+        return false;
     bytes.assign(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
     return !file.bad();
 }
@@ -56,18 +57,22 @@ std::vector<UInt8> turned(const UInt8* pixels, std::size_t rowBytes, std::size_t
 }
 
 bool decode(const UInt8* bytes, std::size_t count, const ImagePtr& image) {
-    if (count == 0 || count > 0x7FFFFFFF) return false;
+    if (count == 0 || count > 0x7FFFFFFF)
+        return false;
     const int length = static_cast<int>(count);
     int width = 0;
     int height = 0;
     int channels = 0;
-    if (stbi_info_from_memory(bytes, length, &width, &height, &channels) == 0) return false;
-    if (width < 1 || height < 1 || Int64(width) * height > maxPixels) return false;
+    if (stbi_info_from_memory(bytes, length, &width, &height, &channels) == 0)
+        return false;
+    if (width < 1 || height < 1 || Int64(width) * height > maxPixels)
+        return false;
 
     using Pixels = std::unique_ptr<stbi_uc, void (*)(void*)>;
-    const Pixels pixels(
-        stbi_load_from_memory(bytes, length, &width, &height, &channels, 0), &stbi_image_free);
-    if (pixels == nullptr || channels < 1 || channels > 4) return false;
+    const Pixels pixels(stbi_load_from_memory(bytes, length, &width, &height, &channels, 0),
+                        &stbi_image_free);
+    if (pixels == nullptr || channels < 1 || channels > 4)
+        return false;
     static constexpr UInt32 formats[] = {Image::OSG_L_PF, Image::OSG_LA_PF, Image::OSG_RGB_PF,
                                          Image::OSG_RGBA_PF};
     const std::size_t rowBytes = static_cast<std::size_t>(width) * std::size_t(channels);
@@ -78,7 +83,8 @@ bool decode(const UInt8* bytes, std::size_t count, const ImagePtr& image) {
 
 std::string extensionOf(const std::string& fileName) {
     const std::size_t dot = fileName.find_last_of("./\\");
-    if (dot == std::string::npos || fileName[dot] != '.') return std::string();
+    if (dot == std::string::npos || fileName[dot] != '.')
+        return std::string();
     std::string extension = fileName.substr(dot + 1);
     std::transform(extension.begin(), extension.end(), extension.begin(),
                    [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
@@ -93,10 +99,14 @@ void append(void* target, void* data, int count) {
 enum class Coding { none, png, jpg, bmp, tga };
 
 Coding codingOf(const std::string& extension) {
-    if (extension == "png") return Coding::png;
-    if (extension == "jpg" || extension == "jpeg") return Coding::jpg;
-    if (extension == "bmp") return Coding::bmp;
-    if (extension == "tga") return Coding::tga;
+    if (extension == "png")
+        return Coding::png;
+    if (extension == "jpg" || extension == "jpeg")
+        return Coding::jpg;
+    if (extension == "bmp")
+        return Coding::bmp;
+    if (extension == "tga")
+        return Coding::tga;
     return Coding::none;
 }
 
@@ -140,15 +150,18 @@ ImageFileHandler& ImageFileHandler::the() {
 
 ImagePtr ImageFileHandler::read(const Char8* fileName, const Char8* mimeType) const {
     ImagePtr image = Image::create();
-    if (read(image, fileName, mimeType)) return image;
+    if (read(image, fileName, mimeType))
+        return image;
     subRefCP(image);
     return NullFC;
 }
 
 bool ImageFileHandler::read(const ImagePtr& image, const Char8* fileName, const Char8*) const {
-    if (image == NullFC || fileName == nullptr) return fail("read", fileName, "nothing given");
+    if (image == NullFC || fileName == nullptr)
+        return fail("read", fileName, "nothing given");
     std::vector<UInt8> bytes;
-    if (!readWhole(fileName, bytes)) return fail("read", fileName, "cannot be opened");
+    if (!readWhole(fileName, bytes))
+        return fail("read", fileName, "cannot be opened");
     if (!decode(bytes.data(), bytes.size(), image)) {
         return fail("read", fileName, "is no picture of a known format, or is damaged");
     }
@@ -158,16 +171,19 @@ bool ImageFileHandler::read(const ImagePtr& image, const Char8* fileName, const 
 
 ImagePtr ImageFileHandler::read(const UInt8* bytes, UInt32 count) const {
     ImagePtr image = Image::create();
-    if (bytes != nullptr && decode(bytes, count, image)) return image;
+    if (bytes != nullptr && decode(bytes, count, image))
+        return image;
     fail("read", "(memory)", "is no picture of a known format, or is damaged");
     subRefCP(image);
     return NullFC;
 }
 
 bool ImageFileHandler::write(const ImagePtr& image, const Char8* fileName, const Char8*) const {
-    if (image == NullFC || fileName == nullptr) return fail("write", fileName, "nothing given");
+    if (image == NullFC || fileName == nullptr)
+        return fail("write", fileName, "nothing given");
     const Coding coding = codingOf(extensionOf(fileName));
-    if (coding == Coding::none) return fail("write", fileName, "unknown extension");
+    if (coding == Coding::none)
+        return fail("write", fileName, "unknown extension");
     if (!image->isValid() || image->hasCompressedData() ||
         image->getDataType() != Image::OSG_UINT8_IMAGEDATA) {
         return fail("write", fileName, "the image has no pixels of 8-bit channels");
@@ -177,7 +193,8 @@ bool ImageFileHandler::write(const ImagePtr& image, const Char8* fileName, const
     const Image::PixelFormat format = fileFormatOf(*image);
     if (image->getPixelFormat() != static_cast<UInt32>(format)) {
         plain = Image::create();
-        if (!image->reformat(format, plain)) return false;
+        if (!image->reformat(format, plain))
+            return false;
     }
     const int width = plain->getWidth();
     const int height = plain->getHeight();

@@ -58,7 +58,8 @@ image_extent osgExtentOfLevel(const image_extent& full, UInt32 level) {
 }
 
 UInt64 osgLimitedProduct(UInt64 a, UInt64 b) {
-    if (b != 0 && a > osgMaxImageBytes / b) return osgMaxImageBytes + 1;
+    if (b != 0 && a > osgMaxImageBytes / b)
+        return osgMaxImageBytes + 1;
     return a * b;
 }
 
@@ -79,22 +80,21 @@ UInt64 osgBytesOfLevels(UInt32 pixelFormat, Int32 dataType, const image_extent& 
                         UInt32 count) {
     UInt64 bytes = 0;
     for (UInt32 level = 0; level < count; ++level) {
-        const UInt64 here =
-            osgBytesOfLevel(pixelFormat, dataType, osgExtentOfLevel(full, level));
+        const UInt64 here = osgBytesOfLevel(pixelFormat, dataType, osgExtentOfLevel(full, level));
         if (level >= 31) { // all further ones are alike
             bytes += osgLimitedProduct(here, count - level);
             break;
         }
         bytes += here;
-        if (bytes > osgMaxImageBytes) break;
+        if (bytes > osgMaxImageBytes)
+            break;
     }
     return std::min(bytes, osgMaxImageBytes + 1);
 }
 
 namespace {
 
-template <class T>
-T meanOf(T a, T b, T c) {
+template <class T> T meanOf(T a, T b, T c) {
     if constexpr (std::is_integral_v<T>) {
         return static_cast<T>((Int64(a) + Int64(b) + Int64(c)) / 3);
     } else {
@@ -104,14 +104,12 @@ T meanOf(T a, T b, T c) {
 
 /// One pixel, taken apart. Formats without alpha have one value for grey targets and another
 /// for colours: colour that becomes grey and alpha has its mean as alpha.
-template <class T>
-struct pixel_parts {
+template <class T> struct pixel_parts {
     T red, green, blue, grey;
     T alphaOfGrey, alphaOfColor;
 };
 
-template <class T>
-pixel_parts<T> takeApart(UInt32 format, const T* v) {
+template <class T> pixel_parts<T> takeApart(UInt32 format, const T* v) {
     constexpr T full = std::is_integral_v<T> ? std::numeric_limits<T>::max() : T(1);
     switch (format) {
     case Image::OSG_LA_PF:
@@ -133,8 +131,7 @@ pixel_parts<T> takeApart(UInt32 format, const T* v) {
     }
 }
 
-template <class T>
-void putTogether(UInt32 format, const pixel_parts<T>& p, T* v) {
+template <class T> void putTogether(UInt32 format, const pixel_parts<T>& p, T* v) {
     switch (format) {
     case Image::OSG_A_PF:
         v[0] = p.alphaOfGrey;
@@ -177,8 +174,10 @@ void convertAll(UInt32 fromFormat, const UInt8* from, UInt32 toFormat, UInt8* to
 
 bool osgConvertPixels(Int32 dataType, UInt32 fromFormat, const UInt8* from, UInt32 toFormat,
                       UInt8* to, std::size_t count) {
-    if (osgIsCompressed(fromFormat) || osgIsCompressed(toFormat)) return false;
-    if (osgChannelsOf(fromFormat) == 0 || osgChannelsOf(toFormat) == 0) return false;
+    if (osgIsCompressed(fromFormat) || osgIsCompressed(toFormat))
+        return false;
+    if (osgChannelsOf(fromFormat) == 0 || osgChannelsOf(toFormat) == 0)
+        return false;
     switch (dataType) {
     case Image::OSG_UINT8_IMAGEDATA:
         convertAll<UInt8>(fromFormat, from, toFormat, to, count);

@@ -32,8 +32,7 @@ constexpr UInt64 osgMaxImageBytes = 0xFFFFFFFFu;
 /// Bytes of one level; more than osgMaxImageBytes stands for anything larger.
 UInt64 osgBytesOfLevel(UInt32 pixelFormat, Int32 dataType, const image_extent& extent);
 /// Bytes of the first `count` levels together, with the same limit.
-UInt64 osgBytesOfLevels(UInt32 pixelFormat, Int32 dataType, const image_extent& full,
-                        UInt32 count);
+UInt64 osgBytesOfLevels(UInt32 pixelFormat, Int32 dataType, const image_extent& full, UInt32 count);
 /// a * b, with the same limit.
 UInt64 osgLimitedProduct(UInt64 a, UInt64 b);
 

@@ -18,9 +18,9 @@ namespace {
 
 /// Whether a field says something about how the container looks.
 bool countsAsContent(const FieldContainer& container, const FieldDescription& desc) {
-    if (desc.isInternal() || std::strcmp(desc.getCName(), "attachments") == 0) return false;
-    return container.getType() != Image::getClassType() ||
-           desc.getFieldId() != Image::NameFieldId;
+    if (desc.isInternal() || std::strcmp(desc.getCName(), "attachments") == 0)
+        return false;
+    return container.getType() != Image::getClassType() || desc.getFieldId() != Image::NameFieldId;
 }
 
 /// Exact equality of content. A work list instead of recursion: containers may refer to each
@@ -34,7 +34,8 @@ class content_comparison {
         while (!comparison._open.empty()) {
             const auto [first, second] = comparison._open.back();
             comparison._open.pop_back();
-            if (!comparison.sameFields(first, second)) return false;
+            if (!comparison.sameFields(first, second))
+                return false;
         }
         return true;
     }
@@ -43,23 +44,28 @@ class content_comparison {
     typedef std::pair<FieldContainerPtr, FieldContainerPtr> Pair;
 
     void enter(const FieldContainerPtr& a, const FieldContainerPtr& b) {
-        if (a == b) return;
+        if (a == b)
+            return;
         if (_seen.emplace(a.getFieldContainerId(), b.getFieldContainerId()).second) {
             _open.emplace_back(a, b);
         }
     }
 
     bool sameFields(const FieldContainerPtr& a, const FieldContainerPtr& b) {
-        if (a == NullFC || b == NullFC || a->getType() != b->getType()) return false;
+        if (a == NullFC || b == NullFC || a->getType() != b->getType())
+            return false;
         for (const FieldDescription* desc : a->getType().getFieldDescs()) {
-            if (!countsAsContent(*a, *desc)) continue;
+            if (!countsAsContent(*a, *desc))
+                continue;
             const Field& left = *desc->getField(*a);
             const Field& right = *desc->getField(*b);
             if (!left.holdsPointers()) {
-                if (!left.equals(right)) return false;
+                if (!left.equals(right))
+                    return false;
                 continue;
             }
-            if (left.getSize() != right.getSize()) return false;
+            if (left.getSize() != right.getSize())
+                return false;
             for (UInt32 i = 0; i < left.getSize(); ++i) {
                 enter(left.pointerAt(i), right.pointerAt(i));
             }
@@ -81,13 +87,15 @@ class content_hash {
     static constexpr UInt32 maxDepth = 4;
 
     UInt64 of(const FieldContainerPtr& container, UInt32 depth) {
-        if (container == NullFC) return 0;
+        if (container == NullFC)
+            return 0;
         // Images have no references, so that they need one hash for all depths.
         const bool isImage = container->getType() == Image::getClassType();
-        const UInt64 key = UInt64(container.getFieldContainerId()) * (maxDepth + 1) +
-                           (isImage ? 0 : depth);
+        const UInt64 key =
+            UInt64(container.getFieldContainerId()) * (maxDepth + 1) + (isImage ? 0 : depth);
         const auto known = _known.find(key);
-        if (known != _known.end()) return known->second;
+        if (known != _known.end())
+            return known->second;
         const UInt64 hash = compute(container, depth);
         _known.emplace(key, hash);
         return hash;
@@ -96,14 +104,16 @@ class content_hash {
     UInt64 compute(const FieldContainerPtr& container, UInt32 depth) {
         UInt64 hash = osgHashBytes(nullptr, 0, container->getTypeId());
         for (const FieldDescription* desc : container->getType().getFieldDescs()) {
-            if (!countsAsContent(*container, *desc)) continue;
+            if (!countsAsContent(*container, *desc))
+                continue;
             const Field& field = *desc->getField(*container);
             if (!field.holdsPointers()) {
                 hash = hashOfPlain(field, hash);
                 continue;
             }
             hash = mix(hash, field.getSize());
-            if (depth == 0) continue;
+            if (depth == 0)
+                continue;
             for (UInt32 i = 0; i < field.getSize(); ++i) {
                 hash = mix(hash, of(field.pointerAt(i), depth - 1));
             }
@@ -155,14 +165,19 @@ std::vector<material_user> usersBelow(const GraphOp& operation, const NodePtr& r
     while (!open.empty()) {
         const NodePtr node = open.back();
         open.pop_back();
-        if (operation.isInExcludeList(node)) continue;
-        for (UInt32 i = node->getNChildren(); i-- > 0;) open.push_back(node->getChild(i));
+        if (operation.isInExcludeList(node))
+            continue;
+        for (UInt32 i = node->getNChildren(); i-- > 0;)
+            open.push_back(node->getChild(i));
 
         const NodeCorePtr core = node->getCore();
-        if (core == NullFC || !seenCores.insert(core.getFieldContainerId()).second) continue;
+        if (core == NullFC || !seenCores.insert(core.getFieldContainerId()).second)
+            continue;
         const material_user user{MaterialDrawablePtr::dcast(core), MaterialGroupPtr::dcast(core)};
-        if (user.drawable == NullFC && user.group == NullFC) continue;
-        if (user.material() != NullFC) users.push_back(user);
+        if (user.drawable == NullFC && user.group == NullFC)
+            continue;
+        if (user.material() != NullFC)
+            users.push_back(user);
     }
     return users;
 }
@@ -172,7 +187,8 @@ class first_of_equals {
   public:
     MaterialPtr of(const MaterialPtr& material) {
         MaterialPtr& known = _known[material.getFieldContainerId()];
-        if (known == NullFC) known = search(material);
+        if (known == NullFC)
+            known = search(material);
         return known;
     }
 
@@ -180,7 +196,8 @@ class first_of_equals {
     MaterialPtr search(const MaterialPtr& material) {
         std::vector<MaterialPtr>& bucket = _buckets[_hash.of(material)];
         for (const MaterialPtr& first : bucket) {
-            if (content_comparison::same(first, material)) return first;
+            if (content_comparison::same(first, material))
+                return first;
         }
         bucket.push_back(material);
         return material;
@@ -199,12 +216,14 @@ MaterialMergeGraphOp::MaterialMergeGraphOp(const char* name) : GraphOp(name) {}
 MaterialMergeGraphOp::~MaterialMergeGraphOp() = default;
 
 bool MaterialMergeGraphOp::traverse(NodePtr& root) {
-    if (root == NullFC) return false;
+    if (root == NullFC)
+        return false;
     first_of_equals firsts;
     for (const material_user& user : usersBelow(*this, root)) {
         const MaterialPtr material = user.material();
         const MaterialPtr first = firsts.of(material);
-        if (first != material) user.set(first); // may destroy the material
+        if (first != material)
+            user.set(first); // may destroy the material
     }
     return true;
 }

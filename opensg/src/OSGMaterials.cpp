@@ -64,8 +64,10 @@ bool ChunkMaterial::addChunk(const StateChunkPtr& chunk, Int32 slot) {
 
 bool ChunkMaterial::subChunk(const StateChunkPtr& chunk, Int32 slot) {
     for (UInt32 i = 0; i < _mfChunks.size(); ++i) {
-        if (_mfChunks[i] != chunk || slotOf(i) != slot) continue;
-        if (i < _mfSlots.size()) _mfSlots.erase(_mfSlots.begin() + i);
+        if (_mfChunks[i] != chunk || slotOf(i) != slot)
+            continue;
+        if (i < _mfSlots.size())
+            _mfSlots.erase(_mfSlots.begin() + i);
         _mfChunks.removeAt(i); // may destroy the chunk
         return false;
     }
@@ -80,7 +82,8 @@ Int32 ChunkMaterial::find(const StateChunkPtr& chunk) const {
 
 StateChunkPtr ChunkMaterial::find(const FieldContainerType& type, Int32 slot) const {
     for (UInt32 i = 0; i < _mfChunks.size(); ++i) {
-        if (_mfChunks[i]->getType() == type && slotOf(i) == slot) return _mfChunks[i];
+        if (_mfChunks[i]->getType() == type && slotOf(i) == slot)
+            return _mfChunks[i];
     }
     return NullFC;
 }
@@ -91,25 +94,29 @@ void ChunkMaterial::clearChunks() {
 }
 
 bool ChunkMaterial::isTransparent() const {
-    if (getTransparencyMode() != TransparencyAutoDetection) return Material::isTransparent();
+    if (getTransparencyMode() != TransparencyAutoDetection)
+        return Material::isTransparent();
     return std::any_of(_mfChunks.begin(), _mfChunks.end(),
                        [](const StateChunkPtr& chunk) { return chunk->isTransparent(); });
 }
 
 bool SimpleMaterial::isTransparent() const {
-    if (getTransparencyMode() != TransparencyAutoDetection) return Material::isTransparent();
+    if (getTransparencyMode() != TransparencyAutoDetection)
+        return Material::isTransparent();
     return getTransparency() > Eps || ChunkMaterial::isTransparent();
 }
 
 bool SimpleTexturedMaterial::isTransparent() const {
-    if (getTransparencyMode() != TransparencyAutoDetection) return Material::isTransparent();
+    if (getTransparencyMode() != TransparencyAutoDetection)
+        return Material::isTransparent();
     const bool texture =
         getImage() != NullFC && getImage()->hasAlphaChannel() && getEnvMode() != GL_DECAL;
     return texture || SimpleMaterial::isTransparent();
 }
 
 void SwitchMaterial::addMaterial(const MaterialPtr& material) {
-    if (material != NullFC) _mfMaterials.add(material);
+    if (material != NullFC)
+        _mfMaterials.add(material);
 }
 
 void SwitchMaterial::subMaterial(const MaterialPtr& material) {
@@ -126,7 +133,8 @@ bool SwitchMaterial::hasMaterial(const MaterialPtr& material) const {
 }
 
 MaterialPtr SwitchMaterial::getMaterial(UInt32 index) const {
-    if (index < _mfMaterials.size()) return _mfMaterials[index];
+    if (index < _mfMaterials.size())
+        return _mfMaterials[index];
     SWARNING << "SwitchMaterial::getMaterial: index " << index << " out of range" << endLog;
     return NullFC;
 }
@@ -139,7 +147,8 @@ bool SwitchMaterial::isTransparent() const {
     while (at->getChoice() < at->_mfMaterials.size() && seen.insert(at).second) {
         const MaterialPtr chosen = at->_mfMaterials[at->getChoice()];
         const SwitchMaterialPtr inner = SwitchMaterialPtr::dcast(chosen);
-        if (inner == NullFC) return chosen->isTransparent();
+        if (inner == NullFC)
+            return chosen->isTransparent();
         at = inner.getCPtr();
     }
     return false;

@@ -41,7 +41,8 @@ SceneFileType::SceneFileType(std::list<IDString> suffixes, UInt32 flags)
       _registered(false) {}
 
 SceneFileType::~SceneFileType() {
-    if (_registered) SceneFileHandler::the().subSceneFileType(*this);
+    if (_registered)
+        SceneFileHandler::the().subSceneFileType(*this);
 }
 
 NodePtr SceneFileType::read(std::istream&, const Char8*) const {
@@ -85,14 +86,16 @@ SceneFileType* SceneFileHandler::getFileType(const Char8* fileNameOrExtension) c
 SceneFileType* SceneFileHandler::usableType(const Char8* fileNameOrExtension, UInt32 flag,
                                             const Char8* task) const {
     SceneFileType* type = getFileType(fileNameOrExtension);
-    if (type != nullptr && (type->getFlags() & flag) != 0) return type;
+    if (type != nullptr && (type->getFlags() & flag) != 0)
+        return type;
     SWARNING << "SceneFileHandler: no file type can " << task << " " << shown(fileNameOrExtension)
              << endLog;
     return nullptr;
 }
 
 NodePtr SceneFileHandler::read(const Char8* fileName, GraphOpSeq* graphOpSeq) const {
-    if (usableType(fileName, SceneFileType::OSG_READ_SUPPORTED, "read") == nullptr) return NullFC;
+    if (usableType(fileName, SceneFileType::OSG_READ_SUPPORTED, "read") == nullptr)
+        return NullFC;
     std::ifstream file(fileName, std::ios::binary);
     if (!file) {
         SWARNING << "SceneFileHandler: cannot open " << fileName << endLog;
@@ -103,11 +106,12 @@ NodePtr SceneFileHandler::read(const Char8* fileName, GraphOpSeq* graphOpSeq) co
 
 NodePtr SceneFileHandler::read(std::istream& in, const Char8* extension,
                                GraphOpSeq* graphOpSeq) const {
-    const SceneFileType* type =
-        usableType(extension, SceneFileType::OSG_READ_SUPPORTED, "read");
-    if (type == nullptr) return NullFC;
+    const SceneFileType* type = usableType(extension, SceneFileType::OSG_READ_SUPPORTED, "read");
+    if (type == nullptr)
+        return NullFC;
     NodePtr root = type->read(in, extension);
-    if (root != NullFC && graphOpSeq != nullptr) graphOpSeq->traverse(root);
+    if (root != NullFC && graphOpSeq != nullptr)
+        graphOpSeq->traverse(root);
     return root;
 }
 
@@ -116,15 +120,18 @@ bool SceneFileHandler::write(const NodePtr& node, const Char8* fileName, bool co
         SWARNING << "SceneFileHandler: no scene to write to " << shown(fileName) << endLog;
         return false;
     }
-    if (usableType(fileName, SceneFileType::OSG_WRITE_SUPPORTED, "write") == nullptr) return false;
+    if (usableType(fileName, SceneFileType::OSG_WRITE_SUPPORTED, "write") == nullptr)
+        return false;
     std::ofstream file(fileName, std::ios::binary);
     if (!file) {
         SWARNING << "SceneFileHandler: cannot open " << fileName << " for writing" << endLog;
         return false;
     }
-    if (!write(node, file, fileName, compress)) return false;
+    if (!write(node, file, fileName, compress))
+        return false;
     file.close();
-    if (!file) SWARNING << "SceneFileHandler: cannot write " << fileName << endLog;
+    if (!file)
+        SWARNING << "SceneFileHandler: cannot write " << fileName << endLog;
     return !file.fail();
 }
 
@@ -134,20 +141,21 @@ bool SceneFileHandler::write(const NodePtr& node, std::ostream& out, const Char8
         SWARNING << "SceneFileHandler: no scene to write" << endLog;
         return false;
     }
-    const SceneFileType* type =
-        usableType(extension, SceneFileType::OSG_WRITE_SUPPORTED, "write");
+    const SceneFileType* type = usableType(extension, SceneFileType::OSG_WRITE_SUPPORTED, "write");
     return type != nullptr && type->write(node, out, extension);
 }
 
 void SceneFileHandler::getSuffixList(std::list<const Char8*>& suffixes, UInt32 flags) const {
     for (const auto& entry : _types) {
-        if ((entry.second->getFlags() & flags) != 0) suffixes.push_back(entry.first.c_str());
+        if ((entry.second->getFlags() & flags) != 0)
+            suffixes.push_back(entry.first.c_str());
     }
 }
 
 bool SceneFileHandler::setOptions(const Char8* suffix, const Char8* options) {
     SceneFileType* type = getFileType(suffix);
-    if (type != nullptr) type->setOptions(options);
+    if (type != nullptr)
+        type->setOptions(options);
     return type != nullptr;
 }
 
@@ -157,7 +165,8 @@ bool SceneFileHandler::addSceneFileType(SceneFileType& type) {
         SceneFileType*& slot = _types[suffix.str()];
         const bool free = slot == nullptr || (type.doOverride() && type.getOverridePriority() >
                                                                        slot->getOverridePriority());
-        if (free) slot = &type;
+        if (free)
+            slot = &type;
         entered = entered || free;
     }
     return entered;

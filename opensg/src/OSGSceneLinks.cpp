@@ -17,7 +17,8 @@ template <class Owner, class TargetPtr, class Call>
 bool assignTyped(const FieldContainerPtr& owner, const FieldContainerPtr& target, Call call) {
     const typename Owner::Ptr typedOwner = Owner::Ptr::dcast(owner);
     const TargetPtr typedTarget = TargetPtr::dcast(target);
-    if (typedOwner == NullFC || typedTarget == NullFC) return false;
+    if (typedOwner == NullFC || typedTarget == NullFC)
+        return false;
     call(*typedOwner, typedTarget);
     return true;
 }
@@ -26,11 +27,12 @@ bool assignTyped(const FieldContainerPtr& owner, const FieldContainerPtr& target
     {                                                                                              \
         &CLASS::getClassType(), CLASS::FIELD##FieldId, MANY, TO_CHILD,                             \
             [](const FieldContainerPtr& owner, const FieldContainerPtr& target) {                  \
-                return assignTyped<CLASS, TARGET>(                                                 \
-                    owner, target, [](CLASS& o, const TARGET& t) { o.METHOD(t); });                \
+                return assignTyped<CLASS, TARGET>(owner, target,                                   \
+                                                  [](CLASS& o, const TARGET& t) { o.METHOD(t); }); \
             }                                                                                      \
     }
-#define SCENE_LINK(CLASS, FIELD, TARGET) SCENE_LINK_OF(CLASS, FIELD, TARGET, set##FIELD, false, false)
+#define SCENE_LINK(CLASS, FIELD, TARGET)                                                           \
+    SCENE_LINK_OF(CLASS, FIELD, TARGET, set##FIELD, false, false)
 
 const std::vector<scene_link>& allLinks() {
     static const std::vector<scene_link>& links = *new std::vector<scene_link>{
@@ -72,7 +74,8 @@ const std::vector<scene_link>& allLinks() {
 
 const scene_link* osgFindSceneLink(const FieldContainerType& type, UInt32 fieldId) {
     for (const scene_link& link : allLinks()) {
-        if (link.fieldId == fieldId && type.isDerivedFrom(*link.owner)) return &link;
+        if (link.fieldId == fieldId && type.isDerivedFrom(*link.owner))
+            return &link;
     }
     return nullptr;
 }

@@ -136,8 +136,7 @@ TEST(LineExtract, WorldCoordinatesTurnNormalsWithoutScalingThem) {
     const ::osg::TransformPtr place = ::osg::Transform::create();
     ::osg::Matrix matrix;
     // x to y, y to -x, everything doubled, then moved.
-    matrix.setValue(::osg::Vec3f(0, 2, 0), ::osg::Vec3f(-2, 0, 0), ::osg::Vec3f(0, 0, 2),
-                    ::osg::Vec3f(10, 20, 30));
+    matrix.setValue(0, -2, 0, 10, 2, 0, 0, 20, 0, 0, 2, 30, 0, 0, 0, 1);
     place->setMatrix(matrix);
     root->setCore(place);
     const ::osg::NodePtr node = flat::nodeOf(source);

@@ -4,6 +4,7 @@
 
 #include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGDistanceLOD.h>
+#include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 #include <OpenSG/OSGSwitch.h>

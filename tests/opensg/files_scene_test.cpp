@@ -46,22 +46,26 @@ class canonical_text {
     static std::string of(const FieldContainerPtr& root) {
         canonical_text text;
         text.numberOf(root);
-        for (std::size_t i = 0; i < text._order.size(); ++i) text.describe(text._order[i]);
+        for (std::size_t i = 0; i < text._order.size(); ++i)
+            text.describe(text._order[i]);
         return text._out.str();
     }
 
   private:
     std::size_t numberOf(const FieldContainerPtr& container) {
-        if (container == NullFC) return 0;
+        if (container == NullFC)
+            return 0;
         const auto entered = _numbers.emplace(container.getFieldContainerId(), _order.size() + 1);
-        if (entered.second) _order.push_back(container);
+        if (entered.second)
+            _order.push_back(container);
         return entered.first->second;
     }
 
     void describe(const FieldContainerPtr container) {
         _out << "[" << numberOf(container) << "] " << container->getTypeName() << "\n";
         for (const FieldDescription* desc : container->getType().getFieldDescs()) {
-            if (desc->isInternal()) continue;
+            if (desc->isInternal())
+                continue;
             const Field& field = *desc->getField(*container);
             _out << "  " << desc->getCName() << " =";
             if (const auto* map = dynamic_cast<const SFAttachmentMap*>(&field)) {
@@ -136,7 +140,8 @@ GeometryPtr interleavedGeometry(const MaterialPtr& material) {
 NodePtr nodeOf(const NodeCorePtr& core, const char* name = nullptr) {
     const NodePtr node = Node::create();
     node->setCore(core);
-    if (name != nullptr) setName(node, name);
+    if (name != nullptr)
+        setName(node, name);
     return node;
 }
 
@@ -251,22 +256,21 @@ TEST(SceneFiles, TheReadVolumeIsThatOfTheScene) {
     EXPECT_FALSE(again->getVolume().isEmpty());
 }
 
-template <class Desc>
-void expectPropertyRoundTrip(const char* name) {
+template <class Desc> void expectPropertyRoundTrip(const char* name) {
     SCOPED_TRACE(name);
     const auto property = GeoProperty<Desc>::create();
     property->resize(3);
     // Any bytes do: the file stores values as they are.
     UInt8* bytes = property->editData();
     const UInt32 count = 3 * property->getFormatSize() * property->getDimension();
-    for (UInt32 i = 0; i < count; ++i) bytes[i] = static_cast<UInt8>(i + 1);
+    for (UInt32 i = 0; i < count; ++i)
+        bytes[i] = static_cast<UInt8>(i + 1);
 
     const NodeRefPtr root(nodeOf(Group::create()));
     root->addAttachment(property);
     const NodeRefPtr again(readBack(written(root)));
     ASSERT_NE(again, NullFC);
-    const auto back = GeoProperty<Desc>::PtrType::dcast(
-        again->findAttachment(property->getType()));
+    const auto back = GeoProperty<Desc>::PtrType::dcast(again->findAttachment(property->getType()));
     ASSERT_NE(back, NullFC);
     ASSERT_EQ(back->getSize(), 3u);
     EXPECT_EQ(std::memcmp(back->getData(), bytes, count), 0);
@@ -340,7 +344,8 @@ TEST(SceneFiles, GoByExtension) {
 /// A type of our own beside the built-in one.
 class one_node_type : public SceneFileType {
   public:
-    one_node_type() : SceneFileType(suffixes(), sizeof(const Char8*), false, 0, OSG_READ_SUPPORTED) {}
+    one_node_type()
+        : SceneFileType(suffixes(), sizeof(const Char8*), false, 0, OSG_READ_SUPPORTED) {}
     const Char8* getName() const override { return "one node"; }
     NodePtr read(std::istream&, const Char8*) const override { return Node::create(); }
 
@@ -399,14 +404,17 @@ TEST(SceneFilesDamage, FlippedBytesAndCutsNeverDoHarm) {
     for (int round = 0; round < rounds; ++round) {
         std::string bytes = whole;
         const unsigned flips = round % 4 == 0 ? 0 : 1 + static_cast<unsigned>(rng() % 5);
-        for (unsigned i = 0; i < flips; ++i) bytes[rng() % bytes.size()] ^= char(1u << rng() % 8);
-        if (flips == 0) bytes.resize(rng() % bytes.size());
+        for (unsigned i = 0; i < flips; ++i)
+            bytes[rng() % bytes.size()] ^= char(1u << rng() % 8);
+        if (flips == 0)
+            bytes.resize(rng() % bytes.size());
         const NodeRefPtr root(readBack(bytes));
         if (flips == 0) {
             EXPECT_EQ(root, NullFC) << bytes.size();
         }
         refused += root == NullFC ? 1 : 0;
-        if (root != NullFC) useScene(root);
+        if (root != NullFC)
+            useScene(root);
     }
     EXPECT_EQ(liveContainers(), alive);
     EXPECT_GT(refused, rounds / 4);
@@ -415,8 +423,7 @@ TEST(SceneFilesDamage, FlippedBytesAndCutsNeverDoHarm) {
 
 // ---- files made by hand -------------------------------------------------------------------
 
-template <class T>
-std::string raw(T number) {
+template <class T> std::string raw(T number) {
     return std::string(reinterpret_cast<const char*>(&number), sizeof(T));
 }
 std::string text(const std::string& word) { return raw(UInt32(word.size())) + word; }
@@ -426,12 +433,14 @@ std::string field(const std::string& name, int kind, const std::string& data) {
 }
 std::string links(const std::string& name, const std::vector<UInt32>& targets) {
     std::string data = raw(UInt32(targets.size()));
-    for (const UInt32 target : targets) data += raw(target);
+    for (const UInt32 target : targets)
+        data += raw(target);
     return field(name, 1, data);
 }
 std::string attachments(const std::vector<std::pair<UInt16, UInt32>>& entries) {
     std::string data = raw(UInt32(entries.size()));
-    for (const auto& entry : entries) data += raw(entry.first) + raw(entry.second);
+    for (const auto& entry : entries)
+        data += raw(entry.first) + raw(entry.second);
     return field("attachments", 2, data);
 }
 
@@ -517,12 +526,12 @@ INSTANTIATE_TEST_SUITE_P(
                               {"Node", links("children", {4})},
                               {"Node", ""}}),
                       false},
-        handmade_case{"twice_a_child",
-                      fileOf({{"Node", links("children", {2, 2})}, {"Node", ""}}), false},
+        handmade_case{"twice_a_child", fileOf({{"Node", links("children", {2, 2})}, {"Node", ""}}),
+                      false},
         handmade_case{"number_too_high", fileOf({{"Node", links("children", {7})}}), false},
         handmade_case{"zero_is_none", fileOf({{"Node", links("children", {0, 0})}}), true},
-        handmade_case{"core_as_child",
-                      fileOf({{"Node", links("children", {2})}, {"Group", ""}}), false},
+        handmade_case{"core_as_child", fileOf({{"Node", links("children", {2})}, {"Group", ""}}),
+                      false},
         handmade_case{"node_as_core", fileOf({{"Node", links("core", {2})}, {"Node", ""}}), false},
         handmade_case{"two_cores",
                       fileOf({{"Node", links("core", {2, 3})}, {"Group", ""}, {"Group", ""}}),
@@ -538,21 +547,20 @@ INSTANTIATE_TEST_SUITE_P(
                       fileOf({{"Node", field("children", 1, raw(UInt32(0xFFFFFFFF)))}}), false},
         handmade_case{"attachments_cut_short",
                       fileOf({{"Node", field("attachments", 2, raw(UInt32(0xFFFFFFFF)))}}), false},
-        handmade_case{"link_as_value", fileOf({{"Node", field("core", 0, raw(UInt32(1)))}}),
-                      false},
+        handmade_case{"link_as_value", fileOf({{"Node", field("core", 0, raw(UInt32(1)))}}), false},
         handmade_case{"value_as_link", fileOf({{"Node", links("travMask", {1})}}), true},
         handmade_case{"value_too_short", fileOf({{"Node", field("travMask", 0, "abc")}}), false},
         handmade_case{"value_too_long", fileOf({{"Node", field("travMask", 0, "abcde")}}), false},
         handmade_case{"inner_field", fileOf({{"Node", field("parent", 0, raw(UInt32(1)))}}), true},
         handmade_case{"unknown_kind", fileOf({{"Node", field("travMask", 9, "??")}}), true},
-        handmade_case{"long_list",
-                      fileOf({{"Node", ""},
-                              {"Image", field("pixel", 0, raw(UInt32(0xFFFFFFFF)) + "abc")}}),
-                      false},
-        handmade_case{"long_text",
-                      fileOf({{"Node", ""},
-                              {"Name", field("name", 0, raw(UInt32(0xFFFFFFF0)) + "abc")}}),
-                      false},
+        handmade_case{
+            "long_list",
+            fileOf({{"Node", ""}, {"Image", field("pixel", 0, raw(UInt32(0xFFFFFFFF)) + "abc")}}),
+            false},
+        handmade_case{
+            "long_text",
+            fileOf({{"Node", ""}, {"Name", field("name", 0, raw(UInt32(0xFFFFFFF0)) + "abc")}}),
+            false},
         handmade_case{"image_without_its_pixels",
                       fileOf({{"Node", ""},
                               {"Image", field("width", 0, raw(Int32(4000))) +
@@ -575,8 +583,7 @@ INSTANTIATE_TEST_SUITE_P(
         handmade_case{"endless_container",
                       lone.substr(0, 16) + text("Node") + raw(UInt32(1)) + raw(huge) + "abc",
                       false},
-        handmade_case{"endless_name", lone.substr(0, 16) + raw(UInt32(0xFFFFFFF0)) + "Node",
-                      false},
+        handmade_case{"endless_name", lone.substr(0, 16) + raw(UInt32(0xFFFFFFF0)) + "Node", false},
         handmade_case{"wrong_number",
                       lone.substr(0, 16) + text("Node") + raw(UInt32(2)) + raw(UInt64(0)) +
                           raw(UInt32(0)),

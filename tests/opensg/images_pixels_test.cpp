@@ -35,7 +35,8 @@ bytes pixelsOf(const ImageRefPtr& image) {
 
 bytes randomBytes(std::mt19937& rng, std::size_t count) {
     bytes made(count);
-    for (UInt8& b : made) b = static_cast<UInt8>(1 + rng() % 255); // never the 0 of "outside"
+    for (UInt8& b : made)
+        b = static_cast<UInt8>(1 + rng() % 255); // never the 0 of "outside"
     return made;
 }
 
@@ -59,8 +60,8 @@ TEST(ImageSet, WithoutDataTheStoreKeepsWhatItCan) {
     EXPECT_EQ(pixelsOf(image), (bytes{1, 2, 3, 4, 0, 0})) << "larger";
     EXPECT_TRUE(image->set(Image::OSG_L_PF, 3));
     EXPECT_EQ(pixelsOf(image), (bytes{0, 0, 0})) << "smaller";
-    EXPECT_FALSE(image->set(Image::OSG_L_PF, 3, 1, 1, 1, 1, 0., nullptr,
-                            Image::OSG_UINT8_IMAGEDATA, false));
+    EXPECT_FALSE(
+        image->set(Image::OSG_L_PF, 3, 1, 1, 1, 1, 0., nullptr, Image::OSG_UINT8_IMAGEDATA, false));
     EXPECT_EQ(image->getData(), nullptr) << "no store wanted";
 }
 
@@ -118,8 +119,7 @@ block randomBlock(std::mt19937& rng) {
     const auto number = [&rng](int low, int high) {
         return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
     };
-    return {number(-4, 6), number(-4, 6), number(-2, 3),
-            number(1, 7),  number(1, 7),  number(1, 3)};
+    return {number(-4, 6), number(-4, 6), number(-2, 3), number(1, 7), number(1, 7), number(1, 3)};
 }
 
 TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
@@ -143,7 +143,8 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
             for (Int32 y = 0; y < b.h; ++y)
                 for (Int32 x = 0; x < b.w; ++x) {
                     const Int32 X = b.x + x, Y = b.y + y, Z = b.z + z;
-                    if (X < 0 || Y < 0 || Z < 0 || X >= w || Y >= h || Z >= d) continue;
+                    if (X < 0 || Y < 0 || Z < 0 || X >= w || Y >= h || Z >= d)
+                        continue;
                     for (std::size_t c = 0; c < bpp; ++c) {
                         written[at(X, Y, Z, w, h) + c] = part[at(x, y, z, b.w, b.h) + c];
                         cut[at(x, y, z, b.w, b.h) + c] = whole[at(X, Y, Z, w, h) + c];
@@ -227,13 +228,7 @@ TEST(ImageReformat, FollowsTheTable) {
         {Image::OSG_L_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
         {Image::OSG_I_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
         {Image::OSG_LA_PF, {8, 5}, {5}, {8}, {8, 5}, {8, 8, 8}, {8, 8, 8, 5}},
-        {Image::OSG_RGB_PF,
-         {10, 20, 31},
-         {20},
-         {20},
-         {20, 20},
-         {10, 20, 31},
-         {10, 20, 31, 255}},
+        {Image::OSG_RGB_PF, {10, 20, 31}, {20}, {20}, {20, 20}, {10, 20, 31}, {10, 20, 31, 255}},
         {Image::OSG_RGBA_PF,
          {250, 251, 255, 4},
          {4},
@@ -245,12 +240,9 @@ TEST(ImageReformat, FollowsTheTable) {
         {Image::OSG_BGRA_PF, {1, 2, 3, 4}, {4}, {2}, {2, 4}, {3, 2, 1}, {3, 2, 1, 4}}};
     for (const reformat_case& c : cases) {
         SCOPED_TRACE(testing::Message() << "from " << c.from);
-        const std::pair<Image::PixelFormat, bytes> targets[] = {{Image::OSG_A_PF, c.a},
-                                                                {Image::OSG_L_PF, c.l},
-                                                                {Image::OSG_I_PF, c.l},
-                                                                {Image::OSG_LA_PF, c.la},
-                                                                {Image::OSG_RGB_PF, c.rgb},
-                                                                {Image::OSG_RGBA_PF, c.rgba}};
+        const std::pair<Image::PixelFormat, bytes> targets[] = {
+            {Image::OSG_A_PF, c.a},   {Image::OSG_L_PF, c.l},     {Image::OSG_I_PF, c.l},
+            {Image::OSG_LA_PF, c.la}, {Image::OSG_RGB_PF, c.rgb}, {Image::OSG_RGBA_PF, c.rgba}};
         for (const auto& [format, pixel] : targets) {
             bytes two = c.pixel; // two pixels: the steps must be right, too
             two.insert(two.end(), c.pixel.begin(), c.pixel.end());
@@ -285,7 +277,7 @@ TEST(ImageReformat, WorksOnWiderChannels) {
 
 TEST(ImageChannels, AlphaAndColorByFormat) {
     const std::pair<Image::PixelFormat, bool> cases[] = {
-        {Image::OSG_L_PF, false},  {Image::OSG_LA_PF, true}, {Image::OSG_RGB_PF, false},
+        {Image::OSG_L_PF, false},   {Image::OSG_LA_PF, true},   {Image::OSG_RGB_PF, false},
         {Image::OSG_RGBA_PF, true}, {Image::OSG_BGR_PF, false}, {Image::OSG_BGRA_PF, true}};
     for (const auto& [format, alpha] : cases) {
         const ImageRefPtr image(Image::create());
@@ -315,8 +307,8 @@ TEST(ImageFields, AreFoundByKey) {
 
 TEST(ImageFiles, KeepPixelsAndRowOrder) {
     std::mt19937 rng(5);
-    for (const Image::PixelFormat format : {Image::OSG_L_PF, Image::OSG_RGB_PF,
-                                            Image::OSG_RGBA_PF}) {
+    for (const Image::PixelFormat format :
+         {Image::OSG_L_PF, Image::OSG_RGB_PF, Image::OSG_RGBA_PF}) {
         const ImageRefPtr image(Image::create());
         image->set(format, 5, 3);
         image->setData(randomBytes(rng, image->getSize()).data());
@@ -329,8 +321,8 @@ TEST(ImageFiles, KeepPixelsAndRowOrder) {
         std::remove(file.c_str());
     }
     const std::string pgm = "P5 2 2 255\n\x01\x02\x03\x04"; // top row first
-    const ImageRefPtr image(ImageFileHandler::the().read(
-        reinterpret_cast<const UInt8*>(pgm.data()), static_cast<UInt32>(pgm.size())));
+    const ImageRefPtr image(ImageFileHandler::the().read(reinterpret_cast<const UInt8*>(pgm.data()),
+                                                         static_cast<UInt32>(pgm.size())));
     ASSERT_NE(image, NullFC);
     EXPECT_EQ(pixelsOf(image), (bytes{3, 4, 1, 2}));
 }

@@ -30,7 +30,8 @@ std::string valuesOf(const FieldContainerPtr& container, const char* field) {
     std::istringstream words(text);
     std::ostringstream out;
     for (std::string word; words >> word;) {
-        if (word.back() == ',') word.pop_back();
+        if (word.back() == ',')
+            word.pop_back();
         std::istringstream number(word);
         double value = 0;
         out << (out.tellp() > 0 ? " " : "");
@@ -57,8 +58,7 @@ TEST_P(ContainerDefaults, FieldHasItsNumberAndValue) {
         FieldContainerFactory::the()->createFieldContainer(GetParam().type));
     ASSERT_NE(made, NullFC);
     EXPECT_EQ(valuesOf(made, GetParam().field), GetParam().values);
-    EXPECT_EQ(made->getType().findFieldDescription(GetParam().field)->getFieldId(),
-              GetParam().id);
+    EXPECT_EQ(made->getType().findFieldDescription(GetParam().field)->getFieldId(), GetParam().id);
 }
 
 INSTANTIATE_TEST_SUITE_P(
@@ -114,7 +114,7 @@ INSTANTIATE_TEST_SUITE_P(
         return std::string(instance.param.type) + "_" + instance.param.field;
     });
 
-TEST(ContainerDefaults, PointersAreNullAndTheMatrixIsIdentity) {
+TEST(MaterialDefaults, PointersAreNullAndTheMatrixIsIdentity) {
     const RefPtr<TextureChunkPtr> texture(TextureChunk::create());
     EXPECT_EQ(texture->getImage(), NullFC);
     const RefPtr<SimpleTexturedMaterialPtr> textured(SimpleTexturedMaterial::create());
@@ -298,8 +298,8 @@ INSTANTIATE_TEST_SUITE_P(
         transparency_case{"texture_chunk", [] { return chunked(TextureChunk::create()); }, false},
         transparency_case{"forced_opaque", [] { return chunked(diffuse(.5f), 2); }, false},
         transparency_case{"forced", [] { return chunked(diffuse(1.f), 1); }, true},
-        transparency_case{"image_alpha",
-                          [] { return textured(Image::OSG_RGBA_PF, GL_MODULATE); }, true},
+        transparency_case{"image_alpha", [] { return textured(Image::OSG_RGBA_PF, GL_MODULATE); },
+                          true},
         transparency_case{"decal", [] { return textured(Image::OSG_RGBA_PF, GL_DECAL); }, false},
         transparency_case{"image_rgb", [] { return textured(Image::OSG_RGB_PF, GL_MODULATE); },
                           false},
@@ -307,7 +307,7 @@ INSTANTIATE_TEST_SUITE_P(
         transparency_case{"switch_out", [] { return choosing(simple(.5f), 1); }, false}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
-TEST(MaterialTransparency, ACircleOfSwitchesEnds) {
+TEST(SwitchMaterialChoice, ACircleOfSwitchesEnds) {
     const SwitchMaterialRefPtr a(SwitchMaterial::create());
     const SwitchMaterialRefPtr b(SwitchMaterial::create());
     a->addMaterial(b);

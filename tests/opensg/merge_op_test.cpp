@@ -42,7 +42,8 @@ ImagePtr picture(UInt8 last = 0, Image::PixelFormat format = Image::OSG_RGB_PF) 
 
 MaterialPtr chunks(const std::vector<StateChunkPtr>& list, Int32 slot = State::AutoSlotReplace) {
     const ChunkMaterialPtr material = ChunkMaterial::create();
-    for (const StateChunkPtr& chunk : list) material->addChunk(chunk, slot);
+    for (const StateChunkPtr& chunk : list)
+        material->addChunk(chunk, slot);
     return material;
 }
 
@@ -68,13 +69,13 @@ StateChunkPtr colour(Real32 alpha, Real32 back = 0.f) {
 
 MaterialPtr choice(const std::vector<MaterialPtr>& list, UInt32 chosen = 0) {
     const SwitchMaterialPtr material = SwitchMaterial::create();
-    for (const MaterialPtr& entry : list) material->addMaterial(entry);
+    for (const MaterialPtr& entry : list)
+        material->addMaterial(entry);
     material->setChoice(chosen);
     return material;
 }
 
-template <class Ptr>
-Ptr named(const Ptr& container, const char* name) {
+template <class Ptr> Ptr named(const Ptr& container, const char* name) {
     setName(container, name);
     return container;
 }
@@ -106,7 +107,8 @@ MaterialPtr materialOf(const NodePtr& node) {
 
 NodeRefPtr rootOver(const std::vector<NodePtr>& children) {
     const NodeRefPtr root(makeCoredNode<Group>());
-    for (const NodePtr& child : children) root->addChild(child);
+    for (const NodePtr& child : children)
+        root->addChild(child);
     return root;
 }
 
@@ -139,8 +141,7 @@ INSTANTIATE_TEST_SUITE_P(
         equality_case{"plain", [] { return red(); }, [] { return red(); }, true},
         equality_case{"names_do_not_count", [] { return named(red(), "a"); },
                       [] { return named(red(), "b"); }, true},
-        equality_case{"chunk_names_do_not_count",
-                      [] { return chunks({named(colour(1), "x")}); },
+        equality_case{"chunk_names_do_not_count", [] { return chunks({named(colour(1), "x")}); },
                       [] { return chunks({colour(1)}); }, true},
         equality_case{"last_bit_of_a_float", [] { return red(1.f); },
                       [] { return red(std::nextafter(1.f, 0.f)); }, false},
@@ -149,10 +150,18 @@ INSTANTIATE_TEST_SUITE_P(
         equality_case{"back_values_count", [] { return chunks({colour(1, 2)}); },
                       [] { return chunks({colour(1, 3)}); }, false},
         equality_case{"chunk_order_counts",
-                      [] { return chunks({colour(1), BlendChunk::create()}); },
-                      [] { return chunks({BlendChunk::create(), colour(1)}); }, false},
+                      [] {
+                          return chunks({colour(1), BlendChunk::create()});
+                      },
+                      [] {
+                          return chunks({BlendChunk::create(), colour(1)});
+                      },
+                      false},
         equality_case{"chunk_count_counts", [] { return chunks({colour(1)}); },
-                      [] { return chunks({colour(1), colour(1)}); }, false},
+                      [] {
+                          return chunks({colour(1), colour(1)});
+                      },
+                      false},
         equality_case{"slots_count", [] { return chunks({colour(1)}); },
                       [] { return chunks({colour(1)}, 0); }, false},
         equality_case{"equal_images", [] { return chunks({texture(picture())}); },
@@ -172,12 +181,30 @@ INSTANTIATE_TEST_SUITE_P(
                       [] { return chunks({cube(picture(2))}); }, false},
         equality_case{"equal_cubes", [] { return chunks({cube(picture(1))}); },
                       [] { return chunks({cube(picture(1))}); }, true},
-        equality_case{"inner_materials", [] { return choice({red(), red(.5f)}); },
-                      [] { return choice({red(), red(.5f)}); }, true},
-        equality_case{"inner_materials_differ", [] { return choice({red(), red(.5f)}); },
-                      [] { return choice({red(), red(.4f)}); }, false},
-        equality_case{"choices_differ", [] { return choice({red(), red()}); },
-                      [] { return choice({red(), red()}, 1); }, false},
+        equality_case{"inner_materials",
+                      [] {
+                          return choice({red(), red(.5f)});
+                      },
+                      [] {
+                          return choice({red(), red(.5f)});
+                      },
+                      true},
+        equality_case{"inner_materials_differ",
+                      [] {
+                          return choice({red(), red(.5f)});
+                      },
+                      [] {
+                          return choice({red(), red(.4f)});
+                      },
+                      false},
+        equality_case{"choices_differ",
+                      [] {
+                          return choice({red(), red()});
+                      },
+                      [] {
+                          return choice({red(), red()}, 1);
+                      },
+                      false},
         equality_case{"deep_inside",
                       [] { return choice({choice({choice({choice({choice({red(.1f)})})})})}); },
                       [] { return choice({choice({choice({choice({choice({red(.2f)})})})})}); },
@@ -220,8 +247,8 @@ TEST(MaterialMerge, ReachesHiddenNodesAndTheRootItself) {
 }
 
 TEST(MaterialMerge, PassesOverExcludedNodes) {
-    const NodeRefPtr root = rootOver({geometryWith(red()), named(groupWith(red()), "keep"),
-                                      geometryWith(red())});
+    const NodeRefPtr root =
+        rootOver({geometryWith(red()), named(groupWith(red()), "keep"), geometryWith(red())});
     root->getChild(1)->addChild(geometryWith(red()));
     MaterialMergeGraphOp operation;
     operation.addToExcludeList(std::string("keep"));
@@ -245,8 +272,8 @@ TEST(MaterialMerge, CirclesOfMaterialsEnd) {
     const SwitchMaterialRefPtr other(SwitchMaterial::create());
     other->addMaterial(other);
     other->addMaterial(red());
-    const NodeRefPtr root = rootOver({geometryWith(selfish), geometryWith(a), geometryWith(b),
-                                      geometryWith(other)});
+    const NodeRefPtr root =
+        rootOver({geometryWith(selfish), geometryWith(a), geometryWith(b), geometryWith(other)});
     merge(root);
     // Unrolled, the first three are the same endless row of switches.
     EXPECT_EQ(materialOf(root->getChild(1)), selfish.get());
@@ -295,7 +322,8 @@ TEST(MaterialMergeOracle, PartitionsByTheRecipe) {
             } else {
                 const StateChunkPtr image = texture(picture(static_cast<UInt8>(x)));
                 material = chunks({image, colour(Real32(y))});
-                if (kind == 2) material = choice({material});
+                if (kind == 2)
+                    material = choice({material});
             }
             nodes.push_back(pick(2) == 0 ? groupWith(material) : geometryWith(material));
         }

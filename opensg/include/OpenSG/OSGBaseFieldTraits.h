@@ -166,7 +166,7 @@ struct FieldDataTraits<FCPtr<BasePtr, FC>>
     typedef FCPtr<BasePtr, FC> Pointer;
     typedef FieldTraitsRecurseBase<Pointer> Base;
 
-    static std::string baseName() { return std::string(FC::getClassType().getCName()) + "Ptr"; }
+    static std::string baseName() { return std::string(FC::getClassName()) + "Ptr"; }
     static const DataType& getType() {
         static const DataType& type = *new DataType(osgInternName(baseName()), "FieldContainerPtr");
         return type;

@@ -114,11 +114,24 @@ bool FCPtr<BasePtr, FC>::isOfClass(const FieldContainerPtrBase& untyped) {
            dynamic_cast<FC*>(reinterpret_cast<FieldContainer*>(untyped.getBaseCPtr())) != nullptr;
 }
 
+/// Name of a class: its text, or for a template over a description what the description says.
+template <class C, class = void>
+struct ContainerClassName {
+    static const Char8* of(const Char8* text) { return text; }
+};
+template <class C>
+struct ContainerClassName<C, std::void_t<typename C::PropertyDesc>> {
+    static const Char8* of(const Char8*) { return C::PropertyDesc::getTypeName(); }
+};
+
 #define OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                           \
   public:                                                                                          \
     typedef PARENT Inherited;                                                                      \
     typedef PTR Ptr;                                                                               \
     typedef PTR PtrType;                                                                           \
+    static const OSG::Char8* getClassName() {                                                      \
+        return OSG::ContainerClassName<CLASS>::of(#CLASS);                                         \
+    }                                                                                              \
     static OSG::FieldContainerType& getClassType();                                                \
     static OSG::UInt32 getClassTypeId() { return getClassType().getId(); }                         \
     static OSG::UInt16 getClassGroupId() { return getClassType().getGroupId(); }                   \

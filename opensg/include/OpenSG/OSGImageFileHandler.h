@@ -22,8 +22,7 @@ class OSG_BASE_DLLMAPPING ImageFileHandler {
     ImagePtr read(const UInt8* bytes, UInt32 count) const;
 
     /// By the extension; false, with a warning, for an unknown one or an image without pixels.
-    bool write(const ImagePtr& image, const Char8* fileName,
-               const Char8* mimeType = nullptr) const;
+    bool write(const ImagePtr& image, const Char8* fileName, const Char8* mimeType = nullptr) const;
 
   private:
     ImageFileHandler() = default;

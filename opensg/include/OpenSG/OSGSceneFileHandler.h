@@ -27,8 +27,7 @@ class OSG_BASE_DLLMAPPING SceneFileHandler {
     /// A new root of count 0; null, with a warning, for an unknown extension, a missing or a
     /// damaged file. `graphOpSeq` runs on what was read.
     NodePtr read(const Char8* fileName, GraphOpSeq* graphOpSeq = nullptr) const;
-    NodePtr read(std::istream& in, const Char8* extension,
-                 GraphOpSeq* graphOpSeq = nullptr) const;
+    NodePtr read(std::istream& in, const Char8* extension, GraphOpSeq* graphOpSeq = nullptr) const;
 
     /// False, with a warning, for a null node, an unknown extension or a stream that fails. The
     /// scene does not change. `compress` asks for what no format of the layer has, and is ignored.

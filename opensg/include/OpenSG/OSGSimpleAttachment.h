@@ -19,6 +19,7 @@ class SimpleAttachment : public Attachment {
     static constexpr UInt32 SimpleFieldId = 3;
     static constexpr BitVector SimpleFieldMask = BitVector(1) << SimpleFieldId;
 
+    static const Char8* getClassName() { return Desc::getTypeName(); }
     static FieldContainerType& getClassType() {
         Attachment::getClassType(); // the parent type is found by name
         static FieldContainerType& type = *new FieldContainerType(

@@ -19,7 +19,7 @@ struct OSG_BASE_DLLMAPPING NameDesc {
 
 typedef SimpleAttachment<NameDesc> Name;
 typedef Name::Ptr NamePtr;
-extern template class OSG_BASE_DLLMAPPING SimpleAttachment<NameDesc>;
+extern template class SimpleAttachment<NameDesc>;
 
 /// The container's name; null for a null container or a nameless one. Valid until it changes.
 OSG_BASE_DLLMAPPING const Char8* getName(const AttachmentContainerPtr& container);

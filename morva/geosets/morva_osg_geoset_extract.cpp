@@ -1,0 +1,527 @@
+// From a node's geometry to the flat rows of a geoset. Triangles go through in portions that stay
+// in the cache: their corners are collected by vertex number, the positions tell which triangles
+// are kept, then each attribute is written in one loop.
+
+#include <morva/geosets/morva_osg_geoset_tools.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <exception>
+#include <iostream>
+#include <limits>
+#include <new>
+
+#include <OpenSG/OSGMatrix.h>
+#include <OpenSG/OSGQuaternion.h>
+
+#include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_triangle_walk.h>
+
+namespace morva::osg {
+
+namespace {
+
+constexpr const char* message_source = "Morva_osg_geoset_tools";
+const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
+const ::osg::Vec3f upward(0.0F, 1.0F, 0.0F);
+/// Vectors shorter than this are not scaled to length 1.
+constexpr float shortest_normal = 1e-6F;
+/// Triangles that go through at a time.
+constexpr std::size_t portion = 1024;
+
+/// Keeps an edit open for as long as it lives, whatever is thrown.
+class open_edit {
+  public:
+    explicit open_edit(const ::osg::GeometryPtr& edited) : core(edited) {
+        ::osg::beginEditCP(core, ::osg::FieldBits::AllFields);
+    }
+    open_edit(const open_edit&) = delete;
+    open_edit& operator=(const open_edit&) = delete;
+    ~open_edit() { ::osg::endEditCP(core, ::osg::FieldBits::AllFields); }
+
+  private:
+    ::osg::GeometryPtr core;
+};
+
+/// Moves positions and normals to the world, or leaves them as they are.
+class to_world_move {
+  public:
+    to_world_move(const ::osg::NodePtr& node, bool to_world) : moves(to_world) {
+        if (!moves)
+            return;
+        const ::osg::Matrix matrix = node->getToWorld();
+        for (::osg::UInt32 column = 0; column < 4; ++column) {
+            for (::osg::UInt32 row = 0; row < 3; ++row)
+                m[column][row] = matrix[column][row];
+        }
+        ::osg::Vec3f translation, scale;
+        ::osg::Quaternion scale_orientation;
+        matrix.getTransform(translation, rotation, scale, scale_orientation);
+    }
+
+    ::osg::Pnt3f point(const ::osg::Pnt3f& p) const {
+        if (!moves)
+            return p;
+        ::osg::Pnt3f moved;
+        for (::osg::UInt32 row = 0; row < 3; ++row)
+            moved[row] = m[0][row] * p[0] + m[1][row] * p[1] + m[2][row] * p[2] + m[3][row];
+        return moved;
+    }
+    ::osg::Vec3f normal(const ::osg::Vec3f& n) const {
+        if (!moves)
+            return n;
+        ::osg::Vec3f turned;
+        rotation.multVec(n, turned);
+        const float length = turned.length();
+        return length < shortest_normal ? turned : turned * (1.0F / length);
+    }
+
+  private:
+    bool moves;
+    float m[4][3] = {};
+    ::osg::Quaternion rotation;
+};
+
+/// One property of the source as plain values.
+template <typename Value> class source_column {
+  public:
+    template <typename Role>
+    source_column(const Role& property, const vertex_stream& stream, ::osg::UInt16 bit)
+        : vertices(stream), has(property != ::osg::NullFC), slot(stream.slotOf(bit)),
+          block(readBlock(property)), values(block.view()) {}
+
+    bool present() const { return has; }
+    /// Whether a vertex has an index for this property at all.
+    bool indexed() const { return slot != vertex_stream::absent; }
+    /// Value of a vertex, or null where its index leads nowhere.
+    const Value* find(std::size_t vertex) const {
+        const std::size_t row = vertices.index(vertex, slot);
+        return row < values.size() ? values.data() + row : nullptr;
+    }
+    /// The same, zero for nowhere.
+    Value at(std::size_t vertex) const {
+        const Value* value = find(vertex);
+        return value != nullptr ? *value : Value();
+    }
+
+  private:
+    const vertex_stream& vertices;
+    bool has;
+    int slot;
+    property_block<Value> block;
+    span<const Value> values;
+};
+
+/// All that is read of a source.
+struct source_columns {
+    explicit source_columns(const ::osg::GeometryPtr& core)
+        : vertices(core), positions(core->getPositions(), vertices, ::osg::Geometry::MapPosition),
+          normals(core->getNormals(), vertices, ::osg::Geometry::MapNormal),
+          colors(core->getColors(), vertices, ::osg::Geometry::MapColor),
+          secondary(core->getSecondaryColors(), vertices, ::osg::Geometry::MapSecondaryColor),
+          texcoords{{core->getTexCoords(), vertices, ::osg::Geometry::MapTexCoords},
+                    {core->getTexCoords1(), vertices, ::osg::Geometry::MapTexCoords1},
+                    {core->getTexCoords2(), vertices, ::osg::Geometry::MapTexCoords2},
+                    {core->getTexCoords3(), vertices, ::osg::Geometry::MapTexCoords3}},
+          ids(core->getTexCoords7(), vertices, ::osg::Geometry::MapTexCoords7) {}
+    source_columns(const source_columns&) = delete;
+    source_columns& operator=(const source_columns&) = delete;
+
+    vertex_stream vertices;
+    source_column<::osg::Pnt3f> positions;
+    source_column<::osg::Vec3f> normals;
+    source_column<::osg::Color3f> colors, secondary;
+    source_column<::osg::Vec2f> texcoords[4];
+    source_column<::osg::Vec2f> ids;
+};
+
+/// Turns a slot to the core's own property, or to a new one with `rows` default rows if the
+/// source has values that the core has no place for.
+template <typename Slot, typename Role, typename Fill>
+void takeOrMake(Slot& slot, const Role& own, bool wanted, std::size_t rows, const Fill& fill) {
+    if (own != ::osg::NullFC) {
+        slot.follow(own);
+    } else if (wanted) {
+        slot.make(rows, fill);
+    }
+}
+
+/// The same for primitive types and lengths, which start empty.
+template <typename Concrete, typename Role>
+::osg::RefPtr<Role> ownOrNew(const Role& own, const Role& in_source) {
+    ::osg::RefPtr<Role> property(own);
+    if (own == ::osg::NullFC && in_source != ::osg::NullFC)
+        property = Role(Concrete::StoredObjectType::create());
+    return property;
+}
+
+/// The properties of a core while triangles are appended. New ones are the core's only after
+/// store(); until then they go with this record.
+struct target_columns {
+    target_columns(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& source,
+                   const source_columns& from, bool write_ids, std::size_t rows)
+        : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
+          lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
+        takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows,
+                   ::osg::Pnt3f());
+        takeOrMake(fields.normals, core->getNormals(), from.normals.present(), rows, upward);
+        takeOrMake(fields.colors, core->getColors(), from.colors.present(), rows, white);
+        takeOrMake(fields.secondary, core->getSecondaryColors(), from.secondary.present(), rows,
+                   white);
+        const ::osg::GeoTexCoordsPtr units[4] = {core->getTexCoords(), core->getTexCoords1(),
+                                                 core->getTexCoords2(), core->getTexCoords3()};
+        for (int i = 0; i < 4; ++i) {
+            takeOrMake(fields.texcoords[i], units[i], from.texcoords[i].present(), rows,
+                       ::osg::Vec2f());
+        }
+        takeOrMake(fields.ids, core->getTexCoords7(), write_ids || from.ids.present(), rows, 0.0F);
+    }
+
+    /// Rows that all of them have.
+    std::size_t room() {
+        std::size_t rows = std::numeric_limits<std::size_t>::max();
+        fields.forEachPresent([&rows](auto& slot) { rows = std::min(rows, slot.size()); });
+        return rows;
+    }
+
+    void store(const ::osg::GeometryPtr& core, bool with_ids) const {
+        core->setTypes(types.get());
+        core->setLengths(lengths.get());
+        core->setPositions(fields.positions.get());
+        core->setNormals(fields.normals.get());
+        core->setColors(fields.colors.get());
+        core->setSecondaryColors(fields.secondary.get());
+        core->setTexCoords(fields.texcoords[0].get());
+        core->setTexCoords1(fields.texcoords[1].get());
+        core->setTexCoords2(fields.texcoords[2].get());
+        core->setTexCoords3(fields.texcoords[3].get());
+        if (with_ids)
+            core->setTexCoords7(fields.ids.get());
+    }
+
+    ::osg::RefPtr<::osg::GeoPTypesPtr> types;
+    ::osg::RefPtr<::osg::GeoPLengthsPtr> lengths;
+    geoset_fields fields;
+};
+
+/// Writes rows `first` on with what `make` gives for each of `count` vertices.
+template <typename Slot, typename Make>
+void writeRows(Slot& slot, std::size_t first, std::size_t count, const Make& make) {
+    auto* rows = slot.data();
+    if (rows == nullptr) {
+        for (std::size_t i = 0; i < count; ++i)
+            slot.put(first + i, make(i));
+    } else if constexpr (std::is_same_v<typename Slot::value_type, typename Slot::stored_value>) {
+        for (std::size_t i = 0; i < count; ++i)
+            rows[first + i] = make(i);
+    } else {
+        for (std::size_t i = 0; i < count; ++i)
+            rows[first + i] = make(i)[0];
+    }
+}
+
+/// Takes triangles by vertex number and appends those that are to be kept.
+class triangle_intake {
+  public:
+    triangle_intake(const source_columns& from, geoset_fields& to, const to_world_move& mover,
+                    std::size_t first_row, std::size_t room)
+        : source(from), target(to), move(mover), row(first_row), rows(room) {}
+
+    bool write_ids = false;
+    int id = 0;             ///< for vertices that bring none
+    unsigned int rogue = 0; ///< triangles left out so far
+
+    void take(std::size_t a, std::size_t b, std::size_t c) {
+        corner[pending++] = a;
+        corner[pending++] = b;
+        corner[pending++] = c;
+        if (pending == 3 * portion)
+            flush();
+    }
+
+    /// Writes what is pending.
+    void flush() {
+        keepSound();
+        if (pending > 0) {
+            if (write_ids)
+                writeIds();
+            writeAttributes();
+            row += pending;
+        }
+        pending = 0;
+    }
+
+    /// First row behind the last triangle.
+    std::size_t nextRow() const { return row; }
+
+  private:
+    /// Writes the positions and closes the gaps of triangles that are left out.
+    void keepSound() {
+        ::osg::Pnt3f* rows_of_positions = target.positions.data();
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < pending; i += 3) {
+            ::osg::Pnt3f p[3];
+            if (!readTriangle(&corner[i], p) || is_rogue(p[0], p[1], p[2])) {
+                ++rogue;
+                continue;
+            }
+            if (row + kept + 3 > rows) // only where a field could not grow
+                break;
+            for (std::size_t k = 0; k < 3; ++k) {
+                corner[kept + k] = corner[i + k];
+                if (rows_of_positions != nullptr) {
+                    rows_of_positions[row + kept + k] = p[k];
+                } else {
+                    target.positions.put(row + kept + k, p[k]);
+                }
+            }
+            kept += 3;
+        }
+        pending = kept;
+    }
+
+    bool readTriangle(const std::size_t* vertex, ::osg::Pnt3f* p) const {
+        for (int k = 0; k < 3; ++k) {
+            const ::osg::Pnt3f* found = source.positions.find(vertex[k]);
+            if (found == nullptr)
+                return false;
+            p[k] = move.point(*found);
+        }
+        return true;
+    }
+
+    void writeIds() {
+        const ::osg::Vec2f own(static_cast<float>(id), 0.0F);
+        if (source.ids.present() && source.ids.indexed()) {
+            writeRows(target.ids, row, pending,
+                      [this](std::size_t i) { return source.ids.at(corner[i]); });
+        } else {
+            writeRows(target.ids, row, pending, [&own](std::size_t) { return own; });
+        }
+    }
+
+    void writeAttributes() {
+        if (target.normals.present()) {
+            writeColumn(target.normals, source.normals, upward,
+                        [this](const ::osg::Vec3f& n) { return move.normal(n); });
+        }
+        const auto as_is = [](const auto& value) { return value; };
+        if (target.colors.present())
+            writeColumn(target.colors, source.colors, white, as_is);
+        if (target.secondary.present())
+            writeColumn(target.secondary, source.secondary, white, as_is);
+        for (int i = 0; i < 4; ++i) {
+            if (target.texcoords[i].present())
+                writeColumn(target.texcoords[i], source.texcoords[i], ::osg::Vec2f(), as_is);
+        }
+    }
+
+    template <typename Slot, typename Value, typename Change>
+    void writeColumn(Slot& slot, const source_column<Value>& column, const Value& fill,
+                     const Change& change) {
+        if (column.present()) {
+            writeRows(slot, row, pending,
+                      [&](std::size_t i) { return change(column.at(corner[i])); });
+        } else {
+            writeRows(slot, row, pending, [&](std::size_t) { return fill; });
+        }
+    }
+
+    const source_columns& source;
+    geoset_fields& target;
+    const to_world_move& move;
+    std::size_t row;  ///< next row to write
+    std::size_t rows; ///< rows that every target property has
+    std::size_t pending = 0;
+    std::size_t corner[3 * portion]; ///< vertex numbers, `pending` of them
+};
+
+/// Most triangles that primitives can give: every one of them, degenerate strip parts included.
+std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices) {
+    std::uint64_t count = 0;
+    const ::osg::GeoPTypesPtr types = geometry->getTypes();
+    const ::osg::GeoPLengthsPtr lengths = geometry->getLengths();
+    std::uint64_t left = vertices.size();
+    for (::osg::UInt32 i = 0; i < types->size() && i < lengths->size(); ++i) {
+        const std::uint64_t length = std::min<std::uint64_t>(lengths->getValue(i), left);
+        left -= length;
+        const ::osg::UInt32 type = types->getValue(i);
+        if (length < 3 || type < 4 || type > 9)
+            continue;
+        count += type == 4 ? length / 3 : type == 7 ? length / 4 * 2 : length - 2;
+    }
+    return count;
+}
+
+/// Triangles to make room for. `told` is the count by primitive lengths: it passes over quad
+/// strips, and lengths below 3 or without data make it more than there can be.
+std::uint64_t offeredTriangles(unsigned int told, const ::osg::GeometryPtr& geometry,
+                               const vertex_stream& vertices) {
+    const std::uint64_t most = mostTriangles(geometry, vertices);
+    return told < most || told > vertices.size() ? most : told;
+}
+
+void dropTexCoords(const ::osg::GeometryPtr& geometry) {
+    const open_edit edit(geometry);
+    geometry->setTexCoords(::osg::NullFC);
+    geometry->setTexCoords1(::osg::NullFC);
+    geometry->setTexCoords2(::osg::NullFC);
+    geometry->setTexCoords3(::osg::NullFC);
+}
+
+/// Enters more triangles in the one primitive of a core. False without a field for lengths.
+bool countVertices(const target_columns& target, std::uint64_t more) {
+    if (target.types != ::osg::NullFC && target.types->size() == 0)
+        target.types->addValue(4);
+    if (target.lengths == ::osg::NullFC)
+        return false;
+    const auto vertices = static_cast<::osg::UInt32>(more);
+    if (target.lengths->size() == 0) {
+        target.lengths->addValue(vertices);
+    } else {
+        target.lengths->setValue(target.lengths->getValue(0) + vertices, 0);
+    }
+    return true;
+}
+
+/// Writes the normals of the triangles at vertices `begin` to `end`, from their corners alone.
+void creaseNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
+    ::osg::Vec3f normal;
+    if (begin > 0)
+        normal = fields.normals.value(begin - 1);
+    for (std::size_t v = begin; v < end; v += 3) {
+        const ::osg::Pnt3f a = fields.positions.value(v);
+        ::osg::Vec3f across =
+            (fields.positions.value(v + 1) - a).cross(fields.positions.value(v + 2) - a);
+        if (across[0] != 0.0F || across[1] != 0.0F || across[2] != 0.0F) {
+            across.normalize();
+            normal = across;
+        }
+        for (std::size_t k = 0; k < 3; ++k)
+            fields.normals.put(v + k, normal);
+    }
+}
+
+template <typename Role, typename Value> void fillRows(const Role& property, const Value& value) {
+    if (property == ::osg::NullFC)
+        return;
+    for (::osg::UInt32 i = 0; i < property->size(); ++i)
+        property->setValue(value, i);
+}
+
+} // namespace
+
+/// Whether some field has fewer rows than that.
+bool osg_geoset::shorterThan(std::uint64_t vertices) const {
+    bool shorter = false;
+    fields().forEachPresent([&](const auto& slot) { shorter |= slot.size() < vertices; });
+    return shorter;
+}
+
+/// Makes room for `needed` vertices. The budget says how long fields are to be; they may be
+/// shorter where it was set from outside or setup() has run.
+void osg_geoset::makeRoom(std::uint64_t needed) {
+    if (needed > std::numeric_limits<unsigned int>::max())
+        throw std::bad_alloc();
+    if (vertex_capacity >= needed && !shorterThan(needed))
+        return;
+    vertex_capacity = std::max(vertex_capacity, needed);
+    resizeFieldContainers(static_cast<unsigned int>(needed));
+}
+
+/// Gives every triangle the normal of its own plane at its three corners; one without area takes
+/// that of the triangle before it. This is what smoothing up to a crease comes to where no two
+/// triangles have a vertex in common, so triangles that were done before need not be done again.
+void osg_geoset::flattenNormals() {
+    geoset_fields& present = fields();
+    if (!present.positions.present() || !present.normals.present())
+        return;
+    if (present.normals.size() != present.positions.size())
+        present.normals.get()->resize(present.positions.size());
+    const std::size_t end = std::min<std::size_t>(vertex_count, present.positions.size()) / 3 * 3;
+    const std::size_t begin = std::min(present.flat_normals, end);
+    creaseNormals(present, begin, end);
+    present.flat_normals = end;
+}
+
+void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
+                                 unsigned int told, bool toWorld, bool searchMaterial,
+                                 bool writeIds, unsigned int& rogue) {
+    const ::osg::GeometryPtr core = geometry.get();
+    const source_columns from(source);
+    const std::uint64_t offered = corners * offeredTriangles(told, source, from.vertices);
+    makeRoom(vertex_count + offered);
+
+    const open_edit edit(core);
+    target_columns target(core, source, from, writeIds, vertex_capacity);
+    adoptMaterial(core, node, source, searchMaterial);
+    writeIds = writeIds || target.fields.ids.present();
+    if (countVertices(target, offered)) {
+        const int id = vertexId(node, source, toWorld, writeIds);
+        const to_world_move move(node, toWorld);
+        triangle_intake intake(from, target.fields, move, vertex_count, target.room());
+        intake.write_ids = writeIds;
+        intake.id = id;
+        walkTriangles(
+            source, from.vertices,
+            [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });
+        intake.flush();
+        vertex_count = intake.nextRow();
+        rogue = intake.rogue;
+    }
+    target.store(core, writeIds);
+    if (!from.normals.present() && target.fields.normals.present())
+        flattenNormals();
+}
+
+unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorld,
+                     bool searchMaterial, bool writeIds, bool runSetup, bool cleanTexCoords) {
+    const ::osg::GeometryPtr source = extractable(node, message_source);
+    if (source == ::osg::NullFC)
+        return 0;
+    if (geoset.geometry == ::osg::NullFC) {
+        std::cout << "Morva_osg_geoset_tools::Extract: No Geometry in geoset!" << std::endl;
+        return 0;
+    }
+    const unsigned int told = getNumberOfTriangles(source);
+    if (told == 0)
+        return 0;
+    bool transparent = false, blends = false;
+    if (cleanTexCoords && getImage(node, transparent, blends) == ::osg::NullFC)
+        dropTexCoords(source);
+
+    unsigned int rogue = 0;
+    try {
+        geoset.appendTriangles(node, source, told, toWorld, searchMaterial, writeIds, rogue);
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in Extract geometry in osg_geoset: " << error.what()
+                  << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in Extract geometry in osg_geoset: " << error.what()
+                  << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in Extract geometry in osg_geoset." << std::endl;
+    }
+    if (runSetup)
+        geoset.setup();
+    return rogue;
+}
+
+void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {
+    fillRows(property, value);
+}
+
+void fillFCwithValue(const ::osg::GeoTexCoordsPtr& property, const ::osg::Vec2f& value) {
+    fillRows(property, value);
+}
+
+void fillFCwithValue(const ::osg::GeoNormalsPtr& property, const ::osg::Vec3f& value) {
+    fillRows(property, value);
+}
+
+} // namespace morva::osg

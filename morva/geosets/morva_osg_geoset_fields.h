@@ -1,0 +1,149 @@
+#pragma once
+
+// The nine fields of a triangle geoset as rows of plain values.
+//
+//     fields.follow(core);                    cheap while the properties are the same
+//     Value* rows = fields.normals.data();    null if absent, empty or not in the usual form
+//     fields.normals.put(row, value);         any form, rows within size() only
+//
+// A slot remembers a property and where its stored values are kept, not the values themselves:
+// data() is read anew after whatever may resize the property. Slots hold a reference, so a
+// remembered property cannot be mistaken for a later one at the same address. One thread.
+
+#include <algorithm>
+#include <cstddef>
+#include <type_traits>
+#include <utility>
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGRefPtr.h>
+
+namespace morva::osg {
+
+/// One property with its usual stored form `Concrete`, read and written as `Value`.
+template <typename Concrete, typename Role, typename Value> class field_slot {
+  public:
+    using stored_field = std::remove_reference_t<
+        decltype(std::declval<Concrete&>()->editField())>; ///< a multi-field of `stored_value`
+    using stored_value = std::decay_t<decltype(std::declval<stored_field&>()[0])>;
+    using value_type = Value;
+
+    /// Turns to a property, null included; true if it is another one than before.
+    bool follow(const Role& current) {
+        const void* address = current == ::osg::NullFC ? nullptr : &*current;
+        if (address == seen)
+            return false;
+        property = current;
+        seen = address;
+        stored = nullptr;
+        if (address == nullptr)
+            return true;
+        const Concrete usual = Concrete::dcast(current);
+        if (usual != ::osg::NullFC)
+            stored = &usual->editField();
+        return true;
+    }
+
+    /// Makes a property of the usual form with `rows` rows of a value and turns to it.
+    void make(std::size_t rows, const stored_value& fill) {
+        follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
+        stored->resize(rows, fill);
+    }
+
+    bool present() const { return seen != nullptr; }
+    Role get() const { return property.get(); }
+    std::size_t size() const {
+        if (stored != nullptr)
+            return stored->size();
+        return present() ? property->size() : 0;
+    }
+
+    /// First row, or null; until the property is resized.
+    stored_value* data() const {
+        return stored == nullptr || stored->size() == 0 ? nullptr : &(*stored)[0];
+    }
+
+    Value value(std::size_t row) const {
+        if (stored == nullptr)
+            return property->getValue(static_cast<::osg::UInt32>(row));
+        if constexpr (std::is_same_v<stored_value, Value>) {
+            return (*stored)[row];
+        } else {
+            return Value((*stored)[row], stored_value());
+        }
+    }
+    void put(std::size_t row, const Value& value) {
+        if (stored == nullptr) {
+            property->setValue(value, static_cast<::osg::UInt32>(row));
+        } else if constexpr (std::is_same_v<stored_value, Value>) {
+            (*stored)[row] = value;
+        } else {
+            (*stored)[row] = value[0];
+        }
+    }
+
+    /// Whether there are rows for the three vertices of a triangle.
+    bool holds(std::size_t triangle) const { return size() / 3 > triangle; }
+
+  private:
+    ::osg::RefPtr<Role> property;
+    const void* seen = nullptr; ///< the property's copy in the aspect that looked
+    stored_field* stored = nullptr;
+};
+
+using positions_slot = field_slot<::osg::GeoPositions3fPtr, ::osg::GeoPositionsPtr, ::osg::Pnt3f>;
+using normals_slot = field_slot<::osg::GeoNormals3fPtr, ::osg::GeoNormalsPtr, ::osg::Vec3f>;
+using colors_slot = field_slot<::osg::GeoColors3fPtr, ::osg::GeoColorsPtr, ::osg::Color3f>;
+using texcoords_slot = field_slot<::osg::GeoTexCoords2fPtr, ::osg::GeoTexCoordsPtr, ::osg::Vec2f>;
+using ids_slot = field_slot<::osg::GeoTexCoords1fPtr, ::osg::GeoTexCoordsPtr, ::osg::Vec2f>;
+
+/// All fields of a geoset's core.
+struct geoset_fields {
+    positions_slot positions;
+    normals_slot normals;
+    colors_slot colors, secondary;
+    texcoords_slot texcoords[4]; ///< units 0 to 3
+    ids_slot ids;                ///< unit 7
+
+    /// Vertices from 0 on whose normals are known to be those of their own triangle alone. None
+    /// once positions or normals are another property.
+    std::size_t flat_normals = 0;
+
+    /// Turns to the properties that a core has now; a null core has none.
+    void follow(const ::osg::GeometryPtr& core) {
+        if (core == ::osg::NullFC) {
+            *this = geoset_fields();
+            return;
+        }
+        const bool moved = positions.follow(core->getPositions());
+        if (normals.follow(core->getNormals()) || moved)
+            flat_normals = 0;
+        colors.follow(core->getColors());
+        secondary.follow(core->getSecondaryColors());
+        texcoords[0].follow(core->getTexCoords());
+        texcoords[1].follow(core->getTexCoords1());
+        texcoords[2].follow(core->getTexCoords2());
+        texcoords[3].follow(core->getTexCoords3());
+        ids.follow(core->getTexCoords7());
+    }
+
+    /// The triangle at this vertex is another one now, or its normals are.
+    void changedFrom(std::size_t vertex) { flat_normals = std::min(flat_normals, vertex); }
+
+    /// Calls `use` with each slot that holds a property, in the order in which fields are resized.
+    template <typename Use> void forEachPresent(const Use& use) {
+        const auto call = [&](auto& slot) {
+            if (slot.present())
+                use(slot);
+        };
+        call(positions);
+        call(normals);
+        call(colors);
+        call(secondary);
+        for (texcoords_slot& unit : texcoords)
+            call(unit);
+        call(ids);
+    }
+};
+
+} // namespace morva::osg

@@ -1,0 +1,248 @@
+#include <morva/geosets/morva_osg_geoset_tools.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <exception>
+#include <iostream>
+#include <new>
+
+#include <OpenSG/OSGGeoFunctions.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_span.h>
+#include <morva/geosets/morva_osg_axis_arrays.h>
+#include <morva/geosets/morva_osg_geoset_fields.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Extent of one triangle by strict comparisons from its first corner on: a NaN there stays, one
+/// in another corner is passed over.
+void storeExtent(const ::osg::Pnt3f* corners, float* const* low, float* const* high,
+                 std::uint64_t triangle) {
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+        float lo = corners[0][axis], hi = lo;
+        for (int k = 1; k < 3; ++k) {
+            lo = corners[k][axis] < lo ? corners[k][axis] : lo;
+            hi = corners[k][axis] > hi ? corners[k][axis] : hi;
+        }
+        low[axis][triangle] = lo;
+        high[axis][triangle] = hi;
+    }
+}
+
+void setPoint(float3& to, const ::osg::Pnt3f& from) {
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis)
+        to[axis] = from[axis];
+}
+
+float_triangle flatTriangle(const ::osg::Pnt3f* corners) {
+    float_triangle triangle;
+    setPoint(triangle.a, corners[0]);
+    setPoint(triangle.b, corners[1]);
+    setPoint(triangle.c, corners[2]);
+    return triangle;
+}
+
+/// Resizes all properties of a core.
+void resizeAll(geoset_fields& fields, std::size_t rows) {
+    fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
+}
+
+/// Vertex normals by the scene graph. The length of the primitive counts triangles that were
+/// offered and may be more than there are rows: it is held to those for as long as this takes.
+void calcPlainNormals(const ::osg::GeometryPtr& core) {
+    const ::osg::GeoPLengthsPtr lengths = core->getLengths();
+    const ::osg::UInt32 rows = core->getPositions()->size();
+    const bool has_length = lengths != ::osg::NullFC && lengths->size() > 0;
+    const ::osg::UInt32 told = has_length ? lengths->getValue(0) : 0;
+    if (told > rows)
+        lengths->setValue(rows / 3 * 3, 0);
+    ::osg::calcVertexNormals(core);
+    if (told > rows)
+        lengths->setValue(told, 0);
+}
+
+} // namespace
+
+osg_geoset::osg_geoset()
+    : geometry(::osg::Geometry::create()), field_access(std::make_unique<geoset_fields>()) {}
+
+osg_geoset::~osg_geoset() {
+    freeAxisArrays(axis_min);
+    freeAxisArrays(axis_max);
+    delete[] simple_tris;
+}
+
+/// The fields of the core as it is now.
+geoset_fields& osg_geoset::fields() const {
+    field_access->follow(geometry.get());
+    return *field_access;
+}
+
+void osg_geoset::clear() {
+    freeAxisArrays(axis_min);
+    freeAxisArrays(axis_max);
+    delete[] simple_tris;
+    simple_tris = nullptr;
+    names.clear();
+    *field_access = geoset_fields();
+    geometry = ::osg::Geometry::create();
+    size = wished_size = 0;
+    split_axis = -1;
+    split_plane = 0;
+    split_cache.clear();
+    resize_failed = false;
+    vertex_capacity = 500000;
+    vertex_count = 0;
+    bbox = float_box();
+}
+
+void osg_geoset::setup() {
+    try {
+        const ::osg::GeometryPtr core = geometry.get();
+        if (!fields().positions.present()) {
+            size = wished_size = 0;
+            return;
+        }
+        // The argument is the number of vertices: the fields get three times what is in use.
+        resizeFieldContainers(static_cast<unsigned int>(vertex_count));
+        const positions_slot& positions = fields().positions;
+        // Fewer rows than vertices are only there if that failed.
+        const std::uint64_t triangles =
+            std::min<std::uint64_t>(vertex_count, positions.size()) / corners;
+        const normals_slot& normals = fields().normals;
+        if (positions.size() > 0 && (!normals.present() || normals.size() != positions.size())) {
+            calcPlainNormals(core);
+            fields().changedFrom(0);
+        }
+
+        axis_arrays low(triangles), high(triangles);
+        low.changePlaces(axis_min);
+        high.changePlaces(axis_max);
+        size = wished_size = triangles;
+        if (size > 0)
+            calc_axis_min_max(0, static_cast<unsigned int>(size - 1));
+        calc_bounding_box();
+        if (simple_tris != nullptr)
+            convert();
+        return;
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+    }
+    // Nothing may look at arrays that are not there.
+    size = wished_size = 0;
+    bbox = float_box();
+}
+
+bool osg_geoset::resizeFieldContainers(unsigned int triangles) {
+    if (resize_failed)
+        return false;
+    geoset_fields& present = fields();
+    const std::size_t before = present.positions.size() / corners;
+    try {
+        resizeAll(present, std::size_t(corners) * triangles);
+        return true;
+    } catch (...) {
+        std::cout << "Error while resizing FieldContainers." << std::endl;
+        resize_failed = true;
+    }
+    try {
+        resizeAll(present, corners * before);
+    } catch (...) { // not a third time: what is too short now is seen by its length
+        std::cout << "Error while resizing FieldContainers." << std::endl;
+    }
+    return false;
+}
+
+void osg_geoset::calc_axis_min_max(unsigned int first, unsigned int last) {
+    if (first >= size || last < first)
+        return;
+    const positions_slot& positions = fields().positions;
+    const std::uint64_t end =
+        std::min({std::uint64_t(last) + 1, size, std::uint64_t(positions.size() / corners)});
+    if (const ::osg::Pnt3f* rows = positions.data()) {
+        for (std::uint64_t i = first; i < end; ++i)
+            storeExtent(rows + 3 * i, axis_min, axis_max, i);
+        return;
+    }
+    for (std::uint64_t i = first; i < end; ++i) {
+        const ::osg::Pnt3f triangle[3] = {positions.value(3 * i), positions.value(3 * i + 1),
+                                          positions.value(3 * i + 2)};
+        storeExtent(triangle, axis_min, axis_max, i);
+    }
+}
+
+void osg_geoset::calc_bounding_box() {
+    bbox = float_box();
+    const positions_slot& positions = fields().positions;
+    const auto block = readBlock(positions.get());
+    const span<const ::osg::Pnt3f> vertices =
+        span<const ::osg::Pnt3f>(block.view()).subspan(0, 3 * size);
+    if (vertices.empty())
+        return;
+    ::osg::Pnt3f low = vertices[0], high = low;
+    for (const ::osg::Pnt3f& vertex : vertices) {
+        for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+            low[axis] = vertex[axis] < low[axis] ? vertex[axis] : low[axis];
+            high[axis] = vertex[axis] > high[axis] ? vertex[axis] : high[axis];
+        }
+    }
+    setPoint(bbox.min, low);
+    setPoint(bbox.max, high);
+    bbox.refresh_extent();
+}
+
+void osg_geoset::prepareSimpleTris(unsigned int index) {
+    const positions_slot& positions = fields().positions;
+    if (simple_tris == nullptr || index >= wished_size || !positions.holds(index))
+        return;
+    const std::size_t row = std::size_t(3) * index;
+    const ::osg::Pnt3f triangle[3] = {positions.value(row), positions.value(row + 1),
+                                      positions.value(row + 2)};
+    simple_tris[index] = flatTriangle(triangle);
+}
+
+void osg_geoset::convert() {
+    if (wished_size == 0)
+        return;
+    auto triangles = std::make_unique<float_triangle[]>(wished_size);
+    const auto block = readBlock(fields().positions.get());
+    const span<const ::osg::Pnt3f> vertices(block.view());
+    const std::uint64_t count = std::min<std::uint64_t>(size, vertices.size() / corners);
+    for (std::uint64_t i = 0; i < count; ++i)
+        triangles[i] = flatTriangle(vertices.data() + 3 * i);
+    delete[] simple_tris;
+    simple_tris = triangles.release();
+}
+
+void osg_geoset::setTriangle(osg_primitive& primitive, unsigned int index) const {
+    if (index >= size) {
+        std::cout << "Morva::osg::osg_geoset: Index Error in PrepareTriangle." << std::endl;
+        if (size == 0)
+            return;
+        index = static_cast<unsigned int>(size - 1);
+    }
+    const auto read = [index](const auto& slot, auto* out) {
+        for (std::size_t k = 0; slot.holds(index) && k < 3; ++k)
+            out[k] = slot.value(std::size_t(3) * index + k);
+    };
+    const geoset_fields& present = fields();
+    for (std::size_t k = 0; present.ids.holds(index) && k < 3; ++k)
+        primitive.texcoords7[k] = present.ids.value(std::size_t(3) * index + k)[0];
+    read(present.positions, primitive.positions);
+    read(present.normals, primitive.normals);
+    read(present.colors, primitive.colors);
+    read(present.secondary, primitive.secondary_colors);
+    read(present.texcoords[0], primitive.texcoords);
+    read(present.texcoords[1], primitive.texcoords1);
+    read(present.texcoords[2], primitive.texcoords2);
+    read(present.texcoords[3], primitive.texcoords3);
+}
+
+} // namespace morva::osg

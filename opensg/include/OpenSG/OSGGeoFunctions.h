@@ -1,0 +1,55 @@
+#pragma once
+
+// Functions that rewrite a whole geometry in place. Null geometries and missing positions are
+// accepted. None needs an edit bracket.
+
+#include "OSGGeometry.h"
+
+OSG_BEGIN_NAMESPACE
+
+/// Normals per position index: the normalised sum of the unit normals of all faces that use the
+/// position. A missing property is created; the normals then follow the positions' index.
+OSG_SYSTEMLIB_DLLMAPPING void calcVertexNormals(GeometryPtr geometry);
+
+/// Normals per corner: the normalised sum of the unit normals of those faces at the corner's
+/// position index whose normal makes an angle below `creaseAngle` (radians) with the corner's own
+/// face; the own face always counts. From Pi on as without an angle.
+///
+/// Normals get an index of their own; every property that was indexed stays in the mapping. A
+/// geometry without indices is treated as if indexed 0, 1, 2, ... and stays without: one normal
+/// per vertex.
+OSG_SYSTEMLIB_DLLMAPPING void calcVertexNormals(GeometryPtr geometry, Real32 creaseAngle);
+
+/// Lets vertices whose stored bytes are equal share the index that comes first: per entry of the
+/// mapping, or over all properties if the mapping is empty. A missing index is made, 0, 1, 2, ...
+/// Properties keep their length.
+///
+/// returns  how many indices were changed; -1 for null
+OSG_SYSTEMLIB_DLLMAPPING Int32 createSharedIndex(GeometryPtr geometry);
+
+/// Gives each distinct tuple of indices one number, by first use, and rewrites every mapped
+/// property to one entry per number; one mapping entry with all bits is left. Properties that
+/// other geometries use too are copied first. With an empty mapping only a missing index is made.
+///
+/// returns  how many tuples there are; 0 with an empty mapping, -1 for null
+OSG_SYSTEMLIB_DLLMAPPING Int32 createSingleIndex(GeometryPtr geometry);
+
+/// Turns the triangles into strips and fans and one run of lone triangles. The set of triangles
+/// with their winding stays, less those with two equal vertices; other primitives go.
+///
+/// iteration            trials; the search is deterministic, so that one is all
+/// createStrips         whether to build strips
+/// createFans           whether to build fans, around vertices with `minFanEdgeCount` triangles
+/// colorCode            not used
+/// stitchStrips         joins all strips to one through degenerate triangles
+/// stripifyIsolatedTris lone triangles become strips too
+/// returns  indices before stitching; 0 if nothing could be built or no position or index exists.
+///          The geometry is rewritten only if this is less than what it has
+/// method   greedy strips from the triangles with the fewest free neighbours ("Optimized Triangle
+///          Strips", the approach known from SGI's tools)
+OSG_SYSTEMLIB_DLLMAPPING Int32 createOptimizedPrimitives(
+    GeometryPtr geometry, UInt32 iteration = 1, bool createStrips = true, bool createFans = true,
+    UInt32 minFanEdgeCount = 16, bool colorCode = false, bool stitchStrips = false,
+    bool stripifyIsolatedTris = false);
+
+OSG_END_NAMESPACE

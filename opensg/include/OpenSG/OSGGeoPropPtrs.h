@@ -1,0 +1,3 @@
+#pragma once
+
+#include "OSGGeoProperty.h"

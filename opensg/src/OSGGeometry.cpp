@@ -1,0 +1,218 @@
+#include "OpenSG/OSGGeometry.h"
+
+#include "OpenSG/OSGLineIterator.h"
+#include "OpenSG/OSGPrimitiveIterator.h"
+#include "OpenSG/OSGTriangleIterator.h"
+
+OSG_BEGIN_NAMESPACE
+
+OSG_CONTAINER_DEF_ABSTRACT(Drawable, nullptr, )
+OSG_CONTAINER_DEF_ABSTRACT(MaterialDrawable, nullptr,
+                           OSG_FIELD_DESC(MaterialDrawable, _sfMaterial, "material", Material,
+                                          false))
+
+#define OSG_GEOMETRY_FIELD(NAME, TEXT) OSG_FIELD_DESC(Geometry, _sf##NAME, TEXT, NAME, false)
+OSG_CONTAINER_DEF(Geometry, nullptr, OSG_GEOMETRY_FIELD(Types, "types"),
+                  OSG_GEOMETRY_FIELD(Lengths, "lengths"),
+                  OSG_GEOMETRY_FIELD(Positions, "positions"),
+                  OSG_GEOMETRY_FIELD(Normals, "normals"), OSG_GEOMETRY_FIELD(Colors, "colors"),
+                  OSG_GEOMETRY_FIELD(SecondaryColors, "secondaryColors"),
+                  OSG_GEOMETRY_FIELD(TexCoords, "texCoords"),
+                  OSG_GEOMETRY_FIELD(TexCoords1, "texCoords1"),
+                  OSG_GEOMETRY_FIELD(TexCoords2, "texCoords2"),
+                  OSG_GEOMETRY_FIELD(TexCoords3, "texCoords3"),
+                  OSG_GEOMETRY_FIELD(TexCoords4, "texCoords4"),
+                  OSG_GEOMETRY_FIELD(TexCoords5, "texCoords5"),
+                  OSG_GEOMETRY_FIELD(TexCoords6, "texCoords6"),
+                  OSG_GEOMETRY_FIELD(TexCoords7, "texCoords7"),
+                  OSG_GEOMETRY_FIELD(Indices, "indices"),
+                  OSG_FIELD_DESC(Geometry, _mfIndexMapping, "indexMapping", IndexMapping, false),
+                  OSG_FIELD_DESC(Geometry, _sfDlistCache, "dlistCache", DlistCache, false))
+
+namespace {
+
+/// Parent entry of a geometry that holds a property in this field.
+FieldContainerPtr parentEntry(const FieldContainerPtr& geometry, UInt32 fieldId) {
+    FieldContainerPtr entry = geometry;
+    entry.setParentFieldPos(static_cast<UInt16>(fieldId));
+    return entry;
+}
+
+/// Takes the entry of exactly this field away: one property may stand in several fields.
+void dropParentEntry(Attachment& property, const FieldContainerPtr& geometry, UInt32 fieldId) {
+    MFFieldContainerPtr& parents = property.getParents();
+    for (auto it = parents.begin(); it != parents.end(); ++it) {
+        if (*it == geometry && it->getParentFieldPos() == fieldId) {
+            parents.erase(it);
+            return;
+        }
+    }
+}
+
+template <class Ptr>
+Attachment& copyInAspect(const Ptr& property, UInt32 aspect) {
+    return *reinterpret_cast<Attachment*>(property.getAspectCPtr(aspect));
+}
+
+} // namespace
+
+template <class Visit>
+void Geometry::forEachProperty(Visit visit) {
+    visit(_sfTypes, TypesFieldId);
+    visit(_sfLengths, LengthsFieldId);
+    visit(_sfPositions, PositionsFieldId);
+    visit(_sfNormals, NormalsFieldId);
+    visit(_sfColors, ColorsFieldId);
+    visit(_sfSecondaryColors, SecondaryColorsFieldId);
+    visit(_sfTexCoords, TexCoordsFieldId);
+    visit(_sfTexCoords1, TexCoords1FieldId);
+    visit(_sfTexCoords2, TexCoords2FieldId);
+    visit(_sfTexCoords3, TexCoords3FieldId);
+    visit(_sfTexCoords4, TexCoords4FieldId);
+    visit(_sfTexCoords5, TexCoords5FieldId);
+    visit(_sfTexCoords6, TexCoords6FieldId);
+    visit(_sfTexCoords7, TexCoords7FieldId);
+    visit(_sfIndices, IndicesFieldId);
+}
+
+template <class PropertyField, class PropertyPtr>
+void Geometry::setProperty(PropertyField& field, const PropertyPtr& added, UInt32 fieldId) {
+    const PropertyPtr property = added; // the argument may be this very field's value
+    const FieldContainerPtr self = getUntypedPtr();
+    if (property != NullFC) property->addParent(parentEntry(self, fieldId));
+    if (field.getValue() != NullFC) dropParentEntry(*field.getValue(), self, fieldId);
+    field.set(property);
+    if (fieldId == PositionsFieldId) invalidateVolume();
+}
+
+Geometry::Geometry(const Geometry& other)
+    : MaterialDrawable(other), _sfTypes(other._sfTypes), _sfLengths(other._sfLengths),
+      _sfPositions(other._sfPositions), _sfNormals(other._sfNormals), _sfColors(other._sfColors),
+      _sfSecondaryColors(other._sfSecondaryColors), _sfTexCoords(other._sfTexCoords),
+      _sfTexCoords1(other._sfTexCoords1), _sfTexCoords2(other._sfTexCoords2),
+      _sfTexCoords3(other._sfTexCoords3), _sfTexCoords4(other._sfTexCoords4),
+      _sfTexCoords5(other._sfTexCoords5), _sfTexCoords6(other._sfTexCoords6),
+      _sfTexCoords7(other._sfTexCoords7), _sfIndices(other._sfIndices),
+      _mfIndexMapping(other._mfIndexMapping), _sfDlistCache(other._sfDlistCache) {
+    const FieldContainerPtr self = getUntypedPtr();
+    forEachProperty([&](auto& field, UInt32 fieldId) {
+        if (field.getValue() == NullFC) return;
+        copyInAspect(field.getValue(), getAspectIndex()).addParent(parentEntry(self, fieldId));
+    });
+}
+
+Geometry::~Geometry() {
+    const FieldContainerPtr self = getUntypedPtr();
+    forEachProperty([&](auto& field, UInt32 fieldId) {
+        if (field.getValue() == NullFC) return;
+        dropParentEntry(copyInAspect(field.getValue(), getAspectIndex()), self, fieldId);
+    });
+}
+
+Int16 Geometry::calcMappingIndex(UInt16 bit) const {
+    for (UInt32 entry = _mfIndexMapping.getSize(); entry-- > 0;) {
+        if ((_mfIndexMapping[entry] & bit) != 0) return static_cast<Int16>(entry);
+    }
+    return -1;
+}
+
+GeoPropertyArrayInterface* Geometry::getProperty(Int32 mapBit) const {
+    switch (mapBit) {
+    case MapPosition: return _sfPositions.getValue() ? &*_sfPositions.getValue() : nullptr;
+    case MapNormal: return _sfNormals.getValue() ? &*_sfNormals.getValue() : nullptr;
+    case MapColor: return _sfColors.getValue() ? &*_sfColors.getValue() : nullptr;
+    case MapSecondaryColor:
+        return _sfSecondaryColors.getValue() ? &*_sfSecondaryColors.getValue() : nullptr;
+    case MapTexCoords: return _sfTexCoords.getValue() ? &*_sfTexCoords.getValue() : nullptr;
+    case MapTexCoords1: return _sfTexCoords1.getValue() ? &*_sfTexCoords1.getValue() : nullptr;
+    case MapTexCoords2: return _sfTexCoords2.getValue() ? &*_sfTexCoords2.getValue() : nullptr;
+    case MapTexCoords3: return _sfTexCoords3.getValue() ? &*_sfTexCoords3.getValue() : nullptr;
+    case MapTexCoords4: return _sfTexCoords4.getValue() ? &*_sfTexCoords4.getValue() : nullptr;
+    case MapTexCoords5: return _sfTexCoords5.getValue() ? &*_sfTexCoords5.getValue() : nullptr;
+    case MapTexCoords6: return _sfTexCoords6.getValue() ? &*_sfTexCoords6.getValue() : nullptr;
+    case MapTexCoords7: return _sfTexCoords7.getValue() ? &*_sfTexCoords7.getValue() : nullptr;
+    default: return nullptr;
+    }
+}
+
+GeometryPtr Geometry::clone() const {
+    const GeometryPtr copy = create();
+    copy->setMaterial(getMaterial());
+    copy->_mfIndexMapping = _mfIndexMapping;
+    copy->_sfDlistCache.setValue(getDlistCache());
+    std::vector<FieldContainerPtr> clones;
+    const_cast<Geometry*>(this)->forEachProperty([&clones](auto& field, UInt32) {
+        clones.push_back(field.getValue() != NullFC
+                             ? FieldContainerPtr::dcast(field.getValue()->clone())
+                             : FieldContainerPtr());
+    });
+    std::size_t next = 0;
+    copy->forEachProperty([&](auto& field, UInt32 fieldId) {
+        typedef typename std::decay_t<decltype(field)>::StoredType PropertyPtr;
+        const FieldContainerPtr property = clones[next++];
+        if (property != NullFC) {
+            copy->setProperty(field, PropertyPtr::ofKnownClass(property), fieldId);
+        }
+    });
+    return copy;
+}
+
+void Geometry::unshareProperties() {
+    forEachProperty([this](auto& field, UInt32 fieldId) {
+        if (field.getValue() == NullFC || field.getValue()->getParents().size() < 2) return;
+        setProperty(field, field.getValue()->clone(), fieldId);
+    });
+}
+
+PrimitiveIterator Geometry::beginPrimitives() const { return PrimitiveIterator(getPtr()); }
+
+PrimitiveIterator Geometry::endPrimitives() const {
+    PrimitiveIterator end(getPtr());
+    end.setToEnd();
+    return end;
+}
+
+TriangleIterator Geometry::beginTriangles() const {
+    TriangleIterator begin(getPtr());
+    begin.setToBegin();
+    return begin;
+}
+
+TriangleIterator Geometry::endTriangles() const {
+    TriangleIterator end(getPtr());
+    end.setToEnd();
+    return end;
+}
+
+LineIterator Geometry::beginLines() const {
+    LineIterator begin(getPtr());
+    begin.setToBegin();
+    return begin;
+}
+
+LineIterator Geometry::endLines() const {
+    LineIterator end(getPtr());
+    end.setToEnd();
+    return end;
+}
+
+void Geometry::adjustVolume(Volume& volume) {
+    volume.setEmpty(true);
+    const GeoPositionsPtr positions = getPositions();
+    if (positions == NullFC) return;
+    for (PrimitiveIterator primitive = beginPrimitives(); !primitive.isAtEnd(); ++primitive) {
+        for (UInt32 i = 0; i < primitive.getLength(); ++i) {
+            const Int32 index = primitive.getPositionIndex(static_cast<Int32>(i));
+            if (index >= 0 && static_cast<UInt32>(index) < positions->getSize()) {
+                volume.extendBy(positions->getValue(static_cast<UInt32>(index)));
+            }
+        }
+    }
+}
+
+void Geometry::changed(BitVector which, UInt32 origin) {
+    if ((which & PositionsFieldMask) != 0) invalidateVolume();
+    MaterialDrawable::changed(which, origin);
+}
+
+OSG_END_NAMESPACE
