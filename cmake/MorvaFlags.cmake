@@ -3,7 +3,7 @@
 # Dev is optimised with assertions on. Exact results need -ffp-contract=off: a fused multiply-add
 # would change the last bit of planes and cut points.
 
-set(CMAKE_CXX_FLAGS_DEV "-O1 -g1" CACHE STRING "")
+set(CMAKE_CXX_FLAGS_DEV "-O1 -g1")
 if(NOT CMAKE_BUILD_TYPE AND NOT CMAKE_CONFIGURATION_TYPES)
     set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()

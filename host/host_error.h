@@ -17,8 +17,8 @@ enum exit_code : int {
 /// A reason to stop, in words for the user: no leading program name, no line end.
 class host_error : public std::runtime_error {
   public:
-    explicit host_error(const std::string& text, exit_code code = exit_failed)
-        : std::runtime_error(text), code(code) {}
+    explicit host_error(const std::string& text, exit_code exit_with = exit_failed)
+        : std::runtime_error(text), code(exit_with) {}
     exit_code code;
 };
 

@@ -52,12 +52,11 @@ class vertex_budget {
   public:
     explicit vertex_budget(const ::osg::GeometryPtr& geometry);
 
-    /// Takes the vertices of the next primitive; false if they are not all there.
-    bool take(::osg::UInt32 length) {
-        if (length > left)
-            return false;
-        left -= length;
-        return true;
+    /// Takes the vertices of the next primitive, and returns how many of them are there.
+    ::osg::UInt32 take(::osg::UInt32 length) {
+        const auto there = static_cast<::osg::UInt32>(std::min<std::uint64_t>(length, left));
+        left -= there;
+        return there;
     }
 
   private:

@@ -14,7 +14,6 @@
 #include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGQuaternion.h>
 
-#include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
@@ -96,8 +95,6 @@ template <typename Value> class source_column {
           block(readBlock(property)), values(block.view()) {}
 
     bool present() const { return has; }
-    /// Whether a vertex has an index for this property at all.
-    bool indexed() const { return slot != vertex_stream::absent; }
     /// Value of a vertex, or null where its index leads nowhere.
     const Value* find(std::size_t vertex) const {
         const std::size_t row = vertices.index(vertex, slot);
@@ -229,17 +226,16 @@ void writeRows(Slot& slot, std::size_t first, std::size_t count, const Make& mak
 class triangle_intake {
   public:
     triangle_intake(const source_columns& from, geoset_fields& to, const to_world_move& mover,
-                    std::size_t first_row, std::size_t room)
-        : source(from), target(to), move(mover), row(first_row), rows(room) {}
+                    std::size_t first_row, std::size_t room, unsigned int& left_out)
+        : source(from), target(to), move(mover), row(first_row), rows(room), rogue(left_out) {}
 
     bool write_ids = false;
-    int id = 0;             ///< for vertices that bring none
-    unsigned int rogue = 0; ///< triangles left out so far
+    int id = 0; ///< for vertices that bring none
 
     void take(std::size_t a, std::size_t b, std::size_t c) {
-        corner[pending++] = a;
-        corner[pending++] = b;
-        corner[pending++] = c;
+        corner[pending++] = static_cast<::osg::UInt32>(a);
+        corner[pending++] = static_cast<::osg::UInt32>(b);
+        corner[pending++] = static_cast<::osg::UInt32>(c);
         if (pending == 3 * portion)
             flush();
     }
@@ -285,7 +281,7 @@ class triangle_intake {
         pending = kept;
     }
 
-    bool readTriangle(const std::size_t* vertex, ::osg::Pnt3f* p) const {
+    bool readTriangle(const ::osg::UInt32* vertex, ::osg::Pnt3f* p) const {
         for (int k = 0; k < 3; ++k) {
             const ::osg::Pnt3f* found = source.positions.find(vertex[k]);
             if (found == nullptr)
@@ -297,9 +293,11 @@ class triangle_intake {
 
     void writeIds() {
         const ::osg::Vec2f own(static_cast<float>(id), 0.0F);
-        if (source.ids.present() && source.ids.indexed()) {
-            writeRows(target.ids, row, pending,
-                      [this](std::size_t i) { return source.ids.at(corner[i]); });
+        if (source.ids.present()) {
+            writeRows(target.ids, row, pending, [&](std::size_t i) {
+                const ::osg::Vec2f* brought = source.ids.find(corner[i]);
+                return brought != nullptr ? *brought : own;
+            });
         } else {
             writeRows(target.ids, row, pending, [&own](std::size_t) { return own; });
         }
@@ -337,8 +335,9 @@ class triangle_intake {
     const to_world_move& move;
     std::size_t row;  ///< next row to write
     std::size_t rows; ///< rows that every target property has
+    unsigned int& rogue;
     std::size_t pending = 0;
-    std::size_t corner[3 * portion]; ///< vertex numbers, `pending` of them
+    ::osg::UInt32 corner[3 * portion]; ///< vertex numbers, `pending` of them
 };
 
 /// Most triangles that primitives can give: every one of them, degenerate strip parts included.
@@ -390,7 +389,7 @@ bool countVertices(const target_columns& target, std::uint64_t more) {
 }
 
 /// Writes the normals of the triangles at vertices `begin` to `end`, from their corners alone.
-void creaseNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
+void flatNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
     ::osg::Vec3f normal;
     if (begin > 0)
         normal = fields.normals.value(begin - 1);
@@ -435,8 +434,9 @@ void osg_geoset::makeRoom(std::uint64_t needed) {
 }
 
 /// Gives every triangle the normal of its own plane at its three corners; one without area takes
-/// that of the triangle before it. This is what smoothing up to a crease comes to where no two
-/// triangles have a vertex in common, so triangles that were done before need not be done again.
+/// that of the triangle before it. This is what calcCreaseNormals() comes to on an unindexed core,
+/// whatever the angle: no two triangles have a vertex in common. So triangles that were done
+/// before need not be done again, and many nodes without normals cost no more than one.
 void osg_geoset::flattenNormals() {
     geoset_fields& present = fields();
     if (!present.positions.present() || !present.normals.present())
@@ -445,7 +445,7 @@ void osg_geoset::flattenNormals() {
         present.normals.get()->resize(present.positions.size());
     const std::size_t end = std::min<std::size_t>(vertex_count, present.positions.size()) / 3 * 3;
     const std::size_t begin = std::min(present.flat_normals, end);
-    creaseNormals(present, begin, end);
+    flatNormals(present, begin, end);
     present.flat_normals = end;
 }
 
@@ -464,7 +464,7 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     if (countVertices(target, offered)) {
         const int id = vertexId(node, source, toWorld, writeIds);
         const to_world_move move(node, toWorld);
-        triangle_intake intake(from, target.fields, move, vertex_count, target.room());
+        triangle_intake intake(from, target.fields, move, vertex_count, target.room(), rogue);
         intake.write_ids = writeIds;
         intake.id = id;
         walkTriangles(
@@ -472,7 +472,6 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
             [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });
         intake.flush();
         vertex_count = intake.nextRow();
-        rogue = intake.rogue;
     }
     target.store(core, writeIds);
     if (!from.normals.present() && target.fields.normals.present())

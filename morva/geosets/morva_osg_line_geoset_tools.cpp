@@ -1,9 +1,9 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 
 #include <cmath>
-#include <memory>
 
-#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg.h>
+#include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/trees/geoset_access.h>
 
@@ -15,11 +15,11 @@ constexpr ::osg::UInt32 lines_code = 1;
 constexpr ::osg::UInt32 loop_code = 2;
 constexpr ::osg::UInt32 strip_code = 3;
 
-/// Calls `use` with the two ends of every line of the primitive that `it` stands at, until it
-/// gives false; then false.
-template <typename Use> bool walkPrimitive(const ::osg::PrimitiveIterator& it, const Use& use) {
+/// Calls `use` with the two ends of every line among the first `length` vertices of the primitive
+/// that `it` stands at, until it gives false; then false.
+template <typename Use>
+bool walkPrimitive(const ::osg::PrimitiveIterator& it, ::osg::UInt32 length, const Use& use) {
     const ::osg::UInt32 type = it.getType();
-    const ::osg::UInt32 length = it.getLength();
     if (length < 2 || (type != lines_code && type != loop_code && type != strip_code))
         return true;
 
@@ -41,42 +41,15 @@ struct walk_lines {
     void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
         vertex_budget left(geometry);
         for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
-            if (!left.take(it.getLength()) || !walkPrimitive(it, use))
+            if (!walkPrimitive(it, left.take(it.getLength()), use))
                 return;
         }
     }
 };
 
-using axis_arrays = std::unique_ptr<std::unique_ptr<float[]>[]>;
-
-axis_arrays newArrays(std::uint64_t entries) {
-    axis_arrays arrays(new std::unique_ptr<float[]>[3]);
-    for (int axis = 0; axis < 3; ++axis)
-        arrays[axis].reset(new float[entries]);
-    return arrays;
-}
-
-void freeArrays(float**& arrays) {
-    if (arrays == nullptr)
-        return;
-    for (int axis = 0; axis < 3; ++axis)
-        delete[] arrays[axis];
-    delete[] arrays;
-    arrays = nullptr;
-}
-
-/// Puts new arrays in the place of the old ones; nothing can fail any more but the holder.
-void install(axis_arrays& fresh_arrays, float**& arrays) {
-    std::unique_ptr<float*[]> holder(new float*[3]);
-    freeArrays(arrays);
-    for (int axis = 0; axis < 3; ++axis)
-        holder[axis] = fresh_arrays[axis].release();
-    arrays = holder.release();
-}
-
 void copyEntries(float* const* from, const axis_arrays& to, std::uint64_t entries) {
     for (int axis = 0; axis < 3; ++axis)
-        std::copy_n(from[axis], entries, to[axis].get());
+        std::copy_n(from[axis], entries, to[axis]);
 }
 
 /// True if two points differ by at most 1e-6 in each coordinate.
@@ -132,13 +105,13 @@ bool cutPoint(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, double plane, ::osg:
 osg_line_geoset::osg_line_geoset() : geometry(::osg::Geometry::create()) {}
 
 osg_line_geoset::~osg_line_geoset() {
-    freeArrays(axis_min);
-    freeArrays(axis_max);
+    freeAxisArrays(axis_min);
+    freeAxisArrays(axis_max);
 }
 
 void osg_line_geoset::clear() {
-    freeArrays(axis_min);
-    freeArrays(axis_max);
+    freeAxisArrays(axis_min);
+    freeAxisArrays(axis_max);
     clearElements(*this);
     bbox = float_box();
 }
@@ -162,10 +135,10 @@ void osg_line_geoset::setup() {
         resizeFieldContainers(static_cast<unsigned int>(vertex_count));
         const std::uint64_t lines =
             std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size()) / corners;
-        axis_arrays low = newArrays(lines);
-        axis_arrays high = newArrays(lines);
-        install(low, axis_min);
-        install(high, axis_max);
+        axis_arrays low(lines);
+        axis_arrays high(lines);
+        low.changePlaces(axis_min);
+        high.changePlaces(axis_max);
         size = wished_size = lines;
         if (size > 0)
             calc_axis_min_max(0, size - 1);
@@ -281,15 +254,15 @@ bool osg_line_geoset::growForOneMore() {
         wished_size = size > 999
                           ? static_cast<std::uint64_t>(static_cast<double>(wished_size) * 1.3)
                           : wished_size * 2;
-        axis_arrays low = newArrays(wished_size);
-        axis_arrays high = newArrays(wished_size);
+        axis_arrays low(wished_size);
+        axis_arrays high(wished_size);
         if (!resizeFieldContainers(static_cast<unsigned int>(wished_size))) {
             throw "FieldContainers are not enlargeable";
         }
         copyEntries(axis_min, low, size);
         copyEntries(axis_max, high, size);
-        install(low, axis_min);
-        install(high, axis_max);
+        low.changePlaces(axis_min);
+        high.changePlaces(axis_max);
         return true;
     } catch (const std::bad_alloc& error) {
         std::cerr << "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "

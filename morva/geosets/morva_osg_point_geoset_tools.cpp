@@ -2,7 +2,7 @@
 
 #include <OpenSG/OSGPrimitiveIterator.h>
 
-#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 
 namespace morva::osg {
@@ -18,9 +18,7 @@ struct walk_points {
     void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
         vertex_budget left(geometry);
         for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
-            const ::osg::UInt32 length = it.getLength();
-            if (!left.take(length))
-                return;
+            const ::osg::UInt32 length = left.take(it.getLength());
             if (it.getType() != point_type_code)
                 continue;
             for (::osg::UInt32 i = 0; i < length; ++i) {

@@ -15,6 +15,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
+#include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -196,7 +197,7 @@ void optimisePrimitives(const ::osg::GeometryPtr& geometry) {
                                        [&](const auto& made) { geometry->setLengths(made); });
     ::osg::createSharedIndex(geometry);
     ::osg::createSingleIndex(geometry);
-    createOptimizedPrimitives(geometry, 1, true, false, 16, false, true, false);
+    morva::osg::createOptimizedPrimitives(geometry, 1, true, false, 16, false, true, false);
     if (!fitsShort(geometry->getLengths()))
         return;
     restore<::osg::GeoPLengthsUI16Ptr>(geometry->getLengths(),
@@ -213,9 +214,9 @@ void calculateNormals(const ::osg::GeometryPtr& geometry) {
 /// Brings triangles from the unindexed form to that of the output level.
 void applyLevel(const ::osg::GeometryPtr& geometry, int opt, const osg_geoset*) {
     if (opt == 1)
-        createSingleIndex(geometry);
+        morva::osg::createSingleIndex(geometry);
     if (opt == 2)
-        createSharedIndex(geometry);
+        morva::osg::createSharedIndex(geometry);
     if (opt == 3)
         optimisePrimitives(geometry);
 }

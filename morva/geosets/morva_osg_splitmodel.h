@@ -5,11 +5,10 @@
 // A subtree's objects stand in one run of the tree's index array, so every cut of the tree is a
 // cut of that array, and each piece is one call of MakeGeoCore:
 //
-//          0                indices  7 2 | 5 | 0 1        limit 3:  G +- MG_0  7 2 5
-//        /   \                       `---'   `-'                      `- MG_1  0 1
-//       1     4             first, count of node 1: 0, 3
-//      / \
-//     2   3                 Split(tree, geoset, 0, 0, 3, NullFC, 1, false)
+//     nodes      0 ( 1 ( 2  3 )  4 )          left and right child in brackets
+//     indices          7 2 | 5 | 0 1           first and count of node 1: 0 and 3
+//                     `-------' `---'
+//     limit 3    G ( MG_0 7 2 5   MG_1 0 1 )   Split(tree, geoset, 0, 0, 3, NullFC, 1, false)
 //
 // Returned nodes carry no reference; the caller takes them over. The geoset is only read. The
 // shared thing is the counter of names, under the lock of the ID map: any number of threads may

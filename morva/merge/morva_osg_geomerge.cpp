@@ -32,30 +32,30 @@ struct scene_parts {
     std::vector<::osg::NodePtr> nodes;       ///< to be merged
     std::vector<::osg::NodePtr> transparent; ///< to be carried over
     std::vector<::osg::NodePtr> hidden;      ///< to be carried over
-    ::osg::NodeRefPtr stand_in; ///< top of the copy that a root which is a geometry itself gets
+    ::osg::NodeRefPtr stand_in; ///< top of what stands for a root that is a geometry itself
 };
 
 bool isGeometry(const ::osg::NodePtr& node) {
     return node != ::osg::NullFC && ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
 }
 
-/// Takes hold of the copy that the node collectors make of a root which is a geometry itself.
-void keepStandIn(const ::osg::NodePtr& root, scene_parts& parts) {
-    if (!isGeometry(root))
-        return;
-    for (const auto* list : {&parts.nodes, &parts.transparent}) {
-        if (!list->empty())
-            parts.stand_in = list->front()->getParent();
-    }
+/// A group over a node that shares the core of `node`: what is merged in the place of a root which
+/// is a geometry itself, so that the root stays where it is.
+::osg::NodePtr newStandIn(const ::osg::NodePtr& node) {
+    fresh<::osg::NodePtr> top(newGroupNode());
+    top->addChild(newNodeWith(node->getCore()));
+    return top.release();
 }
 
 void collectParts(const ::osg::NodePtr& root, const mergeGeo_setup& setup, scene_parts& parts) {
+    if (isGeometry(root))
+        parts.stand_in = newStandIn(root);
+    const ::osg::NodePtr top = isGeometry(root) ? parts.stand_in.get() : root;
     if (setup.alphageometry) {
-        getGeometryNodes(root, parts.nodes, false);
+        getGeometryNodes(top, parts.nodes, false);
     } else {
-        getGeometryNodes(root, parts.nodes, parts.transparent, false);
+        getGeometryNodes(top, parts.nodes, parts.transparent, false);
     }
-    keepStandIn(root, parts);
     if (setup.keeprenderfalse)
         getTravMaskZeroNodes(root, parts.hidden, false);
 }

@@ -25,7 +25,7 @@ constexpr UInt32 byteOrder = 0x01020304;
 constexpr UInt32 version = 1;
 constexpr UInt32 maxTextLength = 4096;
 /// Longest chain of references. Destroying a scene goes one call deep per reference.
-constexpr UInt32 maxDepth = 8000;
+constexpr UInt32 maxDepth = 2000;
 
 enum class FieldKind : UInt8 { plain = 0, links = 1, attachments = 2 };
 

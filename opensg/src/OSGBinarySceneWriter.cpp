@@ -40,8 +40,8 @@ class scene_writer {
                 return false;
             putContainer(_order[i]);
         }
-        putNumber(_record, UInt32(0));
-        flushRecord();
+        putNumber(_head, UInt32(0));
+        flush(_head);
         return static_cast<bool>(_out);
     }
 
@@ -52,16 +52,16 @@ class scene_writer {
     };
 
     void putHeader() {
-        _record.insert(_record.end(), std::begin(magic), std::end(magic));
-        putNumber(_record, byteOrder);
-        putNumber(_record, version);
-        flushRecord();
+        _head.insert(_head.end(), std::begin(magic), std::end(magic));
+        putNumber(_head, byteOrder);
+        putNumber(_head, version);
+        flush(_head);
     }
 
-    void flushRecord() {
-        _out.write(reinterpret_cast<const char*>(_record.data()),
-                   static_cast<std::streamsize>(_record.size()));
-        _record.clear();
+    void flush(std::vector<UInt8>& bytes) {
+        _out.write(reinterpret_cast<const char*>(bytes.data()),
+                   static_cast<std::streamsize>(bytes.size()));
+        bytes.clear();
     }
 
     UInt32 numberOf(const FieldContainerPtr& container, UInt32 depth) {
@@ -90,71 +90,76 @@ class scene_writer {
                 putLinks(*desc, field, entry.depth + 1);
             }
         }
-        putText(_record, container.getTypeName());
-        putNumber(_record, numberOf(entry.container, entry.depth));
-        putNumber(_record, static_cast<UInt64>(_body.size()));
-        flushRecord();
-        _record.swap(_body);
-        flushRecord();
-        _record.swap(_body); // keeps the larger buffer for the next body
+        putText(_head, container.getTypeName());
+        putNumber(_head, numberOf(entry.container, entry.depth));
+        putNumber(_head, static_cast<UInt64>(_body.bytes().size()));
+        flush(_head);
+        flush(_body.bytes());
     }
 
-    void putField(const FieldDescription& desc, FieldKind kind, const std::vector<UInt8>& data) {
-        putText(_body, desc.getCName());
-        putNumber(_body, static_cast<UInt8>(kind));
-        putNumber(_body, static_cast<UInt64>(data.size()));
-        _body.insert(_body.end(), data.begin(), data.end());
+    /// Name, kind and place for the size of a field; where its data starts.
+    std::size_t beginField(const FieldDescription& desc, FieldKind kind) {
+        putText(_body.bytes(), desc.getCName());
+        putNumber(_body.bytes(), static_cast<UInt8>(kind));
+        putNumber(_body.bytes(), UInt64(0));
+        return _body.bytes().size();
+    }
+
+    void endField(std::size_t start) {
+        const UInt64 bytes = _body.bytes().size() - start;
+        std::memcpy(_body.bytes().data() + start - sizeof(bytes), &bytes, sizeof(bytes));
     }
 
     void putPlain(const FieldDescription& desc, FieldContainer& container, const Field& field) {
-        if (field.getCardinality() == FieldType::MULTI_FIELD && field.isEmpty())
+        const bool isList = field.getCardinality() == FieldType::MULTI_FIELD;
+        if (isList && field.isEmpty())
             return;
+        const std::size_t before = _body.bytes().size();
+        const std::size_t start = beginField(desc, FieldKind::plain);
         // Through the container: an attachment may keep its field from travelling.
-        _field.clear();
-        container.copyToBin(_field, desc.getFieldMask());
-        const std::size_t bytes = _field.bytes().size();
+        container.copyToBin(_body, desc.getFieldMask());
         // A list whose elements have no bytes cannot be told from damage when read.
-        const std::size_t least =
-            field.getCardinality() == FieldType::MULTI_FIELD ? field.getSize() : 0;
-        if (bytes > least)
-            putField(desc, FieldKind::plain, _field.bytes());
+        const std::size_t least = isList ? field.getSize() : 0;
+        if (_body.bytes().size() - start > least) {
+            endField(start);
+        } else {
+            _body.bytes().resize(before);
+        }
     }
 
     void putLinks(const FieldDescription& desc, const Field& field, UInt32 depth) {
-        std::vector<UInt8> data;
-        UInt32 count = 0;
+        std::vector<UInt32> targets;
         for (UInt32 i = 0; i < field.getSize(); ++i) {
             const UInt32 number = numberOf(field.pointerAt(i), depth);
-            if (number == 0)
-                continue;
-            putNumber(data, number);
-            ++count;
+            if (number != 0)
+                targets.push_back(number);
         }
-        if (count == 0)
+        if (targets.empty())
             return;
-        const UInt8* first = reinterpret_cast<const UInt8*>(&count);
-        data.insert(data.begin(), first, first + sizeof(count));
-        putField(desc, FieldKind::links, data);
+        const std::size_t start = beginField(desc, FieldKind::links);
+        putNumber(_body.bytes(), static_cast<UInt32>(targets.size()));
+        for (const UInt32 number : targets)
+            putNumber(_body.bytes(), number);
+        endField(start);
     }
 
     void putAttachments(const FieldDescription& desc, const AttachmentMap& map, UInt32 depth) {
         if (map.empty())
             return;
-        std::vector<UInt8> data;
-        putNumber(data, static_cast<UInt32>(map.size()));
+        const std::size_t start = beginField(desc, FieldKind::attachments);
+        putNumber(_body.bytes(), static_cast<UInt32>(map.size()));
         for (const auto& entry : map) {
-            putNumber(data, static_cast<UInt16>(entry.first & 0xFFFF));
-            putNumber(data, numberOf(entry.second, depth));
+            putNumber(_body.bytes(), static_cast<UInt16>(entry.first & 0xFFFF));
+            putNumber(_body.bytes(), numberOf(entry.second, depth));
         }
-        putField(desc, FieldKind::attachments, data);
+        endField(start);
     }
 
     std::ostream& _out;
     std::unordered_map<UInt32, UInt32> _numbers; ///< by container id
     std::vector<numbered> _order;
-    std::vector<UInt8> _record; ///< what goes to the stream next
-    std::vector<UInt8> _body;   ///< fields of the container in hand
-    field_bytes_out _field;
+    std::vector<UInt8> _head; ///< what goes to the stream next
+    field_bytes_out _body;    ///< fields of the container in hand
 };
 
 } // namespace

@@ -15,6 +15,7 @@ class field_bytes_out : public BinaryDataHandler {
   public:
     void clear() { _bytes.clear(); }
     const std::vector<UInt8>& bytes() const { return _bytes; }
+    std::vector<UInt8>& bytes() { return _bytes; }
 
   protected:
     void write(const void* source, UInt32 count) override {
@@ -34,12 +35,12 @@ class field_bytes_in : public BinaryDataHandler {
     std::size_t left() const { return _left; }
 
   protected:
-    void write(const void*, UInt32) override {
-        throw std::out_of_range("this handler only reads");
-    }
+    void write(const void*, UInt32) override { throw std::out_of_range("this handler only reads"); }
     void read(void* target, UInt32 count) override {
-        if (count > _left) throw std::out_of_range("a field ends early");
-        if (count == 0) return;
+        if (count > _left)
+            throw std::out_of_range("a field ends early");
+        if (count == 0)
+            return;
         std::memcpy(target, _at, count);
         _at += count;
         _left -= count;

@@ -8,7 +8,6 @@
 #include <set>
 #include <vector>
 
-#include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGTriangleIterator.h>
@@ -16,23 +15,12 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
+#include "../support/live_containers.h"
 #include "flat_scenes.h"
 
 namespace split {
 
-/// Containers that live now.
-inline unsigned int liveContainers() {
-    ::osg::NodePtr probe = ::osg::Node::create();
-    const ::osg::UInt32 newest = probe.getFieldContainerId();
-    ::osg::addRefCP(probe);
-    ::osg::subRefCP(probe);
-    unsigned int count = 0;
-    for (::osg::UInt32 id = 1; id < newest; ++id) {
-        if (::osg::FieldContainerFactory::the()->getContainer(id) != ::osg::NullFC)
-            ++count;
-    }
-    return count;
-}
+using morva_test::liveContainers;
 
 /// One triangle: three corners of numbers, the smallest corner first, winding kept.
 using triangle = std::vector<std::vector<float>>;

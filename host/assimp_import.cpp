@@ -1,0 +1,239 @@
+#include "assimp_import.h"
+
+#include <cmath>
+#include <memory>
+#include <new>
+#include <unordered_set>
+#include <utility>
+#include <vector>
+
+#include <assimp/DefaultLogger.hpp>
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMatrix.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGTransform.h>
+
+#include "host_error.h"
+
+namespace morva::host {
+
+namespace {
+
+/// Deeper trees would exhaust the stack of recursive passes.
+constexpr unsigned max_depth = 10000;
+
+::osg::Matrix matrixOf(const aiNode& source) {
+    const aiMatrix4x4& from = source.mTransformation;
+    ::osg::Matrix matrix;
+    for (unsigned row = 0; row < 4; ++row) {
+        for (unsigned column = 0; column < 4; ++column) {
+            if (!std::isfinite(from[row][column]))
+                throw host_error("the file is damaged: the matrix of node '" +
+                                 std::string(source.mName.C_Str()) + "' is not finite");
+            matrix[column][row] = from[row][column];
+        }
+    }
+    return matrix;
+}
+
+bool isIdentity(const aiNode& source) {
+    for (unsigned row = 0; row < 4; ++row)
+        for (unsigned column = 0; column < 4; ++column)
+            if (source.mTransformation[row][column] != (row == column ? 1.f : 0.f))
+                return false;
+    return true;
+}
+
+void setNameUnlessEmpty(const ::osg::AttachmentContainerPtr& container, const std::string& name) {
+    if (!name.empty())
+        setName(container, name);
+}
+
+/// Walks the source tree and builds ours; meshes and materials are converted at first use.
+class tree_builder {
+  public:
+    tree_builder(const aiScene& scene, const std::string& folder, model& target)
+        : scene_(scene), folder_(folder), target_(target), cores_(scene.mNumMeshes),
+          converted_(scene.mNumMeshes, false), materials_(scene.mNumMaterials) {}
+
+    void build() {
+        target_.root = ::osg::NodeRefPtr(newGroup());
+        todo_.push_back({scene_.mRootNode, target_.root.get(), 0});
+        while (!todo_.empty()) {
+            const step next = todo_.back();
+            todo_.pop_back();
+            visit(next);
+        }
+        // The root of the file becomes the root of the scene if nothing had to stand above it.
+        if (target_.root->getNChildren() == 1 && !isGeometry(target_.root->getChild(0))) {
+            const ::osg::NodeRefPtr only(target_.root->getChild(0));
+            target_.root->subChild(only.get());
+            target_.root = only;
+        }
+    }
+
+  private:
+    struct step {
+        const aiNode* source;
+        ::osg::NodePtr parent;
+        unsigned depth;
+    };
+
+    static ::osg::NodePtr newGroup() {
+        const ::osg::NodePtr node = ::osg::Node::create();
+        node->setCore(::osg::Group::create());
+        return node;
+    }
+
+    static bool isGeometry(const ::osg::NodePtr& node) {
+        return ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
+    }
+
+    void visit(const step& now) {
+        const aiNode& source = *now.source;
+        if (!seen_.insert(&source).second)
+            throw host_error("the file is damaged: its node tree is no tree");
+        if (now.depth > max_depth)
+            throw host_error("the node tree is deeper than " + std::to_string(max_depth));
+        if ((source.mNumChildren != 0 && source.mChildren == nullptr) ||
+            (source.mNumMeshes != 0 && source.mMeshes == nullptr))
+            throw host_error("the file is damaged: a node lacks its list of children or meshes");
+
+        const bool plain = isIdentity(source);
+        const std::string name = source.mName.C_Str();
+        if (plain && source.mNumMeshes == 1 && source.mNumChildren == 0) {
+            addMesh(source.mMeshes[0], now.parent, name);
+            return;
+        }
+        const ::osg::NodePtr node = ::osg::Node::create();
+        beginEditCP(node);
+        setNameUnlessEmpty(node, name);
+        now.parent->addChild(node);
+        node->setCore(plain ? ::osg::NodeCorePtr(::osg::Group::create()) : transformOf(source));
+        for (unsigned i = 0; i < source.mNumMeshes; ++i)
+            addMesh(source.mMeshes[i], node, name);
+        endEditCP(node);
+        for (unsigned i = source.mNumChildren; i-- > 0;) {
+            if (source.mChildren[i] != nullptr)
+                todo_.push_back({source.mChildren[i], node, now.depth + 1});
+        }
+    }
+
+    static ::osg::NodeCorePtr transformOf(const aiNode& source) {
+        const ::osg::Matrix matrix = matrixOf(source);
+        const ::osg::TransformPtr transform = ::osg::Transform::create();
+        beginEditCP(transform);
+        transform->setMatrix(matrix);
+        endEditCP(transform);
+        return transform;
+    }
+
+    /// Adds a geometry node, named after its mesh, or like `fallback` if the mesh has no name.
+    void addMesh(unsigned index, const ::osg::NodePtr& parent, const std::string& fallback) {
+        if (index >= scene_.mNumMeshes || scene_.mMeshes[index] == nullptr)
+            throw host_error("the file is damaged: a node uses mesh " + std::to_string(index) +
+                             " of " + std::to_string(scene_.mNumMeshes));
+        const ::osg::GeometryPtr core = coreOf(index);
+        if (core == ::osg::NullFC)
+            return;
+        const std::string name = scene_.mMeshes[index]->mName.C_Str();
+        const ::osg::NodePtr node = ::osg::Node::create();
+        beginEditCP(node);
+        node->setCore(core);
+        setNameUnlessEmpty(node, name.empty() ? fallback : name);
+        parent->addChild(node);
+        endEditCP(node);
+    }
+
+    ::osg::GeometryPtr coreOf(unsigned index) {
+        if (converted_[index])
+            return cores_[index].get();
+        converted_[index] = true;
+        const aiMesh& mesh = *scene_.mMeshes[index];
+        const imported_material& material = materialOf(mesh.mMaterialIndex);
+        const ::osg::GeometryPtr core = importMesh(mesh, material.coordinate_set, target_);
+        cores_[index] = ::osg::GeometryRefPtr(core);
+        if (core == ::osg::NullFC) {
+            target_.notes.push_back("mesh '" + std::string(mesh.mName.C_Str()) +
+                                    "' has no faces; it is left out");
+            return core;
+        }
+        beginEditCP(core, ::osg::Geometry::MaterialFieldMask);
+        core->setMaterial(material.material.get());
+        endEditCP(core, ::osg::Geometry::MaterialFieldMask);
+        setNameUnlessEmpty(core, mesh.mName.C_Str());
+        return core;
+    }
+
+    const imported_material& materialOf(unsigned index) {
+        static const imported_material none;
+        if (index >= scene_.mNumMaterials || scene_.mMaterials == nullptr ||
+            scene_.mMaterials[index] == nullptr)
+            return none;
+        if (materials_[index].material == ::osg::NullFC)
+            materials_[index] = importMaterial(scene_, *scene_.mMaterials[index], folder_, target_);
+        return materials_[index];
+    }
+
+    const aiScene& scene_;
+    const std::string& folder_;
+    model& target_;
+    std::vector<::osg::GeometryRefPtr> cores_;
+    std::vector<bool> converted_;
+    std::vector<imported_material> materials_;
+    std::unordered_set<const aiNode*> seen_;
+    std::vector<step> todo_;
+};
+
+std::string folderOf(const std::string& path) {
+    const std::size_t slash = path.rfind('/');
+    return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+/// The importer's text without its line ends.
+std::string reasonOf(const Assimp::Importer& importer) {
+    std::string text = importer.GetErrorString();
+    while (!text.empty() && (text.back() == '\n' || text.back() == ' '))
+        text.pop_back();
+    return text.empty() ? "the import library gives no reason" : text;
+}
+
+} // namespace
+
+void importScene(const aiScene& scene, const std::string& folder, model& target) {
+    if (scene.mRootNode == nullptr)
+        throw host_error("the file holds no scene");
+    if (scene.mNumMeshes != 0 && scene.mMeshes == nullptr)
+        throw host_error("the file is damaged: it lacks its list of meshes");
+    tree_builder(scene, folder, target).build();
+    target.images_by_name.clear();
+    if (target.other_textures != 0)
+        target.notes.push_back(std::to_string(target.other_textures) +
+                               " textures other than base colours are left out");
+    const unsigned moving = scene.mNumAnimations;
+    if (moving != 0)
+        target.notes.push_back(std::to_string(moving) + " animations are left out");
+}
+
+void importThroughAssimp(const std::string& path, model& target) {
+    auto importer = std::make_unique<Assimp::Importer>();
+    const aiScene* scene = nullptr;
+    try {
+        scene = importer->ReadFile(path, aiProcess_Triangulate);
+    } catch (const std::bad_alloc&) {
+        throw host_error("out of memory while reading '" + path + "'");
+    } catch (const std::exception& error) {
+        throw host_error("cannot read '" + path + "': " + error.what());
+    }
+    if (scene == nullptr)
+        throw host_error("cannot read '" + path + "': " + reasonOf(*importer));
+    importScene(*scene, folderOf(path), target);
+    // Millions of small arrays take a while to go.
+    target.clean_up = std::async(std::launch::async,
+                                 [garbage = std::move(importer)]() mutable { garbage.reset(); });
+}
+
+} // namespace morva::host

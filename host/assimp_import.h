@@ -1,0 +1,58 @@
+#pragma once
+
+// From the import library's scene to ours.
+//
+//     aiNode with a matrix        Transform node    (identity: Group node)
+//       mesh 3, mesh 5              Geometry nodes, cores shared by all nodes that use the mesh
+//       child                       ...
+//     aiNode, identity, one mesh, no children: the Geometry node itself
+//
+// Nothing is merged, reordered or made up: vertices, faces and materials stay as they are in the
+// file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: counts,
+// indices, pointers and the shape of the node tree are checked.
+
+#include <string>
+
+#include <assimp/material.h>
+#include <assimp/mesh.h>
+#include <assimp/scene.h>
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGMaterial.h>
+
+#include "model.h"
+
+namespace morva::host {
+
+/// Reads a file with the import library and converts it into `target`.
+/// errors  host_error
+void importThroughAssimp(const std::string& path, model& target);
+
+/// Converts a scene of the import library; `folder` is where textures in files are looked for.
+/// errors  host_error for contents that cannot be a scene: indices out of range, null arrays, a
+///         node tree that is no tree, matrices that are not finite
+void importScene(const aiScene& scene, const std::string& folder, model& target);
+
+/// A material and the set of texture coordinates that its texture wants.
+struct imported_material {
+    ::osg::MaterialRefPtr material;
+    unsigned coordinate_set = 0;
+};
+
+/// Converts one material.
+///
+/// The colours of the scene graph hold more than they show: the alpha of the specular colour,
+/// which lighting does not use, is 1 minus the metalness, and the shininess is that of the
+/// roughness, so that materials which differ only there stay different and come out again.
+imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
+                                 const std::string& folder, model& target);
+
+/// Converts one mesh; null if it has no faces. `coordinate_set` becomes the first set.
+/// errors  host_error
+::osg::GeometryPtr importMesh(const aiMesh& mesh, unsigned coordinate_set, model& target);
+
+/// Shininess of a roughness and back; both ends are exact.
+float shininessOf(float roughness);
+float roughnessOf(float shininess);
+
+} // namespace morva::host

@@ -1,0 +1,107 @@
+#include "gltf_buffer.h"
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstring>
+#include <limits>
+#include <utility>
+
+namespace morva::host {
+
+namespace {
+
+// Numbers of the glTF format.
+constexpr int vertex_target = 34962;
+constexpr int index_target = 34963;
+constexpr int type_float = 5126;
+constexpr int type_uint16 = 5123;
+constexpr int type_uint32 = 5125;
+
+constexpr std::array<char, 3> padding = {0, 0, 0};
+
+} // namespace
+
+int gltf_buffer::addView(const void* bytes, std::size_t size, int target) {
+    nlohmann::json view = {{"buffer", 0}, {"byteOffset", size_}, {"byteLength", size}};
+    if (target != 0)
+        view["target"] = target;
+    views_.push_back(std::move(view));
+    blocks_.push_back({bytes, size});
+    size_ += size;
+    if (size_ % 4 != 0) {
+        blocks_.push_back({padding.data(), 4 - size_ % 4});
+        size_ += 4 - size_ % 4;
+    }
+    return static_cast<int>(views_.size()) - 1;
+}
+
+int gltf_buffer::addAccessor(int view, int component_type, const char* type, std::size_t count) {
+    accessors_.push_back({{"bufferView", view},
+                          {"componentType", component_type},
+                          {"type", type},
+                          {"count", count}});
+    return static_cast<int>(accessors_.size()) - 1;
+}
+
+int gltf_buffer::addFloats(const float* values, int components, std::size_t count, bool bounds) {
+    static const std::array<const char*, 5> types = {"", "SCALAR", "VEC2", "VEC3", "VEC4"};
+    const auto width = static_cast<std::size_t>(components);
+    const int view = addView(values, count * width * sizeof(float), vertex_target);
+    const int accessor = addAccessor(view, type_float, types[width], count);
+    if (!bounds)
+        return accessor;
+    std::array<float, 4> low, high;
+    low.fill(std::numeric_limits<float>::max());
+    high.fill(std::numeric_limits<float>::lowest());
+    for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t k = 0; k < width; ++k) {
+            const float value = values[i * width + k];
+            if (!std::isfinite(value))
+                continue;
+            low[k] = std::min(low[k], value);
+            high[k] = std::max(high[k], value);
+        }
+    }
+    auto& entry = accessors_.back();
+    for (std::size_t k = 0; k < width; ++k) {
+        const bool any = low[k] <= high[k];
+        entry["min"].push_back(any ? low[k] : 0.f);
+        entry["max"].push_back(any ? high[k] : 0.f);
+    }
+    return accessor;
+}
+
+int gltf_buffer::addFloats(std::vector<float> values, int components) {
+    floats_.push_back(std::move(values));
+    const std::vector<float>& kept = floats_.back();
+    return addFloats(kept.data(), components, kept.size() / static_cast<std::size_t>(components));
+}
+
+int gltf_buffer::addIndices(const std::vector<std::uint32_t>& indices, std::size_t vertex_count) {
+    const bool narrow = vertex_count <= 65535;
+    std::vector<std::uint8_t> bytes(indices.size() * (narrow ? 2 : 4));
+    if (narrow) {
+        for (std::size_t i = 0; i < indices.size(); ++i) {
+            const auto value = static_cast<std::uint16_t>(indices[i]);
+            std::memcpy(bytes.data() + 2 * i, &value, 2);
+        }
+    } else if (!indices.empty()) {
+        std::memcpy(bytes.data(), indices.data(), bytes.size());
+    }
+    bytes_.push_back(std::move(bytes));
+    const int view = addView(bytes_.back().data(), bytes_.back().size(), index_target);
+    return addAccessor(view, narrow ? type_uint16 : type_uint32, "SCALAR", indices.size());
+}
+
+int gltf_buffer::addBytes(const std::vector<std::uint8_t>& bytes) {
+    bytes_.push_back(bytes);
+    return addView(bytes_.back().data(), bytes_.back().size(), 0);
+}
+
+void gltf_buffer::writeTo(output_file& file) const {
+    for (const block& part : blocks_)
+        file.write(part.bytes, part.size);
+}
+
+} // namespace morva::host

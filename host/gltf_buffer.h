@@ -1,0 +1,58 @@
+#pragma once
+
+// The binary part of a glTF file: blocks end to end, each on a 4-byte boundary.
+//
+//     gltf_buffer buffer;
+//     int accessor = buffer.addFloats(positions, 3, count, true);
+//     ...
+//     buffer.writeTo(file);          // the blocks
+//     buffer.views(), accessors()    // their JSON
+//
+// Blocks that the caller owns are not copied: they must live and stay as they are until written.
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "staged_output.h"
+
+namespace morva::host {
+
+class gltf_buffer {
+  public:
+    /// Adds `count` entries of `components` floats and returns their accessor. The caller keeps
+    /// the values. With `bounds` the accessor tells the lowest and highest of the finite numbers.
+    int addFloats(const float* values, int components, std::size_t count, bool bounds = false);
+    /// The same for values that the buffer takes over.
+    int addFloats(std::vector<float> values, int components);
+    /// Adds indices and returns their accessor: 16 bits wide if all are below `vertex_count` and
+    /// that is at most 65,535.
+    int addIndices(const std::vector<std::uint32_t>& indices, std::size_t vertex_count);
+    /// Adds plain bytes and returns their view.
+    int addBytes(const std::vector<std::uint8_t>& bytes);
+
+    std::uint64_t size() const { return size_; }
+    const nlohmann::json& views() const { return views_; }
+    const nlohmann::json& accessors() const { return accessors_; }
+    void writeTo(output_file& file) const;
+
+  private:
+    struct block {
+        const void* bytes;
+        std::size_t size;
+    };
+    int addView(const void* bytes, std::size_t size, int target);
+    int addAccessor(int view, int component_type, const char* type, std::size_t count);
+
+    std::vector<block> blocks_;
+    std::deque<std::vector<float>> floats_;
+    std::deque<std::vector<std::uint8_t>> bytes_;
+    std::uint64_t size_ = 0;
+    nlohmann::json views_ = nlohmann::json::array();
+    nlohmann::json accessors_ = nlohmann::json::array();
+};
+
+} // namespace morva::host

@@ -1,0 +1,221 @@
+#include "gltf_writer.h"
+
+#include <cstring>
+#include <list>
+#include <map>
+#include <utility>
+
+#include <nlohmann/json.hpp>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include <morva/core/morva_osg_tools.h>
+
+#include "flat_mesh.h"
+#include "gltf_buffer.h"
+#include "gltf_material.h"
+#include "host_error.h"
+#include "scene_walk.h"
+#include "text.h"
+
+namespace morva::host {
+
+namespace {
+
+using nlohmann::json;
+
+/// Texture coordinates with the origin at the top, as the format wants them.
+std::vector<float> turned(const float* values, std::size_t count) {
+    std::vector<float> result(values, values + 2 * count);
+    for (std::size_t i = 1; i < result.size(); i += 2)
+        result[i] = 1.f - result[i];
+    return result;
+}
+
+class gltf_scene {
+  public:
+    explicit gltf_scene(const image_sources& images) : materials_(buffer_, images) {}
+
+    json build(const ::osg::NodePtr& root) {
+        json file = {{"asset", {{"version", "2.0"}, {"generator", "morva"}}}, {"scene", 0}};
+        json scene = json::object();
+        if (root->getTravMask() != 0)
+            scene["nodes"] = {addNode(root)};
+        file["scenes"] = {std::move(scene)};
+        const auto add = [&](const char* key, const json& list) {
+            if (!list.empty())
+                file[key] = list;
+        };
+        add("nodes", nodes_);
+        add("meshes", meshes_);
+        add("accessors", buffer_.accessors());
+        add("bufferViews", buffer_.views());
+        materials_.addTo(file);
+        return file;
+    }
+    const gltf_buffer& buffer() const { return buffer_; }
+
+  private:
+    /// Enters a node and what is shown below it; returns its number.
+    std::size_t addNode(const ::osg::NodePtr& node) {
+        const std::size_t number = nodes_.size();
+        nodes_.push_back(json::object());
+        json entry = json::object();
+        const ::osg::Char8* name = getName(node);
+        if (name != nullptr)
+            entry["name"] = validUtf8(name);
+        ::osg::Matrix matrix;
+        if (placementOf(node, matrix)) {
+            for (int i = 0; i < 16; ++i)
+                entry["matrix"].push_back(
+                    matrix[static_cast<::osg::UInt32>(i / 4)][static_cast<::osg::UInt32>(i % 4)]);
+        }
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+        const int mesh = core != ::osg::NullFC ? meshOf(node, core) : -1;
+        if (mesh >= 0)
+            entry["mesh"] = mesh;
+        for (const ::osg::NodePtr& child : shownChildren(node))
+            entry["children"].push_back(addNode(child));
+        nodes_[number] = std::move(entry);
+        return number;
+    }
+
+    /// The mesh of a core under the material that holds at the node; -1 if nothing is drawn.
+    int meshOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) {
+        const json& primitives = primitivesOf(core);
+        if (primitives.empty())
+            return -1;
+        const int material = materials_.numberOf(morva::osg::getMaterial(node));
+        const auto place = mesh_numbers_.emplace(
+            std::make_pair(core.getFieldContainerId(), material), static_cast<int>(meshes_.size()));
+        if (!place.second)
+            return place.first->second;
+        json mesh = {{"primitives", primitives}};
+        if (material >= 0) {
+            for (json& primitive : mesh["primitives"])
+                primitive["material"] = material;
+        }
+        const ::osg::Char8* name = getName(core);
+        if (name != nullptr)
+            mesh["name"] = validUtf8(name);
+        meshes_.push_back(std::move(mesh));
+        return place.first->second;
+    }
+
+    /// The primitives of a core without material, made at its first coming.
+    const json& primitivesOf(const ::osg::GeometryPtr& core) {
+        const auto place = primitives_.emplace(core.getFieldContainerId(), json(json::array()));
+        if (place.second) {
+            views_.emplace_back(core);
+            flats_.emplace_back(views_.back());
+            place.first->second = addMesh(flats_.back());
+        }
+        return place.first->second;
+    }
+
+    json addMesh(const flat_mesh& mesh) {
+        json primitives = json::array();
+        if (mesh.vertex_count == 0)
+            return primitives;
+        const bool any =
+            mesh.running || !mesh.triangles.empty() || !mesh.lines.empty() || !mesh.points.empty();
+        if (!any)
+            return primitives;
+        const json attributes = addAttributes(mesh);
+        const auto add = [&](int mode, const std::vector<std::uint32_t>& indices) {
+            if (indices.empty())
+                return;
+            primitives.push_back({{"attributes", attributes},
+                                  {"mode", mode},
+                                  {"indices", buffer_.addIndices(indices, mesh.vertex_count)}});
+        };
+        if (mesh.running)
+            primitives.push_back({{"attributes", attributes}, {"mode", GL_TRIANGLES}});
+        add(GL_TRIANGLES, mesh.triangles);
+        add(GL_LINES, mesh.lines);
+        add(GL_POINTS, mesh.points);
+        return primitives;
+    }
+
+    json addAttributes(const flat_mesh& mesh) {
+        const std::size_t count = mesh.vertex_count;
+        json attributes = {{"POSITION", buffer_.addFloats(mesh.positions.values, 3, count, true)}};
+        if (mesh.normals.components != 0)
+            attributes["NORMAL"] = buffer_.addFloats(mesh.normals.values, 3, count);
+        if (mesh.colors.components != 0)
+            attributes["COLOR_0"] =
+                buffer_.addFloats(mesh.colors.values, mesh.colors.components, count);
+        int set = 0; // the format wants them without gaps
+        for (const flat_attribute& coordinates : mesh.coordinates) {
+            if (coordinates.components == 2)
+                attributes["TEXCOORD_" + std::to_string(set++)] =
+                    buffer_.addFloats(turned(coordinates.values, count), 2);
+        }
+        return attributes;
+    }
+
+    gltf_buffer buffer_;
+    gltf_materials materials_;
+    // Blocks of the buffer point into these: they keep their place and live until all is written.
+    std::list<geometry_view> views_;
+    std::list<flat_mesh> flats_;
+    std::map<::osg::UInt32, json> primitives_;
+    std::map<std::pair<::osg::UInt32, int>, int> mesh_numbers_;
+    json nodes_ = json::array();
+    json meshes_ = json::array();
+};
+
+void writeBinary(json file, const gltf_buffer& buffer, const std::string& path) {
+    if (buffer.size() != 0)
+        file["buffers"] = {{{"byteLength", buffer.size()}}};
+    std::string text = file.dump(-1, ' ', false, json::error_handler_t::replace);
+    text.append((4 - text.size() % 4) % 4, ' ');
+    const std::uint64_t total = 12 + 8 + text.size() + (buffer.size() != 0 ? 8 + buffer.size() : 0);
+    if (total > 0xFFFFFFFFull)
+        throw host_error("the scene needs more than the 4 GiB that a .glb can hold: write .gltf");
+    output_file out(path);
+    const auto word = [&](std::uint64_t value) {
+        const auto narrow = static_cast<std::uint32_t>(value);
+        out.write(&narrow, 4);
+    };
+    out.write("glTF", 4);
+    word(2);
+    word(total);
+    word(text.size());
+    out.write("JSON", 4);
+    out.write(text.data(), text.size());
+    if (buffer.size() != 0) {
+        word(buffer.size());
+        out.write("BIN\0", 4);
+        buffer.writeTo(out);
+    }
+    out.close();
+}
+
+void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
+    if (buffer.size() != 0) {
+        const std::string stem = path.substr(0, path.size() - std::strlen(".gltf"));
+        const std::string name = stem.substr(stem.rfind('/') + 1) + ".bin";
+        file["buffers"] = {{{"byteLength", buffer.size()}, {"uri", encodedUri(name)}}};
+        output_file data(stem + ".bin");
+        buffer.writeTo(data);
+        data.close();
+    }
+    const std::string text = file.dump(1, ' ', false, json::error_handler_t::replace) + "\n";
+    output_file out(path);
+    out.write(text.data(), text.size());
+    out.close();
+}
+
+} // namespace
+
+void writeGltf(const ::osg::NodePtr& root, const image_sources& images, const std::string& path) {
+    gltf_scene scene(images);
+    json file = scene.build(root);
+    if (extensionOf(path) == "glb")
+        writeBinary(std::move(file), scene.buffer(), path);
+    else
+        writeText(std::move(file), scene.buffer(), path);
+}
+
+} // namespace morva::host

@@ -1,0 +1,26 @@
+#pragma once
+
+// Writes a scene as glTF 2.0, straight from the scene graph: vertex data goes from the cores to
+// the file without a copy where it can.
+//
+//     .glb    one file
+//     .gltf   JSON, and NAME.bin beside it
+//
+// Hidden subtrees stay out; switches and levels of detail are written as what they show. Cores
+// with strips, fans, quads or polygons become triangle lists.
+
+#include <string>
+
+#include <OpenSG/OSGNode.h>
+
+#include "image_codec.h"
+
+namespace morva::host {
+
+/// Writes the scene below `root`.
+///
+/// path    ends in .glb or .gltf
+/// errors  host_error: the disk, or more than 4 GiB for .glb
+void writeGltf(const ::osg::NodePtr& root, const image_sources& images, const std::string& path);
+
+} // namespace morva::host

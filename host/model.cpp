@@ -1,0 +1,83 @@
+#include "model.h"
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <new>
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGSceneFileHandler.h>
+
+#include "assimp_import.h"
+#include "host_error.h"
+#include "text.h"
+
+namespace morva::host {
+
+namespace {
+
+/// Says why a file cannot be opened, before a library says it less clearly.
+std::uint64_t checkedSize(const std::string& path) {
+    std::error_code error;
+    const std::filesystem::file_status status = std::filesystem::status(path, error);
+    if (!std::filesystem::exists(status))
+        throw host_error("no such file: '" + path + "'");
+    if (std::filesystem::is_directory(status))
+        throw host_error("'" + path + "' is a folder, not a file");
+    errno = 0;
+    std::ifstream file(path, std::ios::binary);
+    if (!file)
+        throw host_error("cannot open '" + path + "': " + std::strerror(errno));
+    const std::uintmax_t size = std::filesystem::file_size(path, error);
+    if (!error && size == 0)
+        throw host_error("'" + path + "' is empty");
+    return error ? 0 : size;
+}
+
+void readSceneFile(const std::string& path, model& target) {
+    const ::osg::NodePtr root = ::osg::SceneFileHandler::the().read(path.c_str(), nullptr);
+    if (root == ::osg::NullFC)
+        throw host_error("cannot read '" + path + "': it is damaged or no scene file");
+    target.root = ::osg::NodeRefPtr(root);
+    if (::osg::GeometryPtr::dcast(root->getCore()) == ::osg::NullFC)
+        return;
+    const ::osg::NodePtr group = ::osg::Node::create();
+    group->setCore(::osg::Group::create());
+    group->addChild(root);
+    target.root = ::osg::NodeRefPtr(group);
+}
+
+bool drawsSomething(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+    if (core != ::osg::NullFC && core->getTypes() != ::osg::NullFC &&
+        core->getTypes()->getSize() != 0 && core->getPositions() != ::osg::NullFC &&
+        core->getPositions()->getSize() != 0)
+        return true;
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) {
+        if (drawsSomething(node->getChild(i)))
+            return true;
+    }
+    return false;
+}
+
+} // namespace
+
+model readModel(const std::string& path) {
+    model result;
+    result.file_bytes = checkedSize(path);
+    try {
+        if (extensionOf(path) == "osb")
+            readSceneFile(path, result);
+        else
+            importThroughAssimp(path, result);
+    } catch (const std::bad_alloc&) {
+        throw host_error("out of memory while reading '" + path + "'");
+    }
+    if (!drawsSomething(result.root.get()))
+        throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
+    return result;
+}
+
+} // namespace morva::host

@@ -1,0 +1,35 @@
+#pragma once
+
+// A model file as a scene, and what the host knows of it beside the scene graph.
+
+#include <cstdint>
+#include <future>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <OpenSG/OSGNode.h>
+#include <OpenSG/OSGRefPtr.h>
+
+#include "image_codec.h"
+
+namespace morva::host {
+
+struct model {
+    ::osg::NodeRefPtr root; ///< never null after reading, never a geometry node itself
+    image_sources images;   ///< files of the images
+    std::map<std::string, ::osg::ImageRefPtr> images_by_name; ///< those read so far
+    std::size_t other_textures = 0; ///< textures without a place in the scene, left out
+    std::vector<std::string> notes; ///< what was left out or looks wrong, one sentence each
+    std::uint64_t file_bytes = 0;   ///< of the file itself, without those it refers to
+    std::future<void> clean_up;     ///< the importer's own scene going, beside the next stages
+};
+
+/// Reads a model file by its extension: .osb through the scene graph, everything else through
+/// the import library.
+///
+/// errors  host_error: the file is missing, empty, damaged, of an unknown format or holds
+///         nothing to draw
+model readModel(const std::string& path);
+
+} // namespace morva::host

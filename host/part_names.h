@@ -1,0 +1,34 @@
+#pragma once
+
+// One name per part, so that the ID map can tell parts apart.
+//
+//     root "engine"                 engine/block/bolt      first bolt
+//       "block": bolt, bolt   ->    engine/block/bolt~2    second bolt
+//       nameless group: cover       engine/#1/cover
+//
+// Names are safe inside JSON text as they stand: valid UTF-8 without quotes, backslashes and
+// control characters; "/" only between the steps of the path.
+
+#include <string>
+#include <vector>
+
+#include <OpenSG/OSGNode.h>
+
+namespace morva::host {
+
+/// A geometry node and what it is called in the file.
+struct named_part {
+    ::osg::NodePtr node;
+    std::string original_name; ///< of the node or else of its core; empty if neither has one
+    std::string name;          ///< the unique name, or the original one
+};
+
+/// Lists the geometry nodes below `root` in walk order.
+///
+/// rename  gives every one of them a unique name; group names and core names stay
+std::vector<named_part> namedParts(const ::osg::NodePtr& root, bool rename);
+
+/// A name made safe: what could break JSON or the path becomes "_".
+std::string safeName(const std::string& name);
+
+} // namespace morva::host

@@ -1,0 +1,244 @@
+// Colour between materials and vertices, and fresh geometry.
+
+#include <morva/core/morva_osg_geometry_tools.h>
+
+#include <algorithm>
+#include <iostream>
+
+#include <OpenSG/OSGBlendChunk.h>
+#include <OpenSG/OSGChunkMaterial.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMaterialChunk.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGSimpleMaterial.h>
+#include <OpenSG/OSGTextureChunk.h>
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_tools.h>
+
+namespace morva::osg {
+
+namespace {
+
+constexpr float color_tolerance = 1e-6F; ///< per component, that two colours may differ
+constexpr unsigned int gl_src_alpha = 770;
+constexpr unsigned int gl_one_minus_src_alpha = 771;
+
+::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
+    if (node == ::osg::NullFC)
+        return ::osg::NullFC;
+    return ::osg::GeometryPtr::dcast(node->getCore());
+}
+
+template <typename Color> bool differ(const Color& a, const Color& b, unsigned int components) {
+    for (unsigned int i = 0; i < components; ++i) {
+        if (a[i] - b[i] > color_tolerance || b[i] - a[i] > color_tolerance)
+            return true;
+    }
+    return false;
+}
+
+bool uniformAlphaIntoMaterial(const ::osg::GeometryPtr& geometry) {
+    const auto stored = ::osg::GeoColors4fPtr::dcast(geometry->getColors());
+    if (stored == ::osg::NullFC) {
+        std::cout << "Sorry No AlphaColor" << std::endl;
+        return true;
+    }
+    const span<::osg::Color4f> colors = editSpan(stored);
+    for (std::size_t i = 1; i < colors.size(); ++i) {
+        if (differ(colors[i], colors[0], 4))
+            return false;
+    }
+    const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
+    chunk->setDiffuse(colors[0]);
+    const ::osg::BlendChunkPtr blend = ::osg::BlendChunk::create();
+    blend->setSrcFactor(gl_src_alpha);
+    blend->setDestFactor(gl_one_minus_src_alpha);
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    material->addChunk(blend, -2);
+    material->addChunk(chunk, -2);
+    geometry->setMaterial(material);
+    return true;
+}
+
+bool uniformColorIntoMaterial(const ::osg::GeometryPtr& geometry) {
+    const auto colors = readBlock(geometry->getColors());
+    const ::osg::Color3f first = colors[0];
+    for (const ::osg::Color3f& color : colors) {
+        if (differ(color, first, 3))
+            return false;
+    }
+    const ::osg::SimpleMaterialPtr material = ::osg::SimpleMaterial::create();
+    material->setDiffuse(first);
+    geometry->setMaterial(material);
+    return true;
+}
+
+/// The colour that a material would be baked with; false if it must stay.
+bool bakeableColor(const ::osg::MaterialPtr& material, ::osg::Color4f& color) {
+    const auto simple = ::osg::SimpleMaterialPtr::dcast(material);
+    if (simple != ::osg::NullFC) {
+        const ::osg::Color3f diffuse = simple->getDiffuse();
+        color = ::osg::Color4f(diffuse[0], diffuse[1], diffuse[2], 1.0F);
+        return true;
+    }
+    const auto chunks = ::osg::ChunkMaterialPtr::dcast(material);
+    if (chunks == ::osg::NullFC)
+        return false;
+    ::osg::MaterialChunkPtr last;
+    for (::osg::UInt32 i = 0; i < chunks->getMFChunks()->size(); ++i) {
+        if (::osg::TextureChunkPtr::dcast(chunks->getChunks(i)) != ::osg::NullFC)
+            return false;
+        const auto chunk = ::osg::MaterialChunkPtr::dcast(chunks->getChunks(i));
+        if (chunk != ::osg::NullFC)
+            last = chunk;
+    }
+    if (last == ::osg::NullFC)
+        return false;
+    color = last->getDiffuse();
+    return color[3] != 0.0F;
+}
+
+/// Colours for a geometry that has none: enough for every corner, and one more triangle's worth.
+::osg::GeoColors4fPtr uniformColors(const ::osg::GeometryPtr& geometry,
+                                    const ::osg::Color4f& color) {
+    ::osg::Int32 largest_index = 1;
+    ::osg::Int32 triangles = 0;
+    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
+        for (int corner = 0; corner < 3; ++corner)
+            largest_index = std::max(largest_index, it.getColorIndex(corner));
+        ++triangles;
+    }
+    const ::osg::GeoColors4fPtr colors = ::osg::GeoColors4f::create();
+    const auto count = static_cast<std::size_t>(std::max(3 * (triangles + 1), largest_index)) + 1;
+    colors->editField().resize(count, color);
+    return colors;
+}
+
+/// Mixes every present colour half and half; the stored alpha stays.
+void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
+    const auto stored = ::osg::GeoColors4fPtr::dcast(colors);
+    for (::osg::UInt32 i = 0; i < colors->size(); ++i) {
+        ::osg::Color3f mixed = colors->getValue(i);
+        for (unsigned int k = 0; k < 3; ++k)
+            mixed[k] = (mixed[k] + color[k]) * 0.5F;
+        if (stored == ::osg::NullFC) {
+            colors->setValue(mixed, i);
+        } else {
+            const float alpha = stored->editField()[i][3];
+            stored->editField()[i] = ::osg::Color4f(mixed[0], mixed[1], mixed[2], alpha);
+        }
+    }
+}
+
+::osg::GeometryPtr freshGeometry(unsigned int type) {
+    const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
+    const ::osg::GeoPTypesUI8Ptr types = ::osg::GeoPTypesUI8::create();
+    types->addValue(type);
+    geometry->setTypes(types);
+    geometry->setLengths(::osg::GeoPLengthsUI32::create());
+    geometry->setPositions(::osg::GeoPositions3f::create());
+    return geometry;
+}
+
+template <typename Ptr> bool isMissing(const Ptr& property) {
+    return property == ::osg::NullFC || property->size() == 0;
+}
+template <typename Ptr> bool isEmpty(const Ptr& property) {
+    return property != ::osg::NullFC && property->size() == 0;
+}
+
+} // namespace
+
+bool VertexColorIntoMaterial(::osg::GeometryPtr geometry, bool withAlpha) {
+    if (geometry == ::osg::NullFC || geometry->getMaterial() != ::osg::NullFC ||
+        isMissing(geometry->getColors()))
+        return false;
+    const bool done =
+        withAlpha ? uniformAlphaIntoMaterial(geometry) : uniformColorIntoMaterial(geometry);
+    // Without a new material there was no alpha to take: the colours stay then.
+    if (done && geometry->getMaterial() != ::osg::NullFC)
+        geometry->setColors(::osg::NullFC);
+    return done;
+}
+
+bool MaterialColorIntoVertex(::osg::NodePtr node) {
+    const ::osg::GeometryPtr geometry = geometryOf(node);
+    if (geometry == ::osg::NullFC)
+        return false;
+    ::osg::MaterialPtr material = geometry->getMaterial();
+    if (material == ::osg::NullFC) {
+        const ::osg::NodePtr group = searchMaterialGroup(node);
+        if (group == ::osg::NullFC)
+            return false;
+        material = ::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial();
+    }
+    ::osg::Color4f color;
+    if (!bakeableColor(material, color))
+        return false;
+    geometry->setMaterial(::osg::NullFC);
+    if (geometry->getColors() == ::osg::NullFC) {
+        geometry->setColors(uniformColors(geometry, color));
+    } else {
+        mixColors(geometry->getColors(), color);
+    }
+    return true;
+}
+
+void setMaterialInGeometry(::osg::NodePtr& node) {
+    const ::osg::GeometryPtr geometry = geometryOf(node);
+    if (geometry != ::osg::NullFC && geometry->getMaterial() == ::osg::NullFC)
+        geometry->setMaterial(getMaterial(node));
+}
+
+::osg::NodePtr CollectNonMaterialNodes(::osg::NodePtr root) {
+    if (root == ::osg::NullFC)
+        return ::osg::NullFC;
+    std::vector<::osg::NodePtr> nodes;
+    const ::osg::GeometryPtr geometry = geometryOf(root);
+    if (geometry == ::osg::NullFC) {
+        getGeometryNodes(root, nodes, false);
+    } else if (geometry->getMaterial() == ::osg::NullFC) {
+        nodes.push_back(root);
+    }
+    nodes.erase(std::remove_if(nodes.begin(), nodes.end(),
+                               [](const ::osg::NodePtr& node) {
+                                   return geometryOf(node)->getMaterial() != ::osg::NullFC ||
+                                          searchMaterialGroup(node) != ::osg::NullFC;
+                               }),
+                nodes.end());
+    if (nodes.empty())
+        return ::osg::NullFC;
+    const ::osg::NodePtr collected = ::osg::Node::create();
+    collected->setCore(::osg::Group::create());
+    for (const ::osg::NodePtr& node : nodes)
+        collected->addChild(node);
+    return collected;
+}
+
+::osg::GeometryPtr createGeo() { return freshGeometry(4); }
+::osg::GeometryPtr createLineGeo() { return freshGeometry(1); }
+
+bool checkGeoProperties(::osg::GeometryPtr geometry) {
+    if (geometry == ::osg::NullFC || isMissing(geometry->getTypes()) ||
+        isMissing(geometry->getLengths()) || isMissing(geometry->getPositions()))
+        return false;
+    if (isEmpty(geometry->getNormals()))
+        geometry->setNormals(::osg::NullFC);
+    if (isEmpty(geometry->getColors()))
+        geometry->setColors(::osg::NullFC);
+    if (isEmpty(geometry->getSecondaryColors()))
+        geometry->setSecondaryColors(::osg::NullFC);
+    if (isEmpty(geometry->getTexCoords()))
+        geometry->setTexCoords(::osg::NullFC);
+    if (isEmpty(geometry->getTexCoords1()))
+        geometry->setTexCoords1(::osg::NullFC);
+    if (isEmpty(geometry->getTexCoords2()))
+        geometry->setTexCoords2(::osg::NullFC);
+    if (isEmpty(geometry->getTexCoords3()))
+        geometry->setTexCoords3(::osg::NullFC);
+    return true;
+}
+
+} // namespace morva::osg

@@ -1,0 +1,159 @@
+// Counts and tests.
+
+#include <morva/core/morva_osg_geometry_tools.h>
+
+#include <algorithm>
+#include <cmath>
+
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_tools.h>
+
+namespace morva::osg {
+
+namespace {
+
+::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
+    if (node == ::osg::NullFC)
+        return ::osg::NullFC;
+    return ::osg::GeometryPtr::dcast(node->getCore());
+}
+
+unsigned int primitivesOf(unsigned int type, unsigned int length) {
+    switch (type) {
+    case 0: return length;
+    case 1:
+    case 7: return length / 2;
+    case 4: return length / 3;
+    case 5:
+    case 6:
+    case 9: return length - 2;
+    default: return 0;
+    }
+}
+
+/// Class bit of a primitive type: points 1, lines 2, triangles 4, none 0.
+unsigned int classBit(unsigned int type) {
+    if (type == 0)
+        return 1;
+    if (type == 1)
+        return 2;
+    return (type >= 4 && type <= 7) || type == 9 ? 4 : 0;
+}
+
+/// Primitives that have both a type and a length.
+::osg::UInt32 listedPrimitives(const ::osg::GeometryPtr& geometry) {
+    if (geometry == ::osg::NullFC || geometry->getTypes() == ::osg::NullFC ||
+        geometry->getLengths() == ::osg::NullFC)
+        return 0;
+    return std::min(geometry->getTypes()->size(), geometry->getLengths()->size());
+}
+
+template <typename Ptr> bool isLonger(const Ptr& property, unsigned int threshold) {
+    return property != ::osg::NullFC && property->size() > threshold;
+}
+
+} // namespace
+
+double triangle_area(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
+    const ::osg::Vec3f u = b - a;
+    const ::osg::Vec3f v = c - a;
+    const float uv = u.dot(v);
+    const float t = u.dot(u) * v.dot(v) - uv * uv;
+    const double area = 0.5 * std::sqrt(static_cast<double>(t));
+    return std::isfinite(area) ? area : 0.0;
+}
+
+unsigned int getNumberOfPrimitives(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr geometry = geometryOf(node);
+    unsigned int sum = 0;
+    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
+        sum += primitivesOf(geometry->getTypes()->getValue(i), geometry->getLengths()->getValue(i));
+    return sum;
+}
+
+unsigned int getNumberOfPrimitives(std::vector<::osg::NodePtr> nodes) {
+    unsigned int sum = 0;
+    for (const ::osg::NodePtr& node : nodes)
+        sum += getNumberOfPrimitives(node);
+    return sum;
+}
+
+unsigned int getNumberOfPrimitiveTypes(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr geometry = geometryOf(node);
+    unsigned int classes = 0;
+    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
+        classes |= classBit(geometry->getTypes()->getValue(i));
+    return (classes & 1) + (classes >> 1 & 1) + (classes >> 2 & 1);
+}
+
+unsigned int getVertexCountOfPrimitiveType(int primitive_class) {
+    switch (primitive_class) {
+    case 0: return 1;
+    case 1: return 2;
+    case 4: return 3;
+    default: return 0;
+    }
+}
+
+bool isVertexCountBelowThreshold(const ::osg::NodePtr& node, unsigned int threshold) {
+    const ::osg::GeometryPtr g = geometryOf(node);
+    if (g == ::osg::NullFC)
+        return true;
+    return !(isLonger(g->getIndices(), threshold) || isLonger(g->getPositions(), threshold) ||
+             isLonger(g->getNormals(), threshold) || isLonger(g->getColors(), threshold) ||
+             isLonger(g->getSecondaryColors(), threshold) ||
+             isLonger(g->getTexCoords(), threshold) || isLonger(g->getTexCoords1(), threshold) ||
+             isLonger(g->getTexCoords2(), threshold) || isLonger(g->getTexCoords7(), threshold));
+}
+
+unsigned int getVertexCount(std::vector<::osg::NodePtr>& nodes) {
+    unsigned int sum = 0;
+    for (const ::osg::NodePtr& node : nodes) {
+        const ::osg::GeometryPtr geometry = geometryOf(node);
+        if (geometry == ::osg::NullFC)
+            continue;
+        for (const ::osg::UInt32 length : readBlock(geometry->getLengths()))
+            sum += length;
+    }
+    return sum;
+}
+
+unsigned int getVertexCount(::osg::NodePtr root) {
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(root, nodes, false);
+    return getVertexCount(nodes);
+}
+
+unsigned int counttriangles(const ::osg::GeometryPtr& geometry) {
+    if (geometry == ::osg::NullFC)
+        return 0;
+    const auto positions = readBlock(geometry->getPositions());
+    unsigned int count = 0;
+    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
+        const ::osg::Pnt3f* corner[3];
+        bool found = true;
+        for (int k = 0; k < 3; ++k) {
+            const ::osg::Int32 index = it.getPositionIndex(k);
+            found = found && index >= 0 && static_cast<std::size_t>(index) < positions.size();
+            corner[k] = found ? &positions[static_cast<std::size_t>(index)] : nullptr;
+        }
+        if (found && !is_rogue(*corner[0], *corner[1], *corner[2]))
+            ++count;
+    }
+    return count;
+}
+
+unsigned int count_triangles(const ::osg::GeometryPtr& geometry) {
+    return counttriangles(geometry);
+}
+
+bool hasVertexColors(std::vector<::osg::NodePtr>& nodes) {
+    return std::any_of(nodes.begin(), nodes.end(), [](const ::osg::NodePtr& node) {
+        const ::osg::GeometryPtr geometry = geometryOf(node);
+        return geometry != ::osg::NullFC && isLonger(geometry->getColors(), 0);
+    });
+}
+
+} // namespace morva::osg

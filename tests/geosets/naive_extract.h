@@ -1,0 +1,96 @@
+#pragma once
+
+// Extraction by the scene graph's own iterator, triangle by triangle and value by value: the
+// oracle for the fast way.
+
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+
+#include "triangle_scenes.h"
+
+namespace tri {
+
+/// What a geoset should hold: all rows, and which attributes it has by now.
+struct naive_soup {
+    rows vertices;
+    bool normals = false, colors = false, secondary = false, ids = false;
+    bool uv[4] = {};
+    unsigned int offered = 0; ///< vertices of all triangles, kept or not
+};
+
+/// Normals of all rows anew, as a geometry without indices gets them.
+inline void creaseAll(naive_soup& soup_so_far) {
+    std::vector<::osg::Pnt3f> positions;
+    for (const corner& c : soup_so_far.vertices)
+        positions.push_back(c.position);
+    const ::osg::GeometryRefPtr core(soup(positions));
+    morva::osg::calcCreaseNormals(core.get(), 0.5235988F);
+    for (std::size_t i = 0; i < soup_so_far.vertices.size(); ++i) {
+        soup_so_far.vertices[i].normal =
+            core->getNormals()->getValue(static_cast<::osg::UInt32>(i));
+    }
+}
+
+/// Rows of earlier nodes get the default of an attribute that is new.
+template <typename Set> void addAttribute(bool& has, bool wanted, rows& vertices, const Set& set) {
+    if (has || !wanted)
+        return;
+    has = true;
+    std::for_each(vertices.begin(), vertices.end(), set);
+}
+
+/// Appends a geometry in its own space. Returns the triangles left out.
+inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out, bool write_ids,
+                                 float id) {
+    const unsigned int triangles = morva::osg::getNumberOfTriangles(g);
+    if (triangles == 0)
+        return 0;
+    const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
+    const ::osg::Vec3f up(0.0F, 1.0F, 0.0F);
+    const ::osg::GeoTexCoordsPtr units[4] = {g->getTexCoords(), g->getTexCoords1(),
+                                             g->getTexCoords2(), g->getTexCoords3()};
+    const bool has_normals = g->getNormals() != ::osg::NullFC;
+    const bool has_colors = g->getColors() != ::osg::NullFC;
+    const bool has_secondary = g->getSecondaryColors() != ::osg::NullFC;
+    const bool has_ids = g->getTexCoords7() != ::osg::NullFC;
+    rows& all = out.vertices;
+    addAttribute(out.normals, has_normals, all, [&](corner& c) { c.normal = up; });
+    addAttribute(out.colors, has_colors, all, [&](corner& c) { c.color = white; });
+    addAttribute(out.secondary, has_secondary, all, [&](corner& c) { c.secondary = white; });
+    for (int u = 0; u < 4; ++u)
+        addAttribute(out.uv[u], units[u] != ::osg::NullFC, all, [](corner&) {});
+    addAttribute(out.ids, has_ids || write_ids, all, [](corner&) {});
+
+    unsigned int rogue = 0;
+    for (::osg::TriangleIterator it = g->beginTriangles(); it != g->endTriangles(); ++it) {
+        if (morva::osg::is_rogue(it.getPosition(0), it.getPosition(1), it.getPosition(2))) {
+            ++rogue;
+            continue;
+        }
+        for (::osg::Int32 k = 0; k < 3; ++k) {
+            corner c;
+            c.position = it.getPosition(k);
+            if (out.normals)
+                c.normal = has_normals ? it.getNormal(k) : up;
+            if (out.colors)
+                c.color = has_colors ? it.getColor(k) : white;
+            if (out.secondary)
+                c.secondary = has_secondary ? it.getSecondaryColor(k) : white;
+            c.uv[0] = it.getTexCoords(k);
+            c.uv[1] = it.getTexCoords1(k);
+            c.uv[2] = it.getTexCoords2(k);
+            c.uv[3] = it.getTexCoords3(k);
+            if (out.ids)
+                c.id = has_ids ? it.getTexCoords7(k)[0] : id;
+            all.push_back(c);
+        }
+    }
+    out.offered += 3 * triangles;
+    if (out.normals && !has_normals)
+        creaseAll(out);
+    return rogue;
+}
+
+} // namespace tri

@@ -1,0 +1,90 @@
+// Large coordinates moved near the origin, the difference kept in a material's chunk.
+
+#include "triangle_scenes.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include <OpenSG/OSGChunkMaterial.h>
+#include <OpenSG/OSGMaterialChunk.h>
+#include <OpenSG/OSGSwitchMaterial.h>
+#include <OpenSG/OSGTransformChunk.h>
+
+namespace {
+
+using morva::osg::addTransformChunk;
+
+::osg::TransformChunkPtr chunkOf(const ::osg::GeometryPtr& geometry, ::osg::UInt32 index) {
+    const auto material = ::osg::ChunkMaterialPtr::dcast(geometry->getMaterial());
+    return ::osg::TransformChunkPtr::dcast(material->getChunks(index));
+}
+
+TEST(AddTransformChunk, ShiftsByWholeNumbersToBetweenZeroAndOne) {
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const float inf = std::numeric_limits<float>::infinity();
+    struct shift_case {
+        float low, shift;
+    };
+    const shift_case cases[] = {{0.5F, 0.0F}, {3.7F, -3.0F}, {-2.2F, 3.0F}, {1.0F, 0.0F},
+                                {0.0F, 0.0F}, {-1.0F, 2.0F}, {1.5F, -1.0F}, {3e12F, -3e12F},
+                                {-inf, 0.0F}, {nan, 0.0F}};
+    for (const shift_case& c : cases) {
+        SCOPED_TRACE(c.low);
+        const ::osg::GeometryRefPtr geometry(
+            tri::soup({::osg::Pnt3f(c.low, 0.5F, 0.5F), ::osg::Pnt3f(c.low, 2.0F, 9.0F),
+                       ::osg::Pnt3f(c.low, 7.0F, 0.75F)}));
+        addTransformChunk(geometry.get());
+        const ::osg::Pnt3f moved = geometry->getPositions()->getValue(1);
+        if (c.low == c.low)
+            EXPECT_EQ(moved[0], c.low + c.shift);
+        EXPECT_EQ(moved[1], 2.0F);
+        EXPECT_EQ(moved[2], 9.0F);
+        EXPECT_EQ(chunkOf(geometry.get(), 0)->getMatrix()[3][0], -c.shift);
+    }
+}
+
+TEST(AddTransformChunk, UsesTheLastChunkAndKeepsItsRotation) {
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    const ::osg::TransformChunkPtr first = ::osg::TransformChunk::create();
+    const ::osg::TransformChunkPtr last = ::osg::TransformChunk::create();
+    last->setMatrix(::osg::Matrix(0, -1, 0, 10, 1, 0, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1));
+    material->addChunk(first);
+    material->addChunk(last);
+    material->addChunk(::osg::MaterialChunk::create());
+    const ::osg::GeometryRefPtr geometry(
+        tri::soup({::osg::Pnt3f(0.5F, 3.7F, -2.2F), ::osg::Pnt3f(4, 4, 4), ::osg::Pnt3f(5, 5, 5)}));
+    geometry->setMaterial(material);
+    addTransformChunk(geometry.get());
+    EXPECT_EQ(material->getMFChunks()->size(), 3U);
+    const ::osg::Matrix matrix = last->getMatrix();
+    EXPECT_NEAR(matrix[3][0], 10.0F, 1e-4F);
+    EXPECT_NEAR(matrix[3][1], 23.0F, 1e-4F);
+    EXPECT_NEAR(matrix[3][2], 27.0F, 1e-4F);
+    EXPECT_EQ(matrix[0][1], 1.0F);
+    EXPECT_EQ(first->getMatrix()[3][1], 0.0F);
+    EXPECT_EQ(geometry->getPositions()->getValue(1), ::osg::Pnt3f(4, 1, 7));
+}
+
+TEST(AddTransformChunk, AddsOneToAMaterialWithoutAndLeavesOthersAlone) {
+    const ::osg::GeometryRefPtr geometry(tri::soup({::osg::Pnt3f(0, 0, 0)}));
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    geometry->setMaterial(material);
+    addTransformChunk(geometry.get());
+    EXPECT_EQ(material->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
+
+    const ::osg::GeometryRefPtr other(tri::soup({::osg::Pnt3f(50, 50, 50)}));
+    other->setMaterial(::osg::SwitchMaterial::create());
+    testing::internal::CaptureStdout();
+    addTransformChunk(other.get());
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
+    EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
+
+    addTransformChunk(::osg::NullFC);
+    const ::osg::GeometryRefPtr empty(::osg::Geometry::create());
+    addTransformChunk(empty.get());
+    EXPECT_TRUE(empty->getMaterial() == ::osg::NullFC);
+}
+
+} // namespace

@@ -1,0 +1,380 @@
+#include "scene_builders.h"
+
+#include <OpenSG/OSGCubeTextureChunk.h>
+#include <OpenSG/OSGDistanceLOD.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMaterialChunk.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGSwitch.h>
+#include <OpenSG/OSGTextureChunk.h>
+#include <OpenSG/OSGTransform.h>
+
+#include <cmath>
+
+namespace morva_test {
+
+namespace {
+
+/// One of `steps` values from `from` on, a quarter apart: exact in single precision.
+float quarter(std::mt19937& rng, unsigned steps, float from = 0.0F) {
+    return from + static_cast<float>(rng() % steps) * 0.25F;
+}
+
+::osg::Pnt3f gridPoint(std::mt19937& rng) {
+    const float x = quarter(rng, 9, -1.0F), y = quarter(rng, 9, -1.0F), z = quarter(rng, 5, -0.5F);
+    return {x, y, z};
+}
+
+/// A property with these values; null if there are none.
+template <typename Property, typename Value>
+typename Property::Ptr propertyOf(const std::vector<Value>& values) {
+    if (values.empty())
+        return ::osg::NullFC;
+    const typename Property::Ptr property = Property::create();
+    property->editField().reserve(values.size());
+    for (const Value& value : values)
+        property->editField().push_back(value);
+    return property;
+}
+
+/// A length that the mode can be cut into without a rest.
+unsigned wholeLength(unsigned mode, unsigned about) {
+    switch (mode) {
+    case 0:
+        return about;
+    case 1:
+        return about * 2;
+    case 2:
+    case 3:
+        return about + 2;
+    case 4:
+        return about * 3;
+    case 7:
+        return about * 4;
+    case 8:
+        return about * 2 + 4;
+    default:
+        return about + 3;
+    }
+}
+
+std::vector<::osg::UInt32> randomRows(std::mt19937& rng, std::size_t count, std::size_t rows) {
+    std::vector<::osg::UInt32> indices(count);
+    for (::osg::UInt32& index : indices)
+        index = static_cast<::osg::UInt32>(rng() % rows);
+    return indices;
+}
+
+} // namespace
+
+mesh_data soup(std::mt19937& rng, std::size_t count) {
+    mesh_data mesh;
+    mesh.primitives = {{4, static_cast<unsigned>(3 * count)}};
+    for (std::size_t i = 0; i < count; ++i) {
+        const ::osg::Pnt3f a = gridPoint(rng), b = gridPoint(rng), c = gridPoint(rng);
+        mesh.positions.insert(mesh.positions.end(), {a, b, rng() % 8 == 0 ? a : c});
+    }
+    return mesh;
+}
+
+mesh_data quads(std::size_t count) {
+    mesh_data mesh;
+    mesh.primitives = {{7, static_cast<unsigned>(4 * count)}};
+    for (std::size_t i = 0; i < count; ++i) {
+        const float x = static_cast<float>(i);
+        mesh.positions.insert(mesh.positions.end(),
+                              {{x, 0, 0}, {x + 1, 0, 0}, {x + 1, 1, 0}, {x, 1, 0}});
+    }
+    return mesh;
+}
+
+mesh_data strip(std::size_t vertices, unsigned mode) {
+    mesh_data mesh;
+    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
+    for (std::size_t i = 0; i < vertices; ++i) {
+        mesh.positions.emplace_back(static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0F);
+    }
+    return mesh;
+}
+
+mesh_data fan(std::size_t vertices, unsigned mode) {
+    mesh_data mesh;
+    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
+    for (std::size_t i = 0; i < vertices; ++i) {
+        const float angle = static_cast<float>(i) * 0.3F;
+        const float radius = i == 0 ? 0.0F : 1.0F;
+        mesh.positions.emplace_back(radius * std::cos(angle), radius * std::sin(angle), 0.0F);
+    }
+    return mesh;
+}
+
+mesh_data row(std::size_t vertices, unsigned mode) {
+    mesh_data mesh;
+    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
+    for (std::size_t i = 0; i < vertices; ++i)
+        mesh.positions.emplace_back(static_cast<float>(i), 0.0F, 0.0F);
+    return mesh;
+}
+
+mesh_data cube() {
+    mesh_data mesh;
+    mesh.primitives = {{4, 36}};
+    for (unsigned i = 0; i < 8; ++i) {
+        mesh.positions.emplace_back(static_cast<float>(i & 1), static_cast<float>(i >> 1 & 1),
+                                    static_cast<float>(i >> 2 & 1));
+    }
+    mesh.normals = {{-1, 0, 0}, {1, 0, 0}, {0, -1, 0}, {0, 1, 0}, {0, 0, -1}, {0, 0, 1}};
+    // Corners of each face, counter-clockwise from outside; bit k of a corner is its axis k.
+    const ::osg::UInt32 faces[6][4] = {{0, 4, 6, 2}, {1, 3, 7, 5}, {0, 1, 5, 4},
+                                       {2, 6, 7, 3}, {0, 2, 3, 1}, {4, 5, 7, 6}};
+    for (::osg::UInt32 face = 0; face < 6; ++face) {
+        for (const unsigned corner : {0, 1, 2, 0, 2, 3})
+            mesh.indices.insert(mesh.indices.end(), {faces[face][corner], face});
+    }
+    mesh.mapping = {::osg::Geometry::MapPosition, ::osg::Geometry::MapNormal};
+    return mesh;
+}
+
+mesh_data mixture(std::mt19937& rng, std::size_t primitives) {
+    mesh_data mesh;
+    for (std::size_t i = 0; i < primitives; ++i) {
+        const unsigned mode = static_cast<unsigned>(rng() % 10);
+        mesh.primitives.emplace_back(mode, wholeLength(mode, static_cast<unsigned>(rng() % 5)));
+    }
+    mesh.positions.resize(vertexCount(mesh));
+    for (::osg::Pnt3f& position : mesh.positions)
+        position = gridPoint(rng);
+    return mesh;
+}
+
+mesh_data withNormals(mesh_data mesh, std::mt19937& rng) {
+    const ::osg::Vec3f choice[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, -1}, {0.6F, 0.8F, 0}};
+    mesh.normals.resize(mesh.positions.size());
+    for (::osg::Vec3f& normal : mesh.normals)
+        normal = choice[rng() % 5];
+    return mesh;
+}
+
+mesh_data withColors(mesh_data mesh, std::mt19937& rng) {
+    mesh.colors.resize(mesh.positions.size());
+    for (::osg::Color3f& color : mesh.colors) {
+        const float red = quarter(rng, 3), green = quarter(rng, 2);
+        color = ::osg::Color3f(red, green, 1.0F);
+    }
+    return mesh;
+}
+
+mesh_data withCoordinates(mesh_data mesh, std::mt19937& rng) {
+    mesh.coordinates.resize(mesh.positions.size());
+    for (::osg::Vec2f& coordinate : mesh.coordinates) {
+        const float s = quarter(rng, 5), t = quarter(rng, 2);
+        coordinate = ::osg::Vec2f(s, t);
+    }
+    return mesh;
+}
+
+mesh_data withIds(mesh_data mesh, std::size_t run) {
+    mesh.ids.resize(mesh.positions.size());
+    for (std::size_t i = 0; i < mesh.ids.size(); ++i)
+        mesh.ids[i] = static_cast<float>(i / run);
+    return mesh;
+}
+
+mesh_data withAttributes(mesh_data mesh, std::mt19937& rng) {
+    mesh = withNormals(std::move(mesh), rng);
+    mesh = withColors(std::move(mesh), rng);
+    mesh = withCoordinates(std::move(mesh), rng);
+    return withIds(std::move(mesh));
+}
+
+std::size_t vertexCount(const mesh_data& mesh) {
+    std::size_t count = 0;
+    for (const auto& [mode, length] : mesh.primitives)
+        count += length;
+    return count;
+}
+
+mesh_data withIndex(mesh_data mesh, std::mt19937& rng) {
+    if (!mesh.positions.empty())
+        mesh.indices = randomRows(rng, vertexCount(mesh), mesh.positions.size());
+    return mesh;
+}
+
+mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
+    using ::osg::Geometry;
+    mesh.mapping.clear();
+    const auto enter = [&](bool present, ::osg::UInt16 bit) {
+        if (present)
+            mesh.mapping.push_back(bit);
+    };
+    enter(!mesh.positions.empty(), Geometry::MapPosition);
+    enter(!mesh.normals.empty(), Geometry::MapNormal);
+    enter(!mesh.colors.empty(), Geometry::MapColor);
+    enter(!mesh.secondary.empty(), Geometry::MapSecondaryColor);
+    enter(!mesh.coordinates.empty(), Geometry::MapTexCoords);
+    enter(!mesh.ids.empty(), Geometry::MapTexCoords7);
+    if (!mesh.positions.empty()) {
+        mesh.indices =
+            randomRows(rng, vertexCount(mesh) * mesh.mapping.size(), mesh.positions.size());
+    }
+    return mesh;
+}
+
+::osg::GeometryPtr geometryOf(const mesh_data& mesh, const ::osg::MaterialPtr& material) {
+    std::vector<::osg::UInt8> modes;
+    std::vector<::osg::UInt32> lengths;
+    for (const auto& [mode, length] : mesh.primitives) {
+        modes.push_back(static_cast<::osg::UInt8>(mode));
+        lengths.push_back(length);
+    }
+    const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
+    geometry->setTypes(propertyOf<::osg::GeoPTypesUI8>(modes));
+    geometry->setLengths(propertyOf<::osg::GeoPLengthsUI32>(lengths));
+    geometry->setPositions(propertyOf<::osg::GeoPositions3f>(mesh.positions));
+    geometry->setNormals(propertyOf<::osg::GeoNormals3f>(mesh.normals));
+    geometry->setColors(propertyOf<::osg::GeoColors3f>(mesh.colors));
+    geometry->setSecondaryColors(propertyOf<::osg::GeoColors3f>(mesh.secondary));
+    geometry->setTexCoords(propertyOf<::osg::GeoTexCoords2f>(mesh.coordinates));
+    geometry->setTexCoords7(propertyOf<::osg::GeoTexCoords1f>(mesh.ids));
+    geometry->setIndices(propertyOf<::osg::GeoIndicesUI32>(mesh.indices));
+    for (const ::osg::UInt16 bits : mesh.mapping)
+        geometry->editMFIndexMapping()->push_back(bits);
+    geometry->setMaterial(material);
+    return geometry;
+}
+
+::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children) {
+    const ::osg::NodePtr node = ::osg::Node::create();
+    node->setCore(core);
+    for (const ::osg::NodePtr& child : children)
+        node->addChild(child);
+    return node;
+}
+
+::osg::NodePtr meshNode(const mesh_data& mesh, const ::osg::MaterialPtr& material) {
+    return nodeOf(geometryOf(mesh, material));
+}
+
+::osg::NodePtr group(const node_list& children) { return nodeOf(::osg::Group::create(), children); }
+
+::osg::NodePtr transformed(const ::osg::Matrix& matrix, const node_list& children) {
+    const ::osg::TransformPtr core = ::osg::Transform::create();
+    core->setMatrix(matrix);
+    return nodeOf(core, children);
+}
+
+::osg::NodePtr moved(const ::osg::Vec3f& by, const node_list& children) {
+    ::osg::Matrix matrix;
+    matrix.setTranslate(by);
+    return transformed(matrix, children);
+}
+
+::osg::NodePtr switched(int choice, const node_list& children) {
+    const ::osg::SwitchPtr core = ::osg::Switch::create();
+    core->setChoice(choice);
+    return nodeOf(core, children);
+}
+
+::osg::NodePtr detailed(const node_list& children) {
+    const ::osg::DistanceLODPtr core = ::osg::DistanceLOD::create();
+    for (std::size_t i = 0; i < children.size(); ++i)
+        core->editMFRange()->push_back(10.0F * static_cast<float>(i + 1));
+    return nodeOf(core, children);
+}
+
+::osg::NodePtr materialGroup(const ::osg::MaterialPtr& material, const node_list& children) {
+    const ::osg::MaterialGroupPtr core = ::osg::MaterialGroup::create();
+    core->setMaterial(material);
+    return nodeOf(core, children);
+}
+
+::osg::NodePtr named(const std::string& name, const ::osg::NodePtr& node) {
+    ::osg::setName(node, name);
+    return node;
+}
+
+::osg::NodePtr hidden(const ::osg::NodePtr& node) {
+    node->setTravMask(0);
+    return node;
+}
+
+::osg::SimpleMaterialPtr simple(const ::osg::Color3f& diffuse) {
+    const ::osg::SimpleMaterialPtr material = ::osg::SimpleMaterial::create();
+    material->setDiffuse(diffuse);
+    return material;
+}
+
+::osg::ChunkMaterialPtr chunked(const ::osg::Color4f& diffuse, const ::osg::ImagePtr& image) {
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    const ::osg::MaterialChunkPtr colors = ::osg::MaterialChunk::create();
+    colors->setDiffuse(diffuse);
+    material->addChunk(colors);
+    if (image != ::osg::NullFC) {
+        const ::osg::TextureChunkPtr texture = ::osg::TextureChunk::create();
+        ::osg::ImagePtr passed = image; // some releases take the image by reference
+        texture->setImage(passed);
+        material->addChunk(texture);
+    }
+    return material;
+}
+
+::osg::ChunkMaterialPtr bareMaterial() { return ::osg::ChunkMaterial::create(); }
+
+::osg::ChunkMaterialPtr cubeTextured() {
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    material->addChunk(::osg::CubeTextureChunk::create());
+    return material;
+}
+
+::osg::SwitchMaterialPtr choiceOf(::osg::UInt32 choice,
+                                  const std::vector<::osg::MaterialPtr>& materials) {
+    const ::osg::SwitchMaterialPtr material = ::osg::SwitchMaterial::create();
+    for (const ::osg::MaterialPtr& one : materials)
+        material->addMaterial(one);
+    material->setChoice(choice);
+    return material;
+}
+
+::osg::ImagePtr imageOf(::osg::UInt32 format, int width, int height, std::uint8_t value) {
+    const std::size_t most_bytes = 4 * static_cast<std::size_t>(width * height);
+    const std::vector<::osg::UInt8> pixels(most_bytes, value);
+    const ::osg::ImagePtr image = ::osg::Image::create();
+    image->set(format, width, height, 1, 1, 1, 0.0, pixels.data());
+    return image;
+}
+
+::osg::GeometryPtr coreOf(const ::osg::NodePtr& node) {
+    if (node == ::osg::NullFC)
+        return ::osg::NullFC;
+    return ::osg::GeometryPtr::dcast(node->getCore());
+}
+
+node_list geometryNodes(const ::osg::NodePtr& root) {
+    node_list list;
+    if (coreOf(root) != ::osg::NullFC)
+        list.push_back(root);
+    for (::osg::UInt32 i = 0; root != ::osg::NullFC && i < root->getNChildren(); ++i) {
+        const node_list below = geometryNodes(root->getChild(i));
+        list.insert(list.end(), below.begin(), below.end());
+    }
+    return list;
+}
+
+std::vector<std::string> namesOf(const node_list& nodes) {
+    std::vector<std::string> names;
+    for (const ::osg::NodePtr& node : nodes) {
+        const char* name = ::osg::getName(node);
+        names.emplace_back(name != nullptr ? name : "");
+    }
+    return names;
+}
+
+std::vector<std::string> childNames(const ::osg::NodePtr& node) {
+    node_list children;
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        children.push_back(node->getChild(i));
+    return namesOf(children);
+}
+
+} // namespace morva_test
