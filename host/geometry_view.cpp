@@ -1,9 +1,8 @@
 #include "geometry_view.h"
 
-#include <OpenSG/OSGGL.h>
-
 #include <algorithm>
 #include <limits>
+#include <utility>
 
 namespace morva::host {
 
@@ -11,49 +10,27 @@ namespace {
 
 constexpr std::uint32_t no_number = std::numeric_limits<std::uint32_t>::max();
 
-/// Takes the floats of a property as they stand.
-template <typename Property> void borrow(Property& property, int components, attribute_view& out) {
-    out.components = components;
-    out.count = property->getSize();
-    out.values = reinterpret_cast<const float*>(property->getData());
-}
-
-/// Copies a property through its generic type.
-template <typename Property> void convert(Property& property, int components, attribute_view& out) {
-    out.components = components;
-    out.count = property->getSize();
-    out.converted.resize(static_cast<std::size_t>(out.count) *
-                         static_cast<std::size_t>(components));
-    float* to = out.converted.data();
-    for (std::uint32_t i = 0; i < out.count; ++i) {
-        const auto value = property->getValue(i);
-        for (int k = 0; k < components; ++k)
-            *to++ = value[k];
-    }
-    out.values = out.converted.data();
-}
-
-void readColors(const ::osg::GeoColorsPtr& property, attribute_view& out) {
-    if (property == ::osg::NullFC || property->getSize() == 0)
+/// Takes over the values of a property, `components` floats each; an empty one stays absent.
+template <typename Value>
+void take(morva::osg::property_block<Value> block, int components, attribute_view& out) {
+    if (block.empty())
         return;
-    const ::osg::GeoColors3fPtr three = ::osg::GeoColors3fPtr::dcast(property);
+    out.components = components;
+    out.count = static_cast<std::uint32_t>(block.size());
+    const auto kept = std::make_shared<const morva::osg::property_block<Value>>(std::move(block));
+    out.values = &(*kept->data())[0];
+    out.storage = kept;
+}
+
+/// Colours with the alpha that the generic form would drop.
+void takeColors(const ::osg::GeoColorsPtr& property, attribute_view& out) {
     const ::osg::GeoColors4fPtr four = ::osg::GeoColors4fPtr::dcast(property);
-    if (three != ::osg::NullFC)
-        borrow(three, 3, out);
-    else if (four != ::osg::NullFC)
-        borrow(four, 4, out);
-    else
-        convert(property, 3, out);
-}
-
-void readCoordinates(const ::osg::GeoTexCoordsPtr& property, attribute_view& out) {
-    if (property == ::osg::NullFC || property->getSize() == 0)
-        return;
-    const ::osg::GeoTexCoords2fPtr two = ::osg::GeoTexCoords2fPtr::dcast(property);
-    if (two != ::osg::NullFC)
-        borrow(two, 2, out);
-    else
-        convert(property, 2, out);
+    if (four == ::osg::NullFC)
+        take(morva::osg::readBlock(property), 3, out);
+    else if (four->getSize() != 0)
+        take(morva::osg::property_block<::osg::Color4f>({&four->getField()[0], four->getSize()},
+                                                        four),
+             4, out);
 }
 
 } // namespace
@@ -68,34 +45,19 @@ template <typename Visit> void geometry_view::forEachAttribute(Visit visit) {
 }
 
 geometry_view::geometry_view(const ::osg::GeometryPtr& geometry) {
-    const ::osg::GeoPositionsPtr points = geometry->getPositions();
-    if (points == ::osg::NullFC || points->getSize() == 0)
-        return;
-    const ::osg::GeoPositions3fPtr plain = ::osg::GeoPositions3fPtr::dcast(points);
-    if (plain != ::osg::NullFC)
-        borrow(plain, 3, positions);
-    else
-        convert(points, 3, positions);
-
-    const ::osg::GeoNormalsPtr directions = geometry->getNormals();
-    if (directions != ::osg::NullFC && directions->getSize() != 0) {
-        const ::osg::GeoNormals3fPtr three = ::osg::GeoNormals3fPtr::dcast(directions);
-        if (three != ::osg::NullFC)
-            borrow(three, 3, normals);
-        else
-            convert(directions, 3, normals);
-    }
-    readColors(geometry->getColors(), colors);
-    readColors(geometry->getSecondaryColors(), secondary_colors);
-    readCoordinates(geometry->getTexCoords(), coordinates[0]);
-    readCoordinates(geometry->getTexCoords1(), coordinates[1]);
-    readCoordinates(geometry->getTexCoords2(), coordinates[2]);
-    readCoordinates(geometry->getTexCoords3(), coordinates[3]);
-    readCoordinates(geometry->getTexCoords4(), coordinates[4]);
-    readCoordinates(geometry->getTexCoords5(), coordinates[5]);
-    readCoordinates(geometry->getTexCoords6(), coordinates[6]);
-    readCoordinates(geometry->getTexCoords7(), coordinates[7]);
-
+    using morva::osg::readBlock;
+    take(readBlock(geometry->getPositions()), 3, positions);
+    take(readBlock(geometry->getNormals()), 3, normals);
+    takeColors(geometry->getColors(), colors);
+    takeColors(geometry->getSecondaryColors(), secondary_colors);
+    take(readBlock(geometry->getTexCoords()), 2, coordinates[0]);
+    take(readBlock(geometry->getTexCoords1()), 2, coordinates[1]);
+    take(readBlock(geometry->getTexCoords2()), 2, coordinates[2]);
+    take(readBlock(geometry->getTexCoords3()), 2, coordinates[3]);
+    take(readBlock(geometry->getTexCoords4()), 2, coordinates[4]);
+    take(readBlock(geometry->getTexCoords5()), 2, coordinates[5]);
+    take(readBlock(geometry->getTexCoords6()), 2, coordinates[6]);
+    take(readBlock(geometry->getTexCoords7()), 2, coordinates[7]);
     readIndices(geometry);
     readRuns(geometry);
     checkRanges();
@@ -103,29 +65,13 @@ geometry_view::geometry_view(const ::osg::GeometryPtr& geometry) {
 
 void geometry_view::readIndices(const ::osg::GeometryPtr& geometry) {
     corner_count = positions.count;
-    const ::osg::GeoIndicesPtr property = geometry->getIndices();
-    if (property == ::osg::NullFC || property->getSize() == 0)
+    index_block_ = morva::osg::readBlock(geometry->getIndices());
+    if (index_block_.empty())
         return;
-
-    index_entries = property->getSize();
-    const ::osg::GeoIndicesUI32Ptr wide = ::osg::GeoIndicesUI32Ptr::dcast(property);
-    const ::osg::GeoIndicesUI16Ptr narrow = ::osg::GeoIndicesUI16Ptr::dcast(property);
-    wide_indices = wide != ::osg::NullFC;
-    if (wide_indices) {
-        indices = reinterpret_cast<const std::uint32_t*>(wide->getData());
-    } else {
-        widened.resize(index_entries);
-        if (narrow != ::osg::NullFC) {
-            const auto* from = reinterpret_cast<const std::uint16_t*>(narrow->getData());
-            std::copy(from, from + index_entries, widened.begin());
-        } else {
-            for (std::size_t i = 0; i < index_entries; ++i)
-                widened[i] = property->getValue(static_cast<::osg::UInt32>(i));
-        }
-        indices = widened.data();
-    }
-
-    const ::osg::UInt32 entries = static_cast<::osg::UInt32>(geometry->getMFIndexMapping()->size());
+    wide_indices = ::osg::GeoIndicesUI32Ptr::dcast(geometry->getIndices()) != ::osg::NullFC;
+    indices = index_block_.data();
+    index_entries = index_block_.size();
+    const auto entries = static_cast<std::uint32_t>(geometry->getMFIndexMapping()->size());
     stride = std::max(1u, entries);
     corner_count = static_cast<std::uint32_t>(index_entries / stride);
     if (entries == 0)
@@ -180,7 +126,7 @@ void geometry_view::checkRanges() {
         }
     }
     if (!positions.present() || highest[positions.slot] >= positions.count) {
-        fault = "an index points behind the last position";
+        faulty = true;
         runs.clear();
         return;
     }

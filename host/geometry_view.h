@@ -18,20 +18,23 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <string>
+#include <memory>
 #include <vector>
 
+#include <OpenSG/OSGGL.h>
 #include <OpenSG/OSGGeometry.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::host {
 
 /// One vertex property. Absent: `components` is 0.
 struct attribute_view {
-    int components = 0;            ///< floats per entry, 1 to 4
-    std::uint32_t count = 0;       ///< entries
-    std::uint32_t slot = 0;        ///< which of the numbers of a corner addresses it
-    const float* values = nullptr; ///< `components * count` floats
-    std::vector<float> converted;  ///< behind `values` if the property stores other numbers
+    int components = 0;                  ///< floats per entry, 2 to 4
+    std::uint32_t count = 0;             ///< entries
+    std::uint32_t slot = 0;              ///< which of the numbers of a corner addresses it
+    const float* values = nullptr;       ///< `components * count` floats
+    std::shared_ptr<const void> storage; ///< keeps `values` alive
 
     bool present() const { return components != 0; }
     const float* at(std::uint32_t index) const {
@@ -63,10 +66,9 @@ struct geometry_view {
     std::uint32_t corner_count = 0;
     std::uint32_t stride = 1;               ///< numbers per corner
     const std::uint32_t* indices = nullptr; ///< `stride * corner_count`, null without indices
-    std::vector<std::uint32_t> widened;     ///< behind `indices` if they are stored in 16 bits
     std::size_t index_entries = 0;          ///< entries of the indices property, used or not
     bool wide_indices = false;              ///< stored in 32 bits
-    std::string fault;                      ///< why the core cannot be drawn; then no runs
+    bool faulty = false;                    ///< indices point past the positions: no runs then
 
     std::uint32_t index(const attribute_view& attribute, std::uint32_t corner) const {
         return numberAt(attribute.slot, corner);
@@ -84,6 +86,7 @@ struct geometry_view {
     void checkRanges();
     template <typename Visit> void forEachAttribute(Visit visit);
 
+    morva::osg::property_block<::osg::UInt32> index_block_;
     bool one_index_ = true;
 };
 

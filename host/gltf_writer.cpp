@@ -40,8 +40,8 @@ class gltf_scene {
         json file = {{"asset", {{"version", "2.0"}, {"generator", "morva"}}}, {"scene", 0}};
         json scene = json::object();
         if (root->getTravMask() != 0)
-            scene["nodes"] = {addNode(root)};
-        file["scenes"] = {std::move(scene)};
+            scene["nodes"] = json::array({addNode(root)});
+        file["scenes"] = json::array({std::move(scene)});
         const auto add = [&](const char* key, const json& list) {
             if (!list.empty())
                 file[key] = list;
@@ -167,7 +167,7 @@ class gltf_scene {
 
 void writeBinary(json file, const gltf_buffer& buffer, const std::string& path) {
     if (buffer.size() != 0)
-        file["buffers"] = {{{"byteLength", buffer.size()}}};
+        file["buffers"] = json::array({json{{"byteLength", buffer.size()}}});
     std::string text = file.dump(-1, ' ', false, json::error_handler_t::replace);
     text.append((4 - text.size() % 4) % 4, ' ');
     const std::uint64_t total = 12 + 8 + text.size() + (buffer.size() != 0 ? 8 + buffer.size() : 0);
@@ -196,7 +196,8 @@ void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
     if (buffer.size() != 0) {
         const std::string stem = path.substr(0, path.size() - std::strlen(".gltf"));
         const std::string name = stem.substr(stem.rfind('/') + 1) + ".bin";
-        file["buffers"] = {{{"byteLength", buffer.size()}, {"uri", encodedUri(name)}}};
+        file["buffers"] =
+            json::array({json{{"byteLength", buffer.size()}, {"uri", encodedUri(name)}}});
         output_file data(stem + ".bin");
         buffer.writeTo(data);
         data.close();

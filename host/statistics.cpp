@@ -1,11 +1,9 @@
 #include "statistics.h"
 
-#include <algorithm>
-#include <atomic>
 #include <map>
 #include <set>
-#include <thread>
 
+#include "parallel.h"
 #include "scene_walk.h"
 
 namespace morva::host {
@@ -82,25 +80,6 @@ core_figures figuresOf(const geometry_view& view) {
     return figures;
 }
 
-/// Figures of all views, by as many threads as the machine has, at most four. The views hold
-/// plain arrays: the threads touch no scene graph.
-std::vector<core_figures> figuresOfAll(const std::vector<geometry_view>& views) {
-    std::vector<core_figures> figures(views.size());
-    std::atomic<std::size_t> next{0};
-    const auto work = [&] {
-        for (std::size_t i = next++; i < views.size(); i = next++)
-            figures[i] = figuresOf(views[i]);
-    };
-    std::vector<std::thread> helpers;
-    const unsigned cores = std::min(4u, std::thread::hardware_concurrency());
-    for (unsigned i = 1; i < cores && i < views.size(); ++i)
-        helpers.emplace_back(work);
-    work();
-    for (std::thread& helper : helpers)
-        helper.join();
-    return figures;
-}
-
 /// Bytes of a property, counted once for all cores that share it.
 template <typename Property>
 std::uint64_t bytesOf(const Property& property, std::set<::osg::UInt32>& seen) {
@@ -161,7 +140,8 @@ scene_statistics measureScene(const ::osg::NodePtr& root) {
     total.textures = images.size();
     total.geometry_cores = views.size();
 
-    const std::vector<core_figures> figures = figuresOfAll(views);
+    std::vector<core_figures> figures(views.size());
+    runParallel(views.size(), [&](std::size_t i) { figures[i] = figuresOf(views[i]); });
     std::uint64_t misses = 0, stored_triangles = 0;
     for (std::size_t i = 0; i < views.size(); ++i) {
         total.triangles += uses[i] * figures[i].triangles;
@@ -170,7 +150,7 @@ scene_statistics measureScene(const ::osg::NodePtr& root) {
         total.vertices += figures[i].vertices;
         (views[i].wide_indices ? total.index_entries_32 : total.index_entries_16) +=
             views[i].index_entries;
-        total.faulty_cores += views[i].fault.empty() ? 0 : 1;
+        total.faulty_cores += views[i].faulty ? 1 : 0;
         misses += figures[i].misses;
         stored_triangles += figures[i].triangles;
     }

@@ -7,8 +7,8 @@
 //     scene_statistics after = measureScene(result);
 //
 // Drawn things count once per node that draws them (triangles, lines, points, draw calls), stored
-// things once per core (vertices, index entries, bytes). Nodes with a traversal mask of 0 and what
-// is below them draw nothing and are counted only as nodes.
+// things once per core (vertices, index entries, bytes). What a viewer would not show is counted
+// only among the nodes.
 
 #include <cstdint>
 #include <vector>

@@ -2,6 +2,7 @@
 
 #include <morva/core/morva_osg_tools.h>
 
+#include <algorithm>
 #include <mutex>
 
 #include <OpenSG/OSGDistanceLOD.h>
@@ -19,26 +20,79 @@ template <typename Core> bool isKindOf(const ::osg::NodePtr& node) {
     return node->getCore()->getType().isDerivedFrom(Core::getClassType());
 }
 
-/// Stand-ins for geometry nodes, each a group with one child that shares the core. Whoever got a
-/// stand-in holds a plain pointer at best, so they are kept here until they are seen to be in
-/// nobody's hands: at a later call, on the caller's thread.
+/// Stand-ins for geometry nodes, each the only child of a group and with the core of the node that
+/// it stands for. Callers hold them by plain pointers, in lists that outlive the next call, so a
+/// stand-in stays until no other node shows its core or it was moved to another parent.
 class stand_ins {
   public:
-    ::osg::NodePtr make(const ::osg::NodePtr& node) {
+    /// The group of a stand-in for this node; the same one again while nobody changed it.
+    ::osg::NodePtr groupFor(const ::osg::NodePtr& node) {
         const std::lock_guard<std::mutex> guard(mutex);
-        groups.clear(); // a child that somebody references outlives its group
-        ::osg::RefPtr<::osg::NodePtr> group(::osg::Node::create());
-        group->setCore(::osg::Group::create());
-        const ::osg::NodePtr child = ::osg::Node::create();
-        child->setCore(node->getCore());
-        group->addChild(child);
-        groups.push_back(group);
-        return group.get();
+        dropSome();
+        entry& kept = entries[node->getCore()];
+        if (kept.groups.empty() || !isFresh(kept.groups.back().get(), node->getCore())) {
+            kept.core = node->getCore();
+            kept.groups.push_back(makeGroup(kept.core.get()));
+        }
+        return kept.groups.back().get();
     }
 
   private:
+    struct entry {
+        ::osg::RefPtr<::osg::NodeCorePtr> core;
+        std::vector<::osg::RefPtr<::osg::NodePtr>> groups; ///< of which the last may be given again
+    };
+    using entry_map = std::map<::osg::NodeCorePtr, entry>;
+
+    static ::osg::RefPtr<::osg::NodePtr> makeGroup(const ::osg::NodeCorePtr& core) {
+        const ::osg::NodePtr child = ::osg::Node::create();
+        child->setCore(core);
+        ::osg::RefPtr<::osg::NodePtr> group(::osg::Node::create());
+        group->setCore(::osg::Group::create());
+        group->addChild(child);
+        return group;
+    }
+
+    static bool showsCore(const ::osg::NodePtr& group, const ::osg::NodeCorePtr& core) {
+        return group->getNChildren() == 1 && group->getChild(0)->getCore() == core;
+    }
+
+    static bool isFresh(const ::osg::NodePtr& group, const ::osg::NodeCorePtr& core) {
+        return showsCore(group, core) && group->getChild(0)->getNChildren() == 0 &&
+               group->getChild(0)->getTravMask() == ~::osg::UInt32(0);
+    }
+
+    /// Drops the groups that have lost their stand-in; all of them if no other node has the core.
+    static void drop(entry& kept) {
+        std::vector<::osg::RefPtr<::osg::NodePtr>> still;
+        std::size_t own = 0;
+        for (const auto& group : kept.groups) {
+            if (group->getNChildren() == 0)
+                continue;
+            own += showsCore(group.get(), kept.core.get()) ? 1 : 0;
+            still.push_back(group);
+        }
+        if (kept.core->getParents().size() <= own)
+            still.clear();
+        kept.groups.swap(still);
+    }
+
+    /// Looks at a few entries, in turn, so that a call's cost stays bounded.
+    void dropSome() {
+        for (std::size_t looks = std::min<std::size_t>(64, entries.size()); looks > 0; --looks) {
+            entry_map::iterator at = entries.upper_bound(last_seen);
+            if (at == entries.end())
+                at = entries.begin();
+            last_seen = at->first;
+            drop(at->second);
+            if (at->second.groups.empty())
+                entries.erase(at);
+        }
+    }
+
     std::mutex mutex;
-    std::vector<::osg::RefPtr<::osg::NodePtr>> groups;
+    entry_map entries;            ///< by core; no result depends on its order
+    ::osg::NodeCorePtr last_seen; ///< compared, never followed: its container may be gone
 };
 
 /// The node itself, or a stand-in's group if it is a geometry.
@@ -46,7 +100,7 @@ class stand_ins {
     static stand_ins& kept = *new stand_ins; // outlives every static object that may still call
     if (::osg::GeometryPtr::dcast(node->getCore()) == ::osg::NullFC)
         return node;
-    return kept.make(node);
+    return kept.groupFor(node);
 }
 
 void append(std::vector<::osg::NodePtr>& to, const std::vector<::osg::NodePtr>& from) {

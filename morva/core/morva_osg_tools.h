@@ -99,8 +99,8 @@ MORVA_API void getGeometryNodesForTree(::osg::NodePtr node, std::vector<::osg::N
 /// Appends plain nodes, those under switches too if `withSwitches`, and transparent ones apart.
 ///
 /// A node that is a geometry itself stays untouched: the lists then hold a stand-in with the same
-/// core, a child of a group. Stand-ins live until a later call finds that nobody references them
-/// or moved them to another parent.
+/// core, a child of a group. Stand-ins stay valid while another node shows the core, and for good
+/// once moved to another parent; later calls drop the rest.
 /// returns  how many nodes stand under switches and levels of detail
 MORVA_API unsigned int getGeometryNodes(::osg::NodePtr node, std::vector<::osg::NodePtr>& plain,
                                         std::vector<::osg::NodePtr>& transparent,

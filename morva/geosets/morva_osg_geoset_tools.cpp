@@ -113,7 +113,7 @@ void osg_geoset::setup() {
         const std::uint64_t triangles =
             std::min<std::uint64_t>(vertex_count, positions.size()) / corners;
         const normals_slot& normals = fields().normals;
-        if (positions.size() > 0 && (!normals.present() || normals.size() != positions.size())) {
+        if (!normals.present() || normals.size() != positions.size()) {
             calcPlainNormals(core);
             fields().changedFrom(0);
         }

@@ -107,8 +107,7 @@ class scene_reader {
   public:
     explicit scene_reader(std::istream& in) : _in(in) {}
     ~scene_reader() {
-        addRefCP(_root); // count 0 unless the root was handed out
-        subRefCP(_root);
+        subRefCP(_root); // of count 0, so this destroys it; null once it is handed out
         for (FieldContainerPtr& container : _containers) {
             if (container != NullFC)
                 subRefCP(container);

@@ -56,7 +56,8 @@ inline std::vector<::osg::Pnt3f> gridPoints(std::mt19937& rng, std::size_t count
 inline void addNormals(const ::osg::GeometryPtr& geometry, std::mt19937& rng, std::size_t count) {
     const ::osg::GeoNormals3fPtr normals = ::osg::GeoNormals3f::create();
     for (std::size_t i = 0; i < count; ++i) {
-        normals->editField().push_back(::osg::Vec3f(static_cast<float>(rng() % 3), 1.0F, 0.0F));
+        normals->editField().push_back(rng() % 2 == 0 ? ::osg::Vec3f(0, 0, 1)
+                                                      : ::osg::Vec3f(1, 0, 0));
     }
     geometry->setNormals(normals);
 }

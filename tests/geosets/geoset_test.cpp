@@ -106,7 +106,7 @@ TEST(GeosetClear, GoesBackToEmptyWithAFreshCore) {
     int pieces = 0;
     unsigned long first = 0;
     geoset.splitElement(0, 0.5, 0, pieces, first);
-    EXPECT_EQ(pieces, 1);
+    EXPECT_EQ(pieces, 2);
     EXPECT_FALSE(geoset.split_cache.empty());
     const ::osg::GeometryRefPtr core(geoset.geometry.get());
     geoset.clear();

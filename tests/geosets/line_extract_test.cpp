@@ -260,13 +260,14 @@ TEST(LineExtract, LengthsThatPromiseTooMuchReadNothingPastTheEnd) {
     const ::osg::NodeRefPtr node(flat::nodeOf(broken));
     osg_line_geoset lines;
     extract(node.get(), lines, false, false, false, true);
-    EXPECT_EQ(lines.size, 1U);
+    EXPECT_EQ(lines.size, 4U); // one, and three of the four vertices that are left
 
     flat::addIndex(broken, rng, flat::layout::one_index, 904, 40); // most lead past the positions
     osg_line_geoset wild;
     extract(node.get(), wild, false, false, false, true);
     EXPECT_EQ(wild.size, 901U);
-    EXPECT_EQ(wild.bbox.max[0], wild.bbox.max[0]);
+    EXPECT_LE(wild.bbox.max[0], 1.0F);
+    EXPECT_GE(wild.bbox.min[0], -1.0F);
 }
 
 TEST(LineExtract, AStripOfNoneAsksForMoreThanThereIsAndOnlyThatNodeIsLost) {

@@ -39,7 +39,7 @@ void fill(osg_line_geoset& lines, const std::vector<::osg::Pnt3f>& ends, bool dr
         source->setNormals(normals);
         source->setTexCoords7(ids);
     }
-    const ::osg::NodeRefPtr node(flat::nodeOf(source));
+    const ::osg::NodeRefPtr node(flat::nodeOf(source, "lines"));
     morva::osg::extract(node.get(), lines, false, false, false, true);
 }
 
@@ -204,9 +204,9 @@ INSTANTIATE_TEST_SUITE_P(
     , LineSplitRefusal,
     testing::Values(
         refusal_case{"plane_at_the_first_end",
-                     {1, 0, 0},
                      {2, 0, 0},
-                     1.0,
+                     {1, 0, 0},
+                     2.0,
                      "Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( 0 ).\n"},
         refusal_case{"plane_past_the_second_end",
                      {1, 0, 0},

@@ -3,6 +3,7 @@
 // Extraction by the scene graph's own iterator, triangle by triangle and value by value: the
 // oracle for the fast way.
 
+#include <OpenSG/OSGGeoFunctions.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
@@ -28,6 +29,22 @@ inline void creaseAll(naive_soup& soup_so_far) {
     const ::osg::GeometryRefPtr core(soup(positions));
     morva::osg::calcCreaseNormals(core.get(), 0.5235988F);
     for (std::size_t i = 0; i < soup_so_far.vertices.size(); ++i) {
+        soup_so_far.vertices[i].normal =
+            core->getNormals()->getValue(static_cast<::osg::UInt32>(i));
+    }
+}
+
+/// What a set-up adds: normals, if there are none so far.
+inline void naiveSetup(naive_soup& soup_so_far) {
+    if (soup_so_far.normals || soup_so_far.offered == 0)
+        return;
+    soup_so_far.normals = true;
+    std::vector<::osg::Pnt3f> positions;
+    for (const corner& c : soup_so_far.vertices)
+        positions.push_back(c.position);
+    const ::osg::GeometryRefPtr core(soup(positions));
+    ::osg::calcVertexNormals(core.get());
+    for (std::size_t i = 0; i < positions.size(); ++i) {
         soup_so_far.vertices[i].normal =
             core->getNormals()->getValue(static_cast<::osg::UInt32>(i));
     }

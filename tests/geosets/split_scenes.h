@@ -12,7 +12,7 @@
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
-#include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
 #include "../support/live_containers.h"

@@ -24,7 +24,7 @@ using morva::osg::osg_geoset;
 /// A geoset over a geometry, and its tree of cells of at most `cell` triangles.
 struct sorted_soup {
     sorted_soup(const ::osg::GeometryPtr& source, unsigned cell) {
-        const ::osg::NodeRefPtr node(flat::nodeOf(source));
+        const ::osg::NodeRefPtr node(flat::nodeOf(source, "soup"));
         morva::osg::extract(node.get(), geoset, false, false, false, true, false);
         morva::compile(geoset, tree, kd_build_setup{cell, 40, 3, 1.0F, 2.0F, 0.95F, false},
                        morva::kd_strategy_ObjMedian());

@@ -42,7 +42,7 @@ TEST(CalcLeftPart, SharesInProportionButNeverAllOrNothing) {
 struct sorted_soup {
     sorted_soup(std::mt19937& rng, std::size_t triangles, unsigned cell) {
         source = split::randomSoup(rng, triangles);
-        const ::osg::NodeRefPtr node(flat::nodeOf(source.get()));
+        const ::osg::NodeRefPtr node(flat::nodeOf(source.get(), "soup"));
         morva::osg::extract(node.get(), geoset, false, false, false, true, false);
         morva::compile(geoset, tree, kd_build_setup{cell, 40, 3, 1.0F, 2.0F, 0.95F, false},
                        morva::kd_strategy_ObjMedian());

@@ -17,6 +17,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "flat_scenes.h"
 
@@ -79,6 +80,14 @@ inline ::osg::GeometryPtr soup(const std::vector<::osg::Pnt3f>& positions) {
     return flat::geometryOf({{4, static_cast<unsigned>(positions.size())}}, positions);
 }
 
+/// While this lives no ID is given, as after a merge; those that vertices bring are kept.
+struct registration_off {
+    registration_off() { morva::osg::getIDmapHandler().merged = true; }
+    registration_off(const registration_off&) = delete;
+    registration_off& operator=(const registration_off&) = delete;
+    ~registration_off() { morva::osg::getIDmapHandler().merged = false; }
+};
+
 /// A geoset over a soup, ready for cuts. `colored` gives every vertex a colour and coordinates
 /// that are its own position.
 inline void fillGeoset(osg_geoset& geoset, const std::vector<::osg::Pnt3f>& positions,
@@ -99,6 +108,7 @@ inline void fillGeoset(osg_geoset& geoset, const std::vector<::osg::Pnt3f>& posi
         geometry->setTexCoords7(ids);
     }
     const ::osg::NodeRefPtr node(nodeOf(geometry));
+    const registration_off kept;
     morva::osg::extract(node.get(), geoset, false, false, false, true, false);
 }
 

@@ -8,6 +8,7 @@
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGSwitchMaterial.h>
 
+#include <morva/core/morva_osg.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
@@ -83,7 +84,7 @@ TEST(MergeGeo, CellsAreBoundedAndOnlyTwoFieldsOfTheTreeSetupCount) {
     std::mt19937 rng(5101);
     const ::osg::NodeRefPtr root(scene::group({}));
     for (int i = 0; i < 5; ++i)
-        root->addChild(flat::nodeOf(split::randomSoup(rng, 60)));
+        root->addChild(flat::nodeOf(split::randomSoup(rng, 60), "soup"));
     split::triangle_bag before;
     split::collect(root.get(), before);
     mergeGeo_setup setup = scene::quiet();

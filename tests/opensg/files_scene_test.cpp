@@ -2,9 +2,13 @@
 
 #include "files_support.h"
 
+#include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGThread.h>
+
 #include <cstdio>
 #include <cstring>
 #include <fstream>
+#include <set>
 
 namespace {
 
@@ -113,6 +117,22 @@ TEST(SceneFiles, AMatrixSetByItselfSurvivesComponents) {
     const NodeRefPtr again(readBack(written(root)));
     ASSERT_NE(again, NullFC);
     EXPECT_EQ(again->getToWorld()[3][0], 9.f);
+}
+
+TEST(SceneFiles, ReadingIsAChangeLikeAnyOther) {
+    const std::string bytes = written(sampleScene());
+    ChangeList* changes = Thread::getCurrentChangeList();
+    changes->setReadOnly(false);
+    const NodeRefPtr again(readBack(bytes));
+    std::set<UInt32> changed;
+    for (auto entry = changes->beginChanged(); entry != changes->endChanged(); ++entry) {
+        changed.insert(entry->first);
+    }
+    const std::size_t created = changes->sizeCreated();
+    changes->clearAll();
+    changes->setReadOnly(true);
+    EXPECT_GT(created, 20u);
+    EXPECT_EQ(changed.size(), created);
 }
 
 TEST(SceneFiles, GoByExtension) {

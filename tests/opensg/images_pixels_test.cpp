@@ -124,6 +124,7 @@ block randomBlock(std::mt19937& rng) {
 
 TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
     std::mt19937 rng(411);
+    const ImageRefPtr window(Image::create()); // keeps the pixels of the round before
     for (int round = 0; round < 400; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const Int32 w = 1 + static_cast<Int32>(rng() % 6);
@@ -152,7 +153,6 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
                 }
 
         const ImageRefPtr image = imageOf(Image::OSG_RGB_PF, w, h, d, whole);
-        const ImageRefPtr window(Image::create());
         ASSERT_TRUE(image->subImage(b.x, b.y, b.z, b.w, b.h, b.d, window));
         EXPECT_EQ(pixelsOf(window), cut);
         EXPECT_EQ(window->getWidth(), b.w);

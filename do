@@ -1,0 +1,146 @@
+#!/usr/bin/env bash
+# One script for set-up, building and checking. On a fresh Debian 12, as root or with sudo:
+#
+#   ./do demo     build a release, optimise a real assembly, print the table before and after
+#   ./do test     build and run all tests
+#   ./do check    format, includes, tests, sanitizer builds with their tests, lint
+#   ./do bench    build and run the benchmarks
+set -euo pipefail
+cd "$(dirname "$0")"
+
+BUILD_PACKAGES="g++ cmake ninja-build libgtest-dev libassimp-dev libcli11-dev nlohmann-json3-dev
+    libstb-dev libboost-filesystem-dev libboost-system-dev assimp-testmodels"
+MODELS=/usr/share/assimp/models
+ENGINE=$MODELS/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb
+JOBS=$(nproc)
+
+say() { printf '== %s\n' "$*"; }
+
+as_root() {
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    else
+        sudo "$@"
+    fi
+}
+
+# Installs what is missing of the packages named.
+need() {
+    local missing="" package
+    for package in "$@"; do
+        [ "$(dpkg-query -W -f '${Status}' "$package" 2>/dev/null)" = "install ok installed" ] ||
+            missing="$missing $package"
+    done
+    [ -n "$missing" ] || return 0
+    say "installing:$missing"
+    as_root apt-get update -qq
+    # shellcheck disable=SC2086  # a list of names
+    as_root env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq $missing >/dev/null
+}
+
+# Configures and builds a preset.
+build() {
+    # shellcheck disable=SC2086  # a list of names
+    need $BUILD_PACKAGES
+    local preset=$1
+    shift
+    cmake --preset "$preset" "$@" >/dev/null
+    say "building $preset"
+    cmake --build --preset "$preset" -j "$JOBS"
+}
+
+run_tests() {
+    say "testing $1"
+    ctest --preset "$1" -j "$JOBS"
+}
+
+demo() {
+    build release
+    need gltfpack
+    mkdir -p out
+    say "optimising $ENGINE"
+    ./build/release/host/morva optimize "$ENGINE" -o out/engine.glb \
+        -p "opt(1),maxtris(5000),flat(true)" --report out/engine.json
+    say "the result, read again"
+    ./build/release/host/morva info out/engine.glb
+    say "the result, read by gltfpack"
+    gltfpack -v -i out/engine.glb -o out/engine.packed.glb | tee out/engine.gltfpack.txt
+    check_demo
+    say "results: $PWD/out/engine.glb and $PWD/out/engine.json"
+}
+
+# Both readers must see what the report tells.
+check_demo() {
+    python3 - <<'PYTHON'
+import json, re
+report = json.load(open("out/engine.json"))
+text = open("out/engine.gltfpack.txt").read()
+seen = re.search(r"input:\s*(\d+) nodes.*?(\d+) mesh primitives", text)
+triangles = re.search(r"(\d+) mesh primitives[^\n]*?\((\d+) triangles", text)
+after = report["output"]["statistics"] if "statistics" in report["output"] else report["output"]
+if seen is None or triangles is None:
+    raise SystemExit("gltfpack said nothing that can be compared:\n" + text)
+if int(triangles.group(2)) != after["triangles"]:
+    raise SystemExit(f"gltfpack counts {triangles.group(2)} triangles, the report {after['triangles']}")
+print(f"gltfpack agrees: {triangles.group(2)} triangles in {seen.group(2)} primitives")
+PYTHON
+}
+
+check_format() {
+    need clang-format-14
+    say "format"
+    git ls-files '*.h' '*.cpp' | xargs clang-format-14 --dry-run --Werror
+}
+
+check_includes() {
+    say "includes"
+    python3 cmake/check_includes.py
+}
+
+check_lint() {
+    need clang-tidy-14
+    say "lint"
+    git ls-files 'morva/*.cpp' 'opensg/src/*.cpp' 'host/*.cpp' |
+        xargs -n 4 -P "$JOBS" clang-tidy-14 -p build/dev --quiet
+}
+
+check() {
+    check_format
+    check_includes
+    build dev
+    run_tests dev
+    build asan
+    run_tests asan
+    build tsan
+    run_tests tsan
+    check_lint
+}
+
+bench() {
+    need libbenchmark-dev gltfpack
+    build release -DMORVA_BENCH=ON
+    say "benchmarks"
+    ./bench/run.sh build/release/bench
+}
+
+case "${1:-}" in
+demo) demo ;;
+test)
+    build dev
+    run_tests dev
+    ;;
+check) check ;;
+ci)
+    check_format
+    check_includes
+    build dev
+    build asan
+    run_tests asan
+    run_tests dev
+    ;;
+bench) bench ;;
+*)
+    sed -n '2,8s/^# \{0,1\}//p' "$0"
+    exit 2
+    ;;
+esac

@@ -1,0 +1,65 @@
+#include "model_export.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <fstream>
+#include <new>
+#include <set>
+#include <vector>
+
+#include <OpenSG/OSGSceneFileHandler.h>
+
+#include "assimp_export.h"
+#include "gltf_writer.h"
+#include "host_error.h"
+#include "text.h"
+
+namespace morva::host {
+
+namespace {
+
+std::set<std::string> extensions() {
+    const std::vector<std::string> others = assimpExtensions();
+    std::set<std::string> all(others.begin(), others.end());
+    all.insert({"glb", "gltf", "osb"});
+    return all;
+}
+
+void writeSceneFile(const ::osg::NodePtr& root, const std::string& path) {
+    errno = 0;
+    std::ofstream file(path, std::ios::binary);
+    bool good = file && ::osg::SceneFileHandler::the().write(root, file, "osb");
+    file.close();
+    good = good && file;
+    if (!good)
+        throw host_error("cannot write '" + path.substr(path.rfind('/') + 1) + "': " +
+                         (errno != 0 ? std::strerror(errno) : "the scene file writer failed"));
+}
+
+} // namespace
+
+bool canWrite(const std::string& path) { return extensions().count(extensionOf(path)) != 0; }
+
+std::string writableExtensions() {
+    std::string text;
+    for (const std::string& extension : extensions())
+        text += (text.empty() ? "" : ", ") + extension;
+    return text;
+}
+
+void writeModel(const ::osg::NodePtr& root, const image_sources& images, const std::string& path) {
+    const std::string extension = extensionOf(path);
+    try {
+        if (extension == "glb" || extension == "gltf")
+            writeGltf(root, images, path);
+        else if (extension == "osb")
+            writeSceneFile(root, path);
+        else
+            writeThroughAssimp(root, images, path);
+    } catch (const std::bad_alloc&) {
+        throw host_error("out of memory while writing");
+    }
+}
+
+} // namespace morva::host

@@ -1,0 +1,24 @@
+#pragma once
+
+// A scene to a model file, by extension: .glb and .gltf by the writer of the host, .osb by the
+// scene graph, everything else through the import library.
+
+#include <string>
+
+#include <OpenSG/OSGNode.h>
+
+#include "image_codec.h"
+
+namespace morva::host {
+
+/// Whether a path has an extension that writeModel() can write.
+bool canWrite(const std::string& path);
+
+/// The extensions that can be written, "assbin, collada, ...".
+std::string writableExtensions();
+
+/// Writes the scene below `root`; files that belong to it go beside it.
+/// errors  host_error
+void writeModel(const ::osg::NodePtr& root, const image_sources& images, const std::string& path);
+
+} // namespace morva::host

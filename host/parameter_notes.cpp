@@ -1,0 +1,72 @@
+#include "parameter_notes.h"
+
+#include <map>
+#include <set>
+
+#include <morva/driver/morva_osg_params.h>
+
+#include "text.h"
+
+namespace morva::host {
+
+namespace {
+
+const std::set<std::string>& knownKeys() {
+    static const std::set<std::string> keys = {"addcolorstex",
+                                               "alphageometry",
+                                               "ambientgutout",
+                                               "ambientocclusion",
+                                               "buildhull",
+                                               "buildhullwithcolors",
+                                               "cacheopt",
+                                               "calcnormals",
+                                               "deleteunusedtc",
+                                               "flat",
+                                               "help",
+                                               "idmap",
+                                               "idmapinroot",
+                                               "ignorematerial",
+                                               "keeprenderfalse",
+                                               "maxtexturesize",
+                                               "maxtris",
+                                               "mergehierarchy",
+                                               "mergesamename",
+                                               "mostusedmaterial",
+                                               "numthreads",
+                                               "onegeometry",
+                                               "opt",
+                                               "optimizetc",
+                                               "prefix",
+                                               "removelod",
+                                               "removeswitch",
+                                               "silent",
+                                               "storeondisk",
+                                               "texcoords",
+                                               "toworld",
+                                               "vertexcolor"};
+    return keys;
+}
+
+} // namespace
+
+std::vector<std::string> parameterNotes(const std::string& parameters) {
+    std::vector<std::string> notes;
+    std::vector<std::string> tokens;
+    morva::splitStringByDelimiter(parameters, tokens, ",");
+    std::set<std::string> seen;
+    for (std::string& token : tokens) {
+        std::vector<std::string> one = {token};
+        std::map<std::string, std::string> entry;
+        morva::osg::buildParameterMap(one, entry);
+        const std::string shown = "parameter '" + validUtf8(token) + "' ";
+        if (entry.empty())
+            notes.push_back(shown + "is not of the form key(value); it is ignored");
+        else if (knownKeys().count(entry.begin()->first) == 0)
+            notes.push_back(shown + "has an unknown key; it is ignored");
+        else if (!seen.insert(entry.begin()->first).second)
+            notes.push_back(shown + "repeats a key; the first one holds");
+    }
+    return notes;
+}
+
+} // namespace morva::host

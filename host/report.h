@@ -1,0 +1,42 @@
+#pragma once
+
+// What a run tells: the table for people and the JSON report for programs.
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "audit.h"
+#include "stage_clock.h"
+#include "statistics.h"
+
+namespace morva::host {
+
+/// A model file as reported.
+struct file_record {
+    std::string path;
+    std::uint64_t bytes = 0; ///< with the files that were written beside it; 0 if not written
+};
+
+/// Everything that a run tells. `after` and what belongs to it is absent for `morva info`.
+struct run_report {
+    std::string command;    ///< "optimize" or "info"
+    std::string parameters; ///< as given
+    file_record input, output;
+    scene_statistics before;
+    std::optional<scene_statistics> after;
+    std::optional<audit_plan> plan;
+    std::optional<audit_verdict> verdict;
+    std::vector<stage_record> stages;
+    std::vector<std::string> notes;
+};
+
+/// The table: one line per figure, with one column or two; then the stages and the audit.
+std::string tableOf(const run_report& report);
+
+/// The report; keys never change their meaning within one number of "schema".
+nlohmann::ordered_json jsonOf(const run_report& report);
+
+} // namespace morva::host

@@ -1,0 +1,56 @@
+// One material for a whole scene.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGMaterialGroup.h>
+
+#include <morva/core/morva_osg_tools.h>
+#include <morva/driver/morva_osg_scene_placement.h>
+
+#include "../support/scene_builders.h"
+
+namespace {
+
+using namespace morva_test;
+
+::osg::MaterialPtr ownMaterial(const ::osg::NodePtr& node) { return coreOf(node)->getMaterial(); }
+
+TEST(MostUsedMaterial, CountsPrimitivesNotNodes) {
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0}));
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> blue(simple({0, 0, 1}));
+    const node_ref root(group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
+                               meshNode(quads(5), blue.get()),
+                               hidden(meshNode(quads(9), red.get())), meshNode(quads(2))}));
+    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), blue.get());
+    morva::osg::reduceSceneMaterialsToOne(root.get());
+    EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
+    EXPECT_EQ(ownMaterial(root->getChild(4)), blue.get()) << "also where there was none";
+    EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
+}
+
+TEST(MostUsedMaterial, NothingGivesNull) {
+    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(::osg::NullFC), ::osg::NullFC);
+    const node_ref root(group({group()}));
+    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), ::osg::NullFC);
+    morva::osg::reduceSceneMaterialsToOne(root.get());
+    morva::osg::reduceSceneMaterialsToOne(::osg::NullFC);
+}
+
+TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0}));
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> blue(simple({0, 0, 1}));
+    const node_ref root(
+        materialGroup(red.get(), {materialGroup(red.get(), {meshNode(quads(1))})}));
+    const ::osg::NodePtr inner = root->getChild(0);
+    const ::osg::NodePtr geometry = inner->getChild(0);
+    morva::osg::changeMaterialForNode(geometry, blue.get());
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(root->getCore())->getMaterial(), blue.get());
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
+    EXPECT_EQ(ownMaterial(geometry), ::osg::NullFC);
+    EXPECT_EQ(morva::osg::getMaterial(geometry), blue.get());
+    EXPECT_EQ(blue.get().getRefCount(), 2U);
+    morva::osg::changeMaterialForNode(geometry, blue.get());
+    EXPECT_EQ(blue.get().getRefCount(), 2U) << "the same again changes nothing";
+}
+
+} // namespace
