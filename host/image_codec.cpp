@@ -3,6 +3,9 @@
 #include <algorithm>
 #include <utility>
 
+// The compiler cannot see that a reader from memory needs no callbacks.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #define STBI_MAX_DIMENSIONS 32768
 #define STBI_NO_STDIO
 #define STB_IMAGE_STATIC
@@ -12,6 +15,7 @@
 #define STB_IMAGE_WRITE_STATIC
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #include <stb/stb_image_write.h>
+#pragma GCC diagnostic pop
 
 namespace morva::host {
 

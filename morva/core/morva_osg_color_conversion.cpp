@@ -33,7 +33,8 @@ constexpr unsigned int gl_one_minus_src_alpha = 771;
 
 template <typename Color> bool differ(const Color& a, const Color& b, unsigned int components) {
     for (unsigned int i = 0; i < components; ++i) {
-        if (a[i] - b[i] > color_tolerance || b[i] - a[i] > color_tolerance)
+        // Written so that a NaN differs from everything.
+        if (!(a[i] - b[i] <= color_tolerance && b[i] - a[i] <= color_tolerance))
             return true;
     }
     return false;

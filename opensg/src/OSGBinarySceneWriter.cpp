@@ -52,7 +52,7 @@ class scene_writer {
     };
 
     void putHeader() {
-        _head.insert(_head.end(), std::begin(magic), std::end(magic));
+        _head.assign(std::begin(magic), std::end(magic));
         putNumber(_head, byteOrder);
         putNumber(_head, version);
         flush(_head);

@@ -19,8 +19,10 @@ class field_bytes_out : public BinaryDataHandler {
 
   protected:
     void write(const void* source, UInt32 count) override {
-        const UInt8* first = static_cast<const UInt8*>(source);
-        _bytes.insert(_bytes.end(), first, first + count);
+        if (count == 0) return;
+        const std::size_t end = _bytes.size();
+        _bytes.resize(end + count);
+        std::memcpy(_bytes.data() + end, source, count);
     }
     void read(void*, UInt32) override { throw std::out_of_range("this handler only writes"); }
 

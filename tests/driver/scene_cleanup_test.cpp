@@ -269,7 +269,7 @@ TEST(RemoveEmptyPartsOracle, EndsLikeTheRecursionOnRandomTrees) {
     }
 }
 
-TEST(CleanupPass, WideTreesNeedNoDeepStack) {
+TEST(RemoveEmptyParts, WideTreesNeedNoDeepStack) {
     const node_ref root(group());
     for (int i = 0; i < 50000; ++i)
         root->addChild(group());
