@@ -120,6 +120,11 @@ void refuseFaults(const scene_statistics& scene, const std::string& path) {
                          " geometries have indices behind their last position");
 }
 
+void refuseEmpty(const scene_statistics& scene) {
+    if (scene.triangles + scene.lines + scene.points == 0)
+        throw host_error("nothing is left to draw: every triangle is degenerate or left out");
+}
+
 } // namespace
 
 void optimize(const options& chosen) {
@@ -145,6 +150,7 @@ void optimize(const options& chosen) {
     steps.begin("audit");
     report.after = measureScene(result.get());
     report.verdict = judge(*report.plan, result.get());
+    refuseEmpty(*report.after);
     steps.begin("write");
     writeModel(result.get(), source.images, stage.path());
     report.output = {chosen.output, stage.commit()};

@@ -1,0 +1,264 @@
+#include <csignal>
+#include <functional>
+
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "tests/host/host_files.h"
+
+namespace morva_test {
+namespace {
+
+/// Three parts of two materials, one of them twice under a name with a quote.
+::osg::NodePtr smallScene() {
+    std::mt19937 rng(20);
+    return group({named("a\"b", meshNode(soup(rng, 40), simple({1, 0, 0}))),
+                  moved({5, 0, 0}, {named("a\"b", meshNode(quads(3), simple({1, 0, 0})))}),
+                  named("c", meshNode(strip(8), simple({0, 0, 1})))});
+}
+
+struct bad_run {
+    const char* name;
+    std::function<std::vector<std::string>(const temporary_folder&)> arguments;
+    int code;
+    const char* message;
+};
+
+/// optimize with a good input, and what is told instead of the good output or parameters.
+std::vector<std::string> goodInput(const temporary_folder& folder,
+                                   const std::vector<std::string>& more) {
+    std::vector<std::string> all = {"optimize",
+                                    modelFile(folder.file("in.glb"), smallScene())};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
+
+std::vector<std::string> badInput(const temporary_folder& folder, const std::string& name,
+                                  const std::string& bytes) {
+    writeBytes(folder.file(name), bytes);
+    return {"optimize", folder.file(name), "-o", folder.file("out.glb")};
+}
+
+::osg::NodePtr endlessPoints() {
+    const float inf = std::numeric_limits<float>::infinity();
+    mesh_data mesh = quads(2);
+    for (::osg::Pnt3f& position : mesh.positions)
+        position[1] = inf;
+    return group({meshNode(mesh)});
+}
+
+const bad_run bad_runs[] = {
+    {"no_command", [](auto&) { return std::vector<std::string>{}; }, 2, "subcommand"},
+    {"unknown_option", [](auto& f) { return goodInput(f, {"-o", f.file("o.glb"), "--fast"}); }, 2,
+     "--fast"},
+    {"no_output", [](auto& f) { return goodInput(f, {}); }, 2, "--output"},
+    {"unknown_output_format", [](auto& f) { return goodInput(f, {"-o", f.file("o.txt")}); }, 2,
+     "known extensions"},
+    {"report_over_model",
+     [](auto& f) {
+         return goodInput(f, {"-o", f.file("o.glb"), "--report", f.file("o.glb")});
+     },
+     2, "cannot be one file"},
+    {"quiet_and_verbose", [](auto& f) { return goodInput(f, {"-o", f.file("o.glb"), "-q", "-v"}); },
+     2, "exclude each other"},
+    {"missing_file",
+     [](auto& f) {
+         return std::vector<std::string>{"optimize", f.file("none.glb"), "-o", f.file("o.glb")};
+     },
+     1, "no such file"},
+    {"folder_as_file",
+     [](auto& f) {
+         return std::vector<std::string>{"optimize", f.path(), "-o", f.file("o.glb")};
+     },
+     1, "is a folder"},
+    {"empty_file", [](auto& f) { return badInput(f, "in.glb", ""); }, 1, "is empty"},
+    {"unknown_input_format", [](auto& f) { return badInput(f, "in.xyz", "hello"); }, 1,
+     "cannot read"},
+    {"rubbish_in_a_known_format", [](auto& f) { return badInput(f, "in.glb", "hello"); }, 1,
+     "cannot read"},
+    {"damaged_scene_file", [](auto& f) { return badInput(f, "in.osb", "hello"); }, 1,
+     "cannot read"},
+    {"truncated",
+     [](auto& f) {
+         const std::string whole = bytesOf(modelFile(f.file("whole.glb"), smallScene()));
+         return badInput(f, "in.glb", whole.substr(0, whole.size() / 2));
+     },
+     1, "cannot read"},
+    {"no_triangles",
+     [](auto& f) {
+         return badInput(f, "in.gltf",
+                         R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],)"
+                         R"("nodes":[{"name":"empty"}]})");
+     },
+     1, "nothing to draw"},
+    {"nothing_but_infinite_coordinates",
+     [](auto& f) {
+         return std::vector<std::string>{"optimize", modelFile(f.file("in.glb"), endlessPoints()),
+                                         "-o", f.file("o.glb")};
+     },
+     1, "nothing is left to draw"},
+    {"missing_output_folder",
+     [](auto& f) { return goodInput(f, {"-o", f.file("none/o.glb")}); }, 1, "there is no folder"},
+    {"output_below_a_file",
+     [](auto& f) { return goodInput(f, {"-o", f.file("in.glb/o.glb")}); }, 1, "is no folder"},
+    {"output_is_a_folder",
+     [](auto& f) {
+         std::filesystem::create_directory(f.file("o.glb"));
+         return goodInput(f, {"-o", f.file("o.glb")});
+     },
+     1, "is a folder"},
+};
+
+class BadRun : public testing::TestWithParam<bad_run> {};
+
+TEST_P(BadRun, SaysWhatIsWrongAndLeavesNothing) {
+    const temporary_folder folder;
+    const std::vector<std::string> arguments = GetParam().arguments(folder);
+    std::vector<std::string> before = folder.entries();
+    const command_result result = runMorva(arguments);
+    EXPECT_EQ(result.code, GetParam().code);
+    EXPECT_NE(result.err.find(GetParam().message), std::string::npos) << result.err;
+    EXPECT_NE(result.err.find("morva: "), std::string::npos);
+    EXPECT_EQ(result.out, "");
+    EXPECT_EQ(folder.entries(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(, BadRun, testing::ValuesIn(bad_runs),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(Command, AFolderThatCannotBeWrittenIsTold) {
+    if (geteuid() == 0) {
+        // Root may write anywhere but where the kernel makes the files.
+        const temporary_folder folder;
+        const command_result result = runMorva(goodInput(folder, {"-o", "/proc/o.glb"}));
+        EXPECT_EQ(result.code, 1);
+        EXPECT_NE(result.err.find("cannot write in the folder"), std::string::npos) << result.err;
+        return;
+    }
+    const temporary_folder folder, closed;
+    std::filesystem::permissions(closed.path(), std::filesystem::perms::owner_read);
+    const command_result result = runMorva(goodInput(folder, {"-o", closed.file("o.glb")}));
+    EXPECT_EQ(result.code, 1);
+    EXPECT_NE(result.err.find("cannot write in the folder"), std::string::npos) << result.err;
+}
+
+TEST(Command, RubbishParametersAreNotedAndIgnored) {
+    const temporary_folder folder;
+    const command_result result = runMorva(
+        goodInput(folder, {"-o", folder.file("o.glb"), "-p", "((,maxtris,)(,bananas(7),opt(1),opt(2)"}));
+    EXPECT_EQ(result.code, 0) << result.err;
+    for (const char* note : {"'maxtris' is not of the form", "'bananas(7)' has an unknown key",
+                             "'opt(2)' repeats a key"})
+        EXPECT_NE(result.err.find(note), std::string::npos) << note << "\n" << result.err;
+    EXPECT_TRUE(std::filesystem::exists(folder.file("o.glb")));
+}
+
+TEST(Command, PrintsTheTableAndNothingOfTheOptimiser) {
+    const temporary_folder folder;
+    const std::vector<std::string> arguments = goodInput(folder, {"-o", folder.file("o.glb")});
+    const command_result result = runMorva(arguments);
+    ASSERT_EQ(result.code, 0) << result.err;
+    EXPECT_NE(result.out.find("draw calls"), std::string::npos);
+    EXPECT_NE(result.out.find("passed"), std::string::npos);
+    EXPECT_EQ(result.out.find("Optimizing Tree"), std::string::npos);
+    EXPECT_EQ(result.err, "");
+
+    std::vector<std::string> more = arguments;
+    more.push_back("-v");
+    EXPECT_NE(runMorva(more).out.find("Optimizing Tree..."), std::string::npos);
+    more.back() = "-q";
+    EXPECT_EQ(runMorva(more).out, "");
+}
+
+TEST(Command, OutputIsTheSameInEveryRun) {
+    const temporary_folder folder;
+    const std::vector<std::string> arguments = goodInput(folder, {"-q", "-o", folder.file("o.glb")});
+    ASSERT_EQ(runMorva(arguments).code, 0);
+    const std::string first = bytesOf(folder.file("o.glb"));
+    for (int run = 0; run < 3; ++run) {
+        ASSERT_EQ(runMorva(arguments).code, 0);
+        EXPECT_EQ(bytesOf(folder.file("o.glb")), first);
+    }
+}
+
+/// Runs the command in a process of its own in which no file may exceed 600 bytes.
+int runOnAFullDisk(const std::vector<std::string>& arguments) {
+    const pid_t child = fork();
+    if (child == 0) {
+        std::signal(SIGXFSZ, SIG_IGN);
+        const rlimit limit = {600, 600};
+        setrlimit(RLIMIT_FSIZE, &limit);
+        const command_result result = runMorva(arguments);
+        const bool told = result.err.find("cannot write") != std::string::npos;
+        _exit(told ? result.code : 99);
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+TEST(Command, AFullDiskLeavesTheOldFileAndNothingElse) {
+    for (const char* name : {"o.glb", "o.gltf", "o.obj", "o.ply", "o.osb"}) {
+        SCOPED_TRACE(name);
+        const temporary_folder folder;
+        const std::vector<std::string> arguments = goodInput(folder, {"-q", "-o", folder.file(name)});
+        writeBytes(folder.file(name), "old");
+        EXPECT_EQ(runOnAFullDisk(arguments), 1);
+        EXPECT_EQ(bytesOf(folder.file(name)), "old");
+        EXPECT_EQ(folder.entries().size(), 2u); // the input and the old output
+    }
+}
+
+TEST(Command, FilesThatBelongTogetherArriveTogether) {
+    const temporary_folder folder;
+    for (const auto& [name, other] : {std::pair("o.gltf", "o.bin"), std::pair("p.obj", "p.mtl")}) {
+        ASSERT_EQ(runMorva(goodInput(folder, {"-q", "-o", folder.file(name)})).code, 0);
+        EXPECT_TRUE(std::filesystem::exists(folder.file(other)));
+        const command_result again = runMorva({"info", folder.file(name)});
+        EXPECT_EQ(again.code, 0) << again.err;
+    }
+    EXPECT_EQ(folder.entries().size(), 5u);
+}
+
+TEST(Report, HoldsBothSidesThePartsAndTheAudit) {
+    const temporary_folder folder;
+    ASSERT_EQ(runMorva(goodInput(folder, {"-q", "-o", folder.file("o.glb"), "--report",
+                                          folder.file("r.json"), "-p", "maxtris(10)"}))
+                  .code,
+              0);
+    const auto report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
+    EXPECT_EQ(report["schema"], "morva-report-1");
+    EXPECT_EQ(report["parameters"], "maxtris(10)");
+    for (const char* side : {"before", "after"}) {
+        for (const char* key :
+             {"nodes", "geometry_cores", "draw_calls", "materials", "textures", "triangles",
+              "lines", "points", "vertices", "index_entries_16", "index_entries_32",
+              "acmr_32_lru", "geometry_bytes"})
+            EXPECT_TRUE(report[side][key].is_number()) << side << " " << key;
+    }
+    EXPECT_EQ(report["before"]["triangles"], 40 + 6 + 6);
+    EXPECT_EQ(report["after"]["materials"], 2);
+    EXPECT_EQ(report["output"]["bytes"], bytesOf(folder.file("o.glb")).size());
+
+    std::vector<std::string> stages;
+    for (const auto& stage : report["stages"]) {
+        stages.push_back(stage["name"]);
+        EXPECT_GE(stage["seconds"], 0.0);
+    }
+    EXPECT_EQ(stages,
+              (std::vector<std::string>{"read", "measure", "optimise", "audit", "write"}));
+    ASSERT_EQ(report["parts"].size(), 3u);
+    EXPECT_EQ(report["parts"][1]["original_name"], "a\"b");
+    EXPECT_EQ(report["parts"][1]["triangles"], 6);
+    EXPECT_TRUE(report["audit"]["passed"]);
+    const auto& audit = report["audit"];
+    EXPECT_EQ(audit["triangles_in"].get<int>(),
+              audit["triangles_out"].get<int>() + audit["degenerate"].get<int>());
+}
+
+} // namespace
+} // namespace morva_test

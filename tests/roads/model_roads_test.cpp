@@ -1,0 +1,166 @@
+// optTree on real models keeps what is drawn, at every output level, in few bounded cores.
+
+#include <algorithm>
+#include <map>
+#include <set>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGTransform.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+#include "../../host/statistics.h"
+#include "../support/live_containers.h"
+#include "../support/mesh_multiset.h"
+#include "../support/scene_builders.h"
+#include "models.h"
+
+namespace {
+
+using namespace morva_test;
+
+/// Whether some geometry brings normals; where none does the optimiser makes them.
+bool hasNormals(const ::osg::NodePtr& root) {
+    const node_list nodes = geometryNodes(root);
+    return std::any_of(nodes.begin(), nodes.end(), [](const ::osg::NodePtr& node) {
+        return coreOf(node)->getNormals() != ::osg::NullFC;
+    });
+}
+
+/// What is drawn, less the triangles that must not be kept.
+world_mesh keptMesh(const ::osg::NodePtr& root, bool with_normals = true) {
+    mesh_choice choice;
+    choice.normals = with_normals;
+    world_mesh mesh = worldMesh(root, choice);
+    const auto rogue = [](const world_triangle& triangle) {
+        ::osg::Pnt3f p[3];
+        for (unsigned k = 0; k < 3; ++k)
+            p[k] = ::osg::Pnt3f(triangle.corners[k].values.data());
+        return morva::osg::is_rogue(p[0], p[1], p[2]);
+    };
+    mesh.erase(std::remove_if(mesh.begin(), mesh.end(), rogue), mesh.end());
+    return mesh;
+}
+
+struct model_case {
+    const char* name;
+    std::string file;
+    std::string parameters;
+};
+
+void PrintTo(const model_case& row, std::ostream* out) { *out << row.name; }
+
+class ModelRoad : public testing::TestWithParam<model_case> {};
+
+TEST_P(ModelRoad, KeepsEveryTriangleWithItsAttributes) {
+    const morva::host::model source = morva::host::readModel(GetParam().file);
+    const bool normals = hasNormals(source.root);
+    const world_mesh before = keptMesh(source.root, normals);
+    ASSERT_GT(before.size(), 1000U);
+    const auto result = roads::optimised(source.root, GetParam().parameters);
+    const world_mesh after = keptMesh(result, normals);
+
+    const mesh_summary was = summaryOf(before), is = summaryOf(after);
+    EXPECT_EQ(is.triangles, was.triangles);
+    EXPECT_NEAR(is.area, was.area, 1e-6 * was.area);
+    float size = 0.F;
+    for (unsigned axis = 0; axis < 3; ++axis)
+        size = std::max(size, was.max[axis] - was.min[axis]);
+    for (unsigned axis = 0; axis < 3; ++axis) {
+        EXPECT_NEAR(is.min[axis], was.min[axis], 1e-6F * size);
+        EXPECT_NEAR(is.max[axis], was.max[axis], 1e-6F * size);
+    }
+    // The winding is part of the comparison: corners stand in their cyclic order.
+    EXPECT_EQ(firstDifference(before, after, {2e-6F * size, 1e-4F, 1e-6F}), "");
+}
+
+std::vector<model_case> modelCases() {
+    const std::string keep = ",deleteunusedtc(false)";
+    return {
+        {"engine_level_0", roads::engine, "opt(0),maxtris(5000)" + keep},
+        {"engine_level_1", roads::engine, "opt(1),maxtris(5000)" + keep},
+        {"engine_level_2", roads::engine, "opt(2),maxtris(5000)" + keep},
+        {"engine_level_3", roads::engine, "opt(3),maxtris(5000)" + keep},
+        {"engine_whole", roads::engine, "opt(1),maxtris(2000000),toworld(true)" + keep},
+        {"house_level_0", roads::house, "opt(0),maxtris(5000)" + keep},
+        {"house_level_1", roads::house, "opt(1),maxtris(5000)" + keep},
+        {"house_level_2", roads::house, "opt(2),maxtris(500)" + keep},
+        {"house_level_3", roads::house, "opt(3),maxtris(5000)" + keep},
+        {"truck_level_0", roads::truck, "opt(0),maxtris(300)" + keep},
+        {"truck_level_1", roads::truck, "opt(1),maxtris(5000)" + keep},
+        {"truck_level_2", roads::truck, "opt(2),maxtris(5000)" + keep},
+        {"truck_level_3", roads::truck, "opt(3),maxtris(5000)" + keep},
+    };
+}
+
+INSTANTIATE_TEST_SUITE_P(, ModelRoad, testing::ValuesIn(modelCases()),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+/// Triangles of the largest core below a node.
+unsigned int largestCore(const ::osg::NodePtr& root) {
+    unsigned int largest = 0;
+    for (const ::osg::NodePtr& node : geometryNodes(root))
+        largest = std::max(largest, morva::osg::counttriangles(coreOf(node)));
+    return largest;
+}
+
+TEST(EngineRoad, HasOneCorePerMaterialWhenNothingIsCut) {
+    const morva::host::model source = morva::host::readModel(roads::engine);
+    EXPECT_EQ(morva::host::measureScene(source.root).materials, 34U);
+    const auto result = roads::optimised(source.root, "opt(1),maxtris(2000000)");
+    const auto after = morva::host::measureScene(result);
+    EXPECT_EQ(after.materials, 7U);
+    EXPECT_EQ(after.geometry_cores, 7U);
+    std::map<::osg::UInt32, unsigned> cores_of;
+    for (const ::osg::NodePtr& node : geometryNodes(result))
+        ++cores_of[morva::osg::getMaterial(node).getFieldContainerId()];
+    for (const auto& material : cores_of)
+        EXPECT_EQ(material.second, 1U);
+}
+
+TEST(EngineRoad, CoresKeepTheLimit) {
+    const morva::host::model source = morva::host::readModel(roads::engine);
+    const auto result = roads::optimised(source.root, "opt(1),maxtris(5000)");
+    EXPECT_LE(largestCore(result), 5000U);
+    EXPECT_EQ(morva::host::measureScene(result).materials, 7U);
+}
+
+TEST(EngineRoad, SixteenOnAGridKeepEveryTriangleAndTheLimit) {
+    const morva::host::model source = morva::host::readModel(roads::engine);
+    const node_ref grid(group());
+    for (int i = 0; i < 16; ++i) {
+        const ::osg::NodePtr place =
+            moved(::osg::Vec3f(static_cast<float>(i % 4) * 1024.F,
+                               static_cast<float>(i / 4) * 1024.F, 0.F), {});
+        for (const ::osg::NodePtr& part : geometryNodes(source.root)) {
+            const ::osg::NodePtr copy =
+                transformed(part->getParent() ? part->getParent()->getToWorld() : ::osg::Matrix(),
+                            {nodeOf(part->getCore())});
+            place->addChild(copy);
+        }
+        grid->addChild(place);
+    }
+    const mesh_summary before = summaryOf(keptMesh(grid.get()));
+    const auto result = roads::optimised(grid.get(), "opt(1),maxtris(20000)");
+    const mesh_summary after = summaryOf(keptMesh(result));
+    EXPECT_EQ(after.triangles, before.triangles);
+    EXPECT_NEAR(after.area, before.area, 1e-6 * before.area);
+    EXPECT_LE(largestCore(result), 20000U);
+}
+
+TEST(ModelRoads, LeaveNoContainersBehind) {
+    const unsigned int before = liveContainers();
+    {
+        const morva::host::model source = morva::host::readModel(roads::truck);
+        roads::optimised(source.root, "opt(2),maxtris(300),idmapinroot(true)");
+    }
+    morva::osg::getIDmapHandler().reset();
+    EXPECT_EQ(liveContainers(), before);
+}
+
+} // namespace
