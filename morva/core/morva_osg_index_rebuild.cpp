@@ -41,7 +41,7 @@ std::uint64_t folded(std::uint64_t hash, std::uint64_t words) {
 /// spares most looks at the values, and all of them when the table grows.
 class number_table {
   public:
-    /// Room for a quarter of this many entries before it grows.
+    /// Does not grow while a fifth of the corners or fewer are distinct.
     explicit number_table(std::size_t corners) {
         std::size_t size = 64;
         while (size < corners / 3)

@@ -10,6 +10,8 @@
 #include <iostream>
 #include <limits>
 #include <new>
+#include <type_traits>
+#include <vector>
 
 #include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGQuaternion.h>
@@ -47,12 +49,10 @@ class open_edit {
     ::osg::GeometryPtr core;
 };
 
-/// Moves positions and normals to the world, or leaves them as they are.
+/// The way from a node's space to the world.
 class to_world_move {
   public:
-    to_world_move(const ::osg::NodePtr& node, bool to_world) : moves(to_world) {
-        if (!moves)
-            return;
+    explicit to_world_move(const ::osg::NodePtr& node) {
         const ::osg::Matrix matrix = node->getToWorld();
         for (::osg::UInt32 column = 0; column < 4; ++column) {
             for (::osg::UInt32 row = 0; row < 3; ++row)
@@ -63,17 +63,14 @@ class to_world_move {
         matrix.getTransform(translation, rotation, scale, scale_orientation);
     }
 
-    ::osg::Pnt3f point(const ::osg::Pnt3f& p) const {
-        if (!moves)
-            return p;
+    ::osg::Pnt3f operator()(const ::osg::Pnt3f& p) const {
         ::osg::Pnt3f moved;
         for (::osg::UInt32 row = 0; row < 3; ++row)
             moved[row] = m[0][row] * p[0] + m[1][row] * p[1] + m[2][row] * p[2] + m[3][row];
         return moved;
     }
-    ::osg::Vec3f normal(const ::osg::Vec3f& n) const {
-        if (!moves)
-            return n;
+    /// Normals are turned, not scaled.
+    ::osg::Vec3f operator()(const ::osg::Vec3f& n) const {
         ::osg::Vec3f turned;
         rotation.multVec(n, turned);
         const float length = turned.length();
@@ -81,8 +78,7 @@ class to_world_move {
     }
 
   private:
-    bool moves;
-    float m[4][3] = {};
+    float m[4][3];
     ::osg::Quaternion rotation;
 };
 
@@ -93,8 +89,19 @@ template <typename Value> class source_column {
     source_column(const Role& property, const vertex_stream& stream, ::osg::UInt16 bit)
         : vertices(stream), has(property != ::osg::NullFC), slot(stream.slotOf(bit)),
           block(readBlock(property)), values(block.view()) {}
+    source_column(const source_column&) = delete;
+    source_column& operator=(const source_column&) = delete;
 
     bool present() const { return has; }
+    std::size_t size() const { return values.size(); }
+
+    /// Replaces all values by what `change` makes of them.
+    template <typename Change> void changeAll(const Change& change) {
+        changed.reserve(values.size());
+        for (const Value& value : values)
+            changed.push_back(change(value));
+        values = changed;
+    }
     /// Value of a vertex, or null where its index leads nowhere.
     const Value* find(std::size_t vertex) const {
         const std::size_t row = vertices.index(vertex, slot);
@@ -111,6 +118,7 @@ template <typename Value> class source_column {
     bool has;
     int slot;
     property_block<Value> block;
+    std::vector<Value> changed; ///< empty until changeAll()
     span<const Value> values;
 };
 
@@ -225,12 +233,14 @@ void writeRows(Slot& slot, std::size_t first, std::size_t count, const Make& mak
 /// Takes triangles by vertex number and appends those that are to be kept.
 class triangle_intake {
   public:
-    triangle_intake(const source_columns& from, geoset_fields& to, const to_world_move& mover,
-                    std::size_t first_row, std::size_t room, unsigned int& left_out)
-        : source(from), target(to), move(mover), row(first_row), rows(room), rogue(left_out) {}
+    triangle_intake(const source_columns& from, geoset_fields& to, std::size_t first_row,
+                    std::size_t room, unsigned int& left_out)
+        : source(from), target(to), row(first_row), rows(room), rogue(left_out) {}
 
     bool write_ids = false;
-    int id = 0; ///< for vertices that bring none
+    int id = 0;                                ///< for vertices that bring none
+    const to_world_move* move_point = nullptr; ///< for positions, null: they stay
+    const to_world_move* move_normal = nullptr;
 
     void take(std::size_t a, std::size_t b, std::size_t c) {
         corner[pending++] = static_cast<::osg::UInt32>(a);
@@ -286,7 +296,7 @@ class triangle_intake {
             const ::osg::Pnt3f* found = source.positions.find(vertex[k]);
             if (found == nullptr)
                 return false;
-            p[k] = move.point(*found);
+            p[k] = move_point != nullptr ? (*move_point)(*found) : *found;
         }
         return true;
     }
@@ -304,11 +314,12 @@ class triangle_intake {
     }
 
     void writeAttributes() {
-        if (target.normals.present()) {
-            writeColumn(target.normals, source.normals, upward,
-                        [this](const ::osg::Vec3f& n) { return move.normal(n); });
-        }
         const auto as_is = [](const auto& value) { return value; };
+        if (target.normals.present() && move_normal != nullptr) {
+            writeColumn(target.normals, source.normals, upward, *move_normal);
+        } else if (target.normals.present()) {
+            writeColumn(target.normals, source.normals, upward, as_is);
+        }
         if (target.colors.present())
             writeColumn(target.colors, source.colors, white, as_is);
         if (target.secondary.present())
@@ -332,13 +343,22 @@ class triangle_intake {
 
     const source_columns& source;
     geoset_fields& target;
-    const to_world_move& move;
     std::size_t row;  ///< next row to write
     std::size_t rows; ///< rows that every target property has
     unsigned int& rogue;
     std::size_t pending = 0;
     ::osg::UInt32 corner[3 * portion]; ///< vertex numbers, `pending` of them
 };
+
+/// Moves all values of a column at once where corners share them; false, and nothing happens,
+/// where there are not many more corners than values.
+template <typename Value>
+bool moveAhead(source_column<Value>& column, const to_world_move& move, std::uint64_t corners) {
+    if (2 * column.size() > corners)
+        return false;
+    column.changeAll(move);
+    return true;
+}
 
 /// Most triangles that primitives can give: every one of them, degenerate strip parts included.
 std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices) {
@@ -453,7 +473,7 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
                                  unsigned int told, bool toWorld, bool searchMaterial,
                                  bool writeIds, unsigned int& rogue) {
     const ::osg::GeometryPtr core = geometry.get();
-    const source_columns from(source);
+    source_columns from(source);
     const std::uint64_t offered = corners * offeredTriangles(told, source, from.vertices);
     makeRoom(vertex_count + offered);
 
@@ -463,10 +483,14 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     writeIds = writeIds || target.fields.ids.present();
     if (countVertices(target, offered)) {
         const int id = vertexId(node, source, toWorld, writeIds);
-        const to_world_move move(node, toWorld);
-        triangle_intake intake(from, target.fields, move, vertex_count, target.room(), rogue);
+        triangle_intake intake(from, target.fields, vertex_count, target.room(), rogue);
         intake.write_ids = writeIds;
         intake.id = id;
+        const to_world_move move(node);
+        if (toWorld) {
+            intake.move_point = moveAhead(from.positions, move, offered) ? nullptr : &move;
+            intake.move_normal = moveAhead(from.normals, move, offered) ? nullptr : &move;
+        }
         walkTriangles(
             source, from.vertices,
             [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });

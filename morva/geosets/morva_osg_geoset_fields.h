@@ -47,6 +47,7 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
     /// Makes a property of the usual form with `rows` rows of a value and turns to it.
     void make(std::size_t rows, const stored_value& fill) {
         follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
+        stored->reserve(3 * rows);                    // what setup() makes of it, if it was filled
         stored->resize(rows, fill);
     }
 

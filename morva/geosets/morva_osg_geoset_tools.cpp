@@ -50,18 +50,45 @@ void resizeAll(geoset_fields& fields, std::size_t rows) {
     fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
 }
 
-/// Vertex normals by the scene graph. The length of the primitive counts triangles that were
-/// offered and may be more than there are rows: it is held to those for as long as this takes.
-void calcPlainNormals(const ::osg::GeometryPtr& core) {
+/// What ::osg::calcVertexNormals() comes to on triangles without indices: no two have a vertex in
+/// common. Rows behind the triangles are zero.
+void calcFlatNormals(geoset_fields& fields, std::size_t vertices) {
+    fields.normals.get()->resize(0);
+    fields.normals.get()->resize(fields.positions.size());
+    for (std::size_t v = 0; v + 2 < vertices; v += 3) {
+        const ::osg::Pnt3f a = fields.positions.value(v);
+        ::osg::Vec3f normal =
+            (fields.positions.value(v + 1) - a).cross(fields.positions.value(v + 2) - a);
+        normal.normalize();
+        // The sum over the faces of a vertex begins at zero and is scaled once more.
+        normal = ::osg::Vec3f() + normal;
+        normal.normalize();
+        for (std::size_t k = 0; k < 3; ++k)
+            fields.normals.put(v + k, normal);
+    }
+}
+
+/// Whether a core is one run of triangles without indices, as extraction leaves it.
+bool isFlat(const ::osg::GeometryPtr& core) {
+    const ::osg::GeoPTypesPtr types = core->getTypes();
     const ::osg::GeoPLengthsPtr lengths = core->getLengths();
-    const ::osg::UInt32 rows = core->getPositions()->size();
-    const bool has_length = lengths != ::osg::NullFC && lengths->size() > 0;
-    const ::osg::UInt32 told = has_length ? lengths->getValue(0) : 0;
-    if (told > rows)
-        lengths->setValue(rows / 3 * 3, 0);
-    ::osg::calcVertexNormals(core);
-    if (told > rows)
-        lengths->setValue(told, 0);
+    return core->getIndices() == ::osg::NullFC && types != ::osg::NullFC && types->size() == 1 &&
+           types->getValue(0) == 4 && lengths != ::osg::NullFC && lengths->size() == 1;
+}
+
+/// Calculates the normals of a core, one per vertex. Its length counts triangles that were offered
+/// and may be more than there are rows.
+void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields) {
+    if (!isFlat(core)) {
+        ::osg::calcVertexNormals(core);
+        return;
+    }
+    if (core->getNormals() == ::osg::NullFC) {
+        core->setNormals(::osg::GeoNormals3f::create());
+        fields.follow(core);
+    }
+    calcFlatNormals(
+        fields, std::min<std::size_t>(core->getLengths()->getValue(0), fields.positions.size()));
 }
 
 } // namespace
@@ -114,7 +141,7 @@ void osg_geoset::setup() {
             std::min<std::uint64_t>(vertex_count, positions.size()) / corners;
         const normals_slot& normals = fields().normals;
         if (!normals.present() || normals.size() != positions.size()) {
-            calcPlainNormals(core);
+            calcPlainNormals(core, fields());
             fields().changedFrom(0);
         }
 

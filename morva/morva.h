@@ -1,0 +1,22 @@
+#pragma once
+
+// Every public header of the library.
+
+#include <morva/core/morva_math.h>
+#include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_twister.h>
+#include <morva/driver/morva_osg_params.h>
+#include <morva/driver/morva_osg_scene_cleanup.h>
+#include <morva/driver/morva_osg_scene_placement.h>
+#include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/geosets/morva_osg_line_geoset_tools.h>
+#include <morva/geosets/morva_osg_point_geoset_tools.h>
+#include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/merge/morva_osg_geomerge.h>
+#include <morva/trees/kd_strategies.h>
+#include <morva/trees/kd_tree.h>
