@@ -1,6 +1,7 @@
 #include "assimp_import.h"
 
 #include <cmath>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <unordered_set>
@@ -45,6 +46,18 @@ bool isIdentity(const aiNode& source) {
             if (source.mTransformation[row][column] != (row == column ? 1.f : 0.f))
                 return false;
     return true;
+}
+
+/// A name of the file; empty for one that the importer made up, like "meshes[3]-1".
+std::string givenName(const aiString& text) {
+    const std::string name = text.C_Str();
+    for (const char* made_up : {"nodes[", "meshes["}) {
+        const std::size_t length = std::strlen(made_up);
+        if (name.compare(0, length, made_up) == 0 &&
+            name.find_first_not_of("0123456789]-", length) == std::string::npos)
+            return std::string();
+    }
+    return name;
 }
 
 void setNameUnlessEmpty(const ::osg::AttachmentContainerPtr& container, const std::string& name) {
@@ -103,7 +116,7 @@ class tree_builder {
             throw host_error("the file is damaged: a node lacks its list of children or meshes");
 
         const bool plain = isIdentity(source);
-        const std::string name = source.mName.C_Str();
+        const std::string name = givenName(source.mName);
         if (plain && source.mNumMeshes == 1 && source.mNumChildren == 0) {
             addMesh(source.mMeshes[0], now.parent, name);
             return;
@@ -131,7 +144,7 @@ class tree_builder {
         return transform;
     }
 
-    /// Adds a geometry node, named after its mesh, or like `fallback` if the mesh has no name.
+    /// Adds a geometry node, named after its mesh, or `fallback` if the mesh has no name.
     void addMesh(unsigned index, const ::osg::NodePtr& parent, const std::string& fallback) {
         if (index >= scene_.mNumMeshes || scene_.mMeshes[index] == nullptr)
             throw host_error("the file is damaged: a node uses mesh " + std::to_string(index) +
@@ -139,7 +152,7 @@ class tree_builder {
         const ::osg::GeometryPtr core = coreOf(index);
         if (core == ::osg::NullFC)
             return;
-        const std::string name = scene_.mMeshes[index]->mName.C_Str();
+        const std::string name = givenName(scene_.mMeshes[index]->mName);
         const ::osg::NodePtr node = ::osg::Node::create();
         beginEditCP(node);
         node->setCore(core);
@@ -164,7 +177,7 @@ class tree_builder {
         beginEditCP(core, ::osg::Geometry::MaterialFieldMask);
         core->setMaterial(material.material.get());
         endEditCP(core, ::osg::Geometry::MaterialFieldMask);
-        setNameUnlessEmpty(core, mesh.mName.C_Str());
+        setNameUnlessEmpty(core, givenName(mesh.mName));
         return core;
     }
 
@@ -191,6 +204,23 @@ class tree_builder {
 std::string folderOf(const std::string& path) {
     const std::size_t slash = path.rfind('/');
     return slash == std::string::npos ? std::string() : path.substr(0, slash + 1);
+}
+
+/// Whether some face has more than three corners. Arrays that are not there have none.
+bool hasPolygons(const aiScene& scene) {
+    for (unsigned m = 0; scene.mMeshes != nullptr && m < scene.mNumMeshes; ++m) {
+        const aiMesh* mesh = scene.mMeshes[m];
+        if (mesh == nullptr || mesh->mFaces == nullptr)
+            continue;
+        // Importers tell what a mesh holds; glTF has no polygons, and is the large case.
+        if (mesh->mPrimitiveTypes == aiPrimitiveType_TRIANGLE)
+            continue;
+        for (unsigned f = 0; f < mesh->mNumFaces; ++f) {
+            if (mesh->mFaces[f].mNumIndices > 3)
+                return true;
+        }
+    }
+    return false;
 }
 
 /// The importer's text without its line ends.
@@ -222,7 +252,10 @@ void importThroughAssimp(const std::string& path, model& target) {
     auto importer = std::make_unique<Assimp::Importer>();
     const aiScene* scene = nullptr;
     try {
-        scene = importer->ReadFile(path, aiProcess_Triangulate);
+        scene = importer->ReadFile(path, 0);
+        // Only where it is needed: the step does not stand every mesh of lines and points.
+        if (scene != nullptr && hasPolygons(*scene))
+            scene = importer->ApplyPostProcessing(aiProcess_Triangulate);
     } catch (const std::bad_alloc&) {
         throw host_error("out of memory while reading '" + path + "'");
     } catch (const std::exception& error) {

@@ -18,7 +18,8 @@ template <typename To, typename From> void copyThree(To& to, const From& from) {
 }
 
 /// Adds up what `term(type, length)` gives for each primitive.
-template <typename Term> unsigned int sumOverPrimitives(const ::osg::GeometryPtr& geometry, Term term) {
+template <typename Term>
+unsigned int sumOverPrimitives(const ::osg::GeometryPtr& geometry, Term term) {
     if (geometry == ::osg::NullFC || geometry->getTypes() == ::osg::NullFC ||
         geometry->getLengths() == ::osg::NullFC)
         return 0;
@@ -33,21 +34,29 @@ template <typename Term> unsigned int sumOverPrimitives(const ::osg::GeometryPtr
 
 unsigned int trianglesOf(unsigned int type, unsigned int length) {
     switch (type) {
-    case 4: return length / 3;
+    case 4:
+        return length / 3;
     case 5:
     case 6:
-    case 9: return length - 2;
-    case 7: return length / 2;
-    default: return 0;
+    case 9:
+        return length - 2;
+    case 7:
+        return length / 2;
+    default:
+        return 0;
     }
 }
 
 unsigned int linesOf(unsigned int type, unsigned int length) {
     switch (type) {
-    case 1: return length / 2;
-    case 2: return length;
-    case 3: return length - 1;
-    default: return 0;
+    case 1:
+        return length / 2;
+    case 2:
+        return length;
+    case 3:
+        return length - 1;
+    default:
+        return 0;
     }
 }
 

@@ -22,14 +22,19 @@ namespace {
 
 unsigned int primitivesOf(unsigned int type, unsigned int length) {
     switch (type) {
-    case 0: return length;
+    case 0:
+        return length;
     case 1:
-    case 7: return length / 2;
-    case 4: return length / 3;
+    case 7:
+        return length / 2;
+    case 4:
+        return length / 3;
     case 5:
     case 6:
-    case 9: return length - 2;
-    default: return 0;
+    case 9:
+        return length - 2;
+    default:
+        return 0;
     }
 }
 
@@ -90,10 +95,14 @@ unsigned int getNumberOfPrimitiveTypes(const ::osg::NodePtr& node) {
 
 unsigned int getVertexCountOfPrimitiveType(int primitive_class) {
     switch (primitive_class) {
-    case 0: return 1;
-    case 1: return 2;
-    case 4: return 3;
-    default: return 0;
+    case 0:
+        return 1;
+    case 1:
+        return 2;
+    case 4:
+        return 3;
+    default:
+        return 0;
     }
 }
 

@@ -52,8 +52,7 @@ inline bool is_rogue(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::
 
 /// Area by the edge vectors from `a`: products in single precision, root in double. 0 if the
 /// result is not finite.
-MORVA_API double triangle_area(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b,
-                               const ::osg::Pnt3f& c);
+MORVA_API double triangle_area(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c);
 
 /// Points n, lines n/2, triangles n/3, strips, fans and polygons n-2, quads n/2; line loops, line
 /// strips and quad strips count nothing. 0 for what is no geometry or lacks types or lengths.

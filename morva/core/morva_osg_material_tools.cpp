@@ -20,8 +20,7 @@ constexpr unsigned int gl_modulate = 8448;
 constexpr unsigned int gl_rgba = 6408;
 
 /// The first or the last chunk of a kind, or null.
-template <typename ChunkPtr>
-ChunkPtr chunkOf(const ::osg::MaterialPtr& material, bool last) {
+template <typename ChunkPtr> ChunkPtr chunkOf(const ::osg::MaterialPtr& material, bool last) {
     ChunkPtr found;
     const ::osg::ChunkMaterialPtr chunks = ::osg::ChunkMaterialPtr::dcast(material);
     if (chunks == ::osg::NullFC)
@@ -60,8 +59,8 @@ bool hasAlphaBelowFull(const ::osg::ImagePtr& image) {
     const ::osg::UInt8* pixels = image->getData();
     if (pixels == nullptr || image->getBpp() != 4)
         return false;
-    const std::size_t count = static_cast<std::size_t>(image->getWidth()) *
-                              static_cast<std::size_t>(image->getHeight());
+    const std::size_t count =
+        static_cast<std::size_t>(image->getWidth()) * static_cast<std::size_t>(image->getHeight());
     for (std::size_t i = 0; i < count; ++i) {
         if (pixels[i * 4 + 3] < 255)
             return true;

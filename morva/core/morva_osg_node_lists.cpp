@@ -29,7 +29,7 @@ class stand_ins {
     ::osg::NodePtr groupFor(const ::osg::NodePtr& node) {
         const std::lock_guard<std::mutex> guard(mutex);
         dropSome();
-        entry& kept = entries[node->getCore()];
+        entry& kept = entries[node->getCore().getFieldContainerId()];
         if (kept.groups.empty() || !isFresh(kept.groups.back().get(), node->getCore())) {
             kept.core = node->getCore();
             kept.groups.push_back(makeGroup(kept.core.get()));
@@ -42,7 +42,7 @@ class stand_ins {
         ::osg::RefPtr<::osg::NodeCorePtr> core;
         std::vector<::osg::RefPtr<::osg::NodePtr>> groups; ///< of which the last may be given again
     };
-    using entry_map = std::map<::osg::NodeCorePtr, entry>;
+    using entry_map = std::map<::osg::UInt32, entry>;
 
     static ::osg::RefPtr<::osg::NodePtr> makeGroup(const ::osg::NodeCorePtr& core) {
         const ::osg::NodePtr child = ::osg::Node::create();
@@ -91,8 +91,8 @@ class stand_ins {
     }
 
     std::mutex mutex;
-    entry_map entries;            ///< by core; no result depends on its order
-    ::osg::NodeCorePtr last_seen; ///< compared, never followed: its container may be gone
+    entry_map entries; ///< by the core's container number, which is its own while it is held here
+    ::osg::UInt32 last_seen = 0;
 };
 
 /// The node itself, or a stand-in's group if it is a geometry.

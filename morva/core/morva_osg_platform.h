@@ -38,8 +38,8 @@ inline ::osg::Int32 createOptimizedPrimitives(const ::osg::GeometryPtr& geometry
                                               bool colorCode, bool stitchStrips,
                                               bool stripifyIsolatedTris) {
     return detail::callOptimizer(&::osg::createOptimizedPrimitives, geometry, iteration,
-                                 createStrips, createFans, minFanEdgeCount, colorCode,
-                                 stitchStrips, stripifyIsolatedTris);
+                                 createStrips, createFans, minFanEdgeCount, colorCode, stitchStrips,
+                                 stripifyIsolatedTris);
 }
 
 } // namespace morva::osg

@@ -46,8 +46,8 @@ MORVA_API ::osg::MaterialPtr getMaterial(::osg::NodePtr node);
 /// SimpleMaterial without one gives its own colours with alpha 1.
 /// prints  "False SwitchMatChoice" for a negative choice
 MORVA_API bool getColor(::osg::MaterialPtr material, ::osg::Color4f& diffuse,
-                        ::osg::Color4f& specular, ::osg::Color4f& ambient,
-                        ::osg::Color4f& emission, float& shininess);
+                        ::osg::Color4f& specular, ::osg::Color4f& ambient, ::osg::Color4f& emission,
+                        float& shininess);
 /// The same for the back side; only a MaterialChunk has one.
 MORVA_API bool getBackColor(::osg::MaterialPtr material, ::osg::Color4f& diffuse,
                             ::osg::Color4f& specular, ::osg::Color4f& ambient,
@@ -55,9 +55,8 @@ MORVA_API bool getBackColor(::osg::MaterialPtr material, ::osg::Color4f& diffuse
 /// Of a node's material; false without one.
 MORVA_API bool getColor(::osg::NodePtr node, ::osg::Color4f& diffuse, ::osg::Color4f& specular,
                         ::osg::Color4f& ambient, ::osg::Color4f& emission, float& shininess);
-MORVA_API bool getBackColor(::osg::NodePtr node, ::osg::Color4f& diffuse,
-                            ::osg::Color4f& specular, ::osg::Color4f& ambient,
-                            ::osg::Color4f& emission, float& shininess);
+MORVA_API bool getBackColor(::osg::NodePtr node, ::osg::Color4f& diffuse, ::osg::Color4f& specular,
+                            ::osg::Color4f& ambient, ::osg::Color4f& emission, float& shininess);
 
 /// The image that a material shows: that of a SimpleTexturedMaterial, or of a chunk material's
 /// last TextureChunk. Null for none and for one without width or height.

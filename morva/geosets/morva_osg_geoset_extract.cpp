@@ -145,15 +145,17 @@ struct source_columns {
     source_column<::osg::Vec2f> ids;
 };
 
-/// Turns a slot to the core's own property, or to a new one with `rows` default rows if the
-/// source has values that the core has no place for.
-template <typename Slot, typename Role, typename Fill>
-void takeOrMake(Slot& slot, const Role& own, bool wanted, std::size_t rows, const Fill& fill) {
+/// Turns a slot to the core's own property, or to a new one of `rows` zeros if the source has
+/// values that the core has no place for; then true.
+template <typename Slot, typename Role>
+bool takeOrMake(Slot& slot, const Role& own, bool wanted, std::size_t rows) {
     if (own != ::osg::NullFC) {
         slot.follow(own);
-    } else if (wanted) {
-        slot.make(rows, fill);
+        return false;
     }
+    if (wanted)
+        slot.make(rows);
+    return wanted;
 }
 
 /// The same for primitive types and lengths, which start empty.
@@ -172,19 +174,19 @@ struct target_columns {
                    const source_columns& from, bool write_ids, std::size_t rows)
         : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
           lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
-        takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows,
-                   ::osg::Pnt3f());
-        takeOrMake(fields.normals, core->getNormals(), from.normals.present(), rows, upward);
-        takeOrMake(fields.colors, core->getColors(), from.colors.present(), rows, white);
-        takeOrMake(fields.secondary, core->getSecondaryColors(), from.secondary.present(), rows,
-                   white);
+        takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows);
+        if (takeOrMake(fields.normals, core->getNormals(), from.normals.present(), rows))
+            fillFCwithValue(fields.normals.get(), upward);
+        if (takeOrMake(fields.colors, core->getColors(), from.colors.present(), rows))
+            fillFCwithValue(fields.colors.get(), white);
+        if (takeOrMake(fields.secondary, core->getSecondaryColors(), from.secondary.present(),
+                       rows))
+            fillFCwithValue(fields.secondary.get(), white);
         const ::osg::GeoTexCoordsPtr units[4] = {core->getTexCoords(), core->getTexCoords1(),
                                                  core->getTexCoords2(), core->getTexCoords3()};
-        for (int i = 0; i < 4; ++i) {
-            takeOrMake(fields.texcoords[i], units[i], from.texcoords[i].present(), rows,
-                       ::osg::Vec2f());
-        }
-        takeOrMake(fields.ids, core->getTexCoords7(), write_ids || from.ids.present(), rows, 0.0F);
+        for (int i = 0; i < 4; ++i)
+            takeOrMake(fields.texcoords[i], units[i], from.texcoords[i].present(), rows);
+        takeOrMake(fields.ids, core->getTexCoords7(), write_ids || from.ids.present(), rows);
     }
 
     /// Rows that all of them have.
@@ -426,11 +428,12 @@ void flatNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
     }
 }
 
-template <typename Role, typename Value> void fillRows(const Role& property, const Value& value) {
-    if (property == ::osg::NullFC)
-        return;
-    for (::osg::UInt32 i = 0; i < property->size(); ++i)
-        property->setValue(value, i);
+/// Writes a value to all rows of a property, whose usual form is that of the slot.
+template <typename Slot, typename Role, typename Value>
+void fillRows(const Role& property, const Value& value) {
+    Slot slot;
+    slot.follow(property);
+    writeRows(slot, 0, slot.size(), [&value](std::size_t) { return value; });
 }
 
 } // namespace
@@ -536,15 +539,15 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
 }
 
 void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {
-    fillRows(property, value);
+    fillRows<colors_slot>(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoTexCoordsPtr& property, const ::osg::Vec2f& value) {
-    fillRows(property, value);
+    fillRows<texcoords_slot>(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoNormalsPtr& property, const ::osg::Vec3f& value) {
-    fillRows(property, value);
+    fillRows<normals_slot>(property, value);
 }
 
 } // namespace morva::osg

@@ -44,11 +44,11 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
         return true;
     }
 
-    /// Makes a property of the usual form with `rows` rows of a value and turns to it.
-    void make(std::size_t rows, const stored_value& fill) {
+    /// Makes a property of the usual form with `rows` rows of zero and turns to it.
+    void make(std::size_t rows) {
         follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
-        stored->reserve(3 * rows);                    // what setup() makes of it, if it was filled
-        stored->resize(rows, fill);
+        stored->reserve(3 * rows);                    // what setup() makes of a filled one
+        stored->resize(rows);
     }
 
     bool present() const { return seen != nullptr; }

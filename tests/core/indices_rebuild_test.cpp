@@ -273,6 +273,19 @@ TEST(IndexRebuildOracle, AgreesOnValuesThatDifferInTheLastBitsOnly) {
     expectAsNaive(mesh);
 }
 
+TEST(IndexRebuildOracle, AgreesWhereVerticesAreLeftOver) {
+    std::mt19937 rng(70);
+    mesh_data mesh = withAttributes(soup(rng, 4), rng);
+    for (const auto& primitives :
+         {std::vector<std::pair<unsigned, unsigned>>{{4, 4}, {4, 3}, {4, 2}, {4, 3}},
+          {{4, 3}, {0, 2}, {4, 3}},
+          {{4, 9}, {4, 9}},
+          {{4, 0}, {4, 6}}}) {
+        mesh.primitives = primitives;
+        expectAsNaive(mesh);
+    }
+}
+
 TEST(CreateSharedIndex, GivesACubeEightPositionsAndSixNormals) {
     const geometry_ref geometry(geometryOf(cube()));
     morva::osg::createSharedIndex(geometry);

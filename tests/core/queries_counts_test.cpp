@@ -282,6 +282,7 @@ TEST(TriangleArea, IsFiniteAlways) {
     EXPECT_EQ(triangle_area({0, 0, 0}, {2, 0, 0}, {0, 3, 0}), 3.0);
     EXPECT_EQ(triangle_area({5, 5, 5}, {5, 5, 8}, {9, 5, 5}), 6.0);
     EXPECT_EQ(triangle_area({1, 2, 3}, {1, 2, 3}, {4, 5, 6}), 0.0);
+    EXPECT_EQ(triangle_area({0, 0, 0}, {1, 0, 0}, {1, 1, 1}), 0.5 * std::sqrt(2.0)); // in double
     const float most = std::numeric_limits<float>::max();
     EXPECT_EQ(triangle_area({most, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
     EXPECT_EQ(triangle_area({not_a_number, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);

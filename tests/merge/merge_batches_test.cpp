@@ -37,8 +37,7 @@ TEST(MergeGeometryInVector, ABatchEndsWithTheNodeThatExceedsTheLimit) {
             mergeGeometryInVector(red.get(), list, scene::cells(1000), scene::quiet(), 10));
         EXPECT_EQ(batchesOf(group.get()), c.batches);
         EXPECT_EQ(scene::worldTriangles(group.get()), scene::worldTriangles(root.get()));
-        scene::nodes cores;
-        scene::geometries(group.get(), cores);
+        const scene::nodes cores = morva_test::geometryNodes(group.get());
         for (const ::osg::NodePtr& core : cores) {
             EXPECT_EQ(scene::coreOf(core)->getMaterial(), red.get());
         }

@@ -4,8 +4,9 @@
 
 #include <sstream>
 
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGSwitchMaterial.h>
 
 #include <morva/core/morva_osg.h>
@@ -29,8 +30,7 @@ using morva::osg::mergeGeo_setup;
 std::vector<::osg::MaterialPtr> materialsOf(const ::osg::NodePtr& result) {
     std::vector<::osg::MaterialPtr> materials;
     for (::osg::UInt32 i = 0; i < result->getNChildren(); ++i) {
-        scene::nodes list;
-        scene::geometries(result->getChild(i), list);
+        const scene::nodes list = morva_test::geometryNodes(result->getChild(i));
         materials.push_back(list.empty() ? ::osg::MaterialPtr()
                                          : scene::coreOf(list[0])->getMaterial());
     }
@@ -49,8 +49,7 @@ TEST(MergeGeo, OneGroupPerMaterialInOrderAndTheInputStays) {
     EXPECT_EQ(scene::worldTriangles(result.get()), before);
     EXPECT_EQ(scene::worldTriangles(root.get()), before);
     EXPECT_EQ(result.get().getRefCount(), 1U);
-    scene::nodes list;
-    scene::geometries(result.get(), list);
+    const scene::nodes list = morva_test::geometryNodes(result.get());
     EXPECT_EQ(list.size(), 2U);
 }
 
@@ -96,8 +95,7 @@ TEST(MergeGeo, CellsAreBoundedAndOnlyTwoFieldsOfTheTreeSetupCount) {
         testing::internal::CaptureStdout();
         const ::osg::NodeRefPtr result(mergeGeo(root.get(), kd, setup));
         testing::internal::GetCapturedStdout();
-        scene::nodes list;
-        scene::geometries(result.get(), list);
+        const scene::nodes list = morva_test::geometryNodes(result.get());
         EXPECT_GT(list.size(), 5U);
         for (const ::osg::NodePtr& node : list) {
             const ::osg::UInt32 count = scene::coreOf(node)->getLengths()->getValue(0) / 3;
@@ -166,8 +164,7 @@ TEST(MergeGeo, HiddenNodesAreDroppedOrCarriedOver) {
 }
 
 TEST(MergeGeo, SwitchesAndSkippedMaterialsStayOut) {
-    const ::osg::NodePtr switched =
-        scene::under(::osg::Switch::create(), {scene::strip(scene::plain(0), 0)});
+    const ::osg::NodePtr switched = morva_test::switched(0, {scene::strip(scene::plain(0), 0)});
     const ::osg::NodePtr skipped = scene::strip(::osg::SwitchMaterial::create(), 3);
     const ::osg::NodeRefPtr root(scene::group({switched, skipped}));
     const ::osg::NodeRefPtr result(quietMerge(root.get(), scene::quiet()));
@@ -185,8 +182,7 @@ TEST(MergeGeo, LinesComeOutNextToTriangles) {
         mergeGeo_setup setup = scene::quiet();
         setup.opt = opt;
         const ::osg::NodeRefPtr result(quietMerge(root.get(), setup));
-        scene::nodes list;
-        scene::geometries(result.get(), list);
+        const scene::nodes list = morva_test::geometryNodes(result.get());
         unsigned lines = 0, triangles = 0;
         for (const ::osg::NodePtr& node : list) {
             lines += morva::osg::getNumberOfLines(node);

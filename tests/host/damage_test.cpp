@@ -1,0 +1,116 @@
+#include <csignal>
+#include <random>
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <assimp/Importer.hpp>
+#include <assimp/postprocess.h>
+#include <gtest/gtest.h>
+
+#include "tests/host/host_files.h"
+
+namespace morva_test {
+namespace {
+
+/// Runs `work` in a process of its own; its exit code, or -1 if a signal ended it or it hung.
+template <typename Work> int inChild(Work work) {
+    const pid_t child = fork();
+    if (child == 0) {
+        alarm(60);
+        // What the importer prints about damage is not looked at.
+        if (std::freopen("/dev/null", "w", stderr) == nullptr)
+            _exit(98);
+        _exit(work());
+    }
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+/// The import library alone, as the host calls it.
+int importAlone(const std::string& path) {
+    try {
+        Assimp::Importer importer;
+        if (importer.ReadFile(path, 0) != nullptr)
+            importer.ApplyPostProcessing(aiProcess_Triangulate);
+    } catch (const std::exception&) {
+    }
+    return 0;
+}
+
+/// Flips `flips` random bits of a file.
+std::string damaged(std::string bytes, std::mt19937& rng, int flips) {
+    std::uniform_int_distribution<std::size_t> place(0, bytes.size() - 1);
+    std::uniform_int_distribution<int> bit(0, 7);
+    for (int i = 0; i < flips; ++i) {
+        char& byte = bytes[place(rng)];
+        byte = static_cast<char>(static_cast<unsigned char>(byte) ^ (1u << bit(rng)));
+    }
+    return bytes;
+}
+
+struct flip_case {
+    const char* name;
+    const char* file;
+    unsigned seeds;
+};
+
+class ByteFlips : public testing::TestWithParam<flip_case> {};
+
+TEST_P(ByteFlips, CrashNothingOfOurs) {
+    const std::string source = std::string(MORVA_MODELS) + "/" + GetParam().file;
+    const std::string whole = bytesOf(source);
+    ASSERT_FALSE(whole.empty()) << source;
+    const temporary_folder folder;
+    const std::string input = folder.file(std::filesystem::path(source).filename().string());
+    const std::string output = folder.file("out.glb");
+    unsigned survived = 0, optimised = 0;
+    for (unsigned seed = 0; seed < GetParam().seeds; ++seed) {
+        std::mt19937 rng(seed);
+        writeBytes(input, damaged(whole, rng, 1 + static_cast<int>(seed % 8)));
+        std::filesystem::remove(output);
+        // A file that brings the import library itself down shows nothing about the host.
+        if (inChild([&] { return importAlone(input); }) != 0)
+            continue;
+        ++survived;
+        const int code = inChild([&] {
+            return runMorva({"optimize", input, "-o", output, "-q"}).code;
+        });
+        EXPECT_TRUE(code == 0 || code == 1) << "seed " << seed << " gave " << code;
+        EXPECT_EQ(std::filesystem::exists(output), code == 0) << "seed " << seed;
+        optimised += code == 0 ? 1 : 0;
+    }
+    EXPECT_GT(survived, GetParam().seeds / 2);
+    EXPECT_GT(optimised, 0u);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , ByteFlips,
+    testing::Values(flip_case{"binary_gltf", "glTF2/BoxTextured-glTF-Binary/BoxTextured.glb", 250},
+                    flip_case{"embedded_gltf", "glTF2/BoxTextured-glTF-Embedded/BoxTextured.gltf",
+                              50},
+                    flip_case{"obj", "OBJ/box.obj", 50}, flip_case{"ply", "PLY/cube.ply", 50},
+                    flip_case{"stl", "STL/Spider_binary.stl", 20}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(SceneFileByteFlips, CrashNothing) {
+    const temporary_folder folder;
+    std::mt19937 scenes(9);
+    const std::string whole = bytesOf(modelFile(
+        folder.file("in.osb"),
+        group({named("a", meshNode(withAttributes(soup(scenes, 8), scenes), simple({1, 0, 0}))),
+               moved({1, 2, 3}, {meshNode(cube(), chunked({1, 1, 1, .5f}))})})));
+    for (unsigned seed = 0; seed < 150; ++seed) {
+        std::mt19937 rng(seed);
+        writeBytes(folder.file("in.osb"), damaged(whole, rng, 1 + static_cast<int>(seed % 6)));
+        const int code = inChild([&] {
+            return runMorva({"optimize", folder.file("in.osb"), "-o", folder.file("o.glb"), "-q"})
+                .code;
+        });
+        EXPECT_TRUE(code == 0 || code == 1) << "seed " << seed << " gave " << code;
+    }
+}
+
+} // namespace
+} // namespace morva_test

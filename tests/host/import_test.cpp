@@ -1,0 +1,232 @@
+#include <functional>
+#include <limits>
+#include <memory>
+
+#include <assimp/material.h>
+#include <assimp/mesh.h>
+#include <assimp/scene.h>
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include "assimp_import.h"
+#include "host_error.h"
+#include "statistics.h"
+#include "tests/support/live_containers.h"
+#include "tests/support/scene_builders.h"
+
+namespace morva_test {
+namespace {
+
+using morva::host::host_error;
+using morva::host::model;
+
+std::unique_ptr<aiMesh> triangleMesh() {
+    auto mesh = std::make_unique<aiMesh>();
+    mesh->mName = "mesh";
+    mesh->mNumVertices = 3;
+    mesh->mVertices = new aiVector3D[3]{{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    mesh->mNumFaces = 1;
+    mesh->mFaces = new aiFace[1];
+    mesh->mFaces[0].mNumIndices = 3;
+    mesh->mFaces[0].mIndices = new unsigned[3]{0, 1, 2};
+    mesh->mPrimitiveTypes = aiPrimitiveType_TRIANGLE;
+    return mesh;
+}
+
+/// A root "root" with two children, "a" and "b", that share one mesh of one triangle.
+std::unique_ptr<aiScene> smallScene() {
+    auto scene = std::make_unique<aiScene>();
+    scene->mNumMeshes = 1;
+    scene->mMeshes = new aiMesh* [1] { triangleMesh().release() };
+    scene->mNumMaterials = 1;
+    scene->mMaterials = new aiMaterial* [1] { new aiMaterial };
+    scene->mRootNode = new aiNode("root");
+    scene->mRootNode->mNumChildren = 2;
+    scene->mRootNode->mChildren = new aiNode* [2] { new aiNode("a"), new aiNode("b") };
+    for (unsigned i = 0; i < 2; ++i) {
+        aiNode& child = *scene->mRootNode->mChildren[i];
+        child.mParent = scene->mRootNode;
+        child.mNumMeshes = 1;
+        child.mMeshes = new unsigned[1]{0};
+    }
+    return scene;
+}
+
+TEST(Import, KeepsTheTreeAndSharesCores) {
+    const std::unique_ptr<aiScene> scene = smallScene();
+    scene->mRootNode->mChildren[1]->mTransformation.a4 = 5.f;
+    model target;
+    morva::host::importScene(*scene, "", target);
+    ASSERT_EQ(target.root->getNChildren(), 2u);
+    const ::osg::NodePtr a = target.root->getChild(0), b = target.root->getChild(1);
+    EXPECT_STREQ(getName(target.root.get()), "root");
+    EXPECT_TRUE(coreOf(a) != ::osg::NullFC); // no matrix: the part itself
+    ASSERT_EQ(b->getNChildren(), 1u);
+    EXPECT_TRUE(coreOf(b->getChild(0)) == coreOf(a));
+    EXPECT_EQ(b->getToWorld()[3][0], 5.f);
+}
+
+TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
+    aiMesh mesh;
+    mesh.mNumVertices = 5;
+    mesh.mVertices = new aiVector3D[5];
+    const std::vector<std::vector<unsigned>> faces = {
+        {4}, {0, 1, 2}, {3, 4}, {}, {0, 1, 2, 3, 4}, {2, 1, 0}, {1, 0}};
+    mesh.mNumFaces = static_cast<unsigned>(faces.size());
+    mesh.mFaces = new aiFace[faces.size()];
+    for (std::size_t f = 0; f < faces.size(); ++f) {
+        mesh.mFaces[f].mNumIndices = static_cast<unsigned>(faces[f].size());
+        mesh.mFaces[f].mIndices = new unsigned[faces[f].size() + 1];
+        std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
+    }
+    model target;
+    const geometry_ref core(morva::host::importMesh(mesh, 0, target));
+    std::vector<std::pair<unsigned, unsigned>> primitives;
+    for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
+        primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
+    EXPECT_EQ(primitives,
+              (std::vector<std::pair<unsigned, unsigned>>{{4, 6}, {1, 4}, {0, 1}, {9, 5}}));
+    std::vector<unsigned> indices;
+    for (::osg::UInt32 i = 0; i < core->getIndices()->getSize(); ++i)
+        indices.push_back(core->getIndices()->getValue(i));
+    EXPECT_EQ(indices, (std::vector<unsigned>{0, 1, 2, 2, 1, 0, 3, 4, 1, 0, 4, 0, 1, 2, 3, 4}));
+}
+
+struct hostile_case {
+    const char* name;
+    std::function<void(aiScene&)> spoil;
+    const char* message; ///< null: must pass
+};
+
+const hostile_case hostile_cases[] = {
+    {"index_out_of_range", [](aiScene& s) { s.mMeshes[0]->mFaces[0].mIndices[1] = 3; },
+     "uses vertex 3 of 3"},
+    {"highest_index", [](aiScene& s) { s.mMeshes[0]->mFaces[0].mIndices[1] = 0xFFFFFFFFu; },
+     "uses vertex 4294967295"},
+    {"no_vertices",
+     [](aiScene& s) {
+         delete[] s.mMeshes[0]->mVertices;
+         s.mMeshes[0]->mVertices = nullptr;
+     },
+     "has no vertices"},
+    {"no_face_array",
+     [](aiScene& s) {
+         delete[] s.mMeshes[0]->mFaces;
+         s.mMeshes[0]->mFaces = nullptr;
+     },
+     "faces without an array"},
+    {"face_without_indices",
+     [](aiScene& s) {
+         delete[] s.mMeshes[0]->mFaces[0].mIndices;
+         s.mMeshes[0]->mFaces[0].mIndices = nullptr;
+     },
+     "face without indices"},
+    {"mesh_out_of_range", [](aiScene& s) { s.mRootNode->mChildren[0]->mMeshes[0] = 7; },
+     "uses mesh 7 of 1"},
+    {"null_mesh",
+     [](aiScene& s) {
+         delete s.mMeshes[0];
+         s.mMeshes[0] = nullptr;
+     },
+     "uses mesh 0"},
+    {"matrix_with_nan",
+     [](aiScene& s) { s.mRootNode->mTransformation.b2 = std::numeric_limits<float>::quiet_NaN(); },
+     "is not finite"},
+    {"node_twice_in_the_tree",
+     [](aiScene& s) {
+         delete s.mRootNode->mChildren[1];
+         s.mRootNode->mChildren[1] = s.mRootNode->mChildren[0];
+     },
+     "no tree"},
+    {"no_root",
+     [](aiScene& s) {
+         delete s.mRootNode;
+         s.mRootNode = nullptr;
+     },
+     "no scene"},
+    {"null_child",
+     [](aiScene& s) {
+         delete s.mRootNode->mChildren[1];
+         s.mRootNode->mChildren[1] = nullptr;
+     },
+     nullptr},
+    {"material_out_of_range", [](aiScene& s) { s.mMeshes[0]->mMaterialIndex = 99; }, nullptr},
+    {"null_material",
+     [](aiScene& s) {
+         delete s.mMaterials[0];
+         s.mMaterials[0] = nullptr;
+     },
+     nullptr},
+    {"texture_that_is_not_there",
+     [](aiScene& s) {
+         const aiString file("*17");
+         s.mMaterials[0]->AddProperty(&file, AI_MATKEY_TEXTURE_DIFFUSE(0));
+     },
+     nullptr},
+    {"material_with_odd_numbers",
+     [](aiScene& s) {
+         const float bad[] = {std::numeric_limits<float>::quiet_NaN(),
+                              std::numeric_limits<float>::infinity()};
+         s.mMaterials[0]->AddProperty(bad, 2, AI_MATKEY_COLOR_DIFFUSE);
+         s.mMaterials[0]->AddProperty(bad, 1, AI_MATKEY_ROUGHNESS_FACTOR);
+         s.mMaterials[0]->AddProperty(bad + 1, 1, AI_MATKEY_METALLIC_FACTOR);
+         s.mMaterials[0]->AddProperty(bad, 1, AI_MATKEY_OPACITY);
+     },
+     nullptr},
+    {"mesh_without_faces", [](aiScene& s) { s.mMeshes[0]->mNumFaces = 0; }, nullptr},
+};
+
+class HostileScene : public testing::TestWithParam<hostile_case> {};
+
+TEST_P(HostileScene, IsRefusedWithAReasonOrReadSafely) {
+    const unsigned int before = liveContainers();
+    {
+        const std::unique_ptr<aiScene> scene = smallScene();
+        GetParam().spoil(*scene);
+        model target;
+        std::string message;
+        try {
+            morva::host::importScene(*scene, "", target);
+            morva::host::measureScene(target.root.get());
+        } catch (const host_error& error) {
+            message = error.what();
+        }
+        if (GetParam().message == nullptr)
+            EXPECT_EQ(message, "");
+        else
+            EXPECT_NE(message.find(GetParam().message), std::string::npos) << message;
+        // The scene's own destructor must not meet a node twice.
+        if (scene->mRootNode != nullptr && scene->mRootNode->mNumChildren == 2 &&
+            scene->mRootNode->mChildren[0] == scene->mRootNode->mChildren[1])
+            scene->mRootNode->mNumChildren = 1;
+    }
+    EXPECT_EQ(liveContainers(), before);
+}
+
+INSTANTIATE_TEST_SUITE_P(, HostileScene, testing::ValuesIn(hostile_cases),
+                         [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(Import, ATreeTooDeepForRecursionIsRefused) {
+    const std::unique_ptr<aiScene> scene = smallScene();
+    aiNode* last = scene->mRootNode->mChildren[0];
+    for (int i = 0; i < 10002; ++i) {
+        auto* next = new aiNode("deeper");
+        last->mNumChildren = 1;
+        last->mChildren = new aiNode* [1] { next };
+        last = next;
+    }
+    model target;
+    EXPECT_THROW(morva::host::importScene(*scene, "", target), host_error);
+}
+
+TEST(Import, ShininessAndRoughnessAreInverse) {
+    for (const float roughness : {0.f, .1f, .25f, .5f, .9f, 1.f})
+        EXPECT_NEAR(morva::host::roughnessOf(morva::host::shininessOf(roughness)), roughness,
+                    1e-6f);
+    EXPECT_EQ(morva::host::shininessOf(0.f), 128.f);
+    EXPECT_EQ(morva::host::shininessOf(1.f), 0.f);
+}
+
+} // namespace
+} // namespace morva_test

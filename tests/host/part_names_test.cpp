@@ -1,0 +1,67 @@
+#include <set>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include "part_names.h"
+#include "tests/support/scene_builders.h"
+
+namespace morva_test {
+namespace {
+
+std::vector<std::string> partNames(const ::osg::NodePtr& root, bool rename) {
+    const node_ref held(root);
+    std::vector<std::string> names;
+    for (const morva::host::named_part& part : morva::host::namedParts(root, rename)) {
+        const ::osg::Char8* now = getName(part.node);
+        EXPECT_EQ(part.name, now != nullptr ? now : "");
+        names.push_back(part.name);
+    }
+    return names;
+}
+
+TEST(PartNames, ArePathsAndUnique) {
+    const auto scene = [] {
+        return named("engine", group({named("block", group({named("bolt", meshNode(quads(1))),
+                                                            named("bolt", meshNode(quads(1))),
+                                                            named("bolt~2", meshNode(quads(1)))})),
+                                      group({meshNode(quads(1))})}));
+    };
+    EXPECT_EQ(partNames(scene(), true),
+              (std::vector<std::string>{"engine/block/bolt", "engine/block/bolt~2",
+                                        "engine/block/bolt~2~2", "engine/#1/#0"}));
+    EXPECT_EQ(partNames(scene(), false), (std::vector<std::string>{"bolt", "bolt", "bolt~2", ""}));
+}
+
+TEST(PartNames, ANamelessNodeTakesTheNameOfItsCore) {
+    const ::osg::NodePtr part = meshNode(quads(1));
+    setName(part->getCore(), "core");
+    EXPECT_EQ(partNames(group({part}), true), std::vector<std::string>{"#0/core"});
+}
+
+TEST(PartNames, AreSafeInsideJson) {
+    const std::pair<const char*, const char*> cases[] = {
+        {"plain", "plain"},
+        {"a\"b\\c/d", "a_b_c_d"},
+        {"tab\tline\nend\x7f", "tab_line_end_"},
+        {"Gel\xC3\xA4nde", "Gel\xC3\xA4nde"}, // valid text stays
+        {"Gel\xE4nde", "Gel_nde"},            // an 8-bit code page does not
+        {"\xC0\xAF", "__"},                   // overlong
+        {"\xED\xA0\x80", "___"},              // half of a surrogate pair
+        {"cut \xE2\x82", "cut __"},           // ends inside a letter
+    };
+    for (const auto& [name, safe] : cases)
+        EXPECT_EQ(morva::host::safeName(name), safe);
+}
+
+TEST(PartNames, StayUniqueAmongThousandsOfTwins) {
+    node_list parts;
+    for (int i = 0; i < 3000; ++i)
+        parts.push_back(named("screw", meshNode(quads(1))));
+    const std::vector<std::string> names = partNames(group(parts), true);
+    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 3000u);
+}
+
+} // namespace
+} // namespace morva_test

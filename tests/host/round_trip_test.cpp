@@ -1,0 +1,139 @@
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGMaterialChunk.h>
+
+#include "image_codec.h"
+#include "model.h"
+#include "scene_walk.h"
+#include "statistics.h"
+#include "tests/host/host_files.h"
+#include "tests/support/live_containers.h"
+#include "tests/support/mesh_multiset.h"
+
+namespace morva_test {
+namespace {
+
+using morva::host::model;
+using morva::host::readModel;
+
+/// Parts of every primitive type and layout, two places of one core, a textured material.
+::osg::NodePtr variedScene() {
+    std::mt19937 rng(5);
+    const ::osg::ImagePtr image = imageOf(::osg::Image::OSG_RGB_PF, 2, 2);
+    const ::osg::NodePtr shared = meshNode(withAttributes(soup(rng, 20), rng), simple({1, 0, 0}));
+    ::osg::Matrix turn;
+    turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), 0.5f));
+    return named(
+        "top",
+        group({named("soup", shared), transformed(turn, {named("twin", nodeOf(shared->getCore()))}),
+               named("cube", meshNode(cube(), chunked({0, 1, 0, 1}, image))),
+               named("strip", meshNode(withNormals(strip(9), rng))), named("fan", meshNode(fan(7))),
+               named("lines", meshNode(row(6, 2))), named("points", meshNode(row(5, 0)))}));
+}
+
+TEST(RoundTrip, EveryFormatKeepsTheTriangles) {
+    mesh_choice choice;
+    const node_ref scene(variedScene());
+    for (const char* name : {"s.glb", "s.gltf", "s.osb", "s.obj", "s.ply", "s.stl", "s.dae"}) {
+        SCOPED_TRACE(name);
+        const temporary_folder folder;
+        const bool whole = std::string(name).find(".g") != std::string::npos ||
+                           std::string(name).find(".osb") != std::string::npos;
+        choice.normals = choice.colors = choice.coordinates = whole;
+        morva::host::writeModel(scene.get(), morva::host::image_sources(), folder.file(name));
+        model again = readModel(folder.file(name));
+        const world_mesh before = worldMesh(scene.get(), choice);
+        const world_mesh after = worldMesh(again.root.get(), choice);
+        EXPECT_EQ(firstDifference(before, after, {1e-4f, 1e-4f, 1e-5f}), "");
+    }
+}
+
+TEST(RoundTrip, GltfKeepsLinesPointsNodesAndSharedCores) {
+    const temporary_folder folder;
+    const node_ref scene(variedScene());
+    const auto before = morva::host::measureScene(scene.get());
+    const model again = readModel(modelFile(folder.file("s.glb"), scene.get()));
+    const auto after = morva::host::measureScene(again.root.get());
+    EXPECT_EQ(after.draw_calls, before.draw_calls);
+    EXPECT_EQ(after.geometry_cores, before.geometry_cores);
+    EXPECT_EQ(after.triangles, before.triangles);
+    EXPECT_EQ(after.lines, before.lines);
+    EXPECT_EQ(after.points, before.points);
+    EXPECT_EQ(after.vertices, before.vertices);
+    EXPECT_EQ(after.textures, 1u);
+}
+
+TEST(RoundTrip, ReadingAndWritingLeaveNoContainersBehind) {
+    const temporary_folder folder;
+    { const model warm_up = readModel(modelFile(folder.file("s.glb"), variedScene())); }
+    const unsigned int before = liveContainers();
+    { const model again = readModel(folder.file("s.glb")); }
+    writeBytes(folder.file("bad.glb"), bytesOf(folder.file("s.glb")).substr(0, 900));
+    EXPECT_THROW(readModel(folder.file("bad.glb")), std::exception);
+    EXPECT_EQ(liveContainers(), before);
+}
+
+struct look {
+    ::osg::Color4f diffuse, specular, emission;
+    float shininess;
+    bool two_sided, blended;
+};
+
+TEST(RoundTrip, GltfKeepsTheLookOfMaterials) {
+    const look looks[] = {{{.2f, .4f, .6f, 1}, {0, 0, 0, 1}, {0, 0, 0, 1}, 0, false, false},
+                          {{.2f, .4f, .6f, 1}, {0, 0, 0, .25f}, {0, 0, 0, 1}, 32, false, false},
+                          {{1, 0, 0, .5f}, {0, 0, 0, 1}, {.5f, 0, 0, 1}, 128, true, true}};
+    for (const look& wanted : looks) {
+        const ::osg::ChunkMaterialPtr material = bareMaterial();
+        const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
+        chunk->setDiffuse(wanted.diffuse);
+        chunk->setSpecular(wanted.specular);
+        chunk->setEmission(wanted.emission);
+        chunk->setShininess(wanted.shininess);
+        chunk->setBackMaterial(wanted.two_sided);
+        material->addChunk(chunk);
+        const temporary_folder folder;
+        const model again =
+            readModel(modelFile(folder.file("s.glb"), group({meshNode(quads(1), material)})));
+        const auto drawn = morva::host::drawnNodes(again.root.get());
+        ASSERT_EQ(drawn.size(), 1u);
+        const ::osg::ChunkMaterialPtr read = ::osg::ChunkMaterialPtr::dcast(drawn[0].material);
+        ASSERT_TRUE(read != ::osg::NullFC);
+        EXPECT_EQ(read->isTransparent(), wanted.blended);
+        const ::osg::MaterialChunkPtr colors = ::osg::MaterialChunkPtr::dcast(read->getChunks(0));
+        ASSERT_TRUE(colors != ::osg::NullFC);
+        EXPECT_TRUE(colors->getDiffuse() == wanted.diffuse);
+        EXPECT_FLOAT_EQ(colors->getSpecular()[3], wanted.specular[3]);
+        EXPECT_TRUE(colors->getEmission() == wanted.emission);
+        EXPECT_NEAR(colors->getShininess(), wanted.shininess, 1e-4f);
+        EXPECT_EQ(colors->getBackMaterial(), wanted.two_sided);
+    }
+}
+
+TEST(ImageCodec, PngKeepsEveryChannelAndTheOrderOfRows) {
+    for (const ::osg::UInt32 format : {::osg::Image::OSG_L_PF, ::osg::Image::OSG_LA_PF,
+                                       ::osg::Image::OSG_RGB_PF, ::osg::Image::OSG_RGBA_PF}) {
+        const ::osg::ImageRefPtr image(imageOf(format, 5, 3));
+        ::osg::UInt8* pixels = image->getData();
+        for (unsigned long i = 0; i < image->getSize(); ++i)
+            pixels[i] = static_cast<::osg::UInt8>(7 * i + 1);
+        const auto bytes = morva::host::encodePng(image.get());
+        const ::osg::ImageRefPtr again(morva::host::decodeImage(bytes.data(), bytes.size(), true));
+        ASSERT_TRUE(again != ::osg::NullFC);
+        EXPECT_TRUE(*again.get() == *image.get());
+        EXPECT_TRUE(morva::host::decodeImage(bytes.data(), bytes.size() / 2, true) ==
+                    ::osg::NullFC);
+    }
+}
+
+TEST(ImageCodec, AnEditedImageForgetsItsFile) {
+    const ::osg::ImageRefPtr image(imageOf(::osg::Image::OSG_RGB_PF, 4, 4));
+    morva::host::image_sources sources;
+    sources.remember(image.get(), {"image/png", {1, 2, 3}});
+    ASSERT_NE(sources.find(image.get()), nullptr);
+    image->getData()[5] ^= 1;
+    EXPECT_EQ(sources.find(image.get()), nullptr);
+}
+
+} // namespace
+} // namespace morva_test
