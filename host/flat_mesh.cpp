@@ -19,7 +19,7 @@ bool passesThrough(const geometry_view& view) {
     };
     const auto* sets = view.coordinates;
     if (!view.oneIndexPerCorner() || !fits(view.normals) || !fits(view.colors) ||
-        !std::all_of(sets, sets + geometry_view::coordinate_sets, fits) || view.runs.empty())
+        !std::all_of(sets, sets + flat_mesh::written_sets, fits) || view.runs.empty())
         return false;
     std::vector<bool> used(count, false);
     std::size_t unused = count;
@@ -69,7 +69,7 @@ flat_mesh::flat_mesh(const geometry_view& view) {
     take(view.positions, positions);
     take(view.normals, normals);
     take(view.colors, colors);
-    for (std::size_t set = 0; set < geometry_view::coordinate_sets; ++set)
+    for (std::size_t set = 0; set < written_sets; ++set)
         take(view.coordinates[set], coordinates[set]);
     if (running)
         return;

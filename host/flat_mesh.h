@@ -24,9 +24,12 @@ struct flat_mesh {
     /// The view must outlive the mesh.
     explicit flat_mesh(const geometry_view& view);
 
+    /// The last set is the library's own, for IDs on their way: it is not written.
+    static constexpr std::size_t written_sets = geometry_view::coordinate_sets - 1;
+
     std::size_t vertex_count = 0;
     flat_attribute positions, normals, colors;
-    flat_attribute coordinates[geometry_view::coordinate_sets];
+    flat_attribute coordinates[written_sets];
     std::vector<std::uint32_t> triangles; ///< three vertices each; empty if `running`
     std::vector<std::uint32_t> lines;     ///< two each; strips and loops cut up
     std::vector<std::uint32_t> points;    ///< one each

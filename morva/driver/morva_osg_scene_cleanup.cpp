@@ -18,8 +18,7 @@ namespace morva::osg {
 
 namespace {
 
-template <class Core>
-bool isKindOf(const ::osg::NodePtr& node) {
+template <class Core> bool isKindOf(const ::osg::NodePtr& node) {
     return node->getCore() != ::osg::NullFC &&
            node->getCore()->getType().isDerivedFrom(Core::getClassType());
 }
@@ -34,7 +33,8 @@ bool isPlainGroup(const ::osg::NodePtr& node) {
 class held_child {
   public:
     explicit held_child(const ::osg::NodePtr& node) {
-        if (node->getParent() != ::osg::NullFC) held = node;
+        if (node->getParent() != ::osg::NullFC)
+            held = node;
     }
 
   private:
@@ -45,18 +45,20 @@ class held_child {
 /// child the replaced node just goes.
 void replaceByChild(const ::osg::NodePtr& replaced, const ::osg::NodePtr& child) {
     const ::osg::NodePtr parent = replaced->getParent();
-    if (child != ::osg::NullFC) parent->addChild(child);
+    if (child != ::osg::NullFC)
+        parent->addChild(child);
     parent->subChild(static_cast<::osg::UInt32>(parent->findChild(replaced)));
 }
 
 /// Calls `pass` for each child; a child for which it returns true has left its place, which the
 /// next one has taken.
-template <class Pass>
-bool walkShrinkingChildren(const ::osg::NodePtr& node, Pass pass) {
+template <class Pass> bool walkShrinkingChildren(const ::osg::NodePtr& node, Pass pass) {
     bool any = false;
     for (::osg::UInt32 i = 0; i < node->getNChildren();) {
-        if (pass(node->getChild(i))) any = true;
-        else ++i;
+        if (pass(node->getChild(i)))
+            any = true;
+        else
+            ++i;
     }
     return any;
 }
@@ -72,22 +74,27 @@ bool walkShrinkingChildren(const ::osg::NodePtr& node, Pass pass) {
 } // namespace
 
 void deleteNode(::osg::NodePtr node) {
-    if (node == ::osg::NullFC) return;
+    if (node == ::osg::NullFC)
+        return;
     ::osg::NodePtr parent = node->getParent();
     while (parent != ::osg::NullFC) {
         const bool only_child = parent->getNChildren() == 1;
         const ::osg::NodePtr above = parent->getParent();
         parent->subChild(static_cast<::osg::UInt32>(parent->findChild(node)));
-        if (!only_child) return;
+        if (!only_child)
+            return;
         node = parent;
         parent = above;
     }
 }
 
 bool removeSwitchParts(::osg::NodePtr node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC) return false;
-    if (!isKindOf<::osg::Switch>(node)) return walkShrinkingChildren(node, removeSwitchParts);
-    if (node->getParent() == ::osg::NullFC) return true;
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return false;
+    if (!isKindOf<::osg::Switch>(node))
+        return walkShrinkingChildren(node, removeSwitchParts);
+    if (node->getParent() == ::osg::NullFC)
+        return true;
 
     const ::osg::NodePtr chosen = chosenChild(node);
     replaceByChild(node, chosen);
@@ -96,10 +103,12 @@ bool removeSwitchParts(::osg::NodePtr node) {
 }
 
 bool removeLODParts(::osg::NodePtr node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC) return false;
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return false;
     // The child that replaces a level of detail stands at the end of the list, where the walk of
     // the parent still comes by.
-    if (!isKindOf<::osg::DistanceLOD>(node)) return walkShrinkingChildren(node, removeLODParts);
+    if (!isKindOf<::osg::DistanceLOD>(node))
+        return walkShrinkingChildren(node, removeLODParts);
     if (node->getParent() != ::osg::NullFC) {
         replaceByChild(node, node->getNChildren() > 0 ? node->getChild(0) : ::osg::NodePtr());
     }
@@ -117,18 +126,20 @@ void stripEmptyChildren(const ::osg::NodePtr& node) {
     for (::osg::UInt32 i = node->getNChildren(); i-- > 0;) {
         const ::osg::NodePtr child = node->getChild(i);
         stripEmptyChildren(child);
-        if (isEmptyGroup(child)) node->subChild(i);
+        if (isEmptyGroup(child))
+            node->subChild(i);
     }
 }
 
 } // namespace
 
 void removeEmptyParts(::osg::NodePtr node) {
-    if (node == ::osg::NullFC) return;
+    if (node == ::osg::NullFC)
+        return;
     stripEmptyChildren(node);
     // A node that is left empty makes its parent a candidate, with all that hangs below it.
-    for (::osg::NodePtr parent = node->getParent();
-         parent != ::osg::NullFC && isEmptyGroup(node); parent = node->getParent()) {
+    for (::osg::NodePtr parent = node->getParent(); parent != ::osg::NullFC && isEmptyGroup(node);
+         parent = node->getParent()) {
         parent->subChild(static_cast<::osg::UInt32>(parent->findChild(node)));
         stripEmptyChildren(parent);
         node = parent;
@@ -140,16 +151,19 @@ namespace {
 /// Takes off the children for which `removable` returns true, unless that are all.
 ///
 /// returns  whether all are removable, so that the node itself is
-template <class Test>
-bool removeSomeChildren(const ::osg::NodePtr& node, Test removable) {
+template <class Test> bool removeSomeChildren(const ::osg::NodePtr& node, Test removable) {
     std::vector<::osg::UInt32> noted;
     const ::osg::UInt32 count = node->getNChildren();
     for (::osg::UInt32 i = 0; i < count; ++i) {
-        if (removable(node->getChild(i))) noted.push_back(i);
+        if (removable(node->getChild(i)))
+            noted.push_back(i);
     }
-    if (noted.empty()) return false;
-    if (noted.size() == count) return true;
-    for (std::size_t i = noted.size(); i-- > 0;) node->subChild(noted[i]);
+    if (noted.empty())
+        return false;
+    if (noted.size() == count)
+        return true;
+    for (std::size_t i = noted.size(); i-- > 0;)
+        node->subChild(noted[i]);
     return false;
 }
 
@@ -161,11 +175,13 @@ bool hasNoPrimitives(const ::osg::GeometryPtr& geometry) {
 } // namespace
 
 bool removeInvisibleParts(::osg::NodePtr node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC) return false;
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return false;
     if (isKindOf<::osg::Geometry>(node)) {
         ::osg::Color4f diffuse, specular, ambient, emission;
         float shininess = 0.f;
-        if (!getColor(node, diffuse, specular, ambient, emission, shininess)) return false;
+        if (!getColor(node, diffuse, specular, ambient, emission, shininess))
+            return false;
         if (diffuse[3] < 0.01f) {
             std::cout << "Remove Geometry because of transparency." << std::endl;
             return true;
@@ -175,11 +191,15 @@ bool removeInvisibleParts(::osg::NodePtr node) {
 }
 
 bool removeNonGeoParts(::osg::NodePtr node) {
-    if (node == ::osg::NullFC) return false;
+    if (node == ::osg::NullFC)
+        return false;
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
-    if (geometry != ::osg::NullFC) return hasNoPrimitives(geometry);
-    if (node->getNChildren() == 0) return true;
-    if (isKindOf<::osg::Switch>(node) || isKindOf<::osg::DistanceLOD>(node)) return false;
+    if (geometry != ::osg::NullFC)
+        return hasNoPrimitives(geometry);
+    if (node->getNChildren() == 0)
+        return true;
+    if (isKindOf<::osg::Switch>(node) || isKindOf<::osg::DistanceLOD>(node))
+        return false;
     return removeSomeChildren(node, removeNonGeoParts);
 }
 
@@ -189,7 +209,8 @@ namespace {
 void pullUpOnlyGroup(const ::osg::NodePtr& node) {
     while (node->getNChildren() == 1 && isPlainGroup(node->getChild(0))) {
         const ::osg::NodePtr group = node->getChild(0);
-        while (group->getNChildren() > 0) node->addChild(group->getChild(0));
+        while (group->getNChildren() > 0)
+            node->addChild(group->getChild(0));
         node->subChild(::osg::UInt32(0));
     }
 }
@@ -198,15 +219,16 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
 /// the child stands at the end of the parent's list.
 ::osg::NodePtr collapse(const ::osg::NodePtr& node) {
     pullUpOnlyGroup(node);
-    if (node->getNChildren() == 0) return ::osg::NullFC;
+    if (node->getNChildren() == 0)
+        return ::osg::NullFC;
     if (node->getNChildren() > 1) {
         // What took a child's place comes next; the children in front are done.
-        walkShrinkingChildren(node, [](const ::osg::NodePtr& child) {
-            return collapse(child) != ::osg::NullFC;
-        });
+        walkShrinkingChildren(
+            node, [](const ::osg::NodePtr& child) { return collapse(child) != ::osg::NullFC; });
         return ::osg::NullFC;
     }
-    if (!isPlainGroup(node)) return ::osg::NullFC;
+    if (!isPlainGroup(node))
+        return ::osg::NullFC;
     const ::osg::NodePtr child = node->getChild(0);
     const ::osg::NodePtr parent = node->getParent();
     if (parent != ::osg::NullFC) {
@@ -221,15 +243,18 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
 } // namespace
 
 void RemoveGroupNodes(::osg::NodePtr node) {
-    while (node != ::osg::NullFC) node = collapse(node);
+    while (node != ::osg::NullFC)
+        node = collapse(node);
 }
 
 void RemoveTransforms(::osg::NodePtr node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC) return;
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return;
     if (isKindOf<::osg::Transform>(node) || isKindOf<::osg::ComponentTransform>(node)) {
         node->setCore(::osg::Group::create());
     }
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) RemoveTransforms(node->getChild(i));
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        RemoveTransforms(node->getChild(i));
 }
 
 void deleteTravMaskZeroNodes(::osg::NodePtr node) {
@@ -239,25 +264,30 @@ void deleteTravMaskZeroNodes(::osg::NodePtr node) {
     }
     const held_child held(node);
     std::vector<::osg::NodePtr> children;
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) children.push_back(node->getChild(i));
-    for (const ::osg::NodePtr& child : children) deleteTravMaskZeroNodes(child);
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        children.push_back(node->getChild(i));
+    for (const ::osg::NodePtr& child : children)
+        deleteTravMaskZeroNodes(child);
 }
 
 void RenameMultipleNodeNames(::osg::NodePtr node, bool geometryOnly) {
     std::map<std::string, std::vector<::osg::NodePtr>> names;
     CollectNodeNames(node, names);
     for (const auto& entry : names) {
-        if (entry.second.size() < 2) continue;
+        if (entry.second.size() < 2)
+            continue;
         unsigned int counter = 0;
         for (const ::osg::NodePtr& bearer : entry.second) {
-            if (geometryOnly && !isKindOf<::osg::Geometry>(bearer)) continue;
+            if (geometryOnly && !isKindOf<::osg::Geometry>(bearer))
+                continue;
             ::osg::setName(bearer, entry.first + "_" + std::to_string(counter++));
         }
     }
 }
 
 void nameGeoNodes(::osg::NodePtr node, std::vector<std::string> names) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC || names.empty()) return;
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC || names.empty())
+        return;
     if (::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC) {
         ::osg::setName(node, names.back());
         return;

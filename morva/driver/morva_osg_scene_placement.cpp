@@ -12,7 +12,8 @@
 namespace morva::osg {
 
 void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
-    if (node == ::osg::NullFC || getMaterial(node) == material) return;
+    if (node == ::osg::NullFC || getMaterial(node) == material)
+        return;
     const ::osg::NodePtr group = searchMaterialGroup(node);
     if (group != ::osg::NullFC) {
         ::osg::MaterialGroupPtr::dcast(group->getCore())->setMaterial(material);
@@ -33,7 +34,8 @@ void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
 }
 
 ::osg::MaterialPtr getMostUsedMaterialInScene(::osg::NodePtr node) {
-    if (node == ::osg::NullFC) return ::osg::NullFC;
+    if (node == ::osg::NullFC)
+        return ::osg::NullFC;
     std::vector<::osg::NodePtr> nodes;
     getGeometryNodes(node, nodes, false);
 
@@ -53,7 +55,8 @@ void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
 }
 
 void reduceSceneMaterialsToOne(::osg::NodePtr node) {
-    if (node == ::osg::NullFC) return;
+    if (node == ::osg::NullFC)
+        return;
     changeMaterialsInScene(node, getMostUsedMaterialInScene(node));
 }
 

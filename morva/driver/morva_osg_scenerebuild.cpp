@@ -27,15 +27,15 @@ struct driver_keys {
     bool removeswitch = false;
     bool idmapinroot = false;
     bool onegeometry = false;
-    bool help = false;    ///< whether the key is there; its value is not read
+    bool help = false; ///< whether the key is there; its value is not read
     bool has_prefix = false;
-    std::string prefix;   ///< of generated names, if has_prefix
+    std::string prefix; ///< of generated names, if has_prefix
 };
 
-template <class T>
-void readKey(const parameter_map& parameters, const char* key, T& value) {
+template <class T> void readKey(const parameter_map& parameters, const char* key, T& value) {
     const auto found = parameters.find(key);
-    if (found != parameters.end()) value = string2X<T>(found->second);
+    if (found != parameters.end())
+        value = string2X<T>(found->second);
 }
 
 driver_keys readDriverKeys(const parameter_map& parameters) {
@@ -49,7 +49,8 @@ driver_keys readDriverKeys(const parameter_map& parameters) {
     keys.help = parameters.count("help") != 0;
     const auto prefix = parameters.find("prefix");
     keys.has_prefix = prefix != parameters.end();
-    if (keys.has_prefix) keys.prefix = prefix->second;
+    if (keys.has_prefix)
+        keys.prefix = prefix->second;
     return keys;
 }
 
@@ -93,7 +94,8 @@ void mergeEqualMaterials(::osg::NodePtr& root) {
 }
 
 void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
-    if (keys.mostusedmaterial) reduceSceneMaterialsToOne(root);
+    if (keys.mostusedmaterial)
+        reduceSceneMaterialsToOne(root);
     if (keys.removelod) {
         std::cout << "Removing LOD parts." << std::endl;
         removeLODParts(root);
@@ -106,7 +108,8 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
 
 ::osg::NodePtr runMerge(const driver_keys& keys, const mergeGeo_setup& setup,
                         const ::osg::NodePtr& root) {
-    if (keys.maxtris == 0 && !setup.cacheopt) return root;
+    if (keys.maxtris == 0 && !setup.cacheopt)
+        return root;
     printSetting("Merge Geometry. Cacheopt: ", setup.cacheopt);
     const kd_build_setup kd{keys.maxtris, 100, 3, 1.0f, 2.0f, 0.95f, false};
     const ::osg::NodePtr result = mergeGeo(root, kd, setup);
@@ -120,15 +123,19 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
     driver_keys keys = readDriverKeys(map);
     mergeGeo_setup setup(map);
     setup.silent = true;
-    if (keys.maxtris > 10) setup.cacheopt = false;
+    if (keys.maxtris > 10)
+        setup.cacheopt = false;
 
     idmapHandler& handler = getIDmapHandler();
     handler.reset();
     // A map in the root alone needs IDs too, but no file.
-    if (keys.idmapinroot && setup.idmap.empty()) setup.idmap = "metaOnly";
-    if (!setup.idmap.empty()) handler.writeTree(root, 0);
+    if (keys.idmapinroot && setup.idmap.empty())
+        setup.idmap = "metaOnly";
+    if (!setup.idmap.empty())
+        handler.writeTree(root, 0);
 
-    if (keys.help) std::cout << "Available parameters are: " << std::endl << optTreeDoc();
+    if (keys.help)
+        std::cout << "Available parameters are: " << std::endl << optTreeDoc();
     if (keys.onegeometry) {
         setup.alphageometry = true;
         keys.mostusedmaterial = true;
@@ -137,12 +144,14 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
     }
     printSettings(setup);
     runInputStages(keys, root);
-    if (keys.has_prefix) handler.prefix = keys.prefix;
+    if (keys.has_prefix)
+        handler.prefix = keys.prefix;
 
     const ::osg::NodePtr result = runMerge(keys, setup, root);
     if (!setup.idmap.empty()) {
         handler.registerGeometryUsage(result);
-        if (keys.idmapinroot) addIDmapInfo(result);
+        if (keys.idmapinroot)
+            addIDmapInfo(result);
     }
     handler.releaseHeldLock();
     return result;
@@ -157,11 +166,13 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
         parent->subChild(static_cast<::osg::UInt32>(parent->findChild(root)));
     }
     mergeEqualMaterials(root);
-    if (parameters.empty()) return root;
+    if (parameters.empty())
+        return root;
 
     const ::osg::NodePtr result = runStages(root, parameters);
     // The parent gets the input tree back; the optimised scene is what is returned.
-    if (parent != ::osg::NullFC) parent->addChild(root);
+    if (parent != ::osg::NullFC)
+        parent->addChild(root);
     return result;
 }
 

@@ -9,7 +9,8 @@ UInt32 keyOf(UInt32 groupId, UInt16 binding) { return (groupId << 16) | binding;
 } // namespace
 
 AttachmentMap::AttachmentMap(const AttachmentMap& other) : _entries(other._entries) {
-    for (const auto& entry : _entries) addRefCP(entry.second);
+    for (const auto& entry : _entries)
+        addRefCP(entry.second);
 }
 
 // Syncing copies between aspects; the change list repeats the counting.
@@ -30,7 +31,8 @@ void AttachmentMap::set(UInt32 key, const AttachmentPtr& attachment) {
 
 void AttachmentMap::erase(UInt32 key) {
     const auto found = _entries.find(key);
-    if (found == _entries.end()) return;
+    if (found == _entries.end())
+        return;
     AttachmentPtr old = found->second;
     _entries.erase(found);
     subRefCP(old);
@@ -39,7 +41,8 @@ void AttachmentMap::erase(UInt32 key) {
 void AttachmentMap::clear() {
     Entries entries;
     entries.swap(_entries);
-    for (auto& entry : entries) subRefCP(entry.second);
+    for (auto& entry : entries)
+        subRefCP(entry.second);
 }
 
 const DataType& FieldDataTraits<AttachmentMap>::getType() {
@@ -51,8 +54,7 @@ UInt32 FieldDataTraits<AttachmentMap>::getBinSize(const AttachmentMap& value) {
     return static_cast<UInt32>(sizeof(UInt32) + value.size() * 2 * sizeof(UInt32));
 }
 
-void FieldDataTraits<AttachmentMap>::copyToBin(BinaryDataHandler& out,
-                                               const AttachmentMap& value) {
+void FieldDataTraits<AttachmentMap>::copyToBin(BinaryDataHandler& out, const AttachmentMap& value) {
     out.putValue(static_cast<UInt32>(value.size()));
     for (const auto& entry : value) {
         out.putValue(entry.first);
@@ -70,7 +72,8 @@ void FieldDataTraits<AttachmentMap>::copyFromBin(BinaryDataHandler& in, Attachme
         in.getValue(key);
         in.getValue(id);
         const AttachmentPtr attachment = AttachmentPtr::dcast(osgContainerOfId(id));
-        if (attachment != NullFC) value.set(key, attachment);
+        if (attachment != NullFC)
+            value.set(key, attachment);
     }
 }
 
@@ -97,12 +100,14 @@ AttachmentContainer::~AttachmentContainer() {
 }
 
 void AttachmentContainer::addAttachment(const AttachmentPtr& attachment, UInt16 binding) {
-    if (attachment == NullFC) return;
+    if (attachment == NullFC)
+        return;
     const UInt32 key = keyOf(attachment->getGroupId(), binding);
     AttachmentMap& attachments = _sfAttachments.getValue();
     const auto old = attachments.find(key);
     if (old != attachments.end()) {
-        if (old->second == attachment) return;
+        if (old->second == attachment)
+            return;
         old->second->subParent(getUntypedPtr());
     }
     attachment->addParent(getUntypedPtr());
@@ -110,11 +115,13 @@ void AttachmentContainer::addAttachment(const AttachmentPtr& attachment, UInt16 
 }
 
 void AttachmentContainer::subAttachment(const AttachmentPtr& attachment, UInt16 binding) {
-    if (attachment == NullFC) return;
+    if (attachment == NullFC)
+        return;
     const UInt32 key = keyOf(attachment->getGroupId(), binding);
     AttachmentMap& attachments = _sfAttachments.getValue();
     const auto found = attachments.find(key);
-    if (found == attachments.end() || found->second != attachment) return;
+    if (found == attachments.end() || found->second != attachment)
+        return;
     attachment->subParent(getUntypedPtr());
     attachments.erase(key);
 }
@@ -134,7 +141,8 @@ void Attachment::addParent(const FieldContainerPtr& parent) { _mfParents.push_ba
 
 void Attachment::subParent(const FieldContainerPtr& parent) {
     const auto found = _mfParents.find(parent);
-    if (found != _mfParents.end()) _mfParents.erase(found);
+    if (found != _mfParents.end())
+        _mfParents.erase(found);
 }
 
 Int32 Attachment::findParent(const FieldContainerPtr& parent) const {

@@ -16,7 +16,8 @@ void osgPutReals(const Real64* values, UInt32 count, const Char8* separator, std
     for (UInt32 i = 0; i < count; ++i) {
         Char8 number[40];
         std::snprintf(number, sizeof(number), "%e", values[i]);
-        if (i != 0) text += separator;
+        if (i != 0)
+            text += separator;
         text += number;
     }
 }
@@ -42,7 +43,8 @@ const DataType& FieldDataTraits<bool>::getType() {
 }
 
 bool FieldDataTraits<bool>::getFromString(bool& out, const Char8*& text) {
-    while (std::isspace(static_cast<unsigned char>(*text)) != 0) ++text;
+    while (std::isspace(static_cast<unsigned char>(*text)) != 0)
+        ++text;
     out = std::toupper(static_cast<unsigned char>(*text)) == 'T' || *text == '1';
     return true;
 }
@@ -74,17 +76,20 @@ bool FieldDataTraits<std::string>::getFromString(std::string& out, const Char8*&
         return true;
     }
     for (++text; *text != '\0' && *text != '"'; ++text) {
-        if (*text == '\\' && text[1] != '\0') ++text;
+        if (*text == '\\' && text[1] != '\0')
+            ++text;
         out += *text;
     }
-    if (*text == '"') ++text;
+    if (*text == '"')
+        ++text;
     return true;
 }
 
 void FieldDataTraits<std::string>::putToString(const std::string& value, std::string& text) {
     text = '"';
     for (const Char8 c : value) {
-        if (c == '"' || c == '\\') text += '\\';
+        if (c == '"' || c == '\\')
+            text += '\\';
         text += c;
     }
     text += '"';
@@ -109,9 +114,11 @@ const DataType& FieldDataTraits<DynamicVolume>::getType() {
 
 bool FieldDataTraits<DynamicVolume>::getFromString(DynamicVolume& out, const Char8*& text) {
     Real64 numbers[6];
-    if (osgGetReals(numbers, 6, text) != 6) return false;
+    if (osgGetReals(numbers, 6, text) != 6)
+        return false;
     Real32 corners[6];
-    for (int i = 0; i < 6; ++i) corners[i] = static_cast<Real32>(numbers[i]);
+    for (int i = 0; i < 6; ++i)
+        corners[i] = static_cast<Real32>(numbers[i]);
     out = DynamicVolume();
     out.extendBy(Pnt3f(corners[0], corners[1], corners[2]));
     out.extendBy(Pnt3f(corners[3], corners[4], corners[5]));
@@ -120,7 +127,8 @@ bool FieldDataTraits<DynamicVolume>::getFromString(DynamicVolume& out, const Cha
 
 void FieldDataTraits<DynamicVolume>::putToString(const DynamicVolume& value, std::string& text) {
     text.clear();
-    if (value.isEmpty()) return;
+    if (value.isEmpty())
+        return;
     Pnt3f low, high;
     value.getBounds(low, high);
     Real64 numbers[6];

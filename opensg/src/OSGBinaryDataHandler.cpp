@@ -23,7 +23,8 @@ void BinaryDataHandler::getValue(std::string& text) {
         read(&text[done], portion);
         done += portion;
     }
-    if (!text.empty()) text.pop_back(); // the terminating zero
+    if (!text.empty())
+        text.pop_back(); // the terminating zero
 }
 
 OSG_END_NAMESPACE

@@ -12,8 +12,7 @@ namespace {
 
 std::atomic<bool> readWriteDefault{false};
 
-template <class Store>
-void append(Store& to, const Store& from) {
+template <class Store> void append(Store& to, const Store& from) {
     to.insert(to.end(), from.begin(), from.end());
 }
 
@@ -35,19 +34,23 @@ void ChangeList::addChanged(const FieldContainerPtr& container, BitVector which)
 }
 
 void ChangeList::addAddRefd(const FieldContainerPtrBase& container) {
-    if (!_readOnly && container != NullFC) _addRefd.push_back(container.getFieldContainerId());
+    if (!_readOnly && container != NullFC)
+        _addRefd.push_back(container.getFieldContainerId());
 }
 
 void ChangeList::addSubRefd(const FieldContainerPtrBase& container) {
-    if (!_readOnly && container != NullFC) _subRefd.push_back(container.getFieldContainerId());
+    if (!_readOnly && container != NullFC)
+        _subRefd.push_back(container.getFieldContainerId());
 }
 
 void ChangeList::addCreated(UInt32 containerId) {
-    if (!_readOnly) _created.push_back(containerId);
+    if (!_readOnly)
+        _created.push_back(containerId);
 }
 
 void ChangeList::addDestroyed(UInt32 containerId) {
-    if (!_readOnly) _destroyed.push_back(containerId);
+    if (!_readOnly)
+        _destroyed.push_back(containerId);
 }
 
 void ChangeList::clearAll() {
@@ -72,7 +75,8 @@ void ChangeList::swap(ChangeList& other) {
 }
 
 bool ChangeList::merge(const ChangeList& other) {
-    if (&other == this) return false;
+    if (&other == this)
+        return false;
     append(_changed, other._changed);
     append(_addRefd, other._addRefd);
     append(_subRefd, other._subRefd);
@@ -82,7 +86,8 @@ bool ChangeList::merge(const ChangeList& other) {
 }
 
 void ChangeList::applyTo(UInt32 aspect) {
-    if (aspect == _aspect) return;
+    if (aspect == _aspect)
+        return;
     const FieldContainerFactory& factory = *FieldContainerFactory::the();
     // What is repeated here must not be entered again in the list of the thread that repeats it.
     ChangeList applied(_aspect);
@@ -92,15 +97,18 @@ void ChangeList::applyTo(UInt32 aspect) {
     current._readOnly = true;
 
     // References go up before any goes down, so that nothing dies that is still wanted.
-    for (const UInt32 id : applied._addRefd) addRefCP(factory.getContainer(id));
+    for (const UInt32 id : applied._addRefd)
+        addRefCP(factory.getContainer(id));
     for (const ChangedEntry& entry : applied._changed) {
         const FieldContainerPtr container = factory.getContainer(entry.first);
-        if (container == NullFC || aspect >= container.head().aspects) continue;
+        if (container == NullFC || aspect >= container.head().aspects)
+            continue;
         auto* to = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(aspect));
         auto* from = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(_aspect));
         to->executeSync(*from, entry.second);
     }
-    for (const UInt32 id : applied._subRefd) subRefCP(factory.getContainer(id));
+    for (const UInt32 id : applied._subRefd)
+        subRefCP(factory.getContainer(id));
     current._readOnly = wasReadOnly;
 }
 
@@ -109,8 +117,10 @@ void ChangeList::applyToCurrent() { applyTo(Thread::getAspect()); }
 void ChangeList::apply(bool clear) {
     const ChangeList kept = *this;
     applyToCurrent();
-    if (!clear) *this = kept;
-    else clearAll();
+    if (!clear)
+        *this = kept;
+    else
+        clearAll();
 }
 
 void ChangeList::dump() const {

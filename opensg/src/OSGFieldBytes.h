@@ -19,7 +19,8 @@ class field_bytes_out : public BinaryDataHandler {
 
   protected:
     void write(const void* source, UInt32 count) override {
-        if (count == 0) return;
+        if (count == 0)
+            return;
         const std::size_t end = _bytes.size();
         _bytes.resize(end + count);
         std::memcpy(_bytes.data() + end, source, count);

@@ -28,9 +28,8 @@ FieldContainer::FieldContainer() : _aspectIndex(inTheMaking.aspect), _bytes(inTh
 FieldContainer::~FieldContainer() = default;
 
 FieldContainerType& FieldContainer::getClassType() {
-    static FieldContainerType& type =
-        *new FieldContainerType("FieldContainer", static_cast<FieldContainerType*>(nullptr),
-                                nullptr, nullptr, {});
+    static FieldContainerType& type = *new FieldContainerType(
+        "FieldContainer", static_cast<FieldContainerType*>(nullptr), nullptr, nullptr, {});
     return type;
 }
 
@@ -61,7 +60,8 @@ void FieldContainer::changed(BitVector, UInt32) {}
 
 void FieldContainer::executeSync(FieldContainer& other, const BitVector& which) {
     for (const FieldDescription* desc : getType().getFieldDescs()) {
-        if ((desc->getFieldMask() & which) == 0) continue;
+        if ((desc->getFieldMask() & which) == 0)
+            continue;
         desc->getField(*this)->setAbstrValue(*desc->getField(other));
     }
 }
@@ -69,20 +69,23 @@ void FieldContainer::executeSync(FieldContainer& other, const BitVector& which) 
 UInt32 FieldContainer::getBinSize(const BitVector& which) {
     UInt32 bytes = 0;
     for (const FieldDescription* desc : getType().getFieldDescs()) {
-        if ((desc->getFieldMask() & which) != 0) bytes += desc->getField(*this)->getBinSize();
+        if ((desc->getFieldMask() & which) != 0)
+            bytes += desc->getField(*this)->getBinSize();
     }
     return bytes;
 }
 
 void FieldContainer::copyToBin(BinaryDataHandler& out, const BitVector& which) {
     for (const FieldDescription* desc : getType().getFieldDescs()) {
-        if ((desc->getFieldMask() & which) != 0) desc->getField(*this)->copyToBin(out);
+        if ((desc->getFieldMask() & which) != 0)
+            desc->getField(*this)->copyToBin(out);
     }
 }
 
 void FieldContainer::copyFromBin(BinaryDataHandler& in, const BitVector& which) {
     for (const FieldDescription* desc : getType().getFieldDescs()) {
-        if ((desc->getFieldMask() & which) != 0) desc->getField(*this)->copyFromBin(in);
+        if ((desc->getFieldMask() & which) != 0)
+            desc->getField(*this)->copyFromBin(in);
     }
 }
 
@@ -93,12 +96,13 @@ void FieldContainer::dump(UInt32 indent, BitVector) const {
 
 FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construct,
                                            const FieldContainerPtr& source) {
-    const UInt32 aspects = source != NullFC ? source.head().aspects
-                                            : ThreadManager::getNumAspects();
+    const UInt32 aspects =
+        source != NullFC ? source.head().aspects : ThreadManager::getNumAspects();
     const std::size_t total = sizeof(ContainerHead) + bytes * aspects;
-    UInt8* block = static_cast<UInt8*>(
-        std::aligned_alloc(alignof(ContainerHead), (total + 15) / 16 * 16));
-    if (block == nullptr) throw std::bad_alloc();
+    UInt8* block =
+        static_cast<UInt8*>(std::aligned_alloc(alignof(ContainerHead), (total + 15) / 16 * 16));
+    if (block == nullptr)
+        throw std::bad_alloc();
 
     ContainerHead* head = ::new (block) ContainerHead;
     const FieldContainerPtr made =
@@ -133,13 +137,15 @@ void ContainerAllocator::destroy(const FieldContainerPtrBase& container) {
 }
 
 void addRefCP(const FieldContainerPtrBase& container) {
-    if (container == NullFC) return;
+    if (container == NullFC)
+        return;
     container.head().references.fetch_add(1, std::memory_order_relaxed);
     Thread::getCurrentChangeList()->addAddRefd(container);
 }
 
 void subRefCP(const FieldContainerPtrBase& container) {
-    if (container == NullFC) return;
+    if (container == NullFC)
+        return;
     ChangeList* changes = Thread::getCurrentChangeList();
     const Int32 before = container.head().references.fetch_sub(1, std::memory_order_acq_rel);
     if (before > 1) {
@@ -154,7 +160,8 @@ void subRefCP(const FieldContainerPtrBase& container) {
 }
 
 void setRefdCP(FieldContainerPtrBase& target, const FieldContainerPtrBase& value) {
-    if (target == value) return;
+    if (target == value)
+        return;
     const FieldContainerPtrBase kept = value;
     addRefCP(kept);
     FieldContainerPtrBase old = target;
@@ -171,7 +178,8 @@ void clearRefCP(FieldContainerPtrBase& target) {
 void beginEditCP(const FieldContainerPtr&, BitVector, UInt32) {}
 
 void endEditCP(const FieldContainerPtr& container, BitVector which, UInt32 origin) {
-    if (container == NullFC) return;
+    if (container == NullFC)
+        return;
     Thread::getCurrentChangeList()->addChanged(container, which);
     container->changed(which, origin);
 }
@@ -183,7 +191,8 @@ void changedCP(const FieldContainerPtr& container, BitVector which, UInt32 origi
 void endEditNotChangedCP(const FieldContainerPtr&, BitVector, UInt32) {}
 
 std::ostream& operator<<(std::ostream& out, const FieldContainerPtrBase& container) {
-    if (container == NullFC) return out << "NullFC";
+    if (container == NullFC)
+        return out << "NullFC";
     const FieldContainerPtr typed = FieldContainerPtr::dcast(container);
     return out << typed->getTypeName() << "Ptr:" << container.getFieldContainerId();
 }

@@ -16,14 +16,16 @@ FieldContainerType* FieldContainerFactory::findType(UInt32 typeId) const {
 }
 
 FieldContainerType* FieldContainerFactory::findType(const Char8* name, UInt32) const {
-    if (name == nullptr) return nullptr;
+    if (name == nullptr)
+        return nullptr;
     const std::lock_guard<std::mutex> guard(_mutex);
     const auto found = _typesByName.find(name);
     return found == _typesByName.end() ? nullptr : found->second;
 }
 
 UInt16 FieldContainerFactory::findGroupId(const Char8* name) const {
-    if (name == nullptr) return 0;
+    if (name == nullptr)
+        return 0;
     const std::lock_guard<std::mutex> guard(_mutex);
     const auto found = _groups.find(name);
     return found == _groups.end() ? UInt16(0) : found->second;
@@ -32,7 +34,8 @@ UInt16 FieldContainerFactory::findGroupId(const Char8* name) const {
 const Char8* FieldContainerFactory::findGroupName(UInt16 groupId) const {
     const std::lock_guard<std::mutex> guard(_mutex);
     for (const auto& group : _groups) {
-        if (group.second == groupId) return group.first.c_str();
+        if (group.second == groupId)
+            return group.first.c_str();
     }
     return nullptr;
 }
@@ -71,8 +74,7 @@ FieldContainerPtr FieldContainerFactory::getContainer(UInt32 containerId) const 
 void FieldContainerFactory::enterType(FieldContainerType& type) {
     const std::lock_guard<std::mutex> guard(_mutex);
     if (!_typesByName.emplace(type.getCName(), &type).second) {
-        SWARNING << "A container type named " << type.getCName() << " exists already."
-                 << endLog;
+        SWARNING << "A container type named " << type.getCName() << " exists already." << endLog;
         return;
     }
     _types[type.getId()] = &type;

@@ -12,11 +12,13 @@ FieldContainerType::FieldContainerType(const Char8* name, const Char8* parentNam
                                        UInt32 descByteCount, bool)
     : TypeBase("container", name, parentName), _create(create) {
     _parent = parentName ? FieldContainerFactory::the()->findType(parentName) : nullptr;
-    if (_parent != nullptr) _descs = _parent->_descs;
+    if (_parent != nullptr)
+        _descs = _parent->_descs;
     if (descs != nullptr) {
         _descs.insert(_descs.end(), descs, descs + descByteCount / sizeof(FieldDescription*));
     }
-    if (init != nullptr) init();
+    if (init != nullptr)
+        init();
     enter(groupName);
 }
 
@@ -25,13 +27,15 @@ FieldContainerType::FieldContainerType(const Char8* name, FieldContainerType* pa
                                        std::initializer_list<FieldDescription*> descs)
     : TypeBase("container", name, parent ? parent->getCName() : nullptr), _parent(parent),
       _create(create), _owned(descs) {
-    if (_parent != nullptr) _descs = _parent->_descs;
+    if (_parent != nullptr)
+        _descs = _parent->_descs;
     _descs.insert(_descs.end(), _owned.begin(), _owned.end());
     enter(groupName);
 }
 
 FieldContainerType::~FieldContainerType() {
-    for (FieldDescription* desc : _owned) delete desc;
+    for (FieldDescription* desc : _owned)
+        delete desc;
 }
 
 void FieldContainerType::enter(const Char8* groupName) {
@@ -41,14 +45,16 @@ void FieldContainerType::enter(const Char8* groupName) {
 
 bool FieldContainerType::isBelow(const Char8* typeName) const {
     for (const FieldContainerType* type = this; type != nullptr; type = type->_parent) {
-        if (std::strcmp(type->getCName(), typeName) == 0) return true;
+        if (std::strcmp(type->getCName(), typeName) == 0)
+            return true;
     }
     return false;
 }
 
 bool FieldContainerType::isDerivedFrom(const TypeBase& other) const {
     for (const FieldContainerType* type = this; type != nullptr; type = type->_parent) {
-        if (static_cast<const TypeBase&>(*type) == other) return true;
+        if (static_cast<const TypeBase&>(*type) == other)
+            return true;
     }
     return false;
 }
@@ -59,15 +65,18 @@ bool FieldContainerType::isDerivedFrom(const FieldContainerType& other) const {
 
 FieldDescription* FieldContainerType::getFieldDescription(UInt32 fieldId) const {
     for (FieldDescription* desc : _descs) {
-        if (desc->getFieldId() == fieldId) return desc;
+        if (desc->getFieldId() == fieldId)
+            return desc;
     }
     return nullptr;
 }
 
 FieldDescription* FieldContainerType::findFieldDescription(const Char8* fieldName) const {
-    if (fieldName == nullptr) return nullptr;
+    if (fieldName == nullptr)
+        return nullptr;
     for (FieldDescription* desc : _descs) {
-        if (std::strcmp(desc->getCName(), fieldName) == 0) return desc;
+        if (std::strcmp(desc->getCName(), fieldName) == 0)
+            return desc;
     }
     return nullptr;
 }
@@ -87,7 +96,8 @@ bool FieldContainerType::setPrototype(FieldContainerPtr prototype) {
 
 FieldContainerPtr FieldContainerType::createFieldContainer() const {
     // A type whose prototype was never asked for makes its containers directly.
-    if (_prototype != NullFC) return _prototype->shallowCopy();
+    if (_prototype != NullFC)
+        return _prototype->shallowCopy();
     return _create != nullptr ? _create() : FieldContainerPtr();
 }
 

@@ -30,13 +30,15 @@ std::vector<face> facesOf(const GeometryPtr& geometry) {
         for (Int32 k = 0; k < 3; ++k) {
             const Int32 index = it.getPositionIndex(k);
             inside = inside && index >= 0 && static_cast<UInt32>(index) < count;
-            if (!inside) break;
+            if (!inside)
+                break;
             f.position[k] = static_cast<UInt32>(index);
-            f.place[k] = indexed ? static_cast<UInt32>(it.getIndexIndex(k)) / stride
-                                 : f.position[k];
+            f.place[k] =
+                indexed ? static_cast<UInt32>(it.getIndexIndex(k)) / stride : f.position[k];
             corner[k] = positions->getValue(f.position[k]);
         }
-        if (!inside) continue;
+        if (!inside)
+            continue;
         f.normal = (corner[1] - corner[0]).cross(corner[2] - corner[0]);
         f.flat = f.position[0] == f.position[1] || f.position[0] == f.position[2] ||
                  (f.normal[0] == 0.f && f.normal[1] == 0.f && f.normal[2] == 0.f);
@@ -47,7 +49,8 @@ std::vector<face> facesOf(const GeometryPtr& geometry) {
 }
 
 GeoNormalsPtr normalsOf(const GeometryPtr& geometry) {
-    if (geometry->getNormals() == NullFC) geometry->setNormals(GeoNormals3f::create());
+    if (geometry->getNormals() == NullFC)
+        geometry->setNormals(GeoNormals3f::create());
     return geometry->getNormals();
 }
 
@@ -58,12 +61,14 @@ void writeNormals(const GeoNormalsPtr& property, const std::vector<Vec3f>& value
         return;
     }
     property->resize(values.size());
-    for (UInt32 i = 0; i < values.size(); ++i) property->setValue(values[i], i);
+    for (UInt32 i = 0; i < values.size(); ++i)
+        property->setValue(values[i], i);
 }
 
 /// Takes the normals out of every mapping entry.
 void unmapNormals(MFUInt16& mapping) {
-    for (UInt16& entry : mapping) entry = static_cast<UInt16>(entry & ~Geometry::MapNormal);
+    for (UInt16& entry : mapping)
+        entry = static_cast<UInt16>(entry & ~Geometry::MapNormal);
 }
 
 /// For each position the faces that use it, in ascending order: faces of position p stand at
@@ -77,13 +82,16 @@ incidence facesByPosition(const std::vector<face>& faces, UInt32 positions) {
     incidence table;
     table.first.assign(std::size_t(positions) + 1, 0);
     for (const face& f : faces) {
-        for (const UInt32 p : f.position) ++table.first[p + 1];
+        for (const UInt32 p : f.position)
+            ++table.first[p + 1];
     }
-    for (UInt32 p = 0; p < positions; ++p) table.first[p + 1] += table.first[p];
+    for (UInt32 p = 0; p < positions; ++p)
+        table.first[p + 1] += table.first[p];
     table.faces.resize(table.first[positions]);
     std::vector<UInt32> next(table.first.begin(), table.first.end() - 1);
     for (UInt32 f = 0; f < faces.size(); ++f) {
-        for (const UInt32 p : faces[f].position) table.faces[next[p]++] = f;
+        for (const UInt32 p : faces[f].position)
+            table.faces[next[p]++] = f;
     }
     return table;
 }
@@ -103,13 +111,16 @@ class crease_normals {
         Vec3f sum;
         for (UInt32 i = around.first[p]; i < around.first[p + 1]; ++i) {
             const UInt32 other = around.faces[i];
-            if (!group.empty() && group.back() == other) continue; // twice at one position
-            if (other != f && !(faces[f].normal.dot(faces[other].normal) > cosine)) continue;
+            if (!group.empty() && group.back() == other)
+                continue; // twice at one position
+            if (other != f && !(faces[f].normal.dot(faces[other].normal) > cosine))
+                continue;
             group.push_back(other);
             sum += faces[other].normal;
         }
         for (const auto& known : shared_at[p]) {
-            if (known.first == group) return known.second;
+            if (known.first == group)
+                return known.second;
         }
         sum.normalize();
         values.push_back(sum);
@@ -135,8 +146,10 @@ void setUnindexedNormals(const GeometryPtr& geometry) {
     std::vector<Vec3f> values(geometry->getPositions()->getSize());
     Vec3f last;
     for (const face& f : facesOf(geometry)) {
-        if (!f.flat) last = f.normal;
-        for (const UInt32 p : f.position) values[p] = last;
+        if (!f.flat)
+            last = f.normal;
+        for (const UInt32 p : f.position)
+            values[p] = last;
     }
     writeNormals(normalsOf(geometry), values);
 }
@@ -146,7 +159,8 @@ UInt16 bitsOfAllProperties(const GeometryPtr& geometry) {
     UInt16 bits = 0;
     for (UInt32 i = 0; i < 12; ++i) {
         const UInt16 bit = static_cast<UInt16>(1u << i);
-        if (geometry->getProperty(bit) != nullptr) bits = static_cast<UInt16>(bits | bit);
+        if (geometry->getProperty(bit) != nullptr)
+            bits = static_cast<UInt16>(bits | bit);
     }
     return bits;
 }
@@ -155,9 +169,11 @@ UInt16 bitsOfAllProperties(const GeometryPtr& geometry) {
 UInt32 widenForNormals(const GeometryPtr& geometry) {
     MFUInt16& mapping = *geometry->editMFIndexMapping();
     for (UInt32 i = 0; i < mapping.getSize(); ++i) {
-        if (mapping[i] == Geometry::MapNormal) return i;
+        if (mapping[i] == Geometry::MapNormal)
+            return i;
     }
-    if (mapping.empty()) mapping.push_back(bitsOfAllProperties(geometry));
+    if (mapping.empty())
+        mapping.push_back(bitsOfAllProperties(geometry));
     const UInt32 old_stride = mapping.getSize();
     unmapNormals(mapping);
     mapping.push_back(Geometry::MapNormal);
@@ -180,12 +196,15 @@ UInt32 widenForNormals(const GeometryPtr& geometry) {
 } // namespace
 
 void calcVertexNormals(GeometryPtr geometry) {
-    if (geometry == NullFC || geometry->getPositions() == NullFC) return;
+    if (geometry == NullFC || geometry->getPositions() == NullFC)
+        return;
     std::vector<Vec3f> sums(geometry->getPositions()->getSize());
     for (const face& f : facesOf(geometry)) {
-        for (const UInt32 p : f.position) sums[p] += f.normal;
+        for (const UInt32 p : f.position)
+            sums[p] += f.normal;
     }
-    for (Vec3f& sum : sums) sum.normalize();
+    for (Vec3f& sum : sums)
+        sum.normalize();
     writeNormals(normalsOf(geometry), sums);
 
     MFUInt16& mapping = *geometry->editMFIndexMapping();
@@ -198,9 +217,12 @@ void calcVertexNormals(GeometryPtr geometry) {
 }
 
 void calcVertexNormals(GeometryPtr geometry, Real32 creaseAngle) {
-    if (creaseAngle >= static_cast<Real32>(Pi)) return calcVertexNormals(geometry);
-    if (geometry == NullFC || geometry->getPositions() == NullFC) return;
-    if (geometry->getIndices() == NullFC) return setUnindexedNormals(geometry);
+    if (creaseAngle >= static_cast<Real32>(Pi))
+        return calcVertexNormals(geometry);
+    if (geometry == NullFC || geometry->getPositions() == NullFC)
+        return;
+    if (geometry->getIndices() == NullFC)
+        return setUnindexedNormals(geometry);
 
     const GeoNormalsPtr normals = normalsOf(geometry);
     const UInt32 slot = widenForNormals(geometry);

@@ -8,17 +8,17 @@ GeoPropertyArrayInterface::~GeoPropertyArrayInterface() = default;
 template <class RoleDesc>
 void AbstractGeoProperty<RoleDesc>::changed(BitVector which, UInt32 origin) {
     for (const FieldContainerPtr& parent : this->getParents()) {
-        if (parent.getParentFieldPos() == FieldContainerPtrBase::InvalidParentPos) continue;
+        if (parent.getParentFieldPos() == FieldContainerPtrBase::InvalidParentPos)
+            continue;
         parent->changed(BitVector(1) << parent.getParentFieldPos(), ChangedOrigin::Child);
     }
     Attachment::changed(which, origin);
 }
 
 #define OSG_GEO_ROLE_TYPE(ROLE)                                                                    \
-    template <>                                                                                    \
-    FieldContainerType& ROLE::getClassType() {                                                     \
-        static FieldContainerType& type = *new FieldContainerType(                                 \
-            #ROLE, &Attachment::getClassType(), #ROLE, nullptr, {});                               \
+    template <> FieldContainerType& ROLE::getClassType() {                                         \
+        static FieldContainerType& type =                                                          \
+            *new FieldContainerType(#ROLE, &Attachment::getClassType(), #ROLE, nullptr, {});       \
         return type;                                                                               \
     }                                                                                              \
     template class AbstractGeoProperty<ROLE##PropertyDesc>;                                        \
@@ -34,16 +34,14 @@ OSG_GEO_ROLE_TYPE(GeoPLengths)
 
 // Forms belong to the group of their role, so that a container can carry one form of it.
 #define OSG_GEO_FORM_TYPE(NAME, ROLE, STORED, FORMAT, DIMENSION, ...)                              \
-    template <>                                                                                    \
-    FieldContainerType& NAME::getClassType() {                                                     \
+    template <> FieldContainerType& NAME::getClassType() {                                         \
         static FieldContainerType& type = *new FieldContainerType(                                 \
             #NAME, &ROLE::getClassType(), #ROLE, &NAME::createUntyped,                             \
-            {new FieldDescription(                                                                 \
-                NAME::StoredFieldType::getClassType(), "geoPropData", NAME::GeoPropDataFieldId,    \
-                NAME::GeoPropDataFieldMask, false,                                                 \
-                FieldAccessFunction([](FieldContainer& container) -> Field* {                      \
-                    return static_cast<NAME&>(container).getFieldPtr();                            \
-                }))});                                                                             \
+            {new FieldDescription(NAME::StoredFieldType::getClassType(), "geoPropData",            \
+                                  NAME::GeoPropDataFieldId, NAME::GeoPropDataFieldMask, false,     \
+                                  FieldAccessFunction([](FieldContainer& container) -> Field* {    \
+                                      return static_cast<NAME&>(container).getFieldPtr();          \
+                                  }))});                                                           \
         return type;                                                                               \
     }                                                                                              \
     template class GeoProperty<NAME##PropertyDesc>;                                                \

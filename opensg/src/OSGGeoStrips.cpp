@@ -16,9 +16,9 @@ enum : UInt32 { None = 0xFFFFFFFFu };
 /// along it in opposite directions; edges with more than two triangles keep them in a list.
 class triangle_net {
   public:
-    std::vector<UInt32> corners;      ///< 3 per triangle
-    std::vector<UInt32> place_of;     ///< per vertex: a place among the geometry's vertices
-    std::vector<bool> used;           ///< per triangle: stands in a strip or fan
+    std::vector<UInt32> corners;  ///< 3 per triangle
+    std::vector<UInt32> place_of; ///< per vertex: a place among the geometry's vertices
+    std::vector<bool> used;       ///< per triangle: stands in a strip or fan
 
     UInt32 size() const { return static_cast<UInt32>(corners.size() / 3); }
 
@@ -28,7 +28,8 @@ class triangle_net {
         head_of.reserve(corners.size());
         for (UInt32 edge = static_cast<UInt32>(corners.size()); edge-- > 0;) {
             const auto entered = head_of.emplace(keyOf(from(edge), to(edge)), edge);
-            if (entered.second) continue;
+            if (entered.second)
+                continue;
             next_of[edge] = entered.first->second;
             entered.first->second = edge;
         }
@@ -36,9 +37,11 @@ class triangle_net {
     /// The lowest edge from a to b whose triangle is free, or None.
     UInt32 freeEdge(UInt32 a, UInt32 b) const {
         const auto found = head_of.find(keyOf(a, b));
-        if (found == head_of.end()) return None;
+        if (found == head_of.end())
+            return None;
         UInt32 edge = found->second;
-        while (edge != None && used[edge / 3]) edge = next_of[edge];
+        while (edge != None && used[edge / 3])
+            edge = next_of[edge];
         return edge;
     }
     UInt32 from(UInt32 edge) const { return corners[edge]; }
@@ -47,7 +50,8 @@ class triangle_net {
     UInt32 freeNeighbours(UInt32 triangle) const {
         UInt32 count = 0;
         for (UInt32 edge = triangle * 3; edge < triangle * 3 + 3; ++edge) {
-            if (freeEdge(to(edge), from(edge)) != None) ++count;
+            if (freeEdge(to(edge), from(edge)) != None)
+                ++count;
         }
         return count;
     }
@@ -80,12 +84,15 @@ triangle_net netOf(const GeometryPtr& geometry) {
                 vertex[k] = singles.emplace(indices[place], fresh).first->second;
             } else {
                 std::string key;
-                for (UInt32 i = 0; i < stride; ++i) key += std::to_string(indices[place + i]) + " ";
+                for (UInt32 i = 0; i < stride; ++i)
+                    key += std::to_string(indices[place + i]) + " ";
                 vertex[k] = tuples.emplace(key, fresh).first->second;
             }
-            if (vertex[k] == fresh) net.place_of.push_back(place);
+            if (vertex[k] == fresh)
+                net.place_of.push_back(place);
         }
-        if (vertex[0] == vertex[1] || vertex[1] == vertex[2] || vertex[0] == vertex[2]) continue;
+        if (vertex[0] == vertex[1] || vertex[1] == vertex[2] || vertex[0] == vertex[2])
+            continue;
         net.corners.insert(net.corners.end(), vertex, vertex + 3);
     }
     net.link();
@@ -102,7 +109,8 @@ std::vector<UInt32> growStrip(triangle_net& net, UInt32 start, std::vector<UInt3
         const UInt32 p = strip[strip.size() - 2];
         const UInt32 q = strip.back();
         const UInt32 edge = odd ? net.freeEdge(q, p) : net.freeEdge(p, q);
-        if (edge == None) return strip;
+        if (edge == None)
+            return strip;
         strip.push_back(net.opposite(edge));
         net.used[edge / 3] = true;
         taken.push_back(edge / 3);
@@ -110,7 +118,8 @@ std::vector<UInt32> growStrip(triangle_net& net, UInt32 start, std::vector<UInt3
 }
 
 void setUsed(triangle_net& net, const std::vector<UInt32>& triangles, bool used) {
-    for (const UInt32 triangle : triangles) net.used[triangle] = used;
+    for (const UInt32 triangle : triangles)
+        net.used[triangle] = used;
 }
 
 /// The longest of the three strips that begin with a triangle.
@@ -121,7 +130,8 @@ std::vector<UInt32> bestStrip(triangle_net& net, UInt32 triangle) {
     for (UInt32 edge = triangle * 3; edge < triangle * 3 + 3; ++edge) {
         std::vector<UInt32> strip = growStrip(net, edge, taken);
         setUsed(net, taken, false);
-        if (strip.size() <= best.size()) continue;
+        if (strip.size() <= best.size())
+            continue;
         best.swap(strip);
         best_taken.swap(taken);
     }
@@ -134,12 +144,15 @@ std::vector<primitive> buildStrips(triangle_net& net, bool with_lone) {
     // Ends first: a triangle with few free neighbours is hard to reach later.
     std::vector<std::vector<UInt32>> by_neighbours(4);
     for (UInt32 t = 0; t < net.size(); ++t) {
-        if (!net.used[t]) by_neighbours[net.freeNeighbours(t)].push_back(t);
+        if (!net.used[t])
+            by_neighbours[net.freeNeighbours(t)].push_back(t);
     }
     for (const std::vector<UInt32>& bucket : by_neighbours) {
         for (const UInt32 t : bucket) {
-            if (net.used[t]) continue;
-            if (!with_lone && net.freeNeighbours(t) == 0) continue;
+            if (net.used[t])
+                continue;
+            if (!with_lone && net.freeNeighbours(t) == 0)
+                continue;
             strips.push_back({GL_TRIANGLE_STRIP, bestStrip(net, t)});
         }
     }
@@ -154,21 +167,26 @@ std::vector<primitive> buildFans(triangle_net& net, UInt32 least_triangles) {
     }
     std::vector<primitive> fans;
     for (UInt32 center = 0; center < edges_from.size(); ++center) {
-        if (edges_from[center].size() < least_triangles) continue;
+        if (edges_from[center].size() < least_triangles)
+            continue;
         for (const UInt32 start : edges_from[center]) {
-            if (net.used[start / 3]) continue;
+            if (net.used[start / 3])
+                continue;
             std::vector<UInt32> fan{center, net.to(start), net.opposite(start)};
             std::vector<UInt32> taken{start / 3};
             net.used[start / 3] = true;
             for (;;) {
                 const UInt32 edge = net.freeEdge(center, fan.back());
-                if (edge == None) break;
+                if (edge == None)
+                    break;
                 fan.push_back(net.opposite(edge));
                 taken.push_back(edge / 3);
                 net.used[edge / 3] = true;
             }
-            if (taken.size() >= least_triangles) fans.push_back({GL_TRIANGLE_FAN, fan});
-            else setUsed(net, taken, false);
+            if (taken.size() >= least_triangles)
+                fans.push_back({GL_TRIANGLE_FAN, fan});
+            else
+                setUsed(net, taken, false);
         }
     }
     return fans;
@@ -177,7 +195,8 @@ std::vector<primitive> buildFans(triangle_net& net, UInt32 least_triangles) {
 std::vector<UInt32> loneTriangles(const triangle_net& net) {
     std::vector<UInt32> vertices;
     for (UInt32 t = 0; t < net.size(); ++t) {
-        if (net.used[t]) continue;
+        if (net.used[t])
+            continue;
         vertices.insert(vertices.end(), &net.corners[t * 3], &net.corners[t * 3] + 3);
     }
     return vertices;
@@ -192,17 +211,18 @@ primitive stitched(const std::vector<primitive>& strips) {
             const UInt32 last = joined.vertices.back();
             joined.vertices.push_back(last);
             joined.vertices.push_back(strip.vertices.front());
-            if (joined.vertices.size() % 2 != 0) joined.vertices.push_back(strip.vertices.front());
+            if (joined.vertices.size() % 2 != 0)
+                joined.vertices.push_back(strip.vertices.front());
         }
-        joined.vertices.insert(joined.vertices.end(), strip.vertices.begin(),
-                               strip.vertices.end());
+        joined.vertices.insert(joined.vertices.end(), strip.vertices.begin(), strip.vertices.end());
     }
     return joined;
 }
 
 UInt32 costOf(const std::vector<primitive>& primitives) {
     std::size_t cost = 0;
-    for (const primitive& p : primitives) cost += p.vertices.size();
+    for (const primitive& p : primitives)
+        cost += p.vertices.size();
     return static_cast<UInt32>(cost);
 }
 
@@ -237,21 +257,27 @@ Int32 createOptimizedPrimitives(GeometryPtr geometry, UInt32, bool createStrips,
         return 0;
     }
     triangle_net net = netOf(geometry);
-    if (net.size() == 0) return 0;
+    if (net.size() == 0)
+        return 0;
     std::vector<primitive> fans;
     std::vector<primitive> strips;
-    if (createFans) fans = buildFans(net, osgMax(minFanEdgeCount, 1u));
-    if (createStrips) strips = buildStrips(net, stripifyIsolatedTris);
+    if (createFans)
+        fans = buildFans(net, osgMax(minFanEdgeCount, 1u));
+    if (createStrips)
+        strips = buildStrips(net, stripifyIsolatedTris);
     const std::vector<UInt32> lone = loneTriangles(net);
 
     const UInt32 cost = costOf(strips) + costOf(fans) + static_cast<UInt32>(lone.size());
     const UInt32 stride = osgMax(geometry->getMFIndexMapping()->getSize(), 1u);
     const UInt32 present = geometry->getIndices()->getSize() / stride;
-    if (cost >= present || cost > 3 * net.size()) return static_cast<Int32>(cost);
+    if (cost >= present || cost > 3 * net.size())
+        return static_cast<Int32>(cost);
 
-    if (stitchStrips && strips.size() > 1) strips.assign(1, stitched(strips));
+    if (stitchStrips && strips.size() > 1)
+        strips.assign(1, stitched(strips));
     std::vector<primitive> all;
-    if (!lone.empty()) all.push_back({GL_TRIANGLES, lone});
+    if (!lone.empty())
+        all.push_back({GL_TRIANGLES, lone});
     all.insert(all.end(), strips.begin(), strips.end());
     all.insert(all.end(), fans.begin(), fans.end());
     writePrimitives(geometry, net, all);

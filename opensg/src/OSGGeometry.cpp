@@ -12,22 +12,17 @@ OSG_CONTAINER_DEF_ABSTRACT(MaterialDrawable, nullptr,
                                           false))
 
 #define OSG_GEOMETRY_FIELD(NAME, TEXT) OSG_FIELD_DESC(Geometry, _sf##NAME, TEXT, NAME, false)
-OSG_CONTAINER_DEF(Geometry, nullptr, OSG_GEOMETRY_FIELD(Types, "types"),
-                  OSG_GEOMETRY_FIELD(Lengths, "lengths"),
-                  OSG_GEOMETRY_FIELD(Positions, "positions"),
-                  OSG_GEOMETRY_FIELD(Normals, "normals"), OSG_GEOMETRY_FIELD(Colors, "colors"),
-                  OSG_GEOMETRY_FIELD(SecondaryColors, "secondaryColors"),
-                  OSG_GEOMETRY_FIELD(TexCoords, "texCoords"),
-                  OSG_GEOMETRY_FIELD(TexCoords1, "texCoords1"),
-                  OSG_GEOMETRY_FIELD(TexCoords2, "texCoords2"),
-                  OSG_GEOMETRY_FIELD(TexCoords3, "texCoords3"),
-                  OSG_GEOMETRY_FIELD(TexCoords4, "texCoords4"),
-                  OSG_GEOMETRY_FIELD(TexCoords5, "texCoords5"),
-                  OSG_GEOMETRY_FIELD(TexCoords6, "texCoords6"),
-                  OSG_GEOMETRY_FIELD(TexCoords7, "texCoords7"),
-                  OSG_GEOMETRY_FIELD(Indices, "indices"),
-                  OSG_FIELD_DESC(Geometry, _mfIndexMapping, "indexMapping", IndexMapping, false),
-                  OSG_FIELD_DESC(Geometry, _sfDlistCache, "dlistCache", DlistCache, false))
+OSG_CONTAINER_DEF(
+    Geometry, nullptr, OSG_GEOMETRY_FIELD(Types, "types"), OSG_GEOMETRY_FIELD(Lengths, "lengths"),
+    OSG_GEOMETRY_FIELD(Positions, "positions"), OSG_GEOMETRY_FIELD(Normals, "normals"),
+    OSG_GEOMETRY_FIELD(Colors, "colors"), OSG_GEOMETRY_FIELD(SecondaryColors, "secondaryColors"),
+    OSG_GEOMETRY_FIELD(TexCoords, "texCoords"), OSG_GEOMETRY_FIELD(TexCoords1, "texCoords1"),
+    OSG_GEOMETRY_FIELD(TexCoords2, "texCoords2"), OSG_GEOMETRY_FIELD(TexCoords3, "texCoords3"),
+    OSG_GEOMETRY_FIELD(TexCoords4, "texCoords4"), OSG_GEOMETRY_FIELD(TexCoords5, "texCoords5"),
+    OSG_GEOMETRY_FIELD(TexCoords6, "texCoords6"), OSG_GEOMETRY_FIELD(TexCoords7, "texCoords7"),
+    OSG_GEOMETRY_FIELD(Indices, "indices"),
+    OSG_FIELD_DESC(Geometry, _mfIndexMapping, "indexMapping", IndexMapping, false),
+    OSG_FIELD_DESC(Geometry, _sfDlistCache, "dlistCache", DlistCache, false))
 
 namespace {
 
@@ -49,15 +44,13 @@ void dropParentEntry(Attachment& property, const FieldContainerPtr& geometry, UI
     }
 }
 
-template <class Ptr>
-Attachment& copyInAspect(const Ptr& property, UInt32 aspect) {
+template <class Ptr> Attachment& copyInAspect(const Ptr& property, UInt32 aspect) {
     return *reinterpret_cast<Attachment*>(property.getAspectCPtr(aspect));
 }
 
 } // namespace
 
-template <class Visit>
-void Geometry::forEachProperty(Visit visit) {
+template <class Visit> void Geometry::forEachProperty(Visit visit) {
     visit(_sfTypes, TypesFieldId);
     visit(_sfLengths, LengthsFieldId);
     visit(_sfPositions, PositionsFieldId);
@@ -79,10 +72,13 @@ template <class PropertyField, class PropertyPtr>
 void Geometry::setProperty(PropertyField& field, const PropertyPtr& added, UInt32 fieldId) {
     const PropertyPtr property = added; // the argument may be this very field's value
     const FieldContainerPtr self = getUntypedPtr();
-    if (property != NullFC) property->addParent(parentEntry(self, fieldId));
-    if (field.getValue() != NullFC) dropParentEntry(*field.getValue(), self, fieldId);
+    if (property != NullFC)
+        property->addParent(parentEntry(self, fieldId));
+    if (field.getValue() != NullFC)
+        dropParentEntry(*field.getValue(), self, fieldId);
     field.set(property);
-    if (fieldId == PositionsFieldId) invalidateVolume();
+    if (fieldId == PositionsFieldId)
+        invalidateVolume();
 }
 
 Geometry::Geometry(const Geometry& other)
@@ -96,7 +92,8 @@ Geometry::Geometry(const Geometry& other)
       _mfIndexMapping(other._mfIndexMapping), _sfDlistCache(other._sfDlistCache) {
     const FieldContainerPtr self = getUntypedPtr();
     forEachProperty([&](auto& field, UInt32 fieldId) {
-        if (field.getValue() == NullFC) return;
+        if (field.getValue() == NullFC)
+            return;
         copyInAspect(field.getValue(), getAspectIndex()).addParent(parentEntry(self, fieldId));
     });
 }
@@ -104,34 +101,48 @@ Geometry::Geometry(const Geometry& other)
 Geometry::~Geometry() {
     const FieldContainerPtr self = getUntypedPtr();
     forEachProperty([&](auto& field, UInt32 fieldId) {
-        if (field.getValue() == NullFC) return;
+        if (field.getValue() == NullFC)
+            return;
         dropParentEntry(copyInAspect(field.getValue(), getAspectIndex()), self, fieldId);
     });
 }
 
 Int16 Geometry::calcMappingIndex(UInt16 bit) const {
     for (UInt32 entry = _mfIndexMapping.getSize(); entry-- > 0;) {
-        if ((_mfIndexMapping[entry] & bit) != 0) return static_cast<Int16>(entry);
+        if ((_mfIndexMapping[entry] & bit) != 0)
+            return static_cast<Int16>(entry);
     }
     return -1;
 }
 
 GeoPropertyArrayInterface* Geometry::getProperty(Int32 mapBit) const {
     switch (mapBit) {
-    case MapPosition: return _sfPositions.getValue() ? &*_sfPositions.getValue() : nullptr;
-    case MapNormal: return _sfNormals.getValue() ? &*_sfNormals.getValue() : nullptr;
-    case MapColor: return _sfColors.getValue() ? &*_sfColors.getValue() : nullptr;
+    case MapPosition:
+        return _sfPositions.getValue() ? &*_sfPositions.getValue() : nullptr;
+    case MapNormal:
+        return _sfNormals.getValue() ? &*_sfNormals.getValue() : nullptr;
+    case MapColor:
+        return _sfColors.getValue() ? &*_sfColors.getValue() : nullptr;
     case MapSecondaryColor:
         return _sfSecondaryColors.getValue() ? &*_sfSecondaryColors.getValue() : nullptr;
-    case MapTexCoords: return _sfTexCoords.getValue() ? &*_sfTexCoords.getValue() : nullptr;
-    case MapTexCoords1: return _sfTexCoords1.getValue() ? &*_sfTexCoords1.getValue() : nullptr;
-    case MapTexCoords2: return _sfTexCoords2.getValue() ? &*_sfTexCoords2.getValue() : nullptr;
-    case MapTexCoords3: return _sfTexCoords3.getValue() ? &*_sfTexCoords3.getValue() : nullptr;
-    case MapTexCoords4: return _sfTexCoords4.getValue() ? &*_sfTexCoords4.getValue() : nullptr;
-    case MapTexCoords5: return _sfTexCoords5.getValue() ? &*_sfTexCoords5.getValue() : nullptr;
-    case MapTexCoords6: return _sfTexCoords6.getValue() ? &*_sfTexCoords6.getValue() : nullptr;
-    case MapTexCoords7: return _sfTexCoords7.getValue() ? &*_sfTexCoords7.getValue() : nullptr;
-    default: return nullptr;
+    case MapTexCoords:
+        return _sfTexCoords.getValue() ? &*_sfTexCoords.getValue() : nullptr;
+    case MapTexCoords1:
+        return _sfTexCoords1.getValue() ? &*_sfTexCoords1.getValue() : nullptr;
+    case MapTexCoords2:
+        return _sfTexCoords2.getValue() ? &*_sfTexCoords2.getValue() : nullptr;
+    case MapTexCoords3:
+        return _sfTexCoords3.getValue() ? &*_sfTexCoords3.getValue() : nullptr;
+    case MapTexCoords4:
+        return _sfTexCoords4.getValue() ? &*_sfTexCoords4.getValue() : nullptr;
+    case MapTexCoords5:
+        return _sfTexCoords5.getValue() ? &*_sfTexCoords5.getValue() : nullptr;
+    case MapTexCoords6:
+        return _sfTexCoords6.getValue() ? &*_sfTexCoords6.getValue() : nullptr;
+    case MapTexCoords7:
+        return _sfTexCoords7.getValue() ? &*_sfTexCoords7.getValue() : nullptr;
+    default:
+        return nullptr;
     }
 }
 
@@ -159,7 +170,8 @@ GeometryPtr Geometry::clone() const {
 
 void Geometry::unshareProperties() {
     forEachProperty([this](auto& field, UInt32 fieldId) {
-        if (field.getValue() == NullFC || field.getValue()->getParents().size() < 2) return;
+        if (field.getValue() == NullFC || field.getValue()->getParents().size() < 2)
+            return;
         setProperty(field, field.getValue()->clone(), fieldId);
     });
 }
@@ -199,7 +211,8 @@ LineIterator Geometry::endLines() const {
 void Geometry::adjustVolume(Volume& volume) {
     volume.setEmpty(true);
     const GeoPositionsPtr positions = getPositions();
-    if (positions == NullFC) return;
+    if (positions == NullFC)
+        return;
     for (PrimitiveIterator primitive = beginPrimitives(); !primitive.isAtEnd(); ++primitive) {
         for (UInt32 i = 0; i < primitive.getLength(); ++i) {
             const Int32 index = primitive.getPositionIndex(static_cast<Int32>(i));
@@ -211,7 +224,8 @@ void Geometry::adjustVolume(Volume& volume) {
 }
 
 void Geometry::changed(BitVector which, UInt32 origin) {
-    if ((which & PositionsFieldMask) != 0) invalidateVolume();
+    if ((which & PositionsFieldMask) != 0)
+        invalidateVolume();
     MaterialDrawable::changed(which, origin);
 }
 

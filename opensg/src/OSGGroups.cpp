@@ -8,16 +8,15 @@
 OSG_BEGIN_NAMESPACE
 
 OSG_CONTAINER_DEF(Group, nullptr, )
-OSG_CONTAINER_DEF(Transform, nullptr,
-                  OSG_FIELD_DESC(Transform, _sfMatrix, "matrix", Matrix, false))
-OSG_CONTAINER_DEF(
-    ComponentTransform, nullptr,
-    OSG_FIELD_DESC(ComponentTransform, _sfCenter, "center", Center, false),
-    OSG_FIELD_DESC(ComponentTransform, _sfRotation, "rotation", Rotation, false),
-    OSG_FIELD_DESC(ComponentTransform, _sfScale, "scale", Scale, false),
-    OSG_FIELD_DESC(ComponentTransform, _sfScaleOrientation, "scaleOrientation", ScaleOrientation,
-                   false),
-    OSG_FIELD_DESC(ComponentTransform, _sfTranslation, "translation", Translation, false))
+OSG_CONTAINER_DEF(Transform, nullptr, OSG_FIELD_DESC(Transform, _sfMatrix, "matrix", Matrix, false))
+OSG_CONTAINER_DEF(ComponentTransform, nullptr,
+                  OSG_FIELD_DESC(ComponentTransform, _sfCenter, "center", Center, false),
+                  OSG_FIELD_DESC(ComponentTransform, _sfRotation, "rotation", Rotation, false),
+                  OSG_FIELD_DESC(ComponentTransform, _sfScale, "scale", Scale, false),
+                  OSG_FIELD_DESC(ComponentTransform, _sfScaleOrientation, "scaleOrientation",
+                                 ScaleOrientation, false),
+                  OSG_FIELD_DESC(ComponentTransform, _sfTranslation, "translation", Translation,
+                                 false))
 OSG_CONTAINER_DEF(Switch, nullptr, OSG_FIELD_DESC(Switch, _sfChoice, "choice", Choice, false))
 OSG_CONTAINER_DEF(DistanceLOD, nullptr,
                   OSG_FIELD_DESC(DistanceLOD, _sfCenter, "center", Center, false),
@@ -29,7 +28,8 @@ void Transform::adjustVolume(Volume& volume) { volume.transform(getMatrix()); }
 void Transform::accumulateMatrix(Matrix& matrix) { matrix.mult(getMatrix()); }
 
 void Transform::changed(BitVector which, UInt32 origin) {
-    if ((which & MatrixFieldMask) != 0) invalidateVolume();
+    if ((which & MatrixFieldMask) != 0)
+        invalidateVolume();
     Group::changed(which, origin);
 }
 

@@ -15,39 +15,47 @@ void PrimitiveIterator::setGeo(const GeometryPtr& geometry) {
 
 void PrimitiveIterator::setToBegin() {
     _primitive = _primitives = _firstVertex = 0;
-    if (_geometry == NullFC) return;
+    if (_geometry == NullFC)
+        return;
     const Geometry& geometry = *_geometry;
     _types = GeoNumbers::of(geometry.getTypes());
     _lengths = GeoNumbers::of(geometry.getLengths());
     _indices = GeoNumbers::of(geometry.getIndices());
     const UInt32 mappings = geometry.getMFIndexMapping()->getSize();
     _stride = osgMax(mappings, 1u);
-    _vertices = _indices.bytes != 0 ? _indices.size / _stride
+    _vertices = _indices.bytes != 0                 ? _indices.size / _stride
                 : geometry.getPositions() != NullFC ? geometry.getPositions()->getSize()
                                                     : 0;
     _primitives = _lengths.bytes != 0 ? osgMin(_types.size, _lengths.size) : _types.size;
 
     for (UInt32 property = 0; property < 12; ++property) {
         const UInt16 bit = static_cast<UInt16>(1u << property);
-        if (geometry.getProperty(bit) == nullptr) _offsets[property] = Absent;
-        else if (_indices.bytes == 0) _offsets[property] = Direct;
-        else if (mappings == 0) _offsets[property] = 0;
-        else _offsets[property] = geometry.calcMappingIndex(bit);
+        if (geometry.getProperty(bit) == nullptr)
+            _offsets[property] = Absent;
+        else if (_indices.bytes == 0)
+            _offsets[property] = Direct;
+        else if (mappings == 0)
+            _offsets[property] = 0;
+        else
+            _offsets[property] = geometry.calcMappingIndex(bit);
     }
     readPrimitive();
 }
 
 void PrimitiveIterator::readPrimitive() {
-    if (isAtEnd()) return;
+    if (isAtEnd())
+        return;
     _type = _types[_primitive];
     _claimed = _lengths.bytes != 0 ? _lengths[_primitive] : _vertices;
     // Lengths missing: every primitive takes all there is, from the start.
-    if (_lengths.bytes == 0) _firstVertex = 0;
+    if (_lengths.bytes == 0)
+        _firstVertex = 0;
     _length = _firstVertex < _vertices ? osgMin(_claimed, _vertices - _firstVertex) : 0;
 }
 
 void PrimitiveIterator::operator++() {
-    if (isAtEnd()) return;
+    if (isAtEnd())
+        return;
     // Beyond the data nothing follows; the sum must not wrap back into it.
     _firstVertex = _claimed > 0xFFFFFFFFu - _firstVertex ? 0xFFFFFFFFu : _firstVertex + _claimed;
     ++_primitive;
@@ -56,18 +64,21 @@ void PrimitiveIterator::operator++() {
 
 void PrimitiveIterator::seek(Int32 index) {
     setToBegin();
-    while (!isAtEnd() && index-- > 0) ++*this;
+    while (!isAtEnd() && index-- > 0)
+        ++*this;
 }
 
 void TriangleIterator::setToBegin() {
     PrimitiveIterator::setToBegin();
     _triangle = 0;
-    if (!isAtEnd() && !startPrimitive()) nextPrimitive();
+    if (!isAtEnd() && !startPrimitive())
+        nextPrimitive();
 }
 
 void TriangleIterator::seek(Int32 index) {
     setToBegin();
-    while (!isAtEnd() && index-- > 0) ++*this;
+    while (!isAtEnd() && index-- > 0)
+        ++*this;
 }
 
 void TriangleIterator::nextPrimitive() {
@@ -78,7 +89,8 @@ void TriangleIterator::nextPrimitive() {
 
 bool TriangleIterator::startPrimitive() {
     const UInt32 least = getType() == GL_QUADS ? 4 : 3;
-    if (getType() < GL_TRIANGLES || getType() > GL_POLYGON || getLength() < least) return false;
+    if (getType() < GL_TRIANGLES || getType() > GL_POLYGON || getLength() < least)
+        return false;
     _corner[0] = 0;
     _corner[1] = 1;
     _corner[2] = 2;
@@ -90,14 +102,16 @@ bool TriangleIterator::startPrimitive() {
 bool TriangleIterator::nextInPrimitive() {
     switch (getType()) {
     case GL_TRIANGLES:
-        if (_length - _next < 3) return false;
+        if (_length - _next < 3)
+            return false;
         _corner[0] = _next;
         _corner[1] = _next + 1;
         _corner[2] = _next + 2;
         _next += 3;
         return true;
     case GL_TRIANGLE_STRIP:
-    case GL_QUAD_STRIP: return nextInStrip();
+    case GL_QUAD_STRIP:
+        return nextInStrip();
     case GL_QUADS:
         if (!_secondHalf) { // the first half used three corners, the fourth is there
             _corner[1] = _corner[2];
@@ -105,7 +119,8 @@ bool TriangleIterator::nextInPrimitive() {
             _secondHalf = true;
             return true;
         }
-        if (_length - _next < 4) return false;
+        if (_length - _next < 4)
+            return false;
         _corner[0] = _next;
         _corner[1] = _next + 1;
         _corner[2] = _next + 2;
@@ -113,7 +128,8 @@ bool TriangleIterator::nextInPrimitive() {
         _secondHalf = false;
         return true;
     default: // fan, polygon
-        if (_next >= _length) return false;
+        if (_next >= _length)
+            return false;
         _corner[1] = _corner[2];
         _corner[2] = _next++;
         return true;
@@ -125,7 +141,8 @@ bool TriangleIterator::nextInStrip() {
         _corner[_next % 2 == 1 ? 0 : 1] = _corner[2];
         _corner[2] = _next++;
         const Int32 a = getPositionIndex(0), b = getPositionIndex(1), c = getPositionIndex(2);
-        if (a != b && b != c && a != c) return true;
+        if (a != b && b != c && a != c)
+            return true;
     }
     return false;
 }
@@ -133,12 +150,14 @@ bool TriangleIterator::nextInStrip() {
 void LineIterator::setToBegin() {
     PrimitiveIterator::setToBegin();
     _line = 0;
-    if (!isAtEnd() && !startPrimitive()) nextPrimitive();
+    if (!isAtEnd() && !startPrimitive())
+        nextPrimitive();
 }
 
 void LineIterator::seek(Int32 index) {
     setToBegin();
-    while (!isAtEnd() && index-- > 0) ++*this;
+    while (!isAtEnd() && index-- > 0)
+        ++*this;
 }
 
 void LineIterator::nextPrimitive() {
@@ -148,7 +167,8 @@ void LineIterator::nextPrimitive() {
 }
 
 bool LineIterator::startPrimitive() {
-    if (getType() < GL_LINES || getType() > GL_LINE_STRIP || getLength() < 2) return false;
+    if (getType() < GL_LINES || getType() > GL_LINE_STRIP || getLength() < 2)
+        return false;
     _end[0] = 0;
     _end[1] = 1;
     _next = 2;
@@ -157,7 +177,8 @@ bool LineIterator::startPrimitive() {
 
 bool LineIterator::nextInPrimitive() {
     if (getType() == GL_LINES) {
-        if (_length - _next < 2) return false;
+        if (_length - _next < 2)
+            return false;
         _end[0] = _next;
         _end[1] = _next + 1;
         _next += 2;
@@ -168,7 +189,8 @@ bool LineIterator::nextInPrimitive() {
         _end[1] = _next++;
         return true;
     }
-    if (getType() != GL_LINE_LOOP || _end[1] == 0) return false;
+    if (getType() != GL_LINE_LOOP || _end[1] == 0)
+        return false;
     _end[0] = _end[1];
     _end[1] = 0;
     return true;

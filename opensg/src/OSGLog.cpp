@@ -20,7 +20,8 @@ std::mutex& outputMutex() {
 }
 
 void write(const std::string& text) {
-    if (type == LOG_NONE) return;
+    if (type == LOG_NONE)
+        return;
     const std::lock_guard<std::mutex> guard(outputMutex());
     (type == LOG_STDOUT ? std::cout : std::cerr) << text << std::flush;
 }
@@ -65,7 +66,9 @@ LogLevel Log::getLogLevel() const { return static_cast<LogLevel>(level.load()); 
 void Log::setLogType(LogType which, bool) { type = which; }
 LogType Log::getLogType() const { return static_cast<LogType>(type.load()); }
 
-std::ostream& Log::stream(LogLevel which) { return checkLevel(which) ? lineStream() : nullStream(); }
+std::ostream& Log::stream(LogLevel which) {
+    return checkLevel(which) ? lineStream() : nullStream();
+}
 
 void Log::doLog(const Char8* format, ...) {
     va_list arguments;
@@ -85,7 +88,8 @@ Log& osgLog() {
 
 std::ostream& osgStartLog(bool header, LogLevel which, const Char8*, const Char8*, UInt32) {
     std::ostream& out = osgLog().stream(which);
-    if (header) out << nameOf(which) << ":  ";
+    if (header)
+        out << nameOf(which) << ":  ";
     return out;
 }
 

@@ -25,7 +25,8 @@ Node::Node(const Node& other)
     : AttachmentContainer(other), _sfTravMask(other._sfTravMask), _sfCore(other._sfCore) {
     makeInvalid(_sfVolume.getValue());
     const NodeCorePtr core = _sfCore.getValue();
-    if (core == NullFC) return;
+    if (core == NullFC)
+        return;
     reinterpret_cast<NodeCore*>(core.getAspectCPtr(getAspectIndex()))
         ->addParent(NodePtr::ofKnownClass(getUntypedPtr()));
 }
@@ -37,7 +38,8 @@ Node::~Node() {
             ->_sfParent.setValue(NodePtr());
     }
     const NodeCorePtr core = _sfCore.getValue();
-    if (core == NullFC) return;
+    if (core == NullFC)
+        return;
     reinterpret_cast<NodeCore*>(core.getAspectCPtr(getAspectIndex()))
         ->subParent(NodePtr::ofKnownClass(getUntypedPtr()));
 }
@@ -45,32 +47,35 @@ Node::~Node() {
 void Node::setCore(const NodeCorePtr& core) {
     const NodeCorePtr kept = core; // the argument may be this node's own core
     const NodePtr self = getPtr();
-    if (kept != NullFC) kept->addParent(self);
-    if (_sfCore.getValue() != NullFC) _sfCore.getValue()->subParent(self);
+    if (kept != NullFC)
+        kept->addParent(self);
+    if (_sfCore.getValue() != NullFC)
+        _sfCore.getValue()->subParent(self);
     _sfCore.set(kept);
     invalidateVolume();
 }
 
 bool Node::isSelfOrAncestor(const NodePtr& node) const {
     NodePtr walked = getPtr();
-    while (walked != NullFC && walked != node) walked = walked->getParent();
+    while (walked != NullFC && walked != node)
+        walked = walked->getParent();
     return walked != NullFC;
 }
 
 // The caller holds a reference of the child's new place already.
 void Node::adopt(const NodePtr& child) {
     const NodePtr old = child->getParent();
-    if (old != NullFC) old->subChild(child);
+    if (old != NullFC)
+        old->subChild(child);
     child->_sfParent.setValue(getPtr());
 }
 
-void Node::addChild(const NodePtr& added) {
-    insertChild(getNChildren(), added);
-}
+void Node::addChild(const NodePtr& added) { insertChild(getNChildren(), added); }
 
 void Node::insertChild(UInt32 index, const NodePtr& added) {
     const NodePtr child = added; // the argument may be an entry of a list that changes here
-    if (child == NullFC) return;
+    if (child == NullFC)
+        return;
     if (isSelfOrAncestor(child)) {
         SWARNING << "Node::addChild: a node can't come below itself" << endLog;
         return;
@@ -79,14 +84,16 @@ void Node::insertChild(UInt32 index, const NodePtr& added) {
     const Int32 place = child->getParent() == getPtr() ? findChild(child) : -1;
     adopt(child);
     // Its own old place was in front: everything behind moved down by one.
-    if (place >= 0 && static_cast<UInt32>(place) < index) --index;
+    if (place >= 0 && static_cast<UInt32>(place) < index)
+        --index;
     index = std::min(index, getNChildren());
     _mfChildren.insert(_mfChildren.begin() + index, child);
     invalidateVolume();
 }
 
 void Node::replaceChild(UInt32 index, const NodePtr& added) {
-    if (index >= getNChildren() || added == NullFC || added == _mfChildren[index]) return;
+    if (index >= getNChildren() || added == NullFC || added == _mfChildren[index])
+        return;
     const NodePtr replaced = _mfChildren[index];
     const NodePtr child = added;
     if (isSelfOrAncestor(child)) {
@@ -104,7 +111,8 @@ void Node::replaceChild(UInt32 index, const NodePtr& added) {
 
 bool Node::replaceChildBy(const NodePtr& oldChild, const NodePtr& newChild) {
     const Int32 index = findChild(oldChild);
-    if (newChild == NullFC || index < 0) return false;
+    if (newChild == NullFC || index < 0)
+        return false;
     replaceChild(static_cast<UInt32>(index), newChild);
     return true;
 }
@@ -147,33 +155,41 @@ Matrix Node::getToWorld() const {
 }
 
 void Node::getToWorld(Matrix& result) const {
-    if (getParent() != NullFC) getParent()->getToWorld(result);
-    else result.setIdentity();
-    if (getCore() != NullFC) getCore()->accumulateMatrix(result);
+    if (getParent() != NullFC)
+        getParent()->getToWorld(result);
+    else
+        result.setIdentity();
+    if (getCore() != NullFC)
+        getCore()->accumulateMatrix(result);
 }
 
 DynamicVolume& Node::editVolume(bool update) {
-    if (update) updateVolume();
+    if (update)
+        updateVolume();
     return _sfVolume.getValue();
 }
 
 void Node::getWorldVolume(DynamicVolume& result) {
     updateVolume();
     result = getVolume();
-    if (getParent() != NullFC) result.transform(getParent()->getToWorld());
+    if (getParent() != NullFC)
+        result.transform(getParent()->getToWorld());
 }
 
 void Node::updateVolume() {
-    if (getVolume().isValid() || getTravMask() == 0) return;
+    if (getVolume().isValid() || getTravMask() == 0)
+        return;
     DynamicVolume volume = getVolume();
     volume.getInstance().setEmpty(true);
     volume.instanceChanged();
     for (const NodePtr& child : _mfChildren) {
-        if (child->getTravMask() == 0) continue;
+        if (child->getTravMask() == 0)
+            continue;
         child->updateVolume();
         volume.extendBy(child->getVolume());
     }
-    if (getCore() != NullFC) getCore()->adjustVolume(volume);
+    if (getCore() != NullFC)
+        getCore()->adjustVolume(volume);
     volume.getInstance().setValid(true);
     volume.instanceChanged();
     _sfVolume.setValue(volume);
@@ -181,13 +197,16 @@ void Node::updateVolume() {
 
 void Node::invalidateVolume() {
     DynamicVolume& volume = _sfVolume.getValue();
-    if (!volume.isValid() || volume.isStatic()) return;
+    if (!volume.isValid() || volume.isStatic())
+        return;
     makeInvalid(volume);
-    if (getParent() != NullFC) getParent()->invalidateVolume();
+    if (getParent() != NullFC)
+        getParent()->invalidateVolume();
 }
 
 void Node::changed(BitVector which, UInt32 origin) {
-    if ((which & (CoreFieldMask | ChildrenFieldMask)) != 0) invalidateVolume();
+    if ((which & (CoreFieldMask | ChildrenFieldMask)) != 0)
+        invalidateVolume();
     AttachmentContainer::changed(which, origin);
 }
 

@@ -11,14 +11,16 @@ void NodeCore::adjustVolume(Volume&) {}
 void NodeCore::accumulateMatrix(Matrix&) {}
 
 void NodeCore::invalidateVolume() {
-    for (const NodePtr& node : _mfParents) node->invalidateVolume();
+    for (const NodePtr& node : _mfParents)
+        node->invalidateVolume();
 }
 
 void NodeCore::addParent(const NodePtr& parent) { _mfParents.push_back(parent); }
 
 void NodeCore::subParent(const NodePtr& parent) {
     const auto found = _mfParents.find(parent);
-    if (found != _mfParents.end()) _mfParents.erase(found);
+    if (found != _mfParents.end())
+        _mfParents.erase(found);
 }
 
 OSG_END_NAMESPACE

@@ -5,12 +5,12 @@
 OSG_BEGIN_NAMESPACE
 
 FieldDescription** NameDesc::getDesc() {
-    static FieldDescription* desc[] = {new FieldDescription(
-        SFString::getClassType(), getFieldName(), Name::SimpleFieldId,
-        BitVector(Name::SimpleFieldMask), false,
-        FieldAccessFunction([](FieldContainer& container) -> Field* {
-            return static_cast<Name&>(container).getFieldPtr();
-        }))};
+    static FieldDescription* desc[] = {
+        new FieldDescription(SFString::getClassType(), getFieldName(), Name::SimpleFieldId,
+                             BitVector(Name::SimpleFieldMask), false,
+                             FieldAccessFunction([](FieldContainer& container) -> Field* {
+                                 return static_cast<Name&>(container).getFieldPtr();
+                             }))};
     return desc;
 }
 
@@ -26,7 +26,8 @@ NamePtr nameOf(const AttachmentContainerPtr& container) {
 } // namespace
 
 const Char8* getName(const AttachmentContainerPtr& container) {
-    if (container == NullFC) return nullptr;
+    if (container == NullFC)
+        return nullptr;
     const NamePtr name = nameOf(container);
     return name == NullFC ? nullptr : name->getFieldPtr()->getValue().c_str();
 }

@@ -9,17 +9,20 @@ OSG_CONTAINER_DEF(StringAttributeMap, nullptr,
 std::size_t StringAttributeMap::placeOf(const std::string& key) const {
     if (_places.size() != _mfKeys.size()) {
         _places.clear();
-        for (std::size_t i = 0; i < _mfKeys.size(); ++i) _places.emplace(_mfKeys[i], i);
+        for (std::size_t i = 0; i < _mfKeys.size(); ++i)
+            _places.emplace(_mfKeys[i], i);
     }
     const auto found = _places.find(key);
     // A file may hold fewer values than keys; a key without a value counts as absent.
-    if (found == _places.end() || found->second >= _mfValues.size()) return _mfKeys.size();
+    if (found == _places.end() || found->second >= _mfValues.size())
+        return _mfKeys.size();
     return found->second;
 }
 
 std::string& StringAttributeMap::operator[](const std::string& key) {
     const std::size_t place = placeOf(key);
-    if (place < _mfKeys.size()) return _mfValues[place];
+    if (place < _mfKeys.size())
+        return _mfValues[place];
     _mfValues.resize(_mfKeys.size());
     _places[key] = _mfKeys.size();
     _mfKeys.push_back(key);
@@ -33,7 +36,8 @@ void StringAttributeMap::setAttribute(const std::string& key, const std::string&
 
 bool StringAttributeMap::getAttribute(const std::string& key, std::string& value) const {
     const std::size_t place = placeOf(key);
-    if (place == _mfKeys.size()) return false;
+    if (place == _mfKeys.size())
+        return false;
     value = _mfValues[place];
     return true;
 }
@@ -49,14 +53,16 @@ bool StringAttributeMap::hasAttribute(const std::string& key) const {
 }
 
 void StringAttributeMap::changed(BitVector which, UInt32 origin) {
-    if ((which & KeysFieldMask) != 0) _places.clear();
+    if ((which & KeysFieldMask) != 0)
+        _places.clear();
     Attachment::changed(which, origin);
 }
 
 StringAttributeMapPtr stringAttributeMap(const AttachmentContainerPtr& container) {
-    if (container == NullFC) return NullFC;
-    StringAttributeMapPtr map = StringAttributeMapPtr::dcast(
-        container->findAttachment(StringAttributeMap::getClassType()));
+    if (container == NullFC)
+        return NullFC;
+    StringAttributeMapPtr map =
+        StringAttributeMapPtr::dcast(container->findAttachment(StringAttributeMap::getClassType()));
     if (map == NullFC) {
         map = StringAttributeMap::create();
         container->addAttachment(map);

@@ -46,15 +46,18 @@ BaseThread* BaseThread::get(const Char8* name) { return ThreadManager::the()->ge
 BaseThread* BaseThread::find(const Char8* name) { return ThreadManager::the()->findThread(name); }
 
 void BaseThread::join(BaseThread* thread) {
-    if (thread == nullptr) return;
+    if (thread == nullptr)
+        return;
     std::thread running;
     {
         const std::lock_guard<std::mutex> guard(thread->_mutex);
         // A thread that asks for its own end is at its end.
-        if (thread->_thread.get_id() == std::this_thread::get_id()) return;
+        if (thread->_thread.get_id() == std::this_thread::get_id())
+            return;
         running.swap(thread->_thread);
     }
-    if (running.joinable()) running.join();
+    if (running.joinable())
+        running.join();
 }
 
 bool BaseThread::exists() {
@@ -109,12 +112,12 @@ template <class Map, class Make>
 auto* findOrMake(std::mutex& mutex, Map& map, const Char8* name, Make make) {
     const std::lock_guard<std::mutex> guard(mutex);
     auto& place = map[name ? name : ""];
-    if (place == nullptr) place.reset(make());
+    if (place == nullptr)
+        place.reset(make());
     return place.get();
 }
 
-template <class Map>
-auto* findNamed(std::mutex& mutex, Map& map, const Char8* name) {
+template <class Map> auto* findNamed(std::mutex& mutex, Map& map, const Char8* name) {
     const std::lock_guard<std::mutex> guard(mutex);
     const auto found = map.find(name ? name : "");
     return found == map.end() ? nullptr : found->second.get();
@@ -125,15 +128,18 @@ bool isType(const Char8* type, const Char8* known) { return type && !std::strcmp
 } // namespace
 
 BaseThread* ThreadManager::getThread(const Char8* name, const Char8* type) {
-    if (BaseThread* known = findThread(name)) return known;
+    if (BaseThread* known = findThread(name))
+        return known;
     if (!isType(type, "OSGThread") && !isType(type, "OSGBaseThread") &&
         !isType(type, "OSGExternalThread")) {
         SWARNING << "ThreadManager::getThread: no thread type " << (type ? type : "") << endLog;
         return nullptr;
     }
     return findOrMake(_mutex, _threads, name, [name, type]() -> BaseThread* {
-        if (isType(type, "OSGBaseThread")) return new BaseThread(name);
-        if (isType(type, "OSGExternalThread")) return new ExternalThread(name);
+        if (isType(type, "OSGBaseThread"))
+            return new BaseThread(name);
+        if (isType(type, "OSGExternalThread"))
+            return new ExternalThread(name);
         return new Thread(name);
     });
 }
@@ -163,9 +169,11 @@ void ThreadManager::joinAll() {
     std::vector<BaseThread*> threads;
     {
         const std::lock_guard<std::mutex> guard(_mutex);
-        for (const auto& entry : _threads) threads.push_back(entry.second.get());
+        for (const auto& entry : _threads)
+            threads.push_back(entry.second.get());
     }
-    for (BaseThread* thread : threads) BaseThread::join(thread);
+    for (BaseThread* thread : threads)
+        BaseThread::join(thread);
 }
 
 Lock* Lock::get(const Char8* name) { return ThreadManager::the()->getLock(name); }

@@ -35,13 +35,13 @@ BoxVolume::BoxVolume(const Pnt3f& low, const Pnt3f& high) : _min(low), _max(high
 void BoxVolume::setBounds(const Pnt3f& low, const Pnt3f& high) { *this = BoxVolume(low, high); }
 
 void BoxVolume::getCenter(Pnt3f& center) const {
-    center = isEmpty() ? Pnt3f() : Pnt3f((_min[0] + _max[0]) * 0.5f, (_min[1] + _max[1]) * 0.5f,
-                                         (_min[2] + _max[2]) * 0.5f);
+    center = isEmpty() ? Pnt3f()
+                       : Pnt3f((_min[0] + _max[0]) * 0.5f, (_min[1] + _max[1]) * 0.5f,
+                               (_min[2] + _max[2]) * 0.5f);
 }
 
 Real32 BoxVolume::getScalarVolume() const {
-    return isEmpty() ? 0.f
-                     : (_max[0] - _min[0]) * (_max[1] - _min[1]) * (_max[2] - _min[2]);
+    return isEmpty() ? 0.f : (_max[0] - _min[0]) * (_max[1] - _min[1]) * (_max[2] - _min[2]);
 }
 
 void BoxVolume::getBounds(Pnt3f& low, Pnt3f& high) const {
@@ -50,20 +50,24 @@ void BoxVolume::getBounds(Pnt3f& low, Pnt3f& high) const {
 }
 
 void BoxVolume::extendBy(const Pnt3f& point) {
-    if (isUntouchable()) return;
+    if (isUntouchable())
+        return;
     if (isEmpty()) {
         _min = _max = point;
         setEmpty(false);
         return;
     }
     for (UInt32 i = 0; i < 3; ++i) {
-        if (point[i] < _min[i]) _min[i] = point[i];
-        if (point[i] > _max[i]) _max[i] = point[i];
+        if (point[i] < _min[i])
+            _min[i] = point[i];
+        if (point[i] > _max[i])
+            _max[i] = point[i];
     }
 }
 
 void BoxVolume::extendBy(const Volume& volume) {
-    if (isUntouchable() || !volume.isValid() || volume.isEmpty()) return;
+    if (isUntouchable() || !volume.isValid() || volume.isEmpty())
+        return;
     if (volume.isInfinite()) {
         setInfinite(true);
         return;
@@ -75,9 +79,11 @@ void BoxVolume::extendBy(const Volume& volume) {
 }
 
 bool BoxVolume::intersect(const Pnt3f& p) const {
-    if (isEmpty()) return false;
+    if (isEmpty())
+        return false;
     for (UInt32 i = 0; i < 3; ++i) {
-        if (!(_min[i] < p[i] && p[i] < _max[i])) return false;
+        if (!(_min[i] < p[i] && p[i] < _max[i]))
+            return false;
     }
     return true;
 }
@@ -89,11 +95,14 @@ bool BoxVolume::intersect(const Line& line, Real32& enter, Real32& exit) const {
 }
 
 bool BoxVolume::intersect(const Volume& volume) const {
-    if (isEmpty() || volume.isEmpty()) return false;
-    if (isInfinite() || volume.isInfinite()) return true;
+    if (isEmpty() || volume.isEmpty())
+        return false;
+    if (isInfinite() || volume.isInfinite())
+        return true;
     const BoxVolume other = boxOf(volume);
     for (UInt32 i = 0; i < 3; ++i) {
-        if (!(_min[i] <= other._max[i] && other._min[i] <= _max[i])) return false;
+        if (!(_min[i] <= other._max[i] && other._min[i] <= _max[i]))
+            return false;
     }
     return true;
 }
@@ -101,14 +110,16 @@ bool BoxVolume::intersect(const Volume& volume) const {
 bool BoxVolume::isOnSurface(const Pnt3f& p) const {
     bool on_wall = false;
     for (UInt32 i = 0; i < 3; ++i) {
-        if (p[i] < _min[i] - Eps || p[i] > _max[i] + Eps) return false;
+        if (p[i] < _min[i] - Eps || p[i] > _max[i] + Eps)
+            return false;
         on_wall |= osgabs(p[i] - _min[i]) <= Eps || osgabs(p[i] - _max[i]) <= Eps;
     }
     return on_wall && !isEmpty();
 }
 
 void BoxVolume::transform(const Matrix& matrix) {
-    if (isEmpty() || isInfinite()) return;
+    if (isEmpty() || isInfinite())
+        return;
     BoxVolume turned;
     for (UInt32 corner = 0; corner < 8; ++corner) {
         Pnt3f point((corner & 1) != 0 ? _max[0] : _min[0], (corner & 2) != 0 ? _max[1] : _min[1],
@@ -141,7 +152,8 @@ void SphereVolume::cover(const Pnt3f& center, Real32 radius) {
     }
     const Vec3f apart = center - _center;
     const Real32 distance = apart.length();
-    if (!(distance + radius > _radius)) return;
+    if (!(distance + radius > _radius))
+        return;
     if (distance + _radius <= radius) { // the other one holds this one
         _center = center;
         _radius = radius;
@@ -153,11 +165,13 @@ void SphereVolume::cover(const Pnt3f& center, Real32 radius) {
 }
 
 void SphereVolume::extendBy(const Pnt3f& point) {
-    if (!isUntouchable()) cover(point, 0.f);
+    if (!isUntouchable())
+        cover(point, 0.f);
 }
 
 void SphereVolume::extendBy(const Volume& volume) {
-    if (isUntouchable() || !volume.isValid() || volume.isEmpty()) return;
+    if (isUntouchable() || !volume.isValid() || volume.isEmpty())
+        return;
     if (volume.isInfinite()) {
         setInfinite(true);
         return;
@@ -179,7 +193,8 @@ bool SphereVolume::intersect(const Line& line) const {
 bool SphereVolume::intersect(const Line& line, Real32& enter, Real32& exit) const {
     const Real32 middle = (_center - line.getPosition()).dot(line.getDirection());
     const Real32 miss = line.distance(_center);
-    if (isEmpty() || !(miss <= _radius)) return false;
+    if (isEmpty() || !(miss <= _radius))
+        return false;
     const Real32 half = std::sqrt(_radius * _radius - miss * miss);
     enter = osgMax(0.f, middle - half);
     exit = middle + half;
@@ -187,12 +202,15 @@ bool SphereVolume::intersect(const Line& line, Real32& enter, Real32& exit) cons
 }
 
 bool SphereVolume::intersect(const Volume& volume) const {
-    if (isEmpty() || volume.isEmpty()) return false;
-    if (isInfinite() || volume.isInfinite()) return true;
+    if (isEmpty() || volume.isEmpty())
+        return false;
+    if (isInfinite() || volume.isInfinite())
+        return true;
     Pnt3f low, high;
     volume.getBounds(low, high);
     Pnt3f nearest;
-    for (UInt32 i = 0; i < 3; ++i) nearest[i] = osgMax(low[i], osgMin(high[i], _center[i]));
+    for (UInt32 i = 0; i < 3; ++i)
+        nearest[i] = osgMax(low[i], osgMin(high[i], _center[i]));
     return (nearest - _center).squareLength() <= _radius * _radius;
 }
 
@@ -201,7 +219,8 @@ bool SphereVolume::isOnSurface(const Pnt3f& p) const {
 }
 
 void SphereVolume::transform(const Matrix& matrix) {
-    if (isEmpty() || isInfinite()) return;
+    if (isEmpty() || isInfinite())
+        return;
     Real32 largest = 0.f;
     for (UInt32 c = 0; c < 3; ++c) {
         largest = osgMax(largest, Vec3f(matrix[c][0], matrix[c][1], matrix[c][2]).length());
@@ -211,17 +230,20 @@ void SphereVolume::transform(const Matrix& matrix) {
 }
 
 Volume& DynamicVolume::getInstance() {
-    if (_type == SPHERE_VOLUME) return _sphere;
+    if (_type == SPHERE_VOLUME)
+        return _sphere;
     return _box;
 }
 
 const Volume& DynamicVolume::getInstance() const {
-    if (_type == SPHERE_VOLUME) return _sphere;
+    if (_type == SPHERE_VOLUME)
+        return _sphere;
     return _box;
 }
 
 void DynamicVolume::morphToType(Type type) {
-    if (type == _type) return;
+    if (type == _type)
+        return;
     DynamicVolume morphed(type);
     morphed.extendBy(getInstance());
     morphed.getInstance().setState(getInstance().getState());
@@ -253,7 +275,8 @@ bool DynamicVolume::operator==(const DynamicVolume& other) const {
 }
 
 std::ostream& operator<<(std::ostream& out, const DynamicVolume& volume) {
-    if (volume.isEmpty()) return out << "empty volume";
+    if (volume.isEmpty())
+        return out << "empty volume";
     return out << "volume (" << volume.getMin() << ") to (" << volume.getMax() << ")";
 }
 
@@ -269,7 +292,8 @@ bool Line::intersect(const BoxVolume& box, Real32& enter, Real32& exit) const {
         const Real32 low = box.getMin()[i] - _position[i];
         const Real32 high = box.getMax()[i] - _position[i];
         if (osgabs(_direction[i]) < Eps) { // along the slab: inside or never
-            if (low > Eps || high < -Eps) return false;
+            if (low > Eps || high < -Eps)
+                return false;
             continue;
         }
         const Real32 a = low / _direction[i];
@@ -277,7 +301,8 @@ bool Line::intersect(const BoxVolume& box, Real32& enter, Real32& exit) const {
         first = osgMax(first, osgMin(a, b));
         last = osgMin(last, osgMax(a, b));
     }
-    if (!(first <= last + Eps)) return false;
+    if (!(first <= last + Eps))
+        return false;
     enter = first;
     exit = last;
     return true;
@@ -289,13 +314,16 @@ bool Line::intersect(const Pnt3f& v0, const Pnt3f& v1, const Pnt3f& v2, Real32& 
     const Vec3f edge2 = v2 - v0;
     const Vec3f p = _direction.cross(edge2);
     const Real32 determinant = edge1.dot(p);
-    if (!(osgabs(determinant) > 1e-10f)) return false;
+    if (!(osgabs(determinant) > 1e-10f))
+        return false;
     const Vec3f to_position = _position - v0;
     const Real32 u = to_position.dot(p) / determinant;
-    if (!(u >= 0.f && u <= 1.f)) return false;
+    if (!(u >= 0.f && u <= 1.f))
+        return false;
     const Vec3f q = to_position.cross(edge1);
     const Real32 v = _direction.dot(q) / determinant;
-    if (!(v >= 0.f && u + v <= 1.f)) return false;
+    if (!(v >= 0.f && u + v <= 1.f))
+        return false;
     t = edge2.dot(q) / determinant;
     if (normal != nullptr) {
         *normal = edge1.cross(edge2);

@@ -78,9 +78,9 @@ TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
     EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U) << "equal materials became one";
     mesh_choice positions;
     positions.normals = false;
-    EXPECT_EQ(firstDifference(worldMesh(root.get(), positions),
-                              worldMesh(made.result.get(), positions)),
-              "");
+    EXPECT_EQ(
+        firstDifference(worldMesh(root.get(), positions), worldMesh(made.result.get(), positions)),
+        "");
     EXPECT_NE(made.printed.find("Merge Geometry. Cacheopt: 0\n"), std::string::npos);
     EXPECT_EQ(before.size(), 10U);
 }
@@ -112,8 +112,8 @@ INSTANTIATE_TEST_SUITE_P(
         print_case{"map_in_the_root_alone", "idmapinroot(true)", settings("0", "metaOnly", "0")},
         print_case{"map_name_of_the_example", "idmap(false)", settings("0", "false", "0")},
         print_case{"help_comes_first_and_the_run_goes_on", "help()",
-                   "Optimizing Tree...\nAvailable parameters are: \n" +
-                       morva::osg::optTreeDoc() + settings("0", "", "0")},
+                   "Optimizing Tree...\nAvailable parameters are: \n" + morva::osg::optTreeDoc() +
+                       settings("0", "", "0")},
         print_case{"levels_of_detail", "removelod(true)", "Removing LOD parts.\n"},
         print_case{"switches", "removeswitch(1)", "Removing Switch parts.\n"},
         print_case{"misspelt_keys_do_nothing", "removeLODParts(true),centerBB(10)",
@@ -130,9 +130,9 @@ TEST(OptTree, FormatOfTheStreamDoesNotReachTheSettings) {
 }
 
 TEST(OptTree, OneGeometryReducesMaterials) {
-    const node_ref root(group({meshNode(quads(2), simple({1, 0, 0})),
-                               meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
-                               meshNode(quads(3), simple({0, 0, 1}))}));
+    const node_ref root(
+        group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
+               meshNode(quads(3), simple({0, 0, 1}))}));
     const run made = optimise(root.get(), "onegeometry(true)");
     EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U);
 }

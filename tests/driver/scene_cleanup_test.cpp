@@ -86,44 +86,74 @@ INSTANTIATE_TEST_SUITE_P(
                       morva::osg::deleteNode(r->getChild(0)->getChild(0)->getChild(0));
                   },
                   "r"},
-        pass_case{"deleting_stops_at_a_sibling",
-                  [] { return g("r", {g("a", {mesh("m")}), mesh("n")}); },
-                  [](const ::osg::NodePtr& r) {
-                      morva::osg::deleteNode(r->getChild(0)->getChild(0));
-                  },
-                  "r(n)"},
+        pass_case{
+            "deleting_stops_at_a_sibling",
+            [] {
+                return g("r", {g("a", {mesh("m")}), mesh("n")});
+            },
+            [](const ::osg::NodePtr& r) { morva::osg::deleteNode(r->getChild(0)->getChild(0)); },
+            "r(n)"},
         pass_case{"chosen_child_goes_to_the_end",
-                  [] { return g("r", {sw("s", 1, {mesh("a"), mesh("b"), mesh("c")}), mesh("n")}); },
+                  [] {
+                      return g("r", {sw("s", 1, {mesh("a"), mesh("b"), mesh("c")}), mesh("n")});
+                  },
                   switches, "r(n b)"},
         pass_case{"switch_of_nothing_goes_whole",
-                  [] { return g("r", {sw("s", -1, {mesh("a")}), mesh("n")}); }, switches, "r(n)"},
+                  [] {
+                      return g("r", {sw("s", -1, {mesh("a")}), mesh("n")});
+                  },
+                  switches, "r(n)"},
         pass_case{"switch_of_all_goes_whole",
-                  [] { return g("r", {sw("s", -2, {mesh("a")}), mesh("n")}); }, switches, "r(n)"},
+                  [] {
+                      return g("r", {sw("s", -2, {mesh("a")}), mesh("n")});
+                  },
+                  switches, "r(n)"},
         pass_case{"choice_beyond_the_children_shows_nothing",
-                  [] { return g("r", {sw("s", 7, {mesh("a")}), mesh("n")}); }, switches, "r(n)"},
+                  [] {
+                      return g("r", {sw("s", 7, {mesh("a")}), mesh("n")});
+                  },
+                  switches, "r(n)"},
         pass_case{"nested_switches",
-                  [] { return g("r", {sw("s", 0, {sw("t", 1, {mesh("a"), mesh("b")})})}); },
+                  [] {
+                      return g("r", {sw("s", 0, {sw("t", 1, {mesh("a"), mesh("b")})})});
+                  },
                   switches, "r(b)"},
         pass_case{"switch_at_the_root_stays",
-                  [] { return sw("s", 0, {mesh("a"), mesh("b")}); }, switches, "s(a b)"},
+                  [] {
+                      return sw("s", 0, {mesh("a"), mesh("b")});
+                  },
+                  switches, "s(a b)"},
         pass_case{"neighbouring_switches_are_both_replaced",
-                  [] { return g("r", {sw("s", 0, {mesh("a")}), sw("t", 0, {mesh("b")})}); },
+                  [] {
+                      return g("r", {sw("s", 0, {mesh("a")}), sw("t", 0, {mesh("b")})});
+                  },
                   switches, "r(a b)"},
         pass_case{"neighbouring_lods_are_both_replaced",
-                  [] { return g("r", {lod("l", {mesh("a"), mesh("b")}), lod("k", {mesh("c")})}); },
+                  [] {
+                      return g("r", {lod("l", {mesh("a"), mesh("b")}), lod("k", {mesh("c")})});
+                  },
                   lods, "r(a c)"},
         pass_case{"lod_inside_a_lod", [] { return g("r", {lod("l", {lod("k", {mesh("a")})})}); },
                   lods, "r(a)"},
-        pass_case{"lod_without_children", [] { return g("r", {lod("l", {}), mesh("n")}); }, lods,
-                  "r(n)"},
+        pass_case{"lod_without_children",
+                  [] {
+                      return g("r", {lod("l", {}), mesh("n")});
+                  },
+                  lods, "r(n)"},
         pass_case{"empty_groups_go_bottom_up",
-                  [] { return g("r", {g("a", {g("b"), g("c", {g("d")})}), move("t")}); }, empties,
-                  "r"},
+                  [] {
+                      return g("r", {g("a", {g("b"), g("c", {g("d")})}), move("t")});
+                  },
+                  empties, "r"},
         pass_case{"geometry_and_bare_nodes_stay",
-                  [] { return g("r", {g("a"), mesh("m"), bare("b"), g("c", {mesh("n")})}); },
+                  [] {
+                      return g("r", {g("a"), mesh("m"), bare("b"), g("c", {mesh("n")})});
+                  },
                   empties, "r(m b c(n))"},
         pass_case{"emptiness_climbs_above_the_start",
-                  [] { return g("r", {g("a", {g("b")}), g("c"), mesh("m")}); },
+                  [] {
+                      return g("r", {g("a", {g("b")}), g("c"), mesh("m")});
+                  },
                   [](const ::osg::NodePtr& r) { morva::osg::removeEmptyParts(r->getChild(0)); },
                   "r(m)"},
         pass_case{"what_draws_nothing_goes",
@@ -133,20 +163,34 @@ INSTANTIATE_TEST_SUITE_P(
                   },
                   nonGeo, "r(m c(n))"},
         pass_case{"switches_are_kept_whole",
-                  [] { return g("r", {sw("s", 0, {g("a")}), mesh("m"), g("b")}); }, nonGeo,
-                  "r(s(a) m)"},
-        pass_case{"all_removable_is_left_to_the_parent", [] { return g("r", {g("a"), g("b")}); },
+                  [] {
+                      return g("r", {sw("s", 0, {g("a")}), mesh("m"), g("b")});
+                  },
+                  nonGeo, "r(s(a) m)"},
+        pass_case{"all_removable_is_left_to_the_parent",
+                  [] {
+                      return g("r", {g("a"), g("b")});
+                  },
                   nonGeo, "r(a b)"},
         pass_case{"only_group_gives_its_children",
-                  [] { return g("r", {g("a", {mesh("m"), mesh("n")})}); }, groups, "r(m n)"},
+                  [] {
+                      return g("r", {g("a", {mesh("m"), mesh("n")})});
+                  },
+                  groups, "r(m n)"},
         pass_case{"groups_of_one_give_way",
-                  [] { return g("r", {g("a", {mesh("m")}), mesh("n"), g("b", {mesh("o")})}); },
+                  [] {
+                      return g("r", {g("a", {mesh("m")}), mesh("n"), g("b", {mesh("o")})});
+                  },
                   groups, "r(n m o)"},
         pass_case{"chains_collapse",
-                  [] { return g("r", {g("a", {g("b", {g("c", {mesh("m")})})}), mesh("n")}); },
+                  [] {
+                      return g("r", {g("a", {g("b", {g("c", {mesh("m")})})}), mesh("n")});
+                  },
                   groups, "r(n m)"},
         pass_case{"transforms_stay",
-                  [] { return g("r", {move("t", {mesh("m")}), g("a", {move("u", {mesh("n")})})}); },
+                  [] {
+                      return g("r", {move("t", {mesh("m")}), g("a", {move("u", {mesh("n")})})});
+                  },
                   groups, "r(t(m) u(n))"},
         pass_case{"group_root_of_one_geometry_becomes_it", [] { return g("r", {mesh("m")}); },
                   [](const ::osg::NodePtr& r) {
@@ -161,8 +205,10 @@ INSTANTIATE_TEST_SUITE_P(
                   },
                   maskZero, "r(n)"},
         pass_case{"bearers_of_one_name_are_numbered",
-                  [] { return g("r", {mesh("x"), g("y", {mesh("x")}), mesh("z")}); }, renamed,
-                  "r(x_0 y(x_1) z)"}),
+                  [] {
+                      return g("r", {mesh("x"), g("y", {mesh("x")}), mesh("z")});
+                  },
+                  renamed, "r(x_0 y(x_1) z)"}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
 TEST(RemoveParts, TellWhetherSomethingWasReplaced) {
@@ -193,9 +239,9 @@ TEST(RemoveParts, RootWithoutAnyReferenceSurvives) {
 
 TEST(RemoveInvisibleParts, GoByTheMaterialsAlpha) {
     const auto scene = [](float first, float second) {
-        return node_ref(g("r", {named("a", meshNode(quads(1), chunked({1, 1, 1, first}))),
-                                named("b", meshNode(quads(1), chunked({1, 1, 1, second}))),
-                                mesh("m")}));
+        return node_ref(
+            g("r", {named("a", meshNode(quads(1), chunked({1, 1, 1, first}))),
+                    named("b", meshNode(quads(1), chunked({1, 1, 1, second}))), mesh("m")}));
     };
     const stream_capture out(std::cout);
     const node_ref some = scene(0.009F, 0.01F);

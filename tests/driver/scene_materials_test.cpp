@@ -39,8 +39,7 @@ TEST(MostUsedMaterial, NothingGivesNull) {
 TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {
     const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0}));
     const ::osg::RefPtr<::osg::SimpleMaterialPtr> blue(simple({0, 0, 1}));
-    const node_ref root(
-        materialGroup(red.get(), {materialGroup(red.get(), {meshNode(quads(1))})}));
+    const node_ref root(materialGroup(red.get(), {materialGroup(red.get(), {meshNode(quads(1))})}));
     const ::osg::NodePtr inner = root->getChild(0);
     const ::osg::NodePtr geometry = inner->getChild(0);
     morva::osg::changeMaterialForNode(geometry, blue.get());

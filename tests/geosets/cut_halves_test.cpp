@@ -140,8 +140,8 @@ TEST(CutInHalves, ConservesAreaWindingAndIdOverManyCuts) {
             whole.push_back(tri::areaOf(tri::cornersOf(geoset, i)));
         int refused = 0;
         for (int i = 0; i < 300; ++i) {
-            const halves found = halve(geoset, static_cast<int>(rng() % 4), rng() % 3 == 0,
-                                       rng() % geoset.size);
+            const halves found =
+                halve(geoset, static_cast<int>(rng() % 4), rng() % 3 == 0, rng() % geoset.size);
             refused += found.pieces == 0 ? 1 : 0;
         }
         EXPECT_LT(refused, 5) << "only a corner very near the middle of an axis is in the way";

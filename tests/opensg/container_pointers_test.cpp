@@ -90,7 +90,8 @@ TEST(ReferenceCount, IsSafeAcrossThreads) {
             }
         });
     }
-    for (std::thread& thread : threads) thread.join();
+    for (std::thread& thread : threads)
+        thread.join();
     EXPECT_EQ(node.getRefCount(), 1u);
     subRefCP(node);
 }

@@ -134,9 +134,9 @@ TEST(EngineRoad, SixteenOnAGridKeepEveryTriangleAndTheLimit) {
     const morva::host::model source = morva::host::readModel(roads::engine);
     const node_ref grid(group());
     for (int i = 0; i < 16; ++i) {
-        const ::osg::NodePtr place =
-            moved(::osg::Vec3f(static_cast<float>(i % 4) * 1024.F,
-                               static_cast<float>(i / 4) * 1024.F, 0.F), {});
+        const ::osg::NodePtr place = moved(::osg::Vec3f(static_cast<float>(i % 4) * 1024.F,
+                                                        static_cast<float>(i / 4) * 1024.F, 0.F),
+                                           {});
         for (const ::osg::NodePtr& part : geometryNodes(source.root)) {
             const ::osg::NodePtr copy =
                 transformed(part->getParent() ? part->getParent()->getToWorld() : ::osg::Matrix(),

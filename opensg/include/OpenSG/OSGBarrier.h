@@ -20,8 +20,8 @@ class OSG_BASE_DLLMAPPING PThreadBarrierBase {
 
     std::mutex _mutex;
     std::condition_variable _opened;
-    UInt32 _count = 1;   ///< threads that open the barrier
-    UInt32 _inside = 0;  ///< threads that wait in this round
+    UInt32 _count = 1;  ///< threads that open the barrier
+    UInt32 _inside = 0; ///< threads that wait in this round
     UInt64 _round = 0;
 };
 

@@ -28,13 +28,15 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
         Real64 numbers[N];
         const UInt32 found = osgGetReals(numbers, N, text);
         C* components = reinterpret_cast<C*>(&out);
-        for (UInt32 i = 0; i < found; ++i) components[i] = static_cast<C>(numbers[i]);
+        for (UInt32 i = 0; i < found; ++i)
+            components[i] = static_cast<C>(numbers[i]);
         return found == N;
     }
     static void putNumbers(const T& value, const Char8* separator, std::string& text) {
         const C* components = reinterpret_cast<const C*>(&value);
         Real64 numbers[N];
-        for (UInt32 i = 0; i < N; ++i) numbers[i] = static_cast<Real64>(components[i]);
+        for (UInt32 i = 0; i < N; ++i)
+            numbers[i] = static_cast<Real64>(components[i]);
         osgPutReals(numbers, N, separator, text);
     }
 };
@@ -81,8 +83,7 @@ OSG_NUMBERS_TRAITS(Quaternion, Real32, 4, "Quaternion", " ")
 #undef OSG_NUMBERS_TRAITS
 
 #define OSG_INTEGER_TRAITS(TYPE, NAME)                                                             \
-    template <>                                                                                    \
-    struct FieldDataTraits<TYPE> : public FieldTraitsPlainBase<TYPE> {                             \
+    template <> struct FieldDataTraits<TYPE> : public FieldTraitsPlainBase<TYPE> {                 \
         static const DataType& getType() {                                                         \
             static const DataType& type = *new DataType(NAME, "Root");                             \
             return type;                                                                           \
@@ -91,7 +92,8 @@ OSG_NUMBERS_TRAITS(Quaternion, Real32, 4, "Quaternion", " ")
         static const Char8* getMName() { return "MF" NAME; }                                       \
         static bool getFromString(TYPE& out, const Char8*& text) {                                 \
             Real64 number = 0;                                                                     \
-            if (osgGetReals(&number, 1, text) == 0) return false;                                  \
+            if (osgGetReals(&number, 1, text) == 0)                                                \
+                return false;                                                                      \
             out = static_cast<TYPE>(number);                                                       \
             return true;                                                                           \
         }                                                                                          \
@@ -110,8 +112,7 @@ OSG_INTEGER_TRAITS(Int64, "Int64")
 OSG_INTEGER_TRAITS(UInt64, "UInt64")
 #undef OSG_INTEGER_TRAITS
 
-template <>
-struct OSG_BASE_DLLMAPPING FieldDataTraits<bool> : public FieldTraitsRecurseBase<bool> {
+template <> struct OSG_BASE_DLLMAPPING FieldDataTraits<bool> : public FieldTraitsRecurseBase<bool> {
     static const DataType& getType();
     static const Char8* getSName() { return "SFBool"; }
     static const Char8* getMName() { return "MFBool"; }
@@ -161,8 +162,7 @@ OSG_BASE_DLLMAPPING FieldContainerPtr osgContainerOfId(UInt32 id);
 OSG_BASE_DLLMAPPING const Char8* osgInternName(const std::string& name);
 
 template <class BasePtr, class FC>
-struct FieldDataTraits<FCPtr<BasePtr, FC>>
-    : public FieldTraitsRecurseBase<FCPtr<BasePtr, FC>> {
+struct FieldDataTraits<FCPtr<BasePtr, FC>> : public FieldTraitsRecurseBase<FCPtr<BasePtr, FC>> {
     typedef FCPtr<BasePtr, FC> Pointer;
     typedef FieldTraitsRecurseBase<Pointer> Base;
 

@@ -16,29 +16,18 @@ OSG_BASE_DLLMAPPING bool osgInit(Int32 argc, Char8** argv, UInt16 major = 1, UIn
 /// Ends it. Named threads that still run are waited for.
 OSG_BASE_DLLMAPPING bool osgExit();
 
-template <class T>
-inline const T& osgMin(const T& a, const T& b) {
-    return b < a ? b : a;
-}
-template <class T>
-inline const T& osgMax(const T& a, const T& b) {
-    return a < b ? b : a;
-}
-template <class T>
-inline T osgabs(T a) {
-    return a < T(0) ? -a : a;
-}
-template <class T>
-inline T osgsqrt(T a) {
-    return std::sqrt(a);
-}
+template <class T> inline const T& osgMin(const T& a, const T& b) { return b < a ? b : a; }
+template <class T> inline const T& osgMax(const T& a, const T& b) { return a < b ? b : a; }
+template <class T> inline T osgabs(T a) { return a < T(0) ? -a : a; }
+template <class T> inline T osgsqrt(T a) { return std::sqrt(a); }
 inline Real32 osgdegree2rad(Real32 degrees) { return degrees * Real32(Pi / 180.0); }
 inline Real32 osgrad2degree(Real32 radians) { return radians * Real32(180.0 / Pi); }
 inline bool osgispower2(UInt32 n) { return n != 0 && (n & (n - 1)) == 0; }
 /// The lowest power of two that is at least n; 1 for 0.
 inline UInt32 osgnextpower2(UInt32 n) {
     UInt32 power = 1;
-    while (power < n && power != 0x80000000u) power *= 2;
+    while (power < n && power != 0x80000000u)
+        power *= 2;
     return power;
 }
 

@@ -16,23 +16,21 @@ class OSG_BASE_DLLMAPPING BinaryDataHandler {
     void put(const void* source, UInt32 bytes) { write(source, bytes); }
     void get(void* target, UInt32 bytes) { read(target, bytes); }
 
-    template <class T>
-    void putValue(const T& value) {
+    template <class T> void putValue(const T& value) {
         static_assert(std::is_arithmetic_v<T>, "numbers only");
         write(&value, sizeof(T));
     }
-    template <class T>
-    void getValue(T& value) {
+    template <class T> void getValue(T& value) {
         static_assert(std::is_arithmetic_v<T>, "numbers only");
         read(&value, sizeof(T));
     }
-    template <class T>
-    void putValues(const T* values, UInt32 count) {
-        for (UInt32 i = 0; i < count; ++i) putValue(values[i]);
+    template <class T> void putValues(const T* values, UInt32 count) {
+        for (UInt32 i = 0; i < count; ++i)
+            putValue(values[i]);
     }
-    template <class T>
-    void getValues(T* values, UInt32 count) {
-        for (UInt32 i = 0; i < count; ++i) getValue(values[i]);
+    template <class T> void getValues(T* values, UInt32 count) {
+        for (UInt32 i = 0; i < count; ++i)
+            getValue(values[i]);
     }
     void putValue(const std::string& text);
     void getValue(std::string& text);

@@ -11,8 +11,7 @@
 OSG_BEGIN_NAMESPACE
 
 /// What Color3 and Color4 share.
-template <class T, UInt32 N, class Self>
-class ColorBase {
+template <class T, UInt32 N, class Self> class ColorBase {
   public:
     typedef T ValueType;
 
@@ -27,7 +26,8 @@ class ColorBase {
             const T a = _values[i];
             const T b = other[i];
             // Written so that a NaN is unequal.
-            if (!((a < b ? b - a : a - b) <= tolerance)) return false;
+            if (!((a < b ? b - a : a - b) <= tolerance))
+                return false;
         }
         return true;
     }
@@ -35,15 +35,23 @@ class ColorBase {
     bool operator!=(const Self& other) const { return !(*this == other); }
     bool operator<(const Self& other) const {
         for (UInt32 i = 0; i < N; ++i) {
-            if (_values[i] < other[i]) return true;
-            if (other[i] < _values[i]) return false;
+            if (_values[i] < other[i])
+                return true;
+            if (other[i] < _values[i])
+                return false;
         }
         return false;
     }
 
-    Self operator+(const Self& other) const { return zip(other, [](T a, T b) { return a + b; }); }
-    Self operator-(const Self& other) const { return zip(other, [](T a, T b) { return a - b; }); }
-    Self operator*(const Self& other) const { return zip(other, [](T a, T b) { return a * b; }); }
+    Self operator+(const Self& other) const {
+        return zip(other, [](T a, T b) { return a + b; });
+    }
+    Self operator-(const Self& other) const {
+        return zip(other, [](T a, T b) { return a - b; });
+    }
+    Self operator*(const Self& other) const {
+        return zip(other, [](T a, T b) { return a * b; });
+    }
     Self operator*(T factor) const {
         return zip(self(), [factor](T a, T) { return a * factor; });
     }
@@ -56,13 +64,11 @@ class ColorBase {
     Self& operator/=(T divisor) { return self() = *this / divisor; }
 
   protected:
-    template <class... Ts>
-    explicit constexpr ColorBase(Ts... values) : _values{values...} {}
+    template <class... Ts> explicit constexpr ColorBase(Ts... values) : _values{values...} {}
     Self& self() { return static_cast<Self&>(*this); }
     const Self& self() const { return static_cast<const Self&>(*this); }
 
-    template <class F>
-    Self zip(const Self& other, F combine) const {
+    template <class F> Self zip(const Self& other, F combine) const {
         Self result;
         for (UInt32 i = 0; i < N; ++i) {
             result[i] = static_cast<T>(combine(_values[i], other[i]));
@@ -73,8 +79,7 @@ class ColorBase {
     T _values[N];
 };
 
-template <class T>
-class Color3 : public ColorBase<T, 3, Color3<T>> {
+template <class T> class Color3 : public ColorBase<T, 3, Color3<T>> {
     typedef ColorBase<T, 3, Color3<T>> Base;
 
   public:
@@ -94,11 +99,9 @@ class Color3 : public ColorBase<T, 3, Color3<T>> {
     T* getValues() { return this->_values; }
     const T* getValues() const { return this->_values; }
 };
-template <class T>
-const Color3<T> Color3<T>::Null{};
+template <class T> const Color3<T> Color3<T>::Null{};
 
-template <class T>
-class Color4 : public ColorBase<T, 4, Color4<T>> {
+template <class T> class Color4 : public ColorBase<T, 4, Color4<T>> {
     typedef ColorBase<T, 4, Color4<T>> Base;
 
   public:
@@ -119,13 +122,13 @@ class Color4 : public ColorBase<T, 4, Color4<T>> {
     T* getValues() { return this->_values; }
     const T* getValues() const { return this->_values; }
 };
-template <class T>
-const Color4<T> Color4<T>::Null{};
+template <class T> const Color4<T> Color4<T>::Null{};
 
 /// Components separated by ", ".
 template <class T, UInt32 N, class Self>
 std::ostream& operator<<(std::ostream& out, const ColorBase<T, N, Self>& color) {
-    for (UInt32 i = 0; i < N; ++i) out << (i == 0 ? "" : ", ") << +color[i];
+    for (UInt32 i = 0; i < N; ++i)
+        out << (i == 0 ? "" : ", ") << +color[i];
     return out;
 }
 

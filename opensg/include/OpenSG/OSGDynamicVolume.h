@@ -36,12 +36,8 @@ class OSG_BASE_DLLMAPPING DynamicVolume : public Volume {
     bool intersect(const Line& line, Real32& enter, Real32& exit) const override {
         return getInstance().intersect(line, enter, exit);
     }
-    bool intersect(const Volume& volume) const override {
-        return getInstance().intersect(volume);
-    }
-    bool isOnSurface(const Pnt3f& point) const override {
-        return getInstance().isOnSurface(point);
-    }
+    bool intersect(const Volume& volume) const override { return getInstance().intersect(volume); }
+    bool isOnSurface(const Pnt3f& point) const override { return getInstance().isOnSurface(point); }
     void transform(const Matrix& matrix) override;
 
     bool operator==(const DynamicVolume& other) const;

@@ -88,22 +88,18 @@ class OSG_BASE_DLLMAPPING ContainerAllocator {
                                   const FieldContainerPtr& source);
     static void destroy(const FieldContainerPtrBase& container);
 
-    template <class T>
-    static typename T::Ptr makeNew() {
+    template <class T> static typename T::Ptr makeNew() {
         return T::Ptr::ofKnownClass(make(sizeof(T), &constructNew<T>, FieldContainerPtr()));
     }
-    template <class T>
-    static FieldContainerPtr makeCopy(const T& source) {
+    template <class T> static FieldContainerPtr makeCopy(const T& source) {
         return make(sizeof(T), &constructCopy<T>, FieldContainerPtr(source));
     }
 
   private:
-    template <class T>
-    static void constructNew(void* place, const FieldContainer*) {
+    template <class T> static void constructNew(void* place, const FieldContainer*) {
         ::new (place) T();
     }
-    template <class T>
-    static void constructCopy(void* place, const FieldContainer* source) {
+    template <class T> static void constructCopy(void* place, const FieldContainer* source) {
         ::new (place) T(*static_cast<const T*>(source));
     }
 };
@@ -115,23 +111,19 @@ bool FCPtr<BasePtr, FC>::isOfClass(const FieldContainerPtrBase& untyped) {
 }
 
 /// Name of a class: its text, or for a template over a description what the description says.
-template <class C, class = void>
-struct ContainerClassName {
+template <class C, class = void> struct ContainerClassName {
     static const Char8* of(const Char8* text) { return text; }
 };
-template <class C>
-struct ContainerClassName<C, std::void_t<typename C::PropertyDesc>> {
+template <class C> struct ContainerClassName<C, std::void_t<typename C::PropertyDesc>> {
     static const Char8* of(const Char8*) { return C::PropertyDesc::getTypeName(); }
 };
 
-#define OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                           \
+#define OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                            \
   public:                                                                                          \
     typedef PARENT Inherited;                                                                      \
     typedef PTR Ptr;                                                                               \
     typedef PTR PtrType;                                                                           \
-    static const OSG::Char8* getClassName() {                                                      \
-        return OSG::ContainerClassName<CLASS>::of(#CLASS);                                         \
-    }                                                                                              \
+    static const OSG::Char8* getClassName() { return OSG::ContainerClassName<CLASS>::of(#CLASS); } \
     static OSG::FieldContainerType& getClassType();                                                \
     static OSG::UInt32 getClassTypeId() { return getClassType().getId(); }                         \
     static OSG::UInt16 getClassGroupId() { return getClassType().getGroupId(); }                   \
@@ -156,8 +148,7 @@ struct ContainerClassName<C, std::void_t<typename C::PropertyDesc>> {
     static constexpr OSG::UInt32 NAME##FieldId = ID;                                               \
     static constexpr OSG::BitVector NAME##FieldMask = OSG::BitVector(1) << ID;
 
-template <class C, class F, F C::*member>
-Field* fieldOfContainer(FieldContainer& container) {
+template <class C, class F, F C::*member> Field* fieldOfContainer(FieldContainer& container) {
     return &(static_cast<C&>(container).*member);
 }
 

@@ -105,8 +105,7 @@ class OSG_BASE_DLLMAPPING FieldContainerPtr : public FieldContainerPtrBase {
 
     FieldContainerPtr() = default;
     FieldContainerPtr(const NullFieldContainerPtr&) {}
-    explicit FieldContainerPtr(const FieldContainerPtrBase& other)
-        : FieldContainerPtrBase(other) {}
+    explicit FieldContainerPtr(const FieldContainerPtrBase& other) : FieldContainerPtrBase(other) {}
     explicit FieldContainerPtr(const FieldContainer& container);
     FieldContainerPtr& operator=(const NullFieldContainerPtr&) { return *this = ObjectType(); }
 
@@ -114,8 +113,7 @@ class OSG_BASE_DLLMAPPING FieldContainerPtr : public FieldContainerPtrBase {
     FieldContainer& operator*() const { return *getCPtr(); }
     FieldContainer* getCPtr() const { return reinterpret_cast<FieldContainer*>(currentCopy()); }
 
-    template <class In>
-    static FieldContainerPtr dcast(const In& in) {
+    template <class In> static FieldContainerPtr dcast(const In& in) {
         return FieldContainerPtr(static_cast<const FieldContainerPtrBase&>(in));
     }
     static FieldContainerPtr dcast(const NullFieldContainerPtr&) { return ObjectType(); }
@@ -131,8 +129,7 @@ class OSG_BASE_DLLMAPPING FieldContainerPtr : public FieldContainerPtrBase {
 
 /// Pointer to a container of class FC; derives from the pointer of FC's base class, so that
 /// upcasts are implicit. Downcasts go through dcast, which gives null for another class.
-template <class BasePtr, class FC>
-class FCPtr : public BasePtr {
+template <class BasePtr, class FC> class FCPtr : public BasePtr {
   public:
     typedef FC StoredObjectType;
     typedef FCPtr ObjectType;
@@ -148,8 +145,7 @@ class FCPtr : public BasePtr {
     FC& operator*() const { return *getCPtr(); }
     FC* getCPtr() const { return reinterpret_cast<FC*>(this->currentCopy()); }
 
-    template <class In>
-    static FCPtr dcast(const In& in) {
+    template <class In> static FCPtr dcast(const In& in) {
         // A pointer that already has this class (or one derived from it) needs no look at the
         // object; the others ask its dynamic type.
         if constexpr (std::is_convertible_v<const In&, const FCPtr&>) {
@@ -213,14 +209,10 @@ class OSG_BASE_DLLMAPPING CPEditor {
 #define CPEdit(fc, mask) OSG::CPEditor fc##Editor(fc, mask)
 #define CPEditAll(fc) OSG::CPEditor fc##Editor(fc, OSG::FieldBits::AllFields)
 
-template <class OutPtr, class InPtr>
-OutPtr dynamic_fcptr_cast(const InPtr& in) {
+template <class OutPtr, class InPtr> OutPtr dynamic_fcptr_cast(const InPtr& in) {
     return OutPtr::dcast(in);
 }
-template <class Ptr>
-auto getCPtr(const Ptr& pointer) {
-    return pointer.getCPtr();
-}
+template <class Ptr> auto getCPtr(const Ptr& pointer) { return pointer.getCPtr(); }
 inline UInt32 getRefCount(const FieldContainerPtrBase& pointer) { return pointer.getRefCount(); }
 inline UInt32 getContainerId(const FieldContainerPtrBase& pointer) {
     return pointer.getFieldContainerId();

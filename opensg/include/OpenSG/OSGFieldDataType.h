@@ -13,16 +13,14 @@
 
 OSG_BEGIN_NAMESPACE
 
-template <class T>
-struct FieldDataTraits;
+template <class T> struct FieldDataTraits;
 
 /// Whether T is a container pointer.
 template <class T>
 inline constexpr bool osgIsContainerPtr = std::is_base_of_v<FieldContainerPtrBase, T>;
 
 /// The pointer in a field element; null for elements that are none.
-template <class T>
-FieldContainerPtr osgPointerOf(const T& value, UInt32 index) {
+template <class T> FieldContainerPtr osgPointerOf(const T& value, UInt32 index) {
     if constexpr (osgIsContainerPtr<T>) {
         return index == 0 ? FieldContainerPtr::dcast(value) : FieldContainerPtr();
     } else {
@@ -32,11 +30,10 @@ FieldContainerPtr osgPointerOf(const T& value, UInt32 index) {
 
 /// Exact equality of field elements. Vectors, colours and matrices have a tolerant ==, so plain
 /// memory is compared by its bytes.
-template <class T>
-bool osgSameValue(const T& a, const T& b) {
+template <class T> bool osgSameValue(const T& a, const T& b) {
     if constexpr (!osgIsContainerPtr<T> && std::is_trivially_copyable_v<T>) {
-        return std::memcmp(static_cast<const void*>(&a), static_cast<const void*>(&b),
-                           sizeof(T)) == 0;
+        return std::memcmp(static_cast<const void*>(&a), static_cast<const void*>(&b), sizeof(T)) ==
+               0;
     } else {
         return a == b;
     }
@@ -44,8 +41,7 @@ bool osgSameValue(const T& a, const T& b) {
 
 /// What most specialisations share: the array forms call the element forms; an element without a
 /// binary form of its own travels as text.
-template <class T>
-struct FieldTraitsRecurseBase {
+template <class T> struct FieldTraitsRecurseBase {
     typedef const T& ArgumentType;
     enum { ToStringConvertable = 1, FromStringConvertable = 2 };
 
@@ -56,12 +52,14 @@ struct FieldTraitsRecurseBase {
     }
     static UInt32 getBinSize(const T* values, UInt32 count) {
         UInt32 bytes = 0;
-        for (UInt32 i = 0; i < count; ++i) bytes += FieldDataTraits<T>::getBinSize(values[i]);
+        for (UInt32 i = 0; i < count; ++i)
+            bytes += FieldDataTraits<T>::getBinSize(values[i]);
         return bytes;
     }
     static void copyToBin(BinaryDataHandler& out, const T& value) { out.putValue(textOf(value)); }
     static void copyToBin(BinaryDataHandler& out, const T* values, UInt32 count) {
-        for (UInt32 i = 0; i < count; ++i) FieldDataTraits<T>::copyToBin(out, values[i]);
+        for (UInt32 i = 0; i < count; ++i)
+            FieldDataTraits<T>::copyToBin(out, values[i]);
     }
     static void copyFromBin(BinaryDataHandler& in, T& value) {
         std::string text;
@@ -70,7 +68,8 @@ struct FieldTraitsRecurseBase {
         FieldDataTraits<T>::getFromString(value, begin);
     }
     static void copyFromBin(BinaryDataHandler& in, T* values, UInt32 count) {
-        for (UInt32 i = 0; i < count; ++i) FieldDataTraits<T>::copyFromBin(in, values[i]);
+        for (UInt32 i = 0; i < count; ++i)
+            FieldDataTraits<T>::copyFromBin(in, values[i]);
     }
 
   private:
@@ -82,17 +81,18 @@ struct FieldTraitsRecurseBase {
 };
 
 /// For elements that are plain memory (numbers, points, colours, matrices): one block copy.
-template <class T>
-struct FieldTraitsPlainBase : public FieldTraitsRecurseBase<T> {
+template <class T> struct FieldTraitsPlainBase : public FieldTraitsRecurseBase<T> {
     static UInt32 getBinSize(const T&) { return sizeof(T); }
     static UInt32 getBinSize(const T*, UInt32 count) { return count * UInt32(sizeof(T)); }
     static void copyToBin(BinaryDataHandler& out, const T& value) { out.put(&value, sizeof(T)); }
     static void copyToBin(BinaryDataHandler& out, const T* values, UInt32 count) {
-        if (count != 0) out.put(values, count * UInt32(sizeof(T)));
+        if (count != 0)
+            out.put(values, count * UInt32(sizeof(T)));
     }
     static void copyFromBin(BinaryDataHandler& in, T& value) { in.get(&value, sizeof(T)); }
     static void copyFromBin(BinaryDataHandler& in, T* values, UInt32 count) {
-        if (count != 0) in.get(values, count * UInt32(sizeof(T)));
+        if (count != 0)
+            in.get(values, count * UInt32(sizeof(T)));
     }
 };
 

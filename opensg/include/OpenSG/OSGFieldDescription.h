@@ -36,7 +36,7 @@ class OSG_BASE_DLLMAPPING FieldDescription {
     UInt32 _id;
     BitVector _mask;
     bool _internal;
-    FieldAccessMethod _method = nullptr;      ///< exactly one of the two is set
+    FieldAccessMethod _method = nullptr; ///< exactly one of the two is set
     FieldAccessFunction _function = nullptr;
 };
 

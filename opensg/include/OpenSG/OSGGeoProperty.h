@@ -69,8 +69,7 @@ class AbstractGeoProperty : public Attachment, public GeoPropertyArrayInterface 
 };
 
 /// A stored form of a role.
-template <class Desc>
-class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
+template <class Desc> class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
   public:
     typedef AbstractGeoProperty<typename Desc::RoleDesc> Role;
     typedef FCPtr<typename Role::RolePtr, GeoProperty> FormPtr;
@@ -97,9 +96,7 @@ class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
         return _mfGeoPropData.empty() ? nullptr
                                       : reinterpret_cast<UInt8*>(_mfGeoPropData.getValues().data());
     }
-    const UInt8* getData() const override {
-        return const_cast<GeoProperty*>(this)->getData();
-    }
+    const UInt8* getData() const override { return const_cast<GeoProperty*>(this)->getData(); }
     void resize(std::size_t count) override { _mfGeoPropData.resize(count); }
     void clear() override { _mfGeoPropData.clear(); }
     void shrink() override { _mfGeoPropData.shrink_to_fit(); }
@@ -115,7 +112,8 @@ class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
         _mfGeoPropData.push_back(Desc::toStored(value));
     }
     bool insertValue(const GenericType& value, UInt32 index) override {
-        if (index > getSize()) return false;
+        if (index > getSize())
+            return false;
         _mfGeoPropData.insert(_mfGeoPropData.begin() + index, Desc::toStored(value));
         return true;
     }
@@ -127,8 +125,7 @@ class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
 
   protected:
     GeoProperty() = default;
-    GeoProperty(const GeoProperty& other)
-        : Role(other), _mfGeoPropData(other._mfGeoPropData) {}
+    GeoProperty(const GeoProperty& other) : Role(other), _mfGeoPropData(other._mfGeoPropData) {}
 
   private:
     StoredFieldType _mfGeoPropData;
@@ -144,8 +141,7 @@ class GeoProperty : public AbstractGeoProperty<typename Desc::RoleDesc> {
     typedef AbstractGeoProperty<ROLE##PropertyDesc> ROLE;                                          \
     typedef ROLE::RolePtr ROLE##Ptr;                                                               \
     typedef RefPtr<ROLE##Ptr> ROLE##RefPtr;                                                        \
-    template <>                                                                                    \
-    FieldContainerType& ROLE::getClassType();                             \
+    template <> FieldContainerType& ROLE::getClassType();                                          \
     extern template class AbstractGeoProperty<ROLE##PropertyDesc>;
 
 OSG_GEO_ROLE(GeoPositions, Pnt3f)
@@ -161,24 +157,22 @@ OSG_GEO_ROLE(GeoPLengths, UInt32)
 
 /// Points of any component type and dimension: what is missing reads as 0; a fourth component is
 /// dropped on reading, without division, and written as 1.
-template <class Stored>
-struct GeoPositionConversion {
+template <class Stored> struct GeoPositionConversion {
     static Pnt3f toGeneric(const Stored& stored) { return Pnt3f(stored); }
     static Stored toStored(const Pnt3f& value) {
         Stored stored(value);
-        if constexpr (Stored::Dim == 4) stored[3] = 1;
+        if constexpr (Stored::Dim == 4)
+            stored[3] = 1;
         return stored;
     }
 };
-template <>
-struct GeoPositionConversion<Pnt3f> {
+template <> struct GeoPositionConversion<Pnt3f> {
     static const Pnt3f& toGeneric(const Pnt3f& stored) { return stored; }
     static const Pnt3f& toStored(const Pnt3f& value) { return value; }
 };
 
 /// Integers spread over -1 to 1.
-template <class Stored, UInt32 range>
-struct GeoIntegerNormalConversion {
+template <class Stored, UInt32 range> struct GeoIntegerNormalConversion {
     static Vec3f toGeneric(const Stored& stored) {
         Vec3f value;
         for (UInt32 i = 0; i < 3; ++i) {
@@ -230,24 +224,20 @@ struct GeoColor4ubConversion {
 };
 
 /// The first two components; the others are written as 0.
-template <class Stored>
-struct GeoTexCoordConversion {
+template <class Stored> struct GeoTexCoordConversion {
     static Vec2f toGeneric(const Stored& stored) { return Vec2f(stored); }
     static Stored toStored(const Vec2f& value) { return Stored(value); }
 };
-template <>
-struct GeoTexCoordConversion<Vec2f> {
+template <> struct GeoTexCoordConversion<Vec2f> {
     static const Vec2f& toGeneric(const Vec2f& stored) { return stored; }
     static const Vec2f& toStored(const Vec2f& value) { return value; }
 };
-template <class Real>
-struct GeoTexCoord1Conversion {
+template <class Real> struct GeoTexCoord1Conversion {
     static Vec2f toGeneric(Real stored) { return Vec2f(static_cast<Real32>(stored), 0.f); }
     static Real toStored(const Vec2f& value) { return static_cast<Real>(value[0]); }
 };
 
-template <class Stored>
-struct GeoIntegerConversion {
+template <class Stored> struct GeoIntegerConversion {
     static UInt32 toGeneric(Stored stored) { return stored; }
     static Stored toStored(UInt32 value) { return static_cast<Stored>(value); }
 };
@@ -265,8 +255,7 @@ struct GeoIntegerConversion {
     typedef GeoProperty<NAME##PropertyDesc> NAME;                                                  \
     typedef NAME::FormPtr NAME##Ptr;                                                               \
     typedef RefPtr<NAME##Ptr> NAME##RefPtr;                                                        \
-    template <>                                                                                    \
-    FieldContainerType& NAME::getClassType();                             \
+    template <> FieldContainerType& NAME::getClassType();                                          \
     extern template class GeoProperty<NAME##PropertyDesc>;
 
 #define OSG_GEO_ALL_FORMS(FORM)                                                                    \

@@ -108,8 +108,7 @@ class OSG_SYSTEMLIB_DLLMAPPING Geometry : public MaterialDrawable {
     template <class PropertyField, class PropertyPtr>
     void setProperty(PropertyField& field, const PropertyPtr& property, UInt32 fieldId);
     /// Calls `visit` with every property field and its number.
-    template <class Visit>
-    void forEachProperty(Visit visit);
+    template <class Visit> void forEachProperty(Visit visit);
 
     MFUInt16 _mfIndexMapping;
     SFBool _sfDlistCache{true};

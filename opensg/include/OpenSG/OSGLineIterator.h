@@ -18,7 +18,8 @@ class OSG_SYSTEMLIB_DLLMAPPING LineIterator : public PrimitiveIterator {
     void setToEnd() { PrimitiveIterator::setToEnd(); }
     void operator++() {
         ++_line;
-        if (!nextInPrimitive()) nextPrimitive();
+        if (!nextInPrimitive())
+            nextPrimitive();
     }
     void seek(Int32 index);
 
@@ -46,8 +47,8 @@ class OSG_SYSTEMLIB_DLLMAPPING LineIterator : public PrimitiveIterator {
     void nextPrimitive();
 
     Int32 _line = 0;
-    UInt32 _next = 0;        ///< first vertex that is no line's second end yet
-    UInt32 _end[2] = {};     ///< vertex numbers within the primitive
+    UInt32 _next = 0;    ///< first vertex that is no line's second end yet
+    UInt32 _end[2] = {}; ///< vertex numbers within the primitive
 };
 
 OSG_END_NAMESPACE

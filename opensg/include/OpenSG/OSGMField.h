@@ -11,8 +11,7 @@
 OSG_BEGIN_NAMESPACE
 
 /// A field of many values: a vector with the abstract field interface.
-template <class T>
-class MField : public Field {
+template <class T> class MField : public Field {
   public:
     typedef T StoredType;
     typedef std::vector<T> StorageType;
@@ -56,8 +55,7 @@ class MField : public Field {
     void pop_back() { _values.pop_back(); }
     void addValue(const T& value) { _values.push_back(value); }
     iterator insert(const_iterator place, const T& value) { return _values.insert(place, value); }
-    template <class It>
-    void insert(const_iterator place, It first, It last) {
+    template <class It> void insert(const_iterator place, It first, It last) {
         _values.insert(place, first, last);
     }
     iterator erase(const_iterator place) { return _values.erase(place); }
@@ -89,7 +87,8 @@ class MField : public Field {
     bool isEmpty() const override { return _values.empty(); }
 
     void setAbstrValue(const Field& other) override {
-        if (const auto* same = dynamic_cast<const MField*>(&other)) _values = same->_values;
+        if (const auto* same = dynamic_cast<const MField*>(&other))
+            _values = same->_values;
     }
     bool equals(const Field& other) const override {
         const auto* same = dynamic_cast<const MField*>(&other);
@@ -106,7 +105,8 @@ class MField : public Field {
     }
     std::string& getValueByStr(std::string& text) const override {
         for (std::size_t i = 0; i < _values.size(); ++i) {
-            if (i != 0) text += ", ";
+            if (i != 0)
+                text += ", ";
             std::string element;
             FieldDataTraits<T>::putToString(_values[i], element);
             text += element;
@@ -114,13 +114,13 @@ class MField : public Field {
         return text;
     }
     std::string& getValueByStr(std::string& text, UInt32 index) const override {
-        if (index < _values.size()) FieldDataTraits<T>::putToString(_values[index], text);
+        if (index < _values.size())
+            FieldDataTraits<T>::putToString(_values[index], text);
         return text;
     }
 
     UInt32 getBinSize() const override {
-        return UInt32(sizeof(UInt32)) +
-               FieldDataTraits<T>::getBinSize(_values.data(), getSize());
+        return UInt32(sizeof(UInt32)) + FieldDataTraits<T>::getBinSize(_values.data(), getSize());
     }
     void copyToBin(BinaryDataHandler& out) const override {
         out.putValue(getSize());

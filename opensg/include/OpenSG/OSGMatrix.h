@@ -11,8 +11,7 @@
 
 OSG_BEGIN_NAMESPACE
 
-template <class T>
-class TransformationMatrix {
+template <class T> class TransformationMatrix {
   public:
     typedef T ValueType;
     typedef Vector<T, 4> VectorType;
@@ -42,7 +41,8 @@ class TransformationMatrix {
 
     void setIdentity() {
         for (UInt32 c = 0; c < 4; ++c) {
-            for (UInt32 r = 0; r < 4; ++r) _columns[c][r] = c == r ? T(1) : T(0);
+            for (UInt32 r = 0; r < 4; ++r)
+                _columns[c][r] = c == r ? T(1) : T(0);
         }
     }
     void setValue(const TransformationMatrix& other) { *this = other; }
@@ -53,7 +53,8 @@ class TransformationMatrix {
     }
     /// Column by column, or row by row.
     void setValue(const T* values, bool columns = true) {
-        for (UInt32 i = 0; i < 16; ++i) getValues()[i] = values[columns ? i : i % 4 * 4 + i / 4];
+        for (UInt32 i = 0; i < 16; ++i)
+            getValues()[i] = values[columns ? i : i % 4 * 4 + i / 4];
     }
 
     /// These set their own places and leave the rest.
@@ -66,7 +67,8 @@ class TransformationMatrix {
         TransformationMatrix turned;
         rotation.getValue(turned);
         for (UInt32 c = 0; c < 3; ++c) {
-            for (UInt32 r = 0; r < 3; ++r) _columns[c][r] = turned[c][r];
+            for (UInt32 r = 0; r < 3; ++r)
+                _columns[c][r] = turned[c][r];
         }
     }
 
@@ -84,7 +86,8 @@ class TransformationMatrix {
                       const Vector3& scale) {
         setTransform(translation, rotation);
         for (UInt32 c = 0; c < 3; ++c) {
-            for (UInt32 r = 0; r < 3; ++r) _columns[c][r] *= scale[c];
+            for (UInt32 r = 0; r < 3; ++r)
+                _columns[c][r] *= scale[c];
         }
     }
     void setTransform(const Vector3& translation, const QuaternionType& rotation,
@@ -121,9 +124,7 @@ class TransformationMatrix {
     void multLeft(const TransformationMatrix& left) { *this = product(left, *this); }
 
     /// Affine, without division by w; `result` may be the source.
-    void multMatrixPnt(const Point3& source, Point3& result) const {
-        result = affine(source);
-    }
+    void multMatrixPnt(const Point3& source, Point3& result) const { result = affine(source); }
     void multMatrixPnt(Point3& point) const { point = affine(point); }
     void mult(const Point3& source, Point3& result) const { result = affine(source); }
     /// Divides by w.
@@ -131,15 +132,14 @@ class TransformationMatrix {
         const T w = source[0] * _columns[0][3] + source[1] * _columns[1][3] +
                     source[2] * _columns[2][3] + _columns[3][3];
         result = affine(source);
-        if (w != T(0)) result /= w;
+        if (w != T(0))
+            result /= w;
     }
     void multFullMatrixPnt(Point3& point) const { multFullMatrixPnt(Point3(point), point); }
     void multMatrixVec(const Vector3& source, Vector3& result) const { result = turn(source); }
     void multMatrixVec(Vector3& vector) const { vector = turn(vector); }
 
-    T det3() const {
-        return sub3(0, 1, 2, 0, 1, 2);
-    }
+    T det3() const { return sub3(0, 1, 2, 0, 1, 2); }
     T det() const {
         return _columns[0][0] * sub3(1, 2, 3, 1, 2, 3) - _columns[1][0] * sub3(0, 2, 3, 1, 2, 3) +
                _columns[2][0] * sub3(0, 1, 3, 1, 2, 3) - _columns[3][0] * sub3(0, 1, 2, 1, 2, 3);
@@ -152,7 +152,8 @@ class TransformationMatrix {
     bool transposed(TransformationMatrix& result) const {
         TransformationMatrix turned;
         for (UInt32 c = 0; c < 4; ++c) {
-            for (UInt32 r = 0; r < 4; ++r) turned[c][r] = _columns[r][c];
+            for (UInt32 r = 0; r < 4; ++r)
+                turned[c][r] = _columns[r][c];
         }
         result = turned;
         return true;
@@ -161,7 +162,8 @@ class TransformationMatrix {
 
     bool equals(const TransformationMatrix& other, T tolerance) const {
         for (UInt32 c = 0; c < 4; ++c) {
-            if (!_columns[c].equals(other._columns[c], tolerance)) return false;
+            if (!_columns[c].equals(other._columns[c], tolerance))
+                return false;
         }
         return true;
     }
@@ -174,8 +176,8 @@ class TransformationMatrix {
         TransformationMatrix result;
         for (UInt32 c = 0; c < 4; ++c) {
             for (UInt32 r = 0; r < 4; ++r) {
-                result[c][r] = a[0][r] * b[c][0] + a[1][r] * b[c][1] + a[2][r] * b[c][2] +
-                               a[3][r] * b[c][3];
+                result[c][r] =
+                    a[0][r] * b[c][0] + a[1][r] * b[c][1] + a[2][r] * b[c][2] + a[3][r] * b[c][3];
             }
         }
         return result;
@@ -216,7 +218,8 @@ std::ostream& operator<<(std::ostream& out, const TransformationMatrix<T>& matri
     const std::streamsize precision = out.precision();
     out << std::fixed << std::setprecision(3);
     for (UInt32 r = 0; r < 4; ++r) {
-        for (UInt32 c = 0; c < 4; ++c) out << std::setw(8) << matrix[c][r] << ' ';
+        for (UInt32 c = 0; c < 4; ++c)
+            out << std::setw(8) << matrix[c][r] << ' ';
         out << '\n';
     }
     out.flags(flags);

@@ -106,10 +106,10 @@ class OSG_BASE_DLLMAPPING CNodePtr {
 OSG_BASE_DLLMAPPING NodePtr makeNodeFor(const NodeCorePtr& core);
 
 /// A new node with a new core of the given class; `core` receives it if not null.
-template <class Core>
-NodePtr makeCoredNode(typename Core::Ptr* core = nullptr) {
+template <class Core> NodePtr makeCoredNode(typename Core::Ptr* core = nullptr) {
     const typename Core::Ptr made = Core::create();
-    if (core != nullptr) *core = made;
+    if (core != nullptr)
+        *core = made;
     return makeNodeFor(made);
 }
 

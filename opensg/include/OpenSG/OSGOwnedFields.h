@@ -9,8 +9,7 @@
 
 OSG_BEGIN_NAMESPACE
 
-template <class Ptr>
-class OwnedSField : public SField<Ptr> {
+template <class Ptr> class OwnedSField : public SField<Ptr> {
   public:
     OwnedSField() = default;
     OwnedSField(const OwnedSField& other) : SField<Ptr>(other) { addRefCP(this->_value); }
@@ -27,12 +26,12 @@ class OwnedSField : public SField<Ptr> {
     }
 };
 
-template <class Ptr>
-class OwnedMField : public MField<Ptr> {
+template <class Ptr> class OwnedMField : public MField<Ptr> {
   public:
     OwnedMField() = default;
     OwnedMField(const OwnedMField& other) : MField<Ptr>(other) {
-        for (const Ptr& target : this->_values) addRefCP(target);
+        for (const Ptr& target : this->_values)
+            addRefCP(target);
     }
     OwnedMField& operator=(const OwnedMField&) = delete;
     ~OwnedMField() override { dropAll(); }
@@ -49,7 +48,8 @@ class OwnedMField : public MField<Ptr> {
     void dropAll() {
         std::vector<Ptr> targets;
         targets.swap(this->_values);
-        for (Ptr& target : targets) subRefCP(target);
+        for (Ptr& target : targets)
+            subRefCP(target);
     }
 };
 

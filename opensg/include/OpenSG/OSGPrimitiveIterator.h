@@ -16,18 +16,20 @@ struct GeoNumbers {
     UInt32 size = 0;
     UInt32 bytes = 0; ///< of one number; 0: there are none
 
-    template <class PropertyPtr>
-    static GeoNumbers of(const PropertyPtr& property) {
+    template <class PropertyPtr> static GeoNumbers of(const PropertyPtr& property) {
         GeoNumbers numbers;
-        if (property == NullFC) return numbers;
+        if (property == NullFC)
+            return numbers;
         numbers.data = property->getData();
         numbers.size = property->getSize();
         numbers.bytes = property->getFormatSize();
         return numbers;
     }
     UInt32 operator[](UInt32 i) const {
-        if (bytes == 4) return reinterpret_cast<const UInt32*>(data)[i];
-        if (bytes == 2) return reinterpret_cast<const UInt16*>(data)[i];
+        if (bytes == 4)
+            return reinterpret_cast<const UInt32*>(data)[i];
+        if (bytes == 2)
+            return reinterpret_cast<const UInt16*>(data)[i];
         return data[i];
     }
 };
@@ -56,7 +58,8 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
 
     /// Place of the vertex's first index in Indices; -1 without indices.
     Int32 getIndexIndex(Int32 which) const {
-        if (_indices.bytes == 0) return -1;
+        if (_indices.bytes == 0)
+            return -1;
         return static_cast<Int32>((_firstVertex + static_cast<UInt32>(which)) * _stride);
     }
 
@@ -77,9 +80,7 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
 // -1, and the zero value, where a property is absent or not mapped.
 #define OSG_ITERATOR_VALUE(VALUE, PROPERTY, INDEX, TYPE, SLOT)                                     \
     Int32 INDEX(Int32 which) const { return indexOf(SLOT, static_cast<UInt32>(which)); }           \
-    TYPE VALUE(Int32 which) const {                                                                \
-        return valueOf<TYPE>(_geometry->PROPERTY(), INDEX(which));                                 \
-    }
+    TYPE VALUE(Int32 which) const { return valueOf<TYPE>(_geometry->PROPERTY(), INDEX(which)); }
     OSG_ITERATOR_PROPERTIES
 #undef OSG_ITERATOR_VALUE
 
@@ -100,20 +101,23 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
     Int32 indexOf(UInt32 property, UInt32 which) const {
         const Int32 offset = _offsets[property];
         const UInt32 vertex = _firstVertex + which;
-        if (offset == Direct) return static_cast<Int32>(vertex);
-        if (offset == Absent) return -1;
+        if (offset == Direct)
+            return static_cast<Int32>(vertex);
+        if (offset == Absent)
+            return -1;
         const UInt32 place = vertex * _stride + static_cast<UInt32>(offset);
         return place < _indices.size ? static_cast<Int32>(_indices[place]) : -1;
     }
     template <class Value, class PropertyPtr>
     static Value valueOf(const PropertyPtr& property, Int32 index) {
-        if (index < 0 || static_cast<UInt32>(index) >= property->getSize()) return Value();
+        if (index < 0 || static_cast<UInt32>(index) >= property->getSize())
+            return Value();
         return property->getValue(static_cast<UInt32>(index));
     }
 
     GeometryPtr _geometry;
-    UInt32 _primitives = 0;  ///< how many there are
-    UInt32 _primitive = 0;   ///< current one; at end: _primitives
+    UInt32 _primitives = 0; ///< how many there are
+    UInt32 _primitive = 0;  ///< current one; at end: _primitives
     UInt32 _type = 0;
     UInt32 _length = 0;      ///< vertices, never more than the data has
     UInt32 _firstVertex = 0; ///< vertices of all primitives in front
@@ -124,10 +128,10 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
     GeoNumbers _types;
     GeoNumbers _lengths;
     GeoNumbers _indices;
-    UInt32 _stride = 1;       ///< indices per vertex
-    UInt32 _vertices = 0;     ///< vertices that there is data for
-    UInt32 _claimed = 0;      ///< length of the current primitive as Lengths has it
-    Int32 _offsets[12] = {};  ///< per property: place among a vertex's indices, Absent or Direct
+    UInt32 _stride = 1;      ///< indices per vertex
+    UInt32 _vertices = 0;    ///< vertices that there is data for
+    UInt32 _claimed = 0;     ///< length of the current primitive as Lengths has it
+    Int32 _offsets[12] = {}; ///< per property: place among a vertex's indices, Absent or Direct
 };
 
 OSG_END_NAMESPACE

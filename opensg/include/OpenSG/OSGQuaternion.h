@@ -4,12 +4,10 @@
 
 OSG_BEGIN_NAMESPACE
 
-template <class T>
-class TransformationMatrix;
+template <class T> class TransformationMatrix;
 
 /// A rotation as a unit quaternion, stored x, y, z, w. Identity when default constructed.
-template <class T>
-class QuaternionBase {
+template <class T> class QuaternionBase {
   public:
     typedef T ValueType;
 
@@ -38,7 +36,8 @@ class QuaternionBase {
     /// About an axis of any length; identity about a zero axis.
     void setValueAsAxisRad(Vector<T, 3> axis, T radians) {
         const T size = axis.length();
-        if (!(size > static_cast<T>(Eps))) return setIdentity();
+        if (!(size > static_cast<T>(Eps)))
+            return setIdentity();
         const T half = static_cast<T>(radians / T(2));
         const T factor = static_cast<T>(std::sin(half) / size);
         *this = QuaternionBase(axis[0] * factor, axis[1] * factor, axis[2] * factor,
@@ -68,11 +67,13 @@ class QuaternionBase {
             return;
         }
         UInt32 i = m[1][1] > m[0][0] ? 1 : 0;
-        if (m[2][2] > m[i][i]) i = 2;
+        if (m[2][2] > m[i][i])
+            i = 2;
         const UInt32 j = (i + 1) % 3, k = (i + 2) % 3;
         T s = static_cast<T>(std::sqrt(m[i][i] - (m[j][j] + m[k][k]) + T(1)));
         _values[i] = s * T(0.5);
-        if (s != T(0)) s = T(0.5) / s;
+        if (s != T(0))
+            s = T(0.5) / s;
         _values[3] = (m[j][k] - m[k][j]) * s;
         _values[j] = (m[i][j] + m[j][i]) * s;
         _values[k] = (m[i][k] + m[k][i]) * s;
@@ -100,16 +101,20 @@ class QuaternionBase {
 
     T length() const {
         T sum = T(0);
-        for (const T value : _values) sum += value * value;
+        for (const T value : _values)
+            sum += value * value;
         return static_cast<T>(std::sqrt(sum));
     }
     void normalize() {
         const T size = length();
-        if (size < static_cast<T>(Eps)) return;
-        for (T& value : _values) value /= size;
+        if (size < static_cast<T>(Eps))
+            return;
+        for (T& value : _values)
+            value /= size;
     }
     void invert() {
-        for (UInt32 i = 0; i < 3; ++i) _values[i] = -_values[i];
+        for (UInt32 i = 0; i < 3; ++i)
+            _values[i] = -_values[i];
     }
     QuaternionBase inverse() const {
         QuaternionBase inverted(*this);
@@ -131,7 +136,8 @@ class QuaternionBase {
     }
     bool equals(const QuaternionBase& other, T tolerance) const {
         for (UInt32 i = 0; i < 4; ++i) {
-            if (!(osgabs(_values[i] - other._values[i]) <= tolerance)) return false;
+            if (!(osgabs(_values[i] - other._values[i]) <= tolerance))
+                return false;
         }
         return true;
     }

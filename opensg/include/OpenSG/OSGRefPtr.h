@@ -6,8 +6,7 @@ OSG_BEGIN_NAMESPACE
 
 /// Holds one reference on a container for as long as it lives. Taking a plain pointer in is
 /// explicit, giving one out is not.
-template <class Ref>
-class RefPtr {
+template <class Ref> class RefPtr {
   public:
     typedef Ref RefType;
 

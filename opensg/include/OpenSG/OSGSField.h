@@ -6,8 +6,7 @@
 OSG_BEGIN_NAMESPACE
 
 /// A field of one value.
-template <class T>
-class SField : public Field {
+template <class T> class SField : public Field {
   public:
     typedef T StoredType;
 
@@ -32,7 +31,8 @@ class SField : public Field {
     bool isEmpty() const override { return false; }
 
     void setAbstrValue(const Field& other) override {
-        if (const auto* same = dynamic_cast<const SField*>(&other)) _value = same->_value;
+        if (const auto* same = dynamic_cast<const SField*>(&other))
+            _value = same->_value;
     }
     bool equals(const Field& other) const override {
         const auto* same = dynamic_cast<const SField*>(&other);

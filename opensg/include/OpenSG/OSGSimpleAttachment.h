@@ -7,8 +7,7 @@ OSG_BEGIN_NAMESPACE
 /// An attachment of one field. `Desc` supplies, all static: the typedef FieldTypeT, getTypeName(),
 /// getFieldName(), getGroupName(), getParentTypeName(), getInitMethod(), getDesc() and the
 /// one-entry array _desc. OSG_FC_DLLEXPORT_DEF defines and registers the type.
-template <class Desc>
-class SimpleAttachment : public Attachment {
+template <class Desc> class SimpleAttachment : public Attachment {
   public:
     typedef Desc AttachmentDescT;
     typedef typename Desc::FieldTypeT StoredFieldType;

@@ -36,8 +36,7 @@ class OSG_BASE_DLLMAPPING ThreadManager {
     void joinAll();
 
   private:
-    template <class T>
-    using Named = std::map<std::string, std::unique_ptr<T>>;
+    template <class T> using Named = std::map<std::string, std::unique_ptr<T>>;
 
     ThreadManager() = default;
 

@@ -25,7 +25,8 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
     void setToEnd() { PrimitiveIterator::setToEnd(); }
     void operator++() {
         ++_triangle;
-        if (!nextInPrimitive()) nextPrimitive();
+        if (!nextInPrimitive())
+            nextPrimitive();
     }
     void seek(Int32 index);
 
@@ -37,9 +38,7 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
 
 #define OSG_ITERATOR_VALUE(VALUE, PROPERTY, INDEX, TYPE, SLOT)                                     \
     Int32 INDEX(Int32 corner) const { return indexOf(SLOT, _corner[corner]); }                     \
-    TYPE VALUE(Int32 corner) const {                                                               \
-        return valueOf<TYPE>(_geometry->PROPERTY(), INDEX(corner));                                \
-    }
+    TYPE VALUE(Int32 corner) const { return valueOf<TYPE>(_geometry->PROPERTY(), INDEX(corner)); }
     OSG_ITERATOR_PROPERTIES
 #undef OSG_ITERATOR_VALUE
 
@@ -49,9 +48,8 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
     }
     bool operator!=(const TriangleIterator& other) const { return !(*this == other); }
     bool operator<(const TriangleIterator& other) const {
-        return _geometry < other._geometry ||
-               (_geometry == other._geometry && !isAtEnd() &&
-                (other.isAtEnd() || _triangle < other._triangle));
+        return _geometry < other._geometry || (_geometry == other._geometry && !isAtEnd() &&
+                                               (other.isAtEnd() || _triangle < other._triangle));
     }
 
   private:
@@ -62,9 +60,9 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
     void nextPrimitive();
 
     Int32 _triangle = 0;
-    UInt32 _next = 0;           ///< first vertex that no triangle has used yet
-    UInt32 _corner[3] = {};     ///< vertex numbers within the primitive
-    bool _secondHalf = false;   ///< of a quad
+    UInt32 _next = 0;         ///< first vertex that no triangle has used yet
+    UInt32 _corner[3] = {};   ///< vertex numbers within the primitive
+    bool _secondHalf = false; ///< of a quad
 };
 
 OSG_END_NAMESPACE

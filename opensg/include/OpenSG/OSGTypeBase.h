@@ -36,8 +36,7 @@ class OSG_BASE_DLLMAPPING TypeBase {
 /// Type of a field's elements.
 class OSG_BASE_DLLMAPPING DataType : public TypeBase {
   public:
-    explicit DataType(const Char8* name, const Char8* parentName = nullptr,
-                      UInt32 nameSpace = 0);
+    explicit DataType(const Char8* name, const Char8* parentName = nullptr, UInt32 nameSpace = 0);
 };
 
 class Field;

@@ -13,11 +13,9 @@
 
 OSG_BEGIN_NAMESPACE
 
-template <class T, UInt32 N>
-class Vector;
+template <class T, UInt32 N> class Vector;
 
-template <class T, UInt32 N>
-class Point {
+template <class T, UInt32 N> class Point {
   public:
     typedef T ValueType;
     typedef Vector<T, N> VectorType;
@@ -34,13 +32,14 @@ class Point {
         static_assert(N >= 4, "as many values as components");
     }
     explicit Point(const T* values) : _values{} {
-        for (UInt32 i = 0; i < N; ++i) _values[i] = values[i];
+        for (UInt32 i = 0; i < N; ++i)
+            _values[i] = values[i];
     }
     /// Of another component type or dimension: converted, missing components are 0.
-    template <class T2, UInt32 N2,
-              class = std::enable_if_t<!std::is_same_v<T, T2> || N != N2>>
+    template <class T2, UInt32 N2, class = std::enable_if_t<!std::is_same_v<T, T2> || N != N2>>
     explicit Point(const Point<T2, N2>& other) : _values{} {
-        for (UInt32 i = 0; i < N && i < N2; ++i) _values[i] = static_cast<T>(other[i]);
+        for (UInt32 i = 0; i < N && i < N2; ++i)
+            _values[i] = static_cast<T>(other[i]);
     }
 
     T& operator[](UInt32 i) { return _values[i]; }
@@ -59,13 +58,15 @@ class Point {
     void setValue(const T* values) { *this = Point(values); }
     void setNull() { *this = Point(); }
     void negate() {
-        for (T& value : _values) value = static_cast<T>(-value);
+        for (T& value : _values)
+            value = static_cast<T>(-value);
     }
 
     bool isZero() const { return *this == Point(); }
     T maxValue() const {
         T largest = _values[0];
-        for (const T value : _values) largest = osgMax(largest, value);
+        for (const T value : _values)
+            largest = osgMax(largest, value);
         return largest;
     }
     /// Square of the distance, and the distance.
@@ -87,7 +88,8 @@ class Point {
         for (UInt32 i = 0; i < N; ++i) {
             const T d = static_cast<T>(_values[i] - other._values[i]);
             // Written so that a NaN is unequal.
-            if (!(osgabs(d) <= tolerance)) return false;
+            if (!(osgabs(d) <= tolerance))
+                return false;
         }
         return true;
     }
@@ -95,8 +97,10 @@ class Point {
     bool operator!=(const Point& other) const { return !(*this == other); }
     bool operator<(const Point& other) const {
         for (UInt32 i = 0; i < N; ++i) {
-            if (_values[i] < other._values[i]) return true;
-            if (other._values[i] < _values[i]) return false;
+            if (_values[i] < other._values[i])
+                return true;
+            if (other._values[i] < _values[i])
+                return false;
         }
         return false;
     }
@@ -111,19 +115,23 @@ class Point {
     Point operator+(const Vector<T, N>& step) const { return Point(*this) += step; }
     Point operator-(const Vector<T, N>& step) const { return Point(*this) -= step; }
     Point& operator+=(const Vector<T, N>& step) {
-        for (UInt32 i = 0; i < N; ++i) _values[i] = static_cast<T>(_values[i] + step[i]);
+        for (UInt32 i = 0; i < N; ++i)
+            _values[i] = static_cast<T>(_values[i] + step[i]);
         return *this;
     }
     Point& operator-=(const Vector<T, N>& step) {
-        for (UInt32 i = 0; i < N; ++i) _values[i] = static_cast<T>(_values[i] - step[i]);
+        for (UInt32 i = 0; i < N; ++i)
+            _values[i] = static_cast<T>(_values[i] - step[i]);
         return *this;
     }
     Point& operator*=(T factor) {
-        for (T& value : _values) value = static_cast<T>(value * factor);
+        for (T& value : _values)
+            value = static_cast<T>(value * factor);
         return *this;
     }
     Point& operator/=(T divisor) {
-        for (T& value : _values) value = static_cast<T>(value / divisor);
+        for (T& value : _values)
+            value = static_cast<T>(value / divisor);
         return *this;
     }
     Point operator*(T factor) const { return Point(*this) *= factor; }
@@ -133,11 +141,9 @@ class Point {
     T _values[N];
 };
 
-template <class T, UInt32 N>
-const Point<T, N> Point<T, N>::Null{};
+template <class T, UInt32 N> const Point<T, N> Point<T, N>::Null{};
 
-template <class T, UInt32 N>
-class Vector : public Point<T, N> {
+template <class T, UInt32 N> class Vector : public Point<T, N> {
   public:
     typedef Point<T, N> PointType;
     static const Vector Null;
@@ -169,9 +175,11 @@ class Vector : public Point<T, N> {
     /// To length 1; shorter than Eps stays as it is.
     void normalize() {
         const T size = length();
-        if (size < static_cast<T>(Eps)) return;
+        if (size < static_cast<T>(Eps))
+            return;
         const T factor = static_cast<T>(T(1) / size);
-        for (T& value : this->_values) value = static_cast<T>(value * factor);
+        for (T& value : this->_values)
+            value = static_cast<T>(value * factor);
     }
     /// Radians.
     T enclosedAngle(const Vector& other) const {
@@ -188,32 +196,25 @@ class Vector : public Point<T, N> {
     Vector operator-(const Vector& other) const { return Vector(*this) -= other; }
     Vector operator*(T factor) const { return Vector(*this) *= factor; }
     Vector operator/(T divisor) const { return Vector(*this) /= divisor; }
-    Vector& operator+=(const Vector& o) {
-        return static_cast<Vector&>(PointType::operator+=(o));
-    }
-    Vector& operator-=(const Vector& o) {
-        return static_cast<Vector&>(PointType::operator-=(o));
-    }
+    Vector& operator+=(const Vector& o) { return static_cast<Vector&>(PointType::operator+=(o)); }
+    Vector& operator-=(const Vector& o) { return static_cast<Vector&>(PointType::operator-=(o)); }
     Vector& operator*=(T factor) { return static_cast<Vector&>(PointType::operator*=(factor)); }
     Vector& operator/=(T divisor) { return static_cast<Vector&>(PointType::operator/=(divisor)); }
 };
 
-template <class T, UInt32 N>
-const Vector<T, N> Vector<T, N>::Null{};
+template <class T, UInt32 N> const Vector<T, N> Vector<T, N>::Null{};
 
-template <class T, UInt32 N>
-inline Point<T, N> operator*(T factor, const Point<T, N>& point) {
+template <class T, UInt32 N> inline Point<T, N> operator*(T factor, const Point<T, N>& point) {
     return point * factor;
 }
-template <class T, UInt32 N>
-inline Vector<T, N> operator*(T factor, const Vector<T, N>& vector) {
+template <class T, UInt32 N> inline Vector<T, N> operator*(T factor, const Vector<T, N>& vector) {
     return vector * factor;
 }
 
 /// Components separated by ", ".
-template <class T, UInt32 N>
-std::ostream& operator<<(std::ostream& out, const Point<T, N>& point) {
-    for (UInt32 i = 0; i < N; ++i) out << (i == 0 ? "" : ", ") << +point[i];
+template <class T, UInt32 N> std::ostream& operator<<(std::ostream& out, const Point<T, N>& point) {
+    for (UInt32 i = 0; i < N; ++i)
+        out << (i == 0 ? "" : ", ") << +point[i];
     return out;
 }
 

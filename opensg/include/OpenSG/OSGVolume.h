@@ -14,7 +14,8 @@ class OSG_BASE_DLLMAPPING Volume {
 
     bool isValid() const { return has(Valid); }
     void setValid(bool value = true) {
-        if (!isStatic()) put(Valid, value);
+        if (!isStatic())
+            put(Valid, value);
     }
     bool isEmpty() const { return has(Empty); }
     /// An emptied volume is valid and finite again.
@@ -30,7 +31,8 @@ class OSG_BASE_DLLMAPPING Volume {
     bool isInfinite() const { return has(Infinite); }
     void setInfinite(bool value = true) {
         put(Infinite, value);
-        if (value) put(Empty, false);
+        if (value)
+            put(Empty, false);
     }
     bool isUntouchable() const { return isInfinite() || isStatic() || !isValid(); }
     UInt16 getState() const { return _state; }
