@@ -151,18 +151,43 @@ template <typename T> T** arrayOf(std::vector<std::unique_ptr<T>>& items) {
     return array;
 }
 
+/// Formats whose files would be unreadable with anything else in them.
+bool holdsTrianglesOnly(const std::string& extension) {
+    return extension == "stl" || extension == "3ds" || extension == "3mf" || extension == "stp";
+}
+
+/// Whether two corners use one vertex.
+bool sharesVertices(const std::unique_ptr<aiMesh>& mesh) {
+    std::vector<bool> used(mesh->mNumVertices, false);
+    for (unsigned f = 0; f < mesh->mNumFaces; ++f) {
+        for (unsigned i = 0; i < mesh->mFaces[f].mNumIndices; ++i) {
+            const unsigned vertex = mesh->mFaces[f].mIndices[i];
+            if (used[vertex])
+                return true;
+            used[vertex] = true;
+        }
+    }
+    return false;
+}
+
 class assimp_scene {
   public:
     assimp_scene(const image_sources& images, const std::string& path)
-        : images_(images), stem_(path.substr(0, path.rfind('.'))) {}
+        : images_(images), stem_(path.substr(0, path.rfind('.'))),
+          triangles_only_(holdsTrianglesOnly(extensionOf(path))) {}
+
+    /// Whether lines or points had to go.
+    bool leftOut() const { return left_out_; }
 
     std::unique_ptr<aiScene> build(const ::osg::NodePtr& root) {
         auto scene = std::make_unique<aiScene>();
-        scene->mFlags = AI_SCENE_FLAGS_NON_VERBOSE_FORMAT; // vertices are shared by faces
         if (root->getTravMask() != 0)
             scene->mRootNode = addNode(root).release();
         else
             scene->mRootNode = new aiNode("root");
+        // Steps of the exporters refuse the flag where it is not so, and its lack where it is.
+        if (std::any_of(meshes_.begin(), meshes_.end(), sharesVertices))
+            scene->mFlags |= AI_SCENE_FLAGS_NON_VERBOSE_FORMAT;
         scene->mNumMeshes = static_cast<unsigned>(meshes_.size());
         scene->mMeshes = arrayOf(meshes_);
         scene->mNumMaterials = static_cast<unsigned>(materials_.size());
@@ -223,6 +248,10 @@ class assimp_scene {
             meshes_.back()->mName = name != nullptr ? validUtf8(name) : std::string();
         };
         add(flat.triangles, 3);
+        if (triangles_only_) {
+            left_out_ = left_out_ || !flat.lines.empty() || !flat.points.empty();
+            return numbers;
+        }
         add(flat.lines, 2);
         add(flat.points, 1);
         return numbers;
@@ -294,12 +323,14 @@ class assimp_scene {
     std::map<::osg::UInt32, int> material_numbers_;
     std::map<::osg::UInt32, std::string> image_names_;
     std::size_t node_count_ = 0;
+    bool triangles_only_, left_out_ = false;
 };
 
-/// The exporter's id for an extension; of STL and PLY the binary forms. Empty if there is none.
+/// The exporter's id for an extension; of STL the binary form. (That of PLY is misread by the
+/// library's own importer as soon as there are colours.) Empty if there is none.
 std::string formatOf(const Assimp::Exporter& exporter, const std::string& extension) {
-    if (extension == "stl" || extension == "ply")
-        return extension + "b";
+    if (extension == "stl")
+        return "stlb";
     for (std::size_t i = 0; i < exporter.GetExportFormatCount(); ++i) {
         const aiExportFormatDesc* format = exporter.GetExportFormatDescription(i);
         if (format != nullptr && extension == format->fileExtension)
@@ -320,9 +351,10 @@ std::vector<std::string> assimpExtensions() {
     return extensions;
 }
 
-void writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
-                        const std::string& path) {
-    const std::unique_ptr<aiScene> scene = assimp_scene(images, path).build(root);
+std::vector<std::string> writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
+                                            const std::string& path) {
+    assimp_scene builder(images, path);
+    const std::unique_ptr<aiScene> scene = builder.build(root);
     Assimp::Exporter exporter;
     std::string failure;
     exporter.SetIOHandler(new watched_files(failure)); // the exporter deletes it
@@ -332,6 +364,10 @@ void writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
         throw host_error("cannot write '" + name + "': " + failure);
     if (done != aiReturn_SUCCESS)
         throw host_error("cannot write '" + name + "': " + exporter.GetErrorString());
+    if (builder.leftOut())
+        return {"files of the kind '" + extensionOf(path) +
+                "' hold triangles only; lines and points are left out"};
+    return {};
 }
 
 } // namespace morva::host

@@ -19,8 +19,9 @@ namespace morva::host {
 std::vector<std::string> assimpExtensions();
 
 /// Writes the scene below `root` in the format of the path's extension.
-/// errors  host_error: the disk, or a scene that the format cannot hold
-void writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
-                        const std::string& path);
+/// returns  what the format has no place for and was left out, one sentence each
+/// errors   host_error: the disk, or a scene that the format cannot hold
+std::vector<std::string> writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
+                                            const std::string& path);
 
 } // namespace morva::host

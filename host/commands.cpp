@@ -152,7 +152,8 @@ void optimize(const options& chosen) {
     report.verdict = judge(*report.plan, result.get());
     refuseEmpty(*report.after);
     steps.begin("write");
-    writeModel(result.get(), source.images, stage.path());
+    for (std::string& note : writeModel(result.get(), source.images, stage.path()))
+        report.notes.push_back(std::move(note));
     report.output = {chosen.output, stage.commit()};
     steps.end();
 

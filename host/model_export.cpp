@@ -48,7 +48,8 @@ std::string writableExtensions() {
     return text;
 }
 
-void writeModel(const ::osg::NodePtr& root, const image_sources& images, const std::string& path) {
+std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
+                                    const std::string& path) {
     const std::string extension = extensionOf(path);
     try {
         if (extension == "glb" || extension == "gltf")
@@ -56,10 +57,11 @@ void writeModel(const ::osg::NodePtr& root, const image_sources& images, const s
         else if (extension == "osb")
             writeSceneFile(root, path);
         else
-            writeThroughAssimp(root, images, path);
+            return writeThroughAssimp(root, images, path);
     } catch (const std::bad_alloc&) {
         throw host_error("out of memory while writing");
     }
+    return {};
 }
 
 } // namespace morva::host

@@ -4,6 +4,7 @@
 // scene graph, everything else through the import library.
 
 #include <string>
+#include <vector>
 
 #include <OpenSG/OSGNode.h>
 
@@ -18,7 +19,9 @@ bool canWrite(const std::string& path);
 std::string writableExtensions();
 
 /// Writes the scene below `root`; files that belong to it go beside it.
-/// errors  host_error
-void writeModel(const ::osg::NodePtr& root, const image_sources& images, const std::string& path);
+/// returns  what the format has no place for and was left out, one sentence each
+/// errors   host_error
+std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
+                                    const std::string& path);
 
 } // namespace morva::host

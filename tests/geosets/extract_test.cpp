@@ -28,6 +28,20 @@ void expectRows(const tri::rows& expected, const osg_geoset& geoset) {
         ASSERT_EQ(tri::numbersOf(found[i]), tri::numbersOf(expected[i])) << "row " << i;
 }
 
+/// A scene of one geometry below a transform; the root holds it.
+struct placed_scene {
+    placed_scene(const ::osg::GeometryPtr& geometry, const ::osg::Matrix& matrix)
+        : root(::osg::Node::create()) {
+        const ::osg::TransformPtr transform = ::osg::Transform::create();
+        transform->setMatrix(matrix);
+        root->setCore(transform);
+        node = tri::nodeOf(geometry, "part");
+        root->addChild(node);
+    }
+    ::osg::NodeRefPtr root;
+    ::osg::NodePtr node;
+};
+
 class ExtractOracle : public testing::TestWithParam<tri::random_form> {};
 
 TEST_P(ExtractOracle, AgreesWithTheIteratorOverManyNodes) {
@@ -39,13 +53,14 @@ TEST_P(ExtractOracle, AgreesWithTheIteratorOverManyNodes) {
         if (round % 3 == 0)
             geoset.vertex_capacity = rng() % 200; // a budget that may or may not do
         tri::naive_soup expected;
-        for (int node = 0; node < 4; ++node) {
+        for (int i = 0; i < 4; ++i) {
             const ::osg::GeometryPtr geometry = tri::randomTriangles(rng, GetParam());
-            const ::osg::NodeRefPtr holder(tri::nodeOf(geometry));
+            const tri::placement place{rng() % 2 == 0};
+            const placed_scene scene(geometry, place.matrix());
             const bool run_setup = rng() % 4 == 0;
             const unsigned int rogue =
-                extract(holder.get(), geoset, false, false, false, run_setup, false);
-            EXPECT_EQ(rogue, tri::naiveExtract(geometry, expected, false, 0.0F));
+                extract(scene.node, geoset, place.placed, false, false, run_setup, false);
+            EXPECT_EQ(rogue, tri::naiveExtract(geometry, expected, place));
             if (run_setup && morva::osg::getNumberOfTriangles(geometry) > 0)
                 tri::naiveSetup(expected);
             expectRows(expected.vertices, geoset);
@@ -219,20 +234,6 @@ TEST(Extract, RoomThatSetupTookBackComesAgain) {
 }
 
 // ---- world coordinates
-
-/// A scene of one geometry below a transform; the root holds it.
-struct placed_scene {
-    placed_scene(const ::osg::GeometryPtr& geometry, const ::osg::Matrix& matrix)
-        : root(::osg::Node::create()) {
-        const ::osg::TransformPtr transform = ::osg::Transform::create();
-        transform->setMatrix(matrix);
-        root->setCore(transform);
-        node = tri::nodeOf(geometry, "part");
-        root->addChild(node);
-    }
-    ::osg::NodeRefPtr root;
-    ::osg::NodePtr node;
-};
 
 TEST(ExtractToWorld, MovesPositionsAndTurnsNormalsWithoutScalingThem) {
     // Rows: x' = -2 y + 5, y' = 3 x, z' = 4 z - 1: a quarter turn, scaled.

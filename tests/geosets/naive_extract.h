@@ -4,6 +4,7 @@
 // oracle for the fast way.
 
 #include <OpenSG/OSGGeoFunctions.h>
+#include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
@@ -58,9 +59,24 @@ template <typename Set> void addAttribute(bool& has, bool wanted, rows& vertices
     std::for_each(vertices.begin(), vertices.end(), set);
 }
 
-/// Appends a geometry in its own space. Returns the triangles left out.
-inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out, bool write_ids,
-                                 float id) {
+/// Where a scene puts its nodes: doubled in size and moved, which single precision does exactly.
+struct placement {
+    bool placed = false;
+
+    ::osg::Pnt3f point(const ::osg::Pnt3f& p) const {
+        return placed ? ::osg::Pnt3f(2 * p[0] + 8, 2 * p[1] - 4, 2 * p[2] + 0.5F) : p;
+    }
+    ::osg::Vec3f normal(const ::osg::Vec3f& n) const {
+        return !placed || n.length() < 1e-6F ? n : n * (1.0F / n.length());
+    }
+    ::osg::Matrix matrix() const {
+        return ::osg::Matrix(2, 0, 0, 8, 0, 2, 0, -4, 0, 0, 2, 0.5F, 0, 0, 0, 1);
+    }
+};
+
+/// Appends a geometry. Returns the triangles left out.
+inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
+                                 const placement& place) {
     const unsigned int triangles = morva::osg::getNumberOfTriangles(g);
     if (triangles == 0)
         return 0;
@@ -78,19 +94,21 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out, b
     addAttribute(out.secondary, has_secondary, all, [&](corner& c) { c.secondary = white; });
     for (int u = 0; u < 4; ++u)
         addAttribute(out.uv[u], units[u] != ::osg::NullFC, all, [](corner&) {});
-    addAttribute(out.ids, has_ids || write_ids, all, [](corner&) {});
+    addAttribute(out.ids, has_ids, all, [](corner&) {});
 
     unsigned int rogue = 0;
     for (::osg::TriangleIterator it = g->beginTriangles(); it != g->endTriangles(); ++it) {
-        if (morva::osg::is_rogue(it.getPosition(0), it.getPosition(1), it.getPosition(2))) {
+        const ::osg::Pnt3f p[3] = {place.point(it.getPosition(0)), place.point(it.getPosition(1)),
+                                   place.point(it.getPosition(2))};
+        if (morva::osg::is_rogue(p[0], p[1], p[2])) {
             ++rogue;
             continue;
         }
         for (::osg::Int32 k = 0; k < 3; ++k) {
             corner c;
-            c.position = it.getPosition(k);
+            c.position = p[k];
             if (out.normals)
-                c.normal = has_normals ? it.getNormal(k) : up;
+                c.normal = has_normals ? place.normal(it.getNormal(k)) : up;
             if (out.colors)
                 c.color = has_colors ? it.getColor(k) : white;
             if (out.secondary)
@@ -100,7 +118,7 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out, b
             c.uv[2] = it.getTexCoords2(k);
             c.uv[3] = it.getTexCoords3(k);
             if (out.ids)
-                c.id = has_ids ? it.getTexCoords7(k)[0] : id;
+                c.id = has_ids ? it.getTexCoords7(k)[0] : 0.0F;
             all.push_back(c);
         }
     }

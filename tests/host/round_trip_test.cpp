@@ -31,22 +31,26 @@ using morva::host::readModel;
                named("lines", meshNode(row(6, 2))), named("points", meshNode(row(5, 0)))}));
 }
 
-TEST(RoundTrip, EveryFormatKeepsTheTriangles) {
+class RoundTripBy : public testing::TestWithParam<const char*> {};
+
+TEST_P(RoundTripBy, KeepsTheTriangles) {
+    const std::string format = GetParam();
+    const bool whole = format == "glb" || format == "gltf" || format == "osb";
     mesh_choice choice;
+    choice.normals = choice.colors = choice.coordinates = whole;
     const node_ref scene(variedScene());
-    for (const char* name : {"s.glb", "s.gltf", "s.osb", "s.obj", "s.ply", "s.stl", "s.dae"}) {
-        SCOPED_TRACE(name);
-        const temporary_folder folder;
-        const bool whole = std::string(name).find(".g") != std::string::npos ||
-                           std::string(name).find(".osb") != std::string::npos;
-        choice.normals = choice.colors = choice.coordinates = whole;
-        morva::host::writeModel(scene.get(), morva::host::image_sources(), folder.file(name));
-        model again = readModel(folder.file(name));
-        const world_mesh before = worldMesh(scene.get(), choice);
-        const world_mesh after = worldMesh(again.root.get(), choice);
-        EXPECT_EQ(firstDifference(before, after, {1e-4f, 1e-4f, 1e-5f}), "");
-    }
+    const temporary_folder folder;
+    const std::string file = folder.file("s." + format);
+    morva::host::writeModel(scene.get(), morva::host::image_sources(), file);
+    const model again = readModel(file);
+    const world_mesh before = worldMesh(scene.get(), choice);
+    const world_mesh after = worldMesh(again.root.get(), choice);
+    EXPECT_EQ(firstDifference(before, after, {1e-4f, 1e-4f, 1e-5f}), "");
 }
+
+INSTANTIATE_TEST_SUITE_P(, RoundTripBy,
+                         testing::Values("glb", "gltf", "osb", "obj", "ply", "stl", "dae"),
+                         [](const auto& instance) { return std::string(instance.param); });
 
 TEST(RoundTrip, GltfKeepsLinesPointsNodesAndSharedCores) {
     const temporary_folder folder;
