@@ -9,7 +9,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 
 BUILD_PACKAGES="g++ cmake ninja-build libgtest-dev libassimp-dev libcli11-dev nlohmann-json3-dev
-    libstb-dev libboost-filesystem-dev libboost-system-dev assimp-testmodels"
+    libstb-dev libboost-filesystem-dev libboost-system-dev assimp-testmodels python3"
 MODELS=/usr/share/assimp/models
 ENGINE=$MODELS/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb
 JOBS=$(nproc)

@@ -24,7 +24,7 @@ namespace morva::host {
 namespace {
 
 /// Deeper trees would exhaust the stack of recursive passes.
-constexpr unsigned max_depth = 10000;
+constexpr unsigned max_depth = 1000;
 
 ::osg::Matrix matrixOf(const aiNode& source) {
     const aiMatrix4x4& from = source.mTransformation;

@@ -7,7 +7,7 @@ namespace morva::osg {
 
 namespace {
 
-constexpr std::size_t first_slots = 64;
+constexpr std::size_t first_places = 64;
 
 std::uint64_t mixed(std::uint64_t bits) {
     bits ^= bits >> 31;
@@ -41,9 +41,9 @@ const ::osg::Pnt3d* split_points::find(const ::osg::Pnt3d& p, const ::osg::Pnt3d
     if (entries.empty())
         return nullptr;
     const std::uint64_t hash = hashOf(p, q);
-    const std::size_t mask = slots.size() - 1;
-    for (std::size_t slot = hash & mask; slots[slot] != 0; slot = (slot + 1) & mask) {
-        const entry& e = entries[slots[slot] - 1];
+    const std::size_t mask = places.size() - 1;
+    for (std::size_t at = hash & mask; places[at].round == round; at = (at + 1) & mask) {
+        const entry& e = entries[places[at].index];
         if (e.hash != hash)
             continue;
         if ((same(e.p, p) && same(e.q, q)) || (same(e.p, q) && same(e.q, p)))
@@ -54,39 +54,34 @@ const ::osg::Pnt3d* split_points::find(const ::osg::Pnt3d& p, const ::osg::Pnt3d
 
 void split_points::store(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, const ::osg::Pnt3d& cut) {
     const entry added{p, q, cut, hashOf(p, q)};
-    if (2 * (entries.size() + 1) >= slots.size()) {
-        std::vector<std::uint32_t> wider(std::max(first_slots, 2 * slots.size()), 0);
+    if (2 * (entries.size() + 1) < places.size()) {
         entries.push_back(added);
-        slots.swap(wider);
-        for (std::size_t i = 0; i < entries.size(); ++i)
-            place(i);
+        enter(entries.size() - 1);
         return;
     }
+    std::vector<place> wider(std::max(first_places, 2 * places.size()));
     entries.push_back(added);
-    place(entries.size() - 1);
+    places.swap(wider);
+    for (std::size_t i = 0; i < entries.size(); ++i)
+        enter(i);
 }
 
 /// Enters the number of an entry at the first free place from its hash on.
-void split_points::place(std::size_t index) {
-    const std::size_t mask = slots.size() - 1;
-    std::size_t slot = entries[index].hash & mask;
-    while (slots[slot] != 0)
-        slot = (slot + 1) & mask;
-    slots[slot] = static_cast<std::uint32_t>(index + 1);
+void split_points::enter(std::size_t index) {
+    const std::size_t mask = places.size() - 1;
+    std::size_t at = entries[index].hash & mask;
+    while (places[at].round == round)
+        at = (at + 1) & mask;
+    places[at] = {round, static_cast<std::uint32_t>(index)};
 }
 
 void split_points::clear() {
-    if (entries.size() * 8 > slots.size()) {
-        std::fill(slots.begin(), slots.end(), 0U);
-    } else {
-        const std::size_t mask = slots.size() - 1;
-        for (const entry& e : entries) {
-            // What was placed behind this entry for want of room goes as well: all go.
-            for (std::size_t slot = e.hash & mask; slots[slot] != 0; slot = (slot + 1) & mask)
-                slots[slot] = 0;
-        }
-    }
     entries.clear();
+    if (++round != 0)
+        return;
+    // After so many rounds the numbers come again.
+    std::fill(places.begin(), places.end(), place());
+    round = 1;
 }
 
 } // namespace morva::osg

@@ -10,8 +10,9 @@
 // Keys meet exactly, number by number: -0.0 is 0.0, a NaN is like nothing. There is no tolerance,
 // since a seam stays closed only if both sides come to the same bits.
 //
-// A table with open addressing over a list of entries; emptying costs what was stored, not what
-// the table holds, since a build empties it at each node. One thread.
+// A table with open addressing over a list of entries. Emptying it costs next to nothing, since a
+// build does so at each node: places in the table carry the number of the round that filled them.
+// One thread.
 
 #include <cstddef>
 #include <cstdint>
@@ -23,8 +24,8 @@
 
 namespace morva::osg {
 
-/// The cut points of one plane. Invariant: `slots` is empty or a power of two above twice the
-/// number of entries, and holds each entry's number plus 1 once; all else in it is 0.
+/// The cut points of one plane. Invariant: `places` is empty or a power of two above twice the
+/// number of entries, and holds the number of each entry once in the present round.
 class MORVA_API split_points {
   public:
     /// The point stored for the edge between `p` and `q`, in either direction; null if none is.
@@ -45,10 +46,16 @@ class MORVA_API split_points {
         std::uint64_t hash;
     };
 
-    void place(std::size_t index);
+    struct place {
+        std::uint32_t round = 0; ///< taken if that of the table
+        std::uint32_t index = 0; ///< of an entry
+    };
+
+    void enter(std::size_t index);
 
     std::vector<entry> entries;
-    std::vector<std::uint32_t> slots;
+    std::vector<place> places;
+    std::uint32_t round = 1;
 };
 
 } // namespace morva::osg

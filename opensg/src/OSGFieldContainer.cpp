@@ -9,6 +9,7 @@
 
 #include <cstdlib>
 #include <ostream>
+#include <vector>
 
 OSG_BEGIN_NAMESPACE
 
@@ -136,6 +137,30 @@ void ContainerAllocator::destroy(const FieldContainerPtrBase& container) {
     std::free(&head);
 }
 
+namespace {
+
+/// Containers that died while another one is being destroyed by this thread; null outside of it.
+thread_local std::vector<FieldContainerPtrBase>* dyingNext = nullptr;
+
+/// Destroys a container, and then whatever died with it, one after the other: a long chain of
+/// containers needs no deep stack.
+void destroyInTurn(const FieldContainerPtrBase& dying) {
+    if (dyingNext != nullptr) {
+        dyingNext->push_back(dying);
+        return;
+    }
+    std::vector<FieldContainerPtrBase> next{dying};
+    dyingNext = &next;
+    while (!next.empty()) {
+        const FieldContainerPtrBase first = next.back();
+        next.pop_back();
+        ContainerAllocator::destroy(first);
+    }
+    dyingNext = nullptr;
+}
+
+} // namespace
+
 void addRefCP(const FieldContainerPtrBase& container) {
     if (container == NullFC)
         return;
@@ -156,7 +181,7 @@ void subRefCP(const FieldContainerPtrBase& container) {
     // The destructors may reach the variable that was passed; it is null before they run.
     const FieldContainerPtrBase dying = container;
     const_cast<FieldContainerPtrBase&>(container) = FieldContainerPtrBase();
-    ContainerAllocator::destroy(dying);
+    destroyInTurn(dying);
 }
 
 void setRefdCP(FieldContainerPtrBase& target, const FieldContainerPtrBase& value) {

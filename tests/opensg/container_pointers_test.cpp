@@ -77,6 +77,21 @@ TEST(ReferenceCount, SetRefdSwapsTargets) {
     subRefCP(second);
 }
 
+TEST(ReferenceCount, AChainOfAnyLengthDiesWithoutADeepStack) {
+    const NodePtr root = Node::create();
+    addRefCP(root);
+    NodePtr last = root;
+    for (int i = 0; i < 20000; ++i) {
+        const NodePtr child = Node::create();
+        child->addChild(last); // upward, so that no walk to a root is long
+        last = child;
+    }
+    const UInt32 id = root.getFieldContainerId();
+    subRefCP(root); // the chain holds it now
+    subRefCP(last);
+    EXPECT_FALSE(isAlive(id));
+}
+
 TEST(ReferenceCount, IsSafeAcrossThreads) {
     NodePtr node = Node::create();
     addRefCP(node);
