@@ -158,6 +158,65 @@ TEST(GeosetMemory, AddingFailsWholeAtEveryAllocation) {
     }
 }
 
+TEST(GeosetMemory, ACutThatCannotTakeItsSecondPieceIsTakenBack) {
+    osg_geoset geoset;
+    std::vector<::osg::Pnt3f> positions = manyTriangles(1200);
+    positions[0] = ::osg::Pnt3f(0, 0, 0);
+    positions[1] = ::osg::Pnt3f(4, 0, 0);
+    positions[2] = ::osg::Pnt3f(0, 4, 0);
+    tri::fillGeoset(geoset, positions, true);
+    const ::osg::Pnt3f a(0, 0, 0), b(1, 0, 0), c(0, 1, 0);
+    do
+        ASSERT_TRUE(geoset.addObject(a, b, c, 7));
+    while (geoset.size + 2 < geoset.wished_size);
+    geoset.convert();
+    const std::uint64_t size = geoset.size;
+    const tri::rows before = tri::rowsOf(geoset.geometry.get(), 3);
+    int pieces = 7;
+    unsigned long first = 0;
+    const auto told = toldBy([&] {
+        const shortage all(0, 1000);
+        geoset.splitElement(0, 1.0, 0, pieces, first);
+    });
+    EXPECT_EQ(told.first, "");
+    EXPECT_EQ(told.second, "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
+                           "std::bad_alloc\n");
+    EXPECT_EQ(pieces, 0);
+    EXPECT_EQ(geoset.size, size);
+    const tri::rows after = tri::rowsOf(geoset.geometry.get(), 3);
+    for (std::size_t k = 0; k < 3; ++k)
+        EXPECT_EQ(tri::numbersOf(after[k]), tri::numbersOf(before[k]));
+    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+    geoset.setup();
+    EXPECT_EQ(geoset.size, size) << "the piece that was taken back does not come again";
+
+    geoset.splitElement(0, 1.0, 0, pieces, first);
+    EXPECT_EQ(pieces, 2);
+    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+}
+
+TEST(GeosetMemory, AnotherSetupThatFailsLeavesNothingToReadPastTheEnd) {
+    bool failed = true;
+    for (long index = 0; failed; ++index) {
+        ASSERT_LT(index, 100);
+        SCOPED_TRACE(testing::Message() << "allocation " << index);
+        osg_geoset geoset;
+        tri::fillGeoset(geoset, manyTriangles(200), true);
+        geoset.convert();
+        const ::osg::NodeRefPtr more(tri::nodeOf(tri::soup(manyTriangles(900))));
+        const tri::registration_off ids_are_kept;
+        morva::osg::extract(more.get(), geoset, false, false, false, false, false);
+        const auto told = toldBy([&] {
+            const shortage one(index);
+            geoset.setup();
+            failed = shortage::happened();
+        });
+        EXPECT_EQ(tri::broken_rule_of(geoset), "");
+        EXPECT_EQ(failed && told.first.empty(),
+                  told.second == "bad_alloc caught in Geoset.setup(): std::bad_alloc\n");
+    }
+}
+
 TEST(GeosetMemory, SetupAndExtractFailWithOneLineAndStaySound) {
     const unsigned int live = split::liveContainers();
     bool failed = true;
