@@ -6,7 +6,7 @@ programs=$1
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-for program in "$programs"/*_bench; do
+for program in "$programs"/bench_*; do
     echo "== $(basename "$program")"
     "$program" --benchmark_counters_tabular=true
 done
@@ -27,7 +27,7 @@ best_of_five() {
 }
 
 echo "== 16 engines written out: read, optimise, write"
-"$programs/make_engines" 16 "$work/engines.glb"
+"$programs/morva_make_engines" 16 "$work/engines.glb"
 ours=$(best_of_five "$programs/../host/morva" optimize "$work/engines.glb" \
     -o "$work/ours.glb" --quiet)
 theirs=$(best_of_five gltfpack -noq -i "$work/engines.glb" -o "$work/theirs.glb")

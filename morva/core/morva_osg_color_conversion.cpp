@@ -117,19 +117,22 @@ bool bakeableColor(const ::osg::MaterialPtr& material, ::osg::Color4f& color) {
     return colors;
 }
 
-/// Mixes every present colour half and half; the stored alpha stays.
+/// Mixes every present colour half and half.
 void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
-    const auto stored = ::osg::GeoColors4fPtr::dcast(colors);
+    // Writing through the role makes a colour opaque; the stored alpha stays.
+    const auto floats = ::osg::GeoColors4fPtr::dcast(colors);
+    const auto bytes = ::osg::GeoColors4ubPtr::dcast(colors);
     for (::osg::UInt32 i = 0; i < colors->size(); ++i) {
+        const float alpha = floats != ::osg::NullFC ? floats->editField()[i][3] : 0.0F;
+        const ::osg::UInt8 alpha_byte = bytes != ::osg::NullFC ? bytes->editField()[i][3] : 0;
         ::osg::Color3f mixed = colors->getValue(i);
         for (unsigned int k = 0; k < 3; ++k)
             mixed[k] = (mixed[k] + color[k]) * 0.5F;
-        if (stored == ::osg::NullFC) {
-            colors->setValue(mixed, i);
-        } else {
-            const float alpha = stored->editField()[i][3];
-            stored->editField()[i] = ::osg::Color4f(mixed[0], mixed[1], mixed[2], alpha);
-        }
+        colors->setValue(mixed, i);
+        if (floats != ::osg::NullFC)
+            floats->editField()[i][3] = alpha;
+        if (bytes != ::osg::NullFC)
+            bytes->editField()[i][3] = alpha_byte;
     }
 }
 

@@ -193,6 +193,14 @@ template <typename Value> class column_numbering {
     UInt32 hashes[batch_size] = {};
 };
 
+/// New properties, held until a geometry has them.
+struct made_properties {
+    ::osg::RefPtr<::osg::GeoPositions3fPtr> positions;
+    ::osg::RefPtr<::osg::GeoNormals3fPtr> normals;
+    ::osg::RefPtr<::osg::GeoColors3fPtr> colors;
+    ::osg::RefPtr<::osg::GeoTexCoords2fPtr> texcoords, texcoords7;
+};
+
 /// The five properties that are rebuilt, in their one order, and what becomes of them.
 struct five_properties {
     explicit five_properties(const ::osg::GeometryPtr& g)
@@ -228,18 +236,34 @@ struct five_properties {
             texcoords7 = numbered(readBlock(geometry->getTexCoords7()), table, column[4]);
     }
 
-    /// Sets the properties that exist to pick(values, column), in their order.
-    template <typename Pick> void set(const Pick& pick) const {
+    /// Makes the properties that exist, each of pick(values, column).
+    template <typename Pick> made_properties make(const Pick& pick) const {
+        made_properties made;
         if (present[0])
-            geometry->setPositions(propertyOf<::osg::GeoPositions3f>(pick(positions, column[0])));
+            made.positions = propertyOf<::osg::GeoPositions3f>(pick(positions, column[0]));
         if (present[1])
-            geometry->setNormals(propertyOf<::osg::GeoNormals3f>(pick(normals, column[1])));
+            made.normals = propertyOf<::osg::GeoNormals3f>(pick(normals, column[1]));
         if (present[2])
-            geometry->setColors(propertyOf<::osg::GeoColors3f>(pick(colors, column[2])));
+            made.colors = propertyOf<::osg::GeoColors3f>(pick(colors, column[2]));
         if (present[3])
-            geometry->setTexCoords(propertyOf<::osg::GeoTexCoords2f>(pick(texcoords, column[3])));
+            made.texcoords = propertyOf<::osg::GeoTexCoords2f>(pick(texcoords, column[3]));
         if (present[4])
-            geometry->setTexCoords7(propertyOf<::osg::GeoTexCoords2f>(pick(texcoords7, column[4])));
+            made.texcoords7 = propertyOf<::osg::GeoTexCoords2f>(pick(texcoords7, column[4]));
+        return made;
+    }
+
+    /// Replaces the properties that exist, in their order.
+    void set(const made_properties& made) const {
+        if (present[0])
+            geometry->setPositions(made.positions.get());
+        if (present[1])
+            geometry->setNormals(made.normals.get());
+        if (present[2])
+            geometry->setColors(made.colors.get());
+        if (present[3])
+            geometry->setTexCoords(made.texcoords.get());
+        if (present[4])
+            geometry->setTexCoords7(made.texcoords7.get());
     }
 
   private:
@@ -250,10 +274,10 @@ struct five_properties {
     }
 
     template <typename Property, typename Value>
-    static typename Property::PtrType propertyOf(const std::vector<Value>& values) {
-        const typename Property::PtrType property = Property::create();
+    static ::osg::RefPtr<typename Property::PtrType> propertyOf(const std::vector<Value>& values) {
+        const ::osg::RefPtr<typename Property::PtrType> property(Property::create());
         property->editField().resize(values.size());
-        std::copy(values.begin(), values.end(), editSpan(property).begin());
+        std::copy(values.begin(), values.end(), editSpan(property.get()).begin());
         return property;
     }
 };
@@ -382,6 +406,10 @@ void createSharedIndex(::osg::GeometryPtr geometry) {
     five_properties properties(geometry);
     const corner_table table = numberCorners(properties, indices->editField());
 
+    // Everything is made before the geometry changes: without memory it stays as it was.
+    const made_properties made =
+        properties.make([](const auto& values, std::size_t) -> const auto& { return values; });
+
     const ::osg::UInt16 bits[5] = {::osg::Geometry::MapPosition, ::osg::Geometry::MapNormal,
                                    ::osg::Geometry::MapColor, ::osg::Geometry::MapTexCoords,
                                    ::osg::Geometry::MapTexCoords7};
@@ -390,7 +418,7 @@ void createSharedIndex(::osg::GeometryPtr geometry) {
         if (properties.present[i])
             geometry->editMFIndexMapping()->push_back(bits[i]);
     }
-    properties.set([](const auto& values, std::size_t) -> const auto& { return values; });
+    properties.set(made);
     geometry->setIndices(indices.get());
     setTriangleRun(geometry, table.corners);
 }
@@ -404,16 +432,17 @@ void createSingleIndex(::osg::GeometryPtr geometry) {
     const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
     indices->editField().resize(table.corners);
     const std::vector<UInt32> first_corner = numberLines(table, editSpan(indices.get()));
-
-    geometry->editMFIndexMapping()->clear();
-    geometry->setIndices(indices.get());
-    properties.set([&](const auto& values, std::size_t column) {
+    const made_properties made = properties.make([&](const auto& values, std::size_t column) {
         std::decay_t<decltype(values)> picked;
         picked.reserve(first_corner.size());
         for (const UInt32 corner : first_corner)
             picked.push_back(values[table.cell(corner, column)]);
         return picked;
     });
+
+    geometry->editMFIndexMapping()->clear();
+    geometry->setIndices(indices.get());
+    properties.set(made);
     setTriangleRun(geometry, table.corners);
 }
 

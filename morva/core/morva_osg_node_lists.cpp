@@ -58,8 +58,11 @@ class stand_ins {
     }
 
     static bool isFresh(const ::osg::NodePtr& group, const ::osg::NodeCorePtr& core) {
-        return showsCore(group, core) && group->getChild(0)->getNChildren() == 0 &&
-               group->getChild(0)->getTravMask() == ~::osg::UInt32(0);
+        if (!showsCore(group, core))
+            return false;
+        const ::osg::NodePtr child = group->getChild(0);
+        return child->getNChildren() == 0 && child->getTravMask() == ~::osg::UInt32(0) &&
+               child->getSFAttachments()->getValue().empty();
     }
 
     /// Drops the groups that have lost their stand-in; all of them if no other node has the core.

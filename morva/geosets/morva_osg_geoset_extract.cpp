@@ -154,7 +154,7 @@ bool takeOrMake(Slot& slot, const Role& own, bool wanted, std::size_t rows) {
         return false;
     }
     if (wanted)
-        slot.make(rows);
+        slot.make(rows, 3 * rows); // setup() makes a filled one three times as long
     return wanted;
 }
 
@@ -363,11 +363,11 @@ bool moveAhead(source_column<Value>& column, const to_world_move& move, std::uin
 }
 
 /// Most triangles that primitives can give: every one of them, degenerate strip parts included.
-std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices) {
+std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry) {
     std::uint64_t count = 0;
     const ::osg::GeoPTypesPtr types = geometry->getTypes();
     const ::osg::GeoPLengthsPtr lengths = geometry->getLengths();
-    std::uint64_t left = vertices.size();
+    std::uint64_t left = verticesOf(geometry);
     for (::osg::UInt32 i = 0; i < types->size() && i < lengths->size(); ++i) {
         const std::uint64_t length = std::min<std::uint64_t>(lengths->getValue(i), left);
         left -= length;
@@ -381,10 +381,9 @@ std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry, const vertex_str
 
 /// Triangles to make room for. `told` is the count by primitive lengths: it passes over quad
 /// strips, and lengths below 3 or without data make it more than there can be.
-std::uint64_t offeredTriangles(unsigned int told, const ::osg::GeometryPtr& geometry,
-                               const vertex_stream& vertices) {
-    const std::uint64_t most = mostTriangles(geometry, vertices);
-    return told < most || told > vertices.size() ? most : told;
+std::uint64_t offeredTriangles(unsigned int told, const ::osg::GeometryPtr& geometry) {
+    const std::uint64_t most = mostTriangles(geometry);
+    return told < most || told > verticesOf(geometry) ? most : told;
 }
 
 void dropTexCoords(const ::osg::GeometryPtr& geometry) {
@@ -476,11 +475,11 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
                                  unsigned int told, bool toWorld, bool searchMaterial,
                                  bool writeIds, unsigned int& rogue) {
     const ::osg::GeometryPtr core = geometry.get();
-    source_columns from(source);
-    const std::uint64_t offered = corners * offeredTriangles(told, source, from.vertices);
+    const std::uint64_t offered = corners * offeredTriangles(told, source);
     makeRoom(vertex_count + offered);
 
     const open_edit edit(core);
+    source_columns from(source); // after room was made: a property may be source and target
     target_columns target(core, source, from, writeIds, vertex_capacity);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();

@@ -11,7 +11,9 @@
 // remembered property cannot be mistaken for a later one at the same address. One thread.
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
+#include <new>
 #include <type_traits>
 #include <utility>
 
@@ -44,10 +46,15 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
         return true;
     }
 
-    /// Makes a property of the usual form with `rows` rows of zero and turns to it.
-    void make(std::size_t rows) {
+    /// Makes a property of the usual form with `rows` rows of zero and turns to it. Room for
+    /// `later` rows spares a copy when it grows, but may be lacking.
+    void make(std::size_t rows, std::size_t later) {
         follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
-        stored->reserve(3 * rows);                    // what setup() makes of a filled one
+        try {
+            stored->reserve(later);
+        } catch (const std::bad_alloc&) {
+            stored->reserve(rows);
+        }
         stored->resize(rows);
     }
 
@@ -103,8 +110,8 @@ struct geoset_fields {
     positions_slot positions;
     normals_slot normals;
     colors_slot colors, secondary;
-    texcoords_slot texcoords[4]; ///< units 0 to 3
-    ids_slot ids;                ///< unit 7
+    std::array<texcoords_slot, 4> texcoords; ///< units 0 to 3
+    ids_slot ids;                            ///< unit 7
 
     /// Vertices from 0 on whose normals are known to be those of their own triangle alone. None
     /// once positions or normals are another property.

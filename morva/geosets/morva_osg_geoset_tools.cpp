@@ -45,26 +45,29 @@ float_triangle flatTriangle(const ::osg::Pnt3f* corners) {
     return triangle;
 }
 
-/// Resizes all properties of a core.
-void resizeAll(geoset_fields& fields, std::size_t rows) {
-    fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
+/// Resizes all properties of a core; false after one line on standard output if that fails.
+bool triedToResize(geoset_fields& fields, std::size_t rows) {
+    try {
+        fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
+        return true;
+    } catch (...) {
+        std::cout << "Error while resizing FieldContainers." << std::endl;
+        return false;
+    }
 }
 
 /// What ::osg::calcVertexNormals() comes to on triangles without indices: no two have a vertex in
-/// common. Rows behind the triangles are zero.
-void calcFlatNormals(geoset_fields& fields, std::size_t vertices) {
-    fields.normals.get()->resize(0);
-    fields.normals.get()->resize(fields.positions.size());
+/// common. Writes the rows of the triangles only.
+void calcFlatNormals(const positions_slot& positions, normals_slot& normals, std::size_t vertices) {
     for (std::size_t v = 0; v + 2 < vertices; v += 3) {
-        const ::osg::Pnt3f a = fields.positions.value(v);
-        ::osg::Vec3f normal =
-            (fields.positions.value(v + 1) - a).cross(fields.positions.value(v + 2) - a);
+        const ::osg::Pnt3f a = positions.value(v);
+        ::osg::Vec3f normal = (positions.value(v + 1) - a).cross(positions.value(v + 2) - a);
         normal.normalize();
         // The sum over the faces of a vertex begins at zero and is scaled once more.
         normal = ::osg::Vec3f() + normal;
         normal.normalize();
         for (std::size_t k = 0; k < 3; ++k)
-            fields.normals.put(v + k, normal);
+            normals.put(v + k, normal);
     }
 }
 
@@ -76,19 +79,25 @@ bool isFlat(const ::osg::GeometryPtr& core) {
            types->getValue(0) == 4 && lengths != ::osg::NullFC && lengths->size() == 1;
 }
 
-/// Calculates the normals of a core, one per vertex. Its length counts triangles that were offered
-/// and may be more than there are rows.
+/// Calculates the normals of a core, one per vertex and zero behind the triangles. Its length
+/// counts triangles that were offered and may be more than there are rows.
 void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields) {
     if (!isFlat(core)) {
         ::osg::calcVertexNormals(core);
         return;
     }
-    if (core->getNormals() == ::osg::NullFC) {
-        core->setNormals(::osg::GeoNormals3f::create());
-        fields.follow(core);
+    const std::size_t rows = fields.positions.size();
+    const std::size_t vertices = std::min<std::size_t>(core->getLengths()->getValue(0), rows);
+    if (fields.normals.present()) {
+        fields.normals.get()->resize(0);
+        fields.normals.get()->resize(rows);
+        calcFlatNormals(fields.positions, fields.normals, vertices);
+        return;
     }
-    calcFlatNormals(
-        fields, std::min<std::size_t>(core->getLengths()->getValue(0), fields.positions.size()));
+    normals_slot made;
+    made.make(rows, rows);
+    calcFlatNormals(fields.positions, made, vertices);
+    core->setNormals(made.get());
 }
 
 } // namespace
@@ -172,18 +181,11 @@ bool osg_geoset::resizeFieldContainers(unsigned int triangles) {
         return false;
     geoset_fields& present = fields();
     const std::size_t before = present.positions.size() / corners;
-    try {
-        resizeAll(present, std::size_t(corners) * triangles);
+    if (triedToResize(present, std::size_t(corners) * triangles))
         return true;
-    } catch (...) {
-        std::cout << "Error while resizing FieldContainers." << std::endl;
-        resize_failed = true;
-    }
-    try {
-        resizeAll(present, corners * before);
-    } catch (...) { // not a third time: what is too short now is seen by its length
-        std::cout << "Error while resizing FieldContainers." << std::endl;
-    }
+    resize_failed = true;
+    // Not a third time if this fails as well: what is too short then is seen by its length.
+    triedToResize(present, corners * before);
     return false;
 }
 

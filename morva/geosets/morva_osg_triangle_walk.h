@@ -26,6 +26,18 @@
 
 namespace morva::osg {
 
+/// Indices that each vertex has, in a geometry with indices.
+inline std::size_t indicesPerVertex(const ::osg::GeometryPtr& geometry) {
+    return std::max<std::size_t>(1, geometry->getMFIndexMapping()->size());
+}
+
+/// Vertices that there is data for, whatever the lengths claim.
+inline std::size_t verticesOf(const ::osg::GeometryPtr& geometry) {
+    if (geometry->getIndices() != ::osg::NullFC)
+        return geometry->getIndices()->size() / indicesPerVertex(geometry);
+    return geometry->getPositions() != ::osg::NullFC ? geometry->getPositions()->size() : 0;
+}
+
 /// How the vertices of a geometry find their values. Holds the indices as they were when it was
 /// made.
 class vertex_stream {
@@ -35,14 +47,8 @@ class vertex_stream {
 
     explicit vertex_stream(const ::osg::GeometryPtr& geometry)
         : mapping(geometry), indexed(geometry->getIndices() != ::osg::NullFC),
-          block(readBlock(geometry->getIndices())), indices(block.view()) {
-        if (indexed) {
-            stride = std::max<std::size_t>(1, geometry->getMFIndexMapping()->size());
-            count = indices.size() / stride;
-        } else if (geometry->getPositions() != ::osg::NullFC) {
-            count = geometry->getPositions()->size();
-        }
-    }
+          block(readBlock(geometry->getIndices())), indices(block.view()),
+          stride(indicesPerVertex(geometry)), count(verticesOf(geometry)) {}
 
     /// Vertices that there is data for.
     std::size_t size() const { return count; }
@@ -65,10 +71,10 @@ class vertex_stream {
   private:
     ::osg::GeometryPtr mapping;
     bool indexed;
-    decltype(readBlock(::osg::GeoIndicesPtr())) block;
+    property_block<::osg::UInt32> block;
     span<const ::osg::UInt32> indices;
-    std::size_t stride = 1;
-    std::size_t count = 0;
+    std::size_t stride;
+    std::size_t count;
 };
 
 namespace detail {

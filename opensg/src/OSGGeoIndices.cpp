@@ -1,6 +1,8 @@
 #include "OpenSG/OSGGeoFunctions.h"
 #include "OpenSG/OSGPrimitiveIterator.h"
 
+#include "OSGNumberTable.h"
+
 #include <cstring>
 
 OSG_BEGIN_NAMESPACE
@@ -28,60 +30,39 @@ std::vector<element_bytes> propertiesOf(const GeometryPtr& geometry, UInt16 bits
     return properties;
 }
 
-UInt64 mixed(UInt64 hash, UInt64 word) {
-    hash = (hash ^ word) * 0x9E3779B97F4A7C15u;
-    return hash ^ (hash >> 29);
-}
-
-/// An open-addressing table of numbers; what equal means is told by the caller.
-class number_table {
-  public:
-    explicit number_table(std::size_t entries) {
-        std::size_t size = 16;
-        while (size < entries * 2)
-            size *= 2;
-        slots.assign(size, Free);
-    }
-    /// The number that is equal, or `number` itself, which is then entered.
-    template <class Equal> UInt32 findOrEnter(UInt64 hash, UInt32 number, Equal equal) {
-        for (std::size_t i = hash & (slots.size() - 1);; i = (i + 1) & (slots.size() - 1)) {
-            if (slots[i] == Free)
-                return slots[i] = number;
-            if (equal(slots[i]))
-                return slots[i];
-        }
-    }
-
-  private:
-    enum : UInt32 { Free = 0xFFFFFFFFu };
-    std::vector<UInt32> slots;
-};
-
 UInt64 hashElement(const std::vector<element_bytes>& properties, UInt32 index) {
     UInt64 hash = 0;
+    bool hashed = false;
     for (const element_bytes& property : properties) {
         if (index >= property.count)
             continue;
+        hashed = true;
         const UInt8* element = property.data + std::size_t(index) * property.bytes;
         for (UInt32 done = 0; done < property.bytes; done += 4) {
             UInt32 word = 0;
             std::memcpy(&word, element + done, osgMin(property.bytes - done, 4u));
-            hash = mixed(hash, word);
+            hash = osgMixHash(hash, word);
         }
     }
-    return hash;
+    return hashed ? hash : osgMixHash(0, index);
 }
 
+/// Whether two elements have the same bytes in every property. A property too short for both says
+/// nothing; elements that none has are different.
 bool sameElement(const std::vector<element_bytes>& properties, UInt32 a, UInt32 b) {
+    bool compared = false;
     for (const element_bytes& property : properties) {
+        if (a >= property.count && b >= property.count)
+            continue;
         if (a >= property.count || b >= property.count)
             return false;
         if (std::memcmp(property.data + std::size_t(a) * property.bytes,
                         property.data + std::size_t(b) * property.bytes, property.bytes) != 0) {
             return false;
         }
+        compared = true;
     }
-    return true;
+    return compared;
 }
 
 void makeMissingIndex(const GeometryPtr& geometry) {
@@ -96,25 +77,46 @@ void makeMissingIndex(const GeometryPtr& geometry) {
 }
 
 /// Shares equal elements of the properties `bits`, whose index is every `stride`-th from `slot`.
-Int32 shareIndices(const GeometryPtr& geometry, UInt16 bits, UInt32 slot, UInt32 stride) {
-    const std::vector<element_bytes> properties = propertiesOf(geometry, bits);
+Int32 shareIndices(std::vector<UInt32>& indices, const std::vector<element_bytes>& properties,
+                   UInt32 slot, UInt32 stride) {
     if (properties.empty())
         return 0;
-    const GeoIndicesPtr indices = geometry->getIndices();
-    number_table known(indices->getSize() / stride);
+    NumberTable known(indices.size() / stride);
     Int32 changed = 0;
-    for (UInt32 place = slot; place < indices->getSize(); place += stride) {
-        const UInt32 index = indices->getValue(place);
+    for (std::size_t place = slot; place < indices.size(); place += stride) {
+        const UInt32 index = indices[place];
         const UInt32 first =
             known.findOrEnter(hashElement(properties, index), index, [&](UInt32 other) {
                 return other == index || sameElement(properties, index, other);
             });
         if (first == index)
             continue;
-        indices->setValue(first, place);
+        indices[place] = first;
         ++changed;
     }
     return changed;
+}
+
+std::vector<UInt32> valuesOf(const GeoIndicesPtr& indices) {
+    const GeoNumbers numbers = GeoNumbers::of(indices);
+    std::vector<UInt32> values(numbers.size);
+    for (UInt32 i = 0; i < numbers.size; ++i)
+        values[i] = numbers[i];
+    return values;
+}
+
+/// Writes as many values as there are; an index property of other geometries too is left to them.
+void writeIndices(const GeometryPtr& geometry, const std::vector<UInt32>& values) {
+    if (geometry->getIndices()->getParents().size() > 1)
+        geometry->setIndices(geometry->getIndices()->clone());
+    const GeoIndicesPtr indices = geometry->getIndices();
+    const GeoIndicesUI32Ptr plain = GeoIndicesUI32Ptr::dcast(indices);
+    if (plain != NullFC) {
+        plain->editField().setValues(values);
+        return;
+    }
+    for (UInt32 i = 0; i < values.size(); ++i)
+        indices->setValue(values[i], i);
 }
 
 /// Rewrites a property to the elements `picked`, in this order; a missing element is zero.
@@ -141,12 +143,16 @@ Int32 createSharedIndex(GeometryPtr geometry) {
     if (geometry->getIndices() == NullFC)
         return 0;
     const MFUInt16& mapping = *geometry->getMFIndexMapping();
-    if (mapping.empty())
-        return shareIndices(geometry, 0x0FFF, 0, 1);
+    std::vector<UInt32> indices = valuesOf(geometry->getIndices());
     Int32 changed = 0;
+    if (mapping.empty())
+        changed = shareIndices(indices, propertiesOf(geometry, 0x0FFF), 0, 1);
     for (UInt32 entry = 0; entry < mapping.getSize(); ++entry) {
-        changed += shareIndices(geometry, mapping[entry], entry, mapping.getSize());
+        changed +=
+            shareIndices(indices, propertiesOf(geometry, mapping[entry]), entry, mapping.getSize());
     }
+    if (changed != 0)
+        writeIndices(geometry, indices);
     return changed;
 }
 
@@ -167,11 +173,11 @@ Int32 createSingleIndex(GeometryPtr geometry) {
     const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
     std::vector<UInt32>& values = indices->editField().getValues();
     std::vector<UInt32> first_vertex; // of each number
-    number_table known(vertices);
+    NumberTable known(vertices);
     for (UInt32 v = 0; v < vertices; ++v) {
         UInt64 hash = 0;
         for (UInt32 i = 0; i < stride; ++i)
-            hash = mixed(hash, old[v * stride + i]);
+            hash = osgMixHash(hash, old[v * stride + i]);
         const UInt32 fresh = static_cast<UInt32>(first_vertex.size());
         const UInt32 number = known.findOrEnter(hash, fresh, [&](UInt32 other) {
             const UInt32 w = first_vertex[other];
@@ -206,6 +212,44 @@ Int32 createSingleIndex(GeometryPtr geometry) {
     geometry->editMFIndexMapping()->setValues({all_bits});
     geometry->setIndices(indices);
     return static_cast<Int32>(first_vertex.size());
+}
+
+UInt32 calcPrimitiveCount(GeometryPtr geometry, UInt32& triangle, UInt32& line, UInt32& point) {
+    triangle = line = point = 0;
+    if (geometry == NullFC)
+        return 0;
+    for (PrimitiveIterator it(geometry); !it.isAtEnd(); ++it) {
+        const UInt32 length = it.getLength();
+        switch (it.getType()) {
+        case GL_POINTS:
+            point += length;
+            break;
+        case GL_LINES:
+            line += length / 2;
+            break;
+        case GL_LINE_STRIP:
+            line += osgMax(length, 1u) - 1;
+            break;
+        case GL_LINE_LOOP:
+            line += length;
+            break;
+        case GL_TRIANGLES:
+            triangle += length / 3;
+            break;
+        case GL_QUADS:
+            triangle += length / 2;
+            break;
+        case GL_TRIANGLE_STRIP:
+        case GL_TRIANGLE_FAN:
+        case GL_QUAD_STRIP:
+        case GL_POLYGON:
+            triangle += osgMax(length, 2u) - 2;
+            break;
+        default:
+            break;
+        }
+    }
+    return triangle + line + point;
 }
 
 OSG_END_NAMESPACE

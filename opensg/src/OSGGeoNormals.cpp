@@ -3,6 +3,8 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
+#include <map>
 
 OSG_BEGIN_NAMESPACE
 
@@ -48,21 +50,26 @@ std::vector<face> facesOf(const GeometryPtr& geometry) {
     return faces;
 }
 
-GeoNormalsPtr normalsOf(const GeometryPtr& geometry) {
-    if (geometry->getNormals() == NullFC)
+/// The normals to write to: 3f if there are none; a copy if other geometries have them too.
+GeoNormalsPtr ownNormals(const GeometryPtr& geometry) {
+    const GeoNormalsPtr normals = geometry->getNormals();
+    if (normals == NullFC)
         geometry->setNormals(GeoNormals3f::create());
+    else if (normals->getParents().size() > 1)
+        geometry->setNormals(normals->clone());
     return geometry->getNormals();
 }
 
-void writeNormals(const GeoNormalsPtr& property, const std::vector<Vec3f>& values) {
-    const GeoNormals3fPtr plain = GeoNormals3fPtr::dcast(property);
+void writeNormals(const GeometryPtr& geometry, const std::vector<Vec3f>& values) {
+    const GeoNormalsPtr normals = ownNormals(geometry);
+    const GeoNormals3fPtr plain = GeoNormals3fPtr::dcast(normals);
     if (plain != NullFC) {
         plain->editField().setValues(values);
         return;
     }
-    property->resize(values.size());
+    normals->resize(values.size());
     for (UInt32 i = 0; i < values.size(); ++i)
-        property->setValue(values[i], i);
+        normals->setValue(values[i], i);
 }
 
 /// Takes the normals out of every mapping entry.
@@ -96,63 +103,100 @@ incidence facesByPosition(const std::vector<face>& faces, UInt32 positions) {
     return table;
 }
 
-/// Numbers the normals in order of first need; corners of one position with the same faces share.
+/// Numbers the normals in order of first need. Corners of one position with the same faces share.
+///
+/// Which faces a corner averages over is kept as a signature: a bit per face at the position, or
+/// from 65 faces on a hash, which a second look at the faces then confirms.
 class crease_normals {
   public:
     crease_normals(const std::vector<face>& all, UInt32 positions, Real32 crease)
         : faces(all), around(facesByPosition(all, positions)), cosine(std::cos(crease)),
-          shared_at(positions) {}
+          newest_at(positions, None) {}
 
     std::vector<Vec3f> values;
 
     UInt32 ofCorner(UInt32 f, UInt32 k) {
         const UInt32 p = faces[f].position[k];
-        std::vector<UInt32> group;
-        Vec3f sum;
-        for (UInt32 i = around.first[p]; i < around.first[p + 1]; ++i) {
-            const UInt32 other = around.faces[i];
-            if (!group.empty() && group.back() == other)
-                continue; // twice at one position
-            if (other != f && !(faces[f].normal.dot(faces[other].normal) > cosine))
-                continue;
-            group.push_back(other);
-            sum += faces[other].normal;
+        const bool many = around.first[p + 1] - around.first[p] > 64;
+        // Equal normals average over the same faces, unless a face has nothing but itself.
+        const bool typical = many && isMember(f, faces[f].normal, None);
+        const corner_key key{p, bitsOf(faces[f].normal)};
+        if (typical) {
+            const auto found = number_of.find(key);
+            if (found != number_of.end())
+                return found->second;
         }
-        for (const auto& known : shared_at[p]) {
-            if (known.first == group)
-                return known.second;
-        }
-        sum.normalize();
-        values.push_back(sum);
-        const UInt32 number = static_cast<UInt32>(values.size() - 1);
-        shared_at[p].emplace_back(std::move(group), number);
+        const UInt32 number = find(f, p, many);
+        if (typical)
+            number_of.emplace(key, number);
         return number;
     }
     /// A face without area repeats the last normal.
-    UInt32 ofFlatFace() {
-        values.push_back(values.empty() ? Vec3f() : values.back());
+    UInt32 ofFlatFace() { return enter(values.empty() ? Vec3f() : values.back(), None, 0); }
+
+  private:
+    enum : UInt32 { None = 0xFFFFFFFFu };
+    typedef std::pair<UInt32, std::array<UInt32, 3>> corner_key;
+
+    static std::array<UInt32, 3> bitsOf(const Vec3f& normal) {
+        std::array<UInt32, 3> bits;
+        std::memcpy(bits.data(), normal.getValues(), sizeof(bits));
+        return bits;
+    }
+    /// Whether a corner of face `own`, whose normal is `normal`, averages over `other`.
+    bool isMember(UInt32 other, const Vec3f& normal, UInt32 own) const {
+        return other == own || normal.dot(faces[other].normal) > cosine;
+    }
+    /// A face that is twice at a position counts once.
+    bool isRepeated(UInt32 i, UInt32 p) const {
+        return i > around.first[p] && around.faces[i - 1] == around.faces[i];
+    }
+
+    UInt32 find(UInt32 f, UInt32 p, bool many) {
+        UInt64 signature = 0;
+        Vec3f sum;
+        for (UInt32 i = around.first[p]; i < around.first[p + 1]; ++i) {
+            const UInt32 other = around.faces[i];
+            if (isRepeated(i, p) || !isMember(other, faces[f].normal, f))
+                continue;
+            signature = many ? (signature ^ other) * 0x9E3779B97F4A7C15u + 1
+                             : signature | UInt64(1) << (i - around.first[p]);
+            sum += faces[other].normal;
+        }
+        for (UInt32 n = newest_at[p]; n != None; n = older_than[n]) {
+            if (signature_of[n] == signature && (!many || sameFaces(face_of[n], f, p)))
+                return n;
+        }
+        sum.normalize();
+        const UInt32 number = enter(sum, f, signature);
+        older_than[number] = newest_at[p];
+        return newest_at[p] = number;
+    }
+    bool sameFaces(UInt32 a, UInt32 b, UInt32 p) const {
+        for (UInt32 i = around.first[p]; i < around.first[p + 1]; ++i) {
+            const UInt32 other = around.faces[i];
+            if (isMember(other, faces[a].normal, a) != isMember(other, faces[b].normal, b))
+                return false;
+        }
+        return true;
+    }
+    UInt32 enter(const Vec3f& normal, UInt32 f, UInt64 signature) {
+        values.push_back(normal);
+        face_of.push_back(f);
+        signature_of.push_back(signature);
+        older_than.push_back(None);
         return static_cast<UInt32>(values.size() - 1);
     }
 
-  private:
     const std::vector<face>& faces;
     incidence around;
     Real32 cosine;
-    std::vector<std::vector<std::pair<std::vector<UInt32>, UInt32>>> shared_at;
+    std::vector<UInt32> newest_at;          ///< per position: its newest normal; the others follow
+    std::vector<UInt32> older_than;         ///< per normal
+    std::vector<UInt32> face_of;            ///< per normal: the face that first needed it
+    std::vector<UInt64> signature_of;       ///< per normal
+    std::map<corner_key, UInt32> number_of; ///< where many faces meet
 };
-
-/// Without indices no two faces meet: every corner has its face's normal.
-void setUnindexedNormals(const GeometryPtr& geometry) {
-    std::vector<Vec3f> values(geometry->getPositions()->getSize());
-    Vec3f last;
-    for (const face& f : facesOf(geometry)) {
-        if (!f.flat)
-            last = f.normal;
-        for (const UInt32 p : f.position)
-            values[p] = last;
-    }
-    writeNormals(normalsOf(geometry), values);
-}
 
 /// All properties that a single index serves.
 UInt16 bitsOfAllProperties(const GeometryPtr& geometry) {
@@ -165,32 +209,55 @@ UInt16 bitsOfAllProperties(const GeometryPtr& geometry) {
     return bits;
 }
 
-/// Makes room for an index of the normals alone, and returns its place among a vertex's indices.
-UInt32 widenForNormals(const GeometryPtr& geometry) {
+/// Gives the normals an index of their own: `number_of_vertex`, per vertex of all primitives.
+void indexNormals(const GeometryPtr& geometry, const std::vector<UInt32>& number_of_vertex) {
     MFUInt16& mapping = *geometry->editMFIndexMapping();
-    for (UInt32 i = 0; i < mapping.getSize(); ++i) {
-        if (mapping[i] == Geometry::MapNormal)
-            return i;
+    const UInt32 old_stride = osgMax(mapping.getSize(), 1u);
+    UInt32 slot = 0;
+    while (slot < mapping.getSize() && mapping[slot] != Geometry::MapNormal)
+        ++slot;
+    if (slot == mapping.getSize()) {
+        if (mapping.empty())
+            mapping.push_back(bitsOfAllProperties(geometry));
+        unmapNormals(mapping);
+        slot = mapping.getSize();
+        mapping.push_back(Geometry::MapNormal);
     }
-    if (mapping.empty())
-        mapping.push_back(bitsOfAllProperties(geometry));
-    const UInt32 old_stride = mapping.getSize();
-    unmapNormals(mapping);
-    mapping.push_back(Geometry::MapNormal);
 
-    const GeoIndicesPtr old = geometry->getIndices();
-    const GeoNumbers numbers = GeoNumbers::of(old);
-    const GeoIndicesUI32Ptr widened = GeoIndicesUI32::create();
-    const UInt32 vertices = old->getSize() / old_stride;
-    std::vector<UInt32>& values = widened->editField().getValues();
-    values.resize(std::size_t(vertices) * (old_stride + 1));
-    for (UInt32 v = 0; v < vertices; ++v) {
-        for (UInt32 i = 0; i < old_stride; ++i) {
-            values[v * (old_stride + 1) + i] = numbers[v * old_stride + i];
-        }
+    const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
+    const UInt32 stride = mapping.getSize();
+    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    std::vector<UInt32>& values = indices->editField().getValues();
+    values.resize(number_of_vertex.size() * stride);
+    for (std::size_t v = 0; v < number_of_vertex.size(); ++v) {
+        for (UInt32 i = 0; i < old_stride; ++i)
+            values[v * stride + i] = old[static_cast<UInt32>(v * old_stride + i)];
+        values[v * stride + slot] = number_of_vertex[v];
     }
-    geometry->setIndices(widened);
-    return old_stride;
+    geometry->setIndices(indices);
+}
+
+/// Vertices that triangles can have: as many as indices, or positions.
+UInt32 verticesOf(const GeometryPtr& geometry) {
+    if (geometry->getIndices() == NullFC)
+        return geometry->getPositions()->getSize();
+    return geometry->getIndices()->getSize() / osgMax(geometry->getMFIndexMapping()->getSize(), 1u);
+}
+
+/// Writes normals and which of them each vertex has; without indices one per vertex.
+void writeNumbered(const GeometryPtr& geometry, const std::vector<Vec3f>& values,
+                   const std::vector<UInt32>& number_of_vertex) {
+    if (geometry->getIndices() != NullFC) {
+        indexNormals(geometry, number_of_vertex);
+        writeNormals(geometry, values);
+        return;
+    }
+    std::vector<Vec3f> per_vertex(number_of_vertex.size());
+    for (std::size_t v = 0; v < per_vertex.size(); ++v) {
+        if (number_of_vertex[v] < values.size())
+            per_vertex[v] = values[number_of_vertex[v]];
+    }
+    writeNormals(geometry, per_vertex);
 }
 
 } // namespace
@@ -205,39 +272,50 @@ void calcVertexNormals(GeometryPtr geometry) {
     }
     for (Vec3f& sum : sums)
         sum.normalize();
-    writeNormals(normalsOf(geometry), sums);
+    writeNormals(geometry, sums);
 
     MFUInt16& mapping = *geometry->editMFIndexMapping();
     unmapNormals(mapping);
     for (UInt16& entry : mapping) {
-        if ((entry & Geometry::MapPosition) != 0) {
+        if ((entry & Geometry::MapPosition) != 0)
             entry = static_cast<UInt16>(entry | Geometry::MapNormal);
-        }
     }
 }
 
 void calcVertexNormals(GeometryPtr geometry, Real32 creaseAngle) {
     if (creaseAngle >= static_cast<Real32>(Pi))
         return calcVertexNormals(geometry);
-    if (geometry == NullFC || geometry->getPositions() == NullFC)
+    if (geometry == NullFC || geometry->getPositions() == NullFC ||
+        geometry->getPositions()->getSize() < 3) {
         return;
-    if (geometry->getIndices() == NullFC)
-        return setUnindexedNormals(geometry);
-
-    const GeoNormalsPtr normals = normalsOf(geometry);
-    const UInt32 slot = widenForNormals(geometry);
-    const UInt32 stride = geometry->getMFIndexMapping()->getSize();
-    const GeoIndicesPtr indices = geometry->getIndices();
+    }
+    const bool indexed = geometry->getIndices() != NullFC;
     const std::vector<face> faces = facesOf(geometry);
     crease_normals numbered(faces, geometry->getPositions()->getSize(), creaseAngle);
+    // Vertices of no triangle: the first normal if indexed, as any index must be one that exists.
+    std::vector<UInt32> number_of_vertex(verticesOf(geometry), indexed ? 0 : 0xFFFFFFFFu);
     for (UInt32 f = 0; f < faces.size(); ++f) {
-        const UInt32 of_face = faces[f].flat ? numbered.ofFlatFace() : 0;
+        const UInt32 of_flat = faces[f].flat ? numbered.ofFlatFace() : 0;
         for (UInt32 k = 0; k < 3; ++k) {
-            const UInt32 number = faces[f].flat ? of_face : numbered.ofCorner(f, k);
-            indices->setValue(number, faces[f].place[k] * stride + slot);
+            number_of_vertex[faces[f].place[k]] = faces[f].flat ? of_flat : numbered.ofCorner(f, k);
         }
     }
-    writeNormals(normals, numbered.values);
+    writeNumbered(geometry, numbered.values, number_of_vertex);
+}
+
+void calcFaceNormals(GeometryPtr geometry) {
+    if (geometry == NullFC || geometry->getPositions() == NullFC)
+        return;
+    const bool indexed = geometry->getIndices() != NullFC;
+    const std::vector<face> faces = facesOf(geometry);
+    std::vector<Vec3f> values;
+    std::vector<UInt32> number_of_vertex(verticesOf(geometry), indexed ? 0 : 0xFFFFFFFFu);
+    for (const face& f : faces) {
+        for (const UInt32 vertex : f.place)
+            number_of_vertex[vertex] = static_cast<UInt32>(values.size());
+        values.push_back(f.normal);
+    }
+    writeNumbered(geometry, values, number_of_vertex);
 }
 
 OSG_END_NAMESPACE

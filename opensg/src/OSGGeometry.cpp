@@ -48,6 +48,36 @@ template <class Ptr> Attachment& copyInAspect(const Ptr& property, UInt32 aspect
     return *reinterpret_cast<Attachment*>(property.getAspectCPtr(aspect));
 }
 
+/// The comparisons of a box volume, without a call per point.
+struct point_bounds {
+    Pnt3f low, high;
+    bool empty = true;
+
+    void extendBy(const Pnt3f& point) {
+        if (empty)
+            low = high = point;
+        empty = false;
+        for (UInt32 i = 0; i < 3; ++i) {
+            if (point[i] < low[i])
+                low[i] = point[i];
+            if (point[i] > high[i])
+                high[i] = point[i];
+        }
+    }
+};
+
+/// Calls `visit` with the position index of every vertex of every primitive, if below `count`.
+template <class Visit>
+void forUsedPositions(const Geometry& geometry, UInt32 count, const Visit& visit) {
+    for (PrimitiveIterator it = geometry.beginPrimitives(); !it.isAtEnd(); ++it) {
+        for (UInt32 i = 0; i < it.getLength(); ++i) {
+            const UInt32 index = static_cast<UInt32>(it.getPositionIndex(static_cast<Int32>(i)));
+            if (index < count)
+                visit(index);
+        }
+    }
+}
+
 } // namespace
 
 template <class Visit> void Geometry::forEachProperty(Visit visit) {
@@ -209,17 +239,30 @@ LineIterator Geometry::endLines() const {
 }
 
 void Geometry::adjustVolume(Volume& volume) {
+    auto* dynamic = dynamic_cast<DynamicVolume*>(&volume);
+    if (dynamic != nullptr) { // emptied on the outside it would remember what the children said
+        adjustVolume(dynamic->getInstance());
+        dynamic->instanceChanged();
+        return;
+    }
     volume.setEmpty(true);
     const GeoPositionsPtr positions = getPositions();
     if (positions == NullFC)
         return;
-    for (PrimitiveIterator primitive = beginPrimitives(); !primitive.isAtEnd(); ++primitive) {
-        for (UInt32 i = 0; i < primitive.getLength(); ++i) {
-            const Int32 index = primitive.getPositionIndex(static_cast<Int32>(i));
-            if (index >= 0 && static_cast<UInt32>(index) < positions->getSize()) {
-                volume.extendBy(positions->getValue(static_cast<UInt32>(index)));
-            }
-        }
+    const GeoPositions3fPtr plain = GeoPositions3fPtr::dcast(positions);
+    if (plain == NullFC || dynamic_cast<BoxVolume*>(&volume) == nullptr) {
+        forUsedPositions(*this, positions->getSize(),
+                         [&](UInt32 index) { volume.extendBy(positions->getValue(index)); });
+        return;
+    }
+    // A box is the same whether it meets the points one by one or their bounds.
+    const Pnt3f* points = plain->getField().getValues().data();
+    point_bounds bounds;
+    forUsedPositions(*this, plain->getSize(),
+                     [&](UInt32 index) { bounds.extendBy(points[index]); });
+    if (!bounds.empty) {
+        volume.extendBy(bounds.low);
+        volume.extendBy(bounds.high);
     }
 }
 

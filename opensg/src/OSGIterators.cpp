@@ -50,7 +50,7 @@ void PrimitiveIterator::readPrimitive() {
     // Lengths missing: every primitive takes all there is, from the start.
     if (_lengths.bytes == 0)
         _firstVertex = 0;
-    _length = _firstVertex < _vertices ? osgMin(_claimed, _vertices - _firstVertex) : 0;
+    _length = osgMin(_claimed, verticesFromHere());
 }
 
 void PrimitiveIterator::operator++() {
@@ -88,52 +88,27 @@ void TriangleIterator::nextPrimitive() {
 }
 
 bool TriangleIterator::startPrimitive() {
-    const UInt32 least = getType() == GL_QUADS ? 4 : 3;
-    if (getType() < GL_TRIANGLES || getType() > GL_POLYGON || getLength() < least)
+    if (getType() < GL_TRIANGLES || getType() > GL_POLYGON || getLength() < 3)
         return false;
-    _corner[0] = 0;
-    _corner[1] = 1;
-    _corner[2] = 2;
-    _next = 3;
+    _next = 0;
     _secondHalf = false;
-    return true;
+    return startTriangle();
 }
 
+/// Of all types but lone triangles.
 bool TriangleIterator::nextInPrimitive() {
-    switch (getType()) {
-    case GL_TRIANGLES:
-        if (_length - _next < 3)
-            return false;
-        _corner[0] = _next;
-        _corner[1] = _next + 1;
-        _corner[2] = _next + 2;
-        _next += 3;
-        return true;
-    case GL_TRIANGLE_STRIP:
-    case GL_QUAD_STRIP:
+    if (getType() == GL_TRIANGLE_STRIP || getType() == GL_QUAD_STRIP)
         return nextInStrip();
-    case GL_QUADS:
-        if (!_secondHalf) { // the first half used three corners, the fourth is there
-            _corner[1] = _corner[2];
-            _corner[2] = _next++;
-            _secondHalf = true;
-            return true;
-        }
-        if (_length - _next < 4)
-            return false;
-        _corner[0] = _next;
-        _corner[1] = _next + 1;
-        _corner[2] = _next + 2;
-        _next += 3;
-        _secondHalf = false;
-        return true;
-    default: // fan, polygon
-        if (_next >= _length)
-            return false;
-        _corner[1] = _corner[2];
-        _corner[2] = _next++;
-        return true;
+    if (getType() == GL_QUADS) {
+        _secondHalf = !_secondHalf;
+        if (!_secondHalf)
+            return startTriangle();
     }
+    if (_next >= _length)
+        return false;
+    _corner[1] = _corner[2];
+    _corner[2] = _next++;
+    return true;
 }
 
 bool TriangleIterator::nextInStrip() {
@@ -177,7 +152,7 @@ bool LineIterator::startPrimitive() {
 
 bool LineIterator::nextInPrimitive() {
     if (getType() == GL_LINES) {
-        if (_length - _next < 2)
+        if (_next >= _length || verticesFromHere() - _next < 2)
             return false;
         _end[0] = _next;
         _end[1] = _next + 1;

@@ -233,6 +233,17 @@ TEST(Extract, RoomThatSetupTookBackComesAgain) {
     EXPECT_EQ(tri::cornersOf(geoset, 51)[0], ::osg::Pnt3f(98.0F, 0.0F, 0.0F));
 }
 
+TEST(Extract, ASourceThatSharesPropertiesWithTheGeosetIsSafe) {
+    osg_geoset geoset;
+    pour(tri::soup(manyTriangles(40)), geoset, true);
+    const ::osg::NodeRefPtr own(tri::nodeOf(geoset.geometry.get()));
+    EXPECT_EQ(extract(own.get(), geoset, true, false, false, true, false), 0U);
+    EXPECT_GE(geoset.size, 80U);
+    EXPECT_EQ(tri::cornersOf(geoset, 40), tri::cornersOf(geoset, 0));
+    EXPECT_EQ(tri::cornersOf(geoset, 79), tri::cornersOf(geoset, 39));
+    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+}
+
 // ---- world coordinates
 
 TEST(ExtractToWorld, MovesPositionsAndTurnsNormalsWithoutScalingThem) {

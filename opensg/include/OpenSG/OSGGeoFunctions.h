@@ -2,6 +2,9 @@
 
 // Functions that rewrite a whole geometry in place. Null geometries and missing positions are
 // accepted. None needs an edit bracket.
+//
+// Geometries share properties. What a function changes, other geometries keep as it was: normals
+// and indices that they have too are copied first.
 
 #include "OSGGeometry.h"
 
@@ -20,9 +23,20 @@ OSG_SYSTEMLIB_DLLMAPPING void calcVertexNormals(GeometryPtr geometry);
 /// per vertex.
 OSG_SYSTEMLIB_DLLMAPPING void calcVertexNormals(GeometryPtr geometry, Real32 creaseAngle);
 
+/// One normal per triangle, its unit normal. A vertex of several triangles has the last one's. The
+/// index is dealt with as under a crease angle.
+OSG_SYSTEMLIB_DLLMAPPING void calcFaceNormals(GeometryPtr geometry);
+
+/// Counts what the primitives come to by their lengths, degenerate or not.
+///
+/// returns  the sum of the three counts
+OSG_SYSTEMLIB_DLLMAPPING UInt32 calcPrimitiveCount(GeometryPtr geometry, UInt32& triangle,
+                                                   UInt32& line, UInt32& point);
+
 /// Lets vertices whose stored bytes are equal share the index that comes first: per entry of the
 /// mapping, or over all properties if the mapping is empty. A missing index is made, 0, 1, 2, ...
-/// Properties keep their length.
+/// Properties keep their length. One that is too short for both of two vertices does not tell them
+/// apart; vertices that no property has stay as they are.
 ///
 /// returns  how many indices were changed; -1 for null
 OSG_SYSTEMLIB_DLLMAPPING Int32 createSharedIndex(GeometryPtr geometry);
@@ -45,8 +59,8 @@ OSG_SYSTEMLIB_DLLMAPPING Int32 createSingleIndex(GeometryPtr geometry);
 /// stripifyIsolatedTris lone triangles become strips too
 /// returns  indices before stitching; 0 if nothing could be built or no position or index exists.
 ///          The geometry is rewritten only if this is less than what it has
-/// method   greedy strips from the triangles with the fewest free neighbours ("Optimized Triangle
-///          Strips", the approach known from SGI's tools)
+/// method   greedy, each strip from a triangle with the fewest free neighbours, the longest of its
+///          three directions (after tomesh by Akeley, Haeberli and Burns, 1990)
 OSG_SYSTEMLIB_DLLMAPPING Int32 createOptimizedPrimitives(
     GeometryPtr geometry, UInt32 iteration = 1, bool createStrips = true, bool createFans = true,
     UInt32 minFanEdgeCount = 16, bool colorCode = false, bool stitchStrips = false,

@@ -1,7 +1,8 @@
 #pragma once
 
 // Walks the lines of a geometry: lines (0 1, 2 3, ...), strips (0 1, 1 2, ...) and loops, which
-// are strips with a line from the last vertex to the first.
+// are strips with a line from the last vertex to the first. A lone vertex at the end of lines pairs
+// with the one behind its primitive, if the geometry has it.
 
 #include "OSGPrimitiveIterator.h"
 

@@ -97,6 +97,11 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
   protected:
     enum : Int32 { Absent = -1, Direct = -2 };
 
+    /// Vertices from the primitive's first to the last of the geometry.
+    UInt32 verticesFromHere() const {
+        return _firstVertex < _vertices ? _vertices - _firstVertex : 0;
+    }
+
     /// Index that vertex `which` of the primitive takes in the property of this slot.
     Int32 indexOf(UInt32 property, UInt32 which) const {
         const Int32 offset = _offsets[property];

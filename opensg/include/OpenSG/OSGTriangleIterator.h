@@ -8,7 +8,8 @@
 //     quads         0 1 2, 0 2 3, 4 5 6, 4 6 7, ...
 //
 // In strips, from the second triangle on, one with two equal position indices is passed over and
-// not counted. What does not fill a triangle (a quad) at the end of a primitive is left out.
+// not counted. A rest that does not fill a triangle (a quad) reads on behind its primitive, as far
+// as the geometry has vertices; beyond them it is left out.
 
 #include "OSGPrimitiveIterator.h"
 
@@ -25,7 +26,7 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
     void setToEnd() { PrimitiveIterator::setToEnd(); }
     void operator++() {
         ++_triangle;
-        if (!nextInPrimitive())
+        if (!(getType() == GL_TRIANGLES ? startTriangle() : nextInPrimitive()))
             nextPrimitive();
     }
     void seek(Int32 index);
@@ -54,6 +55,16 @@ class OSG_SYSTEMLIB_DLLMAPPING TriangleIterator : public PrimitiveIterator {
 
   private:
     Int32 vertexOf(Int32 corner) const { return static_cast<Int32>(_corner[corner]); }
+    /// The next three vertices, if the primitive has a further one and the geometry all three.
+    bool startTriangle() {
+        if (_next >= _length || verticesFromHere() - _next < 3)
+            return false;
+        _corner[0] = _next;
+        _corner[1] = _next + 1;
+        _corner[2] = _next + 2;
+        _next += 3;
+        return true;
+    }
     bool startPrimitive();
     bool nextInPrimitive();
     bool nextInStrip();

@@ -1,0 +1,41 @@
+// Index rebuilding of one core in which every corner has a vertex of its own.
+
+#include <cstdint>
+
+#include <benchmark/benchmark.h>
+
+#include <OpenSG/OSGGeometry.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+
+#include "scenes.h"
+
+namespace {
+
+void rebuild(benchmark::State& state, void (*index)(::osg::GeometryPtr)) {
+    const morva_bench::silence quiet;
+    for (auto _ : state) {
+        state.PauseTiming();
+        const auto triangles = static_cast<unsigned>(state.range(0));
+        ::osg::NodeRefPtr sheet = morva_bench::triangleGrid(triangles, false);
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(sheet->getCore());
+        state.ResumeTiming();
+        index(core);
+        state.PauseTiming();
+        sheet = ::osg::NullFC;
+        state.ResumeTiming();
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
+    state.SetComplexityN(state.range(0));
+}
+
+void sizes(benchmark::internal::Benchmark* family) {
+    for (const int triangles : {10000, 100000, 1000000})
+        family->Arg(triangles);
+    family->Iterations(3)->Unit(benchmark::kMillisecond)->Complexity();
+}
+
+} // namespace
+
+BENCHMARK_CAPTURE(rebuild, createSharedIndex, morva::osg::createSharedIndex)->Apply(sizes);
+BENCHMARK_CAPTURE(rebuild, createSingleIndex, morva::osg::createSingleIndex)->Apply(sizes);

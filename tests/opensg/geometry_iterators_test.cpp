@@ -1,0 +1,294 @@
+// Walking primitives, triangles and lines; index resolution; damaged data.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGLineIterator.h>
+#include <OpenSG/OSGPrimitiveIterator.h>
+
+#include <random>
+
+#include "geometry_support.h"
+
+namespace {
+
+using namespace geometry_test;
+
+points manyPoints(UInt32 count) {
+    points all;
+    for (UInt32 i = 0; i < count; ++i)
+        all.emplace_back(static_cast<Real32>(i), 0.f, 0.f);
+    return all;
+}
+
+using walk = std::vector<corners>;
+
+TEST(TriangleWalk, CornersByTypeAndLength) {
+    const struct {
+        UInt32 type, length;
+        walk expected;
+    } table[] = {
+        {GL_TRIANGLES, 6, {{0, 1, 2}, {3, 4, 5}}},
+        {GL_TRIANGLE_STRIP, 6, {{0, 1, 2}, {2, 1, 3}, {2, 3, 4}, {4, 3, 5}}},
+        {GL_QUAD_STRIP, 6, {{0, 1, 2}, {2, 1, 3}, {2, 3, 4}, {4, 3, 5}}},
+        {GL_TRIANGLE_FAN, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
+        {GL_POLYGON, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
+        {GL_QUADS, 8, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}, {4, 6, 7}}},
+        // A rest reads on behind its primitive.
+        {GL_TRIANGLES, 4, {{0, 1, 2}, {3, 4, 5}}},
+        {GL_QUADS, 3, {{0, 1, 2}}},
+        {GL_QUADS, 5, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}}},
+        {GL_QUADS, 7, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}}},
+        {GL_TRIANGLES, 2, {}},
+        {GL_POINTS, 9, {}},
+        {GL_LINES, 8, {}},
+        {GL_LINE_LOOP, 8, {}},
+        {GL_LINE_STRIP, 8, {}},
+        {77, 9, {}},
+    };
+    for (const auto& row : table) {
+        EXPECT_EQ(trianglesOf(makeCore(manyPoints(10), {{row.type, row.length}})), row.expected)
+            << "type " << row.type << " length " << row.length;
+    }
+    EXPECT_EQ(trianglesOf(makeCore(manyPoints(5), {{GL_TRIANGLES, 5}})), (walk{{0, 1, 2}}))
+        << "a rest beyond the last vertex";
+}
+
+TEST(TriangleWalk, StripsPassOverDegeneratesUncounted) {
+    const numbers indices{7, 7, 1, 2, 2, 3, 3, 4};
+    for (const UInt32 type : {GL_TRIANGLE_STRIP, GL_QUAD_STRIP}) {
+        const GeometryRefPtr core = makeCore(manyPoints(8), {{type, 8}}, indices);
+        // The first one stays whatever it is.
+        EXPECT_EQ(trianglesOf(core), (walk{{7, 7, 1}, {1, 7, 2}}));
+        Int32 count = 0;
+        for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
+            EXPECT_EQ(it.getIndex(), count++);
+        EXPECT_EQ(count, 2);
+    }
+    for (const UInt32 type : {GL_TRIANGLES, GL_TRIANGLE_FAN}) {
+        EXPECT_EQ(trianglesOf(makeCore(manyPoints(8), {{type, 3}}, {5, 5, 5})), (walk{{5, 5, 5}}));
+    }
+    // Equal places at different indices are no degenerate.
+    EXPECT_EQ(trianglesOf(makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3})).size(), 2u);
+    const GeometryRefPtr run =
+        makeCore(manyPoints(2), {{GL_TRIANGLE_STRIP, 2000000}}, numbers(2000000, 1));
+    EXPECT_EQ(trianglesOf(run).size(), 1u) << "a long run takes no stack";
+}
+
+TEST(LineWalk, EndsByTypeAndLength) {
+    using lines = std::vector<std::pair<Int32, Int32>>;
+    const struct {
+        UInt32 type, length;
+        lines expected;
+    } table[] = {
+        {GL_LINES, 4, {{0, 1}, {2, 3}}},
+        {GL_LINES, 3, {{0, 1}, {2, 3}}},
+        {GL_LINE_STRIP, 4, {{0, 1}, {1, 2}, {2, 3}}},
+        {GL_LINE_LOOP, 3, {{0, 1}, {1, 2}, {2, 0}}},
+        {GL_LINE_LOOP, 2, {{0, 1}, {1, 0}}},
+        {GL_LINE_STRIP, 1, {}},
+        {GL_POINTS, 4, {}},
+        {GL_TRIANGLES, 3, {}},
+    };
+    for (const auto& row : table) {
+        lines walked;
+        const GeometryRefPtr core = makeCore(
+            manyPoints(6), {{GL_POINTS, 2}, {row.type, row.length}}, {5, 5, 0, 1, 2, 3, 4});
+        for (LineIterator it = core->beginLines(); it != core->endLines(); ++it) {
+            EXPECT_EQ(it.getIndex(), static_cast<Int32>(walked.size()));
+            EXPECT_EQ(it.getIndexIndex(1), it.getPositionIndex(1) + 2);
+            EXPECT_EQ(it.getPosition(1), Pnt3f(static_cast<Real32>(it.getPositionIndex(1)), 0, 0));
+            walked.emplace_back(it.getPositionIndex(0), it.getPositionIndex(1));
+        }
+        EXPECT_EQ(walked, row.expected) << "type " << row.type << " length " << row.length;
+    }
+    EXPECT_TRUE(makeCore(manyPoints(1), {{GL_LINES, 3}})->beginLines().isAtEnd());
+}
+
+TEST(PrimitiveWalk, VisitsEveryEntry) {
+    const GeometryRefPtr core =
+        makeCore(manyPoints(9), {{GL_POINTS, 2}, {GL_LINES, 0}, {77, 1}, {GL_TRIANGLES, 3}});
+    primitives walked;
+    numbers first;
+    for (PrimitiveIterator it = core->beginPrimitives(); it != core->endPrimitives(); ++it) {
+        EXPECT_EQ(it.getIndex(), static_cast<Int32>(walked.size()));
+        walked.emplace_back(it.getType(), it.getLength());
+        first.push_back(static_cast<UInt32>(it.getPositionIndex(0)));
+    }
+    EXPECT_EQ(walked, (primitives{{GL_POINTS, 2}, {GL_LINES, 0}, {77, 1}, {GL_TRIANGLES, 3}}));
+    EXPECT_EQ(first, (numbers{0, 2, 2, 3}));
+
+    PrimitiveIterator it(core.get());
+    it.seek(3);
+    EXPECT_EQ(it.getType(), UInt32(GL_TRIANGLES));
+    EXPECT_TRUE(core->beginPrimitives() < it);
+    it.seek(4);
+    EXPECT_TRUE(it == core->endPrimitives());
+}
+
+TEST(IndexResolution, ByMappingAndPresence) {
+    const numbers two{3, 0, 2, 1, 1, 2}; // per vertex: entry 0, entry 1
+    const struct {
+        const char* what;
+        numbers indices;
+        std::vector<UInt16> mapping;
+        Int32 position[3], normal[3], coordinate7[3], place;
+    } table[] = {
+        {"unindexed", {}, {}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}, -1},
+        {"one for all", {3, 1, 2}, {}, {3, 1, 2}, {3, 1, 2}, {3, 1, 2}, 1},
+        {"two entries", two, {1 | 2048, 2}, {3, 2, 1}, {0, 1, 2}, {3, 2, 1}, 2},
+        {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {-1, -1, -1}, 2},
+    };
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.what);
+        const GeometryRefPtr core =
+            makeCore(manyPoints(4), {{GL_TRIANGLES, 3}}, row.indices, row.mapping);
+        core->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>(4, Vec3f(0, 0, 1))));
+        core->setTexCoords7(makeProperty<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3}));
+        const TriangleIterator it = core->beginTriangles();
+        ASSERT_FALSE(it.isAtEnd());
+        for (Int32 k = 0; k < 3; ++k) {
+            EXPECT_EQ(it.getPositionIndex(k), row.position[k]);
+            EXPECT_EQ(it.getNormalIndex(k), row.normal[k]);
+            EXPECT_EQ(it.getTexCoordsIndex7(k), row.coordinate7[k]);
+            EXPECT_EQ(it.getPosition(k)[0], static_cast<Real32>(row.position[k]));
+            EXPECT_EQ(it.getNormal(k), Vec3f(0, 0, 1));
+            EXPECT_EQ(it.getTexCoords7(k)[0], static_cast<Real32>(osgMax(row.coordinate7[k], 0)));
+            // Absent.
+            EXPECT_EQ(it.getColorIndex(k), -1);
+            EXPECT_EQ(it.getTexCoordsIndex(k), -1);
+            EXPECT_EQ(it.getColor(k), Color3f(0, 0, 0));
+            EXPECT_EQ(it.getTexCoords(k), Vec2f(0, 0));
+        }
+        EXPECT_EQ(it.getIndexIndex(1), row.place);
+    }
+}
+
+TEST(Walks, CompareSeekAndStart) {
+    const GeometryRefPtr core =
+        makeCore(manyPoints(9), {{GL_LINES, 2}, {GL_TRIANGLES, 3}, {GL_TRIANGLE_FAN, 4}});
+    const NodeRefPtr node(Node::create());
+    node->setCore(core.get());
+    TriangleIterator it(node.get());
+    EXPECT_EQ(it.getGeometry(), core);
+    it.seek(2);
+    EXPECT_EQ(it.getIndex(), 2);
+    EXPECT_EQ(it.getPositionIndex(2), 8);
+    EXPECT_TRUE(core->beginTriangles() < it);
+    EXPECT_TRUE(it < core->endTriangles());
+    ++it;
+    EXPECT_TRUE(it == core->endTriangles());
+    EXPECT_FALSE(it < core->endTriangles());
+
+    EXPECT_TRUE(TriangleIterator(GeometryPtr()).isAtEnd());
+    const NodeRefPtr group(makeCoredNode<Group>());
+    EXPECT_TRUE(PrimitiveIterator(group.get()).isAtEnd());
+    EXPECT_TRUE(LineIterator(NodePtr()).isAtEnd());
+    const GeometryRefPtr bare(Geometry::create());
+    EXPECT_TRUE(bare->beginTriangles() == bare->endTriangles());
+    core->setLengths(NullFC); // each primitive takes all
+    EXPECT_EQ(PrimitiveIterator(core.get()).getLength(), 9u);
+    EXPECT_EQ(trianglesOf(core).size(), 3u + 7u);
+    core->setPositions(NullFC);
+    EXPECT_EQ(trianglesOf(core).size(), 0u);
+}
+
+/// The walk as it is told, over plain vectors that may fit each other or not.
+struct naive_walk {
+    struct triangle {
+        corners position;
+        UInt32 type;
+    };
+    std::vector<triangle> triangles;
+
+    naive_walk(const primitives& all, const numbers& indices, UInt32 stride) {
+        const UInt64 vertices = indices.size() / stride;
+        UInt64 first = 0;
+        for (const auto& primitive : all) {
+            const auto index = [&](UInt64 which) {
+                return static_cast<Int32>(indices[(first + which) * stride]);
+            };
+            const auto emit = [&](UInt64 a, UInt64 b, UInt64 c, bool strip) {
+                if (first + osgMax(a, osgMax(b, c)) >= vertices)
+                    return;
+                const corners t{index(a), index(b), index(c)};
+                if (!strip || (t[0] != t[1] && t[1] != t[2] && t[0] != t[2]))
+                    triangles.push_back({t, primitive.first});
+            };
+            const UInt64 n = primitive.second < 3 ? 0 : primitive.second;
+            for (UInt64 i = 0; i < n && first + i < vertices; ++i) {
+                const bool odd = i % 2 != 0;
+                switch (primitive.first) {
+                case GL_TRIANGLES:
+                    if (i % 3 == 0)
+                        emit(i, i + 1, i + 2, false);
+                    break;
+                case GL_TRIANGLE_STRIP:
+                case GL_QUAD_STRIP:
+                    if (i + 2 < n)
+                        emit(odd ? i + 1 : i, odd ? i : i + 1, i + 2, i > 0);
+                    break;
+                case GL_TRIANGLE_FAN:
+                case GL_POLYGON:
+                    if (i + 2 < n)
+                        emit(0, i + 1, i + 2, false);
+                    break;
+                case GL_QUADS:
+                    if (i % 4 == 0)
+                        emit(i, i + 1, i + 2, false);
+                    if (i % 4 == 3)
+                        emit(i - 3, i - 1, i, false);
+                    break;
+                default:
+                    break;
+                }
+            }
+            first += primitive.second;
+        }
+    }
+};
+
+TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
+    std::mt19937 random(3);
+    for (int round = 0; round < 3000; ++round) {
+        primitives all;
+        for (UInt32 i = random() % 4; i-- > 0;) {
+            const UInt32 length = random() % 16 == 0 ? 0xFFFFFFF0u + random() % 16 : random() % 9;
+            all.emplace_back(random() % 11, length);
+        }
+        const UInt32 stride = 1 + random() % 3;
+        numbers indices(1 + random() % 40);
+        for (UInt32& index : indices)
+            index = random() % 6;
+        std::vector<UInt16> mapping;
+        if (stride > 1 || random() % 2 != 0)
+            mapping = std::vector<UInt16>{1, 2, 4};
+        mapping.resize(mapping.empty() ? 0 : stride);
+        const GeometryRefPtr core = makeCore(manyPoints(3), all, indices, mapping);
+        if (random() % 2 != 0)
+            core->setIndices(makeProperty<GeoIndicesUI16>(indices));
+        if (random() % 4 == 0) { // more types than lengths
+            core->getTypes()->addValue(GL_TRIANGLES);
+        }
+
+        const naive_walk naive(all, indices, stride);
+        std::size_t count = 0;
+        for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it, ++count) {
+            ASSERT_LT(count, naive.triangles.size()) << round;
+            ASSERT_EQ(
+                (corners{it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)}),
+                naive.triangles[count].position)
+                << round;
+            ASSERT_EQ(it.getType(), naive.triangles[count].type);
+            EXPECT_EQ(it.getPosition(2)[0],
+                      it.getPositionIndex(2) < 3 ? static_cast<Real32>(it.getPositionIndex(2)) : 0);
+        }
+        ASSERT_EQ(count, naive.triangles.size()) << round;
+        for (PrimitiveIterator it(core.get()); !it.isAtEnd(); ++it)
+            ASSERT_LE(it.getLength(), indices.size());
+        for (LineIterator it = core->beginLines(); !it.isAtEnd(); ++it)
+            ASSERT_LT(it.getIndexIndex(1), static_cast<Int32>(indices.size()));
+    }
+}
+
+} // namespace

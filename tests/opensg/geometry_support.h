@@ -1,0 +1,97 @@
+#pragma once
+
+// Small geometries for the tests of geometry, and what they hold as plain vectors.
+
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include <algorithm>
+#include <array>
+#include <utility>
+#include <vector>
+
+namespace geometry_test {
+
+using namespace osg;
+
+using numbers = std::vector<UInt32>;
+using points = std::vector<Pnt3f>;
+using primitives = std::vector<std::pair<UInt32, UInt32>>; ///< GL mode, length
+using corners = std::array<Int32, 3>;                      ///< position indices of a triangle
+
+template <class Form, class Value>
+typename Form::FormPtr makeProperty(const std::vector<Value>& values) {
+    const typename Form::FormPtr property = Form::create();
+    for (const Value& value : values)
+        property->editField().push_back(static_cast<typename Form::StoredType>(value));
+    return property;
+}
+
+inline GeometryRefPtr makeCore(const points& positions, const primitives& all,
+                               const numbers& indices = {},
+                               const std::vector<UInt16>& mapping = {}) {
+    const GeometryRefPtr core(Geometry::create());
+    core->setPositions(makeProperty<GeoPositions3f>(positions));
+    core->setTypes(GeoPTypesUI8::create());
+    core->setLengths(GeoPLengthsUI32::create());
+    for (const auto& primitive : all) {
+        core->getTypes()->addValue(primitive.first);
+        core->getLengths()->addValue(primitive.second);
+    }
+    if (!indices.empty())
+        core->setIndices(makeProperty<GeoIndicesUI32>(indices));
+    core->editMFIndexMapping()->setValues(mapping);
+    return core;
+}
+
+/// One run of triangles without indices.
+inline GeometryRefPtr makeTriangles(const points& positions) {
+    return makeCore(positions, {{GL_TRIANGLES, static_cast<UInt32>(positions.size())}});
+}
+
+template <class PropertyPtr> numbers numbersOf(const PropertyPtr& property) {
+    numbers values;
+    for (UInt32 i = 0; property != NullFC && i < property->getSize(); ++i)
+        values.push_back(property->getValue(i));
+    return values;
+}
+inline numbers indicesOf(const GeometryRefPtr& core) { return numbersOf(core->getIndices()); }
+inline std::vector<UInt16> mappingOf(const GeometryRefPtr& core) {
+    return core->getMFIndexMapping()->getValues();
+}
+
+inline std::vector<corners> trianglesOf(const GeometryRefPtr& core) {
+    std::vector<corners> triangles;
+    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
+        triangles.push_back(
+            {it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)});
+    return triangles;
+}
+
+/// Comparable whatever the order of the triangles and their first corners; winding counts.
+inline std::vector<corners> sorted(std::vector<corners> triangles) {
+    for (corners& t : triangles)
+        std::rotate(t.begin(), std::min_element(t.begin(), t.end()), t.end());
+    std::sort(triangles.begin(), triangles.end());
+    return triangles;
+}
+
+/// The quad and the roof: two triangles each that share an edge, flat and at a right angle.
+inline points quadPoints() {
+    return {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}};
+}
+inline points roofPoints() {
+    return {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 0, 0}, {0, 0, 0}, {0, 0, 1}};
+}
+/// Cells of a grid, a lower and an upper triangle each, every corner on its own.
+inline points gridPoints(int cells) {
+    points all;
+    for (int i = 0; i < cells * cells; ++i) {
+        const auto x = static_cast<Real32>(i / cells), y = static_cast<Real32>(i % cells);
+        for (const Pnt3f& p : quadPoints())
+            all.emplace_back(x + p[0], y + p[1], 0.f);
+    }
+    return all;
+}
+
+} // namespace geometry_test
