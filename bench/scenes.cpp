@@ -79,32 +79,26 @@ sheet_corner cornerOf(unsigned triangle, unsigned corner, unsigned squares_a_row
 /// The vertices of a sheet as the properties of a core.
 class sheet_vertices {
   public:
-    explicit sheet_vertices(std::size_t count) {
-        positions_.reserve(count);
-        normals_.reserve(count);
-        coordinates_.reserve(count);
+    sheet_vertices(const ::osg::GeometryPtr& core, std::size_t count)
+        : positions_(::osg::GeoPositions3f::create()), normals_(::osg::GeoNormals3f::create()),
+          coordinates_(::osg::GeoTexCoords2f::create()) {
+        positions_->editField().reserve(count);
+        normals_->editField().reserve(count);
+        coordinates_->editField().reserve(count);
+        core->setPositions(positions_);
+        core->setNormals(normals_);
+        core->setTexCoords(coordinates_);
     }
     void add(const sheet_point& point) {
-        positions_.push_back(point.position);
-        normals_.push_back(point.normal);
-        coordinates_.push_back(point.coordinates);
-    }
-    void giveTo(const ::osg::GeometryPtr& core) {
-        const auto positions = ::osg::GeoPositions3f::create();
-        positions->editField().assign(positions_.begin(), positions_.end());
-        core->setPositions(positions);
-        const auto normals = ::osg::GeoNormals3f::create();
-        normals->editField().assign(normals_.begin(), normals_.end());
-        core->setNormals(normals);
-        const auto coordinates = ::osg::GeoTexCoords2f::create();
-        coordinates->editField().assign(coordinates_.begin(), coordinates_.end());
-        core->setTexCoords(coordinates);
+        positions_->editField().push_back(point.position);
+        normals_->editField().push_back(point.normal);
+        coordinates_->editField().push_back(point.coordinates);
     }
 
   private:
-    std::vector<::osg::Pnt3f> positions_;
-    std::vector<::osg::Vec3f> normals_;
-    std::vector<::osg::Vec2f> coordinates_;
+    ::osg::GeoPositions3fPtr positions_;
+    ::osg::GeoNormals3fPtr normals_;
+    ::osg::GeoTexCoords2fPtr coordinates_;
 };
 
 ::osg::MaterialPtr sheetMaterial() {
@@ -129,10 +123,9 @@ class sheet_vertices {
     core->setMaterial(sheetMaterial());
 
     if (indexed) {
-        sheet_vertices vertices(static_cast<std::size_t>(columns + 1) * (rows + 1));
+        sheet_vertices vertices(core, static_cast<std::size_t>(columns + 1) * (rows + 1));
         for (unsigned i = 0; i < (columns + 1) * (rows + 1); ++i)
             vertices.add(sheetPoint(i % (columns + 1), i / (columns + 1)));
-        vertices.giveTo(core);
         const auto indices = ::osg::GeoIndicesUI32::create();
         indices->editField().reserve(std::size_t{3} * triangles);
         for (unsigned i = 0; i < 3 * triangles; ++i) {
@@ -141,12 +134,11 @@ class sheet_vertices {
         }
         core->setIndices(indices);
     } else {
-        sheet_vertices vertices(std::size_t{3} * triangles);
+        sheet_vertices vertices(core, std::size_t{3} * triangles);
         for (unsigned i = 0; i < 3 * triangles; ++i) {
             const sheet_corner corner = cornerOf(i / 3, i % 3, columns);
             vertices.add(sheetPoint(corner.column, corner.row));
         }
-        vertices.giveTo(core);
     }
     const ::osg::NodeRefPtr node(::osg::Node::create());
     node->setCore(core);

@@ -13,6 +13,13 @@ property_block<Value> convertedBlock(const Role& property) {
     return property_block<Value>(std::move(values));
 }
 
+/// Copies the stored values of a form that is not the plain one.
+template <typename Value, typename ConcretePtr>
+property_block<Value> widenedBlock(const ConcretePtr& property) {
+    const auto stored = editSpan(property);
+    return property_block<Value>(std::vector<Value>(stored.begin(), stored.end()));
+}
+
 /// Points into the property if its form is `Plain`, else converts.
 template <typename Value, typename Plain, typename Role>
 property_block<Value> blockOf(const Role& property) {
@@ -39,6 +46,9 @@ property_block<::osg::Vec2f> readBlock(const ::osg::GeoTexCoordsPtr& property) {
     return blockOf<::osg::Vec2f, ::osg::GeoTexCoords2fPtr>(property);
 }
 property_block<::osg::UInt32> readBlock(const ::osg::GeoIndicesPtr& property) {
+    const ::osg::GeoIndicesUI16Ptr narrow = ::osg::GeoIndicesUI16Ptr::dcast(property);
+    if (narrow != ::osg::NullFC)
+        return widenedBlock<::osg::UInt32>(narrow);
     return blockOf<::osg::UInt32, ::osg::GeoIndicesUI32Ptr>(property);
 }
 property_block<::osg::UInt32> readBlock(const ::osg::GeoPLengthsPtr& property) {

@@ -460,13 +460,14 @@ int calcleftpart(unsigned int l, unsigned int r, int n) {
 }
 
 #define MORVA_SPLITMODEL_INSTANCE(G)                                                               \
-    template ::osg::NodePtr MakeGeoCore(kd_tree<float> const&, G const&, unsigned int,             \
-                                        unsigned int, int, bool);                                  \
-    template ::osg::NodePtr Node_to_2GeoCores(kd_tree<float> const&, G const&, int, int, bool);    \
-    template ::osg::NodePtr Make_N_GeometryCores(kd_tree<float> const&, G const&, int, int,        \
-                                                 unsigned int, int, bool);                         \
-    template ::osg::NodePtr Split(kd_tree<float> const&, G const&, int, int, unsigned int,         \
-                                  ::osg::NodePtr, int, bool)
+    template MORVA_API ::osg::NodePtr MakeGeoCore(kd_tree<float> const&, G const&, unsigned int,   \
+                                                  unsigned int, int, bool);                        \
+    template MORVA_API ::osg::NodePtr Node_to_2GeoCores(kd_tree<float> const&, G const&, int, int, \
+                                                        bool);                                     \
+    template MORVA_API ::osg::NodePtr Make_N_GeometryCores(kd_tree<float> const&, G const&, int,   \
+                                                           int, unsigned int, int, bool);          \
+    template MORVA_API ::osg::NodePtr Split(kd_tree<float> const&, G const&, int, int,             \
+                                            unsigned int, ::osg::NodePtr, int, bool)
 MORVA_SPLITMODEL_INSTANCE(osg_geoset);
 MORVA_SPLITMODEL_INSTANCE(osg_line_geoset);
 MORVA_SPLITMODEL_INSTANCE(osg_point_geoset);

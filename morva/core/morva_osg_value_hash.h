@@ -1,0 +1,111 @@
+#pragma once
+
+// Finding equal values of vertex properties: hashes, equality, and a table of numbers.
+//
+//     number_table known(corners);
+//     number = known.findOrEnter(hashOf(value), next, [&](UInt32 other) {
+//         return isEqual(values[other], value);
+//     });
+//
+// Equal is what no component tells apart: 0 and -0 are equal, a NaN equals nothing.
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <vector>
+
+#include <OpenSG/OSGBaseTypes.h>
+
+namespace morva::osg {
+
+constexpr ::osg::UInt32 no_number = std::numeric_limits<::osg::UInt32>::max();
+constexpr std::size_t batch_size = 32; ///< corners whose table places are fetched ahead together
+
+/// Folds one more pair of words into a running hash.
+inline std::uint64_t folded(std::uint64_t hash, std::uint64_t words) {
+    hash = (hash ^ words) * 0x9E3779B97F4A7C15ULL;
+    return hash ^ (hash >> 32);
+}
+
+/// Open addressing over numbers that are given from 0 up; at most two thirds full. What equal
+/// means is told by the caller, who keeps what the numbers stand for. The hash beside a number
+/// spares most looks at the values, and all of them when the table grows.
+class number_table {
+  public:
+    /// Does not grow while a fifth of the corners or fewer are distinct.
+    explicit number_table(std::size_t corners) {
+        std::size_t size = 64;
+        while (size < corners / 3)
+            size *= 2;
+        slots.resize(size);
+    }
+
+    void fetch(::osg::UInt32 hash) const { __builtin_prefetch(&slots[hash & (slots.size() - 1)]); }
+
+    /// The number entered for an equal value before, or else `next`, which is entered now.
+    template <typename Equal>
+    ::osg::UInt32 findOrEnter(::osg::UInt32 hash, ::osg::UInt32 next, const Equal& equal) {
+        if ((next + 1ULL) * 3 > slots.size() * 2)
+            grow();
+        std::size_t at = hash & (slots.size() - 1);
+        for (; slots[at].number != no_number; at = (at + 1) & (slots.size() - 1)) {
+            if (slots[at].hash == hash && equal(slots[at].number))
+                return slots[at].number;
+        }
+        slots[at] = {next, hash};
+        return next;
+    }
+
+  private:
+    struct slot {
+        ::osg::UInt32 number = no_number;
+        ::osg::UInt32 hash = 0;
+    };
+
+    void grow() {
+        std::vector<slot> old(slots.size() * 2);
+        old.swap(slots);
+        for (const slot& entry : old) {
+            if (entry.number == no_number)
+                continue;
+            std::size_t at = entry.hash & (slots.size() - 1);
+            while (slots[at].number != no_number)
+                at = (at + 1) & (slots.size() - 1);
+            slots[at] = entry;
+        }
+    }
+
+    std::vector<slot> slots;
+};
+
+/// The bits of a component; of 0 for -0, which counts as equal.
+inline std::uint64_t bitsOf(float component) {
+    if (component == 0.0F)
+        return 0;
+    ::osg::UInt32 bits = 0;
+    std::memcpy(&bits, &component, sizeof(bits));
+    return bits;
+}
+
+/// Folds a value of two or three components into a running hash.
+template <typename Value> std::uint64_t hashFrom(std::uint64_t hash, const Value& value) {
+    hash = folded(hash, bitsOf(value[0]) | bitsOf(value[1]) << 32);
+    if constexpr (sizeof(Value) == 3 * sizeof(float))
+        hash = folded(hash, bitsOf(value[2]));
+    return hash;
+}
+
+template <typename Value>::osg::UInt32 hashOf(const Value& value) {
+    return static_cast<::osg::UInt32>(hashFrom(0, value) >> 32);
+}
+
+/// Whether no component is greater or smaller than the other's; never so for a NaN.
+template <typename Value> bool isEqual(const Value& a, const Value& b) {
+    bool equal = a[0] == b[0] && a[1] == b[1];
+    if constexpr (sizeof(Value) == 3 * sizeof(float))
+        equal = equal && a[2] == b[2];
+    return equal;
+}
+
+} // namespace morva::osg
