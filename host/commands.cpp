@@ -135,20 +135,22 @@ void optimize(const options& chosen) {
     staged_output stage(chosen.output);
     const std::unique_ptr<staged_output> report_stage = stageFor(chosen.report);
     progress steps(chosen.quiet);
+    const bool nobody_reads = chosen.quiet && chosen.report.empty();
+    const measure wanted = nobody_reads ? measure::counts : measure::all;
 
     steps.begin("read");
     const model source = readChecked(chosen, report);
     for (std::string& note : parameterNotes(chosen.parameters))
         report.notes.push_back(std::move(note));
     steps.begin("measure");
-    report.before = measureScene(source.root.get());
+    report.before = measureScene(source.root.get(), wanted);
     refuseFaults(report.before, chosen.input);
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
     report.plan = planAudit(source.root.get(), parts, chosen.parameters);
     steps.begin("optimise");
     const ::osg::NodeRefPtr result = optimised(source, chosen);
     steps.begin("audit");
-    report.after = measureScene(result.get());
+    report.after = measureScene(result.get(), wanted);
     report.verdict = judge(*report.plan, result.get());
     refuseEmpty(*report.after);
     steps.begin("write");

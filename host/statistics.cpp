@@ -68,11 +68,13 @@ struct core_figures {
     std::uint64_t triangles = 0, lines = 0, points = 0, vertices = 0, misses = 0;
 };
 
-core_figures figuresOf(const geometry_view& view) {
+core_figures figuresOf(const geometry_view& view, measure what) {
     core_figures figures;
     forEachTriangle(view, [&](auto, auto, auto) { ++figures.triangles; });
     forEachLine(view, [&](auto, auto) { ++figures.lines; });
     forEachPoint(view, [&](auto) { ++figures.points; });
+    if (what == measure::counts)
+        return figures;
     const vertex_numbering numbering = numberVertices(view);
     figures.vertices = numbering.first_corner.size();
     figures.misses =
@@ -114,7 +116,7 @@ std::uint64_t countCacheMisses(const geometry_view& view,
     return misses;
 }
 
-scene_statistics measureScene(const ::osg::NodePtr& root) {
+scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
     scene_statistics total;
     total.nodes = countNodes(root);
     std::map<::osg::UInt32, std::size_t> place_of_core;
@@ -141,7 +143,7 @@ scene_statistics measureScene(const ::osg::NodePtr& root) {
     total.geometry_cores = views.size();
 
     std::vector<core_figures> figures(views.size());
-    runParallel(views.size(), [&](std::size_t i) { figures[i] = figuresOf(views[i]); });
+    runParallel(views.size(), [&](std::size_t i) { figures[i] = figuresOf(views[i], what); });
     std::uint64_t misses = 0, stored_triangles = 0;
     for (std::size_t i = 0; i < views.size(); ++i) {
         total.triangles += uses[i] * figures[i].triangles;

@@ -28,16 +28,20 @@ struct scene_statistics {
     std::uint64_t triangles = 0;
     std::uint64_t lines = 0;
     std::uint64_t points = 0;
-    std::uint64_t vertices = 0; ///< different sets of indices that corners use
+    std::uint64_t vertices = 0; ///< different sets of indices that corners use; 0 if unmeasured
     std::uint64_t index_entries_16 = 0;
     std::uint64_t index_entries_32 = 0;
-    double acmr = 0.0; ///< cache misses per triangle of the cores; 0 without triangles
+    double acmr = 0.0; ///< cache misses per triangle of the cores; 0 if unmeasured or none
     std::uint64_t geometry_bytes = 0; ///< of all vertex and index properties
     std::uint64_t faulty_cores = 0;   ///< cores that cannot be drawn: indices out of range
 };
 
-/// Measures a scene. O(corners), on two threads.
-scene_statistics measureScene(const ::osg::NodePtr& root);
+/// What is measured: what can be counted along the primitives, or besides what takes a look at
+/// every vertex, which is most of the time.
+enum class measure { counts, all };
+
+/// Measures a scene. O(corners), on up to four threads.
+scene_statistics measureScene(const ::osg::NodePtr& root, measure what = measure::all);
 
 /// Misses of a cache of 32 vertices, least recently used first out, over the triangles of a core
 /// drawn once, from an empty cache. `vertex_of_corner` numbers the corners' vertices.
