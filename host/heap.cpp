@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <climits>
+#include <cstddef>
 #include <cstdint>
 #include <cstdlib>
 
@@ -23,8 +24,13 @@ int bytesToReserve() {
     return static_cast<int>(std::clamp<std::int64_t>(bytes, 0, INT_MAX));
 }
 
-std::uintptr_t roundedUp(std::uintptr_t address, std::uintptr_t step) {
-    return (address + step - 1) / step * step;
+/// Asks for huge pages between two places; without them the heap is as good as before.
+void adviseHugePages(char* begin, char* end) {
+    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
+    const std::size_t beyond = reinterpret_cast<std::uintptr_t>(begin) % page;
+    char* first_page = begin + (beyond == 0 ? 0 : page - beyond);
+    if (first_page < end)
+        madvise(first_page, static_cast<std::size_t>(end - first_page), MADV_HUGEPAGE);
 }
 
 } // namespace
@@ -33,14 +39,11 @@ void reserveHeap() {
     mallopt(M_MMAP_THRESHOLD, largest_block);
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
     mallopt(M_TOP_PAD, bytesToReserve());
-    const auto begin = reinterpret_cast<std::uintptr_t>(sbrk(0));
+    char* const begin = static_cast<char*>(sbrk(0));
     void* volatile block = std::malloc(1 << 20); // more than the heap has: makes it grow
     std::free(block);
-    const auto end = reinterpret_cast<std::uintptr_t>(sbrk(0));
     mallopt(M_TOP_PAD, later_growth);
-    const auto first_page = roundedUp(begin, static_cast<std::uintptr_t>(sysconf(_SC_PAGESIZE)));
-    if (first_page < end) // only advice: without huge pages the heap is as good as before
-        madvise(reinterpret_cast<void*>(first_page), end - first_page, MADV_HUGEPAGE);
+    adviseHugePages(begin, static_cast<char*>(sbrk(0)));
 }
 
 } // namespace morva::host
