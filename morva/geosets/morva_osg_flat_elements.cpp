@@ -260,6 +260,36 @@ void resizeFields(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
         geometry->getTexCoords7()->resize(vertices);
 }
 
+bool fieldsHold(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
+    const auto holds = [vertices](const auto& property) {
+        return property == ::osg::NullFC || property->size() >= vertices;
+    };
+    return holds(geometry->getPositions()) && holds(geometry->getNormals()) &&
+           holds(geometry->getColors()) && holds(geometry->getSecondaryColors()) &&
+           holds(geometry->getTexCoords7());
+}
+
+float_box boxOfVertices(const ::osg::GeoPositionsPtr& positions, std::size_t vertices) {
+    float_box box;
+    const auto block = readBlock(positions);
+    const span<const ::osg::Pnt3f> points = block.view();
+    if (points.empty() || vertices == 0)
+        return box;
+    ::osg::Pnt3f low = points[0], high = low;
+    for (const ::osg::Pnt3f& point : points.subspan(0, vertices)) {
+        for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+            low[axis] = point[axis] < low[axis] ? point[axis] : low[axis];
+            high[axis] = point[axis] > high[axis] ? point[axis] : high[axis];
+        }
+    }
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+        box.min[axis] = low[axis];
+        box.max[axis] = high[axis];
+    }
+    box.refresh_extent();
+    return box;
+}
+
 ::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages) {
     if (node == ::osg::NullFC) {
         std::cout << messages << "::Extract: No Node" << std::endl;

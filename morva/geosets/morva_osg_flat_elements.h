@@ -30,6 +30,7 @@
 #include <OpenSG/OSGQuaternion.h>
 #include <OpenSG/OSGRefPtr.h>
 
+#include <morva/core/morva_math.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -41,6 +42,20 @@ struct vertex_indices {
     ::osg::Int32 color = -1;
     ::osg::Int32 secondary = -1;
     ::osg::Int32 id = -1;
+};
+
+/// Keeps an edit open for as long as it lives, whatever is thrown.
+class open_edit {
+  public:
+    explicit open_edit(const ::osg::GeometryPtr& edited) : core(edited) {
+        ::osg::beginEditCP(core, ::osg::FieldBits::AllFields);
+    }
+    open_edit(const open_edit&) = delete;
+    open_edit& operator=(const open_edit&) = delete;
+    ~open_edit() { ::osg::endEditCP(core, ::osg::FieldBits::AllFields); }
+
+  private:
+    ::osg::GeometryPtr core;
 };
 
 /// The indices of vertex `which` of the primitive that the iterator stands at.
@@ -150,12 +165,21 @@ void adoptMaterial(const ::osg::GeometryPtr& target, const ::osg::NodePtr& node,
 /// Resizes the five properties, those that are present, to `vertices` rows.
 void resizeFields(const ::osg::GeometryPtr& geometry, std::size_t vertices);
 
+/// Whether each of the five properties has so many rows or is not there at all.
+bool fieldsHold(const ::osg::GeometryPtr& geometry, std::size_t vertices);
+
+/// Box of the first `vertices` positions, by strict comparisons from vertex 0 on; flat axes stay
+/// flat. Zero without any.
+float_box boxOfVertices(const ::osg::GeoPositionsPtr& positions, std::size_t vertices);
+
 /// Resizes the fields of a geoset to `vertices` rows, and returns true. If that fails the old
 /// length comes back, as far as possible, and the geoset never resizes again: false from then on.
 template <typename Geoset> bool resizeOrMark(Geoset& geoset, std::size_t vertices) {
     if (geoset.resize_failed)
         return false;
     const ::osg::GeometryPtr geometry = geoset.geometry.get();
+    if (geometry == ::osg::NullFC)
+        return true;
     std::size_t present = 0;
     try {
         if (geometry->getPositions() != ::osg::NullFC) {
@@ -196,14 +220,15 @@ template <typename Walk> struct extraction {
 /// The geometry of a node that elements can be read from, or null after a message.
 ::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages);
 
-/// Room for `vertices` more rows; grows the fields if the budget does not hold them.
+/// Room for `vertices` more rows. The budget says how long fields are to be; they may be shorter
+/// where it was set from outside or setup() has run.
 template <typename Geoset> void reserveRows(Geoset& geoset, std::uint64_t vertices) {
     const std::uint64_t needed = geoset.vertex_count + vertices;
     if (needed > std::numeric_limits<unsigned int>::max())
         throw std::bad_alloc();
-    if (geoset.vertex_capacity >= needed)
+    if (geoset.vertex_capacity >= needed && fieldsHold(geoset.geometry.get(), needed))
         return;
-    geoset.vertex_capacity = needed;
+    geoset.vertex_capacity = std::max(geoset.vertex_capacity, needed);
     if (geoset.resizeFieldContainers(static_cast<unsigned int>(needed))) {
         geoset.vertex_count = std::min(geoset.vertex_count, geoset.vertex_capacity);
     }
@@ -218,7 +243,7 @@ void appendElements(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source
     const std::uint64_t offered = std::uint64_t(corners) * kind.elements;
     reserveRows(geoset, offered);
 
-    ::osg::beginEditCP(core);
+    const open_edit edit(core);
     target_fields target(core, source, write_ids, geoset.vertex_capacity);
     adoptMaterial(core, node, source, search);
     write_ids = write_ids || target.ids != ::osg::NullFC;
@@ -247,7 +272,6 @@ void appendElements(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source
         geoset.vertex_count = row;
     }
     target.store(core, write_ids);
-    ::osg::endEditCP(core);
 }
 
 /// The frame of both extractions: checks, handlers, set-up. Returns 0 always.

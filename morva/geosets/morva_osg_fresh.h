@@ -45,8 +45,9 @@ template <typename Ptr> class fresh {
     Ptr held;
 };
 
-/// Makes a node with the given core.
+/// Makes a node with the given core, which goes with it if that fails.
 inline ::osg::NodePtr newNodeWith(const ::osg::NodeCorePtr& core) {
+    const ::osg::RefPtr<::osg::NodeCorePtr> held(core);
     const ::osg::NodePtr node = ::osg::Node::create();
     ::osg::beginEditCP(node, ::osg::Node::CoreFieldMask);
     node->setCore(core);

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstdio>
 #include <iostream>
+#include <new>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
@@ -51,6 +52,17 @@ bool same(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b) {
 }
 
 bool isRogue(const triangle& t) { return is_rogue(t[0], t[1], t[2]); }
+
+/// The point stored for an edge in this direction, or null. Keys meet number by number, with no
+/// tolerance: a seam stays closed only if both sides come to the same bits.
+const ::osg::Pnt3d* storedPoint(const decltype(osg_geoset::split_cache)& cache,
+                                const ::osg::Pnt3d& p, const ::osg::Pnt3d& q) {
+    const auto from = cache.find(p);
+    if (from == cache.end())
+        return nullptr;
+    const auto to = from->second.find(q);
+    return to == from->second.end() ? nullptr : &to->second;
+}
 
 /// The plane, moved onto a corner that is much nearer to it than another one. Of several such
 /// corners the last one wins.
@@ -119,9 +131,14 @@ bool osg_geoset::calcSplitPoint(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, do
         split_cache.clear();
         split_axis = axis;
         split_plane = plane;
-    } else if (const ::osg::Pnt3d* known = split_cache.find(p, q)) {
-        *result = *known;
-        return true;
+    } else {
+        const ::osg::Pnt3d* known = storedPoint(split_cache, p, q);
+        if (known == nullptr)
+            known = storedPoint(split_cache, q, p);
+        if (known != nullptr) {
+            *result = *known;
+            return true;
+        }
     }
 
     const auto a = static_cast<::osg::UInt32>(axis);
@@ -145,7 +162,11 @@ bool osg_geoset::calcSplitPoint(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, do
     }
     cut[a] = plane;
     *result = cut;
-    split_cache.store(p, q, cut);
+    try {
+        split_cache[p][q] = cut;
+    } catch (const std::bad_alloc&) {
+        return false; // a point that the next triangle cannot find would open the seam
+    }
     return true;
 }
 

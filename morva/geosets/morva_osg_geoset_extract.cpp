@@ -35,20 +35,6 @@ constexpr float shortest_normal = 1e-6F;
 /// Triangles that go through at a time.
 constexpr std::size_t portion = 1024;
 
-/// Keeps an edit open for as long as it lives, whatever is thrown.
-class open_edit {
-  public:
-    explicit open_edit(const ::osg::GeometryPtr& edited) : core(edited) {
-        ::osg::beginEditCP(core, ::osg::FieldBits::AllFields);
-    }
-    open_edit(const open_edit&) = delete;
-    open_edit& operator=(const open_edit&) = delete;
-    ~open_edit() { ::osg::endEditCP(core, ::osg::FieldBits::AllFields); }
-
-  private:
-    ::osg::GeometryPtr core;
-};
-
 /// The way from a node's space to the world.
 class to_world_move {
   public:
@@ -379,11 +365,18 @@ std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry) {
     return count;
 }
 
-/// Triangles to make room for. `told` is the count by primitive lengths: it passes over quad
-/// strips, and lengths below 3 or without data make it more than there can be.
-std::uint64_t offeredTriangles(unsigned int told, const ::osg::GeometryPtr& geometry) {
+/// Triangles that a source offers.
+struct triangle_offer {
+    std::uint64_t counted; ///< for the length of the one primitive: quad strips count for nothing
+    std::uint64_t room;    ///< to make room for
+};
+
+/// `told` is the count by primitive lengths, which passes over quad strips; lengths below 3 or
+/// without data make it more than there can be.
+triangle_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int told) {
     const std::uint64_t most = mostTriangles(geometry);
-    return told < most || told > verticesOf(geometry) ? most : told;
+    const std::uint64_t counted = told > verticesOf(geometry) ? most : told;
+    return {counted, std::max(counted, most)};
 }
 
 void dropTexCoords(const ::osg::GeometryPtr& geometry) {
@@ -427,12 +420,19 @@ void flatNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
     }
 }
 
-/// Writes a value to all rows of a property, whose usual form is that of the slot.
-template <typename Slot, typename Role, typename Value>
+/// Writes a value to all rows of a property, `Concrete` in its usual form. Takes no reference:
+/// nobody may hold the property yet.
+template <typename Concrete, typename Role, typename Value>
 void fillRows(const Role& property, const Value& value) {
-    Slot slot;
-    slot.follow(property);
-    writeRows(slot, 0, slot.size(), [&value](std::size_t) { return value; });
+    if (property == ::osg::NullFC)
+        return;
+    const Concrete usual = Concrete::dcast(property);
+    if (usual != ::osg::NullFC) {
+        std::fill(usual->editField().begin(), usual->editField().end(), value);
+        return;
+    }
+    for (::osg::UInt32 i = 0; i < property->size(); ++i)
+        property->setValue(value, i);
 }
 
 } // namespace
@@ -475,7 +475,8 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
                                  unsigned int told, bool toWorld, bool searchMaterial,
                                  bool writeIds, unsigned int& rogue) {
     const ::osg::GeometryPtr core = geometry.get();
-    const std::uint64_t offered = corners * offeredTriangles(told, source);
+    const triangle_offer offer = offerOf(source, told);
+    const std::uint64_t offered = corners * offer.room;
     makeRoom(vertex_count + offered);
 
     const open_edit edit(core);
@@ -483,7 +484,7 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     target_columns target(core, source, from, writeIds, vertex_capacity);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();
-    if (countVertices(target, offered)) {
+    if (countVertices(target, corners * offer.counted)) {
         const int id = vertexId(node, source, toWorld, writeIds);
         triangle_intake intake(from, target.fields, vertex_count, target.room(), rogue);
         intake.write_ids = writeIds;
@@ -538,15 +539,15 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
 }
 
 void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {
-    fillRows<colors_slot>(property, value);
+    fillRows<::osg::GeoColors3fPtr>(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoTexCoordsPtr& property, const ::osg::Vec2f& value) {
-    fillRows<texcoords_slot>(property, value);
+    fillRows<::osg::GeoTexCoords2fPtr>(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoNormalsPtr& property, const ::osg::Vec3f& value) {
-    fillRows<normals_slot>(property, value);
+    fillRows<::osg::GeoNormals3fPtr>(property, value);
 }
 
 } // namespace morva::osg

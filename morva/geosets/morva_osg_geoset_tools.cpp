@@ -11,6 +11,7 @@
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
+#include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 
 namespace morva::osg {
@@ -80,14 +81,16 @@ bool isFlat(const ::osg::GeometryPtr& core) {
 }
 
 /// Calculates the normals of a core, one per vertex and zero behind the triangles. Its length
-/// counts triangles that were offered and may be more than there are rows.
-void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields) {
+/// counts triangles that were offered: they may be more than there are rows, and fewer than the
+/// `used` vertices, since quad strips are not counted.
+void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields, std::size_t used) {
     if (!isFlat(core)) {
         ::osg::calcVertexNormals(core);
         return;
     }
     const std::size_t rows = fields.positions.size();
-    const std::size_t vertices = std::min<std::size_t>(core->getLengths()->getValue(0), rows);
+    const std::size_t vertices =
+        std::min(std::max<std::size_t>(core->getLengths()->getValue(0), used), rows);
     if (fields.normals.present()) {
         fields.normals.get()->resize(0);
         fields.normals.get()->resize(rows);
@@ -150,7 +153,7 @@ void osg_geoset::setup() {
             std::min<std::uint64_t>(vertex_count, positions.size()) / corners;
         const normals_slot& normals = fields().normals;
         if (!normals.present() || normals.size() != positions.size()) {
-            calcPlainNormals(core, fields());
+            calcPlainNormals(core, fields(), vertex_count);
             fields().changedFrom(0);
         }
 
@@ -208,23 +211,7 @@ void osg_geoset::calc_axis_min_max(unsigned int first, unsigned int last) {
 }
 
 void osg_geoset::calc_bounding_box() {
-    bbox = float_box();
-    const positions_slot& positions = fields().positions;
-    const auto block = readBlock(positions.get());
-    const span<const ::osg::Pnt3f> vertices =
-        span<const ::osg::Pnt3f>(block.view()).subspan(0, 3 * size);
-    if (vertices.empty())
-        return;
-    ::osg::Pnt3f low = vertices[0], high = low;
-    for (const ::osg::Pnt3f& vertex : vertices) {
-        for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
-            low[axis] = vertex[axis] < low[axis] ? vertex[axis] : low[axis];
-            high[axis] = vertex[axis] > high[axis] ? vertex[axis] : high[axis];
-        }
-    }
-    setPoint(bbox.min, low);
-    setPoint(bbox.max, high);
-    bbox.refresh_extent();
+    bbox = boxOfVertices(fields().positions.get(), corners * size);
 }
 
 void osg_geoset::prepareSimpleTris(unsigned int index) {

@@ -18,6 +18,7 @@
 // One thread at a time, reading included.
 
 #include <cstdint>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -25,10 +26,10 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
+#include <OpenSG/OSGVector.h>
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_math.h>
-#include <morva/geosets/morva_osg_split_points.h>
 
 namespace morva::osg {
 
@@ -68,9 +69,10 @@ class MORVA_API osg_geoset {
     std::uint64_t vertex_capacity = 0; ///< vertex budget for extraction; may be set before it
     std::uint64_t vertex_count = 0;    ///< vertices extracted so far, and those of added pieces
     ::osg::RefPtr<::osg::GeometryPtr> geometry; ///< private core; outlives the geoset if handed on
-    float** axis_min = nullptr;            ///< owned: 3 arrays of `wished_size` entries, or null
-    float** axis_max = nullptr;            ///< as `axis_min`
-    split_points split_cache;              ///< cut points of the plane below
+    float** axis_min = nullptr; ///< owned: 3 arrays of `wished_size` entries, or null
+    float** axis_max = nullptr; ///< as `axis_min`
+    /// Cut points of the plane below: first end of an edge, second end, point.
+    std::map<::osg::Pnt3d, std::map<::osg::Pnt3d, ::osg::Pnt3d>> split_cache;
     std::int32_t split_axis = -1;          ///< axis of `split_cache`, -1 before the first cut
     double split_plane = 0;                ///< plane of `split_cache`
     float_triangle* simple_tris = nullptr; ///< owned: `wished_size` entries, null until convert()

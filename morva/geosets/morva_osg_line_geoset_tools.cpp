@@ -128,7 +128,7 @@ void osg_line_geoset::setWishedSize(unsigned long lines) {
 void osg_line_geoset::setup() {
     size = wished_size = 0;
     bbox = float_box();
-    if (geometry->getPositions() == ::osg::NullFC)
+    if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
         return;
     try {
         // The argument is the number of vertices: the fields get twice what the lines use.
@@ -142,7 +142,7 @@ void osg_line_geoset::setup() {
         size = wished_size = lines;
         if (size > 0)
             calc_axis_min_max(0, size - 1);
-        refresh_bounding_box(*this);
+        calc_bounding_box();
         return;
     } catch (const std::bad_alloc& error) {
         std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
@@ -152,6 +152,10 @@ void osg_line_geoset::setup() {
         std::cerr << "Error occured in Geoset.setup()." << std::endl;
     }
     size = wished_size = 0;
+}
+
+void osg_line_geoset::calc_bounding_box() {
+    bbox = boxOfVertices(geometry->getPositions(), corners * size);
 }
 
 /// Refreshes the axis arrays of the lines `first` to `last`, both included.
@@ -280,7 +284,7 @@ void osg_line_geoset::splitElement(unsigned long element, double plane, int axis
                                    unsigned long& first_piece) {
     pieces = 0;
     first_piece = size;
-    if (resize_failed || element >= size)
+    if (resize_failed || element >= size || axis < 0 || axis > 2)
         return;
 
     const auto old = static_cast<unsigned int>(element);

@@ -65,6 +65,9 @@ class MORVA_API osg_line_geoset {
     /// Sets the vertex budget, and resizes the fields as resizeFieldContainers() does.
     void setWishedSize(unsigned long lines);
 
+    /// Refreshes `bbox`. Flat axes stay flat; zero without elements.
+    void calc_bounding_box();
+
     /// The element's colour at `point`, by its x coordinate alone: infinite or NaN on a line
     /// without extent in x. At an end that end's colour.
     /// set  1 reads secondary colours, anything else colours

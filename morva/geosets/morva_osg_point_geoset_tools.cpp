@@ -68,14 +68,14 @@ void osg_point_geoset::setWishedSize(unsigned long points) {
 void osg_point_geoset::setup() {
     size = wished_size = 0;
     bbox = float_box();
-    if (geometry->getPositions() == ::osg::NullFC)
+    if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
         return;
     try {
         packPositions(*this);
         resizeFieldContainers(static_cast<unsigned int>(vertex_count));
         size = std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size());
         wished_size = size;
-        refresh_bounding_box(*this);
+        calc_bounding_box();
         return;
     } catch (const std::bad_alloc& error) {
         std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
@@ -86,6 +86,8 @@ void osg_point_geoset::setup() {
     }
     size = wished_size = 0;
 }
+
+void osg_point_geoset::calc_bounding_box() { bbox = boxOfVertices(geometry->getPositions(), size); }
 
 point_extents<float> extents_on_axis(const osg_point_geoset& geoset, int axis) {
     const ::osg::GeoPositions3fPtr positions = packedPositions(geoset);

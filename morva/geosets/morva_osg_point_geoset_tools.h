@@ -65,6 +65,9 @@ class MORVA_API osg_point_geoset {
 
     /// Sets the vertex budget, and resizes the fields as resizeFieldContainers() does.
     void setWishedSize(unsigned long points);
+
+    /// Refreshes `bbox`. Flat axes stay flat; zero without elements.
+    void calc_bounding_box();
 };
 
 /// Extents for the trees; valid until the geoset grows or is set up anew.

@@ -193,12 +193,14 @@ template <typename Ptr> bool fitsShort(const Ptr& property) {
 /// Strips by the scene graph. Lengths are kept wide meanwhile: one strip stitched of many can be
 /// longer than the triangles that it stands for.
 void optimisePrimitives(const ::osg::GeometryPtr& geometry) {
+    const bool was_short =
+        ::osg::GeoPLengthsUI16Ptr::dcast(geometry->getLengths()) != ::osg::NullFC;
     restore<::osg::GeoPLengthsUI32Ptr>(geometry->getLengths(),
                                        [&](const auto& made) { geometry->setLengths(made); });
     ::osg::createSharedIndex(geometry);
     ::osg::createSingleIndex(geometry);
     morva::osg::createOptimizedPrimitives(geometry, 1, true, false, 16, false, true, false);
-    if (!fitsShort(geometry->getLengths()))
+    if (!was_short || !fitsShort(geometry->getLengths()))
         return;
     restore<::osg::GeoPLengthsUI16Ptr>(geometry->getLengths(),
                                        [&](const auto& made) { geometry->setLengths(made); });

@@ -10,6 +10,8 @@
 #include <cstdint>
 #include <memory>
 
+#include <morva/core/morva_export.h>
+
 namespace morva {
 
 /// How a kd-tree is built; usually written as seven values in this order.
@@ -27,7 +29,7 @@ struct kd_build_setup {
 constexpr std::uint32_t kd_leaf_axis = 0xffffffffU;
 
 /// One node: a plane with two children, or a range of `kd_tree::indices`.
-template <typename T> struct kd_node {
+template <typename T> struct MORVA_API kd_node {
     std::uint32_t axis = kd_leaf_axis; ///< inner: 0, 1 or 2
     union {
         std::int64_t right;      ///< inner: index of the right child; the left one is next to it
@@ -43,7 +45,7 @@ template <typename T> struct kd_node {
 
 /// The tree. `node_count + 1` nodes and `index_count` indices are in use; the leaves' ranges lie
 /// end to end in `indices`, in the order of the nodes.
-template <typename T> struct kd_tree {
+template <typename T> struct MORVA_API kd_tree {
     kd_node<T>* nodes = nullptr;         ///< `node_capacity` entries, owned
     std::uint64_t* indices = nullptr;    ///< `index_capacity` entries, owned: element numbers
     std::uint64_t index_capacity = 0;    ///< entries

@@ -46,9 +46,9 @@ struct kd_strategy_ObjMedian {
     /// Every extent with a NaN is told in two lines on standard output, axis by axis, elements in
     /// order. O(count), and the build calls this only if there can be a NaN at all.
     template <typename Geoset, typename Setup, typename Box>
-    float calcPlane(const Geoset& geoset, const Setup& /*setup*/, unsigned long first,
-                    unsigned long count, const Box& box, int& axis,
-                    const std::uint64_t* indices) const {
+    static float calcPlane(const Geoset& geoset, const Setup& /*setup*/, unsigned long first,
+                           unsigned long count, const Box& box, int& axis,
+                           const std::uint64_t* indices) {
         for (int a = 0; a < 3; ++a) {
             const auto extents = extents_on_axis(geoset, a);
             typename Geoset::scalar_type lo{}, hi{};
@@ -120,9 +120,9 @@ struct kd_strategy_SAH {
     /// a rule the upper side of the box, which the build takes for "make a leaf"; where rounding
     /// gives a lower bound the same cost, that one wins and the node is cut. O(count).
     template <typename Geoset, typename Setup, typename Box>
-    float calcPlane(const Geoset& geoset, const Setup& setup, unsigned long first,
-                    unsigned long count, const Box& box, int& axis,
-                    const std::uint64_t* indices) const {
+    static float calcPlane(const Geoset& geoset, const Setup& setup, unsigned long first,
+                           unsigned long count, const Box& box, int& axis,
+                           const std::uint64_t* indices) {
         const float ex = box.extent[0], ey = box.extent[1], ez = box.extent[2];
         const float area = 2.0f * (ex * ez + (ey * ez + ex * ey));
         const float elements = static_cast<float>(count);

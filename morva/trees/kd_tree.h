@@ -78,7 +78,7 @@ unsigned long sort(Geoset& geoset, unsigned long first, unsigned long count, flo
 /// indices behind a range do not move at every cut.
 /// errors       std::bad_alloc, and whatever cutting throws; the tree may be released then, not
 ///              used
-template <typename Geoset, typename T, typename Box, typename Strategy>
+template <typename Geoset, typename Strategy, typename T, typename Box>
 std::uint64_t process_node(kd_tree<T>& tree, int node, Geoset& geoset, unsigned long first,
                            unsigned long count, const Box& box, unsigned int depth,
                            const kd_build_setup& setup, const Strategy& strategy) {

@@ -193,42 +193,6 @@ TEST(CutPoint, IsTheSameFromBothEndsUntilThePlaneChanges) {
     EXPECT_GT(differ, 0) << "without a memory the two directions do not always agree";
 }
 
-TEST(SplitPoints, AgreeWithOrderedMapsAndForgetNothingTooEarly) {
-    std::mt19937 rng(99);
-    morva::osg::split_points points;
-    using key = std::vector<double>;
-    const auto keyOf = [](const ::osg::Pnt3d& p, const ::osg::Pnt3d& q) {
-        return key{p[0] + 0.0, p[1] + 0.0, p[2] + 0.0, q[0] + 0.0, q[1] + 0.0, q[2] + 0.0};
-    };
-    for (const unsigned int stored : {0U, 1U, 40U, 3000U, 10U, 500U, 400U, 300U}) {
-        SCOPED_TRACE(stored);
-        points.clear();
-        EXPECT_TRUE(points.empty());
-        std::map<key, double> known;
-        const auto randomEnd = [&rng] {
-            const float values[] = {0.0F, -0.0F, 1.0F, -1.0F, 0.5F, 1e20F, 1e-20F, 3.0F};
-            return ::osg::Pnt3d(values[rng() % 8], values[rng() % 8], values[rng() % 8]);
-        };
-        for (unsigned int i = 0; i < stored; ++i) {
-            const ::osg::Pnt3d p = randomEnd(), q = randomEnd();
-            auto found = known.find(keyOf(p, q));
-            if (found == known.end())
-                found = known.find(keyOf(q, p));
-            const ::osg::Pnt3d* const cut = points.find(p, q);
-            ASSERT_EQ(cut != nullptr, found != known.end());
-            if (cut != nullptr) {
-                ASSERT_EQ((*cut)[0], found->second);
-                continue;
-            }
-            known[keyOf(p, q)] = i;
-            points.store(p, q, ::osg::Pnt3d(i, 0, 0));
-        }
-        EXPECT_EQ(points.size(), known.size());
-        const double nan = std::numeric_limits<double>::quiet_NaN();
-        EXPECT_EQ(points.find(::osg::Pnt3d(nan, 0, 0), ::osg::Pnt3d(1, 1, 1)), nullptr);
-    }
-}
-
 // ---- what a cut conserves
 
 double areaOfAll(const osg_geoset& geoset) {
