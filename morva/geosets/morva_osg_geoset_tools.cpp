@@ -139,14 +139,22 @@ void osg_geoset::clear() {
 }
 
 void osg_geoset::setup() {
+    // The argument is the number of vertices: the fields get three times what is in use.
+    setupWithRoom(static_cast<unsigned int>(vertex_count));
+}
+
+void osg_geoset::setupTight() {
+    setupWithRoom(static_cast<unsigned int>((vertex_count + corners - 1) / corners));
+}
+
+void osg_geoset::setupWithRoom(unsigned int room) {
     try {
         const ::osg::GeometryPtr core = geometry.get();
         if (!fields().positions.present()) {
             size = wished_size = 0;
             return;
         }
-        // The argument is the number of vertices: the fields get three times what is in use.
-        resizeFieldContainers(static_cast<unsigned int>(vertex_count));
+        resizeFieldContainers(room);
         const positions_slot& positions = fields().positions;
         // Fewer rows than vertices are only there if that failed.
         const std::uint64_t triangles =

@@ -104,9 +104,12 @@ template <typename Geoset>::osg::NodePtr cores(Geoset& geoset, const batch_setup
                                 batch.setup.calcnormals);
 }
 
+void finishFilling(osg_geoset& geoset) { geoset.setupTight(); }
+template <typename Geoset> void finishFilling(Geoset& geoset) { geoset.setup(); }
+
 /// Turns what the geoset holds into a batch node, and empties it for the next batch.
 template <typename Geoset> void flush(Geoset& geoset, const batch_setup& batch) {
-    geoset.setup();
+    finishFilling(geoset);
     fresh<::osg::NodePtr> node(newGroupNode());
     fresh<::osg::NodePtr> made(cores(geoset, batch));
     node->addChild(made.get());
