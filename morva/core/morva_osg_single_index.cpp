@@ -19,25 +19,42 @@ using ::osg::UInt32;
 
 namespace {
 
+/// Where a corner finds its value in a column: at its own number, where every column has one.
+struct running_rows {
+    template <typename Value>
+    Value value(const property_block<Value>& block, std::size_t corner, std::size_t) const {
+        return block.data()[corner];
+    }
+};
+
+/// Where a corner finds its value in a column: at the row that the table tells.
+struct listed_rows {
+    corner_table table;
+
+    template <typename Value>
+    Value value(const property_block<Value>& block, std::size_t corner, std::size_t column) const {
+        return valueAt(block.view(), table.row(corner, column));
+    }
+};
+
 /// The values of all corners, each column by itself.
-class corner_values {
+template <typename Rows> class corner_values {
   public:
-    corner_values(const ::osg::GeometryPtr& geometry, const five_columns& of, corner_table of_rows)
-        : columns(of), rows(of_rows), blocks(geometry) {}
+    corner_values(const five_blocks& of, const five_columns& present, const Rows& at)
+        : blocks(of), columns(present), rows(at) {}
 
     UInt32 hash(std::size_t corner) const {
         std::uint64_t sum = 0;
         forEachColumn([&](const auto& block, std::size_t column) {
-            sum = hashFrom(sum, valueAt(block.view(), rows.row(corner, column)));
+            sum += hashShare(rows.value(block, corner, column), column);
         });
-        return static_cast<UInt32>(sum >> 32);
+        return hashOfSum(sum);
     }
 
     bool equal(std::size_t a, std::size_t b) const {
         bool all = true;
         forEachColumn([&](const auto& block, std::size_t column) {
-            all = all && isEqual(valueAt(block.view(), rows.row(a, column)),
-                                 valueAt(block.view(), rows.row(b, column)));
+            all = all && isEqual(rows.value(block, a, column), rows.value(block, b, column));
         });
         return all;
     }
@@ -80,7 +97,7 @@ class corner_values {
         values.reserve(corners.size());
         bool signed_zero = false;
         for (const UInt32 corner : corners) {
-            values.push_back(valueAt(block.view(), rows.row(corner, column)));
+            values.push_back(rows.value(block, corner, column));
             signed_zero = signed_zero || hasNegativeZero(values.back());
         }
         if (signed_zero)
@@ -113,16 +130,17 @@ class corner_values {
         }
     }
 
+    const five_blocks& blocks;
     const five_columns& columns;
-    corner_table rows;
-    five_blocks blocks;
+    Rows rows;
 };
 
 /// Numbers the distinct corners by first use.
 ///
 /// numbers  out, one per corner
 /// returns  per number the first corner that has it
-std::vector<UInt32> numberCorners(const corner_values& values, span<UInt32> numbers) {
+template <typename Rows>
+std::vector<UInt32> numberCorners(const corner_values<Rows>& values, span<UInt32> numbers) {
     std::vector<UInt32> first_corner;
     number_table known(numbers.size());
     UInt32 hashes[batch_size];
@@ -150,24 +168,48 @@ std::vector<UInt32> numberCorners(const corner_values& values, span<UInt32> numb
     return first_corner;
 }
 
+/// Whether corner numbers are rows of every column.
+bool reachesAll(const five_blocks& blocks, const five_columns& columns, std::size_t corners) {
+    const std::size_t sizes[5] = {blocks.positions.size(), blocks.normals.size(),
+                                  blocks.colors.size(), blocks.texcoords.size(),
+                                  blocks.texcoords7.size()};
+    for (std::size_t i = 0; i < 5; ++i) {
+        if (columns.present[i] && sizes[i] < corners)
+            return false;
+    }
+    return true;
+}
+
+template <typename Rows>
+void rebuild(const ::osg::GeometryPtr& geometry, const five_columns& columns,
+             const corner_values<Rows>& values, std::size_t corners) {
+    const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
+    indices->editField().resize(corners);
+    const std::vector<UInt32> first_corner = numberCorners(values, editSpan(indices.get()));
+    replaceAll(geometry, columns, values.pick(first_corner), indices, {}, corners);
+}
+
 } // namespace
 
 void createSingleIndex(::osg::GeometryPtr geometry) {
     if (geometry == ::osg::NullFC)
         return;
     const five_columns columns(geometry);
+    const five_blocks blocks(geometry);
     corner_table table = tableOf(geometry, columns);
+    if (table.running && reachesAll(blocks, columns, table.corners)) {
+        const corner_values<running_rows> values(blocks, columns, running_rows());
+        rebuild(geometry, columns, values, table.corners);
+        return;
+    }
     std::vector<UInt32> cells;
     if (!table.running) {
         cells.resize(table.corners * table.width);
         table.cells = span<UInt32>(cells);
         readRows(geometry, columns, table);
     }
-    const corner_values values(geometry, columns, table);
-    const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
-    indices->editField().resize(table.corners);
-    const std::vector<UInt32> first_corner = numberCorners(values, editSpan(indices.get()));
-    replaceAll(geometry, columns, values.pick(first_corner), indices, {}, table.corners);
+    const corner_values<listed_rows> values(blocks, columns, listed_rows{table});
+    rebuild(geometry, columns, values, table.corners);
 }
 
 } // namespace morva::osg

@@ -22,12 +22,6 @@ namespace morva::osg {
 constexpr ::osg::UInt32 no_number = std::numeric_limits<::osg::UInt32>::max();
 constexpr std::size_t batch_size = 32; ///< corners whose table places are fetched ahead together
 
-/// Folds one more pair of words into a running hash.
-inline std::uint64_t folded(std::uint64_t hash, std::uint64_t words) {
-    hash = (hash ^ words) * 0x9E3779B97F4A7C15ULL;
-    return hash ^ (hash >> 32);
-}
-
 /// Open addressing over numbers that are given from 0 up; at most two thirds full. What equal
 /// means is told by the caller, who keeps what the numbers stand for. The hash beside a number
 /// spares most looks at the values, and all of them when the table grows.
@@ -81,23 +75,31 @@ class number_table {
 
 /// The bits of a component; of 0 for -0, which counts as equal.
 inline std::uint64_t bitsOf(float component) {
-    if (component == 0.0F)
-        return 0;
+    const float without_sign_of_zero = component + 0.0F;
     ::osg::UInt32 bits = 0;
-    std::memcpy(&bits, &component, sizeof(bits));
+    std::memcpy(&bits, &without_sign_of_zero, sizeof(bits));
     return bits;
 }
 
-/// Folds a value of two or three components into a running hash.
-template <typename Value> std::uint64_t hashFrom(std::uint64_t hash, const Value& value) {
-    hash = folded(hash, bitsOf(value[0]) | bitsOf(value[1]) << 32);
+/// Share of the value of one column, 0 to 4, in a hash over several (multilinear hashing): shares
+/// are added, and hashOfSum() finishes.
+template <typename Value> std::uint64_t hashShare(const Value& value, std::size_t column) {
+    constexpr std::uint64_t odd[10] = {
+        0x9E3779B97F4A7C15ULL, 0xC2B2AE3D27D4EB4FULL, 0xD6E8FEB86659FD93ULL, 0xA0761D6478BD642FULL,
+        0xE7037ED1A0B428DBULL, 0x8EBC6AF09C88C6E3ULL, 0x589965CC75374CC3ULL, 0x1D8E4E27C47D124FULL,
+        0xEB44ACCAB455D165ULL, 0xAEF17502108EF2D9ULL};
+    std::uint64_t share = (bitsOf(value[0]) | bitsOf(value[1]) << 32) * odd[2 * column];
     if constexpr (sizeof(Value) == 3 * sizeof(float))
-        hash = folded(hash, bitsOf(value[2]));
-    return hash;
+        share += bitsOf(value[2]) * odd[2 * column + 1];
+    return share;
+}
+
+inline ::osg::UInt32 hashOfSum(std::uint64_t sum) {
+    return static_cast<::osg::UInt32>(((sum ^ sum >> 32) * 0x9E3779B97F4A7C15ULL) >> 32);
 }
 
 template <typename Value>::osg::UInt32 hashOf(const Value& value) {
-    return static_cast<::osg::UInt32>(hashFrom(0, value) >> 32);
+    return hashOfSum(hashShare(value, 0));
 }
 
 /// Whether no component is greater or smaller than the other's; never so for a NaN.
