@@ -101,7 +101,8 @@ check_lint() {
     need clang-tidy-14
     say "lint"
     git ls-files 'morva/*.cpp' 'opensg/src/*.cpp' 'host/*.cpp' |
-        xargs -n 4 -P "$JOBS" clang-tidy-14 -p build/dev --quiet
+        xargs -n 4 -P "$JOBS" clang-tidy-14 -p build/dev --quiet \
+            --warnings-as-errors="*" --extra-arg=-Wno-unknown-warning-option
 }
 
 check() {

@@ -50,7 +50,7 @@ bool isIdentity(const aiNode& source) {
 
 /// A name of the file; empty for one that the importer made up, like "meshes[3]-1".
 std::string givenName(const aiString& text) {
-    const std::string name = text.C_Str();
+    std::string name = text.C_Str();
     for (const char* made_up : {"nodes[", "meshes["}) {
         const std::size_t length = std::strlen(made_up);
         if (name.compare(0, length, made_up) == 0 &&
