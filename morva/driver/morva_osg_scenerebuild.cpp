@@ -3,6 +3,7 @@
 #include <iostream>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <vector>
 
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
@@ -10,6 +11,7 @@
 #include <morva/driver/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
+#include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
@@ -30,6 +32,7 @@ struct driver_keys {
     bool help = false; ///< whether the key is there; its value is not read
     bool has_prefix = false;
     std::string prefix; ///< of generated names, if has_prefix
+    std::string idmap;  ///< file of the ID map, without its extension
 };
 
 template <class T> void readKey(const parameter_map& parameters, const char* key, T& value) {
@@ -51,6 +54,9 @@ driver_keys readDriverKeys(const parameter_map& parameters) {
     keys.has_prefix = prefix != parameters.end();
     if (keys.has_prefix)
         keys.prefix = prefix->second;
+    const auto idmap = parameters.find("idmap");
+    if (idmap != parameters.end())
+        keys.idmap = idmap->second;
     return keys;
 }
 
@@ -117,6 +123,33 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
     return result;
 }
 
+/// Hands the ID map out: to a file unless the key named none, and to the root on request.
+void runIdmap(const driver_keys& keys, const mergeGeo_setup& setup, const ::osg::NodePtr& root,
+              const ::osg::NodePtr& result) {
+    if (setup.idmap.empty())
+        return;
+    idmapHandler& handler = getIDmapHandler();
+    handler.registerGeometryUsage(result);
+    if (!keys.idmap.empty()) {
+        std::cout << "Write IDmap with " << std::to_string(handler.names.size()) << " names."
+                  << std::endl;
+        writeJsonFile(keys.idmap + ".json", handler, root);
+    }
+    if (keys.idmapinroot)
+        addIDmapInfo(result);
+}
+
+/// Fits the result into a cube of the size asked for. The map holds its keys in lower case, so
+/// that this one is never found: the help text names it, and scenes stay where they are.
+void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
+    const auto found = parameters.find("centerBB");
+    if (found == parameters.end())
+        return;
+    float size = 0.0F;
+    std::istringstream(found->second) >> size;
+    transformSceneBB(result, size);
+}
+
 /// Everything between taking the root off its parent and putting it back.
 ::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters) {
     const parameter_map map = parseOptTreeParams(parameters);
@@ -148,11 +181,8 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
         handler.prefix = keys.prefix;
 
     const ::osg::NodePtr result = runMerge(keys, setup, root);
-    if (!setup.idmap.empty()) {
-        handler.registerGeometryUsage(result);
-        if (keys.idmapinroot)
-            addIDmapInfo(result);
-    }
+    runIdmap(keys, setup, root, result);
+    runCenter(map, result);
     handler.releaseHeldLock();
     return result;
 }
