@@ -269,11 +269,13 @@ bool fieldsHold(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
            holds(geometry->getTexCoords7());
 }
 
-float_box boxOfVertices(const ::osg::GeoPositionsPtr& positions, std::size_t vertices) {
+float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
     float_box box;
-    const auto block = readBlock(positions);
+    if (geometry == ::osg::NullFC || vertices == 0)
+        return box;
+    const auto block = readBlock(geometry->getPositions());
     const span<const ::osg::Pnt3f> points = block.view();
-    if (points.empty() || vertices == 0)
+    if (points.empty())
         return box;
     ::osg::Pnt3f low = points[0], high = low;
     for (const ::osg::Pnt3f& point : points.subspan(0, vertices)) {

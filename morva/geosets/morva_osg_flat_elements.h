@@ -169,8 +169,8 @@ void resizeFields(const ::osg::GeometryPtr& geometry, std::size_t vertices);
 bool fieldsHold(const ::osg::GeometryPtr& geometry, std::size_t vertices);
 
 /// Box of the first `vertices` positions, by strict comparisons from vertex 0 on; flat axes stay
-/// flat. Zero without any.
-float_box boxOfVertices(const ::osg::GeoPositionsPtr& positions, std::size_t vertices);
+/// flat. Zero without any, and for a null geometry.
+float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices);
 
 /// Resizes the fields of a geoset to `vertices` rows, and returns true. If that fails the old
 /// length comes back, as far as possible, and the geoset never resizes again: false from then on.

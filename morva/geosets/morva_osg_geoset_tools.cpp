@@ -218,9 +218,7 @@ void osg_geoset::calc_axis_min_max(unsigned int first, unsigned int last) {
     }
 }
 
-void osg_geoset::calc_bounding_box() {
-    bbox = boxOfVertices(fields().positions.get(), corners * size);
-}
+void osg_geoset::calc_bounding_box() { bbox = boxOfVertices(geometry.get(), corners * size); }
 
 void osg_geoset::prepareSimpleTris(unsigned int index) {
     const positions_slot& positions = fields().positions;

@@ -154,9 +154,7 @@ void osg_line_geoset::setup() {
     size = wished_size = 0;
 }
 
-void osg_line_geoset::calc_bounding_box() {
-    bbox = boxOfVertices(geometry->getPositions(), corners * size);
-}
+void osg_line_geoset::calc_bounding_box() { bbox = boxOfVertices(geometry.get(), corners * size); }
 
 /// Refreshes the axis arrays of the lines `first` to `last`, both included.
 void osg_line_geoset::calc_axis_min_max(std::uint64_t first, std::uint64_t last) {
@@ -176,6 +174,8 @@ void osg_line_geoset::calc_axis_min_max(std::uint64_t first, std::uint64_t last)
 ::osg::Color3f osg_line_geoset::interpolate_color(unsigned int element, const ::osg::Pnt3f& point,
                                                   unsigned int set) const {
     const ::osg::GeometryPtr core = geometry.get();
+    if (core == ::osg::NullFC)
+        return ::osg::Color3f();
     const ::osg::GeoColorsPtr colors = set == 1 ? core->getSecondaryColors() : core->getColors();
     const ::osg::GeoPositionsPtr positions = core->getPositions();
     if (!holdsLine(colors, element) || !holdsLine(positions, element))
@@ -200,6 +200,8 @@ bool osg_line_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& 
                                     unsigned long source, unsigned int target) {
     try {
         const ::osg::GeometryPtr core = geometry.get();
+        if (core == ::osg::NullFC)
+            return false;
         const auto from = static_cast<unsigned int>(source);
         const ::osg::Pnt3f points[2] = {p0, p1};
         for (unsigned int k = 0; k < corners; ++k) {
@@ -228,7 +230,7 @@ void osg_line_geoset::ModifyObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p
                                    unsigned int element) {
     const ::osg::GeometryPtr core = geometry.get();
     const unsigned int row = 2 * element;
-    if (!holdsLine(core->getPositions(), element))
+    if (core == ::osg::NullFC || !holdsLine(core->getPositions(), element))
         return;
     // Interpolation reads the old positions, and the old values of both ends.
     for (unsigned int set = 0; set < 2; ++set) {

@@ -32,6 +32,8 @@ struct walk_points {
 
 /// The positions as packed floats; null if they are missing or stored otherwise.
 ::osg::GeoPositions3fPtr packedPositions(const osg_point_geoset& geoset) {
+    if (geoset.geometry == ::osg::NullFC)
+        return ::osg::NullFC;
     return ::osg::GeoPositions3fPtr::dcast(geoset.geometry->getPositions());
 }
 
@@ -87,7 +89,7 @@ void osg_point_geoset::setup() {
     size = wished_size = 0;
 }
 
-void osg_point_geoset::calc_bounding_box() { bbox = boxOfVertices(geometry->getPositions(), size); }
+void osg_point_geoset::calc_bounding_box() { bbox = boxOfVertices(geometry.get(), size); }
 
 point_extents<float> extents_on_axis(const osg_point_geoset& geoset, int axis) {
     const ::osg::GeoPositions3fPtr positions = packedPositions(geoset);

@@ -249,10 +249,13 @@ template <typename G>
 void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, const G& geoset,
                   int opt, bool calcnormals) {
     constexpr bool triangles = element_form<G>::corners == 3;
+    // A geoset without a core has nothing, as the new geometry has.
+    const ::osg::GeometryPtr core =
+        geoset.geometry == ::osg::NullFC ? geometry : geoset.geometry.get();
     ::osg::beginEditCP(geometry);
-    rebuildProperties(geoset.geometry.get(), run, geometry);
+    rebuildProperties(core, run, geometry);
     setPrimitive(geometry, element_form<G>::type, run.objects.size() * run.corners);
-    geometry->setMaterial(geoset.geometry->getMaterial());
+    geometry->setMaterial(core->getMaterial());
     ::osg::endEditCP(geometry);
 
     if (calcnormals && triangles)
