@@ -37,10 +37,15 @@ constexpr int usual_cut_limit = 50;
 /// Largest coordinate of a collected triangle before it is halved.
 constexpr int collect_max = 1000;
 
+/// Least height of a triangle that is halved, in shares of its largest coordinate: four times what
+/// rounding a corner to single precision may move it.
+constexpr double least_height = 0x1p-22;
+/// Most pieces that a triangle may be expected to come to, see comesToAnEnd().
+constexpr double most_pieces = 65536;
 /// Triangles that one call may add in any case, for each that was there, and at most.
 constexpr std::uint64_t always_added = std::uint64_t(1) << 20;
 constexpr std::uint64_t added_per_triangle = 4096;
-constexpr std::uint64_t most_added = std::uint64_t(1) << 26;
+constexpr std::uint64_t most_added = std::uint64_t(1) << 25;
 
 /// The coordinates of a triangle.
 struct triangle_uv {
@@ -133,13 +138,6 @@ void applyStep(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, Step step) {
     c = t.c;
 }
 
-bool hasNaN(const triangle_uv& t) {
-    bool found = false;
-    for (const ::osg::Vec2f* point : {&t.a, &t.b, &t.c})
-        found |= std::isnan((*point)[0]) || std::isnan((*point)[1]);
-    return found;
-}
-
 /// Largest of the six values; NaNs are passed over.
 inline float largest(const triangle_uv& t) {
     float high = -std::numeric_limits<float>::infinity();
@@ -150,12 +148,39 @@ inline float largest(const triangle_uv& t) {
     return high;
 }
 
-/// How far a triangle reaches, for the decision to halve it. One with a NaN reaches nowhere: what
-/// its pieces would read between the corners is a NaN again, and they would be halved until they
-/// are too small to be kept.
-inline float reach(const triangle_uv& t) {
-    const float high = largest(t);
-    return high > 0.0F && hasNaN(t) ? -std::numeric_limits<float>::infinity() : high;
+/// Whether halving a triangle, and then its pieces, leads to small coordinates at a bearable price.
+/// A piece has about half the area and what is smaller than 1e-6 is never halved, so that it ends
+/// in any case, but after more pieces than memory holds
+///
+/// - for a needle whose height is lost in the rounding of its corners: what its pieces read between
+///   the corners is noise;
+/// - where coordinates grow steeply across a long triangle. About as many pieces are needed as the
+///   squared gradient comes to over the area (the Dirichlet energy of the map), in squares of
+///   `max`, and up to ten times as many come out. Pieces have the same gradient and less area, so
+///   that none is refused that comes from an accepted triangle.
+///
+/// A NaN anywhere means no: pieces would read it too.
+bool comesToAnEnd(const ::osg::Pnt3f (&corners)[3], const triangle_uv& t, float max) {
+    const ::osg::Pnt3d a(corners[0]), b(corners[1]), c(corners[2]);
+    const ::osg::Vec3d ab = b - a, ac = c - a, bc = c - b;
+    const double ab2 = ab.dot(ab), ac2 = ac.dot(ac), across = ab.dot(ac);
+    const double area = ab.cross(ac).length(); // twice
+    double far = 0;
+    for (const ::osg::Pnt3d& corner : {a, b, c}) {
+        for (::osg::UInt32 axis = 0; axis < 3; ++axis)
+            far = std::max(far, std::abs(corner[axis]));
+    }
+    if (!(area >= least_height * far * std::sqrt(std::max({ab2, ac2, bc.dot(bc)}))))
+        return false;
+
+    double energy = 0;
+    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
+        const double to_b = static_cast<double>(t.b[axis]) - static_cast<double>(t.a[axis]);
+        const double to_c = static_cast<double>(t.c[axis]) - static_cast<double>(t.a[axis]);
+        energy += to_b * to_b * ac2 - 2 * to_b * to_c * across + to_c * to_c * ab2;
+    }
+    const auto wide_max = static_cast<double>(max);
+    return energy <= most_pieces * wide_max * wide_max * 2 * area;
 }
 
 /// Coordinates 0 of a geoset, three rows at a time, in any stored form. Follows the property when
@@ -201,13 +226,46 @@ int halve(osg_geoset& geoset, std::size_t triangle, unsigned long& first) {
     return pieces;
 }
 
-/// What one call may add. A piece has about half the area of what it is cut from, and below 1e-6
-/// nothing is cut, so that cutting ends; but on broken input it ends after more pieces than any
-/// memory holds.
-std::uint64_t addedLimit(std::uint64_t triangles) {
-    const std::uint64_t by_count = std::min(triangles, most_added) * added_per_triangle;
-    return std::min(std::max(always_added, by_count), most_added);
-}
+/// Halves triangles of a geoset that reach too far, within bounds; the rest stay as they are.
+class halving {
+  public:
+    halving(osg_geoset& cut, int max_coordinate)
+        : geoset(cut), max(static_cast<float>(max_coordinate)), wanted(max_coordinate > 0),
+          most(addedLimit(cut.size)) {
+        positions.follow(cut.geometry->getPositions());
+    }
+
+    /// Halves a triangle with these coordinates if it reaches too far, and returns whether it did.
+    bool tried(std::size_t triangle, const triangle_uv& t) {
+        if (!wanted || !(largest(t) > max) || triangle >= geoset.size || added >= most ||
+            !positions.holds(triangle))
+            return false;
+        const ::osg::Pnt3f corners[3] = {positions.value(3 * triangle),
+                                         positions.value(3 * triangle + 1),
+                                         positions.value(3 * triangle + 2)};
+        if (!comesToAnEnd(corners, t, max))
+            return false;
+        unsigned long first = 0;
+        const int pieces = halve(geoset, triangle, first);
+        added += static_cast<std::uint64_t>(pieces);
+        return pieces > 0;
+    }
+
+    int triangles() const { return static_cast<int>(added); }
+
+  private:
+    static std::uint64_t addedLimit(std::uint64_t triangles) {
+        const std::uint64_t by_count = std::min(triangles, most_added) * added_per_triangle;
+        return std::min(std::max(always_added, by_count), most_added);
+    }
+
+    osg_geoset& geoset;
+    positions_slot positions;
+    float max;
+    bool wanted;
+    std::uint64_t most;
+    std::uint64_t added = 0;
+};
 
 } // namespace
 
@@ -236,22 +294,14 @@ int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit) {
         return 0;
     coordinate_rows coordinates(property);
     const auto cut_limit = static_cast<float>(cutLimit);
-    const auto max = static_cast<float>(maxTC);
-    const std::uint64_t most = addedLimit(geoset.size);
-    std::uint64_t added = 0;
+    halving cut(geoset, maxTC);
     for (std::size_t i = 0; i < coordinates.triangles();) { // grows
         const triangle_uv t = coordinates.normaliseAt(i, cut_limit);
-        int pieces = 0;
-        if (maxTC > 0 && reach(t) > max && added < most) {
-            unsigned long first = 0;
-            pieces = halve(geoset, i, first);
-            added += static_cast<std::uint64_t>(pieces);
-        }
-        // What is left of a halved triangle goes through the same once more.
-        if (pieces < 1)
+        // What is left of a triangle that was halved goes through the same once more.
+        if (!cut.tried(i, t))
             ++i;
     }
-    return static_cast<int>(added);
+    return cut.triangles();
 }
 
 int optimizeTexCoordsSmart(osg_geoset& geoset, int maxTC, int cutLimit) {
@@ -267,7 +317,7 @@ int optimizeTexCoordsSmart(osg_geoset& geoset, int maxTC, int cutLimit) {
     // are never taken and only end the loop, so that their absence does as well.
     std::multimap<float, std::size_t> large;
     const auto enter = [&](std::size_t triangle) {
-        const float key = reach(coordinates.normaliseAt(triangle, cut_limit));
+        const float key = largest(coordinates.normaliseAt(triangle, cut_limit)); // never a NaN
         if (key > max && triangle < geoset.size)
             large.emplace(key, triangle);
     };
