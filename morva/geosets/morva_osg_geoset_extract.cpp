@@ -386,14 +386,6 @@ std::uint64_t offeredTriangles(unsigned int told, const ::osg::GeometryPtr& geom
     return told < most || told > verticesOf(geometry) ? most : told;
 }
 
-void dropTexCoords(const ::osg::GeometryPtr& geometry) {
-    const open_edit edit(geometry);
-    geometry->setTexCoords(::osg::NullFC);
-    geometry->setTexCoords1(::osg::NullFC);
-    geometry->setTexCoords2(::osg::NullFC);
-    geometry->setTexCoords3(::osg::NullFC);
-}
-
 /// Enters more triangles in the one primitive of a core. False without a field for lengths.
 bool countVertices(const target_columns& target, std::uint64_t more) {
     if (target.types != ::osg::NullFC && target.types->size() == 0)
@@ -517,7 +509,9 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
     if (told == 0)
         return 0;
     bool transparent = false, blends = false;
-    if (cleanTexCoords && getImage(node, transparent, blends) == ::osg::NullFC)
+    // A source without coordinates is not even edited: it may be read by other threads.
+    if (cleanTexCoords && hasTexCoords(source) &&
+        getImage(node, transparent, blends) == ::osg::NullFC)
         dropTexCoords(source);
 
     unsigned int rogue = 0;
@@ -535,6 +529,20 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
     if (runSetup)
         geoset.setup();
     return rogue;
+}
+
+bool hasTexCoords(const ::osg::GeometryPtr& geometry) {
+    return geometry->getTexCoords() != ::osg::NullFC ||
+           geometry->getTexCoords1() != ::osg::NullFC ||
+           geometry->getTexCoords2() != ::osg::NullFC || geometry->getTexCoords3() != ::osg::NullFC;
+}
+
+void dropTexCoords(const ::osg::GeometryPtr& geometry) {
+    const open_edit edit(geometry);
+    geometry->setTexCoords(::osg::NullFC);
+    geometry->setTexCoords1(::osg::NullFC);
+    geometry->setTexCoords2(::osg::NullFC);
+    geometry->setTexCoords3(::osg::NullFC);
 }
 
 void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {

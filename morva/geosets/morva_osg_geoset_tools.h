@@ -211,6 +211,12 @@ MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, b
                                bool searchMaterial, bool writeIds, bool runSetup,
                                bool cleanTexCoords);
 
+/// Whether a core has any of the coordinates 0 to 3.
+MORVA_API bool hasTexCoords(const ::osg::GeometryPtr& geometry);
+
+/// Takes the coordinates 0 to 3 off a core, as extract() does for a node without a texture image.
+MORVA_API void dropTexCoords(const ::osg::GeometryPtr& geometry);
+
 /// Writes one value to all rows of a property; null is ignored.
 MORVA_API void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value);
 MORVA_API void fillFCwithValue(const ::osg::GeoTexCoordsPtr& property, const ::osg::Vec2f& value);
