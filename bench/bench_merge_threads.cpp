@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <vector>
 
 #include <benchmark/benchmark.h>
 
@@ -40,8 +41,8 @@ double largestShare(const ::osg::NodePtr& root) {
 void mergeEngines(benchmark::State& state) {
     const morva_bench::silence quiet;
     const auto engines = static_cast<unsigned>(state.range(0));
-    ::osg::NodePtr scene = morva_bench::engineGrid(engines, false).get();
-    ::osg::NodeRefPtr root(scene);
+    const ::osg::NodeRefPtr root = morva_bench::engineGrid(engines, false);
+    ::osg::NodePtr scene = root.get();
     ::osg::MaterialMergeGraphOp("MaterialMerge").traverse(scene);
 
     morva::osg::mergeGeo_setup setup;

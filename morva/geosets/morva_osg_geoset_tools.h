@@ -76,14 +76,17 @@ class MORVA_API osg_geoset {
     float_triangle* simple_tris = nullptr; ///< owned: `wished_size` entries, null until convert()
     std::vector<std::string> names;        ///< emptied by clear(), not used otherwise
     bool resize_failed = false; ///< sticky until clear(): fields grow no more, nothing is cut
+    /// Fields are as long as what was extracted, `vertex_capacity` is only room to grow without a
+    /// copy, and setup() leaves no spare rows. Stays over clear().
+    bool lean = false;
     float_box bbox;             ///< of all triangles, valid after setup()
 
     /// Back to empty, with a fresh core; `vertex_capacity` is then 500000.
     void clear();
 
     /// Makes what was extracted ready for trees. Vertices that fill no triangle are ignored. The
-    /// fields come out with `3 * vertex_count` rows, three times what the triangles use. Normals
-    /// are calculated if there are none.
+    /// fields come out with `3 * vertex_count` rows, three times what the triangles use, or with
+    /// `vertex_count` if `lean`. Normals are calculated if there are none.
     /// errors  one line on standard error; the geoset then has no triangles
     void setup();
 
@@ -94,6 +97,9 @@ class MORVA_API osg_geoset {
 
     /// Refreshes the axis arrays of the triangles `first` to `last`, both included, below `size`.
     void calc_axis_min_max(unsigned int first, unsigned int last);
+
+    /// Frees the axis arrays, once the trees are built: nothing may be cut afterwards.
+    void dropExtents();
 
     /// Refreshes `bbox`. Flat axes stay flat; zero without triangles.
     void calc_bounding_box();
@@ -172,6 +178,7 @@ class MORVA_API osg_geoset {
                                           bool runSetup, bool cleanTexCoords);
 
     geoset_fields& fields() const;
+    bool resizeRows(std::size_t rows);
     void makeRoom(std::uint64_t needed);
     void appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
                          unsigned int told, bool toWorld, bool searchMaterial, bool writeIds,
