@@ -131,16 +131,22 @@ struct source_columns {
     source_column<::osg::Vec2f> ids;
 };
 
+/// Length of new properties, and the one that they will grow to.
+struct field_rows {
+    std::size_t now;
+    std::size_t later;
+};
+
 /// Turns a slot to the core's own property, or to a new one of `rows` zeros if the source has
 /// values that the core has no place for; then true.
 template <typename Slot, typename Role>
-bool takeOrMake(Slot& slot, const Role& own, bool wanted, std::size_t rows) {
+bool takeOrMake(Slot& slot, const Role& own, bool wanted, const field_rows& rows) {
     if (own != ::osg::NullFC) {
         slot.follow(own);
         return false;
     }
     if (wanted)
-        slot.make(rows, 3 * rows); // setup() makes a filled one three times as long
+        slot.make(rows.now, rows.later);
     return wanted;
 }
 
@@ -157,7 +163,7 @@ template <typename Concrete, typename Role>
 /// store(); until then they go with this record.
 struct target_columns {
     target_columns(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& source,
-                   const source_columns& from, bool write_ids, std::size_t rows)
+                   const source_columns& from, bool write_ids, const field_rows& rows)
         : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
           lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
         takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows);
@@ -379,14 +385,6 @@ triangle_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int told) {
     return {counted, std::max(counted, most)};
 }
 
-void dropTexCoords(const ::osg::GeometryPtr& geometry) {
-    const open_edit edit(geometry);
-    geometry->setTexCoords(::osg::NullFC);
-    geometry->setTexCoords1(::osg::NullFC);
-    geometry->setTexCoords2(::osg::NullFC);
-    geometry->setTexCoords3(::osg::NullFC);
-}
-
 /// Enters more triangles in the one primitive of a core. False without a field for lengths.
 bool countVertices(const target_columns& target, std::uint64_t more) {
     if (target.types != ::osg::NullFC && target.types->size() == 0)
@@ -449,6 +447,12 @@ bool osg_geoset::shorterThan(std::uint64_t vertices) const {
 void osg_geoset::makeRoom(std::uint64_t needed) {
     if (needed > std::numeric_limits<unsigned int>::max())
         throw std::bad_alloc();
+    if (lean) {
+        vertex_capacity = std::max(vertex_capacity, needed);
+        if (shorterThan(needed))
+            resizeRows(needed);
+        return;
+    }
     if (vertex_capacity >= needed && !shorterThan(needed))
         return;
     vertex_capacity = std::max(vertex_capacity, needed);
@@ -481,7 +485,10 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
 
     const open_edit edit(core);
     source_columns from(source); // after room was made: a property may be source and target
-    target_columns target(core, source, from, writeIds, vertex_capacity);
+    // setup() makes a filled field three times as long, unless it is lean.
+    const field_rows rows = lean ? field_rows{vertex_count + offered, vertex_capacity}
+                                 : field_rows{vertex_capacity, 3 * vertex_capacity};
+    target_columns target(core, source, from, writeIds, rows);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();
     if (countVertices(target, corners * offer.counted)) {
@@ -518,7 +525,9 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
     if (told == 0)
         return 0;
     bool transparent = false, blends = false;
-    if (cleanTexCoords && getImage(node, transparent, blends) == ::osg::NullFC)
+    // A source without coordinates is not even edited: it may be read by other threads.
+    if (cleanTexCoords && hasTexCoords(source) &&
+        getImage(node, transparent, blends) == ::osg::NullFC)
         dropTexCoords(source);
 
     unsigned int rogue = 0;
@@ -536,6 +545,20 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
     if (runSetup)
         geoset.setup();
     return rogue;
+}
+
+bool hasTexCoords(const ::osg::GeometryPtr& geometry) {
+    return geometry->getTexCoords() != ::osg::NullFC ||
+           geometry->getTexCoords1() != ::osg::NullFC ||
+           geometry->getTexCoords2() != ::osg::NullFC || geometry->getTexCoords3() != ::osg::NullFC;
+}
+
+void dropTexCoords(const ::osg::GeometryPtr& geometry) {
+    const open_edit edit(geometry);
+    geometry->setTexCoords(::osg::NullFC);
+    geometry->setTexCoords1(::osg::NullFC);
+    geometry->setTexCoords2(::osg::NullFC);
+    geometry->setTexCoords3(::osg::NullFC);
 }
 
 void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {

@@ -139,22 +139,14 @@ void osg_geoset::clear() {
 }
 
 void osg_geoset::setup() {
-    // The argument is the number of vertices: the fields get three times what is in use.
-    setupWithRoom(static_cast<unsigned int>(vertex_count));
-}
-
-void osg_geoset::setupTight() {
-    setupWithRoom(static_cast<unsigned int>((vertex_count + corners - 1) / corners));
-}
-
-void osg_geoset::setupWithRoom(unsigned int room) {
     try {
         const ::osg::GeometryPtr core = geometry.get();
         if (!fields().positions.present()) {
             size = wished_size = 0;
             return;
         }
-        resizeFieldContainers(room);
+        // Three times what is in use, unless told otherwise.
+        resizeRows(lean ? vertex_count : corners * vertex_count);
         const positions_slot& positions = fields().positions;
         // Fewer rows than vertices are only there if that failed.
         const std::uint64_t triangles =
@@ -188,16 +180,25 @@ void osg_geoset::setupWithRoom(unsigned int room) {
 }
 
 bool osg_geoset::resizeFieldContainers(unsigned int triangles) {
+    return resizeRows(std::size_t(corners) * triangles);
+}
+
+bool osg_geoset::resizeRows(std::size_t rows) {
     if (resize_failed)
         return false;
     geoset_fields& present = fields();
-    const std::size_t before = present.positions.size() / corners;
-    if (triedToResize(present, std::size_t(corners) * triangles))
+    const std::size_t before = present.positions.size() / corners * corners;
+    if (triedToResize(present, rows))
         return true;
     resize_failed = true;
     // Not a third time if this fails as well: what is too short then is seen by its length.
-    triedToResize(present, corners * before);
+    triedToResize(present, before);
     return false;
+}
+
+void osg_geoset::dropExtents() {
+    freeAxisArrays(axis_min);
+    freeAxisArrays(axis_max);
 }
 
 void osg_geoset::calc_axis_min_max(unsigned int first, unsigned int last) {

@@ -78,19 +78,19 @@ class MORVA_API osg_geoset {
     float_triangle* simple_tris = nullptr; ///< owned: `wished_size` entries, null until convert()
     std::vector<std::string> names;        ///< emptied by clear(), not used otherwise
     bool resize_failed = false; ///< sticky until clear(): fields grow no more, nothing is cut
+    /// Fields are as long as what was extracted, `vertex_capacity` is only room to grow without a
+    /// copy, and setup() leaves no spare rows. Stays over clear().
+    bool lean = false;
     float_box bbox;             ///< of all triangles, valid after setup()
 
     /// Back to empty, with a fresh core; `vertex_capacity` is then 500000.
     void clear();
 
     /// Makes what was extracted ready for trees. Vertices that fill no triangle are ignored. The
-    /// fields come out with `3 * vertex_count` rows, three times what the triangles use. Normals
-    /// are calculated if there are none.
+    /// fields come out with `3 * vertex_count` rows, three times what the triangles use, or with
+    /// `vertex_count` if `lean`. Normals are calculated if there are none.
     /// errors  one line on standard error; the geoset then has no triangles
     void setup();
-    /// setup() for a geoset that only its owner sees: the fields get the rows that are in use and
-    /// no more, which spares most of the time. Trees and cores come out the same.
-    void setupTight();
 
     /// Resizes every field present to `3 * triangles` rows; false, and nothing changes, from the
     /// first failure on. That one prints a line on standard output and brings the old length
@@ -99,6 +99,9 @@ class MORVA_API osg_geoset {
 
     /// Refreshes the axis arrays of the triangles `first` to `last`, both included, below `size`.
     void calc_axis_min_max(unsigned int first, unsigned int last);
+
+    /// Frees the axis arrays, once the trees are built: nothing may be cut afterwards.
+    void dropExtents();
 
     /// Refreshes `bbox`. Flat axes stay flat; zero without triangles.
     void calc_bounding_box();
@@ -177,7 +180,7 @@ class MORVA_API osg_geoset {
                                           bool runSetup, bool cleanTexCoords);
 
     geoset_fields& fields() const;
-    void setupWithRoom(unsigned int room);
+    bool resizeRows(std::size_t rows);
     void makeRoom(std::uint64_t needed);
     void appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
                          unsigned int told, bool toWorld, bool searchMaterial, bool writeIds,
@@ -216,6 +219,12 @@ class MORVA_API osg_geoset {
 MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorld,
                                bool searchMaterial, bool writeIds, bool runSetup,
                                bool cleanTexCoords);
+
+/// Whether a core has any of the coordinates 0 to 3.
+MORVA_API bool hasTexCoords(const ::osg::GeometryPtr& geometry);
+
+/// Takes the coordinates 0 to 3 off a core, as extract() does for a node without a texture image.
+MORVA_API void dropTexCoords(const ::osg::GeometryPtr& geometry);
 
 /// Writes one value to all rows of a property; null is ignored.
 MORVA_API void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value);

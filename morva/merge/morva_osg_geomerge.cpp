@@ -1,8 +1,6 @@
 #include <morva/merge/morva_osg_geomerge.h>
 
-#include <exception>
 #include <iostream>
-#include <new>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
@@ -14,14 +12,13 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_fresh.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/merge/morva_osg_geomerge_stages.h>
+#include <morva/merge/morva_osg_task_list.h>
+#include <morva/merge/threadHandler.h>
 
 namespace morva::osg {
 
 namespace {
-
-/// Elements of one batch; bounds the memory of a geoset, whatever the size of the group.
-constexpr unsigned int batch_limit = 3000000;
 
 ::osg::UInt32 numberOf(const ::osg::MaterialPtr& material) {
     return material == ::osg::NullFC ? 0 : material.getFieldContainerId();
@@ -73,51 +70,6 @@ kd_build_setup treeSetup(const kd_build_setup& kd) {
     return local;
 }
 
-/// One merge group on its way: everything that a thread of its own would be given.
-struct merge_task {
-    ::osg::MaterialPtr material;
-    const std::vector<::osg::NodePtr>* nodes = nullptr;
-    const kd_build_setup* kd = nullptr;
-    const mergeGeo_setup* setup = nullptr;
-    ::osg::NodePtr result; ///< unowned until it is joined
-};
-
-/// Gives back what the thread still holds of the ID map's lock, however the task ends.
-struct task_end {
-    task_end() = default;
-    task_end(const task_end&) = delete;
-    task_end& operator=(const task_end&) = delete;
-    ~task_end() { getIDmapHandler().releaseHeldLock(); }
-};
-
-void runTask(merge_task& task) {
-    const task_end end;
-    task.result =
-        mergeGeometryInVector(task.material, *task.nodes, *task.kd, *task.setup, batch_limit);
-}
-
-void joinTask(const merge_task& task, const ::osg::NodePtr& result) {
-    if (task.result == ::osg::NullFC)
-        return;
-    fresh<::osg::NodePtr> group(task.result);
-    result->addChild(group.get());
-    group.release();
-}
-
-/// Merges group after group; the children of the result are in the order of the groups.
-void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
-                 const ::osg::NodePtr& result) {
-    for (const auto& [material, nodes] : merge.groups()) {
-        merge_task task;
-        task.material = material;
-        task.nodes = &nodes;
-        task.kd = &kd;
-        task.setup = &setup;
-        runTask(task);
-        joinTask(task, result);
-    }
-}
-
 /// Moves nodes below the result, each under a transform that keeps its place in the world.
 void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& result) {
     for (::osg::NodePtr node : nodes) {
@@ -161,7 +113,8 @@ void mergeInto(const ::osg::NodePtr& result, const ::osg::NodePtr& root, const k
     }
     GeoMerge merge(setup);
     groupParts(parts, setup, merge);
-    mergeGroups(merge, local, setup, result);
+    threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
+    mergeGroups(merge, local, setup, handler, result);
     std::cout << "\rDone merging.        " << std::endl;
     carryOver(parts.transparent, result);
     carryOver(parts.hidden, result);
@@ -250,12 +203,8 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
     fresh<::osg::NodePtr> result(newGroupNode());
     try {
         mergeInto(result.get(), root, kd, setup);
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in geomerge: " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in geomerge: " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in geomerge." << std::endl;
+        printMergeError();
     }
     if (!setup.silent)
         std::cout << "done." << std::endl;

@@ -90,9 +90,14 @@ bool isDue(std::uint64_t vertices, unsigned int corners, bool last, std::uint64_
     return vertices / corners > limit || (last && vertices > 0);
 }
 
+/// A batch is at its largest while its cores are made: what they don't need goes before.
+void dropExtents(osg_geoset& geoset) { geoset.dropExtents(); }
+void dropExtents(osg_line_geoset&) {}
+
 template <typename Geoset>::osg::NodePtr cores(Geoset& geoset, const batch_setup& batch) {
     kd_tree<float> tree;
     compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
+    dropExtents(geoset);
     return Split(tree, geoset, 0, 0, batch.kd.max_elements, ::osg::NodePtr(), batch.setup.opt,
                  batch.setup.calcnormals);
 }
@@ -104,12 +109,9 @@ template <typename Geoset>::osg::NodePtr cores(Geoset& geoset, const batch_setup
                                 batch.setup.calcnormals);
 }
 
-void finishFilling(osg_geoset& geoset) { geoset.setupTight(); }
-template <typename Geoset> void finishFilling(Geoset& geoset) { geoset.setup(); }
-
 /// Turns what the geoset holds into a batch node, and empties it for the next batch.
 template <typename Geoset> void flush(Geoset& geoset, const batch_setup& batch) {
-    finishFilling(geoset);
+    geoset.setup();
     fresh<::osg::NodePtr> node(newGroupNode());
     fresh<::osg::NodePtr> made(cores(geoset, batch));
     node->addChild(made.get());
@@ -140,6 +142,7 @@ void pour(const std::vector<::osg::NodePtr>& nodes, const batch_setup& batch) {
     osg_geoset triangles;
     osg_line_geoset lines;
     osg_point_geoset points;
+    triangles.lean = true; // large batches, and several of them at once
     prepare(triangles, batch);
     prepare(lines, batch);
     prepare(points, batch);

@@ -6,6 +6,8 @@
 
 #include <atomic>
 #include <cstring>
+#include <exception>
+#include <string_view>
 
 OSG_BEGIN_NAMESPACE
 
@@ -15,29 +17,45 @@ namespace {
 
 std::atomic<UInt32> numAspects{2};
 
-/// The change list of a thread, for as long as the thread lives.
+/// The list that the calling thread records in; null until it asks for one.
+thread_local ChangeList* currentList = nullptr;
+// Whether this thread's own list is gone: static objects may still drop references after it.
+thread_local bool listIsGone = false;
+
+/// The change list of a thread that has no named one, for as long as the thread lives.
 struct thread_changes {
     ChangeList* list = newThreadChangeList(osgCurrentAspect);
     ~thread_changes();
 };
 
-// Whether this thread's list is gone: static objects may still drop references after it.
-thread_local bool listIsGone = false;
-
 thread_changes::~thread_changes() {
     deleteThreadChangeList(list);
+    currentList = nullptr;
     listIsGone = true;
 }
 
-} // namespace
-
-ChangeList* Thread::getCurrentChangeList() {
+ChangeList* ownList() {
     if (listIsGone) {
         static ChangeList& last = *newThreadChangeList(0);
         return &last;
     }
     thread_local thread_changes changes;
     return changes.list;
+}
+
+} // namespace
+
+ChangeList* Thread::getCurrentChangeList() {
+    if (currentList == nullptr)
+        currentList = ownList();
+    return currentList;
+}
+
+Thread::Thread(const Char8* name) : BaseThread(name), _changes(newThreadChangeList(0)) {}
+
+Thread::~Thread() {
+    join(this); // its function may still record
+    deleteThreadChangeList(_changes);
 }
 
 BaseThread::~BaseThread() { join(this); }
@@ -65,14 +83,23 @@ bool BaseThread::exists() {
     return _thread.joinable();
 }
 
-bool BaseThread::start(ThreadFunction function, UInt32 aspect, void* argument) {
+bool BaseThread::start(ThreadFunction function, UInt32 aspect, void* argument,
+                       ChangeList* changes) {
     join(this);
     const std::lock_guard<std::mutex> guard(_mutex);
-    _thread = std::thread([function, aspect, argument] {
-        osgCurrentAspect = aspect;
-        Thread::getCurrentChangeList()->setAspect(aspect);
-        function(argument);
-    });
+    if (changes != nullptr)
+        *changes = ChangeList(aspect);
+    try {
+        _thread = std::thread([function, aspect, argument, changes] {
+            osgCurrentAspect = aspect;
+            currentList = changes;
+            Thread::getCurrentChangeList()->setAspect(aspect);
+            function(argument);
+        });
+    } catch (const std::exception& error) {
+        SFATAL << "BaseThread: can't start " << _name << ": " << error.what() << endLog;
+        return false;
+    }
     return true;
 }
 
@@ -89,12 +116,13 @@ bool Thread::runFunction(ThreadFunction function, UInt32 aspect, void* argument)
         SFATAL << "Thread::runFunction: no aspect " << aspect << endLog;
         return false;
     }
-    return start(function, aspect, argument);
+    return start(function, aspect, argument, _changes);
 }
 
 void ExternalThread::initialize(UInt32 aspect) {
     osgCurrentAspect = aspect < ThreadManager::getNumAspects() ? aspect : 0;
-    getCurrentChangeList()->setAspect(osgCurrentAspect);
+    currentList = getChangeList();
+    currentList->setAspect(osgCurrentAspect);
 }
 
 ThreadManager* ThreadManager::the() {
@@ -108,19 +136,22 @@ void ThreadManager::setNumAspects(UInt32 count) { numAspects = osgMax(count, 1u)
 
 namespace {
 
+// A look-up of what is known allocates nothing, so that it can't fail.
+template <class Map> auto* findNamed(std::mutex& mutex, Map& map, const Char8* name) {
+    const std::lock_guard<std::mutex> guard(mutex);
+    const auto found = map.find(std::string_view(name ? name : ""));
+    return found == map.end() ? nullptr : found->second.get();
+}
+
 template <class Map, class Make>
 auto* findOrMake(std::mutex& mutex, Map& map, const Char8* name, Make make) {
+    if (auto* known = findNamed(mutex, map, name))
+        return known;
     const std::lock_guard<std::mutex> guard(mutex);
     auto& place = map[name ? name : ""];
     if (place == nullptr)
         place.reset(make());
     return place.get();
-}
-
-template <class Map> auto* findNamed(std::mutex& mutex, Map& map, const Char8* name) {
-    const std::lock_guard<std::mutex> guard(mutex);
-    const auto found = map.find(name ? name : "");
-    return found == map.end() ? nullptr : found->second.get();
 }
 
 bool isType(const Char8* type, const Char8* known) { return type && !std::strcmp(type, known); }

@@ -4,6 +4,7 @@
 #include "OSGLock.h"
 #include "OSGThread.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -36,7 +37,7 @@ class OSG_BASE_DLLMAPPING ThreadManager {
     void joinAll();
 
   private:
-    template <class T> using Named = std::map<std::string, std::unique_ptr<T>>;
+    template <class T> using Named = std::map<std::string, std::unique_ptr<T>, std::less<>>;
 
     ThreadManager() = default;
 

@@ -1,0 +1,103 @@
+#include <morva/merge/morva_osg_geomerge_stages.h>
+
+#include <map>
+#include <vector>
+
+#include <OpenSG/OSGGeometry.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/merge/morva_osg_task_list.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Brings source nodes into the state in which extraction leaves them, so that tasks side by side
+/// only read what they share: cores, properties, and the volumes on the way to the root.
+class source_state {
+  public:
+    explicit source_state(const mergeGeo_setup& setup_) : setup(setup_) {}
+
+    /// False, with nothing lost, if what a node of some group takes off a core another node is to
+    /// have: the outcome then depends on who comes first, and the groups must run in their order.
+    bool settle(const GeoMerge& merge) {
+        for (const auto& [material, nodes] : merge.groups()) {
+            for (const ::osg::NodePtr& node : nodes) {
+                if (!review(node))
+                    return false;
+            }
+        }
+        for (const auto& [core, unused] : is_unused) {
+            if (unused)
+                dropTexCoords(core);
+        }
+        // Editing has invalidated the volumes, which the ID map asks for.
+        for (const auto& [material, nodes] : merge.groups()) {
+            for (const ::osg::NodePtr& node : nodes) {
+                if (node != ::osg::NullFC && !setup.idmap.empty())
+                    node->updateVolume();
+            }
+        }
+        return true;
+    }
+
+  private:
+    /// Notes whether the node's coordinates are to go; false if the core's other nodes disagree.
+    bool review(const ::osg::NodePtr& node) {
+        if (node == ::osg::NullFC)
+            return true;
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+        if (!checkGeoProperties(core) || !setup.deleteunusedtc || !hasTexCoords(core) ||
+            getNumberOfTriangles(core) == 0)
+            return true;
+        const bool unused = !hasImage(getMaterial(node));
+        return is_unused.emplace(core, unused).first->second == unused;
+    }
+
+    bool hasImage(const ::osg::MaterialPtr& material) {
+        const auto known = has_image.find(material);
+        if (known != has_image.end())
+            return known->second;
+        bool transparent = false, blends = false;
+        const bool has =
+            material != ::osg::NullFC && getImage(material, transparent, blends) != ::osg::NullFC;
+        return has_image.emplace(material, has).first->second;
+    }
+
+    const mergeGeo_setup& setup;
+    std::map<::osg::GeometryPtr, bool> is_unused; ///< whether a core's coordinates are to go
+    std::map<::osg::MaterialPtr, bool> has_image; ///< looking into an image takes long
+};
+
+} // namespace
+
+void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
+                 threadHandler& handler, const ::osg::NodePtr& result) {
+    if (setup.numthreads > 1 && source_state(setup).settle(merge)) {
+        task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
+        for (const auto& [material, nodes] : merge.groups()) {
+            mergeGeometryMTArguments task;
+            task.material = &material;
+            task.nodes = &nodes;
+            task.kd = &kd;
+            task.setup = &setup;
+            task.limit = batch_limit;
+            tasks.start(task);
+        }
+        tasks.joinInto(result);
+        return;
+    }
+    for (const auto& [material, nodes] : merge.groups()) {
+        const task_end end;
+        fresh<::osg::NodePtr> group(mergeGeometryInVector(material, nodes, kd, setup, batch_limit));
+        if (group.get() == ::osg::NullFC)
+            continue;
+        result->addChild(group.get());
+        group.release();
+    }
+}
+
+} // namespace morva::osg

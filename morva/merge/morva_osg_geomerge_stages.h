@@ -1,0 +1,38 @@
+#pragma once
+
+// The two stages of the merge pass that can run on workers: groups into cores, and cores into
+// cache order.
+//
+//     mergeGroups        one task per group; group nodes in the order of the groups
+//     optimizeNodeCache  one task per geometry node; in the order of the nodes
+//
+// With `numthreads` above 1 each task has a worker of its own; otherwise all run on the calling
+// thread, one after the other. The outcome is the same, but for numbers in generated names.
+// Before tasks run side by side mergeGroups() brings the source nodes into the state in which
+// they are only read.
+
+#include <OpenSG/OSGNode.h>
+
+#include <morva/driver/morva_osg_params.h>
+#include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/threadHandler.h>
+
+namespace morva::osg {
+
+/// Triangles, lines or points of one batch; bounds the memory of a geoset, whatever the size of
+/// the group.
+constexpr unsigned int batch_limit = 3000000;
+
+/// Workers at a time that the setup asks for; 1 for none.
+constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {
+    return setup.numthreads > 1 ? static_cast<unsigned int>(setup.numthreads) : 1;
+}
+
+/// Merges group after group into children of `result`.
+///
+/// errors  on one thread they leave the function; on workers each costs one group, and one line
+///         on standard error
+void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
+                 threadHandler& handler, const ::osg::NodePtr& result);
+
+} // namespace morva::osg

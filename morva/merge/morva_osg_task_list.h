@@ -1,0 +1,136 @@
+#pragma once
+
+// Tasks of one kind on the workers of a threadHandler, from start to joined result.
+//
+//     task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
+//     for (...) tasks.start(record);          // blocks while the limit is reached
+//     tasks.joinInto(result);                 // children in the order of starting
+//
+// A record has the fields `result`, `barrier` and `handler`. A worker is a function whose body is
+// runWorker(). What a worker throws ends in one line on standard error and a null result. A list
+// that is left early waits for its workers and destroys what they made.
+
+#include <deque>
+#include <exception>
+#include <iostream>
+#include <new>
+#include <utility>
+
+#include <OpenSG/OSGNode.h>
+
+#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/merge/morva_osg_worker_output.h>
+#include <morva/merge/threadHandler.h>
+
+namespace morva::osg {
+
+/// Prints the exception that is being handled; for stages of the merge pass.
+inline void printMergeError() {
+    try {
+        throw;
+    } catch (const std::bad_alloc& error) {
+        std::cerr << "bad_alloc caught in geomerge: " << error.what() << std::endl;
+    } catch (const std::exception& error) {
+        std::cerr << "Standard exception in geomerge: " << error.what() << std::endl;
+    } catch (...) {
+        std::cerr << "Error occured in geomerge." << std::endl;
+    }
+}
+
+/// Gives back what the thread still holds of the ID map's lock, however the task ends.
+struct task_end {
+    task_end() = default;
+    task_end(const task_end&) = delete;
+    task_end& operator=(const task_end&) = delete;
+    ~task_end() { getIDmapHandler().releaseHeldLock(); }
+};
+
+/// Reports a node as changed in all fields, in the list of the calling thread.
+inline void reportChange(const ::osg::NodePtr& node) {
+    ::osg::beginEditCP(node, ::osg::FieldBits::AllFields);
+    ::osg::endEditCP(node, ::osg::FieldBits::AllFields);
+}
+
+/// The body of a worker: stores what `run` returns, and stays until the task is joined.
+template <typename Arguments, typename Task>
+void runWorker(Arguments& task, const Task& run) noexcept {
+    {
+        const task_end end;
+        try {
+            fresh<::osg::NodePtr> made(run());
+            // Filled in this thread: must be known as changed before another one hangs it in.
+            if (made.get() != ::osg::NullFC)
+                reportChange(made.get());
+            task.result = made.release();
+        } catch (...) {
+            printMergeError();
+        }
+    }
+    if (!task.barrier.empty())
+        task.handler->leave(task.barrier);
+}
+
+/// Started tasks in their order. Owns the records.
+template <typename Arguments> class task_list {
+  public:
+    task_list(threadHandler& handler_, void (*worker_)(void*))
+        : handler(handler_), worker(worker_) {}
+    task_list(const task_list&) = delete;
+    task_list& operator=(const task_list&) = delete;
+    ~task_list() {
+        while (joined < records.size())
+            const fresh<::osg::NodePtr> unwanted(joinNext());
+    }
+
+    /// Starts a task, or runs it here if no thread is to be had for it.
+    void start(Arguments task) {
+        const auto index = static_cast<unsigned int>(records.size());
+        task.barrier = handler.createBarrierName(index);
+        task.handler = &handler;
+        records.push_back(std::move(task));
+        Arguments& record = records.back();
+        bool started = false;
+        try {
+            started = handler.start(worker, &record, index);
+        } catch (...) {
+            records.pop_back(); // nothing runs
+            throw;
+        }
+        if (!started) {
+            record.barrier.clear();
+            worker(&record);
+        }
+    }
+
+    /// Joins all tasks and adds their results to `parent`, in the order of starting.
+    void joinInto(const ::osg::NodePtr& parent) {
+        while (joined < records.size()) {
+            const auto index = static_cast<unsigned int>(joined);
+            fresh<::osg::NodePtr> made(joinNext());
+            if (!records[index].barrier.empty())
+                handler.takeChanges(index);
+            if (made.get() == ::osg::NullFC)
+                continue;
+            parent->addChild(made.get());
+            reportChange(made.release());
+            reportChange(parent);
+        }
+    }
+
+  private:
+    ::osg::NodePtr joinNext() {
+        Arguments& task = records[joined++];
+        if (!task.barrier.empty())
+            handler.join(task.barrier);
+        return std::exchange(task.result, ::osg::NodePtr());
+    }
+
+    threadHandler& handler;
+    void (*worker)(void*);
+    const worker_output output; ///< prints of several threads, for as long as there are workers
+    std::deque<Arguments> records;
+    std::size_t joined = 0;
+};
+
+} // namespace morva::osg

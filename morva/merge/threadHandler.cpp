@@ -1,0 +1,121 @@
+#include <morva/merge/threadHandler.h>
+
+#include <algorithm>
+#include <thread>
+#include <utility>
+
+#include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGThread.h>
+#include <OpenSG/OSGThreadManager.h>
+
+#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_task_list.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// The thread of that name, or null if the name stands for another kind of thread.
+::osg::Thread* threadOf(const std::string& name) {
+    return dynamic_cast<::osg::Thread*>(
+        ::osg::ThreadManager::the()->getThread(name.c_str(), "OSGThread"));
+}
+
+} // namespace
+
+threadHandler::threadHandler(std::string name_, unsigned int maxThreads_)
+    : name(std::move(name_)), maxThreads(std::max(maxThreads_, 1U)),
+      lock(::osg::Lock::get(name.c_str())),
+      waitLock(::osg::Lock::get((name + "_WAITLOCK").c_str())),
+      waitBarrier(::osg::Barrier::get((name + "_WAITBARRIER").c_str())),
+      unlockBarrier(::osg::Barrier::get((name + "_WAITBARRIER_UNLOCK").c_str())) {}
+
+threadHandler::~threadHandler() {
+    // A worker that was let go by its barrier may not have left it yet.
+    while (inside.load(std::memory_order_acquire) != 0)
+        std::this_thread::yield();
+    for (const std::string& thread_name : threadNames) {
+        ::osg::Thread* thread = threadOf(thread_name);
+        if (thread != nullptr)
+            thread->terminate();
+    }
+}
+
+std::string threadHandler::createThreadName(unsigned int index) {
+    threadNames.push_back(name + "_Thread_" + std::to_string(index));
+    return threadNames.back();
+}
+
+std::string threadHandler::createBarrierName(unsigned int index) const {
+    return name + "_Barrier_" + std::to_string(index);
+}
+
+bool threadHandler::start(void (*worker)(void*), void* record, unsigned int index) {
+    ::osg::Thread* thread = threadOf(createThreadName(index));
+    if (thread == nullptr)
+        return false;
+    // Made here, so that the worker finds it and needs no memory for its end.
+    ::osg::Barrier::get(createBarrierName(index).c_str());
+    getIDmapHandler().releaseHeldLock();
+
+    lock->aquire();
+    ++running;
+    lock->release();
+    inside.fetch_add(1, std::memory_order_relaxed);
+    const bool started = thread->runFunction(worker, 0, record);
+
+    lock->aquire();
+    if (!started) {
+        --running;
+        inside.fetch_sub(1, std::memory_order_relaxed);
+    }
+    if (running < maxThreads) {
+        lock->release();
+        return started;
+    }
+    // The worker that ends next sees this and holds the lock through both barriers, so that no
+    // other one can come in between.
+    waiting = true;
+    lock->release();
+    waitBarrier->enter(2);
+    waiting = false;
+    unlockBarrier->enter(2);
+    return started;
+}
+
+void threadHandler::join(const std::string& barrierName) {
+    getIDmapHandler().releaseHeldLock();
+    ::osg::Barrier::get(barrierName.c_str())->enter(2);
+}
+
+void threadHandler::takeChanges(unsigned int index) {
+    ::osg::Thread* thread = threadOf(name + "_Thread_" + std::to_string(index));
+    if (thread != nullptr)
+        ::osg::Thread::getCurrentChangeList()->merge(*thread->getChangeList());
+}
+
+void threadHandler::leave(const std::string& barrierName) {
+    ::osg::Barrier* own = ::osg::Barrier::get(barrierName.c_str());
+    lock->aquire();
+    --running;
+    if (waiting) {
+        waitBarrier->enter(2);
+        unlockBarrier->enter(2);
+    }
+    lock->release();
+    own->enter(2);
+    inside.fetch_sub(1, std::memory_order_release); // the handler may be gone after this
+}
+
+void mergeGeometryInVectorMultithread(void* arguments) {
+    auto& task = *static_cast<mergeGeometryMTArguments*>(arguments);
+    runWorker(task, [&task] {
+        return mergeGeometryInVector(*task.material, *task.nodes, *task.kd, *task.setup,
+                                     task.limit);
+    });
+}
+
+void saveAOinTC6MT(void*) {}
+
+} // namespace morva::osg

@@ -1,0 +1,102 @@
+#pragma once
+
+// The pool of the merge pass: one named thread per task, at most `maxThreads` of them at work.
+//
+//     main thread                     a worker
+//       start task 0, 1, ...            work; result into its record
+//       limit reached: wait  <------->  count itself out, wake the main thread
+//       join 0, 1, ... in order <---->  stand at its own barrier until joined
+//
+// It is no queue: start() blocks while the limit is reached, and a worker that is done stands at
+// the barrier of its record until the main thread comes to it. Joins are in the order of
+// starting, so that nothing depends on who finished first.
+//
+// Threads, locks and barriers go by name, and the same name gives the same object: a handler can
+// be made again under its name once the last one is gone, but two of one name must not overlap.
+// Workers run in aspect 0. A worker gives the ID map's lock back before it counts itself out, and
+// the main thread holds it at no barrier, so that no two of them can wait for each other.
+
+#include <atomic>
+#include <string>
+#include <vector>
+
+#include <OpenSG/OSGBarrier.h>
+#include <OpenSG/OSGLock.h>
+#include <OpenSG/OSGMaterial.h>
+#include <OpenSG/OSGNode.h>
+
+#include <morva/core/morva_export.h>
+#include <morva/driver/morva_osg_params.h>
+#include <morva/trees/kd_records.h>
+
+namespace morva::osg {
+
+/// Starts workers under a limit and joins them. One main thread.
+class MORVA_API threadHandler {
+  public:
+    /// Gets the lock `name`, the lock `name`_WAITLOCK and the barriers `name`_WAITBARRIER and
+    /// `name`_WAITBARRIER_UNLOCK.
+    threadHandler(std::string name, unsigned int maxThreads);
+    threadHandler(const threadHandler&) = delete;
+    threadHandler& operator=(const threadHandler&) = delete;
+    /// Ends all threads whose names were given out. Every started task has been joined by then.
+    ~threadHandler();
+
+    /// Returns `name`_Thread_`index`, and remembers it for the end.
+    std::string createThreadName(unsigned int index);
+    /// Returns `name`_Barrier_`index`.
+    std::string createBarrierName(unsigned int index) const;
+
+    /// Runs `worker` on the thread `index`, and waits while `maxThreads` are at work.
+    ///
+    /// record   given to the worker, which ends with leave(); stays until it is joined
+    /// returns  false if there is no such thread to be had; nothing runs then
+    bool start(void (*worker)(void*), void* record, unsigned int index);
+
+    /// Waits for the end of the task with that barrier.
+    void join(const std::string& barrierName);
+
+    /// Takes over what the thread of the joined task `index` recorded in its change list.
+    void takeChanges(unsigned int index);
+
+    /// The end of a worker: counts it out, wakes the main thread if that waits, and stays until
+    /// the task is joined. The record may be gone afterwards.
+    void leave(const std::string& barrierName);
+
+    std::string name;                     ///< start of all names
+    unsigned int maxThreads;              ///< workers at a time; below 1 is as 1
+    unsigned int running = 0;             ///< started and not yet finished; under `lock`
+    ::osg::Lock* lock;                    ///< guards `running` and `waiting`
+    ::osg::Lock* waitLock;                ///< got and kept; nobody takes it
+    ::osg::Barrier* waitBarrier;          ///< where the main thread waits for a worker to end
+    ::osg::Barrier* unlockBarrier;        ///< where that worker lets it go
+    bool waiting = false;                 ///< the main thread stands at the two barriers
+    std::vector<std::string> threadNames; ///< all that createThreadName() gave out
+
+  private:
+    /// Workers that may still stand at a barrier. A thread is not to be ended there.
+    std::atomic<unsigned int> inside{0};
+};
+
+/// A task of the merge stage: one group.
+struct mergeGeometryMTArguments {
+    const ::osg::MaterialPtr* material = nullptr;
+    const std::vector<::osg::NodePtr>* nodes = nullptr;
+    const kd_build_setup* kd = nullptr;
+    const mergeGeo_setup* setup = nullptr;
+    unsigned int limit = 3000000;
+    ::osg::NodePtr result;            ///< unowned until it is joined; null if the task failed
+    std::string barrier;              ///< own barrier; empty: the task ran on the main thread
+    threadHandler* handler = nullptr; ///< that started the task
+};
+
+/// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
+MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
+
+/// The record of saveAOinTC6MT().
+struct SAO6Arguments {};
+
+/// Does nothing: there is no work of this kind. Kept for callers that start it themselves.
+MORVA_API void saveAOinTC6MT(void* arguments);
+
+} // namespace morva::osg
