@@ -4,6 +4,7 @@
 #include <set>
 
 #include <morva/driver/morva_osg_params.h>
+#include <morva/idmap/morva_filetools.h>
 
 #include "text.h"
 

@@ -16,6 +16,7 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/trees/kd_strategies.h>

@@ -37,15 +37,7 @@ void read_field(const std::map<std::string, std::string>& parameters, const char
 
 } // namespace
 
-namespace morva {
-
-std::size_t splitStringByDelimiter(const std::string& text, std::vector<std::string>& tokens,
-                                   const std::string& delimiters) {
-    tokens.clear();
-    return osg::splitStringByDelimiter(text, tokens, delimiters);
-}
-
-namespace osg {
+namespace morva::osg {
 
 std::size_t splitStringByDelimiter(const std::string& text, std::vector<std::string>& tokens,
                                    const std::string& delimiters) {
@@ -173,5 +165,4 @@ mergeGeo_setup::mergeGeo_setup(std::map<std::string, std::string> parameters) {
         idmap = std::move(name->second);
 }
 
-} // namespace osg
-} // namespace morva
+} // namespace morva::osg

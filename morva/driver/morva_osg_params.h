@@ -21,15 +21,7 @@
 #include <string>
 #include <vector>
 
-namespace morva {
-
-/// As `morva::osg::splitStringByDelimiter`, but empties `tokens` first, so that the result is
-/// the number of tokens of this text.
-MORVA_API std::size_t splitStringByDelimiter(const std::string& text,
-                                             std::vector<std::string>& tokens,
-                                             const std::string& delimiters);
-
-namespace osg {
+namespace morva::osg {
 
 /// Splits a text at every character of a set.
 ///
@@ -102,5 +94,4 @@ struct MORVA_API mergeGeo_setup {
     explicit mergeGeo_setup(std::map<std::string, std::string> parameters);
 };
 
-} // namespace osg
-} // namespace morva
+} // namespace morva::osg

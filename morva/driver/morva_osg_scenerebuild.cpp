@@ -10,6 +10,7 @@
 #include <morva/driver/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
+#include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
@@ -30,6 +31,7 @@ struct driver_keys {
     bool help = false; ///< whether the key is there; its value is not read
     bool has_prefix = false;
     std::string prefix; ///< of generated names, if has_prefix
+    std::string idmap;  ///< file of the ID map, without its extension
 };
 
 template <class T> void readKey(const parameter_map& parameters, const char* key, T& value) {
@@ -51,6 +53,9 @@ driver_keys readDriverKeys(const parameter_map& parameters) {
     keys.has_prefix = prefix != parameters.end();
     if (keys.has_prefix)
         keys.prefix = prefix->second;
+    const auto idmap = parameters.find("idmap");
+    if (idmap != parameters.end())
+        keys.idmap = idmap->second;
     return keys;
 }
 
@@ -117,6 +122,22 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
     return result;
 }
 
+/// Hands the ID map out: to a file unless the key named none, and to the root on request.
+void runIdmap(const driver_keys& keys, const mergeGeo_setup& setup, const ::osg::NodePtr& root,
+              const ::osg::NodePtr& result) {
+    if (setup.idmap.empty())
+        return;
+    idmapHandler& handler = getIDmapHandler();
+    handler.registerGeometryUsage(result);
+    if (!keys.idmap.empty()) {
+        std::cout << "Write IDmap with " << std::to_string(handler.names.size()) << " names."
+                  << std::endl;
+        writeJsonFile(keys.idmap + ".json", handler, root);
+    }
+    if (keys.idmapinroot)
+        addIDmapInfo(result);
+}
+
 /// Everything between taking the root off its parent and putting it back.
 ::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters) {
     const parameter_map map = parseOptTreeParams(parameters);
@@ -148,11 +169,7 @@ void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
         handler.prefix = keys.prefix;
 
     const ::osg::NodePtr result = runMerge(keys, setup, root);
-    if (!setup.idmap.empty()) {
-        handler.registerGeometryUsage(result);
-        if (keys.idmapinroot)
-            addIDmapInfo(result);
-    }
+    runIdmap(keys, setup, root, result);
     handler.releaseHeldLock();
     return result;
 }

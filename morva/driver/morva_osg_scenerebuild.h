@@ -11,6 +11,7 @@
 //     one material for all              mostusedmaterial, onegeometry
 //     levels of detail, switches out    removelod, removeswitch
 //     geometry merged and cut           maxtris, cacheopt, onegeometry
+//     ID map written to a file          idmap
 //     ID map attached to the root       idmapinroot
 //
 // Runs on the caller's thread and in its aspect. Two runs must not overlap: they share the ID map

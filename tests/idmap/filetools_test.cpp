@@ -1,0 +1,387 @@
+// The ID map file, byte for byte, and the helpers beside it.
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <limits>
+#include <locale>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <boost/filesystem.hpp>
+
+#include <OpenSG/OSGMaterialChunk.h>
+
+#include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_filetools.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+#include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
+
+namespace {
+
+namespace fs = std::filesystem;
+using namespace morva_test;
+using ::osg::Color4f;
+
+/// A folder of its own that goes with the test, and a handler without a past.
+class FileTools : public testing::Test {
+  protected:
+    FileTools() {
+        std::string pattern = (fs::temp_directory_path() / "morva-idmap-XXXXXX").string();
+        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
+        folder = pattern;
+        forget();
+    }
+    ~FileTools() override {
+        forget();
+        fs::remove_all(folder);
+    }
+    static void forget() {
+        morva::osg::getIDmapHandler().reset();
+        morva::osg::getIDmapHandler().tree.str("");
+    }
+    static std::string bytesOf(const fs::path& file) {
+        std::ifstream in(file, std::ios::binary);
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    std::string path(const char* name) const { return (folder / name).string(); }
+
+    fs::path folder;
+};
+
+struct look {
+    Color4f diffuse, ambient, specular, emission;
+    float shininess;
+    Color4f back_diffuse{1, 1, 1, 0};
+};
+
+/// Gives a material without chunks the colours of both sides.
+void paint(const ::osg::ChunkMaterialPtr& material, const look& wanted) {
+    const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
+    chunk->setDiffuse(wanted.diffuse);
+    chunk->setAmbient(wanted.ambient);
+    chunk->setSpecular(wanted.specular);
+    chunk->setEmission(wanted.emission);
+    chunk->setShininess(wanted.shininess);
+    chunk->setBackDiffuse(wanted.back_diffuse);
+    chunk->setBackAmbient(Color4f(0, 0.25F, 0, 1));
+    chunk->setBackSpecular(Color4f(0.5F, 0, 0, 1));
+    chunk->setBackEmission(Color4f(0, 0, 1e-5F, 1));
+    chunk->setBackShininess(12.8F);
+    material->addChunk(chunk);
+}
+
+/// `count` bare materials under the names __App_0, __App_1, ... in the order of the map.
+std::vector<::osg::ChunkMaterialRefPtr> appearancesIn(morva::JsonFileContent& content,
+                                                      std::size_t count) {
+    std::vector<::osg::ChunkMaterialRefPtr> made, ordered;
+    for (std::size_t i = 0; i < count; ++i) {
+        made.emplace_back(bareMaterial());
+        content.appearances[made.back().get()];
+    }
+    for (auto& [material, name] : content.appearances) {
+        name = "__App_" + std::to_string(ordered.size());
+        ordered.emplace_back(::osg::ChunkMaterialPtr::dcast(material));
+    }
+    return ordered;
+}
+
+const char* const every_case = R"({
+"numberOfIDs":5,
+"maxGeoCount":12345,
+"appearance": [ 
+{
+"name": "__App_0",
+"material": { 
+"diffuseColor": "0.5 0.5 0.5",
+"specularColor": "0.333333 1e+07 0",
+"emissiveColor": "0 0 0.1",
+"ambientIntensity": "0.2",
+"shininess": "0.5",
+"transparency": "0"
+}},
+{
+"name": "__App_1",
+"material": { 
+"diffuseColor": "0 0.5 0",
+"specularColor": "0 0 0",
+"emissiveColor": "0 0 0",
+"ambientIntensity": "0.5",
+"shininess": "0.078125",
+"transparency": "0.25",
+"backDiffuseColor": "1 1 1",
+"backSpecularColor": "0.5 0 0",
+"backEmissiveColor": "0 0 1e-05",
+"backAmbientIntensity": "0",
+"backShininess": "0.1",
+"backTransparency": "0"
+}},
+{
+"name": "__App_2",
+"material": { 
+"diffuseColor": "0.001 0.001 0",
+"specularColor": "0 0 0",
+"emissiveColor": "0 0 0",
+"ambientIntensity": "500",
+"shininess": "0",
+"transparency": "0",
+"backDiffuseColor": "1 nan 1",
+"backSpecularColor": "0.5 0 0",
+"backEmissiveColor": "0 0 1e-05",
+"backAmbientIntensity": "0",
+"backShininess": "0.1",
+"backTransparency": "1"
+}},
+{
+"name": "__App_3",
+"material": { 
+"diffuseColor": "0 0 0",
+"specularColor": "0 0 0",
+"emissiveColor": "0 0 0",
+"ambientIntensity": "0",
+"shininess": "0",
+"transparency": "1"
+}}],
+"mapping": [
+{
+"name": "door",
+"min": "-1.5, 0.333333, 0",
+"max": "1e+07, 2, 3",
+"appearance": "__App_1",
+"usage": ["MG_0","MG_10","MG_2"]
+},
+{
+"name": "a "quoted" \ name	",
+"min": "0, 0, 0",
+"max": "0, 0, 0",
+"appearance": "__App_0",
+"usage": []
+},
+{
+"name": "bare",
+"min": "0, 0, 0",
+"max": "0, 0, 0",
+"appearance": "",
+"usage": ["MG_1"]
+}],
+"tree":
+{
+"any":"text"
+}
+}
+
+)";
+
+TEST_F(FileTools, TheWholeLayout) {
+    morva::JsonFileContent content;
+    const auto materials = appearancesIn(content, 4);
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const Color4f black(0, 0, 0, 1);
+    paint(materials[0].get(), {{0.5F, 0.5F, 0.5F, 1},
+                               {0.1F, 0.1F, 0.1F, 1},
+                               {1.0F / 3.0F, 1e7F, 0, 1},
+                               {0, 0, 0.1F, 1},
+                               64});
+    paint(materials[1].get(), {{0, 0.5F, 0, 0.75F}, // red is too dark for the ratio
+                               {0.3F, 0.25F, 0, 1},
+                               black,
+                               black,
+                               10,
+                               {1, 1, 1, 1}});
+    paint(materials[2].get(), {{0.001F, 0.001F, 0, 1}, // just above 0.001 in double precision
+                               {0.5F, 0.25F, 0, 1},
+                               black,
+                               black,
+                               0,
+                               {1, nan, 1, 0}});
+    content.names = {"door", "cut away", "a \"quoted\" \\ name\t", "bare"};
+    content.mins = {{-1.5F, 1.0F / 3.0F, 0}, {}, {}, {}};
+    content.maxs = {{1e7F, 2, 3}, {}, {}}; // records of a caller's own may be short
+    content.appearanceNames = {"__App_1", "__App_0", "__App_0"};
+    content.usage[0] = {"MG_10", "MG_2", "MG_0"};
+    content.usage[2];
+    content.usage[3] = {"MG_1"};
+    content.usage[-1] = content.usage[4] = {"of no ID"}; // counted, without a block
+    content.maxGeoCount = 12345;
+    content.tree << "\"any\":\"text\"\n";
+
+    // Neither what stands there nor the format of the process' streams has a say.
+    std::ofstream(path("map.json")) << std::string(9999, 'x');
+    struct grouped : std::numpunct<char> {
+        char do_decimal_point() const override { return ','; }
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\3"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale(), new grouped));
+    const stream_capture out(std::cout);
+    EXPECT_TRUE(morva::writeJsonFile(path("map.json"), content, ::osg::NullFC));
+    std::locale::global(before);
+    EXPECT_EQ(bytesOf(path("map.json")), every_case);
+    EXPECT_EQ(out.text(), "");
+    EXPECT_TRUE(morva::writeJsonFile(path("again.json"), content, ::osg::NullFC));
+    EXPECT_EQ(bytesOf(path("again.json")), every_case) << "the tree is read, not used up";
+}
+
+TEST_F(FileTools, MaterialsWithoutChunks) {
+    morva::JsonFileContent content;
+    const ::osg::SimpleMaterialRefPtr plain(simple({0.5F, 0.25F, 1}));
+    const ::osg::SwitchMaterialRefPtr none(choiceOf(static_cast<::osg::UInt32>(-1), {plain.get()}));
+    content.names = {"a"};
+    content.mins = content.maxs = {{}};
+    content.usage[0] = {"b"};
+    const auto appearance = [&](const ::osg::MaterialPtr& material) {
+        content.appearances.clear();
+        content.appearances[material] = "x";
+        EXPECT_TRUE(morva::writeJsonFile(path("m.json"), content, ::osg::NullFC));
+        const std::string text = bytesOf(path("m.json"));
+        const std::size_t from = text.find("\"diffuseColor\""), to = text.find("}}");
+        return text.substr(from, to - from);
+    };
+    const stream_capture out(std::cout);
+    EXPECT_EQ(appearance(plain.get()),
+              "\"diffuseColor\": \"0.5 0.25 1\",\n\"specularColor\": \"0 0 0\",\n"
+              "\"emissiveColor\": \"0 0 0\",\n\"ambientIntensity\": \"0\",\n"
+              "\"shininess\": \"0.0078125\",\n\"transparency\": \"0\"\n");
+    EXPECT_EQ(out.text(), "");
+    const std::string zeros = "\"diffuseColor\": \"0 0 0\",\n\"specularColor\": \"0 0 0\",\n"
+                              "\"emissiveColor\": \"0 0 0\",\n\"ambientIntensity\": \"0\",\n"
+                              "\"shininess\": \"0\",\n\"transparency\": \"1\"\n";
+    EXPECT_EQ(appearance(::osg::NullFC), zeros);
+    EXPECT_EQ(appearance(none.get()), zeros);
+    EXPECT_EQ(out.text(), "False SwitchMatChoice\nFalse SwitchMatChoice\n");
+
+    content.appearances.clear();
+    EXPECT_TRUE(morva::writeJsonFile(path("m.json"), content, ::osg::NullFC));
+    EXPECT_NE(bytesOf(path("m.json")).find("\"appearance\": [ \n],\n\"mapping\": [\n{"),
+              std::string::npos);
+}
+
+TEST_F(FileTools, AnEmptyMapGivesNoFileAndNoWord) {
+    for (int missing = 0; missing < 4; ++missing) {
+        morva::JsonFileContent content;
+        if (missing != 0)
+            content.names = {"a"};
+        if (missing != 1)
+            content.mins = {{}};
+        if (missing != 2)
+            content.maxs = {{}};
+        if (missing != 3)
+            content.usage[0] = {"b"};
+        const stream_capture out(std::cout);
+        EXPECT_FALSE(morva::writeJsonFile(path("none.json"), content, ::osg::NullFC)) << missing;
+        EXPECT_EQ(out.text(), "");
+        EXPECT_FALSE(fs::exists(path("none.json")));
+    }
+}
+
+node_ref namedHouse(const ::osg::MaterialPtr& material) {
+    return node_ref(
+        named("house", group({named("door", meshNode(quads(2), material)),
+                              moved({5, 0, 0}, {named("wall", meshNode(quads(1), material))})})));
+}
+
+/// What one run of the whole road prints about its file.
+std::string runRoad(const ::osg::NodePtr& root, const std::string& file) {
+    const stream_capture out(std::cout);
+    const node_ref result(morva::osg::optTree(root, "maxtris(100),idmap(" + file + ")"));
+    const std::string text = out.text();
+    return text.substr(text.find("Done merging.        \n") + 22);
+}
+
+const std::string road_tree = R"("name":"house",
+"type":"Group",
+"render":"true",
+"meta": {},
+"children":[
+{
+	"name":"door",
+	"type":"Geometry",
+	"render":"true",
+	"meta": {}
+},
+{
+	"name":"none",
+	"type":"Transform",
+	"render":"true",
+	"meta": {},
+	"children":[
+	{
+		"name":"wall",
+		"type":"Geometry",
+		"render":"true",
+		"meta": {}
+	}]
+}]
+)";
+
+TEST_F(FileTools, TwoRunsInOneProcess) {
+    const ::osg::ChunkMaterialRefPtr material(bareMaterial());
+    paint(material.get(),
+          {{0.5F, 0.5F, 0.5F, 1}, {0.1F, 0.1F, 0.1F, 1}, {0, 0, 0, 1}, {0, 0, 0, 1}, 64});
+    for (int run = 1; run <= 2; ++run) {
+        const auto& handler = morva::osg::getIDmapHandler();
+        const std::string core = "MG_" + std::to_string(handler.mergedCount);
+        EXPECT_EQ(runRoad(namedHouse(material.get()).get(), path("road")),
+                  "Write IDmap with 2 names.\n");
+        const std::string head = "{\n\"numberOfIDs\":2,\n\"maxGeoCount\":" +
+                                 std::to_string(handler.maxGeoCount) + ",\n" + R"("appearance": [ 
+{
+"name": "__App_0",
+"material": { 
+"diffuseColor": "0.5 0.5 0.5",
+"specularColor": "0 0 0",
+"emissiveColor": "0 0 0",
+"ambientIntensity": "0.2",
+"shininess": "0.5",
+"transparency": "0"
+}}],
+"mapping": [
+{
+"name": "door",
+"min": "0, 0, 0",
+"max": "2, 1, 0",
+"appearance": "__App_0",
+"usage": [")" + core + R"("]
+},
+{
+"name": "wall",
+"min": "5, 0, 0",
+"max": "6, 1, 0",
+"appearance": "__App_0",
+"usage": [")" + core + R"("]
+}],
+"tree":
+{
+)";
+        // The names start anew, the recorded trees stay.
+        const std::string trees = run == 1 ? road_tree : road_tree + road_tree;
+        EXPECT_EQ(bytesOf(path("road.json")), head + trees + "}\n}\n\n") << "run " << run;
+    }
+    const node_ref nameless(group({meshNode(quads(2))}));
+    EXPECT_EQ(runRoad(nameless.get(), path("none")), "Write IDmap with 0 names.\n");
+    EXPECT_FALSE(fs::exists(path("none.json")));
+    EXPECT_EQ(runRoad(namedHouse(material.get()).get(), path("none/road")),
+              "Write IDmap with 2 names.\nUnable to open " + path("none/road") +
+                  ".json. No IDmap/Json File created.\n");
+}
+
+TEST_F(FileTools, CreateDirMakesOneLevel) {
+    std::string one = path("one"), two = path("none/two"), file = path("file"), nothing;
+    morva::createDir(one.data());
+    EXPECT_TRUE(fs::is_directory(one));
+    morva::createDir(one.data());
+    std::ofstream(file) << "x";
+    morva::createDir(file.data());
+    EXPECT_TRUE(fs::is_regular_file(file)) << "what stands there stays";
+    EXPECT_THROW(morva::createDir(two.data()), boost::filesystem::filesystem_error);
+    EXPECT_THROW(morva::createDir(nothing.data()), boost::filesystem::filesystem_error);
+    std::string below_a_file = file + "/x";
+    EXPECT_THROW(morva::createDir(below_a_file.data()), boost::filesystem::filesystem_error);
+    morva::createDir(nullptr);
+}
+
+} // namespace
