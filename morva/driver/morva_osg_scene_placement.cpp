@@ -1,15 +1,236 @@
 #include <morva/driver/morva_osg_scene_placement.h>
 
+#include <cmath>
+#include <iostream>
+#include <limits>
+#include <locale>
 #include <map>
+#include <sstream>
 #include <vector>
 
-#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGTransform.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/driver/morva_osg_params.h>
+#include <morva/driver/morva_osg_scene_cleanup.h>
 
 namespace morva::osg {
+
+namespace {
+
+/// Replaces every position `p` of a geometry by `change(p)`. Nodes that show the geometry learn
+/// that their volumes have changed.
+template <typename Change>
+void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
+    const ::osg::GeoPositionsPtr positions = geometry->getPositions();
+    if (positions == ::osg::NullFC)
+        return;
+    ::osg::beginEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
+    ::osg::beginEditCP(positions);
+    const ::osg::GeoPositions3fPtr plain = ::osg::GeoPositions3fPtr::dcast(positions);
+    if (plain != ::osg::NullFC) {
+        for (::osg::Pnt3f& position : editSpan(plain))
+            position = change(position);
+    } else {
+        for (::osg::UInt32 i = 0; i < positions->getSize(); ++i)
+            positions->setValue(change(positions->getValue(i)), i);
+    }
+    ::osg::endEditCP(positions);
+    ::osg::endEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
+}
+
+/// The numbers of a text between colons, if there are at least `count`; else none.
+std::vector<float> numbersIn(const std::string& list, std::size_t count) {
+    std::vector<std::string> texts;
+    splitStringByDelimiter(list, texts, ":");
+    std::vector<float> values;
+    string2float(texts, values);
+    if (texts.size() < count || values.size() < count)
+        values.clear();
+    return values;
+}
+
+/// "[x/y/z]", six significant digits.
+template <typename Triple> std::string bracketed(const Triple& triple) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << '[' << static_cast<double>(triple[0]) << '/' << static_cast<double>(triple[1]) << '/'
+         << static_cast<double>(triple[2]) << ']';
+    return text.str();
+}
+
+/// Gives the node a copy of its geometry, placed in the world and then moved by `offset`.
+void bakePlace(const ::osg::NodePtr& node, const ::osg::Vec3f& offset) {
+    const ::osg::Matrix to_world = node->getToWorld();
+    const ::osg::GeometryPtr copy = ::osg::GeometryPtr::dcast(node->getCore())->clone();
+    ::osg::beginEditCP(node, ::osg::Node::CoreFieldMask);
+    node->setCore(copy);
+    ::osg::endEditCP(node, ::osg::Node::CoreFieldMask);
+    changePositions(copy, [&](const ::osg::Pnt3f& position) {
+        ::osg::Pnt3f placed;
+        to_world.multMatrixPnt(position, placed);
+        return placed + offset;
+    });
+}
+
+bool hasTransformAbove(const ::osg::NodePtr& node) {
+    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
+        // Component transforms are transforms.
+        if (::osg::TransformPtr::dcast(up->getCore()) != ::osg::NullFC)
+            return true;
+    }
+    return false;
+}
+
+/// Lowest coordinates of all positions, rounded down; the largest number where there are none.
+::osg::Vec3f floorOf(const std::vector<::osg::NodePtr>& nodes) {
+    const float largest = std::numeric_limits<float>::max();
+    ::osg::Vec3f lowest(largest, largest, largest);
+    for (const ::osg::NodePtr& node : nodes) {
+        const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
+        if (geometry == ::osg::NullFC)
+            continue;
+        const property_block<::osg::Pnt3f> positions = readBlock(geometry->getPositions());
+        for (const ::osg::Pnt3f& position : positions.view()) {
+            for (unsigned int axis = 0; axis < 3; ++axis) {
+                if (position[axis] < lowest[axis]) // never for a NaN
+                    lowest[axis] = position[axis];
+            }
+        }
+    }
+    for (unsigned int axis = 0; axis < 3; ++axis)
+        lowest[axis] = std::floor(lowest[axis]);
+    return lowest;
+}
+
+} // namespace
+
+void applyTransform(::osg::GeometryPtr geometry,
+                    ::osg::TransformationMatrix<double> const& matrix) {
+    if (geometry == ::osg::NullFC)
+        return;
+    changePositions(geometry, [&](const ::osg::Pnt3f& position) {
+        const ::osg::Pnt3d wide(position[0], position[1], position[2]);
+        ::osg::Pnt3d placed;
+        matrix.multMatrixPnt(wide, placed);
+        return ::osg::Pnt3f(static_cast<float>(placed[0]), static_cast<float>(placed[1]),
+                            static_cast<float>(placed[2]));
+    });
+}
+
+void applyTransform(::osg::NodePtr node, ::osg::TransformationMatrix<double> const& matrix) {
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return;
+    const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
+    if (geometry != ::osg::NullFC) {
+        applyTransform(geometry, matrix);
+        return;
+    }
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        applyTransform(node->getChild(i), matrix);
+}
+
+void transformSceneBB(::osg::NodePtr node, ::osg::Pnt3f const& min, ::osg::Pnt3f const& max) {
+    if (min[0] >= max[0] || min[1] >= max[1] || min[2] >= max[2]) {
+        std::cout << "morva::osg::transformSceneBB: No valid Bounding Box given." << std::endl;
+        return;
+    }
+    ::osg::DynamicVolume volume(::osg::DynamicVolume::BOX_VOLUME);
+    if (node != ::osg::NullFC)
+        node->getWorldVolume(volume);
+    if (!volume.isValid() || volume.getScalarVolume() == 0.0F) {
+        std::cout << "morva::osg::transformSceneBB: No valid Scene Bounding Box." << std::endl;
+        return;
+    }
+    ::osg::Pnt3f scene_min, scene_max;
+    volume.getBounds(scene_min, scene_max);
+
+    double scale = 0.0;
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        const float wanted = max[axis] - min[axis];
+        const float present = scene_max[axis] - scene_min[axis];
+        const double ratio = static_cast<double>(wanted) / static_cast<double>(present);
+        if (axis == 0 || ratio < scale)
+            scale = ratio;
+    }
+    ::osg::TransformationMatrix<double> matrix;
+    matrix.setIdentity();
+    for (unsigned int axis = 0; axis < 3; ++axis) {
+        matrix[axis][axis] = scale;
+        matrix[3][axis] =
+            static_cast<double>(min[axis]) - scale * static_cast<double>(scene_min[axis]);
+    }
+    applyTransform(node, matrix);
+}
+
+void transformSceneBB(::osg::NodePtr node, float size) {
+    const float half = size * 0.5F;
+    if (half > 0.0F) {
+        transformSceneBB(node, ::osg::Pnt3f(-half, -half, -half), ::osg::Pnt3f(half, half, half));
+    }
+}
+
+void transformSceneBB(::osg::NodePtr node, std::string list) {
+    const std::vector<float> v = numbersIn(list, 6);
+    if (v.empty()) {
+        std::cout << "morva::osg::transformSceneBB: String of Min/Max values not valid. "
+                     "Example \"1:2:3:4:5:6\""
+                  << std::endl;
+        return;
+    }
+    transformSceneBB(node, ::osg::Pnt3f(v[0], v[1], v[2]), ::osg::Pnt3f(v[3], v[4], v[5]));
+}
+
+void centerGeoPositions(::osg::NodePtr node, std::string list) {
+    if (node == ::osg::NullFC)
+        return;
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(node, nodes, true);
+    if (nodes.empty())
+        return;
+    const std::vector<float> v = numbersIn(list, 3);
+    if (v.empty()) {
+        std::cout << "morva::osg::CenterGeoPositions: String of Center values not valid. "
+                     "Example \"1:2:3\""
+                  << std::endl;
+        return;
+    }
+    std::cout << "New Model Center: " << bracketed(v) << std::endl;
+    node->updateVolume();
+    const ::osg::DynamicVolume volume = node->getVolume();
+    ::osg::Pnt3f center;
+    volume.getCenter(center);
+    const ::osg::Vec3f offset = ::osg::Pnt3f(v[0], v[1], v[2]) - center;
+    std::cout << "Model will be moved by: " << bracketed(offset) << std::endl;
+
+    // Each node gets a copy of its core, so that it makes no difference which one comes first.
+    for (const ::osg::NodePtr& geometry_node : nodes)
+        bakePlace(geometry_node, offset);
+    RemoveTransforms(node);
+}
+
+void baseGeoPositions(::osg::NodePtr node) {
+    if (node == ::osg::NullFC)
+        return;
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(node, nodes, false);
+    if (nodes.empty())
+        return;
+    for (const ::osg::NodePtr& geometry_node : nodes) {
+        if (hasTransformAbove(geometry_node))
+            return;
+    }
+    const ::osg::Vec3f base = floorOf(nodes);
+    for (const ::osg::NodePtr& geometry_node : nodes) {
+        const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(geometry_node->getCore());
+        if (geometry != ::osg::NullFC)
+            changePositions(geometry, [&](const ::osg::Pnt3f& p) { return p - base; });
+    }
+}
 
 void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
     if (node == ::osg::NullFC || getMaterial(node) == material)

@@ -3,6 +3,7 @@
 #include <iostream>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <vector>
 
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
@@ -138,6 +139,17 @@ void runIdmap(const driver_keys& keys, const mergeGeo_setup& setup, const ::osg:
         addIDmapInfo(result);
 }
 
+/// Fits the result into a cube of the size asked for. The map holds its keys in lower case, so
+/// that this one is never found: the help text names it, and scenes stay where they are.
+void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
+    const auto found = parameters.find("centerBB");
+    if (found == parameters.end())
+        return;
+    float size = 0.0F;
+    std::istringstream(found->second) >> size;
+    transformSceneBB(result, size);
+}
+
 /// Everything between taking the root off its parent and putting it back.
 ::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters) {
     const parameter_map map = parseOptTreeParams(parameters);
@@ -170,6 +182,7 @@ void runIdmap(const driver_keys& keys, const mergeGeo_setup& setup, const ::osg:
 
     const ::osg::NodePtr result = runMerge(keys, setup, root);
     runIdmap(keys, setup, root, result);
+    runCenter(map, result);
     handler.releaseHeldLock();
     return result;
 }

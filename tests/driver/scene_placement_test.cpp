@@ -1,0 +1,314 @@
+// Moving a finished scene: into a box, to a centre, near the origin.
+
+#include <cmath>
+#include <functional>
+#include <limits>
+#include <random>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGComponentTransform.h>
+#include <OpenSG/OSGDynamicVolume.h>
+#include <OpenSG/OSGTransform.h>
+
+#include <morva/driver/morva_osg_scene_placement.h>
+
+#include "../support/live_containers.h"
+#include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
+
+namespace {
+
+using namespace morva_test;
+using ::osg::Pnt3f;
+using points = std::vector<Pnt3f>;
+
+const float nan = std::numeric_limits<float>::quiet_NaN();
+
+mesh_data cloud(const points& at) {
+    mesh_data mesh;
+    mesh.primitives = {{0, static_cast<unsigned>(at.size())}};
+    mesh.positions = at;
+    return mesh;
+}
+
+points positionsOf(const ::osg::NodePtr& node) {
+    points found;
+    for (const ::osg::NodePtr& each : geometryNodes(node)) {
+        const ::osg::GeoPositionsPtr positions = coreOf(each)->getPositions();
+        for (::osg::UInt32 i = 0; positions != ::osg::NullFC && i < positions->getSize(); ++i)
+            found.push_back(positions->getValue(i));
+    }
+    return found;
+}
+
+/// Extents 4, 2 and 1; the lowest corner is (1, 2, 3). The third point is used by nothing.
+::osg::NodePtr oblong() {
+    mesh_data low = cloud({{1, 2, 3}, {2, 2, 3}, {100, 100, 100}});
+    low.primitives = {{0, 2}};
+    return group({group({meshNode(low)}), meshNode(cloud({{5, 4, 4}}))});
+}
+
+const char* const bad_box = "morva::osg::transformSceneBB: No valid Bounding Box given.\n";
+const char* const bad_scene = "morva::osg::transformSceneBB: No valid Scene Bounding Box.\n";
+const char* const bad_list = "morva::osg::transformSceneBB: String of Min/Max values not valid. "
+                             "Example \"1:2:3:4:5:6\"\n";
+const points as_it_was = {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}, {5, 4, 4}};
+
+struct box_case {
+    const char* name;
+    std::function<::osg::NodePtr()> scene;
+    std::function<void(::osg::NodePtr)> act;
+    points expected;
+    const char* printed;
+};
+
+void PrintTo(const box_case& row, std::ostream* out) { *out << row.name; }
+
+class SceneBox : public testing::TestWithParam<box_case> {};
+
+TEST_P(SceneBox, MovesAsTold) {
+    const node_ref root(GetParam().scene());
+    const stream_capture out(std::cout);
+    GetParam().act(root.get());
+    EXPECT_EQ(positionsOf(root.get()), GetParam().expected);
+    EXPECT_EQ(out.text(), GetParam().printed);
+}
+
+std::function<void(::osg::NodePtr)> size(float edge) {
+    return [edge](::osg::NodePtr node) { morva::osg::transformSceneBB(node, edge); };
+}
+std::function<void(::osg::NodePtr)> list(std::string text) {
+    return [text](::osg::NodePtr node) { morva::osg::transformSceneBB(node, text); };
+}
+std::function<void(::osg::NodePtr)> box(Pnt3f min, Pnt3f max) {
+    return [min, max](::osg::NodePtr node) { morva::osg::transformSceneBB(node, min, max); };
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , SceneBox,
+    testing::Values(
+        box_case{"half_size_and_lower_corners_meet",
+                 oblong,
+                 size(2),
+                 {{-1, -1, -1}, {-0.5F, -1, -1}, {48.5F, 48, 47.5F}, {1, 0, -0.5F}},
+                 ""},
+        box_case{"no_size_no_word", oblong, size(0), as_it_was, ""},
+        box_case{"negative_size", oblong, size(-2), as_it_was, ""},
+        box_case{"size_that_is_no_number", oblong, size(nan), as_it_was, ""},
+        box_case{"flat_box", oblong, box({0, 0, 0}, {1, 0, 1}), as_it_was, bad_box},
+        box_case{"box_inside_out", oblong, box({0, 0, 0}, {1, 1, -1}), as_it_was, bad_box},
+        box_case{"tightest_axis_decides",
+                 oblong,
+                 box({10, 20, 30}, {110, 22, 130}),
+                 {{10, 20, 30}, {11, 20, 30}, {109, 118, 127}, {14, 22, 31}},
+                 ""},
+        box_case{"flat_scene",
+                 [] {
+                     return group({meshNode(cloud({{0, 0, 0}, {1, 1, 0}}))});
+                 },
+                 size(2),
+                 {{0, 0, 0}, {1, 1, 0}},
+                 bad_scene},
+        box_case{"nothing_to_draw", [] { return group(); }, size(2), {}, bad_scene},
+        box_case{
+            "node_without_a_core", [] { return ::osg::Node::create(); }, size(2), {}, bad_scene},
+        box_case{"hidden_scene", [] { return hidden(oblong()); }, size(2), as_it_was, bad_scene},
+        box_case{"five_numbers", oblong, list("0:0:0:1:1"), as_it_was, bad_list},
+        box_case{"no_numbers", oblong, list(""), as_it_was, bad_list},
+        box_case{"words_are_zeros", oblong, list("a:b:c:d:e:f"), as_it_was, bad_box},
+        box_case{"the_seventh_is_ignored",
+                 oblong,
+                 list("::1:2:3::9:4:4:77:"),
+                 {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}, {5, 4, 4}},
+                 ""}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+TEST(SceneBoxes, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
+    // The world sees 2..4 on each axis; the geometry itself lies at 0..2.
+    const node_ref world(moved({2, 2, 2}, {group({meshNode(cloud({{0, 0, 0}, {2, 2, 2}}))})}));
+    morva::osg::transformSceneBB(world->getChild(0), 1.0F);
+    EXPECT_EQ(positionsOf(world.get()), (points{{-1.5F, -1.5F, -1.5F}, {-0.5F, -0.5F, -0.5F}}));
+    ::osg::DynamicVolume volume;
+    world->getWorldVolume(volume);
+    Pnt3f low, high;
+    volume.getBounds(low, high);
+    EXPECT_EQ(low, Pnt3f(0.5F, 0.5F, 0.5F)) << "volumes follow the positions";
+    const stream_capture out(std::cout);
+    morva::osg::transformSceneBB(::osg::NullFC, 1.0F);
+    morva::osg::baseGeoPositions(::osg::NullFC);
+    EXPECT_EQ(out.text(), bad_scene);
+}
+
+TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<double> any(-1e6, 1e6);
+    ::osg::TransformationMatrix<double> matrix;
+    for (unsigned column = 0; column < 4; ++column)
+        for (unsigned row = 0; row < 4; ++row)
+            matrix[column][row] = any(rng);
+    points before;
+    for (int i = 0; i < 200; ++i)
+        before.emplace_back(static_cast<float>(any(rng)), static_cast<float>(any(rng)),
+                            static_cast<float>(any(rng)));
+    const node_ref narrow(meshNode(cloud(before))), wide(meshNode(cloud({})));
+    const ::osg::GeoPositions3d::Ptr doubles = ::osg::GeoPositions3d::create();
+    for (const Pnt3f& p : before)
+        doubles->push_back(p);
+    coreOf(wide.get())->setPositions(doubles);
+    morva::osg::applyTransform(narrow.get(), matrix);
+    morva::osg::applyTransform(coreOf(wide.get()), matrix);
+    const points after = positionsOf(narrow.get()), of_doubles = positionsOf(wide.get());
+    ASSERT_EQ(after.size(), before.size());
+    ASSERT_EQ(of_doubles.size(), before.size());
+    for (std::size_t i = 0; i < before.size(); ++i) {
+        for (unsigned row = 0; row < 3; ++row) {
+            const double x = before[i][0], y = before[i][1], z = before[i][2];
+            const auto expected = static_cast<float>(matrix[0][row] * x + matrix[1][row] * y +
+                                                     matrix[2][row] * z + matrix[3][row]);
+            EXPECT_EQ(after[i][row], expected);
+            EXPECT_EQ(of_doubles[i][row], expected);
+        }
+    }
+}
+
+TEST(ApplyTransform, WalksToTheTopmostGeometriesOncePerNode) {
+    const ::osg::NodePtr part = meshNode(cloud({{1, 1, 1}}));
+    part->addChild(meshNode(cloud({{9, 9, 9}})));
+    const node_ref root(group(
+        {part, group({nodeOf(part->getCore()), ::osg::Node::create()}), meshNode(mesh_data{})}));
+    ::osg::TransformationMatrix<double> twice;
+    twice.setScale(2.0);
+    morva::osg::applyTransform(root.get(), twice);
+    EXPECT_EQ(positionsOf(root.get()), (points{{4, 4, 4}, {9, 9, 9}, {4, 4, 4}}));
+    morva::osg::applyTransform(::osg::NodePtr(), twice);
+    morva::osg::applyTransform(::osg::GeometryPtr(), twice);
+}
+
+/// How many nodes below have a transform core.
+unsigned transformsBelow(const ::osg::NodePtr& node) {
+    unsigned count = ::osg::TransformPtr::dcast(node->getCore()) != ::osg::NullFC ? 1 : 0;
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        count += transformsBelow(node->getChild(i));
+    return count;
+}
+
+TEST(CenterGeoPositions, BakesAPlaceOfItsOwnIntoEachNode) {
+    const unsigned before = liveContainers();
+    {
+        const ::osg::NodePtr part = meshNode(cloud({{0, 0, 0}, {2, 2, 2}}));
+        ::osg::Matrix turn; // a quarter around z
+        turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
+        const node_ref root(
+            group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
+                   switched(-2, {transformed(turn, {meshNode(cloud({{4, 0, 0}}))})}),
+                   moved({50, 0, 0}, {hidden(meshNode(cloud({{7, 7, 7}})))})}));
+        const stream_capture out(std::cout);
+        std::cout.precision(1);
+        // Seen: x 0..12, y 0..6, z 0..2.
+        morva::osg::centerGeoPositions(root.get(), "1:2.25:-3e6:rest");
+        EXPECT_EQ(out.text(), "New Model Center: [1/2.25/-3e+06]\n"
+                              "Model will be moved by: [-5/-0.75/-3e+06]\n");
+        const float deep = -3000000.0F - 1.0F;
+        const points expected = {{5, -0.75F, deep},     {7, 1.25F, deep + 2}, {-5, 3.25F, deep},
+                                 {-3, 5.25F, deep + 2}, {-5, 3.25F, deep},    {7, 7, 7}};
+        EXPECT_EQ(positionsOf(root.get()), expected);
+        EXPECT_EQ(transformsBelow(root.get()), 0U);
+        EXPECT_NE(root->getChild(0)->getChild(0)->getCore(),
+                  root->getChild(1)->getChild(0)->getCore());
+    }
+    EXPECT_EQ(liveContainers(), before);
+}
+
+TEST(CenterGeoPositions, SaysWhatItCannotRead) {
+    const char* told = "morva::osg::CenterGeoPositions: String of Center values not valid. "
+                       "Example \"1:2:3\"\n";
+    const node_ref root(moved({1, 1, 1}, {meshNode(cloud({{1, 2, 3}}))}));
+    const node_ref empty(group());
+    const stream_capture out(std::cout);
+    morva::osg::centerGeoPositions(empty.get(), "1:2");
+    morva::osg::centerGeoPositions(::osg::NullFC, "1:2");
+    EXPECT_EQ(out.text(), "") << "nothing to move comes first";
+    morva::osg::centerGeoPositions(root.get(), "1:2");
+    EXPECT_EQ(out.text(), told);
+    EXPECT_EQ(transformsBelow(root.get()), 1U);
+    EXPECT_EQ(positionsOf(root.get()), (points{{1, 2, 3}}));
+}
+
+struct base_case {
+    const char* name;
+    std::function<::osg::NodePtr()> scene;
+    points expected;
+};
+
+void PrintTo(const base_case& row, std::ostream* out) { *out << row.name; }
+
+class BaseGeoPositions : public testing::TestWithParam<base_case> {};
+
+TEST_P(BaseGeoPositions, SubtractsTheFloor) {
+    const node_ref root(GetParam().scene());
+    const stream_capture out(std::cout);
+    morva::osg::baseGeoPositions(root.get());
+    const points now = positionsOf(root.get());
+    ASSERT_EQ(now.size(), GetParam().expected.size());
+    for (std::size_t i = 0; i < now.size(); ++i)
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            const float wanted = GetParam().expected[i][axis];
+            EXPECT_TRUE(now[i][axis] == wanted || (std::isnan(now[i][axis]) && std::isnan(wanted)))
+                << i << ' ' << now[i];
+        }
+    EXPECT_EQ(out.text(), "");
+}
+
+::osg::NodePtr componentTransform(const node_list& children) {
+    return nodeOf(::osg::ComponentTransform::create(), children);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    , BaseGeoPositions,
+    testing::Values(
+        base_case{"rounds_down",
+                  [] {
+                      return group({meshNode(cloud({{10.5F, 7, 4}, {12, -0.5F, 9}})),
+                                    meshNode(cloud({{11, 3, 3}}))});
+                  },
+                  {{0.5F, 8, 1}, {2, 0.5F, 6}, {1, 4, 0}}},
+        base_case{"shared_cores_move_once_per_node",
+                  [] {
+                      const ::osg::NodePtr part = meshNode(cloud({{2, 3, 4}}));
+                      return group({part, nodeOf(part->getCore())});
+                  },
+                  {{-2, -3, -4}, {-2, -3, -4}}},
+        base_case{"a_transform_above_stops_it",
+                  [] {
+                      return group({meshNode(cloud({{5, 5, 5}})),
+                                    moved({1, 0, 0}, {group({meshNode(cloud({{6, 6, 6}}))})})});
+                  },
+                  {{5, 5, 5}, {6, 6, 6}}},
+        base_case{"a_component_transform_too",
+                  [] {
+                      return componentTransform({meshNode(cloud({{5, 5, 5}}))});
+                  },
+                  {{5, 5, 5}}},
+        base_case{"a_transform_above_nothing_does_not",
+                  [] {
+                      return group({meshNode(cloud({{5, 5, 5}})), moved({1, 0, 0}, {group()})});
+                  },
+                  {{0, 0, 0}}},
+        base_case{"switched_geometry_stays_and_has_no_say",
+                  [] {
+                      return group({switched(0, {meshNode(cloud({{1, 1, 1}}))}),
+                                    meshNode(cloud({{5, 5, 5}})), meshNode(mesh_data{})});
+                  },
+                  {{1, 1, 1}, {0, 0, 0}}},
+        base_case{"no_number_has_no_say",
+                  [] {
+                      return group({meshNode(cloud({{nan, 2, 2}, {3, nan, 7}}))});
+                  },
+                  {{nan, 0, 0}, {0, nan, 5}}},
+        base_case{"no_positions", [] { return group({meshNode(mesh_data{})}); }, {}}),
+    [](const auto& instance) { return std::string(instance.param.name); });
+
+} // namespace
