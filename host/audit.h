@@ -10,14 +10,22 @@
 // optimiser leaves out by its rules (hidden, below a switch, with a switch material) count with
 // their reason. With an ID map the output tells the part of each triangle, and each part is
 // checked on its own; without one the parts are checked together.
+//
+// Parts that are carried over whole while the draw order is rebuilt come out under names of the
+// optimiser's own: they are checked together, and their triangles one by one. Where degenerate
+// triangles were dropped the new order may show a triangle twice and leave another out; that is
+// told, and is no failure.
 
 #include <cstdint>
+#include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGNode.h>
 
 #include "part_names.h"
+#include "triangle_prints.h"
 
 namespace morva::host {
 
@@ -35,11 +43,28 @@ struct audited_part {
     std::uint64_t triangles = 0;
     std::uint64_t degenerate = 0;      ///< of those, dropped if the part is merged
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
+    bool renamed = false;              ///< comes out under another name, see above
 };
 
 struct audit_plan {
     std::vector<audited_part> parts;
-    bool by_part = false; ///< the run writes IDs
+    bool has_ids = false; ///< the run writes IDs
+    bool by_part = false; ///< and they tell each part, so that each can be checked
+    print_list reordered; ///< triangles of the parts that are carried over in a new draw order
+};
+
+/// An ID of the run: an input name and where its geometry went.
+struct id_record {
+    std::string name;
+    std::vector<std::string> cores; ///< names of output nodes, ascending
+};
+
+/// An output node that holds geometry.
+struct core_record {
+    std::string name;
+    std::uint64_t triangles = 0;
+    /// IDs with geometry in it, ascending, and how many of the triangles are theirs.
+    std::vector<std::pair<int, std::uint64_t>> ids;
 };
 
 struct audit_verdict {
@@ -47,6 +72,10 @@ struct audit_verdict {
     std::uint64_t least = 0, most = 0, out = 0;
     bool by_part = false;
     std::vector<std::string> differences; ///< one sentence each; empty: the audit is passed
+    std::vector<std::string> notes;       ///< what is odd and no failure, one sentence each
+    std::map<std::string, std::uint64_t> out_by_name; ///< triangles per part name, if `by_part`
+    std::vector<id_record> ids;                       ///< by ID; empty unless the run wrote IDs
+    std::vector<core_record> cores; ///< in walk order; empty unless the run wrote IDs
 };
 
 /// Counts what the parts hold and foretells what comes out. Reads the scene; O(triangles).

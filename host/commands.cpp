@@ -1,10 +1,12 @@
 #include "commands.h"
 
 #include <exception>
+#include <fstream>
 #include <iostream>
 #include <memory>
 #include <new>
 #include <streambuf>
+#include <string>
 #include <utility>
 
 #include <unistd.h>
@@ -16,6 +18,7 @@
 #include "host_error.h"
 #include "model.h"
 #include "model_export.h"
+#include "optimiser_output.h"
 #include "parameter_notes.h"
 #include "part_names.h"
 #include "report.h"
@@ -33,6 +36,7 @@ class progress {
 
     void begin(const std::string& name) {
         clear();
+        name_ = name;
         if (shown_)
             std::cerr << name << " ..." << std::flush;
         clock_.begin(name);
@@ -40,6 +44,12 @@ class progress {
     void end() {
         clock_.end();
         clear();
+    }
+    /// How far the stage is.
+    void tell(const std::string& text) {
+        clear();
+        if (shown_)
+            std::cerr << name_ << " ... " << text << std::flush;
     }
     const std::vector<stage_record>& stages() const { return clock_.stages(); }
 
@@ -50,40 +60,81 @@ class progress {
     }
 
     bool shown_;
+    std::string name_;
     stage_clock clock_;
 };
 
-class swallowing_buffer : public std::streambuf {
-    int_type overflow(int_type letter) override { return traits_type::not_eof(letter); }
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-};
-
-/// Swallows standard output while it lives, unless told not to.
-class output_silencer {
+/// Stands before standard output while it lives, so that the optimiser prints what is asked for:
+/// its lines, if at all, and its progress on a terminal only.
+class output_guard {
   public:
-    explicit output_silencer(bool active) : saved_(active ? std::cout.rdbuf(&nothing_) : nullptr) {}
-    ~output_silencer() {
-        if (saved_ != nullptr)
-            std::cout.rdbuf(saved_);
+    output_guard(bool lines, progress& steps)
+        : saved_(std::cout.rdbuf()),
+          filter_(lines ? saved_ : nullptr,
+                  [&steps](const std::string& text) { steps.tell(text); }) {
+        // A terminal that shows the lines can do with the text as it is.
+        if (!lines || isatty(STDOUT_FILENO) == 0)
+            std::cout.rdbuf(&filter_);
     }
-    output_silencer(const output_silencer&) = delete;
-    output_silencer& operator=(const output_silencer&) = delete;
+    ~output_guard() { std::cout.rdbuf(saved_); }
+    output_guard(const output_guard&) = delete;
+    output_guard& operator=(const output_guard&) = delete;
 
   private:
-    swallowing_buffer nothing_;
     std::streambuf* saved_;
+    optimiser_output filter_;
 };
 
 /// Keeps the input and, where it is another one, the result.
-::osg::NodeRefPtr optimised(const model& source, const options& chosen) {
-    std::string text = chosen.parameters;
+::osg::NodeRefPtr optimised(const model& source, const options& chosen,
+                            const std::string& parameters, progress& steps) {
+    std::string text = parameters;
     const bool help = morva::osg::parseOptTreeParams(text).count("help") != 0;
-    const output_silencer silencer(!chosen.verbose && !help);
-    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), chosen.parameters);
+    const output_guard guard(chosen.verbose || help, steps);
+    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), parameters);
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
     return ::osg::NodeRefPtr(result);
 }
+
+/// The ID map file on its way: the optimiser writes it where it can be checked first.
+class id_map_output {
+  public:
+    explicit id_map_output(const options& chosen)
+        : parameters_(chosen.parameters), target_(idMapFile(chosen)) {
+        if (target_.empty())
+            return;
+        stage_ = std::make_unique<staged_output>(target_);
+        const std::string path = stage_->path();
+        parameters_ = withValue(parameters_, "idmap", path.substr(0, path.size() - 5)); // .json
+    }
+
+    bool wanted() const { return stage_ != nullptr; }
+    /// The parameters for the run.
+    const std::string& parameters() const { return parameters_; }
+
+    /// Puts the file in its place. The optimiser does not tell when the disk is full: the end of
+    /// the text does.
+    void commit(run_report& report) {
+        if (!wanted())
+            return;
+        std::ifstream file(stage_->path(), std::ios::binary);
+        if (!file) {
+            report.notes.push_back("no ID map file is written: no part went through the merge");
+            return;
+        }
+        const std::string end = "}\n}\n\n";
+        std::string read(end.size(), ' ');
+        file.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
+        if (!file.read(read.data(), static_cast<std::streamsize>(read.size())) || read != end)
+            throw host_error("cannot write '" + target_ + "': the file is cut short");
+        report.id_map = file_record{target_, stage_->commit()};
+    }
+
+  private:
+    std::string parameters_, target_;
+    std::unique_ptr<staged_output> stage_; ///< null without a file
+};
 
 void tellNotes(const std::vector<std::string>& notes, bool quiet) {
     if (quiet)
@@ -134,6 +185,7 @@ void optimize(const options& chosen) {
     // First of all, so that a wrong folder shows before the work is done.
     staged_output stage(chosen.output);
     const std::unique_ptr<staged_output> report_stage = stageFor(chosen.report);
+    id_map_output id_map(chosen);
     progress steps(chosen.quiet);
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     const measure wanted = nobody_reads ? measure::counts : measure::all;
@@ -146,17 +198,22 @@ void optimize(const options& chosen) {
     report.before = measureScene(source.root.get(), wanted);
     refuseFaults(report.before, chosen.input);
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
+    if (id_map.wanted() && !chosen.keep_names)
+        makeTreeSafe(source.root.get());
     report.plan = planAudit(source.root.get(), parts, chosen.parameters);
     steps.begin("optimise");
-    const ::osg::NodeRefPtr result = optimised(source, chosen);
+    const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps);
     steps.begin("audit");
     report.after = measureScene(result.get(), wanted);
     report.verdict = judge(*report.plan, result.get());
+    for (const std::string& note : report.verdict->notes)
+        report.notes.push_back(note);
     refuseEmpty(*report.after);
     steps.begin("write");
     for (std::string& note : writeModel(result.get(), source.images, stage.path()))
         report.notes.push_back(std::move(note));
     report.output = {chosen.output, stage.commit()};
+    id_map.commit(report);
     steps.end();
 
     report.stages = steps.stages();

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <morva/driver/morva_osg_params.h>
+
 #include "host_error.h"
 #include "model_export.h"
 #include "version.h"
@@ -29,9 +31,19 @@ void check(const options& chosen) {
                          exit_usage);
     if (chosen.report == chosen.output)
         throw host_error("the report and the model cannot be one file", exit_usage);
+    const std::string map = idMapFile(chosen);
+    if (!map.empty() && (map == chosen.output || map == chosen.report))
+        throw host_error("the ID map needs a file of its own", exit_usage);
 }
 
 } // namespace
+
+std::string idMapFile(const options& chosen) {
+    std::string parameters = chosen.parameters;
+    const auto keys = morva::osg::parseOptTreeParams(parameters);
+    const auto found = keys.find("idmap");
+    return found == keys.end() || found->second.empty() ? "" : found->second + ".json";
+}
 
 std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     options chosen;

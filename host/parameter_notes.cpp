@@ -48,6 +48,14 @@ const std::set<std::string>& knownKeys() {
     return keys;
 }
 
+/// The key and the value of one token; empty if it has not the form.
+std::map<std::string, std::string> entryOf(const std::string& token) {
+    std::vector<std::string> one = {token};
+    std::map<std::string, std::string> entry;
+    morva::osg::buildParameterMap(one, entry);
+    return entry;
+}
+
 } // namespace
 
 std::vector<std::string> parameterNotes(const std::string& parameters) {
@@ -55,10 +63,8 @@ std::vector<std::string> parameterNotes(const std::string& parameters) {
     std::vector<std::string> tokens;
     morva::splitStringByDelimiter(parameters, tokens, ",");
     std::set<std::string> seen;
-    for (std::string& token : tokens) {
-        std::vector<std::string> one = {token};
-        std::map<std::string, std::string> entry;
-        morva::osg::buildParameterMap(one, entry);
+    for (const std::string& token : tokens) {
+        const auto entry = entryOf(token);
         const std::string shown = "parameter '" + validUtf8(token) + "' ";
         if (entry.empty())
             notes.push_back(shown + "is not of the form key(value); it is ignored");
@@ -68,6 +74,20 @@ std::vector<std::string> parameterNotes(const std::string& parameters) {
             notes.push_back(shown + "repeats a key; the first one holds");
     }
     return notes;
+}
+
+std::string withValue(const std::string& parameters, const std::string& key,
+                      const std::string& value) {
+    std::vector<std::string> tokens;
+    morva::splitStringByDelimiter(parameters, tokens, ",");
+    std::string text;
+    bool found = false;
+    for (const std::string& token : tokens) {
+        const bool here = !found && entryOf(token).count(key) != 0; // the first one holds
+        found = found || here;
+        text += (text.empty() ? "" : ",") + (here ? key + "(" + value + ")" : token);
+    }
+    return found ? text : parameters;
 }
 
 } // namespace morva::host

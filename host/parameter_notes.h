@@ -1,6 +1,7 @@
 #pragma once
 
-// Bad parameters are no errors to the library; the host at least says what it will not do.
+// The parameter string as a text: what the library will not do with it, and changes to it. Bad
+// parameters are no errors to the library; the host at least says so.
 
 #include <string>
 #include <vector>
@@ -10,5 +11,10 @@ namespace morva::host {
 /// One sentence per token that has no effect: not of the form key(value), repeated, or with a
 /// key that nobody reads.
 std::vector<std::string> parameterNotes(const std::string& parameters);
+
+/// The same parameters with another value for a key that is in lower case here; as they are
+/// without the key.
+std::string withValue(const std::string& parameters, const std::string& key,
+                      const std::string& value);
 
 } // namespace morva::host

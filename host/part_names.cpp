@@ -1,11 +1,13 @@
 #include "part_names.h"
 
 #include <cstdint>
+#include <cstring>
 #include <unordered_map>
 #include <unordered_set>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
 
 #include "text.h"
 
@@ -16,6 +18,41 @@ namespace {
 std::string nameOf(const ::osg::AttachmentContainerPtr& container) {
     const ::osg::Char8* name = getName(container);
     return name != nullptr ? name : "";
+}
+
+/// Valid UTF-8 without control characters and without what stands in `others`.
+std::string safeText(const std::string& text, const char* others) {
+    std::string safe = validUtf8(text);
+    for (char& letter : safe) {
+        const auto code = static_cast<unsigned char>(letter);
+        if (code < 0x20 || code == 0x7F || std::strchr(others, letter) != nullptr)
+            letter = '_';
+    }
+    return safe;
+}
+
+void makeNameSafe(const ::osg::AttachmentContainerPtr& container) {
+    const std::string name = nameOf(container);
+    const std::string safe = safeText(name, "\"\\");
+    if (safe != name)
+        setName(container, safe);
+}
+
+void makeAttributesSafe(const ::osg::AttachmentContainerPtr& container) {
+    const auto attributes = ::osg::StringAttributeMapPtr::dcast(
+        container->findAttachment(::osg::StringAttributeMap::getClassType()));
+    if (attributes == ::osg::NullFC)
+        return;
+    const ::osg::StringAttributeMapRefPtr copy(::osg::StringAttributeMap::create());
+    bool changed = false;
+    for (::osg::UInt32 i = 0; i < attributes->getKeys().size(); ++i) {
+        const std::string key = attributes->getKeys()[i], value = attributes->getAttribute(key);
+        const std::string safe_key = safeText(key, "\"\\"), safe_value = safeText(value, "");
+        changed = changed || safe_key != key || safe_value != value;
+        copy->setAttribute(safe_key, safe_value);
+    }
+    if (changed)
+        container->addAttachment(copy.get());
 }
 
 /// Hands out each name once.
@@ -62,14 +99,17 @@ struct walk {
 
 } // namespace
 
-std::string safeName(const std::string& name) {
-    std::string safe = validUtf8(name);
-    for (char& letter : safe) {
-        const auto code = static_cast<unsigned char>(letter);
-        if (code < 0x20 || code == 0x7F || letter == '"' || letter == '\\' || letter == '/')
-            letter = '_';
+std::string safeName(const std::string& name) { return safeText(name, "\"\\/"); }
+
+void makeTreeSafe(const ::osg::NodePtr& root) {
+    makeNameSafe(root);
+    makeAttributesSafe(root);
+    if (root->getCore() != ::osg::NullFC) {
+        makeNameSafe(root->getCore());
+        makeAttributesSafe(root->getCore());
     }
-    return safe;
+    for (::osg::UInt32 i = 0; i < root->getNChildren(); ++i)
+        makeTreeSafe(root->getChild(i));
 }
 
 std::vector<named_part> namedParts(const ::osg::NodePtr& root, bool rename) {

@@ -28,6 +28,11 @@ struct named_part {
 /// rename  gives every one of them a unique name; group names and core names stay
 std::vector<named_part> namedParts(const ::osg::NodePtr& root, bool rename);
 
+/// Makes the other texts of the tree that go into the ID map file safe in the same way: names of
+/// groups and cores, keys and values of string attributes. Values keep quotes and backslashes,
+/// which the file escapes. Safe texts stay as they are.
+void makeTreeSafe(const ::osg::NodePtr& root);
+
 /// A name made safe: what could break JSON or the path becomes "_".
 std::string safeName(const std::string& name);
 

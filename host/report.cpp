@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <unordered_map>
+#include <utility>
 
 #include "text.h"
 
@@ -57,7 +59,7 @@ std::string auditLine(const audit_verdict& verdict) {
                        withCommas(verdict.left_out) + " left out by rule, " +
                        withCommas(verdict.out) + " out: ";
     text += verdict.differences.empty() ? "passed" : "FAILED";
-    return text + "\n";
+    return text + (verdict.by_part ? ", part by part\n" : "\n");
 }
 
 ordered_json jsonOf(const scene_statistics& s) {
@@ -81,6 +83,13 @@ ordered_json jsonOf(const file_record& file) {
         {"path", validUtf8(file.path)}, {"format", extensionOf(file.path)}, {"bytes", file.bytes}};
 }
 
+ordered_json jsonOfTexts(const std::vector<std::string>& texts) {
+    ordered_json list = ordered_json::array();
+    for (const std::string& text : texts)
+        list.push_back(validUtf8(text));
+    return list;
+}
+
 ordered_json jsonOf(const audit_verdict& verdict) {
     return {{"passed", verdict.differences.empty()},
             {"by_part", verdict.by_part},
@@ -90,17 +99,76 @@ ordered_json jsonOf(const audit_verdict& verdict) {
             {"triangles_out", verdict.out},
             {"least_expected", verdict.least},
             {"most_expected", verdict.most},
-            {"differences", verdict.differences}};
+            {"differences", jsonOfTexts(verdict.differences)},
+            {"notes", jsonOfTexts(verdict.notes)}};
 }
 
-ordered_json jsonOf(const std::vector<audited_part>& parts) {
+/// Where the names of parts lead: to the ID of the name, and from it to the parts.
+struct name_index {
+    explicit name_index(const run_report& report) {
+        const std::vector<id_record>& ids = report.verdict->ids;
+        for (std::size_t id = 0; id < ids.size(); ++id)
+            id_of.emplace(ids[id].name, id);
+        const std::vector<audited_part>& parts = report.plan->parts;
+        for (std::size_t i = 0; i < parts.size(); ++i)
+            parts_of[parts[i].name].push_back(i);
+    }
+    std::unordered_map<std::string, std::size_t> id_of;
+    std::unordered_map<std::string, std::vector<std::size_t>> parts_of;
+};
+
+/// Every part with its way: the ID and the cores behind it, and what came out, if it can be told.
+ordered_json jsonOfParts(const run_report& report, const name_index& index) {
     ordered_json list = ordered_json::array();
-    for (const audited_part& part : parts)
-        list.push_back({{"name", validUtf8(part.name)},
-                        {"original_name", validUtf8(part.original_name)},
-                        {"fate", textOf(part.fate)},
-                        {"triangles", part.triangles},
-                        {"degenerate", part.degenerate}});
+    for (const audited_part& part : report.plan->parts) {
+        ordered_json entry = {{"name", validUtf8(part.name)},
+                              {"original_name", validUtf8(part.original_name)},
+                              {"fate", textOf(part.fate)},
+                              {"triangles", part.triangles},
+                              {"degenerate", part.degenerate}};
+        const auto out = report.verdict->out_by_name.find(part.name);
+        const bool alone = index.parts_of.at(part.name).size() == 1 && !part.renamed;
+        if (report.verdict->by_part && alone)
+            entry["triangles_out"] = out == report.verdict->out_by_name.end() ? 0 : out->second;
+        const auto id = index.id_of.find(part.name);
+        if (id != index.id_of.end()) {
+            entry["id"] = id->second;
+            entry["cores"] = jsonOfTexts(report.verdict->ids[id->second].cores);
+        }
+        list.push_back(std::move(entry));
+    }
+    return list;
+}
+
+ordered_json jsonOfIds(const run_report& report, const name_index& index) {
+    ordered_json list = ordered_json::array();
+    for (std::size_t id = 0; id < report.verdict->ids.size(); ++id) {
+        const id_record& record = report.verdict->ids[id];
+        ordered_json originals = ordered_json::array(), numbers = ordered_json::array();
+        const auto parts = index.parts_of.find(record.name);
+        for (const std::size_t part :
+             parts != index.parts_of.end() ? parts->second : std::vector<std::size_t>()) {
+            originals.push_back(validUtf8(report.plan->parts[part].original_name));
+            numbers.push_back(part);
+        }
+        list.push_back({{"id", id},
+                        {"name", validUtf8(record.name)},
+                        {"original_names", originals},
+                        {"parts", numbers},
+                        {"cores", jsonOfTexts(record.cores)}});
+    }
+    return list;
+}
+
+ordered_json jsonOfCores(const run_report& report) {
+    ordered_json list = ordered_json::array();
+    for (const core_record& core : report.verdict->cores) {
+        ordered_json ids = ordered_json::array();
+        for (const auto& [id, triangles] : core.ids)
+            ids.push_back({{"id", id}, {"triangles", triangles}});
+        list.push_back(
+            {{"name", validUtf8(core.name)}, {"triangles", core.triangles}, {"ids", ids}});
+    }
     return list;
 }
 
@@ -138,6 +206,8 @@ ordered_json jsonOf(const run_report& report) {
     if (report.after) {
         file["output"] = jsonOf(report.output);
         file["parameters"] = validUtf8(report.parameters);
+        if (report.id_map)
+            file["id_map"] = jsonOf(*report.id_map);
     }
     file["before"] = jsonOf(report.before);
     if (report.after)
@@ -149,12 +219,15 @@ ordered_json jsonOf(const run_report& report) {
         stages.push_back(
             {{"name", stage.name}, {"seconds", stage.seconds}, {"peak_bytes", stage.peak_bytes}});
     file["stages"] = stages;
-    ordered_json notes = ordered_json::array();
-    for (const std::string& note : report.notes)
-        notes.push_back(validUtf8(note));
-    file["notes"] = notes;
-    if (report.plan)
-        file["parts"] = jsonOf(report.plan->parts);
+    file["notes"] = jsonOfTexts(report.notes);
+    if (!report.plan || !report.verdict)
+        return file;
+    const name_index index(report);
+    file["parts"] = jsonOfParts(report, index);
+    if (report.plan->has_ids) {
+        file["ids"] = jsonOfIds(report, index);
+        file["cores"] = jsonOfCores(report);
+    }
     return file;
 }
 

@@ -25,6 +25,7 @@ struct run_report {
     std::string command;    ///< "optimize" or "info"
     std::string parameters; ///< as given
     file_record input, output;
+    std::optional<file_record> id_map; ///< if one was written
     scene_statistics before;
     std::optional<scene_statistics> after;
     std::optional<audit_plan> plan;

@@ -1,5 +1,6 @@
 #include <gtest/gtest.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
@@ -47,12 +48,26 @@ audited_run runAudit(const ::osg::NodePtr& scene, const std::string& parameters,
 
 TEST(Audit, PassesWhateverTheParametersAsk) {
     for (const char* parameters :
-         {"maxtris(10)", "maxtris(100000)", "opt(0),maxtris(10)", "opt(2),maxtris(10)",
-          "opt(3),maxtris(10)", "toworld(false),maxtris(10)", "alphageometry(true),maxtris(10)",
-          "keeprenderfalse(true),maxtris(10)", "onegeometry(true)",
-          "mostusedmaterial(true),maxtris(10)", "removeswitch(true),maxtris(10)",
-          "vertexcolor(1000),maxtris(10)", "ignorematerial(true),maxtris(10)",
-          "idmapinroot(true),maxtris(10)", "flat(true)", "rubbish", "maxtris(10),flat(false)"}) {
+         {"maxtris(10)",
+          "maxtris(100000)",
+          "opt(0),maxtris(10)",
+          "opt(2),maxtris(10)",
+          "opt(3),maxtris(10)",
+          "toworld(false),maxtris(10)",
+          "alphageometry(true),maxtris(10)",
+          "keeprenderfalse(true),maxtris(10)",
+          "onegeometry(true)",
+          "mostusedmaterial(true),maxtris(10)",
+          "removeswitch(true),maxtris(10)",
+          "vertexcolor(1000),maxtris(10)",
+          "ignorematerial(true),maxtris(10)",
+          "idmapinroot(true),maxtris(10)",
+          "flat(true)",
+          "rubbish",
+          "maxtris(10),flat(false)",
+          "cacheopt(true),maxtris(10)",
+          "cacheopt(true),idmapinroot(true)",
+          "mostusedmaterial(true),cacheopt(true),maxtris(10),idmapinroot(true)"}) {
         SCOPED_TRACE(parameters);
         const audited_run run = runAudit(everyFate(), parameters);
         for (const std::string& difference : run.verdict.differences)
@@ -97,6 +112,64 @@ TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {
     plan.parts[1].least = plan.parts[1].most = 10;
     const audit_verdict verdict = morva::host::judge(plan, result.get());
     EXPECT_EQ(verdict.differences.size(), 2u);
+}
+
+/// Glass in the draw order that a merge might give it: the kept triangles of `glass` below a
+/// transform, with `twice` shown in the place of `lost`.
+::osg::NodePtr reorderedGlass(const mesh_data& glass, int twice, int lost) {
+    mesh_data kept;
+    const auto at = [&](std::size_t triangle) { return glass.positions.begin() + 3 * triangle; };
+    int number = 0;
+    for (std::size_t i = 0; i < glass.positions.size() / 3; ++i) {
+        if (morva::osg::is_rogue(*at(i), *(at(i) + 1), *(at(i) + 2)))
+            continue;
+        if (number++ != lost) // another corner first: the triangle stays the same
+            kept.positions.insert(kept.positions.end(), {*(at(i) + 1), *(at(i) + 2), *at(i)});
+    }
+    if (twice >= 0)
+        kept.positions.insert(kept.positions.end(), kept.positions.begin() + 3 * twice,
+                              kept.positions.begin() + 3 * twice + 3);
+    kept.primitives = {{4, static_cast<unsigned>(kept.positions.size())}};
+    return group({group(), moved({3, 0, 0}, {named("_G_1", meshNode(kept))})});
+}
+
+TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
+    std::mt19937 rng(4);
+    mesh_data glass = soup(rng, 24000); // enough vertices for a new order
+    for (::osg::Pnt3f& p : glass.positions)
+        p[2] += 0.001f * static_cast<float>(rng() % 1000); // few equal triangles
+    mesh_data whole = glass;
+    for (std::size_t i = 0; i < whole.positions.size(); i += 3) { // none degenerate
+        whole.positions[i] += ::osg::Vec3f(0, 0, 9.f);
+        whole.positions[i + 1] += ::osg::Vec3f(9.f, 0, 0);
+    }
+    const auto judged = [](const mesh_data& part, int twice, int lost) {
+        const node_ref root(
+            group({moved({3, 0, 0}, {named("glass", meshNode(part, chunked({1, 1, 1, .5f})))})}));
+        const auto parts = morva::host::namedParts(root.get(), true);
+        const audit_plan plan =
+            morva::host::planAudit(root.get(), parts, "cacheopt(true),idmapinroot(true)");
+        EXPECT_TRUE(plan.by_part);
+        const node_ref result(reorderedGlass(part, twice, lost));
+        return morva::host::judge(plan, result.get());
+    };
+    const audit_verdict good = judged(glass, -1, -1);
+    EXPECT_EQ(good.notes, std::vector<std::string>{});
+    EXPECT_EQ(good.differences, std::vector<std::string>{});
+    EXPECT_EQ(good.in, good.out + good.degenerate);
+
+    const audit_verdict odd = judged(glass, 5, 17);
+    EXPECT_EQ(odd.differences, std::vector<std::string>{});
+    ASSERT_EQ(odd.notes.size(), 1u);
+    EXPECT_EQ(odd.notes[0].find("part '#0/#0/glass': the new draw order shows 1 triangles once too "
+                                "often and 1 not at all; it dropped "),
+              0u)
+        << odd.notes[0];
+    // Without degenerate triangles there is no such excuse.
+    const audit_verdict bad = judged(whole, 5, 17);
+    EXPECT_EQ(bad.notes, std::vector<std::string>{});
+    EXPECT_EQ(bad.differences.size(), 1u);
+    EXPECT_EQ(judged(glass, -1, 17).differences.size(), 2u) << "one of the parts, one of the sum";
 }
 
 TEST(Audit, AMissingTriangleIsADifference) {

@@ -1,5 +1,8 @@
 #include <csignal>
 #include <functional>
+#include <limits>
+#include <set>
+#include <sstream>
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -8,6 +11,7 @@
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "optimiser_output.h"
 #include "tests/host/host_files.h"
 
 namespace morva_test {
@@ -68,6 +72,17 @@ const bad_run bad_runs[] = {
          return goodInput(f, {"-o", f.file("o.glb"), "--report", f.file("o.glb")});
      },
      2, "cannot be one file"},
+    {"map_over_report",
+     [](auto& f) {
+         return goodInput(f, {"-o", f.file("o.glb"), "--report", f.file("o.json"), "-p",
+                              "idmap(" + f.file("o") + ")"});
+     },
+     2, "a file of its own"},
+    {"map_in_a_missing_folder",
+     [](auto& f) {
+         return goodInput(f, {"-o", f.file("o.glb"), "-p", "idmap(" + f.file("none/m") + ")"});
+     },
+     1, "there is no folder"},
     {"quiet_and_verbose",
      [](auto& f) {
          return goodInput(f, {"-o", f.file("o.glb"), "-q", "-v"});
@@ -183,7 +198,11 @@ TEST(Command, PrintsTheTableAndNothingOfTheOptimiser) {
 
     std::vector<std::string> more = arguments;
     more.push_back("-v");
-    EXPECT_NE(runMorva(more).out.find("Optimizing Tree..."), std::string::npos);
+    const std::string lines = runMorva(more).out;
+    EXPECT_NE(lines.find("Optimizing Tree..."), std::string::npos);
+    const bool terminal = isatty(STDOUT_FILENO) != 0; // carriage returns go there alone
+    EXPECT_NE(lines.find(terminal ? "\rDone merging.        \n" : "\nDone merging.        \n"),
+              std::string::npos);
     more.back() = "-q";
     EXPECT_EQ(runMorva(more).out, "");
 }
@@ -215,6 +234,16 @@ TEST(Command, AFullDiskLeavesTheOldFileAndNothingElse) {
         EXPECT_EQ(bytesOf(folder.file(name)), "old");
         EXPECT_EQ(folder.entries().size(), 2u); // the input and the old output
     }
+    // A model that fits, and an ID map that does not.
+    const temporary_folder folder;
+    const std::string in =
+        modelFile(folder.file("in.osb"), group({named(std::string(400, 'n'), meshNode(quads(1)))}));
+    writeBytes(folder.file("m.json"), "old");
+    EXPECT_EQ(runOnAFullDisk({"optimize", in, "-q", "-o", folder.file("o.stl"), "-p",
+                              "maxtris(9),idmap(" + folder.file("m") + ")"}),
+              1);
+    EXPECT_EQ(bytesOf(folder.file("m.json")), "old");
+    EXPECT_EQ(folder.entries().size(), 3u);
 }
 
 TEST(Command, FilesThatBelongTogetherArriveTogether) {
@@ -260,6 +289,135 @@ TEST(Report, HoldsBothSidesThePartsAndTheAudit) {
     const auto& audit = report["audit"];
     EXPECT_EQ(audit["triangles_in"].get<int>(),
               audit["triangles_out"].get<int>() + audit["degenerate"].get<int>());
+}
+
+/// Names as a careless exporter leaves them.
+::osg::NodePtr badNames() {
+    return named("to\"p", group({named("a\"b\\\t", meshNode(quads(1), simple({1, 0, 0}))),
+                                 named("a\"b\\\t", meshNode(quads(2), simple({1, 0, 0}))),
+                                 moved({0, 5, 0}, {named("\xFF", meshNode(row(4, 1)))}),
+                                 named("glass", meshNode(quads(3), chunked({1, 1, 1, .5f})))}));
+}
+
+struct mapped_run {
+    std::string map; ///< the ID map file
+    nlohmann::json report;
+};
+
+mapped_run runWithMap(const std::string& names) {
+    const temporary_folder folder;
+    const command_result result =
+        runMorva({"optimize", modelFile(folder.file("in.osb"), badNames()), "-o",
+                  folder.file("o.glb"), "--report", folder.file("r.json"), "-p",
+                  "maxtris(100),IDmap(" + folder.file("m") + "),toworld(true)", "--names", names});
+    EXPECT_EQ(result.code, 0) << result.err;
+    EXPECT_NE(result.out.find("passed, part by part"), std::string::npos);
+    EXPECT_EQ(folder.entries().size(), 4u) << "input, output, report and map";
+    return {bytesOf(folder.file("m.json")), nlohmann::json::parse(bytesOf(folder.file("r.json")))};
+}
+
+TEST(IdMap, OfBadNamesIsValidJsonAndLeadsBothWays) {
+    const mapped_run run = runWithMap("unique");
+    const auto map = nlohmann::json::parse(run.map);
+    EXPECT_EQ(map["tree"]["name"], "to_p");
+    std::vector<std::string> mapped;
+    for (const auto& entry : map["mapping"])
+        mapped.push_back(entry["name"]);
+    const std::vector<std::string> names = {"to_p/a_b__", "to_p/a_b__~2", "to_p/#2/_"};
+    EXPECT_EQ(std::set<std::string>(mapped.begin(), mapped.end()),
+              std::set<std::string>(names.begin(), names.end()));
+
+    const auto& report = run.report;
+    EXPECT_EQ(report["id_map"]["bytes"], run.map.size());
+    const std::vector<std::string> originals = {"a\"b\\\t", "a\"b\\\t", "_"}; // the report is UTF-8
+    for (std::size_t i = 0; i < 3; ++i) {
+        const auto& part = report["parts"][i];
+        EXPECT_EQ(part["name"], names[i]);
+        EXPECT_EQ(part["original_name"], originals[i]);
+        EXPECT_EQ(part["triangles_out"], part["triangles"]);
+        const auto& id = report["ids"][part["id"].get<std::size_t>()];
+        EXPECT_EQ(id["name"], names[i]);
+        EXPECT_EQ(id["original_names"], nlohmann::json({originals[i]}));
+        EXPECT_EQ(id["parts"], nlohmann::json({i}));
+        EXPECT_EQ(id["cores"], part["cores"]);
+        nlohmann::json holders = nlohmann::json::array();
+        unsigned triangles = 0;
+        for (const auto& core : report["cores"]) {
+            for (const auto& held : core["ids"]) {
+                if (held["id"] != id["id"])
+                    continue;
+                holders.push_back(core["name"]);
+                triangles += held["triangles"].get<unsigned>();
+            }
+        }
+        EXPECT_FALSE(holders.empty());
+        EXPECT_EQ(holders, part["cores"]);
+        EXPECT_EQ(part["triangles"], triangles);
+    }
+    EXPECT_FALSE(report["parts"][3].contains("id")) << "carried over, under its own name";
+    EXPECT_EQ(report["parts"][3]["triangles_out"], 6);
+    EXPECT_EQ(report["cores"].back()["name"], "to_p/glass");
+    EXPECT_EQ(report["cores"].back()["ids"].size(), 0u);
+}
+
+TEST(IdMap, KeepsNamesOnRequest) {
+    const mapped_run run = runWithMap("keep");
+    EXPECT_FALSE(nlohmann::json::accept(run.map));
+    EXPECT_NE(run.map.find("\"name\": \"a\"b\\\t\",\n"), std::string::npos);
+    EXPECT_NE(run.map.find("\"name\": \"\xFF\",\n"), std::string::npos);
+    EXPECT_NE(run.map.find("\"name\":\"to\"p\",\n"), std::string::npos);
+    // Two parts under one name: together they are checked, one by one they cannot be told.
+    const auto& report = run.report;
+    const auto& id = report["ids"][report["parts"][0]["id"].get<std::size_t>()];
+    EXPECT_EQ(id["parts"], nlohmann::json({0, 1}));
+    EXPECT_FALSE(report["parts"][0].contains("triangles_out"));
+    EXPECT_TRUE(report["audit"]["by_part"]);
+}
+
+TEST(IdMap, IsNotWrittenWithoutAMerge) {
+    const temporary_folder folder;
+    const command_result result = runMorva(goodInput(
+        folder, {"-o", folder.file("o.glb"), "-p", "flat(true),idmap(" + folder.file("m") + ")"}));
+    EXPECT_EQ(result.code, 0);
+    EXPECT_NE(result.err.find("no ID map file is written"), std::string::npos) << result.err;
+    EXPECT_EQ(folder.entries().size(), 2u);
+}
+
+TEST(OptimiserOutput, TellsLinesFromProgress) {
+    struct {
+        const char *text, *lines;
+        std::vector<std::string> progress;
+    } const rows[] = {
+        {"one\ntwo\n", "one\ntwo\n", {}},
+        {"\rDone merging.   \n", "Done merging.   \n", {}},
+        {"\r0% \r12.5% \r1e+02% done.\n", "done.\n", {"0% ", "12.5% ", "1e+02% "}},
+        {"\r0% ", "", {"0% "}},
+        {"working\rdone\n", "done\n", {"working"}},
+        {"50% off\n", "50% off\n", {}},
+        {"\r5 %\n\n", "5 %\n\n", {}},
+        {"no end", "no end", {}},
+    };
+    for (const auto& row : rows) {
+        for (const bool flushed : {false, true}) {
+            SCOPED_TRACE(row.text);
+            std::stringbuf lines;
+            std::vector<std::string> progress;
+            {
+                morva::host::optimiser_output filter(
+                    &lines, [&](const std::string& piece) { progress.push_back(piece); });
+                std::ostream out(&filter);
+                for (const char letter : std::string(row.text)) {
+                    out << letter;
+                    if (flushed && letter == ' ')
+                        out << std::flush;
+                }
+            }
+            EXPECT_EQ(lines.str(), row.lines);
+            EXPECT_EQ(progress, row.progress);
+        }
+    }
+    morva::host::optimiser_output silent(nullptr, [](const std::string&) {});
+    std::ostream(&silent) << "nobody\rhears\nthis" << std::flush;
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
 
 #include "part_names.h"
 #include "tests/support/scene_builders.h"
@@ -53,6 +54,31 @@ TEST(PartNames, AreSafeInsideJson) {
     };
     for (const auto& [name, safe] : cases)
         EXPECT_EQ(morva::host::safeName(name), safe);
+}
+
+TEST(MakeTreeSafe, MendsNamesAndAttributesThatNeedIt) {
+    const node_ref root(named("top \"1\"", group({named("caf\xC3\xA9 a/b", group())})));
+    const ::osg::NodePtr child = root->getChild(0);
+    setName(root->getCore(), "back\\slash");
+    setName(child->getCore(), "\xFF");
+    const auto attributes = ::osg::StringAttributeMap::create();
+    attributes->setAttribute("a \"key\"", "quoted \"value\" \\");
+    attributes->setAttribute("b", "two\nlines \xFF");
+    root->addAttachment(attributes);
+    const auto plain = ::osg::StringAttributeMap::create();
+    plain->setAttribute("k", "v");
+    child->addAttachment(plain);
+    morva::host::makeTreeSafe(root.get());
+
+    EXPECT_STREQ(getName(root.get()), "top _1_");
+    EXPECT_STREQ(getName(root->getCore()), "back_slash");
+    EXPECT_STREQ(getName(child), "caf\xC3\xA9 a/b");
+    EXPECT_STREQ(getName(child->getCore()), "_");
+    const ::osg::FieldContainerType& type = ::osg::StringAttributeMap::getClassType();
+    const auto mended = ::osg::StringAttributeMapPtr::dcast(root->findAttachment(type));
+    EXPECT_EQ(mended->getAttribute("a _key_"), "quoted \"value\" \\") << "escaped in the file";
+    EXPECT_EQ(mended->getAttribute("b"), "two_lines _");
+    EXPECT_TRUE(::osg::StringAttributeMapPtr::dcast(child->findAttachment(type)) == plain);
 }
 
 TEST(PartNames, StayUniqueAmongThousandsOfTwins) {
