@@ -140,10 +140,10 @@ void corner_range(const Triangle& triangle, std::size_t axis, typename Triangle:
     }
 }
 
-/// The box over all triangles, with flat axes repaired; a zero box if there is none.
+/// Lowest and highest corner over all triangles, zero if there is none; the extent is left out.
 template <typename Element, typename Object>
 aabb<typename Element::scalar_type, typename Element::point_type, typename Element::vector_type>
-calc_bounding_box(const geo_set_convertable<Element, Object>& geoset) {
+corners_of_elements(const geo_set_convertable<Element, Object>& geoset) {
     using scalar = typename Element::scalar_type;
     aabb<scalar, typename Element::point_type, typename Element::vector_type> box;
     for (std::uint64_t i = 0; i < geoset.count; ++i) {
@@ -156,6 +156,15 @@ calc_bounding_box(const geo_set_convertable<Element, Object>& geoset) {
                 box.max[axis] = high;
         }
     }
+    return box;
+}
+
+/// The box over all elements, with flat axes repaired. For every geoset type that comes with a
+/// corners_of_elements() in its own namespace.
+template <typename Geoset>
+aabb<typename Geoset::scalar_type, typename Geoset::point_type, typename Geoset::vector_type>
+calc_bounding_box(const Geoset& geoset) {
+    auto box = corners_of_elements(geoset);
     box.refresh_extent();
     repair_flat_axes(box);
     return box;

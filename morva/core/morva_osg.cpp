@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include <morva/core/morva_osg_node_core.h>
+
 namespace morva::osg {
 
 namespace {
@@ -9,12 +11,6 @@ namespace {
 template <typename To, typename From> void copyThree(To& to, const From& from) {
     for (unsigned int i = 0; i < 3; ++i)
         to[i] = from[i];
-}
-
-::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC)
-        return ::osg::NullFC;
-    return ::osg::GeometryPtr::dcast(node->getCore());
 }
 
 /// Adds up what `term(type, length)` gives for each primitive.

@@ -14,6 +14,7 @@
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -24,12 +25,6 @@ namespace {
 constexpr float color_tolerance = 1e-6F; ///< per component, that two colours may differ
 constexpr unsigned int gl_src_alpha = 770;
 constexpr unsigned int gl_one_minus_src_alpha = 771;
-
-::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC)
-        return ::osg::NullFC;
-    return ::osg::GeometryPtr::dcast(node->getCore());
-}
 
 template <typename Color> bool differ(const Color& a, const Color& b, unsigned int components) {
     for (unsigned int i = 0; i < components; ++i) {

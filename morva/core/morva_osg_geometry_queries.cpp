@@ -7,18 +7,13 @@
 
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
 
 namespace {
-
-::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC)
-        return ::osg::NullFC;
-    return ::osg::GeometryPtr::dcast(node->getCore());
-}
 
 unsigned int primitivesOf(unsigned int type, unsigned int length) {
     switch (type) {

@@ -12,13 +12,11 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
 
+#include <morva/core/morva_osg_node_core.h>
+
 namespace morva::osg {
 
 namespace {
-
-template <typename Core> bool isKindOf(const ::osg::NodePtr& node) {
-    return node->getCore()->getType().isDerivedFrom(Core::getClassType());
-}
 
 /// Stand-ins for geometry nodes, each the only child of a group and with the core of the node that
 /// it stands for. Callers hold them by plain pointers, in lists that outlive the next call, so a
@@ -101,7 +99,7 @@ class stand_ins {
 /// The node itself, or a stand-in's group if it is a geometry.
 ::osg::NodePtr walkable(const ::osg::NodePtr& node) {
     static stand_ins& kept = *new stand_ins; // outlives every static object that may still call
-    if (::osg::GeometryPtr::dcast(node->getCore()) == ::osg::NullFC)
+    if (geometryOf(node) == ::osg::NullFC)
         return node;
     return kept.groupFor(node);
 }

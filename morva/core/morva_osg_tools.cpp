@@ -6,15 +6,11 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSwitchMaterial.h>
 
+#include <morva/core/morva_osg_node_core.h>
+
 namespace morva::osg {
 
 namespace {
-
-::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC)
-        return ::osg::NullFC;
-    return ::osg::GeometryPtr::dcast(node->getCore());
-}
 
 /// Extent of the node's volume on an axis.
 float extentOf(const ::osg::NodePtr& node, unsigned int axis) {
@@ -50,8 +46,7 @@ void collect_geo_nodes(::osg::NodePtr node, std::list<::osg::NodePtr>& nodes) {
     // Outer groups override inner ones, so the walk goes on to the root.
     for (::osg::NodePtr above = node->getParent(); above != ::osg::NullFC;
          above = above->getParent()) {
-        if (above->getCore() != ::osg::NullFC &&
-            above->getCore()->getType().isDerivedFrom(::osg::MaterialGroup::getClassType()))
+        if (isKindOf<::osg::MaterialGroup>(above))
             outermost = above;
     }
     return outermost;
@@ -69,7 +64,7 @@ void collect_geo_nodes(::osg::NodePtr node, std::list<::osg::NodePtr>& nodes) {
     return ::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial();
 }
 
-bool shouldSkipNode(const ::osg::NodePtr& node) {
+bool shouldSkipNode(::osg::NodePtr& node) {
     if (geometryOf(node) == ::osg::NullFC)
         return false;
     if (node->getTravMask() == 0)

@@ -76,7 +76,7 @@ MORVA_API bool hasMaterialAlpha(::osg::NodePtr node);
 
 /// Whether the optimiser must leave a geometry node alone: traversal mask 0, a switch material or
 /// a cube map.
-MORVA_API bool shouldSkipNode(const ::osg::NodePtr& node);
+MORVA_API bool shouldSkipNode(::osg::NodePtr& node);
 /// How many nodes of the subtree shouldSkipNode() holds for.
 MORVA_API unsigned int cntShouldSkipNodes(::osg::NodePtr node);
 

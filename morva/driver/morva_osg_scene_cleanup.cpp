@@ -12,16 +12,12 @@
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
 
 namespace {
-
-template <class Core> bool isKindOf(const ::osg::NodePtr& node) {
-    return node->getCore() != ::osg::NullFC &&
-           node->getCore()->getType().isDerivedFrom(Core::getClassType());
-}
 
 bool isPlainGroup(const ::osg::NodePtr& node) {
     return node->getCore() != ::osg::NullFC &&
@@ -193,7 +189,7 @@ bool removeInvisibleParts(::osg::NodePtr node) {
 bool removeNonGeoParts(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return false;
-    const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
+    const ::osg::GeometryPtr geometry = geometryOf(node);
     if (geometry != ::osg::NullFC)
         return hasNoPrimitives(geometry);
     if (node->getNChildren() == 0)
@@ -288,7 +284,7 @@ void RenameMultipleNodeNames(::osg::NodePtr node, bool geometryOnly) {
 void nameGeoNodes(::osg::NodePtr node, std::vector<std::string> names) {
     if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC || names.empty())
         return;
-    if (::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC) {
+    if (geometryOf(node) != ::osg::NullFC) {
         ::osg::setName(node, names.back());
         return;
     }

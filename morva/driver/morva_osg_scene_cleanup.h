@@ -32,7 +32,7 @@ MORVA_API void deleteNode(::osg::NodePtr node);
 /// goes with all that hangs below it.
 ///
 /// returns  whether a node was replaced or removed; true also for a switch at the root, which
-///          stays in place unless it shows one child
+///          stays in place whatever it shows
 MORVA_API bool removeSwitchParts(::osg::NodePtr node);
 
 /// Replaces every level-of-detail node below `node` by its first child, which goes to the end of

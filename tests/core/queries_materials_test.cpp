@@ -293,6 +293,7 @@ TEST(ShouldSkipNode, HoldsForMasksSwitchMaterialsAndCubeMaps) {
     EXPECT_FALSE(skipped(meshNode(quads(1), chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1)))));
     EXPECT_FALSE(skipped(hidden(group()))); // no geometry
     const node_ref below(materialGroup(cubeTextured(), {meshNode(quads(1))}));
-    EXPECT_TRUE(morva::osg::shouldSkipNode(below->getChild(0)));
-    EXPECT_FALSE(morva::osg::shouldSkipNode(::osg::NodePtr(::osg::NullFC)));
+    ::osg::NodePtr child = below->getChild(0), null;
+    EXPECT_TRUE(morva::osg::shouldSkipNode(child));
+    EXPECT_FALSE(morva::osg::shouldSkipNode(null));
 }
