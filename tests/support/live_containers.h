@@ -6,11 +6,14 @@
 //     { node_ref root(build()); pass(root); }
 //     EXPECT_EQ(liveContainers(), before);
 //
+// or, for all tests of a suite: class MyPass : public no_strays {};
+//
 // Walks all container numbers given out so far: for tests only. No other thread may create or
 // destroy containers meanwhile.
 
 #include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGNode.h>
+#include <gtest/gtest.h>
 
 namespace morva_test {
 
@@ -27,5 +30,14 @@ inline unsigned int liveContainers() {
     }
     return count;
 }
+
+/// A suite whose tests must leave no container behind.
+class no_strays : public testing::Test {
+  protected:
+    void TearDown() override { EXPECT_EQ(liveContainers(), before); }
+
+  private:
+    unsigned int before = liveContainers();
+};
 
 } // namespace morva_test

@@ -10,6 +10,7 @@
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <cctype>
 #include <cmath>
 
 namespace morva_test {
@@ -297,6 +298,75 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
 ::osg::NodePtr hidden(const ::osg::NodePtr& node) {
     node->setTravMask(0);
     return node;
+}
+
+namespace {
+
+/// Reads one node of a scene text; `at` moves behind it.
+::osg::NodePtr readNode(const char*& at, const material_map& materials) {
+    const auto take = [&at](auto is_wanted) {
+        std::string taken;
+        while (is_wanted(*at))
+            taken += *at++;
+        return taken;
+    };
+    const std::string marks = take([](char c) { return c != '\0' && std::isalpha(c) == 0; });
+    const std::string name = take([](char c) { return c == '_' || std::isalnum(c) != 0; });
+    const auto has = [&marks](char mark) { return marks.find(mark) != std::string::npos; };
+
+    const bool is_mesh = *at != '(' || has('#');
+    node_list children;
+    if (*at == '(') {
+        for (++at; *at != ')';)
+            children.push_back(readNode(at += *at == ' ' ? 1 : 0, materials));
+        ++at;
+    }
+    const auto entry = materials.find(name);
+    const ::osg::MaterialPtr material =
+        entry != materials.end() ? entry->second : ::osg::MaterialPtr();
+    ::osg::NodePtr node;
+    if (has('~'))
+        node = moved({1, 0, 0}, children);
+    else if (has('?'))
+        node = switched(std::stoi(marks.substr(marks.find('?') + 1)), children);
+    else if (has('%'))
+        node = detailed(children);
+    else if (has('$'))
+        node = materialGroup(material, children);
+    else if (has('.'))
+        node = nodeOf(::osg::NullFC, children);
+    else if (is_mesh)
+        node = nodeOf(geometryOf(quads(1), material), children);
+    else
+        node = group(children);
+    return named(name, has('!') ? hidden(node) : node);
+}
+
+} // namespace
+
+::osg::NodePtr sceneOf(const std::string& text, const material_map& materials) {
+    const char* at = text.c_str();
+    return readNode(at, materials);
+}
+
+std::string textOf(const ::osg::NodePtr& node) {
+    const char* name = ::osg::getName(node);
+    std::string text = name != nullptr ? name : "-";
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        text += (i == 0 ? "(" : " ") + textOf(node->getChild(i));
+    return node->getNChildren() == 0 ? text : text + ")";
+}
+
+::osg::NodePtr nodeNamed(const ::osg::NodePtr& root, const std::string& name) {
+    const char* own = ::osg::getName(root);
+    if (own != nullptr && name == own)
+        return root;
+    for (::osg::UInt32 i = 0; i < root->getNChildren(); ++i) {
+        const ::osg::NodePtr found = nodeNamed(root->getChild(i), name);
+        if (found != ::osg::NullFC)
+            return found;
+    }
+    return ::osg::NullFC;
 }
 
 ::osg::SimpleMaterialPtr simple(const ::osg::Color3f& diffuse) {

@@ -11,6 +11,7 @@
 // count of 0 until something takes it in: hold the root in a node_ref, or lose it.
 
 #include <cstdint>
+#include <map>
 #include <random>
 #include <string>
 #include <utility>
@@ -97,6 +98,20 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng);
 ::osg::NodePtr named(const std::string& name, const ::osg::NodePtr& node);
 /// The same node with a traversal mask of 0.
 ::osg::NodePtr hidden(const ::osg::NodePtr& node);
+
+using material_map = std::map<std::string, ::osg::MaterialPtr>;
+
+/// A tree of named nodes from text: "r(a !b ?1s(c d))" is a group of two meshes and a switch.
+///
+/// A name alone is a mesh, one with brackets a group of what stands in them. Marks in front of it
+/// make it something else: "!" hidden, "#" a mesh with children, "." no core, "~" moved by 1 in x,
+/// "?2" a switch with that choice, "%" a level of detail, "$" a material group.
+/// materials  by name, of meshes and material groups
+::osg::NodePtr sceneOf(const std::string& text, const material_map& materials = {});
+/// The names of a tree in the same form, without marks; "-" for a nameless node.
+std::string textOf(const ::osg::NodePtr& node);
+/// The first node of that name, parents first; null if there is none.
+::osg::NodePtr nodeNamed(const ::osg::NodePtr& root, const std::string& name);
 
 ::osg::SimpleMaterialPtr simple(const ::osg::Color3f& diffuse);
 /// A material chunk, and a texture chunk behind it if there is an image.
