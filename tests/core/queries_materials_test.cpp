@@ -153,20 +153,6 @@ TEST(GetColor, IsFalseWithoutAColour) {
     EXPECT_TRUE(q.isUntouched());
 }
 
-TEST(GetMaterial, IsTheOwnOneOrThatOfTheOutermostGroup) {
-    const ::osg::MaterialPtr own = simple({1, 0, 0}), outer = simple({0, 1, 0});
-    const node_ref root(materialGroup(
-        outer, {materialGroup(simple({0, 0, 1}), {meshNode(quads(1), own), meshNode(quads(1))})}));
-    const ::osg::NodePtr inner = root->getChild(0);
-    EXPECT_EQ(morva::osg::getMaterial(inner->getChild(0)), own);
-    EXPECT_EQ(morva::osg::getMaterial(inner->getChild(1)), outer);
-    EXPECT_EQ(morva::osg::getMaterial(inner), ::osg::NullFC); // no geometry
-    EXPECT_EQ(morva::osg::getMaterial(::osg::NullFC), ::osg::NullFC);
-    // An outermost group without a material hides the inner one as well.
-    ::osg::MaterialGroupPtr::dcast(root->getCore())->setMaterial(::osg::NullFC);
-    EXPECT_EQ(morva::osg::getMaterial(inner->getChild(1)), ::osg::NullFC);
-}
-
 namespace {
 
 struct image_case {
