@@ -2,43 +2,40 @@
 
 #include <morva/core/morva_osg_tools.h>
 
-#include <functional>
+#include <algorithm>
 #include <limits>
+#include <sstream>
 
 #include <OpenSG/OSGBlendChunk.h>
+#include <OpenSG/OSGCubeTextureChunk.h>
 #include <OpenSG/OSGMaterialChunk.h>
-#include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
-#include <gtest/gtest.h>
 
+#include "tests/support/live_containers.h"
 #include "tests/support/scene_builders.h"
 #include "tests/support/stream_capture.h"
 
 using namespace morva_test;
-using material_ref = ::osg::RefPtr<::osg::MaterialPtr>;
 
 namespace {
 
-const ::osg::Color4f untouched(9, 9, 9, 9);
-
-/// The five outputs of a colour query, each with a value that no material has.
-struct quintuple {
-    ::osg::Color4f diffuse = untouched, specular = untouched, ambient = untouched,
-                   emission = untouched;
-    float shininess = 99;
-
-    template <typename Of> bool read(const Of& from) {
-        return morva::osg::getColor(from, diffuse, specular, ambient, emission, shininess);
-    }
-    template <typename Of> bool readBack(const Of& from) {
-        return morva::osg::getBackColor(from, diffuse, specular, ambient, emission, shininess);
-    }
-    bool isUntouched() const {
-        return diffuse == untouched && specular == untouched && ambient == untouched &&
-               emission == untouched && shininess == 99;
-    }
-};
+/// The five outputs of a colour query in their order, as text; "none" if it writes nothing.
+template <typename Of> std::string colorsOf(const Of& of, bool back = false) {
+    const ::osg::Color4f untouched(9, 9, 9, 9);
+    ::osg::Color4f out[4] = {untouched, untouched, untouched, untouched};
+    float shininess = 9;
+    const auto query = [&](auto get) { return get(of, out[0], out[1], out[2], out[3], shininess); };
+    const bool found = back ? query([](auto&&... all) { return morva::osg::getBackColor(all...); })
+                            : query([](auto&&... all) { return morva::osg::getColor(all...); });
+    if (!found && std::count(out, out + 4, untouched) == 4 && shininess == 9)
+        return "none";
+    std::ostringstream text;
+    for (const ::osg::Color4f& color : out)
+        text << color << " | ";
+    text << shininess;
+    return (found ? "" : "spoiled ") + text.str();
+}
 
 ::osg::MaterialChunkPtr colors(float base) {
     const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
@@ -72,214 +69,175 @@ struct quintuple {
     return material;
 }
 
+class MaterialQueries : public no_strays {};
+
 } // namespace
 
-TEST(GetColor, TakesTheFirstMaterialChunkInTheOrderOfTheQuintuple) {
-    const material_ref material(
-        ofChunks({::osg::BlendChunk::create(), colors(0.5F), colors(0.75F)}));
-    quintuple q;
-    ASSERT_TRUE(q.read(material.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0.5F, 1, 0, 0.1F));
-    EXPECT_EQ(q.specular, ::osg::Color4f(0.5F, 2, 0, 0.2F));
-    EXPECT_EQ(q.ambient, ::osg::Color4f(0.5F, 3, 0, 0.3F));
-    EXPECT_EQ(q.emission, ::osg::Color4f(0.5F, 4, 0, 0.4F));
-    EXPECT_EQ(q.shininess, 5.5F);
-    ASSERT_TRUE(q.readBack(material.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0.5F, 6, 0, 0.6F));
-    EXPECT_EQ(q.specular, ::osg::Color4f(0.5F, 7, 0, 0.7F));
-    EXPECT_EQ(q.ambient, ::osg::Color4f(0.5F, 8, 0, 0.8F));
-    EXPECT_EQ(q.emission, ::osg::Color4f(0.5F, 9, 0, 0.9F));
-    EXPECT_EQ(q.shininess, 10.5F);
-}
-
-TEST(GetColor, OfASimpleMaterialIsOpaqueAndHasNoBack) {
-    const ::osg::SimpleMaterialPtr simple_material = simple({0.25F, 0.5F, 1});
-    const material_ref material(simple_material);
-    simple_material->setSpecular(::osg::Color3f(0, 1, 0));
-    simple_material->setAmbient(::osg::Color3f(0, 0, 1));
-    simple_material->setEmission(::osg::Color3f(1, 0, 1));
-    simple_material->setShininess(3);
-    simple_material->setTransparency(0.9F);
-    quintuple q, back;
-    EXPECT_FALSE(back.readBack(material.get()));
-    EXPECT_TRUE(back.isUntouched());
-    ASSERT_TRUE(q.read(material.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0.25F, 0.5F, 1, 1));
-    EXPECT_EQ(q.specular, ::osg::Color4f(0, 1, 0, 1));
-    EXPECT_EQ(q.ambient, ::osg::Color4f(0, 0, 1, 1));
-    EXPECT_EQ(q.emission, ::osg::Color4f(1, 0, 1, 1));
-    EXPECT_EQ(q.shininess, 3.0F);
-    // A chunk that was added to it counts before its own colours.
-    simple_material->addChunk(colors(0.75F));
-    ASSERT_TRUE(q.read(material.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0.75F, 1, 0, 0.1F));
-}
-
-TEST(GetColor, FollowsTheChoiceOfASwitchMaterial) {
-    const ::osg::SwitchMaterialPtr choice =
-        choiceOf(1, {simple({1, 0, 0}), simple({0, 1, 0}), bareMaterial()});
-    const material_ref material(choice);
-    const node_ref node(meshNode(quads(1), choice));
-    quintuple q;
-    EXPECT_TRUE(q.read(material.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0, 1, 0, 1));
-    q = quintuple();
-    EXPECT_TRUE(q.read(node.get()));
-    EXPECT_EQ(q.diffuse, ::osg::Color4f(0, 1, 0, 1));
-
-    choice->setChoice(2);
-    q = quintuple();
-    EXPECT_FALSE(q.read(material.get()));
-
-    choice->setChoice(static_cast<::osg::UInt32>(-1));
-    stream_capture out(std::cout);
-    EXPECT_FALSE(q.read(material.get()));
-    EXPECT_FALSE(q.readBack(node.get()));
-    EXPECT_EQ(out.text(), "False SwitchMatChoice\nFalse SwitchMatChoice\n");
-    EXPECT_TRUE(q.isUntouched());
-}
-
-TEST(GetColor, IsFalseWithoutAColour) {
-    const material_ref blend(ofChunks({::osg::BlendChunk::create()}));
-    const node_ref plain(meshNode(quads(1))), holder(group());
-    quintuple q;
-    EXPECT_FALSE(q.read(blend.get()));
-    EXPECT_FALSE(q.read(::osg::MaterialPtr(::osg::NullFC)));
-    EXPECT_FALSE(q.readBack(::osg::MaterialPtr(::osg::NullFC)));
-    for (const ::osg::NodePtr& node : {plain.get(), holder.get(), ::osg::NodePtr(::osg::NullFC)}) {
-        EXPECT_FALSE(q.read(node));
-        EXPECT_FALSE(q.readBack(node));
+TEST_F(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
+    const ::osg::SimpleMaterialPtr plain = simple({0.25F, 0.5F, 1});
+    plain->setSpecular(::osg::Color3f(0, 1, 0));
+    plain->setAmbient(::osg::Color3f(0, 0, 1));
+    plain->setEmission(::osg::Color3f(1, 0, 1));
+    plain->setShininess(3);
+    plain->setTransparency(0.9F);
+    const ::osg::SimpleMaterialPtr with_chunk = simple({0.25F, 0.5F, 1});
+    with_chunk->addChunk(colors(0.5F));
+    const auto first_of_two = [] {
+        return ofChunks({::osg::BlendChunk::create(), colors(0.5F), colors(0.75F)});
+    };
+    const char* const front = "0.5, 1, 0, 0.1 | 0.5, 2, 0, 0.2 | 0.5, 3, 0, 0.3 | "
+                              "0.5, 4, 0, 0.4 | 5.5";
+    const char* const behind = "0.5, 6, 0, 0.6 | 0.5, 7, 0, 0.7 | 0.5, 8, 0, 0.8 | "
+                               "0.5, 9, 0, 0.9 | 10.5";
+    const struct {
+        const char* rule;
+        ::osg::MaterialPtr material;
+        std::string front, back, message;
+    } rows[] = {
+        {"first material chunk", first_of_two(), front, behind, ""},
+        {"simple material is opaque", plain,
+         "0.25, 0.5, 1, 1 | 0, 1, 0, 1 | 0, 0, 1, 1 | 1, 0, 1, 1 | 3", "none", ""},
+        {"chunk before own colours", with_chunk, front, behind, ""},
+        {"choice", choiceOf(1, {simple({1, 0, 0}), first_of_two()}), front, behind, ""},
+        {"choice without colour", choiceOf(0, {bareMaterial()}), "none", "none", ""},
+        {"choice in a choice", choiceOf(0, {choiceOf(0, {first_of_two()})}), "none", "none", ""},
+        {"choice beyond", choiceOf(3, {first_of_two()}), "none", "none", ""},
+        {"choice of none", choiceOf(~0U, {first_of_two()}), "none", "none",
+         "False SwitchMatChoice\n"},
+        {"no colour", ofChunks({::osg::BlendChunk::create()}), "none", "none", ""},
+        {"null", ::osg::NullFC, "none", "none", ""},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rule);
+        const node_ref node(meshNode(quads(1), row.material));
+        const stream_capture out(std::cout);
+        EXPECT_EQ(colorsOf(row.material), row.front);
+        EXPECT_EQ(colorsOf(row.material, true), row.back);
+        EXPECT_EQ(out.text(), row.message + row.message);
+        EXPECT_EQ(colorsOf(node.get()), row.front);
+        EXPECT_EQ(colorsOf(node.get(), true), row.back);
     }
-    EXPECT_TRUE(q.isUntouched());
+    EXPECT_EQ(colorsOf(::osg::NodePtr(::osg::NullFC)), "none");
 }
 
 namespace {
 
-struct image_case {
-    const char* name;
-    std::function<::osg::MaterialPtr(const ::osg::ImagePtr&)> material;
-    ::osg::UInt32 format;
-    std::uint8_t alpha; ///< of the last pixel; the others have 255
-    bool found, transparent, blends;
-};
-
-class GetImage : public testing::TestWithParam<image_case> {};
-
 constexpr ::osg::UInt32 rgba = ::osg::Image::OSG_RGBA_PF, rgb = ::osg::Image::OSG_RGB_PF,
                         la = ::osg::Image::OSG_LA_PF;
 
-::osg::MaterialPtr textured(const ::osg::ImagePtr& image, unsigned mode) {
-    const ::osg::SimpleTexturedMaterialPtr material = ::osg::SimpleTexturedMaterial::create();
-    material->setImage(image);
-    material->setEnvMode(mode);
-    return material;
+/// How an image is shown: by itself, in a chunk, behind or in front of another, or not at all.
+enum shown { textured, chunk, last, first, chosen, unused, bare };
+
+::osg::MaterialPtr showing(const ::osg::ImagePtr& image, shown how, unsigned mode,
+                           unsigned combine) {
+    switch (how) {
+    case textured: {
+        const ::osg::SimpleTexturedMaterialPtr material = ::osg::SimpleTexturedMaterial::create();
+        material->setImage(image);
+        material->setEnvMode(mode);
+        return material;
+    }
+    case last:
+        return ofChunks({texture(imageOf(rgba, 1, 1, 0)), texture(image, mode, combine)});
+    case first:
+        return ofChunks({texture(image), texture(::osg::NullFC, mode, combine)});
+    case chosen:
+        return choiceOf(0, {ofChunks({texture(image, mode, combine)})});
+    case unused:
+        return ofChunks({colors(1)});
+    case bare:
+        return ::osg::NullFC;
+    default:
+        return ofChunks({texture(image, mode, combine)});
+    }
 }
+
+constexpr unsigned replace = 7681, blend = 3042, combined = 34160, modulate = 8448, add = 260;
 
 } // namespace
 
-TEST_P(GetImage, FindsTheImageAndItsFlags) {
-    const image_case& c = GetParam();
-    const ::osg::RefPtr<::osg::ImagePtr> image(imageOf(c.format, 3, 2));
-    const int bytes = image->getBpp();
-    image->editData()[3 * 2 * bytes - 1] = c.alpha;
-    const node_ref node(meshNode(quads(1), c.material(image.get())));
-    const ::osg::ImagePtr expected = c.found ? image.get() : ::osg::ImagePtr(::osg::NullFC);
+TEST_F(MaterialQueries, ImageAndItsFlags) {
+    const struct {
+        const char* rule;
+        shown how;
+        unsigned mode, combine;
+        ::osg::UInt32 format;
+        std::uint8_t alpha; ///< of the last pixel; the others have 255
+        bool found, transparent, blends;
+    } rows[] = {
+        {"simple textured", textured, modulate, 0, rgba, 255, true, false, false},
+        {"simple textured blends", textured, blend, 0, rgba, 254, true, true, true},
+        {"last texture chunk counts", last, replace, modulate, rgba, 255, true, false, false},
+        {"last one without image", first, blend, modulate, rgba, 0, false, false, true},
+        {"combine and modulate", chunk, combined, modulate, rgba, 255, true, false, true},
+        {"combine otherwise", chunk, combined, add, rgba, 255, true, false, false},
+        {"blend whatever combine", chunk, blend, add, rgba, 255, true, false, true},
+        {"alpha in the last pixel", chunk, replace, modulate, rgba, 254, true, true, false},
+        {"luminance alpha is opaque", chunk, replace, modulate, la, 0, true, false, false},
+        {"no alpha channel", chunk, replace, modulate, rgb, 0, true, false, false},
+        {"no texture", unused, blend, modulate, rgba, 0, false, false, false},
+        {"no material", bare, blend, modulate, rgba, 0, false, false, false},
+        {"switch material", chosen, blend, modulate, rgba, 0, false, false, false},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rule);
+        const ::osg::RefPtr<::osg::ImagePtr> image(imageOf(row.format, 3, 2));
+        image->editData()[3 * 2 * image->getBpp() - 1] = row.alpha;
+        const node_ref node(
+            meshNode(quads(1), showing(image.get(), row.how, row.mode, row.combine)));
+        const ::osg::ImagePtr expected = row.found ? image.get() : ::osg::ImagePtr(::osg::NullFC);
 
-    bool transparent = true, blends = true; // cleared for a node ...
-    EXPECT_EQ(morva::osg::getImage(node.get(), transparent, blends), expected);
-    EXPECT_EQ(transparent, c.transparent);
-    EXPECT_EQ(blends, c.blends);
-    transparent = blends = true; // ... and kept for a material
-    EXPECT_EQ(morva::osg::getImage(morva::osg::getMaterial(node.get()), transparent, blends),
-              expected);
-    EXPECT_TRUE(transparent && blends);
-    EXPECT_EQ(morva::osg::getImage(node.get()), expected);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , GetImage,
-    testing::Values(
-        image_case{"simple_textured", [](const auto& i) { return textured(i, 8448); }, rgba, 255,
-                   true, false, false},
-        image_case{"simple_textured_blends", [](const auto& i) { return textured(i, 3042); }, rgba,
-                   254, true, true, true},
-        image_case{"last_texture_chunk_counts",
-                   [](const auto& i) {
-                       return ofChunks({texture(imageOf(rgba, 1, 1, 0)), texture(i)});
-                   },
-                   rgba, 255, true, false, false},
-        image_case{"last_texture_chunk_without_image",
-                   [](const auto& i) {
-                       return ofChunks({texture(i), texture(::osg::NullFC, 3042)});
-                   },
-                   rgba, 0, false, false, true},
-        image_case{"combine_and_modulate",
-                   [](const auto& i) { return ofChunks({texture(i, 34160, 8448)}); }, rgba, 255,
-                   true, false, true},
-        image_case{"combine_otherwise",
-                   [](const auto& i) { return ofChunks({texture(i, 34160, 260)}); }, rgba, 255,
-                   true, false, false},
-        image_case{"blend_whatever_combine",
-                   [](const auto& i) { return ofChunks({texture(i, 3042, 260)}); }, rgba, 255, true,
-                   false, true},
-        image_case{"alpha_in_the_last_pixel", [](const auto& i) { return ofChunks({texture(i)}); },
-                   rgba, 254, true, true, false},
-        image_case{"luminance_alpha_is_opaque",
-                   [](const auto& i) { return ofChunks({texture(i)}); }, la, 0, true, false, false},
-        image_case{"no_alpha_channel", [](const auto& i) { return ofChunks({texture(i)}); }, rgb, 0,
-                   true, false, false},
-        image_case{"no_texture", [](const auto&) { return ofChunks({colors(1)}); }, rgba, 0, false,
-                   false, false},
-        image_case{"switch_material",
-                   [](const auto& i) { return choiceOf(0, {ofChunks({texture(i)})}); }, rgba, 0,
-                   false, false, false}),
-    [](const auto& instance) { return std::string(instance.param.name); });
-
-TEST(GetImageOfANode, ClearsTheFlagsAlsoWithoutAMaterial) {
-    bool transparent = true, blends = true;
-    const node_ref node(meshNode(quads(1)));
-    EXPECT_EQ(morva::osg::getImage(node.get(), transparent, blends), ::osg::NullFC);
-    EXPECT_FALSE(transparent || blends);
+        bool transparent = true, blends = true; // cleared for a node ...
+        EXPECT_EQ(morva::osg::getImage(node.get(), transparent, blends), expected);
+        EXPECT_EQ(transparent, row.transparent);
+        EXPECT_EQ(blends, row.blends);
+        transparent = blends = true; // ... and kept for a material
+        const ::osg::MaterialPtr material = coreOf(node)->getMaterial();
+        EXPECT_EQ(morva::osg::getImage(material, transparent, blends), expected);
+        EXPECT_TRUE(transparent && blends);
+        EXPECT_EQ(morva::osg::getImage(node.get()), expected);
+    }
     EXPECT_EQ(morva::osg::getImage(::osg::NodePtr(::osg::NullFC)), ::osg::NullFC);
 }
 
-TEST(HasMaterialAlpha, AsksTheLastMaterialChunk) {
-    const auto of = [](const ::osg::MaterialPtr& material) {
-        const node_ref node(meshNode(quads(1), material));
-        return morva::osg::hasMaterialAlpha(node.get());
-    };
+TEST_F(MaterialQueries, AlphaAndWhetherToSkip) {
     const auto alpha = [](float a) {
         const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
         chunk->setDiffuse(::osg::Color4f(1, 1, 1, a));
         return chunk;
     };
-    EXPECT_FALSE(of(ofChunks({alpha(0.5F), alpha(1)})));
-    EXPECT_TRUE(of(ofChunks({alpha(1), alpha(0.5F)})));
-    EXPECT_TRUE(of(ofChunks({alpha(1.0000001F)}))); // exactly 1, without a tolerance
-    EXPECT_TRUE(of(ofChunks({alpha(std::numeric_limits<float>::quiet_NaN())})));
-    EXPECT_FALSE(of(ofChunks({})));
-    EXPECT_FALSE(of(::osg::NullFC));
     const ::osg::SimpleMaterialPtr clear = simple({1, 1, 1});
     clear->setTransparency(0.5F);
-    EXPECT_FALSE(of(clear));
-    EXPECT_FALSE(morva::osg::hasMaterialAlpha(::osg::NullFC));
-}
-
-TEST(ShouldSkipNode, HoldsForMasksSwitchMaterialsAndCubeMaps) {
-    const auto skipped = [](const ::osg::NodePtr& node) {
-        const node_ref held(node);
-        ::osg::NodePtr argument = node;
-        return morva::osg::shouldSkipNode(argument);
-    };
-    EXPECT_TRUE(skipped(hidden(meshNode(quads(1)))));
-    EXPECT_TRUE(skipped(meshNode(quads(1), choiceOf(0, {}))));
-    EXPECT_TRUE(skipped(meshNode(quads(1), cubeTextured())));
-    EXPECT_FALSE(skipped(meshNode(quads(1))));
-    EXPECT_FALSE(skipped(meshNode(quads(1), simple({1, 0, 0}))));
-    EXPECT_FALSE(skipped(meshNode(quads(1), chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1)))));
-    EXPECT_FALSE(skipped(hidden(group()))); // no geometry
-    const node_ref below(materialGroup(cubeTextured(), {meshNode(quads(1))}));
-    ::osg::NodePtr child = below->getChild(0), null;
-    EXPECT_TRUE(morva::osg::shouldSkipNode(child));
+    const ::osg::ChunkMaterialPtr cube_behind = chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1));
+    cube_behind->addChunk(::osg::CubeTextureChunk::create());
+    const float nan_value = std::numeric_limits<float>::quiet_NaN();
+    const struct {
+        ::osg::MaterialPtr material;
+        bool alpha, skipped;
+    } rows[] = {{ofChunks({alpha(0.5F), alpha(1)}), false, false}, // the last one counts
+                {ofChunks({alpha(1), alpha(0.5F)}), true, false},
+                {ofChunks({alpha(1.0000001F)}), true, false}, // exactly 1, without a tolerance
+                {ofChunks({alpha(nan_value)}), true, false},
+                {ofChunks({}), false, false},
+                {clear, false, false},
+                {::osg::NullFC, false, false},
+                {chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1)), false, false},
+                {cube_behind, false, true},
+                {choiceOf(0, {}), false, true}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(&row - rows);
+        const node_ref own(sceneOf("m", {{"m", row.material}}));
+        const node_ref above(sceneOf("$m(b !c !d())", {{"m", row.material}}));
+        ::osg::NodePtr self = own.get(), inheriting = above->getChild(0);
+        ::osg::NodePtr masked = above->getChild(1), no_geometry = above->getChild(2);
+        EXPECT_EQ(morva::osg::hasMaterialAlpha(self), row.alpha);
+        EXPECT_EQ(morva::osg::hasMaterialAlpha(inheriting), row.alpha);
+        EXPECT_EQ(morva::osg::shouldSkipNode(self), row.skipped);
+        EXPECT_EQ(morva::osg::shouldSkipNode(inheriting), row.skipped);
+        EXPECT_TRUE(morva::osg::shouldSkipNode(masked));
+        EXPECT_FALSE(morva::osg::shouldSkipNode(no_geometry));
+    }
+    ::osg::NodePtr null;
+    EXPECT_FALSE(morva::osg::hasMaterialAlpha(null));
     EXPECT_FALSE(morva::osg::shouldSkipNode(null));
 }
