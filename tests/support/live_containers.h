@@ -34,10 +34,10 @@ inline unsigned int liveContainers() {
 /// A suite whose tests must leave no container behind.
 class no_strays : public testing::Test {
   protected:
-    void TearDown() override { EXPECT_EQ(liveContainers(), before); }
+    void TearDown() override { EXPECT_EQ(liveContainers(), at_start); }
 
   private:
-    unsigned int before = liveContainers();
+    unsigned int at_start = liveContainers();
 };
 
 } // namespace morva_test
