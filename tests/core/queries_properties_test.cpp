@@ -7,10 +7,9 @@
 #include <morva/core/morva_osg_property_blocks.h>
 
 #include <cmath>
-#include <limits>
+#include <tuple>
 
 #include <OpenSG/OSGTriangleIterator.h>
-#include <gtest/gtest.h>
 
 #include "tests/support/live_containers.h"
 #include "tests/support/mesh_multiset.h"
@@ -23,119 +22,88 @@ using morva::osg::readBlock;
 
 namespace {
 
-/// Fills a property of any form through the role, and compares the block with reading one by one.
-template <typename Property, typename Value>
-void expectBlockAsReadOneByOne(const std::vector<Value>& values) {
-    const ::osg::RefPtr<typename Property::PtrType> property(Property::create());
-    EXPECT_TRUE(readBlock(property.get()).empty());
-    for (const Value& value : values)
-        property->addValue(value);
-    const property_block<Value> block = readBlock(property.get());
-    ASSERT_EQ(block.size(), values.size());
-    for (::osg::UInt32 i = 0; i < values.size(); ++i) {
-        const Value one = property->getValue(i);
-        EXPECT_EQ(block[i], one);
-        EXPECT_EQ(block.data()[i], one);
-    }
+/// Fills properties of any form through the role, and compares the blocks with reading one by one.
+template <typename... Forms, typename Value>
+void expectBlocksAsReadOneByOne(const std::vector<Value>& values) {
+    const auto check = [&values](const auto& created) {
+        const ::osg::RefPtr<std::decay_t<decltype(created)>> property(created);
+        EXPECT_TRUE(readBlock(property.get()).empty());
+        for (const Value& value : values)
+            property->addValue(value);
+        const property_block<Value> block = readBlock(property.get());
+        ASSERT_EQ(block.size(), values.size());
+        for (::osg::UInt32 i = 0; i < values.size(); ++i)
+            EXPECT_EQ(block[i], static_cast<Value>(property->getValue(i)));
+        EXPECT_EQ(block.end(), block.data() + values.size());
+    };
+    (check(Forms::create()), ...);
+    using role_pointer = decltype(std::tuple_element_t<0, std::tuple<Forms...>>::create()->clone());
+    EXPECT_TRUE(readBlock(role_pointer()).empty());
 }
+
+class PropertyQueries : public no_strays {};
 
 } // namespace
 
-TEST(PropertyBlock, ReadsEveryStoredForm) {
-    const std::vector<::osg::Pnt3f> points = {{1, 2, 3}, {-4, 5, 0}, {7, 8, 9}};
-    expectBlockAsReadOneByOne<::osg::GeoPositions3f>(points);
-    expectBlockAsReadOneByOne<::osg::GeoPositions2f>(points);
-    expectBlockAsReadOneByOne<::osg::GeoPositions4f>(points);
-    expectBlockAsReadOneByOne<::osg::GeoPositions3d>(points);
-    expectBlockAsReadOneByOne<::osg::GeoPositions3s>(points);
-    const std::vector<::osg::Vec3f> normals = {{1, 0, 0}, {0, -1, 0}, {0.5F, 0, 0.5F}};
-    expectBlockAsReadOneByOne<::osg::GeoNormals3f>(normals);
-    expectBlockAsReadOneByOne<::osg::GeoNormals3b>(normals);
-    expectBlockAsReadOneByOne<::osg::GeoNormals3s>(normals);
-    const std::vector<::osg::Color3f> colors = {{1, 0, 0.5F}, {0, 1, 0.25F}};
-    expectBlockAsReadOneByOne<::osg::GeoColors3f>(colors);
-    expectBlockAsReadOneByOne<::osg::GeoColors4f>(colors);
-    expectBlockAsReadOneByOne<::osg::GeoColors3ub>(colors);
-    expectBlockAsReadOneByOne<::osg::GeoColors4ub>(colors);
-    const std::vector<::osg::Vec2f> coordinates = {{0.5F, 2}, {-1, 3}};
-    expectBlockAsReadOneByOne<::osg::GeoTexCoords1f>(coordinates);
-    expectBlockAsReadOneByOne<::osg::GeoTexCoords2f>(coordinates);
-    expectBlockAsReadOneByOne<::osg::GeoTexCoords3f>(coordinates);
-    expectBlockAsReadOneByOne<::osg::GeoTexCoords4f>(coordinates);
-    const std::vector<::osg::UInt32> numbers = {4, 0, 7, 255};
-    expectBlockAsReadOneByOne<::osg::GeoIndicesUI32>(numbers);
-    expectBlockAsReadOneByOne<::osg::GeoIndicesUI16>(numbers);
-    expectBlockAsReadOneByOne<::osg::GeoPLengthsUI32>(numbers);
-    expectBlockAsReadOneByOne<::osg::GeoPLengthsUI16>(numbers);
-    expectBlockAsReadOneByOne<::osg::GeoPLengthsUI8>(numbers);
-    expectBlockAsReadOneByOne<::osg::GeoPTypesUI8>(numbers);
+TEST_F(PropertyQueries, BlocksReadEveryStoredForm) {
+    using namespace ::osg;
+    expectBlocksAsReadOneByOne<GeoPositions3f, GeoPositions2f, GeoPositions4f, GeoPositions3d,
+                               GeoPositions3s>(
+        std::vector<Pnt3f>{{1, 2, 3}, {-4, 5, 0}, {7, 8, 9}});
+    expectBlocksAsReadOneByOne<GeoNormals3f, GeoNormals3b, GeoNormals3s>(
+        std::vector<Vec3f>{{1, 0, 0}, {0, -1, 0}, {0.5F, 0, 0.5F}});
+    expectBlocksAsReadOneByOne<GeoColors3f, GeoColors4f, GeoColors3ub, GeoColors4ub>(
+        std::vector<Color3f>{{1, 0, 0.5F}, {0, 1, 0.25F}});
+    expectBlocksAsReadOneByOne<GeoTexCoords2f, GeoTexCoords1f, GeoTexCoords3f, GeoTexCoords4f>(
+        std::vector<Vec2f>{{0.5F, 2}, {-1, 3}});
+    const std::vector<UInt32> numbers = {4, 0, 7, 255};
+    expectBlocksAsReadOneByOne<GeoIndicesUI32, GeoIndicesUI16>(numbers);
+    expectBlocksAsReadOneByOne<GeoPLengthsUI32, GeoPLengthsUI16, GeoPLengthsUI8>(numbers);
+    expectBlocksAsReadOneByOne<GeoPTypesUI8, GeoPTypesUI16, GeoPTypesUI32>(numbers);
+    EXPECT_TRUE(editSpan(GeoPositions3fPtr(NullFC)).empty());
 }
 
-TEST(PropertyBlock, IsEmptyForNull) {
-    EXPECT_TRUE(readBlock(::osg::GeoPositionsPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoNormalsPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoColorsPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoTexCoordsPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoIndicesPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoPLengthsPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(readBlock(::osg::GeoPTypesPtr(::osg::NullFC)).empty());
-    EXPECT_TRUE(editSpan(::osg::GeoPositions3fPtr(::osg::NullFC)).empty());
-}
-
-TEST(PropertyBlock, SeesWritesWhereTheFormIsPlainAndHoldsTheProperty) {
-    const unsigned int before = liveContainers();
+TEST_F(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry) {
+    property_block<::osg::Pnt3f> block, copy;
     {
-        property_block<::osg::Pnt3f> block, copy;
-        {
-            const geometry_ref geometry(geometryOf(quads(1)));
-            block = readBlock(geometry->getPositions());
-            const auto plain = ::osg::GeoPositions3fPtr::dcast(geometry->getPositions());
-            EXPECT_EQ(block.data(), &plain->editField()[0]); // no copy was made
-            editSpan(plain)[2] = ::osg::Pnt3f(7, 8, 9);
-            copy = block;
-        }
-        EXPECT_EQ(copy[2], ::osg::Pnt3f(7, 8, 9)); // the geometry is gone
-        EXPECT_EQ(copy.size(), 4U);
+        const geometry_ref geometry(geometryOf(quads(1)));
+        block = readBlock(geometry->getPositions());
+        const auto plain = ::osg::GeoPositions3fPtr::dcast(geometry->getPositions());
+        EXPECT_EQ(block.data(), &plain->editField()[0]); // no copy was made
+        editSpan(plain)[2] = ::osg::Pnt3f(7, 8, 9);
+        copy = block;
     }
-    EXPECT_EQ(liveContainers(), before);
-}
+    EXPECT_EQ(copy[2], ::osg::Pnt3f(7, 8, 9));
 
-TEST(PropertyBlock, KeepsConvertedValuesThroughCopyAndMove) {
     const ::osg::RefPtr<::osg::GeoTexCoords1fPtr> ids(::osg::GeoTexCoords1f::create());
     ids->editField().resize(1000, 3.0F);
-    property_block<::osg::Vec2f> block = readBlock(ids.get());
-    const property_block<::osg::Vec2f> copy = block;
-    const property_block<::osg::Vec2f> moved_on = std::move(block);
-    EXPECT_EQ(copy[999], ::osg::Vec2f(3, 0));
+    property_block<::osg::Vec2f> converted = readBlock(ids.get());
+    const property_block<::osg::Vec2f> kept = converted, moved_on = std::move(converted);
+    EXPECT_EQ(kept[999], ::osg::Vec2f(3, 0));
     EXPECT_EQ(moved_on[999], ::osg::Vec2f(3, 0));
 }
 
 TEST(Set, CopiesComponentsOnly) {
-    const float nan_value = std::numeric_limits<float>::quiet_NaN();
-    morva::float3 plain;
-    morva::osg::set(plain, ::osg::Vec3f(3, -4, 1e30F));
-    EXPECT_EQ(plain[0], 3.0F);
-    EXPECT_EQ(plain[1], -4.0F);
-    EXPECT_EQ(plain[2], 1e30F);
-    morva::osg::set(plain, ::osg::Pnt3f(0.5F, nan_value, -0.0F));
-    EXPECT_EQ(plain[0], 0.5F);
-    EXPECT_TRUE(std::isnan(plain[1]));
-    EXPECT_TRUE(std::signbit(plain[2]));
+    morva::float3 from_vector, from_point;
+    morva::osg::set(from_vector, ::osg::Vec3f(3, -0.0F, 1e30F));
+    morva::osg::set(from_point, ::osg::Pnt3f(3, -0.0F, 1e30F));
     ::osg::Vec3f vector;
     ::osg::Pnt3f point;
-    plain = morva::float3{1, 2, 3};
-    morva::osg::set(vector, plain);
-    morva::osg::set(point, plain);
-    EXPECT_EQ(vector, ::osg::Vec3f(1, 2, 3));
-    EXPECT_EQ(point, ::osg::Pnt3f(1, 2, 3));
-
+    morva::osg::set(vector, from_point);
+    morva::osg::set(point, from_vector);
+    const float expected[] = {3, -0.0F, 1e30F};
+    for (unsigned i = 0; i < 3; ++i) {
+        EXPECT_EQ(vector[i], expected[i]);
+        EXPECT_EQ(point[i], expected[i]);
+        EXPECT_EQ(std::signbit(vector[i]), std::signbit(expected[i]));
+    }
     ::osg::Matrix matrix;
     for (unsigned i = 0; i < 16; ++i)
         matrix[i / 4][i % 4] = static_cast<float>(i) + 0.5F;
     morva::math::transformation_matrix<float> stored;
     morva::osg::set(stored, matrix);
     for (unsigned i = 0; i < 16; ++i)
-        EXPECT_EQ(stored[i], matrix.getValues()[i]);
+        EXPECT_EQ(stored[i], static_cast<float>(i) + 0.5F);
 }
 
 namespace {
@@ -160,7 +128,7 @@ std::vector<::osg::Vec3f> naiveFlatNormals(const std::vector<::osg::Pnt3f>& p) {
 
 } // namespace
 
-TEST(CalcCreaseNormals, GivesUnindexedCornersTheNormalOfTheirTriangle) {
+TEST_F(PropertyQueries, CreaseNormalsGiveUnindexedCornersTheNormalOfTheirTriangle) {
     std::mt19937 rng(8);
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
@@ -179,7 +147,7 @@ TEST(CalcCreaseNormals, GivesUnindexedCornersTheNormalOfTheirTriangle) {
     }
 }
 
-TEST(CalcCreaseNormals, SmoothsIndexedGeometryUpToTheAngle) {
+TEST_F(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
     // Two triangles that meet along the edge 0 1: at right angles, or nearly flat.
     const auto normalsAtEdge = [](const ::osg::Pnt3f& wing) {
         mesh_data mesh;
@@ -201,7 +169,7 @@ TEST(CalcCreaseNormals, SmoothsIndexedGeometryUpToTheAngle) {
     EXPECT_GT(smooth.first[1], 0.01F);
 }
 
-TEST(CalcCreaseNormals, AcceptsNothing) {
+TEST_F(PropertyQueries, CreaseNormalsAcceptNothing) {
     morva::osg::calcCreaseNormals(::osg::NullFC, 1.0F);
     const geometry_ref empty(::osg::Geometry::create());
     morva::osg::calcCreaseNormals(empty.get(), 1.0F);
@@ -211,7 +179,7 @@ TEST(CalcCreaseNormals, AcceptsNothing) {
     EXPECT_EQ(lines->getNormals()->size(), 4U);
 }
 
-TEST(CreateOptimizedPrimitives, KeepsTheTrianglesUnderEitherRelease) {
+TEST_F(PropertyQueries, OptimizedPrimitivesKeepTheTrianglesUnderEitherRelease) {
     std::mt19937 rng(9);
     mesh_data mesh = quads(20);
     mesh.primitives = {{4, 120}};

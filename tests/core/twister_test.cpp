@@ -55,31 +55,21 @@ TEST(Twister, FollowsTheEndlessSequenceOverSeveralBlocks) {
     }
 }
 
-TEST(Twister, ReachesFarAboveOne) {
-    Twister twister;
-    unsigned int above = 0;
-    for (int i = 0; i < 1000; ++i) {
-        const float value = twister.rand();
-        ASSERT_GE(value, 0.0f);
-        above += value > 1.0f ? 1 : 0;
-    }
-    EXPECT_GT(above, 500U);
-}
-
 TEST(Twister, SeedZeroIsTheDefaultForTheConstructorOnly) {
     Twister none, zero(0), again(17), reseeded(3);
     again.rand();
     again.do_seed(0xf2710812UL);
     reseeded.do_seed(0);
+    int above_one = 0;
     for (int i = 0; i < 700; ++i) {
-        const float value = none.rand();
-        ASSERT_EQ(value, zero.rand());
-        ASSERT_EQ(value, again.rand());
-        reseeded.rand();
+        above_one += none.rand() > 1.0f ? 1 : 0; // no step masks a word to 32 bits
+        zero.rand();
+        again.rand();
         ASSERT_EQ(none.state[none.index - 1], zero.state[zero.index - 1]);
         ASSERT_EQ(none.state[none.index - 1], again.state[again.index - 1]);
     }
-    EXPECT_NE(none.state[0], reseeded.state[0]);
+    EXPECT_GT(above_one, 350);
+    EXPECT_NE(Twister().state[0], reseeded.state[0]);
 }
 
 } // namespace
