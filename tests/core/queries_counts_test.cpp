@@ -97,42 +97,19 @@ TEST(GetVertexCountOfPrimitiveType, KnowsThreeClasses) {
 }
 
 TEST_F(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
-    using change = void (*)(const ::osg::GeometryPtr&, const ::osg::GeoTexCoordsPtr&);
-    const struct {
-        change apply; ///< gives one property nine entries
-        bool examined;
-    } rows[] = {
-        {[](const auto& g, const auto&) { g->getPositions()->resize(9); }, true},
-        {[](const auto& g, const auto&) { g->getNormals()->resize(9); }, true},
-        {[](const auto& g, const auto&) { g->getColors()->resize(9); }, true},
-        {[](const auto& g, const auto&) { g->getSecondaryColors()->resize(9); }, true},
-        {[](const auto& g, const auto&) { g->getIndices()->resize(9); }, true},
-        {[](const auto& g, const auto& nine) { g->setTexCoords(nine); }, true},
-        {[](const auto& g, const auto& nine) { g->setTexCoords1(nine); }, true},
-        {[](const auto& g, const auto& nine) { g->setTexCoords2(nine); }, true},
-        {[](const auto& g, const auto& nine) { g->setTexCoords3(nine); }, false},
-        {[](const auto& g, const auto& nine) { g->setTexCoords4(nine); }, false},
-        {[](const auto& g, const auto& nine) { g->setTexCoords5(nine); }, false},
-        {[](const auto& g, const auto& nine) { g->setTexCoords6(nine); }, false},
-        {[](const auto& g, const auto& nine) { g->setTexCoords7(nine); }, true},
-    };
-    std::mt19937 rng(1);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
-        const node_ref node(meshNode(withAttributes(soup(rng, 2), rng)));
-        coreOf(node)->setSecondaryColors(::osg::GeoColors3f::create());
-        coreOf(node)->setIndices(::osg::GeoIndicesUI16::create());
-        EXPECT_TRUE(morva::osg::isVertexCountBelowThreshold(node.get(), 6)); // equal passes
-        EXPECT_FALSE(morva::osg::isVertexCountBelowThreshold(node.get(), 5));
-        const ::osg::RefPtr<::osg::GeoTexCoordsPtr> nine(::osg::GeoTexCoords2f::create());
-        nine->resize(9);
-        row.apply(coreOf(node), nine);
-        EXPECT_EQ(morva::osg::isVertexCountBelowThreshold(node.get(), 8), !row.examined);
-        EXPECT_TRUE(morva::osg::isVertexCountBelowThreshold(node.get(), 9));
+    using morva::osg::isVertexCountBelowThreshold;
+    for (unsigned bit = 1; bit < ::osg::Geometry::MapEmpty; bit *= 2) {
+        const bool passed_over =
+            bit >= ::osg::Geometry::MapTexCoords3 && bit <= ::osg::Geometry::MapTexCoords6;
+        const node_ref node(nodeOf(everyProperty(6, bit, 9)));
+        EXPECT_EQ(isVertexCountBelowThreshold(node.get(), 8), passed_over) << bit;
+        EXPECT_TRUE(isVertexCountBelowThreshold(node.get(), 9)); // equal passes
     }
-    const node_ref holder(group());
-    EXPECT_TRUE(morva::osg::isVertexCountBelowThreshold(holder.get(), 0));
-    EXPECT_TRUE(morva::osg::isVertexCountBelowThreshold(::osg::NullFC, 0));
+    const node_ref indexed(meshNode(cube())), holder(group());
+    EXPECT_FALSE(isVertexCountBelowThreshold(indexed.get(), 71));
+    EXPECT_TRUE(isVertexCountBelowThreshold(indexed.get(), 72));
+    EXPECT_TRUE(isVertexCountBelowThreshold(holder.get(), 0));
+    EXPECT_TRUE(isVertexCountBelowThreshold(::osg::NullFC, 0));
 }
 
 TEST_F(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
@@ -150,10 +127,8 @@ TEST_F(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
 }
 
 TEST_F(GeometryQueries, VertexColorsNeedOneEntryInOneNode) {
-    std::mt19937 rng(2);
-    const node_ref without(meshNode(soup(rng, 1))), with(meshNode(withColors(soup(rng, 1), rng)));
-    const node_ref hollow(meshNode(soup(rng, 1)));
-    coreOf(hollow)->setColors(::osg::GeoColors3f::create());
+    const node_ref without(meshNode(quads(1))), with(nodeOf(everyProperty(1)));
+    const node_ref hollow(nodeOf(everyProperty(3, ::osg::Geometry::MapColor, 0)));
     node_list nodes;
     EXPECT_FALSE(morva::osg::hasVertexColors(nodes));
     nodes = {::osg::NullFC, without.get(), hollow.get()};

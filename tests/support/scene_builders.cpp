@@ -245,6 +245,31 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
     return geometry;
 }
 
+::osg::GeometryPtr everyProperty(unsigned count, unsigned other, unsigned other_count) {
+    mesh_data lists;
+    lists.primitives = {{4, count}};
+    const ::osg::GeometryPtr geometry = geometryOf(lists);
+    unsigned bit = 1;
+    const auto sized = [&](const auto& property) {
+        property->resize(bit == other ? other_count : count);
+        bit *= 2;
+        return property;
+    };
+    geometry->setPositions(sized(::osg::GeoPositions3f::create()));
+    geometry->setNormals(sized(::osg::GeoNormals3f::create()));
+    geometry->setColors(sized(::osg::GeoColors3f::create()));
+    geometry->setSecondaryColors(sized(::osg::GeoColors3f::create()));
+    geometry->setTexCoords(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords1(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords2(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords3(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords4(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords5(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords6(sized(::osg::GeoTexCoords2f::create()));
+    geometry->setTexCoords7(sized(::osg::GeoTexCoords1f::create()));
+    return geometry;
+}
+
 ::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children) {
     const ::osg::NodePtr node = ::osg::Node::create();
     node->setCore(core);

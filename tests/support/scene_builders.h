@@ -83,7 +83,10 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng);
 /// A core with these lists in the forms that the library makes itself.
 ::osg::GeometryPtr geometryOf(const mesh_data& mesh,
                               const ::osg::MaterialPtr& material = ::osg::NullFC);
-/// A node with that core.
+/// A triangle run with all twelve properties, each of `count` zeros, but for the one with the map
+/// bit `other`, which has `other_count`.
+::osg::GeometryPtr everyProperty(unsigned count, unsigned other = 0, unsigned other_count = 0);
+/// A node with a mesh as its core.
 ::osg::NodePtr meshNode(const mesh_data& mesh, const ::osg::MaterialPtr& material = ::osg::NullFC);
 ::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children = {});
 
