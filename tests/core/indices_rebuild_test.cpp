@@ -18,16 +18,57 @@ using namespace morva_test;
 
 namespace {
 
-/// A value by the bits of its components, so that -0 is not 0 and a NaN equals itself.
-using bits = std::vector<std::uint32_t>;
+/// Values by the bits of their components, so that -0 is not 0 and a NaN equals itself.
+using words = std::vector<std::uint32_t>;
 
-template <typename Value> bits bitsOf(const Value& value, ::osg::UInt32 count) {
-    bits out(count);
-    for (::osg::UInt32 i = 0; i < count; ++i) {
+constexpr ::osg::UInt32 widths[5] = {3, 3, 3, 2, 2}; ///< components of a value, per property
+
+/// What a geometry holds. Of the five properties first a 1 and then all values, or nothing where
+/// there is none; behind them the indices, the mapping, the types and the lengths.
+using contents = std::array<words, 9>;
+
+template <typename Value> words bitsOf(const Value& value, ::osg::UInt32 width) {
+    words out(width);
+    for (::osg::UInt32 i = 0; i < width; ++i) {
         const float component = value[i];
         std::memcpy(&out[i], &component, sizeof component);
     }
     return out;
+}
+
+void append(words& to, const words& value) { to.insert(to.end(), value.begin(), value.end()); }
+
+template <typename Property> words valuesOf(const Property& property, ::osg::UInt32 width) {
+    words out(property != ::osg::NullFC ? 1 : 0, 1);
+    for (::osg::UInt32 i = 0; !out.empty() && i < property->size(); ++i)
+        append(out, bitsOf(property->getValue(i), width));
+    return out;
+}
+
+template <typename Property> words numbersOf(const Property& property) {
+    words out;
+    for (::osg::UInt32 i = 0; property != ::osg::NullFC && i < property->size(); ++i)
+        out.push_back(property->getValue(i));
+    return out;
+}
+
+contents contentsOf(const ::osg::GeometryPtr& g) {
+    words mapping;
+    for (::osg::UInt32 i = 0; i < g->getMFIndexMapping()->size(); ++i)
+        mapping.push_back((*g->getMFIndexMapping())[i]);
+    return {valuesOf(g->getPositions(), widths[0]),
+            valuesOf(g->getNormals(), widths[1]),
+            valuesOf(g->getColors(), widths[2]),
+            valuesOf(g->getTexCoords(), widths[3]),
+            valuesOf(g->getTexCoords7(), widths[4]),
+            numbersOf(g->getIndices()),
+            mapping,
+            numbersOf(g->getTypes()),
+            numbersOf(g->getLengths())};
+}
+
+std::uint32_t countOf(const contents& all, std::size_t property) {
+    return static_cast<std::uint32_t>((all[property].size() - 1) / widths[property]);
 }
 
 float floatOf(std::uint32_t word) {
@@ -36,124 +77,79 @@ float floatOf(std::uint32_t word) {
     return value;
 }
 
-bool hasNan(const bits& value) {
+bool hasNan(const words& value) {
     return std::any_of(value.begin(), value.end(),
                        [](std::uint32_t word) { return std::isnan(floatOf(word)); });
 }
 
 /// Lexicographic by exact float comparison; only for values without NaN.
 struct exactly_less {
-    bool operator()(const bits& a, const bits& b) const {
+    bool operator()(const words& a, const words& b) const {
         return std::lexicographical_compare(
             a.begin(), a.end(), b.begin(), b.end(),
             [](std::uint32_t x, std::uint32_t y) { return floatOf(x) < floatOf(y); });
     }
 };
 
-/// What a rebuilt geometry holds; the five properties in their order.
-struct rebuilt {
-    std::array<bool, 5> present{};
-    std::array<std::vector<bits>, 5> values;
-    std::vector<std::uint32_t> indices, mapping, types = {4}, lengths;
-};
-
-template <typename Property>
-void readValues(const Property& property, ::osg::UInt32 components, std::size_t place,
-                rebuilt& out) {
-    out.present[place] = property != ::osg::NullFC;
-    for (::osg::UInt32 i = 0; out.present[place] && i < property->size(); ++i)
-        out.values[place].push_back(bitsOf(property->getValue(i), components));
-}
-
-template <typename Property> std::vector<std::uint32_t> numbersOf(const Property& property) {
-    std::vector<std::uint32_t> numbers;
-    for (::osg::UInt32 i = 0; property != ::osg::NullFC && i < property->size(); ++i)
-        numbers.push_back(property->getValue(i));
-    return numbers;
-}
-
-rebuilt contentsOf(const ::osg::GeometryPtr& geometry) {
-    rebuilt out;
-    readValues(geometry->getPositions(), 3, 0, out);
-    readValues(geometry->getNormals(), 3, 1, out);
-    readValues(geometry->getColors(), 3, 2, out);
-    readValues(geometry->getTexCoords(), 2, 3, out);
-    readValues(geometry->getTexCoords7(), 2, 4, out);
-    out.indices = numbersOf(geometry->getIndices());
-    out.types = numbersOf(geometry->getTypes());
-    out.lengths = numbersOf(geometry->getLengths());
-    for (::osg::UInt32 i = 0; i < geometry->getMFIndexMapping()->size(); ++i)
-        out.mapping.push_back((*geometry->getMFIndexMapping())[i]);
-    return out;
-}
-
-void expectSame(const rebuilt& expected, const rebuilt& actual) {
-    EXPECT_EQ(expected.present, actual.present);
-    EXPECT_EQ(expected.values, actual.values);
-    EXPECT_EQ(expected.indices, actual.indices);
-    EXPECT_EQ(expected.mapping, actual.mapping);
-    EXPECT_EQ(expected.types, actual.types);
-    EXPECT_EQ(expected.lengths, actual.lengths);
-}
-
 /// One index per property: each value is looked up in a map of its property's values so far.
-rebuilt naiveShared(const ::osg::GeometryPtr& geometry) {
+contents naiveShared(const ::osg::GeometryPtr& geometry) {
     const std::uint32_t map_bits[5] = {1, 2, 4, 16, 2048};
-    rebuilt out;
-    out.present = contentsOf(geometry).present;
-    for (std::size_t place = 0; place < 5; ++place) {
-        if (out.present[place])
-            out.mapping.push_back(map_bits[place]);
+    const contents source = contentsOf(geometry);
+    contents out;
+    for (std::size_t i = 0; i < 5; ++i) {
+        out[i].assign(source[i].empty() ? 0 : 1, 1);
+        out[6].insert(out[6].end(), out[i].size(), map_bits[i]);
     }
-    std::array<std::map<bits, std::uint32_t, exactly_less>, 5> known;
+    std::array<std::map<words, std::uint32_t, exactly_less>, 5> known;
     std::uint32_t corners = 0;
     for (auto it = geometry->beginTriangles(); it != geometry->endTriangles(); ++it) {
         for (::osg::Int32 k = 0; k < 3; ++k, ++corners) {
-            const bits corner[5] = {out.present[0] ? bitsOf(it.getPosition(k), 3) : bits(),
-                                    bitsOf(it.getNormal(k), 3), bitsOf(it.getColor(k), 3),
-                                    bitsOf(it.getTexCoords(k), 2), bitsOf(it.getTexCoords7(k), 2)};
-            for (std::size_t place = 0; place < 5; ++place) {
-                if (!out.present[place])
+            const words corner[5] = {source[0].empty() ? words() : bitsOf(it.getPosition(k), 3),
+                                     bitsOf(it.getNormal(k), 3), bitsOf(it.getColor(k), 3),
+                                     bitsOf(it.getTexCoords(k), 2), bitsOf(it.getTexCoords7(k), 2)};
+            for (std::size_t i = 0; i < 5; ++i) {
+                if (source[i].empty())
                     continue;
-                const auto next = static_cast<std::uint32_t>(out.values[place].size());
-                const std::uint32_t number =
-                    hasNan(corner[place]) ? next
-                                          : known[place].emplace(corner[place], next).first->second;
-                out.indices.push_back(number);
-                if (number == next)
-                    out.values[place].push_back(corner[place]);
+                const std::uint32_t next = countOf(out, i);
+                out[5].push_back(
+                    hasNan(corner[i]) ? next : known[i].emplace(corner[i], next).first->second);
+                if (out[5].back() == next)
+                    append(out[i], corner[i]);
             }
         }
     }
-    out.lengths = {corners};
+    out[7] = {4};
+    out[8] = {corners};
     return out;
 }
 
 /// One common index, from the shared form: a map of the corners' indices.
-rebuilt naiveSingle(const rebuilt& shared) {
-    using morva::osg::singleIndexStruct;
-    std::int32_t singleIndexStruct::*const fields[5] = {
-        &singleIndexStruct::position, &singleIndexStruct::normal, &singleIndexStruct::color,
-        &singleIndexStruct::texCoord, &singleIndexStruct::texCoord7};
-    rebuilt out;
-    out.present = shared.present;
-    out.lengths = shared.lengths;
-    std::map<singleIndexStruct, std::uint32_t> known;
+contents naiveSingle(const contents& shared) {
+    using corner = morva::osg::singleIndexStruct;
+    std::int32_t corner::*const fields[5] = {&corner::position, &corner::normal, &corner::color,
+                                             &corner::texCoord, &corner::texCoord7};
+    contents out;
+    for (std::size_t i = 0; i < 5; ++i)
+        out[i].assign(shared[i].empty() ? 0 : 1, 1);
+    std::map<corner, std::uint32_t> known;
     std::size_t at = 0;
-    for (std::size_t corner = 0; corner < shared.lengths[0]; ++corner) {
-        singleIndexStruct key;
-        for (std::size_t place = 0; place < 5; ++place) {
-            if (shared.present[place])
-                key.*fields[place] = static_cast<std::int32_t>(shared.indices[at++]);
+    for (std::size_t left = shared[8][0]; left > 0; --left) {
+        corner key;
+        for (std::size_t i = 0; i < 5; ++i) {
+            if (!shared[i].empty())
+                key.*fields[i] = static_cast<std::int32_t>(shared[5][at++]);
         }
         const auto entered = known.emplace(key, static_cast<std::uint32_t>(known.size()));
-        out.indices.push_back(entered.first->second);
-        for (std::size_t place = 0; entered.second && place < 5; ++place) {
-            if (shared.present[place])
-                out.values[place].push_back(
-                    shared.values[place][static_cast<std::size_t>(key.*fields[place])]);
+        out[5].push_back(entered.first->second);
+        for (std::size_t i = 0; entered.second && i < 5; ++i) {
+            if (shared[i].empty())
+                continue;
+            const auto value = shared[i].begin() + 1 + key.*fields[i] * std::int64_t(widths[i]);
+            out[i].insert(out[i].end(), value, value + widths[i]);
         }
     }
+    out[7] = shared[7];
+    out[8] = shared[8];
     return out;
 }
 
@@ -191,25 +187,23 @@ bool hasUsualForms(const ::osg::GeometryPtr& g) {
            is(g->getLengths(), ::osg::GeoPLengthsUI32Ptr());
 }
 
-/// Checks both functions on copies of a mesh, and returns what the first one made.
-rebuilt expectAsNaive(const mesh_data& mesh, bool otherwise = false) {
+/// Checks both functions on copies of a mesh.
+void expectAsNaive(const mesh_data& mesh, bool otherwise = false) {
     const geometry_ref shared(geometryOf(mesh)), single(geometryOf(mesh));
     if (otherwise) {
         storeOtherwise(shared.get());
         storeOtherwise(single.get());
     }
-    const rebuilt expected = naiveShared(shared);
+    const contents expected = naiveShared(shared);
     morva::osg::createSharedIndex(shared);
     morva::osg::createSingleIndex(single);
-    const rebuilt made = contentsOf(shared);
-    expectSame(expected, made);
-    expectSame(naiveSingle(expected), contentsOf(single));
+    EXPECT_EQ(contentsOf(shared), expected);
+    EXPECT_EQ(contentsOf(single), naiveSingle(expected));
     EXPECT_TRUE(hasUsualForms(shared) && hasUsualForms(single));
-    return made;
 }
 
-/// Replaces some components by values that are easily confused.
-void spoil(mesh_data& mesh, std::mt19937& rng) {
+/// Any mesh, with some components replaced by values that are easily confused.
+mesh_data randomMesh(std::mt19937& rng) {
     using limits = std::numeric_limits<float>;
     const float trouble[] = {-0.0F,
                              std::nextafter(1.0F, 2.0F),
@@ -217,45 +211,30 @@ void spoil(mesh_data& mesh, std::mt19937& rng) {
                              limits::infinity(),
                              limits::denorm_min(),
                              -limits::max()};
-    for (::osg::Pnt3f& position : mesh.positions) {
-        if (rng() % 4 == 0)
-            position[rng() % 3] = trouble[rng() % 6];
-    }
-    for (::osg::Vec2f& coordinate : mesh.coordinates) {
-        if (rng() % 4 == 0)
-            coordinate[rng() % 2] = trouble[rng() % 6];
-    }
-    for (float& id : mesh.ids)
-        id = rng() % 5 == 0 ? -0.0F : id;
-}
-
-mesh_data randomMesh(std::mt19937& rng) {
+    const auto spoil = [&](float& component) {
+        if (rng() % 5 == 0)
+            component = trouble[rng() % 6];
+    };
     mesh_data mesh = rng() % 2 == 0 ? soup(rng, rng() % 30) : mixture(rng, rng() % 12);
-    if (rng() % 2 == 0)
-        mesh = withNormals(std::move(mesh), rng);
-    if (rng() % 2 == 0)
-        mesh = withColors(std::move(mesh), rng);
-    if (rng() % 2 == 0)
-        mesh = withCoordinates(std::move(mesh), rng);
-    if (rng() % 2 == 0)
-        mesh = withIds(std::move(mesh), 4);
-    if (rng() % 2 == 0)
-        spoil(mesh, rng);
-    switch (rng() % 4) {
-    case 0:
-        return withIndex(std::move(mesh), rng);
-    case 1:
-        return withIndexPerProperty(std::move(mesh), rng);
-    default:
-        return mesh;
+    mesh = withAttributes(std::move(mesh), rng);
+    const bool spoilt = rng() % 2 == 0;
+    for (std::size_t i = 0; spoilt && i < mesh.positions.size(); ++i) {
+        spoil(mesh.positions[i][i % 3]);
+        spoil(mesh.coordinates[i][i % 2]);
+        spoil(mesh.ids[i]);
     }
-}
-
-mesh_data trianglesOf(std::vector<::osg::Pnt3f> positions) {
-    mesh_data mesh;
-    mesh.primitives = {{4, static_cast<unsigned>(positions.size())}};
-    mesh.positions = std::move(positions);
-    return mesh;
+    if (rng() % 2 == 0)
+        mesh.normals.clear();
+    if (rng() % 2 == 0)
+        mesh.colors.clear();
+    if (rng() % 2 == 0)
+        mesh.coordinates.clear();
+    if (rng() % 2 == 0)
+        mesh.ids.clear();
+    const unsigned layout = rng() % 4;
+    return layout == 0   ? withIndex(std::move(mesh), rng)
+           : layout == 1 ? withIndexPerProperty(std::move(mesh), rng)
+                         : mesh;
 }
 
 class IndexRebuild : public no_strays {};
@@ -317,46 +296,24 @@ TEST_F(IndexRebuild, GivesACubeEightPositionsAndSixNormals) {
     const unsigned int built = liveContainers();
     for (const bool single : {false, true}) {
         (single ? morva::osg::createSingleIndex : morva::osg::createSharedIndex)(geometry);
-        const rebuilt made = contentsOf(geometry);
-        EXPECT_EQ(made.values[0].size(), single ? 24U : 8U);
-        EXPECT_EQ(made.values[1].size(), single ? 24U : 6U);
-        EXPECT_EQ(made.indices.size(), single ? 36U : 72U);
-        EXPECT_EQ(made.mapping.empty(), single);
+        const contents made = contentsOf(geometry);
+        EXPECT_EQ(countOf(made, 0), single ? 24U : 8U);
+        EXPECT_EQ(countOf(made, 1), single ? 24U : 6U);
+        EXPECT_EQ(made[5].size(), single ? 36U : 72U);
+        EXPECT_EQ(made[6].empty(), single);
         EXPECT_EQ(liveContainers(), built); // what was replaced is gone
     }
 }
 
-TEST_F(IndexRebuild, JoinsValuesOnlyWhenNoComponentDiffers) {
-    const float nan_value = std::numeric_limits<float>::quiet_NaN();
-    const struct {
-        const char* rule;
-        ::osg::Pnt3f a, b;
-        std::size_t positions; ///< that remain of a, b and a third one
-    } rows[] = {{"equal", {1, 2, 3}, {1, 2, 3}, 2},
-                {"negative zero second", {0, 0, 0}, {-0.0F, 0, 0}, 2},
-                {"negative zero first", {0, -0.0F, 0}, {0, 0, 0}, 2},
-                {"smallest step", {1, 2, 3}, {1, 2, std::nextafter(3.0F, 4.0F)}, 3},
-                {"components swapped", {1, 2, 3}, {2, 1, 3}, 3},
-                {"nan twice", {nan_value, 0, 0}, {nan_value, 0, 0}, 3}};
-    for (const auto& row : rows) {
-        const rebuilt made = expectAsNaive(trianglesOf({row.a, row.b, {5, 5, 5}}));
-        ASSERT_EQ(made.values[0].size(), row.positions) << row.rule;
-        EXPECT_EQ(made.values[0][0], bitsOf(row.a, 3)) << row.rule; // the first met stays
-    }
-}
-
 TEST_F(IndexRebuild, LeavesOtherPropertiesAndOtherGeometriesAlone) {
-    const geometry_ref first(geometryOf(cube())), second(geometryOf(cube()));
-    const ::osg::GeoTexCoords2fPtr coordinates = ::osg::GeoTexCoords2f::create();
-    const ::osg::GeoColors3fPtr secondary = ::osg::GeoColors3f::create();
-    first->setTexCoords3(coordinates);
-    first->setSecondaryColors(secondary);
-    second->setPositions(first->getPositions());
-    second->setIndices(first->getIndices());
-    const rebuilt before = contentsOf(second);
+    const geometry_ref first(everyProperty(3)), second(geometryOf(cube()));
+    const ::osg::GeoTexCoordsPtr coordinates = first->getTexCoords6();
+    const ::osg::GeoColorsPtr secondary = first->getSecondaryColors();
+    second->setNormals(first->getNormals());
+    const contents before = contentsOf(second);
     morva::osg::createSharedIndex(first);
-    expectSame(before, contentsOf(second));
+    EXPECT_EQ(contentsOf(second), before);
     EXPECT_EQ(first->getSecondaryColors(), secondary);
-    EXPECT_EQ(first->getTexCoords3(), coordinates);
-    EXPECT_EQ(contentsOf(first).mapping, (std::vector<std::uint32_t>{1, 2}));
+    EXPECT_EQ(first->getTexCoords6(), coordinates);
+    EXPECT_EQ(contentsOf(first)[6], (words{1, 2, 4, 16, 2048}));
 }
