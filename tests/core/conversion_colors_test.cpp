@@ -3,6 +3,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
+#include <algorithm>
 #include <limits>
 
 #include <OpenSG/OSGBlendChunk.h>
@@ -29,13 +30,9 @@ template <typename Property, typename Color>
     geometry->setColors(property);
     return geometry;
 }
-
-::osg::GeometryPtr withColors3(const std::vector<::osg::Color3f>& colors) {
-    return squareOf<::osg::GeoColors3f>(colors);
-}
-::osg::GeometryPtr withColors4(const std::vector<::osg::Color4f>& colors) {
-    return squareOf<::osg::GeoColors4f>(colors);
-}
+constexpr auto withColors3 = &squareOf<::osg::GeoColors3f, ::osg::Color3f>;
+constexpr auto withColors4 = &squareOf<::osg::GeoColors4f, ::osg::Color4f>;
+constexpr auto withBytes4 = &squareOf<::osg::GeoColors4ub, ::osg::Color4ub>;
 
 class ColorConversion : public no_strays {};
 
@@ -86,10 +83,7 @@ TEST_F(ColorConversion, UniformColoursBecomeAMaterial) {
 }
 
 TEST_F(ColorConversion, VertexColorsStayWhereNothingCanBeMade) {
-    const geometry_ref three(withColors3({{1, 0, 0}})), none(geometryOf(quads(1)));
-    const geometry_ref bytes(squareOf<::osg::GeoColors4ub>(std::vector<::osg::Color4ub>(2)));
-    const geometry_ref own(withColors4({{1, 0, 0, 1}}));
-    own->setMaterial(simple({0, 1, 0}));
+    const geometry_ref three(withColors3({{1, 0, 0}})), bytes(withBytes4({{255, 0, 0, 255}}));
     for (const geometry_ref& geometry : {three, bytes}) {
         stream_capture out(std::cout);
         EXPECT_TRUE(morva::osg::VertexColorIntoMaterial(geometry.get(), true));
@@ -97,12 +91,14 @@ TEST_F(ColorConversion, VertexColorsStayWhereNothingCanBeMade) {
         EXPECT_NE(geometry->getColors(), ::osg::NullFC);
         EXPECT_EQ(geometry->getMaterial(), ::osg::NullFC);
     }
+    const geometry_ref none(geometryOf(quads(1))), own(withColors4({{1, 0, 0, 1}}));
     three->setMaterial(simple({0, 1, 0}));
+    own->setMaterial(three->getMaterial());
     stream_capture out(std::cout);
     for (const bool with_alpha : {false, true}) {
-        EXPECT_FALSE(morva::osg::VertexColorIntoMaterial(::osg::NullFC, with_alpha));
-        for (const geometry_ref& geometry : {three, own, none})
-            EXPECT_FALSE(morva::osg::VertexColorIntoMaterial(geometry.get(), with_alpha));
+        for (const ::osg::GeometryPtr& geometry :
+             {three.get(), own.get(), none.get(), ::osg::GeometryPtr()})
+            EXPECT_FALSE(morva::osg::VertexColorIntoMaterial(geometry, with_alpha));
     }
     EXPECT_EQ(out.text(), "");
     EXPECT_NE(own->getColors(), ::osg::NullFC);
@@ -117,9 +113,8 @@ TEST_F(ColorConversion, MaterialIsMixedIntoPresentColours) {
     EXPECT_EQ(coreOf(node)->getColors()->getValue(1), ::osg::Color3f(0.5F, 0.25F, 0));
 
     // The alpha stays in every form that has one.
-    const std::vector<::osg::Color4ub> white = {{255, 255, 255, 60}};
     const node_ref floats(nodeOf(withColors4({{1, 1, 1, 0.25F}})));
-    const node_ref bytes(nodeOf(squareOf<::osg::GeoColors4ub>(white)));
+    const node_ref bytes(nodeOf(withBytes4({{255, 255, 255, 60}})));
     for (const node_ref& with_alpha : {floats, bytes}) {
         coreOf(with_alpha)->setMaterial(chunked({0, 0, 0, 1}));
         ASSERT_TRUE(morva::osg::MaterialColorIntoVertex(with_alpha.get()));
@@ -131,23 +126,19 @@ TEST_F(ColorConversion, MaterialIsMixedIntoPresentColours) {
 }
 
 TEST_F(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
-    const struct {
-        mesh_data mesh;
-        ::osg::UInt32 entries;
-    } rows[] = {{quads(1), 10}, {strip(6), 16}, {row(4, 1), 4}, {mesh_data(), 4}};
-    for (const auto& row : rows) {
-        for (const float alpha : {0.75F, 1.0F}) {
-            const ::osg::Color4f color(0.5F, 0, 1, alpha);
-            const ::osg::MaterialPtr material = alpha == 1.0F
-                                                    ? ::osg::MaterialPtr(simple({0.5F, 0, 1}))
-                                                    : ::osg::MaterialPtr(chunked(color));
-            const node_ref node(meshNode(row.mesh, material));
+    const std::pair<mesh_data, ::osg::UInt32> rows[] = {
+        {quads(1), 10}, {strip(6), 16}, {row(4, 1), 4}, {mesh_data(), 4}};
+    for (const auto& [mesh, entries] : rows) {
+        const node_ref seen(meshNode(mesh, chunked({0.5F, 0, 1, 0.75F})));
+        const node_ref opaque(meshNode(mesh, simple({0.5F, 0, 1})));
+        for (const node_ref& node : {seen, opaque}) {
             ASSERT_TRUE(morva::osg::MaterialColorIntoVertex(node.get()));
             const auto made = ::osg::GeoColors4fPtr::dcast(coreOf(node)->getColors());
             ASSERT_NE(made, ::osg::NullFC);
-            ASSERT_EQ(made->size(), row.entries);
-            for (::osg::UInt32 i = 0; i < row.entries; ++i)
-                EXPECT_EQ(made->editField()[i], color);
+            const ::osg::Color4f color(0.5F, 0, 1, node == seen ? 0.75F : 1);
+            EXPECT_EQ(std::count(made->editField().begin(), made->editField().end(), color),
+                      entries);
+            EXPECT_EQ(made->size(), entries);
         }
     }
 }
@@ -159,8 +150,6 @@ TEST_F(ColorConversion, OtherMaterialsStay) {
         material->addChunk(chunk);
         return material;
     };
-    const ::osg::SimpleTexturedMaterialPtr textured = ::osg::SimpleTexturedMaterial::create();
-    textured->setImage(imageOf(::osg::Image::OSG_RGB_PF, 1, 1));
     const struct {
         const char* rule;
         ::osg::MaterialPtr material;
@@ -174,7 +163,7 @@ TEST_F(ColorConversion, OtherMaterialsStay) {
         {"cube map is a texture", with_chunk(cubeTextured(), 1), false},
         {"no chunk", bareMaterial(), false},
         {"choice", choiceOf(0, {simple({1, 0, 0})}), false},
-        {"simple with a texture", textured, true},
+        {"simple with a texture", ::osg::SimpleTexturedMaterial::create(), true},
         {"none", ::osg::NullFC, false},
     };
     for (const auto& row : rows) {
