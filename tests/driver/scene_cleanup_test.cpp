@@ -16,6 +16,9 @@ namespace {
 using pass = void (*)(const ::osg::NodePtr& root);
 
 void switches(const ::osg::NodePtr& root) { morva::osg::removeSwitchParts(root); }
+void switchesOfA(const ::osg::NodePtr& root) {
+    morva::osg::removeSwitchParts(nodeNamed(root, "a"));
+}
 void lods(const ::osg::NodePtr& root) { morva::osg::removeLODParts(root); }
 void empties(const ::osg::NodePtr& root) { morva::osg::removeEmptyParts(root); }
 void emptiesOfA(const ::osg::NodePtr& root) { morva::osg::removeEmptyParts(nodeNamed(root, "a")); }
@@ -51,6 +54,7 @@ TEST_F(SceneCleanup, LeavesThisTree) {
         {"switch of all goes whole", switches, "r(?-2s(a) n)", "r(n)"},
         {"choice beyond the children shows nothing", switches, "r(?7s(a) n)", "r(n)"},
         {"nested switches", switches, "r(?0s(?1t(a b)))", "r(b)"},
+        {"nested switches, from the outer one", switchesOfA, "r(?0a(?1t(b c)))", "r(c)"},
         {"switch at the root stays", switches, "?0s(a b)", "s(a b)"},
         {"neighbouring switches", switches, "r(?0s(a) ?0t(b))", "r(a b)"},
         {"neighbouring lods", lods, "r(%l(a b) %k(c))", "r(a c)"},
