@@ -1,5 +1,7 @@
 #include "OpenSG/OSGAttachmentContainer.h"
 
+#include "OSGSearch.h"
+
 OSG_BEGIN_NAMESPACE
 
 namespace {
@@ -140,9 +142,10 @@ AttachmentPtr AttachmentContainer::findAttachment(const FieldContainerType& type
 void Attachment::addParent(const FieldContainerPtr& parent) { _mfParents.push_back(parent); }
 
 void Attachment::subParent(const FieldContainerPtr& parent) {
-    const auto found = _mfParents.find(parent);
-    if (found != _mfParents.end())
-        _mfParents.erase(found);
+    const std::size_t place = osgFindFromBothEnds(
+        _mfParents.size(), [&](std::size_t i) { return _mfParents[i] == parent; });
+    if (place < _mfParents.size())
+        _mfParents.erase(_mfParents.begin() + static_cast<std::ptrdiff_t>(place));
 }
 
 Int32 Attachment::findParent(const FieldContainerPtr& parent) const {

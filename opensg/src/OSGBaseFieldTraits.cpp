@@ -1,15 +1,19 @@
 #include "OpenSG/OSGBaseFieldTraits.h"
 
 #include "OpenSG/OSGFieldContainerFactory.h"
+#include "OpenSG/OSGMField.h"
 
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <iostream>
 #include <mutex>
 #include <set>
 
 OSG_BEGIN_NAMESPACE
+
+void osgDumpText(const std::string& text) { std::cout << text << std::flush; }
 
 void osgPutReals(const Real64* values, UInt32 count, const Char8* separator, std::string& text) {
     text.clear();
@@ -43,6 +47,8 @@ const DataType& FieldDataTraits<bool>::getType() {
 }
 
 bool FieldDataTraits<bool>::getFromString(bool& out, const Char8*& text) {
+    if (text == nullptr)
+        return false;
     while (std::isspace(static_cast<unsigned char>(*text)) != 0)
         ++text;
     out = std::toupper(static_cast<unsigned char>(*text)) == 'T' || *text == '1';
@@ -69,6 +75,8 @@ const DataType& FieldDataTraits<std::string>::getType() {
 }
 
 bool FieldDataTraits<std::string>::getFromString(std::string& out, const Char8*& text) {
+    if (text == nullptr)
+        return false;
     out.clear();
     if (*text != '"') {
         out = text;

@@ -24,7 +24,7 @@ constexpr Char8 magic[8] = {'\x89', 'O', 'S', 'B', '\r', '\n', '\x1a', '\n'};
 constexpr UInt32 byteOrder = 0x01020304;
 constexpr UInt32 version = 1;
 constexpr UInt32 maxTextLength = 4096;
-/// Longest chain of references. Destroying a scene goes one call deep per reference.
+/// Longest chain of references: walks over a scene go one call deep per node.
 constexpr UInt32 maxDepth = 2000;
 
 enum class FieldKind : UInt8 { plain = 0, links = 1, attachments = 2 };

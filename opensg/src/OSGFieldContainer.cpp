@@ -23,6 +23,23 @@ struct copy_in_the_making {
 };
 thread_local copy_in_the_making inTheMaking;
 
+// The aspect whose copy of a container this thread makes or destroys right now. A container comes
+// and goes in all aspects at once, so the references that its copies take and drop are no change
+// of the thread's aspect that a list has to repeat in the others.
+enum : UInt32 { NoAspect = 0xFFFFFFFFu };
+thread_local UInt32 aspectInHand = NoAspect;
+
+/// Enters a reference taken or dropped in the thread's list. What another aspect's copy did on
+/// the way is entered reversed: applying the list then changes no count twice.
+void recordReference(const FieldContainerPtrBase& container, bool taken) {
+    ChangeList& changes = *Thread::getCurrentChangeList();
+    const bool elsewhere = aspectInHand != NoAspect && aspectInHand != changes.getAspect();
+    if (taken != elsewhere)
+        changes.addAddRefd(container);
+    else
+        changes.addSubRefd(container);
+}
+
 } // namespace
 
 FieldContainer::FieldContainer() : _aspectIndex(inTheMaking.aspect), _bytes(inTheMaking.bytes) {}
@@ -63,28 +80,34 @@ void FieldContainer::executeSync(FieldContainer& other, const BitVector& which) 
     for (const FieldDescription* desc : getType().getFieldDescs()) {
         if ((desc->getFieldMask() & which) == 0)
             continue;
-        desc->getField(*this)->setAbstrValue(*desc->getField(other));
+        desc->getField(*this)->syncFrom(*desc->getField(other));
     }
 }
 
-UInt32 FieldContainer::getBinSize(const BitVector& which) {
+UInt32 FieldContainer::getBinSize(const BitVector&) { return 0; }
+void FieldContainer::copyToBin(BinaryDataHandler&, const BitVector&) {}
+void FieldContainer::copyFromBin(BinaryDataHandler&, const BitVector&) {}
+
+UInt32 FieldContainer::binSizeOf(const FieldContainerType& type, const BitVector& which) {
     UInt32 bytes = 0;
-    for (const FieldDescription* desc : getType().getFieldDescs()) {
+    for (const FieldDescription* desc : type.getFieldDescs()) {
         if ((desc->getFieldMask() & which) != 0)
             bytes += desc->getField(*this)->getBinSize();
     }
     return bytes;
 }
 
-void FieldContainer::copyToBin(BinaryDataHandler& out, const BitVector& which) {
-    for (const FieldDescription* desc : getType().getFieldDescs()) {
+void FieldContainer::fieldsToBin(const FieldContainerType& type, BinaryDataHandler& out,
+                                 const BitVector& which) {
+    for (const FieldDescription* desc : type.getFieldDescs()) {
         if ((desc->getFieldMask() & which) != 0)
             desc->getField(*this)->copyToBin(out);
     }
 }
 
-void FieldContainer::copyFromBin(BinaryDataHandler& in, const BitVector& which) {
-    for (const FieldDescription* desc : getType().getFieldDescs()) {
+void FieldContainer::fieldsFromBin(const FieldContainerType& type, BinaryDataHandler& in,
+                                   const BitVector& which) {
+    for (const FieldDescription* desc : type.getFieldDescs()) {
         if ((desc->getFieldMask() & which) != 0)
             desc->getField(*this)->copyFromBin(in);
     }
@@ -106,12 +129,14 @@ FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construc
         throw std::bad_alloc();
 
     ContainerHead* head = ::new (block) ContainerHead;
-    const FieldContainerPtr made =
-        FieldContainerPtr::ofBlock(block + sizeof(ContainerHead), static_cast<UInt16>(bytes));
+    FieldContainerPtr made;
     const copy_in_the_making outer = inTheMaking;
+    const UInt32 outerAspect = aspectInHand;
     try {
-        head->id = FieldContainerFactory::the()->enterContainer(made);
+        made = FieldContainerFactory::the()->enterContainer(block + sizeof(ContainerHead),
+                                                            static_cast<UInt16>(bytes));
         for (; head->aspects < aspects; ++head->aspects) {
+            aspectInHand = head->aspects;
             inTheMaking = {head->aspects, static_cast<UInt32>(bytes)};
             const UInt8* copied = source != NullFC ? source.getAspectCPtr(head->aspects) : nullptr;
             construct(made.getAspectCPtr(head->aspects),
@@ -119,10 +144,15 @@ FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construc
         }
     } catch (...) {
         inTheMaking = outer;
-        destroy(made);
+        aspectInHand = outerAspect;
+        if (made != NullFC)
+            destroy(made);
+        else
+            std::free(block);
         throw;
     }
     inTheMaking = outer;
+    aspectInHand = outerAspect;
     Thread::getCurrentChangeList()->addCreated(head->id);
     return made;
 }
@@ -130,9 +160,12 @@ FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construc
 void ContainerAllocator::destroy(const FieldContainerPtrBase& container) {
     ContainerHead& head = container.head();
     FieldContainerFactory::the()->leaveContainer(head.id);
+    const UInt32 outerAspect = aspectInHand;
     for (UInt32 aspect = 0; aspect < head.aspects; ++aspect) {
+        aspectInHand = aspect;
         reinterpret_cast<FieldContainer*>(container.getAspectCPtr(aspect))->~FieldContainer();
     }
+    aspectInHand = outerAspect;
     head.~ContainerHead();
     std::free(&head);
 }
@@ -165,21 +198,21 @@ void addRefCP(const FieldContainerPtrBase& container) {
     if (container == NullFC)
         return;
     container.head().references.fetch_add(1, std::memory_order_relaxed);
-    Thread::getCurrentChangeList()->addAddRefd(container);
+    recordReference(container, true);
 }
 
 void subRefCP(const FieldContainerPtrBase& container) {
     if (container == NullFC)
         return;
-    ChangeList* changes = Thread::getCurrentChangeList();
-    const Int32 before = container.head().references.fetch_sub(1, std::memory_order_acq_rel);
+    // A copy: the variable that was passed may belong to what another thread destroys from here on.
+    const FieldContainerPtrBase dying = container;
+    const Int32 before = dying.head().references.fetch_sub(1, std::memory_order_acq_rel);
     if (before > 1) {
-        changes->addSubRefd(container);
+        recordReference(dying, false);
         return;
     }
-    changes->addDestroyed(container.getFieldContainerId());
+    Thread::getCurrentChangeList()->addDestroyed(dying.getFieldContainerId());
     // The destructors may reach the variable that was passed; it is null before they run.
-    const FieldContainerPtrBase dying = container;
     const_cast<FieldContainerPtrBase&>(container) = FieldContainerPtrBase();
     destroyInTurn(dying);
 }

@@ -86,10 +86,12 @@ UInt16 FieldContainerFactory::enterGroup(const Char8* name) {
     return _groups.emplace(name, next).first->second;
 }
 
-UInt32 FieldContainerFactory::enterContainer(const FieldContainerPtr& container) {
+FieldContainerPtr FieldContainerFactory::enterContainer(UInt8* store, UInt16 bytes) {
     const std::lock_guard<std::mutex> guard(_mutex);
-    _containers.emplace(++_lastContainerId, container);
-    return _lastContainerId;
+    reinterpret_cast<ContainerHead*>(store - sizeof(ContainerHead))->id = ++_lastContainerId;
+    const FieldContainerPtr container = FieldContainerPtr::ofBlock(store, bytes);
+    _containers.emplace(_lastContainerId, container);
+    return container;
 }
 
 void FieldContainerFactory::leaveContainer(UInt32 containerId) {

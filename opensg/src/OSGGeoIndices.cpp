@@ -65,9 +65,13 @@ bool sameElement(const std::vector<element_bytes>& properties, UInt32 a, UInt32 
     return compared;
 }
 
+/// Makes the index 0, 1, 2, ... A mapping of several entries, without meaning until now, would want
+/// several indices per vertex: it goes.
 void makeMissingIndex(const GeometryPtr& geometry) {
     if (geometry->getIndices() != NullFC || geometry->getPositions() == NullFC)
         return;
+    if (geometry->getMFIndexMapping()->size() > 1)
+        geometry->editMFIndexMapping()->clear();
     const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
     std::vector<UInt32>& values = indices->editField().getValues();
     values.resize(geometry->getPositions()->getSize());

@@ -1,5 +1,6 @@
 #include "OpenSG/OSGGeometry.h"
 
+#include "OSGSearch.h"
 #include "OpenSG/OSGLineIterator.h"
 #include "OpenSG/OSGPrimitiveIterator.h"
 #include "OpenSG/OSGTriangleIterator.h"
@@ -36,12 +37,11 @@ FieldContainerPtr parentEntry(const FieldContainerPtr& geometry, UInt32 fieldId)
 /// Takes the entry of exactly this field away: one property may stand in several fields.
 void dropParentEntry(Attachment& property, const FieldContainerPtr& geometry, UInt32 fieldId) {
     MFFieldContainerPtr& parents = property.getParents();
-    for (auto it = parents.begin(); it != parents.end(); ++it) {
-        if (*it == geometry && it->getParentFieldPos() == fieldId) {
-            parents.erase(it);
-            return;
-        }
-    }
+    const std::size_t place = osgFindFromBothEnds(parents.size(), [&](std::size_t i) {
+        return parents[i] == geometry && parents[i].getParentFieldPos() == fieldId;
+    });
+    if (place < parents.size())
+        parents.erase(parents.begin() + static_cast<std::ptrdiff_t>(place));
 }
 
 template <class Ptr> Attachment& copyInAspect(const Ptr& property, UInt32 aspect) {

@@ -11,7 +11,7 @@ OSG_BEGIN_NAMESPACE
 
 namespace {
 
-std::atomic<int> level{LOG_WARNING};
+std::atomic<int> level{LOG_NOTICE};
 std::atomic<int> type{LOG_STDERR};
 
 std::mutex& outputMutex() {
@@ -76,7 +76,7 @@ void Log::doLog(const Char8* format, ...) {
     Char8 text[4096];
     std::vsnprintf(text, sizeof(text), format, arguments);
     va_end(arguments);
-    write(text);
+    lineStream() << text << std::flush;
 }
 
 void doInitLog() { osgLog(); }

@@ -1,5 +1,6 @@
 #include "OpenSG/OSGNode.h"
 
+#include "OSGSearch.h"
 #include "OpenSG/OSGLog.h"
 
 OSG_BEGIN_NAMESPACE
@@ -56,7 +57,10 @@ void Node::setCore(const NodeCorePtr& core) {
 }
 
 bool Node::isSelfOrAncestor(const NodePtr& node) const {
-    NodePtr walked = getPtr();
+    const NodePtr self = getPtr();
+    if (node == self || node->getNChildren() == 0)
+        return node == self;
+    NodePtr walked = self;
     while (walked != NullFC && walked != node)
         walked = walked->getParent();
     return walked != NullFC;
@@ -113,13 +117,15 @@ bool Node::replaceChildBy(const NodePtr& oldChild, const NodePtr& newChild) {
     const Int32 index = findChild(oldChild);
     if (newChild == NullFC || index < 0)
         return false;
-    replaceChild(static_cast<UInt32>(index), newChild);
-    return true;
+    const NodePtr added = newChild;
+    replaceChild(static_cast<UInt32>(index), added);
+    return added->getParent() == getPtr(); // not if it stands above this node
 }
 
 Int32 Node::findChild(const NodePtr& child) const {
-    const auto found = _mfChildren.find(child);
-    return found == _mfChildren.end() ? -1 : static_cast<Int32>(found - _mfChildren.begin());
+    const std::size_t place = osgFindFromBothEnds(
+        _mfChildren.size(), [&](std::size_t i) { return _mfChildren[i] == child; });
+    return place < _mfChildren.size() ? static_cast<Int32>(place) : -1;
 }
 
 void Node::release(UInt32 index) {

@@ -1,5 +1,6 @@
 #include "OpenSG/OSGNodeCore.h"
 
+#include "OSGSearch.h"
 #include "OpenSG/OSGNode.h"
 
 OSG_BEGIN_NAMESPACE
@@ -18,9 +19,10 @@ void NodeCore::invalidateVolume() {
 void NodeCore::addParent(const NodePtr& parent) { _mfParents.push_back(parent); }
 
 void NodeCore::subParent(const NodePtr& parent) {
-    const auto found = _mfParents.find(parent);
-    if (found != _mfParents.end())
-        _mfParents.erase(found);
+    const std::size_t place = osgFindFromBothEnds(
+        _mfParents.size(), [&](std::size_t i) { return _mfParents[i] == parent; });
+    if (place < _mfParents.size())
+        _mfParents.erase(_mfParents.begin() + static_cast<std::ptrdiff_t>(place));
 }
 
 OSG_END_NAMESPACE

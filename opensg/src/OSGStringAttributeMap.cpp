@@ -58,6 +58,11 @@ void StringAttributeMap::changed(BitVector which, UInt32 origin) {
     Attachment::changed(which, origin);
 }
 
+void StringAttributeMap::executeSync(FieldContainer& other, const BitVector& which) {
+    _places.clear();
+    Attachment::executeSync(other, which);
+}
+
 StringAttributeMapPtr stringAttributeMap(const AttachmentContainerPtr& container) {
     if (container == NullFC)
         return NullFC;

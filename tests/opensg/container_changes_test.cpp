@@ -1,6 +1,4 @@
-// Aspects, change lists and the fields of containers.
-
-#include <string>
+// Aspects and change lists.
 
 #include <gtest/gtest.h>
 
@@ -114,40 +112,36 @@ TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) 
     subRefCP(parent);
 }
 
-TEST(Fields, TextForms) {
-    std::string text = "old";
-    EXPECT_EQ(SFReal32(0.1f).getValueByStr(text), "1.000000e-01");
-    EXPECT_EQ(SFVec3f(Vec3f(1, 2, 3)).getValueByStr(text),
-              "1.000000e+00  2.000000e+00  3.000000e+00");
-    EXPECT_EQ(SFBool(true).getValueByStr(text), "TRUE");
-    EXPECT_EQ(SFString("a\"b").getValueByStr(text), "\"a\\\"b\"");
-    MFInt32 numbers;
-    numbers.pushValueByStr("4");
-    numbers.pushValueByStr("-5");
-    text = ">";
-    EXPECT_EQ(numbers.getValueByStr(text), ">4, -5") << "a multi field appends";
+TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
+    RefPtr<GroupPtr> core(Group::create());
+    RefPtr<NodePtr> first(makeNodeFor(core.get()));
+    const RefPtr<NodePtr> second(makeNodeFor(core.get()));
+    setName(first.get(), "first");
+    for (const NodePtr& node : {first.get(), second.get()})
+        endEditCP(node, FieldBits::AllFields);
+    changes->applyTo(1);
+    const UInt32 kept = second.get().getRefCount();
+    EXPECT_EQ(core.get().getRefCount(), 6u) << "two handles and two nodes, in two aspects";
 
-    SFVec3f parsed;
-    parsed.pushValueByStr("1.5, -2 3e2");
-    EXPECT_EQ(parsed.getValue()[2], 300.f);
-    SFString unquoted;
-    unquoted.pushValueByStr("\"x\\\"y\" rest");
-    EXPECT_EQ(unquoted.getValue(), "x\"y");
-}
+    NodePtr copy = NodePtr::dcast(first->shallowCopy()); // in both aspects
+    EXPECT_EQ(core.get().getRefCount(), 8u);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 8u);
+    subRefCP(copy);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 6u);
 
-TEST(Fields, AbstractCopyAndEqualityAreExactAndTyped) {
-    SFReal32 a(1.f);
-    SFReal32 b(1.f + 1e-7f);
-    EXPECT_FALSE(a.equals(b)) << "no tolerance";
-    b.setAbstrValue(a);
-    EXPECT_TRUE(a.equals(b));
-    const SFInt32 other(1);
-    EXPECT_FALSE(a.equals(other));
-    a.setAbstrValue(other);
-    EXPECT_EQ(a.getValue(), 1.f) << "another type changes nothing";
-    EXPECT_EQ(&a.getType(), &SFReal32::getClassType());
-    EXPECT_STREQ(MFInt32::getClassType().getCName(), "MFInt32");
-    EXPECT_EQ(MFInt32::getClassType().getCardinality(), FieldType::MULTI_FIELD);
+    NodePtr dying = first.get();
+    first = NullFC;
+    subRefCP(dying); // the reference that the list repeated
+    EXPECT_EQ(core.get().getRefCount(), 4u);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 4u) << "the other node shows it in both aspects";
+    EXPECT_EQ(second.get().getRefCount(), kept);
+    core = NullFC;
+    changes->applyTo(1);
+    EXPECT_EQ(second->getCore().getRefCount(), 2u);
+    subRefCP(second.get());
 }
 
 } // namespace

@@ -68,6 +68,11 @@ TEST(NodeChildren, NoNodeComesBelowItself) {
     EXPECT_EQ(f.child[0]->getNChildren(), 0u);
     f.root->addChild(f.root.get());
     EXPECT_EQ(f.root->getNChildren(), 1u);
+    const NodePtr grandchild = makeCoredNode<Group>();
+    f.child[0]->addChild(grandchild);
+    EXPECT_FALSE(f.child[0]->replaceChildBy(grandchild, f.root.get()));
+    EXPECT_EQ(f.child[0]->getChild(0), grandchild);
+    EXPECT_EQ(f.child[0]->getChild(1), NullFC) << "there is none";
 }
 
 TEST(NodeChildren, ADyingParentLeavesHeldChildrenWithoutOne) {

@@ -132,6 +132,11 @@ TEST(ContainerPtr, OrderIsThatOfCreation) {
     const RefPtr<NodePtr> second(Node::create());
     EXPECT_LT(first.get(), second.get());
     EXPECT_LT(NodePtr(), first.get());
+    NodePtr dropped = Node::create();
+    const NodePtr dangling = dropped;
+    subRefCP(dropped);
+    EXPECT_LT(second.get(), dangling) << "keys of maps may outlive their containers";
+    EXPECT_EQ(sizeof(NodePtr), 16u);
     EXPECT_EQ(first->getUntypedPtr(), first.get());
 }
 

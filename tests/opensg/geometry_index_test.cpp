@@ -73,6 +73,10 @@ TEST(SharedIndex, SparesWhatIsMissingOrSharedWithOthers) {
     const GeometryRefPtr bare(Geometry::create());
     EXPECT_EQ(createSharedIndex(bare), 0);
     EXPECT_EQ(bare->getIndices(), NullFC);
+    // Without indices a mapping means nothing; two indices per vertex do not come of it.
+    const GeometryRefPtr mapped = makeCore(quadPoints(), {{GL_TRIANGLES, 6}}, {}, {1, 2});
+    EXPECT_EQ(createSharedIndex(mapped), 2);
+    EXPECT_EQ(trianglesOf(mapped), (std::vector<corners>{{0, 1, 2}, {1, 4, 2}}));
     const GeometryRefPtr beyond = makeCore(points(1), {{GL_TRIANGLES, 3}}, {7, 0xFFFFFFFFu, 7});
     EXPECT_EQ(createSharedIndex(beyond), 0);
     EXPECT_EQ(indicesOf(beyond), (numbers{7, 0xFFFFFFFFu, 7}));

@@ -4,6 +4,8 @@
 
 #include <OpenSG/OSGFieldContainerFactory.h>
 
+#include <cmath>
+
 #include "geometry_support.h"
 
 namespace {
@@ -87,6 +89,19 @@ TEST(PropertyForms, ColoursScaleAndWriteOpaque) {
         }
         EXPECT_EQ(four_bytes->getField()[i][3], 255);
     }
+}
+
+TEST(PropertyForms, IntegersHoldWhatIsBeyondThemWithinTheirRange) {
+    const Real32 nan = std::nanf("");
+    const RefPtr<GeoPositions3sPtr> positions(GeoPositions3s::create());
+    positions->addValue(Pnt3f(1e9f, -1e9f, nan));
+    EXPECT_EQ(positions->getField()[0], Pnt3s(32767, -32768, 0));
+    const RefPtr<GeoNormals3bPtr> normals(GeoNormals3b::create());
+    normals->addValue(Vec3f(5, -5, nan));
+    EXPECT_EQ(normals->getField()[0], Vec3b(127, -128, 0));
+    const RefPtr<GeoColors3ubPtr> colors(GeoColors3ub::create());
+    colors->addValue(Color3f(1e30f, -1e30f, nan));
+    EXPECT_EQ(colors->getField()[0], Color3ub(255, 0, 0));
 }
 
 TEST(PropertyForms, CoordinatesKeepTheFirstTwo) {

@@ -29,7 +29,7 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
         const UInt32 found = osgGetReals(numbers, N, text);
         C* components = reinterpret_cast<C*>(&out);
         for (UInt32 i = 0; i < found; ++i)
-            components[i] = static_cast<C>(numbers[i]);
+            components[i] = osgLimitedCast<C>(numbers[i]);
         return found == N;
     }
     static void putNumbers(const T& value, const Char8* separator, std::string& text) {
@@ -94,7 +94,7 @@ OSG_NUMBERS_TRAITS(Quaternion, Real32, 4, "Quaternion", " ")
             Real64 number = 0;                                                                     \
             if (osgGetReals(&number, 1, text) == 0)                                                \
                 return false;                                                                      \
-            out = static_cast<TYPE>(number);                                                       \
+            out = osgLimitedCast<TYPE>(number);                                                    \
             return true;                                                                           \
         }                                                                                          \
         static void putToString(const TYPE& value, std::string& text) {                            \
@@ -208,6 +208,20 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<FieldContainerPtr>
     static UInt32 getBinSize(const FieldContainerPtr&) { return sizeof(UInt32); }
     static UInt32 getBinSize(const FieldContainerPtr*, UInt32 count) {
         return count * UInt32(sizeof(UInt32));
+    }
+    static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr& value) {
+        out.putValue(value.getFieldContainerId());
+    }
+    static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr* values, UInt32 count) {
+        FieldTraitsRecurseBase<FieldContainerPtr>::copyToBin(out, values, count);
+    }
+    static void copyFromBin(BinaryDataHandler& in, FieldContainerPtr& value) {
+        UInt32 id = 0;
+        in.getValue(id);
+        value = osgContainerOfId(id);
+    }
+    static void copyFromBin(BinaryDataHandler& in, FieldContainerPtr* values, UInt32 count) {
+        FieldTraitsRecurseBase<FieldContainerPtr>::copyFromBin(in, values, count);
     }
 };
 

@@ -3,6 +3,8 @@
 #include "OSGBaseTypes.h"
 
 #include <cmath>
+#include <limits>
+#include <type_traits>
 
 OSG_BEGIN_NAMESPACE
 
@@ -18,6 +20,18 @@ OSG_BASE_DLLMAPPING bool osgExit();
 
 template <class T> inline const T& osgMin(const T& a, const T& b) { return b < a ? b : a; }
 template <class T> inline const T& osgMax(const T& a, const T& b) { return a < b ? b : a; }
+/// The number as a C: cut off behind the point, held within what an integer C can hold; 0 for NaN.
+template <class C> inline C osgLimitedCast(Real64 value) {
+    if constexpr (std::is_integral_v<C>) {
+        typedef std::numeric_limits<C> limits;
+        if (!(value > static_cast<Real64>(limits::min())))
+            return value == value ? limits::min() : C(0);
+        if (value >= static_cast<Real64>(limits::max()))
+            return limits::max();
+    }
+    return static_cast<C>(value);
+}
+
 template <class T> inline T osgabs(T a) { return a < T(0) ? -a : a; }
 template <class T> inline T osgsqrt(T a) { return std::sqrt(a); }
 inline Real32 osgdegree2rad(Real32 degrees) { return degrees * Real32(Pi / 180.0); }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "OSGConfig.h"
+#include "OSGReal16.h"
 
 #include <cstddef>
 #include <cstdint>

@@ -19,6 +19,7 @@ class OSG_BASE_DLLMAPPING DistanceLOD : public Group {
     void setCenter(const Pnt3f& center) { _sfCenter.setValue(center); }
     MFReal32& getRange() { return _mfRange; }
     const MFReal32& getRange() const { return _mfRange; }
+    Real32& getRange(UInt32 index) { return _mfRange[index]; }
     const MFReal32* getMFRange() const { return &_mfRange; }
     MFReal32* editMFRange() { return &_mfRange; }
 

@@ -23,6 +23,9 @@ class OSG_BASE_DLLMAPPING Field {
 
     /// Takes over the value of a field of the same type; another type changes nothing.
     virtual void setAbstrValue(const Field& other) = 0;
+    /// The same between two aspects' copies of one field: references are not counted, since a
+    /// change list repeats the counting.
+    virtual void syncFrom(const Field& other) { setAbstrValue(other); }
     /// Exact equality of type, count and values. Pointers are equal if they are one container.
     virtual bool equals(const Field& other) const = 0;
 
@@ -38,6 +41,7 @@ class OSG_BASE_DLLMAPPING Field {
     virtual bool holdsPointers() const { return false; }
     virtual FieldContainerPtr pointerAt(UInt32 index) const;
 
+    /// For eyes; a single value prints nothing.
     virtual void dump() const {}
 
   protected:

@@ -54,6 +54,8 @@ class OSG_BASE_DLLMAPPING FieldContainer {
     /// Copies the fields `which` of another aspect's copy.
     virtual void executeSync(FieldContainer& other, const BitVector& which);
 
+    /// Binary form of the fields `which`. Called for a certain class (`Attachment::copyToBin(...)`)
+    /// each of the three deals with the fields of that class and its bases alone.
     virtual UInt32 getBinSize(const BitVector& which);
     virtual void copyToBin(BinaryDataHandler& out, const BitVector& which);
     virtual void copyFromBin(BinaryDataHandler& in, const BitVector& which);
@@ -69,6 +71,13 @@ class OSG_BASE_DLLMAPPING FieldContainer {
     FieldContainer(const FieldContainer&) : FieldContainer() {}
     FieldContainer& operator=(const FieldContainer&) = delete;
     virtual ~FieldContainer();
+
+    /// The fields `which` among those that `type`, a class of this object, describes.
+    UInt32 binSizeOf(const FieldContainerType& type, const BitVector& which);
+    void fieldsToBin(const FieldContainerType& type, BinaryDataHandler& out,
+                     const BitVector& which);
+    void fieldsFromBin(const FieldContainerType& type, BinaryDataHandler& in,
+                       const BitVector& which);
 
   private:
     UInt32 _aspectIndex;
@@ -129,7 +138,16 @@ template <class C> struct ContainerClassName<C, std::void_t<typename C::Property
     static OSG::UInt16 getClassGroupId() { return getClassType().getGroupId(); }                   \
     OSG::FieldContainerType& getType() override { return getClassType(); }                         \
     const OSG::FieldContainerType& getType() const override { return getClassType(); }             \
-    OSG::UInt32 getContainerSize() const override { return sizeof(CLASS); }
+    OSG::UInt32 getContainerSize() const override { return sizeof(CLASS); }                        \
+    OSG::UInt32 getBinSize(const OSG::BitVector& which) override {                                 \
+        return this->binSizeOf(getClassType(), which);                                             \
+    }                                                                                              \
+    void copyToBin(OSG::BinaryDataHandler& out, const OSG::BitVector& which) override {            \
+        this->fieldsToBin(getClassType(), out, which);                                             \
+    }                                                                                              \
+    void copyFromBin(OSG::BinaryDataHandler& in, const OSG::BitVector& which) override {           \
+        this->fieldsFromBin(getClassType(), in, which);                                            \
+    }
 
 #define OSG_CONTAINER_DECL(CLASS, PARENT, PTR)                                                     \
     OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                                \

@@ -36,7 +36,8 @@ class OSG_BASE_DLLMAPPING FieldContainerFactory {
     // For the layer itself.
     void enterType(FieldContainerType& type);
     UInt16 enterGroup(const Char8* name);
-    UInt32 enterContainer(const FieldContainerPtr& container);
+    /// Numbers the block at `store` and knows it from now on.
+    FieldContainerPtr enterContainer(UInt8* store, UInt16 bytes);
     void leaveContainer(UInt32 containerId);
 
   private:

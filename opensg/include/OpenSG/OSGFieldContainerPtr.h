@@ -7,8 +7,9 @@
 //     | head | copy of aspect 0 | copy of aspect 1 | ...
 //              ^ store            ^ store + size
 //
-// A pointer holds the store address and the size of one copy, so access is
-// store + aspect * size: two loads. Copying a pointer never touches the reference count.
+// A pointer holds the store address, the size of one copy and the container's number, so access is
+// store + aspect * size: two loads. Copying a pointer never touches the reference count, and
+// comparing pointers never touches the container, which may be gone.
 // Threads: counts are atomic; a copy belongs to the threads of its aspect.
 
 #include "OSGAspect.h"
@@ -67,14 +68,12 @@ class OSG_BASE_DLLMAPPING FieldContainerPtrBase {
     bool operator!=(const FieldContainerPtrBase& other) const { return _store != other._store; }
     bool operator==(const NullFieldContainerPtr&) const { return _store == nullptr; }
     bool operator!=(const NullFieldContainerPtr&) const { return _store != nullptr; }
-    bool operator<(const FieldContainerPtrBase& other) const {
-        return getFieldContainerId() < other.getFieldContainerId();
-    }
+    bool operator<(const FieldContainerPtrBase& other) const { return _id < other._id; }
 
     UInt32 getRefCount() const {
         return _store ? static_cast<UInt32>(head().references.load(std::memory_order_relaxed)) : 0;
     }
-    UInt32 getFieldContainerId() const { return _store ? head().id : 0; }
+    UInt32 getFieldContainerId() const { return _id; }
     UInt16 getContainerSize() const { return _size; }
     UInt16 getParentFieldPos() const { return _parentPos; }
     void setParentFieldPos(UInt16 position) { _parentPos = position; }
@@ -87,12 +86,12 @@ class OSG_BASE_DLLMAPPING FieldContainerPtrBase {
     }
 
   protected:
-    FieldContainerPtrBase(UInt8* store, UInt16 bytes) : _store(store), _size(bytes) {}
     UInt8* currentCopy() const { return _store + std::size_t(osgThreadAspect()) * _size; }
 
     UInt8* _store = nullptr;
     UInt16 _size = 0;
     UInt16 _parentPos = InvalidParentPos;
+    UInt32 _id = 0; ///< ContainerHead::id
 
     friend class FieldContainerPtr;
 };
@@ -118,11 +117,12 @@ class OSG_BASE_DLLMAPPING FieldContainerPtr : public FieldContainerPtrBase {
     }
     static FieldContainerPtr dcast(const NullFieldContainerPtr&) { return ObjectType(); }
 
-    /// Of a raw block; for the allocation of containers alone.
+    /// Of a raw block whose head has its number; for the allocation of containers alone.
     static FieldContainerPtr ofBlock(UInt8* store, UInt16 bytes) {
         FieldContainerPtr made;
         made._store = store;
         made._size = bytes;
+        made._id = made.head().id;
         return made;
     }
 };
@@ -206,8 +206,8 @@ class OSG_BASE_DLLMAPPING CPEditor {
     FieldContainerPtr _container;
     BitVector _which;
 };
-#define CPEdit(fc, mask) OSG::CPEditor fc##Editor(fc, mask)
-#define CPEditAll(fc) OSG::CPEditor fc##Editor(fc, OSG::FieldBits::AllFields)
+#define CPEdit(fc, mask) ::OSG::CPEditor fc##Editor(fc, mask)
+#define CPEditAll(fc) ::OSG::CPEditor fc##Editor(fc, ::OSG::FieldBits::AllFields)
 
 template <class OutPtr, class InPtr> OutPtr dynamic_fcptr_cast(const InPtr& in) {
     return OutPtr::dcast(in);

@@ -28,17 +28,6 @@ template <class T> FieldContainerPtr osgPointerOf(const T& value, UInt32 index) 
     }
 }
 
-/// Exact equality of field elements. Vectors, colours and matrices have a tolerant ==, so plain
-/// memory is compared by its bytes.
-template <class T> bool osgSameValue(const T& a, const T& b) {
-    if constexpr (!osgIsContainerPtr<T> && std::is_trivially_copyable_v<T>) {
-        return std::memcmp(static_cast<const void*>(&a), static_cast<const void*>(&b), sizeof(T)) ==
-               0;
-    } else {
-        return a == b;
-    }
-}
-
 /// What most specialisations share: the array forms call the element forms; an element without a
 /// binary form of its own travels as text.
 template <class T> struct FieldTraitsRecurseBase {
@@ -95,5 +84,21 @@ template <class T> struct FieldTraitsPlainBase : public FieldTraitsRecurseBase<T
             in.get(values, count * UInt32(sizeof(T)));
     }
 };
+
+/// Whether T travels and is compared as plain memory.
+template <class T>
+inline constexpr bool osgIsPlainElement =
+    std::is_base_of_v<FieldTraitsPlainBase<T>, FieldDataTraits<T>>;
+
+/// Exact equality of field elements. Vectors, colours and matrices have a tolerant ==, so plain
+/// memory is compared by its bytes; an application's own element by its ==.
+template <class T> bool osgSameValue(const T& a, const T& b) {
+    if constexpr (osgIsPlainElement<T>) {
+        return std::memcmp(static_cast<const void*>(&a), static_cast<const void*>(&b), sizeof(T)) ==
+               0;
+    } else {
+        return a == b;
+    }
+}
 
 OSG_END_NAMESPACE

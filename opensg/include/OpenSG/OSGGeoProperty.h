@@ -160,7 +160,9 @@ OSG_GEO_ROLE(GeoPLengths, UInt32)
 template <class Stored> struct GeoPositionConversion {
     static Pnt3f toGeneric(const Stored& stored) { return Pnt3f(stored); }
     static Stored toStored(const Pnt3f& value) {
-        Stored stored(value);
+        Stored stored;
+        for (UInt32 i = 0; i < osgMin(Stored::Dim, 3u); ++i)
+            stored[i] = osgLimitedCast<typename Stored::ValueType>(static_cast<Real64>(value[i]));
         if constexpr (Stored::Dim == 4)
             stored[3] = 1;
         return stored;
@@ -184,7 +186,7 @@ template <class Stored, UInt32 range> struct GeoIntegerNormalConversion {
         Stored stored;
         for (UInt32 i = 0; i < 3; ++i) {
             const Real32 scaled = (value[i] * static_cast<Real32>(range) - 1.f) / 2.f;
-            stored[i] = static_cast<typename Stored::ValueType>(scaled);
+            stored[i] = osgLimitedCast<typename Stored::ValueType>(static_cast<Real64>(scaled));
         }
         return stored;
     }
@@ -194,7 +196,7 @@ struct GeoNormalConversion {
     static const Vec3f& toStored(const Vec3f& value) { return value; }
 };
 
-/// A fourth component is not read, and written as opaque.
+/// A fourth component is not read, and written as opaque. Bytes are cut off behind the point.
 struct GeoColor3fConversion {
     static const Color3f& toGeneric(const Color3f& stored) { return stored; }
     static const Color3f& toStored(const Color3f& value) { return value; }
@@ -204,7 +206,7 @@ struct GeoColor4fConversion {
     static Color4f toStored(const Color3f& c) { return Color4f(c[0], c[1], c[2], 1.f); }
 };
 inline UInt8 osgColorByte(Real32 value) {
-    return static_cast<UInt8>(static_cast<Int32>(osgMin(osgMax(value, 0.f), 1.f) * 255.f));
+    return osgLimitedCast<UInt8>(static_cast<Real64>(value * 255.f));
 }
 struct GeoColor3ubConversion {
     static Color3f toGeneric(const Color3ub& c) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// The log: lines for developers, on the standard error stream from warnings up by default.
+// The log: lines for developers, on the standard error stream from notices up by default.
 //
 //     SWARNING << "no such child " << index << endLog;     stream form
 //     FWARNING(("no such child %u\n", index));             print form
@@ -44,7 +44,8 @@ class OSG_BASE_DLLMAPPING Log {
     bool checkModule(const Char8*) const { return true; }
     /// The calling thread's stream of this level; one that drops everything if the level is off.
     std::ostream& stream(LogLevel level);
-    /// Writes a printf-style text as it stands.
+    /// Puts a printf-style text behind what the calling thread has begun to write, and hands both
+    /// on.
     void doLog(const Char8* format, ...) __attribute__((format(printf, 2, 3)));
 };
 
@@ -74,7 +75,7 @@ OSG_END_NAMESPACE
 #define OSG_LOG_PRINT(LEVEL, PARAMETERS)                                                           \
     do {                                                                                           \
         if (::osg::osgLog().checkLevel(::osg::LEVEL)) {                                            \
-            OSG_LOG_LINE(true, LEVEL) << std::flush;                                               \
+            OSG_LOG_LINE(true, LEVEL);                                                             \
             ::osg::osgLog().doLog PARAMETERS;                                                      \
         }                                                                                          \
     } while (false)

@@ -5,10 +5,14 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
 OSG_BEGIN_NAMESPACE
+
+OSG_BASE_DLLMAPPING void osgDumpText(const std::string& text);
 
 /// A field of many values: a vector with the abstract field interface.
 template <class T> class MField : public Field {
@@ -137,6 +141,14 @@ template <class T> class MField : public Field {
             FieldDataTraits<T>::copyFromBin(in, _values.data() + done, portion);
             done += portion;
         }
+    }
+
+    /// On the standard output stream. Elements of an application print nothing.
+    void dump() const override {
+        std::string text;
+        if constexpr (osgIsPlainElement<T> || std::is_same_v<T, std::string>)
+            getValueByStr(text);
+        osgDumpText("STMFST : \n" + text + "\n");
     }
 
     bool holdsPointers() const override { return osgIsContainerPtr<T>; }

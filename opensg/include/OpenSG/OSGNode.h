@@ -25,7 +25,10 @@ class OSG_BASE_DLLMAPPING Node : public AttachmentContainer {
 
     NodePtr getParent() const { return _sfParent.getValue(); }
     UInt32 getNChildren() const { return _mfChildren.getSize(); }
-    NodePtr getChild(UInt32 index) const { return _mfChildren[index]; }
+    /// Null behind the last child.
+    NodePtr getChild(UInt32 index) const {
+        return index < _mfChildren.size() ? _mfChildren[index] : NodePtr();
+    }
 
     /// Takes the child off its old parent, which may be this node, and appends it. Null is
     /// ignored, and so is a child that is this node or stands above it.

@@ -43,3 +43,5 @@ class OSG_BASE_DLLMAPPING NodeCore : public AttachmentContainer {
 };
 
 OSG_END_NAMESPACE
+
+#include "OSGNode.h"

@@ -1,11 +1,15 @@
 #pragma once
 
-// Fields that hold counted references. Copying references the targets, destruction drops them;
-// syncing between aspects copies the pointers alone, since a change list repeats the counting.
+// Fields that hold counted references. Copying and assigning reference the targets, destruction
+// drops them; syncing between aspects copies the pointers alone, since a change list repeats the
+// counting.
 
 #include "OSGBaseFieldTraits.h"
 #include "OSGMField.h"
 #include "OSGSField.h"
+
+#include <utility>
+#include <vector>
 
 OSG_BEGIN_NAMESPACE
 
@@ -23,6 +27,17 @@ template <class Ptr> class OwnedSField : public SField<Ptr> {
         Ptr old = this->_value;
         this->_value = kept;
         subRefCP(old);
+    }
+
+    void setAbstrValue(const Field& other) override {
+        if (const auto* same = dynamic_cast<const SField<Ptr>*>(&other))
+            set(same->getValue());
+    }
+    void syncFrom(const Field& other) override { SField<Ptr>::setAbstrValue(other); }
+    void copyFromBin(BinaryDataHandler& in) override {
+        Ptr target;
+        FieldDataTraits<Ptr>::copyFromBin(in, target);
+        set(target);
     }
 };
 
@@ -47,6 +62,26 @@ template <class Ptr> class OwnedMField : public MField<Ptr> {
     }
     void dropAll() {
         std::vector<Ptr> targets;
+        targets.swap(this->_values);
+        for (Ptr& target : targets)
+            subRefCP(target);
+    }
+
+    void setAbstrValue(const Field& other) override {
+        if (const auto* same = dynamic_cast<const MField<Ptr>*>(&other))
+            exchange(same->getValues());
+    }
+    void syncFrom(const Field& other) override { MField<Ptr>::setAbstrValue(other); }
+    void copyFromBin(BinaryDataHandler& in) override {
+        MField<Ptr> read;
+        read.copyFromBin(in);
+        exchange(std::move(read.getValues()));
+    }
+
+  private:
+    void exchange(std::vector<Ptr> targets) {
+        for (const Ptr& target : targets)
+            addRefCP(target);
         targets.swap(this->_values);
         for (Ptr& target : targets)
             subRefCP(target);

@@ -38,18 +38,18 @@ template <class Desc> class SimpleAttachment : public Attachment {
         return ContainerAllocator::makeCopy<SimpleAttachment>(*this);
     }
 
+    /// Not overloaded: descriptions take its address.
     StoredFieldType* getFieldPtr() { return &_field; }
-    const StoredFieldType* getFieldPtr() const { return &_field; }
     StoredFieldType& getField() { return _field; }
     const StoredFieldType& getField() const { return _field; }
     StoredFieldType& editField() { return _field; }
 
-    UInt32 getBinSize(const BitVector& which) override { return Attachment::getBinSize(which); }
+    UInt32 getBinSize(const BitVector& which) override { return binSizeOf(getClassType(), which); }
     void copyToBin(BinaryDataHandler& out, const BitVector& which) override {
-        Attachment::copyToBin(out, which);
+        fieldsToBin(getClassType(), out, which);
     }
     void copyFromBin(BinaryDataHandler& in, const BitVector& which) override {
-        Attachment::copyFromBin(in, which);
+        fieldsFromBin(getClassType(), in, which);
     }
     void dump(UInt32 indent = 0, BitVector flags = 0) const override {
         Attachment::dump(indent, flags);

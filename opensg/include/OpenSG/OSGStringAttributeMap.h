@@ -28,6 +28,7 @@ class OSG_BASE_DLLMAPPING StringAttributeMap : public Attachment {
     std::string& operator[](const std::string& key);
 
     void changed(BitVector which, UInt32 origin) override;
+    void executeSync(FieldContainer& other, const BitVector& which) override;
 
   private:
     /// Place of the key, or the number of keys. The index is rebuilt when it has fallen behind.

@@ -1,0 +1,256 @@
+// Fields: text, bytes, description; base types.
+
+#include <cmath>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGFieldContainerFactory.h>
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGRemoteAspect.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
+#include <OpenSG/OSGSwitchMaterial.h>
+#include <OpenSG/OSGTransform.h>
+
+#include "../support/stream_capture.h"
+
+// What an application writes to hang a payload of its own on containers.
+namespace osg {
+
+struct test_payload {
+    std::shared_ptr<int> shared{new int(0)};
+    bool operator==(const test_payload& other) const { return shared == other.shared; }
+};
+
+template <> struct FieldDataTraits<test_payload> : public FieldTraitsRecurseBase<test_payload> {
+    static DataType _type;
+    static DataType& getType() { return _type; }
+    static const char* getSName() { return "SFTestPayload"; }
+    static const char* getMName() { return "MFTestPayload"; }
+    static bool getFromString(test_payload&, const Char8*&) { return true; }
+    static void putToString(const test_payload&, std::string& text) { text = "\"\""; }
+};
+DataType FieldDataTraits<test_payload>::_type("test_payload", "Root");
+OSG_DLLEXPORT_SFIELD_DEF1(test_payload, );
+OSG_DLLEXPORT_MFIELD_DEF1(test_payload, );
+
+struct TestPayloadDesc {
+    typedef SField<test_payload> FieldTypeT;
+    static FieldDescription* _desc[];
+    static const Char8* getTypeName() { return "TestPayload"; }
+    static const Char8* getFieldName() { return "payload"; }
+    static const Char8* getGroupName() { return "testpayloads"; }
+    static const Char8* getParentTypeName() { return "Attachment"; }
+    static InitContainerF getInitMethod() { return nullptr; }
+    static FieldDescription** getDesc() { return _desc; }
+};
+typedef SimpleAttachment<TestPayloadDesc> TestPayload;
+typedef FCPtr<AttachmentPtr, TestPayload> TestPayloadPtr;
+
+FieldDescription* TestPayloadDesc::_desc[] = {new FieldDescription(
+    FieldTypeT::getClassType(), getFieldName(), OSG_FC_FIELD_IDM_DESC(TestPayload::SimpleField),
+    false, (FieldAccessMethod)(&TestPayload::getFieldPtr))};
+
+// Keeps the payload from travelling.
+template <> UInt32 TestPayload::getBinSize(const BitVector& which) {
+    return Attachment::getBinSize(which);
+}
+template <> void TestPayload::copyToBin(BinaryDataHandler& out, const BitVector& which) {
+    Attachment::copyToBin(out, which);
+}
+template <> void TestPayload::copyFromBin(BinaryDataHandler& in, const BitVector& which) {
+    Attachment::copyFromBin(in, which);
+}
+OSG_FC_DLLEXPORT_DEF(SimpleAttachment, TestPayloadDesc, );
+
+} // namespace osg
+
+namespace {
+
+using namespace osg;
+
+/// Bytes to and fro.
+class byte_store : public BinaryDataHandler {
+  public:
+    std::vector<UInt8> bytes;
+    std::size_t at = 0;
+
+  protected:
+    void write(const void* source, UInt32 count) override {
+        const auto* first = static_cast<const UInt8*>(source);
+        bytes.insert(bytes.end(), first, first + count);
+    }
+    void read(void* target, UInt32 count) override {
+        ASSERT_LE(at + count, bytes.size());
+        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count,
+                    static_cast<UInt8*>(target));
+        at += count;
+    }
+};
+
+TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
+    const RefPtr<NodePtr> node(Node::create());
+    const TestPayloadPtr made = TestPayload::create();
+    node->addAttachment(made);
+    EXPECT_EQ(node->findAttachment(TestPayload::getClassType().getGroupId()), made);
+    EXPECT_STREQ(FieldContainerFactory::the()->findGroupName(made->getGroupId()), "testpayloads");
+    EXPECT_TRUE(made->getType().isDerivedFrom(Attachment::getClassType()));
+    EXPECT_EQ(TestPayload::SimpleFieldId, 3u);
+    EXPECT_EQ(AttachmentPtr(made)->getField("payload"), made->getFieldPtr());
+
+    const TestPayloadPtr other = TestPayload::create();
+    const RefPtr<TestPayloadPtr> held(other);
+    EXPECT_FALSE(other->getField().equals(made->getField()));
+    other->executeSync(*made, TestPayload::SimpleFieldMask);
+    EXPECT_EQ(other->getField().getValue().shared, made->getField().getValue().shared);
+
+    // The base class's call deals with the base class's fields.
+    EXPECT_EQ(made->getBinSize(TestPayload::SimpleFieldMask), 0u);
+    byte_store store;
+    made->copyToBin(store, FieldBits::AllFields);
+    EXPECT_EQ(store.bytes.size(), made->getBinSize(FieldBits::AllFields));
+    other->copyFromBin(store, FieldBits::AllFields);
+    EXPECT_EQ(store.at, store.bytes.size());
+
+    MField<test_payload> many;
+    many.pushValueByStr("anything");
+    many.pushValueByStr("");
+    EXPECT_EQ(many.getSize(), 2u);
+    std::string text;
+    EXPECT_EQ(many.getValueByStr(text), "\"\", \"\"");
+    const morva_test::stream_capture out(std::cout);
+    many.dump();
+    made->getField().dump();
+    EXPECT_EQ(out.text(), "STMFST : \n\n");
+}
+
+TEST(BinaryForm, OfEveryTypeIsAsLongAsToldAndReadsBack) {
+    const RefPtr<NodePtr> carrier(Node::create());
+    for (UInt32 id = 1; id < 2000; ++id) {
+        const FieldContainerType* type = FieldContainerFactory::the()->findType(id);
+        if (type == nullptr || type->isAbstract())
+            continue;
+        SCOPED_TRACE(type->getCName());
+        const FieldContainerRefPtr first(type->createFieldContainer());
+        const FieldContainerRefPtr second(type->createFieldContainer());
+        if (const auto attachment = AttachmentPtr::dcast(first.get()); attachment != NullFC)
+            carrier->addAttachment(attachment); // has a parent to tell of
+        if (const auto named = AttachmentContainerPtr::dcast(first.get()); named != NullFC)
+            setName(named, "named");
+        byte_store written, again;
+        first->copyToBin(written, FieldBits::AllFields);
+        EXPECT_EQ(written.bytes.size(), first->getBinSize(FieldBits::AllFields));
+        second->copyFromBin(written, FieldBits::AllFields);
+        EXPECT_EQ(written.at, written.bytes.size());
+        second->copyToBin(again, FieldBits::AllFields);
+        EXPECT_EQ(again.bytes, written.bytes);
+        // As transport left it: the parents entry is not backed by the parent's own list.
+        if (const auto attachment = AttachmentPtr::dcast(second.get()); attachment != NullFC)
+            attachment->getParents().clear();
+    }
+}
+
+TEST(OwnedFields, CountWhateverWayTheyAreSet) {
+    const RefPtr<GroupPtr> core(Group::create());
+    const RefPtr<NodePtr> first(makeNodeFor(core.get()));
+    {
+        const RefPtr<NodePtr> second(Node::create());
+        AttachmentContainerPtr(second)->getField("core")->setAbstrValue(*first->getSFCore());
+        EXPECT_EQ(core.get().getRefCount(), 3u);
+        byte_store store;
+        first->copyToBin(store, Node::CoreFieldMask);
+        second->copyFromBin(store, Node::CoreFieldMask);
+        EXPECT_EQ(core.get().getRefCount(), 3u);
+    }
+    EXPECT_EQ(core.get().getRefCount(), 2u);
+
+    const RefPtr<SwitchMaterialPtr> from(SwitchMaterial::create());
+    from->addMaterial(SwitchMaterial::create());
+    from->addMaterial(from->getMaterials(0));
+    {
+        const RefPtr<SwitchMaterialPtr> to(SwitchMaterial::create());
+        to->addMaterial(SwitchMaterial::create());
+        to->getField("materials")->setAbstrValue(*from->getMFMaterials());
+        EXPECT_EQ(from->getMaterial(0).getRefCount(), 4u);
+        byte_store store;
+        from->copyToBin(store, SwitchMaterial::MaterialsFieldMask);
+        to->copyFromBin(store, SwitchMaterial::MaterialsFieldMask);
+        EXPECT_EQ(from->getMaterial(0).getRefCount(), 4u);
+    }
+    EXPECT_EQ(from->getMaterial(0).getRefCount(), 2u);
+}
+
+TEST(StringAttributes, AreFoundAfterASyncThatChangedTheKeys) {
+    const RefPtr<StringAttributeMapPtr> to(StringAttributeMap::create());
+    const RefPtr<StringAttributeMapPtr> from(StringAttributeMap::create());
+    to->setAttribute("old", "1");
+    from->setAttribute("new", "2");
+    to->executeSync(*from, FieldBits::AllFields);
+    EXPECT_EQ(to->getAttribute("new"), "2");
+    EXPECT_FALSE(to->hasAttribute("old"));
+}
+
+TEST(Real16, KeepsEveryNumberOfItsOwnAndRoundsTheOthersToEven) {
+    for (UInt32 bits = 0; bits < 0x10000; ++bits) {
+        const Real16 number = Real16::ofBits(static_cast<UInt16>(bits));
+        if (std::isnan(number))
+            EXPECT_TRUE(std::isnan(Real16(static_cast<Real32>(number))));
+        else
+            ASSERT_EQ(Real16(static_cast<Real32>(number)).bits(), bits);
+    }
+    const std::pair<Real32, Real32> table[] = {
+        {2049.f, 2048.f},    {2051.f, 2052.f}, {65519.f, 65504.f},
+        {65520.f, INFINITY}, {0x1p-25f, 0.f},  {0x1.8p-25f, 0x1p-24f},
+        {0x1p-26f, 0.f},     {1e-40f, 0.f},    {-0x1.ffcp-15f, -0x1p-14f},
+        {1e30f, INFINITY}};
+    for (const auto& row : table)
+        EXPECT_EQ(static_cast<Real32>(Real16(row.first)), row.second) << row.first;
+}
+
+TEST(Fields, TextForms) {
+    std::string text = "old";
+    EXPECT_EQ(SFReal32(0.1f).getValueByStr(text), "1.000000e-01");
+    EXPECT_EQ(SFVec3f(Vec3f(1, 2, 3)).getValueByStr(text),
+              "1.000000e+00  2.000000e+00  3.000000e+00");
+    EXPECT_EQ(SFBool(true).getValueByStr(text), "TRUE");
+    EXPECT_EQ(SFString("a\"b").getValueByStr(text), "\"a\\\"b\"");
+    MFInt32 numbers;
+    numbers.pushValueByStr("4");
+    numbers.pushValueByStr("-5");
+    text = ">";
+    EXPECT_EQ(numbers.getValueByStr(text), ">4, -5") << "a multi field appends";
+
+    SFVec3f parsed;
+    parsed.pushValueByStr("1.5, -2 3e2");
+    EXPECT_EQ(parsed.getValue()[2], 300.f);
+    MField<UInt8> limited;
+    for (const char* number : {"300", "-1", "nan", "1e30", "7.9"})
+        limited.pushValueByStr(number);
+    EXPECT_EQ(limited.getValues(), (std::vector<UInt8>{255, 0, 0, 255, 7}));
+    SFString unquoted;
+    unquoted.pushValueByStr(nullptr);
+    unquoted.pushValueByStr("\"x\\\"y\" rest");
+    EXPECT_EQ(unquoted.getValue(), "x\"y");
+}
+
+TEST(Fields, AbstractCopyAndEqualityAreExactAndTyped) {
+    SFReal32 a(1.f);
+    SFReal32 b(1.f + 1e-7f);
+    EXPECT_FALSE(a.equals(b)) << "no tolerance";
+    b.setAbstrValue(a);
+    EXPECT_TRUE(a.equals(b));
+    const SFInt32 other(1);
+    EXPECT_FALSE(a.equals(other));
+    a.setAbstrValue(other);
+    EXPECT_EQ(a.getValue(), 1.f) << "another type changes nothing";
+    EXPECT_EQ(&a.getType(), &SFReal32::getClassType());
+    EXPECT_STREQ(MFInt32::getClassType().getCName(), "MFInt32");
+    EXPECT_EQ(MFInt32::getClassType().getCardinality(), FieldType::MULTI_FIELD);
+}
+
+} // namespace
