@@ -10,6 +10,7 @@
 // IndexMapping one index serves every property. With a mapping of k entries each vertex has k
 // indices side by side, and the bits of entry j tell which properties take the j-th.
 
+#include "OSGAction.h"
 #include "OSGGeoProperty.h"
 #include "OSGMaterialDrawable.h"
 
@@ -94,6 +95,10 @@ class OSG_SYSTEMLIB_DLLMAPPING Geometry : public MaterialDrawable {
     TriangleIterator endTriangles() const;
     LineIterator beginLines() const;
     LineIterator endLines() const;
+
+    /// Hits the action with every triangle that its line meets, in the core's own frame. Skip if
+    /// the line misses the current node's volume.
+    Action::ResultE intersect(Action* action);
 
     /// Extends by the positions that primitives use; what the children said is lost.
     void adjustVolume(Volume& volume) override;

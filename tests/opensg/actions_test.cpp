@@ -1,0 +1,352 @@
+// Walks, and the first hit of a ray.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGComponentTransform.h>
+#include <OpenSG/OSGIntersectAction.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGSwitch.h>
+
+#include <cmath>
+#include <limits>
+#include <memory>
+#include <random>
+#include <string>
+
+#include "geometry_support.h"
+
+namespace {
+
+using namespace geometry_test;
+
+typedef std::unique_ptr<IntersectAction> pick;
+
+NodePtr under(const NodeCorePtr& core, const std::vector<NodePtr>& children,
+              const char* name = "") {
+    const NodePtr node = makeNodeFor(core);
+    for (const NodePtr& child : children)
+        node->addChild(child);
+    setName(node, name);
+    return node;
+}
+
+NodePtr placed(const Matrix& matrix, const std::vector<NodePtr>& children) {
+    const TransformPtr core = Transform::create();
+    core->setMatrix(matrix);
+    return under(core, children);
+}
+
+/// The triangle (0,0,z) (1,0,z) (0,1,z).
+NodePtr flatTriangle(Real32 z) {
+    return under(makeTriangles({{0, 0, z}, {1, 0, z}, {0, 1, z}}).get(), {});
+}
+
+const Line downward(Pnt3f(.25f, .25f, 10), Vec3f(0, 0, -1));
+
+std::string visited;
+
+Action::ResultE enterNamed(CNodePtr& node, Action* action) {
+    EXPECT_EQ(node.getNode(), action->getActNode());
+    const std::string name = getName(node.getNode());
+    visited += name;
+    if (name == "last" && action->getNNodes() != 0) {
+        action->addNode(action->getNode(action->getNNodes() - 1));
+    } else if (name == "none") {
+        action->useNodeList();
+    }
+    return name == "skip" ? Action::Skip : name == "quit" ? Action::Quit : Action::Continue;
+}
+
+Action::ResultE leaveNamed(CNodePtr& node, Action*) {
+    visited += std::string("/") + getName(node.getNode());
+    return Action::Continue;
+}
+
+std::string walkOf(const NodePtr& root, Action::ResultE expected, UInt32 mask = 0xFFFFFFFFu) {
+    const RefPtr<NodePtr> held(root);
+    const std::unique_ptr<Action> action(Action::create());
+    const auto enter =
+        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&enterNamed);
+    const auto leave =
+        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&leaveNamed);
+    action->registerEnterFunction(Group::getClassType(), enter);
+    action->registerLeaveFunction(Group::getClassType(), leave);
+    action->setTravMask(mask);
+    visited.clear();
+    EXPECT_EQ(action->apply(root), expected);
+    return visited;
+}
+
+NodePtr named(const char* name, const std::vector<NodePtr>& children = {}) {
+    return under(Group::create(), children, name);
+}
+
+TEST(Walk, FollowsWhatTheFunctionsAnswer) {
+    EXPECT_EQ(walkOf(named("a", {named("b"), named("c")}), Action::Continue), "ab/bc/c/a");
+    EXPECT_EQ(walkOf(named("a", {named("skip", {named("b")}), named("c")}), Action::Continue),
+              "askipc/c/a");
+    EXPECT_EQ(
+        walkOf(named("a", {named("b", {named("quit", {named("c")})}), named("d")}), Action::Quit),
+        "abquit/b/a");
+    EXPECT_EQ(walkOf(named("last", {named("b"), named("c")}), Action::Continue), "lastc/c/last");
+    EXPECT_EQ(walkOf(named("none", {named("b")}), Action::Continue), "none/none");
+    EXPECT_EQ(walkOf(under(MaterialGroup::create(), {named("b")}, "x"), Action::Continue), "b/b")
+        << "by the exact type, and what has no function is gone through";
+    EXPECT_EQ(walkOf(named("a", {Node::create(), named("b")}), Action::Quit), "a/a") << "no core";
+    EXPECT_EQ(walkOf(NullFC, Action::Continue), "");
+
+    const NodePtr hidden = named("b", {named("c")});
+    hidden->setTravMask(2);
+    EXPECT_EQ(walkOf(named("a", {hidden, named("d")}), Action::Continue, 5), "ad/d/a");
+}
+
+TEST(Walk, IsNoDeeperInTheStackForALongChain) {
+    NodePtr root = flatTriangle(0);
+    for (int i = 0; i < 20000; ++i)
+        root = under(Group::create(), {root});
+    const RefPtr<NodePtr> held(root);
+    const pick action(IntersectAction::create(downward));
+    action->apply(root);
+    EXPECT_TRUE(action->didHit());
+}
+
+struct name_collector {
+    std::string names;
+    Action::ResultE enter(NodePtr& node) {
+        names += getName(node);
+        return names.back() == 's' ? Action::Skip : Action::Continue;
+    }
+};
+Action::ResultE quitAtB(NodePtr& node, Action::ResultE) {
+    return *getName(node) == 'b' ? Action::Quit : Action::Continue;
+}
+
+TEST(Traverse, CallsEveryNodeWhateverItsMask) {
+    const RefPtr<NodePtr> root(named("a", {named("s", {named("x")}), named("b"), named("c")}));
+    root->getChild(1)->setTravMask(0);
+    name_collector collector;
+    const auto enter =
+        osgTypedMethodFunctor1ObjPtrCPtrRef<Action::ResultE, name_collector, NodePtr>(
+            &collector, &name_collector::enter);
+    EXPECT_EQ(traverse(root, enter), Action::Continue);
+    EXPECT_EQ(collector.names, "asbc");
+    collector.names.clear();
+    const auto leave =
+        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, NodePtr, Action::ResultE>(&quitAtB);
+    EXPECT_EQ(traverse(root, enter, leave), Action::Quit);
+    EXPECT_EQ(collector.names, "asb");
+}
+
+TEST(SetHit, TakesNearerAndEquallyNearHitsWithinTheDistance) {
+    const RefPtr<NodePtr> root(named("", {}));
+    const pick action(IntersectAction::create(downward, 5.f));
+    EXPECT_EQ(action->getHitT(), -1.f);
+    EXPECT_EQ(action->getHitTriangle(), -1);
+    action->apply(root);
+    Vec3f normal(0, 0, 1);
+    const struct {
+        Real32 t;
+        Int32 triangle, expected;
+    } table[] = {{-.5f, 1, -1}, {5.5f, 2, -1}, {std::nanf(""), 3, -1},
+                 {5.f, 4, 4},   {3.f, 5, 5},   {4.f, 6, 5},
+                 {3.f, 7, 7},   {0.f, 8, 8}};
+    for (const auto& row : table) {
+        action->setHit(row.t, root, row.triangle, normal);
+        EXPECT_EQ(action->getHitTriangle(), row.expected) << row.t;
+        EXPECT_EQ(action->didHit(), row.expected >= 0);
+    }
+    EXPECT_EQ(action->getHitPoint(), downward.getPosition());
+    EXPECT_EQ(action->setEnterLeave(0.f, 1.f), Action::Continue);
+    EXPECT_EQ(action->setEnterLeave(1.f, 2.f), Action::Skip) << "behind the hit";
+    EXPECT_EQ(action->setEnterLeave(-2.f, -1.f), Action::Skip);
+    EXPECT_EQ(action->setEnterLeave(-1.f, 6.f), Action::Continue);
+    action->apply(root);
+    EXPECT_FALSE(action->didHit()) << "each walk begins anew";
+    EXPECT_EQ(action->setEnterLeave(5.5f, 6.f), Action::Skip) << "beyond the distance";
+
+    const pick lineless(IntersectAction::create());
+    EXPECT_EQ(lineless->getMaxDist(), 0.f);
+}
+
+/// Which of the triangles at heights 1 to n below `core` is hit from above; 0 for none.
+Real32 heightHitBelow(const NodeCorePtr& core, int n) {
+    std::vector<NodePtr> children;
+    for (int i = 1; i <= n; ++i)
+        children.push_back(flatTriangle(static_cast<Real32>(i)));
+    const RefPtr<NodePtr> root(under(core, children));
+    const pick action(IntersectAction::create(downward));
+    action->apply(root);
+    return action->didHit() ? action->getHitPoint()[2] : 0.f;
+}
+
+TEST(IntersectDefaults, SwitchesShowTheirChoice) {
+    for (const Int32 choice : {-3, -2, -1, 0, 1, 2, 3}) {
+        const SwitchPtr core = Switch::create();
+        core->setChoice(choice);
+        const Real32 expected = choice == Switch::ALL       ? 3.f
+                                : choice >= 0 && choice < 3 ? static_cast<Real32>(choice + 1)
+                                                            : 0.f;
+        EXPECT_EQ(heightHitBelow(core, 3), expected) << choice;
+    }
+    EXPECT_EQ(heightHitBelow(MaterialGroup::create(), 2), 2.f);
+}
+
+TEST(IntersectDefaults, AValidVolumeSparesTheWalkAStaleOneDoesNot) {
+    const RefPtr<NodePtr> root(named("", {flatTriangle(0)}));
+    const pick action(IntersectAction::create(downward));
+    DynamicVolume aside;
+    aside.extendBy(Pnt3f(50, 50, 50));
+    root->editVolume(false) = aside;
+    action->apply(root);
+    EXPECT_FALSE(action->didHit());
+    root->invalidateVolume();
+    action->apply(root);
+    EXPECT_TRUE(action->didHit());
+}
+
+Action::ResultE hitNothing(CNodePtr&, Action*) { return Action::Continue; }
+
+TEST(IntersectDefaults, NewFunctionsHoldForActionsMadeAfterwards) {
+    const RefPtr<NodePtr> root(flatTriangle(0));
+    const pick before(IntersectAction::create(downward));
+    IntersectAction::registerEnterDefault(
+        Geometry::getClassType(),
+        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&hitNothing));
+    const pick between(IntersectAction::create(downward));
+    IntersectAction::registerEnterDefault(
+        Geometry::getClassType(),
+        osgTypedMethodFunctor2BaseCPtrRef<Action::ResultE, GeometryPtr, CNodePtr, Action*>(
+            &Geometry::intersect));
+    const pick after(IntersectAction::create(downward));
+    for (const pick* action : {&before, &between, &after})
+        (*action)->apply(root);
+    EXPECT_TRUE(before->didHit());
+    EXPECT_FALSE(between->didHit());
+    EXPECT_TRUE(after->didHit());
+}
+
+TEST(IntersectFrames, ScalesMirrorsAndFlatMatricesKeepTheirUnits) {
+    Matrix scaled;
+    scaled.setScale(2, 4, -8);
+    Matrix flat;
+    flat.setScale(1, 1, 0);
+    Matrix tiny;
+    tiny.setScale(1e-7f, 1e-7f, 1e-7f);
+    Matrix huge;
+    huge.setScale(1e7f, 1e7f, 1e7f);
+    const RefPtr<NodePtr> root(
+        named("", {placed(flat, {flatTriangle(9)}),
+                   placed(scaled, {placed(tiny, {placed(huge, {flatTriangle(.5f)})})}),
+                   flatTriangle(-6)}));
+    const pick action(IntersectAction::create(downward, 15.f));
+    action->apply(root);
+    ASSERT_TRUE(action->didHit());
+    EXPECT_NEAR(action->getHitT(), 14.f, 1e-4f);
+    EXPECT_NEAR(action->getHitPoint()[2], -4.f, 1e-4f);
+    EXPECT_NEAR(action->getHitNormal().dot(Vec3f(0, 0, -1)), 1.f, 1e-5f) << "mirrored";
+    EXPECT_EQ(action->getMaxDist(), 15.f);
+    EXPECT_EQ(action->getLine().getPosition(), downward.getPosition());
+    EXPECT_EQ(action->getLine().getDirection(), downward.getDirection());
+    action->setLine(downward, 13.5f);
+    action->apply(root);
+    EXPECT_FALSE(action->didHit()) << "the distance holds in all frames";
+}
+
+struct random_scene {
+    std::mt19937 rng{77};
+    std::vector<points> world; ///< triangles, in order of the walk
+    std::vector<NodePtr> owner;
+
+    Real32 real(Real32 low, Real32 high) {
+        return std::uniform_real_distribution<Real32>(low, high)(rng);
+    }
+    Vec3f vector(Real32 reach) {
+        return Vec3f(real(-reach, reach), real(-reach, reach), real(-reach, reach));
+    }
+    NodePtr build(const Matrix& toWorld, int depth) {
+        if (depth == 0 || rng() % 4 == 0)
+            return geometry(toWorld);
+        Matrix matrix;
+        NodeCorePtr core = Group::create();
+        if (rng() % 3 != 0) {
+            matrix.setTransform(vector(4), Quaternion(vector(1), real(0, 6)),
+                                Vec3f(real(.3f, 3), real(.3f, 3), real(-3, -.3f)));
+            const TransformPtr transform =
+                rng() % 2 != 0 ? Transform::create() : TransformPtr(ComponentTransform::create());
+            transform->setMatrix(matrix);
+            core = transform;
+        }
+        Matrix below = toWorld;
+        below.mult(matrix);
+        std::vector<NodePtr> children;
+        for (UInt32 i = rng() % 4; i-- > 0;)
+            children.push_back(build(below, depth - 1));
+        return under(core, children);
+    }
+    NodePtr geometry(const Matrix& toWorld) {
+        points corners_of_all;
+        const NodePtr node = makeNodeFor(NullFC);
+        for (UInt32 i = rng() % 5; i-- > 0;) {
+            points triangle;
+            for (int k = 0; k < 3; ++k) {
+                corners_of_all.push_back(Pnt3f(vector(3)));
+                Pnt3f moved;
+                toWorld.multMatrixPnt(corners_of_all.back(), moved);
+                triangle.push_back(moved);
+            }
+            world.push_back(triangle);
+            owner.push_back(node);
+        }
+        node->setCore(makeTriangles(corners_of_all).get());
+        return node;
+    }
+};
+
+TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
+    int hits = 0;
+    for (int round = 0; round < 200; ++round) {
+        SCOPED_TRACE(round);
+        random_scene scene;
+        scene.rng.seed(static_cast<unsigned>(round));
+        const RefPtr<NodePtr> root(scene.build(Matrix(), 4));
+        if (round % 2 == 0)
+            root->updateVolume();
+        for (int ray = 0; ray < 10; ++ray) {
+            const Pnt3f eye(scene.vector(12));
+            Pnt3f aim(scene.vector(3));
+            if (!scene.world.empty()) { // at the middle of some triangle
+                const points& t = scene.world[scene.rng() % scene.world.size()];
+                aim = t[0] + ((t[1] - t[0]) + (t[2] - t[0])) / 3.f;
+            }
+            const Line line(eye, aim);
+            const Real32 reach = ray % 3 == 0 ? 10.f : Inf;
+            const pick action(IntersectAction::create(line, reach));
+            action->apply(root);
+            std::size_t nearest = scene.world.size();
+            Real32 best = reach;
+            Vec3f best_normal;
+            for (std::size_t i = 0; i < scene.world.size(); ++i) {
+                const points& t = scene.world[i];
+                Real32 at;
+                Vec3f normal;
+                if (line.intersect(t[0], t[1], t[2], at, &normal) && at >= 0 && at <= best)
+                    best = at, nearest = i, best_normal = normal;
+            }
+            // At an edge the two ways may differ by a rounding; the seeds have no such ray.
+            ASSERT_EQ(action->didHit(), nearest < scene.world.size());
+            if (!action->didHit())
+                continue;
+            ++hits;
+            EXPECT_NEAR(action->getHitT(), best, 1e-3f);
+            EXPECT_LT((action->getHitPoint() - (line.getPosition() + line.getDirection() * best))
+                          .length(),
+                      1e-2f);
+            EXPECT_EQ(action->getHitObject(), scene.owner[nearest]);
+            EXPECT_NEAR(std::abs(action->getHitNormal().dot(best_normal)), 1.f, 1e-3f);
+        }
+    }
+    EXPECT_GT(hits, 300);
+}
+
+} // namespace
