@@ -140,8 +140,9 @@ void Node::subChild(const NodePtr& child) {
         return;
     }
     child->_sfParent.setValue(NodePtr());
-    _mfChildren.erase(_mfChildren.begin() + index);
+    // In this order: the argument may be the very entry that goes.
     subRefCP(child);
+    _mfChildren.erase(_mfChildren.begin() + index);
     invalidateVolume();
 }
 

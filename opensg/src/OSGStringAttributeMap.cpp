@@ -23,15 +23,16 @@ std::string& StringAttributeMap::operator[](const std::string& key) {
     const std::size_t place = placeOf(key);
     if (place < _mfKeys.size())
         return _mfValues[place];
-    _mfValues.resize(_mfKeys.size());
     _places[key] = _mfKeys.size();
     _mfKeys.push_back(key);
+    _mfValues.resize(_mfKeys.size() - 1);
     _mfValues.push_back(std::string());
     return _mfValues.back();
 }
 
 void StringAttributeMap::setAttribute(const std::string& key, const std::string& value) {
-    (*this)[key] = value;
+    const std::string kept = value; // the argument may be a value of this map, which moves
+    (*this)[key] = kept;
 }
 
 bool StringAttributeMap::getAttribute(const std::string& key, std::string& value) const {

@@ -47,7 +47,8 @@ const Line downward(Pnt3f(.25f, .25f, 10), Vec3f(0, 0, -1));
 std::string visited;
 
 Action::ResultE enterNamed(CNodePtr& node, Action* action) {
-    EXPECT_EQ(node.getNode(), action->getActNode());
+    EXPECT_EQ(NodePtr(node), action->getActNode());
+    EXPECT_EQ(node.getCore().getCPtr(), node.operator->());
     const std::string name = getName(node.getNode());
     visited += name;
     if (name == "last" && action->getNNodes() != 0) {

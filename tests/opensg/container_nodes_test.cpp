@@ -62,6 +62,13 @@ TEST(NodeChildren, InsertAndReplaceKeepTheOrderTold) {
     EXPECT_EQ(f.root->findChild(f.root.get()), -1);
 }
 
+TEST(NodeChildren, AnEntryOfTheListItselfCanBeTakenOff) {
+    family f(3);
+    f.root->subChild((*f.root->getMFChildren())[1]);
+    EXPECT_EQ(f.order(), (order{f.child[0], f.child[2]}));
+    EXPECT_EQ(f.child[2].getRefCount(), 1u);
+}
+
 TEST(NodeChildren, NoNodeComesBelowItself) {
     family f(1);
     f.child[0]->addChild(f.root.get());
@@ -207,6 +214,11 @@ TEST(StringAttributes, KeepTheOrderOfKeys) {
     EXPECT_TRUE(map->getAttribute("b", value));
     EXPECT_EQ(value, "3");
     EXPECT_EQ(map->getAttribute("c"), "");
+    for (char c = 'd'; c < 'z'; ++c) {
+        map->setAttribute("b", std::string(100, c));
+        map->setAttribute(std::string(1, c), (*map.getCPtr())["b"]); // a value that moves
+        EXPECT_EQ(map->getAttribute(std::string(1, c)), std::string(100, c));
+    }
     (*map.getCPtr())["c"] = "4";
     EXPECT_TRUE(map->hasAttribute("c"));
 }

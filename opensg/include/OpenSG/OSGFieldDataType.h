@@ -75,14 +75,18 @@ template <class T> struct FieldTraitsPlainBase : public FieldTraitsRecurseBase<T
     static UInt32 getBinSize(const T*, UInt32 count) { return count * UInt32(sizeof(T)); }
     static void copyToBin(BinaryDataHandler& out, const T& value) { out.put(&value, sizeof(T)); }
     static void copyToBin(BinaryDataHandler& out, const T* values, UInt32 count) {
-        if (count != 0)
-            out.put(values, count * UInt32(sizeof(T)));
+        for (UInt32 done = 0; done < count; done += portionOf(count - done))
+            out.put(values + done, portionOf(count - done) * UInt32(sizeof(T)));
     }
     static void copyFromBin(BinaryDataHandler& in, T& value) { in.get(&value, sizeof(T)); }
     static void copyFromBin(BinaryDataHandler& in, T* values, UInt32 count) {
-        if (count != 0)
-            in.get(values, count * UInt32(sizeof(T)));
+        for (UInt32 done = 0; done < count; done += portionOf(count - done))
+            in.get(values + done, portionOf(count - done) * UInt32(sizeof(T)));
     }
+
+  private:
+    /// What one call can take: bytes are counted in 32 bits.
+    static UInt32 portionOf(UInt32 count) { return count < (1u << 24) ? count : 1u << 24; }
 };
 
 /// Whether T travels and is compared as plain memory.

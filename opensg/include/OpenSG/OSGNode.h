@@ -100,6 +100,8 @@ class OSG_BASE_DLLMAPPING CNodePtr {
     bool operator==(const NullFieldContainerPtr& null) const { return _node == null; }
     bool operator!=(const NullFieldContainerPtr& null) const { return _node != null; }
     explicit operator bool() const { return static_cast<bool>(_node); }
+    bool operator!() const { return !_node; }
+    explicit operator NodePtr() const { return _node; }
 
   private:
     NodePtr _node;
