@@ -4,12 +4,9 @@
 
 #include <gtest/gtest.h>
 
-#include <random>
-
 namespace {
 
-using tri::osg_geoset;
-using piece = std::vector<::osg::Pnt3f>;
+using namespace tri;
 
 struct halves {
     int pieces = -1;
@@ -18,18 +15,10 @@ struct halves {
 };
 
 halves halve(osg_geoset& geoset, int edge, bool by_axis, unsigned long element = 0) {
-    halves result;
-    testing::internal::CaptureStdout();
-    geoset.splitElementInTwoParts(element, result.pieces, result.first, edge, by_axis);
-    result.told = testing::internal::GetCapturedStdout();
-    return result;
-}
-
-/// Triangles as a geoset, even those that extraction would leave out.
-void fillRaw(osg_geoset& geoset, const piece& corners) {
-    geoset.geometry = tri::soup(corners);
-    geoset.vertex_count = corners.size();
-    geoset.setup();
+    halves r;
+    r.told =
+        toldBy([&] { geoset.splitElementInTwoParts(element, r.pieces, r.first, edge, by_axis); });
+    return r;
 }
 
 TEST(CutInHalves, TakesTheMiddleOfTheEdgeAskedForOrOfTheLongest) {
@@ -69,10 +58,10 @@ TEST(CutInHalves, TakesTheMiddleOfTheEdgeAskedForOrOfTheLongest) {
         EXPECT_EQ(found.told, "");
         EXPECT_EQ(found.first, 1U);
         ASSERT_EQ(found.pieces, 1);
-        EXPECT_EQ(tri::cornersOf(geoset, 1), given.added);
-        EXPECT_EQ(tri::cornersOf(geoset, 0), given.stays);
+        EXPECT_EQ(cornersOf(geoset, 1), given.added);
+        EXPECT_EQ(cornersOf(geoset, 0), given.stays);
         EXPECT_EQ(geoset.split_axis, -1) << "no plane was asked for";
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
+        EXPECT_EQ(broken_rule_of(geoset), "");
     }
 }
 
@@ -102,7 +91,7 @@ TEST(CutInHalves, CutsSliversAndWhoAsksForItAcrossTheLongestAxis) {
         EXPECT_GT(found.pieces, 0);
         EXPECT_EQ(geoset.split_axis, given.axis);
         EXPECT_EQ(geoset.split_plane, given.plane);
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
+        EXPECT_EQ(broken_rule_of(geoset), "");
     }
 }
 
@@ -134,10 +123,10 @@ TEST(CutInHalves, ConservesAreaWindingAndIdOverManyCuts) {
         for (::osg::Pnt3f& p : corners)
             p = ::osg::Pnt3f(anywhere(rng), anywhere(rng), anywhere(rng));
         osg_geoset geoset;
-        tri::fillGeoset(geoset, corners, true);
+        fillGeoset(geoset, corners, true);
         std::vector<::osg::Vec3d> whole, parts(geoset.size);
         for (std::size_t i = 0; i < parts.size(); ++i)
-            whole.push_back(tri::areaOf(tri::cornersOf(geoset, i)));
+            whole.push_back(areaOf(cornersOf(geoset, i)));
         int refused = 0;
         for (int i = 0; i < 300; ++i) {
             const halves found =
@@ -148,13 +137,13 @@ TEST(CutInHalves, ConservesAreaWindingAndIdOverManyCuts) {
         for (std::size_t i = 0; i < geoset.size; ++i) {
             const auto id = static_cast<std::size_t>(
                 geoset.geometry->getTexCoords7()->getValue(static_cast<::osg::UInt32>(3 * i))[0]);
-            const ::osg::Vec3d area = tri::areaOf(tri::cornersOf(geoset, i));
+            const ::osg::Vec3d area = areaOf(cornersOf(geoset, i));
             EXPECT_GT(area.dot(whole[id]), 0.0);
             parts[id] += area;
         }
         for (std::size_t i = 0; i < parts.size(); ++i)
             EXPECT_NEAR((parts[i] - whole[i]).length(), 0.0, 1e-4);
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
+        EXPECT_EQ(broken_rule_of(geoset), "");
     }
 }
 

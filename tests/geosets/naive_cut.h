@@ -16,8 +16,6 @@
 
 namespace tri {
 
-using piece = std::vector<::osg::Pnt3f>;
-
 /// What a cut of one triangle should give.
 struct naive_result {
     std::vector<piece> added;

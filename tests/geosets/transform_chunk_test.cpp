@@ -77,9 +77,7 @@ TEST(AddTransformChunk, AddsOneToAMaterialWithoutAndLeavesOthersAlone) {
 
     const ::osg::GeometryRefPtr other(tri::soup({::osg::Pnt3f(50, 50, 50)}));
     other->setMaterial(::osg::SwitchMaterial::create());
-    testing::internal::CaptureStdout();
-    addTransformChunk(other.get());
-    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+    EXPECT_EQ(tri::toldBy([&] { addTransformChunk(other.get()); }),
               "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
     EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
 
