@@ -15,18 +15,6 @@ namespace {
 
 using namespace tri;
 
-struct cut_result {
-    int pieces = -1;
-    unsigned long first = 0;
-    std::string told;
-};
-
-cut_result cut(osg_geoset& geoset, unsigned long element, double plane, int axis) {
-    cut_result r;
-    r.told = toldBy([&] { geoset.splitElement(element, plane, axis, r.pieces, r.first); });
-    return r;
-}
-
 ::osg::Pnt3f randomPoint(std::mt19937& rng, int kind) {
     static const float offsets[] = {0.0F, 1e6F, -3e4F};
     std::uniform_real_distribution<float> anywhere(-2.0F, 2.0F);
@@ -195,6 +183,8 @@ TEST(CutElement, KeepsAClosedSurfaceClosedAndItsAreaAndWinding) {
         osg_geoset geoset;
         fillGeoset(geoset, roughBall(rng, 12, 24), true);
         ASSERT_EQ(openEdges(geoset), 0U);
+        geoset.convert();
+        const rows uncut = rowsOf(geoset.geometry.get(), geoset.vertex_count);
         const double area = areaOfAll(geoset);
         const int axis = static_cast<int>(seed % 3);
         const unsigned long count = geoset.size;
@@ -221,14 +211,13 @@ TEST(CutElement, KeepsAClosedSurfaceClosedAndItsAreaAndWinding) {
         EXPECT_EQ(broken_rule_of(geoset), "");
 
         // Colours and coordinates are the positions; IDs say which triangle a piece came from.
-        const rows rows = rowsOf(geoset.geometry.get(), geoset.vertex_count);
-        for (std::size_t i = 0; i < rows.size(); ++i) {
+        const rows all = rowsOf(geoset.geometry.get(), geoset.vertex_count);
+        for (const corner& c : all) {
             for (::osg::UInt32 k = 0; k < 3; ++k)
-                ASSERT_NEAR(rows[i].color[k], rows[i].position[k], 2e-4F);
-            ASSERT_NEAR(rows[i].uv[0][1], rows[i].position[1], 2e-4F);
-            ASSERT_LT(rows[i].id, static_cast<float>(count));
-            ASSERT_EQ(rows[i].id, rows[i / 3 * 3].id);
-            ASSERT_NEAR(rows[i].normal.length(), 1.0F, 1e-5F);
+                ASSERT_NEAR(c.color[k], c.position[k], 2e-4F);
+            ASSERT_NEAR(c.uv[0][1], c.position[1], 2e-4F);
+            ASSERT_LT(c.id, static_cast<float>(count));
+            ASSERT_EQ(c.normal, uncut[3 * static_cast<std::size_t>(c.id)].normal);
         }
     }
 }
@@ -247,15 +236,7 @@ TEST(CutInTree, EveryPieceLiesOnItsSideAndNothingIsLost) {
     EXPECT_EQ(broken_rule_of(geoset), "");
     EXPECT_EQ(morva_test::broken_rule_of(tree, geoset, setup), "");
     EXPECT_NEAR(areaOfAll(geoset), area, 1e-5 * area);
-    std::map<float, double> by_id;
-    for (std::size_t i = 0; i < geoset.size; ++i) {
-        by_id[geoset.geometry->getTexCoords7()->getValue(static_cast<::osg::UInt32>(3 * i))[0]] +=
-            areaOf(cornersOf(geoset, i)).length();
-    }
-    EXPECT_EQ(by_id.size(), count) << "every source triangle is still there";
-    const std::size_t refused =
-        static_cast<std::size_t>(std::count(told.begin(), told.end(), '\n'));
-    EXPECT_LT(refused, 10U) << told;
+    EXPECT_LT(std::count(told.begin(), told.end(), '\n'), 10) << told;
 }
 
 } // namespace

@@ -38,10 +38,7 @@ TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     geoset.prepareSimpleTris(1000);
     EXPECT_EQ(broken_rule_of(geoset), "");
 
-    int pieces = 0;
-    unsigned long first = 0;
-    geoset.splitElement(2, 0.5, 1, pieces, first);
-    EXPECT_EQ(pieces, 2);
+    EXPECT_EQ(cut(geoset, 2, 0.5, 1).pieces, 2);
     EXPECT_FALSE(geoset.split_cache.empty());
     geoset.clear();
     EXPECT_EQ(geoset.simple_tris, nullptr);
@@ -64,12 +61,7 @@ TEST(GeosetSetup, ANaNInTheFirstCornerStaysAndAnotherIsPassedOver) {
 
 /// Makes one element more: a triangle is added, a line cut.
 void grow(osg_geoset& geoset) { ASSERT_TRUE(addOne(geoset)); }
-void grow(osg_line_geoset& geoset) {
-    int pieces = 0;
-    unsigned long first = 0;
-    geoset.splitElement(0, 0.5, 0, pieces, first);
-    ASSERT_EQ(pieces, 1);
-}
+void grow(osg_line_geoset& geoset) { ASSERT_EQ(cut(geoset, 0, 0.5, 0).pieces, 1); }
 
 template <typename G>
 void expectGrowth(unsigned wished, unsigned size, std::uint64_t expected, int rows) {
@@ -162,25 +154,6 @@ TEST(GeosetInterpolation, IsExactAtCornersAndLinearElsewhere) {
     EXPECT_EQ(geoset.interpolate_color(99, a, 0), ::osg::Color3f(0.0F, 0.0F, 0.0F));
 }
 
-TEST(GeosetModify, ReshapesAlongTheOldPlaneAndKeepsNormalsAndId) {
-    osg_geoset geoset;
-    fillGeoset(geoset, rowOfTriangles(3), true);
-    geoset.convert();
-    const ::osg::Vec3f normal = geoset.geometry->getNormals()->getValue(3);
-    const piece shape = {{1.25F, 0, 0}, {1.75F, 0, 0}, {1.25F, 0.5F, 0}};
-    geoset.ModifyObject(shape[0], shape[1], shape[2], 1);
-    EXPECT_EQ(cornersOf(geoset, 1), shape);
-    const rows all = rowsOf(geoset.geometry.get(), 9);
-    for (std::size_t k = 0; k < 3; ++k) {
-        for (::osg::UInt32 i = 0; i < 3; ++i)
-            EXPECT_NEAR(all[3 + k].color[i], shape[k][i], 1e-6F);
-        EXPECT_NEAR(all[3 + k].uv[0][0], shape[k][0], 1e-6F);
-        EXPECT_EQ(all[3 + k].id, 1.0F);
-        EXPECT_EQ(all[3 + k].normal, normal);
-    }
-    EXPECT_EQ(broken_rule_of(geoset), "");
-}
-
 TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     osg_geoset geoset;
     fillGeoset(geoset, rowOfTriangles(3), true);
@@ -217,10 +190,7 @@ TEST(Geoset, WorksOnPropertiesInOtherForms) {
     geoset.setup();
     geoset.convert();
     ASSERT_EQ(geoset.size, 4U);
-    int pieces = 0;
-    unsigned long first = 0;
-    geoset.splitElement(1, 0.5, 1, pieces, first);
-    EXPECT_EQ(pieces, 2);
+    EXPECT_EQ(cut(geoset, 1, 0.5, 1).pieces, 2);
     EXPECT_EQ(broken_rule_of(geoset), "");
     EXPECT_NEAR(core->getColors()->getValue(12)[0], 0.5F, 0.01F);
     morva::osg::osg_primitive primitive;

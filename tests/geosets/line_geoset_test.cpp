@@ -29,22 +29,10 @@ void fill(osg_line_geoset& lines, const piece& ends) {
     pour(morva_test::withIds(mesh, 2), lines, set_up);
 }
 
-struct cut_result {
-    int pieces = 7;
-    unsigned long first = 7;
-    std::string told;
-};
-
-cut_result cut(osg_line_geoset& lines, double plane, int axis, unsigned long element = 0) {
-    cut_result r;
-    r.told = toldBy([&] { lines.splitElement(element, plane, axis, r.pieces, r.first); });
-    return r;
-}
-
 TEST(LineSplit, NewLineIsTheFirstHalfAndTheElementKeepsTheSecond) {
     osg_line_geoset lines;
     fill(lines, {{1, 1, 1}, {2, 2, 2}, {0, 0, 0}, {8, 4, 0}});
-    const cut_result found = cut(lines, 2.0, 0, 1);
+    const cut_result found = cut(lines, 1, 2.0, 0);
     EXPECT_EQ(found.pieces, 1);
     EXPECT_EQ(found.first, 2U);
     ASSERT_EQ(lines.size, 3U);
@@ -68,7 +56,7 @@ TEST(LineSplit, NewLineIsTheFirstHalfAndTheElementKeepsTheSecond) {
 TEST(LineSplit, ColourGoesByXAloneWhateverTheAxis) {
     osg_line_geoset lines;
     fill(lines, {{3, 0, 0}, {3, 4, 0}});
-    ASSERT_EQ(cut(lines, 1.0, 1).pieces, 1);
+    ASSERT_EQ(cut(lines, 0, 1.0, 1).pieces, 1);
     EXPECT_EQ(cornersOf(lines, 0)[0], ::osg::Pnt3f(3, 1, 0));
     EXPECT_TRUE(std::isnan(lines.geometry->getColors()->getValue(0)[0])); // 0 divided by 0
     EXPECT_EQ(lines.interpolate_color(1, ::osg::Pnt3f(3, 0, 0), 0), ::osg::Color3f(1, 0, 0));
@@ -94,7 +82,7 @@ TEST(LineSplit, RefusesWithoutChange) {
         SCOPED_TRACE(c.name);
         osg_line_geoset lines;
         fill(lines, c.ends);
-        const cut_result found = cut(lines, c.plane, 0);
+        const cut_result found = cut(lines, 0, c.plane, 0);
         EXPECT_EQ(found.told, c.line);
         EXPECT_EQ(found.pieces, 0);
         EXPECT_EQ(found.first, 1U);
@@ -103,10 +91,10 @@ TEST(LineSplit, RefusesWithoutChange) {
     }
     osg_line_geoset lines;
     fill(lines, {{0, 0, 0}, {1, 0, 0}});
-    EXPECT_EQ(cut(lines, 0.5, 0, 3).pieces, 0) << "there is no line 3";
-    EXPECT_EQ(cut(lines, 0.5, 3).pieces, 0) << "there is no axis 3";
+    EXPECT_EQ(cut(lines, 3, 0.5, 0).pieces, 0) << "there is no line 3";
+    EXPECT_EQ(cut(lines, 0, 0.5, 3).pieces, 0) << "there is no axis 3";
     lines.resize_failed = true;
-    EXPECT_EQ(cut(lines, 0.5, 0).pieces, 0);
+    EXPECT_EQ(cut(lines, 0, 0.5, 0).pieces, 0);
     EXPECT_EQ(lines.size, 1U);
 }
 

@@ -117,9 +117,9 @@ TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
     mesh_data sheet = meshOf({{4, 3 * 66000}}, {});
     for (int i = 0; i < 33000; ++i) {
         const auto x = static_cast<float>(i);
-        sheet.positions.insert(
-            sheet.positions.end(),
-            {{x, 0, 0}, {x + 1, 0, 0}, {x + 1, 1, 0}, {x, 0, 0}, {x + 1, 1, 0}, {x, 1, 0}});
+        const piece quad = {{x, 0, 0}, {x + 1, 0, 0}, {x + 1, 1, 0}, {x, 1, 0}};
+        for (const std::size_t corner : {0, 1, 2, 0, 2, 3})
+            sheet.positions.push_back(quad[corner]);
     }
     const sorted_soup wide(sheet, 1000000);
     EXPECT_EQ(difference(wide.whole(3), wide.source, false), "");
@@ -151,15 +151,9 @@ TEST(MakeGeoCore, TellsWhatItCannotDoAndGoesOn) {
 
 TEST(MakeGeoCore, CalculatedNormalsAreSmoothOnlyAcrossGentleEdges) {
     // Two floor triangles and a wall along their outer edge; the given normals are nonsense.
-    mesh_data mesh = meshOf({{4, 9}}, {{0, 0, 0},
-                                       {1, 0, 0},
-                                       {0, 1, 0},
-                                       {1, 0, 0},
-                                       {1, 1, 0},
-                                       {0, 1, 0},
-                                       {0, 0, 0},
-                                       {0, 0, 1},
-                                       {1, 0, 0}});
+    const piece corners = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 0, 0}, {1, 1, 0},
+                           {0, 1, 0}, {0, 0, 0}, {0, 0, 1}, {1, 0, 0}};
+    mesh_data mesh = meshOf({{4, 9}}, corners);
     mesh.normals.assign(9, {1, 0, 0});
     const sorted_soup soup(mesh, 100);
     for (int opt = 0; opt <= 2; ++opt) {
@@ -222,15 +216,9 @@ TEST(MakeGeoCore, LinesAndPointsSurviveEveryLevel) {
 
 TEST(MakeGeoCore, SharedLineVerticesAreNumberedByFirstUse) {
     const float nan = std::nanf("");
-    const sorted<osg_line_geoset> lines(meshOf({{1, 8}}, {{0, 0, 0},
-                                                          {1, 0, 0},
-                                                          {1, 0, 0},
-                                                          {-0.0F, 0, -0.0F},
-                                                          {2, 0, 0},
-                                                          {1, 0, 0},
-                                                          {nan, 0, 0},
-                                                          {nan, 0, 0}}),
-                                        100);
+    const piece ends = {{0, 0, 0}, {1, 0, 0}, {1, 0, 0},   {-0.0F, 0, -0.0F},
+                        {2, 0, 0}, {1, 0, 0}, {nan, 0, 0}, {nan, 0, 0}};
+    const sorted<osg_line_geoset> lines(meshOf({{1, 8}}, ends), 100);
     const node_ref made = lines.whole(1);
     std::vector<::osg::UInt32> indices;
     for (::osg::UInt32 i = 0; i < 8; ++i)
@@ -242,22 +230,22 @@ TEST(MakeGeoCore, SharedLineVerticesAreNumberedByFirstUse) {
 // ---- cutting the tree
 
 TEST(CalcLeftPart, SharesInProportionButNeverAllOrNothing) {
-    struct share_case {
+    const struct {
         unsigned l, r;
         int n, expected;
-    };
-    for (const share_case& c : {share_case{0, 5, 4, 0},
-                                {5, 0, 4, 4},
-                                {0, 0, 3, 0},
-                                {2, 1, 3, 2},
-                                {1, 2, 3, 1},
-                                {1, 1000, 8, 1},
-                                {1000, 1, 8, 7},
-                                {5, 5, 1, 1},
-                                {1, 1, 5, 3},
-                                {4294967295U, 1, 2147483647, 2147483646},
-                                {4294967295U, 4294967295U, 2, 1},
-                                {3, 5, -1, 1}}) {
+    } cases[] = {{0, 5, 4, 0},
+                 {5, 0, 4, 4},
+                 {0, 0, 3, 0},
+                 {2, 1, 3, 2},
+                 {1, 2, 3, 1},
+                 {1, 1000, 8, 1},
+                 {1000, 1, 8, 7},
+                 {5, 5, 1, 1},
+                 {1, 1, 5, 3},
+                 {3, 5, -1, 1},
+                 {4294967295U, 1, 2147483647, 2147483646},
+                 {4294967295U, 4294967295U, 2, 1}};
+    for (const auto& c : cases) {
         EXPECT_EQ(calcleftpart(c.l, c.r, c.n), c.expected) << c.l << " " << c.r << " " << c.n;
     }
 }
@@ -284,21 +272,15 @@ std::string expectedShape(const kd_tree<float>& tree, unsigned node, int parts, 
     if (all <= limit)
         return "[" + std::to_string(all) + "]";
     const unsigned right = static_cast<unsigned>(tree.nodes[node].right);
-    const unsigned l = count(node + 1);
-    const unsigned r = count(right);
+    const unsigned l = count(node + 1), r = count(right);
     if (parts == 2)
         return "[" + std::to_string(l) + " " + std::to_string(r) + "]";
-    const int left_parts = parts == 0 ? 0 : calcleftpart(l, r, parts);
-    const bool go_left = parts == 0 ? l > 0 : left_parts > 0;
-    const bool go_right = parts == 0 ? r > 0 : parts - left_parts >= 1;
-    std::string text = "[";
-    if (go_left)
-        text += expectedShape(tree, node + 1, left_parts, limit);
-    if (go_left && go_right)
-        text += " ";
-    if (go_right)
-        text += expectedShape(tree, right, parts == 0 ? 0 : parts - left_parts, limit);
-    return text + "]";
+    const int on_left = parts == 0 ? 0 : calcleftpart(l, r, parts), on_right = parts - on_left;
+    const bool go_left = parts == 0 ? l > 0 : on_left > 0;
+    const bool go_right = parts == 0 ? r > 0 : on_right >= 1;
+    return "[" + (go_left ? expectedShape(tree, node + 1, on_left, limit) : "") +
+           (go_left && go_right ? " " : "") +
+           (go_right ? expectedShape(tree, right, on_right, limit) : "") + "]";
 }
 
 TEST(MakeNGeometryCores, CutsTheTreeAsItsRecordsTellAndLosesNothing) {

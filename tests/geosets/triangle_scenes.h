@@ -201,6 +201,27 @@ template <typename Act> std::string toldBy(const Act& act, std::ostream& stream 
     return capture.text();
 }
 
+/// What a cut told and made.
+struct cut_result {
+    int pieces = -1;
+    unsigned long first = 0;
+    std::string told;
+};
+
+/// The result of `act`, which takes the two numbers that a cut gives.
+template <typename Act> cut_result cutBy(const Act& act) {
+    cut_result result;
+    result.told = toldBy([&] { act(result.pieces, result.first); });
+    return result;
+}
+
+template <typename Geoset>
+cut_result cut(Geoset& geoset, unsigned long element, double plane, int axis) {
+    return cutBy([&](int& pieces, unsigned long& first) {
+        geoset.splitElement(element, plane, axis, pieces, first);
+    });
+}
+
 /// First rule of a set-up geoset that does not hold, or an empty text.
 template <typename Geoset> std::string broken_rule_of(const Geoset& geoset) {
     constexpr unsigned int corners = Geoset::corners;
@@ -312,32 +333,26 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
 /// A closed surface: a ball of `rings` x `segments` patches with a rough skin, outside seen.
 inline piece roughBall(std::mt19937& rng, int rings, int segments) {
     std::uniform_real_distribution<float> rough(0.8F, 1.2F);
-    std::vector<piece> grid;
-    for (int r = 0; r <= rings; ++r) {
-        piece ring;
-        const float down = 3.14159265F * static_cast<float>(r) / static_cast<float>(rings);
-        for (int s = 0; s < segments; ++s) {
-            const float turn = 6.2831853F * static_cast<float>(s) / static_cast<float>(segments);
-            const float size = rough(rng);
-            ring.push_back(::osg::Pnt3f(size * std::sin(down) * std::cos(turn),
-                                        size * std::sin(down) * std::sin(turn),
-                                        size * std::cos(down)));
-        }
-        if (r == 0 || r == rings)
-            std::fill(ring.begin(), ring.end(), ::osg::Pnt3f(0.0F, 0.0F, r == 0 ? 1.0F : -1.0F));
-        grid.push_back(std::move(ring));
+    piece skin, positions;
+    for (int i = 0; i < (rings + 1) * segments; ++i) {
+        const int ring = i / segments;
+        const bool pole = ring == 0 || ring == rings; // all points of a pole are one
+        const float down = 3.14159265F * static_cast<float>(ring) / static_cast<float>(rings);
+        const float turn =
+            6.2831853F * static_cast<float>(i % segments) / static_cast<float>(segments);
+        const float size = pole ? 1.0F : rough(rng), out = pole ? 0.0F : size * std::sin(down);
+        skin.push_back({out * std::cos(turn), out * std::sin(turn), size * std::cos(down)});
     }
-    piece positions;
-    const auto add = [&](const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
-        positions.insert(positions.end(), {a, b, c});
-    };
-    for (std::size_t r = 0; r + 1 < grid.size(); ++r) {
-        for (std::size_t s = 0; s < grid[r].size(); ++s) {
-            const std::size_t next = (s + 1) % grid[r].size();
-            if (r + 2 < grid.size())
-                add(grid[r][s], grid[r + 1][s], grid[r + 1][next]);
+    for (int r = 0; r < rings; ++r) {
+        for (int s = 0; s < segments; ++s) {
+            const auto at = [&](int down, int right) {
+                return skin[static_cast<std::size_t>((r + down) * segments +
+                                                     (s + right) % segments)];
+            };
+            if (r + 1 < rings)
+                positions.insert(positions.end(), {at(0, 0), at(1, 0), at(1, 1)});
             if (r > 0)
-                add(grid[r][s], grid[r + 1][next], grid[r][next]);
+                positions.insert(positions.end(), {at(0, 0), at(1, 1), at(0, 1)});
         }
     }
     return positions;

@@ -1,6 +1,5 @@
 #include "naive_kd.h"
 #include "test_geosets.h"
-#include "tests/support/stream_capture.h"
 
 #include <morva/trees/kd_strategies.h>
 
@@ -94,30 +93,6 @@ TEST(SahCalcPlane, OneElementStaysALeafAndManyInATightBoxGiveItsUpperSide) {
                   row.plane);
         EXPECT_EQ(axis, row.axis);
     }
-}
-
-TEST(ObjMedianCalcPlane, TellsEveryNanPerAxisAndKeepsTheBoxMiddle) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
-    whole_boxes geoset({{{{0, 1}, {0, nan}, {0, 1}}},
-                        {{{nan, 2}, {1, 2}, {1, 2}}},
-                        {{{2, 3}, {nan, nan}, {2, 2.5f}}}});
-    morva::float_box box;
-    box.min = {0, 10, 0};
-    box.max = {3, 14, 3};
-    box.refresh_extent();
-    const std::uint64_t indices[] = {2, 0, 1};
-    int axis = 1;
-    const stream_capture out(std::cout);
-    const float plane = morva::kd_strategy_ObjMedian().calcPlane(geoset, kd_build_setup(), 0, 3,
-                                                                 box, axis, indices);
-    EXPECT_EQ(plane, 12.0f);
-    EXPECT_EQ(axis, 1);
-    EXPECT_EQ(out.text(), "Found NAN in kd_strategy_ObjMedian!\n"
-                          "AXIS: 0 Index: 1 MIN: nan MAX: 2\n"
-                          "Found NAN in kd_strategy_ObjMedian!\n"
-                          "AXIS: 1 Index: 2 MIN: nan MAX: nan\n"
-                          "Found NAN in kd_strategy_ObjMedian!\n"
-                          "AXIS: 1 Index: 0 MIN: 0 MAX: nan\n");
 }
 
 } // namespace
