@@ -1,64 +1,27 @@
-// What a triangle geoset does when memory runs out: one large allocation fails, every one in turn.
+// What geosets do when memory runs out: one large allocation fails, every one in turn.
 
-#include "split_scenes.h"
 #include "triangle_scenes.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <limits>
-#include <new>
+#include "../support/live_containers.h"
+#include "../support/shortage.h"
 
 namespace {
 
-/// Allocations of at least this many bytes are counted down; from 0 on they fail, `failures` times.
-std::atomic<std::size_t> watched_bytes{std::numeric_limits<std::size_t>::max()};
-std::atomic<long> before_failure{0};
-std::atomic<long> failures_left{0};
+using namespace tri;
+using morva_test::shortage;
 
-void* allocate(std::size_t bytes) {
-    if (bytes >= watched_bytes && before_failure.fetch_sub(1) <= 0 &&
-        failures_left.fetch_sub(1) > 0)
-        throw std::bad_alloc();
-    void* memory = std::malloc(bytes == 0 ? 1 : bytes);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
+const std::string resize_error = "Error while resizing FieldContainers.\n";
+const std::string add_error =
+    "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: std::bad_alloc\n";
+const std::string setup_error = "bad_alloc caught in Geoset.setup(): std::bad_alloc\n";
 
-/// Lets large allocations fail within its scope: `count` of them, after `index` that succeed.
-struct shortage {
-    explicit shortage(long index, long count = 1, std::size_t bytes = 2048) {
-        before_failure = index;
-        failures_left = count;
-        watched_bytes = bytes;
-    }
-    shortage(const shortage&) = delete;
-    shortage& operator=(const shortage&) = delete;
-    ~shortage() { watched_bytes = std::numeric_limits<std::size_t>::max(); }
-
-    /// True if some allocation failed.
-    static bool happened() { return before_failure < 0; }
-};
-
-} // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes); }
-void* operator new[](std::size_t bytes) { return allocate(bytes); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
-using tri::osg_geoset;
-
-std::vector<::osg::Pnt3f> manyTriangles(int count) {
+/// Triangles, or the ends of lines.
+piece manyCorners(int count) {
     std::mt19937 rng(5);
-    std::vector<::osg::Pnt3f> positions;
-    for (int i = 0; i < 3 * count; ++i) {
+    piece positions;
+    for (int i = 0; i < count; ++i) {
         positions.push_back(::osg::Pnt3f(static_cast<float>(rng() % 1000),
                                          static_cast<float>(rng() % 1000),
                                          static_cast<float>(i % 7)));
@@ -66,197 +29,155 @@ std::vector<::osg::Pnt3f> manyTriangles(int count) {
     return positions;
 }
 
-/// Runs `act` and returns what it told on both streams.
-template <typename Act> std::pair<std::string, std::string> toldBy(const Act& act) {
-    testing::internal::CaptureStdout();
-    testing::internal::CaptureStderr();
-    act();
-    std::string out = testing::internal::GetCapturedStdout();
-    return {std::move(out), testing::internal::GetCapturedStderr()};
+/// Runs `act` and returns what it told on both streams, standard output first.
+template <typename Act> std::string allToldBy(const Act& act) {
+    std::string out;
+    const std::string errors = toldBy([&] { out = toldBy(act); }, std::cerr);
+    return out + errors;
 }
 
 TEST(GeosetMemory, AFailedResizeBringsTheOldLengthBackAndIsRemembered) {
     osg_geoset geoset;
-    tri::fillGeoset(geoset, manyTriangles(500), true);
-    const auto rows = geoset.geometry->getPositions()->size();
-    const ::osg::Pnt3f last = geoset.geometry->getPositions()->getValue(1499);
-    const auto told = toldBy([&] {
-        const shortage one(1); // positions grow, normals do not
-        EXPECT_FALSE(geoset.resizeFieldContainers(20000));
-    });
-    EXPECT_EQ(told.first, "Error while resizing FieldContainers.\n");
+    fillGeoset(geoset, manyCorners(1500), true);
+    const auto held = geoset.geometry->getPositions()->size();
+    const ::osg::Pnt3f last = cornersOf(geoset, 499)[2];
+    EXPECT_EQ(allToldBy([&] {
+                  const shortage one(1); // positions grow, normals do not
+                  EXPECT_FALSE(geoset.resizeFieldContainers(20000));
+              }),
+              resize_error);
     EXPECT_TRUE(geoset.resize_failed);
-    EXPECT_EQ(geoset.geometry->getPositions()->size(), rows);
-    EXPECT_EQ(geoset.geometry->getColors()->size(), rows);
-    EXPECT_EQ(geoset.geometry->getPositions()->getValue(1499), last);
+    EXPECT_EQ(geoset.geometry->getPositions()->size(), held);
+    EXPECT_EQ(geoset.geometry->getColors()->size(), held);
+    EXPECT_EQ(cornersOf(geoset, 499)[2], last);
 
-    // From then on nothing is resized, added or cut, without a word.
-    const auto later = toldBy([&] {
-        EXPECT_FALSE(geoset.resizeFieldContainers(10));
-        int pieces = 7;
-        unsigned long first = 0;
-        geoset.splitElement(0, 500.0, 0, pieces, first);
-        EXPECT_EQ(pieces, 0);
-        geoset.splitElementInTwoParts(0, pieces, first, 0, false);
-        EXPECT_EQ(pieces, 0);
-        EXPECT_EQ(first, geoset.size);
-    });
-    EXPECT_EQ(later.first + later.second, "");
-    EXPECT_EQ(geoset.geometry->getPositions()->size(), rows);
-    const auto refused = toldBy([&] {
-        const ::osg::Pnt3f p(1, 2, 3);
-        EXPECT_FALSE(geoset.addObject(p, p, p, 0));
-    });
-    EXPECT_EQ(refused.second, "Error occured in Geoset.AddObject().\n");
-    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+    // From then on nothing is resized, added or cut, without a word but for adding.
+    EXPECT_EQ(allToldBy([&] {
+                  EXPECT_FALSE(geoset.resizeFieldContainers(10));
+                  int pieces = 7;
+                  unsigned long first = 0;
+                  geoset.splitElement(0, 500.0, 0, pieces, first);
+                  EXPECT_EQ(pieces, 0);
+                  geoset.splitElementInTwoParts(0, pieces, first, 0, false);
+                  EXPECT_EQ(pieces, 0);
+                  EXPECT_EQ(first, geoset.size);
+              }),
+              "");
+    EXPECT_EQ(allToldBy([&] { EXPECT_FALSE(geoset.addObject(last, last, last, 0)); }),
+              "Error occured in Geoset.AddObject().\n");
+    EXPECT_EQ(geoset.geometry->getPositions()->size(), held);
+    EXPECT_EQ(broken_rule_of(geoset), "");
     geoset.clear();
     EXPECT_FALSE(geoset.resize_failed);
-    tri::fillGeoset(geoset, manyTriangles(5));
-    EXPECT_EQ(geoset.wished_size, geoset.size);
 }
 
 TEST(GeosetMemory, APutBackThatFailsAsWellEnds) {
     osg_geoset geoset;
-    tri::fillGeoset(geoset, manyTriangles(500), true);
+    fillGeoset(geoset, manyCorners(1500), true);
     // Colours shorter than the rest: putting the old length back makes them longer.
     geoset.geometry->setColors(::osg::GeoColors3f::create());
-    const auto told = toldBy([&] {
-        const shortage all(1, 1000);
-        EXPECT_FALSE(geoset.resizeFieldContainers(20000));
-    });
-    EXPECT_EQ(told.first, "Error while resizing FieldContainers.\n"
-                          "Error while resizing FieldContainers.\n");
+    EXPECT_EQ(allToldBy([&] {
+                  const shortage all(1, 1000);
+                  EXPECT_FALSE(geoset.resizeFieldContainers(20000));
+              }),
+              resize_error + resize_error);
     EXPECT_TRUE(geoset.resize_failed);
     EXPECT_GE(geoset.geometry->getPositions()->size(), 1500U);
 }
 
 TEST(GeosetMemory, AddingFailsWholeAtEveryAllocation) {
-    for (long index = 0;; ++index) {
+    bool added = false;
+    for (long index = 0; !added; ++index) {
         ASSERT_LT(index, 100);
+        SCOPED_TRACE(testing::Message() << "allocation " << index);
         osg_geoset geoset;
-        tri::fillGeoset(geoset, manyTriangles(1200), true);
+        fillGeoset(geoset, manyCorners(3600), true);
         geoset.convert();
         const std::uint64_t size = geoset.size;
-        bool added = true;
-        const auto told = toldBy([&] {
+        const std::string told = allToldBy([&] {
             const shortage one(index);
-            added = geoset.addObject(::osg::Pnt3f(0, 0, 0), ::osg::Pnt3f(1, 0, 0),
-                                     ::osg::Pnt3f(0, 1, 0), 3);
+            added = geoset.addObject({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 3);
         });
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
-        if (added) {
-            EXPECT_GE(index, 7) << "six arrays and the corner copies are made";
-            EXPECT_EQ(geoset.size, size + 1);
-            EXPECT_EQ(told.second, "");
-            break;
-        }
-        SCOPED_TRACE(testing::Message() << "allocation " << index);
-        EXPECT_EQ(geoset.size, size);
-        EXPECT_EQ(geoset.wished_size, size);
-        EXPECT_EQ(told.second, "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
-                               "std::bad_alloc\n");
+        EXPECT_EQ(broken_rule_of(geoset), "");
+        EXPECT_EQ(told, added ? "" : add_error);
+        EXPECT_EQ(geoset.size, size + (added ? 1 : 0));
+        EXPECT_TRUE(added || geoset.wished_size == size);
+        EXPECT_TRUE(!added || index > 2) << "arrays and corner copies are made";
     }
 }
 
 TEST(GeosetMemory, ACutThatCannotTakeItsSecondPieceIsTakenBack) {
     osg_geoset geoset;
-    std::vector<::osg::Pnt3f> positions = manyTriangles(1200);
+    piece positions = manyCorners(3600);
     positions[0] = ::osg::Pnt3f(0, 0, 0);
     positions[1] = ::osg::Pnt3f(4, 0, 0);
     positions[2] = ::osg::Pnt3f(0, 4, 0);
-    tri::fillGeoset(geoset, positions, true);
-    const ::osg::Pnt3f a(0, 0, 0), b(1, 0, 0), c(0, 1, 0);
+    fillGeoset(geoset, positions, true);
     do
-        ASSERT_TRUE(geoset.addObject(a, b, c, 7));
+        ASSERT_TRUE(geoset.addObject({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 7));
     while (geoset.size + 2 < geoset.wished_size);
     geoset.convert();
     const std::uint64_t size = geoset.size;
-    const tri::rows before = tri::rowsOf(geoset.geometry.get(), 3);
-    int pieces = 7;
-    unsigned long first = 0;
-    const auto told = toldBy([&] {
-        const shortage all(0, 1000);
-        geoset.splitElement(0, 1.0, 0, pieces, first);
-    });
-    EXPECT_EQ(told.first, "");
-    EXPECT_EQ(told.second, "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
-                           "std::bad_alloc\n");
-    EXPECT_EQ(pieces, 0);
+    const auto before = numbersOf(rowsOf(geoset.geometry.get(), 3));
+    EXPECT_EQ(allToldBy([&] {
+                  const shortage all(0, 1000);
+                  EXPECT_EQ(cut(geoset, 0, 1.0, 0).pieces, 0);
+              }),
+              add_error);
     EXPECT_EQ(geoset.size, size);
-    const tri::rows after = tri::rowsOf(geoset.geometry.get(), 3);
-    for (std::size_t k = 0; k < 3; ++k)
-        EXPECT_EQ(tri::numbersOf(after[k]), tri::numbersOf(before[k]));
-    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+    EXPECT_EQ(numbersOf(rowsOf(geoset.geometry.get(), 3)), before);
+    EXPECT_EQ(broken_rule_of(geoset), "");
     geoset.setup();
     EXPECT_EQ(geoset.size, size) << "the piece that was taken back does not come again";
-
-    geoset.splitElement(0, 1.0, 0, pieces, first);
-    EXPECT_EQ(pieces, 2);
-    EXPECT_EQ(tri::broken_rule_of(geoset), "");
+    EXPECT_EQ(cut(geoset, 0, 1.0, 0).pieces, 2);
+    EXPECT_EQ(broken_rule_of(geoset), "");
 }
 
-TEST(GeosetMemory, AnotherSetupThatFailsLeavesNothingToReadPastTheEnd) {
-    bool failed = true;
-    for (long index = 0; failed; ++index) {
-        ASSERT_LT(index, 100);
-        SCOPED_TRACE(testing::Message() << "allocation " << index);
-        osg_geoset geoset;
-        tri::fillGeoset(geoset, manyTriangles(200), true);
-        geoset.convert();
-        const ::osg::NodeRefPtr more(tri::nodeOf(tri::soup(manyTriangles(900))));
-        const tri::registration_off ids_are_kept;
-        morva::osg::extract(more.get(), geoset, false, false, false, false, false);
-        const auto told = toldBy([&] {
-            const shortage one(index);
-            geoset.setup();
-            failed = shortage::happened();
-        });
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
-        EXPECT_EQ(failed && told.first.empty(),
-                  told.second == "bad_alloc caught in Geoset.setup(): std::bad_alloc\n");
-    }
-}
-
-TEST(GeosetMemory, SetupAndExtractFailWithOneLineAndStaySound) {
-    const unsigned int live = split::liveContainers();
-    // Pours two nodes while one allocation fails; true if it came to that.
-    const auto pourShort = [](osg_geoset& geoset, long index) {
-        std::mt19937 rng(77);
-        const ::osg::NodeRefPtr first(
-            tri::nodeOf(tri::soup(manyTriangles(800)), "a node with a name"));
-        const ::osg::NodeRefPtr second(
-            tri::nodeOf(tri::randomTriangles(rng, {flat::layout::one_index, true})));
+/// Pours two nodes and sets up twice, with the n-th allocation failing: every n in turn until
+/// none fails. Whatever fails says so in one line and leaves a sound geoset.
+template <typename G> void expectSoundInNeed(const std::string& extract_error) {
+    const unsigned int live = morva_test::liveContainers();
+    const registration_off ids_are_kept;
+    const unsigned mode = G::corners == 3 ? 4 : 1;
+    std::mt19937 rng(77);
+    const mesh_data some = morva_test::withAttributes(meshOf({{mode, 600}}, manyCorners(600)), rng);
+    const mesh_data more = meshOf({{mode, 2400}}, manyCorners(2400));
+    const auto pourBoth = [&](G& geoset, long index) {
+        const node_ref first(morva_test::meshNode(some)), second(morva_test::meshNode(more));
         const shortage one(index);
-        morva::osg::extract(first.get(), geoset, false, false, false, false, false);
-        morva::osg::extract(second.get(), geoset, true, false, false, true, false);
+        pour(first.get(), geoset, set_up);
+        pour(second.get(), geoset, set_up);
         return shortage::happened();
     };
-    unsigned int whole = 0;
-    {
-        osg_geoset geoset;
-        ASSERT_FALSE(pourShort(geoset, 1000));
-        whole = geoset.size;
-    }
-
+    std::uint64_t whole = 0;
     bool failed = true;
-    for (long index = 0; failed; ++index) {
+    for (long index = -1; failed; ++index) {
         ASSERT_LT(index, 200);
-        SCOPED_TRACE(testing::Message() << "allocation " << index);
-        osg_geoset geoset;
-        const auto told = toldBy([&] { failed = pourShort(geoset, index); });
-        EXPECT_EQ(tri::broken_rule_of(geoset), "");
-        const std::string lines = told.first + told.second;
-        EXPECT_TRUE(failed || lines.empty()) << lines;
-        if (lines.empty()) { // then at most room for growth was lacking
-            EXPECT_EQ(geoset.size, whole);
-        }
-        const bool known =
-            lines.empty() || lines == "Error while resizing FieldContainers.\n" ||
-            lines == "bad_alloc caught in Extract geometry in osg_geoset: std::bad_alloc\n" ||
-            lines == "bad_alloc caught in Geoset.setup(): std::bad_alloc\n";
-        EXPECT_TRUE(known) << lines;
+        SCOPED_TRACE(testing::Message() << G::corners << " corners, allocation " << index);
+        G geoset;
+        const std::string told =
+            allToldBy([&] { failed = pourBoth(geoset, index < 0 ? 1000 : index) || index < 0; });
+        if (index < 0)
+            whole = geoset.size;
+        EXPECT_EQ(broken_rule_of(geoset), "");
+        EXPECT_TRUE(failed || told == "");
+        // Without a line at most room for growth was lacking.
+        EXPECT_TRUE(told != "" || geoset.size == whole);
+        EXPECT_TRUE(told == "" || told == resize_error || told == extract_error ||
+                    told == setup_error)
+            << told;
     }
-    EXPECT_EQ(split::liveContainers(), live);
+    EXPECT_GE(whole, 2900U / G::corners);
+    EXPECT_EQ(morva_test::liveContainers(), live);
+}
+
+TEST(GeosetMemory, ExtractAndSetupFailWithOneLineAndStaySound) {
+    expectSoundInNeed<osg_geoset>(
+        "bad_alloc caught in Extract geometry in osg_geoset: std::bad_alloc\n");
+    const std::string of_lines =
+        "bad_alloc caught in Extract geometry in morva::osg_line_geoset: std::bad_alloc\n";
+    expectSoundInNeed<osg_line_geoset>(of_lines);
+    expectSoundInNeed<osg_point_geoset>(of_lines);
 }
 
 } // namespace

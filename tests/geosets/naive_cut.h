@@ -1,7 +1,7 @@
 #pragma once
 
-// Cutting of one triangle, written out case by case, with the cut points in ordered maps: the
-// oracle for osg_geoset::splitElement().
+// Cutting of one triangle by a written-out table of corners, with the cut points in ordered maps:
+// the oracle for osg_geoset::splitElement().
 
 #include <cmath>
 #include <cstdio>
@@ -15,8 +15,6 @@
 #include "triangle_scenes.h"
 
 namespace tri {
-
-using piece = std::vector<::osg::Pnt3f>;
 
 /// What a cut of one triangle should give.
 struct naive_result {
@@ -43,43 +41,74 @@ class naive_cutter {
             v = C;
         const int code = (A == v ? 1 : 0) + (B == v ? 2 : 0) + (C == v ? 3 : 0);
         const int bits = (A < v ? 1 : 0) + (B < v ? 2 : 0) + (C < v ? 4 : 0);
-        if (code > 3) {
+        if (code > 3)
             result.told = "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane.\n";
-        } else if (code > 0) {
-            throughCorner(t, v, axis, code, result);
-        } else if (bits == 0 || bits == 7) {
+        else if (code > 0)
+            apply(through_corner[code - 1], t, v, axis, result);
+        else if (bits == 0 || bits == 7)
             result.told = "Error in SplitElement! All Points can't be on one side\n";
-        } else {
-            throughEdges(t, v, axis, bits, result);
-        }
+        else
+            apply(through_edges[bits == 1 || bits == 6   ? 0
+                                : bits == 2 || bits == 5 ? 1
+                                                         : 2],
+                  t, v, axis, result);
         return result;
     }
 
   private:
-    using key = std::tuple<double, double, double>;
+    /// Corners are A, B and C, cut points 1 and 2.
+    struct row {
+        std::vector<const char*> edges; ///< that are cut, to make 1 and 2
+        std::vector<const char*> added;
+        const char* stays;
+    };
+    const row through_edges[3] = {{{"AB", "AC"}, {"1B2", "BC2"}, "A12"},
+                                  {{"BA", "BC"}, {"A12", "A2C"}, "1B2"},
+                                  {{"CA", "CB"}, {"12C", "AB2"}, "A21"}};
+    const row through_corner[3] = {
+        {{"BC"}, {"A1C"}, "AB1"}, {{"AC"}, {"BC1"}, "AB1"}, {{"AB"}, {"1BC"}, "A1C"}};
 
+    using key = std::tuple<double, double, double>;
     static key keyOf(const ::osg::Pnt3d& p) { return {p[0], p[1], p[2]}; }
-    static ::osg::Pnt3d wide(const ::osg::Pnt3f& p) { return ::osg::Pnt3d(p[0], p[1], p[2]); }
-    static ::osg::Pnt3f narrow(const ::osg::Pnt3d& p) {
-        return ::osg::Pnt3f(static_cast<float>(p[0]), static_cast<float>(p[1]),
-                            static_cast<float>(p[2]));
+
+    void apply(const row& r, const piece& t, double v, int axis, naive_result& result) {
+        std::map<char, ::osg::Pnt3f> at = {{'A', t[0]}, {'B', t[1]}, {'C', t[2]}};
+        std::vector<key> cuts;
+        for (const char* edge : r.edges) {
+            ::osg::Pnt3d s;
+            if (!point(at[edge[0]], at[edge[1]], v, axis, s, result.told))
+                return;
+            cuts.push_back(keyOf(s));
+            at[static_cast<char>('0' + cuts.size())] = ::osg::Pnt3f(s);
+        }
+        if (cuts.size() == 2 && cuts[0] == cuts[1])
+            return;
+        std::vector<piece> made;
+        for (const char* names : r.added)
+            made.push_back({at[names[0]], at[names[1]], at[names[2]]});
+        made.push_back({at[r.stays[0]], at[r.stays[1]], at[r.stays[2]]});
+        for (const piece& p : made) {
+            if (morva::osg::is_rogue(p[0], p[1], p[2]))
+                return;
+        }
+        result.stays = made.back();
+        made.pop_back();
+        result.added = made;
     }
 
     bool point(const ::osg::Pnt3f& from, const ::osg::Pnt3f& to, double v, int axis,
                ::osg::Pnt3d& out, std::string& told) {
-        const ::osg::Pnt3d p = wide(from), q = wide(to);
-        if (axis != known_axis || v != known_plane) {
+        const ::osg::Pnt3d p(from), q(to);
+        if (axis != known_axis || v != known_plane)
             known.clear();
-            known_axis = axis;
-            known_plane = v;
-        } else {
-            for (const auto& [one, other] : {std::pair(p, q), std::pair(q, p)}) {
-                const auto first = known.find(keyOf(one));
-                if (first != known.end() && first->second.count(keyOf(other)) != 0) {
-                    out = first->second[keyOf(other)];
-                    return true;
-                }
-            }
+        known_axis = axis;
+        known_plane = v;
+        for (const auto& ends : {std::pair(keyOf(p), keyOf(q)), std::pair(keyOf(q), keyOf(p))}) {
+            const auto found = known.find(ends);
+            if (found == known.end())
+                continue;
+            out = found->second;
+            return true;
         }
         const auto a = static_cast<::osg::UInt32>(axis);
         const double f = (p[a] - v) / (p[a] - q[a]);
@@ -99,56 +128,11 @@ class naive_cutter {
             }
         }
         out[a] = v;
-        known[keyOf(p)][keyOf(q)] = out;
+        known[{keyOf(p), keyOf(q)}] = out;
         return true;
     }
 
-    static bool rogue(const piece& p) { return morva::osg::is_rogue(p[0], p[1], p[2]); }
-
-    static void accept(const piece& first, const piece& second, const piece& stays,
-                       naive_result& result) {
-        if (rogue(first) || rogue(second) || rogue(stays))
-            return;
-        result.added = {first, second};
-        result.stays = stays;
-    }
-
-    void throughEdges(const piece& t, double v, int axis, int bits, naive_result& result) {
-        const ::osg::Pnt3f &A = t[0], &B = t[1], &C = t[2];
-        ::osg::Pnt3d w1, w2;
-        const bool lone_a = bits == 1 || bits == 6, lone_b = bits == 2 || bits == 5;
-        const ::osg::Pnt3f& lone = lone_a ? A : lone_b ? B : C;
-        const ::osg::Pnt3f& to1 = lone_a ? B : A;
-        const ::osg::Pnt3f& to2 = lone_a ? C : lone_b ? C : B;
-        if (!point(lone, to1, v, axis, w1, result.told) ||
-            !point(lone, to2, v, axis, w2, result.told) || keyOf(w1) == keyOf(w2))
-            return;
-        const ::osg::Pnt3f S1 = narrow(w1), S2 = narrow(w2);
-        if (lone_a)
-            accept({S1, B, S2}, {B, C, S2}, {A, S1, S2}, result);
-        else if (lone_b)
-            accept({A, S1, S2}, {A, S2, C}, {S1, B, S2}, result);
-        else
-            accept({S1, S2, C}, {A, B, S2}, {A, S2, S1}, result);
-    }
-
-    void throughCorner(const piece& t, double v, int axis, int code, naive_result& result) {
-        const ::osg::Pnt3f &A = t[0], &B = t[1], &C = t[2];
-        ::osg::Pnt3d w;
-        if (!point(code == 1 ? B : A, code == 3 ? B : C, v, axis, w, result.told))
-            return;
-        const ::osg::Pnt3f S = narrow(w);
-        const piece added = code == 1   ? piece{A, S, C}
-                            : code == 2 ? piece{B, C, S}
-                                        : piece{S, B, C};
-        const piece stays = code == 3 ? piece{A, S, C} : piece{A, B, S};
-        if (rogue(added) || rogue(stays))
-            return;
-        result.added = {added};
-        result.stays = stays;
-    }
-
-    std::map<key, std::map<key, ::osg::Pnt3d>> known;
+    std::map<std::pair<key, key>, ::osg::Pnt3d> known;
     int known_axis = -1;
     double known_plane = 0;
 };

@@ -18,45 +18,31 @@ namespace tri {
 struct naive_soup {
     rows vertices;
     bool normals = false, colors = false, secondary = false, ids = false;
-    bool uv[4] = {};
     unsigned int offered = 0; ///< vertices of all triangles, kept or not
 };
 
-/// Normals of all rows anew, as a geometry without indices gets them.
-inline void creaseAll(naive_soup& soup_so_far) {
-    std::vector<::osg::Pnt3f> positions;
-    for (const corner& c : soup_so_far.vertices)
+/// Normals of all rows as `calculate` makes them for a geometry of these positions without indices.
+template <typename Calculate> void calculateAll(naive_soup& all, const Calculate& calculate) {
+    piece positions;
+    for (const corner& c : all.vertices)
         positions.push_back(c.position);
     const ::osg::GeometryRefPtr core(soup(positions));
-    morva::osg::calcCreaseNormals(core.get(), 0.5235988F);
-    for (std::size_t i = 0; i < soup_so_far.vertices.size(); ++i) {
-        soup_so_far.vertices[i].normal =
-            core->getNormals()->getValue(static_cast<::osg::UInt32>(i));
-    }
+    calculate(core.get());
+    readRows(core->getNormals(), all.vertices, [](corner& c, const auto& v) { c.normal = v; });
 }
 
 /// What a set-up adds: normals, if there are none so far.
-inline void naiveSetup(naive_soup& soup_so_far) {
-    if (soup_so_far.normals || soup_so_far.offered == 0)
-        return;
-    soup_so_far.normals = true;
-    std::vector<::osg::Pnt3f> positions;
-    for (const corner& c : soup_so_far.vertices)
-        positions.push_back(c.position);
-    const ::osg::GeometryRefPtr core(soup(positions));
-    ::osg::calcVertexNormals(core.get());
-    for (std::size_t i = 0; i < positions.size(); ++i) {
-        soup_so_far.vertices[i].normal =
-            core->getNormals()->getValue(static_cast<::osg::UInt32>(i));
-    }
+inline void naiveSetup(naive_soup& all) {
+    if (!all.normals && all.offered > 0)
+        calculateAll(all, [](const auto& core) { ::osg::calcVertexNormals(core); });
+    all.normals = all.normals || all.offered > 0;
 }
 
 /// Rows of earlier nodes get the default of an attribute that is new.
 template <typename Set> void addAttribute(bool& has, bool wanted, rows& vertices, const Set& set) {
-    if (has || !wanted)
-        return;
-    has = true;
-    std::for_each(vertices.begin(), vertices.end(), set);
+    if (!has && wanted)
+        std::for_each(vertices.begin(), vertices.end(), set);
+    has = has || wanted;
 }
 
 /// Where a scene puts its nodes: doubled in size and moved, which single precision does exactly.
@@ -82,8 +68,6 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
         return 0;
     const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
     const ::osg::Vec3f up(0.0F, 1.0F, 0.0F);
-    const ::osg::GeoTexCoordsPtr units[4] = {g->getTexCoords(), g->getTexCoords1(),
-                                             g->getTexCoords2(), g->getTexCoords3()};
     const bool has_normals = g->getNormals() != ::osg::NullFC;
     const bool has_colors = g->getColors() != ::osg::NullFC;
     const bool has_secondary = g->getSecondaryColors() != ::osg::NullFC;
@@ -92,9 +76,7 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
     addAttribute(out.normals, has_normals, all, [&](corner& c) { c.normal = up; });
     addAttribute(out.colors, has_colors, all, [&](corner& c) { c.color = white; });
     addAttribute(out.secondary, has_secondary, all, [&](corner& c) { c.secondary = white; });
-    for (int u = 0; u < 4; ++u)
-        addAttribute(out.uv[u], units[u] != ::osg::NullFC, all, [](corner&) {});
-    addAttribute(out.ids, has_ids, all, [](corner&) {});
+    out.ids = out.ids || has_ids;
 
     unsigned int rogue = 0;
     for (::osg::TriangleIterator it = g->beginTriangles(); it != g->endTriangles(); ++it) {
@@ -124,7 +106,8 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
     }
     out.offered += 3 * triangles;
     if (out.normals && !has_normals)
-        creaseAll(out);
+        calculateAll(out,
+                     [](const auto& core) { morva::osg::calcCreaseNormals(core, 0.5235988F); });
     return rogue;
 }
 

@@ -1,15 +1,16 @@
 #pragma once
 
-// Triangle geometry for the tests of the triangle geoset, in every primitive type, index layout
-// and stored form; and the flat rows of a geoset as plain records.
+// Geometry for the tests of the geosets, in every primitive type, index layout and stored form;
+// and the flat rows of a geoset as plain records.
 
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <iostream>
 #include <random>
-#include <set>
 #include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -17,16 +18,23 @@
 #include <OpenSG/OSGNode.h>
 
 #include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/geosets/morva_osg_line_geoset_tools.h>
+#include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
-#include "flat_scenes.h"
+#include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
 
 namespace tri {
 
-using flat::nodeOf;
 using morva::osg::osg_geoset;
+using morva::osg::osg_line_geoset;
+using morva::osg::osg_point_geoset;
+using morva_test::mesh_data;
+using morva_test::node_ref;
+using piece = std::vector<::osg::Pnt3f>; ///< corners of one triangle, or of several
 
-/// One vertex of a flat triangle; what a core does not have stays zero.
+/// One vertex of a flat element; what a core does not have stays zero.
 struct corner {
     ::osg::Pnt3f position;
     ::osg::Vec3f normal;
@@ -44,6 +52,20 @@ inline std::vector<float> numbersOf(const corner& c) {
     for (const ::osg::Vec2f& uv : c.uv)
         out.insert(out.end(), {uv[0], uv[1]});
     out.push_back(c.id);
+    return out;
+}
+
+inline std::vector<std::vector<float>> numbersOf(const rows& all) {
+    std::vector<std::vector<float>> out;
+    for (const corner& c : all)
+        out.push_back(numbersOf(c));
+    return out;
+}
+
+inline std::vector<float> numbersOf(const piece& p) {
+    std::vector<float> out;
+    for (const ::osg::Pnt3f& at : p)
+        out.insert(out.end(), {at[0], at[1], at[2]});
     return out;
 }
 
@@ -75,9 +97,31 @@ template <typename Property> int lengthOf(const Property& property) {
     return property == ::osg::NullFC ? -1 : static_cast<int>(property->size());
 }
 
+/// Primitives over positions, without an index.
+inline mesh_data meshOf(const std::vector<std::pair<unsigned, unsigned>>& primitives,
+                        const piece& positions) {
+    mesh_data mesh;
+    mesh.primitives = primitives;
+    mesh.positions = positions;
+    return mesh;
+}
+
+/// `count` elements of 3, 2 or 1 corners side by side along x, the right angle of each at
+/// (x, y, z). Points are what getNumberOfPoints() counts: runs of GL_LINES.
+inline mesh_data elements(unsigned corners, unsigned count, const ::osg::Vec3f& at = {0, 0, 0}) {
+    const ::osg::Pnt3f shape[3] = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    mesh_data mesh = meshOf({{corners == 3 ? 4U : 1U, corners * count}}, {});
+    for (unsigned i = 0; i < corners * count; ++i) {
+        mesh.positions.push_back(shape[i % corners] + at +
+                                 ::osg::Vec3f(static_cast<float>(i / corners), 0, 0));
+    }
+    return mesh;
+}
+
 /// Triangles one after the other, three positions each.
-inline ::osg::GeometryPtr soup(const std::vector<::osg::Pnt3f>& positions) {
-    return flat::geometryOf({{4, static_cast<unsigned>(positions.size())}}, positions);
+inline ::osg::GeometryPtr soup(const piece& positions) {
+    return morva_test::geometryOf(
+        meshOf({{4, static_cast<unsigned>(positions.size())}}, positions));
 }
 
 /// While this lives no ID is given, as after a merge; those that vertices bring are kept.
@@ -88,229 +132,227 @@ struct registration_off {
     ~registration_off() { morva::osg::getIDmapHandler().merged = false; }
 };
 
-/// A geoset over a soup, ready for cuts. `colored` gives every vertex a colour and coordinates
-/// that are its own position.
-inline void fillGeoset(osg_geoset& geoset, const std::vector<::osg::Pnt3f>& positions,
-                       bool colored = false) {
-    const ::osg::GeometryPtr geometry = soup(positions);
-    if (colored) {
-        const ::osg::GeoColors3fPtr colors = ::osg::GeoColors3f::create();
-        const ::osg::GeoTexCoords2fPtr uv = ::osg::GeoTexCoords2f::create();
-        const ::osg::GeoTexCoords1fPtr ids = ::osg::GeoTexCoords1f::create();
-        for (std::size_t i = 0; i < positions.size(); ++i) {
-            const ::osg::Pnt3f& p = positions[i];
-            colors->editField().push_back(::osg::Color3f(p[0], p[1], p[2]));
-            uv->editField().push_back(::osg::Vec2f(p[0], p[1]));
-            ids->editField().push_back(static_cast<float>(i / 3));
-        }
-        geometry->setColors(colors);
-        geometry->setTexCoords(uv);
-        geometry->setTexCoords7(ids);
-    }
-    const ::osg::NodeRefPtr node(nodeOf(geometry));
-    const registration_off kept;
-    morva::osg::extract(node.get(), geoset, false, false, false, true, false);
+/// What extraction is asked for.
+struct wishes {
+    bool to_world = false, search_material = false, ids = false, setup = false, clean = false;
+};
+constexpr wishes set_up{false, false, false, true, false};
+
+inline unsigned int pour(const ::osg::NodePtr& node, osg_geoset& geoset, const wishes& w = {}) {
+    return extract(node, geoset, w.to_world, w.search_material, w.ids, w.setup, w.clean);
+}
+template <typename Geoset>
+unsigned int pour(const ::osg::NodePtr& node, Geoset& geoset, const wishes& w = {}) {
+    return extract(node, geoset, w.to_world, w.search_material, w.ids, w.setup);
+}
+template <typename Geoset>
+unsigned int pour(const mesh_data& mesh, Geoset& geoset, const wishes& w = {}) {
+    return pour(node_ref(morva_test::meshNode(mesh)).get(), geoset, w);
 }
 
-/// The corners of triangle `i`.
-inline std::vector<::osg::Pnt3f> cornersOf(const osg_geoset& geoset, std::size_t i) {
-    std::vector<::osg::Pnt3f> corners;
-    for (std::size_t k = 0; k < 3; ++k) {
-        corners.push_back(
-            geoset.geometry->getPositions()->getValue(static_cast<::osg::UInt32>(3 * i + k)));
+/// A geoset over a soup, ready for cuts. `colored` gives every vertex a colour and coordinates
+/// that are its own position, and every triangle an ID that is its number.
+inline void fillGeoset(osg_geoset& geoset, const piece& positions, bool colored = false) {
+    mesh_data mesh = meshOf({{4, static_cast<unsigned>(positions.size())}}, positions);
+    for (const ::osg::Pnt3f& p : positions) {
+        if (!colored)
+            break;
+        mesh.colors.push_back(::osg::Color3f(p[0], p[1], p[2]));
+        mesh.coordinates.push_back(::osg::Vec2f(p[0], p[1]));
+    }
+    const registration_off kept;
+    pour(colored ? morva_test::withIds(mesh) : mesh, geoset, set_up);
+}
+
+/// One triangle or more as a geoset, even those that extraction would leave out.
+inline void fillRaw(osg_geoset& geoset, const piece& corners) {
+    geoset.geometry = soup(corners);
+    geoset.vertex_count = corners.size();
+    geoset.setup();
+}
+
+/// The corners of element `i`.
+template <typename Geoset> piece cornersOf(const Geoset& geoset, std::size_t i) {
+    piece corners;
+    for (std::size_t k = 0; k < Geoset::corners; ++k) {
+        corners.push_back(geoset.geometry->getPositions()->getValue(
+            static_cast<::osg::UInt32>(Geoset::corners * i + k)));
     }
     return corners;
 }
 
 /// Twice the area vector of a triangle, in double precision.
-inline ::osg::Vec3d areaOf(const std::vector<::osg::Pnt3f>& t) {
+inline ::osg::Vec3d areaOf(const piece& t) {
     const ::osg::Pnt3d a(t[0]), b(t[1]), c(t[2]);
     return (b - a).cross(c - a);
 }
 
+inline double areaOfAll(const osg_geoset& geoset) {
+    double sum = 0;
+    for (std::size_t i = 0; i < geoset.size; ++i)
+        sum += areaOf(cornersOf(geoset, i)).length();
+    return sum;
+}
+
+/// What `act` prints on a stream.
+template <typename Act> std::string toldBy(const Act& act, std::ostream& stream = std::cout) {
+    const morva_test::stream_capture capture(stream);
+    act();
+    return capture.text();
+}
+
+/// What a cut told and made.
+struct cut_result {
+    int pieces = -1;
+    unsigned long first = 0;
+    std::string told;
+};
+
+/// The result of `act`, which takes the two numbers that a cut gives.
+template <typename Act> cut_result cutBy(const Act& act) {
+    cut_result result;
+    result.told = toldBy([&] { act(result.pieces, result.first); });
+    return result;
+}
+
+template <typename Geoset>
+cut_result cut(Geoset& geoset, unsigned long element, double plane, int axis) {
+    return cutBy([&](int& pieces, unsigned long& first) {
+        geoset.splitElement(element, plane, axis, pieces, first);
+    });
+}
+
 /// First rule of a set-up geoset that does not hold, or an empty text.
-inline std::string broken_rule_of(const osg_geoset& geoset) {
+template <typename Geoset> std::string broken_rule_of(const Geoset& geoset) {
+    constexpr unsigned int corners = Geoset::corners;
     if (geoset.size > geoset.wished_size)
         return "size is at most wished_size";
     if (geoset.size == 0)
         return "";
     const ::osg::GeoPositionsPtr positions = geoset.geometry->getPositions();
-    const std::uint64_t needed = 3 * geoset.size;
-    if (positions == ::osg::NullFC || positions->size() < needed)
-        return "positions hold every triangle";
-    if (geoset.vertex_count / 3 != geoset.size)
-        return "vertex_count counts every triangle";
+    if (positions == ::osg::NullFC || positions->size() < corners * geoset.size)
+        return "positions hold every element";
+    if (geoset.vertex_count / corners != geoset.size)
+        return "vertex_count counts every element";
     for (std::size_t i = 0; i < geoset.size; ++i) {
-        const std::vector<::osg::Pnt3f> t = cornersOf(geoset, i);
-        for (int a = 0; a < 3; ++a) {
-            const auto axis = static_cast<::osg::UInt32>(a);
-            const auto range = std::minmax({t[0][axis], t[1][axis], t[2][axis]});
-            if (geoset.axis_min[a][i] != range.first || geoset.axis_max[a][i] != range.second)
+        const piece p = cornersOf(geoset, i);
+        for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+            const auto less = [axis](const auto& a, const auto& b) { return a[axis] < b[axis]; };
+            const auto range = std::minmax_element(p.begin(), p.end(), less);
+            using morva::extents_on_axis;
+            float lo = 0, hi = 0;
+            extents_on_axis(geoset, static_cast<int>(axis)).read(i, lo, hi);
+            if (lo != (*range.first)[axis] || hi != (*range.second)[axis])
                 return "axis arrays agree with the positions";
         }
-        if (geoset.simple_tris == nullptr)
-            continue;
-        const morva::float3* flat[3] = {&geoset.simple_tris[i].a, &geoset.simple_tris[i].b,
-                                        &geoset.simple_tris[i].c};
-        for (std::size_t k = 0; k < 3; ++k) {
-            for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
-                if ((*flat[k])[axis] != t[k][axis])
-                    return "simple_tris agree with the positions";
-            }
+        if constexpr (corners == 3) {
+            if (geoset.simple_tris == nullptr)
+                continue;
+            const auto& t = geoset.simple_tris[i];
+            if (numbersOf(p) != std::vector<float>{t.a[0], t.a[1], t.a[2], t.b[0], t.b[1], t.b[2],
+                                                   t.c[0], t.c[1], t.c[2]})
+                return "simple_tris agree with the positions";
         }
     }
     return "";
 }
 
+enum class layout { plain, one_index, index_per_property };
+
 /// Where a random geometry takes its values from.
 struct random_form {
-    flat::layout indices = flat::layout::plain;
+    layout indices = layout::plain;
     bool other_forms = false; ///< stored in other than the usual forms
 };
 
-namespace detail {
+/// Now and then a property of another stored form, with the same values.
+template <typename Other, typename Role> Role inOtherForm(const Role& usual, std::mt19937& rng) {
+    if (usual == ::osg::NullFC || rng() % 2 == 0)
+        return usual;
+    const auto other = Other::create();
+    for (::osg::UInt32 i = 0; i < usual->size(); ++i)
+        other->addValue(usual->getValue(i));
+    return other;
+}
 
-inline float quarter(std::mt19937& rng) { return static_cast<float>(rng() % 5) * 0.25F; }
+inline void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
+    g->setPositions(inOtherForm<::osg::GeoPositions3d>(g->getPositions(), rng));
+    g->setNormals(inOtherForm<::osg::GeoNormals3b>(g->getNormals(), rng));
+    g->setColors(inOtherForm<::osg::GeoColors4ub>(g->getColors(), rng));
+    g->setSecondaryColors(inOtherForm<::osg::GeoColors4f>(g->getSecondaryColors(), rng));
+    g->setTexCoords(inOtherForm<::osg::GeoTexCoords3f>(g->getTexCoords(), rng));
+    g->setTexCoords2(inOtherForm<::osg::GeoTexCoords3f>(g->getTexCoords2(), rng));
+    g->setTexCoords7(inOtherForm<::osg::GeoTexCoords2f>(g->getTexCoords7(), rng));
+    g->setIndices(inOtherForm<::osg::GeoIndicesUI16>(g->getIndices(), rng));
+}
 
-template <typename Property>
-void fillWith(const Property& property, std::size_t count, std::mt19937& rng) {
-    using value = std::decay_t<decltype(property->getValue(0))>;
-    constexpr ::osg::UInt32 components = sizeof(value) / sizeof(float);
-    for (std::size_t i = 0; i < count; ++i) {
-        value v;
-        for (::osg::UInt32 k = 0; k < components; ++k)
-            v[k] = quarter(rng);
-        property->addValue(v);
+/// Random primitives of all types with random properties on a coarse grid, so that corners often
+/// coincide.
+inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& form) {
+    const auto some = [&rng](unsigned of) { return rng() % of == 0; };
+    mesh_data mesh = morva_test::mixture(rng, 7);
+    if (form.indices != layout::plain)
+        mesh.positions.resize(5 + rng() % 12);
+    if (some(2))
+        mesh = morva_test::withNormals(mesh, rng);
+    if (some(3))
+        mesh.secondary = morva_test::withColors(mesh, rng).colors;
+    if (some(2))
+        mesh = morva_test::withColors(mesh, rng);
+    if (some(2))
+        mesh = morva_test::withCoordinates(mesh, rng);
+    if (some(3))
+        mesh = morva_test::withIds(mesh);
+    if (form.indices == layout::one_index)
+        mesh = morva_test::withIndex(mesh, rng);
+    if (form.indices == layout::index_per_property) {
+        mesh.mapping.assign(2 + rng() % 2, 0);
+        for (unsigned bit = 0; bit < 12; ++bit) // positions not always first
+            mesh.mapping[rng() % mesh.mapping.size()] |= static_cast<::osg::UInt16>(1U << bit);
+        for (std::size_t i = vertexCount(mesh) * mesh.mapping.size(); i > 0; --i)
+            mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % mesh.positions.size()));
     }
-}
-
-template <typename Role, typename Usual, typename Other>
-Role made(std::size_t count, std::mt19937& rng, bool other) {
-    const Role property = other && rng() % 2 == 0 ? Role(Other::create()) : Role(Usual::create());
-    fillWith(property, count, rng);
-    return property;
-}
-
-/// Spreads all properties over two or three indices per vertex.
-inline std::size_t addMapping(const ::osg::GeometryPtr& geometry, std::mt19937& rng) {
-    const std::size_t entries = 2 + rng() % 2;
-    std::vector<::osg::UInt16> bits(entries, 0);
-    for (unsigned bit = 0; bit < 12; ++bit) {
-        // Positions not always first; no property is left without an entry.
-        bits[rng() % entries] |= static_cast<::osg::UInt16>(1U << bit);
-    }
-    for (const ::osg::UInt16 entry : bits)
-        geometry->editMFIndexMapping()->push_back(entry);
-    return entries;
-}
-
-template <typename Indices>
-void addIndices(const ::osg::GeometryPtr& geometry, std::size_t count, std::size_t range,
-                std::mt19937& rng) {
-    const auto indices = Indices::create();
-    for (std::size_t i = 0; i < count; ++i)
-        indices->addValue(static_cast<::osg::UInt32>(rng() % range));
-    geometry->setIndices(indices);
-}
-
-} // namespace detail
-
-/// Random primitives of all types, triangles or not, with random properties on a coarse grid, so
-/// that corners often coincide.
-inline ::osg::GeometryPtr randomTriangles(std::mt19937& rng, const random_form& form) {
-    std::vector<std::pair<int, unsigned>> primitives;
-    std::size_t vertices = 0;
-    const auto add = [&](int type, unsigned length) {
-        primitives.emplace_back(type, length);
-        vertices += length;
+    const ::osg::GeometryPtr geometry = morva_test::geometryOf(mesh);
+    const auto otherUnit = [&]() -> ::osg::GeoTexCoordsPtr {
+        const ::osg::GeoTexCoords2fPtr unit = ::osg::GeoTexCoords2f::create();
+        for (std::size_t i = 0; i < mesh.positions.size(); ++i)
+            unit->addValue(::osg::Vec2f(static_cast<float>(rng() % 9), 0.5F));
+        return unit;
     };
-    for (int i = 0; i < 6; ++i) {
-        const int type = static_cast<int>(rng() % 10);
-        unsigned length = 2 + static_cast<unsigned>(rng() % 9);
-        if (type == 4)
-            length = length / 3 * 3;
-        if (type == 7)
-            length = length / 4 * 4;
-        add(type, length);
-    }
-    add(4, 6);
-
-    const bool plain = form.indices == flat::layout::plain;
-    const std::size_t count = plain ? vertices : 5 + rng() % 12;
-    const ::osg::GeometryPtr geometry = flat::geometryOf(primitives, {});
-    const bool other = form.other_forms;
-    geometry->setPositions(
-        detail::made<::osg::GeoPositionsPtr, ::osg::GeoPositions3f, ::osg::GeoPositions3d>(
-            count, rng, other));
-    if (rng() % 2 == 0)
-        geometry->setNormals(
-            detail::made<::osg::GeoNormalsPtr, ::osg::GeoNormals3f, ::osg::GeoNormals3b>(count, rng,
-                                                                                         other));
-    if (rng() % 2 == 0)
-        geometry->setColors(
-            detail::made<::osg::GeoColorsPtr, ::osg::GeoColors3f, ::osg::GeoColors4ub>(count, rng,
-                                                                                       other));
-    if (rng() % 3 == 0)
-        geometry->setSecondaryColors(
-            detail::made<::osg::GeoColorsPtr, ::osg::GeoColors3f, ::osg::GeoColors4f>(count, rng,
-                                                                                      other));
-    const auto coordinates = [&] {
-        return detail::made<::osg::GeoTexCoordsPtr, ::osg::GeoTexCoords2f, ::osg::GeoTexCoords3f>(
-            count, rng, other);
-    };
-    if (rng() % 2 == 0)
-        geometry->setTexCoords(coordinates());
-    if (rng() % 3 == 0)
-        geometry->setTexCoords1(coordinates());
-    if (rng() % 3 == 0)
-        geometry->setTexCoords2(coordinates());
-    if (rng() % 3 == 0)
-        geometry->setTexCoords3(coordinates());
-    if (rng() % 3 == 0)
-        geometry->setTexCoords7(
-            detail::made<::osg::GeoTexCoordsPtr, ::osg::GeoTexCoords1f, ::osg::GeoTexCoords2f>(
-                count, rng, other));
-    if (plain)
-        return geometry;
-    const std::size_t entries =
-        form.indices == flat::layout::one_index ? 1 : detail::addMapping(geometry, rng);
-    if (other && rng() % 2 == 0) {
-        detail::addIndices<::osg::GeoIndicesUI16>(geometry, vertices * entries, count, rng);
-    } else {
-        detail::addIndices<::osg::GeoIndicesUI32>(geometry, vertices * entries, count, rng);
-    }
+    if (some(3))
+        geometry->setTexCoords1(otherUnit());
+    if (some(3))
+        geometry->setTexCoords2(otherUnit());
+    if (some(3))
+        geometry->setTexCoords3(otherUnit());
+    if (form.other_forms)
+        takeOtherForms(geometry, rng);
     return geometry;
 }
 
 /// A closed surface: a ball of `rings` x `segments` patches with a rough skin, outside seen.
-inline std::vector<::osg::Pnt3f> roughBall(std::mt19937& rng, int rings, int segments) {
+inline piece roughBall(std::mt19937& rng, int rings, int segments) {
     std::uniform_real_distribution<float> rough(0.8F, 1.2F);
-    std::vector<std::vector<::osg::Pnt3f>> grid;
-    for (int r = 0; r <= rings; ++r) {
-        std::vector<::osg::Pnt3f> ring;
-        const float down = 3.14159265F * static_cast<float>(r) / static_cast<float>(rings);
-        for (int s = 0; s < segments; ++s) {
-            const float turn = 6.2831853F * static_cast<float>(s) / static_cast<float>(segments);
-            const float size = rough(rng);
-            ring.push_back(::osg::Pnt3f(size * std::sin(down) * std::cos(turn),
-                                        size * std::sin(down) * std::sin(turn),
-                                        size * std::cos(down)));
-        }
-        if (r == 0 || r == rings)
-            std::fill(ring.begin(), ring.end(), ::osg::Pnt3f(0.0F, 0.0F, r == 0 ? 1.0F : -1.0F));
-        grid.push_back(std::move(ring));
+    piece skin, positions;
+    for (int i = 0; i < (rings + 1) * segments; ++i) {
+        const int ring = i / segments;
+        const bool pole = ring == 0 || ring == rings; // all points of a pole are one
+        const float down = 3.14159265F * static_cast<float>(ring) / static_cast<float>(rings);
+        const float turn =
+            6.2831853F * static_cast<float>(i % segments) / static_cast<float>(segments);
+        const float size = pole ? 1.0F : rough(rng), out = pole ? 0.0F : size * std::sin(down);
+        skin.push_back({out * std::cos(turn), out * std::sin(turn), size * std::cos(down)});
     }
-    std::vector<::osg::Pnt3f> positions;
-    const auto add = [&](const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
-        positions.insert(positions.end(), {a, b, c});
-    };
-    for (std::size_t r = 0; r + 1 < grid.size(); ++r) {
-        for (std::size_t s = 0; s < grid[r].size(); ++s) {
-            const std::size_t next = (s + 1) % grid[r].size();
-            if (r + 2 < grid.size())
-                add(grid[r][s], grid[r + 1][s], grid[r + 1][next]);
+    for (int r = 0; r < rings; ++r) {
+        for (int s = 0; s < segments; ++s) {
+            const auto at = [&](int down, int right) {
+                return skin[static_cast<std::size_t>((r + down) * segments +
+                                                     (s + right) % segments)];
+            };
+            if (r + 1 < rings)
+                positions.insert(positions.end(), {at(0, 0), at(1, 0), at(1, 1)});
             if (r > 0)
-                add(grid[r][s], grid[r + 1][next], grid[r][next]);
+                positions.insert(positions.end(), {at(0, 0), at(1, 1), at(0, 1)});
         }
     }
     return positions;

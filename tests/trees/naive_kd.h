@@ -69,6 +69,31 @@ void read_extent(const Geoset& geoset, int axis, std::uint64_t e, float& lo, flo
     extents_on_axis(geoset, axis).read(e, lo, hi);
 }
 
+/// Sweeps over the bounds of a range on one axis; with `tell_nan` a NaN is told and left out.
+template <typename Key, typename Geoset, typename Evaluate>
+void sweep_range(const Geoset& geoset, const std::vector<std::uint64_t>& range, int axis,
+                 bool tell_nan, Evaluate evaluate) {
+    sweep_line<Key> line;
+    for (const std::uint64_t e : range) {
+        float lo = 0, hi = 0;
+        read_extent(geoset, axis, e, lo, hi);
+        if (!tell_nan || (!std::isnan(lo) && !std::isnan(hi))) {
+            line.fill(Key(lo), Key(hi));
+            continue;
+        }
+        std::cout << "Found NAN in kd_strategy_ObjMedian!" << std::endl;
+        std::cout << "AXIS: " << axis << " Index: " << e << " MIN: " << lo << " MAX: " << hi
+                  << std::endl;
+    }
+    line.sweep(std::uint32_t(range.size()), evaluate);
+}
+
+template <typename Geoset>
+float naive_plane(const morva::kd_strategy_median&, const Geoset&, const morva::kd_build_setup&,
+                  const std::vector<std::uint64_t>&, const morva::float_box& box, int& axis) {
+    return box.extent[std::size_t(axis)] * 0.5f + box.min[std::size_t(axis)];
+}
+
 template <typename Geoset>
 float naive_plane(const morva::kd_strategy_ObjMedian&, const Geoset& geoset,
                   const morva::kd_build_setup&, const std::vector<std::uint64_t>& range,
@@ -78,39 +103,22 @@ float naive_plane(const morva::kd_strategy_ObjMedian&, const Geoset& geoset,
     int best_axis = axis;
     float best_plane = box.min[std::size_t(axis)];
     for (int a = 0; a < 3; ++a) {
-        sweep_line<double> line;
-        for (const std::uint64_t e : range) {
-            float lo = 0, hi = 0;
-            read_extent(geoset, a, e, lo, hi);
-            if (std::isnan(lo) || std::isnan(hi)) {
-                std::cout << "Found NAN in kd_strategy_ObjMedian!" << std::endl;
-                std::cout << "AXIS: " << a << " Index: " << e << " MIN: " << lo << " MAX: " << hi
-                          << std::endl;
-                continue;
-            }
-            line.fill(double(lo), double(hi));
-        }
-        line.sweep(std::uint32_t(range.size()), [&](double c, std::uint32_t left,
-                                                    std::uint32_t straddling, std::uint32_t right) {
+        const auto evaluate = [&](double c, std::uint32_t left, std::uint32_t straddling,
+                                  std::uint32_t right) {
             const std::uint32_t cost = (left > right ? left - right : right - left) + straddling;
-            if (cost < best && left != 0 && right != 0) {
-                best = cost;
-                best_plane = float(c);
-                best_axis = a;
-                found = true;
-            }
-        });
+            if (cost >= best || left == 0 || right == 0)
+                return;
+            best = cost;
+            best_plane = float(c);
+            best_axis = a;
+            found = true;
+        };
+        sweep_range<double>(geoset, range, a, true, evaluate);
     }
     if (!found)
         return 0.5f * box.extent[std::size_t(axis)] + box.min[std::size_t(axis)];
     axis = best_axis;
     return best_plane;
-}
-
-template <typename Geoset>
-float naive_plane(const morva::kd_strategy_median&, const Geoset&, const morva::kd_build_setup&,
-                  const std::vector<std::uint64_t>&, const morva::float_box& box, int& axis) {
-    return box.extent[std::size_t(axis)] * 0.5f + box.min[std::size_t(axis)];
 }
 
 template <typename Geoset>
@@ -127,14 +135,8 @@ float naive_plane(const morva::kd_strategy_SAH&, const Geoset& geoset,
         const float u = box.extent[(k + 1) % 3], w = box.extent[(k + 2) % 3];
         const float left_base = w * u - u * box.min[k] - box.min[k] * w;
         const float right_base = w * u + u * box.max[k] + box.max[k] * w;
-        sweep_line<float> line;
-        for (const std::uint64_t e : range) {
-            float lo = 0, hi = 0;
-            read_extent(geoset, a, e, lo, hi);
-            line.fill(lo, hi);
-        }
-        line.sweep(std::uint32_t(range.size()), [&](float c, std::uint32_t left,
-                                                    std::uint32_t straddling, std::uint32_t right) {
+        const auto evaluate = [&](float c, std::uint32_t left, std::uint32_t straddling,
+                                  std::uint32_t right) {
             if (straddling != 0 && setup.clean_splits_only)
                 return;
             const float p_left = 2.0f * (left_base + u * c + w * c) / area;
@@ -146,12 +148,13 @@ float naive_plane(const morva::kd_strategy_SAH&, const Geoset& geoset,
             float cost = std::min(cost_b, cost_a) * setup.cost_factor + setup.cost_traversal;
             if (straddling == 0 && left >= 1 && right >= 1)
                 cost *= 0.8f;
-            if (best > cost) {
-                best = cost;
-                best_plane = c;
-                best_axis = a;
-            }
-        });
+            if (!(best > cost))
+                return;
+            best = cost;
+            best_plane = c;
+            best_axis = a;
+        };
+        sweep_range<float>(geoset, range, a, false, evaluate);
     }
     axis = best_axis;
     return best_plane;

@@ -19,12 +19,10 @@ namespace morva_test {
 
 using box3 = std::array<std::array<float, 2>, 3>; ///< per axis: low, high
 
-/// Whether two floats are the same value to the last bit, sign of zero and kind of NaN included.
-inline bool same_bits(float a, float b) {
-    std::uint32_t bits[2];
-    std::memcpy(&bits[0], &a, sizeof a);
-    std::memcpy(&bits[1], &b, sizeof b);
-    return bits[0] == bits[1];
+inline std::uint32_t bits_of(float value) {
+    std::uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
 }
 
 /// Boxes as elements; the arrays of a geoset, and nothing that cuts.

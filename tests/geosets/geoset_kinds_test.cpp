@@ -1,0 +1,397 @@
+// What holds for triangles, lines and points alike: extraction, set-up, clearing, sizes, trees.
+
+#include "triangle_scenes.h"
+
+#include "../support/kd_checks.h"
+#include "../support/live_containers.h"
+
+#include <gtest/gtest.h>
+
+#include <limits>
+
+#include <OpenSG/OSGLineIterator.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include <morva/trees/kd_tree.h>
+
+namespace {
+
+using namespace tri;
+using morva_test::geometryOf;
+using morva_test::meshNode;
+using morva_test::named;
+using morva_test::node_list;
+using morva_test::nodeOf;
+
+template <typename G> class GeosetKinds : public testing::Test {
+  public:
+    static constexpr unsigned corners = G::corners;
+
+  protected:
+    GeosetKinds() { morva::osg::getIDmapHandler().reset(); }
+    ~GeosetKinds() override { morva::osg::getIDmapHandler().reset(); }
+
+    static mesh_data some(unsigned count, const ::osg::Vec3f& at = {0, 0, 0}) {
+        return elements(corners, count, at);
+    }
+    static std::string tools() {
+        const char* const names[] = {"point_", "line_", ""};
+        return std::string("Morva_osg_") + names[corners - 1] + "geoset_tools::Extract: ";
+    }
+    std::vector<float> ids() const {
+        std::vector<float> result;
+        for (const corner& c : rowsOf(geoset.geometry.get(), geoset.vertex_count))
+            result.push_back(c.id);
+        return result;
+    }
+    /// Each value once per corner.
+    static std::vector<float> perCorner(const std::vector<float>& values) {
+        std::vector<float> result;
+        for (const float value : values)
+            result.insert(result.end(), corners, value);
+        return result;
+    }
+
+    G geoset;
+};
+
+using kinds = testing::Types<osg_geoset, osg_line_geoset, osg_point_geoset>;
+TYPED_TEST_SUITE(GeosetKinds, kinds);
+
+TYPED_TEST(GeosetKinds, ExtractRefusesWithOneLineAndNoChange) {
+    const node_ref coreless(::osg::Node::create()), grouped(morva_test::group());
+    const node_ref empty(nodeOf(::osg::Geometry::create()));
+    const node_ref others(meshNode(elements(TestFixture::corners == 3 ? 2 : 3, 1)));
+    const node_ref sound(meshNode(this->some(1)));
+    TypeParam without_core;
+    without_core.geometry = ::osg::NullFC;
+    struct refusal {
+        const char* name;
+        ::osg::NodePtr node;
+        TypeParam& into;
+        std::string line;
+    };
+    const refusal cases[] = {
+        {"null", ::osg::NullFC, this->geoset, this->tools() + "No Node\n"},
+        {"no_core", coreless.get(), this->geoset, this->tools() + "No Core\n"},
+        {"group", grouped.get(), this->geoset, this->tools() + "No GeometryCore\n"},
+        {"nothing_to_draw", empty.get(), this->geoset, ""},
+        {"other_primitives", others.get(), this->geoset, ""},
+        {"no_target", sound.get(), without_core,
+         "Morva_osg_geoset_tools::Extract: No Geometry in geoset!\n"}};
+    for (const refusal& c : cases) {
+        SCOPED_TRACE(c.name);
+        const auto act = [&] {
+            EXPECT_EQ(pour(c.node, c.into, {true, true, true, true, true}), 0U);
+        };
+        EXPECT_EQ(toldBy(act), c.line);
+        EXPECT_EQ(c.into.vertex_count, 0U);
+    }
+    without_core.setup();
+    without_core.calc_bounding_box();
+    EXPECT_EQ(without_core.size, 0U);
+}
+
+TYPED_TEST(GeosetKinds, ExtractMovesPositionsToTheWorldAndTurnsNormalsWithoutScalingThem) {
+    // Rows: x' = -2 y + 5, y' = 3 x, z' = 4 z - 1: a quarter turn, scaled.
+    const ::osg::Matrix matrix(0, -2, 0, 5, 3, 0, 0, 0, 0, 0, 4, -1, 0, 0, 0, 1);
+    mesh_data mesh = this->some(3 / TestFixture::corners + 1, {1, 2, 3});
+    mesh.normals.assign(mesh.positions.size(), {1, 0, 0});
+    mesh.normals[1] = {0, 0, 2};
+    mesh.normals[2] = {0, 1e-7F, 0}; // of no length: not blown up
+    const node_ref root(morva_test::transformed(matrix, {meshNode(mesh)}));
+    TypeParam local;
+    pour(root->getChild(0), local, set_up);
+    pour(root->getChild(0), this->geoset, {true, false, false, true, false});
+    EXPECT_EQ(cornersOf(local, 0),
+              piece(mesh.positions.begin(), mesh.positions.begin() + TestFixture::corners));
+    EXPECT_EQ(broken_rule_of(this->geoset), "");
+    const ::osg::Vec3f turned[3] = {{0, 1, 0}, {0, 0, 1}, {-1e-7F, 0, 0}};
+    const rows world = rowsOf(this->geoset.geometry.get(), 3);
+    for (std::size_t k = 0; k < 3; ++k) {
+        const ::osg::Pnt3f& p = mesh.positions[k];
+        EXPECT_EQ(world[k].position, ::osg::Pnt3f(5 - 2 * p[1], 3 * p[0], 4 * p[2] - 1));
+        EXPECT_NEAR((world[k].normal - turned[k]).length(), 0, 2e-6F) << k;
+    }
+    EXPECT_LT(world[2].normal.length(), 2e-7F);
+}
+
+TYPED_TEST(GeosetKinds, WhatANodeLacksReadsTheDefault) {
+    std::mt19937 rng(7);
+    const mesh_data bare = this->some(1);
+    mesh_data dressed = morva_test::withColors(morva_test::withNormals(bare, rng), rng);
+    dressed.secondary = dressed.colors;
+    pour(bare, this->geoset);
+    pour(dressed, this->geoset);
+    pour(bare, this->geoset);
+    const std::size_t n = TestFixture::corners;
+    const rows all = rowsOf(this->geoset.geometry.get(), 3 * n);
+    const ::osg::Color3f white(1, 1, 1);
+    for (const std::size_t i : {std::size_t(0), 2 * n}) {
+        EXPECT_EQ(all[i].color, white);
+        EXPECT_EQ(all[i].secondary, white);
+        EXPECT_EQ(all[i].normal, n == 3 ? ::osg::Vec3f(0, 0, 1) : ::osg::Vec3f(0, 1, 0));
+    }
+    for (std::size_t k = 0; k < n; ++k) {
+        EXPECT_EQ(all[n + k].color, dressed.colors[k]);
+        EXPECT_EQ(all[n + k].secondary, dressed.secondary[k]);
+    }
+    EXPECT_EQ(this->geoset.geometry->getLengths()->getValue(0), 3 * n);
+    EXPECT_EQ(this->geoset.geometry->getTypes()->getValue(0), n == 3 ? 4U : 1U);
+    EXPECT_EQ(lengthOf(this->geoset.geometry->getTexCoords7()), -1);
+}
+
+TYPED_TEST(GeosetKinds, EachNameHasItsIdAndANamelessNodeGetsNoneAndSaysSo) {
+    morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
+    const wishes with_ids{false, false, true, false, false};
+    const node_ref nameless(meshNode(this->some(1)));
+    EXPECT_EQ(toldBy([&] { pour(nameless.get(), this->geoset, with_ids); }),
+              "Node has no name and will not get an IDmap.\n");
+    EXPECT_EQ(lengthOf(this->geoset.geometry->getTexCoords7()), -1);
+
+    this->geoset.clear();
+    ::osg::setName(nameless->getCore(), "core"); // will do
+    const node_ref scene(
+        morva_test::moved({0, 0, 10}, {named("a", meshNode(this->some(1))),
+                                       named("b", meshNode(this->some(1, {5, 0, 0})))}));
+    const wishes in_world{true, false, true, false, false};
+    pour(scene->getChild(0), this->geoset, in_world);
+    pour(scene->getChild(1), this->geoset, with_ids);
+    pour(scene->getChild(0), this->geoset, in_world);
+    pour(nameless.get(), this->geoset, with_ids);
+    handler.releaseHeldLock();
+    EXPECT_EQ(this->ids(), this->perCorner({0, 1, 0, 2}));
+    EXPECT_EQ(handler.names, (std::vector<std::string>{"a", "b", "core"}));
+    EXPECT_EQ(handler.mins[0], ::osg::Pnt3f(0, 0, 10));
+    EXPECT_EQ(handler.mins[1], ::osg::Pnt3f(5, 0, 0));
+}
+
+TYPED_TEST(GeosetKinds, IdsAreKeptAndNotGivenOnceTheMergeHasRun) {
+    mesh_data old = this->some(1);
+    old.ids.assign(old.positions.size(), 42.0F);
+    const registration_off after_the_merge;
+    const node_ref other(named("other", meshNode(this->some(1))));
+    pour(old, this->geoset);
+    pour(other.get(), this->geoset); // the core has IDs by now, so this writes some too: 0
+    EXPECT_EQ(this->ids(), this->perCorner({42, 0}));
+    EXPECT_TRUE(morva::osg::getIDmapHandler().names.empty());
+}
+
+TYPED_TEST(GeosetKinds, MaterialIsTheFirstOfItsOwnThenOfAGroupIfAsked) {
+    const ::osg::MaterialPtr of_group = morva_test::bareMaterial();
+    const ::osg::MaterialPtr of_core = morva_test::bareMaterial();
+    const node_ref root(morva_test::materialGroup(
+        of_group, {meshNode(this->some(1)), meshNode(this->some(1), of_core)}));
+    const wishes ask{false, true, false, false, false};
+    TypeParam& asked = this->geoset;
+    TypeParam not_asked;
+    pour(root->getChild(0), asked, ask);
+    EXPECT_TRUE(asked.geometry->getMaterial() == of_group);
+    pour(root->getChild(0), not_asked);
+    EXPECT_TRUE(not_asked.geometry->getMaterial() == ::osg::NullFC);
+    pour(root->getChild(1), not_asked, ask);
+    EXPECT_TRUE(not_asked.geometry->getMaterial() == of_core);
+    pour(root->getChild(1), asked, ask);
+    EXPECT_TRUE(asked.geometry->getMaterial() == of_group) << "the first one stays";
+}
+
+TYPED_TEST(GeosetKinds, RoomThatSetupTookBackComesAgain) {
+    this->geoset.clear();
+    EXPECT_EQ(this->geoset.vertex_capacity, 500000U);
+    pour(this->some(2), this->geoset, set_up);
+    pour(this->some(50, {7, 8, 9}), this->geoset, set_up);
+    EXPECT_EQ(this->geoset.size, 52U);
+    EXPECT_EQ(broken_rule_of(this->geoset), "");
+    EXPECT_EQ(cornersOf(this->geoset, 51)[0], ::osg::Pnt3f(56, 8, 9));
+}
+
+TYPED_TEST(GeosetKinds, SetupOverallocatesIgnoresARestAndFindsTheBox) {
+    const unsigned n = TestFixture::corners;
+    this->geoset.vertex_count = 30;
+    this->geoset.setup();
+    EXPECT_EQ(this->geoset.size + this->geoset.wished_size, 0U) << "there are no positions";
+
+    mesh_data mesh = this->some(2);
+    mesh.positions.push_back({100, 100, 100});
+    this->geoset.geometry = geometryOf(mesh);
+    this->geoset.vertex_count = 2 * n + (n == 1 ? 0 : 1);
+    this->geoset.setup();
+    EXPECT_EQ(this->geoset.size, 2U);
+    EXPECT_EQ(this->geoset.wished_size, 2U);
+    EXPECT_EQ(lengthOf(this->geoset.geometry->getPositions()),
+              static_cast<int>(n * this->geoset.vertex_count));
+    EXPECT_EQ(broken_rule_of(this->geoset), "");
+    EXPECT_EQ(this->geoset.bbox.max[0], n == 1 ? 1.0F : 2.0F);
+    EXPECT_EQ(this->geoset.bbox.extent[2], 0.0F) << "a flat axis stays flat";
+
+    // A NaN in the very first vertex stays in the box, any other is passed over, alone.
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    this->geoset.geometry->getPositions()->setValue({0, nan, 0}, 0);
+    this->geoset.geometry->getPositions()->setValue({nan, 7, 0}, n);
+    this->geoset.geometry->getPositions()->setValue({8, 7, 0}, 2 * n - 1);
+    this->geoset.setup();
+    EXPECT_EQ(this->geoset.bbox.max[0], 8.0F);
+    EXPECT_TRUE(std::isnan(this->geoset.bbox.min[1]) && std::isnan(this->geoset.bbox.max[1]));
+
+    this->geoset.vertex_count = 0;
+    this->geoset.setup();
+    EXPECT_EQ(this->geoset.size, 0U);
+    EXPECT_EQ(this->geoset.bbox.max[0], 0.0F);
+}
+
+TYPED_TEST(GeosetKinds, SizesAreInElementsUntilOneFailsAndClearStartsAnew) {
+    const int n = TestFixture::corners;
+    EXPECT_EQ(this->geoset.vertex_capacity, 0U);
+    pour(this->some(4), this->geoset, set_up);
+    const ::osg::GeometryRefPtr core(this->geoset.geometry.get());
+    EXPECT_TRUE(this->geoset.resizeFieldContainers(5));
+    EXPECT_EQ(lengthOf(core->getPositions()), 5 * n);
+    this->geoset.names.push_back("something");
+    for (const int fields : {7, 9}) {
+        if constexpr (TestFixture::corners < 3) {
+            this->geoset.setWishedSize(static_cast<unsigned long>(fields));
+            EXPECT_EQ(this->geoset.vertex_capacity, static_cast<unsigned long>(fields));
+        } else {
+            EXPECT_EQ(this->geoset.resizeFieldContainers(static_cast<unsigned>(fields)),
+                      fields == 7);
+        }
+        EXPECT_EQ(lengthOf(core->getPositions()), 7 * n);
+        this->geoset.resize_failed = true;
+    }
+    this->geoset.clear();
+    EXPECT_EQ(lengthOf(core->getPositions()), 7 * n) << "who took the core still has it";
+    EXPECT_EQ(lengthOf(this->geoset.geometry->getPositions()), -1);
+    EXPECT_EQ(this->geoset.size + this->geoset.wished_size + this->geoset.vertex_count, 0U);
+    EXPECT_EQ(this->geoset.bbox.max[0], 0.0F);
+    EXPECT_TRUE(this->geoset.names.empty() && !this->geoset.resize_failed);
+}
+
+TYPED_TEST(GeosetKinds, LeavesNoContainerBehind) {
+    std::mt19937 rng(11);
+    const unsigned int live = morva_test::liveContainers();
+    for (int round = 0; round < 20; ++round) {
+        const node_ref node(nodeOf(randomGeometry(rng, {layout::one_index, true})));
+        TypeParam filled;
+        pour(node.get(), filled, {true, true, false, true, round % 2 == 0});
+        if (round % 3 == 0)
+            filled.clear();
+    }
+    EXPECT_EQ(morva_test::liveContainers(), live);
+}
+
+// ---- lines
+
+rows linesByIterator(const ::osg::GeometryPtr& geometry) {
+    rows all;
+    for (::osg::LineIterator it = geometry->beginLines(); it != geometry->endLines(); ++it) {
+        for (int k = 0; k < 2; ++k) {
+            corner c;
+            c.position = it.getPosition(k);
+            c.normal = it.getNormal(k);
+            c.color = it.getColor(k);
+            c.secondary = it.getSecondaryColor(k);
+            c.id = it.getTexCoords7(k)[0];
+            all.push_back(c);
+        }
+    }
+    return all;
+}
+
+TEST(LineExtract, GivesTheLinesOfTheIteratorInEveryLayout) {
+    std::mt19937 rng(20301);
+    const registration_off ids_are_kept;
+    std::size_t lines = 0;
+    for (int round = 0; round < 600; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const random_form form{static_cast<layout>(round % 3), round % 2 == 0};
+        const node_ref node(nodeOf(randomGeometry(rng, form)));
+        const rows expected = linesByIterator(morva_test::coreOf(node.get()));
+        osg_line_geoset geoset;
+        pour(node.get(), geoset, {round % 4 == 0, false, false, round % 5 == 0, false});
+        ASSERT_EQ(geoset.vertex_count, expected.size());
+        if (round % 4 != 0) {
+            EXPECT_EQ(numbersOf(rowsOf(geoset.geometry.get(), expected.size())),
+                      numbersOf(expected));
+        }
+        EXPECT_EQ(broken_rule_of(geoset), "");
+        lines += expected.size() / 2;
+    }
+    EXPECT_GT(lines, 2000U);
+}
+
+TEST(LineExtract, LengthsThatPromiseTooMuchReadNothingPastTheEnd) {
+    std::mt19937 rng(3);
+    mesh_data broken = meshOf({{1, 2}, {3, 900}, {1, 2}}, morva_test::soup(rng, 2).positions);
+    osg_line_geoset geoset, wild;
+    pour(broken, geoset, set_up);
+    EXPECT_EQ(geoset.size, 4U);   // one, and three of the four vertices that are left
+    for (int i = 0; i < 904; ++i) // most lead past the positions
+        broken.indices.push_back(static_cast<::osg::UInt32>(rng() % 40));
+    pour(broken, wild, set_up);
+    EXPECT_EQ(wild.size, 901U);
+    EXPECT_LE(wild.bbox.max[0], 1.0F);
+    EXPECT_GE(wild.bbox.min[0], -1.0F);
+
+    // One below none, and one line: the count wraps to 0, and nothing is extracted. Without the
+    // line it asks for more than there is, and only that node is lost.
+    osg_line_geoset none;
+    const piece ends = {{0, 0, 0}, {1, 2, 3}};
+    EXPECT_EQ(toldBy([&] { pour(meshOf({{3, 0}, {1, 2}}, ends), none, set_up); }, std::cerr), "");
+    EXPECT_EQ(toldBy(
+                  [&] {
+                      pour(meshOf({{3, 0}}, ends), none, set_up);
+                  },
+                  std::cerr),
+              "bad_alloc caught in Extract geometry in morva::osg_line_geoset: std::bad_alloc\n");
+    EXPECT_EQ(none.size + none.vertex_count, 0U);
+}
+
+// ---- points
+
+TEST(PointExtract, PointsAreTheVerticesOfLineRuns) {
+    struct point_case {
+        const char* name;
+        std::vector<std::pair<unsigned, unsigned>> primitives;
+        std::vector<float> xs; ///< x of the expected points
+    };
+    for (const point_case& c :
+         {point_case{"one", {{1, 1}}, {0}},
+          point_case{"true_points_count_for_nothing", {{0, 3}}, {}},
+          point_case{"among_others", {{0, 2}, {1, 2}, {3, 2}, {1, 1}, {4, 3}}, {2, 3, 6}},
+          point_case{"beyond_the_data", {{0, 8}, {1, 900}}, {8, 9}}}) {
+        SCOPED_TRACE(c.name);
+        mesh_data mesh = morva_test::row(10, 1);
+        mesh.primitives = c.primitives;
+        osg_point_geoset points;
+        pour(mesh, points, set_up);
+        std::vector<float> xs;
+        for (std::size_t i = 0; i < points.size; ++i)
+            xs.push_back(cornersOf(points, i)[0][0]);
+        EXPECT_EQ(xs, c.xs);
+    }
+}
+
+TEST(PointTree, APointOnThePlaneGoesRightAndANanIsToldAndStays) {
+    osg_point_geoset points;
+    const ::osg::GeoPositions2fPtr flat = ::osg::GeoPositions2f::create(); // another form
+    for (const float x : {0.0F, 2.0F, 4.0F})
+        flat->editField().push_back(::osg::Pnt2f(x, 0));
+    points.geometry->setPositions(flat);
+    points.vertex_count = 3;
+    points.setup();
+    morva::kd_tree<float> tree;
+    const morva::kd_build_setup setup{1, 1, 3, 1.0F, 2.0F, 0.95F, false};
+    morva::compile(points, tree, setup, morva::kd_strategy_ObjMedian());
+    ASSERT_EQ(tree.node_count, 2U);
+    EXPECT_EQ(tree.nodes[0].plane, 2.0F);
+    EXPECT_EQ(tree.nodes[1].count, 1U);
+    EXPECT_EQ(tree.nodes[2].count, 2U);
+
+    points.geometry->getPositions()->setValue({std::nanf(""), 1, 0}, 1);
+    const auto build = [&] { compile(points, tree, setup, morva::kd_strategy_ObjMedian()); };
+    EXPECT_EQ(toldBy(build), "Found NAN in kd_strategy_ObjMedian!\n"
+                             "AXIS: 0 Index: 1 MIN: nan MAX: nan\n");
+    EXPECT_EQ(morva::triangle_count(tree, 0), 3U);
+}
+
+} // namespace

@@ -1,0 +1,338 @@
+// From a sorted geoset back to cores: what one core holds at each level, and how a tree is cut.
+
+#include "triangle_scenes.h"
+
+#include "../support/live_containers.h"
+#include "../support/mesh_multiset.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <set>
+
+#include <OpenSG/OSGPrimitiveIterator.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/trees/kd_tree.h>
+
+namespace {
+
+using namespace tri;
+using morva::kd_build_setup;
+using morva::kd_tree;
+using morva::osg::calcleftpart;
+using morva::osg::Make_N_GeometryCores;
+using morva::osg::MakeGeoCore;
+using morva_test::coreOf;
+using morva_test::meshNode;
+
+/// A geoset over a mesh, and its tree of cells of at most `cell` elements.
+template <typename G> struct sorted {
+    sorted(const mesh_data& mesh, unsigned cell) : source(meshNode(mesh)) {
+        const registration_off ids_are_kept;
+        pour(source.get(), geoset, set_up);
+        morva::compile(geoset, tree, kd_build_setup{cell, 40, 3, 1.0F, 2.0F, 0.95F, false},
+                       morva::kd_strategy_ObjMedian());
+    }
+    node_ref core(unsigned first, unsigned count, int opt, bool normals = false) const {
+        return node_ref(MakeGeoCore(tree, geoset, first, count, opt, normals));
+    }
+    node_ref whole(int opt, bool normals = false) const {
+        return core(0, static_cast<unsigned>(geoset.size), opt, normals);
+    }
+    node_ref source;
+    G geoset;
+    kd_tree<float> tree;
+};
+using sorted_soup = sorted<osg_geoset>;
+
+/// `count` triangles that can be kept, with every attribute; corners are often equal.
+mesh_data randomSoup(std::mt19937& rng, std::size_t count) {
+    mesh_data mesh = meshOf({{4, static_cast<unsigned>(3 * count)}}, {});
+    while (mesh.positions.size() < 3 * count) {
+        const piece t = morva_test::soup(rng, 1).positions;
+        if (!morva::osg::is_rogue(t[0], t[1], t[2]))
+            mesh.positions.insert(mesh.positions.end(), t.begin(), t.end());
+    }
+    return morva_test::withAttributes(mesh, rng);
+}
+
+/// Empty if two scenes draw the same, IDs included.
+std::string difference(const node_ref& a, const node_ref& b, bool with_normals = true) {
+    morva_test::mesh_choice choice;
+    choice.normals = with_normals;
+    choice.ids = true;
+    return firstDifference(worldMesh(a.get(), choice), worldMesh(b.get(), choice));
+}
+
+TEST(MakeGeoCore, EveryLevelKeepsTheTrianglesWithAllTheirValues) {
+    std::mt19937 rng(4601);
+    for (int round = 0; round < 60; ++round) {
+        const sorted_soup soup(randomSoup(rng, 1 + rng() % 60), 8);
+        for (int opt = 0; opt <= 3; ++opt)
+            EXPECT_EQ(difference(soup.whole(opt), soup.source), "") << round << " opt " << opt;
+    }
+}
+
+TEST(MakeGeoCore, LevelZeroIsTheRunInItsOrderWithoutIndexNamedAnew) {
+    std::mt19937 rng(4602);
+    const sorted_soup soup(randomSoup(rng, 50), 5);
+    soup.geoset.geometry->setMaterial(morva_test::bareMaterial());
+    const unsigned int number = morva::osg::getIDmapHandler().mergedCount;
+    const node_ref node = soup.core(7, 20, 0), second = soup.core(0, 1, 1);
+    const ::osg::GeometryPtr core = coreOf(node.get());
+    EXPECT_TRUE(core->getIndices() == ::osg::NullFC);
+    EXPECT_EQ(core->getTypes()->getValue(0), 4U);
+    EXPECT_EQ(core->getLengths()->getValue(0), 60U);
+    EXPECT_TRUE(::osg::GeoTexCoords1fPtr::dcast(core->getTexCoords7()) != ::osg::NullFC);
+    const rows from = rowsOf(soup.geoset.geometry.get(), 150);
+    rows expected;
+    for (std::size_t v = 0; v < 60; ++v)
+        expected.push_back(from[3 * soup.tree.indices[7 + v / 3] + v % 3]);
+    EXPECT_EQ(numbersOf(rowsOf(core, 60)), numbersOf(expected));
+
+    EXPECT_EQ(::osg::getName(node.get()), "MG_" + std::to_string(number));
+    EXPECT_EQ(::osg::getName(core), "MG_" + std::to_string(number));
+    EXPECT_EQ(::osg::getName(second.get()), "MG_" + std::to_string(number + 1));
+    EXPECT_EQ(core->getMaterial(), soup.geoset.geometry->getMaterial());
+}
+
+TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
+    const auto isShort = [](const auto& property) {
+        return ::osg::GeoPLengthsUI16Ptr::dcast(property) != ::osg::NullFC ||
+               ::osg::GeoIndicesUI16Ptr::dcast(property) != ::osg::NullFC;
+    };
+    for (const unsigned triangles : {21844U, 21845U}) {
+        std::mt19937 rng(4604);
+        const sorted_soup soup(randomSoup(rng, triangles), 100000);
+        const bool short_form = triangles == 21844;
+        EXPECT_EQ(isShort(coreOf(soup.whole(0).get())->getLengths()), short_form);
+        EXPECT_EQ(isShort(coreOf(soup.whole(1).get())->getIndices()), short_form);
+        EXPECT_EQ(isShort(coreOf(soup.whole(3).get())->getLengths()), short_form);
+    }
+    // A wide sheet: the strips need fewer than 65535 indices, the vertices are more than 65536.
+    mesh_data sheet = meshOf({{4, 3 * 66000}}, {});
+    for (int i = 0; i < 33000; ++i) {
+        const auto x = static_cast<float>(i);
+        const piece quad = {{x, 0, 0}, {x + 1, 0, 0}, {x + 1, 1, 0}, {x, 1, 0}};
+        for (const std::size_t corner : {0, 1, 2, 0, 2, 3})
+            sheet.positions.push_back(quad[corner]);
+    }
+    const sorted_soup wide(sheet, 1000000);
+    EXPECT_EQ(difference(wide.whole(3), wide.source, false), "");
+}
+
+TEST(MakeGeoCore, TellsWhatItCannotDoAndGoesOn) {
+    std::mt19937 rng(4605);
+    sorted_soup soup(randomSoup(rng, 4), 9);
+    node_ref node;
+    for (const int opt : {4, -1}) {
+        EXPECT_EQ(toldBy([&] { node = soup.whole(opt); }),
+                  "Splitmodel: OutputLevel " + std::to_string(opt) + " not supported\n");
+        EXPECT_TRUE(coreOf(node.get())->getIndices() == ::osg::NullFC);
+        EXPECT_EQ(difference(node, soup.source), "");
+    }
+    soup.tree.indices[2] = 77; // passed over, and so is what lies past the end of the run
+    EXPECT_EQ(toldBy([&] { node = soup.core(1, 900, 1); }),
+              "Index out of bounce.( Splitmodel )\nI: 2 index: 77 num_objects: 4\n");
+    EXPECT_EQ(coreOf(node.get())->getLengths()->getValue(0), 6U);
+
+    sorted_soup nothing({}, 1); // an empty run, with and without a core
+    for (int opt = 0; opt <= 4; ++opt) {
+        node = nothing.core(0, 0, opt % 4, opt == 2);
+        EXPECT_EQ(lengthOf(coreOf(node.get())->getPositions()), 0);
+        if (opt == 3)
+            nothing.geoset.geometry = ::osg::NullFC;
+    }
+}
+
+TEST(MakeGeoCore, CalculatedNormalsAreSmoothOnlyAcrossGentleEdges) {
+    // Two floor triangles and a wall along their outer edge; the given normals are nonsense.
+    const piece corners = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {1, 0, 0}, {1, 1, 0},
+                           {0, 1, 0}, {0, 0, 0}, {0, 0, 1}, {1, 0, 0}};
+    mesh_data mesh = meshOf({{4, 9}}, corners);
+    mesh.normals.assign(9, {1, 0, 0});
+    const sorted_soup soup(mesh, 100);
+    for (int opt = 0; opt <= 2; ++opt) {
+        SCOPED_TRACE(opt);
+        const node_ref node = soup.whole(opt, true);
+        EXPECT_EQ(difference(node, soup.source, false), "");
+        for (auto it = coreOf(node.get())->beginTriangles(); !it.isAtEnd(); ++it) {
+            const bool wall =
+                it.getPosition(0)[2] + it.getPosition(1)[2] + it.getPosition(2)[2] > 0.5F;
+            for (int k = 0; k < 3; ++k)
+                EXPECT_EQ(it.getNormal(k), wall ? ::osg::Vec3f(0, 1, 0) : ::osg::Vec3f(0, 0, 1));
+        }
+    }
+}
+
+/// The elements of a core, each with all its values.
+std::multiset<std::vector<float>> bagOf(const node_ref& node, unsigned corners) {
+    std::multiset<std::vector<float>> bag;
+    for (auto it = coreOf(node.get())->beginPrimitives(); !it.isAtEnd(); ++it) {
+        EXPECT_EQ(it.getType(), corners == 2 ? 1U : 0U);
+        std::vector<float> values;
+        for (::osg::UInt32 i = 0; i < it.getLength(); ++i) {
+            const int k = static_cast<int>(i);
+            corner c;
+            c.position = it.getPosition(k);
+            c.normal = it.getNormal(k);
+            c.color = it.getColor(k);
+            c.id = it.getTexCoords7(k)[0];
+            const std::vector<float> numbers = numbersOf(c);
+            values.insert(values.end(), numbers.begin(), numbers.end());
+            if (i % corners + 1 < corners)
+                continue;
+            bag.insert(values);
+            values.clear();
+        }
+    }
+    return bag;
+}
+
+template <typename G> void expectKeptAtEveryLevel(const mesh_data& mesh) {
+    const sorted<G> run(mesh, 4);
+    const auto all = bagOf(run.whole(0), G::corners);
+    EXPECT_EQ(all.size(), run.geoset.size);
+    for (int opt = 1; opt <= 3; ++opt) {
+        const node_ref made = run.whole(opt, opt == 2); // normals cannot be calculated, and stay
+        EXPECT_EQ(bagOf(made, G::corners), all) << "opt " << opt;
+    }
+}
+
+TEST(MakeGeoCore, LinesAndPointsSurviveEveryLevel) {
+    std::mt19937 rng(4607);
+    for (int round = 0; round < 30; ++round) {
+        mesh_data mesh = morva_test::soup(rng, 2 * (1 + rng() % 10));
+        mesh.primitives[0].first = 1;
+        mesh = morva_test::withAttributes(mesh, rng);
+        expectKeptAtEveryLevel<osg_line_geoset>(mesh);
+        expectKeptAtEveryLevel<osg_point_geoset>(mesh);
+    }
+}
+
+TEST(MakeGeoCore, SharedLineVerticesAreNumberedByFirstUse) {
+    const float nan = std::nanf("");
+    const piece ends = {{0, 0, 0}, {1, 0, 0}, {1, 0, 0},   {-0.0F, 0, -0.0F},
+                        {2, 0, 0}, {1, 0, 0}, {nan, 0, 0}, {nan, 0, 0}};
+    const sorted<osg_line_geoset> lines(meshOf({{1, 8}}, ends), 100);
+    const node_ref made = lines.whole(1);
+    std::vector<::osg::UInt32> indices;
+    for (::osg::UInt32 i = 0; i < 8; ++i)
+        indices.push_back(coreOf(made.get())->getIndices()->getValue(i));
+    EXPECT_EQ(indices, (std::vector<::osg::UInt32>{0, 1, 1, 0, 2, 1, 3, 4}));
+    EXPECT_EQ(lengthOf(coreOf(made.get())->getPositions()), 5);
+}
+
+// ---- cutting the tree
+
+TEST(CalcLeftPart, SharesInProportionButNeverAllOrNothing) {
+    const struct {
+        unsigned l, r;
+        int n, expected;
+    } cases[] = {{0, 5, 4, 0},
+                 {5, 0, 4, 4},
+                 {0, 0, 3, 0},
+                 {2, 1, 3, 2},
+                 {1, 2, 3, 1},
+                 {1, 1000, 8, 1},
+                 {1000, 1, 8, 7},
+                 {5, 5, 1, 1},
+                 {1, 1, 5, 3},
+                 {3, 5, -1, 1},
+                 {4294967295U, 1, 2147483647, 2147483646},
+                 {4294967295U, 4294967295U, 2, 1}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(calcleftpart(c.l, c.r, c.n), c.expected) << c.l << " " << c.r << " " << c.n;
+    }
+}
+
+/// Shape of a scene: a number per geometry node (its triangles), brackets per group.
+std::string shapeOf(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr geometry = coreOf(node);
+    if (geometry != ::osg::NullFC)
+        return std::to_string(geometry->getLengths()->getValue(0) / 3);
+    std::string text = "[";
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        text += (i == 0 ? "" : " ") + shapeOf(node->getChild(i));
+    return text + "]";
+}
+
+/// The shape that a cut must have, from the tree's records alone.
+std::string expectedShape(const kd_tree<float>& tree, unsigned node, int parts, unsigned limit) {
+    const auto count = [&](unsigned n) {
+        return static_cast<unsigned>(morva::triangle_count(tree, n));
+    };
+    const unsigned all = count(node);
+    if (parts == 1 || tree.nodes[node].is_leaf())
+        return std::to_string(all);
+    if (all <= limit)
+        return "[" + std::to_string(all) + "]";
+    const unsigned right = static_cast<unsigned>(tree.nodes[node].right);
+    const unsigned l = count(node + 1), r = count(right);
+    if (parts == 2)
+        return "[" + std::to_string(l) + " " + std::to_string(r) + "]";
+    const int on_left = parts == 0 ? 0 : calcleftpart(l, r, parts), on_right = parts - on_left;
+    const bool go_left = parts == 0 ? l > 0 : on_left > 0;
+    const bool go_right = parts == 0 ? r > 0 : on_right >= 1;
+    return "[" + (go_left ? expectedShape(tree, node + 1, on_left, limit) : "") +
+           (go_left && go_right ? " " : "") +
+           (go_right ? expectedShape(tree, right, on_right, limit) : "") + "]";
+}
+
+TEST(MakeNGeometryCores, CutsTheTreeAsItsRecordsTellAndLosesNothing) {
+    std::mt19937 rng(4611);
+    const unsigned int live = morva_test::liveContainers();
+    for (int round = 0; round < 80; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const sorted_soup soup(randomSoup(rng, 1 + rng() % 80),
+                               1 + static_cast<unsigned>(rng() % 9));
+        const int parts = static_cast<int>(rng() % 7);
+        const unsigned limit = 1 + static_cast<unsigned>(rng() % 30);
+        const node_ref made(
+            Make_N_GeometryCores(soup.tree, soup.geoset, 0, parts, limit, 0, false));
+        EXPECT_EQ(shapeOf(made.get()), expectedShape(soup.tree, 0, parts, limit));
+        EXPECT_EQ(difference(made, soup.source), "");
+        if (soup.tree.nodes[0].is_leaf())
+            continue; // from another node, of which the tree has none
+        const auto right = static_cast<int>(soup.tree.nodes[0].right);
+        const node_ref part(
+            Make_N_GeometryCores(soup.tree, soup.geoset, right, 0, limit, 0, false));
+        EXPECT_EQ(shapeOf(part.get()),
+                  expectedShape(soup.tree, static_cast<unsigned>(right), 0, limit));
+    }
+    EXPECT_EQ(morva_test::liveContainers(), live);
+}
+
+TEST(MakeNGeometryCores, ATreeThatWasNeverBuiltGivesAnEmptyGeometry) {
+    const osg_geoset geoset;
+    const kd_tree<float> tree;
+    const node_ref made(Make_N_GeometryCores(tree, geoset, 0, 0, 5, 1, false));
+    EXPECT_EQ(shapeOf(made.get()), "0");
+    const node_ref two(morva::osg::Node_to_2GeoCores(tree, geoset, 3, 1, false));
+    EXPECT_EQ(shapeOf(two.get()), "[0 0]");
+}
+
+TEST(Split, CutsByTheLimitAloneWhereLeavesAreFewAndTakesTheCoreOfAMaterialGroup) {
+    std::mt19937 rng(4614);
+    const sorted_soup soup(randomSoup(rng, 30), 10);
+    const auto split = [&](int parts, const ::osg::NodePtr& model) {
+        return node_ref(morva::osg::Split(soup.tree, soup.geoset, 0, parts, 12, model, 0, false));
+    };
+    const int leaves = static_cast<int>(soup.tree.leaf_count);
+    for (const int parts : {leaves, leaves + 1}) {
+        EXPECT_EQ(shapeOf(split(parts, ::osg::NullFC).get()),
+                  expectedShape(soup.tree, 0, parts % (leaves + 1), 12));
+    }
+    const node_ref material(morva_test::materialGroup(::osg::NullFC, {})),
+        plain(morva_test::group());
+    const node_ref made = split(0, material.get());
+    EXPECT_EQ(made->getCore(), material->getCore());
+    EXPECT_GT(made->getNChildren(), 0U);
+    EXPECT_NE(split(0, plain.get())->getCore(), plain->getCore());
+}
+
+} // namespace
