@@ -16,6 +16,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_fresh.h>
@@ -417,7 +418,9 @@ void fitToTriangles(osg_geoset& geoset) {
 int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     osg_geoset geoset;
     extract(node, geoset, false, true, false, true, true);
-    if (geometryOf(node) == ::osg::NullFC)
+    const ::osg::GeometryPtr source = geometryOf(node);
+    // Without memory extraction brings nothing; that is no reason to lose what there is.
+    if (source == ::osg::NullFC || (geoset.size == 0 && counttriangles(source) > 0))
         return 0;
     const int added = optimizeTexCoords(geoset, maxTC, cutLimit);
     if (geoset.geometry->getPositions() != ::osg::NullFC)
