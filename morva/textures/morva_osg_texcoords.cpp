@@ -16,6 +16,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_fresh.h>
@@ -40,7 +41,7 @@ constexpr int collect_max = 1000;
 /// Least height of a triangle that is halved, in shares of its largest coordinate: four times what
 /// rounding a corner to single precision may move it.
 constexpr double least_height = 0x1p-22;
-/// Most pieces that a triangle may be expected to come to, see comesToAnEnd().
+/// Most pieces that a triangle may be expected to come to, see piecesNeeded().
 constexpr double most_pieces = 65536;
 /// Triangles that one call may add in any case, for each that was there, and at most.
 constexpr std::uint64_t always_added = std::uint64_t(1) << 20;
@@ -52,18 +53,23 @@ struct triangle_uv {
     ::osg::Vec2f a, b, c;
 };
 
-/// The value, or the whole number that it is near to. What std::floor() and std::ceil() give,
-/// zeros with their sign, without the calls. A NaN and an infinity stay.
+/// What std::floor() gives, a zero with its sign, without the call.
+inline float floorOf(float value) {
+    if (!(std::abs(value) < all_whole))
+        return value; // a NaN and an infinity too
+    const auto whole = static_cast<float>(static_cast<std::int32_t>(value));
+    return std::copysign(whole > value ? whole - 1.0F : whole, value);
+}
+
+/// The value, or the whole number that it is near to; zeros have the sign of the value.
 inline float snapped(float value) {
     if (!(std::abs(value) < all_whole))
         return value;
-    const auto wide = static_cast<double>(value);
-    auto below = static_cast<double>(static_cast<std::int32_t>(value));
-    if (below > wide)
-        below -= 1.0;
-    if (wide - below <= snap_distance)
-        return std::copysign(static_cast<float>(below), value);
-    const double above = below + 1.0;
+    const float below = floorOf(value);
+    const auto wide = static_cast<double>(value), wide_below = static_cast<double>(below);
+    if (wide - wide_below <= snap_distance)
+        return below;
+    const double above = wide_below + 1.0;
     if (above - wide <= snap_distance)
         return std::copysign(static_cast<float>(above), value);
     return value;
@@ -94,7 +100,7 @@ inline void shiftUpFromNegative(triangle_uv& t) {
         float low = smallest(t.a[axis], t.b[axis], t.c[axis]);
         low = low < 0.0F ? low : 0.0F;
         if (low < 0.0F)
-            shiftDown(t, axis, std::floor(low));
+            shiftDown(t, axis, floorOf(low));
     }
 }
 
@@ -102,7 +108,7 @@ inline void shiftDownToZero(triangle_uv& t) {
     for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
         const float low = smallest(t.a[axis], t.b[axis], t.c[axis]);
         if (low > 1.0F)
-            shiftDown(t, axis, std::floor(low));
+            shiftDown(t, axis, floorOf(low));
     }
 }
 
@@ -113,9 +119,9 @@ inline void wrapPoint(::osg::Vec2f& point, float limit) {
         float& other = point[1 - axis];
         if (!(value > limit))
             continue;
-        value -= std::floor(value);
+        value -= floorOf(value);
         if (other > 1.0F)
-            other -= std::floor(other);
+            other -= floorOf(other);
     }
 }
 
@@ -138,6 +144,12 @@ void applyStep(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, Step step) {
     c = t.c;
 }
 
+/// Whether all six values are zero, which is a normal form.
+inline bool isZero(const triangle_uv& t) {
+    return t.a[0] == 0.0F && t.a[1] == 0.0F && t.b[0] == 0.0F && t.b[1] == 0.0F && t.c[0] == 0.0F &&
+           t.c[1] == 0.0F;
+}
+
 /// Largest of the six values; NaNs are passed over.
 inline float largest(const triangle_uv& t) {
     float high = -std::numeric_limits<float>::infinity();
@@ -148,39 +160,47 @@ inline float largest(const triangle_uv& t) {
     return high;
 }
 
-/// Whether halving a triangle, and then its pieces, leads to small coordinates at a bearable price.
-/// A piece has about half the area and what is smaller than 1e-6 is never halved, so that it ends
-/// in any case, but after more pieces than memory holds
-///
-/// - for a needle whose height is lost in the rounding of its corners: what its pieces read between
-///   the corners is noise;
-/// - where coordinates grow steeply across a long triangle. About as many pieces are needed as the
-///   squared gradient comes to over the area (the Dirichlet energy of the map), in squares of
-///   `max`, and up to ten times as many come out. Pieces have the same gradient and less area, so
-///   that none is refused that comes from an accepted triangle.
-///
-/// A NaN anywhere means no: pieces would read it too.
-bool comesToAnEnd(const ::osg::Pnt3f (&corners)[3], const triangle_uv& t, float max) {
-    const ::osg::Pnt3d a(corners[0]), b(corners[1]), c(corners[2]);
-    const ::osg::Vec3d ab = b - a, ac = c - a, bc = c - b;
-    const double ab2 = ab.dot(ab), ac2 = ac.dot(ac), across = ab.dot(ac);
-    const double area = ab.cross(ac).length(); // twice
-    double far = 0;
-    for (const ::osg::Pnt3d& corner : {a, b, c}) {
-        for (::osg::UInt32 axis = 0; axis < 3; ++axis)
-            far = std::max(far, std::abs(corner[axis]));
+/// Whether what halving reads between the corners can be below `max`. With a limit of 1 it cannot
+/// for a triangle from 1 to 1.002: the middle of both is moved onto 1, and 1 stays where it is, so
+/// that one of the halves reaches from 1 to 1.002 again.
+inline bool canComeBelow(const triangle_uv& t, float max) {
+    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
+        const auto range = std::minmax({t.a[axis], t.b[axis], t.c[axis]});
+        const double span = static_cast<double>(range.second) - static_cast<double>(range.first);
+        if (range.second > max && span > 2 * snap_distance)
+            return true;
     }
-    if (!(area >= least_height * far * std::sqrt(std::max({ab2, ac2, bc.dot(bc)}))))
-        return false;
+    return false;
+}
 
+/// Whether the height of a triangle is lost in the rounding of its corners, so that what pieces
+/// read between the corners is noise.
+bool isNeedle(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c) {
+    const ::osg::Vec3d ab = b - a, ac = c - a, bc = c - b;
+    double far = 0;
+    for (const ::osg::Pnt3d* corner : {&a, &b, &c}) {
+        for (::osg::UInt32 axis = 0; axis < 3; ++axis)
+            far = std::max(far, std::abs((*corner)[axis]));
+    }
+    const double longest = std::sqrt(std::max({ab.dot(ab), ac.dot(ac), bc.dot(bc)}));
+    return !(ab.cross(ac).length() >= least_height * far * longest);
+}
+
+/// About how many pieces a triangle needs: the squared gradient of its coordinates over its area
+/// (the Dirichlet energy of the map), in squares of `max`. Up to ten times as many come out. Pieces
+/// have the same gradient and less area. A NaN if there is one in `t`.
+double piecesNeeded(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c,
+                    const triangle_uv& t, float max) {
+    const ::osg::Vec3d ab = b - a, ac = c - a;
     double energy = 0;
     for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
         const double to_b = static_cast<double>(t.b[axis]) - static_cast<double>(t.a[axis]);
         const double to_c = static_cast<double>(t.c[axis]) - static_cast<double>(t.a[axis]);
-        energy += to_b * to_b * ac2 - 2 * to_b * to_c * across + to_c * to_c * ab2;
+        energy +=
+            to_b * to_b * ac.dot(ac) - 2 * to_b * to_c * ab.dot(ac) + to_c * to_c * ab.dot(ab);
     }
     const auto wide_max = static_cast<double>(max);
-    return energy <= most_pieces * wide_max * wide_max * 2 * area;
+    return energy / (2 * ab.cross(ac).length() * wide_max * wide_max);
 }
 
 /// Coordinates 0 of a geoset, three rows at a time, in any stored form. Follows the property when
@@ -203,6 +223,8 @@ class coordinate_rows {
     triangle_uv normaliseAt(std::size_t triangle, float cut_limit) {
         const std::size_t row = 3 * triangle;
         triangle_uv t{slot.value(row), slot.value(row + 1), slot.value(row + 2)};
+        if (isZero(t)) // as are the rows that a geoset has to spare
+            return t;
         normalise(t, cut_limit);
         slot.put(row, t.a);
         slot.put(row + 1, t.b);
@@ -226,7 +248,13 @@ int halve(osg_geoset& geoset, std::size_t triangle, unsigned long& first) {
     return pieces;
 }
 
-/// Halves triangles of a geoset that reach too far, within bounds; the rest stay as they are.
+/// Halves triangles of a geoset that reach too far.
+///
+/// A half has half the area, and nothing below a size of 1e-6 is halved, but that alone does not
+/// end: where single precision runs out, middles of edges fall where they like, and a triangle can
+/// come back to what it was. It may also end after more pieces than memory holds. So triangles
+/// stay as they are if halving would not help them or would need too many pieces; what is left
+/// bounds the work of one call in total.
 class halving {
   public:
     halving(osg_geoset& cut, int max_coordinate)
@@ -238,12 +266,11 @@ class halving {
     /// Halves a triangle with these coordinates if it reaches too far, and returns whether it did.
     bool tried(std::size_t triangle, const triangle_uv& t) {
         if (!wanted || !(largest(t) > max) || triangle >= geoset.size || added >= most ||
-            !positions.holds(triangle))
+            !positions.holds(triangle) || !canComeBelow(t, max))
             return false;
-        const ::osg::Pnt3f corners[3] = {positions.value(3 * triangle),
-                                         positions.value(3 * triangle + 1),
-                                         positions.value(3 * triangle + 2)};
-        if (!comesToAnEnd(corners, t, max))
+        const ::osg::Pnt3d a(positions.value(3 * triangle)), b(positions.value(3 * triangle + 1)),
+            c(positions.value(3 * triangle + 2));
+        if (isNeedle(a, b, c) || !(piecesNeeded(a, b, c, t, max) <= most_pieces)) // nor a NaN
             return false;
         unsigned long first = 0;
         const int pieces = halve(geoset, triangle, first);
@@ -391,7 +418,9 @@ void fitToTriangles(osg_geoset& geoset) {
 int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     osg_geoset geoset;
     extract(node, geoset, false, true, false, true, true);
-    if (geometryOf(node) == ::osg::NullFC)
+    const ::osg::GeometryPtr source = geometryOf(node);
+    // Without memory extraction brings nothing; that is no reason to lose what there is.
+    if (source == ::osg::NullFC || (geoset.size == 0 && counttriangles(source) > 0))
         return 0;
     const int added = optimizeTexCoords(geoset, maxTC, cutLimit);
     if (geoset.geometry->getPositions() != ::osg::NullFC)

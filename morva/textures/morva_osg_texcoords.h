@@ -68,8 +68,9 @@ MORVA_API int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit);
 /// the material group above the node, and no other kind of primitive: lines, points and degenerate
 /// triangles are gone. A node without texture image loses its coordinates 0 to 3, also in the old
 /// core. Prints what extract() prints.
-/// errors   std::bad_alloc; the node then has its old core. If memory runs out in the end, a line
-///          goes to standard error and the new core is empty
+/// errors   std::bad_alloc; the node then has its old core, as it has if extraction finds no
+///          memory. If memory runs out in the end, a line goes to standard error and the new core
+///          is empty
 MORVA_API int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit);
 
 /// The same as the form for geosets, but large triangles first, with two differences: pieces added
