@@ -68,12 +68,12 @@ bool sameElement(const std::vector<element_bytes>& properties, UInt32 a, UInt32 
 void makeMissingIndex(const GeometryPtr& geometry) {
     if (geometry->getIndices() != NullFC || geometry->getPositions() == NullFC)
         return;
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     values.resize(geometry->getPositions()->getSize());
     for (UInt32 i = 0; i < values.size(); ++i)
         values[i] = i;
-    geometry->setIndices(indices);
+    geometry->setIndices(indices.get());
 }
 
 /// Shares equal elements of the properties `bits`, whose index is every `stride`-th from `slot`.
@@ -170,7 +170,7 @@ Int32 createSingleIndex(GeometryPtr geometry) {
 
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
     const UInt32 vertices = old.size / stride;
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     std::vector<UInt32> first_vertex; // of each number
     NumberTable known(vertices);
@@ -210,7 +210,7 @@ Int32 createSingleIndex(GeometryPtr geometry) {
         pickElements(*elements, picked);
     }
     geometry->editMFIndexMapping()->setValues({all_bits});
-    geometry->setIndices(indices);
+    geometry->setIndices(indices.get());
     return static_cast<Int32>(first_vertex.size());
 }
 

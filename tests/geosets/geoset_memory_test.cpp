@@ -5,54 +5,11 @@
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
-#include <limits>
-#include <new>
+#include "../support/shortage.h"
 
 namespace {
 
-/// Allocations of at least this many bytes are counted down; from 0 on they fail, `failures` times.
-std::atomic<std::size_t> watched_bytes{std::numeric_limits<std::size_t>::max()};
-std::atomic<long> before_failure{0};
-std::atomic<long> failures_left{0};
-
-void* allocate(std::size_t bytes) {
-    if (bytes >= watched_bytes && before_failure.fetch_sub(1) <= 0 &&
-        failures_left.fetch_sub(1) > 0)
-        throw std::bad_alloc();
-    void* memory = std::malloc(bytes == 0 ? 1 : bytes);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-/// Lets large allocations fail within its scope: `count` of them, after `index` that succeed.
-struct shortage {
-    explicit shortage(long index, long count = 1, std::size_t bytes = 2048) {
-        before_failure = index;
-        failures_left = count;
-        watched_bytes = bytes;
-    }
-    shortage(const shortage&) = delete;
-    shortage& operator=(const shortage&) = delete;
-    ~shortage() { watched_bytes = std::numeric_limits<std::size_t>::max(); }
-
-    /// True if some allocation failed.
-    static bool happened() { return before_failure < 0; }
-};
-
-} // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes); }
-void* operator new[](std::size_t bytes) { return allocate(bytes); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
-
-namespace {
-
+using morva_test::shortage;
 using tri::osg_geoset;
 
 std::vector<::osg::Pnt3f> manyTriangles(int count) {

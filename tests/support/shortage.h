@@ -1,0 +1,64 @@
+#pragma once
+
+// Lets single allocations fail, so that a test can see what a pass does when memory runs out:
+//
+//     for (long index = 0; failed; ++index) {
+//         const shortage one(index);
+//         pass();                               // allocation number `index` throws
+//         failed = shortage::happened();
+//     }
+//
+// Replaces the global allocation functions: include it in one source file of a program alone.
+
+#include <atomic>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <new>
+
+namespace morva_test {
+
+/// Lets large allocations fail within its scope: `count` of them, after `index` that succeed.
+/// Those below `bytes` are not counted.
+class shortage {
+  public:
+    explicit shortage(long index, long count = 1, std::size_t bytes = 2048) {
+        before_failure = index;
+        failures_left = count;
+        watched_bytes = bytes;
+    }
+    shortage(const shortage&) = delete;
+    shortage& operator=(const shortage&) = delete;
+    ~shortage() { watched_bytes = std::numeric_limits<std::size_t>::max(); }
+
+    /// True if some allocation failed.
+    static bool happened() { return before_failure < 0; }
+
+    static void* allocate(std::size_t bytes) {
+        if (bytes >= watched_bytes && before_failure.fetch_sub(1) <= 0 &&
+            failures_left.fetch_sub(1) > 0)
+            throw std::bad_alloc();
+        void* memory = std::malloc(bytes == 0 ? 1 : bytes);
+        if (memory == nullptr)
+            throw std::bad_alloc();
+        return memory;
+    }
+    /// A call of its own, or the compiler takes new and free for a mismatch.
+    [[gnu::noinline]] static void release(void* memory) { std::free(memory); }
+
+  private:
+    static inline std::atomic<std::size_t> watched_bytes{std::numeric_limits<std::size_t>::max()};
+    static inline std::atomic<long> before_failure{0};
+    static inline std::atomic<long> failures_left{0};
+};
+
+} // namespace morva_test
+
+void* operator new(std::size_t bytes) { return morva_test::shortage::allocate(bytes); }
+void* operator new[](std::size_t bytes) { return morva_test::shortage::allocate(bytes); }
+void operator delete(void* memory) noexcept { morva_test::shortage::release(memory); }
+void operator delete[](void* memory) noexcept { morva_test::shortage::release(memory); }
+void operator delete(void* memory, std::size_t) noexcept { morva_test::shortage::release(memory); }
+void operator delete[](void* memory, std::size_t) noexcept {
+    morva_test::shortage::release(memory);
+}
