@@ -17,6 +17,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
+#include <morva/geosets/morva_osg_fresh.h>
 
 namespace morva::osg {
 
@@ -248,7 +249,8 @@ void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
 
 void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(node, nodes, false);
+    const walk_start start(node);
+    getGeometryNodes(start.get(), nodes, false);
     for (const ::osg::NodePtr& geometry_node : nodes) {
         changeMaterialForNode(geometry_node, material);
     }
@@ -258,7 +260,8 @@ void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
     if (node == ::osg::NullFC)
         return ::osg::NullFC;
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(node, nodes, false);
+    const walk_start start(node);
+    getGeometryNodes(start.get(), nodes, false);
 
     std::map<::osg::MaterialPtr, unsigned int> primitives;
     for (const ::osg::NodePtr& geometry_node : nodes) {

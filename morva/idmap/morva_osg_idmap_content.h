@@ -14,25 +14,17 @@
 // handler's lock.
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <set>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGMaterial.h>
 #include <OpenSG/OSGNode.h>
 
 namespace morva {
-
-/// Orders materials by where they are stored. Reads nothing of the material itself: the record
-/// holds no reference, and a key may outlive its material.
-struct by_address {
-    bool operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const {
-        return std::less<const void*>()(a.getBaseCPtr(), b.getBaseCPtr());
-    }
-};
 
 /// The ID map as it is written out. `names`, `mins`, `maxs` and `appearanceNames` always have
 /// one length.
@@ -42,9 +34,17 @@ struct JsonFileContent {
     std::vector<::osg::Pnt3f> maxs;             ///< highest corner of each ID's box
     std::vector<std::string> appearanceNames;   ///< name of the appearance of each ID
     std::map<int, std::set<std::string>> usage; ///< ID to output geometry names
-    std::map<::osg::MaterialPtr, std::string, by_address> appearances; ///< material to appearance
+    /// Material to the name of its appearance. Holds no reference: see livingOne().
+    std::map<::osg::MaterialPtr, std::string> appearances;
     std::stringstream tree;        ///< text of the input scene, one tree per writeTree()
     std::uint32_t maxGeoCount = 0; ///< names given out by getNextGeometryName()
 };
+
+/// The material of a record, or null once it is gone: a record may outlive the scene it tells of.
+inline ::osg::MaterialPtr livingOne(const ::osg::MaterialPtr& material) {
+    const ::osg::UInt32 id = material.getFieldContainerId();
+    const bool lives = ::osg::FieldContainerFactory::the()->getContainer(id) == material;
+    return lives ? material : ::osg::MaterialPtr();
+}
 
 } // namespace morva

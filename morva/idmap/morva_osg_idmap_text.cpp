@@ -46,7 +46,7 @@ std::string pointText(const ::osg::Pnt3f& point) {
     return text.str();
 }
 
-/// Diffuse colour of a material as four numbers; zeros for one that has none.
+/// Diffuse colour of a material as four numbers; zeros for one that has none or is gone.
 std::string diffuseText(const ::osg::MaterialPtr& material) {
     ::osg::Color4f diffuse(0.0F, 0.0F, 0.0F, 0.0F);
     ::osg::Color4f specular, ambient, emission;
@@ -157,7 +157,7 @@ void addIDmapInfo(::osg::NodePtr root) {
         if (id < handler.appearanceNames.size()) {
             const auto found = material_of.find(handler.appearanceNames[id]);
             if (found != material_of.end())
-                colour = diffuseText(found->second);
+                colour = diffuseText(livingOne(found->second));
         }
         colours->setAttribute(key, colour);
     }

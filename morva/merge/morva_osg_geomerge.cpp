@@ -29,29 +29,18 @@ struct scene_parts {
     std::vector<::osg::NodePtr> nodes;       ///< to be merged
     std::vector<::osg::NodePtr> transparent; ///< to be carried over
     std::vector<::osg::NodePtr> hidden;      ///< to be carried over
-    ::osg::NodeRefPtr stand_in; ///< top of what stands for a root that is a geometry itself
 };
 
 bool isGeometry(const ::osg::NodePtr& node) {
     return node != ::osg::NullFC && ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
 }
 
-/// A group over a node that shares the core of `node`: what is merged in the place of a root which
-/// is a geometry itself, so that the root stays where it is.
-::osg::NodePtr newStandIn(const ::osg::NodePtr& node) {
-    fresh<::osg::NodePtr> top(newGroupNode());
-    top->addChild(newNodeWith(node->getCore()));
-    return top.release();
-}
-
-void collectParts(const ::osg::NodePtr& root, const mergeGeo_setup& setup, scene_parts& parts) {
-    if (isGeometry(root))
-        parts.stand_in = newStandIn(root);
-    const ::osg::NodePtr top = isGeometry(root) ? parts.stand_in.get() : root;
+void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
+                  const mergeGeo_setup& setup, scene_parts& parts) {
     if (setup.alphageometry) {
-        getGeometryNodes(top, parts.nodes, false);
+        getGeometryNodes(start, parts.nodes, false);
     } else {
-        getGeometryNodes(top, parts.nodes, parts.transparent, false);
+        getGeometryNodes(start, parts.nodes, parts.transparent, false);
     }
     if (setup.keeprenderfalse)
         getTravMaskZeroNodes(root, parts.hidden, false);
@@ -95,18 +84,20 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
     }
     if (setup.vertexcolor >= 1)
         merge.bakeSmallGroups(setup.vertexcolor);
-    std::cout << "Found " << merge.groups().size() << " different Materials." << std::endl;
+    std::cout << "Found " << std::to_string(merge.groups().size()) << " different Materials."
+              << std::endl;
 }
 
 /// The whole pass into `result`; what throws leaves there what was finished.
 void mergeInto(const ::osg::NodePtr& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
                const mergeGeo_setup& setup) {
+    const walk_start start(root);
     scene_parts parts;
-    collectParts(root, setup, parts);
+    collectParts(root, start.get(), setup, parts);
     kd_build_setup local = treeSetup(kd);
     if (!setup.silent || setup.cacheopt) {
-        std::cout << "Merging Geometry with " << parts.nodes.size() << " GeometryCore(s)..."
-                  << std::endl;
+        std::cout << "Merging Geometry with " << std::to_string(parts.nodes.size())
+                  << " GeometryCore(s)..." << std::endl;
         // The cache order works on whole groups: cells would only cut its runs short.
         if (setup.cacheopt)
             local.max_elements = batch_limit;

@@ -72,12 +72,12 @@ void makeMissingIndex(const GeometryPtr& geometry) {
         return;
     if (geometry->getMFIndexMapping()->size() > 1)
         geometry->editMFIndexMapping()->clear();
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     values.resize(geometry->getPositions()->getSize());
     for (UInt32 i = 0; i < values.size(); ++i)
         values[i] = i;
-    geometry->setIndices(indices);
+    geometry->setIndices(indices.get());
 }
 
 /// Shares equal elements of the properties `bits`, whose index is every `stride`-th from `slot`.
@@ -174,7 +174,7 @@ Int32 createSingleIndex(GeometryPtr geometry) {
 
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
     const UInt32 vertices = old.size / stride;
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     std::vector<UInt32> first_vertex; // of each number
     NumberTable known(vertices);
@@ -214,7 +214,7 @@ Int32 createSingleIndex(GeometryPtr geometry) {
         pickElements(*elements, picked);
     }
     geometry->editMFIndexMapping()->setValues({all_bits});
-    geometry->setIndices(indices);
+    geometry->setIndices(indices.get());
     return static_cast<Int32>(first_vertex.size());
 }
 

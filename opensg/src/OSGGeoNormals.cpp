@@ -226,7 +226,7 @@ void indexNormals(const GeometryPtr& geometry, const std::vector<UInt32>& number
 
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
     const UInt32 stride = mapping.getSize();
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     values.resize(number_of_vertex.size() * stride);
     for (std::size_t v = 0; v < number_of_vertex.size(); ++v) {
@@ -234,7 +234,7 @@ void indexNormals(const GeometryPtr& geometry, const std::vector<UInt32>& number
             values[v * stride + i] = old[static_cast<UInt32>(v * old_stride + i)];
         values[v * stride + slot] = number_of_vertex[v];
     }
-    geometry->setIndices(indices);
+    geometry->setIndices(indices.get());
 }
 
 /// Vertices that triangles can have: as many as indices, or positions.

@@ -322,9 +322,9 @@ void writePrimitives(const GeometryPtr& geometry, const triangle_net& net,
                      const std::vector<primitive>& primitives) {
     const UInt32 stride = osgMax(geometry->getMFIndexMapping()->getSize(), 1u);
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
-    const GeoPTypesUI8Ptr types = GeoPTypesUI8::create();
-    const GeoPLengthsUI32Ptr lengths = GeoPLengthsUI32::create();
-    const GeoIndicesUI32Ptr indices = GeoIndicesUI32::create();
+    const RefPtr<GeoPTypesUI8Ptr> types(GeoPTypesUI8::create());
+    const RefPtr<GeoPLengthsUI32Ptr> lengths(GeoPLengthsUI32::create());
+    const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     for (const primitive& p : primitives) {
         types->editField().push_back(static_cast<UInt8>(p.type));
@@ -334,9 +334,9 @@ void writePrimitives(const GeometryPtr& geometry, const triangle_net& net,
                 values.push_back(old[net.place_of[vertex] + i]);
         }
     }
-    geometry->setTypes(types);
-    geometry->setLengths(lengths);
-    geometry->setIndices(indices);
+    geometry->setTypes(types.get());
+    geometry->setLengths(lengths.get());
+    geometry->setIndices(indices.get());
 }
 
 } // namespace

@@ -1,23 +1,40 @@
-#include <gtest/gtest.h>
-
+#include <functional>
 #include <limits>
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include <OpenSG/OSGBarrier.h>
-#include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGThreadManager.h>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
+#include "../support/scene_builders.h"
+
 namespace {
 
-using morva::osg::getIDmapHandler;
+using namespace morva_test;
 using morva::osg::idmapHandler;
+
+/// Work on a thread of its own, which is waited for at the end of the scope.
+class other_thread {
+  public:
+    other_thread(const char* name, std::function<void()> what) : work(std::move(what)) {
+        ::osg::BaseThread* named = ::osg::ThreadManager::the()->getThread(name, "OSGThread");
+        thread = dynamic_cast<::osg::Thread*>(named);
+        thread->runFunction([](void* self) { static_cast<other_thread*>(self)->work(); }, 0, this);
+    }
+    ~other_thread() { ::osg::BaseThread::join(thread); }
+    other_thread(const other_thread&) = delete;
+    other_thread& operator=(const other_thread&) = delete;
+
+  private:
+    std::function<void()> work;
+    ::osg::Thread* thread;
+};
 
 /// Each test starts with an empty handler and leaves the lock free.
 class IdMapHandler : public testing::Test {
@@ -25,63 +42,67 @@ class IdMapHandler : public testing::Test {
     IdMapHandler() { handler.reset(); }
     ~IdMapHandler() override { handler.reset(); }
 
-    int insert(const std::string& name, const ::osg::Pnt3f& low, const ::osg::Pnt3f& high,
+    int insert(std::string name, ::osg::Pnt3f low = {0, 0, 0}, ::osg::Pnt3f high = {1, 1, 1},
                const ::osg::MaterialPtr& material = ::osg::NullFC) {
-        std::string text = name;
-        ::osg::Pnt3f min = low;
-        ::osg::Pnt3f max = high;
-        return handler.insertNodeName(text, min, max, material, "");
+        return handler.insertNodeName(name, low, high, material, "");
     }
-    int insert(const std::string& name, const ::osg::MaterialPtr& material = ::osg::NullFC) {
-        return insert(name, ::osg::Pnt3f(0, 0, 0), ::osg::Pnt3f(1, 1, 1), material);
+    bool othersMayLock() {
+        bool taken = false;
+        {
+            const other_thread probe("idmap_probe", [&] {
+                taken = handler.lock->request();
+                if (taken)
+                    handler.lock->release();
+            });
+        }
+        return taken;
     }
 
-    idmapHandler& handler = getIDmapHandler();
+    idmapHandler& handler = morva::osg::getIDmapHandler();
 };
 
-TEST_F(IdMapHandler, NodesOfOneNameShareAnIdAndTheirBoxCoversThemAll) {
-    EXPECT_EQ(insert("A", ::osg::Pnt3f(0, 0, 0), ::osg::Pnt3f(1, 1, 1)), 0);
-    EXPECT_EQ(insert("B", ::osg::Pnt3f(5, 5, 5), ::osg::Pnt3f(6, 6, 6)), 1);
-    EXPECT_EQ(insert("A", ::osg::Pnt3f(-2, 0.5F, 0), ::osg::Pnt3f(0, 3, 1)), 0);
-
-    ASSERT_EQ(handler.names, (std::vector<std::string>{"A", "B"}));
-    EXPECT_EQ(handler.mins[0], ::osg::Pnt3f(-2, 0, 0));
-    EXPECT_EQ(handler.maxs[0], ::osg::Pnt3f(1, 3, 1));
-    EXPECT_EQ(handler.mins[1], ::osg::Pnt3f(5, 5, 5));
-    EXPECT_EQ(handler.appearanceNames.size(), handler.names.size());
-}
-
-TEST_F(IdMapHandler, AppearancesAreNumberedByTheFirstNameOfTheirMaterial) {
-    const ::osg::ChunkMaterialRefPtr red(::osg::ChunkMaterial::create());
-    const ::osg::ChunkMaterialRefPtr blue(::osg::ChunkMaterial::create());
-    insert("a", red.get());
-    insert("b", blue.get());
-    insert("c"); // no material is one, too
-    insert("d", red.get());
-    insert("a", blue.get()); // known: keeps the appearance that it came with
-    EXPECT_EQ(handler.appearanceNames,
-              (std::vector<std::string>{"__App_0", "__App_1", "__App_2", "__App_0"}));
-}
-
-TEST_F(IdMapHandler, FindsWhatALinearSearchWouldFind) {
-    std::vector<std::string> names;
+TEST_F(IdMapHandler, RecordsWhatALinearSearchWouldFind) {
+    std::mt19937 rng(810);
+    const ::osg::MaterialRefPtr materials[] = {
+        ::osg::MaterialRefPtr(), ::osg::MaterialRefPtr(bareMaterial()),
+        ::osg::MaterialRefPtr(bareMaterial())}; // none is one, too
+    std::vector<std::string> names, appearances;
+    std::vector<::osg::Pnt3f> mins, maxs;
+    std::vector<std::size_t> seen; // materials, by the number of their appearance
     for (int i = 0; i < 500; ++i) {
-        const std::string name = "part" + std::to_string(i * 7 % 101);
-        std::size_t expected = 0;
-        while (expected < names.size() && names[expected] != name)
-            ++expected;
-        if (expected == names.size())
+        const std::string name = "part" + std::to_string(rng() % 101);
+        const std::size_t material = rng() % 3;
+        ::osg::Pnt3f low, high;
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            low[axis] = static_cast<float>(rng() % 9);
+            high[axis] = low[axis] + static_cast<float>(rng() % 9);
+        }
+        const auto at =
+            static_cast<std::size_t>(std::find(names.begin(), names.end(), name) - names.begin());
+        if (at == names.size()) {
+            const auto look = std::find(seen.begin(), seen.end(), material) - seen.begin();
+            if (look == static_cast<std::ptrdiff_t>(seen.size()))
+                seen.push_back(material);
             names.push_back(name);
-        ASSERT_EQ(insert(name), static_cast<int>(expected));
+            appearances.push_back("__App_" + std::to_string(look));
+            mins.push_back(low);
+            maxs.push_back(high);
+        }
+        for (unsigned axis = 0; axis < 3; ++axis) {
+            mins[at][axis] = std::min(mins[at][axis], low[axis]);
+            maxs[at][axis] = std::max(maxs[at][axis], high[axis]);
+        }
+        ASSERT_EQ(insert(name, low, high, materials[material].get()), static_cast<int>(at));
     }
     EXPECT_EQ(handler.names, names);
+    EXPECT_EQ(handler.mins, mins);
+    EXPECT_EQ(handler.maxs, maxs);
+    EXPECT_EQ(handler.appearanceNames, appearances);
+    EXPECT_EQ(handler.appearances.size(), 3U);
     handler.releaseHeldLock();
 
     // A caller that empties the list itself starts from 0 as well.
     handler.names.clear();
-    handler.mins.clear();
-    handler.maxs.clear();
-    handler.appearanceNames.clear();
     EXPECT_EQ(insert("part3"), 0);
 }
 
@@ -95,13 +116,6 @@ TEST_F(IdMapHandler, NamesOfResultsGoOnOverTheRunsOfAProcess) {
     EXPECT_EQ(handler.getNextMergedGeometryName(), "MG_" + std::to_string(merged + 1));
 
     handler.merged = true;
-    handler.reset();
-    EXPECT_EQ(handler.prefix, "");
-    EXPECT_FALSE(handler.merged);
-    EXPECT_EQ(handler.getNextGeometryName(), "_G_" + std::to_string(given + 3));
-}
-
-TEST_F(IdMapHandler, ResetForgetsTheRunButNotTheTreeText) {
     handler.tree << "first run";
     handler.tree.setstate(std::ios::failbit);
     insert("A");
@@ -110,159 +124,90 @@ TEST_F(IdMapHandler, ResetForgetsTheRunButNotTheTreeText) {
     handler.reset();
     EXPECT_TRUE(handler.names.empty() && handler.mins.empty() && handler.maxs.empty() &&
                 handler.appearanceNames.empty() && handler.appearances.empty() &&
-                handler.usage.empty() && handler.texCoordMapping.empty());
+                handler.usage.empty() && handler.texCoordMapping.empty() &&
+                handler.prefix.empty() && !handler.merged);
     EXPECT_TRUE(handler.tree.good());
     EXPECT_NE(handler.tree.str().find("first run"), std::string::npos);
+    EXPECT_EQ(handler.getNextGeometryName(), "_G_" + std::to_string(given + 3));
 }
 
 TEST_F(IdMapHandler, OnlyAKnownNameKeepsTheLock) {
     insert("A");
-    EXPECT_EQ(handler.releaseHeldLock(), 0U);
+    EXPECT_TRUE(othersMayLock());
     insert("A");
     insert("B");
+    EXPECT_FALSE(othersMayLock());
     insert("A");
     EXPECT_EQ(handler.releaseHeldLock(), 2U);
     EXPECT_EQ(handler.releaseHeldLock(), 0U);
-}
-
-/// A second thread that asks for a known name while the first one holds the lock.
-struct contender {
-    idmapHandler* handler;
-    bool could_take_lock;
-    int id;
-    static void run(void* argument) {
-        auto& self = *static_cast<contender*>(argument);
-        self.could_take_lock = self.handler->lock->request();
-        if (self.could_take_lock)
-            self.handler->lock->release();
-        std::string name = "A";
-        ::osg::Pnt3f min(0, 0, 0), max(1, 1, 1);
-        self.id = self.handler->insertNodeName(name, min, max, ::osg::NullFC, "");
-        self.handler->releaseHeldLock();
-    }
-};
-
-::osg::Thread* threadNamed(const char* name) {
-    return dynamic_cast<::osg::Thread*>(::osg::ThreadManager::the()->getThread(name, "OSGThread"));
+    EXPECT_TRUE(othersMayLock());
+    insert("A");
+    handler.reset();
+    EXPECT_TRUE(othersMayLock());
 }
 
 TEST_F(IdMapHandler, AnotherThreadWaitsUntilTheHolderIsDone) {
     insert("A");
     insert("A"); // held from here on
-    contender other{&handler, true, -1};
-    ::osg::Thread* thread = threadNamed("idmap_contender");
-    thread->runFunction(contender::run, 0, &other);
-    handler.releaseHeldLock();
-    ::osg::BaseThread::join(thread);
-    EXPECT_EQ(other.id, 0);
-
-    // The second thread gave back what it held: nobody waits for it now.
-    EXPECT_TRUE(handler.lock->request());
-    handler.lock->release();
-}
-
-TEST_F(IdMapHandler, TheHeldLockKeepsOthersOut) {
-    insert("A");
-    insert("A");
-    struct probe {
-        idmapHandler* handler;
-        bool taken;
-        static void run(void* argument) {
-            auto& self = *static_cast<probe*>(argument);
-            self.taken = self.handler->lock->request();
-            if (self.taken)
-                self.handler->lock->release();
-        }
-    };
-    ::osg::Thread* thread = threadNamed("idmap_probe");
-    probe held{&handler, true};
-    thread->runFunction(probe::run, 0, &held);
-    ::osg::BaseThread::join(thread);
-    EXPECT_FALSE(held.taken);
-
-    handler.reset(); // gives it back
-    probe freed{&handler, false};
-    thread->runFunction(probe::run, 0, &freed);
-    ::osg::BaseThread::join(thread);
-    EXPECT_TRUE(freed.taken);
+    int id = -1;
+    {
+        const other_thread contender("idmap_contender", [&] {
+            id = insert("A");
+            handler.releaseHeldLock();
+        });
+        EXPECT_EQ(handler.releaseHeldLock(), 1U);
+    }
+    EXPECT_EQ(id, 0);
+    EXPECT_TRUE(othersMayLock());
 }
 
 TEST_F(IdMapHandler, ThreadsThatInsertTheSameNamesAgreeOnTheIds) {
-    struct worker {
-        idmapHandler* handler;
-        int ids[200];
-        static void run(void* argument) {
-            auto& self = *static_cast<worker*>(argument);
-            for (int i = 0; i < 200; ++i) {
-                std::string name = "n" + std::to_string(i % 50);
-                ::osg::Pnt3f min(0, 0, 0), max(1, 1, 1);
-                self.ids[i] = self.handler->insertNodeName(name, min, max, ::osg::NullFC, "");
-                if (i % 20 == 19)
-                    self.handler->releaseHeldLock();
-            }
-            self.handler->releaseHeldLock();
+    std::vector<int> ids[2];
+    const auto work = [this](std::vector<int>& given) {
+        for (int i = 0; i < 200; ++i) {
+            given.push_back(insert("n" + std::to_string(i % 50)));
+            if (i % 20 == 19)
+                handler.releaseHeldLock();
         }
+        handler.releaseHeldLock();
     };
-    worker first{&handler, {}};
-    worker second{&handler, {}};
-    ::osg::Thread* threads[] = {threadNamed("idmap_a"), threadNamed("idmap_b")};
-    threads[0]->runFunction(worker::run, 0, &first);
-    threads[1]->runFunction(worker::run, 0, &second);
-    for (::osg::Thread* thread : threads)
-        ::osg::BaseThread::join(thread);
-    ASSERT_EQ(handler.names.size(), 50U);
-    for (int i = 0; i < 200; ++i) {
-        const std::string name = "n" + std::to_string(i % 50);
-        EXPECT_EQ(handler.names[static_cast<std::size_t>(first.ids[i])], name);
-        EXPECT_EQ(first.ids[i], second.ids[i]);
+    {
+        const other_thread first("idmap_a", [&] { work(ids[0]); });
+        const other_thread second("idmap_b", [&] { work(ids[1]); });
     }
+    EXPECT_EQ(ids[0], ids[1]);
+    ASSERT_EQ(handler.names.size(), 50U);
+    for (std::size_t i = 0; i < 200; ++i)
+        EXPECT_EQ(handler.names.at(static_cast<std::size_t>(ids[0][i])),
+                  "n" + std::to_string(i % 50));
 }
 
-/// A named geometry node whose TexCoords7 hold the given values.
+/// A geometry node, nameless for "", whose TexCoords7 hold the given values.
 ::osg::NodePtr nodeWithIds(const char* name, const std::vector<float>& ids) {
-    const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
-    const ::osg::GeoTexCoords1fPtr values = ::osg::GeoTexCoords1f::create();
-    for (const float id : ids)
-        values->editField().push_back(id);
-    geometry->setTexCoords7(values);
-    const ::osg::NodePtr node = ::osg::Node::create();
-    node->setCore(geometry);
-    if (name != nullptr)
-        ::osg::setName(node, name);
-    return node;
-}
-
-::osg::GeometryPtr coreOf(const ::osg::NodePtr& node) {
-    return ::osg::GeometryPtr::dcast(node->getCore());
+    mesh_data mesh;
+    mesh.ids = ids;
+    return *name == '\0' ? meshNode(mesh) : named(name, meshNode(mesh));
 }
 
 TEST_F(IdMapHandler, UsageListsEveryOutputOncePerId) {
-    const ::osg::NodeRefPtr root(::osg::Node::create());
-    root->setCore(::osg::Group::create());
-    root->addChild(nodeWithIds("x", {0, 0, 1, 3.9F, 0}));
-    root->addChild(nodeWithIds("y", {1, 1}));
-    root->addChild(nodeWithIds(nullptr, {0, 1}));
-    const ::osg::NodePtr inner = nodeWithIds("z", {3});
-    inner->addChild(nodeWithIds("below a geometry", {0}));
-    root->addChild(inner);
-
-    handler.registerGeometryUsage(root.get());
-    using names = std::set<std::string>;
-    EXPECT_EQ(handler.usage, (std::map<int, names>{{0, {"x"}}, {1, {"x", "y"}}, {3, {"x", "z"}}}));
-    EXPECT_EQ(handler.texCoordMapping,
-              (std::map<std::string, std::string>{{"x", "TC0"}, {"y", "TC0"}, {"z", "TC0"}}));
-}
-
-TEST_F(IdMapHandler, ValuesThatAreNoIntegersNameNoPart) {
     const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
-    const ::osg::NodeRefPtr node(nodeWithIds("x", {nan, inf, -inf, 3e9F, 2, nan, -0.5F}));
-    handler.registerGeometryUsage(node.get());
-    EXPECT_EQ(handler.usage, (std::map<int, std::set<std::string>>{{0, {"x"}}, {2, {"x"}}}));
+    const ::osg::NodePtr inner = nodeWithIds("z", {3});
+    inner->addChild(nodeWithIds("below a geometry", {0}));
+    const node_ref root(group({nodeWithIds("x", {0, 0, 1, 3.9F, 0}), nodeWithIds("y", {1, 1}),
+                               nodeWithIds("", {0, 1}), inner, ::osg::Node::create(),
+                               named("no ids", meshNode(quads(1))),
+                               // What fits no integer names no part.
+                               nodeWithIds("odd", {nan, inf, -inf, 3e9F, 2, nan, -0.5F})}));
+    handler.registerGeometryUsage(root.get());
     handler.registerGeometryUsage(::osg::NullFC);
-    const ::osg::NodeRefPtr bare(::osg::Node::create());
-    handler.registerGeometryUsage(bare.get());
-    EXPECT_EQ(handler.usage.size(), 2U);
+    using names = std::set<std::string>;
+    EXPECT_EQ(
+        handler.usage,
+        (std::map<int, names>{{0, {"odd", "x"}}, {1, {"x", "y"}}, {2, {"odd"}}, {3, {"x", "z"}}}));
+    EXPECT_EQ(handler.texCoordMapping,
+              (std::map<std::string, std::string>{
+                  {"odd", "TC0"}, {"x", "TC0"}, {"y", "TC0"}, {"z", "TC0"}}));
 }
 
 TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
@@ -274,7 +219,7 @@ TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
                               set_case{3, "TC3"}, set_case{4, nullptr}}) {
         SCOPED_TRACE(c.taken);
         handler.reset();
-        const ::osg::NodeRefPtr node(nodeWithIds("x", {4}));
+        const node_ref node(nodeWithIds("x", {4}));
         const ::osg::GeometryPtr geometry = coreOf(node.get());
         const ::osg::GeoTexCoordsPtr ids = geometry->getTexCoords7();
         if (c.taken > 0)

@@ -1,22 +1,19 @@
-#include <gtest/gtest.h>
-
 #include <map>
 #include <string>
 
-#include <OpenSG/OSGChunkMaterial.h>
+#include <gtest/gtest.h>
+
 #include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSimpleMaterial.h>
 #include <OpenSG/OSGStringAttributeMap.h>
-#include <OpenSG/OSGTransform.h>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
+#include "../support/scene_builders.h"
+
 namespace {
 
-using morva::osg::getIDmapHandler;
-using morva::osg::idmapHandler;
+using namespace morva_test;
 
 class IdMapText : public testing::Test {
   protected:
@@ -30,16 +27,8 @@ class IdMapText : public testing::Test {
         return handler.tree.str().substr(before);
     }
 
-    idmapHandler& handler = getIDmapHandler();
+    morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
 };
-
-template <typename Core>::osg::NodePtr nodeOf(const char* name) {
-    const ::osg::NodePtr node = ::osg::Node::create();
-    node->setCore(Core::create());
-    if (name != nullptr)
-        ::osg::setName(node, name);
-    return node;
-}
 
 void attribute(const ::osg::AttachmentContainerPtr& container, const char* key, const char* value) {
     ::osg::StringAttributeMapPtr map = ::osg::StringAttributeMapPtr::dcast(
@@ -53,30 +42,23 @@ void attribute(const ::osg::AttachmentContainerPtr& container, const char* key, 
 }
 
 TEST_F(IdMapText, MetaDataIsJsonWithEscapedValuesAndKeysAsTheyAre) {
-    const ::osg::NodeRefPtr node(nodeOf<::osg::Group>("n"));
-    EXPECT_EQ(handler.getMetaData(node.get(), "\t"), "");
-    attribute(node.get(), "path", "C:\\a \"b\"");
-    attribute(node.get(), "a\"key", "\\\"");
-    EXPECT_EQ(handler.getMetaData(node.get(), "\t"),
-              "\n\t\"path\":\"C:\\\\a \\\"b\\\"\",\n\t\"a\"key\":\"\\\\\\\"\"");
+    const node_ref node(group());
     EXPECT_EQ(handler.getMetaData(::osg::NullFC, ""), "");
-}
-
-TEST_F(IdMapText, MetaDataOfTheCoreCountsOnlyIfTheNodeHasNone) {
-    const ::osg::NodeRefPtr node(nodeOf<::osg::Group>("n"));
+    EXPECT_EQ(handler.getMetaData(node.get(), "\t"), "");
     attribute(node->getCore(), "from", "core");
     EXPECT_EQ(handler.getMetaData(node.get(), ""), "\n\"from\":\"core\"");
     attribute(node.get(), nullptr, nullptr); // a map without keys hides the core's
     EXPECT_EQ(handler.getMetaData(node.get(), ""), "");
+    attribute(node.get(), "path", "C:\\a \"b\"");
+    attribute(node.get(), "a\"key", "\\\"");
+    EXPECT_EQ(handler.getMetaData(node.get(), "\t"),
+              "\n\t\"path\":\"C:\\\\a \\\"b\\\"\",\n\t\"a\"key\":\"\\\\\\\"\"");
 }
 
 TEST_F(IdMapText, TreeNestsByChildren) {
-    const ::osg::NodeRefPtr root(nodeOf<::osg::Group>("root"));
-    const ::osg::NodePtr hidden = nodeOf<::osg::Transform>(nullptr);
-    ::osg::setName(hidden->getCore(), "from core");
-    hidden->setTravMask(0);
-    root->addChild(hidden);
-    root->addChild(nodeOf<::osg::Group>(nullptr));
+    const ::osg::NodePtr unseen = hidden(moved({0, 0, 0}, {}));
+    ::osg::setName(unseen->getCore(), "from core");
+    const node_ref root(named("root", group({unseen, ::osg::Node::create()})));
     attribute(root.get(), "k", "v");
     const std::string expected = R"("name":"root",
 "type":"Group",
@@ -92,20 +74,16 @@ TEST_F(IdMapText, TreeNestsByChildren) {
 },
 {
 	"name":"none",
-	"type":"Group",
+	"type":"none",
 	"render":"true",
 	"meta": {}
 }]
 )";
     EXPECT_EQ(treeText(root.get()), expected);
     EXPECT_EQ(treeText(::osg::NullFC), "");
-}
-
-TEST_F(IdMapText, TreeOfANodeWithoutCoreIsWritten) {
-    const ::osg::NodeRefPtr bare(::osg::Node::create());
-    EXPECT_EQ(treeText(bare.get(), 1),
-              "\t\"name\":\"none\",\n\t\"type\":\"none\",\n\t\"render\":\"true\",\n"
-              "\t\"meta\": {}\n");
+    const node_ref alone(group());
+    EXPECT_EQ(treeText(alone.get(), 2), "\t\t\"name\":\"none\",\n\t\t\"type\":\"Group\",\n"
+                                        "\t\t\"render\":\"true\",\n\t\t\"meta\": {}\n");
 }
 
 /// The attributes that the root holds under a binding.
@@ -122,32 +100,37 @@ std::map<std::string, std::string> bound(const ::osg::NodePtr& root, ::osg::UInt
 }
 
 TEST_F(IdMapText, RootTakesTheMapInSixAttachments) {
-    const ::osg::ChunkMaterialRefPtr plain(::osg::ChunkMaterial::create()); // without a colour
-    const ::osg::ChunkMaterialRefPtr glass(::osg::ChunkMaterial::create());
-    const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
-    chunk->setDiffuse(::osg::Color4f(0.5F, 0.1F, 1.0F, 0.25F));
-    glass->addChunk(chunk);
-    std::string hull = "hull", deck = "deck", mast = "mast";
-    ::osg::Pnt3f low(-1.5F, 0.1F, 1e7F), high(2.0F, 1.0F / 3.0F, 1e7F);
-    handler.insertNodeName(hull, low, high, glass.get(), "");
-    handler.insertNodeName(deck, low, high, plain.get(), "");
-    handler.insertNodeName(mast, low, high, glass.get(), "");
+    const ::osg::MaterialRefPtr plain(bareMaterial()); // without a colour
+    const ::osg::MaterialRefPtr glass(chunked({0.5F, 0.1F, 1.0F, 0.25F}));
+    const auto insert = [this](std::string name, const ::osg::MaterialPtr& material) {
+        ::osg::Pnt3f low(-1.5F, 0.1F, 1e7F), high(2.0F, 1.0F / 3.0F, 1e7F);
+        handler.insertNodeName(name, low, high, material, "");
+    };
+    insert("hull", glass.get());
+    insert("deck", plain.get());
+    insert("mast", glass.get());
+    insert("crew", ::osg::MaterialRefPtr(chunked({1, 1, 1, 1})).get()); // gone by now
+    insert("flag", glass.get());
     handler.usage[0] = {"MG_2", "MG_10"};
     handler.usage[2] = {"MG_2"};
     handler.usage[-1] = {"MG_4"}; // IDs that came with the model name nothing
-    handler.usage[3] = {"MG_4"};
+    handler.usage[5] = {"MG_4"};
     handler.texCoordMapping["MG_2"] = "TC1";
     handler.appearanceNames.pop_back(); // an ID past their end has no colour
 
-    const ::osg::NodeRefPtr root(nodeOf<::osg::Group>("root"));
+    const node_ref root(group());
     morva::osg::addIDmapInfo(root.get());
     using texts = std::map<std::string, std::string>;
     EXPECT_EQ(bound(root.get(), 1), (texts{{"MG_2", "TC1"}}));
-    EXPECT_EQ(bound(root.get(), 2), (texts{{"0", "hull"}, {"1", "deck"}, {"2", "mast"}}));
+    EXPECT_EQ(bound(root.get(), 2),
+              (texts{{"0", "hull"}, {"1", "deck"}, {"2", "mast"}, {"3", "crew"}, {"4", "flag"}}));
     EXPECT_EQ(bound(root.get(), 3).at("0"), "-1.5 0.1 1e+07");
     EXPECT_EQ(bound(root.get(), 4).at("2"), "2 0.333333 1e+07");
-    EXPECT_EQ(bound(root.get(), 5),
-              (texts{{"0", "0.5 0.1 1 0.25"}, {"1", "0 0 0 0"}, {"2", "0 0 0 0"}}));
+    EXPECT_EQ(bound(root.get(), 5), (texts{{"0", "0.5 0.1 1 0.25"},
+                                           {"1", "0 0 0 0"},
+                                           {"2", "0.5 0.1 1 0.25"},
+                                           {"3", "0 0 0 0"},
+                                           {"4", "0 0 0 0"}}));
     EXPECT_EQ(bound(root.get(), 6), (texts{{"hull", "MG_10,MG_2"}, {"mast", "MG_2"}}));
     EXPECT_EQ(bound(root.get(), 0), (texts{{"no", "map"}}));
     morva::osg::addIDmapInfo(::osg::NullFC);

@@ -2,66 +2,50 @@
 
 // Small scenes for the tests of the merge pass, on top of the shared builders:
 //
-//     group({strip(red, 0), strip(blue, 1), moved({5, 0, 0}, {strip(red, 2)})})
+//     group({part(red, 0), part(blue, 1), moved({5, 0, 0}, {part(red, 2)})})
 
 #include <string>
-#include <vector>
+
+#include <gtest/gtest.h>
 
 #include <morva/merge/morva_osg_geomerge.h>
 
-#include "../geosets/split_scenes.h"
+#include "../support/live_containers.h"
+#include "../support/mesh_multiset.h"
 #include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
 
-namespace scene {
+namespace morva_test {
 
-using morva_test::coreOf;
-using morva_test::group;
-using morva_test::materialGroup;
-using morva_test::moved;
-using nodes = morva_test::node_list;
+using material_ref = ::osg::MaterialRefPtr;
+using morva::osg::mergeGeo_setup;
 
-inline ::osg::SimpleMaterialPtr plain(float red) { return morva_test::simple({red, 0.5F, 0.25F}); }
-/// A material with an alpha below 1.
-inline ::osg::ChunkMaterialPtr glass() { return morva_test::chunked({0, 0, 1, 0.5F}); }
+inline ::osg::SimpleMaterialPtr plain(float red) { return simple({red, 0.5F, 0.25F}); }
 
 /// `count` triangles in a row along x from (x, 0, 0) on, each of size 1, with normals along z.
-inline ::osg::NodePtr strip(const ::osg::MaterialPtr& material, float x, unsigned count = 1,
-                            const char* name = nullptr) {
-    std::vector<::osg::Pnt3f> corners;
+inline ::osg::NodePtr part(const ::osg::MaterialPtr& material, float x, unsigned count = 1,
+                           const std::string& name = "") {
+    mesh_data mesh;
+    mesh.primitives = {{4, 3 * count}};
     for (unsigned i = 0; i < count; ++i) {
         const float at = x + static_cast<float>(i);
-        corners.insert(corners.end(), {{at, 0, 0}, {at + 1, 0, 0}, {at, 1, 0}});
+        mesh.positions.insert(mesh.positions.end(), {{at, 0, 0}, {at + 1, 0, 0}, {at, 1, 0}});
     }
-    const ::osg::GeometryPtr geometry = flat::geometryOf({{4, 3 * count}}, corners);
-    const ::osg::GeoNormals3fPtr normals = ::osg::GeoNormals3f::create();
-    normals->editField().resize(corners.size(), ::osg::Vec3f(0, 0, 1));
-    geometry->setNormals(normals);
-    geometry->setMaterial(material);
-    return flat::nodeOf(geometry, name);
+    mesh.normals.resize(mesh.positions.size(), ::osg::Vec3f(0, 0, 1));
+    const ::osg::NodePtr node = meshNode(mesh, material);
+    return name.empty() ? node : named(name, node);
 }
 
-/// Triangles below a node in world coordinates, positions alone.
-inline std::multiset<std::vector<std::vector<float>>> worldTriangles(const ::osg::NodePtr& root) {
-    std::multiset<std::vector<std::vector<float>>> bag;
-    for (const ::osg::NodePtr& node : morva_test::geometryNodes(root)) {
-        const ::osg::Matrix matrix = node->getToWorld();
-        const ::osg::GeometryPtr geometry = coreOf(node);
-        for (auto it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
-            split::triangle t(3);
-            for (::osg::Int32 k = 0; k < 3; ++k) {
-                ::osg::Pnt3f p;
-                matrix.multMatrixPnt(it.getPosition(k), p);
-                split::append(t[static_cast<std::size_t>(k)], p, 3);
-            }
-            bag.insert(split::turned(t));
-        }
-    }
-    return bag;
+/// What is drawn in the world, by positions alone.
+inline world_mesh shapeOf(const ::osg::NodePtr& root) {
+    mesh_choice choice;
+    choice.normals = choice.colors = choice.coordinates = false;
+    return worldMesh(root, choice);
 }
 
 /// Settings that print no more than they must.
-inline morva::osg::mergeGeo_setup quiet() {
-    morva::osg::mergeGeo_setup setup;
+inline mergeGeo_setup quiet() {
+    mergeGeo_setup setup;
     setup.silent = true;
     return setup;
 }
@@ -70,4 +54,11 @@ inline morva::kd_build_setup cells(unsigned max_elements) {
     return {max_elements, 100, 3, 1.0F, 2.0F, 0.95F, false};
 }
 
-} // namespace scene
+/// A merge with its output on standard output thrown away.
+inline node_ref quietMerge(const ::osg::NodePtr& root, const mergeGeo_setup& setup,
+                           unsigned cell = 1000) {
+    const stream_capture out(std::cout);
+    return node_ref(morva::osg::mergeGeo(root, cells(cell), setup));
+}
+
+} // namespace morva_test
