@@ -146,7 +146,7 @@ struct source_columns {
 };
 
 /// Length of new properties, and the one that they will grow to.
-struct field_rows {
+struct target_rows {
     std::size_t now;
     std::size_t later;
 };
@@ -154,7 +154,7 @@ struct field_rows {
 /// Turns a slot to the core's own property, or to a new one of `rows` zeros if the source has
 /// values that the core has no place for; then true.
 template <typename Slot, typename Role>
-bool takeOrMake(Slot& slot, const Role& own, bool wanted, const field_rows& rows) {
+bool takeOrMake(Slot& slot, const Role& own, bool wanted, const target_rows& rows) {
     if (own != ::osg::NullFC) {
         slot.follow(own);
         return false;
@@ -177,7 +177,7 @@ template <typename Concrete, typename Role>
 /// store(); until then they go with this record.
 struct target_columns {
     target_columns(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& source,
-                   const source_columns& from, bool write_ids, const field_rows& rows)
+                   const source_columns& from, bool write_ids, const target_rows& rows)
         : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
           lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
         takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows);
@@ -485,8 +485,8 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     const open_edit edit(core);
     source_columns from(source); // after room was made: a property may be source and target
     // setup() makes a filled field three times as long, unless it is lean.
-    const field_rows rows = lean ? field_rows{vertex_count + offered, vertex_capacity}
-                                 : field_rows{vertex_capacity, 3 * vertex_capacity};
+    const target_rows rows = lean ? target_rows{vertex_count + offered, vertex_capacity}
+                                  : target_rows{vertex_capacity, 3 * vertex_capacity};
     target_columns target(core, source, from, writeIds, rows);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();
