@@ -1,0 +1,97 @@
+#pragma once
+
+// The triangles or lines of a geometry as one table of indices, and the way back: a run of them
+// as a geometry of its own.
+//
+//     const draw_elements elements = readElements<3>(geometry, true);
+//     ... order them ...
+//     writePiece(elements, order, 0, 100, target);
+//
+//     cells    | p n | p n | p n | p n | ...      width 2: an index per corner and property
+//              '---- element 0 --'                those of property i at offset[i]
+//
+// The order of the properties is positions, normals, colours, coordinate sets 0 and 7. Where the
+// geometry is one plain run already the table is its own index, and nothing is copied.
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <vector>
+
+#include <OpenSG/OSGGeometry.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_span.h>
+#include <morva/draworder/morva_osg_cache_walk.h>
+
+namespace morva::osg {
+
+/// Elements of a geometry, each of `corners` corners.
+struct draw_elements {
+    static constexpr std::size_t properties = 5;
+    static constexpr int absent = -1;
+
+    unsigned corners = 3;
+    std::size_t count = 0;
+    span<const std::uint32_t> cells; ///< `count * corners` times `width`
+    std::size_t width = 1;
+    std::array<int, properties> offset{absent, absent, absent, absent, absent};
+    std::vector<std::uint32_t> numbers; ///< of the elements in the source; empty: their places
+
+    // An index may equal the size of its block and is never greater: it then reads as zero.
+    property_block<::osg::Pnt3f> positions;
+    property_block<::osg::Vec3f> normals;
+    property_block<::osg::Color3f> colors;
+    property_block<::osg::Vec2f> texcoords;
+    property_block<::osg::Vec2f> texcoords7;
+
+    property_block<::osg::UInt32> indices; ///< what `cells` points into, or
+    std::vector<std::uint32_t> own_cells;  ///< this
+
+    bool has(std::size_t property) const { return offset[property] != absent; }
+    std::size_t sizeOf(std::size_t property) const;
+    /// Index of the corner in a property that there is.
+    std::uint32_t index(std::size_t corner, std::size_t property) const {
+        return cells[corner * width + static_cast<std::size_t>(offset[property])];
+    }
+};
+
+/// Reads the triangles (3 corners) or lines (2) of all primitives.
+///
+/// drop_rogues  leaves out triangles that is_rogue() holds for
+/// with_slot_0  reads coordinate set 0
+///
+/// Elements with a position index that leads nowhere are left out.
+template <unsigned Corners>
+draw_elements readElements(const ::osg::GeometryPtr& geometry, bool drop_rogues, bool with_slot_0);
+
+/// Numbers the distinct corners, equal in all indices, from 0 up.
+///
+/// distinct  out: how many there are
+/// returns   per corner its number
+/// cost      linear, by one pass per property
+std::vector<std::uint32_t> numberCorners(const draw_elements& elements, std::size_t& distinct);
+
+/// Writes runs of elements into geometries, each with only the values that it uses.
+class piece_writer {
+  public:
+    piece_writer(const draw_elements& source, const std::vector<std::uint32_t>& draw_order);
+
+    /// Fills a geometry that createGeo() or createLineGeo() has made with the elements
+    /// [first, end) of the draw order: one length, the properties that the source has, and an
+    /// index for each of them. Values come in order of first use.
+    void write(std::size_t first, std::size_t end, const ::osg::GeometryPtr& geometry);
+
+  private:
+    std::vector<std::uint32_t> numberColumn(std::size_t property, std::size_t first,
+                                            std::size_t end, std::uint32_t* cells);
+
+    const draw_elements& m_source;
+    const std::vector<std::uint32_t>& m_order;
+    std::size_t m_width = 0; ///< properties that there are
+    /// Per property and index: number of the value, counted over all pieces from 1 on.
+    std::array<std::vector<std::uint32_t>, draw_elements::properties> m_number_of;
+    std::array<std::uint32_t, draw_elements::properties> m_numbered{};
+};
+
+} // namespace morva::osg

@@ -1,0 +1,32 @@
+#include <morva/draworder/morva_osg_draw_pieces.h>
+
+namespace morva::osg::detail {
+
+std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
+                                           std::vector<std::uint32_t>& corner_numbers) {
+    std::vector<counted_column> columns;
+    for (std::size_t i = 0; i < draw_elements::properties; ++i) {
+        if (!elements.has(i))
+            continue; // at most one entry, which positions have as soon
+        bool counted = false;
+        for (std::size_t j = 0; j < i; ++j)
+            counted = counted || elements.offset[j] == elements.offset[i];
+        if (!counted)
+            columns.push_back({elements.cells.data() + elements.offset[i], elements.width,
+                               elements.sizeOf(i) + 1});
+    }
+    // One index for all properties: as many of each as there are corners.
+    if (perProperty || columns.size() <= 1)
+        return columns;
+    std::size_t distinct = 0;
+    corner_numbers = numberCorners(elements, distinct);
+    return {{corner_numbers.data(), 1, distinct}};
+}
+
+void nameNext(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry) {
+    const std::string name = getIDmapHandler().getNextGeometryName();
+    ::osg::setName(node, name);
+    ::osg::setName(geometry, name);
+}
+
+} // namespace morva::osg::detail

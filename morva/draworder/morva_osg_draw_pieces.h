@@ -1,0 +1,91 @@
+#pragma once
+
+// What the two cache optimisers have in common between reading a geometry and handing out the
+// group of its pieces.
+
+#include <cstddef>
+#include <iostream>
+#include <string>
+#include <vector>
+
+#include <OpenSG/OSGGeoFunctions.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGNode.h>
+#include <OpenSG/OSGRefPtr.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/draworder/morva_osg_cache_walk.h>
+#include <morva/draworder/morva_osg_draw_elements.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+namespace morva::osg::detail {
+
+/// What fills a piece: each property on its own, or whole corners, whose numbers go into
+/// `corner_numbers`.
+std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
+                                           std::vector<std::uint32_t>& corner_numbers);
+
+/// Gives node and core the next name.
+void nameNext(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry);
+
+/// Orders elements; throws std::bad_alloc.
+template <typename Rules>
+draw_order orderElements(const draw_elements& elements, unsigned int limit, bool perProperty) {
+    std::vector<std::uint32_t> corner_numbers, positions;
+    const auto columns = countedColumns(elements, perProperty, corner_numbers);
+    const std::size_t corners = elements.count * elements.corners;
+    span<const std::uint32_t> vertices = elements.cells;
+    if (elements.width != 1) {
+        positions.resize(corners);
+        for (std::size_t i = 0; i < corners; ++i)
+            positions[i] = elements.index(i, 0);
+        vertices = positions;
+    }
+    return cache_walk<Rules>(vertices, elements.positions.size(), elements.numbers, columns, limit)
+        .run();
+}
+
+/// Reads, orders and writes the elements of `source` into pieces below `result`, each in a
+/// geometry that `create` makes.
+template <typename Rules, typename Create>
+void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
+                 const Create& create, const ::osg::NodePtr& result) {
+    constexpr bool triangles = Rules::corners == 3;
+    const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(source->getCore());
+    const auto elements = readElements<Rules::corners>(geometry, triangles, triangles);
+    const draw_order order = orderElements<Rules>(elements, limit, perProperty);
+
+    const ::osg::MaterialPtr material = getMaterial(source);
+    result->setCore(::osg::Group::create());
+    piece_writer writer(elements, order.elements);
+    for (std::size_t i = 0; i < order.piece_first.size(); ++i) {
+        const ::osg::RefPtr<::osg::NodePtr> child(::osg::Node::create());
+        const ::osg::RefPtr<::osg::GeometryPtr> piece(create());
+        child->setCore(piece.get());
+        result->addChild(child.get());
+        ::osg::beginEditCP(piece.get());
+        writer.write(order.piece_first[i], order.pieceEnd(i), piece.get());
+        piece->setMaterial(material);
+        ::osg::endEditCP(piece.get());
+        if (!elements.has(1))
+            ::osg::calcVertexNormals(piece.get());
+        nameNext(child.get(), piece.get());
+    }
+}
+
+/// The group of the pieces of `source`; an exception ends the work with a line.
+template <typename Rules, typename Create>
+::osg::NodePtr piecesOf(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
+                        const Create& create) {
+    const ::osg::NodePtr result = ::osg::Node::create();
+    try {
+        buildPieces<Rules>(source, limit, perProperty, create, result);
+    } catch (...) {
+        std::cout << "Error occured in morva_osg_cacheopt." << std::endl;
+    }
+    return result;
+}
+
+} // namespace morva::osg::detail
