@@ -21,5 +21,6 @@
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/textures/morva_osg_texcoords.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/kd_tree.h>
