@@ -18,11 +18,15 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/textures/morva_osg_texcoords.h>
 #include <morva/trees/kd_strategies.h>
 
 namespace morva::osg {
 
 namespace {
+
+/// Coordinates beyond this many repetitions of the image keep their fraction alone.
+constexpr int wrap_limit = 50;
 
 /// Primitives of a whole group, by the queries' counts.
 struct primitive_sums {
@@ -103,26 +107,28 @@ bool isDue(std::uint64_t vertices, unsigned int corners, bool last, std::uint64_
 /// Held while a large batch has its extents and is sorted, which takes a third of its memory and
 /// a sixth of its time: of several threads one at a time is there. Nothing else is asked for
 /// meanwhile.
-class sorting_turn {
-  public:
-    explicit sorting_turn(std::uint64_t elements) {
-        constexpr std::uint64_t large = 500000;
-        if (elements >= large)
-            turn = std::unique_lock<std::mutex>(mutex());
-    }
+std::unique_lock<std::mutex> sortingTurn(std::uint64_t elements) {
+    static std::mutex one;
+    constexpr std::uint64_t large = 500000;
+    return elements >= large ? std::unique_lock<std::mutex>(one) : std::unique_lock<std::mutex>();
+}
 
-  private:
-    static std::mutex& mutex() {
-        static std::mutex one;
-        return one;
-    }
-    std::unique_lock<std::mutex> turn;
-};
+bool hasCoordinates(const osg_geoset& geoset) {
+    return geoset.geometry != ::osg::NullFC && geoset.geometry->getTexCoords() != ::osg::NullFC;
+}
 
 /// Sorts what a geoset holds. Making cores needs no extents.
 void sort(osg_geoset& geoset, kd_tree<float>& tree, const batch_setup& batch) {
-    const sorting_turn turn(geoset.vertex_count / 3);
+    // Cutting coordinates takes long and needs extents all the while: it's not for a turn.
+    const bool cuts = batch.setup.optimizetc > 0 && hasCoordinates(geoset);
+    std::unique_lock<std::mutex> turn;
+    if (!cuts)
+        turn = sortingTurn(geoset.vertex_count / 3);
     geoset.setup();
+    if (cuts) {
+        optimizeTexCoords(geoset, batch.setup.optimizetc, wrap_limit);
+        turn = sortingTurn(geoset.size);
+    }
     compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
     geoset.dropExtents();
 }
