@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <sstream>
+#include <tuple>
 
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialGroup.h>
@@ -54,28 +55,29 @@ TEST(MergeGeo, OneGroupPerMaterialInOrderAndTheInputStays) {
 }
 
 TEST(MergeGeo, PrintsAsToldByTheFlags) {
-    struct print_case {
-        bool silent, cacheopt;
-        const char* expected;
-    };
-    const char* full = "Merging Geometry with 2 GeometryCore(s)...\n"
-                       "Found 1 different Materials.\n\rDone merging.        \n";
-    for (const print_case& c :
-         {print_case{true, false, "Found 1 different Materials.\n\rDone merging.        \n"},
-          print_case{true, true, full}}) {
+    const std::string title = "Merging Geometry with 4 GeometryCore(s)...\n";
+    const std::string merged = "Found 3 different Materials.\n\rDone merging.        \n";
+    const std::string progress = "\r0% \r33.33% \r66.67% ";
+    const std::string caching = "Run Cacheopt...(3) Nodes.\n";
+    for (const auto& [silent, cacheopt, numthreads, expected] :
+         {std::tuple{true, false, 1, merged},
+          std::tuple{false, false, 1, title + merged + "done.\n"},
+          std::tuple{true, true, 1, title + merged + caching + progress},
+          std::tuple{true, true, 0, title + merged + caching + progress},
+          std::tuple{true, true, -7, title + merged + caching + progress},
+          std::tuple{false, true, 2, title + merged + caching + "done.\n"}}) {
+        SCOPED_TRACE(testing::Message() << silent << cacheopt << numthreads);
         mergeGeo_setup setup;
-        setup.silent = c.silent;
-        setup.cacheopt = c.cacheopt;
+        setup.silent = silent;
+        setup.cacheopt = cacheopt;
+        setup.numthreads = numthreads;
         const ::osg::MaterialRefPtr red(scene::plain(0));
         const ::osg::NodeRefPtr root(
-            scene::group({scene::strip(red.get(), 0), scene::strip(red.get(), 3)}));
+            scene::group({scene::strip(red.get(), 0), scene::strip(red.get(), 3),
+                          scene::strip(scene::plain(1), 0), scene::strip(scene::plain(0.5F), 3)}));
         testing::internal::CaptureStdout();
         const ::osg::NodeRefPtr result(mergeGeo(root.get(), scene::cells(9), setup));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), c.expected);
-        setup.silent = false;
-        testing::internal::CaptureStdout();
-        const ::osg::NodeRefPtr loud(mergeGeo(root.get(), scene::cells(9), setup));
-        EXPECT_EQ(testing::internal::GetCapturedStdout(), std::string(full) + "done.\n");
+        EXPECT_EQ(testing::internal::GetCapturedStdout(), expected);
     }
 }
 
