@@ -15,23 +15,24 @@ namespace morva::osg {
 inline void freeAxisArrays(float**& arrays) {
     if (arrays == nullptr)
         return;
-    for (int axis = 0; axis < 3; ++axis)
-        delete[] arrays[axis];
+    delete[] arrays[0];
     delete[] arrays;
     arrays = nullptr;
 }
 
-/// Three arrays of floats, not initialised, and the array that holds them.
+/// Three arrays of floats, not initialised, and the array that holds them. They are one block: a
+/// large one goes back to the system when it is freed, where three would leave holes in the heap.
 class axis_arrays {
   public:
     explicit axis_arrays(std::size_t entries) : arrays(new float* [3] {}) {
         try {
-            for (int axis = 0; axis < 3; ++axis)
-                arrays[axis] = new float[entries];
+            arrays[0] = new float[3 * entries];
         } catch (...) {
             freeAxisArrays(arrays);
             throw;
         }
+        arrays[1] = arrays[0] + entries;
+        arrays[2] = arrays[1] + entries;
     }
     axis_arrays(const axis_arrays&) = delete;
     axis_arrays& operator=(const axis_arrays&) = delete;

@@ -11,6 +11,8 @@
 //
 // One thread; the holder keeps no reference, so release() leaves the count at 0.
 
+#include <utility>
+
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGNode.h>
@@ -25,15 +27,19 @@ template <typename Ptr> class fresh {
     explicit fresh(const Ptr& container) : held(container) {}
     fresh(const fresh&) = delete;
     fresh& operator=(const fresh&) = delete;
-    ~fresh() {
-        if (held == ::osg::NullFC)
-            return;
-        ::osg::addRefCP(held);
-        ::osg::subRefCP(held);
-    }
+    ~fresh() { reset(Ptr()); }
 
     const Ptr& get() const { return held; }
     auto operator->() const { return held.operator->(); }
+
+    /// Takes another container in place of the one so far, which goes as at the end of the scope.
+    void reset(const Ptr& container) {
+        const Ptr old = std::exchange(held, container);
+        if (old == ::osg::NullFC)
+            return;
+        ::osg::addRefCP(old);
+        ::osg::subRefCP(old);
+    }
 
     /// Hands the container on; the caller answers for it.
     Ptr release() {

@@ -132,7 +132,7 @@ struct source_columns {
 };
 
 /// Length of new properties, and the one that they will grow to.
-struct row_plan {
+struct target_rows {
     std::size_t now;
     std::size_t later;
 };
@@ -140,7 +140,7 @@ struct row_plan {
 /// Turns a slot to the core's own property, or to a new one of `rows` zeros if the source has
 /// values that the core has no place for; then true.
 template <typename Slot, typename Role>
-bool takeOrMake(Slot& slot, const Role& own, bool wanted, const row_plan& rows) {
+bool takeOrMake(Slot& slot, const Role& own, bool wanted, const target_rows& rows) {
     if (own != ::osg::NullFC) {
         slot.follow(own);
         return false;
@@ -163,7 +163,7 @@ template <typename Concrete, typename Role>
 /// store(); until then they go with this record.
 struct target_columns {
     target_columns(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& source,
-                   const source_columns& from, bool write_ids, const row_plan& rows)
+                   const source_columns& from, bool write_ids, const target_rows& rows)
         : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
           lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
         takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows);
@@ -486,8 +486,8 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     const open_edit edit(core);
     source_columns from(source); // after room was made: a property may be source and target
     // setup() makes a filled field three times as long, unless it is lean.
-    const row_plan rows = lean ? row_plan{vertex_count + offered, vertex_capacity}
-                                 : row_plan{vertex_capacity, 3 * vertex_capacity};
+    const target_rows rows = lean ? target_rows{vertex_count + offered, vertex_capacity}
+                                  : target_rows{vertex_capacity, 3 * vertex_capacity};
     target_columns target(core, source, from, writeIds, rows);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();

@@ -81,7 +81,7 @@ class MORVA_API osg_geoset {
     /// Fields are as long as what was extracted, `vertex_capacity` is only room to grow without a
     /// copy, and setup() leaves no spare rows. Stays over clear().
     bool lean = false;
-    float_box bbox;             ///< of all triangles, valid after setup()
+    float_box bbox; ///< of all triangles, valid after setup()
 
     /// Back to empty, with a fresh core; `vertex_capacity` is then 500000.
     void clear();

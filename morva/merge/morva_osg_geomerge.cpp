@@ -60,7 +60,11 @@ kd_build_setup treeSetup(const kd_build_setup& kd) {
 }
 
 /// Moves nodes below the result, each under a transform that keeps its place in the world.
-void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& result) {
+///
+/// cache  not null: what optimizeCache() gives for the node stands in its place; the node itself
+///        then stays where it is, unless it is handed through
+void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& result,
+               const mergeGeo_setup* cache = nullptr) {
     for (::osg::NodePtr node : nodes) {
         if (node == ::osg::NullFC)
             continue;
@@ -70,7 +74,10 @@ void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& r
         transform->setMatrix(node->getToWorld());
         ::osg::endEditCP(transform, ::osg::Transform::MatrixFieldMask);
         setMaterialInGeometry(node);
-        holder->addChild(node); // leaves its old parent
+        fresh<::osg::NodePtr> carried(cache != nullptr ? optimizeNode(node, *cache) : node);
+        if (carried.get() != ::osg::NullFC)
+            holder->addChild(carried.get()); // the node itself leaves its old parent
+        carried.release();
         result->addChild(holder.get());
         holder.release();
     }
@@ -89,7 +96,7 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
 }
 
 /// The whole pass into `result`; what throws leaves there what was finished.
-void mergeInto(const ::osg::NodePtr& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
+void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
                const mergeGeo_setup& setup) {
     const walk_start start(root);
     scene_parts parts;
@@ -105,10 +112,12 @@ void mergeInto(const ::osg::NodePtr& result, const ::osg::NodePtr& root, const k
     GeoMerge merge(setup);
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
-    mergeGroups(merge, local, setup, handler, result);
+    mergeGroups(merge, local, setup, handler, result.get());
     std::cout << "\rDone merging.        " << std::endl;
-    carryOver(parts.transparent, result);
-    carryOver(parts.hidden, result);
+    if (setup.cacheopt)
+        result.reset(optimizeNodeCache(result.get(), setup));
+    carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
+    carryOver(parts.hidden, result.get());
 }
 
 } // namespace
@@ -193,7 +202,7 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
                         const mergeGeo_setup& setup) {
     fresh<::osg::NodePtr> result(newGroupNode());
     try {
-        mergeInto(result.get(), root, kd, setup);
+        mergeInto(result, root, kd, setup);
     } catch (...) {
         printMergeError();
     }

@@ -1,12 +1,17 @@
 #include <morva/merge/morva_osg_geomerge_stages.h>
 
+#include <deque>
+#include <iostream>
 #include <map>
+#include <sstream>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/geosets/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/merge/morva_osg_task_list.h>
@@ -72,6 +77,14 @@ class source_state {
     std::map<::osg::MaterialPtr, bool> has_image; ///< looking into an image takes long
 };
 
+/// Writes how much is done over what was written before.
+void printProgress(std::size_t index, std::size_t count) {
+    std::ostringstream text; // the caller may have changed the format of std::cout
+    text.precision(4);
+    text << "\r" << 100.0 * static_cast<double>(index) / static_cast<double>(count) << "% ";
+    std::cout << text.str() << std::flush;
+}
+
 } // namespace
 
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
@@ -98,6 +111,43 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         result->addChild(group.get());
         group.release();
     }
+}
+
+::osg::NodePtr optimizeNode(const ::osg::NodePtr& node, const mergeGeo_setup& setup) {
+    bool above_limit = false;
+    return optimizeCache(node, above_limit, cache_limit, setup.opt == 2);
+}
+
+::osg::NodePtr optimizeNodeCache(const ::osg::NodePtr& merged, const mergeGeo_setup& setup) {
+    fresh<::osg::NodePtr> cached(newGroupNode());
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(merged, nodes, false);
+    std::cout << "Run Cacheopt...(" << nodes.size() << ") Nodes." << std::endl;
+    threadHandler handler("MORVA_CACHEOPT", threadsOf(setup));
+
+    if (setup.numthreads > 1) {
+        task_list<cacheoptMTArguments> tasks(handler, CacheOptMultithread);
+        for (const ::osg::NodePtr& node : nodes) {
+            cacheoptMTArguments task;
+            task.limit = cache_limit;
+            task.perProperty = setup.opt == 2;
+            task.source = node;
+            tasks.start(std::move(task));
+        }
+        tasks.joinInto(cached.get());
+        return cached.release();
+    }
+    // All before the first one moves: what throws leaves the merged tree as it is.
+    std::deque<fresh<::osg::NodePtr>> made;
+    for (const ::osg::NodePtr& node : nodes) {
+        made.emplace_back(optimizeNode(node, setup));
+        printProgress(made.size() - 1, nodes.size());
+    }
+    for (fresh<::osg::NodePtr>& node : made) {
+        cached->addChild(node.get());
+        node.release();
+    }
+    return cached.release();
 }
 
 } // namespace morva::osg

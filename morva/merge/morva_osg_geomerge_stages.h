@@ -23,6 +23,9 @@ namespace morva::osg {
 /// the group.
 constexpr unsigned int batch_limit = 3000000;
 
+/// Entries of one property of a core in cache order; keeps indices in 16 bits.
+constexpr unsigned int cache_limit = 65533;
+
 /// Workers at a time that the setup asks for; 1 for none.
 constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {
     return setup.numthreads > 1 ? static_cast<unsigned int>(setup.numthreads) : 1;
@@ -34,5 +37,15 @@ constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {
 ///         on standard error
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
                  threadHandler& handler, const ::osg::NodePtr& result);
+
+/// Puts the geometry nodes below `merged` into cache order, and returns a new group of what
+/// optimizeCache() gives for them, in their order. Nodes that it hands through move there.
+///
+/// prints  the number of nodes; on one thread the share that is done, after "\r"
+/// errors  as for mergeGroups(); the nodes stay below `merged` then
+::osg::NodePtr optimizeNodeCache(const ::osg::NodePtr& merged, const mergeGeo_setup& setup);
+
+/// optimizeCache() as the merge pass asks for it.
+::osg::NodePtr optimizeNode(const ::osg::NodePtr& node, const mergeGeo_setup& setup);
 
 } // namespace morva::osg

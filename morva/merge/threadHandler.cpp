@@ -8,6 +8,7 @@
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGThreadManager.h>
 
+#include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/merge/morva_osg_task_list.h>
@@ -113,6 +114,13 @@ void mergeGeometryInVectorMultithread(void* arguments) {
     runWorker(task, [&task] {
         return mergeGeometryInVector(*task.material, *task.nodes, *task.kd, *task.setup,
                                      task.limit);
+    });
+}
+
+void CacheOptMultithread(void* arguments) {
+    auto& task = *static_cast<cacheoptMTArguments*>(arguments);
+    runWorker(task, [&task] {
+        return optimizeCache(task.source, task.aboveLimit, task.limit, task.perProperty);
     });
 }
 

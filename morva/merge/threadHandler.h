@@ -93,6 +93,20 @@ struct mergeGeometryMTArguments {
 /// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
 MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
 
+/// A task of the cache stage: one geometry node.
+struct cacheoptMTArguments {
+    unsigned int limit = 65533;
+    bool perProperty = false; ///< as for optimizeCache()
+    ::osg::NodePtr source;
+    std::string barrier;              ///< as above
+    ::osg::NodePtr result;            ///< as above; can be the source itself
+    bool aboveLimit = false;          ///< out: by optimizeCache()
+    threadHandler* handler = nullptr; ///< that started the task
+};
+
+/// Runs optimizeCache() on a cacheoptMTArguments, as a worker.
+MORVA_API void CacheOptMultithread(void* arguments);
+
 /// The record of saveAOinTC6MT().
 struct SAO6Arguments {};
 

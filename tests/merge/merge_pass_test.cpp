@@ -28,23 +28,29 @@ TEST(MergeGeo, OneGroupPerMaterialInOrderAndTheInputStays) {
 }
 
 TEST(MergeGeo, PrintsAsToldByTheFlags) {
-    struct print_case {
-        bool silent, cacheopt;
-        std::string expected;
-    };
-    const std::string found = "Found 1 different Materials.\n\rDone merging.        \n";
-    const std::string full = "Merging Geometry with 2 GeometryCore(s)...\n" + found;
-    for (const print_case& c :
-         {print_case{true, false, found}, {true, true, full}, {false, false, full + "done.\n"}}) {
+    const std::string title = "Merging Geometry with 4 GeometryCore(s)...\n";
+    const std::string merged = "Found 3 different Materials.\n\rDone merging.        \n";
+    const std::string progress = "\r0% \r33.33% \r66.67% ";
+    const std::string caching = "Run Cacheopt...(3) Nodes.\n";
+    for (const auto& [silent, cacheopt, numthreads, expected] :
+         {std::tuple{true, false, 1, merged},
+          std::tuple{false, false, 1, title + merged + "done.\n"},
+          std::tuple{true, true, 1, title + merged + caching + progress},
+          std::tuple{true, true, 0, title + merged + caching + progress},
+          std::tuple{true, true, -7, title + merged + caching + progress},
+          std::tuple{false, true, 2, title + merged + caching + "done.\n"}}) {
+        SCOPED_TRACE(testing::Message() << silent << cacheopt << numthreads);
         mergeGeo_setup setup;
-        setup.silent = c.silent;
-        setup.cacheopt = c.cacheopt;
+        setup.silent = silent;
+        setup.cacheopt = cacheopt;
+        setup.numthreads = numthreads;
         const material_ref red(plain(0));
-        const node_ref root(group({part(red.get(), 0), part(red.get(), 3)}));
+        const node_ref root(group(
+            {part(red.get(), 0), part(red.get(), 3), part(plain(1), 0), part(plain(0.5F), 3)}));
         const stream_capture out(std::cout);
         std::cout << std::hex << std::showbase; // as a caller may have left it
         const node_ref result(mergeGeo(root.get(), cells(9), setup));
-        EXPECT_EQ(out.text(), c.expected);
+        EXPECT_EQ(out.text(), expected);
     }
 }
 
