@@ -12,8 +12,6 @@
 // All work in the calling thread's aspect without locks; what edits does so in place. Null
 // geometries and nodes are accepted unless told otherwise.
 
-#include <cstdint>
-#include <tuple>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
@@ -96,21 +94,6 @@ MORVA_API bool hasVertexColors(std::vector<::osg::NodePtr>& nodes);
 /// cost   linear on average
 /// method open addressing on the bits of the values
 MORVA_API void createSharedIndex(::osg::GeometryPtr geometry);
-
-/// The property indices of one triangle corner, -1 for a property that the geometry lacks. Ordered
-/// by the fields, one after the other, as signed numbers.
-struct singleIndexStruct {
-    std::int32_t position = -1;
-    std::int32_t normal = -1;
-    std::int32_t color = -1;
-    std::int32_t texCoord = -1;  ///< slot 0
-    std::int32_t texCoord7 = -1; ///< slot 7
-
-    bool operator<(const singleIndexStruct& other) const {
-        return std::tie(position, normal, color, texCoord, texCoord7) <
-               std::tie(other.position, other.normal, other.color, other.texCoord, other.texCoord7);
-    }
-};
 
 /// createSharedIndex(), then one common index: every distinct corner stands once in each of the
 /// five properties, corners numbered by first use. The index mapping ends empty.

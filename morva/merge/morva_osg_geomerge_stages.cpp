@@ -4,6 +4,7 @@
 #include <iostream>
 #include <map>
 #include <sstream>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -122,7 +123,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
     fresh<::osg::NodePtr> cached(newGroupNode());
     std::vector<::osg::NodePtr> nodes;
     getGeometryNodes(merged, nodes, false);
-    std::cout << "Run Cacheopt...(" << nodes.size() << ") Nodes." << std::endl;
+    std::cout << "Run Cacheopt...(" << std::to_string(nodes.size()) << ") Nodes." << std::endl;
     threadHandler handler("MORVA_CACHEOPT", threadsOf(setup));
 
     if (setup.numthreads > 1) {

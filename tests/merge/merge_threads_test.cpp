@@ -12,6 +12,7 @@
 #include <OpenSG/OSGChangeList.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGThread.h>
+#include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
@@ -134,7 +135,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThread) {
         SCOPED_TRACE(c.name);
         std::map<int, std::string> texts, prints;
         for (const int threads : {1, 2, 8}) {
-            const unsigned int live = split::liveContainers();
+            const unsigned int live = morva_test::liveContainers();
             morva::osg::getIDmapHandler().reset();
             {
                 const stream_capture out(std::cout);
@@ -150,7 +151,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThread) {
                 prints[threads] = out.text();
             }
             morva::osg::getIDmapHandler().reset(); // which holds materials' names alone
-            EXPECT_EQ(split::liveContainers(), live);
+            EXPECT_EQ(morva_test::liveContainers(), live);
         }
         EXPECT_GT(texts[1].size(), 10000U);
         EXPECT_TRUE(texts[1] == texts[2]) << "on 2 threads";

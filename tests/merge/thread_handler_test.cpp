@@ -4,6 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/live_containers.h"
+
 #include <atomic>
 #include <numeric>
 #include <stdexcept>
@@ -148,7 +150,7 @@ TEST(ThreadHandler, ATaskThatThrowsCostsItsResultAndOneLine) {
         void (*fail)();
         const char* line;
     };
-    const unsigned int live = split::liveContainers();
+    const unsigned int live = morva_test::liveContainers();
     for (const failure_case& c :
          {failure_case{[] { throw std::bad_alloc(); },
                        "bad_alloc caught in geomerge: std::bad_alloc\n"},
@@ -166,11 +168,11 @@ TEST(ThreadHandler, ATaskThatThrowsCostsItsResultAndOneLine) {
             EXPECT_EQ(error.text(), c.line);
         }
     }
-    EXPECT_EQ(split::liveContainers(), live);
+    EXPECT_EQ(morva_test::liveContainers(), live);
 }
 
 TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
-    const unsigned int live = split::liveContainers();
+    const unsigned int live = morva_test::liveContainers();
     {
         threadHandler handler("TEST_POOL", 3);
         shared_state state;
@@ -184,7 +186,7 @@ TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
             tasks.start(task);
         }
     }
-    EXPECT_EQ(split::liveContainers(), live);
+    EXPECT_EQ(morva_test::liveContainers(), live);
 }
 
 TEST(ThreadHandler, ATaskWithoutThreadRunsOnTheMainThread) {

@@ -35,7 +35,7 @@ template <typename Form = ::osg::GeoTexCoords2f>::osg::GeometryPtr coreOf(const 
 }
 
 inline void fill(osg_geoset& geoset, const mesh& m) {
-    const ::osg::NodeRefPtr node(flat::nodeOf(coreOf(m)));
+    const ::osg::NodeRefPtr node(morva_test::nodeOf(coreOf(m)));
     const tri::registration_off ids_are_kept;
     morva::osg::extract(node.get(), geoset, false, false, false, true, false);
 }
