@@ -99,20 +99,25 @@ int idmapHandler::positionOf(const std::string& name) {
 
 int idmapHandler::insertNodeName(std::string& name, ::osg::Pnt3f& min, ::osg::Pnt3f& max,
                                  ::osg::MaterialPtr material, const std::string&) {
-    lock->aquire();
+    const scoped_lock guard(lock);
     const int known = positionOf(name);
-    if (known >= 0) {
-        const auto at = static_cast<std::size_t>(known);
-        ::osg::DynamicVolume box;
-        box.extendBy(mins[at]);
-        box.extendBy(maxs[at]);
-        box.extendBy(min);
-        box.extendBy(max);
-        box.getBounds(mins[at], maxs[at]);
-        ++held_by_this_thread; // the lock stays taken until releaseHeldLock()
-        return known;
-    }
+    if (known < 0)
+        return appendName(name, min, max, material);
 
+    const auto at = static_cast<std::size_t>(known);
+    ::osg::DynamicVolume box;
+    box.extendBy(mins[at]);
+    box.extendBy(maxs[at]);
+    box.extendBy(min);
+    box.extendBy(max);
+    box.getBounds(mins[at], maxs[at]);
+    lock->aquire(); // once more: it stays taken until releaseHeldLock()
+    ++held_by_this_thread;
+    return known;
+}
+
+int idmapHandler::appendName(const std::string& name, const ::osg::Pnt3f& min,
+                             const ::osg::Pnt3f& max, const ::osg::MaterialPtr& material) {
     const int id = static_cast<int>(names.size());
     try {
         auto appearance = appearances.find(material);
@@ -132,10 +137,8 @@ int idmapHandler::insertNodeName(std::string& name, ::osg::Pnt3f& min, ::osg::Pn
         mins.resize(std::min(mins.size(), length));
         maxs.resize(std::min(maxs.size(), length));
         names.resize(length);
-        lock->release();
         throw;
     }
-    lock->release();
     return id;
 }
 

@@ -87,6 +87,8 @@ class MORVA_API idmapHandler : public JsonFileContent {
 
   private:
     int positionOf(const std::string& name);
+    int appendName(const std::string& name, const ::osg::Pnt3f& min, const ::osg::Pnt3f& max,
+                   const ::osg::MaterialPtr& material);
     void rebuildIndex();
     void moveIdsToLowSet(const ::osg::NodePtr& node);
 

@@ -1,5 +1,5 @@
+#include <cmath>
 #include <functional>
-#include <limits>
 #include <memory>
 
 #include <assimp/material.h>
@@ -93,6 +93,15 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
     EXPECT_EQ(indices, (std::vector<unsigned>{0, 1, 2, 2, 1, 0, 3, 4, 1, 0, 4, 0, 1, 2, 3, 4}));
 }
 
+template <typename T> void drop(T*& one) {
+    delete one;
+    one = nullptr;
+}
+template <typename T> void dropArray(T*& all) {
+    delete[] all;
+    all = nullptr;
+}
+
 struct hostile_case {
     const char* name;
     std::function<void(aiScene&)> spoil;
@@ -104,60 +113,25 @@ const hostile_case hostile_cases[] = {
      "uses vertex 3 of 3"},
     {"highest_index", [](aiScene& s) { s.mMeshes[0]->mFaces[0].mIndices[1] = 0xFFFFFFFFu; },
      "uses vertex 4294967295"},
-    {"no_vertices",
-     [](aiScene& s) {
-         delete[] s.mMeshes[0]->mVertices;
-         s.mMeshes[0]->mVertices = nullptr;
-     },
-     "has no vertices"},
-    {"no_face_array",
-     [](aiScene& s) {
-         delete[] s.mMeshes[0]->mFaces;
-         s.mMeshes[0]->mFaces = nullptr;
-     },
+    {"no_vertices", [](aiScene& s) { dropArray(s.mMeshes[0]->mVertices); }, "has no vertices"},
+    {"no_face_array", [](aiScene& s) { dropArray(s.mMeshes[0]->mFaces); },
      "faces without an array"},
-    {"face_without_indices",
-     [](aiScene& s) {
-         delete[] s.mMeshes[0]->mFaces[0].mIndices;
-         s.mMeshes[0]->mFaces[0].mIndices = nullptr;
-     },
+    {"face_without_indices", [](aiScene& s) { dropArray(s.mMeshes[0]->mFaces[0].mIndices); },
      "face without indices"},
     {"mesh_out_of_range", [](aiScene& s) { s.mRootNode->mChildren[0]->mMeshes[0] = 7; },
      "uses mesh 7 of 1"},
-    {"null_mesh",
-     [](aiScene& s) {
-         delete s.mMeshes[0];
-         s.mMeshes[0] = nullptr;
-     },
-     "uses mesh 0"},
-    {"matrix_with_nan",
-     [](aiScene& s) { s.mRootNode->mTransformation.b2 = std::numeric_limits<float>::quiet_NaN(); },
-     "is not finite"},
+    {"null_mesh", [](aiScene& s) { drop(s.mMeshes[0]); }, "uses mesh 0"},
+    {"matrix_with_nan", [](aiScene& s) { s.mRootNode->mTransformation.b2 = NAN; }, "is not finite"},
     {"node_twice_in_the_tree",
      [](aiScene& s) {
          delete s.mRootNode->mChildren[1];
          s.mRootNode->mChildren[1] = s.mRootNode->mChildren[0];
      },
      "no tree"},
-    {"no_root",
-     [](aiScene& s) {
-         delete s.mRootNode;
-         s.mRootNode = nullptr;
-     },
-     "no scene"},
-    {"null_child",
-     [](aiScene& s) {
-         delete s.mRootNode->mChildren[1];
-         s.mRootNode->mChildren[1] = nullptr;
-     },
-     nullptr},
+    {"no_root", [](aiScene& s) { drop(s.mRootNode); }, "no scene"},
+    {"null_child", [](aiScene& s) { drop(s.mRootNode->mChildren[1]); }, nullptr},
     {"material_out_of_range", [](aiScene& s) { s.mMeshes[0]->mMaterialIndex = 99; }, nullptr},
-    {"null_material",
-     [](aiScene& s) {
-         delete s.mMaterials[0];
-         s.mMaterials[0] = nullptr;
-     },
-     nullptr},
+    {"null_material", [](aiScene& s) { drop(s.mMaterials[0]); }, nullptr},
     {"texture_that_is_not_there",
      [](aiScene& s) {
          const aiString file("*17");
@@ -166,8 +140,7 @@ const hostile_case hostile_cases[] = {
      nullptr},
     {"material_with_odd_numbers",
      [](aiScene& s) {
-         const float bad[] = {std::numeric_limits<float>::quiet_NaN(),
-                              std::numeric_limits<float>::infinity()};
+         const float bad[] = {NAN, INFINITY};
          s.mMaterials[0]->AddProperty(bad, 2, AI_MATKEY_COLOR_DIFFUSE);
          s.mMaterials[0]->AddProperty(bad, 1, AI_MATKEY_ROUGHNESS_FACTOR);
          s.mMaterials[0]->AddProperty(bad + 1, 1, AI_MATKEY_METALLIC_FACTOR);

@@ -2,13 +2,9 @@
 
 #include <algorithm>
 #include <map>
-#include <set>
 #include <string>
 
 #include <gtest/gtest.h>
-
-#include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGTransform.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
@@ -47,10 +43,19 @@ world_mesh keptMesh(const ::osg::NodePtr& root, bool with_normals = true) {
     return mesh;
 }
 
+/// Triangles of the largest core below a node.
+unsigned int largestCore(const ::osg::NodePtr& root) {
+    unsigned int largest = 0;
+    for (const ::osg::NodePtr& node : geometryNodes(root))
+        largest = std::max(largest, morva::osg::counttriangles(coreOf(node)));
+    return largest;
+}
+
 struct model_case {
     const char* name;
     std::string file;
-    std::string parameters;
+    int level;
+    unsigned int limit;
 };
 
 void PrintTo(const model_case& row, std::ostream* out) { *out << row.name; }
@@ -62,7 +67,10 @@ TEST_P(ModelRoad, KeepsEveryTriangleWithItsAttributes) {
     const bool normals = hasNormals(source.root);
     const world_mesh before = keptMesh(source.root, normals);
     ASSERT_GT(before.size(), 1000U);
-    const auto result = roads::optimised(source.root, GetParam().parameters);
+    const auto result = roads::optimised(
+        source.root, "opt(" + std::to_string(GetParam().level) + "),maxtris(" +
+                         std::to_string(GetParam().limit) + "),deleteunusedtc(false)");
+    EXPECT_LE(largestCore(result), GetParam().limit);
     const world_mesh after = keptMesh(result, normals);
 
     const mesh_summary was = summaryOf(before), is = summaryOf(after);
@@ -79,35 +87,18 @@ TEST_P(ModelRoad, KeepsEveryTriangleWithItsAttributes) {
     EXPECT_EQ(firstDifference(before, after, {2e-6F * size, 1e-4F, 1e-6F}), "");
 }
 
-std::vector<model_case> modelCases() {
-    const std::string keep = ",deleteunusedtc(false)";
-    return {
-        {"engine_level_0", roads::engine, "opt(0),maxtris(5000)" + keep},
-        {"engine_level_1", roads::engine, "opt(1),maxtris(5000)" + keep},
-        {"engine_level_2", roads::engine, "opt(2),maxtris(5000)" + keep},
-        {"engine_level_3", roads::engine, "opt(3),maxtris(5000)" + keep},
-        {"engine_whole", roads::engine, "opt(1),maxtris(2000000),toworld(true)" + keep},
-        {"house_level_0", roads::house, "opt(0),maxtris(5000)" + keep},
-        {"house_level_1", roads::house, "opt(1),maxtris(5000)" + keep},
-        {"house_level_2", roads::house, "opt(2),maxtris(500)" + keep},
-        {"house_level_3", roads::house, "opt(3),maxtris(5000)" + keep},
-        {"truck_level_0", roads::truck, "opt(0),maxtris(300)" + keep},
-        {"truck_level_1", roads::truck, "opt(1),maxtris(5000)" + keep},
-        {"truck_level_2", roads::truck, "opt(2),maxtris(5000)" + keep},
-        {"truck_level_3", roads::truck, "opt(3),maxtris(5000)" + keep},
-    };
-}
+const model_case model_cases[] = {
+    {"engine_level_0", roads::engine, 0, 5000},  {"engine_level_1", roads::engine, 1, 5000},
+    {"engine_level_2", roads::engine, 2, 5000},  {"engine_level_3", roads::engine, 3, 5000},
+    {"engine_whole", roads::engine, 1, 2000000}, {"house_level_0", roads::house, 0, 5000},
+    {"house_level_1", roads::house, 1, 5000},    {"house_level_2", roads::house, 2, 500},
+    {"house_level_3", roads::house, 3, 5000},    {"truck_level_0", roads::truck, 0, 300},
+    {"truck_level_1", roads::truck, 1, 5000},    {"truck_level_2", roads::truck, 2, 5000},
+    {"truck_level_3", roads::truck, 3, 5000},
+};
 
-INSTANTIATE_TEST_SUITE_P(, ModelRoad, testing::ValuesIn(modelCases()),
+INSTANTIATE_TEST_SUITE_P(, ModelRoad, testing::ValuesIn(model_cases),
                          [](const auto& instance) { return std::string(instance.param.name); });
-
-/// Triangles of the largest core below a node.
-unsigned int largestCore(const ::osg::NodePtr& root) {
-    unsigned int largest = 0;
-    for (const ::osg::NodePtr& node : geometryNodes(root))
-        largest = std::max(largest, morva::osg::counttriangles(coreOf(node)));
-    return largest;
-}
 
 TEST(EngineRoad, HasOneCorePerMaterialWhenNothingIsCut) {
     const morva::host::model source = morva::host::readModel(roads::engine);
@@ -123,27 +114,15 @@ TEST(EngineRoad, HasOneCorePerMaterialWhenNothingIsCut) {
         EXPECT_EQ(material.second, 1U);
 }
 
-TEST(EngineRoad, CoresKeepTheLimit) {
-    const morva::host::model source = morva::host::readModel(roads::engine);
-    const auto result = roads::optimised(source.root, "opt(1),maxtris(5000)");
-    EXPECT_LE(largestCore(result), 5000U);
-    EXPECT_EQ(morva::host::measureScene(result).materials, 7U);
-}
-
 TEST(EngineRoad, SixteenOnAGridKeepEveryTriangleAndTheLimit) {
     const morva::host::model source = morva::host::readModel(roads::engine);
     const node_ref grid(group());
     for (int i = 0; i < 16; ++i) {
-        const ::osg::NodePtr place = moved(::osg::Vec3f(static_cast<float>(i % 4) * 1024.F,
-                                                        static_cast<float>(i / 4) * 1024.F, 0.F),
-                                           {});
-        for (const ::osg::NodePtr& part : geometryNodes(source.root)) {
-            const ::osg::NodePtr copy =
-                transformed(part->getParent() ? part->getParent()->getToWorld() : ::osg::Matrix(),
-                            {nodeOf(part->getCore())});
-            place->addChild(copy);
-        }
-        grid->addChild(place);
+        node_list parts;
+        for (const ::osg::NodePtr& part : geometryNodes(source.root))
+            parts.push_back(transformed(part->getToWorld(), {nodeOf(part->getCore())}));
+        grid->addChild(moved(
+            {static_cast<float>(i % 4) * 1024.F, static_cast<float>(i / 4) * 1024.F, 0.F}, parts));
     }
     const mesh_summary before = summaryOf(keptMesh(grid.get()));
     const auto result = roads::optimised(grid.get(), "opt(1),maxtris(20000)");
