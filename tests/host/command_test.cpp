@@ -1,5 +1,4 @@
 #include <csignal>
-#include <functional>
 #include <limits>
 #include <set>
 #include <sstream>
@@ -25,13 +24,6 @@ namespace {
                   named("c", meshNode(strip(8), simple({0, 0, 1})))});
 }
 
-struct bad_run {
-    const char* name;
-    std::function<std::vector<std::string>(const temporary_folder&)> arguments;
-    int code;
-    const char* message;
-};
-
 /// optimize with a good input, and what is told instead of the good output or parameters.
 std::vector<std::string> goodInput(const temporary_folder& folder,
                                    const std::vector<std::string>& more) {
@@ -40,114 +32,68 @@ std::vector<std::string> goodInput(const temporary_folder& folder,
     return all;
 }
 
-std::vector<std::string> badInput(const temporary_folder& folder, const std::string& name,
-                                  const std::string& bytes) {
-    writeBytes(folder.file(name), bytes);
-    return {"optimize", folder.file(name), "-o", folder.file("out.glb")};
+/// Inputs of all kinds: good, damaged, with nothing to draw.
+void fillFolder(const temporary_folder& folder) {
+    const std::string whole = bytesOf(modelFile(folder.file("in.glb"), smallScene()));
+    writeBytes(folder.file("half.glb"), whole.substr(0, whole.size() / 2));
+    writeBytes(folder.file("empty.glb"), "");
+    for (const char* name : {"rubbish.glb", "rubbish.osb", "unknown.xyz"})
+        writeBytes(folder.file(name), "hello");
+    writeBytes(folder.file("bare.gltf"),
+               R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],)"
+               R"("nodes":[{"name":"empty"}]})");
+    mesh_data endless = quads(2);
+    for (::osg::Pnt3f& position : endless.positions)
+        position[1] = std::numeric_limits<float>::infinity();
+    modelFile(folder.file("endless.glb"), group({meshNode(endless)}));
+    std::filesystem::create_directory(folder.file("folder.glb"));
 }
 
-::osg::NodePtr endlessPoints() {
-    const float inf = std::numeric_limits<float>::infinity();
-    mesh_data mesh = quads(2);
-    for (::osg::Pnt3f& position : mesh.positions)
-        position[1] = inf;
-    return group({meshNode(mesh)});
-}
+struct bad_run {
+    const char* name;
+    const char* arguments; ///< after the command's name; "@" is the folder
+    int code;
+    const char* message;
+};
 
 const bad_run bad_runs[] = {
-    {"no_command", [](auto&) { return std::vector<std::string>{}; }, 2, "subcommand"},
-    {"unknown_option",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.glb"), "--fast"});
-     },
-     2, "--fast"},
-    {"no_output", [](auto& f) { return goodInput(f, {}); }, 2, "--output"},
-    {"unknown_output_format",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.txt")});
-     },
-     2, "known extensions"},
-    {"report_over_model",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.glb"), "--report", f.file("o.glb")});
-     },
-     2, "cannot be one file"},
-    {"map_over_report",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.glb"), "--report", f.file("o.json"), "-p",
-                              "idmap(" + f.file("o") + ")"});
-     },
-     2, "a file of its own"},
-    {"map_in_a_missing_folder",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.glb"), "-p", "idmap(" + f.file("none/m") + ")"});
-     },
-     1, "there is no folder"},
-    {"quiet_and_verbose",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("o.glb"), "-q", "-v"});
-     },
-     2, "exclude each other"},
-    {"missing_file",
-     [](auto& f) {
-         return std::vector<std::string>{"optimize", f.file("none.glb"), "-o", f.file("o.glb")};
-     },
-     1, "no such file"},
-    {"folder_as_file",
-     [](auto& f) {
-         return std::vector<std::string>{"optimize", f.path(), "-o", f.file("o.glb")};
-     },
-     1, "is a folder"},
-    {"empty_file", [](auto& f) { return badInput(f, "in.glb", ""); }, 1, "is empty"},
-    {"unknown_input_format", [](auto& f) { return badInput(f, "in.xyz", "hello"); }, 1,
-     "cannot read"},
-    {"rubbish_in_a_known_format", [](auto& f) { return badInput(f, "in.glb", "hello"); }, 1,
-     "cannot read"},
-    {"damaged_scene_file", [](auto& f) { return badInput(f, "in.osb", "hello"); }, 1,
-     "cannot read"},
-    {"truncated",
-     [](auto& f) {
-         const std::string whole = bytesOf(modelFile(f.file("whole.glb"), smallScene()));
-         return badInput(f, "in.glb", whole.substr(0, whole.size() / 2));
-     },
-     1, "cannot read"},
-    {"no_triangles",
-     [](auto& f) {
-         return badInput(f, "in.gltf",
-                         R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],)"
-                         R"("nodes":[{"name":"empty"}]})");
-     },
-     1, "nothing to draw"},
-    {"nothing_but_infinite_coordinates",
-     [](auto& f) {
-         return std::vector<std::string>{"optimize", modelFile(f.file("in.glb"), endlessPoints()),
-                                         "-o", f.file("o.glb")};
-     },
-     1, "nothing is left to draw"},
-    {"missing_output_folder",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("none/o.glb")});
-     },
-     1, "there is no folder"},
-    {"output_below_a_file",
-     [](auto& f) {
-         return goodInput(f, {"-o", f.file("in.glb/o.glb")});
-     },
-     1, "is no folder"},
-    {"output_is_a_folder",
-     [](auto& f) {
-         std::filesystem::create_directory(f.file("o.glb"));
-         return goodInput(f, {"-o", f.file("o.glb")});
-     },
-     1, "is a folder"},
+    {"no_command", "", 2, "subcommand"},
+    {"unknown_option", "optimize @in.glb -o @o.glb --fast", 2, "--fast"},
+    {"no_output", "optimize @in.glb", 2, "--output"},
+    {"unknown_output_format", "optimize @in.glb -o @o.txt", 2, "known extensions"},
+    {"report_over_model", "optimize @in.glb -o @o.glb --report @o.glb", 2, "cannot be one file"},
+    {"map_over_report", "optimize @in.glb -o @o.glb --report @o.json -p idmap(@o)", 2,
+     "a file of its own"},
+    {"map_in_a_missing_folder", "optimize @in.glb -o @o.glb -p idmap(@none/m)", 1,
+     "there is no folder"},
+    {"quiet_and_verbose", "optimize @in.glb -o @o.glb -q -v", 2, "exclude each other"},
+    {"missing_file", "optimize @none.glb -o @o.glb", 1, "no such file"},
+    {"folder_as_file", "optimize @folder.glb -o @o.glb", 1, "is a folder"},
+    {"empty_file", "optimize @empty.glb -o @o.glb", 1, "is empty"},
+    {"unknown_input_format", "optimize @unknown.xyz -o @o.glb", 1, "cannot read"},
+    {"rubbish_in_a_known_format", "optimize @rubbish.glb -o @o.glb", 1, "cannot read"},
+    {"damaged_scene_file", "optimize @rubbish.osb -o @o.glb", 1, "cannot read"},
+    {"truncated", "optimize @half.glb -o @o.glb", 1, "cannot read"},
+    {"no_triangles", "optimize @bare.gltf -o @o.glb", 1, "nothing to draw"},
+    {"infinite_coordinates", "optimize @endless.glb -o @o.glb", 1, "nothing is left to draw"},
+    {"missing_output_folder", "optimize @in.glb -o @none/o.glb", 1, "there is no folder"},
+    {"output_below_a_file", "optimize @in.glb -o @empty.glb/o.glb", 1, "is no folder"},
+    {"output_is_a_folder", "optimize @in.glb -o @folder.glb", 1, "is a folder"},
 };
 
 class BadRun : public testing::TestWithParam<bad_run> {};
 
 TEST_P(BadRun, SaysWhatIsWrongAndLeavesNothing) {
     const temporary_folder folder;
-    const std::vector<std::string> arguments = GetParam().arguments(folder);
-    std::vector<std::string> before = folder.entries();
+    fillFolder(folder);
+    std::vector<std::string> arguments;
+    std::istringstream words(GetParam().arguments);
+    for (std::string word; words >> word; arguments.push_back(word)) {
+        const std::size_t at = word.find('@');
+        if (at != std::string::npos)
+            word.replace(at, 1, folder.path() + "/");
+    }
+    const std::vector<std::string> before = folder.entries();
     const command_result result = runMorva(arguments);
     EXPECT_EQ(result.code, GetParam().code);
     EXPECT_NE(result.err.find(GetParam().message), std::string::npos) << result.err;
