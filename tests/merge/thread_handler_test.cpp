@@ -38,6 +38,7 @@ struct test_arguments {
     ::osg::NodePtr result;
     std::string barrier;
     threadHandler* handler = nullptr;
+    bool finished = false;
 };
 
 void takeIdLock() {
