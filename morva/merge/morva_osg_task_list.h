@@ -6,9 +6,9 @@
 //     for (...) tasks.start(record);          // blocks while the limit is reached
 //     tasks.joinInto(result);                 // children in the order of starting
 //
-// A record has the fields `result`, `barrier` and `handler`. A worker is a function whose body is
-// runWorker(). What a worker throws ends in one line on standard error and a null result. A list
-// that is left early waits for its workers and destroys what they made.
+// A record has the fields `result`, `barrier`, `handler` and `finished`. A worker is a function
+// whose body is runWorker(). What a worker throws ends in one line on standard error and a null
+// result. A list that is left early waits for its workers and destroys what they made.
 
 #include <deque>
 #include <exception>
@@ -68,7 +68,7 @@ void runWorker(Arguments& task, const Task& run) noexcept {
         }
     }
     if (!task.barrier.empty())
-        task.handler->leave(task.barrier);
+        task.handler->leave(task.barrier, task.finished);
 }
 
 /// Started tasks in their order. Owns the records.
@@ -80,11 +80,21 @@ template <typename Arguments> class task_list {
     task_list& operator=(const task_list&) = delete;
     ~task_list() {
         while (joined < records.size())
-            const fresh<::osg::NodePtr> unwanted(joinNext());
+            join();
+        for (; added < records.size(); ++added)
+            const fresh<::osg::NodePtr> unwanted(records[added].result);
     }
 
-    /// Starts a task, or runs it here if no thread is to be had for it.
+    /// Starts a task, or runs it here if no thread is to be had for it. Joins before, in the order
+    /// of starting, what stands at its barrier already: few threads are there at a time, however
+    /// many tasks there are.
     void start(Arguments task) {
+        while (joined < records.size() && handler.hasFinished(records[joined].finished))
+            join();
+        if (handler.workersInside() == records.size() - joined) { // who was let go has left
+            for (; ended < joined; ++ended)
+                handler.endThread(static_cast<unsigned int>(ended));
+        }
         const auto index = static_cast<unsigned int>(records.size());
         task.barrier = handler.createBarrierName(index);
         task.handler = &handler;
@@ -99,15 +109,18 @@ template <typename Arguments> class task_list {
         }
         if (!started) {
             record.barrier.clear();
+            record.finished = true;
             worker(&record);
         }
     }
 
     /// Joins all tasks and adds their results to `parent`, in the order of starting.
     void joinInto(const ::osg::NodePtr& parent) {
-        while (joined < records.size()) {
-            const auto index = static_cast<unsigned int>(joined);
-            fresh<::osg::NodePtr> made(joinNext());
+        while (added < records.size()) {
+            if (joined == added)
+                join();
+            const auto index = static_cast<unsigned int>(added++);
+            fresh<::osg::NodePtr> made(std::exchange(records[index].result, ::osg::NodePtr()));
             if (!records[index].barrier.empty())
                 handler.takeChanges(index);
             if (made.get() == ::osg::NullFC)
@@ -119,18 +132,20 @@ template <typename Arguments> class task_list {
     }
 
   private:
-    ::osg::NodePtr joinNext() {
-        Arguments& task = records[joined++];
+    /// Waits for the end of the first task that is not joined yet.
+    void join() {
+        const Arguments& task = records[joined++];
         if (!task.barrier.empty())
             handler.join(task.barrier);
-        return std::exchange(task.result, ::osg::NodePtr());
     }
 
     threadHandler& handler;
     void (*worker)(void*);
     const worker_output output; ///< prints of several threads, for as long as there are workers
     std::deque<Arguments> records;
-    std::size_t joined = 0;
+    std::size_t joined = 0; ///< records whose workers are let go
+    std::size_t ended = 0;  ///< records whose threads are ended early; at most `joined`
+    std::size_t added = 0;  ///< records whose results are handed on; at most `joined`
 };
 
 } // namespace morva::osg

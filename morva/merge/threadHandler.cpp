@@ -23,6 +23,12 @@ namespace {
         ::osg::ThreadManager::the()->getThread(name.c_str(), "OSGThread"));
 }
 
+void terminate(const std::string& name) {
+    ::osg::Thread* thread = threadOf(name);
+    if (thread != nullptr)
+        thread->terminate();
+}
+
 } // namespace
 
 threadHandler::threadHandler(std::string name_, unsigned int maxThreads_)
@@ -34,14 +40,13 @@ threadHandler::threadHandler(std::string name_, unsigned int maxThreads_)
 
 threadHandler::~threadHandler() {
     // A worker that was let go by its barrier may not have left it yet.
-    while (inside.load(std::memory_order_acquire) != 0)
+    while (workersInside() != 0)
         std::this_thread::yield();
-    for (const std::string& thread_name : threadNames) {
-        ::osg::Thread* thread = threadOf(thread_name);
-        if (thread != nullptr)
-            thread->terminate();
-    }
+    for (const std::string& thread_name : threadNames)
+        terminate(thread_name);
 }
+
+void threadHandler::endThread(unsigned int index) { terminate(threadNames[index]); }
 
 std::string threadHandler::createThreadName(unsigned int index) {
     threadNames.push_back(name + "_Thread_" + std::to_string(index));
@@ -91,15 +96,23 @@ void threadHandler::join(const std::string& barrierName) {
 }
 
 void threadHandler::takeChanges(unsigned int index) {
-    ::osg::Thread* thread = threadOf(name + "_Thread_" + std::to_string(index));
+    ::osg::Thread* thread = threadOf(threadNames[index]);
     if (thread != nullptr)
         ::osg::Thread::getCurrentChangeList()->merge(*thread->getChangeList());
 }
 
-void threadHandler::leave(const std::string& barrierName) {
+bool threadHandler::hasFinished(const bool& finished) const {
+    lock->aquire();
+    const bool has = finished;
+    lock->release();
+    return has;
+}
+
+void threadHandler::leave(const std::string& barrierName, bool& finished) {
     ::osg::Barrier* own = ::osg::Barrier::get(barrierName.c_str());
     lock->aquire();
     --running;
+    finished = true;
     if (waiting) {
         waitBarrier->enter(2);
         unlockBarrier->enter(2);

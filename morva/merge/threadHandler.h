@@ -56,12 +56,21 @@ class MORVA_API threadHandler {
     /// Waits for the end of the task with that barrier.
     void join(const std::string& barrierName);
 
+    /// Workers that may still stand at a barrier. Their threads are not to be ended.
+    unsigned int workersInside() const { return inside.load(std::memory_order_acquire); }
+
+    /// Ends the thread `index`, whose worker has left; its name can be run again.
+    void endThread(unsigned int index);
+
     /// Takes over what the thread of the joined task `index` recorded in its change list.
     void takeChanges(unsigned int index);
 
-    /// The end of a worker: counts it out, wakes the main thread if that waits, and stays until
-    /// the task is joined. The record may be gone afterwards.
-    void leave(const std::string& barrierName);
+    /// The end of a worker: counts it out, notes that in its record, wakes the main thread if that
+    /// waits, and stays until the task is joined. The record may be gone afterwards.
+    void leave(const std::string& barrierName, bool& finished);
+
+    /// Reads what leave() notes: joining that task does not have to wait for its work.
+    bool hasFinished(const bool& finished) const;
 
     std::string name;                     ///< start of all names
     unsigned int maxThreads;              ///< workers at a time; below 1 is as 1
@@ -74,8 +83,7 @@ class MORVA_API threadHandler {
     std::vector<std::string> threadNames; ///< all that createThreadName() gave out
 
   private:
-    /// Workers that may still stand at a barrier. A thread is not to be ended there.
-    std::atomic<unsigned int> inside{0};
+    std::atomic<unsigned int> inside{0}; ///< started workers that have not left yet
 };
 
 /// A task of the merge stage: one group.
@@ -88,6 +96,7 @@ struct mergeGeometryMTArguments {
     ::osg::NodePtr result;            ///< unowned until it is joined; null if the task failed
     std::string barrier;              ///< own barrier; empty: the task ran on the main thread
     threadHandler* handler = nullptr; ///< that started the task
+    bool finished = false;            ///< by leave(), under the handler's lock
 };
 
 /// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
@@ -102,6 +111,7 @@ struct cacheoptMTArguments {
     ::osg::NodePtr result;            ///< as above; can be the source itself
     bool aboveLimit = false;          ///< out: by optimizeCache()
     threadHandler* handler = nullptr; ///< that started the task
+    bool finished = false;            ///< by leave(), under the handler's lock
 };
 
 /// Runs optimizeCache() on a cacheoptMTArguments, as a worker.

@@ -40,6 +40,7 @@ struct test_arguments {
     ::osg::NodePtr result;
     std::string barrier;
     threadHandler* handler = nullptr;
+    bool finished = false;
 };
 
 void takeIdLock() {
