@@ -172,7 +172,8 @@ bool osg_geoset::calcSplitPoint(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, do
 
 /// Whether a triangle can be cut at all.
 bool osg_geoset::canCut(unsigned long element) const {
-    return !resize_failed && element < size && fields().positions.holds(element);
+    return !resize_failed && element < size && axis_min != nullptr &&
+           fields().positions.holds(element);
 }
 
 void osg_geoset::splitElement(unsigned long element, double plane, int axis, int& pieces,

@@ -236,7 +236,7 @@ bool osg_geoset::growForOneMore() {
 
 bool osg_geoset::addObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1, const ::osg::Pnt3f& p2,
                            unsigned long source) {
-    if (!fields().positions.present())
+    if (!fields().positions.present() || (size > 0 && axis_min == nullptr))
         return false;
     if (!(wished_size > size + 1) && !growForOneMore())
         return false;

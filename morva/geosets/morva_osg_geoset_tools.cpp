@@ -202,7 +202,7 @@ void osg_geoset::dropExtents() {
 }
 
 void osg_geoset::calc_axis_min_max(unsigned int first, unsigned int last) {
-    if (first >= size || last < first)
+    if (first >= size || last < first || axis_min == nullptr)
         return;
     const positions_slot& positions = fields().positions;
     const std::uint64_t end =

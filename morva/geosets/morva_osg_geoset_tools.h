@@ -78,10 +78,11 @@ class MORVA_API osg_geoset {
     float_triangle* simple_tris = nullptr; ///< owned: `wished_size` entries, null until convert()
     std::vector<std::string> names;        ///< emptied by clear(), not used otherwise
     bool resize_failed = false; ///< sticky until clear(): fields grow no more, nothing is cut
+    float_box bbox;             ///< of all triangles, valid after setup()
+
     /// Fields are as long as what was extracted, `vertex_capacity` is only room to grow without a
     /// copy, and setup() leaves no spare rows. Stays over clear().
     bool lean = false;
-    float_box bbox; ///< of all triangles, valid after setup()
 
     /// Back to empty, with a fresh core; `vertex_capacity` is then 500000.
     void clear();
@@ -100,7 +101,7 @@ class MORVA_API osg_geoset {
     /// Refreshes the axis arrays of the triangles `first` to `last`, both included, below `size`.
     void calc_axis_min_max(unsigned int first, unsigned int last);
 
-    /// Frees the axis arrays, once the trees are built: nothing may be cut afterwards.
+    /// Frees the axis arrays, once the trees are built: nothing is cut or added afterwards.
     void dropExtents();
 
     /// Refreshes `bbox`. Flat axes stay flat; zero without triangles.

@@ -40,6 +40,10 @@ TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
 
     EXPECT_EQ(cut(geoset, 2, 0.5, 1).pieces, 2);
     EXPECT_FALSE(geoset.split_cache.empty());
+    geoset.dropExtents();
+    EXPECT_EQ(cut(geoset, 0, 0.5, 1).pieces, 0);
+    EXPECT_FALSE(addOne(geoset));
+    geoset.ModifyObject(::osg::Pnt3f(), ::osg::Pnt3f(), ::osg::Pnt3f(), 0);
     geoset.clear();
     EXPECT_EQ(geoset.simple_tris, nullptr);
     EXPECT_EQ(geoset.axis_max, nullptr);
