@@ -1,5 +1,6 @@
 #include "OpenSG/OSGChangeList.h"
 
+#include "OpenSG/OSGBaseFunctions.h"
 #include "OpenSG/OSGFieldContainerFactory.h"
 #include "OpenSG/OSGLog.h"
 #include "OpenSG/OSGThread.h"
@@ -101,7 +102,7 @@ void ChangeList::applyTo(UInt32 aspect) {
         addRefCP(factory.getContainer(id));
     for (const ChangedEntry& entry : applied._changed) {
         const FieldContainerPtr container = factory.getContainer(entry.first);
-        if (container == NullFC || aspect >= container.head().aspects)
+        if (container == NullFC || osgMax(aspect, _aspect) >= container.head().aspects)
             continue;
         auto* to = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(aspect));
         auto* from = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(_aspect));

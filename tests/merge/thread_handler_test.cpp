@@ -33,6 +33,7 @@ struct shared_state {
 struct test_arguments {
     std::size_t index = 0;
     std::size_t waits_for = 0;  ///< task that must have ended before; itself for none
+    int company = 0;            ///< tasks that must have been at work together before
     unsigned yields = 0;        ///< time that it takes
     void (*fail)() = nullptr;   ///< throws
     bool takes_id_lock = false; ///< keeps the ID map's lock until its end
@@ -55,6 +56,8 @@ void takeIdLock() {
     const int now = ++state.at_work;
     for (int most = state.most_at_work; most < now;)
         state.most_at_work.compare_exchange_weak(most, now);
+    while (state.most_at_work < task.company)
+        std::this_thread::yield();
     while (task.waits_for != task.index && !state.ended[task.waits_for])
         std::this_thread::yield();
     for (unsigned i = 0; i < task.yields; ++i)
@@ -118,6 +121,8 @@ TEST(ThreadHandler, HandsOverAtItsBarriersWhoeverEndsFirst) {
                                    const std::size_t next = task.index + 1;
                                    if (next < count && next % limit != 0)
                                        task.waits_for = next;
+                                   else
+                                       task.company = static_cast<int>(task.index % limit) + 1;
                                }),
                       numbersBelow(count));
             EXPECT_EQ(reversed.most_at_work, static_cast<int>(std::min<std::size_t>(count, limit)));

@@ -56,6 +56,14 @@ class shortage {
 
 void* operator new(std::size_t bytes) { return morva_test::shortage::allocate(bytes); }
 void* operator new[](std::size_t bytes) { return morva_test::shortage::allocate(bytes); }
+// Of its own, since a sanitizer's would not come to the one above.
+void* operator new(std::size_t bytes, const std::nothrow_t&) noexcept {
+    try {
+        return morva_test::shortage::allocate(bytes);
+    } catch (const std::bad_alloc&) {
+        return nullptr;
+    }
+}
 void operator delete(void* memory) noexcept { morva_test::shortage::release(memory); }
 void operator delete[](void* memory) noexcept { morva_test::shortage::release(memory); }
 void operator delete(void* memory, std::size_t) noexcept { morva_test::shortage::release(memory); }

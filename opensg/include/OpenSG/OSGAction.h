@@ -46,7 +46,10 @@ class OSG_BASE_DLLMAPPING Action {
     /// The node whose function runs.
     NodePtr getActNode() const { return _actNode; }
     UInt32 getNNodes() const { return _actNode != NullFC ? _actNode->getNChildren() : 0; }
-    NodePtr getNode(UInt32 index) const { return _actNode->getChild(index); }
+    /// A child of it; null if there is none.
+    NodePtr getNode(UInt32 index) const {
+        return _actNode != NullFC ? _actNode->getChild(index) : NodePtr();
+    }
     /// Called by an enter function: only the nodes that it adds are visited; with useNodeList
     /// also if it adds none.
     void addNode(const NodePtr& node) { _chosen.push_back(node); }

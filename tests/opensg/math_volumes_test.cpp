@@ -1,0 +1,372 @@
+// Vectors, colours, matrices, rotations, lines, planes and bounding volumes.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGColor.h>
+#include <OpenSG/OSGDynamicVolume.h>
+#include <OpenSG/OSGLine.h>
+#include <OpenSG/OSGMatrix.h>
+#include <OpenSG/OSGPlane.h>
+
+#include <cmath>
+#include <limits>
+#include <random>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace {
+
+using namespace osg;
+
+template <class T> std::string printed(const T& value) {
+    std::ostringstream out;
+    out << value;
+    return out.str();
+}
+
+TEST(StreamForms, AreTheKnownOnesAndRestoreTheFormat) {
+    EXPECT_EQ(printed(Pnt3f(1.5f, 2, -3)), "1.5, 2, -3");
+    EXPECT_EQ(printed(Vec2f(0, .25f)), "0, 0.25");
+    EXPECT_EQ(printed(Vec3b(65, -1, 0)), "65, -1, 0") << "numbers, not characters";
+    EXPECT_EQ(printed(Color3f(.5f, 1, 0)), "0.5, 1, 0");
+    EXPECT_EQ(printed(Color4ub(1, 2, 3, 255)), "1, 2, 3, 255");
+    Matrix matrix;
+    matrix.setTranslate(1, -1234.5678f, 3);
+    std::ostringstream out;
+    out << matrix << .12345f;
+    EXPECT_EQ(out.str(), "   1.000    0.000    0.000    1.000 \n"
+                         "   0.000    1.000    0.000 -1234.568 \n"
+                         "   0.000    0.000    1.000    3.000 \n"
+                         "   0.000    0.000    0.000    1.000 \n"
+                         "0.12345");
+}
+
+TEST(Vectors, CompareWithinEpsAndOrderExactly) {
+    const Real32 below = 9e-7f, above = 2e-6f, nan = std::nanf("");
+    EXPECT_EQ(Pnt3f(1, 0, 0), Pnt3f(1, below, -below));
+    EXPECT_NE(Pnt3f(0, 0, 0), Pnt3f(0, above, 0));
+    EXPECT_NE(Vec2f(nan, 0), Vec2f(nan, 0));
+    EXPECT_EQ(Color3f(0, 0, 0), Color3f(below, 0, 0));
+    EXPECT_NE(Color4f(0, 0, 0, 0), Color4f(0, 0, 0, above));
+    EXPECT_TRUE(Pnt3f(1, 2, 3) < Pnt3f(1, 2 + 1e-6f, 0));
+    EXPECT_FALSE(Pnt3f(1, 2, 3) < Pnt3f(1, 2, 3));
+
+    Vec3f tiny(5e-7f, 0, 0), three(3, 0, 4);
+    tiny.normalize();
+    three.normalize();
+    EXPECT_EQ(tiny[0], 5e-7f) << "shorter than Eps: as it was";
+    EXPECT_FLOAT_EQ(three[2], .8f);
+    EXPECT_EQ(Vec3f(1, 0, 0).cross(Vec3f(0, 1, 0)), Vec3f(0, 0, 1));
+    EXPECT_EQ(Pnt3f(3, 2, 1) - Pnt3f(1, 1, 1), Vec3f(2, 1, 0));
+    EXPECT_EQ(Pnt3f(Vec2f(1, 2)), Pnt3f(1, 2, 0)) << "missing components are 0";
+}
+
+/// Random matrices: rotations, scales, shears, mirrors, translations.
+struct matrices {
+    std::mt19937 rng{9};
+
+    Real64 real(Real64 low, Real64 high) {
+        return std::uniform_real_distribution<Real64>(low, high)(rng);
+    }
+    template <class T> Vector<T, 3> vector(Real64 reach) {
+        return Vector<T, 3>(T(real(-reach, reach)), T(real(-reach, reach)), T(real(-reach, reach)));
+    }
+    template <class T> QuaternionBase<T> rotation() {
+        return QuaternionBase<T>(vector<T>(1), T(real(-7, 7)));
+    }
+    template <class T> TransformationMatrix<T> any() {
+        const T sign = rng() % 2 != 0 ? T(1) : T(-1);
+        TransformationMatrix<T> made;
+        made.setTransform(vector<T>(5), rotation<T>(),
+                          Vector<T, 3>(T(real(.2, 4)), T(real(.2, 4)), T(real(.2, 4))) * sign,
+                          rotation<T>());
+        return made;
+    }
+};
+
+TEST(MatrixLayout, RowsInReadingOrderColumnsInMemory) {
+    const Matrix matrix(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 0, 0, 0, 1);
+    EXPECT_EQ(matrix[3][0], 4.f);
+    EXPECT_EQ(matrix.getValues()[1], 5.f);
+    Matrix read;
+    read.setValue(matrix.getValues());
+    EXPECT_EQ(read, matrix);
+    read.setValue(matrix.getValues(), false);
+    EXPECT_EQ(read[0][3], 4.f);
+    Matrix parts(matrix);
+    parts.setScale(7);
+    parts.setTranslate(Vec3f(1, 1, 1));
+    EXPECT_EQ(parts, Matrix(7, 2, 3, 1, 5, 7, 7, 1, 9, 10, 7, 1, 0, 0, 0, 1))
+        << "only their own places";
+
+    // a * b first does b; perspective divides in the full form alone.
+    Matrix scale, move;
+    scale.setScale(2);
+    move.setTranslate(1, 0, 0);
+    Matrix both(scale);
+    both.mult(move);
+    Pnt3f p;
+    both.multMatrixPnt(Pnt3f(1, 0, 0), p);
+    EXPECT_EQ(p, Pnt3f(4, 0, 0));
+    both = scale;
+    both.multLeft(move);
+    both.multMatrixPnt(Pnt3f(1, 0, 0), p);
+    EXPECT_EQ(p, Pnt3f(3, 0, 0));
+    both[0][3] = 1;
+    both.multFullMatrixPnt(Pnt3f(1, 0, 0), p);
+    EXPECT_EQ(p, Pnt3f(1.5f, 0, 0));
+    Vec3f v;
+    both.multMatrixVec(Vec3f(1, 1, 0), v);
+    EXPECT_EQ(v, Vec3f(2, 2, 0));
+}
+
+template <class T> void expectTakenApartAndPutTogether(T tolerance) {
+    matrices make;
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE(round);
+        const TransformationMatrix<T> matrix = make.any<T>();
+        TransformationMatrix<T> inverse, product(matrix);
+        ASSERT_TRUE(matrix.inverse(inverse));
+        product.mult(inverse);
+        EXPECT_TRUE(product.equals(TransformationMatrix<T>::identity(), tolerance));
+        EXPECT_NEAR(matrix.det(), matrix.det3(), tolerance * std::abs(matrix.det()));
+
+        Vector<T, 3> translation, scale;
+        QuaternionBase<T> rotation, axes;
+        matrix.getTransform(translation, rotation, scale, axes);
+        TransformationMatrix<T> again;
+        again.setTransform(translation, rotation, scale, axes);
+        EXPECT_TRUE(again.equals(matrix, tolerance)) << matrix << again;
+        for (UInt32 i = 0; i < 3; ++i)
+            EXPECT_EQ(scale[i] < 0, matrix.det3() < 0) << "all of one sign";
+        EXPECT_NEAR(rotation.length(), 1, tolerance);
+    }
+}
+
+TEST(MatrixParts, ComeTogetherAgain) {
+    expectTakenApartAndPutTogether<Real32>(1e-4f);
+    expectTakenApartAndPutTogether<Real64>(1e-10);
+}
+
+TEST(MatrixParts, OfSpecialMatrices) {
+    Vec3f t, s(9, 9, 9);
+    Quaternion r, so;
+    Matrix matrix;
+    matrix.setScale(2, 3, 4);
+    matrix.getTransform(t, r, s, so);
+    EXPECT_EQ(s, Vec3f(2, 3, 4)) << "in the order of the axes";
+    EXPECT_EQ(r, Quaternion());
+    EXPECT_EQ(so, Quaternion());
+    matrix.setScale(-1, 1, 1);
+    matrix.getTransform(t, r, s, so);
+    EXPECT_EQ(s, Vec3f(-1, -1, -1));
+    Matrix half_turn;
+    r.getValue(half_turn);
+    EXPECT_EQ(half_turn, Matrix(1, 0, 0, 0, 0, -1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1));
+
+    matrix.setScale(1, 0, 1);
+    matrix.setTranslate(1, 2, 3);
+    s = Vec3f(9, 9, 9);
+    matrix.getTransform(t, r, s, so);
+    EXPECT_EQ(t, Vec3f(1, 2, 3));
+    EXPECT_EQ(s, Vec3f(9, 9, 9)) << "singular: untouched";
+    EXPECT_EQ(r, Quaternion());
+    EXPECT_FALSE(matrix.invert());
+    EXPECT_EQ(matrix, Matrix::identity());
+    matrix[0][0] = std::nanf("");
+    EXPECT_FALSE(matrix.invert());
+    matrix[0][0] = std::nanf("");
+    matrix.getTransform(t, r, s, so);
+    EXPECT_EQ(r, Quaternion());
+}
+
+TEST(Rotations, TurnByTheFormulaOfRodrigues) {
+    matrices make;
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE(round);
+        Vec3d axis = make.vector<Real64>(1);
+        const Real64 angle = make.real(-3.2, 3.2);
+        const QuaternionBase<Real64> turn(axis, angle);
+        const Vec3d v = make.vector<Real64>(3);
+        axis.normalize();
+        const Vec3d expected = v * std::cos(angle) + axis.cross(v) * std::sin(angle) +
+                               axis * (axis.dot(v) * (1 - std::cos(angle)));
+        Vec3d by_quaternion, by_matrix, by_copy;
+        turn.multVec(v, by_quaternion);
+        TransformationMatrix<Real64> matrix;
+        turn.getValue(matrix);
+        matrix.multMatrixVec(v, by_matrix);
+        QuaternionBase<Real64>(matrix).multVec(v, by_copy); // through every branch of the trace
+        EXPECT_TRUE(by_quaternion.equals(expected, 1e-12));
+        EXPECT_TRUE(by_matrix.equals(expected, 1e-12));
+        EXPECT_TRUE(by_copy.equals(expected, 1e-12));
+
+        const QuaternionBase<Real64> other = make.rotation<Real64>();
+        QuaternionBase<Real64> both(turn);
+        both.mult(other);
+        Vec3d first, second, at_once;
+        other.multVec(v, first);
+        turn.multVec(first, second);
+        both.multVec(v, at_once);
+        EXPECT_TRUE(at_once.equals(second, 1e-12));
+    }
+    EXPECT_EQ(Quaternion(Vec3f(0, 0, 0), 1.f), Quaternion()) << "about no axis";
+}
+
+TEST(BoxVolumes, FollowTheirState) {
+    DynamicVolume box;
+    Pnt3f low, high, center(9, 9, 9);
+    EXPECT_TRUE(box.isValid() && box.isEmpty());
+    EXPECT_EQ(box.getScalarVolume(), 0.f);
+    box.getCenter(center);
+    EXPECT_EQ(center, Pnt3f(0, 0, 0));
+    box.extendBy(Pnt3f(1, 2, 3));
+    box.getBounds(low, high);
+    EXPECT_EQ(low, high) << "the first point is both corners";
+    EXPECT_FALSE(box.isEmpty());
+    box.extendBy(Pnt3f(3, 1, 7));
+    box.extendBy(DynamicVolume());
+    EXPECT_EQ(box.getScalarVolume(), 2.f * 1 * 4);
+    box.getCenter(center);
+    EXPECT_EQ(center, Pnt3f(2, 1.5f, 5));
+
+    for (void (*lock)(Volume&) :
+         {+[](Volume& v) { v.setStatic(); }, +[](Volume& v) { v.setInfinite(); },
+          +[](Volume& v) { v.setValid(false); }}) {
+        DynamicVolume locked(box);
+        lock(locked.getInstance());
+        locked.instanceChanged();
+        locked.extendBy(Pnt3f(99, 99, 99));
+        EXPECT_EQ(locked.getMax(), Pnt3f(3, 2, 7));
+    }
+    DynamicVolume infinite;
+    infinite.getInstance().setInfinite();
+    infinite.instanceChanged();
+    DynamicVolume taken(box);
+    taken.extendBy(infinite);
+    EXPECT_TRUE(taken.isInfinite());
+    taken.getInstance().setEmpty();
+    taken.instanceChanged();
+    EXPECT_TRUE(taken.isValid() && taken.isEmpty() && !taken.isInfinite());
+
+    DynamicVolume outside(box);
+    outside.setEmpty();
+    outside.extendBy(Pnt3f(2, 2, 4));
+    EXPECT_EQ(outside.getMax(), Pnt3f(3, 2, 7)) << "a state set on the outside is lost";
+}
+
+TEST(BoxVolumes, IntersectAndTurn) {
+    const BoxVolume unit(0, 0, 0, 1, 1, 1);
+    EXPECT_FALSE(unit.intersect(Pnt3f(0, 0, 0))) << "strictly inside";
+    EXPECT_TRUE(unit.intersect(Pnt3f(.5f, .5f, .5f)));
+    EXPECT_TRUE(unit.intersect(BoxVolume(1, 1, 1, 2, 2, 2))) << "touching counts";
+    EXPECT_FALSE(unit.intersect(BoxVolume(1.1f, 0, 0, 2, 1, 1)));
+    EXPECT_FALSE(unit.intersect(BoxVolume()));
+    const struct {
+        Line line;
+        Real32 enter, exit; ///< enter below 0: a miss
+    } rays[] = {{Line(Pnt3f(.5f, .5f, .5f), Vec3f(0, 0, 9)), 0, .5f},
+                {Line(Pnt3f(.5f, .5f, -2), Vec3f(0, 0, 1)), 2, 3},
+                {Line(Pnt3f(.5f, .5f, -2), Vec3f(0, 0, -1)), -1, 0},
+                {Line(Pnt3f(1.5f, .5f, -2), Vec3f(0, 0, 1)), -1, 0},
+                {Line(Pnt3f(0, .5f, -2), Vec3f(0, 0, 1)), 2, 3},
+                {Line(Pnt3f(-1, 0, -1), Pnt3f(2, 3, 2)), std::sqrt(3.f), std::sqrt(3.f)}};
+    for (const auto& ray : rays) {
+        Real32 enter = -7, exit = -7;
+        const bool hit = unit.intersect(ray.line, enter, exit);
+        EXPECT_EQ(hit, ray.enter >= 0 && ray.enter <= ray.exit) << ray.line.getPosition();
+        EXPECT_EQ(unit.intersect(ray.line), hit);
+        if (hit) {
+            EXPECT_FLOAT_EQ(enter, ray.enter);
+            EXPECT_FLOAT_EQ(exit, ray.exit);
+        }
+    }
+    EXPECT_TRUE(BoxVolume().intersect(Line(Pnt3f(0, 0, -2), Vec3f(0, 0, 1)))) << "not asked";
+
+    matrices make;
+    for (int round = 0; round < 50; ++round) {
+        const Matrix matrix = make.any<Real32>();
+        BoxVolume turned(unit), expected;
+        turned.transform(matrix);
+        for (int corner = 0; corner < 8; ++corner) {
+            Pnt3f moved;
+            matrix.multMatrixPnt(
+                Pnt3f(Real32(corner & 1), Real32(corner >> 1 & 1), Real32(corner >> 2)), moved);
+            expected.extendBy(moved);
+        }
+        EXPECT_EQ(turned.getMin(), expected.getMin());
+        EXPECT_EQ(turned.getMax(), expected.getMax());
+    }
+    BoxVolume empty;
+    Matrix moved;
+    moved.setTranslate(5, 5, 5);
+    empty.transform(moved);
+    EXPECT_TRUE(empty.isEmpty());
+}
+
+TEST(SphereVolumes, HoldWhatTheyWereExtendedBy) {
+    std::mt19937 rng(3);
+    std::uniform_real_distribution<Real32> real(-5, 5);
+    for (int round = 0; round < 50; ++round) {
+        DynamicVolume ball(DynamicVolume::SPHERE_VOLUME);
+        std::vector<Pnt3f> points;
+        for (int i = 0; i < 10; ++i) {
+            points.emplace_back(real(rng), real(rng), real(rng));
+            ball.extendBy(points.back());
+        }
+        const auto& sphere = dynamic_cast<const SphereVolume&>(ball.getInstance());
+        for (const Pnt3f& p : points)
+            EXPECT_LE(sphere.getCenter().dist(p), sphere.getRadius() * 1.0001f);
+        DynamicVolume box(ball);
+        box.morphToType(DynamicVolume::BOX_VOLUME);
+        EXPECT_TRUE(box.intersect(ball));
+        EXPECT_FALSE(box.isEmpty());
+    }
+}
+
+TEST(Lines, HaveUnitDirectionsAndHitTrianglesFromBothSides) {
+    EXPECT_EQ(Line(Pnt3f(1, 0, 0), Vec3f(0, 3, 0)).getDirection(), Vec3f(0, 1, 0));
+    EXPECT_EQ(Line(Pnt3f(1, 0, 0), Vec3f(0, 0, 0)).getDirection(), Vec3f(0, 0, 0));
+    EXPECT_EQ(Line(Pnt3f(1, 0, 0), Pnt3f(1, 0, 5)).getDirection(), Vec3f(0, 0, 1));
+    EXPECT_FLOAT_EQ(Line(Pnt3f(0, 0, 0), Vec3f(1, 0, 0)).distance(Pnt3f(7, 3, 4)), 5.f);
+    const Pnt3f a(0, 0, 0), b(1, 0, 0), c(0, 1, 0);
+    for (const Real32 z : {-2.f, 2.f}) {
+        Real32 t = 0;
+        Vec3f normal;
+        const Line down(Pnt3f(.25f, .25f, z), Vec3f(0, 0, -1));
+        EXPECT_TRUE(down.intersect(a, b, c, t, &normal));
+        EXPECT_EQ(t, z) << "behind the start t is negative";
+        EXPECT_EQ(normal, Vec3f(0, 0, 1));
+        EXPECT_TRUE(down.intersect(a, c, b, t, &normal));
+        EXPECT_EQ(normal, Vec3f(0, 0, -1)) << "by the winding";
+    }
+    Real32 t;
+    EXPECT_FALSE(Line(Pnt3f(.6f, .6f, 1), Vec3f(0, 0, -1)).intersect(a, b, c, t));
+    EXPECT_FALSE(Line(Pnt3f(0, 0, 1), Vec3f(1, 0, 0)).intersect(a, b, c, t)) << "parallel";
+    EXPECT_FALSE(Line(Pnt3f(0, 0, 1), Vec3f(0, 0, -1)).intersect(a, b, b, t)) << "degenerate";
+}
+
+TEST(Planes, TellSides) {
+    const Plane plane(Pnt3f(0, 0, 1), Pnt3f(1, 0, 1), Pnt3f(0, 1, 1));
+    EXPECT_EQ(plane.getNormal(), Vec3f(0, 0, 1));
+    EXPECT_EQ(plane.getDistanceFromOrigin(), 1.f);
+    EXPECT_EQ(plane.distance(Pnt3f(0, 0, 3)), 2.f);
+    EXPECT_TRUE(plane.isInHalfSpace(Pnt3f(5, 5, 1)));
+    EXPECT_FALSE(plane.isInHalfSpace(Pnt3f(5, 5, .5f)));
+    EXPECT_EQ(Plane(Vec3f(0, 0, 4), Pnt3f(9, 9, 2)).distance(Pnt3f(0, 0, 0)), -2.f);
+}
+
+TEST(Colours, ComputeComponentByComponent) {
+    const Color3f c(.25f, .5f, 1);
+    EXPECT_EQ(c * 2.f, Color3f(.5f, 1, 2));
+    EXPECT_EQ((c + c)[0], .5f);
+    Color4f d;
+    EXPECT_EQ(d, Color4f(0, 0, 0, 0));
+    d.setValuesRGBA(1, 2, 3, 4);
+    EXPECT_EQ(d.alpha(), 4.f);
+    EXPECT_EQ(d.getValuesRGBA()[2], 3.f);
+}
+
+} // namespace
