@@ -38,10 +38,10 @@ constexpr int usual_cut_limit = 50;
 /// Largest coordinate of a collected triangle before it is halved.
 constexpr int collect_max = 1000;
 
-/// Least height of a triangle that is halved, in shares of its largest coordinate: four times what
-/// rounding a corner to single precision may move it.
-constexpr double least_height = 0x1p-22;
-/// Most pieces that a triangle may be expected to come to, see piecesNeeded().
+/// Most that rounding a corner to single precision, by this share of its largest number, may change
+/// the coordinates of a triangle that is halved, in units of the limit.
+constexpr double rounding = 0x1p-21;
+/// Most pieces that a triangle may be expected to come to, see outlookOf().
 constexpr double most_pieces = 65536;
 /// Triangles that one call may add in any case, for each that was there, and at most.
 constexpr std::uint64_t always_added = std::uint64_t(1) << 20;
@@ -173,34 +173,32 @@ inline bool canComeBelow(const triangle_uv& t, float max) {
     return false;
 }
 
-/// Whether the height of a triangle is lost in the rounding of its corners, so that what pieces
-/// read between the corners is noise.
-bool isNeedle(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c) {
-    const ::osg::Vec3d ab = b - a, ac = c - a, bc = c - b;
+/// What halving a triangle leads to, in units of the limit.
+struct outlook {
+    double pieces; ///< needed, about; up to ten times as many come out
+    double noise;  ///< change of the coordinates where a point moves by its rounding
+};
+
+/// Both follow from the gradient of the coordinates, which pieces share: the pieces from its square
+/// over the area (the Dirichlet energy of the map). No numbers, or infinite ones, for a triangle
+/// without area and for a NaN in `t`.
+outlook outlookOf(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c,
+                  const triangle_uv& t, float max) {
+    const ::osg::Vec3d ab = b - a, ac = c - a;
     double far = 0;
     for (const ::osg::Pnt3d* corner : {&a, &b, &c}) {
         for (::osg::UInt32 axis = 0; axis < 3; ++axis)
             far = std::max(far, std::abs((*corner)[axis]));
     }
-    const double longest = std::sqrt(std::max({ab.dot(ab), ac.dot(ac), bc.dot(bc)}));
-    return !(ab.cross(ac).length() >= least_height * far * longest);
-}
-
-/// About how many pieces a triangle needs: the squared gradient of its coordinates over its area
-/// (the Dirichlet energy of the map), in squares of `max`. Up to ten times as many come out. Pieces
-/// have the same gradient and less area. A NaN if there is one in `t`.
-double piecesNeeded(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c,
-                    const triangle_uv& t, float max) {
-    const ::osg::Vec3d ab = b - a, ac = c - a;
-    double energy = 0;
+    double sum = 0;
     for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
         const double to_b = static_cast<double>(t.b[axis]) - static_cast<double>(t.a[axis]);
         const double to_c = static_cast<double>(t.c[axis]) - static_cast<double>(t.a[axis]);
-        energy +=
-            to_b * to_b * ac.dot(ac) - 2 * to_b * to_c * ab.dot(ac) + to_c * to_c * ab.dot(ab);
+        sum += to_b * to_b * ac.dot(ac) - 2 * to_b * to_c * ab.dot(ac) + to_c * to_c * ab.dot(ab);
     }
-    const auto wide_max = static_cast<double>(max);
-    return energy / (2 * ab.cross(ac).length() * wide_max * wide_max);
+    const double twice_area = ab.cross(ac).length();
+    const double gradient = std::sqrt(std::max(sum, 0.0)) / twice_area / static_cast<double>(max);
+    return {gradient * gradient * twice_area / 2, gradient * far * rounding};
 }
 
 /// Coordinates 0 of a geoset, three rows at a time, in any stored form. Follows the property when
@@ -270,7 +268,8 @@ class halving {
             return false;
         const ::osg::Pnt3d a(positions.value(3 * triangle)), b(positions.value(3 * triangle + 1)),
             c(positions.value(3 * triangle + 2));
-        if (isNeedle(a, b, c) || !(piecesNeeded(a, b, c, t, max) <= most_pieces)) // nor a NaN
+        const outlook next = outlookOf(a, b, c, t, max);
+        if (!(next.pieces <= most_pieces && next.noise <= 1)) // nor a NaN
             return false;
         unsigned long first = 0;
         const int pieces = halve(geoset, triangle, first);

@@ -51,9 +51,11 @@ MORVA_API void cutTC(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, int cutL
 /// Triangles are taken in order; the pieces of one come behind all others and are taken in turn.
 /// Rows behind the last triangle get the normal form too. A geoset that was not set up has no
 /// triangles to halve.
-/// Work is bounded: one call adds at most 2^20 triangles, or 4096 for each that was there, and
-/// never more than 2^26. What is left then has the normal form and stays as large as it is. Only
-/// broken coordinates, needles without area or a `cutLimit` far above `maxTC` come to that.
+/// A triangle stays as large as it is, in the normal form, where halving leads nowhere: where it
+/// has a NaN; where the rounding of its corners decides what its pieces read, as in needles
+/// without height; with a `maxTC` of 1 from 1 to 1.002, which the normal form moves back onto 1;
+/// and where more than about 2^16 pieces would be needed. One call adds at most 2^20 triangles, or
+/// 4096 for each that was there, and never more than 2^25.
 /// errors    std::bad_alloc; the geoset stays usable. A geoset that cannot grow any more prints
 ///           what osg_geoset::addObject() prints, and its triangles stay uncut
 MORVA_API int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit);

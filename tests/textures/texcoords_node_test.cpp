@@ -1,0 +1,198 @@
+// Texture coordinates of nodes, also when memory runs out: one large allocation fails, every one
+// in turn.
+
+#include "../geosets/triangle_scenes.h"
+#include "../support/live_containers.h"
+#include "../support/mesh_multiset.h"
+#include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
+
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <new>
+
+#include <OpenSG/OSGMaterialGroup.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/textures/morva_osg_texcoords.h>
+
+namespace {
+
+/// Allocations of at least 256 bytes are counted down; the one that meets 0 fails.
+std::atomic<long> until_failure{-1};
+
+void* allocate(std::size_t bytes) {
+    const bool fails = bytes >= 256 && until_failure >= 0 && until_failure.fetch_sub(1) == 0;
+    void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
+    if (memory == nullptr)
+        throw std::bad_alloc();
+    return memory;
+}
+
+} // namespace
+
+void* operator new(std::size_t bytes) { return allocate(bytes); }
+void* operator new[](std::size_t bytes) { return allocate(bytes); }
+void operator delete(void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+
+namespace {
+
+using namespace morva_test;
+using morva::osg::CollectNodesWithTexCoordsGreater;
+using morva::osg::osg_geoset;
+
+::osg::ChunkMaterialPtr textured() { return chunked({1, 1, 1, 1}, imageOf(6407, 4, 4)); }
+
+/// A row of squares, two triangles each, over which u and v run from 0 to `reach`.
+mesh_data tiled(float reach, std::size_t squares = 1) {
+    mesh_data mesh = quads(squares);
+    const float r = reach;
+    for (std::size_t i = 0; i < squares; ++i)
+        mesh.coordinates.insert(mesh.coordinates.end(), {{0, 0}, {r, 0}, {r, r}, {0, r}});
+    return mesh;
+}
+
+TEST(OptimizeTexCoordsOfANode, GivesANewUnindexedCoreThatDrawsTheSame) {
+    const unsigned int live = liveContainers();
+    {
+        mesh_data indexed = tiled(1), degenerate = tiled(1);
+        indexed.primitives = {{5, 5}};
+        indexed.indices = {0, 1, 3, 2, 0};
+        degenerate.positions[2] = degenerate.positions[1];
+        const struct {
+            const char* name;
+            mesh_data mesh;
+            int max, added;
+        } cases[] = {{"nothing to do", tiled(1, 2), 2, 0},
+                     {"a strip", indexed, 2, 0},
+                     {"no maximum", tiled(8), 0, 0},
+                     {"halved", tiled(8), 4, 6},
+                     {"one is degenerate", degenerate, 2, 0}};
+        for (const auto& row : cases) {
+            SCOPED_TRACE(row.name);
+            const node_ref node(meshNode(row.mesh, textured()));
+            const geometry_ref old(coreOf(node.get()));
+            const mesh_choice kept = {false, true, true, false, morva::osg::is_rogue};
+            const world_mesh before = worldMesh(node.get(), kept);
+            ::osg::NodePtr given = node.get();
+            EXPECT_EQ(morva::osg::optimizeTexCoords(given, row.max, 50), row.added);
+            const ::osg::GeometryPtr core = coreOf(given);
+            const world_mesh after = worldMesh(given, kept);
+            if (row.added == 0) {
+                EXPECT_EQ(firstDifference(before, after), "");
+            }
+            EXPECT_NEAR(summaryOf(after).area, summaryOf(before).area, 1e-6);
+            EXPECT_EQ(after.size(), before.size() + static_cast<unsigned>(row.added));
+            EXPECT_EQ(core->getLengths()->getValue(0), 3 * after.size());
+            EXPECT_EQ(core->getPositions()->size(), 3 * after.size()) << "nothing to spare";
+            EXPECT_TRUE(core != old.get() && core->getIndices() == ::osg::NullFC);
+            EXPECT_TRUE(core->getMaterial() == old->getMaterial());
+        }
+        // Without an image coordinates go, in the old core too.
+        const node_ref grouped(materialGroup(simple({1, 0, 0}), {meshNode(tiled(8))}));
+        ::osg::NodePtr node = grouped->getChild(0);
+        const geometry_ref old(coreOf(node));
+        EXPECT_EQ(morva::osg::optimizeTexCoords(node, 2, 50), 0);
+        EXPECT_TRUE(coreOf(node) != old.get() && old->getTexCoords() == ::osg::NullFC);
+        EXPECT_TRUE(coreOf(node)->getMaterial() ==
+                    ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial());
+
+        const stream_capture told(std::cout);
+        ::osg::NodePtr none = ::osg::NullFC, no_geometry = grouped.get();
+        EXPECT_EQ(morva::osg::optimizeTexCoords(none, 2, 50), 0);
+        EXPECT_EQ(morva::osg::optimizeTexCoords(no_geometry, 2, 50), 0);
+        EXPECT_EQ(grouped->getNChildren(), 1U);
+        EXPECT_TRUE(::osg::MaterialGroupPtr::dcast(grouped->getCore()) != ::osg::NullFC);
+    }
+    EXPECT_EQ(liveContainers(), live);
+}
+
+TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
+    const unsigned int live = liveContainers();
+    {
+        const ::osg::ChunkMaterialPtr shared = textured();
+        mesh_data away = tiled(1), wrapped = tiled(1);
+        for (::osg::Vec2f& value : away.coordinates)
+            value += ::osg::Vec2f(30, -20);
+        wrapped.coordinates[1] = ::osg::Vec2f(60, 0.5F);
+        const node_ref root(group({named("small", meshNode(tiled(1), textured())),
+                                   named("large", meshNode(tiled(8), textured())),
+                                   named("away", meshNode(away, textured())),
+                                   named("wrapped", meshNode(wrapped, textured())),
+                                   named("no image", meshNode(tiled(8), simple({1, 0, 0}))),
+                                   materialGroup(shared, {named("grouped", meshNode(tiled(3)))}),
+                                   switched(0, {named("switched", meshNode(tiled(9), shared))}),
+                                   hidden(named("hidden", meshNode(tiled(9), shared)))}));
+        for (const int limit : {-1, -1000, 8, 100})
+            EXPECT_TRUE(CollectNodesWithTexCoordsGreater(root.get(), limit) == ::osg::NullFC);
+        EXPECT_EQ(geometryNodes(root.get()).size(), 8U) << "nothing left its place";
+
+        const node_ref found(CollectNodesWithTexCoordsGreater(root.get(), 2));
+        EXPECT_EQ(childNames(found.get()), (std::vector<std::string>{"large", "grouped"}));
+        EXPECT_EQ(geometryNodes(root.get()).size(), 6U);
+        const ::osg::NodePtr large = found->getChild(0), grouped = found->getChild(1);
+        EXPECT_TRUE(coreOf(grouped)->getMaterial() == shared) << "it brings its look along";
+        EXPECT_EQ(coreOf(grouped)->getTexCoords()->size(), 4U) << "and its own core";
+        // A root that is a geometry is asked itself.
+        EXPECT_TRUE(CollectNodesWithTexCoordsGreater(large, 8) == ::osg::NullFC);
+        const node_ref alone(CollectNodesWithTexCoordsGreater(large, 7));
+        EXPECT_TRUE(large->getParent() == alone.get());
+        EXPECT_TRUE(CollectNodesWithTexCoordsGreater(::osg::NullFC, 0) == ::osg::NullFC);
+    }
+    EXPECT_EQ(liveContainers(), live);
+}
+
+TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
+    const unsigned int live = liveContainers();
+    int kept = 0;
+    for (int what = 0; what < 4; ++what) {
+        bool failed = true;
+        for (long index = 0; failed; ++index) {
+            ASSERT_LT(index, 1000);
+            SCOPED_TRACE(testing::Message() << "operation " << what << " allocation " << index);
+            mesh_data mesh = tiled(8, 30);
+            for (std::size_t i = 0; i < 24; ++i)
+                mesh.positions[i][1] *= 0.05F; // slivers
+            const node_ref root(materialGroup(textured(), {meshNode(mesh)}));
+            ::osg::NodePtr node = root->getChild(0);
+            const geometry_ref old(coreOf(node));
+            osg_geoset geoset;
+            node_ref found;
+            if (what < 2)
+                morva::osg::extract(node, geoset, false, false, false, true, false);
+            const stream_capture out(std::cout), err(std::cerr);
+            until_failure = index;
+            try {
+                if (what == 0)
+                    morva::osg::optimizeTexCoords(geoset, 2, 50);
+                else if (what == 1)
+                    morva::osg::optimizeTexCoordsSmart(geoset, 2, 50);
+                else if (what == 2)
+                    morva::osg::optimizeTexCoords(node, 2, 50);
+                else
+                    found = CollectNodesWithTexCoordsGreater(root.get(), 2);
+            } catch (const std::bad_alloc&) {
+            }
+            failed = until_failure < 0;
+            until_failure = -1;
+            EXPECT_EQ(tri::broken_rule_of(geoset), "");
+            EXPECT_TRUE(failed || what > 1 || geoset.size > 200);
+            EXPECT_TRUE(failed || what < 3 || node->getParent() == found.get());
+            // The node draws its triangles, halved or not, from rows that are there.
+            const ::osg::GeometryPtr core = coreOf(node);
+            kept += what == 2 && core == old.get() ? 1 : 0;
+            EXPECT_GE(morva::osg::counttriangles(core), 60U);
+            EXPECT_LE(core->getLengths()->getValue(0), core->getPositions()->size());
+            EXPECT_EQ(core->getTexCoords()->size(), core->getPositions()->size());
+        }
+    }
+    EXPECT_GE(kept, 2) << "no memory to read the old core";
+    EXPECT_EQ(liveContainers(), live);
+}
+
+} // namespace
