@@ -20,107 +20,18 @@
 // One thread per walk; the arrays that it reads must stay as they are.
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <limits>
+#include <stdexcept>
+#include <unordered_map>
 #include <vector>
 
 #include <morva/core/morva_span.h>
+#include <morva/draworder/morva_osg_cache_scores.h>
+#include <morva/draworder/morva_osg_draw_order.h>
 
 namespace morva::osg {
-
-/// What differs between the two kinds of elements.
-struct triangle_rules {
-    static constexpr unsigned corners = 3;
-    static constexpr int recent = 3;               ///< first places, which score alike
-    static constexpr float slope = 0.03448276F;    ///< 1/29
-    static constexpr bool revisits_evicted = true; ///< looks at what fell out too early
-};
-struct line_rules {
-    static constexpr unsigned corners = 2;
-    static constexpr int recent = 2;
-    static constexpr float slope = 0.033333335F; ///< 1/30
-    static constexpr bool revisits_evicted = false;
-};
-
-constexpr int cache_places = 32;
-
-/// What a place in the cache adds to a vertex score; 0 outside.
-template <typename Rules> float placeScore(int place) {
-    if (place < 0)
-        return 0.0F;
-    if (place < Rules::recent)
-        return 0.75F;
-    return std::pow(1.0F - static_cast<float>(place - Rules::recent) * Rules::slope, 1.5F);
-}
-
-/// Score of a vertex by the elements that wait for it and its place, -1 for outside the cache.
-template <typename Rules> float vertexScore(int waiting, int place) {
-    if (waiting == 0)
-        return -1.0F;
-    return 2.0F * std::pow(static_cast<float>(waiting), -0.5F) + placeScore<Rules>(place);
-}
-
-/// One index per corner: those of a property, or numbers of whole corners.
-struct counted_column {
-    const std::uint32_t* cells = nullptr; ///< of corner i: cells[i * stride]
-    std::size_t stride = 1;
-    std::size_t ids = 0; ///< all cells are below
-};
-
-/// Elements in draw order, in pieces.
-struct draw_order {
-    std::vector<std::uint32_t> elements;  ///< places; one can stand twice, see cache_walk
-    std::vector<std::size_t> piece_first; ///< per piece its start in `elements`; at least one
-
-    std::size_t pieceEnd(std::size_t piece) const {
-        return piece + 1 < piece_first.size() ? piece_first[piece + 1] : elements.size();
-    }
-};
-
-/// Counts the distinct ids that the elements of a piece use in each column.
-class piece_counter {
-  public:
-    piece_counter(const std::vector<counted_column>& columns, std::size_t limit)
-        : m_limit(limit), m_full(limit == 0) {
-        for (const counted_column& column : columns)
-            m_columns.push_back({column, std::vector<std::uint32_t>(column.ids, 0), 0});
-    }
-
-    /// Whether some column has as many ids as the limit allows.
-    bool full() const { return m_full; }
-
-    void openPiece() {
-        ++m_piece;
-        m_full = m_limit == 0;
-        for (counting& column : m_columns)
-            column.count = 0;
-    }
-
-    template <unsigned Corners> void add(std::size_t element) {
-        for (counting& column : m_columns) {
-            const std::uint32_t* cell = column.of.cells + element * Corners * column.of.stride;
-            for (unsigned k = 0; k < Corners; ++k, cell += column.of.stride) {
-                column.count += column.piece_of[*cell] == m_piece ? 0 : 1;
-                column.piece_of[*cell] = m_piece;
-            }
-            m_full = m_full || column.count >= m_limit;
-        }
-    }
-
-  private:
-    struct counting {
-        counted_column of;
-        std::vector<std::uint32_t> piece_of; ///< per id: the last piece that used it
-        std::size_t count;                   ///< ids that the open piece uses
-    };
-    std::vector<counting> m_columns;
-    std::size_t m_limit;
-    bool m_full;
-    std::uint32_t m_piece = 0; ///< 0: none opened yet
-};
 
 /// The walk; made for one run.
 ///
@@ -133,11 +44,16 @@ class piece_counter {
 ///                        wait for them. As many elements are drawn as there are, so that another
 ///                        is left out, and the walk ends
 ///     beyond the last    nothing is there: the first element not drawn is taken
+///
+/// A hub, a vertex of very many elements, isn't looked at each time that one of them is drawn; its
+/// reach is kept by what its neighbours score outside the cache, and those inside answer for the
+/// elements that they share with it.
 template <typename Rules> class cache_walk {
   public:
     /// corners   one vertex per corner, all below `vertices`; an element has Rules::corners
     /// numbers   of the elements in the source; empty if they are their places
     /// columns   what fills a piece
+    /// errors    std::bad_alloc; std::length_error for 2^32 corners or more
     cache_walk(span<const std::uint32_t> corners, std::size_t vertices,
                span<const std::uint32_t> numbers, const std::vector<counted_column>& columns,
                unsigned int limit)
@@ -149,23 +65,27 @@ template <typename Rules> class cache_walk {
         for (std::size_t i = 0; i < known_waiting; ++i)
             m_base_score[i] = vertexScore<Rules>(static_cast<int>(i), -1);
         linkElements();
+        findHubs();
     }
 
     draw_order run() {
         m_counter.openPiece();
         m_order.piece_first.push_back(0);
-        m_order.elements.reserve(m_count);
+        m_order.elements.resize(m_count);
         std::uint32_t element = m_count > 0 ? firstElement() : 0;
         for (std::size_t i = 0; i < m_count; ++i) {
             if (m_counter.full()) {
                 m_counter.openPiece();
-                m_order.piece_first.push_back(m_order.elements.size());
+                m_order.piece_first.push_back(m_done);
                 flush();
                 element = nextUndrawn();
             }
             if (m_drawn[element] != 0 && !m_tangled)
                 tangle();
-            element = m_tangled ? drawTangled(element) : draw(element);
+            if (m_tangled)
+                element = drawTangled(element);
+            else
+                element = m_beside_hub.empty() ? draw<false>(element) : draw<true>(element);
         }
         return std::move(m_order);
     }
@@ -173,20 +93,22 @@ template <typename Rules> class cache_walk {
   private:
     static constexpr unsigned corners_each = Rules::corners;
     static constexpr std::size_t known_waiting = 256; ///< entries of m_base_score
+    static constexpr std::uint32_t hub_size = 64;     ///< more elements wait for a hub
     /// More than the sum of four scores up to 12 in all can be off by rounding, twice.
     static constexpr float rounding_slack = 1e-5F;
 
     struct vertex {
-        std::uint32_t first = 0; ///< of its elements in m_waiting
-        std::uint32_t waiting = 0;
-        float score = -1.0F; ///< at its present place
+        std::uint32_t first = 0;   ///< of its elements in m_waiting
+        std::uint32_t listed = 0;  ///< how many are there, drawn ones included
+        std::uint32_t waiting = 0; ///< how many of them are not drawn
+        float score = -1.0F;       ///< at its present place
     };
     /// A vertex in the cache that elements wait for.
     struct cached {
         std::uint32_t vertex;
         int place;
         float base;  ///< score without the place
-        float reach; ///< score of its best element at the last look, less its own then
+        float reach; ///< score of its best element at the last look, less its own then; not of hubs
     };
     /// The best element so far. Scores are compared as the bits of positive floats.
     struct choice {
@@ -208,12 +130,15 @@ template <typename Rules> class cache_walk {
     /// Lists the elements of each vertex in m_waiting, ascending.
     void linkElements() {
         const std::size_t corner_count = m_waiting.size();
+        if (corner_count > 0xFFFFFFFFU)
+            throw std::length_error("more corners than numbers");
         for (std::size_t i = 0; i < corner_count; ++i)
             ++m_vertices[m_corners[i]].waiting;
         std::uint32_t end = 0;
         for (vertex& v : m_vertices) {
             end += v.waiting;
             v.first = end;
+            v.listed = v.waiting;
             v.score = baseScore(v.waiting);
         }
         for (std::size_t i = corner_count; i-- > 0;)
@@ -226,14 +151,32 @@ template <typename Rules> class cache_walk {
                                        : vertexScore<Rules>(static_cast<int>(waiting), -1);
     }
 
+    const std::uint32_t* cornersOf(std::uint32_t element) const {
+        return m_corners + std::size_t(element) * corners_each;
+    }
+
+    static bool isCorner(std::uint32_t v, const std::uint32_t* c) {
+        bool corner = false;
+        for (unsigned k = 0; k < corners_each; ++k)
+            corner |= v == c[k];
+        return corner;
+    }
+
     /// Sum of the vertex scores in corner order, and the bonus for all of them being above 0, as
     /// they are while every element waits at its vertices.
     float elementScore(std::uint32_t element) const {
-        const std::uint32_t* c = m_corners + std::size_t(element) * corners_each;
+        const std::uint32_t* c = cornersOf(element);
         float sum = m_vertices[c[0]].score;
         for (unsigned k = 1; k < corners_each; ++k)
             sum += m_vertices[c[k]].score;
         return sum + 3.0F;
+    }
+
+    /// Of equal ones the first offered stays.
+    void offer(std::uint32_t element, choice& best) const {
+        const std::uint32_t score = bitsOf(elementScore(element));
+        if (score > best.score)
+            best = {score, element};
     }
 
     std::uint32_t firstElement() const {
@@ -243,104 +186,144 @@ template <typename Rules> class cache_walk {
         return best.element;
     }
 
-    void offer(std::uint32_t element, choice& best) const {
-        const std::uint32_t score = bitsOf(elementScore(element));
-        if (score > best.score)
-            best = {score, element};
-    }
-
-    /// The best element that waits for a vertex; of equal ones the first.
-    choice bestOf(std::uint32_t v) const {
-        const std::uint32_t* const list = m_waiting.data() + m_vertices[v].first;
+    /// The best element that waits for a vertex, whose list has no drawn ones.
+    choice bestOf(const vertex& at) const {
+        const std::uint32_t* const list = m_waiting.data() + at.first;
         choice best;
-        for (std::uint32_t i = 0; i < m_vertices[v].waiting; ++i)
+        for (std::uint32_t i = 0; i < at.waiting; ++i)
             offer(list[i], best);
         return best;
     }
 
-    /// Takes one entry of the element off a vertex.
-    void unlink(std::uint32_t v, std::uint32_t element) {
-        vertex& at = m_vertices[v];
+    /// The same where one element was just drawn; takes it off the list.
+    choice bestWithout(std::uint32_t drawn, vertex& at) {
         std::uint32_t* const list = m_waiting.data() + at.first;
-        std::uint32_t* const end = list + at.waiting;
-        std::uint32_t* const found = std::find(list, end, element);
-        if (found == end)
-            return;
-        std::copy(found + 1, end, found);
-        --at.waiting;
+        std::uint32_t kept = 0;
+        choice best;
+        for (std::uint32_t i = 0; i < at.listed; ++i) {
+            const std::uint32_t element = list[i];
+            if (element == drawn)
+                continue;
+            list[kept++] = element;
+            offer(element, best);
+        }
+        at.listed = kept;
+        return best;
     }
 
     void enter(std::uint32_t element) {
         m_drawn[element] = 1;
-        m_order.elements.push_back(element);
+        m_order.elements[m_done++] = element;
         m_counter.template add<corners_each>(element);
     }
 
     /// Draws an element, moves its vertices to the front of the cache, and returns the next one.
-    std::uint32_t draw(std::uint32_t element) {
+    template <bool Hubs> std::uint32_t draw(std::uint32_t element) {
         enter(element);
-        const std::uint32_t* c = m_corners + std::size_t(element) * corners_each;
-        for (unsigned k = 0; k < corners_each; ++k)
-            unlink(c[k], element);
-
-        cached* to = m_cache[1 - m_now];
         int moved_in = 0;
+        const std::size_t touched = touchCorners(element, moved_in);
+        const std::size_t sure = ageCache(cornersOf(element), touched, moved_in);
+        return search<Hubs>(element, touched, sure);
+    }
+
+    /// Begins the next cache with those corners of a drawn element that still wait, and returns
+    /// how many they are. `moved_in` receives how many places the corners take.
+    std::size_t touchCorners(std::uint32_t element, int& moved_in) {
+        const std::uint32_t* const c = cornersOf(element);
+        cached* const made = m_cache[1 - m_now];
+        std::size_t touched = 0;
         for (unsigned k = corners_each; k-- > 0;) {
-            if (std::find(c + k + 1, c + corners_each, c[k]) != c + corners_each)
-                continue; // both ends of a line are one vertex
-            const std::uint32_t waiting = m_vertices[c[k]].waiting;
-            if (waiting > 0)
-                *to++ = {c[k], moved_in, baseScore(waiting), 0.0F};
+            vertex& at = m_vertices[c[k]];
+            --at.waiting;
+            if (corners_each == 2 && k == 1 && c[0] == c[1]) {
+                --at.waiting; // both ends of a line are one vertex
+                k = 0;
+            }
+            if (at.waiting > 0)
+                made[touched++] = {c[k], moved_in, baseScore(at.waiting), 0.0F};
+            else
+                at.listed = 0;
             ++moved_in;
         }
-        // A vertex goes back by those that overtake it.
-        std::size_t sure = 0; // entries that may have gained
-        int overtaken = moved_in;
-        for (const cached* from = m_cache[m_now]; from != m_cache[m_now] + m_cached; ++from) {
-            if (std::find(c, c + corners_each, from->vertex) != c + corners_each) {
-                --overtaken;
-                continue;
-            }
+        return touched;
+    }
+
+    /// Moves the rest of the cache back behind the corners just drawn, and scores all. Returns how
+    /// many vertices, from the first on, may have gained.
+    std::size_t ageCache(const std::uint32_t* corners, std::size_t touched, int moved_in) {
+        cached* const made = m_cache[1 - m_now];
+        std::size_t count = touched;
+        std::size_t sure = touched;
+        int overtaken = moved_in; // a vertex goes back by those that come from behind it
+        const cached* const end = m_cache[m_now] + m_cached;
+        for (const cached* from = m_cache[m_now]; from != end; ++from) {
+            const bool corner = isCorner(from->vertex, corners);
+            overtaken -= corner ? 1 : 0;
             const int place = from->place + overtaken;
-            if (place >= cache_places) {
-                m_vertices[from->vertex].score = from->base;
+            if (place >= cache_places && !corner) {
+                leaveCache(*from);
                 m_marked = from->vertex;
                 continue;
             }
-            *to++ = {from->vertex, place, from->base, from->reach};
-            if (from->place < Rules::recent)
-                sure = static_cast<std::size_t>(to - m_cache[1 - m_now]);
+            // A corner is written as well and overwritten by the next; its score comes below.
+            made[count] = {from->vertex, place, from->base, from->reach};
+            const float score = from->base + m_place_score[place];
+            m_vertices[from->vertex].score = score;
+            m_upper[count] = score + from->reach + rounding_slack;
+            sure += !corner && from->place < Rules::recent ? 1 : 0; // comes out of a flat place
+            count += corner ? 0 : 1;
         }
+        for (std::size_t i = 0; i < touched; ++i)
+            m_vertices[made[i].vertex].score = made[i].base + m_place_score[made[i].place];
         m_now = 1 - m_now;
-        m_cached = static_cast<std::size_t>(to - m_cache[m_now]);
-        for (std::size_t i = 0; i < m_cached; ++i) {
-            const cached& entry = m_cache[m_now][i];
-            m_vertices[entry.vertex].score = entry.base + m_place_score[entry.place];
-            if (entry.place < Rules::recent)
-                sure = std::max(sure, i + 1);
-        }
-        return search(sure);
+        m_cached = count;
+        return sure;
     }
 
-    /// The element to draw next. The first `sure` entries of the cache are looked at in any case.
-    std::uint32_t search(std::size_t sure) {
+    [[gnu::noinline]] void leaveCache(const cached& entry) {
+        m_vertices[entry.vertex].score = entry.base;
+        if (isBesideHub(entry.vertex))
+            reachOut(m_vertices[entry.vertex]);
+    }
+
+    /// The element to draw next. The first `touched` vertices of the cache still list `drawn`;
+    /// the first `sure` ones may offer more than their reach.
+    template <bool Hubs>
+    std::uint32_t search(std::uint32_t drawn, std::size_t touched, std::size_t sure) {
         choice best;
+        cached* const cache = m_cache[m_now];
         for (std::size_t i = 0; i < m_cached; ++i) {
-            cached& entry = m_cache[m_now][i];
-            const float own = m_vertices[entry.vertex].score;
+            if (Hubs && isBesideHub(cache[i].vertex)) {
+                searchBesideHub(cache[i], i < sure, best);
+                continue;
+            }
             // An element of an older vertex with a newer one was found there, at equal scores as
             // well; so only what is strictly better counts.
-            if (i >= sure && own + entry.reach + rounding_slack < scoreOf(best.score))
+            if (i >= sure && m_upper[i] < scoreOf(best.score))
                 continue;
-            const choice found = bestOf(entry.vertex);
-            entry.reach = scoreOf(found.score) - own;
+            vertex& at = m_vertices[cache[i].vertex];
+            const choice found = i < touched ? bestWithout(drawn, at) : bestOf(at);
+            cache[i].reach = scoreOf(found.score) - at.score;
             if (found.score > best.score)
                 best = found;
         }
-        if (best.score != 0)
-            return best.element;
-        if (Rules::revisits_evicted && m_marked < m_vertices.size())
-            best = bestOf(static_cast<std::uint32_t>(m_marked));
+        if (best.score == 0)
+            return nextOutside();
+        // Looked at next.
+        for (unsigned k = 0; k < corners_each; ++k)
+            __builtin_prefetch(&m_waiting[m_vertices[cornersOf(best.element)[k]].first]);
+        return best.element;
+    }
+
+    /// The element to draw next if nothing in the cache waits.
+    [[gnu::noinline]] std::uint32_t nextOutside() {
+        choice best;
+        if (Rules::revisits_evicted && m_marked < m_vertices.size()) {
+            const auto v = static_cast<std::uint32_t>(m_marked);
+            if (isBesideHub(v))
+                tidy(m_vertices[v]);
+            best = bestOf(m_vertices[v]);
+        }
         if (best.score != 0)
             return byNumber(best.element);
         flush();
@@ -365,13 +348,122 @@ template <typename Rules> class cache_walk {
 
     /// Empties the cache.
     void flush() {
-        m_flushed = m_order.elements.size();
+        m_flushed = m_done;
         for (std::size_t i = 0; i < m_cached; ++i)
-            m_vertices[m_cache[m_now][i].vertex].score = m_cache[m_now][i].base;
+            leaveCache(m_cache[m_now][i]);
         m_cached = 0;
         for (const std::uint32_t v : m_recent)
             m_vertices[v].score = tangledVertexScore(v, 0.0F);
         m_recent.clear();
+    }
+
+    // Hubs. Their elements are looked at when their reach comes up to the best element, and
+    // otherwise when a neighbour in the cache is. An element can be found at a vertex that is not
+    // its first in the cache, so that here the rule for equal scores is spelt out.
+
+    void findHubs() {
+        for (std::size_t i = 0; i < m_vertices.size(); ++i) {
+            const vertex& at = m_vertices[i];
+            if (at.waiting <= hub_size)
+                continue;
+            m_beside_hub.resize(m_vertices.size(), 0);
+            for (std::uint32_t j = 0; j < at.waiting; ++j) {
+                const std::uint32_t* c = cornersOf(m_waiting[at.first + j]);
+                for (unsigned k = 0; k < corners_each; ++k)
+                    m_beside_hub[c[k]] = 1;
+            }
+            m_hub_reach[static_cast<std::uint32_t>(i)] = 0.0F;
+        }
+        for (auto& [v, reach] : m_hub_reach) {
+            const vertex& at = m_vertices[v];
+            for (std::uint32_t j = 0; j < at.waiting; ++j)
+                reach = std::max(reach, 3.0F + outsideScore(v, m_waiting[at.first + j]));
+        }
+    }
+
+    /// Whether it has been a hub, or shares elements with one.
+    bool isBesideHub(std::uint32_t v) const { return !m_beside_hub.empty() && m_beside_hub[v]; }
+    static bool isHub(const vertex& at) { return at.waiting > hub_size; }
+
+    /// No hub scores more as long as it is one.
+    float hubCeiling() const { return m_base_score[hub_size + 1] + 1.0F; }
+
+    /// Sum of what the other corners of an element score outside the cache.
+    float outsideScore(std::uint32_t v, std::uint32_t element) const {
+        return othersScore(v, element,
+                           [&](const vertex& other) { return baseScore(other.waiting); });
+    }
+
+    template <typename Score>
+    float othersScore(std::uint32_t v, std::uint32_t element, const Score& scoreOfOther) const {
+        const std::uint32_t* c = cornersOf(element);
+        const unsigned own = static_cast<unsigned>(std::find(c, c + corners_each, v) - c);
+        float sum = 0.0F;
+        for (unsigned k = 0; k < corners_each; ++k) {
+            const vertex& other = m_vertices[c[k]];
+            if (k != own)
+                sum += isHub(other) ? hubCeiling() : scoreOfOther(other);
+        }
+        return sum;
+    }
+
+    /// Tells the hubs beside a vertex that left the cache what it scores from now on.
+    void reachOut(vertex& at) {
+        if (isHub(at))
+            return; // the ceiling holds
+        tidy(at);
+        for (std::uint32_t i = 0; i < at.waiting; ++i) {
+            const std::uint32_t element = m_waiting[at.first + i];
+            const std::uint32_t* c = cornersOf(element);
+            for (unsigned k = 0; k < corners_each; ++k) {
+                if (!isHub(m_vertices[c[k]]))
+                    continue;
+                float& reach = m_hub_reach[c[k]];
+                reach = std::max(reach, 3.0F + outsideScore(c[k], element));
+            }
+        }
+    }
+
+    /// Takes the drawn elements off a list.
+    void tidy(vertex& at) {
+        std::uint32_t* const list = m_waiting.data() + at.first;
+        const auto end = std::remove_if(
+            list, list + at.listed, [&](std::uint32_t element) { return m_drawn[element] != 0; });
+        at.listed = static_cast<std::uint32_t>(end - list);
+    }
+
+    /// Number of the first vertex in the cache that the element has.
+    std::size_t firstInCache(std::uint32_t element) const {
+        const cached* const cache = m_cache[m_now];
+        std::size_t i = 0;
+        while (i < m_cached && !isCorner(cache[i].vertex, cornersOf(element)))
+            ++i;
+        return i;
+    }
+
+    bool comesBefore(std::uint32_t element, std::uint32_t other) const {
+        const std::size_t first = firstInCache(element), others = firstInCache(other);
+        return first != others ? first < others : element < other;
+    }
+
+    [[gnu::noinline]] void searchBesideHub(cached& entry, bool sure, choice& best) {
+        vertex& at = m_vertices[entry.vertex];
+        const bool hub = isHub(at);
+        float& reach = hub ? m_hub_reach[entry.vertex] : entry.reach;
+        if ((hub || !sure) && at.score + reach + rounding_slack < scoreOf(best.score))
+            return;
+        tidy(at);
+        reach = 0.0F;
+        for (std::uint32_t i = 0; i < at.waiting; ++i) {
+            const std::uint32_t element = m_waiting[at.first + i];
+            const std::uint32_t score = bitsOf(elementScore(element));
+            if (score > best.score || (score == best.score && comesBefore(element, best.element)))
+                best = {score, element};
+            const float others =
+                hub ? outsideScore(entry.vertex, element)
+                    : othersScore(entry.vertex, element, [](const vertex& v) { return v.score; });
+            reach = std::max(reach, 3.0F + others);
+        }
     }
 
     // From the first element that is drawn twice on scores can be anything, and no vertex can be
@@ -380,12 +472,14 @@ template <typename Rules> class cache_walk {
     /// Goes over to counts that are apart from the lists, and to the whole cache.
     void tangle() {
         m_tangled = true;
+        for (vertex& at : m_vertices)
+            tidy(at);
         m_left.resize(m_vertices.size());
         for (std::size_t v = 0; v < m_left.size(); ++v)
             m_left[v] = static_cast<int>(m_vertices[v].waiting);
         // What was drawn last, back to the last flush, is what the cache holds.
-        for (std::size_t i = m_order.elements.size(); i-- > m_flushed;) {
-            const std::uint32_t* c = m_corners + std::size_t(m_order.elements[i]) * corners_each;
+        for (std::size_t i = m_done; i-- > m_flushed;) {
+            const std::uint32_t* c = cornersOf(m_order.elements[i]);
             for (unsigned k = corners_each; k-- > 0;) {
                 if (m_recent.size() == cache_places)
                     break;
@@ -404,7 +498,7 @@ template <typename Rules> class cache_walk {
     }
 
     float tangledScore(std::uint32_t element) const {
-        const std::uint32_t* c = m_corners + std::size_t(element) * corners_each;
+        const std::uint32_t* c = cornersOf(element);
         float sum = m_vertices[c[0]].score;
         unsigned positive = sum > 0.0F ? 1 : 0;
         for (unsigned k = 1; k < corners_each; ++k) {
@@ -432,11 +526,18 @@ template <typename Rules> class cache_walk {
         return found;
     }
 
+    /// Takes the element off a list that has no drawn ones.
+    void unlink(vertex& at, std::uint32_t element) {
+        std::uint32_t* const list = m_waiting.data() + at.first;
+        at.waiting =
+            static_cast<std::uint32_t>(std::remove(list, list + at.waiting, element) - list);
+    }
+
     std::uint32_t drawTangled(std::uint32_t element) {
         enter(element);
-        const std::uint32_t* c = m_corners + std::size_t(element) * corners_each;
+        const std::uint32_t* c = cornersOf(element);
         for (unsigned k = 0; k < corners_each; ++k) {
-            unlink(c[k], element);
+            unlink(m_vertices[c[k]], element);
             --m_left[c[k]];
         }
         for (unsigned k = 0; k < corners_each; ++k) {
@@ -472,21 +573,26 @@ template <typename Rules> class cache_walk {
     span<const std::uint32_t> m_numbers;
     piece_counter m_counter;
     std::vector<vertex> m_vertices;
-    std::vector<std::uint32_t> m_waiting; ///< elements by vertex; corners_each * m_count entries
+    std::vector<std::uint32_t> m_waiting; ///< elements by vertex, ascending; an entry per corner
     std::vector<std::uint8_t> m_drawn;
     draw_order m_order;
 
     cached m_cache[2][cache_places + corners_each]; ///< most recent first; m_now is in use
+    float m_upper[cache_places + corners_each];     ///< none of its elements scores more
     unsigned m_now = 0;
     std::size_t m_cached = 0;
+    std::size_t m_done = 0;          ///< elements drawn so far
     std::size_t m_marked;            ///< fell out of the cache while elements waited; or beyond
     std::size_t m_first_undrawn = 0; ///< none is undrawn in front
     std::size_t m_flushed = 0;       ///< elements drawn before the cache was last emptied
 
+    std::vector<std::uint8_t> m_beside_hub;               ///< per vertex; empty without hubs
+    std::unordered_map<std::uint32_t, float> m_hub_reach; ///< by the scores outside the cache
+
     bool m_tangled = false;
     std::vector<int> m_left;             ///< elements left as they are counted, if tangled
     std::vector<std::uint32_t> m_recent; ///< the cache, most recent first, if tangled
-    float m_place_score[cache_places] = {};
+    float m_place_score[cache_places + corners_each] = {};
     float m_base_score[known_waiting] = {};
 };
 

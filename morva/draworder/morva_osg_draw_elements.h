@@ -22,7 +22,6 @@
 
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>
-#include <morva/draworder/morva_osg_cache_walk.h>
 
 namespace morva::osg {
 

@@ -1,0 +1,229 @@
+// The order of triangles and lines and the pieces that they come in, against the walk on lists.
+
+#include "naive_draw_order.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <random>
+#include <string>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include "tests/support/scene_builders.h"
+#include "tests/support/stream_capture.h"
+
+namespace {
+
+using namespace morva_test;
+using ::osg::Geometry;
+
+/// A sheet of 2 * columns * rows triangles, some of them in disorder, some degenerate.
+mesh_data sheet(std::mt19937& rng, unsigned columns, unsigned rows, unsigned swaps,
+                unsigned degenerate) {
+    mesh_data mesh;
+    for (unsigned i = 0; i < (columns + 1) * (rows + 1); ++i)
+        mesh.positions.emplace_back(static_cast<float>(i % (columns + 1)),
+                                    static_cast<float>(i / (columns + 1)), 0.0F);
+    std::vector<std::array<unsigned, 3>> triangles;
+    for (unsigned i = 0; i < columns * rows; ++i) {
+        const unsigned a = i / columns * (columns + 1) + i % columns, b = a + columns + 1;
+        triangles.push_back({a, a + 1, b});
+        triangles.push_back({a + 1, b + 1, b});
+    }
+    for (unsigned i = 0; i < swaps; ++i)
+        std::swap(triangles[rng() % triangles.size()], triangles[rng() % triangles.size()]);
+    for (unsigned i = 0; i < degenerate; ++i) {
+        auto& t = triangles[rng() % triangles.size()];
+        t[rng() % 3] = t[rng() % 3];
+    }
+    for (const auto& t : triangles)
+        mesh.indices.insert(mesh.indices.end(), t.begin(), t.end());
+    mesh.primitives = {{4, static_cast<unsigned>(mesh.indices.size())}};
+    return mesh;
+}
+
+/// Random segments between a few points, zero-length ones among them.
+mesh_data segments(std::mt19937& rng, unsigned count, unsigned points) {
+    mesh_data mesh = row(points, 1);
+    mesh.primitives = {{1, 2 * count}};
+    for (unsigned i = 0; i < 2 * count; ++i)
+        mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % points));
+    return mesh;
+}
+
+/// Random attributes, and an index of its own for each of them beside that of the positions.
+mesh_data withOwnIndices(mesh_data mesh, std::mt19937& rng) {
+    const std::vector<::osg::UInt32> positions = mesh.indices;
+    mesh = withAttributes(std::move(mesh), rng);
+    if (!positions.empty()) {
+        mesh = withIndexPerProperty(std::move(mesh), rng);
+        for (std::size_t i = 0; i < positions.size(); ++i) {
+            mesh.indices[i * mesh.mapping.size()] = positions[i];
+            if (i % 2 != 0) // as most vertices of real meshes have it
+                std::fill_n(&mesh.indices[i * mesh.mapping.size()], mesh.mapping.size(),
+                            positions[i]);
+        }
+    }
+    return mesh;
+}
+
+template <typename PropertyPtr, typename SourcePtr>
+void expectRows(const PropertyPtr& made, const SourcePtr& source,
+                const std::vector<::osg::Int32>& rows) {
+    ASSERT_EQ(made->getSize(), rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        ASSERT_TRUE(made->getValue(i) == source->getValue(static_cast<::osg::UInt32>(rows[i])));
+}
+
+/// Compares a piece's core, but for the normals that it gets of its own.
+void expectPiece(const ::osg::GeometryPtr& made, const ::osg::GeometryPtr& source,
+                 const naive_piece& expected, bool slot_0) {
+    ASSERT_EQ(made->getLengths()->getSize(), 1U);
+    EXPECT_EQ(made->getLengths()->getValue(0), expected.corners);
+    ASSERT_EQ(made->getIndices()->getSize(), expected.index.size());
+    for (std::size_t i = 0; i < expected.index.size(); ++i)
+        ASSERT_EQ(made->getIndices()->getValue(i), expected.index[i]) << "index " << i;
+    std::vector<::osg::UInt16> mapping(made->getMFIndexMapping()->begin(),
+                                       made->getMFIndexMapping()->end());
+    std::vector<::osg::UInt16> mapped = {Geometry::MapPosition};
+    expectRows(made->getPositions(), source->getPositions(), expected.values[0]);
+    if (source->getNormals() != ::osg::NullFC) {
+        expectRows(made->getNormals(), source->getNormals(), expected.values[1]);
+        mapped.push_back(Geometry::MapNormal);
+    } else {
+        EXPECT_EQ(mapping[0], Geometry::MapPosition | Geometry::MapNormal);
+        EXPECT_EQ(made->getNormals()->getSize(), made->getPositions()->getSize());
+        mapping[0] = Geometry::MapPosition;
+    }
+    if (source->getColors() != ::osg::NullFC) {
+        expectRows(made->getColors(), source->getColors(), expected.values[2]);
+        mapped.push_back(Geometry::MapColor);
+    }
+    if (source->getTexCoords() != ::osg::NullFC && slot_0) {
+        expectRows(made->getTexCoords(), source->getTexCoords(), expected.values[3]);
+        mapped.push_back(Geometry::MapTexCoords);
+    }
+    if (source->getTexCoords7() != ::osg::NullFC) {
+        expectRows(made->getTexCoords7(), source->getTexCoords7(), expected.values[4]);
+        mapped.push_back(Geometry::MapTexCoords7);
+    }
+    EXPECT_EQ(mapping, mapped);
+    EXPECT_TRUE(made->getMaterial() == source->getMaterial());
+    EXPECT_STREQ(::osg::getName(made), ::osg::getName(made->getParents()[0]));
+}
+
+/// What happened on the way, so that a test can tell that it happened at all.
+struct coverage {
+    unsigned cases = 0, pieces = 0, drawn_twice = 0, beyond_the_last = 0;
+};
+
+template <typename Kind>
+void expectAsOnLists(const mesh_data& mesh, unsigned limit, bool perProperty, coverage& seen) {
+    const node_ref source(meshNode(mesh));
+    bool aboveLimit = false;
+    const node_ref result(morva::osg::optimizeCache(source.get(), aboveLimit, limit, perProperty));
+    if (!aboveLimit)
+        return;
+    const naive_order<Kind> expected(coreOf(source.get()), limit, perProperty);
+    ASSERT_EQ(result->getNChildren(), expected.pieces.size());
+    for (::osg::UInt32 i = 0; i < result->getNChildren(); ++i) {
+        SCOPED_TRACE(testing::Message() << "piece " << i);
+        expectPiece(coreOf(result->getChild(i)), coreOf(source.get()), expected.pieces[i],
+                    Kind::corners == 3);
+        if (testing::Test::HasFatalFailure())
+            return;
+    }
+    ++seen.cases;
+    seen.pieces += result->getNChildren();
+    seen.drawn_twice += expected.drawn_twice != 0 ? 1 : 0;
+    seen.beyond_the_last += expected.beyond_the_last != 0 ? 1 : 0;
+}
+
+/// A mesh in one of several forms, each for both modes and a few limits.
+template <typename Kind, typename Make> coverage compareMany(unsigned seed, const Make& make) {
+    std::mt19937 rng(seed); // fixed: a failure must repeat
+    coverage seen;
+    for (unsigned round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+        const mesh_data mesh = make(rng, round);
+        for (const unsigned limit : {0U, 3U, 1U + unsigned(rng() % 40), 300U, 2000U}) {
+            SCOPED_TRACE(testing::Message() << "round " << round << ", limit " << limit);
+            if (limit < 3 && round % 10 != 0)
+                continue; // a piece for every triangle
+            expectAsOnLists<Kind>(mesh, limit, false, seen);
+            expectAsOnLists<Kind>(mesh, limit, true, seen);
+        }
+    }
+    return seen;
+}
+
+TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
+    const coverage seen = compareMany<naive_triangles>(61, [](std::mt19937& rng, unsigned round) {
+        const auto side = [&] { return 2 + static_cast<unsigned>(rng() % 30); };
+        const unsigned columns = side(), rows = side();
+        switch (round % 5) {
+        case 0:
+            return sheet(rng, columns, rows, 0, 0);
+        case 1:
+            return withOwnIndices(sheet(rng, columns, rows, columns * rows, 0), rng);
+        case 2: // degenerate ones dropped, so that numbers are not places
+            return sheet(rng, columns, rows, round * 5,
+                         round % 2 == 0 ? round : columns * rows * 2);
+        case 3:
+            return withAttributes(soup(rng, rows * 8), rng);
+        default: {
+            mesh_data mesh = withIndexPerProperty(withAttributes(soup(rng, 40), rng), rng);
+            mesh.primitives = {{5, 30}, {4, 30}, {7, 20}, {9, 10}, {8, 20}, {6, 10}};
+            return mesh;
+        }
+        }
+    });
+    EXPECT_GT(seen.cases, 200U);
+    EXPECT_GT(seen.pieces, 3 * seen.cases);
+    EXPECT_GT(seen.drawn_twice, 3U);
+    EXPECT_GT(seen.beyond_the_last, 3U);
+}
+
+TEST(DrawOrder, LinesAreDrawnAsOnLists) {
+    const coverage seen = compareMany<naive_lines>(62, [](std::mt19937& rng, unsigned round) {
+        const auto size = 20 + static_cast<unsigned>(rng() % 600);
+        switch (round % 3) {
+        case 0:
+            return segments(rng, size, size / 2 + 1);
+        case 1:
+            return withOwnIndices(segments(rng, size, size / 8 + 1), rng);
+        default:
+            return withAttributes(mixture(rng, size / 4), rng);
+        }
+    });
+    EXPECT_GT(seen.cases, 150U);
+    EXPECT_GT(seen.pieces, 3 * seen.cases);
+}
+
+TEST(DrawOrder, VerticesOfManyTrianglesChangeNothing) {
+    coverage seen;
+    std::mt19937 rng(63);
+    for (const unsigned rim : {40U, 300U, 900U}) {
+        for (const unsigned hubs : {1U, 2U, 5U}) {
+            SCOPED_TRACE(testing::Message() << rim << " around " << hubs);
+            mesh_data mesh = sheet(rng, 6, 6, 20, rim == 300 ? 3 : 0);
+            const auto first = static_cast<unsigned>(mesh.positions.size());
+            for (unsigned i = 0; i < rim + hubs; ++i)
+                mesh.positions.emplace_back(static_cast<float>(i % 31), static_cast<float>(i),
+                                            2.0F);
+            for (unsigned i = 0; i < rim * hubs; ++i) {
+                const unsigned hub = i % hubs, at = hubs + i / hubs;
+                const unsigned other = rng() % 4 == 0 ? rng() % first : first + at;
+                mesh.indices.insert(mesh.indices.end(),
+                                    {first + hub, other, first + hubs + (at + 1) % rim});
+            }
+            mesh.primitives = {{4, static_cast<unsigned>(mesh.indices.size())}};
+            expectAsOnLists<naive_triangles>(mesh, 60, true, seen);
+            expectAsOnLists<naive_triangles>(mesh, 60000, false, seen);
+            expectAsOnLists<naive_triangles>(mesh, 450, false, seen);
+        }
+    }
+    EXPECT_GT(seen.cases, 15U);
+}
+
+} // namespace
