@@ -144,7 +144,7 @@ void expectAsOnLists(const mesh_data& mesh, unsigned limit, bool perProperty, co
 template <typename Kind, typename Make> coverage compareMany(unsigned seed, const Make& make) {
     std::mt19937 rng(seed); // fixed: a failure must repeat
     coverage seen;
-    for (unsigned round = 0; round < 60 && !testing::Test::HasFailure(); ++round) {
+    for (unsigned round = 0; round < 40 && !testing::Test::HasFailure(); ++round) {
         const mesh_data mesh = make(rng, round);
         for (const unsigned limit : {0U, 3U, 1U + unsigned(rng() % 40), 300U, 2000U}) {
             SCOPED_TRACE(testing::Message() << "round " << round << ", limit " << limit);
@@ -167,8 +167,7 @@ TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
         case 1:
             return withOwnIndices(sheet(rng, columns, rows, columns * rows, 0), rng);
         case 2: // degenerate ones dropped, so that numbers are not places
-            return sheet(rng, columns, rows, round * 5,
-                         round % 2 == 0 ? round : columns * rows * 2);
+            return sheet(rng, 30, 30, 300 * (round % 3), 20 + static_cast<unsigned>(rng() % 1400));
         case 3:
             return withAttributes(soup(rng, rows * 8), rng);
         default: {
@@ -178,7 +177,7 @@ TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
         }
         }
     });
-    EXPECT_GT(seen.cases, 200U);
+    EXPECT_GT(seen.cases, 150U);
     EXPECT_GT(seen.pieces, 3 * seen.cases);
     EXPECT_GT(seen.drawn_twice, 3U);
     EXPECT_GT(seen.beyond_the_last, 3U);
@@ -196,7 +195,7 @@ TEST(DrawOrder, LinesAreDrawnAsOnLists) {
             return withAttributes(mixture(rng, size / 4), rng);
         }
     });
-    EXPECT_GT(seen.cases, 150U);
+    EXPECT_GT(seen.cases, 100U);
     EXPECT_GT(seen.pieces, 3 * seen.cases);
 }
 
