@@ -5,40 +5,17 @@
 #include "../support/live_containers.h"
 #include "../support/mesh_multiset.h"
 #include "../support/scene_builders.h"
+#include "../support/shortage.h"
 #include "../support/stream_capture.h"
 
 #include <gtest/gtest.h>
 
-#include <atomic>
-#include <cstdlib>
 #include <new>
 
 #include <OpenSG/OSGMaterialGroup.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
-
-namespace {
-
-/// Allocations of at least 256 bytes are counted down; the one that meets 0 fails.
-std::atomic<long> until_failure{-1};
-
-void* allocate(std::size_t bytes) {
-    const bool fails = bytes >= 256 && until_failure >= 0 && until_failure.fetch_sub(1) == 0;
-    void* memory = fails ? nullptr : std::malloc(bytes == 0 ? 1 : bytes);
-    if (memory == nullptr)
-        throw std::bad_alloc();
-    return memory;
-}
-
-} // namespace
-
-void* operator new(std::size_t bytes) { return allocate(bytes); }
-void* operator new[](std::size_t bytes) { return allocate(bytes); }
-void operator delete(void* memory) noexcept { std::free(memory); }
-void operator delete[](void* memory) noexcept { std::free(memory); }
-void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
-void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
 
 namespace {
 
@@ -149,7 +126,7 @@ TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
 
 TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
     const unsigned int live = liveContainers();
-    int kept = 0;
+    int kept = 0, thrown = 0;
     for (int what = 0; what < 4; ++what) {
         bool failed = true;
         for (long index = 0; failed; ++index) {
@@ -166,8 +143,8 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
             if (what < 2)
                 morva::osg::extract(node, geoset, false, false, false, true, false);
             const stream_capture out(std::cout), err(std::cerr);
-            until_failure = index;
             try {
+                const shortage one(index, 1, 256);
                 if (what == 0)
                     morva::osg::optimizeTexCoords(geoset, 2, 50);
                 else if (what == 1)
@@ -177,9 +154,9 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
                 else
                     found = CollectNodesWithTexCoordsGreater(root.get(), 2);
             } catch (const std::bad_alloc&) {
+                ++thrown;
             }
-            failed = until_failure < 0;
-            until_failure = -1;
+            failed = shortage::happened();
             EXPECT_EQ(tri::broken_rule_of(geoset), "");
             EXPECT_TRUE(failed || what > 1 || geoset.size > 200);
             EXPECT_TRUE(failed || what < 3 || node->getParent() == found.get());
@@ -192,6 +169,7 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
         }
     }
     EXPECT_GE(kept, 2) << "no memory to read the old core";
+    EXPECT_LT(thrown, 20) << "most are dealt with where they happen";
     EXPECT_EQ(liveContainers(), live);
 }
 
