@@ -77,7 +77,7 @@ void writeAppearances(std::ostream& file, const JsonFileContent& content) {
     const char* between = "";
     for (const auto& [material, name] : content.appearances) {
         file << between;
-        writeAppearance(file, material, name);
+        writeAppearance(file, livingOne(material), name);
         between = ",\n";
     }
     file << "],\n";

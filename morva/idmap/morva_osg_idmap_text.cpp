@@ -2,6 +2,9 @@
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
+#include <locale>
+#include <sstream>
+
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 
@@ -38,11 +41,12 @@ std::string treeName(const ::osg::NodePtr& node) {
     return "none";
 }
 
-/// Three numbers joined by blanks, six significant digits.
-std::string pointText(const ::osg::Pnt3f& point) {
+/// The first `count` numbers joined by blanks, six significant digits.
+template <typename Numbers> std::string textOf(const Numbers& numbers, ::osg::UInt32 count) {
     std::ostringstream text;
-    text << static_cast<double>(point[0]) << ' ' << static_cast<double>(point[1]) << ' '
-         << static_cast<double>(point[2]);
+    text.imbue(std::locale::classic());
+    for (::osg::UInt32 i = 0; i < count; ++i)
+        text << (i == 0 ? "" : " ") << static_cast<double>(numbers[i]);
     return text.str();
 }
 
@@ -51,11 +55,8 @@ std::string diffuseText(const ::osg::MaterialPtr& material) {
     ::osg::Color4f diffuse(0.0F, 0.0F, 0.0F, 0.0F);
     ::osg::Color4f specular, ambient, emission;
     float shininess = 0.0F;
-    getColor(material, diffuse, specular, ambient, emission, shininess);
-    std::ostringstream text;
-    text << static_cast<double>(diffuse[0]) << ' ' << static_cast<double>(diffuse[1]) << ' '
-         << static_cast<double>(diffuse[2]) << ' ' << static_cast<double>(diffuse[3]);
-    return text.str();
+    getColor(livingOne(material), diffuse, specular, ambient, emission, shininess);
+    return textOf(diffuse, 4);
 }
 
 /// Material of each appearance name; of equal names the first in map order counts.
@@ -150,14 +151,14 @@ void addIDmapInfo(::osg::NodePtr root) {
         const std::string key = std::to_string(id);
         names->setAttribute(key, handler.names[id]);
         if (id < handler.mins.size())
-            mins->setAttribute(key, pointText(handler.mins[id]));
+            mins->setAttribute(key, textOf(handler.mins[id], 3));
         if (id < handler.maxs.size())
-            maxs->setAttribute(key, pointText(handler.maxs[id]));
+            maxs->setAttribute(key, textOf(handler.maxs[id], 3));
         std::string colour = "0 0 0 0";
         if (id < handler.appearanceNames.size()) {
             const auto found = material_of.find(handler.appearanceNames[id]);
             if (found != material_of.end())
-                colour = diffuseText(livingOne(found->second));
+                colour = diffuseText(found->second);
         }
         colours->setAttribute(key, colour);
     }

@@ -94,7 +94,7 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
         // Its own limit of triangles leaves the cache stage alone.
         {"onegeometry(true),cacheopt(true)", settings("1", "", "1")},
         {"idmapinroot(true)", settings("0", "metaOnly")},
-        {"idmap(false)", settings("0", "false")},
+        {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n"},
         {"help()",
          first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings()},
         {"removelod(true),removeswitch(1)",
