@@ -118,7 +118,7 @@ check() {
 }
 
 bench() {
-    need libbenchmark-dev gltfpack
+    need libbenchmark-dev libmeshoptimizer-dev gltfpack
     build release -DMORVA_BENCH=ON
     say "benchmarks"
     ./bench/run.sh build/release/bench
