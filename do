@@ -138,6 +138,7 @@ ci)
     build asan
     run_tests asan
     run_tests dev
+    demo
     ;;
 bench) bench ;;
 *)

@@ -111,6 +111,19 @@ void Geometry::setProperty(PropertyField& field, const PropertyPtr& added, UInt3
         invalidateVolume();
 }
 
+// The setters stand in the header and are compiled into other libraries.
+#define OSG_GEOMETRY_SET_PROPERTY(TYPE)                                                            \
+    template OSG_SYSTEMLIB_DLLMAPPING void Geometry::setProperty(OwnedSField<TYPE##Ptr>&,          \
+                                                                 const TYPE##Ptr&, UInt32);
+OSG_GEOMETRY_SET_PROPERTY(GeoPTypes)
+OSG_GEOMETRY_SET_PROPERTY(GeoPLengths)
+OSG_GEOMETRY_SET_PROPERTY(GeoPositions)
+OSG_GEOMETRY_SET_PROPERTY(GeoNormals)
+OSG_GEOMETRY_SET_PROPERTY(GeoColors)
+OSG_GEOMETRY_SET_PROPERTY(GeoTexCoords)
+OSG_GEOMETRY_SET_PROPERTY(GeoIndices)
+#undef OSG_GEOMETRY_SET_PROPERTY
+
 Geometry::Geometry(const Geometry& other)
     : MaterialDrawable(other), _sfTypes(other._sfTypes), _sfLengths(other._sfLengths),
       _sfPositions(other._sfPositions), _sfNormals(other._sfNormals), _sfColors(other._sfColors),
