@@ -117,12 +117,10 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
         part.least = least;
         part.most = most;
     };
-    if (!rules.merges)
-        set(part_fate::carried, part.triangles, part.triangles);
-    else if (hidden && rules.setup.keeprenderfalse)
+    if (!rules.merges || (hidden && rules.setup.keeprenderfalse))
         set(part_fate::carried, part.triangles, part.triangles);
     else if (transparent && !rules.all_materials) {
-        set(part_fate::carried, part.triangles, part.triangles);
+        set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
         if (rules.reorders)
             foretellReordered(part, node);
     } else if (transparent || lists.plain.count(id) != 0)

@@ -85,7 +85,12 @@ std::string withValue(const std::string& parameters, const std::string& key,
     for (const std::string& token : tokens) {
         const bool here = !found && entryOf(token).count(key) != 0; // the first one holds
         found = found || here;
-        text += (text.empty() ? "" : ",") + (here ? key + "(" + value + ")" : token);
+        if (!text.empty())
+            text += ",";
+        if (here)
+            text.append(key).append("(").append(value).append(")");
+        else
+            text += token;
     }
     return found ? text : parameters;
 }

@@ -64,7 +64,7 @@ class name_register {
         std::uint64_t& number = last_[wanted];
         number = number == 0 ? 2 : number;
         for (;; ++number) {
-            const std::string name = wanted + "~" + std::to_string(number);
+            std::string name = wanted + "~" + std::to_string(number);
             if (taken_.insert(name).second)
                 return name;
         }

@@ -102,13 +102,13 @@ bool ChunkMaterial::isTransparent() const {
 
 bool SimpleMaterial::isTransparent() const {
     if (getTransparencyMode() != TransparencyAutoDetection)
-        return Material::isTransparent();
+        return ChunkMaterial::isTransparent();
     return getTransparency() > Eps || ChunkMaterial::isTransparent();
 }
 
 bool SimpleTexturedMaterial::isTransparent() const {
     if (getTransparencyMode() != TransparencyAutoDetection)
-        return Material::isTransparent();
+        return SimpleMaterial::isTransparent();
     const bool texture =
         getImage() != NullFC && getImage()->hasAlphaChannel() && getEnvMode() != GL_DECAL;
     return texture || SimpleMaterial::isTransparent();

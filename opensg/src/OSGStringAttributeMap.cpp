@@ -1,5 +1,7 @@
 #include "OpenSG/OSGStringAttributeMap.h"
 
+#include <utility>
+
 OSG_BEGIN_NAMESPACE
 
 OSG_CONTAINER_DEF(StringAttributeMap, nullptr,
@@ -31,8 +33,8 @@ std::string& StringAttributeMap::operator[](const std::string& key) {
 }
 
 void StringAttributeMap::setAttribute(const std::string& key, const std::string& value) {
-    const std::string kept = value; // the argument may be a value of this map, which moves
-    (*this)[key] = kept;
+    std::string kept = value; // the argument may be a value of this map, which moves
+    (*this)[key] = std::move(kept);
 }
 
 bool StringAttributeMap::getAttribute(const std::string& key, std::string& value) const {
