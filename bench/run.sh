@@ -7,8 +7,21 @@ work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
 for program in "$programs"/bench_*; do
+    [ "$(basename "$program")" != bench_merge_threads ] || continue
     echo "== $(basename "$program")"
     "$program" --benchmark_counters_tabular=true
+done
+
+# Times and peaks of first calls: in turn, so that a slow minute of the machine meets all alike.
+echo "== bench_merge_threads, five processes for each row"
+for _ in 1 2 3 4 5; do
+    for engines in 16 100; do
+        for threads in 1 2; do
+            "$programs/bench_merge_threads" \
+                --benchmark_filter="engines:$engines/threads:$threads/" 2>/dev/null |
+                grep mergeEngines
+        done
+    done
 done
 
 # Best of five runs of a command, in seconds.

@@ -9,6 +9,8 @@
 #include <cstddef>
 #include <utility>
 
+#include <morva/core/morva_huge_pages.h>
+
 namespace morva::osg {
 
 /// Frees the three arrays of a geoset and their holder; null is fine.
@@ -27,6 +29,7 @@ class axis_arrays {
     explicit axis_arrays(std::size_t entries) : arrays(new float* [3] {}) {
         try {
             arrays[0] = new float[3 * entries];
+            wishHugePages(arrays[0], 3 * entries * sizeof(float));
         } catch (...) {
             freeAxisArrays(arrays);
             throw;

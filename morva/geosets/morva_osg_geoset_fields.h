@@ -20,6 +20,8 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGRefPtr.h>
 
+#include <morva/core/morva_huge_pages.h>
+
 namespace morva::osg {
 
 /// One property with its usual stored form `Concrete`, read and written as `Value`.
@@ -50,11 +52,17 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
     /// `later` rows spares a copy when it grows, but may be lacking.
     void make(std::size_t rows, std::size_t later) {
         follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
+        std::size_t room = std::max(rows, later);
         try {
-            stored->reserve(later);
+            stored->reserve(room);
         } catch (const std::bad_alloc&) {
-            stored->reserve(rows);
+            room = rows;
+            stored->reserve(room);
         }
+        if (rows == 0)
+            return;
+        stored->resize(1); // the room has an address now
+        wishHugePages(&(*stored)[0], room * sizeof(stored_value));
         stored->resize(rows);
     }
 

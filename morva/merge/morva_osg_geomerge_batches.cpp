@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <exception>
 #include <iostream>
-#include <mutex>
 #include <new>
 
 #include <OpenSG/OSGGeometry.h>
@@ -67,14 +66,6 @@ template <typename Geoset> void giveMaterial(Geoset& geoset, const batch_setup& 
         geoset.geometry->setMaterial(batch.material);
 }
 
-/// Vertices to make room for. On a worker, fields that are not small get blocks of more than 32
-/// MiB: such blocks go back to the system when they are freed, while others would stay with the
-/// heap of that thread; and room that is not written takes no memory.
-std::uint64_t roomFor(std::uint64_t vertices, const mergeGeo_setup& setup) {
-    constexpr std::uint64_t small = 300000, own_block = 8400000;
-    return setup.numthreads > 1 && vertices >= small ? std::max(vertices, own_block) : vertices;
-}
-
 // Room for a whole batch, in vertices. The fields do not exist yet: extraction makes them of
 // this length, so that they grow once. A batch ends with the node that takes it over the limit;
 // a fifth more room lets most such nodes in without growing.
@@ -83,7 +74,7 @@ void prepare(osg_geoset& geoset, const batch_setup& batch) {
     const bool one_batch = batch.sums.triangles <= batch.limit;
     const std::uint64_t vertices =
         one_batch ? 3 * batch.sums.triangles : cut(static_cast<float>(batch.limit) * 1.2F * 3.0F);
-    geoset.vertex_capacity = roomFor(vertices, batch.setup);
+    geoset.vertex_capacity = vertices;
     giveMaterial(geoset, batch);
 }
 
@@ -104,31 +95,11 @@ bool isDue(std::uint64_t vertices, unsigned int corners, bool last, std::uint64_
     return vertices / corners > limit || (last && vertices > 0);
 }
 
-/// Held while a large batch has its extents and is sorted, which takes a third of its memory and
-/// a sixth of its time: of several threads one at a time is there. Nothing else is asked for
-/// meanwhile.
-std::unique_lock<std::mutex> sortingTurn(std::uint64_t elements) {
-    static std::mutex one;
-    constexpr std::uint64_t large = 500000;
-    return elements >= large ? std::unique_lock<std::mutex>(one) : std::unique_lock<std::mutex>();
-}
-
-bool hasCoordinates(const osg_geoset& geoset) {
-    return geoset.geometry != ::osg::NullFC && geoset.geometry->getTexCoords() != ::osg::NullFC;
-}
-
 /// Sorts what a geoset holds. Making cores needs no extents.
 void sort(osg_geoset& geoset, kd_tree<float>& tree, const batch_setup& batch) {
-    // Cutting coordinates takes long and needs extents all the while: it's not for a turn.
-    const bool cuts = batch.setup.optimizetc > 0 && hasCoordinates(geoset);
-    std::unique_lock<std::mutex> turn;
-    if (!cuts)
-        turn = sortingTurn(geoset.vertex_count / 3);
     geoset.setup();
-    if (cuts) {
+    if (batch.setup.optimizetc > 0)
         optimizeTexCoords(geoset, batch.setup.optimizetc, wrap_limit);
-        turn = sortingTurn(geoset.size);
-    }
     compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
     geoset.dropExtents();
 }

@@ -1,8 +1,11 @@
 #include <morva/merge/morva_osg_geomerge_stages.h>
 
+#include <algorithm>
+#include <cstdint>
 #include <deque>
 #include <iostream>
 #include <map>
+#include <numeric>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -78,6 +81,25 @@ class source_state {
     std::map<::osg::MaterialPtr, bool> has_image; ///< looking into an image takes long
 };
 
+std::uint64_t elementsOf(const std::vector<::osg::NodePtr>& nodes) {
+    std::uint64_t sum = 0;
+    for (const ::osg::NodePtr& node : nodes) {
+        if (node != ::osg::NullFC)
+            sum += std::uint64_t{getNumberOfTriangles(node)} + getNumberOfLines(node);
+    }
+    return sum;
+}
+
+/// Numbers of the tasks, the one with the most work first: what ends last is small then, and the
+/// large ones stand side by side while there are few results yet.
+std::vector<std::size_t> largestFirst(const std::vector<std::uint64_t>& work) {
+    std::vector<std::size_t> order(work.size());
+    std::iota(order.begin(), order.end(), std::size_t{0});
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return work[a] > work[b]; });
+    return order;
+}
+
 /// Writes how much is done over what was written before.
 void printProgress(std::size_t index, std::size_t count) {
     std::ostringstream text; // the caller may have changed the format of std::cout
@@ -92,14 +114,20 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
                  threadHandler& handler, const ::osg::NodePtr& result) {
     if (setup.numthreads > 1 && source_state(setup).settle(merge)) {
         task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
-        for (const auto& [material, nodes] : merge.groups()) {
+        std::vector<const GeoMerge::group_map::value_type*> groups;
+        std::vector<std::uint64_t> work;
+        for (const auto& group : merge.groups()) {
+            groups.push_back(&group);
+            work.push_back(elementsOf(group.second));
+        }
+        for (const std::size_t place : largestFirst(work)) {
             mergeGeometryMTArguments task;
-            task.material = &material;
-            task.nodes = &nodes;
+            task.material = &groups[place]->first;
+            task.nodes = &groups[place]->second;
             task.kd = &kd;
             task.setup = &setup;
             task.limit = batch_limit;
-            tasks.start(task);
+            tasks.start(task, place);
         }
         tasks.joinInto(result);
         return;
@@ -128,12 +156,15 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
 
     if (setup.numthreads > 1) {
         task_list<cacheoptMTArguments> tasks(handler, CacheOptMultithread);
-        for (const ::osg::NodePtr& node : nodes) {
+        std::vector<std::uint64_t> work;
+        for (const ::osg::NodePtr& node : nodes)
+            work.push_back(elementsOf({node}));
+        for (const std::size_t place : largestFirst(work)) {
             cacheoptMTArguments task;
             task.limit = cache_limit;
             task.perProperty = setup.opt == 2;
-            task.source = node;
-            tasks.start(std::move(task));
+            task.source = nodes[place];
+            tasks.start(std::move(task), place);
         }
         tasks.joinInto(cached.get());
         return cached.release();

@@ -3,8 +3,8 @@
 // Tasks of one kind on the workers of a threadHandler, from start to joined result.
 //
 //     task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
-//     for (...) tasks.start(record);          // blocks while the limit is reached
-//     tasks.joinInto(result);                 // children in the order of starting
+//     for (...) tasks.start(record, place);   // blocks while the limit is reached
+//     tasks.joinInto(result);                 // children by place, whoever started or ended first
 //
 // A record has the fields `result`, `barrier`, `handler` and `finished`. A worker is a function
 // whose body is runWorker(). What a worker throws ends in one line on standard error and a null
@@ -13,6 +13,7 @@
 #include <deque>
 #include <exception>
 #include <iostream>
+#include <map>
 #include <new>
 #include <utility>
 
@@ -79,16 +80,15 @@ template <typename Arguments> class task_list {
     task_list(const task_list&) = delete;
     task_list& operator=(const task_list&) = delete;
     ~task_list() {
-        while (joined < records.size())
-            join();
-        for (; added < records.size(); ++added)
-            const fresh<::osg::NodePtr> unwanted(records[added].result);
+        joinAll();
+        for (const auto& [place, index] : record_at)
+            const fresh<::osg::NodePtr> unwanted(records[index].result);
     }
 
     /// Starts a task, or runs it here if no thread is to be had for it. Joins before, in the order
     /// of starting, what stands at its barrier already: few threads are there at a time, however
-    /// many tasks there are.
-    void start(Arguments task) {
+    /// many tasks there are. Each task has a `place` of its own among the results.
+    void start(Arguments task, std::size_t place) {
         while (joined < records.size() && handler.hasFinished(records[joined].finished))
             join();
         if (handler.workersInside() == records.size() - joined) { // who was let go has left
@@ -102,9 +102,11 @@ template <typename Arguments> class task_list {
         Arguments& record = records.back();
         bool started = false;
         try {
+            record_at.emplace(place, index);
             started = handler.start(worker, &record, index);
         } catch (...) {
-            records.pop_back(); // nothing runs
+            record_at.erase(place); // nothing runs
+            records.pop_back();
             throw;
         }
         if (!started) {
@@ -114,12 +116,10 @@ template <typename Arguments> class task_list {
         }
     }
 
-    /// Joins all tasks and adds their results to `parent`, in the order of starting.
+    /// Joins all tasks and adds their results to `parent`, in the order of their places.
     void joinInto(const ::osg::NodePtr& parent) {
-        while (added < records.size()) {
-            if (joined == added)
-                join();
-            const auto index = static_cast<unsigned int>(added++);
+        joinAll();
+        for (const auto& [place, index] : record_at) {
             fresh<::osg::NodePtr> made(std::exchange(records[index].result, ::osg::NodePtr()));
             if (!records[index].barrier.empty())
                 handler.takeChanges(index);
@@ -132,6 +132,11 @@ template <typename Arguments> class task_list {
     }
 
   private:
+    void joinAll() {
+        while (joined < records.size())
+            join();
+    }
+
     /// Waits for the end of the first task that is not joined yet.
     void join() {
         const Arguments& task = records[joined++];
@@ -141,11 +146,11 @@ template <typename Arguments> class task_list {
 
     threadHandler& handler;
     void (*worker)(void*);
-    const worker_output output; ///< prints of several threads, for as long as there are workers
-    std::deque<Arguments> records;
-    std::size_t joined = 0; ///< records whose workers are let go
-    std::size_t ended = 0;  ///< records whose threads are ended early; at most `joined`
-    std::size_t added = 0;  ///< records whose results are handed on; at most `joined`
+    const worker_output output;    ///< prints of several threads, for as long as there are workers
+    std::deque<Arguments> records; ///< in the order of starting
+    std::map<std::size_t, unsigned int> record_at; ///< by place
+    std::size_t joined = 0;                        ///< records whose workers are let go
+    std::size_t ended = 0; ///< records whose threads are ended early; at most `joined`
 };
 
 } // namespace morva::osg

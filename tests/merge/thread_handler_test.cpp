@@ -31,7 +31,8 @@ struct shared_state {
 };
 
 struct test_arguments {
-    std::size_t index = 0;
+    std::size_t index = 0;      ///< in the order of starting
+    std::size_t place = 0;      ///< among the results
     std::size_t waits_for = 0;  ///< task that must have ended before; itself for none
     int company = 0;            ///< tasks that must have been at work together before
     unsigned yields = 0;        ///< time that it takes
@@ -69,7 +70,7 @@ void takeIdLock() {
     if (task.fail != nullptr)
         task.fail();
     const ::osg::NodePtr made = morva_test::group();
-    ::osg::setName(made, std::to_string(task.index));
+    ::osg::setName(made, std::to_string(task.place));
     return made;
 }
 
@@ -78,7 +79,8 @@ void workMultithread(void* argument) {
     morva::osg::runWorker(task, [&task] { return work(task); });
 }
 
-/// Runs tasks that `prepare` has filled in, and returns the names of the joined results.
+/// Runs tasks that `prepare` has filled in, started out of the order of their places, and returns
+/// the names of the joined results: their places.
 template <typename Prepare>
 std::vector<std::string> runTasks(std::size_t count, unsigned limit, shared_state& state,
                                   const Prepare& prepare) {
@@ -90,9 +92,10 @@ std::vector<std::string> runTasks(std::size_t count, unsigned limit, shared_stat
         for (std::size_t i = 0; i < count; ++i) {
             test_arguments task;
             task.index = task.waits_for = i;
+            task.place = (i + count / 2) % count;
             task.state = &state;
             prepare(task);
-            tasks.start(task);
+            tasks.start(task, task.place);
         }
         tasks.joinInto(parent.get());
     }
@@ -166,7 +169,7 @@ TEST(ThreadHandler, ATaskThatThrowsCostsItsResultAndOneLine) {
             const morva_test::stream_capture error(std::cerr);
             shared_state state;
             const std::vector<std::string> names = runTasks(5, 2, state, [&](test_arguments& task) {
-                task.fail = task.index == failing ? c.fail : nullptr;
+                task.fail = task.place == failing ? c.fail : nullptr;
             });
             std::vector<std::string> expected = numbersBelow(5);
             expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(failing));
@@ -189,7 +192,7 @@ TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
             task.index = task.waits_for = i;
             task.yields = 50;
             task.state = &state;
-            tasks.start(task);
+            tasks.start(task, i);
         }
     }
     EXPECT_EQ(morva_test::liveContainers(), live);
@@ -205,9 +208,9 @@ TEST(ThreadHandler, ATaskWithoutThreadRunsOnTheMainThread) {
     task_list<test_arguments> tasks(handler, workMultithread);
     for (std::size_t i = 0; i < 4; ++i) {
         test_arguments task;
-        task.index = task.waits_for = i;
+        task.index = task.place = task.waits_for = i;
         task.state = &state;
-        tasks.start(task);
+        tasks.start(task, i);
     }
     tasks.joinInto(parent.get());
     EXPECT_EQ(morva_test::childNames(parent.get()), numbersBelow(4));
