@@ -284,6 +284,32 @@ std::vector<std::uint32_t> piece_writer::numberColumn(std::size_t property, std:
     return rows;
 }
 
+/// Writes all columns of the index, and returns which values of each property it leads to.
+std::array<std::vector<std::uint32_t>, draw_elements::properties>
+piece_writer::numberColumns(std::size_t first, std::size_t end, span<std::uint32_t> cells) {
+    std::array<std::vector<std::uint32_t>, draw_elements::properties> rows;
+    if (cells.empty())
+        return rows;
+    std::size_t column = 0, column_of[draw_elements::properties] = {};
+    for (std::size_t i = 0; i < draw_elements::properties; ++i) {
+        if (!m_source.has(i))
+            continue;
+        std::size_t same = 0; // a property that shares the index, at the latest itself
+        while (m_source.offset[same] != m_source.offset[i])
+            ++same;
+        column_of[i] = column;
+        std::uint32_t* const to = cells.data() + column++;
+        if (same == i) {
+            rows[i] = numberColumn(i, first, end, to);
+            continue;
+        }
+        rows[i] = rows[same];
+        for (std::size_t c = 0; c < cells.size(); c += m_width)
+            to[c] = cells[c + column_of[same]];
+    }
+    return rows;
+}
+
 void piece_writer::write(std::size_t first, std::size_t end, const ::osg::GeometryPtr& geometry) {
     const std::size_t corners = (end - first) * m_source.corners;
     geometry->getLengths()->addValue(static_cast<::osg::UInt32>(corners));
@@ -291,13 +317,7 @@ void piece_writer::write(std::size_t first, std::size_t end, const ::osg::Geomet
     index->editField().resize(corners * m_width);
     const span<::osg::UInt32> cells = editSpan(index.get());
 
-    std::vector<std::uint32_t> rows[draw_elements::properties];
-    std::size_t column = 0;
-    for (std::size_t i = 0; i < draw_elements::properties; ++i) {
-        if (m_source.has(i))
-            rows[i] = numberColumn(i, first, end, cells.data() + column++);
-    }
-
+    const auto rows = numberColumns(first, end, cells);
     if (m_source.has(3))
         geometry->setTexCoords(made<::osg::GeoTexCoords2f>(m_source.texcoords, rows[3]).get());
     if (m_source.has(2))

@@ -82,6 +82,8 @@ class piece_writer {
     void write(std::size_t first, std::size_t end, const ::osg::GeometryPtr& geometry);
 
   private:
+    std::array<std::vector<std::uint32_t>, draw_elements::properties>
+    numberColumns(std::size_t first, std::size_t end, span<std::uint32_t> cells);
     std::vector<std::uint32_t> numberColumn(std::size_t property, std::size_t first,
                                             std::size_t end, std::uint32_t* cells);
 

@@ -5,6 +5,8 @@ namespace morva::osg::detail {
 std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
                                            std::vector<std::uint32_t>& corner_numbers) {
     std::vector<counted_column> columns;
+    if (elements.count == 0)
+        return columns;
     for (std::size_t i = 0; i < draw_elements::properties; ++i) {
         if (!elements.has(i))
             continue; // at most one entry, which positions have as soon

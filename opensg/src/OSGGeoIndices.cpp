@@ -86,13 +86,24 @@ Int32 shareIndices(std::vector<UInt32>& indices, const std::vector<element_bytes
     if (properties.empty())
         return 0;
     NumberTable known(indices.size() / stride);
+    UInt32 elements = 0;
+    for (const element_bytes& property : properties)
+        elements = osgMax(elements, property.count);
+    // Most elements are used several times and looked up once. An index is never the largest
+    // number: elements are fewer.
+    const UInt32 unknown = 0xFFFFFFFFu;
+    std::vector<UInt32> first_of(elements, unknown);
     Int32 changed = 0;
     for (std::size_t place = slot; place < indices.size(); place += stride) {
         const UInt32 index = indices[place];
-        const UInt32 first =
-            known.findOrEnter(hashElement(properties, index), index, [&](UInt32 other) {
+        UInt32 first = index < elements ? first_of[index] : unknown;
+        if (first == unknown) {
+            first = known.findOrEnter(hashElement(properties, index), index, [&](UInt32 other) {
                 return other == index || sameElement(properties, index, other);
             });
+            if (index < elements)
+                first_of[index] = first;
+        }
         if (first == index)
             continue;
         indices[place] = first;
