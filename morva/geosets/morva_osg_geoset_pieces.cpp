@@ -6,12 +6,12 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <exception>
 #include <iostream>
 #include <new>
 
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
 
@@ -222,13 +222,8 @@ bool osg_geoset::growForOneMore() {
         if (simple_tris != nullptr)
             convert();
         return true;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
-                  << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Exception in Geoset.AddObject(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.AddObject()." << std::endl;
+        printAddObjectError();
     }
     wished_size = before;
     return false;

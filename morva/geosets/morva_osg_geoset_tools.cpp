@@ -2,9 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <exception>
 #include <iostream>
-#include <new>
 
 #include <OpenSG/OSGGeoFunctions.h>
 
@@ -13,6 +11,7 @@
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
 
@@ -167,12 +166,8 @@ void osg_geoset::setup() {
         if (simple_tris != nullptr)
             convert();
         return;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+        printSetupError();
     }
     // Nothing may look at arrays that are not there.
     size = wished_size = 0;

@@ -5,6 +5,7 @@
 #include <morva/core/morva_osg.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/trees/geoset_access.h>
 
 namespace morva::osg {
@@ -144,12 +145,8 @@ void osg_line_geoset::setup() {
             calc_axis_min_max(0, size - 1);
         calc_bounding_box();
         return;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+        printSetupError();
     }
     size = wished_size = 0;
 }
@@ -270,13 +267,8 @@ bool osg_line_geoset::growForOneMore() {
         low.changePlaces(axis_min);
         high.changePlaces(axis_max);
         return true;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
-                  << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Exception in Geoset.AddObject(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.AddObject()." << std::endl;
+        printAddObjectError();
     }
     wished_size = old_wish;
     return false;

@@ -4,6 +4,7 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
 
@@ -79,12 +80,8 @@ void osg_point_geoset::setup() {
         wished_size = size;
         calc_bounding_box();
         return;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+        printSetupError();
     }
     size = wished_size = 0;
 }

@@ -1,12 +1,11 @@
 // One merge group: its nodes poured into geosets, a batch at a time, and cut into cores.
 
+#include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <exception>
 #include <iostream>
-#include <new>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
@@ -141,12 +140,8 @@ void flushPoints(osg_point_geoset& geoset, const batch_setup& batch) {
     try {
         flush(geoset, batch);
         return;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+        printSetupError();
     }
     geoset.clear();
     prepare(geoset, batch);

@@ -4,11 +4,8 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <iostream>
 #include <limits>
 #include <map>
-#include <new>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
@@ -21,6 +18,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
 
@@ -396,12 +394,8 @@ void fitToTriangles(osg_geoset& geoset) {
         if (lengths != ::osg::NullFC && lengths->size() == 1)
             lengths->setValue(3 * triangles, 0);
         return;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
+        printSetupError();
     }
     geoset.clear();
 }
