@@ -14,7 +14,6 @@ namespace morva::host {
 
 namespace {
 
-constexpr int largest_block = 32 << 20; ///< the most that the C library takes from its heap
 constexpr int later_growth = 64 << 20;
 
 /// Half of the machine's memory, as far as the C library takes a number of bytes.
@@ -36,7 +35,8 @@ void adviseHugePages(char* begin, char* end) {
 } // namespace
 
 void reserveHeap() {
-    mallopt(M_MMAP_THRESHOLD, largest_block);
+    mallopt(M_MMAP_MAX, 0);  // blocks of any size from the heap
+    mallopt(M_ARENA_MAX, 1); // and for all threads
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
     mallopt(M_TOP_PAD, bytesToReserve());
     char* const begin = static_cast<char*>(sbrk(0));
