@@ -157,6 +157,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
     if (setup.numthreads > 1) {
         task_list<cacheoptMTArguments> tasks(handler, CacheOptMultithread);
         std::vector<std::uint64_t> work;
+        work.reserve(nodes.size());
         for (const ::osg::NodePtr& node : nodes)
             work.push_back(elementsOf({node}));
         for (const std::size_t place : largestFirst(work)) {
