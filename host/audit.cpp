@@ -1,5 +1,8 @@
 #include "audit.h"
 
+#include <cmath>
+#include <locale>
+#include <sstream>
 #include <unordered_map>
 #include <utility>
 
@@ -10,6 +13,7 @@
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "geometry_view.h"
+#include "triangle_measures.h"
 
 namespace morva::host {
 
@@ -39,20 +43,36 @@ int idSetOf(const std::string& name, const ::osg::GeometryPtr& core) {
     return core->getTexCoords7() != ::osg::NullFC ? 7 : -1;
 }
 
-/// Triangles of a core by ID; those without a known one count under -1.
-std::map<int, std::uint64_t> countById(const geometry_view& view, int set) {
+/// What is there of a part, or is to be.
+struct amount {
+    std::uint64_t triangles = 0;
+    double area = 0.0;
+};
+
+void add(const amount& more, amount& sum) {
+    sum.triangles += more.triangles;
+    sum.area += more.area;
+}
+
+/// Triangles of a core by ID, and their area where the core stands, if wanted; those without a
+/// known ID count under -1.
+std::map<int, amount> countById(const geometry_view& view, int set, const placement* world) {
+    const std::vector<::osg::Pnt3f> moved =
+        world != nullptr ? placed(view, world) : std::vector<::osg::Pnt3f>();
     const auto names = static_cast<float>(morva::osg::getIDmapHandler().names.size());
     const attribute_view* ids = set >= 0 ? &view.coordinates[set] : nullptr;
-    std::map<int, std::uint64_t> counts;
-    std::uint64_t* last = nullptr; // runs of one part are long
+    std::map<int, amount> counts;
+    amount* last = nullptr; // runs of one part are long
     int last_id = 0;
-    forEachTriangle(view, [&](std::uint32_t a, auto, auto) {
+    forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         const float read = ids != nullptr && ids->present() ? *ids->at(view.index(*ids, a)) : -1.F;
         const int id = read >= 0.F && read < names ? static_cast<int>(read) : -1;
         if (last == nullptr || id != last_id)
             last = &counts[id];
         last_id = id;
-        ++*last;
+        ++last->triangles;
+        if (world != nullptr)
+            last->area += triangleArea(view, moved, a, b, c);
     });
     return counts;
 }
@@ -80,14 +100,14 @@ std::vector<id_record> idsOfRun() {
 }
 
 core_record recordOf(const std::string& name, const std::vector<int>& ids,
-                     const std::map<int, std::uint64_t>& counts) {
+                     const std::map<int, amount>& counts) {
     core_record record;
     record.name = name;
-    for (const auto& [id, triangles] : counts)
-        record.triangles += triangles;
+    for (const auto& [id, counted] : counts)
+        record.triangles += counted.triangles;
     for (const int id : ids) {
         const auto counted = counts.find(id);
-        record.ids.emplace_back(id, counted != counts.end() ? counted->second : 0);
+        record.ids.emplace_back(id, counted != counts.end() ? counted->second.triangles : 0);
     }
     return record;
 }
@@ -125,29 +145,82 @@ void compareReordered(const audit_plan& plan, const ::osg::NodePtr& result,
     }
 }
 
-using ranges_by_name = std::map<std::string, std::pair<std::uint64_t, std::uint64_t>>;
+/// What is to come out under one name.
+struct expectation {
+    std::uint64_t least = 0, most = 0;
+    double area = 0.0;
+    bool cut = false;  ///< or more, as pieces
+    bool open = false; ///< less area as well
+};
 
-ranges_by_name expectedByName(const audit_plan& plan) {
-    ranges_by_name expected;
-    for (const audited_part& part : plan.parts) {
-        auto& range = expected[part.renamed ? renamed_parts : part.name];
-        range.first += part.least;
-        range.second += part.most;
-    }
+void add(const audited_part& part, expectation& sum) {
+    sum.least += part.least;
+    sum.most += part.most;
+    sum.area += part.area;
+    sum.cut = sum.cut || part.cut;
+    sum.open = sum.open || part.fate == part_fate::open;
+}
+
+std::map<std::string, expectation> expectedByName(const audit_plan& plan) {
+    std::map<std::string, expectation> expected;
+    for (const audited_part& part : plan.parts)
+        add(part, expected[part.renamed ? renamed_parts : part.name]);
     return expected;
 }
 
-void compareByName(const ranges_by_name& expected, audit_verdict& verdict) {
-    for (const auto& [name, range] : expected) {
-        const auto found = verdict.out_by_name.find(name);
-        const std::uint64_t out = found != verdict.out_by_name.end() ? found->second : 0;
-        if (out >= range.first && out <= range.second)
-            continue;
+bool isRightCount(const expectation& expected, const amount& out) {
+    return out.triangles >= expected.least && (out.triangles <= expected.most || expected.cut);
+}
+
+/// Cutting rounds the middles of edges: a ten-thousandth covers parts far from the origin.
+bool isRightArea(const expectation& expected, const amount& out) {
+    return !expected.cut || expected.open ||
+           std::abs(out.area - expected.area) <= 1e-4 * expected.area;
+}
+
+std::string textOfArea(double area) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << area;
+    return text.str();
+}
+
+/// Compares what came out under one name, or in all, and says what is wrong.
+void compare(const expectation& expected, const amount& out, bool areas, const std::string& who,
+             std::vector<std::string>& differences) {
+    if (!isRightCount(expected, out))
+        differences.push_back(who + ": " + std::to_string(expected.most) +
+                              (expected.cut ? " triangles or more" : " triangles") + " expected, " +
+                              std::to_string(out.triangles) + " came out");
+    else if (areas && !isRightArea(expected, out))
+        differences.push_back(who + ": cut into pieces, an area of " + textOfArea(expected.area) +
+                              " went in, but " + textOfArea(out.area) + " came out");
+}
+
+void compareByName(const std::map<std::string, expectation>& expected,
+                   const std::map<std::string, amount>& out, bool areas, audit_verdict& verdict) {
+    for (const auto& [name, sums] : expected) {
+        const auto found = out.find(name);
         const std::string who =
             name == renamed_parts ? "parts in a new draw order" : "part '" + name + "'";
-        verdict.differences.push_back(who + ": " + std::to_string(range.second) +
-                                      " triangles expected, " + std::to_string(out) + " came out");
+        compare(sums, found != out.end() ? found->second : amount(), areas, who,
+                verdict.differences);
     }
+}
+
+/// Compares all that came out.
+void compareSums(const audit_plan& plan, const amount& out, audit_verdict& verdict) {
+    expectation all;
+    for (const audited_part& part : plan.parts)
+        add(part, all);
+    if (!isRightCount(all, out))
+        verdict.differences.push_back(std::to_string(verdict.in) + " triangles went in, " +
+                                      std::to_string(verdict.degenerate) +
+                                      " of them degenerate and " +
+                                      std::to_string(verdict.left_out) + " left out by rule, but " +
+                                      std::to_string(out.triangles) + " came out");
+    else if (plan.areas && !plan.by_part)
+        compare(all, out, true, "all parts", verdict.differences);
 }
 
 void sumUp(const audit_plan& plan, audit_verdict& verdict) {
@@ -158,6 +231,7 @@ void sumUp(const audit_plan& plan, audit_verdict& verdict) {
         verdict.left_out += part.fate == part_fate::left_out ? part.triangles : 0;
         verdict.least += part.least;
         verdict.most += part.most;
+        verdict.cut = verdict.cut || part.cut;
     }
 }
 
@@ -167,24 +241,28 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     audit_verdict verdict;
     verdict.by_part = plan.by_part;
     sumUp(plan, verdict);
-    const ranges_by_name expected = expectedByName(plan);
+    const auto expected = expectedByName(plan);
     const auto ids_of = plan.has_ids ? idsByCore() : decltype(idsByCore())();
     if (plan.has_ids)
         verdict.ids = idsOfRun();
 
+    amount sum;
+    std::map<std::string, amount> out_by_name;
     std::vector<::osg::NodePtr> nodes;
     collectGeometry(result, nodes);
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
         const std::string name = nameOf(node);
-        const auto counts = countById(geometry_view(core), plan.has_ids ? idSetOf(name, core) : -1);
-        for (const auto& [id, triangles] : counts) {
-            verdict.out += triangles;
+        const placement world(node);
+        const auto counts = countById(geometry_view(core), plan.has_ids ? idSetOf(name, core) : -1,
+                                      plan.areas ? &world : nullptr);
+        for (const auto& [id, counted] : counts) {
+            add(counted, sum);
             if (!plan.by_part)
                 continue;
             const std::string& own = expected.count(name) != 0 ? name : renamed_parts;
-            verdict.out_by_name[id >= 0 ? verdict.ids[static_cast<std::size_t>(id)].name : own] +=
-                triangles;
+            add(counted,
+                out_by_name[id >= 0 ? verdict.ids[static_cast<std::size_t>(id)].name : own]);
         }
         if (plan.has_ids) {
             const auto ids = ids_of.find(name);
@@ -192,15 +270,13 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
                 recordOf(name, ids != ids_of.end() ? ids->second : std::vector<int>(), counts));
         }
     }
+    verdict.out = sum.triangles;
+    for (const auto& [name, out] : out_by_name)
+        verdict.out_by_name[name] = out.triangles;
     if (plan.by_part)
-        compareByName(expected, verdict);
+        compareByName(expected, out_by_name, plan.areas, verdict);
     compareReordered(plan, result, verdict);
-    if (verdict.out < verdict.least || verdict.out > verdict.most)
-        verdict.differences.push_back(std::to_string(verdict.in) + " triangles went in, " +
-                                      std::to_string(verdict.degenerate) +
-                                      " of them degenerate and " +
-                                      std::to_string(verdict.left_out) + " left out by rule, but " +
-                                      std::to_string(verdict.out) + " came out");
+    compareSums(plan, sum, verdict);
     return verdict;
 }
 

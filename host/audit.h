@@ -15,6 +15,9 @@
 // optimiser's own: they are checked together, and their triangles one by one. Where degenerate
 // triangles were dropped the new order may show a triangle twice and leave another out; that is
 // told, and is no failure.
+//
+// Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
+// those at least as many triangles must come out as went in, with the same area.
 
 #include <cstdint>
 #include <map>
@@ -43,6 +46,8 @@ struct audited_part {
     std::uint64_t triangles = 0;
     std::uint64_t degenerate = 0;      ///< of those, dropped if the part is merged
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
+    double area = 0.0;                 ///< of what is to come out, if the plan compares areas
+    bool cut = false;                  ///< more than `most` may come out, as pieces
     bool renamed = false;              ///< comes out under another name, see above
 };
 
@@ -50,6 +55,7 @@ struct audit_plan {
     std::vector<audited_part> parts;
     bool has_ids = false; ///< the run writes IDs
     bool by_part = false; ///< and they tell each part, so that each can be checked
+    bool areas = false;   ///< some part is cut, and the output is in the world
     print_list reordered; ///< triangles of the parts that are carried over in a new draw order
 };
 
@@ -71,6 +77,7 @@ struct audit_verdict {
     std::uint64_t in = 0, degenerate = 0, left_out = 0;
     std::uint64_t least = 0, most = 0, out = 0;
     bool by_part = false;
+    bool cut = false;                     ///< more than `most` may have come out, as pieces
     std::vector<std::string> differences; ///< one sentence each; empty: the audit is passed
     std::vector<std::string> notes;       ///< what is odd and no failure, one sentence each
     std::map<std::string, std::uint64_t> out_by_name; ///< triangles per part name, if `by_part`

@@ -6,7 +6,6 @@
 #include <set>
 
 #include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGMatrix.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
@@ -14,6 +13,7 @@
 
 #include "geometry_view.h"
 #include "parallel.h"
+#include "triangle_measures.h"
 
 namespace morva::host {
 
@@ -32,6 +32,7 @@ struct run_rules {
         one_material = flag("mostusedmaterial") || one_geometry;
         writes_ids = !setup.idmap.empty() || flag("idmapinroot");
         reorders = merges && setup.cacheopt && limit <= 10;
+        cut_limit = merges ? setup.optimizetc : 0;
     }
 
     std::map<std::string, std::string> keys;
@@ -41,6 +42,7 @@ struct run_rules {
     bool reorders;       ///< the draw order is rebuilt
     bool open;           ///< stages that make or remove triangles
     bool moves_switches; ///< parts below switches may come to light
+    int cut_limit;       ///< coordinates beyond it are cut; 0 or below: none
 
   private:
     bool flag(const char* key) const {
@@ -145,28 +147,49 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
 /// What counting one part needs, free of the scene graph.
 struct counting_task {
     const geometry_view* view;
-    float matrix[4][3];
+    placement world;
     bool to_world;
 };
 
 /// Triangles of a part and how many of them are degenerate where the merge will see them.
 void countPart(const counting_task& task, audited_part& part) {
     const geometry_view& view = *task.view;
-    const auto& m = task.matrix;
-    std::vector<::osg::Pnt3f> moved(view.runs.empty() ? 0 : view.positions.count);
-    for (std::uint32_t i = 0; i < moved.size(); ++i) {
-        const float* p = view.positions.at(i);
-        for (::osg::UInt32 row = 0; row < 3; ++row)
-            moved[i][row] = task.to_world
-                                ? m[0][row] * p[0] + m[1][row] * p[1] + m[2][row] * p[2] + m[3][row]
-                                : p[row];
-    }
-    const auto point = [&](std::uint32_t corner) -> const ::osg::Pnt3f& {
-        return moved[view.index(view.positions, corner)];
-    };
+    const std::vector<::osg::Pnt3f> moved = placed(view, task.to_world ? &task.world : nullptr);
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         ++part.triangles;
-        part.degenerate += morva::osg::is_rogue(point(a), point(b), point(c)) ? 1 : 0;
+        part.degenerate += isDegenerate(view, moved, a, b, c) ? 1 : 0;
+    });
+}
+
+/// Area of a part in the world, as it is to come out.
+double areaOf(const counting_task& task, const audited_part& part) {
+    const geometry_view& view = *task.view;
+    const std::vector<::osg::Pnt3f> moved = placed(view, &task.world);
+    double area = 0.0;
+    forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+        if (part.fate == part_fate::carried || !isDegenerate(view, moved, a, b, c))
+            area += triangleArea(view, moved, a, b, c);
+    });
+    return area;
+}
+
+/// Whether the merge may cut a part: some triangle's coordinates reach beyond the limit, and they
+/// are kept.
+bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_rules& rules) {
+    return rules.cut_limit > 0 && reachesBeyond(view, rules.cut_limit) &&
+           (!rules.setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
+}
+
+/// Notes the area of each part if the output can be compared by it.
+void measureAreas(const std::vector<counting_task>& tasks, const run_rules& rules,
+                  audit_plan& plan) {
+    const auto cut = [](const audited_part& part) { return part.cut; };
+    plan.areas = rules.setup.toworld && std::any_of(plan.parts.begin(), plan.parts.end(), cut);
+    if (!plan.areas)
+        return;
+    runParallel(tasks.size(), [&](std::size_t i) {
+        if (plan.parts[i].fate != part_fate::left_out)
+            plan.parts[i].area = areaOf(tasks[i], plan.parts[i]);
     });
 }
 
@@ -202,12 +225,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     for (const named_part& part : parts) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(part.node->getCore());
         const bool reordered = isReordered(part.node, lists, rules);
-        counting_task task{&views.of(core), {}, rules.setup.toworld && !reordered};
-        const ::osg::Matrix matrix = part.node->getToWorld();
-        for (::osg::UInt32 column = 0; column < 4; ++column)
-            for (::osg::UInt32 row = 0; row < 3; ++row)
-                task.matrix[column][row] = matrix[column][row];
-        tasks.push_back(task);
+        tasks.push_back({&views.of(core), placement(part.node), rules.setup.toworld && !reordered});
         audited_part entry;
         entry.name = part.name;
         entry.original_name = part.original_name;
@@ -224,12 +242,15 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
             plan.parts[i].fate = part_fate::left_out;
             plan.parts[i].least = plan.parts[i].most = 0;
         }
+        audited_part& part = plan.parts[i];
+        part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
+                   mayBeCut(*tasks[i].view, parts[i].node, rules);
         // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        const audited_part& part = plan.parts[i];
         if (rules.reorders && part.fate == part_fate::carried &&
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
+    measureAreas(tasks, rules, plan);
     return plan;
 }
 

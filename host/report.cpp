@@ -57,7 +57,8 @@ std::string auditLine(const audit_verdict& verdict) {
     std::string text = "audit: " + withCommas(verdict.in) + " triangles in, " +
                        withCommas(verdict.degenerate) + " degenerate, " +
                        withCommas(verdict.left_out) + " left out by rule, " +
-                       withCommas(verdict.out) + " out: ";
+                       withCommas(verdict.out) +
+                       (verdict.cut && verdict.out > verdict.most ? " out in pieces: " : " out: ");
     text += verdict.differences.empty() ? "passed" : "FAILED";
     return text + (verdict.by_part ? ", part by part\n" : "\n");
 }
@@ -121,11 +122,10 @@ struct name_index {
 ordered_json jsonOfParts(const run_report& report, const name_index& index) {
     ordered_json list = ordered_json::array();
     for (const audited_part& part : report.plan->parts) {
-        ordered_json entry = {{"name", validUtf8(part.name)},
-                              {"original_name", validUtf8(part.original_name)},
-                              {"fate", textOf(part.fate)},
-                              {"triangles", part.triangles},
-                              {"degenerate", part.degenerate}};
+        ordered_json entry = {
+            {"name", validUtf8(part.name)},  {"original_name", validUtf8(part.original_name)},
+            {"fate", textOf(part.fate)},     {"triangles", part.triangles},
+            {"degenerate", part.degenerate}, {"may_be_cut", part.cut}};
         const auto out = report.verdict->out_by_name.find(part.name);
         const bool alone = index.parts_of.at(part.name).size() == 1 && !part.renamed;
         if (report.verdict->by_part && alone)

@@ -1,0 +1,88 @@
+#include "triangle_measures.h"
+
+#include <algorithm>
+#include <cmath>
+
+#include <OpenSG/OSGMatrix.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/textures/morva_osg_texcoords.h>
+
+namespace morva::host {
+
+namespace {
+
+constexpr int wrap_limit = 50; ///< of the merge: coordinates beyond it keep their fraction alone
+
+const ::osg::Pnt3f& pointAt(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
+                            std::uint32_t corner) {
+    return moved[view.index(view.positions, corner)];
+}
+
+::osg::Vec2f coordinatesAt(const geometry_view& view, std::uint32_t corner) {
+    const attribute_view& set = view.coordinates[0];
+    const float* values = set.at(view.index(set, corner));
+    return {values[0], values[1]};
+}
+
+} // namespace
+
+placement::placement(const ::osg::NodePtr& node) {
+    const ::osg::Matrix world = node->getToWorld();
+    for (::osg::UInt32 column = 0; column < 4; ++column)
+        for (::osg::UInt32 row = 0; row < 3; ++row)
+            matrix[column][row] = world[column][row];
+}
+
+std::vector<::osg::Pnt3f> placed(const geometry_view& view, const placement* to) {
+    std::vector<::osg::Pnt3f> moved(view.runs.empty() ? 0 : view.positions.count);
+    for (std::uint32_t i = 0; i < moved.size(); ++i) {
+        const float* p = view.positions.at(i);
+        for (::osg::UInt32 row = 0; row < 3; ++row)
+            moved[i][row] = to != nullptr ? to->matrix[0][row] * p[0] + to->matrix[1][row] * p[1] +
+                                                to->matrix[2][row] * p[2] + to->matrix[3][row]
+                                          : p[row];
+    }
+    return moved;
+}
+
+bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
+                  std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    return morva::osg::is_rogue(pointAt(view, moved, a), pointAt(view, moved, b),
+                                pointAt(view, moved, c));
+}
+
+double triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
+                    std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    const ::osg::Pnt3f& origin = pointAt(view, moved, a);
+    double u[3], v[3];
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+        u[axis] = double{pointAt(view, moved, b)[axis]} - double{origin[axis]};
+        v[axis] = double{pointAt(view, moved, c)[axis]} - double{origin[axis]};
+    }
+    const double x = u[1] * v[2] - u[2] * v[1];
+    const double y = u[2] * v[0] - u[0] * v[2];
+    const double z = u[0] * v[1] - u[1] * v[0];
+    return std::sqrt(x * x + y * y + z * z) / 2.0;
+}
+
+bool reachesBeyond(const geometry_view& view, int limit) {
+    if (!view.coordinates[0].present())
+        return false;
+    bool beyond = false;
+    forEachTriangle(view, [&](std::uint32_t first, std::uint32_t second, std::uint32_t third) {
+        if (beyond)
+            return;
+        ::osg::Vec2f a = coordinatesAt(view, first);
+        ::osg::Vec2f b = coordinatesAt(view, second);
+        ::osg::Vec2f c = coordinatesAt(view, third);
+        morva::osg::roundTCToInteger(a, b, c);
+        morva::osg::getTCPositiv(a, b, c);
+        morva::osg::getTCNearToZero(a, b, c);
+        morva::osg::cutTC(a, b, c, wrap_limit);
+        beyond = std::max({a[0], b[0], c[0], a[1], b[1], c[1]}) > static_cast<float>(limit);
+    });
+    return beyond;
+}
+
+} // namespace morva::host

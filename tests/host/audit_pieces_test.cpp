@@ -1,0 +1,90 @@
+// Parts that the merge cuts at their texture coordinates: any number of pieces, the same area.
+
+#include <gtest/gtest.h>
+
+#include <morva/driver/morva_osg_scenerebuild.h>
+
+#include "audit.h"
+#include "tests/support/scene_builders.h"
+#include "tests/support/stream_capture.h"
+
+namespace morva_test {
+namespace {
+
+using texts = std::vector<std::string>;
+
+/// A tiled floor of two triangles, an untiled wall, and a wild plate without image.
+::osg::NodePtr tiledRoom() {
+    const ::osg::MaterialPtr tiles = chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2));
+    const auto plate = [](float u, float v) {
+        mesh_data mesh = quads(1);
+        mesh.coordinates = {{0, 0}, {u, 0}, {u, v}, {0, v}};
+        return mesh;
+    };
+    return group({moved({500, 0, 0}, {named("floor", meshNode(plate(9, 7.5f), tiles))}),
+                  named("wall", meshNode(plate(1, 1), tiles)),
+                  named("plate", meshNode(plate(30, 30), simple({1, 0, 0})))});
+}
+
+struct cut_run {
+    node_ref root, result;
+    morva::host::audit_plan plan;
+    morva::host::audit_verdict verdict;
+};
+
+cut_run runCut(const std::string& parameters) {
+    const stream_capture out(std::cout);
+    cut_run run;
+    run.root = node_ref(tiledRoom());
+    const auto parts = morva::host::namedParts(run.root.get(), true);
+    run.plan = morva::host::planAudit(run.root.get(), parts, parameters);
+    run.result = node_ref(morva::osg::optTree(run.root.get(), parameters));
+    run.verdict = morva::host::judge(run.plan, run.result.get());
+    return run;
+}
+
+TEST(AuditOfPieces, PassesPartsThatAreCut) {
+    for (const std::string parameters :
+         {"maxtris(100)", "maxtris(100),idmapinroot(true)", "maxtris(100),toworld(false)",
+          "maxtris(100),optimizetc(4),idmapinroot(true)", "onegeometry(true)"}) {
+        SCOPED_TRACE(parameters);
+        const cut_run run = runCut(parameters);
+        EXPECT_EQ(run.verdict.differences, texts{});
+        EXPECT_GT(run.verdict.out, 6U + 4U) << "the floor must be cut";
+    }
+    for (const std::string parameters :
+         {"maxtris(100),optimizetc(-1)", "maxtris(100),optimizetc(9)"}) {
+        const cut_run run = runCut(parameters);
+        EXPECT_EQ(run.verdict.differences, texts{});
+        EXPECT_EQ(run.verdict.out, 6U);
+    }
+    // Only coordinates that an image needs, and that reach too far, can have a part cut.
+    const cut_run run = runCut("maxtris(100)");
+    ASSERT_EQ(run.plan.parts.size(), 3U);
+    EXPECT_TRUE(run.plan.parts[0].cut);
+    EXPECT_FALSE(run.plan.parts[1].cut);
+    EXPECT_FALSE(run.plan.parts[2].cut);
+}
+
+TEST(AuditOfPieces, SeesAPieceThatIsNotWhatItWas) {
+    for (const char* parameters :
+         {"opt(0),maxtris(100)", "opt(0),maxtris(100),idmapinroot(true)"}) {
+        for (const float x : {0.0F, 9.0F}) { // a piece that shrinks, or grows
+            SCOPED_TRACE(testing::Message() << parameters << ", " << x);
+            cut_run run = runCut(parameters);
+            for (const ::osg::NodePtr& node : geometryNodes(run.result.get())) {
+                const ::osg::GeoPositionsPtr points = coreOf(node)->getPositions();
+                if (points->size() > 30) // the floor's
+                    points->setValue(points->getValue(1) + ::osg::Vec3f(0, 0, x), 0);
+            }
+            const auto verdict = morva::host::judge(run.plan, run.result.get());
+            ASSERT_EQ(verdict.differences.size(), 1U);
+            EXPECT_NE(verdict.differences[0].find(": cut into pieces, an area of "),
+                      std::string::npos)
+                << verdict.differences[0];
+        }
+    }
+}
+
+} // namespace
+} // namespace morva_test
