@@ -1,6 +1,6 @@
 // What the cache optimisers do when memory runs out: each larger allocation fails, one a run.
 
-#include "tests/support/failing_allocations.h"
+#include "tests/support/shortage.h"
 
 #include <gtest/gtest.h>
 
@@ -35,9 +35,9 @@ TEST(DrawOrderMemory, GivesWhatWasFinishedAndLeavesNothingBehind) {
             const stream_capture out(std::cout);
             ::osg::NodePtr result;
             try {
-                const allocation_failure one(index);
+                const shortage one(index, 1, 1024);
                 result = morva::osg::optimizeCache(source.get(), aboveLimit, 300, false);
-                failed = one.happened();
+                failed = shortage::happened();
             } catch (const std::bad_alloc&) {
                 continue; // while the source was given its index
             }

@@ -9,8 +9,8 @@
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <sstream>
-#include <unordered_map>
 
 namespace morva_test {
 
@@ -27,20 +27,14 @@ std::int32_t orderOf(float value) {
     return bits >= 0 ? bits : std::numeric_limits<std::int32_t>::min() - bits;
 }
 
-int compare(const world_corner& a, const world_corner& b) {
-    for (std::size_t i = 0; i < a.values.size(); ++i) {
-        const std::int32_t left = orderOf(a.values[i]), right = orderOf(b.values[i]);
-        if (left != right)
-            return left < right ? -1 : 1;
-    }
-    return 0;
-}
-
 int compare(const world_triangle& a, const world_triangle& b) {
     for (std::size_t k = 0; k < 3; ++k) {
-        const int order = compare(a.corners[k], b.corners[k]);
-        if (order != 0)
-            return order;
+        for (std::size_t i = 0; i < a.corners[k].values.size(); ++i) {
+            const std::int32_t left = orderOf(a.corners[k].values[i]);
+            const std::int32_t right = orderOf(b.corners[k].values[i]);
+            if (left != right)
+                return left < right ? -1 : 1;
+        }
     }
     return 0;
 }
@@ -88,17 +82,6 @@ struct world_frame {
     }
 };
 
-void readCoordinates(const ::osg::TriangleIterator& it, ::osg::Int32 k, world_corner& corner) {
-    const std::size_t at = world_corner::coordinates_at;
-    put(corner, at, it.getTexCoords(k), 2);
-    put(corner, at + 2, it.getTexCoords1(k), 2);
-    put(corner, at + 4, it.getTexCoords2(k), 2);
-    put(corner, at + 6, it.getTexCoords3(k), 2);
-    put(corner, at + 8, it.getTexCoords4(k), 2);
-    put(corner, at + 10, it.getTexCoords5(k), 2);
-    put(corner, at + 12, it.getTexCoords6(k), 2);
-}
-
 world_corner readCorner(const ::osg::TriangleIterator& it, ::osg::Int32 k, const world_frame& frame,
                         const mesh_choice& choice) {
     world_corner corner;
@@ -109,8 +92,16 @@ world_corner readCorner(const ::osg::TriangleIterator& it, ::osg::Int32 k, const
         put(corner, world_corner::color_at, it.getColor(k), 3);
         put(corner, world_corner::color_at + 3, it.getSecondaryColor(k), 3);
     }
-    if (choice.coordinates)
-        readCoordinates(it, k, corner);
+    if (choice.coordinates) {
+        const std::size_t at = world_corner::coordinates_at;
+        put(corner, at, it.getTexCoords(k), 2);
+        put(corner, at + 2, it.getTexCoords1(k), 2);
+        put(corner, at + 4, it.getTexCoords2(k), 2);
+        put(corner, at + 6, it.getTexCoords3(k), 2);
+        put(corner, at + 8, it.getTexCoords4(k), 2);
+        put(corner, at + 10, it.getTexCoords5(k), 2);
+        put(corner, at + 12, it.getTexCoords6(k), 2);
+    }
     if (choice.ids)
         put(corner, world_corner::id_at, it.getTexCoords7(k), 1);
     return corner;
@@ -126,9 +117,8 @@ void collect(const ::osg::NodePtr& node, const mesh_choice& choice, world_mesh& 
                 choice.dropped(it.getPosition(0), it.getPosition(1), it.getPosition(2)))
                 continue;
             world_triangle triangle;
-            for (std::size_t k = 0; k < 3; ++k) {
+            for (std::size_t k = 0; k < 3; ++k)
                 triangle.corners[k] = readCorner(it, static_cast<::osg::Int32>(k), frame, choice);
-            }
             mesh.push_back(lowest(triangle));
         }
     }
@@ -148,16 +138,13 @@ std::string inWords(const char* headline, const world_triangle& triangle) {
     return text.str();
 }
 
-bool near(float a, float b, float tolerance) {
-    return orderOf(a) == orderOf(b) || std::abs(a - b) <= tolerance;
-}
-
 bool near(const world_corner& a, const world_corner& b, const mesh_tolerance& tolerance) {
     for (std::size_t i = 0; i < a.values.size(); ++i) {
         const float allowed = i < world_corner::normal_at  ? tolerance.position
                               : i < world_corner::color_at ? tolerance.normal
                                                            : tolerance.other;
-        if (!near(a.values[i], b.values[i], allowed))
+        if (orderOf(a.values[i]) != orderOf(b.values[i]) &&
+            !(std::abs(a.values[i] - b.values[i]) <= allowed))
             return false;
     }
     return true;
@@ -175,73 +162,17 @@ bool near(const world_triangle& a, const world_triangle& b, const mesh_tolerance
     return false;
 }
 
-/// Triangles by the cell of their centre. Centres of partners differ by at most the tolerance of
-/// positions, so that partners stand in cells side by side.
-class centre_grid {
-  public:
-    centre_grid(const world_mesh& all, float position_tolerance)
-        : mesh(all), side(4.0 * static_cast<double>(position_tolerance)) {
-        for (std::size_t i = 0; i < mesh.size(); ++i)
-            cells[keyOf(cellOf(mesh[i]))].push_back(i);
+/// Where a triangle's centre lies along a slanting line: partners lie close together there.
+double placeOf(const world_triangle& t) {
+    const double slant[3] = {0.83, 1.0, 0.71};
+    double place = 0.0;
+    for (const world_corner& corner : t.corners) {
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            place += slant[axis] * static_cast<double>(corner.values[axis]) / 3.0;
     }
-
-    /// Takes out a partner of `wanted`; false if there is none.
-    bool take(const world_triangle& wanted, const mesh_tolerance& tolerance) {
-        const cell centre = cellOf(wanted);
-        for (int step = 0; step < 27; ++step) {
-            const cell beside = {centre[0] + step % 3 - 1, centre[1] + step / 3 % 3 - 1,
-                                 centre[2] + step / 9 - 1};
-            const auto found = cells.find(keyOf(beside));
-            if (found == cells.end())
-                continue;
-            std::vector<std::size_t>& here = found->second;
-            for (std::size_t& candidate : here) {
-                if (!near(wanted, mesh[candidate], tolerance))
-                    continue;
-                candidate = here.back();
-                here.pop_back();
-                return true;
-            }
-        }
-        return false;
-    }
-
-    /// Some triangle that nobody took, or null.
-    const world_triangle* left() const {
-        for (const auto& entry : cells) {
-            if (!entry.second.empty())
-                return &mesh[entry.second.front()];
-        }
-        return nullptr;
-    }
-
-  private:
-    using cell = std::array<std::int64_t, 3>;
-
-    cell cellOf(const world_triangle& t) const {
-        cell c{};
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const double sum = static_cast<double>(t.corners[0].values[axis]) +
-                               static_cast<double>(t.corners[1].values[axis]) +
-                               static_cast<double>(t.corners[2].values[axis]);
-            const double place = std::floor(sum / 3.0 / side);
-            // What is not finite or far beyond every scene shares one cell.
-            c[axis] = std::abs(place) < 1e15 ? static_cast<std::int64_t>(place) : 0;
-        }
-        return c;
-    }
-    /// Cells that share a key only cost comparisons.
-    static std::uint64_t keyOf(const cell& c) {
-        std::uint64_t key = 0;
-        for (const std::int64_t at : c)
-            key = (key ^ static_cast<std::uint64_t>(at)) * 0x9e3779b97f4a7c15U;
-        return key;
-    }
-
-    const world_mesh& mesh;
-    double side;
-    std::unordered_map<std::uint64_t, std::vector<std::size_t>> cells;
-};
+    // What is not finite or far beyond every scene shares one place.
+    return std::abs(place) < 1e15 ? place : 0.0;
+}
 
 } // namespace
 
@@ -273,34 +204,38 @@ std::string firstDifference(const world_mesh& expected, const world_mesh& actual
 
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual,
                             const mesh_tolerance& tolerance) {
-    centre_grid grid(actual, tolerance.position);
-    for (const world_triangle& triangle : expected) {
-        if (!grid.take(triangle, tolerance))
-            return inWords("missing:", triangle);
+    std::multimap<double, const world_triangle*> left;
+    for (const world_triangle& triangle : actual)
+        left.emplace(placeOf(triangle), &triangle);
+    const double reach = 4.0 * static_cast<double>(tolerance.position);
+    for (const world_triangle& wanted : expected) {
+        auto partner = left.lower_bound(placeOf(wanted) - reach);
+        const auto end = left.upper_bound(placeOf(wanted) + reach);
+        while (partner != end && !near(wanted, *partner->second, tolerance))
+            ++partner;
+        if (partner == end)
+            return inWords("missing:", wanted);
+        left.erase(partner);
     }
-    const world_triangle* left = grid.left();
-    return left != nullptr ? inWords("too many:", *left) : "";
+    return left.empty() ? "" : inWords("too many:", *left.begin()->second);
 }
 
 mesh_summary summaryOf(const world_mesh& mesh) {
     mesh_summary summary;
     summary.triangles = mesh.size();
-    for (std::size_t i = 0; i < mesh.size(); ++i) {
-        double u[3], v[3];
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            const double a = static_cast<double>(mesh[i].corners[0].values[axis]);
-            u[axis] = static_cast<double>(mesh[i].corners[1].values[axis]) - a;
-            v[axis] = static_cast<double>(mesh[i].corners[2].values[axis]) - a;
-            for (std::size_t k = 0; k < 3; ++k) {
-                const float at = mesh[i].corners[k].values[axis];
-                if (i == 0 && k == 0)
+    for (const world_triangle& triangle : mesh) {
+        ::osg::Pnt3d p[3];
+        for (std::size_t k = 0; k < 3; ++k) {
+            for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+                const float at = triangle.corners[k].values[axis];
+                if (&triangle == mesh.data() && k == 0)
                     summary.min[axis] = summary.max[axis] = at;
                 summary.min[axis] = std::min(summary.min[axis], at);
                 summary.max[axis] = std::max(summary.max[axis], at);
+                p[k][axis] = static_cast<double>(at);
             }
         }
-        summary.area += 0.5 * std::hypot(u[1] * v[2] - u[2] * v[1], u[2] * v[0] - u[0] * v[2],
-                                         u[0] * v[1] - u[1] * v[0]);
+        summary.area += 0.5 * (p[1] - p[0]).cross(p[2] - p[0]).length();
     }
     return summary;
 }

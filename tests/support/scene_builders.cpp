@@ -41,23 +41,18 @@ typename Property::Ptr propertyOf(const std::vector<Value>& values) {
 
 /// A length that the mode can be cut into without a rest.
 unsigned wholeLength(unsigned mode, unsigned about) {
-    switch (mode) {
-    case 0:
-        return about;
-    case 1:
-        return about * 2;
-    case 2:
-    case 3:
-        return about + 2;
-    case 4:
-        return about * 3;
-    case 7:
-        return about * 4;
-    case 8:
-        return about * 2 + 4;
-    default:
-        return about + 3;
-    }
+    const unsigned factor[10] = {1, 2, 1, 1, 3, 1, 1, 4, 2, 1};
+    const unsigned more[10] = {0, 0, 2, 2, 0, 3, 3, 0, 4, 3};
+    return about * factor[mode] + more[mode];
+}
+
+/// One primitive, whose vertices stand where `place` puts them.
+template <typename Place> mesh_data oneRun(unsigned mode, std::size_t vertices, Place place) {
+    mesh_data mesh;
+    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
+    for (std::size_t i = 0; i < vertices; ++i)
+        mesh.positions.push_back(place(i));
+    return mesh;
 }
 
 std::vector<::osg::UInt32> randomRows(std::mt19937& rng, std::size_t count, std::size_t rows) {
@@ -80,42 +75,29 @@ mesh_data soup(std::mt19937& rng, std::size_t count) {
 }
 
 mesh_data quads(std::size_t count) {
-    mesh_data mesh;
-    mesh.primitives = {{7, static_cast<unsigned>(4 * count)}};
-    for (std::size_t i = 0; i < count; ++i) {
-        const float x = static_cast<float>(i);
-        mesh.positions.insert(mesh.positions.end(),
-                              {{x, 0, 0}, {x + 1, 0, 0}, {x + 1, 1, 0}, {x, 1, 0}});
-    }
-    return mesh;
+    return oneRun(7, 4 * count, [](std::size_t i) {
+        const std::size_t right = i % 4 == 1 || i % 4 == 2 ? 1 : 0;
+        return ::osg::Pnt3f(static_cast<float>(i / 4 + right), i % 4 < 2 ? 0.0F : 1.0F, 0.0F);
+    });
 }
 
 mesh_data strip(std::size_t vertices, unsigned mode) {
-    mesh_data mesh;
-    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
-    for (std::size_t i = 0; i < vertices; ++i) {
-        mesh.positions.emplace_back(static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0F);
-    }
-    return mesh;
+    return oneRun(mode, vertices, [](std::size_t i) {
+        return ::osg::Pnt3f(static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0F);
+    });
 }
 
 mesh_data fan(std::size_t vertices, unsigned mode) {
-    mesh_data mesh;
-    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
-    for (std::size_t i = 0; i < vertices; ++i) {
+    return oneRun(mode, vertices, [](std::size_t i) {
         const float angle = static_cast<float>(i) * 0.3F;
         const float radius = i == 0 ? 0.0F : 1.0F;
-        mesh.positions.emplace_back(radius * std::cos(angle), radius * std::sin(angle), 0.0F);
-    }
-    return mesh;
+        return ::osg::Pnt3f(radius * std::cos(angle), radius * std::sin(angle), 0.0F);
+    });
 }
 
 mesh_data row(std::size_t vertices, unsigned mode) {
-    mesh_data mesh;
-    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
-    for (std::size_t i = 0; i < vertices; ++i)
-        mesh.positions.emplace_back(static_cast<float>(i), 0.0F, 0.0F);
-    return mesh;
+    return oneRun(mode, vertices,
+                  [](std::size_t i) { return ::osg::Pnt3f(static_cast<float>(i), 0.0F, 0.0F); });
 }
 
 mesh_data cube() {
@@ -204,17 +186,18 @@ mesh_data withIndex(mesh_data mesh, std::mt19937& rng) {
 
 mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
     using ::osg::Geometry;
+    const std::pair<bool, ::osg::UInt16> properties[] = {
+        {mesh.positions.empty(), Geometry::MapPosition},
+        {mesh.normals.empty(), Geometry::MapNormal},
+        {mesh.colors.empty(), Geometry::MapColor},
+        {mesh.secondary.empty(), Geometry::MapSecondaryColor},
+        {mesh.coordinates.empty(), Geometry::MapTexCoords},
+        {mesh.ids.empty(), Geometry::MapTexCoords7}};
     mesh.mapping.clear();
-    const auto enter = [&](bool present, ::osg::UInt16 bit) {
-        if (present)
+    for (const auto& [missing, bit] : properties) {
+        if (!missing)
             mesh.mapping.push_back(bit);
-    };
-    enter(!mesh.positions.empty(), Geometry::MapPosition);
-    enter(!mesh.normals.empty(), Geometry::MapNormal);
-    enter(!mesh.colors.empty(), Geometry::MapColor);
-    enter(!mesh.secondary.empty(), Geometry::MapSecondaryColor);
-    enter(!mesh.coordinates.empty(), Geometry::MapTexCoords);
-    enter(!mesh.ids.empty(), Geometry::MapTexCoords7);
+    }
     if (!mesh.positions.empty()) {
         mesh.indices =
             randomRows(rng, vertexCount(mesh) * mesh.mapping.size(), mesh.positions.size());

@@ -86,6 +86,15 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng);
 /// A triangle run with all twelve properties, each of `count` zeros, but for the one with the map
 /// bit `other`, which has `other_count`.
 ::osg::GeometryPtr everyProperty(unsigned count, unsigned other = 0, unsigned other_count = 0);
+/// A property of another form with the same values; null stays null.
+template <typename Other, typename Role> Role inOtherForm(const Role& usual) {
+    if (usual == ::osg::NullFC)
+        return usual;
+    const auto other = Other::create();
+    for (::osg::UInt32 i = 0; i < usual->size(); ++i)
+        other->addValue(usual->getValue(i));
+    return other;
+}
 /// A node with a mesh as its core.
 ::osg::NodePtr meshNode(const mesh_data& mesh, const ::osg::MaterialPtr& material = ::osg::NullFC);
 ::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children = {});
