@@ -21,24 +21,20 @@ static_assert(sizeof(float_box) == 9 * sizeof(float), "a box is three points");
 static_assert(sizeof(float_triangle) == 9 * sizeof(float), "a triangle is three points");
 static_assert(sizeof(morva::math::transformation_matrix<float>) == 16 * sizeof(float), "16 values");
 
-TEST(Vector, NormalizesAndLeavesNanForNoLength) {
-    float3 v{2, -3, 6};
+TEST(Vector, NormalizesLeavesNanForNoLengthAndPrintsInBrackets) {
+    float3 v{2, -3, 6}, none;
     v.normalize();
-    EXPECT_FLOAT_EQ(v[0], 2.0f / 7);
-    EXPECT_FLOAT_EQ(v[1], -3.0f / 7);
-    EXPECT_FLOAT_EQ(v[2], 6.0f / 7);
-    float3 none;
     none.normalize();
-    for (std::size_t a = 0; a < 3; ++a)
+    const float expected[] = {2.0f / 7, -3.0f / 7, 6.0f / 7};
+    for (std::size_t a = 0; a < 3; ++a) {
+        EXPECT_FLOAT_EQ(v[a], expected[a]);
         EXPECT_TRUE(std::isnan(none[a]));
-}
-
-TEST(Vector, PrintsInBrackets) {
+    }
     std::ostringstream out;
-    out << float3{1, -2.5f, 1e10f};
-    EXPECT_EQ(out.str(), "(1, -2.5, 1e+10)");
     std::wostringstream wide;
+    out << float3{1, -2.5f, 1e10f};
     wide << float3{1, 0, 3};
+    EXPECT_EQ(out.str(), "(1, -2.5, 1e+10)");
     EXPECT_EQ(wide.str(), L"(1, 0, 3)");
 }
 

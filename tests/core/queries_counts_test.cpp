@@ -90,10 +90,10 @@ TEST_F(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
 }
 
 TEST(GetVertexCountOfPrimitiveType, KnowsThreeClasses) {
-    const int classes[] = {-2147483647, -1, 0, 1, 2, 3, 4, 5, 9, 2147483647};
-    const unsigned expected[] = {0, 0, 1, 2, 0, 0, 3, 0, 0, 0};
-    for (std::size_t i = 0; i < 10; ++i)
-        EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(classes[i]), expected[i]) << classes[i];
+    const std::pair<int, unsigned> rows[] = {{-2147483647, 0}, {-1, 0}, {0, 1}, {1, 2}, {2, 0},
+                                             {3, 0},           {4, 3},  {5, 0}, {9, 0}};
+    for (const auto& [type, vertices] : rows)
+        EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(type), vertices) << type;
 }
 
 TEST_F(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
@@ -130,10 +130,10 @@ TEST_F(GeometryQueries, VertexColorsNeedOneEntryInOneNode) {
     const node_ref without(meshNode(quads(1))), with(nodeOf(everyProperty(1)));
     const node_ref hollow(nodeOf(everyProperty(3, ::osg::Geometry::MapColor, 0)));
     node_list nodes;
-    EXPECT_FALSE(morva::osg::hasVertexColors(nodes));
-    nodes = {::osg::NullFC, without.get(), hollow.get()};
-    EXPECT_FALSE(morva::osg::hasVertexColors(nodes));
-    nodes.push_back(with.get());
+    for (const ::osg::NodePtr& node : {::osg::NodePtr(), without.get(), hollow.get(), with.get()}) {
+        EXPECT_FALSE(morva::osg::hasVertexColors(nodes));
+        nodes.push_back(node);
+    }
     EXPECT_TRUE(morva::osg::hasVertexColors(nodes));
 }
 

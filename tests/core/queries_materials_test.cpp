@@ -130,26 +130,22 @@ enum shown { textured, chunk, last, first, chosen, unused, bare };
 
 ::osg::MaterialPtr showing(const ::osg::ImagePtr& image, shown how, unsigned mode,
                            unsigned combine) {
-    switch (how) {
-    case textured: {
+    if (how == textured) {
         const ::osg::SimpleTexturedMaterialPtr material = ::osg::SimpleTexturedMaterial::create();
         material->setImage(image);
         material->setEnvMode(mode);
         return material;
     }
-    case last:
+    if (how == last)
         return ofChunks({texture(imageOf(rgba, 1, 1, 0)), texture(image, mode, combine)});
-    case first:
+    if (how == first)
         return ofChunks({texture(image), texture(::osg::NullFC, mode, combine)});
-    case chosen:
-        return choiceOf(0, {ofChunks({texture(image, mode, combine)})});
-    case unused:
+    if (how == unused)
         return ofChunks({colors(1)});
-    case bare:
+    if (how == bare)
         return ::osg::NullFC;
-    default:
-        return ofChunks({texture(image, mode, combine)});
-    }
+    const ::osg::MaterialPtr material = ofChunks({texture(image, mode, combine)});
+    return how == chosen ? choiceOf(0, {material}) : material;
 }
 
 constexpr unsigned replace = 7681, blend = 3042, combined = 34160, modulate = 8448, add = 260;

@@ -7,6 +7,7 @@
 #include <morva/core/morva_osg_property_blocks.h>
 
 #include <cmath>
+#include <cstring>
 #include <tuple>
 
 #include <OpenSG/OSGTriangleIterator.h>
@@ -84,6 +85,7 @@ TEST_F(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry)
 }
 
 TEST(Set, CopiesComponentsOnly) {
+    const float expected[] = {3, -0.0F, 1e30F};
     morva::float3 from_vector, from_point;
     morva::osg::set(from_vector, ::osg::Vec3f(3, -0.0F, 1e30F));
     morva::osg::set(from_point, ::osg::Pnt3f(3, -0.0F, 1e30F));
@@ -91,12 +93,8 @@ TEST(Set, CopiesComponentsOnly) {
     ::osg::Pnt3f point;
     morva::osg::set(vector, from_point);
     morva::osg::set(point, from_vector);
-    const float expected[] = {3, -0.0F, 1e30F};
-    for (unsigned i = 0; i < 3; ++i) {
-        EXPECT_EQ(vector[i], expected[i]);
-        EXPECT_EQ(point[i], expected[i]);
-        EXPECT_EQ(std::signbit(vector[i]), std::signbit(expected[i]));
-    }
+    EXPECT_EQ(std::memcmp(&vector, expected, sizeof expected), 0);
+    EXPECT_EQ(std::memcmp(&point, expected, sizeof expected), 0);
     ::osg::Matrix matrix;
     for (unsigned i = 0; i < 16; ++i)
         matrix[i / 4][i % 4] = static_cast<float>(i) + 0.5F;
@@ -161,21 +159,18 @@ TEST_F(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
         ++it;
         return std::make_pair(first, it.getNormal(1)); // both at position 0
     };
-    const auto sharp = normalsAtEdge({0, 0, 1});
+    const auto sharp = normalsAtEdge({0, 0, 1}), smooth = normalsAtEdge({0, -1, 0.1F});
     EXPECT_EQ(sharp.first, ::osg::Vec3f(0, 0, 1));
     EXPECT_EQ(sharp.second, ::osg::Vec3f(0, 1, 0));
-    const auto smooth = normalsAtEdge({0, -1, 0.1F});
     EXPECT_EQ(smooth.first, smooth.second);
     EXPECT_GT(smooth.first[1], 0.01F);
 }
 
 TEST_F(PropertyQueries, CreaseNormalsAcceptNothing) {
-    morva::osg::calcCreaseNormals(::osg::NullFC, 1.0F);
-    const geometry_ref empty(::osg::Geometry::create());
-    morva::osg::calcCreaseNormals(empty.get(), 1.0F);
+    const geometry_ref empty(::osg::Geometry::create()), lines(geometryOf(row(4, 1)));
+    for (const ::osg::GeometryPtr& geometry : {::osg::GeometryPtr(), empty.get(), lines.get()})
+        morva::osg::calcCreaseNormals(geometry, 1.0F);
     EXPECT_EQ(empty->getNormals(), ::osg::NullFC);
-    const geometry_ref lines(geometryOf(row(4, 1)));
-    morva::osg::calcCreaseNormals(lines.get(), 1.0F);
     EXPECT_EQ(lines->getNormals()->size(), 4U);
 }
 
@@ -183,10 +178,9 @@ TEST_F(PropertyQueries, OptimizedPrimitivesKeepTheTrianglesUnderEitherRelease) {
     std::mt19937 rng(9);
     mesh_data mesh = quads(20);
     mesh.primitives = {{4, 120}};
-    for (::osg::UInt32 quad = 0; quad < 20; ++quad) {
-        for (const ::osg::UInt32 corner : {0, 1, 2, 0, 2, 3})
-            mesh.indices.push_back(4 * quad + corner);
-    }
+    const ::osg::UInt32 corners[6] = {0, 1, 2, 0, 2, 3};
+    for (::osg::UInt32 i = 0; i < 120; ++i)
+        mesh.indices.push_back(4 * (i / 6) + corners[i % 6]);
     const node_ref node(meshNode(mesh));
     const world_mesh before = worldMesh(node.get());
     morva::osg::createOptimizedPrimitives(coreOf(node), 1, true, false, 16, false, true, false);
