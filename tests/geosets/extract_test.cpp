@@ -2,16 +2,9 @@
 
 #include "naive_extract.h"
 
-#include <gtest/gtest.h>
-
-#include <limits>
-
 namespace {
 
 using namespace tri;
-using morva_test::geometryOf;
-using morva_test::meshNode;
-using morva_test::nodeOf;
 
 mesh_data withNormals(mesh_data mesh) {
     mesh.normals.assign(mesh.positions.size(), {1, 0, 0});
@@ -37,7 +30,7 @@ TEST(ExtractOracle, AgreesWithTheIteratorOverManyNodes) {
         for (int i = 0; i < 4; ++i) {
             const ::osg::GeometryPtr geometry = randomGeometry(rng, form);
             const placement place{rng() % 2 == 0};
-            const node_ref root(morva_test::transformed(place.matrix(), {nodeOf(geometry)}));
+            const node_ref root(transformed(place.matrix(), {nodeOf(geometry)}));
             const wishes w{place.placed, false, false, rng() % 4 == 0, false};
             const unsigned int rogue = pour(root->getChild(0), geoset, w);
             EXPECT_EQ(rogue, naiveExtract(geometry, expected, place));
@@ -125,10 +118,9 @@ TEST(Extract, CountsOfPrimitivesThatDoNotAddUpAreSafe) {
 }
 
 TEST(Extract, RogueTrianglesAreLeftOutAndStillCounted) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
     const ::osg::Pnt3f p(1, 2, 3);
     piece positions(300, p); // normals are calculated over a length beyond the fields
-    for (const float x : {9e11F, 2e12F, nan, std::numeric_limits<float>::infinity()})
+    for (const float x : {9e11F, 2e12F, nan_value, std::numeric_limits<float>::infinity()})
         positions.insert(positions.end(), {{x, 0, 0}, {0, 1, 0}, {0, 0, 1}});
     osg_geoset geoset;
     EXPECT_EQ(pour(meshOf({{4, 312}}, positions), geoset, set_up), 103U);
@@ -200,7 +192,7 @@ TEST(ExtractIds, WithoutAnIndexFallBackToTheNodesOwn) {
     mesh.indices = {0, 1, 2};
     mesh.mapping = {::osg::Geometry::MapPosition};
     mesh.ids.assign(3, 9.0F);
-    const node_ref node(morva_test::named("node", meshNode(mesh)));
+    const node_ref node(named("node", meshNode(mesh)));
     osg_geoset geoset;
     pour(node.get(), geoset, {false, false, true, false, false});
     for (const corner& c : rowsOf(geoset.geometry.get(), 3))
@@ -226,16 +218,16 @@ TEST(ExtractTexture, CoordinatesOfAnUntexturedNodeGoWhenAskedTo) {
 // A host fills what it has just made: nobody else holds it yet.
 TEST(FillFCwithValue, WritesEveryRowOfWhatNobodyHoldsAndAcceptsNull) {
     const ::osg::GeoColors4fPtr colors = ::osg::GeoColors4f::create();
-    colors->resize(3);
-    morva::osg::fillFCwithValue(colors, ::osg::Color3f(0.25F, 0.5F, 1.0F));
-    EXPECT_EQ(colors->getValue(2), ::osg::Color3f(0.25F, 0.5F, 1.0F));
     const ::osg::GeoNormals3fPtr normals = ::osg::GeoNormals3f::create();
+    colors->resize(3);
     normals->resize(2);
+    morva::osg::fillFCwithValue(colors, ::osg::Color3f(0.25F, 0.5F, 1.0F));
     morva::osg::fillFCwithValue(normals, ::osg::Vec3f(1.0F, 2.0F, 3.0F));
-    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1.0F, 2.0F, 3.0F));
     morva::osg::fillFCwithValue(::osg::GeoTexCoordsPtr(), ::osg::Vec2f(1.0F, 2.0F));
-    const ::osg::GeoColorsRefPtr drop_colors(colors);
-    const ::osg::GeoNormalsRefPtr drop_normals(normals);
+    const ::osg::GeoColorsRefPtr held_colors(colors);
+    const ::osg::GeoNormalsRefPtr held_normals(normals);
+    EXPECT_EQ(colors->getValue(2), ::osg::Color3f(0.25F, 0.5F, 1.0F));
+    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1.0F, 2.0F, 3.0F));
 }
 
 } // namespace

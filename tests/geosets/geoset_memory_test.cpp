@@ -2,15 +2,11 @@
 
 #include "triangle_scenes.h"
 
-#include <gtest/gtest.h>
-
-#include "../support/live_containers.h"
 #include "../support/shortage.h"
 
 namespace {
 
 using namespace tri;
-using morva_test::shortage;
 
 const std::string resize_error = "Error while resizing FieldContainers.\n";
 const std::string add_error =
@@ -136,14 +132,14 @@ TEST(GeosetMemory, ACutThatCannotTakeItsSecondPieceIsTakenBack) {
 /// Pours two nodes and sets up twice, with the n-th allocation failing: every n in turn until
 /// none fails. Whatever fails says so in one line and leaves a sound geoset.
 template <typename G> void expectSoundInNeed(const std::string& extract_error) {
-    const unsigned int live = morva_test::liveContainers();
+    const unsigned int live = liveContainers();
     const registration_off ids_are_kept;
     const unsigned mode = G::corners == 3 ? 4 : 1;
     std::mt19937 rng(77);
-    const mesh_data some = morva_test::withAttributes(meshOf({{mode, 600}}, manyCorners(600)), rng);
+    const mesh_data some = withAttributes(meshOf({{mode, 600}}, manyCorners(600)), rng);
     const mesh_data more = meshOf({{mode, 2400}}, manyCorners(2400));
     const auto pourBoth = [&](G& geoset, long index) {
-        const node_ref first(morva_test::meshNode(some)), second(morva_test::meshNode(more));
+        const node_ref first(meshNode(some)), second(meshNode(more));
         const shortage one(index);
         pour(first.get(), geoset, set_up);
         pour(second.get(), geoset, set_up);
@@ -168,7 +164,7 @@ template <typename G> void expectSoundInNeed(const std::string& extract_error) {
             << told;
     }
     EXPECT_GE(whole, 2900U / G::corners);
-    EXPECT_EQ(morva_test::liveContainers(), live);
+    EXPECT_EQ(liveContainers(), live);
 }
 
 TEST(GeosetMemory, ExtractAndSetupFailWithOneLineAndStaySound) {

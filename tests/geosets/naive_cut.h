@@ -3,7 +3,6 @@
 // Cutting of one triangle by a written-out table of corners, with the cut points in ordered maps:
 // the oracle for osg_geoset::splitElement().
 
-#include <cmath>
 #include <cstdio>
 #include <map>
 #include <string>
@@ -29,18 +28,20 @@ class naive_cutter {
         naive_result result;
         result.stays = t;
         const auto a = static_cast<::osg::UInt32>(axis);
-        const double A = t[0][a], B = t[1][a], C = t[2][a];
-        const double dA = std::fabs(A - plane), dB = std::fabs(B - plane),
-                     dC = std::fabs(C - plane);
+        const auto distance = [&](const ::osg::Pnt3f& p) {
+            return std::fabs(static_cast<double>(p[a]) - plane);
+        };
         double v = plane;
-        if (dB > dA * 100000 || dC > dA * 100000)
-            v = A;
-        if (dA > dB * 100000 || dC > dB * 100000)
-            v = B;
-        if (dA > dC * 100000 || dB > dC * 100000)
-            v = C;
-        const int code = (A == v ? 1 : 0) + (B == v ? 2 : 0) + (C == v ? 3 : 0);
-        const int bits = (A < v ? 1 : 0) + (B < v ? 2 : 0) + (C < v ? 4 : 0);
+        for (const ::osg::Pnt3f& near : t) {
+            for (const ::osg::Pnt3f& far : t)
+                v = distance(far) > distance(near) * 100000 ? static_cast<double>(near[a]) : v;
+        }
+        int code = 0, bits = 0;
+        for (int k = 0; k < 3; ++k) {
+            const double at = t[static_cast<std::size_t>(k)][a];
+            code += at == v ? k + 1 : 0;
+            bits += at < v ? 1 << k : 0;
+        }
         if (code > 3)
             result.told = "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane.\n";
         else if (code > 0)
@@ -48,12 +49,12 @@ class naive_cutter {
         else if (bits == 0 || bits == 7)
             result.told = "Error in SplitElement! All Points can't be on one side\n";
         else
-            apply(through_edges[bits == 1 || bits == 6   ? 0
-                                : bits == 2 || bits == 5 ? 1
-                                                         : 2],
-                  t, v, axis, result);
+            apply(through_edges[std::min(bits, 7 - bits) - 1], t, v, axis, result);
         return result;
     }
+
+    int known_axis = -1; ///< of the last cut
+    double known_plane = 0;
 
   private:
     /// Corners are A, B and C, cut points 1 and 2.
@@ -103,10 +104,8 @@ class naive_cutter {
             known.clear();
         known_axis = axis;
         known_plane = v;
-        for (const auto& ends : {std::pair(keyOf(p), keyOf(q)), std::pair(keyOf(q), keyOf(p))}) {
-            const auto found = known.find(ends);
-            if (found == known.end())
-                continue;
+        const auto found = known.find({keyOf(p), keyOf(q)});
+        if (found != known.end()) {
             out = found->second;
             return true;
         }
@@ -128,13 +127,11 @@ class naive_cutter {
             }
         }
         out[a] = v;
-        known[{keyOf(p), keyOf(q)}] = out;
+        known[{keyOf(p), keyOf(q)}] = known[{keyOf(q), keyOf(p)}] = out;
         return true;
     }
 
-    std::map<std::pair<key, key>, ::osg::Pnt3d> known;
-    int known_axis = -1;
-    double known_plane = 0;
+    std::map<std::pair<key, key>, ::osg::Pnt3d> known; ///< by both ends, either way round
 };
 
 } // namespace tri

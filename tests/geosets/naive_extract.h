@@ -33,9 +33,10 @@ template <typename Calculate> void calculateAll(naive_soup& all, const Calculate
 
 /// What a set-up adds: normals, if there are none so far.
 inline void naiveSetup(naive_soup& all) {
-    if (!all.normals && all.offered > 0)
-        calculateAll(all, [](const auto& core) { ::osg::calcVertexNormals(core); });
-    all.normals = all.normals || all.offered > 0;
+    if (all.normals || all.offered == 0)
+        return;
+    calculateAll(all, [](const auto& core) { ::osg::calcVertexNormals(core); });
+    all.normals = true;
 }
 
 /// Rows of earlier nodes get the default of an attribute that is new.
@@ -87,20 +88,18 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
             continue;
         }
         for (::osg::Int32 k = 0; k < 3; ++k) {
-            corner c;
+            corner c = cornerAt(it, k);
             c.position = p[k];
-            if (out.normals)
-                c.normal = has_normals ? place.normal(it.getNormal(k)) : up;
-            if (out.colors)
-                c.color = has_colors ? it.getColor(k) : white;
-            if (out.secondary)
-                c.secondary = has_secondary ? it.getSecondaryColor(k) : white;
             c.uv[0] = it.getTexCoords(k);
             c.uv[1] = it.getTexCoords1(k);
             c.uv[2] = it.getTexCoords2(k);
             c.uv[3] = it.getTexCoords3(k);
-            if (out.ids)
-                c.id = has_ids ? it.getTexCoords7(k)[0] : 0.0F;
+            if (out.normals)
+                c.normal = has_normals ? place.normal(c.normal) : up;
+            if (out.colors && !has_colors)
+                c.color = white;
+            if (out.secondary && !has_secondary)
+                c.secondary = white;
             all.push_back(c);
         }
     }

@@ -2,11 +2,6 @@
 
 #include "triangle_scenes.h"
 
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <limits>
-
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGSwitchMaterial.h>
@@ -14,6 +9,7 @@
 
 namespace {
 
+using namespace tri;
 using morva::osg::addTransformChunk;
 
 ::osg::TransformChunkPtr chunkOf(const ::osg::GeometryPtr& geometry, ::osg::UInt32 index) {
@@ -22,16 +18,15 @@ using morva::osg::addTransformChunk;
 }
 
 TEST(AddTransformChunk, ShiftsByWholeNumbersToBetweenZeroAndOne) {
-    const float nan = std::numeric_limits<float>::quiet_NaN();
     const float inf = std::numeric_limits<float>::infinity();
     const struct {
         float low, shift;
     } cases[] = {{0.5F, 0.0F},  {3.7F, -3.0F}, {-2.2F, 3.0F},   {1.0F, 0.0F}, {0.0F, 0.0F},
-                 {-1.0F, 2.0F}, {1.5F, -1.0F}, {3e12F, -3e12F}, {-inf, 0.0F}, {nan, 0.0F}};
+                 {-1.0F, 2.0F}, {1.5F, -1.0F}, {3e12F, -3e12F}, {-inf, 0.0F}, {nan_value, 0.0F}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.low);
         const ::osg::GeometryRefPtr geometry(
-            tri::soup({{c.low, 0.5F, 0.5F}, {c.low, 2, 9}, {c.low, 7, 0.75F}}));
+            soup({{c.low, 0.5F, 0.5F}, {c.low, 2, 9}, {c.low, 7, 0.75F}}));
         addTransformChunk(geometry.get());
         const ::osg::Pnt3f moved = geometry->getPositions()->getValue(1);
         if (!std::isnan(c.low)) {
@@ -51,7 +46,7 @@ TEST(AddTransformChunk, UsesTheLastChunkAndKeepsItsRotation) {
     material->addChunk(first);
     material->addChunk(last);
     material->addChunk(::osg::MaterialChunk::create());
-    const ::osg::GeometryRefPtr geometry(tri::soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}}));
+    const ::osg::GeometryRefPtr geometry(soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}}));
     geometry->setMaterial(material);
     addTransformChunk(geometry.get());
     EXPECT_EQ(material->getMFChunks()->size(), 3U);
@@ -65,15 +60,15 @@ TEST(AddTransformChunk, UsesTheLastChunkAndKeepsItsRotation) {
 }
 
 TEST(AddTransformChunk, AddsOneToAMaterialWithoutAndLeavesOthersAlone) {
-    const ::osg::GeometryRefPtr geometry(tri::soup({{0, 0, 0}}));
+    const ::osg::GeometryRefPtr geometry(soup({{0, 0, 0}}));
     const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
     geometry->setMaterial(material);
     addTransformChunk(geometry.get());
     EXPECT_EQ(material->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
 
-    const ::osg::GeometryRefPtr other(tri::soup({{50, 50, 50}}));
+    const ::osg::GeometryRefPtr other(soup({{50, 50, 50}}));
     other->setMaterial(::osg::SwitchMaterial::create());
-    EXPECT_EQ(tri::toldBy([&] { addTransformChunk(other.get()); }),
+    EXPECT_EQ(toldBy([&] { addTransformChunk(other.get()); }),
               "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
     EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
 

@@ -5,23 +5,25 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <cstdint>
 #include <iostream>
+#include <limits>
 #include <random>
 #include <string>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGNode.h>
+#include <gtest/gtest.h>
 
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/trees/kd_tree.h>
 
+#include "../support/kd_checks.h"
+#include "../support/live_containers.h"
 #include "../support/scene_builders.h"
 #include "../support/stream_capture.h"
 
@@ -30,9 +32,10 @@ namespace tri {
 using morva::osg::osg_geoset;
 using morva::osg::osg_line_geoset;
 using morva::osg::osg_point_geoset;
-using morva_test::mesh_data;
-using morva_test::node_ref;
+using namespace morva_test;
 using piece = std::vector<::osg::Pnt3f>; ///< corners of one triangle, or of several
+
+constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 
 /// One vertex of a flat element; what a core does not have stays zero.
 struct corner {
@@ -92,6 +95,17 @@ inline rows rowsOf(const ::osg::GeometryPtr& core, std::size_t count) {
     return out;
 }
 
+/// The same, but for coordinates, of a vertex of a scene graph's iterator.
+template <typename Iterator> corner cornerAt(const Iterator& it, ::osg::Int32 k) {
+    corner c;
+    c.position = it.getPosition(k);
+    c.normal = it.getNormal(k);
+    c.color = it.getColor(k);
+    c.secondary = it.getSecondaryColor(k);
+    c.id = it.getTexCoords7(k)[0];
+    return c;
+}
+
 /// Number of rows of a property, -1 for none.
 template <typename Property> int lengthOf(const Property& property) {
     return property == ::osg::NullFC ? -1 : static_cast<int>(property->size());
@@ -120,15 +134,12 @@ inline mesh_data elements(unsigned corners, unsigned count, const ::osg::Vec3f& 
 
 /// Triangles one after the other, three positions each.
 inline ::osg::GeometryPtr soup(const piece& positions) {
-    return morva_test::geometryOf(
-        meshOf({{4, static_cast<unsigned>(positions.size())}}, positions));
+    return geometryOf(meshOf({{4, static_cast<unsigned>(positions.size())}}, positions));
 }
 
 /// While this lives no ID is given, as after a merge; those that vertices bring are kept.
 struct registration_off {
     registration_off() { morva::osg::getIDmapHandler().merged = true; }
-    registration_off(const registration_off&) = delete;
-    registration_off& operator=(const registration_off&) = delete;
     ~registration_off() { morva::osg::getIDmapHandler().merged = false; }
 };
 
@@ -147,21 +158,21 @@ unsigned int pour(const ::osg::NodePtr& node, Geoset& geoset, const wishes& w = 
 }
 template <typename Geoset>
 unsigned int pour(const mesh_data& mesh, Geoset& geoset, const wishes& w = {}) {
-    return pour(node_ref(morva_test::meshNode(mesh)).get(), geoset, w);
+    return pour(node_ref(meshNode(mesh)).get(), geoset, w);
 }
 
 /// A geoset over a soup, ready for cuts. `colored` gives every vertex a colour and coordinates
 /// that are its own position, and every triangle an ID that is its number.
 inline void fillGeoset(osg_geoset& geoset, const piece& positions, bool colored = false) {
     mesh_data mesh = meshOf({{4, static_cast<unsigned>(positions.size())}}, positions);
-    for (const ::osg::Pnt3f& p : positions) {
-        if (!colored)
-            break;
+    for (std::size_t i = 0; colored && i < positions.size(); ++i) {
+        const ::osg::Pnt3f& p = positions[i];
         mesh.colors.push_back(::osg::Color3f(p[0], p[1], p[2]));
         mesh.coordinates.push_back(::osg::Vec2f(p[0], p[1]));
+        mesh.ids.push_back(static_cast<float>(i / 3));
     }
     const registration_off kept;
-    pour(colored ? morva_test::withIds(mesh) : mesh, geoset, set_up);
+    pour(mesh, geoset, set_up);
 }
 
 /// One triangle or more as a geoset, even those that extraction would leave out.
@@ -196,7 +207,7 @@ inline double areaOfAll(const osg_geoset& geoset) {
 
 /// What `act` prints on a stream.
 template <typename Act> std::string toldBy(const Act& act, std::ostream& stream = std::cout) {
-    const morva_test::stream_capture capture(stream);
+    const stream_capture capture(stream);
     act();
     return capture.text();
 }
@@ -265,46 +276,47 @@ struct random_form {
     bool other_forms = false; ///< stored in other than the usual forms
 };
 
-/// Now and then a property of another stored form, with the same values.
-template <typename Other, typename Role> Role inOtherForm(const Role& usual, std::mt19937& rng) {
-    if (usual == ::osg::NullFC || rng() % 2 == 0)
-        return usual;
-    const auto other = Other::create();
-    for (::osg::UInt32 i = 0; i < usual->size(); ++i)
-        other->addValue(usual->getValue(i));
-    return other;
-}
-
+/// Stores every other property of a geometry in another form, with the same values.
 inline void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
-    g->setPositions(inOtherForm<::osg::GeoPositions3d>(g->getPositions(), rng));
-    g->setNormals(inOtherForm<::osg::GeoNormals3b>(g->getNormals(), rng));
-    g->setColors(inOtherForm<::osg::GeoColors4ub>(g->getColors(), rng));
-    g->setSecondaryColors(inOtherForm<::osg::GeoColors4f>(g->getSecondaryColors(), rng));
-    g->setTexCoords(inOtherForm<::osg::GeoTexCoords3f>(g->getTexCoords(), rng));
-    g->setTexCoords2(inOtherForm<::osg::GeoTexCoords3f>(g->getTexCoords2(), rng));
-    g->setTexCoords7(inOtherForm<::osg::GeoTexCoords2f>(g->getTexCoords7(), rng));
-    g->setIndices(inOtherForm<::osg::GeoIndicesUI16>(g->getIndices(), rng));
+    using namespace ::osg;
+    const auto some = [&rng] { return rng() % 2 == 0; };
+    if (some())
+        g->setPositions(inOtherForm<GeoPositions3d>(g->getPositions()));
+    if (some())
+        g->setNormals(inOtherForm<GeoNormals3b>(g->getNormals()));
+    if (some())
+        g->setColors(inOtherForm<GeoColors4ub>(g->getColors()));
+    if (some())
+        g->setSecondaryColors(inOtherForm<GeoColors4f>(g->getSecondaryColors()));
+    if (some())
+        g->setTexCoords(inOtherForm<GeoTexCoords3f>(g->getTexCoords()));
+    if (some())
+        g->setTexCoords2(inOtherForm<GeoTexCoords3f>(g->getTexCoords2()));
+    if (some())
+        g->setTexCoords7(inOtherForm<GeoTexCoords2f>(g->getTexCoords7()));
+    if (some())
+        g->setIndices(inOtherForm<GeoIndicesUI16>(g->getIndices()));
 }
 
 /// Random primitives of all types with random properties on a coarse grid, so that corners often
 /// coincide.
 inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& form) {
     const auto some = [&rng](unsigned of) { return rng() % of == 0; };
-    mesh_data mesh = morva_test::mixture(rng, 7);
+    mesh_data mesh = mixture(rng, 7);
     if (form.indices != layout::plain)
         mesh.positions.resize(5 + rng() % 12);
     if (some(2))
-        mesh = morva_test::withNormals(mesh, rng);
+        mesh = withNormals(mesh, rng);
     if (some(3))
-        mesh.secondary = morva_test::withColors(mesh, rng).colors;
+        mesh.secondary = withColors(mesh, rng).colors;
     if (some(2))
-        mesh = morva_test::withColors(mesh, rng);
+        mesh = withColors(mesh, rng);
     if (some(2))
-        mesh = morva_test::withCoordinates(mesh, rng);
+        mesh = withCoordinates(mesh, rng);
     if (some(3))
-        mesh = morva_test::withIds(mesh);
+        mesh = withIds(mesh);
     if (form.indices == layout::one_index)
-        mesh = morva_test::withIndex(mesh, rng);
+        mesh = withIndex(mesh, rng);
     if (form.indices == layout::index_per_property) {
         mesh.mapping.assign(2 + rng() % 2, 0);
         for (unsigned bit = 0; bit < 12; ++bit) // positions not always first
@@ -312,7 +324,7 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
         for (std::size_t i = vertexCount(mesh) * mesh.mapping.size(); i > 0; --i)
             mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % mesh.positions.size()));
     }
-    const ::osg::GeometryPtr geometry = morva_test::geometryOf(mesh);
+    const ::osg::GeometryPtr geometry = geometryOf(mesh);
     const auto otherUnit = [&]() -> ::osg::GeoTexCoordsPtr {
         const ::osg::GeoTexCoords2fPtr unit = ::osg::GeoTexCoords2f::create();
         for (std::size_t i = 0; i < mesh.positions.size(); ++i)
