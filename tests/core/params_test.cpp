@@ -46,10 +46,7 @@ TEST(SplitStringByDelimiter, TakesRunsOfDelimitersAsOne) {
 }
 
 TEST(ParseOptTreeParams, ReadsKeysAndValues) {
-    const struct {
-        const char* text;
-        parameter_map expected;
-    } rows[] = {
+    const std::pair<std::string, parameter_map> rows[] = {
         {",,opt(1),,", {{"opt", "1"}}},
         {"Opt(2),opt(1)tail", {{"opt", "2"}}},
         {"opt(,opt),prefix(a,b)", {}},
@@ -58,10 +55,10 @@ TEST(ParseOptTreeParams, ReadsKeysAndValues) {
         {"opt(1),maxtris(5000),flat(true)", {{"opt", "1"}, {"maxtris", "5000"}, {"flat", "true"}}},
         {"\xC4(\xC4)", {{"\xC4", "\xC4"}}}, // bytes above ASCII are left alone
     };
-    for (const auto& row : rows) {
-        std::string text = row.text;
-        EXPECT_EQ(parseOptTreeParams(text), row.expected) << row.text;
-        EXPECT_EQ(text, row.text);
+    for (const auto& [given, expected] : rows) {
+        std::string text = given;
+        EXPECT_EQ(parseOptTreeParams(text), expected) << given;
+        EXPECT_EQ(text, given);
     }
     texts tokens = {"a(2)", "b(3)"};
     parameter_map target = {{"a", "1"}};
@@ -191,50 +188,43 @@ TEST(OptTreeDoc, Has23LinesForPeople) {
               std::string::npos);
 }
 
-/// All fields in one text, so that one comparison tells all.
-std::string listed(const mergeGeo_setup& s) {
-    std::ostringstream out;
-    out << s.vertexcolor << ' ' << s.texcoords << ' ' << s.optimizetc << ' ' << s.opt << ' '
-        << s.numthreads << " | " << s.silent << s.storeondisk << s.toworld << s.flat << s.cacheopt
-        << s.calcnormals << s.addcolorstex << s.deleteunusedtc << s.mergesamename
-        << s.mergehierarchy << s.ignorematerial << s.alphageometry << s.keeprenderfalse << " | "
-        << s.idmap;
-    return out.str();
+/// All fields in one list, so that one comparison tells all.
+texts listed(const mergeGeo_setup& s) {
+    const int numbers[] = {s.vertexcolor,    s.texcoords,      s.optimizetc,     s.opt,
+                           s.numthreads,     s.silent,         s.storeondisk,    s.toworld,
+                           s.flat,           s.cacheopt,       s.calcnormals,    s.addcolorstex,
+                           s.deleteunusedtc, s.mergesamename,  s.mergehierarchy, s.ignorematerial,
+                           s.alphageometry,  s.keeprenderfalse};
+    texts fields;
+    for (const int number : numbers)
+        fields.push_back(std::to_string(number));
+    fields.push_back(s.idmap);
+    return fields;
 }
 
 // One key at a time: each has to reach its own field and no other.
 TEST(MergeGeoSetup, EveryKeyReachesItsField) {
-    EXPECT_EQ(listed(mergeGeo_setup()), "-1 2 2 1 1 | 0011000100000 | ");
-    const struct {
-        const char* parameter;
-        const char* expected;
-    } rows[] = {
-        {"", "-1 2 2 1 1 | 0011000100000 | "},
-        {"nokey(1),maxtris(3)", "-1 2 2 1 1 | 0011000100000 | "},
-        {"vertexcolor(1000)", "1000 2 2 1 1 | 0011000100000 | "},
-        {"texcoords(-1)", "-1 -1 2 1 1 | 0011000100000 | "},
-        {"optimizeTC(5)", "-1 2 5 1 1 | 0011000100000 | "},
-        {"opt(3)", "-1 2 2 3 1 | 0011000100000 | "},
-        {"numthreads(8)", "-1 2 2 1 8 | 0011000100000 | "},
-        {"silent(1)", "-1 2 2 1 1 | 1011000100000 | "},
-        {"storeondisk(1)", "-1 2 2 1 1 | 0111000100000 | "},
-        {"toworld(false)", "-1 2 2 1 1 | 0001000100000 | "},
-        {"flat(0)", "-1 2 2 1 1 | 0010000100000 | "},
-        {"cacheopt(true)", "-1 2 2 1 1 | 0011100100000 | "},
-        {"calcnormals(true)", "-1 2 2 1 1 | 0011010100000 | "},
-        {"addColorsTex(true)", "-1 2 2 1 1 | 0011001100000 | "},
-        {"deleteunusedtc(false)", "-1 2 2 1 1 | 0011000000000 | "},
-        {"mergesamename(true)", "-1 2 2 1 1 | 0011000110000 | "},
-        {"mergehierarchy(true)", "-1 2 2 1 1 | 0011000101000 | "},
-        {"ignorematerial(true)", "-1 2 2 1 1 | 0011000100100 | "},
-        {"alphaGeometry(true)", "-1 2 2 1 1 | 0011000100010 | "},
-        {"keeprenderfalse(true)", "-1 2 2 1 1 | 0011000100001 | "},
-        {"idmap(Some Name)", "-1 2 2 1 1 | 0011000100000 | Some Name"},
-        {"opt(rubbish)", "-1 2 2 0 1 | 0011000100000 | "},
-        {"flat(TRUE)", "-1 2 2 1 1 | 0010000100000 | "},
-    };
-    for (const auto& row : rows)
-        EXPECT_EQ(listed(mergeGeo_setup(parse(row.parameter))), row.expected) << row.parameter;
+    const texts defaults = {"-1", "2", "2", "1", "1", "0", "0", "1", "1", "0",
+                            "0",  "0", "1", "0", "0", "0", "0", "0", ""};
+    EXPECT_EQ(listed(mergeGeo_setup()), defaults);
+    EXPECT_EQ(listed(mergeGeo_setup(parse("nokey(1),maxtris(3)"))), defaults);
+    // Parameter, its place in the list, the value there.
+    std::istringstream rows(
+        "vertexcolor(1000) 0 1000    texcoords(-1) 1 -1        optimizeTC(5) 2 5 "
+        "opt(3) 3 3                  opt(rubbish) 3 0          numthreads(8) 4 8 "
+        "silent(1) 5 1               storeondisk(1) 6 1        toworld(false) 7 0 "
+        "flat(0) 8 0                 flat(TRUE) 8 0            cacheopt(true) 9 1 "
+        "calcnormals(true) 10 1      addColorsTex(true) 11 1   deleteunusedtc(false) 12 0 "
+        "mergesamename(true) 13 1    mergehierarchy(true) 14 1 ignorematerial(true) 15 1 "
+        "alphaGeometry(true) 16 1    keeprenderfalse(true) 17 1 "
+        "idmap(some_NAME) 18 some_NAME");
+    std::string parameter, value;
+    for (std::size_t field = 0; rows >> parameter >> field >> value;) {
+        texts expected = defaults;
+        expected.at(field) = value;
+        EXPECT_EQ(listed(mergeGeo_setup(parse(parameter))), expected) << parameter;
+    }
+    EXPECT_EQ(mergeGeo_setup(parse("idmap(Some Name)")).idmap, "Some Name");
 }
 
 } // namespace
