@@ -51,21 +51,19 @@ TYPED_TEST(GeosetKinds, ExtractRefusesWithOneLineAndNoChange) {
     const node_ref sound(meshNode(this->some(1)));
     TypeParam without_core;
     without_core.geometry = ::osg::NullFC;
-    struct refusal {
+    const struct {
         const char* name;
         ::osg::NodePtr node;
         TypeParam& into;
         std::string line;
-    };
-    const refusal cases[] = {
-        {"null", ::osg::NullFC, this->geoset, this->tools() + "No Node\n"},
-        {"no_core", coreless.get(), this->geoset, this->tools() + "No Core\n"},
-        {"group", grouped.get(), this->geoset, this->tools() + "No GeometryCore\n"},
-        {"nothing_to_draw", empty.get(), this->geoset, ""},
-        {"other_primitives", others.get(), this->geoset, ""},
-        {"no_target", sound.get(), without_core,
-         "Morva_osg_geoset_tools::Extract: No Geometry in geoset!\n"}};
-    for (const refusal& c : cases) {
+    } cases[] = {{"null", ::osg::NullFC, this->geoset, this->tools() + "No Node\n"},
+                 {"no_core", coreless.get(), this->geoset, this->tools() + "No Core\n"},
+                 {"group", grouped.get(), this->geoset, this->tools() + "No GeometryCore\n"},
+                 {"nothing_to_draw", empty.get(), this->geoset, ""},
+                 {"other_primitives", others.get(), this->geoset, ""},
+                 {"no_target", sound.get(), without_core,
+                  "Morva_osg_geoset_tools::Extract: No Geometry in geoset!\n"}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const auto act = [&] {
             EXPECT_EQ(pour(c.node, c.into, {true, true, true, true, true}), 0U);
@@ -366,19 +364,17 @@ TEST(LineSplit, RefusesWithoutChange) {
     const std::string factor = "Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( ";
     const std::string not_finite =
         "Morva::osg::osg_line_geoset::calcSplitPoint: Math-Error occured. Splitpoint is NaN.\n";
-    struct refusal {
+    const struct {
         const char* name;
         piece ends;
         double plane;
         std::string line;
-    };
-    const refusal cases[] = {
-        {"at the first end", {{2, 0, 0}, {1, 0, 0}}, 2.0, factor + "0 ).\n"},
-        {"past the second end", {{1, 0, 0}, {2, 0, 0}}, 3.0, factor + "2 ).\n"},
-        {"a hair before it", {{0, 0, 0}, {1, 0, 0}}, 0.999995, factor + "0.999995 ).\n"},
-        {"line in the plane", {{1, 0, 0}, {1, 1, 0}}, 1.0, not_finite},
-        {"other coordinate is NaN", {{0, 0, 0}, {2, nan_value, 0}}, 1.0, not_finite}};
-    for (const refusal& c : cases) {
+    } cases[] = {{"at the first end", {{2, 0, 0}, {1, 0, 0}}, 2.0, factor + "0 ).\n"},
+                 {"past the second end", {{1, 0, 0}, {2, 0, 0}}, 3.0, factor + "2 ).\n"},
+                 {"a hair before it", {{0, 0, 0}, {1, 0, 0}}, 0.999995, factor + "0.999995 ).\n"},
+                 {"line in the plane", {{1, 0, 0}, {1, 1, 0}}, 1.0, not_finite},
+                 {"other coordinate is NaN", {{0, 0, 0}, {2, nan_value, 0}}, 1.0, not_finite}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         osg_line_geoset lines;
         fill(lines, c.ends);
@@ -424,16 +420,15 @@ TEST(LineTree, CuttingBuildKeepsTheLengthOfAllLines) {
 // ---- points
 
 TEST(PointExtract, PointsAreTheVerticesOfLineRuns) {
-    struct point_case {
+    const struct {
         const char* name;
         std::vector<std::pair<unsigned, unsigned>> primitives;
         std::vector<float> xs; ///< x of the expected points
-    };
-    for (const point_case& c :
-         {point_case{"one", {{1, 1}}, {0}},
-          point_case{"true_points_count_for_nothing", {{0, 3}}, {}},
-          point_case{"among_others", {{0, 2}, {1, 2}, {3, 2}, {1, 1}, {4, 3}}, {2, 3, 6}},
-          point_case{"beyond_the_data", {{0, 8}, {1, 900}}, {8, 9}}}) {
+    } cases[] = {{"one", {{1, 1}}, {0}},
+                 {"true points count for nothing", {{0, 3}}, {}},
+                 {"among others", {{0, 2}, {1, 2}, {3, 2}, {1, 1}, {4, 3}}, {2, 3, 6}},
+                 {"beyond the data", {{0, 8}, {1, 900}}, {8, 9}}};
+    for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         mesh_data mesh = row(10, 1);
         mesh.primitives = c.primitives;

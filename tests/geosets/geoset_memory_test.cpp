@@ -37,30 +37,29 @@ TEST(GeosetMemory, AFailedResizeBringsTheOldLengthBackAndIsRemembered) {
     fillGeoset(geoset, manyCorners(1500), true);
     const auto held = geoset.geometry->getPositions()->size();
     const ::osg::Pnt3f last = cornersOf(geoset, 499)[2];
-    EXPECT_EQ(allToldBy([&] {
-                  const shortage one(1); // positions grow, normals do not
-                  EXPECT_FALSE(geoset.resizeFieldContainers(20000));
-              }),
-              resize_error);
+    const auto resize = [&] {
+        const shortage one(1); // positions grow, normals do not
+        EXPECT_FALSE(geoset.resizeFieldContainers(20000));
+    };
+    EXPECT_EQ(allToldBy(resize), resize_error);
     EXPECT_TRUE(geoset.resize_failed);
     EXPECT_EQ(geoset.geometry->getPositions()->size(), held);
     EXPECT_EQ(geoset.geometry->getColors()->size(), held);
     EXPECT_EQ(cornersOf(geoset, 499)[2], last);
 
     // From then on nothing is resized, added or cut, without a word but for adding.
-    EXPECT_EQ(allToldBy([&] {
-                  EXPECT_FALSE(geoset.resizeFieldContainers(10));
-                  int pieces = 7;
-                  unsigned long first = 0;
-                  geoset.splitElement(0, 500.0, 0, pieces, first);
-                  EXPECT_EQ(pieces, 0);
-                  geoset.splitElementInTwoParts(0, pieces, first, 0, false);
-                  EXPECT_EQ(pieces, 0);
-                  EXPECT_EQ(first, geoset.size);
-              }),
-              "");
-    EXPECT_EQ(allToldBy([&] { EXPECT_FALSE(geoset.addObject(last, last, last, 0)); }),
-              "Error occured in Geoset.AddObject().\n");
+    const auto go_on = [&] {
+        EXPECT_FALSE(geoset.resizeFieldContainers(10));
+        int pieces = 7;
+        unsigned long first = 0;
+        geoset.splitElement(0, 500.0, 0, pieces, first);
+        EXPECT_EQ(pieces, 0);
+        geoset.splitElementInTwoParts(0, pieces, first, 0, false);
+        EXPECT_EQ(pieces, 0);
+        EXPECT_EQ(first, geoset.size);
+        EXPECT_FALSE(geoset.addObject(last, last, last, 0));
+    };
+    EXPECT_EQ(allToldBy(go_on), "Error occured in Geoset.AddObject().\n");
     EXPECT_EQ(geoset.geometry->getPositions()->size(), held);
     EXPECT_EQ(broken_rule_of(geoset), "");
     geoset.clear();

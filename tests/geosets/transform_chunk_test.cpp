@@ -4,7 +4,6 @@
 
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMaterialChunk.h>
-#include <OpenSG/OSGSwitchMaterial.h>
 #include <OpenSG/OSGTransformChunk.h>
 
 namespace {
@@ -60,21 +59,19 @@ TEST(AddTransformChunk, UsesTheLastChunkAndKeepsItsRotation) {
 }
 
 TEST(AddTransformChunk, AddsOneToAMaterialWithoutAndLeavesOthersAlone) {
-    const ::osg::GeometryRefPtr geometry(soup({{0, 0, 0}}));
-    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
-    geometry->setMaterial(material);
-    addTransformChunk(geometry.get());
-    EXPECT_EQ(material->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
-
-    const ::osg::GeometryRefPtr other(soup({{50, 50, 50}}));
-    other->setMaterial(::osg::SwitchMaterial::create());
-    EXPECT_EQ(toldBy([&] { addTransformChunk(other.get()); }),
-              "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
-    EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
-
-    addTransformChunk(::osg::NullFC);
+    const ::osg::GeometryRefPtr geometry(soup({{0, 0, 0}})), other(soup({{50, 50, 50}}));
     const ::osg::GeometryRefPtr empty(::osg::Geometry::create());
-    addTransformChunk(empty.get());
+    const ::osg::ChunkMaterialPtr material = bareMaterial();
+    geometry->setMaterial(material);
+    other->setMaterial(choiceOf(0, {}));
+    const auto act = [&] {
+        for (const ::osg::GeometryPtr& one : {geometry.get(), other.get(), empty.get()})
+            addTransformChunk(one);
+        addTransformChunk(::osg::NullFC);
+    };
+    EXPECT_EQ(toldBy(act), "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
+    EXPECT_EQ(material->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
+    EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
     EXPECT_TRUE(empty->getMaterial() == ::osg::NullFC);
 }
 

@@ -325,18 +325,16 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
             mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % mesh.positions.size()));
     }
     const ::osg::GeometryPtr geometry = geometryOf(mesh);
-    const auto otherUnit = [&]() -> ::osg::GeoTexCoordsPtr {
-        const ::osg::GeoTexCoords2fPtr unit = ::osg::GeoTexCoords2f::create();
-        for (std::size_t i = 0; i < mesh.positions.size(); ++i)
-            unit->addValue(::osg::Vec2f(static_cast<float>(rng() % 9), 0.5F));
-        return unit;
+    const auto unit = [&]() -> ::osg::GeoTexCoordsPtr {
+        const ::osg::GeoTexCoords2fPtr made =
+            some(3) ? ::osg::GeoTexCoords2f::create() : ::osg::GeoTexCoords2fPtr();
+        for (std::size_t i = 0; made != ::osg::NullFC && i < mesh.positions.size(); ++i)
+            made->addValue(::osg::Vec2f(static_cast<float>(rng() % 9), 0.5F));
+        return made;
     };
-    if (some(3))
-        geometry->setTexCoords1(otherUnit());
-    if (some(3))
-        geometry->setTexCoords2(otherUnit());
-    if (some(3))
-        geometry->setTexCoords3(otherUnit());
+    geometry->setTexCoords1(unit());
+    geometry->setTexCoords2(unit());
+    geometry->setTexCoords3(unit());
     if (form.other_forms)
         takeOtherForms(geometry, rng);
     return geometry;

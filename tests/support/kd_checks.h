@@ -1,11 +1,10 @@
 #pragma once
 
-// Checks the invariants of a built kd-tree. Run one of these after every build in a test:
+// Checks the invariants of a built kd-tree; the result is the first rule that fails, in words, or
+// an empty text:
 //
 //     EXPECT_EQ(broken_rule_of(tree, geoset), "");          whatever the setup was
 //     EXPECT_EQ(broken_rule_of(tree, geoset, setup), "");   depth, sides and duplicates as well
-//
-// The result is the first rule that fails, in words, or an empty text.
 
 #include <morva/trees/geoset_access.h>
 #include <morva/trees/kd_records.h>

@@ -140,10 +140,10 @@ mesh_data withNormals(mesh_data mesh, std::mt19937& rng) {
 }
 
 mesh_data withColors(mesh_data mesh, std::mt19937& rng) {
-    mesh.colors.resize(mesh.positions.size());
+    mesh.colors.assign(mesh.positions.size(), {0, 0, 1});
     for (::osg::Color3f& color : mesh.colors) {
-        const float red = quarter(rng, 3), green = quarter(rng, 2);
-        color = ::osg::Color3f(red, green, 1.0F);
+        color[0] = quarter(rng, 3);
+        color[1] = quarter(rng, 2);
     }
     return mesh;
 }
@@ -151,8 +151,8 @@ mesh_data withColors(mesh_data mesh, std::mt19937& rng) {
 mesh_data withCoordinates(mesh_data mesh, std::mt19937& rng) {
     mesh.coordinates.resize(mesh.positions.size());
     for (::osg::Vec2f& coordinate : mesh.coordinates) {
-        const float s = quarter(rng, 5), t = quarter(rng, 2);
-        coordinate = ::osg::Vec2f(s, t);
+        coordinate[0] = quarter(rng, 5);
+        coordinate[1] = quarter(rng, 2);
     }
     return mesh;
 }
@@ -332,21 +332,14 @@ namespace {
     const auto entry = materials.find(name);
     const ::osg::MaterialPtr material =
         entry != materials.end() ? entry->second : ::osg::MaterialPtr();
-    ::osg::NodePtr node;
-    if (has('~'))
-        node = moved({1, 0, 0}, children);
-    else if (has('?'))
-        node = switched(std::stoi(marks.substr(marks.find('?') + 1)), children);
-    else if (has('%'))
-        node = detailed(children);
-    else if (has('$'))
-        node = materialGroup(material, children);
-    else if (has('.'))
-        node = nodeOf(::osg::NullFC, children);
-    else if (is_mesh)
-        node = nodeOf(geometryOf(quads(1), material), children);
-    else
-        node = group(children);
+    const ::osg::NodePtr node =
+        has('~')   ? moved({1, 0, 0}, children)
+        : has('?') ? switched(std::stoi(marks.substr(marks.find('?') + 1)), children)
+        : has('%') ? detailed(children)
+        : has('$') ? materialGroup(material, children)
+        : has('.') ? nodeOf(::osg::NullFC, children)
+        : is_mesh  ? nodeOf(geometryOf(quads(1), material), children)
+                   : group(children);
     return named(name, has('!') ? hidden(node) : node);
 }
 
