@@ -34,23 +34,22 @@ std::vector<mesh_data> manyMeshes() {
     return meshes;
 }
 
+::osg::Pnt3f pointAt(const float* p) { return ::osg::Pnt3f(p[0], p[1], p[2]); }
+
 TEST(GeometryView, GivesTheTrianglesAndLinesOfTheIterators) {
     for (const mesh_data& mesh : manyMeshes()) {
         const geometry_ref core(geometryOf(mesh));
-        std::vector<triangle> expected;
-        for (::osg::TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
-            expected.push_back({it.getPosition(0), it.getPosition(1), it.getPosition(2)});
-        const auto pointAt = [](const float* p) { return ::osg::Pnt3f(p[0], p[1], p[2]); };
-
         const geometry_view view(core.get());
         ASSERT_FALSE(view.faulty);
-        std::vector<triangle> seen;
         const auto point = [&](std::uint32_t corner) {
             return pointAt(view.positions.at(view.index(view.positions, corner)));
         };
+        std::vector<triangle> seen, expected;
         morva::host::forEachTriangle(view, [&](auto a, auto b, auto c) {
             seen.push_back({point(a), point(b), point(c)});
         });
+        for (::osg::TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
+            expected.push_back({it.getPosition(0), it.getPosition(1), it.getPosition(2)});
         EXPECT_EQ(seen, expected);
 
         std::vector<std::array<::osg::Pnt3f, 2>> lines, expected_lines;
@@ -66,15 +65,12 @@ TEST(GeometryView, GivesTheTrianglesAndLinesOfTheIterators) {
         flat_mesh flat(view);
         for (std::uint32_t i = 0; flat.running && i < flat.vertex_count; ++i)
             flat.triangles.push_back(i);
-        seen.clear();
-        const auto vertex = [&](std::uint32_t index) {
-            return pointAt(flat.positions.values + 3 * index);
-        };
-        for (std::size_t i = 0; i < flat.triangles.size(); i += 3) {
-            seen.push_back({vertex(flat.triangles[i]), vertex(flat.triangles[i + 1]),
-                            vertex(flat.triangles[i + 2])});
-        }
-        EXPECT_EQ(seen, expected);
+        std::vector<::osg::Pnt3f> corners, expected_corners;
+        for (const std::uint32_t vertex : flat.triangles)
+            corners.push_back(pointAt(flat.positions.values + 3 * vertex));
+        for (const triangle& t : expected)
+            expected_corners.insert(expected_corners.end(), t.begin(), t.end());
+        EXPECT_EQ(corners, expected_corners);
     }
 }
 
@@ -100,31 +96,24 @@ TEST(GeometryView, NumbersVerticesByTheirWholeSetOfIndices) {
     }
 }
 
-TEST(GeometryView, IndicesBehindTheLastPositionAreAFault) {
-    mesh_data mesh = quads(2);
-    mesh.indices = {0, 1, 2, 3, 4, 5, 6, 99};
-    const geometry_ref core(geometryOf(mesh));
-    const geometry_view view(core.get());
-    EXPECT_TRUE(view.faulty);
-    EXPECT_TRUE(view.runs.empty());
+TEST(GeometryView, TakesWhatTheDataHoldsAndIndicesBehindItForAFault) {
+    mesh_data outside = quads(2), colored = quads(2), endless = quads(2);
+    outside.indices = {0, 1, 2, 3, 4, 5, 6, 99};
+    const geometry_ref faulty_core(geometryOf(outside));
+    const geometry_view faulty(faulty_core.get());
+    EXPECT_TRUE(faulty.faulty && faulty.runs.empty());
 
-    // A short attribute goes alone.
-    mesh_data colored = quads(2);
-    colored.colors.assign(3, ::osg::Color3f(1, 0, 0));
-    const geometry_ref second(geometryOf(colored));
-    const geometry_view kept(second.get());
-    EXPECT_FALSE(kept.faulty);
-    EXPECT_FALSE(kept.colors.present());
+    colored.colors.assign(3, ::osg::Color3f(1, 0, 0)); // a short attribute goes alone
+    const geometry_ref kept_core(geometryOf(colored));
+    const geometry_view kept(kept_core.get());
+    EXPECT_FALSE(kept.faulty || kept.colors.present());
     EXPECT_EQ(kept.runs.size(), 1u);
-}
 
-TEST(GeometryView, LengthsThatClaimTooMuchEndWhereTheDataEnds) {
-    mesh_data mesh = quads(2);
-    mesh.primitives = {{7u, 4u}, {4u, 4000000000u}, {4u, 3u}};
-    const geometry_ref core(geometryOf(mesh));
-    const geometry_view view(core.get());
-    ASSERT_EQ(view.runs.size(), 2u);
-    EXPECT_EQ(view.runs[1].length, 4u);
+    endless.primitives = {{7u, 4u}, {4u, 4000000000u}, {4u, 3u}};
+    const geometry_ref cut_core(geometryOf(endless));
+    const geometry_view cut(cut_core.get());
+    ASSERT_EQ(cut.runs.size(), 2u);
+    EXPECT_EQ(cut.runs[1].length, 4u);
 }
 
 TEST(Statistics, CacheMissesAreThoseOfASearchedList) {
@@ -165,13 +154,10 @@ TEST(Statistics, CountDrawnThingsPerUseAndStoredThingsOnce) {
                                switched(1, {meshNode(quads(5)), meshNode(row(7, 1))}),
                                detailed({meshNode(row(4, 0)), meshNode(quads(1))})}));
     const morva::host::scene_statistics figures = morva::host::measureScene(root.get());
-    EXPECT_EQ(figures.nodes, 11u);
-    EXPECT_EQ(figures.draw_calls, 4u);
-    EXPECT_EQ(figures.geometry_cores, 3u);
-    EXPECT_EQ(figures.materials, 1u);
-    EXPECT_EQ(figures.triangles, 12u);
-    EXPECT_EQ(figures.lines, 3u);
-    EXPECT_EQ(figures.points, 4u);
+    const std::vector<std::uint64_t> counts = {
+        figures.nodes,     figures.draw_calls, figures.geometry_cores, figures.materials,
+        figures.triangles, figures.lines,      figures.points};
+    EXPECT_EQ(counts, (std::vector<std::uint64_t>{11, 4, 3, 1, 12, 3, 4}));
     EXPECT_EQ(figures.acmr, 12.0 / 6.0); // four vertices per quad, nothing shared between quads
 }
 

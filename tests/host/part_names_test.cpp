@@ -1,5 +1,3 @@
-#include <set>
-
 #include <gtest/gtest.h>
 
 #include <OpenSG/OSGSimpleAttachments.h>
@@ -33,12 +31,10 @@ TEST(PartNames, ArePathsAndUnique) {
               (std::vector<std::string>{"engine/block/bolt", "engine/block/bolt~2",
                                         "engine/block/bolt~2~2", "engine/#1/#0"}));
     EXPECT_EQ(partNames(scene(), false), (std::vector<std::string>{"bolt", "bolt", "bolt~2", ""}));
-}
 
-TEST(PartNames, ANamelessNodeTakesTheNameOfItsCore) {
-    const ::osg::NodePtr part = meshNode(quads(1));
-    setName(part->getCore(), "core");
-    EXPECT_EQ(partNames(group({part}), true), std::vector<std::string>{"#0/core"});
+    const ::osg::NodePtr nameless = meshNode(quads(1)); // takes the name of its core
+    setName(nameless->getCore(), "core");
+    EXPECT_EQ(partNames(group({nameless}), true), std::vector<std::string>{"#0/core"});
 }
 
 TEST(PartNames, AreSafeInsideJson) {
@@ -79,14 +75,6 @@ TEST(MakeTreeSafe, MendsNamesAndAttributesThatNeedIt) {
     EXPECT_EQ(mended->getAttribute("a _key_"), "quoted \"value\" \\") << "escaped in the file";
     EXPECT_EQ(mended->getAttribute("b"), "two_lines _");
     EXPECT_TRUE(::osg::StringAttributeMapPtr::dcast(child->findAttachment(type)) == plain);
-}
-
-TEST(PartNames, StayUniqueAmongThousandsOfTwins) {
-    node_list parts;
-    for (int i = 0; i < 3000; ++i)
-        parts.push_back(named("screw", meshNode(quads(1))));
-    const std::vector<std::string> names = partNames(group(parts), true);
-    EXPECT_EQ(std::set<std::string>(names.begin(), names.end()).size(), 3000u);
 }
 
 } // namespace
