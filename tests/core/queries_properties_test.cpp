@@ -1,9 +1,7 @@
-// Blocks of property values, the conversions between the two worlds' values, crease normals, and
-// the optimiser call that differs between releases.
+// Blocks of property values, the conversions between the two worlds' values, crease normals.
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_crease_normals.h>
-#include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 #include <cmath>
@@ -13,7 +11,6 @@
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include "tests/support/live_containers.h"
-#include "tests/support/mesh_multiset.h"
 #include "tests/support/scene_builders.h"
 
 using namespace morva_test;
@@ -172,18 +169,4 @@ TEST_F(PropertyQueries, CreaseNormalsAcceptNothing) {
         morva::osg::calcCreaseNormals(geometry, 1.0F);
     EXPECT_EQ(empty->getNormals(), ::osg::NullFC);
     EXPECT_EQ(lines->getNormals()->size(), 4U);
-}
-
-TEST_F(PropertyQueries, OptimizedPrimitivesKeepTheTrianglesUnderEitherRelease) {
-    std::mt19937 rng(9);
-    mesh_data mesh = quads(20);
-    mesh.primitives = {{4, 120}};
-    const ::osg::UInt32 corners[6] = {0, 1, 2, 0, 2, 3};
-    for (::osg::UInt32 i = 0; i < 120; ++i)
-        mesh.indices.push_back(4 * (i / 6) + corners[i % 6]);
-    const node_ref node(meshNode(mesh));
-    const world_mesh before = worldMesh(node.get());
-    morva::osg::createOptimizedPrimitives(coreOf(node), 1, true, false, 16, false, true, false);
-    EXPECT_EQ(firstDifference(before, worldMesh(node.get())), "");
-    EXPECT_LT(coreOf(node)->getIndices()->size(), 120U);
 }

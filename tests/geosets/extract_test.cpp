@@ -20,6 +20,7 @@ const ::osg::Vec3f along_x(1, 0, 0), along_y(0, 1, 0), along_z(0, 0, 1);
 TEST(ExtractOracle, AgreesWithTheIteratorOverManyNodes) {
     std::mt19937 rng(4711);
     const registration_off ids_are_kept;
+    const unsigned int live = liveContainers();
     for (int round = 0; round < 900; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const random_form form{static_cast<layout>(round % 3), round % 2 == 0};
@@ -51,6 +52,7 @@ TEST(ExtractOracle, AgreesWithTheIteratorOverManyNodes) {
         EXPECT_EQ(geoset.size, expected.vertices.size() / 3);
         EXPECT_EQ(broken_rule_of(geoset), "");
     }
+    EXPECT_EQ(liveContainers(), live);
 }
 
 TEST(Extract, FieldsGrowByThreeTimesTheBudgetAndNewOnesByTheBudget) {
