@@ -87,12 +87,12 @@ template <typename Of> std::string colorsOf(const Of& of, bool back = false) {
 
 TEST_F(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
     const ::osg::SimpleMaterialPtr plain = simple({0.25F, 0.5F, 1});
+    const ::osg::SimpleMaterialPtr with_chunk = simple({0.25F, 0.5F, 1});
     plain->setSpecular(::osg::Color3f(0, 1, 0));
     plain->setAmbient(::osg::Color3f(0, 0, 1));
     plain->setEmission(::osg::Color3f(1, 0, 1));
     plain->setShininess(3);
     plain->setTransparency(0.9F);
-    const ::osg::SimpleMaterialPtr with_chunk = simple({0.25F, 0.5F, 1});
     with_chunk->addChunk(colors(0.5F));
     const auto first_of_two = [] {
         return ofChunks({::osg::BlendChunk::create(), colors(0.5F), colors(0.75F)});

@@ -4,6 +4,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -24,28 +25,25 @@ mesh_data primitivesOnly(const primitive_list& primitives) {
     return mesh;
 }
 
-struct counts {
-    unsigned triangles, lines, points, primitives, classes;
-};
+using counts = std::array<unsigned, 5>; ///< triangles, lines, points, primitives, classes
 
 void expectCounts(const counts& expected, const ::osg::NodePtr& node) {
     using namespace morva::osg;
-    EXPECT_EQ(getNumberOfTriangles(node), expected.triangles);
-    EXPECT_EQ(getNumberOfLines(node), expected.lines);
-    EXPECT_EQ(getNumberOfPoints(node), expected.points);
-    EXPECT_EQ(getNumberOfTriangles(coreOf(node)), expected.triangles);
-    EXPECT_EQ(getNumberOfLines(coreOf(node)), expected.lines);
-    EXPECT_EQ(getNumberOfPoints(coreOf(node)), expected.points);
-    EXPECT_EQ(getNumberOfPrimitives(node), expected.primitives);
-    EXPECT_EQ(getNumberOfPrimitives(node_list{node, node, ::osg::NullFC}), 2 * expected.primitives);
-    EXPECT_EQ(getNumberOfPrimitiveTypes(node), expected.classes);
+    const ::osg::GeometryPtr core = coreOf(node);
+    const unsigned primitives = getNumberOfPrimitives(node);
+    const unsigned classes = getNumberOfPrimitiveTypes(node);
+    EXPECT_EQ(expected, (counts{getNumberOfTriangles(node), getNumberOfLines(node),
+                                getNumberOfPoints(node), primitives, classes}));
+    EXPECT_EQ(expected, (counts{getNumberOfTriangles(core), getNumberOfLines(core),
+                                getNumberOfPoints(core), primitives, classes}));
+    EXPECT_EQ(getNumberOfPrimitives(node_list{node, node, ::osg::NullFC}), 2 * primitives);
 }
 
 class GeometryQueries : public no_strays {};
 
 constexpr float huge = 999999995904.0F;
 constexpr float infinite = std::numeric_limits<float>::infinity();
-constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
+constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 
 } // namespace
 
@@ -156,7 +154,7 @@ TEST(IsRogue, InEveryOrderOfCornersAndAxes) {
         {"above the limit", {{beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
         {"below the limit", {{-beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
         {"infinite", {{infinite, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
-        {"nan", {{not_a_number, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
+        {"nan", {{nan_value, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
     };
     const unsigned orders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2},
                                    {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
@@ -201,8 +199,8 @@ TEST(TriangleArea, IsFiniteAlways) {
     EXPECT_EQ(triangle_area({1, 2, 3}, {1, 2, 3}, {4, 5, 6}), 0.0);
     EXPECT_EQ(triangle_area({0, 0, 0}, {1, 0, 0}, {1, 1, 1}), 0.5 * std::sqrt(2.0)); // in double
     const float most = std::numeric_limits<float>::max();
-    EXPECT_EQ(triangle_area({most, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
-    EXPECT_EQ(triangle_area({not_a_number, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
+    for (const float far : {most, nan_value})
+        EXPECT_EQ(triangle_area({far, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
     // Single precision up to the root: the products of a sliver round to another area.
     const float uu = 9.0F + 1e-4F * 1e-4F, uv = 18.0F + 1e-4F * 2e-4F;
     const float vv = 36.0F + 2e-4F * 2e-4F + 1e-5F * 1e-5F;

@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <sstream>
 
 #include <gtest/gtest.h>
@@ -102,17 +103,15 @@ TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {
 /// transform, with `twice` shown in the place of `lost`.
 ::osg::NodePtr reorderedGlass(const mesh_data& glass, int twice, int lost) {
     mesh_data kept;
-    const auto at = [&](std::size_t triangle) { return glass.positions.begin() + 3 * triangle; };
-    int number = 0;
-    for (std::size_t i = 0; i < glass.positions.size() / 3; ++i) {
-        if (morva::osg::is_rogue(*at(i), *(at(i) + 1), *(at(i) + 2)))
-            continue;
-        if (number++ != lost) // another corner first: the triangle stays the same
-            kept.positions.insert(kept.positions.end(), {*(at(i) + 1), *(at(i) + 2), *at(i)});
+    for (auto p = glass.positions.begin(); p != glass.positions.end(); p += 3) {
+        if (!morva::osg::is_rogue(p[0], p[1], p[2])) // another corner first: it stays the same
+            kept.positions.insert(kept.positions.end(), {p[1], p[2], p[0]});
     }
+    const auto at = [&](int triangle) { return kept.positions.begin() + 3 * triangle; };
     if (twice >= 0)
-        kept.positions.insert(kept.positions.end(), kept.positions.begin() + 3 * twice,
-                              kept.positions.begin() + 3 * twice + 3);
+        std::copy_n(at(twice), 3, at(lost));
+    else if (lost >= 0)
+        kept.positions.erase(at(lost), at(lost + 1));
     kept.primitives = {{4, static_cast<unsigned>(kept.positions.size())}};
     return group({group(), moved({3, 0, 0}, {named("_G_1", meshNode(kept))})});
 }
