@@ -168,6 +168,8 @@ TYPED_TEST(GeosetKinds, MaterialIsTheFirstOfItsOwnThenOfAGroupIfAsked) {
     const wishes ask{false, true, false, false, false};
     TypeParam& asked = this->geoset;
     TypeParam not_asked;
+    pour(node_ref(meshNode(this->some(1))).get(), asked, ask); // there is no group
+    EXPECT_TRUE(asked.geometry->getMaterial() == ::osg::NullFC);
     pour(root->getChild(0), asked, ask);
     EXPECT_TRUE(asked.geometry->getMaterial() == of_group);
     pour(root->getChild(0), not_asked);

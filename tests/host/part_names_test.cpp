@@ -22,15 +22,17 @@ std::vector<std::string> partNames(const ::osg::NodePtr& root, bool rename) {
 
 TEST(PartNames, ArePathsAndUnique) {
     const auto scene = [] {
-        return named("engine", group({named("block", group({named("bolt", meshNode(quads(1))),
-                                                            named("bolt", meshNode(quads(1))),
-                                                            named("bolt~2", meshNode(quads(1)))})),
-                                      group({meshNode(quads(1))})}));
+        node_list bolts;
+        for (const char* name : {"bolt", "bolt", "bolt~2", "bolt"})
+            bolts.push_back(named(name, meshNode(quads(1))));
+        return named("engine", group({named("block", group(bolts)), group({meshNode(quads(1))})}));
     };
-    EXPECT_EQ(partNames(scene(), true),
-              (std::vector<std::string>{"engine/block/bolt", "engine/block/bolt~2",
-                                        "engine/block/bolt~2~2", "engine/#1/#0"}));
-    EXPECT_EQ(partNames(scene(), false), (std::vector<std::string>{"bolt", "bolt", "bolt~2", ""}));
+    EXPECT_EQ(
+        partNames(scene(), true),
+        (std::vector<std::string>{"engine/block/bolt", "engine/block/bolt~2",
+                                  "engine/block/bolt~2~2", "engine/block/bolt~3", "engine/#1/#0"}));
+    EXPECT_EQ(partNames(scene(), false),
+              (std::vector<std::string>{"bolt", "bolt", "bolt~2", "bolt", ""}));
 
     const ::osg::NodePtr nameless = meshNode(quads(1)); // takes the name of its core
     setName(nameless->getCore(), "core");

@@ -165,10 +165,8 @@ mesh_data withIds(mesh_data mesh, std::size_t run) {
 }
 
 mesh_data withAttributes(mesh_data mesh, std::mt19937& rng) {
-    mesh = withNormals(std::move(mesh), rng);
-    mesh = withColors(std::move(mesh), rng);
-    mesh = withCoordinates(std::move(mesh), rng);
-    return withIds(std::move(mesh));
+    mesh = withColors(withNormals(std::move(mesh), rng), rng);
+    return withIds(withCoordinates(std::move(mesh), rng));
 }
 
 std::size_t vertexCount(const mesh_data& mesh) {
