@@ -220,9 +220,8 @@ TEST(CutInHalves, TakesTheMiddleOfTheEdgeAskedForOrOfTheLongest) {
     // Edges of 4, 5 and 3.
     const ::osg::Pnt3f a(0, 0, 0), b(4, 0, 0), c(0, 3, 0);
     const ::osg::Pnt3f ab(2, 0, 0), bc(2, 1.5F, 0), ca(0, 1.5F, 0);
-    // Two legs of one length from the top, and their middles.
-    const ::osg::Pnt3f top(0, 0, 0), left(-1, 4, 0), right(1, 4, 0);
-    const ::osg::Pnt3f of_left(-0.5F, 2, 0), of_right(0.5F, 2, 0);
+    // Two legs of one length from t, and their middles.
+    const ::osg::Pnt3f t(0, 0, 0), l(-1, 4, 0), r(1, 4, 0), tl(-0.5F, 2, 0), tr(0.5F, 2, 0);
     const struct {
         const char* name;
         piece corners;
@@ -234,16 +233,8 @@ TEST(CutInHalves, TakesTheMiddleOfTheEdgeAskedForOrOfTheLongest) {
                  {"longest is B to C", {a, b, c}, 0, {a, bc, c}, {a, b, bc}},
                  {"longest is A to B", {b, c, a}, 0, {bc, c, a}, {b, bc, a}},
                  {"longest is C to A", {c, a, b}, 0, {a, b, bc}, {c, a, bc}},
-                 {"C to A before A to B",
-                  {top, right, left},
-                  0,
-                  {right, left, of_left},
-                  {top, right, of_left}},
-                 {"B to C before A to B",
-                  {left, top, right},
-                  0,
-                  {left, of_right, right},
-                  {left, top, of_right}}};
+                 {"C to A before A to B", {t, r, l}, 0, {r, l, tl}, {t, r, tl}},
+                 {"B to C before A to B", {l, t, r}, 0, {l, tr, r}, {l, t, tr}}};
     for (const auto& given : cases) {
         SCOPED_TRACE(given.name);
         osg_geoset geoset;

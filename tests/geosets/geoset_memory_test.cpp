@@ -71,11 +71,11 @@ TEST(GeosetMemory, APutBackThatFailsAsWellEnds) {
     fillGeoset(geoset, manyCorners(1500), true);
     // Colours shorter than the rest: putting the old length back makes them longer.
     geoset.geometry->setColors(::osg::GeoColors3f::create());
-    EXPECT_EQ(allToldBy([&] {
-                  const shortage all(1, 1000);
-                  EXPECT_FALSE(geoset.resizeFieldContainers(20000));
-              }),
-              resize_error + resize_error);
+    const auto resize = [&] {
+        const shortage all(1, 1000);
+        EXPECT_FALSE(geoset.resizeFieldContainers(20000));
+    };
+    EXPECT_EQ(allToldBy(resize), resize_error + resize_error);
     EXPECT_TRUE(geoset.resize_failed);
     EXPECT_GE(geoset.geometry->getPositions()->size(), 1500U);
 }
