@@ -1,7 +1,9 @@
-// Fields: text, bytes, description; base types.
+// Fields: numbers, defaults, text, bytes, description; base types.
 
 #include <cmath>
+#include <cstdlib>
 #include <memory>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -13,9 +15,8 @@
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGRemoteAspect.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGStringAttributeMap.h>
+#include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGSwitchMaterial.h>
-#include <OpenSG/OSGTransform.h>
 
 #include "../support/stream_capture.h"
 
@@ -92,6 +93,106 @@ class byte_store : public BinaryDataHandler {
         at += count;
     }
 };
+
+/// The field's numbers or words, whatever stands between them.
+std::string valuesOf(const FieldContainerPtr& container, const std::string& field) {
+    std::string text;
+    container->getField(field.c_str())->getValueByStr(text);
+    std::istringstream words(text);
+    std::ostringstream out;
+    out.precision(10);
+    for (std::string word; words >> word;) {
+        char* end = nullptr;
+        const double value = std::strtod(word.c_str(), &end);
+        out << (out.tellp() > 0 ? " " : "");
+        if (end != word.c_str())
+            out << value;
+        else
+            out << word;
+    }
+    return out.str();
+}
+
+TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
+    const struct {
+        const char* type;
+        const char* fields; ///< number, name and value of each
+    } table[] = {
+        {"Node", "3 travMask 4294967295"},
+        {"Switch", "3 choice -1"},
+        {"Geometry", "20 dlistCache TRUE"},
+        {"SimpleMaterial",
+         "2 sortKey 0, 3 transparencyMode 0, 6 ambient 0 0 0, 7 diffuse 0 0 0, "
+         "8 specular 0 0 0, 9 shininess 1, 10 emission 0 0 0, 11 transparency 0, 12 lit TRUE, "
+         "13 colorMaterial 4609"},
+        {"SimpleTexturedMaterial",
+         "15 minFilter 9987, 16 magFilter 9729, 17 envMode 7681, 18 envMap FALSE"},
+        {"SwitchMaterial", "5 choice 0"},
+        {"MaterialChunk",
+         "3 ignore FALSE, 4 diffuse 1 1 1 1, 5 ambient 0.2 0.2 0.2 1, 6 specular 0.5 0.5 0.5 1, "
+         "7 emission 0 0 0 1, 8 shininess 10, 9 lit TRUE, 10 colorMaterial 4609, "
+         "11 backMaterial FALSE, 12 backDiffuse 1 1 1 0, 13 backAmbient 0.2 0.2 0.2 0, "
+         "14 backSpecular 0.5 0.5 0.5 0, 15 backEmission 0 0 0 0, 16 backShininess 10"},
+        {"BlendChunk", "4 srcFactor 1, 5 destFactor 0, 8 alphaFunc 0"},
+        {"TextureChunk", "5 internalFormat 0, 7 scale TRUE, 9 minFilter 9987, 10 magFilter 9729, "
+                         "11 wrapS 10497, 12 wrapT 10497, 13 wrapR 10497, 14 envMode 7681, "
+                         "16 envCombineRGB 8448, 17 envCombineAlpha 8448"},
+        {"CubeTextureChunk", "45 isReflectionMap TRUE"},
+        {"Image", "3 width 0, 4 height 1, 6 bpp 1, 10 pixelFormat 0, 11 dataType 5121"}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(row.type);
+        const FieldContainerRefPtr made(
+            FieldContainerFactory::the()->createFieldContainer(row.type));
+        ASSERT_NE(made, NullFC);
+        std::istringstream fields(row.fields);
+        for (std::string field, name; std::getline(fields >> std::ws, field, ',');) {
+            std::istringstream(field).ignore(9, ' ') >> name;
+            const FieldDescription* desc = made->getType().findFieldDescription(name.c_str());
+            ASSERT_NE(desc, nullptr) << field;
+            EXPECT_EQ(std::to_string(desc->getFieldId()) + " " + name + " " + valuesOf(made, name),
+                      field);
+        }
+    }
+}
+
+TEST(ContainerFields, NumbersAndMasksAreTheKnownOnes) {
+    EXPECT_EQ(AttachmentContainer::AttachmentsFieldMask, BitVector(2));
+    EXPECT_EQ(Node::VolumeFieldMask, BitVector(4));
+    EXPECT_EQ(Node::TravMaskFieldMask, BitVector(8));
+    EXPECT_EQ(Node::ParentFieldMask, BitVector(16));
+    EXPECT_EQ(Node::ChildrenFieldMask, BitVector(32));
+    EXPECT_EQ(Node::CoreFieldMask, BitVector(64));
+    EXPECT_EQ(Switch::ChoiceFieldMask, BitVector(8));
+    const std::pair<const char*, BitVector> of_geometry[] = {
+        {"material", Geometry::MaterialFieldMask},
+        {"types", Geometry::TypesFieldMask},
+        {"lengths", Geometry::LengthsFieldMask},
+        {"positions", Geometry::PositionsFieldMask},
+        {"normals", Geometry::NormalsFieldMask},
+        {"colors", Geometry::ColorsFieldMask},
+        {"secondaryColors", Geometry::SecondaryColorsFieldMask},
+        {"texCoords", Geometry::TexCoordsFieldMask},
+        {"texCoords7", Geometry::TexCoords7FieldMask},
+        {"indices", Geometry::IndicesFieldMask},
+        {"indexMapping", Geometry::IndexMappingFieldMask},
+        {"dlistCache", Geometry::DlistCacheFieldMask}};
+    const GeometryRefPtr core(Geometry::create());
+    UInt32 id = 3;
+    for (const auto& [name, mask] : of_geometry) {
+        ASSERT_NE(core->getField(name), nullptr) << name;
+        EXPECT_EQ(core->getField(id), core->getField(name)) << name;
+        EXPECT_EQ(mask, BitVector(1) << id) << name;
+        id = mask == Geometry::TexCoordsFieldMask ? 17 : id + 1;
+    }
+    EXPECT_EQ(Switch::ALL, -2);
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    auto* field = dynamic_cast<SFInt32*>(chosen->getField("choice"));
+    ASSERT_NE(field, nullptr);
+    field->setValue(7);
+    EXPECT_EQ(chosen->getChoice(), 7);
+    EXPECT_EQ(chosen->getField(Switch::ChoiceFieldId), field);
+    EXPECT_EQ(chosen->getField("no such field"), nullptr);
+}
 
 TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
     const RefPtr<NodePtr> node(Node::create());
@@ -183,16 +284,6 @@ TEST(OwnedFields, CountWhateverWayTheyAreSet) {
         EXPECT_EQ(from->getMaterial(0).getRefCount(), 4u);
     }
     EXPECT_EQ(from->getMaterial(0).getRefCount(), 2u);
-}
-
-TEST(StringAttributes, AreFoundAfterASyncThatChangedTheKeys) {
-    const RefPtr<StringAttributeMapPtr> to(StringAttributeMap::create());
-    const RefPtr<StringAttributeMapPtr> from(StringAttributeMap::create());
-    to->setAttribute("old", "1");
-    from->setAttribute("new", "2");
-    to->executeSync(*from, FieldBits::AllFields);
-    EXPECT_EQ(to->getAttribute("new"), "2");
-    EXPECT_FALSE(to->hasAttribute("old"));
 }
 
 TEST(Real16, KeepsEveryNumberOfItsOwnAndRoundsTheOthersToEven) {

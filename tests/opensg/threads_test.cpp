@@ -1,6 +1,8 @@
-// Named threads, locks and barriers.
+// Threads: names, ends, locks, barriers; aspects and change lists; lines of the log.
 
 #include <atomic>
+#include <iostream>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -9,9 +11,14 @@
 
 #include <OpenSG/OSGBarrier.h>
 #include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGLock.h>
+#include <OpenSG/OSGLog.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGThreadManager.h>
+
+#include "../support/stream_capture.h"
 
 namespace {
 
@@ -75,39 +82,6 @@ TEST(ThreadEnd, AFunctionStartsAfterTheOneBeforeHasEnded) {
         << "no such aspect";
 }
 
-struct maker {
-    UInt32 made = 0;
-    UInt32 aspect = 99;
-    static void run(void* argument) {
-        auto& self = *static_cast<maker*>(argument);
-        const NodeRefPtr node(Node::create());
-        self.made = node.get().getFieldContainerId();
-        self.aspect = Thread::getCurrentChangeList()->getAspect();
-        EXPECT_EQ(Thread::getAspect(), self.aspect);
-    }
-};
-
-TEST(ThreadChangeList, BelongsToTheNamedThreadAndStartsEmpty) {
-    ChangeList::setReadWriteDefault(true);
-    Thread* thread = named("recorder");
-    for (const UInt32 aspect : {0U, 1U, 0U}) {
-        maker one;
-        ASSERT_TRUE(thread->runFunction(&maker::run, aspect, &one));
-        BaseThread::join(thread);
-        ChangeList* changes = thread->getChangeList();
-        EXPECT_NE(changes, Thread::getCurrentChangeList());
-        ASSERT_EQ(changes->sizeCreated(), 1U) << "of this function alone";
-        EXPECT_EQ(*changes->beginCreated(), one.made);
-        EXPECT_EQ(one.aspect, aspect);
-    }
-    ChangeList::setReadWriteDefault(false);
-    maker silent;
-    ASSERT_TRUE(thread->runFunction(&maker::run, 0, &silent));
-    BaseThread::join(thread);
-    EXPECT_TRUE(thread->getChangeList()->empty());
-    Thread::getCurrentChangeList()->clearAll();
-}
-
 TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
     constexpr unsigned rounds = 500;
     for (const unsigned count : {1U, 2U, 5U}) {
@@ -129,8 +103,7 @@ TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
             thread.join();
         EXPECT_FALSE(early);
     }
-    Barrier* open = Barrier::get("never set");
-    open->enter(); // a count of 1 at the start
+    Barrier::get("never set")->enter(); // a count of 1 at the start
 }
 
 TEST(LockOwner, MayTakeItAgainAndReleasesAsOften) {
@@ -150,6 +123,196 @@ TEST(LockOwner, MayTakeItAgainAndReleasesAsOften) {
     EXPECT_FALSE(free_for_others());
     lock->release();
     EXPECT_TRUE(free_for_others());
+}
+
+/// Lets the list of this thread record for one test.
+class RecordingChangeList : public testing::Test {
+  protected:
+    void SetUp() override {
+        changes->clearAll();
+        changes->setReadOnly(false);
+    }
+    void TearDown() override {
+        changes->clearAll();
+        changes->setReadOnly(true);
+    }
+    ChangeList* changes = Thread::getCurrentChangeList();
+};
+
+/// What another thread sees in an aspect of its own, and what it leaves in its list.
+struct visit {
+    SwitchPtr chosen;
+    Int32 choice = 0;
+    UInt32 made = 0;
+    UInt32 aspect = 99;
+
+    static void run(void* argument) {
+        auto& self = *static_cast<visit*>(argument);
+        const NodeRefPtr node(Node::create());
+        self.made = node.get().getFieldContainerId();
+        self.aspect = Thread::getCurrentChangeList()->getAspect();
+        EXPECT_EQ(Thread::getAspect(), self.aspect);
+        if (self.chosen != NullFC)
+            self.choice = self.chosen->getChoice();
+    }
+};
+
+visit visitIn(UInt32 aspect, const SwitchPtr& chosen = NullFC) {
+    visit made{chosen};
+    Thread* thread = named("visitor");
+    EXPECT_TRUE(thread->runFunction(&visit::run, aspect, &made));
+    BaseThread::join(thread);
+    return made;
+}
+Int32 choiceInAspect(UInt32 aspect, const SwitchPtr& chosen) {
+    return visitIn(aspect, chosen).choice;
+}
+
+TEST(ChangeListOfAThread, BelongsToTheNameAndStartsEmpty) {
+    ChangeList::setReadWriteDefault(true);
+    for (const UInt32 aspect : {0U, 1U, 0U}) {
+        const visit one = visitIn(aspect);
+        ChangeList* changes = named("visitor")->getChangeList();
+        EXPECT_NE(changes, Thread::getCurrentChangeList());
+        ASSERT_EQ(changes->sizeCreated(), 1U) << "of this function alone";
+        EXPECT_EQ(*changes->beginCreated(), one.made);
+        EXPECT_EQ(one.aspect, aspect);
+    }
+    ChangeList::setReadWriteDefault(false);
+    visitIn(0);
+    EXPECT_TRUE(named("visitor")->getChangeList()->empty());
+    Thread::getCurrentChangeList()->clearAll();
+}
+
+TEST(ChangeListDefault, RecordsNothing) {
+    ChangeList* changes = Thread::getCurrentChangeList();
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    changes->addChanged(chosen.get(), FieldBits::AllFields);
+    endEditCP(chosen.get());
+    EXPECT_TRUE(changes->empty());
+}
+
+TEST_F(RecordingChangeList, EntersWhatHappens) {
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    const UInt32 id = chosen.get().getFieldContainerId();
+    ASSERT_EQ(changes->sizeCreated(), 1u);
+    EXPECT_EQ(*changes->beginCreated(), id);
+    ASSERT_EQ(changes->sizeAddRefd(), 1u);
+    EXPECT_EQ(*changes->beginAddRefd(), id);
+
+    endEditCP(chosen.get(), Switch::ChoiceFieldMask);
+    ASSERT_EQ(changes->sizeChanged(), 1u);
+    EXPECT_EQ(changes->beginChanged()->first, id);
+    EXPECT_EQ(changes->beginChanged()->second, Switch::ChoiceFieldMask);
+
+    NodePtr dropped = Node::create();
+    const UInt32 dropped_id = dropped.getFieldContainerId();
+    subRefCP(dropped);
+    ASSERT_EQ(changes->sizeDestroyed(), 1u);
+    EXPECT_EQ(*changes->beginDestroyed(), dropped_id);
+}
+
+TEST_F(RecordingChangeList, ApplyToCarriesOnlyTheChangedFields) {
+    const SwitchPtr chosen = Switch::create();
+    addRefCP(chosen);
+    changes->clearAll();
+    chosen->setChoice(3);
+    EXPECT_EQ(choiceInAspect(1, chosen), Switch::NONE) << "aspects are apart";
+    endEditCP(chosen, Switch::ParentsFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(choiceInAspect(1, chosen), Switch::NONE) << "another field was marked";
+    endEditCP(chosen, Switch::ChoiceFieldMask);
+    changes->applyTo(0);
+    EXPECT_EQ(changes->sizeChanged(), 1u) << "its own aspect: nothing happens";
+    changes->applyTo(1);
+    EXPECT_EQ(choiceInAspect(1, chosen), 3);
+    EXPECT_TRUE(changes->empty());
+    subRefCP(chosen);
+}
+
+TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) {
+    const NodePtr parent = Node::create();
+    addRefCP(parent);
+    NodePtr child = Node::create();
+    const UInt32 id = child.getFieldContainerId();
+    changes->clearAll();
+    parent->addChild(child);
+    endEditCP(parent, Node::ChildrenFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(child.getRefCount(), 2u) << "one for the list of each aspect";
+
+    parent->subChild(child);
+    EXPECT_EQ(child.getRefCount(), 1u) << "aspect 1 still shows it";
+    endEditCP(parent, Node::ChildrenFieldMask);
+    changes->applyTo(1);
+    EXPECT_EQ(FieldContainerFactory::the()->getContainer(id), NullFC);
+    subRefCP(parent);
+}
+
+TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
+    RefPtr<GroupPtr> core(Group::create());
+    RefPtr<NodePtr> first(makeNodeFor(core.get()));
+    const RefPtr<NodePtr> second(makeNodeFor(core.get()));
+    setName(first.get(), "first");
+    for (const NodePtr& node : {first.get(), second.get()})
+        endEditCP(node, FieldBits::AllFields);
+    changes->applyTo(1);
+    const UInt32 kept = second.get().getRefCount();
+    EXPECT_EQ(core.get().getRefCount(), 6u) << "two handles and two nodes, in two aspects";
+
+    NodePtr copy = NodePtr::dcast(first->shallowCopy()); // in both aspects
+    EXPECT_EQ(core.get().getRefCount(), 8u);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 8u);
+    subRefCP(copy);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 6u);
+
+    NodePtr dying = first.get();
+    first = NullFC;
+    subRefCP(dying); // the reference that the list repeated
+    EXPECT_EQ(core.get().getRefCount(), 4u);
+    changes->applyTo(1);
+    EXPECT_EQ(core.get().getRefCount(), 4u) << "the other node shows it in both aspects";
+    EXPECT_EQ(second.get().getRefCount(), kept);
+    core = NullFC;
+    changes->applyTo(1);
+    EXPECT_EQ(second->getCore().getRefCount(), 2u);
+    subRefCP(second.get());
+}
+
+TEST(Log, ShowsNoticesAndWhatIsGraverByDefault) {
+    const morva_test::stream_capture out(std::cerr);
+    SWARNING << "w " << 1 << endLog;
+    PNOTICE << "n" << endLog;
+    SINFO << "i" << endLog;
+    FNOTICE(("%s %d\n", "n", 2));
+    FINFO(("i\n"));
+    EXPECT_EQ(out.text(), "WARNING:  w 1\nn\nNOTICE:  n 2\n");
+    EXPECT_TRUE(osgLog().checkModule("any"));
+}
+
+TEST(Log, LinesOfSeveralThreadsStayWhole) {
+    const morva_test::stream_capture out(std::cerr);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([t] {
+            for (int i = 0; i < 200; ++i) {
+                FWARNING(("thread %d\n", t));
+                SWARNING << "thread " << t << endLog;
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    std::istringstream lines(out.text());
+    std::vector<int> seen(4, 0);
+    for (std::string line; std::getline(lines, line);) {
+        ASSERT_EQ(line.size(), 18u) << line;
+        ASSERT_EQ(line.substr(0, 17), "WARNING:  thread ");
+        ++seen.at(static_cast<std::size_t>(line.back() - '0'));
+    }
+    EXPECT_EQ(seen, std::vector<int>(4, 400));
 }
 
 } // namespace

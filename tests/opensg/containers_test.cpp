@@ -1,18 +1,158 @@
-// Nodes, cores, volumes, names and attachments.
+// Containers and nodes: counting, lifetime, types, children, cores, names and attachments.
+
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include <OpenSG/OSGComponentTransform.h>
-#include <OpenSG/OSGDistanceLOD.h>
 #include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 #include <OpenSG/OSGSwitch.h>
-#include <OpenSG/OSGTransform.h>
 
 namespace {
 
 using namespace osg;
+
+bool isAlive(UInt32 id) { return FieldContainerFactory::the()->getContainer(id) != NullFC; }
+
+TEST(ReferenceCount, StartsAtZeroAndFollowsEveryHolder) {
+    NodePtr node = Node::create();
+    EXPECT_EQ(node.getRefCount(), 0u);
+    const UInt32 id = node.getFieldContainerId();
+    {
+        RefPtr<NodePtr> held(node);
+        EXPECT_EQ(node.getRefCount(), 1u);
+        const RefPtr<NodePtr> parent(Node::create());
+        parent->addChild(node);
+        EXPECT_EQ(node.getRefCount(), 2u);
+        RefPtr<NodePtr> copy(held);
+        copy = node; // its own target
+        EXPECT_EQ(node.getRefCount(), 3u);
+    }
+    EXPECT_FALSE(isAlive(id));
+
+    NodePtr fresh = Node::create();
+    subRefCP(fresh); // count 0: the way to destroy what nobody took
+    EXPECT_EQ(fresh, NullFC) << "the last one gone, the variable is null";
+}
+
+TEST(ReferenceCount, NullIsAcceptedEverywhere) {
+    NodePtr null;
+    addRefCP(null);
+    subRefCP(null);
+    beginEditCP(null);
+    endEditCP(null);
+    clearRefCP(null);
+    EXPECT_EQ(null.getRefCount(), 0u);
+    EXPECT_EQ(null.getFieldContainerId(), 0u);
+    EXPECT_TRUE(!null);
+    EXPECT_EQ(NodePtr::dcast(null), NullFC);
+    EXPECT_EQ(NodePtr::dcast(NullFC), NullFC);
+}
+
+TEST(ReferenceCount, SetRefdSwapsTargets) {
+    NodePtr first = Node::create();
+    NodePtr second = Node::create();
+    addRefCP(second);
+    const UInt32 first_id = first.getFieldContainerId();
+    NodePtr field;
+    setRefdCP(field, first);
+    EXPECT_EQ(first.getRefCount(), 1u);
+    setRefdCP(field, second);
+    EXPECT_FALSE(isAlive(first_id));
+    EXPECT_EQ(second.getRefCount(), 2u);
+    clearRefCP(field);
+    EXPECT_EQ(field, NullFC);
+    subRefCP(second);
+}
+
+TEST(ReferenceCount, AChainOfAnyLengthDiesWithoutADeepStack) {
+    const NodePtr root = Node::create();
+    addRefCP(root);
+    NodePtr last = root;
+    for (int i = 0; i < 20000; ++i) {
+        const NodePtr child = Node::create();
+        child->addChild(last); // upward, so that no walk to a root is long
+        last = child;
+    }
+    const UInt32 id = root.getFieldContainerId();
+    subRefCP(root); // the chain holds it now
+    subRefCP(last);
+    EXPECT_FALSE(isAlive(id));
+}
+
+TEST(ReferenceCount, IsSafeAcrossThreads) {
+    NodePtr node = Node::create();
+    addRefCP(node);
+    std::vector<std::thread> threads;
+    for (int t = 0; t < 4; ++t) {
+        threads.emplace_back([node] {
+            for (int i = 0; i < 20000; ++i) {
+                addRefCP(node);
+                const NodePtr copy = node;
+                subRefCP(copy);
+            }
+        });
+    }
+    for (std::thread& thread : threads)
+        thread.join();
+    EXPECT_EQ(node.getRefCount(), 1u);
+    subRefCP(node);
+}
+
+TEST(ContainerPtr, CastsFollowTheClassOfTheObject) {
+    const RefPtr<TransformPtr> transform(Transform::create());
+    const NodeCorePtr core = transform.get();
+    EXPECT_EQ(TransformPtr::dcast(core), transform.get());
+    EXPECT_EQ(GroupPtr::dcast(core), transform.get()) << "a transform is a group";
+    EXPECT_EQ(SwitchPtr::dcast(core), NullFC);
+    EXPECT_EQ(NodePtr::dcast(core), NullFC);
+    EXPECT_EQ(core->getType(), Transform::getClassType());
+    EXPECT_TRUE(core->getType() != Group::getClassType());
+    EXPECT_TRUE(core->getType().isDerivedFrom(Group::getClassType()));
+    EXPECT_FALSE(core->getType().isDerivedFrom(Switch::getClassType()));
+    EXPECT_TRUE(core->getType().isNodeCore());
+    EXPECT_STREQ(core->getType().getCName(), "Transform");
+    EXPECT_EQ(TransformPtr(*transform.getCPtr()), transform.get());
+}
+
+TEST(ContainerPtr, OrderIsThatOfCreation) {
+    const RefPtr<NodePtr> first(Node::create());
+    const RefPtr<NodePtr> second(Node::create());
+    EXPECT_LT(first.get(), second.get());
+    EXPECT_LT(NodePtr(), first.get());
+    NodePtr dropped = Node::create();
+    const NodePtr dangling = dropped;
+    subRefCP(dropped);
+    EXPECT_LT(second.get(), dangling) << "keys of maps may outlive their containers";
+    EXPECT_EQ(sizeof(NodePtr), 16u);
+    EXPECT_EQ(first->getUntypedPtr(), first.get());
+}
+
+TEST(Factory, KnowsTypesByNameAndMakesContainers) {
+    FieldContainerFactory* factory = FieldContainerFactory::the();
+    for (const char* name : {"Node", "Group", "Transform", "ComponentTransform", "Switch",
+                             "DistanceLOD", "MaterialGroup", "StringAttributeMap", "Name"}) {
+        SCOPED_TRACE(name);
+        const FieldContainerType* type = factory->findType(name);
+        ASSERT_NE(type, nullptr);
+        EXPECT_STREQ(type->getCName(), name);
+        FieldContainerPtr made = factory->createFieldContainer(name);
+        ASSERT_NE(made, NullFC);
+        EXPECT_EQ(made->getTypeId(), type->getId());
+        subRefCP(made);
+    }
+    for (const char* name : {"NodeCore", "Attachment", "AttachmentContainer"}) {
+        SCOPED_TRACE(name);
+        ASSERT_NE(factory->findType(name), nullptr);
+        EXPECT_TRUE(factory->findType(name)->isAbstract());
+        EXPECT_EQ(factory->createFieldContainer(name), NullFC);
+    }
+    EXPECT_EQ(factory->findType("no such type"), nullptr);
+    EXPECT_EQ(factory->createNodeCore("Node"), NullFC) << "a node is no core";
+}
 
 /// A root with n children, all with group cores.
 struct family {
@@ -58,15 +198,11 @@ TEST(NodeChildren, InsertAndReplaceKeepTheOrderTold) {
     EXPECT_TRUE(f.root->replaceChildBy(other, f.child[2])) << "by a sibling";
     EXPECT_EQ(f.order(), (order{f.child[2], f.child[1], f.child[0]}));
     EXPECT_FALSE(f.root->replaceChildBy(f.child[1], NullFC));
-    EXPECT_EQ(f.root->findChild(f.child[0]), 2);
-    EXPECT_EQ(f.root->findChild(f.root.get()), -1);
-}
-
-TEST(NodeChildren, AnEntryOfTheListItselfCanBeTakenOff) {
-    family f(3);
     f.root->subChild((*f.root->getMFChildren())[1]);
-    EXPECT_EQ(f.order(), (order{f.child[0], f.child[2]}));
-    EXPECT_EQ(f.child[2].getRefCount(), 1u);
+    EXPECT_EQ(f.order(), (order{f.child[2], f.child[0]})) << "told by an entry of the list itself";
+    EXPECT_EQ(f.child[0].getRefCount(), 1u);
+    EXPECT_EQ(f.root->findChild(f.child[0]), 1);
+    EXPECT_EQ(f.root->findChild(f.root.get()), -1);
 }
 
 TEST(NodeChildren, NoNodeComesBelowItself) {
@@ -105,26 +241,18 @@ TEST(NodeCoreSharing, ParentsAreTheNodesAndTheLastOneDropsTheCore) {
         EXPECT_EQ(core.getRefCount(), 2u) << "its own core again";
         first->setCore(NullFC);
         EXPECT_EQ(core->getParents().size(), 1u);
+        second->setTravMask(5);
+        {
+            const RefPtr<NodePtr> copy(NodePtr::dcast(second->shallowCopy()));
+            EXPECT_EQ(copy->getCore(), core) << "a copy shares";
+            EXPECT_EQ(copy->getTravMask(), 5u);
+            EXPECT_EQ(core.getRefCount(), 2u);
+            EXPECT_EQ(core->getParents().size(), 2u);
+        }
+        EXPECT_EQ(core.getRefCount(), 1u);
+        EXPECT_EQ(core->getParents().size(), 1u);
     }
-    EXPECT_EQ(FieldContainerFactory::the()->getContainer(id), NullFC);
-}
-
-NodePtr movedBy(Real32 x, Real32 y, Real32 z) {
-    TransformPtr transform;
-    const NodePtr node = makeCoredNode<Transform>(&transform);
-    Matrix matrix;
-    matrix.setTranslate(x, y, z);
-    transform->setMatrix(matrix);
-    return node;
-}
-
-TEST(NodeToWorld, IncludesTheOwnCore) {
-    const RefPtr<NodePtr> outer(movedBy(1, 0, 0));
-    const NodePtr inner = movedBy(0, 2, 0);
-    outer->addChild(inner);
-    EXPECT_EQ(inner->getToWorld()[3][0], 1.f);
-    EXPECT_EQ(inner->getToWorld()[3][1], 2.f);
-    EXPECT_EQ(outer->getToWorld()[3][1], 0.f);
+    EXPECT_FALSE(isAlive(id));
 }
 
 TEST(NodeVolume, FreshIsEmptyAndInvalidAndStopsInvalidation) {
@@ -141,25 +269,19 @@ TEST(NodeVolume, FreshIsEmptyAndInvalidAndStopsInvalidation) {
     EXPECT_FALSE(node->getVolume().isValid());
 }
 
-TEST(ComponentTransformMatrix, IsPutTogetherByTheEdit) {
+TEST(NodeToWorld, IncludesTheOwnCoreOnceItsPartsAreTold) {
+    TransformPtr moved;
+    const RefPtr<NodePtr> outer(makeCoredNode<Transform>(&moved));
+    moved->getMatrix().setTranslate(1, 0, 0);
     ComponentTransformPtr parts;
-    const RefPtr<NodePtr> node(makeCoredNode<ComponentTransform>(&parts));
-    parts->setTranslation(Vec3f(1, 2, 3));
+    const NodePtr inner = makeCoredNode<ComponentTransform>(&parts);
+    outer->addChild(inner);
+    parts->setTranslation(Vec3f(0, 2, 3));
     parts->setScale(Vec3f(2, 2, 2));
-    EXPECT_EQ(node->getToWorld()[3][2], 0.f);
+    EXPECT_EQ(inner->getToWorld()[3][2], 0.f);
     endEditCP(parts, ComponentTransform::TranslationFieldMask);
-    EXPECT_EQ(node->getToWorld()[3][2], 3.f);
-    EXPECT_EQ(node->getToWorld()[1][1], 2.f);
-}
-
-TEST(CoreDefaults, AreTheKnownOnes) {
-    const RefPtr<SwitchPtr> chosen(Switch::create());
-    EXPECT_EQ(chosen->getChoice(), -1);
-    EXPECT_EQ(Switch::ALL, -2);
-    const RefPtr<NodePtr> node(Node::create());
-    EXPECT_EQ(node->getTravMask(), 0xFFFFFFFFu);
-    EXPECT_EQ(node->getCore(), NullFC);
-    EXPECT_EQ(node->getParent(), NullFC);
+    EXPECT_EQ(inner->getToWorld(), Matrix(2, 0, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, 0, 0, 0, 1));
+    EXPECT_EQ(outer->getToWorld()[3][1], 0.f);
 }
 
 TEST(Names, AreAttachmentsThatComeAndGo) {
@@ -201,7 +323,7 @@ TEST(Attachments, StandUnderGroupAndBinding) {
     EXPECT_EQ(first->findParent(node.get()), -1);
 }
 
-TEST(StringAttributes, KeepTheOrderOfKeys) {
+TEST(StringAttributes, KeepTheOrderOfKeysAndFollowThem) {
     const RefPtr<StringAttributeMapPtr> map(StringAttributeMap::create());
     map->setAttribute("b", "1");
     map->setAttribute("a", "2");
@@ -221,6 +343,12 @@ TEST(StringAttributes, KeepTheOrderOfKeys) {
     }
     (*map.getCPtr())["c"] = "4";
     EXPECT_TRUE(map->hasAttribute("c"));
+
+    const RefPtr<StringAttributeMapPtr> from(StringAttributeMap::create());
+    from->setAttribute("new", "5");
+    map->executeSync(*from, FieldBits::AllFields);
+    EXPECT_EQ(map->getAttribute("new"), "5");
+    EXPECT_FALSE(map->hasAttribute("b"));
 }
 
 } // namespace

@@ -1,0 +1,317 @@
+// createSharedIndex, createSingleIndex and counting; strips and fans: whatever is found, the
+// triangles with their winding stay.
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGGeoFunctions.h>
+
+#include <cstdlib>
+#include <map>
+#include <random>
+
+#include "geometry_support.h"
+
+namespace {
+
+using namespace geometry_test;
+
+TEST(SharedIndex, JoinsEqualVertices) {
+    const struct {
+        points positions;
+        Int32 changed;
+        numbers indices;
+    } table[] = {
+        {quadPoints(), 2, {0, 1, 2, 1, 4, 2}},
+        {roofPoints(), 2, {0, 1, 2, 1, 0, 5}},
+        {gridPoints(2), 15, {0, 1,  2, 1,  4,  2, 2, 4,  8,  4,  10, 8,
+                             1, 13, 4, 13, 16, 4, 4, 16, 10, 16, 22, 10}},
+        {{{0, 0, 0}, {-0.f, 0, 0}, {1e-7f, 0, 0}}, 0, {0, 1, 2}}, // by bytes, not by value
+        {{}, 0, {}},
+    };
+    for (const auto& row : table) {
+        const GeometryRefPtr core = makeTriangles(row.positions);
+        EXPECT_EQ(createSharedIndex(core), row.changed);
+        EXPECT_EQ(indicesOf(core), row.indices);
+        EXPECT_EQ(mappingOf(core), std::vector<UInt16>());
+        EXPECT_EQ(core->getPositions()->getSize(), row.positions.size());
+        EXPECT_EQ(createSharedIndex(core), 0) << "nothing is left to share";
+        EXPECT_EQ(createSingleIndex(core), 0) << "one index is there already";
+        EXPECT_EQ(indicesOf(core), row.indices);
+    }
+}
+
+TEST(SharedIndex, ComparesAllPropertiesOfAnEntry) {
+    const Vec3f a(1, 0, 0), b(0, 1, 0);
+    const auto shared = [](const std::vector<Vec3f>& normals) {
+        const GeometryRefPtr core = makeTriangles(points(normals.size()));
+        core->setNormals(makeProperty<GeoNormals3f>(normals));
+        createSharedIndex(core);
+        return indicesOf(core);
+    };
+    EXPECT_EQ(shared({a, b, a}), (numbers{0, 1, 0}));
+    EXPECT_EQ(shared({a, b, b}), (numbers{0, 1, 1}));
+    EXPECT_EQ(shared({a, a, b, b, a}), (numbers{0, 0, 2, 2, 0}));
+
+    // Entry by entry where there are several; the first to come stays, not the lowest.
+    const GeometryRefPtr core =
+        makeCore(points(4), {{GL_TRIANGLES, 3}}, {3, 2, 1, 1, 0, 0}, {1, 2});
+    core->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>{a, b, a}));
+    EXPECT_EQ(createSharedIndex(core), 3);
+    EXPECT_EQ(indicesOf(core), (numbers{3, 2, 3, 1, 3, 2}));
+
+    // A property too short for some vertices keeps them from those that it has.
+    const GeometryRefPtr short_normals = makeTriangles(points(4));
+    short_normals->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>{a, a}));
+    EXPECT_EQ(createSharedIndex(short_normals), 2);
+    EXPECT_EQ(indicesOf(short_normals), (numbers{0, 0, 2, 2}));
+}
+
+TEST(SharedIndex, SparesWhatIsMissingOrSharedWithOthers) {
+    EXPECT_EQ(createSharedIndex(GeometryPtr()), -1);
+    EXPECT_EQ(createSingleIndex(GeometryPtr()), -1);
+    const GeometryRefPtr bare(Geometry::create());
+    EXPECT_EQ(createSharedIndex(bare), 0);
+    EXPECT_EQ(bare->getIndices(), NullFC);
+    // Without indices a mapping means nothing; two indices per vertex do not come of it.
+    const GeometryRefPtr mapped = makeCore(quadPoints(), {{GL_TRIANGLES, 6}}, {}, {1, 2});
+    EXPECT_EQ(createSharedIndex(mapped), 2);
+    EXPECT_EQ(trianglesOf(mapped), (std::vector<corners>{{0, 1, 2}, {1, 4, 2}}));
+    const GeometryRefPtr beyond = makeCore(points(1), {{GL_TRIANGLES, 3}}, {7, 0xFFFFFFFFu, 7});
+    EXPECT_EQ(createSharedIndex(beyond), 0);
+    EXPECT_EQ(indicesOf(beyond), (numbers{7, 0xFFFFFFFFu, 7}));
+
+    const GeometryRefPtr core = makeCore(points(3), {{GL_TRIANGLES, 3}});
+    core->setIndices(makeProperty<GeoIndicesUI16>(numbers{2, 1, 0}));
+    const GeometryRefPtr other = makeCore({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{GL_TRIANGLES, 3}});
+    other->setIndices(core->getIndices());
+    EXPECT_EQ(createSharedIndex(core), 2);
+    EXPECT_EQ(indicesOf(core), (numbers{2, 2, 2}));
+    EXPECT_EQ(indicesOf(other), (numbers{2, 1, 0})) << "the other's vertices are different ones";
+    EXPECT_NE(GeoIndicesUI16Ptr::dcast(core->getIndices()), NullFC);
+}
+
+TEST(SingleIndex, NumbersTuplesByFirstUse) {
+    const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 0, 0}, {2, 0, 0}}, {{GL_TRIANGLES, 4}},
+                                         {2, 0, 1, 1, 2, 0, 2, 1}, {1 | 2048, 2});
+    core->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>{{1, 0, 0}, {0, 1, 0}}));
+    core->setTexCoords7(makeProperty<GeoTexCoords1f>(std::vector<Real32>{10, 11}));
+    core->setColors(makeProperty<GeoColors3ub>(std::vector<Color3ub>{{1, 2, 3}})); // not mapped
+    const GeometryRefPtr other(Geometry::create());
+    other->setNormals(core->getNormals());
+    EXPECT_EQ(createSingleIndex(core), 3);
+    EXPECT_EQ(indicesOf(core), (numbers{0, 1, 0, 2}));
+    EXPECT_EQ(mappingOf(core), (std::vector<UInt16>{1 | 2 | 2048}));
+    EXPECT_EQ(GeoPositions3fPtr::dcast(core->getPositions())->getField().getValues(),
+              (points{{2, 0, 0}, {1, 0, 0}, {2, 0, 0}}));
+    EXPECT_EQ(core->getNormals()->getValue(2), Vec3f(0, 1, 0));
+    EXPECT_EQ(core->getTexCoords7()->getValue(0), Vec2f(0, 0)) << "beyond the old end";
+    EXPECT_EQ(core->getTexCoords7()->getValue(1), Vec2f(11, 0));
+    EXPECT_EQ(core->getColors()->getSize(), 1u);
+    EXPECT_EQ(other->getNormals()->getSize(), 2u) << "the other's property stays";
+    EXPECT_EQ(createSingleIndex(core), 3);
+    EXPECT_EQ(indicesOf(core), (numbers{0, 1, 0, 2}));
+}
+
+TEST(SingleIndex, AgreesWithASlowSearch) {
+    std::mt19937 random(5);
+    for (int round = 0; round < 100; ++round) {
+        const UInt32 stride = 1 + random() % 3, vertices = random() % 60;
+        numbers indices(vertices * stride);
+        for (UInt32& index : indices)
+            index = random() % 4;
+        std::vector<UInt16> mapping{1, 2, 4};
+        mapping.resize(stride);
+        const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {3, 0, 0}},
+                                             {{GL_POINTS, vertices}}, indices, mapping);
+        std::map<numbers, UInt32> known;
+        numbers expected;
+        for (UInt32 v = 0; v < vertices; ++v) {
+            const numbers tuple(indices.begin() + v * stride, indices.begin() + (v + 1) * stride);
+            const auto number = static_cast<UInt32>(known.size());
+            expected.push_back(known.emplace(tuple, number).first->second);
+        }
+        EXPECT_EQ(createSingleIndex(core), static_cast<Int32>(known.size()));
+        EXPECT_EQ(indicesOf(core), expected);
+        for (UInt32 v = 0; v < vertices; ++v) {
+            const UInt32 was = indices[v * stride];
+            EXPECT_EQ(core->getPositions()->getValue(expected[v])[0],
+                      was % 2 == 0 ? 0.f : static_cast<Real32>(was));
+        }
+    }
+}
+
+TEST(PrimitiveCount, ByTypeAndLength) {
+    // Types by number: points, lines, loop, strip; triangles, strip, fan; quads, strip, polygon.
+    const GeometryRefPtr core = makeCore(points(100), {{0, 3},
+                                                       {1, 5},
+                                                       {2, 4},
+                                                       {3, 4},
+                                                       {4, 8},
+                                                       {5, 5},
+                                                       {6, 1},
+                                                       {7, 8},
+                                                       {8, 6},
+                                                       {9, 5},
+                                                       {77, 9},
+                                                       {3, 0}});
+    UInt32 triangles = 9, lines = 9, single = 9;
+    EXPECT_EQ(calcPrimitiveCount(core, triangles, lines, single), 16u + 9u + 3u);
+    EXPECT_EQ(triangles, 2u + 3 + 0 + 4 + 4 + 3);
+    EXPECT_EQ(lines, 2u + 3 + 4);
+    EXPECT_EQ(single, 3u);
+    EXPECT_EQ(calcPrimitiveCount(GeometryPtr(), triangles, lines, single), 0u);
+    EXPECT_EQ(triangles, 0u);
+}
+
+GeometryRefPtr sharedGrid(int cells) {
+    const GeometryRefPtr core = makeTriangles(gridPoints(cells));
+    createSharedIndex(core);
+    return core;
+}
+
+/// A disc of n triangles around vertex 0.
+GeometryRefPtr disc(UInt32 n) {
+    numbers indices;
+    for (UInt32 i = 0; i < n; ++i)
+        indices.insert(indices.end(), {0, 1 + i, 1 + (i + 1) % n});
+    return makeCore(points(n + 1), {{GL_TRIANGLES, 3 * n}}, indices);
+}
+
+primitives primitivesOf(const GeometryRefPtr& core) {
+    const numbers types = numbersOf(core->getTypes()), lengths = numbersOf(core->getLengths());
+    primitives all;
+    for (std::size_t i = 0; i < types.size(); ++i)
+        all.emplace_back(types[i], lengths[i]);
+    return all;
+}
+
+TEST(Strips, QuadAndGrid) {
+    const GeometryRefPtr quad = sharedGrid(1);
+    EXPECT_EQ(createOptimizedPrimitives(quad, 1, true, false, 16, false, true), 4);
+    EXPECT_EQ(primitivesOf(quad), (primitives{{GL_TRIANGLE_STRIP, 4}}));
+    EXPECT_EQ(sorted(trianglesOf(quad)), sorted({{0, 1, 2}, {2, 1, 4}}));
+
+    for (const bool stitch : {false, true}) {
+        const GeometryRefPtr grid = sharedGrid(2);
+        const std::vector<corners> before = sorted(trianglesOf(grid));
+        const Int32 cost = createOptimizedPrimitives(grid, 1, true, false, 16, false, stitch);
+        EXPECT_LE(cost, 13);
+        EXPECT_EQ(sorted(trianglesOf(grid)), before);
+        const auto indices = static_cast<Int32>(indicesOf(grid).size());
+        EXPECT_TRUE(stitch ? indices >= cost : indices == cost) << indices << " for " << cost;
+        EXPECT_TRUE(!stitch || primitivesOf(grid).size() == 1);
+    }
+    // Long rows: little more than one index a triangle.
+    const GeometryRefPtr large = sharedGrid(30);
+    EXPECT_LE(createOptimizedPrimitives(large), 30 * 30 * 2 * 11 / 10);
+}
+
+TEST(Strips, ApplyOnlyWhatIsCheaper) {
+    const GeometryRefPtr loose =
+        makeCore(points(6), {{GL_TRIANGLES, 6}, {GL_POINTS, 1}}, {0, 1, 2, 3, 4, 5, 0});
+    EXPECT_EQ(createOptimizedPrimitives(loose), 6);
+    EXPECT_EQ(primitivesOf(loose), (primitives{{GL_TRIANGLES, 6}})) << "points go";
+    EXPECT_EQ(createOptimizedPrimitives(loose), 6);
+    EXPECT_EQ(createOptimizedPrimitives(loose, 1, true, true, 16, false, false, true), 6);
+    EXPECT_EQ(primitivesOf(loose), (primitives{{GL_TRIANGLES, 6}})) << "no gain, no change";
+
+    const GeometryRefPtr strip = makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3});
+    const GeoIndicesPtr indices = strip->getIndices();
+    EXPECT_EQ(createOptimizedPrimitives(strip), 4);
+    EXPECT_EQ(strip->getIndices(), indices);
+
+    EXPECT_EQ(createOptimizedPrimitives(GeometryPtr()), 0);
+    EXPECT_EQ(createOptimizedPrimitives(GeometryRefPtr(Geometry::create())), 0);
+    EXPECT_EQ(createOptimizedPrimitives(makeTriangles(quadPoints())), 0) << "no indices";
+    EXPECT_EQ(createOptimizedPrimitives(makeCore(points(3), {{GL_LINES, 2}}, {0, 1})), 0);
+}
+
+TEST(Strips, FansAroundBusyVertices) {
+    const struct {
+        bool strips, fans;
+        UInt32 least;
+        primitives expected;
+    } table[] = {
+        {false, true, 16, {{GL_TRIANGLE_FAN, 22}}},
+        {true, true, 20, {{GL_TRIANGLE_FAN, 22}}},
+        {false, true, 21, {{GL_TRIANGLES, 60}}},
+        {false, false, 0, {{GL_TRIANGLES, 60}}},
+    };
+    for (const auto& row : table) {
+        const GeometryRefPtr core = disc(20);
+        const std::vector<corners> before = sorted(trianglesOf(core));
+        const Int32 cost = createOptimizedPrimitives(core, 1, row.strips, row.fans, row.least);
+        EXPECT_EQ(cost, static_cast<Int32>(row.expected[0].second));
+        EXPECT_EQ(primitivesOf(core), row.expected);
+        EXPECT_EQ(sorted(trianglesOf(core)), before);
+    }
+}
+
+TEST(Strips, LeaveTheRandomSequenceAlone) {
+    std::srand(5);
+    const int expected = std::rand();
+    std::srand(5);
+    createOptimizedPrimitives(sharedGrid(4), 8);
+    EXPECT_EQ(std::rand(), expected);
+}
+
+/// Corners as index tuples, since positions alone do not tell vertices apart under a mapping.
+std::vector<corners> tupleTriangles(const GeometryRefPtr& core) {
+    std::vector<corners> triangles;
+    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
+        corners t;
+        for (Int32 k = 0; k < 3; ++k)
+            t[static_cast<std::size_t>(k)] = it.getPositionIndex(k) * 1000 + it.getNormalIndex(k);
+        triangles.push_back(t);
+    }
+    return triangles;
+}
+
+TEST(Strips, KeepEveryTriangleOfAnySoup) {
+    std::mt19937 random(23);
+    for (int round = 0; round < 400; ++round) {
+        // Few vertices: duplicates, turned twins, edges of many triangles, degenerates.
+        const UInt32 vertices = 4 + random() % 12, triangles = 1 + random() % 80;
+        const bool mapped = round % 2 != 0;
+        numbers indices;
+        for (UInt32 i = 0; i < triangles * 3; ++i) {
+            indices.push_back(random() % vertices);
+            if (mapped)
+                indices.push_back(random() % 2);
+        }
+        std::vector<UInt16> mapping;
+        if (mapped)
+            mapping = {1, 2};
+        const GeometryRefPtr core =
+            makeCore(points(vertices), {{GL_TRIANGLES, triangles * 3}}, indices, mapping);
+        core->setNormals(GeoNormals3f::create());
+        const GeometryRefPtr again(core->clone());
+        std::vector<corners> before = sorted(tupleTriangles(core));
+        const bool stitch = random() % 2 != 0, isolated = random() % 2 != 0;
+        const bool fans = random() % 2 != 0;
+        const UInt32 least = 1 + random() % 6;
+        createOptimizedPrimitives(core, 1, true, fans, least, false, stitch, isolated);
+        createOptimizedPrimitives(again, 1, true, fans, least, false, stitch, isolated);
+        EXPECT_EQ(indicesOf(core), indicesOf(again)) << "the same each time";
+        EXPECT_EQ(mappingOf(core), mapping);
+
+        if (indicesOf(core) != indices) { // applied
+            const auto degenerate = [](const corners& t) {
+                return t[0] == t[1] || t[1] == t[2] || t[0] == t[2];
+            };
+            before.erase(std::remove_if(before.begin(), before.end(), degenerate), before.end());
+        }
+        ASSERT_EQ(sorted(tupleTriangles(core)), before) << round;
+    }
+}
+
+TEST(Strips, StayQuickOnPilesOfTheSameTriangle) {
+    numbers indices;
+    for (UInt32 i = 0; i < 100000; ++i)
+        indices.insert(indices.end(), {0, 1 + i % 2, 2 - i % 2});
+    const GeometryRefPtr core = makeCore(points(3), {{GL_TRIANGLES, 300000}}, indices);
+    EXPECT_LE(createOptimizedPrimitives(core), 100002);
+    EXPECT_EQ(trianglesOf(core).size(), 100000u);
+}
+
+} // namespace
