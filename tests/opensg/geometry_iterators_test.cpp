@@ -34,7 +34,7 @@ TEST(TriangleWalk, CornersByTypeAndLength) {
         {GL_TRIANGLE_FAN, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
         {GL_POLYGON, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
         {GL_QUADS, 8, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}, {4, 6, 7}}},
-        // A rest reads on behind its primitive.
+        // A rest reads on behind its primitive, as far as there are vertices.
         {GL_TRIANGLES, 4, {{0, 1, 2}, {3, 4, 5}}},
         {GL_QUADS, 3, {{0, 1, 2}}},
         {GL_QUADS, 5, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}}},
@@ -194,59 +194,39 @@ TEST(Walks, CompareSeekAndStart) {
 }
 
 /// The walk as it is told, over plain vectors that may fit each other or not.
-struct naive_walk {
-    struct triangle {
-        corners position;
-        UInt32 type;
-    };
-    std::vector<triangle> triangles;
-
-    naive_walk(const primitives& all, const numbers& indices, UInt32 stride) {
-        const UInt64 vertices = indices.size() / stride;
-        UInt64 first = 0;
-        for (const auto& primitive : all) {
-            const auto index = [&](UInt64 which) {
-                return static_cast<Int32>(indices[(first + which) * stride]);
-            };
-            const auto emit = [&](UInt64 a, UInt64 b, UInt64 c, bool strip) {
-                if (first + osgMax(a, osgMax(b, c)) >= vertices)
-                    return;
-                const corners t{index(a), index(b), index(c)};
-                if (!strip || (t[0] != t[1] && t[1] != t[2] && t[0] != t[2]))
-                    triangles.push_back({t, primitive.first});
-            };
-            const UInt64 n = primitive.second < 3 ? 0 : primitive.second;
-            for (UInt64 i = 0; i < n && first + i < vertices; ++i) {
-                const bool odd = i % 2 != 0;
-                switch (primitive.first) {
-                case GL_TRIANGLES:
-                    if (i % 3 == 0)
-                        emit(i, i + 1, i + 2, false);
-                    break;
-                case GL_TRIANGLE_STRIP:
-                case GL_QUAD_STRIP:
-                    if (i + 2 < n)
-                        emit(odd ? i + 1 : i, odd ? i : i + 1, i + 2, i > 0);
-                    break;
-                case GL_TRIANGLE_FAN:
-                case GL_POLYGON:
-                    if (i + 2 < n)
-                        emit(0, i + 1, i + 2, false);
-                    break;
-                case GL_QUADS:
-                    if (i % 4 == 0)
-                        emit(i, i + 1, i + 2, false);
-                    if (i % 4 == 3)
-                        emit(i - 3, i - 1, i, false);
-                    break;
-                default:
-                    break;
-                }
-            }
-            first += primitive.second;
+std::vector<std::pair<corners, UInt32>> naiveWalk(const primitives& all, const numbers& indices,
+                                                  UInt32 stride) {
+    std::vector<std::pair<corners, UInt32>> triangles; // and types of their primitives
+    const UInt64 vertices = indices.size() / stride;
+    UInt64 first = 0;
+    for (const auto& [type, length] : all) {
+        const auto emit = [&, kind = type](UInt64 a, UInt64 b, UInt64 c,
+                                           bool counts_always = true) {
+            if (first + osgMax(a, osgMax(b, c)) >= vertices)
+                return;
+            const auto index = [&](UInt64 v) { return Int32(indices[(first + v) * stride]); };
+            const corners t{index(a), index(b), index(c)};
+            if (counts_always || (t[0] != t[1] && t[1] != t[2] && t[0] != t[2]))
+                triangles.emplace_back(t, kind);
+        };
+        const UInt64 n = length < 3 ? 0 : length;
+        for (UInt64 i = 0; i < n && first + i < vertices; ++i) {
+            const UInt64 odd = i % 2;
+            if (type == GL_TRIANGLES && i % 3 == 0)
+                emit(i, i + 1, i + 2);
+            else if ((type == GL_TRIANGLE_STRIP || type == GL_QUAD_STRIP) && i + 2 < n)
+                emit(i + odd, i + 1 - odd, i + 2, i == 0);
+            else if ((type == GL_TRIANGLE_FAN || type == GL_POLYGON) && i + 2 < n)
+                emit(0, i + 1, i + 2);
+            else if (type == GL_QUADS && i % 4 == 0)
+                emit(i, i + 1, i + 2);
+            else if (type == GL_QUADS && i % 4 == 3)
+                emit(i - 3, i - 1, i);
         }
+        first += length;
     }
-};
+    return triangles;
+}
 
 TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
     std::mt19937 random(3);
@@ -260,30 +240,22 @@ TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
         numbers indices(1 + random() % 40);
         for (UInt32& index : indices)
             index = random() % 6;
-        std::vector<UInt16> mapping;
-        if (stride > 1 || random() % 2 != 0)
-            mapping = std::vector<UInt16>{1, 2, 4};
-        mapping.resize(mapping.empty() ? 0 : stride);
+        std::vector<UInt16> mapping{1, 2, 4};
+        mapping.resize(stride > 1 || random() % 2 != 0 ? stride : 0);
         const GeometryRefPtr core = makeCore(manyPoints(3), all, indices, mapping);
         if (random() % 2 != 0)
             core->setIndices(makeProperty<GeoIndicesUI16>(indices));
-        if (random() % 4 == 0) { // more types than lengths
-            core->getTypes()->addValue(GL_TRIANGLES);
-        }
-
-        const naive_walk naive(all, indices, stride);
+        if (random() % 4 == 0)
+            core->getTypes()->addValue(GL_TRIANGLES); // more types than lengths
+        const auto naive = naiveWalk(all, indices, stride);
         std::size_t count = 0;
         for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it, ++count) {
-            ASSERT_LT(count, naive.triangles.size()) << round;
-            ASSERT_EQ(
-                (corners{it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)}),
-                naive.triangles[count].position)
-                << round;
-            ASSERT_EQ(it.getType(), naive.triangles[count].type);
-            EXPECT_EQ(it.getPosition(2)[0],
-                      it.getPositionIndex(2) < 3 ? static_cast<Real32>(it.getPositionIndex(2)) : 0);
+            const corners t{it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)};
+            ASSERT_LT(count, naive.size()) << round;
+            ASSERT_EQ(std::make_pair(t, it.getType()), naive[count]) << round;
+            EXPECT_EQ(it.getPosition(2)[0], t[2] < 3 ? static_cast<Real32>(t[2]) : 0);
         }
-        ASSERT_EQ(count, naive.triangles.size()) << round;
+        ASSERT_EQ(count, naive.size()) << round;
         for (PrimitiveIterator it(core.get()); !it.isAtEnd(); ++it)
             ASSERT_LE(it.getLength(), indices.size());
         for (LineIterator it = core->beginLines(); !it.isAtEnd(); ++it)

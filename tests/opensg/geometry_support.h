@@ -68,6 +68,14 @@ inline std::vector<corners> trianglesOf(const GeometryRefPtr& core) {
     return triangles;
 }
 
+/// Calls `visit` with the iterator and the number of each corner of all triangles.
+template <class Visit> void forEachCorner(const GeometryRefPtr& core, const Visit& visit) {
+    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
+        for (Int32 k = 0; k < 3; ++k)
+            visit(it, k);
+    }
+}
+
 /// Comparable whatever the order of the triangles and their first corners; winding counts.
 inline std::vector<corners> sorted(std::vector<corners> triangles) {
     for (corners& t : triangles)
@@ -87,9 +95,8 @@ inline points roofPoints() {
 inline points gridPoints(int cells) {
     points all;
     for (int i = 0; i < cells * cells; ++i) {
-        const auto x = static_cast<Real32>(i / cells), y = static_cast<Real32>(i % cells);
         for (const Pnt3f& p : quadPoints())
-            all.emplace_back(x + p[0], y + p[1], 0.f);
+            all.push_back(p + Vec3f(Real32(i / cells), Real32(i % cells), 0.f));
     }
     return all;
 }
