@@ -31,9 +31,9 @@ NodePtr under(const NodeCorePtr& core, const std::vector<NodePtr>& children,
     return node;
 }
 
-NodePtr placed(const Matrix& matrix, const std::vector<NodePtr>& children) {
+NodePtr scaled(const Vec3f& factors, const std::vector<NodePtr>& children) {
     const TransformPtr core = Transform::create();
-    core->setMatrix(matrix);
+    core->getMatrix().setScale(factors);
     return under(core, children);
 }
 
@@ -43,6 +43,10 @@ NodePtr flatTriangle(Real32 z) {
 }
 
 const Line downward(Pnt3f(.25f, .25f, 10), Vec3f(0, 0, -1));
+
+auto functor(Action::ResultE (*function)(CNodePtr&, Action*)) {
+    return osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(function);
+}
 
 std::string visited;
 
@@ -67,12 +71,8 @@ Action::ResultE leaveNamed(CNodePtr& node, Action*) {
 std::string walkOf(const NodePtr& root, Action::ResultE expected, UInt32 mask = 0xFFFFFFFFu) {
     const RefPtr<NodePtr> held(root);
     const std::unique_ptr<Action> action(Action::create());
-    const auto enter =
-        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&enterNamed);
-    const auto leave =
-        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&leaveNamed);
-    action->registerEnterFunction(Group::getClassType(), enter);
-    action->registerLeaveFunction(Group::getClassType(), leave);
+    action->registerEnterFunction(Group::getClassType(), functor(&enterNamed));
+    action->registerLeaveFunction(Group::getClassType(), functor(&leaveNamed));
     action->setTravMask(mask);
     visited.clear();
     EXPECT_EQ(action->apply(root), expected);
@@ -211,9 +211,7 @@ Action::ResultE hitNothing(CNodePtr&, Action*) { return Action::Continue; }
 TEST(IntersectDefaults, NewFunctionsHoldForActionsMadeAfterwards) {
     const RefPtr<NodePtr> root(flatTriangle(0));
     const pick before(IntersectAction::create(downward));
-    IntersectAction::registerEnterDefault(
-        Geometry::getClassType(),
-        osgTypedFunctionFunctor2CPtrRef<Action::ResultE, CNodePtr, Action*>(&hitNothing));
+    IntersectAction::registerEnterDefault(Geometry::getClassType(), functor(&hitNothing));
     const pick between(IntersectAction::create(downward));
     IntersectAction::registerEnterDefault(
         Geometry::getClassType(),
@@ -228,17 +226,10 @@ TEST(IntersectDefaults, NewFunctionsHoldForActionsMadeAfterwards) {
 }
 
 TEST(IntersectFrames, ScalesMirrorsAndFlatMatricesKeepTheirUnits) {
-    Matrix scaled;
-    scaled.setScale(2, 4, -8);
-    Matrix flat;
-    flat.setScale(1, 1, 0);
-    Matrix tiny;
-    tiny.setScale(1e-7f, 1e-7f, 1e-7f);
-    Matrix huge;
-    huge.setScale(1e7f, 1e7f, 1e7f);
+    const Vec3f tiny(1e-7f, 1e-7f, 1e-7f), huge(1e7f, 1e7f, 1e7f);
     const RefPtr<NodePtr> root(
-        named("", {placed(flat, {flatTriangle(9)}),
-                   placed(scaled, {placed(tiny, {placed(huge, {flatTriangle(.5f)})})}),
+        named("", {scaled(Vec3f(1, 1, 0), {flatTriangle(9)}),
+                   scaled(Vec3f(2, 4, -8), {scaled(tiny, {scaled(huge, {flatTriangle(.5f)})})}),
                    flatTriangle(-6)}));
     const pick action(IntersectAction::create(downward, 15.f));
     action->apply(root);
@@ -255,9 +246,8 @@ TEST(IntersectFrames, ScalesMirrorsAndFlatMatricesKeepTheirUnits) {
 }
 
 struct random_scene {
-    std::mt19937 rng{77};
-    std::vector<points> world; ///< triangles, in order of the walk
-    std::vector<NodePtr> owner;
+    std::mt19937 rng;
+    std::vector<std::pair<points, NodePtr>> world; ///< triangles, in order of the walk
 
     Real32 real(Real32 low, Real32 high) {
         return std::uniform_real_distribution<Real32>(low, high)(rng);
@@ -286,30 +276,24 @@ struct random_scene {
         return under(core, children);
     }
     NodePtr geometry(const Matrix& toWorld) {
-        points corners_of_all;
-        const NodePtr node = makeNodeFor(NullFC);
-        for (UInt32 i = rng() % 5; i-- > 0;) {
-            points triangle;
-            for (int k = 0; k < 3; ++k) {
-                corners_of_all.push_back(Pnt3f(vector(3)));
-                Pnt3f moved;
-                toWorld.multMatrixPnt(corners_of_all.back(), moved);
-                triangle.push_back(moved);
-            }
-            world.push_back(triangle);
-            owner.push_back(node);
+        const NodePtr node = Node::create();
+        points all(rng() % 5 * 3);
+        for (std::size_t i = 0; i < all.size(); ++i) {
+            all[i] = Pnt3f(vector(3));
+            if (i % 3 == 0)
+                world.emplace_back(points(3), node);
+            toWorld.multMatrixPnt(all[i], world.back().first[i % 3]);
         }
-        node->setCore(makeTriangles(corners_of_all).get());
+        node->setCore(makeTriangles(all).get());
         return node;
     }
 };
 
 TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
     int hits = 0;
-    for (int round = 0; round < 200; ++round) {
+    for (unsigned round = 0; round < 200; ++round) {
         SCOPED_TRACE(round);
-        random_scene scene;
-        scene.rng.seed(static_cast<unsigned>(round));
+        random_scene scene{std::mt19937(round), {}};
         const RefPtr<NodePtr> root(scene.build(Matrix(), 4));
         if (round % 2 == 0)
             root->updateVolume();
@@ -317,7 +301,7 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
             const Pnt3f eye(scene.vector(12));
             Pnt3f aim(scene.vector(3));
             if (!scene.world.empty()) { // at the middle of some triangle
-                const points& t = scene.world[scene.rng() % scene.world.size()];
+                const points& t = scene.world[scene.rng() % scene.world.size()].first;
                 aim = t[0] + ((t[1] - t[0]) + (t[2] - t[0])) / 3.f;
             }
             const Line line(eye, aim);
@@ -328,7 +312,7 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
             Real32 best = reach;
             Vec3f best_normal;
             for (std::size_t i = 0; i < scene.world.size(); ++i) {
-                const points& t = scene.world[i];
+                const points& t = scene.world[i].first;
                 Real32 at;
                 Vec3f normal;
                 if (line.intersect(t[0], t[1], t[2], at, &normal) && at >= 0 && at <= best)
@@ -343,7 +327,7 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
             EXPECT_LT((action->getHitPoint() - (line.getPosition() + line.getDirection() * best))
                           .length(),
                       1e-2f);
-            EXPECT_EQ(action->getHitObject(), scene.owner[nearest]);
+            EXPECT_EQ(action->getHitObject(), scene.world[nearest].second);
             EXPECT_NEAR(std::abs(action->getHitNormal().dot(best_normal)), 1.f, 1e-3f);
         }
     }

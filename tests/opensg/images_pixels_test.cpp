@@ -111,57 +111,40 @@ TEST(ImageLevels, StandSideByFrameByMip) {
     EXPECT_FALSE(image->scale(2, 2));
 }
 
-struct block {
-    Int32 x, y, z, w, h, d;
-};
-
-block randomBlock(std::mt19937& rng) {
-    const auto number = [&rng](int low, int high) {
-        return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
-    };
-    return {number(-4, 6), number(-4, 6), number(-2, 3), number(1, 7), number(1, 7), number(1, 3)};
-}
-
 TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
     std::mt19937 rng(411);
     const ImageRefPtr window(Image::create()); // keeps the pixels of the round before
+    const auto number = [&rng](int low, int high) {
+        return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
+    };
     for (int round = 0; round < 400; ++round) {
-        SCOPED_TRACE(testing::Message() << "round " << round);
-        const Int32 w = 1 + static_cast<Int32>(rng() % 6);
-        const Int32 h = 1 + static_cast<Int32>(rng() % 6);
-        const Int32 d = 1 + static_cast<Int32>(rng() % 2);
-        const std::size_t bpp = 3;
-        const auto at = [&](Int32 x, Int32 y, Int32 z, Int32 ww, Int32 hh) {
-            return static_cast<std::size_t>((z * hh + y) * ww + x) * bpp;
-        };
-        const bytes whole = randomBytes(rng, static_cast<std::size_t>(w * h * d) * bpp);
-        const block b = randomBlock(rng);
-        const bytes part = randomBytes(rng, static_cast<std::size_t>(b.w * b.h * b.d) * bpp);
-
-        bytes written = whole;
-        bytes cut(part.size(), 0);
-        for (Int32 z = 0; z < b.d; ++z)
-            for (Int32 y = 0; y < b.h; ++y)
-                for (Int32 x = 0; x < b.w; ++x) {
-                    const Int32 X = b.x + x, Y = b.y + y, Z = b.z + z;
-                    if (X < 0 || Y < 0 || Z < 0 || X >= w || Y >= h || Z >= d)
-                        continue;
-                    for (std::size_t c = 0; c < bpp; ++c) {
-                        written[at(X, Y, Z, w, h) + c] = part[at(x, y, z, b.w, b.h) + c];
-                        cut[at(x, y, z, b.w, b.h) + c] = whole[at(X, Y, Z, w, h) + c];
-                    }
-                }
+        SCOPED_TRACE(round);
+        const Int32 w = number(1, 6), h = number(1, 6), d = number(1, 2); // of the image
+        const Int32 bx = number(-4, 6), by = number(-4, 6), bz = number(-2, 3);
+        const Int32 bw = number(1, 7), bh = number(1, 7), bd = number(1, 3);
+        const bytes whole = randomBytes(rng, static_cast<std::size_t>(w * h * d * 3));
+        const bytes part = randomBytes(rng, static_cast<std::size_t>(bw * bh * bd * 3));
+        bytes written = whole, cut(part.size(), 0);
+        for (Int32 i = 0; i < bw * bh * bd * 3; ++i) {
+            const Int32 x = bx + i / 3 % bw, y = by + i / 3 / bw % bh, z = bz + i / 3 / bw / bh;
+            if (x < 0 || y < 0 || z < 0 || x >= w || y >= h || z >= d)
+                continue;
+            const auto in_part = static_cast<std::size_t>(i);
+            const auto in_whole = static_cast<std::size_t>(((z * h + y) * w + x) * 3 + i % 3);
+            written[in_whole] = part[in_part];
+            cut[in_part] = whole[in_whole];
+        }
 
         const ImageRefPtr image = imageOf(Image::OSG_RGB_PF, w, h, d, whole);
-        ASSERT_TRUE(image->subImage(b.x, b.y, b.z, b.w, b.h, b.d, window));
+        ASSERT_TRUE(image->subImage(bx, by, bz, bw, bh, bd, window));
         EXPECT_EQ(pixelsOf(window), cut);
-        EXPECT_EQ(window->getWidth(), b.w);
+        EXPECT_EQ(window->getWidth(), bw);
         EXPECT_EQ(pixelsOf(image), whole);
 
-        ASSERT_TRUE(image->setSubData(b.x, b.y, b.z, b.w, b.h, b.d, part.data()));
+        ASSERT_TRUE(image->setSubData(bx, by, bz, bw, bh, bd, part.data()));
         EXPECT_EQ(pixelsOf(image), written);
         ASSERT_TRUE(image->setData(whole.data()));
-        ASSERT_TRUE(image->subImage(b.x, b.y, b.z, b.w, b.h, b.d));
+        ASSERT_TRUE(image->subImage(bx, by, bz, bw, bh, bd));
         EXPECT_EQ(pixelsOf(image), cut) << "in place";
     }
 }
@@ -186,9 +169,8 @@ TEST(ImageScale, TakesTheNearestSampleBelow) {
 TEST(ImageScale, AgreesWithSamplingPixelByPixel) {
     std::mt19937 rng(97);
     for (int round = 0; round < 200; ++round) {
-        SCOPED_TRACE(testing::Message() << "round " << round);
-        Int32 from[3];
-        Int32 to[3];
+        SCOPED_TRACE(round);
+        Int32 from[3], to[3];
         for (int axis = 0; axis < 3; ++axis) {
             from[axis] = 1 + static_cast<Int32>(rng() % (axis == 2 ? 3 : 40));
             to[axis] = 1 + static_cast<Int32>(rng() % (axis == 2 ? 3 : 60));
@@ -196,34 +178,27 @@ TEST(ImageScale, AgreesWithSamplingPixelByPixel) {
         const bytes pixels =
             randomBytes(rng, static_cast<std::size_t>(from[0] * from[1] * from[2] * 2));
         bytes expected;
-        for (Int32 z = 0; z < to[2]; ++z)
-            for (Int32 y = 0; y < to[1]; ++y)
-                for (Int32 x = 0; x < to[0]; ++x) {
-                    const Int32 p[3] = {x, y, z};
-                    Int32 s[3];
-                    for (int axis = 0; axis < 3; ++axis) {
-                        const Real32 factor = Real32(from[axis]) / Real32(to[axis]);
-                        s[axis] = static_cast<Int32>(Real32(p[axis]) * factor);
-                    }
-                    const std::size_t at =
-                        2 * static_cast<std::size_t>((s[2] * from[1] + s[1]) * from[0] + s[0]);
-                    expected.push_back(pixels[at]);
-                    expected.push_back(pixels[at + 1]);
-                }
+        for (Int32 i = 0; i < to[0] * to[1] * to[2]; ++i) {
+            const Int32 p[3] = {i % to[0], i / to[0] % to[1], i / to[0] / to[1]};
+            Int32 s[3];
+            for (int axis = 0; axis < 3; ++axis) {
+                const Real32 factor = Real32(from[axis]) / Real32(to[axis]);
+                s[axis] = static_cast<Int32>(Real32(p[axis]) * factor);
+            }
+            const auto at = pixels.begin() + 2 * ((s[2] * from[1] + s[1]) * from[0] + s[0]);
+            expected.insert(expected.end(), at, at + 2);
+        }
         const ImageRefPtr image = imageOf(Image::OSG_LA_PF, from[0], from[1], from[2], pixels);
         ASSERT_TRUE(image->scale(to[0], to[1], to[2]));
         EXPECT_EQ(pixelsOf(image), expected);
     }
 }
 
-struct reformat_case {
-    Image::PixelFormat from;
-    bytes pixel;
-    bytes a, l, la, rgb, rgba;
-};
-
 TEST(ImageReformat, FollowsTheTable) {
-    const reformat_case cases[] = {
+    const struct {
+        Image::PixelFormat from;
+        bytes pixel, a, l, la, rgb, rgba;
+    } cases[] = {
         {Image::OSG_A_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
         {Image::OSG_L_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
         {Image::OSG_I_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
@@ -238,16 +213,17 @@ TEST(ImageReformat, FollowsTheTable) {
          {250, 251, 255, 4}},
         {Image::OSG_BGR_PF, {1, 2, 3}, {2}, {2}, {2, 2}, {3, 2, 1}, {3, 2, 1, 255}},
         {Image::OSG_BGRA_PF, {1, 2, 3, 4}, {4}, {2}, {2, 4}, {3, 2, 1}, {3, 2, 1, 4}}};
-    for (const reformat_case& c : cases) {
-        SCOPED_TRACE(testing::Message() << "from " << c.from);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.from);
         const std::pair<Image::PixelFormat, bytes> targets[] = {
             {Image::OSG_A_PF, c.a},   {Image::OSG_L_PF, c.l},     {Image::OSG_I_PF, c.l},
             {Image::OSG_LA_PF, c.la}, {Image::OSG_RGB_PF, c.rgb}, {Image::OSG_RGBA_PF, c.rgba}};
         for (const auto& [format, pixel] : targets) {
-            bytes two = c.pixel; // two pixels: the steps must be right, too
-            two.insert(two.end(), c.pixel.begin(), c.pixel.end());
-            bytes expected = pixel;
-            expected.insert(expected.end(), pixel.begin(), pixel.end());
+            bytes two, expected;
+            for (int i = 0; i < 2; ++i) { // two pixels: the steps must be right, too
+                two.insert(two.end(), c.pixel.begin(), c.pixel.end());
+                expected.insert(expected.end(), pixel.begin(), pixel.end());
+            }
             const ImageRefPtr image = imageOf(c.from, 1, 2, 1, two);
             const ImageRefPtr copy(Image::create());
             EXPECT_TRUE(image->reformat(format, copy));
