@@ -168,12 +168,11 @@ TEST(NodeChildren, AddingMovesAndAppends) {
 
 TEST(NodeChildren, InsertAndReplaceKeepTheOrderTold) {
     family f(3);
-    const NodePtr added = makeCoredNode<Group>();
+    const NodePtr added = makeCoredNode<Group>(), other = makeCoredNode<Group>();
     f.root->insertChild(1, added);
     EXPECT_EQ(f.order(), (order{f.child[0], added, f.child[1], f.child[2]}));
     f.root->insertChild(3, f.child[0]);
     EXPECT_EQ(f.order(), (order{added, f.child[1], f.child[0], f.child[2]}));
-    const NodePtr other = makeCoredNode<Group>();
     EXPECT_TRUE(f.root->replaceChildBy(added, other));
     EXPECT_EQ(f.order(), (order{other, f.child[1], f.child[0], f.child[2]}));
     EXPECT_TRUE(f.root->replaceChildBy(other, f.child[2])) << "by a sibling";
@@ -200,11 +199,7 @@ TEST(NodeChildren, NoNodeComesBelowItself) {
 }
 
 TEST(NodeChildren, ADyingParentLeavesHeldChildrenWithoutOne) {
-    RefPtr<NodePtr> kept;
-    {
-        family f(2);
-        kept = f.child[1];
-    }
+    const RefPtr<NodePtr> kept(family(2).child[1]);
     EXPECT_EQ(kept->getParent(), NullFC);
     EXPECT_EQ(kept.get().getRefCount(), 1u);
 }

@@ -19,6 +19,21 @@ namespace {
 
 using namespace geometry_test;
 
+/// What a form makes of a value, what it gives for something stored, and both in turn.
+template <class Form> typename Form::StoredType stored(const typename Form::GenericType& value) {
+    const RefPtr<typename Form::FormPtr> property(Form::create());
+    property->addValue(value);
+    return property->getField()[0];
+}
+template <class Form> typename Form::GenericType given(const typename Form::StoredType& value) {
+    const RefPtr<typename Form::FormPtr> property(Form::create());
+    property->editField().push_back(value);
+    return property->getValue(0);
+}
+template <class Form> typename Form::GenericType kept(const typename Form::GenericType& value) {
+    return given<Form>(stored<Form>(value));
+}
+
 TEST(PropertyForms, PositionsConvertComponentsAndPadThem) {
     const struct {
         GeoPositionsPtr property;
@@ -45,84 +60,50 @@ TEST(PropertyForms, PositionsConvertComponentsAndPadThem) {
         property->addValue(Pnt3f(1.5f, -2.5f, 3.25f));
         EXPECT_EQ(property->getValue(0), row.read);
     }
-    const RefPtr<GeoPositions4fPtr> homogeneous(GeoPositions4f::create());
-    homogeneous->editField().push_back(Pnt4f(2, 4, 6, 2));
-    EXPECT_EQ(homogeneous->getValue(0), Pnt3f(2, 4, 6)) << "no division";
-    homogeneous->setValue(Pnt3f(1, 2, 3), 0);
-    EXPECT_EQ(homogeneous->getField()[0], Pnt4f(1, 2, 3, 1));
+    EXPECT_EQ(given<GeoPositions4f>(Pnt4f(2, 4, 6, 2)), Pnt3f(2, 4, 6)) << "no division";
+    EXPECT_EQ(stored<GeoPositions4f>(Pnt3f(1, 2, 3)), Pnt4f(1, 2, 3, 1));
 }
 
 TEST(PropertyForms, IntegersSpreadOverTheirRangeAndStayInIt) {
-    const RefPtr<GeoNormals3sPtr> shorts(GeoNormals3s::create());
-    shorts->addValue(Vec3f(1, .5f, -1));
-    EXPECT_EQ(shorts->getField()[0], Vec3s(32767, 16383, -32768));
-    EXPECT_FLOAT_EQ(shorts->getValue(0)[0], 1.f);
-    EXPECT_FLOAT_EQ(shorts->getValue(0)[1], 32767.f / 65535.f);
-    EXPECT_FLOAT_EQ(shorts->getValue(0)[2], -1.f);
     const Real32 nan = std::nanf("");
-    const RefPtr<GeoNormals3bPtr> bytes(GeoNormals3b::create());
-    bytes->addValue(Vec3f(1, .5f, -1));
-    bytes->addValue(Vec3f(5, -5, nan));
-    EXPECT_EQ(bytes->getField().getValues(), (std::vector<Vec3b>{{127, 63, -128}, {127, -128, 0}}));
-    EXPECT_FLOAT_EQ(bytes->getValue(0)[1], 127.f / 255.f);
-    const RefPtr<GeoPositions3sPtr> positions(GeoPositions3s::create());
-    positions->addValue(Pnt3f(1e9f, -1e9f, nan));
-    EXPECT_EQ(positions->getField()[0], Pnt3s(32767, -32768, 0));
-    const RefPtr<GeoColors3ubPtr> colors(GeoColors3ub::create());
-    colors->addValue(Color3f(1e30f, -1e30f, nan));
-    EXPECT_EQ(colors->getField()[0], Color3ub(255, 0, 0));
+    const struct {
+        Vec3f value;
+        Vec3s shorts;
+        Vec3b bytes;
+    } table[] = {{{1, .5f, -1}, {32767, 16383, -32768}, {127, 63, -128}},
+                 {{5, -5, nan}, {32767, -32768, 0}, {127, -128, 0}}};
+    for (const auto& row : table) {
+        EXPECT_EQ(stored<GeoNormals3s>(row.value), row.shorts);
+        EXPECT_EQ(stored<GeoNormals3b>(row.value), row.bytes);
+    }
+    EXPECT_EQ(given<GeoNormals3s>(table[0].shorts), Vec3f(1, 32767.f / 65535.f, -1));
+    EXPECT_EQ(given<GeoNormals3b>(table[0].bytes), Vec3f(1, 127.f / 255.f, -1));
+    EXPECT_EQ(stored<GeoPositions3s>(Pnt3f(1e9f, -1e9f, nan)), Pnt3s(32767, -32768, 0));
+    EXPECT_EQ(stored<GeoColors3ub>(Color3f(1e30f, -1e30f, nan)), Color3ub(255, 0, 0));
 }
 
 TEST(PropertyForms, ColoursScaleAndWriteOpaque) {
-    const RefPtr<GeoColors4fPtr> four(GeoColors4f::create());
-    four->editField().push_back(Color4f(.1f, .2f, .3f, .4f));
-    EXPECT_EQ(four->getValue(0), Color3f(.1f, .2f, .3f));
-    four->setValue(Color3f(.5f, .6f, .7f), 0);
-    EXPECT_EQ(four->getField()[0], Color4f(.5f, .6f, .7f, 1.f));
-
-    const RefPtr<GeoColors3ubPtr> three_bytes(GeoColors3ub::create());
-    const RefPtr<GeoColors4ubPtr> four_bytes(GeoColors4ub::create());
-    for (const Color3f& c : {Color3f(0, .5f, 1), Color3f(-1, .999f, 7)}) {
-        three_bytes->addValue(c);
-        four_bytes->addValue(c);
-    }
-    const UInt8 stored[2][3] = {{0, 127, 255}, {0, 254, 255}};
-    for (UInt32 i = 0; i < 2; ++i) {
-        for (UInt32 k = 0; k < 3; ++k) {
-            EXPECT_EQ(three_bytes->getField()[i][k], stored[i][k]);
-            EXPECT_EQ(four_bytes->getField()[i][k], stored[i][k]);
-            EXPECT_FLOAT_EQ(four_bytes->getValue(i)[k], static_cast<Real32>(stored[i][k]) / 255.f);
-        }
-        EXPECT_EQ(four_bytes->getField()[i][3], 255);
-    }
+    EXPECT_EQ(given<GeoColors4f>(Color4f(.1f, .2f, .3f, .4f)), Color3f(.1f, .2f, .3f));
+    EXPECT_EQ(stored<GeoColors4f>(Color3f(.5f, .6f, .7f)), Color4f(.5f, .6f, .7f, 1.f));
+    EXPECT_EQ(stored<GeoColors3ub>(Color3f(0, .5f, 1)), Color3ub(0, 127, 255));
+    EXPECT_EQ(stored<GeoColors3ub>(Color3f(-1, .999f, 7)), Color3ub(0, 254, 255));
+    EXPECT_EQ(stored<GeoColors4ub>(Color3f(0, .5f, 1)), Color4ub(0, 127, 255, 255));
+    EXPECT_EQ(stored<GeoColors4ub>(Color3f(-1, .999f, 7)), Color4ub(0, 254, 255, 255));
+    EXPECT_EQ(given<GeoColors3ub>(Color3ub(0, 127, 255)), Color3f(0, 127.f / 255.f, 1));
+    EXPECT_EQ(given<GeoColors4ub>(Color4ub(0, 127, 255, 9)), Color3f(0, 127.f / 255.f, 1));
 }
 
 TEST(PropertyForms, CoordinatesKeepTheFirstTwo) {
-    const struct {
-        GeoTexCoordsPtr property;
-        Vec2f read;
-    } table[] = {{GeoTexCoords1f::create(), {.25f, 0}},   {GeoTexCoords1d::create(), {.25f, 0}},
-                 {GeoTexCoords2f::create(), {.25f, .5f}}, {GeoTexCoords2d::create(), {.25f, .5f}},
-                 {GeoTexCoords3f::create(), {.25f, .5f}}, {GeoTexCoords3d::create(), {.25f, .5f}},
-                 {GeoTexCoords4f::create(), {.25f, .5f}}, {GeoTexCoords4d::create(), {.25f, .5f}}};
-    for (const auto& row : table) {
-        const GeoTexCoordsRefPtr property(row.property);
-        SCOPED_TRACE(property->getTypeName());
-        property->push_back(Vec2f(.25f, .5f));
-        Vec2f read;
-        property->getValue(read, 0);
-        EXPECT_EQ(read, row.read);
-    }
-    const RefPtr<GeoTexCoords4fPtr> four(GeoTexCoords4f::create());
-    four->editField().push_back(Vec4f(1, 2, 3, 4));
-    four->setValue(Vec2f(5, 6), 0);
-    EXPECT_EQ(four->getField()[0], Vec4f(5, 6, 0, 0));
-}
-
-template <class Form> UInt32 kept(UInt32 number) {
-    const RefPtr<typename Form::FormPtr> property(Form::create());
-    property->addValue(number);
-    return property->getValue(0);
+    const Vec2f value(.25f, .5f), first(.25f, 0);
+    EXPECT_EQ(kept<GeoTexCoords1f>(value), first);
+    EXPECT_EQ(kept<GeoTexCoords1d>(value), first);
+    EXPECT_EQ(kept<GeoTexCoords2f>(value), value);
+    EXPECT_EQ(kept<GeoTexCoords2d>(value), value);
+    EXPECT_EQ(kept<GeoTexCoords3f>(value), value);
+    EXPECT_EQ(kept<GeoTexCoords3d>(value), value);
+    EXPECT_EQ(kept<GeoTexCoords4f>(value), value);
+    EXPECT_EQ(kept<GeoTexCoords4d>(value), value);
+    EXPECT_EQ(stored<GeoTexCoords4f>(Vec2f(5, 6)), Vec4f(5, 6, 0, 0));
 }
 
 TEST(PropertyForms, NumbersWidenAndTruncate) {
@@ -156,7 +137,9 @@ TEST(PropertyStorage, EditsThroughTheRole) {
     role->resize(2);
     role->resize(4);
     EXPECT_EQ(role->size(), 4u);
-    EXPECT_EQ(role->getValue(3), Pnt3f(0, 0, 0)) << "grown anew, not what stood there";
+    Pnt3f read(9, 9, 9);
+    role->getValue(read, 3);
+    EXPECT_EQ(read, Pnt3f(0, 0, 0)) << "grown anew, not what stood there";
     role->clear();
     role->shrink();
     EXPECT_EQ(role->getSize(), 0u);
@@ -174,10 +157,6 @@ TEST(PropertyTypes, FormsAreToldApartAndShareTheirRolesGroup) {
     EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
     EXPECT_STREQ(colors->getTypeName(), "GeoColors4f");
     EXPECT_EQ(GeoColors4f::GeoPropDataFieldMask, BitVector(8));
-
-    const FieldContainerRefPtr made(
-        FieldContainerFactory::the()->createFieldContainer("GeoPLengthsUI16"));
-    EXPECT_NE(GeoPLengthsUI16Ptr::dcast(made.get()), NullFC);
 }
 
 TEST(PropertySharing, CopiesAreDeepAndWithoutParents) {
@@ -275,56 +254,47 @@ TEST_F(GeometryProperties, AreSharedByShallowCopiesUntilUnshared) {
     EXPECT_EQ(core->getPositions(), alone) << "nobody else has it";
 }
 
-/// A node with this core, and its box after an update.
-struct boxed_node {
-    explicit boxed_node(const GeometryRefPtr& core) : node(Node::create()) {
-        node->setCore(core.get());
-    }
-    bool isEmpty() const {
-        node->updateVolume();
-        return node->getVolume().isEmpty();
-    }
-    std::pair<Pnt3f, Pnt3f> bounds() const {
-        node->updateVolume();
-        std::pair<Pnt3f, Pnt3f> corner;
-        node->getVolume().getBounds(corner.first, corner.second);
-        return corner;
-    }
-    NodeRefPtr node;
-};
 using bounds = std::pair<Pnt3f, Pnt3f>;
+const bounds nothing({1, 1, 1}, {-1, -1, -1});
+
+/// The box of a node after an update, `nothing` if it is empty.
+bounds boundsOf(const NodeRefPtr& node) {
+    node->updateVolume();
+    bounds box = nothing;
+    if (!node->getVolume().isEmpty())
+        node->getVolume().getBounds(box.first, box.second);
+    return box;
+}
+NodeRefPtr nodeOf(const GeometryRefPtr& core) { return NodeRefPtr(makeNodeFor(core.get())); }
 
 TEST(GeometryVolumes, CountWhatPrimitivesUse) {
     const points all{{0, 0, 0}, {1, 0, 0}, {0, 2, 0}, {9, 9, 9}};
-    EXPECT_EQ(boxed_node(makeCore(all, {{GL_TRIANGLES, 3}})).bounds(),
-              bounds({0, 0, 0}, {1, 2, 0}));
-    EXPECT_EQ(boxed_node(makeCore(all, {{GL_POINTS, 1}, {GL_LINES, 2}}, {3, 1, 2})).bounds(),
-              bounds({0, 0, 0}, {9, 9, 9}));
-    EXPECT_TRUE(boxed_node(makeCore(all, {})).isEmpty());
-    EXPECT_TRUE(boxed_node(makeCore({}, {{GL_TRIANGLES, 3}})).isEmpty());
-    EXPECT_TRUE(boxed_node(GeometryRefPtr(Geometry::create())).isEmpty());
-    EXPECT_TRUE(boxed_node(makeCore(all, {{GL_POINTS, 2}}, {4, 0xFFFFFFFFu})).isEmpty())
-        << "indices beyond the positions";
-    const boxed_node above(makeCore(all, {{GL_POINTS, 2}}));
-    above.node->addChild(boxed_node(makeCore(all, {{GL_POINTS, 4}})).node);
-    EXPECT_EQ(above.bounds(), bounds({0, 0, 0}, {1, 0, 0})) << "what children have is not added";
-    const GeometryRefPtr flat = makeCore(all, {{GL_POINTS, 2}});
-    flat->setPositions(makeProperty<GeoPositions2d>(std::vector<Pnt2d>{{1, 2}, {3, 4}}));
-    EXPECT_EQ(boxed_node(flat).bounds(), bounds({1, 2, 0}, {3, 4, 0}));
+    const auto box = [&](const primitives& used, const numbers& indices = {}) {
+        return boundsOf(nodeOf(makeCore(all, used, indices)));
+    };
+    EXPECT_EQ(box({{GL_TRIANGLES, 3}}), bounds({0, 0, 0}, {1, 2, 0}));
+    EXPECT_EQ(box({{GL_POINTS, 1}, {GL_LINES, 2}}, {3, 1, 2}), bounds({0, 0, 0}, {9, 9, 9}));
+    EXPECT_EQ(box({}), nothing);
+    EXPECT_EQ(box({{GL_POINTS, 2}}, {4, 0xFFFFFFFFu}), nothing) << "beyond the positions";
+    EXPECT_EQ(boundsOf(nodeOf(makeCore({}, {{GL_TRIANGLES, 3}}))), nothing);
+    EXPECT_EQ(boundsOf(nodeOf(GeometryRefPtr(Geometry::create()))), nothing);
+    const GeometryRefPtr core = makeCore(all, {{GL_POINTS, 2}});
+    const NodeRefPtr above = nodeOf(core);
+    above->addChild(nodeOf(makeCore(all, {{GL_POINTS, 4}})));
+    EXPECT_EQ(boundsOf(above), bounds({0, 0, 0}, {1, 0, 0})) << "what children have is not added";
+    core->setPositions(makeProperty<GeoPositions2d>(std::vector<Pnt2d>{{1, 2}, {3, 4}}));
+    EXPECT_EQ(boundsOf(above), bounds({1, 2, 0}, {3, 4, 0}));
 }
 
 TEST(GeometryVolumes, AreTheSameAsPointByPoint) {
     std::mt19937 random(11);
     for (int round = 0; round < 200; ++round) {
-        points all;
+        const Real32 values[] = {0.f, -0.f, 1.f, -2.5f, 1e30f, std::nanf(""), INFINITY};
+        points all(12);
         numbers indices;
-        for (int i = 0; i < 12; ++i) {
-            const auto coordinate = [&] {
-                const Real32 values[] = {0.f, -0.f, 1.f, -2.5f, 1e30f, std::nanf(""), INFINITY};
-                return values[random() % 7];
-            };
-            const Real32 x = coordinate(), y = coordinate();
-            all.emplace_back(x, y, coordinate());
+        for (Pnt3f& p : all) {
+            for (UInt32 axis = 0; axis < 3; ++axis)
+                p[axis] = values[random() % 7];
             indices.push_back(random() % 14);
         }
         const GeometryRefPtr core =
@@ -350,25 +320,25 @@ TEST(GeometryVolumes, AreTheSameAsPointByPoint) {
 
 TEST(GeometryVolumes, FollowChangesThatAreTold) {
     const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 1, 1}}, {{GL_POINTS, 2}});
-    const boxed_node first(core), second(core); // one core, two nodes
+    const NodeRefPtr first = nodeOf(core), second = nodeOf(core);
     const NodeRefPtr parent(makeCoredNode<Group>());
-    parent->addChild(first.node);
-    EXPECT_EQ(first.bounds(), bounds({0, 0, 0}, {1, 1, 1}));
-    EXPECT_EQ(second.bounds(), first.bounds());
+    parent->addChild(first);
+    EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {1, 1, 1}));
+    EXPECT_EQ(boundsOf(second), boundsOf(first));
     parent->updateVolume();
 
     core->getPositions()->setValue(Pnt3f(5, 5, 5), 1);
-    EXPECT_EQ(first.bounds(), bounds({0, 0, 0}, {1, 1, 1})) << "nobody was told";
+    EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {1, 1, 1})) << "nobody was told";
     endEditCP(core->getPositions());
     EXPECT_FALSE(parent->getVolume().isValid());
-    EXPECT_EQ(first.bounds(), bounds({0, 0, 0}, {5, 5, 5}));
-    EXPECT_EQ(second.bounds(), first.bounds());
+    EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {5, 5, 5}));
+    EXPECT_EQ(boundsOf(second), boundsOf(first));
 
     core->setPositions(makeProperty<GeoPositions3f>(points{{2, 2, 2}, {3, 3, 3}}));
-    EXPECT_EQ(second.bounds(), bounds({2, 2, 2}, {3, 3, 3})) << "a new property tells by itself";
+    EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {3, 3, 3})) << "a new property tells by itself";
     core->getPositions()->setValue(Pnt3f(4, 4, 4), 1);
     endEditCP(core.get(), Geometry::PositionsFieldMask);
-    EXPECT_EQ(second.bounds(), bounds({2, 2, 2}, {4, 4, 4}));
+    EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {4, 4, 4}));
 }
 
 } // namespace
