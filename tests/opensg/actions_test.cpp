@@ -185,10 +185,8 @@ TEST(IntersectDefaults, SwitchesShowTheirChoice) {
     for (const Int32 choice : {-3, -2, -1, 0, 1, 2, 3}) {
         const SwitchPtr core = Switch::create();
         core->setChoice(choice);
-        const Real32 expected = choice == Switch::ALL       ? 3.f
-                                : choice >= 0 && choice < 3 ? static_cast<Real32>(choice + 1)
-                                                            : 0.f;
-        EXPECT_EQ(heightHitBelow(core, 3), expected) << choice;
+        const Int32 shown = choice == Switch::ALL ? 3 : choice < 3 ? choice + 1 : 0;
+        EXPECT_EQ(heightHitBelow(core, 3), Real32(shown > 0 ? shown : 0)) << choice;
     }
     EXPECT_EQ(heightHitBelow(MaterialGroup::create(), 2), 2.f);
 }
@@ -324,9 +322,8 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
                 continue;
             ++hits;
             EXPECT_NEAR(action->getHitT(), best, 1e-3f);
-            EXPECT_LT((action->getHitPoint() - (line.getPosition() + line.getDirection() * best))
-                          .length(),
-                      1e-2f);
+            const Pnt3f place = line.getPosition() + line.getDirection() * best;
+            EXPECT_LT(action->getHitPoint().dist(place), 1e-2f);
             EXPECT_EQ(action->getHitObject(), scene.world[nearest].second);
             EXPECT_NEAR(std::abs(action->getHitNormal().dot(best_normal)), 1.f, 1e-3f);
         }

@@ -179,8 +179,7 @@ TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
     EXPECT_TRUE(made->getType().isDerivedFrom(Attachment::getClassType()));
     EXPECT_EQ(AttachmentPtr(made)->getField("payload"), made->getFieldPtr());
 
-    const TestPayloadPtr other = TestPayload::create();
-    const RefPtr<TestPayloadPtr> held(other);
+    const RefPtr<TestPayloadPtr> other(TestPayload::create());
     EXPECT_FALSE(other->getField().equals(made->getField()));
     other->executeSync(*made, TestPayload::SimpleFieldMask);
     EXPECT_EQ(other->getField().getValue().shared, made->getField().getValue().shared);
@@ -212,8 +211,8 @@ TEST(BinaryForm, OfEveryTypeIsAsLongAsToldAndReadsBack) {
         if (type == nullptr || type->isAbstract())
             continue;
         SCOPED_TRACE(type->getCName());
-        const FieldContainerRefPtr first(type->createFieldContainer());
-        const FieldContainerRefPtr second(type->createFieldContainer());
+        const FieldContainerRefPtr first(type->createFieldContainer()),
+            second(type->createFieldContainer());
         if (const auto attachment = AttachmentPtr::dcast(first.get()); attachment != NullFC)
             carrier->addAttachment(attachment); // has a parent to tell of
         if (const auto named = AttachmentContainerPtr::dcast(first.get()); named != NullFC)

@@ -26,8 +26,7 @@ template <class T> std::string printed(const T& value) {
 }
 
 TEST(StreamForms, AreTheKnownOnesAndRestoreTheFormat) {
-    EXPECT_EQ(printed(Pnt3f(1.5f, 2, -3)), "1.5, 2, -3");
-    EXPECT_EQ(printed(Vec2f(0, .25f)), "0, 0.25");
+    EXPECT_EQ(printed(Pnt3f(1.5f, 2, -.25f)), "1.5, 2, -0.25");
     EXPECT_EQ(printed(Vec3b(65, -1, 0)), "65, -1, 0") << "numbers, not characters";
     EXPECT_EQ(printed(Color3f(.5f, 1, 0)), "0.5, 1, 0");
     EXPECT_EQ(printed(Color4ub(1, 2, 3, 255)), "1, 2, 3, 255");
@@ -106,14 +105,14 @@ TEST(MatrixLayout, RowsInReadingOrderColumnsInMemory) {
     move.setTranslate(1, 0, 0);
     Matrix both(scale);
     both.mult(move);
-    Pnt3f p;
-    both.multMatrixPnt(Pnt3f(1, 0, 0), p);
-    EXPECT_EQ(p, Pnt3f(4, 0, 0));
+    EXPECT_EQ(both, Matrix(2, 0, 0, 2, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1));
     both = scale;
     both.multLeft(move);
+    EXPECT_EQ(both, Matrix(2, 0, 0, 1, 0, 2, 0, 0, 0, 0, 2, 0, 0, 0, 0, 1));
+    both[0][3] = 1;
+    Pnt3f p;
     both.multMatrixPnt(Pnt3f(1, 0, 0), p);
     EXPECT_EQ(p, Pnt3f(3, 0, 0));
-    both[0][3] = 1;
     both.multFullMatrixPnt(Pnt3f(1, 0, 0), p);
     EXPECT_EQ(p, Pnt3f(1.5f, 0, 0));
     Vec3f v;
@@ -173,10 +172,9 @@ TEST(MatrixParts, OfSpecialMatrices) {
     EXPECT_FALSE(matrix.invert());
     EXPECT_EQ(matrix, Matrix::identity());
     matrix[0][0] = std::nanf("");
-    EXPECT_FALSE(matrix.invert());
-    matrix[0][0] = std::nanf("");
     matrix.getTransform(t, r, s, so);
     EXPECT_EQ(r, Quaternion());
+    EXPECT_FALSE(matrix.invert());
 }
 
 TEST(Rotations, TurnByTheFormulaOfRodrigues) {
@@ -229,11 +227,11 @@ TEST(BoxVolumes, FollowTheirState) {
     box.getCenter(center);
     EXPECT_EQ(center, Pnt3f(2, 1.5f, 5));
 
-    for (void (*lock)(Volume&) :
-         {+[](Volume& v) { v.setStatic(); }, +[](Volume& v) { v.setInfinite(); },
-          +[](Volume& v) { v.setValid(false); }}) {
+    for (const int lock : {0, 1, 2}) {
         DynamicVolume locked(box);
-        lock(locked.getInstance());
+        locked.getInstance().setStatic(lock == 0);
+        locked.getInstance().setInfinite(lock == 1);
+        locked.getInstance().setValid(lock != 2);
         locked.instanceChanged();
         locked.extendBy(Pnt3f(99, 99, 99));
         EXPECT_EQ(locked.getMax(), Pnt3f(3, 2, 7));
@@ -288,10 +286,9 @@ TEST(BoxVolumes, IntersectAndTurn) {
         BoxVolume turned(unit), expected;
         turned.transform(matrix);
         for (int corner = 0; corner < 8; ++corner) {
-            Pnt3f moved;
-            matrix.multMatrixPnt(
-                Pnt3f(Real32(corner & 1), Real32(corner >> 1 & 1), Real32(corner >> 2)), moved);
-            expected.extendBy(moved);
+            Pnt3f p(Real32(corner & 1), Real32(corner >> 1 & 1), Real32(corner >> 2));
+            matrix.multMatrixPnt(p, p);
+            expected.extendBy(p);
         }
         EXPECT_EQ(turned.getMin(), expected.getMin());
         EXPECT_EQ(turned.getMax(), expected.getMax());

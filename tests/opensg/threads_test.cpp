@@ -66,8 +66,7 @@ struct ending {
 TEST(ThreadEnd, TerminateWaitsAndTheNameCanRunAgain) {
     Thread* thread = named("terminated");
     for (unsigned round = 0; round < 300; ++round) {
-        ending one;
-        one.yields = round % 3 * 30; // has returned, is about to, or takes a while
+        ending one{round % 3 * 30}; // has returned, is about to, or takes a while
         ASSERT_TRUE(thread->runFunction(&ending::run, 0, &one));
         while (round % 2 == 0 && !one.almost)
             std::this_thread::yield();
@@ -80,8 +79,7 @@ TEST(ThreadEnd, TerminateWaitsAndTheNameCanRunAgain) {
 
 TEST(ThreadEnd, AFunctionStartsAfterTheOneBeforeHasEnded) {
     Thread* thread = named("busy");
-    ending first, second;
-    first.yields = 200;
+    ending first{200}, second;
     ASSERT_TRUE(thread->runFunction(&ending::run, 0, &first));
     ASSERT_TRUE(thread->runFunction(&ending::run, 0, &second));
     EXPECT_TRUE(first.ended);
@@ -93,13 +91,12 @@ TEST(ThreadEnd, AFunctionStartsAfterTheOneBeforeHasEnded) {
 
 TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
     for (const unsigned count : {1U, 2U, 5U}) {
-        Barrier* barrier = Barrier::get("rounds");
         std::vector<std::atomic<unsigned>> reached(count);
         std::atomic<bool> early{false};
         inThreads(count, [&](unsigned t) {
             for (unsigned round = 1; round <= 500; ++round) {
                 reached[t] = round;
-                barrier->enter(count);
+                Barrier::get("rounds")->enter(count);
                 for (const std::atomic<unsigned>& other : reached)
                     early = early || other < round;
             }
@@ -145,13 +142,11 @@ TEST(ReferenceCount, IsSafeAcrossThreads) {
 /// Lets the list of this thread record for one test.
 class RecordingChangeList : public testing::Test {
   protected:
-    void SetUp() override {
+    void SetUp() override { record(true); }
+    void TearDown() override { record(false); }
+    void record(bool wanted) {
         changes->clearAll();
-        changes->setReadOnly(false);
-    }
-    void TearDown() override {
-        changes->clearAll();
-        changes->setReadOnly(true);
+        changes->setReadOnly(!wanted);
     }
     ChangeList* changes = Thread::getCurrentChangeList();
 };
