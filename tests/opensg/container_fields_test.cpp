@@ -94,7 +94,7 @@ class byte_store : public BinaryDataHandler {
     }
 };
 
-/// The field's numbers or words, whatever stands between them.
+/// The field's numbers or words, a space before each.
 std::string valuesOf(const Field& field) {
     std::string text;
     std::istringstream words(field.getValueByStr(text));
@@ -103,7 +103,7 @@ std::string valuesOf(const Field& field) {
     for (std::string word; words >> word;) {
         char* end = nullptr;
         const double value = std::strtod(word.c_str(), &end);
-        out << (out.tellp() > 0 ? " " : "");
+        out << " ";
         if (end != word.c_str())
             out << value;
         else
@@ -156,7 +156,7 @@ TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
             EXPECT_EQ(desc->getFieldId(), id);
             EXPECT_EQ(desc->getFieldMask(), BitVector(1) << id);
             EXPECT_EQ(made->getField(id), made->getField(name.c_str()));
-            if (std::string values; std::getline(words >> std::ws, values)) {
+            if (std::string values; std::getline(words, values)) {
                 EXPECT_EQ(valuesOf(*made->getField(id)), values);
             }
         }

@@ -11,6 +11,7 @@
 #include <fstream>
 #include <limits>
 #include <random>
+#include <set>
 
 namespace {
 
@@ -152,8 +153,10 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
 TEST(ImageScale, TakesTheNearestSampleBelow) {
     EXPECT_FALSE(ImageRefPtr(Image::create())->scale(2, 2));
     const ImageRefPtr few = row({0, 1, 2});
-    EXPECT_TRUE(few->scale(5));
-    EXPECT_EQ(pixelsOf(few), (bytes{0, 0, 1, 1, 2}));
+    for (int again = 0; again < 2; ++again) {
+        EXPECT_TRUE(few->scale(5));
+        EXPECT_EQ(pixelsOf(few), (bytes{0, 0, 1, 1, 2}));
+    }
     std::mt19937 rng(97);
     for (int round = 0; round < 200; ++round) {
         SCOPED_TRACE(round);
@@ -188,34 +191,21 @@ TEST(ImageScale, TakesTheNearestSampleBelow) {
 TEST(ImageReformat, FollowsTheTable) {
     const struct {
         Image::PixelFormat from;
-        bool alpha;
         bytes pixel, a, l, la, rgb, rgba;
     } cases[] = {
-        {Image::OSG_A_PF, true, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
-        {Image::OSG_L_PF, false, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
-        {Image::OSG_I_PF, false, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
-        {Image::OSG_LA_PF, true, {8, 5}, {5}, {8}, {8, 5}, {8, 8, 8}, {8, 8, 8, 5}},
-        {Image::OSG_RGB_PF,
-         false,
-         {10, 20, 31},
-         {20},
-         {20},
-         {20, 20},
-         {10, 20, 31},
-         {10, 20, 31, 255}},
-        {Image::OSG_RGBA_PF,
-         true,
-         {250, 251, 255, 4},
-         {4},
-         {252},
-         {252, 4},
-         {250, 251, 255},
-         {250, 251, 255, 4}},
-        {Image::OSG_BGR_PF, false, {1, 2, 3}, {2}, {2}, {2, 2}, {3, 2, 1}, {3, 2, 1, 255}},
-        {Image::OSG_BGRA_PF, true, {1, 2, 3, 4}, {4}, {2}, {2, 4}, {3, 2, 1}, {3, 2, 1, 4}}};
+        {Image::OSG_A_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_L_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_I_PF, {9}, {9}, {9}, {9, 9}, {9, 9, 9}, {9, 9, 9, 9}},
+        {Image::OSG_LA_PF, {8, 5}, {5}, {8}, {8, 5}, {8, 8, 8}, {8, 8, 8, 5}},
+        {Image::OSG_RGB_PF, {10, 20, 31}, {20}, {20}, {20, 20}, {10, 20, 31}, {10, 20, 31, 255}},
+        {Image::OSG_RGBA_PF, {90, 91, 95, 4}, {4}, {92}, {92, 4}, {90, 91, 95}, {90, 91, 95, 4}},
+        {Image::OSG_BGR_PF, {1, 2, 3}, {2}, {2}, {2, 2}, {3, 2, 1}, {3, 2, 1, 255}},
+        {Image::OSG_BGRA_PF, {1, 2, 3, 4}, {4}, {2}, {2, 4}, {3, 2, 1}, {3, 2, 1, 4}}};
+    const std::set<Image::PixelFormat> with_alpha{Image::OSG_A_PF, Image::OSG_LA_PF,
+                                                  Image::OSG_RGBA_PF, Image::OSG_BGRA_PF};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.from);
-        EXPECT_EQ(imageOf(c.from, 1, 1, 1, c.pixel)->hasAlphaChannel(), c.alpha);
+        EXPECT_EQ(imageOf(c.from, 1, 1, 1, c.pixel)->hasAlphaChannel(), with_alpha.count(c.from));
         const std::pair<Image::PixelFormat, bytes> targets[] = {
             {Image::OSG_A_PF, c.a},   {Image::OSG_L_PF, c.l},     {Image::OSG_I_PF, c.l},
             {Image::OSG_LA_PF, c.la}, {Image::OSG_RGB_PF, c.rgb}, {Image::OSG_RGBA_PF, c.rgba}};
@@ -306,18 +296,12 @@ TEST(ImageFiles, BadOnesAreRefused) {
 
     const std::string file = testing::TempDir() + "image_damaged.png";
     ASSERT_TRUE(image->write(file.c_str()));
-    std::string content;
-    {
-        std::ifstream in(file, std::ios::binary);
-        content.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-    }
-    for (std::size_t length = 0; length < content.size() - 12; ++length) {
-        // The end mark alone may be missing; with less than that nothing is made up.
-        EXPECT_EQ(ImageFileHandler::the().read(reinterpret_cast<const UInt8*>(content.data()),
-                                               static_cast<UInt32>(length)),
-                  NullFC)
-            << length;
-    }
+    std::ifstream in(file, std::ios::binary);
+    const bytes content((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+    in.close();
+    // The end mark alone may be missing; with less than that nothing is made up.
+    for (UInt32 length = 0; length + 12 < content.size(); ++length)
+        EXPECT_EQ(ImageFileHandler::the().read(content.data(), length), NullFC) << length;
     std::remove(file.c_str());
     EXPECT_EQ(pixelsOf(image), (bytes{1, 2}));
 }

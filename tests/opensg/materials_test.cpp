@@ -239,19 +239,14 @@ template <class Ptr> Ptr named(const Ptr& container, const char* name) {
     return container;
 }
 
-NodePtr geometryWith(const MaterialPtr& material) {
-    GeometryPtr geometry;
-    const NodePtr node = makeCoredNode<Geometry>(&geometry);
-    geometry->setMaterial(material);
+template <class Core> NodePtr userOf(const MaterialPtr& material) {
+    typename Core::Ptr core;
+    const NodePtr node = makeCoredNode<Core>(&core);
+    core->setMaterial(material);
     return node;
 }
-
-NodePtr groupWith(const MaterialPtr& material) {
-    MaterialGroupPtr group;
-    const NodePtr node = makeCoredNode<MaterialGroup>(&group);
-    group->setMaterial(material);
-    return node;
-}
+const auto geometryWith = &userOf<Geometry>;
+const auto groupWith = &userOf<MaterialGroup>;
 
 MaterialPtr materialOf(const NodePtr& node) {
     const GeometryPtr geometry = GeometryPtr::dcast(node->getCore());
@@ -382,12 +377,9 @@ TEST(MaterialMerge, CirclesOfMaterialsEnd) {
 
 TEST(MaterialMerge, AVeryLongChainIsCompared) {
     const auto chain = [](Real32 value) {
-        MaterialRefPtr last(red(value));
-        std::vector<MaterialRefPtr> links{last};
-        for (int i = 0; i < 3000; ++i) {
-            last = choice({last});
-            links.push_back(last);
-        }
+        std::vector<MaterialRefPtr> links{MaterialRefPtr(red(value))};
+        for (int i = 0; i < 3000; ++i)
+            links.emplace_back(choice({links.back()}));
         return links;
     };
     std::vector<MaterialRefPtr> a = chain(.5f), b = chain(.5f), c = chain(.6f);

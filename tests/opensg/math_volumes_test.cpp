@@ -194,9 +194,8 @@ TEST(Rotations, TurnByTheFormulaOfRodrigues) {
         turn.getValue(matrix);
         matrix.multMatrixVec(v, by_matrix);
         QuaternionBase<Real64>(matrix).multVec(v, by_copy); // through every branch of the trace
-        EXPECT_TRUE(by_quaternion.equals(expected, 1e-12));
-        EXPECT_TRUE(by_matrix.equals(expected, 1e-12));
-        EXPECT_TRUE(by_copy.equals(expected, 1e-12));
+        for (const Vec3d& turned : {by_quaternion, by_matrix, by_copy})
+            EXPECT_TRUE(turned.equals(expected, 1e-12));
 
         const QuaternionBase<Real64> other = make.rotation<Real64>();
         QuaternionBase<Real64> both(turn);
