@@ -1,15 +1,13 @@
 // Walks, and the first hit of a ray.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGIntersectAction.h>
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
+#include <gtest/gtest.h>
 
 #include <cmath>
-#include <limits>
 #include <memory>
 #include <random>
 #include <string>
@@ -96,7 +94,6 @@ TEST(Walk, FollowsWhatTheFunctionsAnswer) {
         << "by the exact type, and what has no function is gone through";
     EXPECT_EQ(walkOf(named("a", {Node::create(), named("b")}), Action::Quit), "a/a") << "no core";
     EXPECT_EQ(walkOf(NullFC, Action::Continue), "");
-
     const NodePtr hidden = named("b", {named("c")});
     hidden->setTravMask(2);
     EXPECT_EQ(walkOf(named("a", {hidden, named("d")}), Action::Continue, 5), "ad/d/a");
@@ -165,7 +162,6 @@ TEST(SetHit, TakesNearerAndEquallyNearHitsWithinTheDistance) {
     action->apply(root);
     EXPECT_FALSE(action->didHit()) << "each walk begins anew";
     EXPECT_EQ(action->setEnterLeave(5.5f, 6.f), Action::Skip) << "beyond the distance";
-
     const pick lineless(IntersectAction::create());
     EXPECT_EQ(lineless->getMaxDist(), 0.f);
 }
@@ -246,7 +242,6 @@ TEST(IntersectFrames, ScalesMirrorsAndFlatMatricesKeepTheirUnits) {
 struct random_scene {
     std::mt19937 rng;
     std::vector<std::pair<points, NodePtr>> world; ///< triangles, in order of the walk
-
     Real32 real(Real32 low, Real32 high) {
         return std::uniform_real_distribution<Real32>(low, high)(rng);
     }

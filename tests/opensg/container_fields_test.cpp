@@ -8,8 +8,6 @@
 #include <utility>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
@@ -17,6 +15,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGSwitchMaterial.h>
+#include <gtest/gtest.h>
 
 #include "../support/stream_capture.h"
 
@@ -178,12 +177,10 @@ TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
     EXPECT_STREQ(FieldContainerFactory::the()->findGroupName(made->getGroupId()), "testpayloads");
     EXPECT_TRUE(made->getType().isDerivedFrom(Attachment::getClassType()));
     EXPECT_EQ(AttachmentPtr(made)->getField("payload"), made->getFieldPtr());
-
     const RefPtr<TestPayloadPtr> other(TestPayload::create());
     EXPECT_FALSE(other->getField().equals(made->getField()));
     other->executeSync(*made, TestPayload::SimpleFieldMask);
     EXPECT_EQ(other->getField().getValue().shared, made->getField().getValue().shared);
-
     // The base class's call deals with the base class's fields.
     EXPECT_EQ(made->getBinSize(TestPayload::SimpleFieldMask), 0u);
     byte_store store;
@@ -289,7 +286,6 @@ TEST(Fields, TextForms) {
     numbers.pushValueByStr("-5");
     text = ">";
     EXPECT_EQ(numbers.getValueByStr(text), ">4, -5") << "a multi field appends";
-
     SFVec3f parsed;
     parsed.pushValueByStr("1.5, -2 3e2");
     EXPECT_EQ(parsed.getValue()[2], 300.f);

@@ -1,9 +1,8 @@
 // Shared and single indices, counting; strips and fans: whatever is found, the triangles with
 // their winding stay; normals of vertices and faces.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGGeoFunctions.h>
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <cstdlib>
@@ -56,7 +55,6 @@ TEST(SharedIndex, ComparesAllPropertiesOfAnEntry) {
     EXPECT_EQ(shared({a, a, b, b, a}, 5), (numbers{0, 0, 2, 2, 0}));
     EXPECT_EQ(shared({a, a}, 4), (numbers{0, 0, 2, 2}))
         << "those without stay apart from the others";
-
     // Entry by entry where there are several; the first to come stays, not the lowest.
     const GeometryRefPtr core =
         makeCore(points(4), {{GL_TRIANGLES, 3}}, {3, 2, 1, 1, 0, 0}, {1, 2});
@@ -120,8 +118,8 @@ TEST(SingleIndex, AgreesWithASlowSearch) {
             index = random() % 4;
         std::vector<UInt16> mapping{1, 2, 4};
         mapping.resize(stride);
-        const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {3, 0, 0}},
-                                             {{GL_POINTS, vertices}}, indices, mapping);
+        const points all{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {3, 0, 0}};
+        const GeometryRefPtr core = makeCore(all, {{GL_POINTS, vertices}}, indices, mapping);
         std::map<numbers, UInt32> known;
         numbers expected;
         for (UInt32 v = 0; v < vertices; ++v) {
@@ -131,11 +129,8 @@ TEST(SingleIndex, AgreesWithASlowSearch) {
         }
         EXPECT_EQ(createSingleIndex(core), static_cast<Int32>(known.size()));
         EXPECT_EQ(indicesOf(core), expected);
-        for (UInt32 v = 0; v < vertices; ++v) {
-            const UInt32 was = indices[v * stride];
-            EXPECT_EQ(core->getPositions()->getValue(expected[v])[0],
-                      was % 2 == 0 ? 0.f : static_cast<Real32>(was));
-        }
+        for (UInt32 v = 0; v < vertices; ++v)
+            EXPECT_EQ(core->getPositions()->getValue(expected[v]), all[indices[v * stride]]);
     }
 }
 
@@ -182,7 +177,6 @@ TEST(Strips, QuadAndGrid) {
     EXPECT_EQ(createOptimizedPrimitives(quad, 1, true, false, 16, false, true), 4);
     EXPECT_EQ(primitivesOf(quad), (primitives{{GL_TRIANGLE_STRIP, 4}}));
     EXPECT_EQ(sorted(trianglesOf(quad)), sorted({{0, 1, 2}, {2, 1, 4}}));
-
     for (const bool stitch : {false, true}) {
         const GeometryRefPtr grid = sharedGrid(2);
         const std::vector<corners> before = sorted(trianglesOf(grid));
@@ -205,12 +199,10 @@ TEST(Strips, ApplyOnlyWhatIsCheaper) {
     EXPECT_EQ(createOptimizedPrimitives(loose), 6);
     EXPECT_EQ(createOptimizedPrimitives(loose, 1, true, true, 16, false, false, true), 6);
     EXPECT_EQ(primitivesOf(loose), (primitives{{GL_TRIANGLES, 6}})) << "no gain, no change";
-
     const GeometryRefPtr strip = makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3});
     const GeoIndicesPtr indices = strip->getIndices();
     EXPECT_EQ(createOptimizedPrimitives(strip), 4);
     EXPECT_EQ(strip->getIndices(), indices);
-
     EXPECT_EQ(createOptimizedPrimitives(GeometryPtr()), 0);
     EXPECT_EQ(createOptimizedPrimitives(GeometryRefPtr(Geometry::create())), 0);
     EXPECT_EQ(createOptimizedPrimitives(makeTriangles(quadPoints())), 0) << "no indices";
@@ -247,12 +239,11 @@ TEST(Strips, LeaveTheRandomSequenceAlone) {
 /// Corners as index tuples, since positions alone do not tell vertices apart under a mapping.
 std::vector<corners> tupleTriangles(const GeometryRefPtr& core) {
     std::vector<corners> triangles;
-    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
-        corners t;
-        for (Int32 k = 0; k < 3; ++k)
-            t[static_cast<std::size_t>(k)] = it.getPositionIndex(k) * 1000 + it.getNormalIndex(k);
-        triangles.push_back(t);
-    }
+    forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
+        if (k == 0)
+            triangles.emplace_back();
+        triangles.back()[UInt32(k)] = it.getPositionIndex(k) * 1000 + it.getNormalIndex(k);
+    });
     return triangles;
 }
 
@@ -366,12 +357,6 @@ TEST(CreaseNormals, GiveTheRoofAnEdge) {
             EXPECT_EQ(normalsOf(core), row.values) << row.angle;
         }
     }
-    const GeometryRefPtr core = sharedRoof();
-    calcVertexNormals(core, degrees(30));
-    EXPECT_EQ(createSingleIndex(core), 6);
-    EXPECT_EQ(mappingOf(core), (std::vector<UInt16>{3}));
-    EXPECT_EQ(indicesOf(core), (numbers{0, 1, 2, 3, 4, 5}));
-    EXPECT_EQ(core->getPositions()->getSize(), 6u);
 }
 
 TEST(CreaseNormals, KeepEveryPropertyIndexed) {
@@ -411,7 +396,6 @@ TEST(CreaseNormals, MoreNormalsThanANarrowIndexHolds) {
 struct naive_crease {
     normals values;
     numbers number_of_corner;
-
     naive_crease(const points& positions, const std::vector<corners>& faces, Real32 crease) {
         normals face_normals;
         for (const corners& f : faces) {
@@ -464,11 +448,9 @@ TEST(CreaseNormals, AgreeWithASlowSearch) {
         const Real32 crease = degrees(static_cast<Real32>(random() % 180));
         const naive_crease naive(positions, trianglesOf(core), crease);
         calcVertexNormals(core, crease);
-
         const normals values = normalsOf(core);
         ASSERT_EQ(values.size(), naive.values.size()) << round;
-        EXPECT_EQ(std::memcmp(values.data(), naive.values.data(), values.size() * sizeof(Vec3f)),
-                  0);
+        EXPECT_EQ(std::memcmp(&values[0], &naive.values[0], values.size() * sizeof(Vec3f)), 0);
         numbers numbered;
         forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
             numbered.push_back(static_cast<UInt32>(it.getNormalIndex(k)));

@@ -4,6 +4,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGTriangleIterator.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
@@ -60,11 +61,14 @@ inline std::vector<UInt16> mappingOf(const GeometryRefPtr& core) {
     return core->getMFIndexMapping()->getValues();
 }
 
+/// Positions of all triangles, which must count up.
 inline std::vector<corners> trianglesOf(const GeometryRefPtr& core) {
     std::vector<corners> triangles;
-    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
+    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
+        EXPECT_EQ(it.getIndex(), static_cast<Int32>(triangles.size()));
         triangles.push_back(
             {it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)});
+    }
     return triangles;
 }
 

@@ -1,10 +1,9 @@
 // Images: stores, blocks, sampling, formats, files.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGImage.h>
 #include <OpenSG/OSGImageFileHandler.h>
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <gtest/gtest.h>
 
 #include <cstdio>
 #include <cstring>
@@ -46,8 +45,7 @@ TEST(ImageSet, SizesBelowOneBecomeOne) {
     EXPECT_EQ(image->getData(), nullptr);
     EXPECT_TRUE(image->set(Image::OSG_RGB_PF, 0, -3, 0, 0, -1, 0., nullptr,
                            Image::OSG_UINT8_IMAGEDATA, true, 0));
-    EXPECT_EQ(image->getWidth(), 1);
-    EXPECT_EQ(image->getHeight(), 1);
+    EXPECT_TRUE(image->getWidth() == 1 && image->getHeight() == 1);
     EXPECT_EQ(image->getSize(), 3u);
     EXPECT_EQ(image->getBpp(), 3);
     EXPECT_EQ(image->getSideCount(), 1);
@@ -141,7 +139,6 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
         EXPECT_EQ(pixelsOf(window), cut);
         EXPECT_EQ(window->getWidth(), bw);
         EXPECT_EQ(pixelsOf(image), whole);
-
         ASSERT_TRUE(image->setSubData(bx, by, bz, bw, bh, bd, part.data()));
         EXPECT_EQ(pixelsOf(image), written);
         ASSERT_TRUE(image->setData(whole.data()));

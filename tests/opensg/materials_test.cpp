@@ -1,7 +1,5 @@
 // Materials and chunks: types, chunk lists, counting, transparency, merging of equal ones.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGCubeTextureChunk.h>
@@ -16,6 +14,7 @@
 #include <OpenSG/OSGSwitchMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTransformChunk.h>
+#include <gtest/gtest.h>
 
 #include <array>
 #include <cmath>
@@ -34,7 +33,6 @@ TEST(MaterialTypes, CastsFollowTheClassesAndPointersAreNull) {
     EXPECT_EQ(simple->getChunks().getSize(), 0u);
     EXPECT_EQ(RefPtr<TextureChunkPtr>(TextureChunk::create())->getImage(), NullFC);
     EXPECT_EQ(RefPtr<TransformChunkPtr>(TransformChunk::create())->getMatrix(), Matrix::identity());
-
     const MaterialRefPtr textured(simple.get());
     EXPECT_NE(SimpleMaterialPtr::dcast(textured.get()), NullFC);
     EXPECT_NE(ChunkMaterialPtr::dcast(textured.get()), NullFC);
@@ -76,7 +74,6 @@ TEST(ChunkMaterialSlots, AreStoredFromTheFirstThatDiffers) {
     EXPECT_EQ(material->getChunks().getSize(), 1u);
     material->clearChunks();
     EXPECT_EQ(material->getChunks().getSize(), 0u);
-
     material->addChunk(CubeTextureChunk::create());
     EXPECT_EQ(material->find(TextureChunk::getClassType()), NullFC) << "the very type is wanted";
     EXPECT_NE(material->find(CubeTextureChunk::getClassType()), NullFC);
@@ -84,16 +81,14 @@ TEST(ChunkMaterialSlots, AreStoredFromTheFirstThatDiffers) {
 }
 
 TEST(MaterialCounting, EachReferenceCountsAndDestructionDrops) {
-    ImagePtr image = Image::create();
-    const UInt32 imageId = image.getFieldContainerId();
+    const ImagePtr image = Image::create();
     const TextureChunkPtr chunk = TextureChunk::create();
-    const UInt32 chunkId = chunk.getFieldContainerId();
+    const UInt32 ids[] = {image.getFieldContainerId(), chunk.getFieldContainerId()};
     chunk->setImage(image);
     chunk->setImage(image);
     EXPECT_EQ(image.getRefCount(), 1u);
     {
-        const CubeTextureChunkPtr cube = CubeTextureChunk::create();
-        const StateChunkRefPtr holdsCube(cube);
+        const RefPtr<CubeTextureChunkPtr> cube(CubeTextureChunk::create());
         cube->setNegYImage(image);
         cube->setImage(image);
         EXPECT_EQ(image.getRefCount(), 3u);
@@ -105,15 +100,13 @@ TEST(MaterialCounting, EachReferenceCountsAndDestructionDrops) {
         const ChunkMaterialRefPtr copy(ChunkMaterialPtr::dcast(material->shallowCopy()));
         EXPECT_EQ(chunk.getRefCount(), 2u);
         EXPECT_EQ(copy->getChunks(0), chunk);
-        const SwitchMaterialPtr choice = SwitchMaterial::create();
-        const MaterialRefPtr holdsChoice(choice);
+        const SwitchMaterialRefPtr choice(SwitchMaterial::create());
         choice->addMaterial(material);
         choice->addMaterial(NullFC);
         EXPECT_EQ(material.get().getRefCount(), 2u);
         EXPECT_EQ(choice->getMaterials().getSize(), 1u);
     }
-    EXPECT_FALSE(isAlive(chunkId));
-    EXPECT_FALSE(isAlive(imageId));
+    EXPECT_FALSE(isAlive(ids[0]) || isAlive(ids[1]));
 }
 
 TEST(SwitchMaterialChoice, GivesTheChosenOrNull) {
@@ -332,7 +325,6 @@ TEST(MaterialMerge, ReachesHiddenNodesAndTheRootItself) {
     merge(root);
     EXPECT_EQ(materialOf(off->getChild(0)), materialOf(root));
     EXPECT_EQ(materialOf(root).getRefCount(), 2u) << "two cores";
-
     NodePtr none;
     EXPECT_FALSE(MaterialMergeGraphOp().traverse(none));
 }
@@ -397,8 +389,7 @@ TEST(MaterialMergeOracle, PartitionsByTheRecipe) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         std::vector<NodePtr> nodes;
         std::vector<std::array<unsigned, 3>> recipes;
-        const unsigned count = pick(60);
-        for (unsigned i = 0; i < count; ++i) {
+        for (unsigned i = pick(60); i > 0; --i) {
             const unsigned kind = pick(3), x = pick(3), y = pick(2);
             recipes.push_back({kind, x, y});
             MaterialPtr material =

@@ -1,18 +1,16 @@
 // Vectors, colours, matrices, rotations, lines, planes and bounding volumes.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGColor.h>
 #include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGLine.h>
 #include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGPlane.h>
+#include <gtest/gtest.h>
 
 #include <cmath>
 #include <random>
 #include <sstream>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace {
@@ -41,7 +39,7 @@ TEST(StreamForms, AreTheKnownOnesAndRestoreTheFormat) {
                          "0.12345");
 }
 
-TEST(Vectors, CompareWithinEpsAndOrderExactly) {
+TEST(VectorsAndColours, CompareWithinEpsOrderExactlyAndCompute) {
     const Real32 below = 9e-7f, above = 2e-6f, nan = std::nanf("");
     EXPECT_EQ(Pnt3f(1, 0, 0), Pnt3f(1, below, -below));
     EXPECT_NE(Pnt3f(0, 0, 0), Pnt3f(0, above, 0));
@@ -59,12 +57,20 @@ TEST(Vectors, CompareWithinEpsAndOrderExactly) {
     EXPECT_EQ(Vec3f(1, 0, 0).cross(Vec3f(0, 1, 0)), Vec3f(0, 0, 1));
     EXPECT_EQ(Pnt3f(3, 2, 1) - Pnt3f(1, 1, 1), Vec3f(2, 1, 0));
     EXPECT_EQ(Pnt3f(Vec2f(1, 2)), Pnt3f(1, 2, 0)) << "missing components are 0";
+
+    const Color3f c(.25f, .5f, 1);
+    EXPECT_EQ(c * 2.f, Color3f(.5f, 1, 2));
+    EXPECT_EQ(c + c, c * 2.f);
+    Color4f d;
+    EXPECT_EQ(d, Color4f(0, 0, 0, 0));
+    d.setValuesRGBA(1, 2, 3, 4);
+    EXPECT_EQ(d.alpha(), 4.f);
+    EXPECT_EQ(d.getValuesRGBA()[2], 3.f);
 }
 
 /// Random matrices: rotations, scales, shears, mirrors, translations.
 struct matrices {
     std::mt19937 rng{9};
-
     Real64 real(Real64 low, Real64 high) {
         return std::uniform_real_distribution<Real64>(low, high)(rng);
     }
@@ -98,7 +104,6 @@ TEST(MatrixLayout, RowsInReadingOrderColumnsInMemory) {
     parts.setTranslate(Vec3f(1, 1, 1));
     EXPECT_EQ(parts, Matrix(7, 2, 3, 1, 5, 7, 7, 1, 9, 10, 7, 1, 0, 0, 0, 1))
         << "only their own places";
-
     // a * b first does b; perspective divides in the full form alone.
     Matrix scale, move;
     scale.setScale(2);
@@ -129,7 +134,6 @@ template <class T> void expectTakenApartAndPutTogether(T tolerance) {
         product.mult(inverse);
         EXPECT_TRUE(product.equals(TransformationMatrix<T>::identity(), tolerance));
         EXPECT_NEAR(matrix.det(), matrix.det3(), tolerance * std::abs(matrix.det()));
-
         Vector<T, 3> translation, scale;
         QuaternionBase<T> rotation, axes;
         matrix.getTransform(translation, rotation, scale, axes);
@@ -161,7 +165,6 @@ TEST(MatrixParts, OfSpecialMatrices) {
     EXPECT_EQ(s, Vec3f(-1, -1, -1));
     r.getValue(half_turn);
     EXPECT_EQ(half_turn, Matrix(1, 0, 0, 0, 0, -1, 0, 0, 0, 0, -1, 0, 0, 0, 0, 1));
-
     matrix.setScale(1, 0, 1);
     matrix.setTranslate(1, 2, 3);
     s = Vec3f(9, 9, 9);
@@ -244,7 +247,6 @@ TEST(BoxVolumes, FollowTheirState) {
     taken.getInstance().setEmpty();
     taken.instanceChanged();
     EXPECT_TRUE(taken.isValid() && taken.isEmpty() && !taken.isInfinite());
-
     DynamicVolume outside(box);
     outside.setEmpty();
     outside.extendBy(Pnt3f(2, 2, 4));
@@ -348,17 +350,6 @@ TEST(Planes, TellSides) {
     EXPECT_TRUE(plane.isInHalfSpace(Pnt3f(5, 5, 1)));
     EXPECT_FALSE(plane.isInHalfSpace(Pnt3f(5, 5, .5f)));
     EXPECT_EQ(Plane(Vec3f(0, 0, 4), Pnt3f(9, 9, 2)).distance(Pnt3f(0, 0, 0)), -2.f);
-}
-
-TEST(Colours, ComputeComponentByComponent) {
-    const Color3f c(.25f, .5f, 1);
-    EXPECT_EQ(c * 2.f, Color3f(.5f, 1, 2));
-    EXPECT_EQ((c + c)[0], .5f);
-    Color4f d;
-    EXPECT_EQ(d, Color4f(0, 0, 0, 0));
-    d.setValuesRGBA(1, 2, 3, 4);
-    EXPECT_EQ(d.alpha(), 4.f);
-    EXPECT_EQ(d.getValuesRGBA()[2], 3.f);
 }
 
 } // namespace

@@ -1,7 +1,5 @@
 // Scenes in files: what comes back, and damaged or hostile files.
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChangeList.h>
 #include <OpenSG/OSGChunkMaterial.h>
@@ -20,6 +18,7 @@
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGTriangleIterator.h>
+#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -151,7 +150,6 @@ NodeRefPtr sampleScene() {
     choice->addMaterial(material);
     choice->setChoice(1);
     sharing->setMaterial(choice);
-
     const MaterialGroupPtr group = MaterialGroup::create();
     group->setMaterial(material);
     added(added(root, group), sharing);
@@ -242,7 +240,6 @@ TEST(SceneFiles, EveryPropertyFormComesBack) {
         const UInt32 count = 3 * array->getFormatSize() * array->getDimension();
         for (UInt32 i = 0; i < count; ++i)
             array->editData()[i] = static_cast<UInt8>(i + 1); // values are stored as they are
-
         const NodeRefPtr root(nodeOf(Group::create()));
         root->addAttachment(AttachmentPtr::dcast(made.get()));
         const NodeRefPtr again(readBack(written(root)));
@@ -282,7 +279,6 @@ TEST(SceneFiles, GoByExtension) {
         EXPECT_EQ(canonicalText(again), canonicalText(root));
     }
     std::remove(file.c_str());
-
     std::ostringstream out;
     std::istringstream in("solid");
     const std::string unknown = testing::TempDir() + "scene.unknown";
@@ -347,12 +343,8 @@ TEST(SceneFiles, UnknownTypesAndFieldsAreLeftOut) {
 void useScene(const NodePtr& root) {
     root->updateVolume();
     for (UInt32 i = 0; i < root->getNChildren(); ++i) {
-        const GeometryPtr geometry = GeometryPtr::dcast(root->getChild(i)->getCore());
-        if (geometry == NullFC || geometry->getPositions() == NullFC)
-            continue;
         int triangles = 0;
-        TriangleIterator it = geometry->beginTriangles();
-        for (; it != geometry->endTriangles() && ++triangles < 1000; ++it) {
+        for (TriangleIterator it(root->getChild(i)); !it.isAtEnd() && ++triangles < 1000; ++it) {
             for (Int32 corner = 0; corner < 3; ++corner)
                 it.getPosition(corner);
         }

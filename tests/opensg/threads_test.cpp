@@ -7,8 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include <gtest/gtest.h>
-
 #include <OpenSG/OSGBarrier.h>
 #include <OpenSG/OSGChangeList.h>
 #include <OpenSG/OSGFieldContainerFactory.h>
@@ -17,6 +15,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGThreadManager.h>
+#include <gtest/gtest.h>
 
 #include "../support/stream_capture.h"
 
@@ -157,7 +156,6 @@ struct visit {
     Int32 choice = 0;
     UInt32 made = 0;
     UInt32 aspect = 99;
-
     static void run(void* argument) {
         auto& self = *static_cast<visit*>(argument);
         const NodeRefPtr node(Node::create());
@@ -177,12 +175,17 @@ visit visitIn(UInt32 aspect, const SwitchPtr& chosen = NullFC) {
     return made;
 }
 
-TEST(ChangeListOfAThread, BelongsToTheNameAndStartsEmpty) {
+TEST(ChangeListOfAThread, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
+    ChangeList* own = Thread::getCurrentChangeList();
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    own->addChanged(chosen.get(), FieldBits::AllFields);
+    endEditCP(chosen.get());
+    EXPECT_TRUE(own->empty()) << "nothing is recorded by default";
     ChangeList::setReadWriteDefault(true);
     for (const UInt32 aspect : {0U, 1U, 0U}) {
         const visit one = visitIn(aspect);
         ChangeList* changes = named("visitor")->getChangeList();
-        EXPECT_NE(changes, Thread::getCurrentChangeList());
+        EXPECT_NE(changes, own);
         ASSERT_EQ(changes->sizeCreated(), 1U) << "of this function alone";
         EXPECT_EQ(*changes->beginCreated(), one.made);
         EXPECT_EQ(one.aspect, aspect);
@@ -190,15 +193,7 @@ TEST(ChangeListOfAThread, BelongsToTheNameAndStartsEmpty) {
     ChangeList::setReadWriteDefault(false);
     visitIn(0);
     EXPECT_TRUE(named("visitor")->getChangeList()->empty());
-    Thread::getCurrentChangeList()->clearAll();
-}
-
-TEST(ChangeListDefault, RecordsNothing) {
-    ChangeList* changes = Thread::getCurrentChangeList();
-    const RefPtr<SwitchPtr> chosen(Switch::create());
-    changes->addChanged(chosen.get(), FieldBits::AllFields);
-    endEditCP(chosen.get());
-    EXPECT_TRUE(changes->empty());
+    own->clearAll();
 }
 
 TEST_F(RecordingChangeList, EntersWhatHappens) {
@@ -245,7 +240,6 @@ TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) 
     endEditCP(parent, Node::ChildrenFieldMask);
     changes->applyTo(1);
     EXPECT_EQ(child.getRefCount(), 2u) << "one for the list of each aspect";
-
     parent->subChild(child);
     EXPECT_EQ(child.getRefCount(), 1u) << "aspect 1 still shows it";
     endEditCP(parent, Node::ChildrenFieldMask);
