@@ -188,7 +188,6 @@ TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
     EXPECT_EQ(store.bytes.size(), made->getBinSize(FieldBits::AllFields));
     other->copyFromBin(store, FieldBits::AllFields);
     EXPECT_EQ(store.at, store.bytes.size());
-
     MField<test_payload> many;
     many.pushValueByStr("anything");
     many.pushValueByStr("");

@@ -216,7 +216,6 @@ TEST_F(GeometryProperties, AreTheClonesOwn) {
     core->setTexCoords1(core->getTexCoords());
     core->setDlistCache(false);
     setName(core.get(), "original");
-
     const GeometryRefPtr copy(core->clone());
     EXPECT_EQ(copy->getMaterial(), core->getMaterial());
     EXPECT_EQ(getName(copy.get()), nullptr);
@@ -317,7 +316,6 @@ TEST(GeometryVolumes, FollowChangesThatAreTold) {
     EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {1, 1, 1}));
     EXPECT_EQ(boundsOf(second), boundsOf(first));
     parent->updateVolume();
-
     core->getPositions()->setValue(Pnt3f(5, 5, 5), 1);
     EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {1, 1, 1})) << "nobody was told";
     endEditCP(core->getPositions());

@@ -196,7 +196,6 @@ TEST(Strips, ApplyOnlyWhatIsCheaper) {
         makeCore(points(6), {{GL_TRIANGLES, 6}, {GL_POINTS, 1}}, {0, 1, 2, 3, 4, 5, 0});
     EXPECT_EQ(createOptimizedPrimitives(loose), 6);
     EXPECT_EQ(primitivesOf(loose), (primitives{{GL_TRIANGLES, 6}})) << "points go";
-    EXPECT_EQ(createOptimizedPrimitives(loose), 6);
     EXPECT_EQ(createOptimizedPrimitives(loose, 1, true, true, 16, false, false, true), 6);
     EXPECT_EQ(primitivesOf(loose), (primitives{{GL_TRIANGLES, 6}})) << "no gain, no change";
     const GeometryRefPtr strip = makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3});
@@ -422,8 +421,7 @@ struct naive_crease {
                     }
                 }
                 sum.normalize();
-                const auto entered =
-                    known.emplace(std::make_pair(p, members), static_cast<UInt32>(values.size()));
+                const auto entered = known.emplace(std::make_pair(p, members), values.size());
                 if (entered.second)
                     values.push_back(sum);
                 number_of_corner.push_back(entered.first->second);

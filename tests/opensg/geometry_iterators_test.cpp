@@ -165,7 +165,6 @@ TEST(Walks, CompareSeekAndStart) {
     ++it;
     EXPECT_TRUE(it == core->endTriangles());
     EXPECT_FALSE(it < core->endTriangles());
-
     EXPECT_TRUE(TriangleIterator(GeometryPtr()).isAtEnd());
     const NodeRefPtr group(makeCoredNode<Group>());
     EXPECT_TRUE(PrimitiveIterator(group.get()).isAtEnd());

@@ -276,9 +276,8 @@ TEST(ImageFiles, KeepPixelsAndRowOrder) {
         EXPECT_EQ(again->getName(), file);
         std::remove(file.c_str());
     }
-    const std::string pgm = "P5 2 2 255\n\x01\x02\x03\x04"; // top row first
-    const ImageRefPtr image(ImageFileHandler::the().read(reinterpret_cast<const UInt8*>(pgm.data()),
-                                                         static_cast<UInt32>(pgm.size())));
+    const bytes pgm{'P', '5', ' ', '2', ' ', '2', ' ', '9', '\n', 1, 2, 3, 4}; // top row first
+    const ImageRefPtr image(ImageFileHandler::the().read(pgm.data(), UInt32(pgm.size())));
     ASSERT_NE(image, NullFC);
     EXPECT_EQ(pixelsOf(image), (bytes{3, 4, 1, 2}));
 }

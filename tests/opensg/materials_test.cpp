@@ -57,12 +57,10 @@ TEST(ChunkMaterialSlots, AreStoredFromTheFirstThatDiffers) {
               (std::vector<Int32>{State::AutoSlotReplace, State::AutoSlotReplace, 1}));
     EXPECT_EQ(material->getMFChunks()->getValues(), (std::vector<StateChunkPtr>{a, b, c, a}));
     EXPECT_EQ(a.getRefCount(), 2u);
-
     EXPECT_EQ(material->find(c), 2);
     EXPECT_EQ(material->find(BlendChunk::getClassType()), b);
     EXPECT_EQ(material->find(TextureChunk::getClassType()), NullFC) << "it sits in slot 1";
     EXPECT_EQ(material->find(TextureChunk::getClassType(), 1), c);
-
     EXPECT_TRUE(material->subChunk(c)) << "true is failure: not in this slot";
     EXPECT_FALSE(material->subChunk(b));
     EXPECT_EQ(material->getSlots().getValues(), (std::vector<Int32>{State::AutoSlotReplace, 1}));

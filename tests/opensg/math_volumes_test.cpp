@@ -48,7 +48,6 @@ TEST(VectorsAndColours, CompareWithinEpsOrderExactlyAndCompute) {
     EXPECT_NE(Color4f(0, 0, 0, 0), Color4f(0, 0, 0, above));
     EXPECT_TRUE(Pnt3f(1, 2, 3) < Pnt3f(1, 2 + 1e-6f, 0));
     EXPECT_FALSE(Pnt3f(1, 2, 3) < Pnt3f(1, 2, 3));
-
     Vec3f tiny(5e-7f, 0, 0), three(3, 0, 4);
     tiny.normalize();
     three.normalize();
@@ -280,7 +279,6 @@ TEST(BoxVolumes, IntersectAndTurn) {
         }
     }
     EXPECT_TRUE(BoxVolume().intersect(Line(Pnt3f(0, 0, -2), Vec3f(0, 0, 1)))) << "not asked";
-
     matrices make;
     for (int round = 0; round < 50; ++round) {
         const Matrix matrix = make.any<Real32>();
