@@ -64,7 +64,7 @@ inline std::vector<UInt16> mappingOf(const GeometryRefPtr& core) {
 /// Positions of all triangles, which must count up.
 inline std::vector<corners> trianglesOf(const GeometryRefPtr& core) {
     std::vector<corners> triangles;
-    for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
+    for (TriangleIterator it = core->beginTriangles(); it != core->endTriangles(); ++it) {
         EXPECT_EQ(it.getIndex(), static_cast<Int32>(triangles.size()));
         triangles.push_back(
             {it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)});

@@ -436,6 +436,7 @@ const named_files readable = {
                             {"Node", links("core", {2})}})},
     {"value as link", fileOf({{"Node", links("travMask", {1})}})},
     {"inner field", fileOf({{"Node", field("parent", 0, raw(UInt32(1)))}})},
+    {"text without its end", fileOf({bare, {"Name", field("name", 0, raw(UInt32(0)))}})},
     {"unknown kind", fileOf({{"Node", field("travMask", 9, "??")}})},
 };
 const named_files refused = {

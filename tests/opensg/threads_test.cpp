@@ -266,7 +266,6 @@ TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
     subRefCP(copy);
     changes->applyTo(1);
     EXPECT_EQ(core.get().getRefCount(), 6u);
-
     NodePtr dying = first.get();
     first = NullFC;
     subRefCP(dying); // the reference that the list repeated
