@@ -27,6 +27,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include <morva/core/morva_huge_pages.h>
 #include <morva/core/morva_span.h>
 #include <morva/draworder/morva_osg_cache_scores.h>
 #include <morva/draworder/morva_osg_draw_order.h>
@@ -58,8 +59,9 @@ template <typename Rules> class cache_walk {
                span<const std::uint32_t> numbers, const std::vector<counted_column>& columns,
                unsigned int limit)
         : m_corners(corners.data()), m_count(corners.size() / Rules::corners), m_numbers(numbers),
-          m_counter(columns, limit), m_vertices(vertices), m_waiting(corners.size()),
-          m_drawn(m_count, 0), m_marked(vertices) {
+          m_counter(columns, limit), m_vertices(vectorInHugePages<vertex>(vertices)),
+          m_waiting(vectorInHugePages<std::uint32_t>(corners.size())), m_drawn(m_count, 0),
+          m_marked(vertices) {
         for (int place = 0; place < cache_places; ++place)
             m_place_score[place] = placeScore<Rules>(place);
         for (std::size_t i = 0; i < known_waiting; ++i)
@@ -71,7 +73,7 @@ template <typename Rules> class cache_walk {
     draw_order run() {
         m_counter.openPiece();
         m_order.piece_first.push_back(0);
-        m_order.elements.resize(m_count);
+        m_order.elements = vectorInHugePages<std::uint32_t>(m_count);
         std::uint32_t element = m_count > 0 ? firstElement() : 0;
         for (std::size_t i = 0; i < m_count; ++i) {
             if (m_counter.full()) {
