@@ -168,7 +168,7 @@ double areaOf(const counting_task& task, const audited_part& part) {
     double area = 0.0;
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         if (part.fate == part_fate::carried || !isDegenerate(view, moved, a, b, c))
-            area += triangleArea(view, moved, a, b, c);
+            area += triangleArea(view, moved, a, b, c).area;
     });
     return area;
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 #include <OpenSG/OSGMatrix.h>
 
@@ -52,18 +53,22 @@ bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& mo
                                 pointAt(view, moved, c));
 }
 
-double triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
-                    std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+measured_area triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
+                           std::uint32_t a, std::uint32_t b, std::uint32_t c) {
     const ::osg::Pnt3f& origin = pointAt(view, moved, a);
-    double u[3], v[3];
+    double u[3], v[3], farthest = 0.0, reach = 0.0;
     for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
         u[axis] = double{pointAt(view, moved, b)[axis]} - double{origin[axis]};
         v[axis] = double{pointAt(view, moved, c)[axis]} - double{origin[axis]};
+        reach += std::abs(u[axis]) + std::abs(v[axis]);
+        farthest = std::max(farthest, std::abs(double{origin[axis]}));
     }
     const double x = u[1] * v[2] - u[2] * v[1];
     const double y = u[2] * v[0] - u[0] * v[2];
     const double z = u[0] * v[1] - u[1] * v[0];
-    return std::sqrt(x * x + y * y + z * z) / 2.0;
+    // A corner that moves by the spacing of floats moves the area by that times its other edges.
+    const double spacing = (farthest + reach) * double{std::numeric_limits<float>::epsilon()};
+    return {std::sqrt(x * x + y * y + z * z) / 2.0, spacing * reach};
 }
 
 bool reachesBeyond(const geometry_view& view, int limit) {

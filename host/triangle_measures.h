@@ -5,8 +5,9 @@
 //
 //     const placement world(node);
 //     const auto moved = placed(view, &world);
-//     forEachTriangle(view, [&](auto a, auto b, auto c) { area += triangleArea(view, moved, a, b,
-//     c); });
+//     forEachTriangle(view, [&](auto a, auto b, auto c) {
+//         sum += triangleArea(view, moved, a, b, c).area;
+//     });
 //
 // Plain memory, but for making a placement: any thread.
 
@@ -34,8 +35,13 @@ std::vector<::osg::Pnt3f> placed(const geometry_view& view, const placement* to)
 bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
                   std::uint32_t a, std::uint32_t b, std::uint32_t c);
 
-double triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
-                    std::uint32_t a, std::uint32_t b, std::uint32_t c);
+/// An area, and by how much the rounding of the corners may have changed it.
+struct measured_area {
+    double area = 0.0, rounding = 0.0;
+};
+
+measured_area triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
+                           std::uint32_t a, std::uint32_t b, std::uint32_t c);
 
 /// Whether some triangle's coordinates, in their normal form, lie beyond a limit.
 bool reachesBeyond(const geometry_view& view, int limit);
