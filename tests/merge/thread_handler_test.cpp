@@ -105,6 +105,19 @@ std::vector<std::string> runTasks(std::size_t count, unsigned limit, shared_stat
     return morva_test::childNames(parent.get());
 }
 
+/// Starts tasks that have nothing to do with each other.
+void startTasks(std::size_t count, unsigned yields, shared_state& state,
+                task_list<test_arguments>& tasks) {
+    state.ended = std::vector<std::atomic<bool>>(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        test_arguments task;
+        task.index = task.place = task.waits_for = i;
+        task.yields = yields;
+        task.state = &state;
+        tasks.start(task, i);
+    }
+}
+
 std::vector<std::string> numbersBelow(std::size_t count) {
     std::vector<std::string> numbers;
     for (std::size_t i = 0; i < count; ++i)
@@ -185,15 +198,8 @@ TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
     {
         threadHandler handler("TEST_POOL", 3);
         shared_state state;
-        state.ended = std::vector<std::atomic<bool>>(2);
         task_list<test_arguments> tasks(handler, workMultithread);
-        for (std::size_t i = 0; i < 2; ++i) {
-            test_arguments task;
-            task.index = task.waits_for = i;
-            task.yields = 50;
-            task.state = &state;
-            tasks.start(task, i);
-        }
+        startTasks(2, 50, state, tasks);
     }
     EXPECT_EQ(morva_test::liveContainers(), live);
 }
@@ -204,14 +210,8 @@ TEST(ThreadHandler, ATaskWithoutThreadRunsOnTheMainThread) {
     const ::osg::NodeRefPtr parent(morva_test::group());
     threadHandler handler("TEST_MIXED", 2);
     shared_state state;
-    state.ended = std::vector<std::atomic<bool>>(4);
     task_list<test_arguments> tasks(handler, workMultithread);
-    for (std::size_t i = 0; i < 4; ++i) {
-        test_arguments task;
-        task.index = task.place = task.waits_for = i;
-        task.state = &state;
-        tasks.start(task, i);
-    }
+    startTasks(4, 0, state, tasks);
     tasks.joinInto(parent.get());
     EXPECT_EQ(morva_test::childNames(parent.get()), numbersBelow(4));
 }
