@@ -9,6 +9,8 @@
 // made by these functions.
 
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 
 namespace morva::osg {
 
@@ -42,6 +44,19 @@ template <typename Rules> float vertexScore(int waiting, int place) {
     if (waiting == 0)
         return -1.0F;
     return 2.0F * std::pow(static_cast<float>(waiting), -0.5F) + placeScore<Rules>(place);
+}
+
+/// The bits of a score. Those of positive scores are ordered as the scores are, and 0 is less.
+inline std::uint32_t scoreBits(float score) {
+    std::uint32_t bits = 0;
+    std::memcpy(&bits, &score, sizeof(bits));
+    return bits;
+}
+
+inline float scoreOfBits(std::uint32_t bits) {
+    float score = 0.0F;
+    std::memcpy(&score, &bits, sizeof(score));
+    return score;
 }
 
 } // namespace morva::osg

@@ -22,7 +22,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <stdexcept>
 #include <unordered_map>
 #include <vector>
@@ -112,22 +111,11 @@ template <typename Rules> class cache_walk {
         float base;  ///< score without the place
         float reach; ///< score of its best element at the last look, less its own then; not of hubs
     };
-    /// The best element so far. Scores are compared as the bits of positive floats.
+    /// The best element so far.
     struct choice {
-        std::uint32_t score = 0; ///< 0: none
+        std::uint32_t score = 0; ///< bits of a positive score; 0: none
         std::uint32_t element = 0;
     };
-
-    static std::uint32_t bitsOf(float score) {
-        std::uint32_t bits = 0;
-        std::memcpy(&bits, &score, sizeof(bits));
-        return bits;
-    }
-    static float scoreOf(std::uint32_t bits) {
-        float score = 0.0F;
-        std::memcpy(&score, &bits, sizeof(score));
-        return score;
-    }
 
     /// Lists the elements of each vertex in m_waiting, ascending.
     void linkElements() {
@@ -176,7 +164,7 @@ template <typename Rules> class cache_walk {
 
     /// Of equal ones the first offered stays.
     void offer(std::uint32_t element, choice& best) const {
-        const std::uint32_t score = bitsOf(elementScore(element));
+        const std::uint32_t score = scoreBits(elementScore(element));
         if (score > best.score)
             best = {score, element};
     }
@@ -301,11 +289,11 @@ template <typename Rules> class cache_walk {
             }
             // An element of an older vertex with a newer one was found there, at equal scores as
             // well; so only what is strictly better counts.
-            if (i >= sure && m_upper[i] < scoreOf(best.score))
+            if (i >= sure && m_upper[i] < scoreOfBits(best.score))
                 continue;
             vertex& at = m_vertices[cache[i].vertex];
             const choice found = i < touched ? bestWithout(drawn, at) : bestOf(at);
-            cache[i].reach = scoreOf(found.score) - at.score;
+            cache[i].reach = scoreOfBits(found.score) - at.score;
             if (found.score > best.score)
                 best = found;
         }
@@ -452,13 +440,13 @@ template <typename Rules> class cache_walk {
         vertex& at = m_vertices[entry.vertex];
         const bool hub = isHub(at);
         float& reach = hub ? m_hub_reach[entry.vertex] : entry.reach;
-        if ((hub || !sure) && at.score + reach + rounding_slack < scoreOf(best.score))
+        if ((hub || !sure) && at.score + reach + rounding_slack < scoreOfBits(best.score))
             return;
         tidy(at);
         reach = 0.0F;
         for (std::uint32_t i = 0; i < at.waiting; ++i) {
             const std::uint32_t element = m_waiting[at.first + i];
-            const std::uint32_t score = bitsOf(elementScore(element));
+            const std::uint32_t score = scoreBits(elementScore(element));
             if (score > best.score || (score == best.score && comesBefore(element, best.element)))
                 best = {score, element};
             const float others =
