@@ -12,6 +12,8 @@
 
 #include <OpenSG/OSGBaseFunctions.h>
 
+#include <morva/core/morva_huge_pages.h>
+
 namespace {
 
 /// Writes to a few GiB of memory and gives them back, in a process of its own so that no peak has
@@ -25,7 +27,7 @@ void touchMemory() {
         void* const block =
             mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (block != MAP_FAILED) {
-            madvise(block, bytes, MADV_HUGEPAGE);
+            morva::wishHugePages(block, bytes);
             for (std::size_t at = 0; at < bytes; at += 4096)
                 static_cast<volatile char*>(block)[at] = 1;
         }

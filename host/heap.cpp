@@ -7,8 +7,9 @@
 #include <cstdlib>
 
 #include <malloc.h>
-#include <sys/mman.h>
 #include <unistd.h>
+
+#include <morva/core/morva_huge_pages.h>
 
 namespace morva::host {
 
@@ -23,15 +24,6 @@ int bytesToReserve() {
     return static_cast<int>(std::clamp<std::int64_t>(bytes, 0, INT_MAX));
 }
 
-/// Asks for huge pages between two places; without them the heap is as good as before.
-void adviseHugePages(char* begin, char* end) {
-    const auto page = static_cast<std::size_t>(sysconf(_SC_PAGESIZE));
-    const std::size_t beyond = reinterpret_cast<std::uintptr_t>(begin) % page;
-    char* first_page = begin + (beyond == 0 ? 0 : page - beyond);
-    if (first_page < end)
-        madvise(first_page, static_cast<std::size_t>(end - first_page), MADV_HUGEPAGE);
-}
-
 } // namespace
 
 void reserveHeap() {
@@ -43,7 +35,7 @@ void reserveHeap() {
     void* volatile block = std::malloc(1 << 20); // more than the heap has: makes it grow
     std::free(block);
     mallopt(M_TOP_PAD, later_growth);
-    adviseHugePages(begin, static_cast<char*>(sbrk(0)));
+    wishHugePages(begin, static_cast<std::size_t>(static_cast<char*>(sbrk(0)) - begin));
 }
 
 } // namespace morva::host
