@@ -55,11 +55,16 @@ void add(const amount& more, amount& sum) {
     sum.surface.rounding += more.surface.rounding;
 }
 
-/// Triangles of a core by ID, and their area where the core stands, if wanted; those without a
-/// known ID count under -1.
-std::map<int, amount> countById(const geometry_view& view, int set, const placement* world) {
-    const std::vector<::osg::Pnt3f> moved =
-        world != nullptr ? placed(view, world) : std::vector<::osg::Pnt3f>();
+/// Triangles of a core by ID; those without a known one count under -1. Their area too, where
+/// `measured` has the core, unless it is null.
+std::map<int, amount> countById(const geometry_view& view, int set,
+                                const ::osg::NodePtr& measured) {
+    const bool areas = measured != ::osg::NullFC;
+    std::vector<::osg::Pnt3f> moved;
+    if (areas) {
+        const placement world(measured);
+        moved = placed(view, &world);
+    }
     const auto names = static_cast<float>(morva::osg::getIDmapHandler().names.size());
     const attribute_view* ids = set >= 0 ? &view.coordinates[set] : nullptr;
     std::map<int, amount> counts;
@@ -71,7 +76,7 @@ std::map<int, amount> countById(const geometry_view& view, int set, const placem
         if (last == nullptr || id != last_id)
             last = &counts[id];
         last_id = id;
-        add({1, world != nullptr ? triangleArea(view, moved, a, b, c) : measured_area()}, *last);
+        add({1, areas ? triangleArea(view, moved, a, b, c) : measured_area()}, *last);
     });
     return counts;
 }
@@ -207,11 +212,16 @@ void compareByName(const std::map<std::string, expectation>& expected,
     }
 }
 
-/// Compares all that came out.
-void compareSums(const audit_plan& plan, const amount& out, audit_verdict& verdict) {
+expectation expectedInAll(const audit_plan& plan) {
     expectation all;
     for (const audited_part& part : plan.parts)
         add(part, all);
+    return all;
+}
+
+/// Compares all that came out.
+void compareSums(const audit_plan& plan, const expectation& all, const amount& out,
+                 audit_verdict& verdict) {
     if (!isRightCount(all, out))
         verdict.differences.push_back(std::to_string(verdict.in) + " triangles went in, " +
                                       std::to_string(verdict.degenerate) +
@@ -222,16 +232,16 @@ void compareSums(const audit_plan& plan, const amount& out, audit_verdict& verdi
         compare(all, out, true, "all parts", verdict.differences);
 }
 
-void sumUp(const audit_plan& plan, audit_verdict& verdict) {
+void sumUp(const audit_plan& plan, const expectation& all, audit_verdict& verdict) {
     for (const audited_part& part : plan.parts) {
         verdict.in += part.triangles;
         const bool drops = part.fate == part_fate::merged || part.least != part.most;
         verdict.degenerate += drops && part.fate != part_fate::open ? part.degenerate : 0;
         verdict.left_out += part.fate == part_fate::left_out ? part.triangles : 0;
-        verdict.least += part.least;
-        verdict.most += part.most;
-        verdict.cut = verdict.cut || part.cut;
     }
+    verdict.least = all.least;
+    verdict.most = all.most;
+    verdict.cut = all.cut;
 }
 
 } // namespace
@@ -239,7 +249,8 @@ void sumUp(const audit_plan& plan, audit_verdict& verdict) {
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     audit_verdict verdict;
     verdict.by_part = plan.by_part;
-    sumUp(plan, verdict);
+    const expectation all = expectedInAll(plan);
+    sumUp(plan, all, verdict);
     const auto expected = expectedByName(plan);
     const auto ids_of = plan.has_ids ? idsByCore() : decltype(idsByCore())();
     if (plan.has_ids)
@@ -252,9 +263,8 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
         const std::string name = nameOf(node);
-        const placement world(node);
         const auto counts = countById(geometry_view(core), plan.has_ids ? idSetOf(name, core) : -1,
-                                      plan.areas ? &world : nullptr);
+                                      plan.areas ? node : ::osg::NodePtr());
         for (const auto& [id, counted] : counts) {
             add(counted, sum);
             if (!plan.by_part)
@@ -275,7 +285,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     if (plan.by_part)
         compareByName(expected, out_by_name, plan.areas, verdict);
     compareReordered(plan, result, verdict);
-    compareSums(plan, sum, verdict);
+    compareSums(plan, all, sum, verdict);
     return verdict;
 }
 
