@@ -1,6 +1,5 @@
 // One merge group: its nodes poured into geosets, a batch at a time, and cut into cores.
 
-#include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
 #include <algorithm>
@@ -16,6 +15,8 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/geosets/morva_osg_stage_errors.h>
+#include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/trees/kd_strategies.h>
 
@@ -26,13 +27,6 @@ namespace {
 /// Coordinates beyond this many repetitions of the image keep their fraction alone.
 constexpr int wrap_limit = 50;
 
-/// Primitives of a whole group, by the queries' counts.
-struct primitive_sums {
-    std::uint64_t triangles = 0;
-    std::uint64_t lines = 0;
-    std::uint64_t points = 0;
-};
-
 /// What all batches of a group have in common.
 struct batch_setup {
     ::osg::MaterialPtr material;
@@ -42,18 +36,6 @@ struct batch_setup {
     primitive_sums sums;
     ::osg::NodePtr out; ///< takes the batch nodes in
 };
-
-primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes) {
-    primitive_sums sums;
-    for (const ::osg::NodePtr& node : nodes) {
-        if (node == ::osg::NullFC)
-            continue;
-        sums.triangles += getNumberOfTriangles(node);
-        sums.lines += getNumberOfLines(node);
-        sums.points += getNumberOfPoints(node);
-    }
-    return sums;
-}
 
 /// `value` cut to an integer; what is too large for the room of a geoset becomes the largest.
 std::uint64_t cut(float value) {
@@ -174,6 +156,18 @@ void pour(const std::vector<::osg::NodePtr>& nodes, const batch_setup& batch) {
 }
 
 } // namespace
+
+primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes) {
+    primitive_sums sums;
+    for (const ::osg::NodePtr& node : nodes) {
+        if (node == ::osg::NullFC)
+            continue;
+        sums.triangles += getNumberOfTriangles(node);
+        sums.lines += getNumberOfLines(node);
+        sums.points += getNumberOfPoints(node);
+    }
+    return sums;
+}
 
 ::osg::NodePtr mergeGeometryInVector(::osg::MaterialPtr material,
                                      const std::vector<::osg::NodePtr>& nodes,

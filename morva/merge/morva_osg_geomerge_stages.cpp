@@ -81,13 +81,10 @@ class source_state {
     std::map<::osg::MaterialPtr, bool> has_image; ///< looking into an image takes long
 };
 
-std::uint64_t elementsOf(const std::vector<::osg::NodePtr>& nodes) {
-    std::uint64_t sum = 0;
-    for (const ::osg::NodePtr& node : nodes) {
-        if (node != ::osg::NullFC)
-            sum += std::uint64_t{getNumberOfTriangles(node)} + getNumberOfLines(node);
-    }
-    return sum;
+/// What a task over the nodes has to do, in elements.
+std::uint64_t workOn(const std::vector<::osg::NodePtr>& nodes) {
+    const primitive_sums sums = sumPrimitives(nodes);
+    return sums.triangles + sums.lines;
 }
 
 /// Numbers of the tasks, the one with the most work first: what ends last is small then, and the
@@ -118,7 +115,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         std::vector<std::uint64_t> work;
         for (const auto& group : merge.groups()) {
             groups.push_back(&group);
-            work.push_back(elementsOf(group.second));
+            work.push_back(workOn(group.second));
         }
         for (const std::size_t place : largestFirst(work)) {
             mergeGeometryMTArguments task;
@@ -159,7 +156,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         std::vector<std::uint64_t> work;
         work.reserve(nodes.size());
         for (const ::osg::NodePtr& node : nodes)
-            work.push_back(elementsOf({node}));
+            work.push_back(workOn({node}));
         for (const std::size_t place : largestFirst(work)) {
             cacheoptMTArguments task;
             task.limit = cache_limit;

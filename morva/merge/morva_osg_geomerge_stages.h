@@ -11,6 +11,9 @@
 // Before tasks run side by side mergeGroups() brings the source nodes into the state in which
 // they are only read.
 
+#include <cstdint>
+#include <vector>
+
 #include <OpenSG/OSGNode.h>
 
 #include <morva/driver/morva_osg_params.h>
@@ -30,6 +33,16 @@ constexpr unsigned int cache_limit = 65533;
 constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {
     return setup.numthreads > 1 ? static_cast<unsigned int>(setup.numthreads) : 1;
 }
+
+/// Primitives of a group, by the queries' counts.
+struct primitive_sums {
+    std::uint64_t triangles = 0;
+    std::uint64_t lines = 0;
+    std::uint64_t points = 0;
+};
+
+/// Sums over the nodes that are not null.
+primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes);
 
 /// Merges group after group into children of `result`.
 ///
