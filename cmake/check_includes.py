@@ -12,9 +12,8 @@ SCENE = "OpenSG"
 PLAIN = {
     "core/morva_export.h", "core/morva_math.h", "core/morva_span.h", "core/morva_twister.h",
     "core/morva_twister.cpp", "textures/texturatlas.h", "textures/texturatlas.cpp",
-    "driver/morva_osg_params.h", "driver/morva_osg_params.cpp",
+    "core/morva_osg_params.h", "core/morva_osg_params.cpp",
 }
-PARAMS = "driver/morva_osg_params.h"
 
 MAY_SEE = {
     "core": {SCENE},
@@ -23,7 +22,7 @@ MAY_SEE = {
     "geosets": {SCENE, "core", "trees", "idmap"},
     "draworder": {SCENE, "core", "idmap"},
     "textures": {SCENE, "core", "trees", "geosets"},
-    "merge": {SCENE, "core", "trees", "idmap", "geosets", "draworder", "textures", PARAMS},
+    "merge": {SCENE, "core", "trees", "idmap", "geosets", "draworder", "textures"},
     "picking": {SCENE, "core", "trees"},
     "collision": {SCENE, "core", "trees", "picking"},
     "occlusion": {SCENE, "core", "trees", "geosets", "merge"},

@@ -8,8 +8,8 @@
 #include <OpenSG/OSGGeometry.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/driver/morva_osg_params.h>
 
 #include "geometry_view.h"
 #include "parallel.h"

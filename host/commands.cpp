@@ -11,7 +11,7 @@
 
 #include <unistd.h>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"

@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 
 #include "host_error.h"
 #include "model_export.h"

@@ -3,7 +3,7 @@
 #include <map>
 #include <set>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/idmap/morva_filetools.h>
 
 #include "text.h"

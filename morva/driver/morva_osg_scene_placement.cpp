@@ -12,12 +12,12 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/driver/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
-#include <morva/geosets/morva_osg_fresh.h>
 
 namespace morva::osg {
 

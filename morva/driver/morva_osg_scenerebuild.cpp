@@ -8,7 +8,7 @@
 
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
 #include <morva/idmap/morva_filetools.h>

@@ -16,12 +16,12 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_element_index.h>
-#include <morva/geosets/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>

@@ -9,9 +9,9 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/geosets/morva_osg_fresh.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_task_list.h>
 #include <morva/merge/threadHandler.h>

@@ -27,7 +27,7 @@
 #include <OpenSG/OSGRefPtr.h>
 
 #include <morva/core/morva_export.h>
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/trees/kd_tree.h>
 
 namespace morva::osg {

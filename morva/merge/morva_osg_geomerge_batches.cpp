@@ -10,7 +10,7 @@
 #include <OpenSG/OSGGroup.h>
 
 #include <morva/core/morva_osg.h>
-#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>

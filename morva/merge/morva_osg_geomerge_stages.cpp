@@ -13,10 +13,10 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
-#include <morva/geosets/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/merge/morva_osg_task_list.h>
 

@@ -16,7 +16,7 @@
 
 #include <OpenSG/OSGNode.h>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/merge/threadHandler.h>
 

@@ -19,7 +19,7 @@
 
 #include <OpenSG/OSGNode.h>
 
-#include <morva/geosets/morva_osg_fresh.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_worker_output.h>
 #include <morva/merge/threadHandler.h>

@@ -26,7 +26,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_export.h>
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/trees/kd_records.h>
 
 namespace morva::osg {

@@ -13,10 +13,10 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/geosets/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 

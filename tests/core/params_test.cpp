@@ -1,4 +1,4 @@
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/idmap/morva_filetools.h>
 
 #include <gtest/gtest.h>

@@ -7,7 +7,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 

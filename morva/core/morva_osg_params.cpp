@@ -1,4 +1,4 @@
-#include <morva/driver/morva_osg_params.h>
+#include <morva/core/morva_osg_params.h>
 
 #include <locale>
 #include <sstream>
