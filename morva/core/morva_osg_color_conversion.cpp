@@ -7,13 +7,13 @@
 
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
@@ -209,11 +209,10 @@ void setMaterialInGeometry(::osg::NodePtr& node) {
                 nodes.end());
     if (nodes.empty())
         return ::osg::NullFC;
-    const ::osg::NodePtr collected = ::osg::Node::create();
-    collected->setCore(::osg::Group::create());
+    fresh<::osg::NodePtr> collected(newGroupNode());
     for (const ::osg::NodePtr& node : nodes)
         collected->addChild(node);
-    return collected;
+    return collected.release();
 }
 
 ::osg::GeometryPtr createGeo() { return freshGeometry(4); }

@@ -13,7 +13,7 @@
 
 #include <utility>
 
-#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGFieldContainerPtr.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
@@ -64,28 +64,5 @@ inline ::osg::NodePtr newNodeWith(const ::osg::NodeCorePtr& core) {
 
 /// Makes a node with an empty group core.
 inline ::osg::NodePtr newGroupNode() { return newNodeWith(::osg::Group::create()); }
-
-/// For a node that is a geometry itself: a group over a node that shares its core. Null for others.
-inline ::osg::NodePtr newStandIn(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC || ::osg::GeometryPtr::dcast(node->getCore()) == ::osg::NullFC)
-        return ::osg::NullFC;
-    fresh<::osg::NodePtr> top(newGroupNode());
-    top->addChild(newNodeWith(node->getCore()));
-    return top.release();
-}
-
-/// Where a pass over the parts of a scene starts: at its root, or in the place of a root that is
-/// a geometry at a stand-in, so that the root stays where it is. The stand-in goes with this.
-class walk_start {
-  public:
-    explicit walk_start(const ::osg::NodePtr& root) : given(root), stand_in(newStandIn(root)) {}
-    const ::osg::NodePtr& get() const {
-        return stand_in.get() == ::osg::NullFC ? given : stand_in.get();
-    }
-
-  private:
-    ::osg::NodePtr given;
-    fresh<::osg::NodePtr> stand_in;
-};
 
 } // namespace morva::osg

@@ -10,6 +10,7 @@
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 
 namespace morva::osg {
 
@@ -125,8 +126,9 @@ unsigned int getVertexCount(std::vector<::osg::NodePtr>& nodes) {
 }
 
 unsigned int getVertexCount(::osg::NodePtr root) {
+    const walk_start start(root);
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(root, nodes, false);
+    getGeometryNodes(start.get(), nodes, false);
     return getVertexCount(nodes);
 }
 

@@ -7,12 +7,12 @@
 
 #include <OpenSG/OSGDistanceLOD.h>
 #include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGRefPtr.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
 
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_walk_start.h>
 
 namespace morva::osg {
 
@@ -30,7 +30,7 @@ class stand_ins {
         entry& kept = entries[node->getCore().getFieldContainerId()];
         if (kept.groups.empty() || !isFresh(kept.groups.back().get(), node->getCore())) {
             kept.core = node->getCore();
-            kept.groups.push_back(makeGroup(kept.core.get()));
+            kept.groups.emplace_back(newStandIn(node));
         }
         return kept.groups.back().get();
     }
@@ -41,15 +41,6 @@ class stand_ins {
         std::vector<::osg::RefPtr<::osg::NodePtr>> groups; ///< of which the last may be given again
     };
     using entry_map = std::map<::osg::UInt32, entry>;
-
-    static ::osg::RefPtr<::osg::NodePtr> makeGroup(const ::osg::NodeCorePtr& core) {
-        const ::osg::NodePtr child = ::osg::Node::create();
-        child->setCore(core);
-        ::osg::RefPtr<::osg::NodePtr> group(::osg::Node::create());
-        group->setCore(::osg::Group::create());
-        group->addChild(child);
-        return group;
-    }
 
     static bool showsCore(const ::osg::NodePtr& group, const ::osg::NodeCorePtr& core) {
         return group->getNChildren() == 1 && group->getChild(0)->getCore() == core;

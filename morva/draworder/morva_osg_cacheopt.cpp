@@ -3,11 +3,11 @@
 #include <iostream>
 
 #include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGGroup.h>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 #include <morva/draworder/morva_osg_draw_pieces.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
 
@@ -155,24 +155,25 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
 
 ::osg::NodePtr optimizeCacheForTree(::osg::NodePtr root, unsigned int limit, bool perProperty,
                                     bool dropNormals) {
-    const ::osg::NodePtr result = ::osg::Node::create();
-    result->setCore(::osg::Group::create());
+    fresh<::osg::NodePtr> result(newGroupNode());
+    const walk_start start(root);
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(root, nodes, false);
+    getGeometryNodes(start.get(), nodes, false);
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(nodes[i]->getCore());
         if (dropNormals && geometry != ::osg::NullFC)
             geometry->setNormals(::osg::NullFC);
         bool aboveLimit = false;
-        const ::osg::NodePtr made = optimizeCache(nodes[i], aboveLimit, limit, perProperty);
-        if (made != ::osg::NullFC)
-            result->addChild(made);
+        fresh<::osg::NodePtr> made(optimizeCache(nodes[i], aboveLimit, limit, perProperty));
+        if (made.get() != ::osg::NullFC)
+            result->addChild(made.get());
+        made.release();
         const std::streamsize precision = std::cout.precision(4);
         std::cout << '\r' << 100.0 * static_cast<double>(i) / static_cast<double>(nodes.size())
                   << "% ";
         std::cout.precision(precision);
     }
-    return result;
+    return result.release();
 }
 
 } // namespace morva::osg

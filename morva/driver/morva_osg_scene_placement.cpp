@@ -12,11 +12,11 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTransform.h>
 
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 
 namespace morva::osg {
@@ -189,8 +189,9 @@ void transformSceneBB(::osg::NodePtr node, std::string list) {
 void centerGeoPositions(::osg::NodePtr node, std::string list) {
     if (node == ::osg::NullFC)
         return;
+    const walk_start start(node);
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(node, nodes, true);
+    getGeometryNodes(start.get(), nodes, true);
     if (nodes.empty())
         return;
     const std::vector<float> v = numbersIn(list, 3);
@@ -217,8 +218,9 @@ void centerGeoPositions(::osg::NodePtr node, std::string list) {
 void baseGeoPositions(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return;
+    const walk_start start(node);
     std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(node, nodes, false);
+    getGeometryNodes(start.get(), nodes, false);
     if (nodes.empty())
         return;
     for (const ::osg::NodePtr& geometry_node : nodes) {

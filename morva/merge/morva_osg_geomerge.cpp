@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_task_list.h>
 #include <morva/merge/threadHandler.h>

@@ -122,6 +122,7 @@ TEST_F(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
     EXPECT_EQ(morva::osg::getVertexCount(none), 0U);
     // From a root: neither what is hidden nor what stands under a switch.
     EXPECT_EQ(morva::osg::getVertexCount(root.get()), 9U);
+    EXPECT_EQ(morva::osg::getVertexCount(root->getChild(0)), 9U);
     EXPECT_EQ(morva::osg::getVertexCount(::osg::NodePtr(::osg::NullFC)), 0U);
 }
 

@@ -278,6 +278,9 @@ TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
         const node_ref nothing(optimizeCacheForTree(::osg::NullFC, 20, true, true));
         EXPECT_EQ(nothing->getNChildren(), 0U);
         EXPECT_TRUE(nothing->getCore() != ::osg::NullFC);
+        const node_ref alone(meshNode(quads(40)));
+        const node_ref pieces(optimizeCacheForTree(alone.get(), 20, true, true));
+        EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
     }
     EXPECT_EQ(liveContainers(), before);
 }

@@ -218,6 +218,9 @@ TEST(CenterGeoPositions, BakesAPlaceOfItsOwnIntoEachNode) {
         EXPECT_EQ(transformsBelow(root.get()), 0U);
         EXPECT_NE(root->getChild(0)->getChild(0)->getCore(),
                   root->getChild(1)->getChild(0)->getCore());
+        const node_ref alone(meshNode(cloud({{4, 0, 0}})));
+        morva::osg::centerGeoPositions(alone.get(), "1:2:3");
+        EXPECT_EQ(positionsOf(alone.get()), (points{{4, 0, 0}})) << "a copy was moved";
     }
     EXPECT_EQ(liveContainers(), before);
 }
@@ -245,7 +248,7 @@ struct base_case {
 
 void PrintTo(const base_case& row, std::ostream* out) { *out << row.name; }
 
-class BaseGeoPositions : public testing::TestWithParam<base_case> {};
+class BaseGeoPositions : public no_strays, public testing::WithParamInterface<base_case> {};
 
 TEST_P(BaseGeoPositions, SubtractsTheFloor) {
     const node_ref root(GetParam().scene());
@@ -308,6 +311,11 @@ INSTANTIATE_TEST_SUITE_P(
                       return group({meshNode(cloud({{nan, 2, 2}, {3, nan, 7}}))});
                   },
                   {{nan, 0, 0}, {0, nan, 5}}},
+        base_case{"a_geometry_alone",
+                  [] {
+                      return meshNode(cloud({{2, 3, 4}}));
+                  },
+                  {{0, 0, 0}}},
         base_case{"no_positions", [] { return group({meshNode(mesh_data{})}); }, {}}),
     [](const auto& instance) { return std::string(instance.param.name); });
 
