@@ -96,20 +96,58 @@ bool bakeableColor(const ::osg::MaterialPtr& material, ::osg::Color4f& color) {
     return color[3] != 0.0F;
 }
 
-/// Colours for a geometry that has none: enough for every corner, and one more triangle's worth.
-::osg::GeoColors4fPtr uniformColors(const ::osg::GeometryPtr& geometry,
-                                    const ::osg::Color4f& color) {
-    ::osg::Int32 largest_index = 1;
-    ::osg::Int32 triangles = 0;
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
-        for (int corner = 0; corner < 3; ++corner)
-            largest_index = std::max(largest_index, it.getColorIndex(corner));
-        ++triangles;
+/// Place of the positions' index among those of a vertex; -1 if there is no mapping with it.
+int positionSlot(const ::osg::GeometryPtr& geometry) {
+    return geometry->getMFIndexMapping()->size() == 0
+               ? -1
+               : geometry->calcMappingIndex(::osg::Geometry::MapPosition);
+}
+
+/// The largest position that a vertex takes; 0 if none leads to a position. Indices that lead
+/// nowhere have no say, or one wrong number could ask for gigabytes.
+std::size_t largestPosition(const ::osg::GeometryPtr& geometry, int slot) {
+    const auto indices = readBlock(geometry->getIndices());
+    const std::size_t stride = geometry->getMFIndexMapping()->size();
+    const std::size_t positions =
+        geometry->getPositions() == ::osg::NullFC ? 0 : geometry->getPositions()->size();
+    if (geometry->getIndices() == ::osg::NullFC)
+        return positions == 0 ? 0 : positions - 1;
+    std::size_t largest = 0;
+    for (std::size_t at = static_cast<std::size_t>(slot); at < indices.size(); at += stride) {
+        if (indices[at] < positions)
+            largest = std::max<std::size_t>(largest, indices[at]);
     }
-    const ::osg::GeoColors4fPtr colors = ::osg::GeoColors4f::create();
-    const auto count = static_cast<std::size_t>(std::max(3 * (triangles + 1), largest_index)) + 1;
-    colors->editField().resize(count, color);
+    return largest;
+}
+
+/// Colours for a geometry that has none: enough for every corner, and one more triangle's worth;
+/// where they share the index of the positions enough for each of these, too.
+::osg::RefPtr<::osg::GeoColors4fPtr> uniformColors(const ::osg::GeometryPtr& geometry,
+                                                   const ::osg::Color4f& color) {
+    std::size_t triangles = 0;
+    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it)
+        ++triangles;
+    std::size_t count = 3 * (triangles + 1);
+    const int slot = positionSlot(geometry);
+    if (slot >= 0)
+        count = std::max(count, largestPosition(geometry, slot));
+    ::osg::RefPtr<::osg::GeoColors4fPtr> colors(::osg::GeoColors4f::create());
+    colors->editField().resize(count + 1, color);
     return colors;
+}
+
+/// Lets the colours share the index of the positions, where a mapping tells who takes which.
+void mapColorsWithPositions(const ::osg::GeometryPtr& geometry) {
+    const int slot = positionSlot(geometry);
+    if (slot < 0)
+        return;
+    const unsigned int color = ::osg::Geometry::MapColor;
+    auto& mapping = *geometry->editMFIndexMapping();
+    for (::osg::UInt32 i = 0; i < mapping.size(); ++i) {
+        // An entry that named colours before there were any must not be the one that counts.
+        const unsigned int bits = mapping[i] & ~color;
+        mapping[i] = static_cast<::osg::UInt16>(static_cast<int>(i) == slot ? bits | color : bits);
+    }
 }
 
 /// Mixes every present colour half and half.
@@ -176,9 +214,13 @@ bool MaterialColorIntoVertex(::osg::NodePtr node) {
     ::osg::Color4f color;
     if (!bakeableColor(material, color))
         return false;
+    ::osg::RefPtr<::osg::GeoColors4fPtr> made; // before anything changes: there may be no memory
+    if (geometry->getColors() == ::osg::NullFC)
+        made = uniformColors(geometry, color);
     geometry->setMaterial(::osg::NullFC);
     if (geometry->getColors() == ::osg::NullFC) {
-        geometry->setColors(uniformColors(geometry, color));
+        geometry->setColors(made.get());
+        mapColorsWithPositions(geometry);
     } else {
         mixColors(geometry->getColors(), color);
     }

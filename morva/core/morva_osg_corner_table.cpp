@@ -4,6 +4,8 @@
 
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_property_index.h>
+
 namespace morva::osg {
 
 using ::osg::UInt32;
@@ -71,20 +73,26 @@ corner_table tableOf(const ::osg::GeometryPtr& geometry, const five_columns& col
 
 void readRows(const ::osg::GeometryPtr& geometry, const five_columns& columns,
               const corner_table& table) {
+    constexpr ::osg::Int32 none = -1;
+    const bool indexed[5] = {hasIndex(geometry, ::osg::Geometry::MapPosition),
+                             hasIndex(geometry, ::osg::Geometry::MapNormal),
+                             hasIndex(geometry, ::osg::Geometry::MapColor),
+                             hasIndex(geometry, ::osg::Geometry::MapTexCoords),
+                             hasIndex(geometry, ::osg::Geometry::MapTexCoords7)};
     UInt32* to = table.cells.data();
     const bool* present = columns.present;
     for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
         for (int corner = 0; corner < 3; ++corner) {
             if (present[0])
-                *to++ = static_cast<UInt32>(it.getPositionIndex(corner));
+                *to++ = static_cast<UInt32>(indexed[0] ? it.getPositionIndex(corner) : none);
             if (present[1])
-                *to++ = static_cast<UInt32>(it.getNormalIndex(corner));
+                *to++ = static_cast<UInt32>(indexed[1] ? it.getNormalIndex(corner) : none);
             if (present[2])
-                *to++ = static_cast<UInt32>(it.getColorIndex(corner));
+                *to++ = static_cast<UInt32>(indexed[2] ? it.getColorIndex(corner) : none);
             if (present[3])
-                *to++ = static_cast<UInt32>(it.getTexCoordsIndex(corner));
+                *to++ = static_cast<UInt32>(indexed[3] ? it.getTexCoordsIndex(corner) : none);
             if (present[4])
-                *to++ = static_cast<UInt32>(it.getTexCoordsIndex7(corner));
+                *to++ = static_cast<UInt32>(indexed[4] ? it.getTexCoordsIndex7(corner) : none);
         }
     }
 }

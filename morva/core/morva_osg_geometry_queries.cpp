@@ -9,6 +9,7 @@
 
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 
@@ -133,7 +134,7 @@ unsigned int getVertexCount(::osg::NodePtr root) {
 }
 
 unsigned int counttriangles(const ::osg::GeometryPtr& geometry) {
-    if (geometry == ::osg::NullFC)
+    if (geometry == ::osg::NullFC || !hasIndex(geometry, ::osg::Geometry::MapPosition))
         return 0;
     const auto positions = readBlock(geometry->getPositions());
     unsigned int count = 0;

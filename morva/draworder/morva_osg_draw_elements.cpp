@@ -7,6 +7,7 @@
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_property_index.h>
 
 namespace morva::osg {
 
@@ -108,17 +109,24 @@ void walkElements(const ::osg::GeometryPtr& geometry,
     for (std::size_t i = 0; i < draw_elements::properties; ++i)
         elements.offset[i] = present[i] ? static_cast<int>(elements.width++) : -1;
     std::uint32_t size[draw_elements::properties];
-    for (std::size_t i = 0; i < draw_elements::properties; ++i)
+    bool indexed[draw_elements::properties];
+    for (std::size_t i = 0; i < draw_elements::properties; ++i) {
         size[i] = static_cast<std::uint32_t>(elements.sizeOf(i));
+        indexed[i] = present[i] && hasIndex(geometry, mapping_bits[i]);
+    }
 
     if (geometry->getPositions() == ::osg::NullFC)
         return; // no element has a place
+    constexpr ::osg::Int32 none = -1;
     for (auto it = element_kind<Corners>::begin(geometry); !it.isAtEnd(); ++it) {
         for (unsigned k = 0; k < Corners; ++k) {
             const auto corner = static_cast<::osg::Int32>(k);
             const ::osg::Int32 index[draw_elements::properties] = {
-                it.getPositionIndex(corner), it.getNormalIndex(corner), it.getColorIndex(corner),
-                it.getTexCoordsIndex(corner), it.getTexCoordsIndex7(corner)};
+                indexed[0] ? it.getPositionIndex(corner) : none,
+                indexed[1] ? it.getNormalIndex(corner) : none,
+                indexed[2] ? it.getColorIndex(corner) : none,
+                indexed[3] ? it.getTexCoordsIndex(corner) : none,
+                indexed[4] ? it.getTexCoordsIndex7(corner) : none};
             // What leads nowhere becomes the size, negative ones included.
             for (std::size_t i = 0; i < draw_elements::properties; ++i) {
                 if (present[i])

@@ -5,6 +5,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -53,14 +54,27 @@ template <typename Ptr> std::size_t rowsOf(const ::osg::RefPtr<Ptr>& property, s
 
 } // namespace
 
-vertex_indices indicesOf(const ::osg::PrimitiveIterator& it, ::osg::UInt32 which) {
+index_reader::index_reader(const ::osg::GeometryPtr& geometry)
+    : position(hasIndex(geometry, ::osg::Geometry::MapPosition)),
+      normal(hasIndex(geometry, ::osg::Geometry::MapNormal)),
+      color(hasIndex(geometry, ::osg::Geometry::MapColor)),
+      secondary(hasIndex(geometry, ::osg::Geometry::MapSecondaryColor)),
+      id(hasIndex(geometry, ::osg::Geometry::MapTexCoords7)) {}
+
+vertex_indices index_reader::operator()(const ::osg::PrimitiveIterator& it,
+                                        ::osg::UInt32 which) const {
     const auto vertex = static_cast<::osg::Int32>(which);
     vertex_indices indices;
-    indices.position = it.getPositionIndex(vertex);
-    indices.normal = it.getNormalIndex(vertex);
-    indices.color = it.getColorIndex(vertex);
-    indices.secondary = it.getSecondaryColorIndex(vertex);
-    indices.id = it.getTexCoordsIndex7(vertex);
+    if (position)
+        indices.position = it.getPositionIndex(vertex);
+    if (normal)
+        indices.normal = it.getNormalIndex(vertex);
+    if (color)
+        indices.color = it.getColorIndex(vertex);
+    if (secondary)
+        indices.secondary = it.getSecondaryColorIndex(vertex);
+    if (id)
+        indices.id = it.getTexCoordsIndex7(vertex);
     return indices;
 }
 

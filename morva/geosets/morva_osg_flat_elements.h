@@ -58,8 +58,17 @@ class open_edit {
     ::osg::GeometryPtr core;
 };
 
-/// The indices of vertex `which` of the primitive that the iterator stands at.
-vertex_indices indicesOf(const ::osg::PrimitiveIterator& it, ::osg::UInt32 which);
+/// Reads the indices of a geometry's vertices; -1 for what its mapping does not name.
+class index_reader {
+  public:
+    explicit index_reader(const ::osg::GeometryPtr& geometry);
+
+    /// Those of vertex `which` of the primitive that the iterator stands at.
+    vertex_indices operator()(const ::osg::PrimitiveIterator& it, ::osg::UInt32 which) const;
+
+  private:
+    bool position, normal, color, secondary, id; ///< whether there is an index
+};
 
 /// Keeps a walk over primitives inside what the geometry really has: lengths are input and may
 /// promise more vertices than there are indices, or positions where nothing is indexed.

@@ -19,7 +19,8 @@ constexpr ::osg::UInt32 strip_code = 3;
 /// Calls `use` with the two ends of every line among the first `length` vertices of the primitive
 /// that `it` stands at, until it gives false; then false.
 template <typename Use>
-bool walkPrimitive(const ::osg::PrimitiveIterator& it, ::osg::UInt32 length, const Use& use) {
+bool walkPrimitive(const ::osg::PrimitiveIterator& it, ::osg::UInt32 length,
+                   const index_reader& indicesOf, const Use& use) {
     const ::osg::UInt32 type = it.getType();
     if (length < 2 || (type != lines_code && type != loop_code && type != strip_code))
         return true;
@@ -41,8 +42,9 @@ struct walk_lines {
     template <typename Use>
     void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
         vertex_budget left(geometry);
+        const index_reader indicesOf(geometry);
         for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
-            if (!walkPrimitive(it, left.take(it.getLength()), use))
+            if (!walkPrimitive(it, left.take(it.getLength()), indicesOf, use))
                 return;
         }
     }

@@ -18,6 +18,7 @@ struct walk_points {
     template <typename Use>
     void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
         vertex_budget left(geometry);
+        const index_reader indicesOf(geometry);
         for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
             const ::osg::UInt32 length = left.take(it.getLength());
             if (it.getType() != point_type_code)

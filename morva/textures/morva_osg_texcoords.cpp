@@ -16,6 +16,7 @@
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
@@ -471,14 +472,15 @@ bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
             return point[0] > threshold || point[1] > threshold;
         });
     }
-    const auto at = [&block](::osg::Int32 index) {
+    const bool indexed = hasIndex(geometry, ::osg::Geometry::MapTexCoords);
+    const auto at = [&block, indexed](const ::osg::TriangleIterator& it, ::osg::Int32 corner) {
+        const ::osg::Int32 index = indexed ? it.getTexCoordsIndex(corner) : -1;
         const auto row = static_cast<std::size_t>(index);
         return index >= 0 && row < block.size() ? block[row] : ::osg::Vec2f(0.0F, 0.0F);
     };
     const ::osg::TriangleIterator end = geometry->endTriangles();
     for (::osg::TriangleIterator it = geometry->beginTriangles(); it != end; ++it) {
-        triangle_uv t{at(it.getTexCoordsIndex(0)), at(it.getTexCoordsIndex(1)),
-                      at(it.getTexCoordsIndex(2))};
+        triangle_uv t{at(it, 0), at(it, 1), at(it, 2)};
         normalise(t, static_cast<float>(usual_cut_limit));
         if (largest(t) > threshold)
             return true;

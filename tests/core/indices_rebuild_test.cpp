@@ -96,6 +96,9 @@ contents naiveShared(const ::osg::GeometryPtr& geometry) {
     const std::uint32_t map_bits[5] = {1, 2, 4, 16, 2048};
     const contents source = contentsOf(geometry);
     contents out;
+    std::uint32_t indexed = source[5].empty() || source[6].empty() ? ~0U : 0;
+    for (const std::uint32_t bits : source[6])
+        indexed |= bits;
     for (std::size_t i = 0; i < 5; ++i) {
         out[i].assign(source[i].empty() ? 0 : 1, 1);
         out[6].insert(out[6].end(), out[i].size(), map_bits[i]);
@@ -104,12 +107,14 @@ contents naiveShared(const ::osg::GeometryPtr& geometry) {
     std::uint32_t corners = 0;
     for (auto it = geometry->beginTriangles(); it != geometry->endTriangles(); ++it) {
         for (::osg::Int32 k = 0; k < 3; ++k, ++corners) {
-            const words corner[5] = {source[0].empty() ? words() : bitsOf(it.getPosition(k), 3),
-                                     bitsOf(it.getNormal(k), 3), bitsOf(it.getColor(k), 3),
-                                     bitsOf(it.getTexCoords(k), 2), bitsOf(it.getTexCoords7(k), 2)};
+            words corner[5] = {source[0].empty() ? words() : bitsOf(it.getPosition(k), 3),
+                               bitsOf(it.getNormal(k), 3), bitsOf(it.getColor(k), 3),
+                               bitsOf(it.getTexCoords(k), 2), bitsOf(it.getTexCoords7(k), 2)};
             for (std::size_t i = 0; i < 5; ++i) {
                 if (source[i].empty())
                     continue;
+                if ((indexed & map_bits[i]) == 0)
+                    corner[i].assign(widths[i], 0);
                 const std::uint32_t next = countOf(out, i);
                 out[5].push_back(
                     hasNan(corner[i]) ? next : known[i].emplace(corner[i], next).first->second);
@@ -219,9 +224,13 @@ mesh_data randomMesh(std::mt19937& rng) {
     lacking(mesh.coordinates);
     lacking(mesh.ids);
     const unsigned layout = rng() % 4;
-    return layout == 0   ? withIndex(std::move(mesh), rng)
-           : layout == 1 ? withIndexPerProperty(std::move(mesh), rng)
-                         : mesh;
+    if (layout == 0)
+        return withIndex(std::move(mesh), rng);
+    if (layout == 1)
+        mesh = withIndexPerProperty(std::move(mesh), rng);
+    if (!mesh.mapping.empty() && rng() % 2 == 0) // a property without an index
+        mesh.mapping[rng() % mesh.mapping.size()] = ::osg::Geometry::MapEmpty;
+    return mesh;
 }
 
 class IndexRebuild : public no_strays {};

@@ -350,8 +350,15 @@ TEST_F(ColorConversion, MaterialIsMixedIntoPresentColours) {
 }
 
 TEST_F(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
-    const std::pair<mesh_data, ::osg::UInt32> rows[] = {
-        {quads(1), 10}, {strip(6), 16}, {row(4, 1), 4}, {mesh_data(), 4}};
+    // Under a mapping colours share the index of the positions; one that leads nowhere, as the
+    // last one here, asks for nothing, and an entry that named colours before has no say.
+    mesh_data spread = row(60, 1);
+    spread.primitives = {{1, 2}};
+    spread.mapping = {::osg::Geometry::MapPosition, ::osg::Geometry::MapColor};
+    spread.indices = {50, 0, 900, 0};
+    const std::pair<mesh_data, ::osg::UInt32> rows[] = {{quads(1), 10}, {strip(6), 16},
+                                                        {row(4, 1), 4}, {mesh_data(), 4},
+                                                        {cube(), 40},   {spread, 51}};
     for (const auto& [mesh, entries] : rows) {
         const node_ref seen(meshNode(mesh, chunked({0.5F, 0, 1, 0.75F})));
         const node_ref opaque(meshNode(mesh, simple({0.5F, 0, 1})));
@@ -363,6 +370,8 @@ TEST_F(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
             const std::vector<::osg::Color4f> colors(made->editField().begin(),
                                                      made->editField().end());
             EXPECT_EQ(colors, std::vector<::osg::Color4f>(entries, color));
+            EXPECT_EQ(coreOf(node)->calcMappingIndex(::osg::Geometry::MapColor),
+                      mesh.mapping.empty() ? -1 : 0);
         }
     }
 }
