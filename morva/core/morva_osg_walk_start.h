@@ -30,7 +30,10 @@ inline ::osg::NodePtr newStandIn(const ::osg::NodePtr& node) {
 /// Holds the stand-in of a root. It goes with this, unless a pass took it elsewhere.
 class walk_start {
   public:
-    explicit walk_start(const ::osg::NodePtr& root) : given(root), stand_in(newStandIn(root)) {}
+    explicit walk_start(const ::osg::NodePtr& root) : walk_start(root, newStandIn(root)) {}
+    /// With a stand-in of the caller's; null: none.
+    walk_start(const ::osg::NodePtr& root, const ::osg::NodePtr& top)
+        : given(root), stand_in(top) {}
     const ::osg::NodePtr& get() const {
         return stand_in.get() == ::osg::NullFC ? given : stand_in.get();
     }

@@ -36,6 +36,22 @@ bool isGeometry(const ::osg::NodePtr& node) {
     return node != ::osg::NullFC && ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
 }
 
+/// A stand-in that shows what its node shows: the material that the node inherits comes from the
+/// group above, and the traversal mask is the node's. Name and place in the world are not.
+::osg::NodePtr newLikeness(const ::osg::NodePtr& node) {
+    fresh<::osg::NodePtr> top(newStandIn(node));
+    if (top.get() == ::osg::NullFC)
+        return ::osg::NullFC;
+    top->getChild(0)->setTravMask(node->getTravMask());
+    const ::osg::NodePtr above = searchMaterialGroup(node);
+    if (above != ::osg::NullFC) {
+        const ::osg::RefPtr<::osg::MaterialGroupPtr> group(::osg::MaterialGroup::create());
+        group->setMaterial(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial());
+        top->setCore(group.get());
+    }
+    return top.release();
+}
+
 void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
                   const mergeGeo_setup& setup, scene_parts& parts) {
     if (setup.alphageometry) {
@@ -99,7 +115,7 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
 /// The whole pass into `result`; what throws leaves there what was finished.
 void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
                const mergeGeo_setup& setup) {
-    const walk_start start(root);
+    const walk_start start(root, newLikeness(root));
     scene_parts parts;
     collectParts(root, start.get(), setup, parts);
     kd_build_setup local = treeSetup(kd);

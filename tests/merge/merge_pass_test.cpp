@@ -168,6 +168,18 @@ TEST(MergeGeo, RootsOfAllKinds) {
                 EXPECT_EQ(firstDifference(shapeOf(root.get()), shapeOf(result.get())), "");
             }
         }
+        // What the geometry inherits is asked of itself, not of the stand-in.
+        const material_ref textured(chunked({0, 0, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2)));
+        mesh_data mesh = quads(2);
+        mesh.coordinates.assign(mesh.positions.size(), {0.5F, 0.25F});
+        const node_ref above(
+            materialGroup(textured.get(), {meshNode(mesh), hidden(meshNode(mesh))}));
+        const node_ref seen(quietMerge(above->getChild(0), quiet()));
+        for (const ::osg::NodePtr& node : {geometryNodes(seen.get()).at(0), above->getChild(0)})
+            EXPECT_NE(coreOf(node)->getTexCoords(), ::osg::NullFC);
+        EXPECT_EQ(coreOf(geometryNodes(seen.get())[0])->getMaterial(), textured.get());
+        const node_ref unseen(quietMerge(above->getChild(1), quiet()));
+        EXPECT_EQ(geometryNodes(unseen.get()), node_list());
     }
     EXPECT_EQ(liveContainers(), before);
 }
