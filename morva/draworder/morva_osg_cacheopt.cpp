@@ -139,7 +139,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         ::osg::createSharedIndex(geometry);
         if (!perProperty)
             ::osg::createSingleIndex(geometry);
-        detail::nameNext(geoNode, geometry);
+        nameGeometry(geoNode, &idmapHandler::getNextGeometryName);
         return geoNode;
     }
 

@@ -25,10 +25,4 @@ std::vector<counted_column> countedColumns(const draw_elements& elements, bool p
     return {{corner_numbers.data(), 1, distinct}};
 }
 
-void nameNext(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry) {
-    const std::string name = getIDmapHandler().getNextGeometryName();
-    ::osg::setName(node, name);
-    ::osg::setName(geometry, name);
-}
-
 } // namespace morva::osg::detail

@@ -12,13 +12,12 @@
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cache_walk.h>
 #include <morva/draworder/morva_osg_draw_elements.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/idmap/morva_osg_late_names.h>
 
 namespace morva::osg::detail {
 
@@ -26,9 +25,6 @@ namespace morva::osg::detail {
 /// `corner_numbers`.
 std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
                                            std::vector<std::uint32_t>& corner_numbers);
-
-/// Gives node and core the next name.
-void nameNext(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry);
 
 /// Orders elements; throws std::bad_alloc.
 template <typename Rules>
@@ -71,7 +67,7 @@ void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perPrope
         ::osg::endEditCP(piece.get());
         if (!elements.has(1))
             ::osg::calcVertexNormals(piece.get());
-        nameNext(child.get(), piece.get());
+        nameGeometry(child.get(), &idmapHandler::getNextGeometryName);
     }
 }
 

@@ -6,6 +6,7 @@
 #include <locale>
 #include <map>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGDynamicVolume.h>
@@ -265,16 +266,22 @@ void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
     const walk_start start(node);
     getGeometryNodes(start.get(), nodes, false);
 
-    std::map<::osg::MaterialPtr, unsigned int> primitives;
+    // Null first, then as they are met: the first of equals is taken.
+    std::vector<std::pair<::osg::MaterialPtr, unsigned int>> primitives(1);
+    std::map<::osg::MaterialPtr, std::size_t> place = {{::osg::MaterialPtr(), 0}};
     for (const ::osg::NodePtr& geometry_node : nodes) {
-        primitives[getMaterial(geometry_node)] += getNumberOfPrimitives(geometry_node);
+        const ::osg::MaterialPtr material = getMaterial(geometry_node);
+        const auto met = place.emplace(material, primitives.size());
+        if (met.second)
+            primitives.emplace_back(material, 0);
+        primitives[met.first->second].second += getNumberOfPrimitives(geometry_node);
     }
     ::osg::MaterialPtr most_used;
     unsigned int highest = 0;
-    for (const auto& entry : primitives) {
-        if (entry.second > highest) {
-            highest = entry.second;
-            most_used = entry.first;
+    for (const auto& [material, count] : primitives) {
+        if (count > highest) {
+            highest = count;
+            most_used = material;
         }
     }
     return most_used;

@@ -74,7 +74,7 @@ MORVA_API void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr mat
 MORVA_API void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material);
 
 /// The material with the most primitives (see getNumberOfPrimitives), null being a material like
-/// any other. Of equals the first in the order of material pointers; null if nothing counts.
+/// any other. Of equals null, or else the one that the walk meets first; null if nothing counts.
 MORVA_API ::osg::MaterialPtr getMostUsedMaterialInScene(::osg::NodePtr node);
 
 /// Gives the whole scene its most used material.

@@ -213,12 +213,15 @@ void appendElement(target_fields& target, const source_fields& source, const wor
     }
 }
 
-int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, bool to_world,
-             bool& write_ids) {
-    idmapHandler& handler = getIDmapHandler();
-    if (!write_ids || handler.merged)
-        return 0;
+const ::osg::Char8* mapName(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry) {
+    const ::osg::Char8* name = ::osg::getName(node);
+    if (name != nullptr)
+        return name;
+    name = ::osg::getName(geometry);
+    return name != nullptr && *name != '\0' ? name : nullptr;
+}
 
+int enterInMap(const ::osg::NodePtr& node, const std::string& name, bool to_world) {
     ::osg::Pnt3f min, max;
     ::osg::DynamicVolume volume;
     if (to_world) {
@@ -230,22 +233,26 @@ int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, boo
     if (!volume.isEmpty())
         volume.getBounds(min, max);
 
-    const ::osg::Char8* name = ::osg::getName(node);
-    if (name == nullptr) {
-        name = ::osg::getName(geometry);
-        if (name != nullptr && *name == '\0')
-            name = nullptr;
-    }
+    const ::osg::MaterialPtr material = getMaterial(node);
+    const ::osg::Char8* material_name = ::osg::getName(material);
+    std::string text = name;
+    return getIDmapHandler().insertNodeName(text, min, max, material,
+                                            material_name != nullptr ? material_name : "");
+}
+
+int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, bool to_world,
+             bool& write_ids) {
+    idmapHandler& handler = getIDmapHandler();
+    if (!write_ids || handler.merged)
+        return 0;
+    const ::osg::Char8* name = mapName(node, geometry);
     if (name == nullptr) {
         std::cout << "Node has no name and will not get an IDmap." << std::endl;
         write_ids = false;
         return 0;
     }
-    const ::osg::MaterialPtr material = getMaterial(node);
-    const ::osg::Char8* material_name = ::osg::getName(material);
-    std::string text = name;
-    return handler.insertNodeName(text, min, max, material,
-                                  material_name != nullptr ? material_name : "");
+    const int known = handler.settled ? handler.findNodeName(name) : -1;
+    return known >= 0 ? known : enterInMap(node, name, to_world);
 }
 
 void adoptMaterial(const ::osg::GeometryPtr& target, const ::osg::NodePtr& node,

@@ -161,6 +161,13 @@ void appendElement(target_fields& target, const source_fields& source, const wor
                    const vertex_indices* vertices, unsigned int corners, std::size_t first,
                    bool write_ids, int id);
 
+/// Name under which the ID map knows a node: its own, or else its core's unless that is empty. Null
+/// for none.
+const ::osg::Char8* mapName(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry);
+
+/// Enters a node in the ID map with its box, in the world or its own, and returns its ID.
+int enterInMap(const ::osg::NodePtr& node, const std::string& name, bool to_world);
+
 /// The ID of a node's vertices: 0 when none is wanted or registration is off. A node without a
 /// name gets none: one line on standard output, and `write_ids` becomes false.
 int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, bool to_world,

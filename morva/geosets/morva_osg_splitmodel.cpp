@@ -13,7 +13,6 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_fresh.h>
@@ -25,7 +24,7 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/idmap/morva_osg_late_names.h>
 
 namespace morva::osg {
 
@@ -388,9 +387,7 @@ template <typename T, typename G>
     try {
         const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
         fresh<::osg::NodePtr> node(newNodeWith(geometry));
-        const std::string name = getIDmapHandler().getNextMergedGeometryName();
-        ::osg::setName(node.get(), name);
-        ::osg::setName(geometry, name);
+        nameGeometry(node.get(), &idmapHandler::getNextMergedGeometryName);
         const object_run run = validRun(tree, geoset, first, count);
         fillGeometry(geometry, run, geoset, opt, calcnormals);
         return node.release();

@@ -11,8 +11,8 @@
 //     limit 3    G ( MG_0 7 2 5   MG_1 0 1 )   Split(tree, geoset, 0, 0, 3, NullFC, 1, false)
 //
 // Returned nodes carry no reference; the caller takes them over. The geoset is only read. The
-// shared thing is the counter of names, under the lock of the ID map: any number of threads may
-// work on trees and geosets of their own.
+// shared thing is the counter of names, under the lock of the ID map, or not even that where names
+// wait (late_names): any number of threads may work on trees and geosets of their own.
 //
 // All functions are there for kd_tree<float> with osg_geoset, osg_line_geoset and
 // osg_point_geoset.

@@ -1,8 +1,10 @@
 #include <morva/idmap/morva_filetools.h>
 
+#include <algorithm>
 #include <fstream>
 #include <iostream>
 #include <locale>
+#include <utility>
 
 #include <boost/filesystem.hpp>
 
@@ -72,10 +74,21 @@ void writeAppearance(std::ostream& file, const ::osg::MaterialPtr& material,
     file << "\n}}";
 }
 
+/// The appearances by the number in their names, which are otherwise alike.
+std::vector<std::pair<::osg::MaterialPtr, std::string>> inOrder(const JsonFileContent& content) {
+    std::vector<std::pair<::osg::MaterialPtr, std::string>> sorted(content.appearances.begin(),
+                                                                   content.appearances.end());
+    std::stable_sort(sorted.begin(), sorted.end(), [](const auto& a, const auto& b) {
+        const std::size_t left = a.second.size(), right = b.second.size();
+        return left != right ? left < right : a.second < b.second;
+    });
+    return sorted;
+}
+
 void writeAppearances(std::ostream& file, const JsonFileContent& content) {
     file << "\"appearance\": [ \n";
     const char* between = "";
-    for (const auto& [material, name] : content.appearances) {
+    for (const auto& [material, name] : inOrder(content)) {
         file << between;
         writeAppearance(file, livingOne(material), name);
         between = ",\n";

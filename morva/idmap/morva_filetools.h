@@ -7,7 +7,7 @@
 //     {
 //     "numberOfIDs":2,            IDs that came out somewhere
 //     "maxGeoCount":1,            names given out for cores
-//     "appearance": [ ...],       one block per material, in map order
+//     "appearance": [ ...],       one block per material, by number
 //     "mapping": [ ...],          one block per ID: name, box, appearance, cores that hold it
 //     "tree":                     the input trees, as recorded
 //     {

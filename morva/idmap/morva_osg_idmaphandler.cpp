@@ -77,7 +77,7 @@ void idmapHandler::reset() {
     texCoordMapping.clear();
     index_of_name.clear();
     tree.clear(); // error flags only: the text goes on over the runs of a process
-    merged = false;
+    merged = settled = false;
     prefix.clear();
 }
 
@@ -140,6 +140,11 @@ int idmapHandler::appendName(const std::string& name, const ::osg::Pnt3f& min,
         throw;
     }
     return id;
+}
+
+int idmapHandler::findNodeName(const std::string& name) {
+    const scoped_lock guard(lock);
+    return positionOf(name);
 }
 
 unsigned int idmapHandler::releaseHeldLock() {

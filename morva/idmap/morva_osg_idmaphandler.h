@@ -42,6 +42,7 @@ class MORVA_API idmapHandler : public JsonFileContent {
     ::osg::Lock* lock = nullptr; ///< guards all containers and counters
     std::map<std::string, std::string> texCoordMapping; ///< output name to "TC0" .. "TC3"
     std::uint32_t mergedCount = 0; ///< names given out by getNextMergedGeometryName()
+    bool settled = false;          ///< all names were entered ahead: extraction looks for IDs only
 
     /// Forgets the last run: everything but the text of `tree` and the two name counters, which
     /// go on over the runs of one process. Gives back what the calling thread holds of the lock.
@@ -59,6 +60,9 @@ class MORVA_API idmapHandler : public JsonFileContent {
     /// cost          O(log) on average, by an index beside `names`
     int insertNodeName(std::string& name, ::osg::Pnt3f& min, ::osg::Pnt3f& max,
                        ::osg::MaterialPtr material, const std::string& materialName);
+
+    /// Returns the ID of a name that was entered, or -1. Gives the lock back at once.
+    int findNodeName(const std::string& name);
 
     /// Gives back what the calling thread still holds of the lock from insertNodeName(), and
     /// returns how often it held it.

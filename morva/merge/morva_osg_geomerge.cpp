@@ -21,10 +21,6 @@ namespace morva::osg {
 
 namespace {
 
-::osg::UInt32 numberOf(const ::osg::MaterialPtr& material) {
-    return material == ::osg::NullFC ? 0 : material.getFieldContainerId();
-}
-
 /// What the pass takes from the input scene.
 struct scene_parts {
     std::vector<::osg::NodePtr> nodes;       ///< to be merged
@@ -139,8 +135,8 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
 
 } // namespace
 
-bool by_creation::operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const {
-    return numberOf(a) < numberOf(b);
+std::size_t by_meeting::placeOf(const ::osg::MaterialPtr& material) const {
+    return material == ::osg::NullFC ? 0 : places->at(material.getFieldContainerId());
 }
 
 ::osg::NodePtr GeoMerge::searchMaterialGroup(::osg::NodePtr node) {
@@ -170,7 +166,11 @@ void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
         }
     }
 
-    group_key key(numberOf(material), std::string());
+    if (material != ::osg::NullFC && met.count(material.getFieldContainerId()) == 0) {
+        held.push_back(::osg::MaterialRefPtr(material));
+        met.emplace(material.getFieldContainerId(), held.size());
+    }
+    group_key key(entries.key_comp().placeOf(material), std::string());
     if (mergeSameName) {
         const ::osg::Char8* name = ::osg::getName(node);
         if (name != nullptr) {
@@ -186,8 +186,6 @@ void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
         found->second->second.push_back(node);
         return;
     }
-    if (material != ::osg::NullFC)
-        held.push_back(::osg::MaterialRefPtr(material));
     const auto entry = entries.emplace(material, std::vector<::osg::NodePtr>(1, node));
     entry_of.emplace(std::move(key), entry);
 }

@@ -17,6 +17,7 @@
 // over leave their old parents. Runs must not overlap: the ID map is one per process. A group
 // shares nothing with another but the ID map, so that each could run on a thread of its own.
 
+#include <cstddef>
 #include <map>
 #include <string>
 #include <utility>
@@ -32,9 +33,16 @@
 
 namespace morva::osg {
 
-/// Orders materials by their number of creation, null first: the same order in every run.
-struct by_creation {
-    bool operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const;
+/// Orders materials as they were first met, null before all of them. Neither addresses nor numbers
+/// of containers count: which of several equal materials is kept can differ from run to run.
+struct by_meeting {
+    /// Place of each material in the order of meeting, from 1, by its number.
+    const std::map<::osg::UInt32, std::size_t>* places;
+
+    std::size_t placeOf(const ::osg::MaterialPtr& material) const;
+    bool operator()(const ::osg::MaterialPtr& a, const ::osg::MaterialPtr& b) const {
+        return placeOf(a) < placeOf(b);
+    }
 };
 
 /// The merge groups of a scene: one entry per material, or with `mergeSameName` one per material
@@ -42,7 +50,7 @@ struct by_creation {
 /// are the scene's.
 class MORVA_API GeoMerge {
   public:
-    using group_map = std::multimap<::osg::MaterialPtr, std::vector<::osg::NodePtr>, by_creation>;
+    using group_map = std::multimap<::osg::MaterialPtr, std::vector<::osg::NodePtr>, by_meeting>;
 
     GeoMerge() = default;
     explicit GeoMerge(const mergeGeo_setup& setup)
@@ -50,7 +58,8 @@ class MORVA_API GeoMerge {
     GeoMerge(const GeoMerge&) = delete;
     GeoMerge& operator=(const GeoMerge&) = delete;
 
-    /// The groups in order of material; of one material in order of coming.
+    /// The groups in the order in which their materials came, that of the null material first; of
+    /// one material in order of coming.
     const group_map& groups() const { return entries; }
 
     /// Enters a geometry node under its material; other nodes are left out.
@@ -72,11 +81,12 @@ class MORVA_API GeoMerge {
     bool ignoreMaterial = false; ///< all nodes are of the null material
 
   private:
-    /// A group's key: number of the material, 0 for none, and the name without which no groups of
-    /// one material are told apart.
-    using group_key = std::pair<::osg::UInt32, std::string>;
+    /// A group's key: place of the material, and the name without which no groups of one material
+    /// are told apart.
+    using group_key = std::pair<std::size_t, std::string>;
 
-    group_map entries;
+    std::map<::osg::UInt32, std::size_t> met; ///< see by_meeting; 0 is the null material
+    group_map entries{by_meeting{&met}};
     std::vector<::osg::MaterialRefPtr> held; ///< the materials of `entries`
     std::map<group_key, group_map::iterator> entry_of;
 };

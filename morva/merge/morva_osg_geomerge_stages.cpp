@@ -18,6 +18,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/merge/morva_osg_name_order.h>
 #include <morva/merge/morva_osg_task_list.h>
 
 namespace morva::osg {
@@ -25,7 +26,7 @@ namespace morva::osg {
 namespace {
 
 /// Brings source nodes into the state in which extraction leaves them, so that tasks side by side
-/// only read what they share: cores, properties, and the volumes on the way to the root.
+/// only read what they share: cores and properties.
 class source_state {
   public:
     explicit source_state(const mergeGeo_setup& setup_) : setup(setup_) {}
@@ -42,13 +43,6 @@ class source_state {
         for (const auto& [core, unused] : is_unused) {
             if (unused)
                 dropTexCoords(core);
-        }
-        // Editing has invalidated the volumes, which the ID map asks for.
-        for (const auto& [material, nodes] : merge.groups()) {
-            for (const ::osg::NodePtr& node : nodes) {
-                if (node != ::osg::NullFC && !setup.idmap.empty())
-                    node->updateVolume();
-            }
         }
         return true;
     }
@@ -105,28 +99,36 @@ void printProgress(std::size_t index, std::size_t count) {
     std::cout << text.str() << std::flush;
 }
 
+/// mergeGroups() with a task for each group, once the sources are settled.
+void mergeOnWorkers(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
+                    threadHandler& handler, const ::osg::NodePtr& result) {
+    const settled_names names(merge, setup); // after the sources: editing invalidates volumes
+    task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
+    std::vector<const GeoMerge::group_map::value_type*> groups;
+    std::vector<std::uint64_t> work;
+    for (const auto& group : merge.groups()) {
+        groups.push_back(&group);
+        work.push_back(workOn(group.second));
+    }
+    for (const std::size_t place : largestFirst(work)) {
+        mergeGeometryMTArguments task;
+        task.material = &groups[place]->first;
+        task.nodes = &groups[place]->second;
+        task.kd = &kd;
+        task.setup = &setup;
+        task.limit = batch_limit;
+        tasks.start(task, place);
+    }
+    tasks.joinInto(result);
+}
+
 } // namespace
 
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
                  threadHandler& handler, const ::osg::NodePtr& result) {
-    if (setup.numthreads > 1 && source_state(setup).settle(merge)) {
-        task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
-        std::vector<const GeoMerge::group_map::value_type*> groups;
-        std::vector<std::uint64_t> work;
-        for (const auto& group : merge.groups()) {
-            groups.push_back(&group);
-            work.push_back(workOn(group.second));
-        }
-        for (const std::size_t place : largestFirst(work)) {
-            mergeGeometryMTArguments task;
-            task.material = &groups[place]->first;
-            task.nodes = &groups[place]->second;
-            task.kd = &kd;
-            task.setup = &setup;
-            task.limit = batch_limit;
-            tasks.start(task, place);
-        }
-        tasks.joinInto(result);
+    if (setup.numthreads > 1 && canForetellNames(merge, setup) &&
+        source_state(setup).settle(merge)) {
+        mergeOnWorkers(merge, kd, setup, handler, result);
         return;
     }
     for (const auto& [material, nodes] : merge.groups()) {

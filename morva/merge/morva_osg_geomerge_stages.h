@@ -7,9 +7,9 @@
 //     optimizeNodeCache  one task per geometry node; in the order of the nodes
 //
 // With `numthreads` above 1 each task has a worker of its own; otherwise all run on the calling
-// thread, one after the other. The outcome is the same, but for numbers in generated names.
+// thread, one after the other. The outcome is the same to the last byte, names and IDs included.
 // Before tasks run side by side mergeGroups() brings the source nodes into the state in which
-// they are only read.
+// they are only read, and enters their names in the ID map; generated names are given at the join.
 
 #include <cstdint>
 #include <vector>

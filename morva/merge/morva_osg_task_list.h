@@ -6,9 +6,10 @@
 //     for (...) tasks.start(record, place);   // blocks while the limit is reached
 //     tasks.joinInto(result);                 // children by place, whoever started or ended first
 //
-// A record has the fields `result`, `barrier`, `handler` and `finished`. A worker is a function
-// whose body is runWorker(). What a worker throws ends in one line on standard error and a null
-// result. A list that is left early waits for its workers and destroys what they made.
+// A record has the fields `result`, `barrier`, `handler`, `finished` and `names`. A worker is a
+// function whose body is runWorker(). What a worker throws ends in one line on standard error and
+// a null result. Names that it generates are given at the join, by place: they are those that one
+// thread gives. A list that is left early waits for its workers and destroys what they made.
 
 #include <deque>
 #include <exception>
@@ -21,6 +22,7 @@
 
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/idmap/morva_osg_late_names.h>
 #include <morva/merge/morva_osg_worker_output.h>
 #include <morva/merge/threadHandler.h>
 
@@ -58,6 +60,7 @@ template <typename Arguments, typename Task>
 void runWorker(Arguments& task, const Task& run) noexcept {
     {
         const task_end end;
+        const late_names::scope waits(task.names);
         try {
             fresh<::osg::NodePtr> made(run());
             // Filled in this thread: must be known as changed before another one hangs it in.
@@ -66,6 +69,8 @@ void runWorker(Arguments& task, const Task& run) noexcept {
             task.result = made.release();
         } catch (...) {
             printMergeError();
+            if (task.names != nullptr)
+                task.names->clear(); // holds what was made
         }
     }
     if (!task.barrier.empty())
@@ -98,6 +103,7 @@ template <typename Arguments> class task_list {
         const auto index = static_cast<unsigned int>(records.size());
         task.barrier = handler.createBarrierName(index);
         task.handler = &handler;
+        task.names = &names.emplace_back();
         records.push_back(std::move(task));
         Arguments& record = records.back();
         bool started = false;
@@ -116,7 +122,8 @@ template <typename Arguments> class task_list {
         }
     }
 
-    /// Joins all tasks and adds their results to `parent`, in the order of their places.
+    /// Joins all tasks and adds their results to `parent`, in the order of their places, in which
+    /// they get their names, too.
     void joinInto(const ::osg::NodePtr& parent) {
         joinAll();
         for (const auto& [place, index] : record_at) {
@@ -128,6 +135,7 @@ template <typename Arguments> class task_list {
             parent->addChild(made.get());
             reportChange(made.release());
             reportChange(parent);
+            records[index].names->give();
         }
     }
 
@@ -148,6 +156,7 @@ template <typename Arguments> class task_list {
     void (*worker)(void*);
     const worker_output output;    ///< prints of several threads, for as long as there are workers
     std::deque<Arguments> records; ///< in the order of starting
+    std::deque<late_names> names;  ///< of the records
     std::map<std::size_t, unsigned int> record_at; ///< by place
     std::size_t joined = 0;                        ///< records whose workers are let go
     std::size_t ended = 0; ///< records whose threads are ended early; at most `joined`

@@ -27,6 +27,7 @@
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/idmap/morva_osg_late_names.h>
 #include <morva/trees/kd_records.h>
 
 namespace morva::osg {
@@ -97,6 +98,7 @@ struct mergeGeometryMTArguments {
     std::string barrier;              ///< own barrier; empty: the task ran on the main thread
     threadHandler* handler = nullptr; ///< that started the task
     bool finished = false;            ///< by leave(), under the handler's lock
+    late_names* names = nullptr;      ///< where generated names wait; null: drawn at once
 };
 
 /// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
@@ -112,6 +114,7 @@ struct cacheoptMTArguments {
     bool aboveLimit = false;          ///< out: by optimizeCache()
     threadHandler* handler = nullptr; ///< that started the task
     bool finished = false;            ///< by leave(), under the handler's lock
+    late_names* names = nullptr;      ///< where generated names wait; null: drawn at once
 };
 
 /// Runs optimizeCache() on a cacheoptMTArguments, as a worker.

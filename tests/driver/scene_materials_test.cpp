@@ -28,6 +28,14 @@ TEST(MostUsedMaterial, CountsPrimitivesNotNodes) {
     EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
 }
 
+TEST(MostUsedMaterial, OfEqualsTheFirstThatIsMetButNoneBeforeAll) {
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
+    const node_ref root(group({meshNode(quads(2), blue.get()), meshNode(quads(2), red.get())}));
+    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), blue.get());
+    root->addChild(meshNode(quads(2)));
+    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), ::osg::NullFC);
+}
+
 TEST(MostUsedMaterial, NothingGivesNull) {
     EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(::osg::NullFC), ::osg::NullFC);
     const node_ref root(group({group()}));

@@ -75,17 +75,16 @@ void paint(const ::osg::ChunkMaterialPtr& material, const look& wanted) {
     material->addChunk(chunk);
 }
 
-/// `count` bare materials under the names __App_0, __App_1, ... in the order of the map.
+/// `count` bare materials under the names __App_8, __App_9, __App_10, ..., against the order of the
+/// map.
 std::vector<::osg::ChunkMaterialRefPtr> appearancesIn(morva::JsonFileContent& content,
                                                       std::size_t count) {
-    std::vector<::osg::ChunkMaterialRefPtr> made, ordered;
-    for (std::size_t i = 0; i < count; ++i) {
-        made.emplace_back(bareMaterial());
-        content.appearances[made.back().get()];
-    }
+    std::vector<::osg::ChunkMaterialRefPtr> made(count), ordered(count);
+    for (auto& material : made)
+        content.appearances[(material = bareMaterial()).get()];
     for (auto& [material, name] : content.appearances) {
-        name = "__App_" + std::to_string(ordered.size());
-        ordered.emplace_back(::osg::ChunkMaterialPtr::dcast(material));
+        name = "__App_" + std::to_string(8 + --count);
+        ordered[count] = ::osg::ChunkMaterialPtr::dcast(material);
     }
     return ordered;
 }
@@ -95,7 +94,7 @@ const char* const every_case = R"({
 "maxGeoCount":12345,
 "appearance": [ 
 {
-"name": "__App_0",
+"name": "__App_8",
 "material": { 
 "diffuseColor": "0.5 0.5 0.5",
 "specularColor": "0.333333 1e+07 0",
@@ -105,7 +104,7 @@ const char* const every_case = R"({
 "transparency": "0"
 }},
 {
-"name": "__App_1",
+"name": "__App_9",
 "material": { 
 "diffuseColor": "0 0.5 0",
 "specularColor": "0 0 0",
@@ -121,7 +120,7 @@ const char* const every_case = R"({
 "backTransparency": "0"
 }},
 {
-"name": "__App_2",
+"name": "__App_10",
 "material": { 
 "diffuseColor": "0.001 0.001 0",
 "specularColor": "0 0 0",
@@ -137,7 +136,7 @@ const char* const every_case = R"({
 "backTransparency": "1"
 }},
 {
-"name": "__App_3",
+"name": "__App_11",
 "material": { 
 "diffuseColor": "0 0 0",
 "specularColor": "0 0 0",
@@ -151,14 +150,14 @@ const char* const every_case = R"({
 "name": "door",
 "min": "-1.5, 0.333333, 0",
 "max": "1e+07, 2, 3",
-"appearance": "__App_1",
+"appearance": "__App_9",
 "usage": ["MG_0","MG_10","MG_2"]
 },
 {
 "name": "a "quoted" \ name	",
 "min": "0, 0, 0",
 "max": "0, 0, 0",
-"appearance": "__App_0",
+"appearance": "__App_8",
 "usage": []
 },
 {
@@ -202,7 +201,7 @@ TEST_F(FileTools, TheWholeLayout) {
     content.names = {"door", "cut away", "a \"quoted\" \\ name\t", "bare"};
     content.mins = {{-1.5F, 1.0F / 3.0F, 0}, {}, {}, {}};
     content.maxs = {{1e7F, 2, 3}, {}, {}}; // records of a caller's own may be short
-    content.appearanceNames = {"__App_1", "__App_0", "__App_0"};
+    content.appearanceNames = {"__App_9", "__App_8", "__App_8"};
     content.usage[0] = {"MG_10", "MG_2", "MG_0"};
     content.usage[2];
     content.usage[3] = {"MG_1"};

@@ -12,7 +12,7 @@ namespace {
 using namespace morva_test;
 using morva::osg::mergeGeo;
 
-TEST(MergeGeo, OneGroupPerMaterialInOrderAndTheInputStays) {
+TEST(MergeGeo, OneGroupPerMaterialAsTheyAreMetAndTheInputStays) {
     const material_ref red(plain(0)), blue(plain(1));
     const node_ref root(group({part(blue.get(), 0, 3), moved({0, 7, 0}, {part(red.get(), 1, 2)}),
                                part(blue.get(), 20, 5)}));
@@ -23,8 +23,8 @@ TEST(MergeGeo, OneGroupPerMaterialInOrderAndTheInputStays) {
     EXPECT_EQ(firstDifference(before, shapeOf(root.get())), "");
     const node_list cores = geometryNodes(result.get());
     ASSERT_EQ(cores.size(), 2U);
-    EXPECT_EQ(coreOf(cores[0])->getMaterial(), red.get());
-    EXPECT_EQ(coreOf(cores[1])->getMaterial(), blue.get());
+    EXPECT_EQ(coreOf(cores[0])->getMaterial(), blue.get());
+    EXPECT_EQ(coreOf(cores[1])->getMaterial(), red.get());
 }
 
 TEST(MergeGeo, PrintsAsToldByTheFlags) {

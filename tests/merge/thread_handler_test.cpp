@@ -43,6 +43,7 @@ struct test_arguments {
     std::string barrier;
     threadHandler* handler = nullptr;
     bool finished = false;
+    morva::osg::late_names* names = nullptr;
 };
 
 void takeIdLock() {

@@ -1,0 +1,40 @@
+#include <morva/idmap/morva_osg_late_names.h>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Where the names of this thread wait; null: they don't.
+thread_local late_names* open_scope = nullptr;
+
+void drawName(const ::osg::NodePtr& node, name_source source) {
+    const std::string name = (getIDmapHandler().*source)();
+    ::osg::setName(node, name);
+    ::osg::setName(node->getCore(), name);
+}
+
+} // namespace
+
+late_names::scope::scope(late_names* names) : before(open_scope) {
+    if (names != nullptr)
+        open_scope = names;
+}
+
+late_names::scope::~scope() { open_scope = before; }
+
+void late_names::give() {
+    const auto all = std::exchange(waiting, {});
+    for (const auto& [node, source] : all)
+        drawName(node.get(), source);
+}
+
+void nameGeometry(const ::osg::NodePtr& node, name_source source) {
+    if (open_scope != nullptr)
+        open_scope->waiting.emplace_back(node, source);
+    else
+        drawName(node, source);
+}
+
+} // namespace morva::osg
