@@ -5,11 +5,13 @@
 #   ./do test     build and run all tests
 #   ./do check    format, includes, tests, sanitizer builds with their tests, lint
 #   ./do bench    build and run the benchmarks
+#   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
+#                 ./do fresh demo for the demo alone
 set -euo pipefail
 cd "$(dirname "$0")"
 
 BUILD_PACKAGES="g++ cmake ninja-build libgtest-dev libassimp-dev libcli11-dev nlohmann-json3-dev
-    libstb-dev libboost-filesystem-dev libboost-system-dev assimp-testmodels python3"
+    libstb-dev libboost-filesystem-dev libboost-system-dev zlib1g-dev assimp-testmodels python3"
 MODELS=/usr/share/assimp/models
 ENGINE=$MODELS/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb
 JOBS=$(nproc)
@@ -125,6 +127,17 @@ bench() {
     ./bench/run.sh build/release/bench
 }
 
+# Carries out the verbs given on the last commit, on a machine with nothing on it.
+fresh() {
+    if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
+        echo "only root can make a system to try the commands in" >&2
+        exit 1
+    fi
+    need debootstrap
+    git archive HEAD | as_root env http_proxy="${http_proxy:-}" https_proxy="${https_proxy:-}" \
+        no_proxy="${no_proxy:-}" cmake/fresh_system.sh "$@"
+}
+
 case "${1:-}" in
 demo) demo ;;
 test)
@@ -139,11 +152,16 @@ ci)
     build asan
     run_tests asan
     run_tests dev
-    demo
+    fresh demo
     ;;
 bench) bench ;;
+fresh)
+    shift
+    [ $# -ne 0 ] || set -- demo test
+    fresh "$@"
+    ;;
 *)
-    sed -n '2,8s/^# \{0,1\}//p' "$0"
+    sed -n '/^set /q; 2,$s/^# \{0,1\}//p' "$0"
     exit 2
     ;;
 esac

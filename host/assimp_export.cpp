@@ -19,8 +19,8 @@
 #include "flat_mesh.h"
 #include "gltf_material.h"
 #include "host_error.h"
+#include "output_file.h"
 #include "scene_walk.h"
-#include "staged_output.h"
 #include "text.h"
 
 namespace morva::host {

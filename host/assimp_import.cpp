@@ -4,10 +4,12 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <set>
 #include <unordered_set>
 #include <utility>
 #include <vector>
 
+#include <assimp/DefaultIOSystem.h>
 #include <assimp/DefaultLogger.hpp>
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
@@ -223,6 +225,21 @@ bool hasPolygons(const aiScene& scene) {
     return false;
 }
 
+/// The file system, with a note of what was opened.
+class noting_files : public Assimp::DefaultIOSystem {
+  public:
+    Assimp::IOStream* Open(const char* path, const char* mode) override {
+        Assimp::IOStream* const stream = Assimp::DefaultIOSystem::Open(path, mode);
+        if (stream != nullptr)
+            opened_.emplace(path);
+        return stream;
+    }
+    const std::set<std::string>& opened() const { return opened_; }
+
+  private:
+    std::set<std::string> opened_;
+};
+
 /// The importer's text without its line ends.
 std::string reasonOf(const Assimp::Importer& importer) {
     std::string text = importer.GetErrorString();
@@ -250,6 +267,8 @@ void importScene(const aiScene& scene, const std::string& folder, model& target)
 
 void importThroughAssimp(const std::string& path, model& target) {
     auto importer = std::make_unique<Assimp::Importer>();
+    auto* const files = new noting_files;
+    importer->SetIOHandler(files); // which owns it from here on
     const aiScene* scene = nullptr;
     try {
         scene = importer->ReadFile(path, 0);
@@ -263,6 +282,8 @@ void importThroughAssimp(const std::string& path, model& target) {
     }
     if (scene == nullptr)
         throw host_error("cannot read '" + path + "': " + reasonOf(*importer));
+    target.files_read.insert(target.files_read.end(), files->opened().begin(),
+                             files->opened().end());
     importScene(*scene, folderOf(path), target);
     // Millions of small arrays take a while to go.
     target.clean_up = std::async(std::launch::async,

@@ -155,9 +155,13 @@ alpha_mode alphaModeOf(const property_reader& reader) {
 }
 
 /// Bytes of a texture that lies in a file beside the model; empty if there is none.
-std::vector<std::uint8_t> readTextureFile(const std::string& folder, std::string name) {
+std::vector<std::uint8_t> readTextureFile(const std::string& folder, std::string name,
+                                          model& target) {
     std::replace(name.begin(), name.end(), '\\', '/');
-    std::ifstream file(name.compare(0, 1, "/") == 0 ? name : folder + name, std::ios::binary);
+    const std::string path = name.compare(0, 1, "/") == 0 ? name : folder + name;
+    std::ifstream file(path, std::ios::binary);
+    if (file)
+        target.files_read.push_back(path);
     return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {});
 }
 
@@ -194,7 +198,7 @@ std::string mimeTypeOf(const std::vector<std::uint8_t>& bytes) {
     std::vector<std::uint8_t> bytes;
     const aiTexture* texture = scene.GetEmbeddedTexture(name.c_str());
     if (texture == nullptr) {
-        bytes = readTextureFile(folder, name);
+        bytes = readTextureFile(folder, name, target);
     } else if (texture->pcData != nullptr && texture->mHeight == 0) {
         const auto* first = reinterpret_cast<const std::uint8_t*>(texture->pcData);
         bytes.assign(first, first + texture->mWidth);

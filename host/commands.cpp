@@ -1,9 +1,10 @@
 #include "commands.h"
 
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
 #include <exception>
-#include <fstream>
 #include <iostream>
-#include <memory>
 #include <new>
 #include <streambuf>
 #include <string>
@@ -16,12 +17,16 @@
 
 #include "audit.h"
 #include "host_error.h"
+#include "id_map_file.h"
 #include "model.h"
 #include "model_export.h"
 #include "optimiser_output.h"
+#include "output_file.h"
+#include "output_set.h"
 #include "parameter_notes.h"
 #include "part_names.h"
 #include "report.h"
+#include "scene_walk.h"
 #include "staged_output.h"
 
 namespace morva::host {
@@ -100,11 +105,11 @@ class output_guard {
 /// The ID map file on its way: the optimiser writes it where it can be checked first.
 class id_map_output {
   public:
-    explicit id_map_output(const options& chosen)
+    id_map_output(const options& chosen, output_set& outputs)
         : parameters_(chosen.parameters), target_(idMapFile(chosen)) {
         if (target_.empty())
             return;
-        stage_ = std::make_unique<staged_output>(target_);
+        stage_ = &outputs.add(target_);
         const std::string path = stage_->path();
         parameters_ = withValue(parameters_, "idmap", path.substr(0, path.size() - 5)); // .json
     }
@@ -113,27 +118,29 @@ class id_map_output {
     /// The parameters for the run.
     const std::string& parameters() const { return parameters_; }
 
-    /// Puts the file in its place. The optimiser does not tell when the disk is full: the end of
-    /// the text does.
-    void commit(run_report& report) {
+    /// Makes sure that the file is whole: the optimiser does not tell. `nodes`: of the input.
+    void check(output_set& outputs, std::uint64_t nodes, run_report& report) {
         if (!wanted())
             return;
-        std::ifstream file(stage_->path(), std::ios::binary);
-        if (!file) {
+        if (access(stage_->path().c_str(), F_OK) != 0) {
             report.notes.push_back("no ID map file is written: no part went through the merge");
+            drop(outputs);
             return;
         }
-        const std::string end = "}\n}\n\n";
-        std::string read(end.size(), ' ');
-        file.seekg(-static_cast<std::streamoff>(end.size()), std::ios::end);
-        if (!file.read(read.data(), static_cast<std::streamsize>(read.size())) || read != end)
-            throw host_error("cannot write '" + target_ + "': the file is cut short");
-        report.id_map = file_record{target_, stage_->commit()};
+        const std::string fault = faultOfIdMap(stage_->path(), nodes);
+        if (!fault.empty())
+            throw host_error("cannot write '" + target_ + "': " + fault);
+        report.id_map = file_record{target_, stage_->bytes()};
+    }
+    void drop(output_set& outputs) {
+        if (wanted())
+            outputs.drop(*stage_);
+        stage_ = nullptr;
     }
 
   private:
     std::string parameters_, target_;
-    std::unique_ptr<staged_output> stage_; ///< null without a file
+    staged_output* stage_ = nullptr; ///< null without a file
 };
 
 void tellNotes(const std::vector<std::string>& notes, bool quiet) {
@@ -143,19 +150,30 @@ void tellNotes(const std::vector<std::string>& notes, bool quiet) {
         std::cerr << "morva: note: " << note << "\n";
 }
 
-void writeReport(staged_output* stage, const run_report& report) {
-    if (stage == nullptr)
-        return;
-    const std::string text =
-        jsonOf(report).dump(2, ' ', false, nlohmann::json::error_handler_t::replace) + "\n";
-    output_file file(stage->path());
-    file.write(text.data(), text.size());
-    file.close();
-    stage->commit();
+staged_output* addUnlessEmpty(output_set& outputs, const std::string& path) {
+    return path.empty() ? nullptr : &outputs.add(path);
 }
 
-std::unique_ptr<staged_output> stageFor(const std::string& path) {
-    return path.empty() ? nullptr : std::make_unique<staged_output>(path);
+/// Prints what is to be told on standard output and makes sure that it went out.
+void tell(const std::string& text) {
+    errno = 0;
+    std::cout << text << std::flush;
+    // The second remembers what went wrong with the optimiser's lines.
+    if (!std::cout || std::ferror(stdout) != 0)
+        throw host_error(std::string("cannot write to standard output") +
+                         (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
+}
+
+/// The end of every command: tells, and puts all files in their places if that went well.
+void finish(const options& chosen, const run_report& report, staged_output* report_stage,
+            output_set& outputs) {
+    if (report_stage != nullptr) {
+        const auto replace = nlohmann::json::error_handler_t::replace;
+        writeFile(report_stage->path(), jsonOf(report).dump(2, ' ', false, replace) + "\n");
+    }
+    tellNotes(report.notes, chosen.quiet);
+    tell(chosen.quiet ? std::string() : tableOf(report));
+    outputs.commit();
 }
 
 model readChecked(const options& chosen, run_report& report) {
@@ -183,15 +201,18 @@ void optimize(const options& chosen) {
     report.command = "optimize";
     report.parameters = chosen.parameters;
     // First of all, so that a wrong folder shows before the work is done.
-    staged_output stage(chosen.output);
-    const std::unique_ptr<staged_output> report_stage = stageFor(chosen.report);
-    id_map_output id_map(chosen);
+    output_set outputs(chosen.input, chosen.overwrite);
+    const staged_output& stage = outputs.addModel(chosen.output);
+    staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
+    id_map_output id_map(chosen, outputs);
     progress steps(chosen.quiet);
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     const measure wanted = nobody_reads ? measure::counts : measure::all;
 
     steps.begin("read");
     const model source = readChecked(chosen, report);
+    outputs.keepOff(source.files_read);
+    const std::uint64_t nodes = countNodes(source.root.get());
     for (std::string& note : parameterNotes(chosen.parameters))
         report.notes.push_back(std::move(note));
     steps.begin("measure");
@@ -209,19 +230,22 @@ void optimize(const options& chosen) {
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
     refuseEmpty(*report.after);
-    steps.begin("write");
-    for (std::string& note : writeModel(result.get(), source.images, stage.path()))
-        report.notes.push_back(std::move(note));
-    report.output = {chosen.output, stage.commit()};
-    id_map.commit(report);
+    const bool passed = report.verdict->differences.empty();
+    if (passed) {
+        steps.begin("write");
+        for (std::string& note : writeModel(result.get(), source.images, stage.path()))
+            report.notes.push_back(std::move(note));
+        report.output = {chosen.output, stage.bytes()};
+        id_map.check(outputs, nodes, report);
+    } else {
+        outputs.drop(stage);
+        id_map.drop(outputs);
+    }
     steps.end();
 
     report.stages = steps.stages();
-    writeReport(report_stage.get(), report);
-    tellNotes(report.notes, chosen.quiet);
-    if (!chosen.quiet)
-        std::cout << tableOf(report) << std::flush;
-    if (report.verdict->differences.empty())
+    finish(chosen, report, report_stage, outputs);
+    if (passed)
         return;
     for (const std::string& difference : report.verdict->differences)
         std::cerr << "morva: audit: " << difference << "\n";
@@ -231,26 +255,27 @@ void optimize(const options& chosen) {
 void info(const options& chosen) {
     run_report report;
     report.command = "info";
-    const std::unique_ptr<staged_output> report_stage = stageFor(chosen.report);
+    output_set outputs(chosen.input, false);
+    staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
     progress steps(chosen.quiet);
     steps.begin("read");
     const model source = readChecked(chosen, report);
+    outputs.keepOff(source.files_read);
     steps.begin("measure");
     report.before = measureScene(source.root.get());
     refuseFaults(report.before, chosen.input);
     steps.end();
     report.stages = steps.stages();
-    writeReport(report_stage.get(), report);
-    tellNotes(report.notes, chosen.quiet);
-    if (!chosen.quiet)
-        std::cout << tableOf(report) << std::flush;
+    finish(chosen, report, report_stage, outputs);
 }
 
 int run(int argc, const char* const* argv) {
     try {
         const std::optional<options> chosen = parseCommandLine(argc, argv);
-        if (!chosen)
+        if (!chosen) {
+            tell("");
             return exit_good;
+        }
         if (chosen->what == command::optimize)
             optimize(*chosen);
         else

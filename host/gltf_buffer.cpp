@@ -7,6 +7,8 @@
 #include <limits>
 #include <utility>
 
+#include "print.h"
+
 namespace morva::host {
 
 namespace {
@@ -97,6 +99,13 @@ int gltf_buffer::addIndices(const std::vector<std::uint32_t>& indices, std::size
 int gltf_buffer::addBytes(const std::vector<std::uint8_t>& bytes) {
     bytes_.push_back(bytes);
     return addView(bytes_.back().data(), bytes_.back().size(), 0);
+}
+
+std::uint64_t gltf_buffer::print() const {
+    std::uint64_t print = empty_print;
+    for (const block& part : blocks_)
+        print = extendedPrint(print, part.bytes, part.size);
+    return print;
 }
 
 void gltf_buffer::writeTo(output_file& file) const {

@@ -17,7 +17,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "staged_output.h"
+#include "output_file.h"
 
 namespace morva::host {
 
@@ -35,6 +35,8 @@ class gltf_buffer {
     int addBytes(const std::vector<std::uint8_t>& bytes);
 
     std::uint64_t size() const { return size_; }
+    /// The print of all bytes.
+    std::uint64_t print() const;
     const nlohmann::json& views() const { return views_; }
     const nlohmann::json& accessors() const { return accessors_; }
     void writeTo(output_file& file) const;

@@ -11,10 +11,12 @@
 
 #include <morva/core/morva_osg_tools.h>
 
+#include "file_references.h"
 #include "flat_mesh.h"
 #include "gltf_buffer.h"
 #include "gltf_material.h"
 #include "host_error.h"
+#include "output_file.h"
 #include "scene_walk.h"
 #include "text.h"
 
@@ -194,11 +196,12 @@ void writeBinary(json file, const gltf_buffer& buffer, const std::string& path) 
 
 void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
     if (buffer.size() != 0) {
-        const std::string stem = path.substr(0, path.size() - std::strlen(".gltf"));
-        const std::string name = stem.substr(stem.rfind('/') + 1) + ".bin";
+        const std::size_t start = path.rfind('/') + 1;
+        const std::size_t length = path.size() - std::strlen(".gltf") - start;
+        const std::string name = bufferName(path.substr(start, length), buffer.print());
         file["buffers"] =
             json::array({json{{"byteLength", buffer.size()}, {"uri", encodedUri(name)}}});
-        output_file data(stem + ".bin");
+        output_file data(path.substr(0, start) + name);
         buffer.writeTo(data);
         data.close();
     }

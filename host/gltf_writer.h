@@ -4,7 +4,8 @@
 // the file without a copy where it can.
 //
 //     .glb    one file
-//     .gltf   JSON, and NAME.bin beside it
+//     .gltf   JSON, and beside it NAME.0123456789abcdef.bin, named by its content: a new pair
+//             never shares a file with the one before
 //
 // Hidden subtrees stay out; switches and levels of detail are written as what they show. Cores
 // with strips, fans, quads or polygons become triangle lists.

@@ -67,6 +67,7 @@ bool drawsSomething(const ::osg::NodePtr& node) {
 model readModel(const std::string& path) {
     model result;
     result.file_bytes = checkedSize(path);
+    result.files_read.push_back(path);
     try {
         if (extensionOf(path) == "osb")
             readSceneFile(path, result);

@@ -29,11 +29,6 @@ void check(const options& chosen) {
         throw host_error("cannot write files like '" + chosen.output +
                              "'; known extensions: " + writableExtensions(),
                          exit_usage);
-    if (chosen.report == chosen.output)
-        throw host_error("the report and the model cannot be one file", exit_usage);
-    const std::string map = idMapFile(chosen);
-    if (!map.empty() && (map == chosen.output || map == chosen.report))
-        throw host_error("the ID map needs a file of its own", exit_usage);
 }
 
 } // namespace
@@ -64,6 +59,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
                      "unique: give each part a path-like name of its own; keep: leave names")
         ->check(CLI::IsMember({"keep", "unique"}))
         ->capture_default_str();
+    optimize->add_flag("--overwrite", chosen.overwrite,
+                       "OUT may be IN, and files that belong to OUT may replace others");
     optimize->add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
     CLI::App* info = app.add_subcommand("info", "read and print the figures");
     addCommon(*info, chosen);

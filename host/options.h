@@ -16,6 +16,7 @@ struct options {
     std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< optimize only
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize only
+    bool overwrite = false;                                     ///< optimize only
     bool quiet = false, verbose = false;
 };
 

@@ -1,98 +1,50 @@
 #include "staged_output.h"
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdint>
-#include <cstdlib>
-#include <cstring>
 #include <filesystem>
-#include <vector>
 
-#include <unistd.h>
-
+#include "file_identity.h"
 #include "host_error.h"
 
 namespace fs = std::filesystem;
 
 namespace morva::host {
 
-staged_output::staged_output(const std::string& target) {
-    const fs::path path(target);
-    folder_ = path.has_parent_path() ? path.parent_path().string() : ".";
-    name_ = path.filename().string();
+namespace {
+
+/// The place without links, where a plain file is or could be.
+std::string plainPlace(const std::string& target) {
+    const std::string place = withoutLinks(target);
     std::error_code error;
-    if (name_.empty() || fs::is_directory(path, error))
-        throw host_error("cannot write '" + target + "': it is a folder");
-    if (!fs::exists(folder_, error))
-        throw host_error("cannot write '" + target + "': there is no folder '" + folder_ + "'");
-    if (!fs::is_directory(folder_, error))
-        throw host_error("cannot write '" + target + "': '" + folder_ + "' is no folder");
-    temporary_ = (fs::path(folder_) / ".morva-XXXXXX").string();
-    if (mkdtemp(temporary_.data()) == nullptr) {
-        temporary_.clear();
-        throw host_error("cannot write in the folder '" + folder_ + "': " + std::strerror(errno));
-    }
+    if (fs::exists(place, error) && !fs::is_regular_file(place, error))
+        throw host_error("cannot write '" + target + "': it is no plain file");
+    return place;
 }
 
-staged_output::~staged_output() {
-    std::error_code ignored;
-    if (!temporary_.empty())
-        fs::remove_all(temporary_, ignored);
+} // namespace
+
+staged_output::staged_output(const std::string& target)
+    : name_(fs::path(target).filename().string()), target_(plainPlace(target)),
+      stage_(fs::path(target_).parent_path().string()) {}
+
+std::vector<std::string> staged_output::names() const {
+    std::vector<std::string> names;
+    for (const fs::directory_entry& entry : fs::directory_iterator(stage_.fresh()))
+        names.push_back(entry.path().filename().string());
+    const auto place = std::find(names.begin(), names.end(), name_);
+    if (place == names.end())
+        throw host_error("cannot write '" + name_ + "': nothing was written");
+    names.erase(place);
+    std::sort(names.begin(), names.end());
+    names.push_back(name_);
+    return names;
 }
 
-std::string staged_output::path() const { return (fs::path(temporary_) / name_).string(); }
-
-std::uint64_t staged_output::commit() {
-    try {
-        std::vector<fs::path> files;
-        for (const fs::directory_entry& entry : fs::directory_iterator(temporary_))
-            files.push_back(entry.path());
-        // The main file refers to the others: it comes last.
-        std::sort(files.begin(), files.end());
-        std::stable_partition(files.begin(), files.end(),
-                              [&](const fs::path& file) { return file.filename() != name_; });
-        if (files.empty() || files.back().filename() != name_)
-            throw host_error("cannot write '" + name_ + "': nothing was written");
-        std::uint64_t bytes = 0;
-        for (const fs::path& file : files) {
-            bytes += fs::file_size(file);
-            fs::rename(file, fs::path(folder_) / file.filename());
-        }
-        fs::remove(temporary_);
-        temporary_.clear();
-        return bytes;
-    } catch (const fs::filesystem_error& error) {
-        throw host_error("cannot write '" + name_ + "': " + error.code().message());
-    }
-}
-
-output_file::output_file(const std::string& path)
-    : path_(path), file_(std::fopen(path.c_str(), "wb")) {
-    if (file_ == nullptr)
-        fail();
-}
-
-output_file::~output_file() {
-    if (file_ != nullptr)
-        std::fclose(file_);
-}
-
-void output_file::write(const void* bytes, std::size_t count) {
-    if (count != 0 && std::fwrite(bytes, 1, count, file_) != count)
-        fail();
-}
-
-void output_file::close() {
-    std::FILE* const file = file_;
-    file_ = nullptr;
-    if (std::fclose(file) != 0)
-        fail();
-}
-
-void output_file::fail() const {
-    const int reason = errno;
-    throw host_error("cannot write '" + fs::path(path_).filename().string() +
-                     "': " + std::strerror(reason));
+std::uint64_t staged_output::bytes() const {
+    std::uint64_t sum = 0;
+    for (const std::string& name : names())
+        sum += fs::file_size(fs::path(stage_.fresh()) / name);
+    return sum;
 }
 
 } // namespace morva::host

@@ -1,60 +1,47 @@
 #pragma once
 
-// Output that is there whole or not at all.
+// One file on its way, with the files that belong to it.
 //
-//     staged_output output("out/engine.gltf");   // makes out/.morva-x7Qf2c/
-//     write(output.path());                      // .../engine.gltf, .../engine.bin
-//     output.commit();                           // moves all files to out/, the main one last
+//     staged_output output("out/engine.gltf");   // makes out/.morva-x7Qf2c/new/
+//     write(output.path());                      // .../engine.gltf, .../engine.93b7....bin
 //
-// Without commit() the folder goes with what is in it, so that neither an error nor a full disk
-// leaves half a file, and a file of the same name stays as it was.
+// It goes to its place as a part of an output_set, or not at all.
 
 #include <cstdint>
-#include <cstdio>
 #include <string>
+#include <vector>
+
+#include "stage_folder.h"
 
 namespace morva::host {
 
 class staged_output {
   public:
+    /// target  where the file is to be; links are followed
     /// errors  host_error: the target's folder is missing or cannot be written, or the target is
-    ///         a folder
+    ///         no plain file
     explicit staged_output(const std::string& target);
-    ~staged_output();
-    staged_output(const staged_output&) = delete;
-    staged_output& operator=(const staged_output&) = delete;
 
-    /// Where to write the main file: the target's name in the temporary folder. Files that
-    /// belong to it go beside it.
-    std::string path() const;
+    /// Where to write the main file: the name given, in the stage folder. Files that belong to it
+    /// go beside it.
+    std::string path() const { return stage_.fresh() + "/" + name_; }
+    /// The folder of path().
+    std::string folder() const { return stage_.fresh(); }
+    /// Where the main file is to be, without links.
+    const std::string& target() const { return target_; }
+    /// The folder for files that this one replaces.
+    std::string old() const { return stage_.old(); }
 
-    /// Moves every file to the target's folder and returns their sizes' sum in bytes.
-    /// errors  host_error; files that were there before may then be new ones, each whole
-    std::uint64_t commit();
-
-  private:
-    std::string folder_;    ///< of the target, "." if it has none
-    std::string name_;      ///< of the target, without folder
-    std::string temporary_; ///< empty once it is gone
-};
-
-/// A file being written. Every failure is a host_error with the system's reason.
-class output_file {
-  public:
-    explicit output_file(const std::string& path);
-    ~output_file();
-    output_file(const output_file&) = delete;
-    output_file& operator=(const output_file&) = delete;
-
-    void write(const void* bytes, std::size_t count);
-    /// Must be called: it tells what only shows when the last bytes go out.
-    void close();
+    /// Names of the files written so far, the main one last.
+    /// errors  host_error: the main one is missing
+    std::vector<std::string> names() const;
+    /// Sizes' sum of the files written so far.
+    std::uint64_t bytes() const;
 
   private:
-    [[noreturn]] void fail() const;
-
-    std::string path_;
-    std::FILE* file_ = nullptr;
+    std::string name_;   ///< as given, without its folder: what it leads to may be called otherwise
+    std::string target_; ///< without links
+    stage_folder stage_; ///< in the target's folder: a file moves within one file system
 };
 
 } // namespace morva::host

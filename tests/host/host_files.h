@@ -7,6 +7,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -63,6 +64,19 @@ inline std::string modelFile(const std::string& path, const ::osg::NodePtr& root
     const node_ref held(root);
     morva::host::writeModel(root, morva::host::image_sources(), path);
     return path;
+}
+
+/// The words of a command line; the first "@" of each becomes the folder.
+inline std::vector<std::string> wordsOf(const std::string& command,
+                                        const temporary_folder& folder) {
+    std::vector<std::string> words;
+    std::istringstream text(command);
+    for (std::string word; text >> word; words.push_back(word)) {
+        const std::size_t at = word.find('@');
+        if (at != std::string::npos)
+            word.replace(at, 1, folder.path() + "/");
+    }
+    return words;
 }
 
 /// What a run of the command gave.

@@ -1,0 +1,89 @@
+#include "stage_folder.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <thread>
+#include <vector>
+
+#include "host_error.h"
+#include "output_file.h"
+#include "run_marker.h"
+
+namespace fs = std::filesystem;
+
+namespace morva::host {
+
+namespace {
+
+struct stage_registry {
+    std::mutex mutex;
+    std::vector<std::string> paths; ///< folders that are there
+};
+
+/// Never destroyed: a signal may come while the process ends.
+stage_registry& registry() {
+    static auto* const all = new stage_registry;
+    return *all;
+}
+
+/// Removes a folder that others may still put files into.
+void removeBusyFolder(const std::string& path) {
+    std::error_code error;
+    for (int tries = 0; tries < 200 && fs::exists(path, error); ++tries) {
+        if (tries != 0)
+            std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        fs::remove_all(path, error);
+    }
+}
+
+} // namespace
+
+stage_folder::stage_folder(const std::string& folder)
+    : path_((fs::path(folder) / runFolderName()).string()) {
+    sweepEndedRuns(folder);
+    const std::string marker = runMarker();
+    stage_registry& all = registry();
+    const std::lock_guard<std::mutex> guard(all.mutex);
+    all.paths.push_back(path_); // first: it may throw
+    if (mkdtemp(all.paths.back().data()) == nullptr) {
+        const int reason = errno;
+        all.paths.pop_back();
+        throw host_error("cannot write in the folder '" + folder + "': " + std::strerror(reason));
+    }
+    path_ = all.paths.back();
+    try {
+        writeFile(path_ + "/" + run_marker_name, marker);
+        fs::create_directory(fresh());
+        fs::create_directory(old());
+    } catch (const std::exception& error) {
+        std::error_code ignored;
+        fs::remove_all(path_, ignored);
+        all.paths.pop_back();
+        throw host_error("cannot write in the folder '" + folder + "': " + error.what());
+    }
+}
+
+stage_folder::~stage_folder() {
+    stage_registry& all = registry();
+    const std::lock_guard<std::mutex> guard(all.mutex);
+    std::error_code ignored;
+    fs::remove_all(path_, ignored);
+    all.paths.erase(std::find(all.paths.begin(), all.paths.end(), path_));
+}
+
+std::unique_lock<std::mutex> holdStageFolders() {
+    return std::unique_lock<std::mutex>(registry().mutex);
+}
+
+void removeStageFolders() {
+    stage_registry& all = registry();
+    all.mutex.lock(); // for good
+    for (const std::string& path : all.paths)
+        removeBusyFolder(path);
+}
+
+} // namespace morva::host
