@@ -46,11 +46,13 @@ int idSetOf(const std::string& name, const ::osg::GeometryPtr& core) {
 /// What is there of a part, or is to be.
 struct amount {
     std::uint64_t triangles = 0;
-    measured_area surface; ///< if wanted
+    std::uint64_t degenerate = 0; ///< of those
+    measured_area surface;        ///< if wanted
 };
 
 void add(const amount& more, amount& sum) {
     sum.triangles += more.triangles;
+    sum.degenerate += more.degenerate;
     sum.surface.area += more.surface.area;
     sum.surface.rounding += more.surface.rounding;
 }
@@ -76,7 +78,9 @@ std::map<int, amount> countById(const geometry_view& view, int set,
         if (last == nullptr || id != last_id)
             last = &counts[id];
         last_id = id;
-        add({1, areas ? triangleArea(view, moved, a, b, c) : measured_area()}, *last);
+        add({1, isDegenerate(view, a, b, c) ? 1u : 0u,
+             areas ? triangleArea(view, moved, a, b, c) : measured_area()},
+            *last);
     });
     return counts;
 }
@@ -152,6 +156,7 @@ void compareReordered(const audit_plan& plan, const ::osg::NodePtr& result,
 /// What is to come out under one name.
 struct expectation {
     std::uint64_t least = 0, most = 0;
+    std::uint64_t kept_degenerate = 0;
     double area = 0.0;
     bool cut = false;  ///< or more, as pieces
     bool open = false; ///< less area as well
@@ -160,6 +165,7 @@ struct expectation {
 void add(const audited_part& part, expectation& sum) {
     sum.least += part.least;
     sum.most += part.most;
+    sum.kept_degenerate += part.kept_degenerate;
     sum.area += part.area;
     sum.cut = sum.cut || part.cut;
     sum.open = sum.open || part.fate == part_fate::open;
@@ -172,8 +178,22 @@ std::map<std::string, expectation> expectedByName(const audit_plan& plan) {
     return expected;
 }
 
+/// Triangles that collapsed on the way: no one sees them.
+std::uint64_t collapsed(const expectation& expected, const amount& out) {
+    return out.degenerate > expected.kept_degenerate ? out.degenerate - expected.kept_degenerate
+                                                     : 0;
+}
+
 bool isRightCount(const expectation& expected, const amount& out) {
-    return out.triangles >= expected.least && (out.triangles <= expected.most || expected.cut);
+    const std::uint64_t seen = out.triangles - collapsed(expected, out);
+    return seen >= expected.least && (seen <= expected.most || expected.cut);
+}
+
+/// "48 came out", and how many more are degenerate.
+std::string textOfCount(const expectation& expected, const amount& out) {
+    const std::uint64_t lost = collapsed(expected, out);
+    return std::to_string(out.triangles - lost) + " came out" +
+           (lost != 0 ? " and " + std::to_string(lost) + " collapsed" : "");
 }
 
 /// An area that is no number is right: nothing can be told then.
@@ -195,7 +215,7 @@ void compare(const expectation& expected, const amount& out, bool areas, const s
     if (!isRightCount(expected, out))
         differences.push_back(who + ": " + std::to_string(expected.most) +
                               (expected.cut ? " triangles or more" : " triangles") + " expected, " +
-                              std::to_string(out.triangles) + " came out");
+                              textOfCount(expected, out));
     else if (areas && !isRightArea(expected, out.surface))
         differences.push_back(who + ": cut into pieces, an area of " + textOfArea(expected.area) +
                               " went in, but " + textOfArea(out.surface.area) + " came out");
@@ -223,11 +243,10 @@ expectation expectedInAll(const audit_plan& plan) {
 void compareSums(const audit_plan& plan, const expectation& all, const amount& out,
                  audit_verdict& verdict) {
     if (!isRightCount(all, out))
-        verdict.differences.push_back(std::to_string(verdict.in) + " triangles went in, " +
-                                      std::to_string(verdict.degenerate) +
-                                      " of them degenerate and " +
-                                      std::to_string(verdict.left_out) + " left out by rule, but " +
-                                      std::to_string(out.triangles) + " came out");
+        verdict.differences.push_back(
+            std::to_string(verdict.in) + " triangles went in, " +
+            std::to_string(verdict.degenerate) + " of them degenerate and " +
+            std::to_string(verdict.left_out) + " left out by rule, but " + textOfCount(all, out));
     else if (plan.areas && !plan.by_part)
         compare(all, out, true, "all parts", verdict.differences);
 }
@@ -279,7 +298,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
                 recordOf(name, ids != ids_of.end() ? ids->second : std::vector<int>(), counts));
         }
     }
-    verdict.out = sum.triangles;
+    verdict.out = sum.triangles - collapsed(all, sum);
     for (const auto& [name, out] : out_by_name)
         verdict.out_by_name[name] = out.triangles;
     if (plan.by_part)

@@ -8,8 +8,9 @@
 //
 // Per source part: triangles in = triangles out + triangles dropped as degenerate. Parts that the
 // optimiser leaves out by its rules (hidden, below a switch, with a switch material) count with
-// their reason. With an ID map the output tells the part of each triangle, and each part is
-// checked on its own; without one the parts are checked together.
+// their reason. A degenerate triangle in the output is a missing one, unless it came with a part
+// that is taken over as it is. With an ID map the output tells the part of each triangle, and each
+// part is checked on its own; without one the parts are checked together.
 //
 // Parts that are carried over whole while the draw order is rebuilt come out under names of the
 // optimiser's own: they are checked together, and their triangles one by one. Where degenerate
@@ -46,6 +47,7 @@ struct audited_part {
     std::uint64_t triangles = 0;
     std::uint64_t degenerate = 0;      ///< of those, dropped if the part is merged
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
+    std::uint64_t kept_degenerate = 0; ///< degenerate ones that may be among them
     double area = 0.0;                 ///< of what is to come out, if the plan compares areas
     bool cut = false;                  ///< more than `most` may come out, as pieces
     bool renamed = false;              ///< comes out under another name, see above
@@ -75,7 +77,8 @@ struct core_record {
 
 struct audit_verdict {
     std::uint64_t in = 0, degenerate = 0, left_out = 0;
-    std::uint64_t least = 0, most = 0, out = 0;
+    std::uint64_t least = 0, most = 0;
+    std::uint64_t out = 0; ///< without those that are degenerate and were not before
     bool by_part = false;
     bool cut = false;                     ///< more than `most` may have come out, as pieces
     std::vector<std::string> differences; ///< one sentence each; empty: the audit is passed

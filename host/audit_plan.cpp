@@ -161,6 +161,20 @@ void countPart(const counting_task& task, audited_part& part) {
     });
 }
 
+/// Notes the degenerate triangles of parts that may be taken over as they are.
+void countKept(const std::vector<counting_task>& tasks, const run_rules& rules, audit_plan& plan) {
+    runParallel(tasks.size(), [&](std::size_t i) {
+        audited_part& part = plan.parts[i];
+        if (part.fate == part_fate::left_out ||
+            (part.fate == part_fate::merged && !rules.one_material))
+            return;
+        const geometry_view& view = *tasks[i].view;
+        forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+            part.kept_degenerate += isDegenerate(view, a, b, c) ? 1 : 0;
+        });
+    });
+}
+
 /// Area of a part in the world, as it is to come out.
 double areaOf(const counting_task& task, const audited_part& part) {
     const geometry_view& view = *task.view;
@@ -250,6 +264,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
+    countKept(tasks, rules, plan);
     measureAreas(tasks, rules, plan);
     return plan;
 }

@@ -53,6 +53,14 @@ bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& mo
                                 pointAt(view, moved, c));
 }
 
+bool isDegenerate(const geometry_view& view, std::uint32_t a, std::uint32_t b, std::uint32_t c) {
+    const auto point = [&view](std::uint32_t corner) {
+        const float* p = view.positions.at(view.index(view.positions, corner));
+        return ::osg::Pnt3f(p[0], p[1], p[2]);
+    };
+    return morva::osg::is_rogue(point(a), point(b), point(c));
+}
+
 measured_area triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
                            std::uint32_t a, std::uint32_t b, std::uint32_t c) {
     const ::osg::Pnt3f& origin = pointAt(view, moved, a);

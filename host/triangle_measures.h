@@ -35,6 +35,9 @@ std::vector<::osg::Pnt3f> placed(const geometry_view& view, const placement* to)
 bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
                   std::uint32_t a, std::uint32_t b, std::uint32_t c);
 
+/// The same in the core's own space.
+bool isDegenerate(const geometry_view& view, std::uint32_t a, std::uint32_t b, std::uint32_t c);
+
 /// An area, and by how much the rounding of the corners may have changed it.
 struct measured_area {
     double area = 0.0, rounding = 0.0;

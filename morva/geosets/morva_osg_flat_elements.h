@@ -236,18 +236,19 @@ template <typename Walk> struct extraction {
 /// The geometry of a node that elements can be read from, or null after a message.
 ::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages);
 
-/// Room for `vertices` more rows. The budget says how long fields are to be; they may be shorter
-/// where it was set from outside or setup() has run.
-template <typename Geoset> void reserveRows(Geoset& geoset, std::uint64_t vertices) {
+/// Room for `vertices` more rows; false after a line of output if there is none. The budget says
+/// how long fields are to be; they may be shorter where it was set from outside or setup() has run.
+template <typename Geoset> bool reserveRows(Geoset& geoset, std::uint64_t vertices) {
     const std::uint64_t needed = geoset.vertex_count + vertices;
     if (needed > std::numeric_limits<unsigned int>::max())
         throw std::bad_alloc();
     if (geoset.vertex_capacity >= needed && fieldsHold(geoset.geometry.get(), needed))
-        return;
+        return true;
     geoset.vertex_capacity = std::max(geoset.vertex_capacity, needed);
-    if (geoset.resizeFieldContainers(static_cast<unsigned int>(needed))) {
-        geoset.vertex_count = std::min(geoset.vertex_count, geoset.vertex_capacity);
-    }
+    if (!geoset.resizeFieldContainers(static_cast<unsigned int>(needed)))
+        return false;
+    geoset.vertex_count = std::min(geoset.vertex_count, geoset.vertex_capacity);
+    return true;
 }
 
 /// Appends all elements that `kind` walks over; exceptions leave the geoset's elements as before.
@@ -257,26 +258,23 @@ void appendElements(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source
     constexpr unsigned int corners = Geoset::corners;
     const ::osg::GeometryPtr core = geoset.geometry.get();
     const std::uint64_t offered = std::uint64_t(corners) * kind.elements;
-    reserveRows(geoset, offered);
+    if (!reserveRows(geoset, offered))
+        return;
 
     const open_edit edit(core);
     target_fields target(core, source, write_ids, geoset.vertex_capacity);
     adoptMaterial(core, node, source, search);
     write_ids = write_ids || target.ids != ::osg::NullFC;
+    std::uint64_t row = geoset.vertex_count;
     // Both kinds are stored as GL_LINES.
     if (target.types != ::osg::NullFC && target.types->size() == 0)
         target.types->addValue(1);
     if (target.lengths != ::osg::NullFC) {
-        const auto more = static_cast<::osg::UInt32>(offered);
-        if (target.lengths->size() == 0) {
-            target.lengths->addValue(more);
-        } else {
-            target.lengths->setValue(target.lengths->getValue(0) + more, 0);
-        }
+        if (target.lengths->size() == 0)
+            target.lengths->addValue(0);
         const int id = vertexId(node, source, to_world, write_ids);
         const source_fields values(source);
         const world_mover mover(node, to_world);
-        std::uint64_t row = geoset.vertex_count;
         const std::size_t room = target.room();
         kind.walk(source, [&](const vertex_indices* vertices) {
             if (row + corners > room)
@@ -285,9 +283,12 @@ void appendElements(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source
             row += corners;
             return true;
         });
-        geoset.vertex_count = row;
     }
     target.store(core, write_ids);
+    if (target.lengths != ::osg::NullFC)
+        target.lengths->setValue(target.lengths->getValue(0) + static_cast<::osg::UInt32>(offered),
+                                 0);
+    geoset.vertex_count = row; // all of it, or nothing
 }
 
 /// The frame of both extractions: checks, handlers, set-up. Returns 0 always.

@@ -385,18 +385,14 @@ triangle_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int told) {
     return {counted, std::max(counted, most)};
 }
 
-/// Enters more triangles in the one primitive of a core. False without a field for lengths.
-bool countVertices(const target_columns& target, std::uint64_t more) {
+/// Makes the one primitive of a core, empty, if there is none. False without a field for lengths.
+bool makePrimitive(const target_columns& target) {
     if (target.types != ::osg::NullFC && target.types->size() == 0)
         target.types->addValue(4);
     if (target.lengths == ::osg::NullFC)
         return false;
-    const auto vertices = static_cast<::osg::UInt32>(more);
-    if (target.lengths->size() == 0) {
-        target.lengths->addValue(vertices);
-    } else {
-        target.lengths->setValue(target.lengths->getValue(0) + vertices, 0);
-    }
+    if (target.lengths->size() == 0)
+        target.lengths->addValue(0);
     return true;
 }
 
@@ -442,46 +438,47 @@ bool osg_geoset::shorterThan(std::uint64_t vertices) const {
     return shorter;
 }
 
-/// Makes room for `needed` vertices. The budget says how long fields are to be; they may be
-/// shorter where it was set from outside or setup() has run.
-void osg_geoset::makeRoom(std::uint64_t needed) {
+/// Makes room for `needed` vertices, or returns false after a line of output. The budget says how
+/// long fields are to be; they may be shorter where it was set from outside or setup() has run.
+bool osg_geoset::makeRoom(std::uint64_t needed) {
     if (needed > std::numeric_limits<unsigned int>::max())
         throw std::bad_alloc();
     if (lean) {
         vertex_capacity = std::max(vertex_capacity, needed);
-        if (shorterThan(needed))
-            resizeRows(needed);
-        return;
+        return !shorterThan(needed) || resizeRows(needed);
     }
     if (vertex_capacity >= needed && !shorterThan(needed))
-        return;
+        return true;
     vertex_capacity = std::max(vertex_capacity, needed);
-    resizeFieldContainers(static_cast<unsigned int>(needed));
+    return resizeFieldContainers(static_cast<unsigned int>(needed));
 }
 
-/// Gives every triangle the normal of its own plane at its three corners; one without area takes
-/// that of the triangle before it. This is what calcCreaseNormals() comes to on an unindexed core,
-/// whatever the angle: no two triangles have a vertex in common. So triangles that were done
-/// before need not be done again, and many nodes without normals cost no more than one.
-void osg_geoset::flattenNormals() {
+/// Gives every triangle of the first vertices the normal of its own plane at its three corners; one
+/// without area takes that of the triangle before it. This is what calcCreaseNormals() comes to on
+/// an unindexed core, whatever the angle: no two triangles have a vertex in common. So triangles
+/// that were done before need not be done again, and many nodes without normals cost no more than
+/// one.
+void osg_geoset::flattenNormals(std::uint64_t vertices) {
     geoset_fields& present = fields();
     if (!present.positions.present() || !present.normals.present())
         return;
     if (present.normals.size() != present.positions.size())
         present.normals.get()->resize(present.positions.size());
-    const std::size_t end = std::min<std::size_t>(vertex_count, present.positions.size()) / 3 * 3;
+    const std::size_t end = std::min<std::size_t>(vertices, present.positions.size()) / 3 * 3;
     const std::size_t begin = std::min(present.flat_normals, end);
     flatNormals(present, begin, end);
     present.flat_normals = end;
 }
 
+/// All triangles of a node, or none if memory runs out: what can fail comes before the counts.
 void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
                                  unsigned int told, bool toWorld, bool searchMaterial,
                                  bool writeIds, unsigned int& rogue) {
     const ::osg::GeometryPtr core = geometry.get();
     const triangle_offer offer = offerOf(source, told);
     const std::uint64_t offered = corners * offer.room;
-    makeRoom(vertex_count + offered);
+    if (!makeRoom(vertex_count + offered))
+        return;
 
     const open_edit edit(core);
     source_columns from(source); // after room was made: a property may be source and target
@@ -491,7 +488,9 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     target_columns target(core, source, from, writeIds, rows);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();
-    if (countVertices(target, corners * offer.counted)) {
+    std::uint64_t vertices = vertex_count;
+    const bool counted = makePrimitive(target);
+    if (counted) {
         const int id = vertexId(node, source, toWorld, writeIds);
         triangle_intake intake(from, target.fields, vertex_count, target.room(), rogue);
         intake.write_ids = writeIds;
@@ -505,11 +504,15 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
             source, from.vertices,
             [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });
         intake.flush();
-        vertex_count = intake.nextRow();
+        vertices = intake.nextRow();
     }
     target.store(core, writeIds);
     if (!from.normals.present() && target.fields.normals.present())
-        flattenNormals();
+        flattenNormals(vertices);
+    if (counted)
+        target.lengths->setValue(
+            target.lengths->getValue(0) + static_cast<::osg::UInt32>(corners * offer.counted), 0);
+    vertex_count = vertices;
 }
 
 unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorld,

@@ -182,11 +182,11 @@ class MORVA_API osg_geoset {
 
     geoset_fields& fields() const;
     bool resizeRows(std::size_t rows);
-    void makeRoom(std::uint64_t needed);
+    bool makeRoom(std::uint64_t needed);
     void appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
                          unsigned int told, bool toWorld, bool searchMaterial, bool writeIds,
                          unsigned int& rogue);
-    void flattenNormals();
+    void flattenNormals(std::uint64_t vertices);
     bool shorterThan(std::uint64_t vertices) const;
     bool growForOneMore();
     bool canCut(unsigned long element) const;

@@ -37,11 +37,8 @@ constexpr int usual_cut_limit = 50;
 /// Largest coordinate of a collected triangle before it is halved.
 constexpr int collect_max = 1000;
 
-/// Most that rounding a corner to single precision, by this share of its largest number, may change
-/// the coordinates of a triangle that is halved, in units of the limit.
-constexpr double rounding = 0x1p-21;
-/// Most pieces that a triangle may be expected to come to, see outlookOf().
-constexpr double most_pieces = 65536;
+/// A triangle that has come to this many pieces more is not halved any further.
+constexpr std::uint32_t most_pieces = 65536;
 /// Triangles that one call may add in any case, for each that was there, and at most.
 constexpr std::uint64_t always_added = std::uint64_t(1) << 20;
 constexpr std::uint64_t added_per_triangle = 4096;
@@ -163,41 +160,15 @@ inline float largest(const triangle_uv& t) {
 /// for a triangle from 1 to 1.002: the middle of both is moved onto 1, and 1 stays where it is, so
 /// that one of the halves reaches from 1 to 1.002 again.
 inline bool canComeBelow(const triangle_uv& t, float max) {
+    const auto near = [](float a, float b) { // not to a NaN
+        return std::abs(static_cast<double>(a) - static_cast<double>(b)) <= 2 * snap_distance;
+    };
     for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
-        const auto range = std::minmax({t.a[axis], t.b[axis], t.c[axis]});
-        const double span = static_cast<double>(range.second) - static_cast<double>(range.first);
-        if (range.second > max && span > 2 * snap_distance)
+        const float a = t.a[axis], b = t.b[axis], c = t.c[axis];
+        if ((a > max || b > max || c > max) && !(near(a, b) && near(b, c) && near(c, a)))
             return true;
     }
     return false;
-}
-
-/// What halving a triangle leads to, in units of the limit.
-struct outlook {
-    double pieces; ///< needed, about; up to ten times as many come out
-    double noise;  ///< change of the coordinates where a point moves by its rounding
-};
-
-/// Both follow from the gradient of the coordinates, which pieces share: the pieces from its square
-/// over the area (the Dirichlet energy of the map). No numbers, or infinite ones, for a triangle
-/// without area and for a NaN in `t`.
-outlook outlookOf(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, const ::osg::Pnt3d& c,
-                  const triangle_uv& t, float max) {
-    const ::osg::Vec3d ab = b - a, ac = c - a;
-    double far = 0;
-    for (const ::osg::Pnt3d* corner : {&a, &b, &c}) {
-        for (::osg::UInt32 axis = 0; axis < 3; ++axis)
-            far = std::max(far, std::abs((*corner)[axis]));
-    }
-    double sum = 0;
-    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
-        const double to_b = static_cast<double>(t.b[axis]) - static_cast<double>(t.a[axis]);
-        const double to_c = static_cast<double>(t.c[axis]) - static_cast<double>(t.a[axis]);
-        sum += to_b * to_b * ac.dot(ac) - 2 * to_b * to_c * ab.dot(ac) + to_c * to_c * ab.dot(ab);
-    }
-    const double twice_area = ab.cross(ac).length();
-    const double gradient = std::sqrt(std::max(sum, 0.0)) / twice_area / static_cast<double>(max);
-    return {gradient * gradient * twice_area / 2, gradient * far * rounding};
 }
 
 /// Coordinates 0 of a geoset, three rows at a time, in any stored form. Follows the property when
@@ -249,30 +220,31 @@ int halve(osg_geoset& geoset, std::size_t triangle, unsigned long& first) {
 ///
 /// A half has half the area, and nothing below a size of 1e-6 is halved, but that alone does not
 /// end: where single precision runs out, middles of edges fall where they like, and a triangle can
-/// come back to what it was. It may also end after more pieces than memory holds. So triangles
-/// stay as they are if halving would not help them or would need too many pieces; what is left
+/// come back to what it was. It may also end after more pieces than memory holds. So a triangle
+/// stays as it is if halving would not help it, the pieces of one are counted, and what is left
 /// bounds the work of one call in total.
 class halving {
   public:
     halving(osg_geoset& cut, int max_coordinate)
         : geoset(cut), max(static_cast<float>(max_coordinate)), wanted(max_coordinate > 0),
-          most(addedLimit(cut.size)) {
-        positions.follow(cut.geometry->getPositions());
-    }
+          before(cut.size), most(addedLimit(cut.size)) {}
 
     /// Halves a triangle with these coordinates if it reaches too far, and returns whether it did.
     bool tried(std::size_t triangle, const triangle_uv& t) {
         if (!wanted || !(largest(t) > max) || triangle >= geoset.size || added >= most ||
-            !positions.holds(triangle) || !canComeBelow(t, max))
+            !canComeBelow(t, max))
             return false;
-        const ::osg::Pnt3d a(positions.value(3 * triangle)), b(positions.value(3 * triangle + 1)),
-            c(positions.value(3 * triangle + 2));
-        const outlook next = outlookOf(a, b, c, t, max);
-        if (!(next.pieces <= most_pieces && next.noise <= 1)) // nor a NaN
+        if (pieces_of.empty())
+            pieces_of.resize(before);
+        const std::size_t whole = triangle < before ? triangle : source_of[triangle - before];
+        if (pieces_of[whole] >= most_pieces)
             return false;
         unsigned long first = 0;
         const int pieces = halve(geoset, triangle, first);
         added += static_cast<std::uint64_t>(pieces);
+        pieces_of[whole] += static_cast<std::uint32_t>(pieces);
+        source_of.insert(source_of.end(), static_cast<std::size_t>(pieces),
+                         static_cast<std::uint32_t>(whole));
         return pieces > 0;
     }
 
@@ -285,11 +257,13 @@ class halving {
     }
 
     osg_geoset& geoset;
-    positions_slot positions;
     float max;
     bool wanted;
+    std::size_t before; ///< triangles that there were
     std::uint64_t most;
     std::uint64_t added = 0;
+    std::vector<std::uint32_t> source_of; ///< of each added one, a triangle below `before`
+    std::vector<std::uint32_t> pieces_of; ///< added for each of `before`; empty until the first
 };
 
 } // namespace

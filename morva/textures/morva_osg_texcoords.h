@@ -13,8 +13,8 @@
 //     optimizeTexCoords(geoset, 2, 50);           // the geoset grows by what this returns
 //
 // Coordinates that are not finite, or that the arithmetic makes so, end as NaN or in the unit
-// square, and a triangle with a NaN is not cut. One owner of a geoset at a time; two threads may
-// work on two of them.
+// square; a NaN is passed over where the largest one is asked for. One owner of a geoset at a time;
+// two threads may work on two of them.
 
 #include <OpenSG/OSGGeoProperty.h>
 #include <OpenSG/OSGNode.h>
@@ -51,11 +51,11 @@ MORVA_API void cutTC(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, int cutL
 /// Triangles are taken in order; the pieces of one come behind all others and are taken in turn.
 /// Rows behind the last triangle get the normal form too. A geoset that was not set up has no
 /// triangles to halve.
-/// A triangle stays as large as it is, in the normal form, where halving leads nowhere: where it
-/// has a NaN; where the rounding of its corners decides what its pieces read, as in needles
-/// without height; with a `maxTC` of 1 from 1 to 1.002, which the normal form moves back onto 1;
-/// and where more than about 2^16 pieces would be needed. One call adds at most 2^20 triangles, or
-/// 4096 for each that was there, and never more than 2^25.
+/// With a `maxTC` of 1 a triangle from 1 to 1.002 stays, since the normal form would move what it
+/// is cut at back onto 1. Where very many pieces are needed, or rounding decides what they read,
+/// halving ends once a triangle has come to 2^16 more; those that there are by then stay, with its
+/// area. One call adds at most 2^20 triangles, or 4096 for each that was there, and never more than
+/// 2^25.
 /// errors    std::bad_alloc; the geoset stays usable. A geoset that cannot grow any more prints
 ///           what osg_geoset::addObject() prints, and its triangles stay uncut
 MORVA_API int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit);

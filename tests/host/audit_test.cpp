@@ -84,6 +84,15 @@ TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     const audit_verdict verdict = morva::host::judge(run.plan, fewer.get());
     ASSERT_EQ(verdict.differences.size(), 1u);
     EXPECT_NE(verdict.differences[0].find("but 2 came out"), std::string::npos);
+
+    // All are there, but some of them came to nothing.
+    for (const ::osg::NodePtr& node : geometryNodes(run.result.get())) {
+        const ::osg::GeoPositionsPtr positions = coreOf(node)->getPositions();
+        positions->setValue(positions->getValue(0), 1);
+    }
+    const audit_verdict collapsed = morva::host::judge(run.plan, run.result.get());
+    ASSERT_EQ(collapsed.differences.size(), 1u);
+    EXPECT_NE(collapsed.differences[0].find(" collapsed"), std::string::npos);
 }
 
 TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {

@@ -1,14 +1,14 @@
 #pragma once
 
 // Triangles with texture coordinates, and their normal form and cutting step by step as one would
-// say it, through the properties' own interface: the oracle. Only for input that cutting comes to
-// an end with.
+// say it, through the properties' own interface: the oracle.
 
 #include <algorithm>
 #include <cmath>
 #include <cstring>
 #include <iterator>
 #include <map>
+#include <numeric>
 #include <vector>
 
 #include "../geosets/triangle_scenes.h"
@@ -71,12 +71,19 @@ inline float naiveForm(const ::osg::GeoTexCoordsPtr& property, std::size_t trian
 
 inline int naiveOptimize(osg_geoset& geoset, int max, int limit) {
     const ::osg::GeoTexCoordsPtr property = geoset.geometry->getTexCoords();
+    std::vector<std::size_t> whole(geoset.size); // what each triangle is a piece of
+    std::iota(whole.begin(), whole.end(), std::size_t{0});
+    std::vector<int> made(geoset.size);
     int added = 0;
     for (std::size_t i = 0; i + 2 < property->size();) {
         int pieces = 0;
         unsigned long first = 0;
-        if (naiveForm(property, i / 3, limit) > static_cast<float>(max) && max > 0)
+        if (naiveForm(property, i / 3, limit) > static_cast<float>(max) && max > 0 &&
+            i / 3 < whole.size() && made[whole[i / 3]] < 65536)
             geoset.splitElementInTwoParts(i / 3, pieces, first, 0, false);
+        if (pieces > 0)
+            made[whole[i / 3]] += pieces;
+        whole.resize(geoset.size, i / 3 < whole.size() ? whole[i / 3] : 0);
         added += pieces;
         i += pieces < 1 ? 3 : 0;
     }
