@@ -9,15 +9,9 @@
 //
 // The source is read as the call has left it, with its index shared.
 
-#include <array>
-#include <limits>
-#include <list>
-#include <map>
-#include <vector>
+#include "tests/support/test.h"
 
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGLineIterator.h>
-#include <OpenSG/OSGTriangleIterator.h>
+#include <list>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>

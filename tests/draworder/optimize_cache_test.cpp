@@ -1,24 +1,13 @@
 // Scores, search, and what the entry points do around the walk.
 
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
-#include <cmath>
-#include <limits>
-#include <random>
-#include <string>
 #include <thread>
-
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/mesh_multiset.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
 
 namespace {
 
@@ -60,101 +49,27 @@ TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
     }
 }
 
-/// A fan of four triangles around vertex 0, of five vertices with these scores.
-struct scored_fan {
-    explicit scored_fan(const std::vector<float>& scores) : triangles(3), vertices(5) {
-        for (std::size_t i = 0; i < 5; ++i)
-            vertices[i].score = scores[i];
-        for (unsigned i = 0; i < 3; ++i) {
-            triangles[i].index = 100 + i;
-            const int corners[3] = {0, int(i) + 1, int(i) + 2};
-            for (int k = 0; k < 3; ++k) {
-                triangles[i].positions[k] = corners[k];
-                vertices[std::size_t(corners[k])].triangles.push_back(i);
-                ++vertices[std::size_t(corners[k])].trianglesLeft;
-            }
-        }
-        for (unsigned i = 0; i < 3; ++i)
-            calcTriangleScore(triangles, vertices, i);
-    }
-    std::vector<vcache_triangle_data> triangles;
-    std::vector<vcache_vertex_data> vertices;
-};
-
 TEST(CacheScores, ElementsGetABonusForPositiveVertices) {
-    scored_fan fan({1.0F, 2.0F, 0.5F, 0.0F, -1.0F});
-    EXPECT_EQ(fan.triangles[0].score, 3.5F + 3.0F);
-    EXPECT_EQ(fan.triangles[1].score, 1.5F + 1.0F);
-    EXPECT_EQ(fan.triangles[2].score, 0.0F);
-    fan.triangles[1].drawn = true;
-    fan.vertices[0].score = 5.0F;
-    EXPECT_EQ(calcTriangleScore(fan.triangles, fan.vertices, 1), -1.0F);
-    calcTriangleScoreForVertices(fan.triangles, fan.vertices, 2);
-    EXPECT_EQ(fan.triangles[0].score, 7.5F + 3.0F);
-    EXPECT_EQ(fan.triangles[1].score, 2.5F) << "a drawn one stays as it is";
-    EXPECT_EQ(fan.triangles[2].score, 0.0F) << "does not wait for the vertex";
-
-    std::vector<vcache_line_data> lines(1);
-    std::vector<vlinecache_vertex_data> ends(2);
-    lines[0].positions[0] = 0;
-    lines[0].positions[1] = 1;
-    ends[0].score = 1.5F;
-    ends[1].score = 0.0F;
-    EXPECT_EQ(calcLineScore(lines, ends, 0), 1.5F);
-    ends[1].score = 0.25F;
-    ends[1].lines = {0};
-    calcLineScoreForVertices(lines, ends, 1);
-    EXPECT_EQ(lines[0].score, 4.75F);
-    lines[0].drawn = true;
-    EXPECT_EQ(calcLineScore(lines, ends, 0), -1.0F);
-}
-
-TEST(CacheSearch, LooksInTheCacheThenAtTheMarkedVertexThenInOrder) {
-    scored_fan fan({1.0F, 1.0F, 1.0F, 1.0F, 1.0F});
-    std::list<unsigned int> cache = {4, 1};
-    unsigned long marker = 0, vertexMarker = ~0UL;
-    bool flush = true;
-    const auto search = [&] {
-        return searchHighestScoreTriangle(fan.triangles, fan.vertices, cache, flush, marker,
-                                          vertexMarker);
-    };
-    EXPECT_EQ(search(), 2U) << "of equal ones the first found";
-    EXPECT_FALSE(flush);
-    fan.triangles[0].score += 1.0F;
-    EXPECT_EQ(search(), 0U);
-    cache.clear();
-    vertexMarker = 2;
-    fan.triangles[1].score += 2.0F;
-    EXPECT_EQ(search(), 101U) << "the number in the source";
-    EXPECT_FALSE(flush);
-    fan.vertices[2].trianglesLeft = 0;
-    fan.triangles[0].drawn = true;
-    EXPECT_EQ(search(), 1U);
-    EXPECT_TRUE(flush);
-    EXPECT_EQ(marker, 1U);
-    vertexMarker = 5;
-    fan.triangles[1].drawn = fan.triangles[2].drawn = true;
-    EXPECT_EQ(search(), 0U);
-    EXPECT_EQ(marker, 1U);
-
-    std::vector<vcache_line_data> lines(2);
-    std::vector<vlinecache_vertex_data> ends(1);
-    unsigned long lineMarker = 0;
-    const auto searchLine = [&] {
-        return searchHighestScoreLine(lines, ends, cache, flush, lineMarker);
-    };
-    lines[0].drawn = true;
-    EXPECT_EQ(searchLine(), 1U);
-    EXPECT_TRUE(flush);
-    EXPECT_EQ(lineMarker, 1U);
-    cache = {0};
-    ends[0].lines = {1};
-    EXPECT_EQ(searchLine(), 1U);
-    EXPECT_FALSE(flush);
-    ends[0].lines.clear();
-    lines[1].drawn = flush = true;
-    EXPECT_EQ(searchLine(), 0U);
-    EXPECT_FALSE(flush);
+    const struct {
+        float scores[3], triangle, line; ///< the line ends at the first two
+    } rows[] = {{{1, 2, 0.5F}, 6.5F, 6}, {{1, 0.5F, 0}, 2.5F, 4.5F}, {{1, 0, -1}, 0, 1}};
+    for (const auto& row : rows) {
+        std::vector<vcache_triangle_data> triangles(1);
+        std::vector<vcache_vertex_data> corners(3);
+        std::vector<vcache_line_data> lines(1);
+        std::vector<vlinecache_vertex_data> ends(3);
+        for (int k = 0; k < 3; ++k) {
+            corners[std::size_t(k)].score = ends[std::size_t(k)].score = row.scores[k];
+            triangles[0].positions[k] = k;
+        }
+        lines[0].positions[0] = 0;
+        lines[0].positions[1] = 1;
+        EXPECT_EQ(calcTriangleScore(triangles, corners, 0), row.triangle);
+        EXPECT_EQ(calcLineScore(lines, ends, 0), row.line);
+        triangles[0].drawn = lines[0].drawn = true;
+        EXPECT_EQ(calcTriangleScore(triangles, corners, 0), -1.0F);
+        EXPECT_EQ(calcLineScore(lines, ends, 0), -1.0F);
+    }
 }
 
 TEST(OptimizeCache, RefusesWhatItCannotOrder) {
@@ -202,48 +117,20 @@ TEST(OptimizeCache, BelowTheLimitOnlyIndexesAndNames) {
 }
 
 TEST(OptimizeCache, LinesGoTheirOwnWayAndPointsStay) {
-    std::mt19937 rng(7);
     bool aboveLimit = false;
     const node_ref points(meshNode(row(9, 0)));
     EXPECT_TRUE(optimizeCache(points.get(), aboveLimit, 3, true) == points.get());
     EXPECT_TRUE(aboveLimit);
     EXPECT_TRUE(::osg::getName(points.get()) == nullptr);
 
-    const node_ref line(meshNode(withAttributes(row(4, 3), rng)));
+    const node_ref line(meshNode(row(4, 3)));
     const node_ref made(optimizeCache(line.get(), aboveLimit, 3, false));
     EXPECT_TRUE(aboveLimit);
     ASSERT_EQ(made->getNChildren(), 2U);
-    const node_ref whole(optimizeLineCache(line.get(), 100, false));
-    ASSERT_EQ(whole->getNChildren(), 1U);
-    const ::osg::GeometryPtr core = coreOf(whole->getChild(0));
-    EXPECT_EQ(core->getTypes()->getValue(0), 1U);
-    EXPECT_EQ(core->getLengths()->getValue(0), 6U);
-    EXPECT_EQ(core->getPositions()->getSize(), 4U);
-    EXPECT_TRUE(core->getTexCoords() == ::osg::NullFC);
-    EXPECT_TRUE(core->getTexCoords7() != ::osg::NullFC);
+    EXPECT_EQ(coreOf(made->getChild(0))->getTypes()->getValue(0), 1U);
 }
 
-TEST(OptimizeCache, KeepsTheTrianglesThatMayBeKeptWithTheMaterial) {
-    std::mt19937 rng(8);
-    const ::osg::MaterialRefPtr material(simple({1, 0, 0}));
-    mesh_choice choice;
-    choice.ids = true;
-    choice.dropped = [](const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
-        return is_rogue(a, b, c);
-    };
-    for (const bool perProperty : {false, true}) {
-        // Triangles without a common vertex: nothing falls out of the cache that is waited for.
-        mesh_data mesh = withAttributes(quads(200), rng);
-        mesh.positions[41] = mesh.positions[40];
-        const node_ref top(materialGroup(material.get(), {meshNode(mesh)}));
-        const world_mesh before = worldMesh(top.get(), choice);
-        bool aboveLimit = false;
-        const node_ref made(optimizeCache(top->getChild(0), aboveLimit, 100, perProperty));
-        EXPECT_TRUE(aboveLimit);
-        EXPECT_EQ(firstDifference(before, worldMesh(made.get(), choice)), "");
-        for (const ::osg::NodePtr& piece : geometryNodes(made.get()))
-            EXPECT_TRUE(coreOf(piece)->getMaterial() == material.get());
-    }
+TEST(OptimizeCache, OfTrianglesThatMayNotBeKeptAnEmptyPieceIsMade) {
     mesh_data flat = quads(5);
     for (::osg::Pnt3f& position : flat.positions)
         position[0] = 0.0F;
@@ -257,38 +144,33 @@ TEST(OptimizeCache, KeepsTheTrianglesThatMayBeKeptWithTheMaterial) {
 
 TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     std::mt19937 rng(9);
-    const unsigned int before = liveContainers();
-    {
-        const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
-                                   group({meshNode(quads(1)), meshNode({})})}));
-        const stream_capture out(std::cout);
-        std::cout.precision(9);
-        const node_ref result(optimizeCacheForTree(root.get(), 20, true, true));
-        EXPECT_EQ(std::cout.precision(), 9);
-        EXPECT_EQ(out.text(), "\r0% \r25% \r50% Cacheopt Return: Empty Type\n\r75% ");
-        ASSERT_EQ(result->getNChildren(), 3U);
-        EXPECT_EQ(result->getChild(0)->getNChildren(), 5U);
-        EXPECT_EQ(result->getChild(2)->getNChildren(), 0U);
-        // New normals, all of them: the squares lie in the plane z = 0.
-        for (const ::osg::NodePtr& piece : geometryNodes(result->getChild(0))) {
-            ASSERT_GT(coreOf(piece)->getNormals()->getSize(), 0U);
-            for (::osg::UInt32 i = 0; i < coreOf(piece)->getNormals()->getSize(); ++i)
-                EXPECT_EQ(coreOf(piece)->getNormals()->getValue(i), ::osg::Vec3f(0, 0, 1));
-        }
-        const node_ref nothing(optimizeCacheForTree(::osg::NullFC, 20, true, true));
-        EXPECT_EQ(nothing->getNChildren(), 0U);
-        EXPECT_TRUE(nothing->getCore() != ::osg::NullFC);
-        const node_ref alone(meshNode(quads(40)));
-        const node_ref pieces(optimizeCacheForTree(alone.get(), 20, true, true));
-        EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
+    const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
+                               group({meshNode(quads(1)), meshNode({})})}));
+    const stream_capture out(std::cout);
+    std::cout.precision(9);
+    const node_ref result(optimizeCacheForTree(root.get(), 20, true, true));
+    EXPECT_EQ(std::cout.precision(), 9);
+    EXPECT_EQ(out.text(), "\r0% \r25% \r50% Cacheopt Return: Empty Type\n\r75% ");
+    ASSERT_EQ(result->getNChildren(), 3U);
+    EXPECT_EQ(result->getChild(0)->getNChildren(), 5U);
+    EXPECT_EQ(result->getChild(2)->getNChildren(), 0U);
+    // New normals, all of them: the squares lie in the plane z = 0.
+    for (const ::osg::NodePtr& piece : geometryNodes(result->getChild(0))) {
+        ASSERT_GT(coreOf(piece)->getNormals()->getSize(), 0U);
+        for (::osg::UInt32 i = 0; i < coreOf(piece)->getNormals()->getSize(); ++i)
+            EXPECT_EQ(coreOf(piece)->getNormals()->getValue(i), ::osg::Vec3f(0, 0, 1));
     }
-    EXPECT_EQ(liveContainers(), before);
+    const node_ref nothing(optimizeCacheForTree(::osg::NullFC, 20, true, true));
+    EXPECT_EQ(nothing->getNChildren(), 0U);
+    EXPECT_TRUE(nothing->getCore() != ::osg::NullFC);
+    const node_ref alone(meshNode(quads(40)));
+    const node_ref pieces(optimizeCacheForTree(alone.get(), 20, true, true));
+    EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
 }
 
 TEST(OptimizeCache, SurvivesBrokenGeometry) {
     std::mt19937 rng(10);
     const mesh_data good = withIndexPerProperty(withAttributes(soup(rng, 20), rng), rng);
-    const unsigned int before = liveContainers();
     for (int kind = 0; kind < 10; ++kind) {
         SCOPED_TRACE(testing::Message() << "kind " << kind);
         for (const unsigned mode : {4U, 1U, 5U}) {
@@ -322,7 +204,6 @@ TEST(OptimizeCache, SurvivesBrokenGeometry) {
             }
         }
     }
-    EXPECT_EQ(liveContainers(), before);
 }
 
 TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {

@@ -1,18 +1,12 @@
 // Passes that cut parts out of a tree, on trees written as text.
 
+#include "tests/support/test.h"
+
 #include <morva/driver/morva_osg_scene_cleanup.h>
-
-#include <OpenSG/OSGGroup.h>
-#include <gtest/gtest.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
-
-using namespace morva_test;
 
 namespace {
 
+using namespace morva_test;
 using pass = void (*)(const ::osg::NodePtr& root);
 
 void switches(const ::osg::NodePtr& root) { morva::osg::removeSwitchParts(root); }
@@ -37,11 +31,7 @@ void transforms(const ::osg::NodePtr& root) {
     EXPECT_EQ(nodeNamed(root, "u")->getCore()->getType(), ::osg::Group::getClassType());
 }
 
-class SceneCleanup : public no_strays {};
-
-} // namespace
-
-TEST_F(SceneCleanup, LeavesThisTree) {
+TEST(SceneCleanup, LeavesThisTree) {
     const struct {
         const char* rule;
         pass apply;
@@ -89,7 +79,7 @@ TEST_F(SceneCleanup, LeavesThisTree) {
     }
 }
 
-TEST_F(SceneCleanup, TellsWhetherSomethingWasReplaced) {
+TEST(SceneCleanup, TellsWhetherSomethingWasReplaced) {
     const struct {
         const char* scene;
         bool switches, lods, non_geo;
@@ -113,7 +103,7 @@ TEST_F(SceneCleanup, TellsWhetherSomethingWasReplaced) {
     morva::osg::RemoveTransforms(::osg::NullFC);
 }
 
-TEST_F(SceneCleanup, AsksTheFirstLengthOfAGeometry) {
+TEST(SceneCleanup, AsksTheFirstLengthOfAGeometry) {
     const ::osg::NodePtr root = group({meshNode(quads(1))});
     const node_ref held(root);
     const ::osg::GeometryPtr geometry = coreOf(root->getChild(0));
@@ -127,7 +117,7 @@ TEST_F(SceneCleanup, AsksTheFirstLengthOfAGeometry) {
     EXPECT_TRUE(morva::osg::removeNonGeoParts(root));
 }
 
-TEST_F(SceneCleanup, RootWithoutAnyReferenceSurvives) {
+TEST(SceneCleanup, RootWithoutAnyReferenceSurvives) {
     // Holding such a root for a moment would destroy it.
     ::osg::NodePtr root = sceneOf("r(a() m)");
     for (const pass apply : {empties, groups, maskZero})
@@ -136,7 +126,7 @@ TEST_F(SceneCleanup, RootWithoutAnyReferenceSurvives) {
     ::osg::subRefCP(root);
 }
 
-TEST_F(SceneCleanup, InvisiblePartsGoByTheMaterialsAlpha) {
+TEST(SceneCleanup, InvisiblePartsGoByTheMaterialsAlpha) {
     const ::osg::RefPtr<::osg::MaterialPtr> clear(chunked({1, 1, 1, 0.0099F}));
     const ::osg::RefPtr<::osg::MaterialPtr> faint(chunked({1, 1, 1, 0.01F}));
     const struct {
@@ -158,8 +148,6 @@ TEST_F(SceneCleanup, InvisiblePartsGoByTheMaterialsAlpha) {
         EXPECT_EQ(out.text().substr(0, line.size()), row.lines > 0 ? line : "");
     }
 }
-
-namespace {
 
 // The recursions as they read: a changed parent is walked anew.
 
@@ -212,9 +200,7 @@ std::string randomTree(std::mt19937& rng, int depth) {
     return text + ")";
 }
 
-} // namespace
-
-TEST_F(SceneCleanup, EndsLikeTheRecursionsOnRandomTrees) {
+TEST(SceneCleanup, EndsLikeTheRecursionsOnRandomTrees) {
     std::mt19937 rng(300);
     for (int round = 0; round < 300; ++round) {
         const std::string scene = "r(" + randomTree(rng, 5) + " " + randomTree(rng, 4) + ")";
@@ -228,10 +214,12 @@ TEST_F(SceneCleanup, EndsLikeTheRecursionsOnRandomTrees) {
     }
 }
 
-TEST_F(SceneCleanup, WideTreesNeedNoDeepStack) {
+TEST(SceneCleanup, WideTreesNeedNoDeepStack) {
     const node_ref root(group());
     for (int i = 0; i < 50000; ++i)
         root->addChild(group());
     morva::osg::removeEmptyParts(root.get());
     EXPECT_EQ(root->getNChildren(), 0U);
 }
+
+} // namespace

@@ -1,13 +1,9 @@
 // One material for a whole scene.
 
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGMaterialGroup.h>
+#include "tests/support/test.h"
 
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_scene_placement.h>
-
-#include "../support/scene_builders.h"
 
 namespace {
 
@@ -26,6 +22,10 @@ TEST(MostUsedMaterial, CountsPrimitivesNotNodes) {
     EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
     EXPECT_EQ(ownMaterial(root->getChild(4)), blue.get()) << "also where there was none";
     EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
+    for (const node_ref& nothing : {node_ref(), node_ref(group({group()}))}) {
+        EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(nothing.get()), ::osg::NullFC);
+        morva::osg::reduceSceneMaterialsToOne(nothing.get());
+    }
 }
 
 TEST(MostUsedMaterial, OfEqualsTheFirstThatIsMetButNoneBeforeAll) {
@@ -34,14 +34,6 @@ TEST(MostUsedMaterial, OfEqualsTheFirstThatIsMetButNoneBeforeAll) {
     EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), blue.get());
     root->addChild(meshNode(quads(2)));
     EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), ::osg::NullFC);
-}
-
-TEST(MostUsedMaterial, NothingGivesNull) {
-    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(::osg::NullFC), ::osg::NullFC);
-    const node_ref root(group({group()}));
-    EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), ::osg::NullFC);
-    morva::osg::reduceSceneMaterialsToOne(root.get());
-    morva::osg::reduceSceneMaterialsToOne(::osg::NullFC);
 }
 
 TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {

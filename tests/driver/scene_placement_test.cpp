@@ -1,23 +1,8 @@
 // Moving a finished scene: into a box, to a centre, near the origin.
 
-#include <cmath>
-#include <functional>
-#include <limits>
-#include <random>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGComponentTransform.h>
-#include <OpenSG/OSGDynamicVolume.h>
-#include <OpenSG/OSGTransform.h>
+#include "tests/support/test.h"
 
 #include <morva/driver/morva_osg_scene_placement.h>
-
-#include "../support/live_containers.h"
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
 
 namespace {
 
@@ -57,76 +42,49 @@ const char* const bad_list = "morva::osg::transformSceneBB: String of Min/Max va
                              "Example \"1:2:3:4:5:6\"\n";
 const points as_it_was = {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}, {5, 4, 4}};
 
-struct box_case {
-    const char* name;
-    std::function<::osg::NodePtr()> scene;
-    std::function<void(::osg::NodePtr)> act;
-    points expected;
-    const char* printed;
-};
-
-void PrintTo(const box_case& row, std::ostream* out) { *out << row.name; }
-
-class SceneBox : public testing::TestWithParam<box_case> {};
-
-TEST_P(SceneBox, MovesAsTold) {
-    const node_ref root(GetParam().scene());
-    const stream_capture out(std::cout);
-    GetParam().act(root.get());
-    EXPECT_EQ(positionsOf(root.get()), GetParam().expected);
-    EXPECT_EQ(out.text(), GetParam().printed);
+TEST(SceneBox, MovesWhatIsThereIntoIt) {
+    const points smaller = {{-1, -1, -1}, {-0.5F, -1, -1}, {48.5F, 48, 47.5F}, {1, 0, -0.5F}};
+    const struct {
+        const char* rule;
+        ::osg::NodePtr scene;
+        const char* box; ///< six numbers, or the size of a cube around the origin
+        points expected;
+        const char* printed = "";
+    } rows[] = {
+        {"half size and lower corners meet", oblong(), "2", smaller},
+        {"no size, no word", oblong(), "0", as_it_was},
+        {"negative size", oblong(), "-2", as_it_was},
+        {"size that is no number", oblong(), "nan", as_it_was},
+        {"flat box", oblong(), "0:0:0:1:0:1", as_it_was, bad_box},
+        {"box inside out", oblong(), "0:0:0:1:1:-1", as_it_was, bad_box},
+        {"tightest axis decides",
+         oblong(),
+         "10:20:30:110:22:130",
+         {{10, 20, 30}, {11, 20, 30}, {109, 118, 127}, {14, 22, 31}}},
+        {"flat scene", meshNode(cloud({{0, 0, 0}, {1, 1, 0}})), "2", {{}, {1, 1, 0}}, bad_scene},
+        {"nothing to draw", group(), "2", {}, bad_scene},
+        {"node without a core", ::osg::Node::create(), "2", {}, bad_scene},
+        {"no node", ::osg::NullFC, "2", {}, bad_scene},
+        {"hidden scene", hidden(oblong()), "2", as_it_was, bad_scene},
+        {"five numbers", oblong(), "0:0:0:1:1", as_it_was, bad_list},
+        {"no numbers", oblong(), ":", as_it_was, bad_list},
+        {"words are zeros", oblong(), "a:b:c:d:e:f", as_it_was, bad_box},
+        {"the seventh is ignored", oblong(), "::1:2:3::9:4:4:77:", as_it_was},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rule);
+        const node_ref root(row.scene);
+        const stream_capture out(std::cout);
+        if (std::strchr(row.box, ':') != nullptr)
+            morva::osg::transformSceneBB(root.get(), std::string(row.box));
+        else
+            morva::osg::transformSceneBB(root.get(), std::stof(row.box));
+        EXPECT_EQ(positionsOf(root.get()), row.expected);
+        EXPECT_EQ(out.text(), row.printed);
+    }
 }
 
-std::function<void(::osg::NodePtr)> size(float edge) {
-    return [edge](::osg::NodePtr node) { morva::osg::transformSceneBB(node, edge); };
-}
-std::function<void(::osg::NodePtr)> list(std::string text) {
-    return [text](::osg::NodePtr node) { morva::osg::transformSceneBB(node, text); };
-}
-std::function<void(::osg::NodePtr)> box(Pnt3f min, Pnt3f max) {
-    return [min, max](::osg::NodePtr node) { morva::osg::transformSceneBB(node, min, max); };
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , SceneBox,
-    testing::Values(
-        box_case{"half_size_and_lower_corners_meet",
-                 oblong,
-                 size(2),
-                 {{-1, -1, -1}, {-0.5F, -1, -1}, {48.5F, 48, 47.5F}, {1, 0, -0.5F}},
-                 ""},
-        box_case{"no_size_no_word", oblong, size(0), as_it_was, ""},
-        box_case{"negative_size", oblong, size(-2), as_it_was, ""},
-        box_case{"size_that_is_no_number", oblong, size(nan), as_it_was, ""},
-        box_case{"flat_box", oblong, box({0, 0, 0}, {1, 0, 1}), as_it_was, bad_box},
-        box_case{"box_inside_out", oblong, box({0, 0, 0}, {1, 1, -1}), as_it_was, bad_box},
-        box_case{"tightest_axis_decides",
-                 oblong,
-                 box({10, 20, 30}, {110, 22, 130}),
-                 {{10, 20, 30}, {11, 20, 30}, {109, 118, 127}, {14, 22, 31}},
-                 ""},
-        box_case{"flat_scene",
-                 [] {
-                     return group({meshNode(cloud({{0, 0, 0}, {1, 1, 0}}))});
-                 },
-                 size(2),
-                 {{0, 0, 0}, {1, 1, 0}},
-                 bad_scene},
-        box_case{"nothing_to_draw", [] { return group(); }, size(2), {}, bad_scene},
-        box_case{
-            "node_without_a_core", [] { return ::osg::Node::create(); }, size(2), {}, bad_scene},
-        box_case{"hidden_scene", [] { return hidden(oblong()); }, size(2), as_it_was, bad_scene},
-        box_case{"five_numbers", oblong, list("0:0:0:1:1"), as_it_was, bad_list},
-        box_case{"no_numbers", oblong, list(""), as_it_was, bad_list},
-        box_case{"words_are_zeros", oblong, list("a:b:c:d:e:f"), as_it_was, bad_box},
-        box_case{"the_seventh_is_ignored",
-                 oblong,
-                 list("::1:2:3::9:4:4:77:"),
-                 {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}, {5, 4, 4}},
-                 ""}),
-    [](const auto& instance) { return std::string(instance.param.name); });
-
-TEST(SceneBoxes, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
+TEST(SceneBox, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
     // The world sees 2..4 on each axis; the geometry itself lies at 0..2.
     const node_ref world(moved({2, 2, 2}, {group({meshNode(cloud({{0, 0, 0}, {2, 2, 2}}))})}));
     morva::osg::transformSceneBB(world->getChild(0), 1.0F);
@@ -136,10 +94,6 @@ TEST(SceneBoxes, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
     Pnt3f low, high;
     volume.getBounds(low, high);
     EXPECT_EQ(low, Pnt3f(0.5F, 0.5F, 0.5F)) << "volumes follow the positions";
-    const stream_capture out(std::cout);
-    morva::osg::transformSceneBB(::osg::NullFC, 1.0F);
-    morva::osg::baseGeoPositions(::osg::NullFC);
-    EXPECT_EQ(out.text(), bad_scene);
 }
 
 TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
@@ -196,33 +150,28 @@ unsigned transformsBelow(const ::osg::NodePtr& node) {
 }
 
 TEST(CenterGeoPositions, BakesAPlaceOfItsOwnIntoEachNode) {
-    const unsigned before = liveContainers();
-    {
-        const ::osg::NodePtr part = meshNode(cloud({{0, 0, 0}, {2, 2, 2}}));
-        ::osg::Matrix turn; // a quarter around z
-        turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
-        const node_ref root(
-            group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
-                   switched(-2, {transformed(turn, {meshNode(cloud({{4, 0, 0}}))})}),
-                   moved({50, 0, 0}, {hidden(meshNode(cloud({{7, 7, 7}})))})}));
-        const stream_capture out(std::cout);
-        std::cout.precision(1);
-        // Seen: x 0..12, y 0..6, z 0..2.
-        morva::osg::centerGeoPositions(root.get(), "1:2.25:-3e6:rest");
-        EXPECT_EQ(out.text(), "New Model Center: [1/2.25/-3e+06]\n"
-                              "Model will be moved by: [-5/-0.75/-3e+06]\n");
-        const float deep = -3000000.0F - 1.0F;
-        const points expected = {{5, -0.75F, deep},     {7, 1.25F, deep + 2}, {-5, 3.25F, deep},
-                                 {-3, 5.25F, deep + 2}, {-5, 3.25F, deep},    {7, 7, 7}};
-        EXPECT_EQ(positionsOf(root.get()), expected);
-        EXPECT_EQ(transformsBelow(root.get()), 0U);
-        EXPECT_NE(root->getChild(0)->getChild(0)->getCore(),
-                  root->getChild(1)->getChild(0)->getCore());
-        const node_ref alone(meshNode(cloud({{4, 0, 0}})));
-        morva::osg::centerGeoPositions(alone.get(), "1:2:3");
-        EXPECT_EQ(positionsOf(alone.get()), (points{{4, 0, 0}})) << "a copy was moved";
-    }
-    EXPECT_EQ(liveContainers(), before);
+    const ::osg::NodePtr part = meshNode(cloud({{0, 0, 0}, {2, 2, 2}}));
+    ::osg::Matrix turn; // a quarter around z
+    turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
+    const node_ref root(
+        group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
+               switched(-2, {transformed(turn, {meshNode(cloud({{4, 0, 0}}))})}),
+               moved({50, 0, 0}, {hidden(meshNode(cloud({{7, 7, 7}})))})}));
+    const stream_capture out(std::cout);
+    std::cout.precision(1);
+    // Seen: x 0..12, y 0..6, z 0..2.
+    morva::osg::centerGeoPositions(root.get(), "1:2.25:-3e6:rest");
+    EXPECT_EQ(out.text(), "New Model Center: [1/2.25/-3e+06]\n"
+                          "Model will be moved by: [-5/-0.75/-3e+06]\n");
+    const float deep = -3000000.0F - 1.0F;
+    const points expected = {{5, -0.75F, deep},     {7, 1.25F, deep + 2}, {-5, 3.25F, deep},
+                             {-3, 5.25F, deep + 2}, {-5, 3.25F, deep},    {7, 7, 7}};
+    EXPECT_EQ(positionsOf(root.get()), expected);
+    EXPECT_EQ(transformsBelow(root.get()), 0U);
+    EXPECT_NE(root->getChild(0)->getChild(0)->getCore(), root->getChild(1)->getChild(0)->getCore());
+    const node_ref alone(meshNode(cloud({{4, 0, 0}})));
+    morva::osg::centerGeoPositions(alone.get(), "1:2:3");
+    EXPECT_EQ(positionsOf(alone.get()), (points{{4, 0, 0}})) << "a copy was moved";
 }
 
 TEST(CenterGeoPositions, SaysWhatItCannotRead) {
@@ -240,83 +189,48 @@ TEST(CenterGeoPositions, SaysWhatItCannotRead) {
     EXPECT_EQ(positionsOf(root.get()), (points{{1, 2, 3}}));
 }
 
-struct base_case {
-    const char* name;
-    std::function<::osg::NodePtr()> scene;
-    points expected;
-};
-
-void PrintTo(const base_case& row, std::ostream* out) { *out << row.name; }
-
-class BaseGeoPositions : public no_strays, public testing::WithParamInterface<base_case> {};
-
-TEST_P(BaseGeoPositions, SubtractsTheFloor) {
-    const node_ref root(GetParam().scene());
-    const stream_capture out(std::cout);
-    morva::osg::baseGeoPositions(root.get());
-    const points now = positionsOf(root.get());
-    ASSERT_EQ(now.size(), GetParam().expected.size());
-    for (std::size_t i = 0; i < now.size(); ++i)
-        for (unsigned axis = 0; axis < 3; ++axis) {
-            const float wanted = GetParam().expected[i][axis];
-            EXPECT_TRUE(now[i][axis] == wanted || (std::isnan(now[i][axis]) && std::isnan(wanted)))
-                << i << ' ' << now[i];
-        }
-    EXPECT_EQ(out.text(), "");
+TEST(BaseGeoPositions, SubtractsTheFloor) {
+    const auto at = [](float all) { return meshNode(cloud({{all, all, all}})); };
+    const ::osg::NodePtr part = meshNode(cloud({{2, 3, 4}}));
+    const ::osg::Vec3f aside(1, 0, 0);
+    const struct {
+        const char* rule;
+        ::osg::NodePtr scene;
+        points expected;
+    } rows[] = {
+        {"rounds down",
+         group({meshNode(cloud({{10.5F, 7, 4}, {12, -0.5F, 9}})), meshNode(cloud({{11, 3, 3}}))}),
+         {{0.5F, 8, 1}, {2, 0.5F, 6}, {1, 4, 0}}},
+        {"shared cores move once per node",
+         group({part, nodeOf(part->getCore())}),
+         {{-2, -3, -4}, {-2, -3, -4}}},
+        {"a transform above stops it",
+         group({at(5), moved(aside, {group({at(6)})})}),
+         {{5, 5, 5}, {6, 6, 6}}},
+        {"a component transform too",
+         nodeOf(::osg::ComponentTransform::create(), {at(5)}),
+         {{5, 5, 5}}},
+        {"a transform above nothing does not", group({at(5), moved(aside, {group()})}), {{}}},
+        {"switched geometry stays and has no say",
+         group({switched(0, {at(1)}), at(5), meshNode(mesh_data{})}),
+         {{1, 1, 1}, {}}},
+        {"no number has no say",
+         group({meshNode(cloud({{nan, 2, 2}, {3, nan, 7}}))}),
+         {{nan, 0, 0}, {0, nan, 5}}},
+        {"a geometry alone", meshNode(cloud({{2, 3, 4}})), {{}}},
+        {"no positions", group({meshNode(mesh_data{})}), {}},
+        {"no node", ::osg::NullFC, {}},
+    };
+    for (const auto& row : rows) {
+        const node_ref root(row.scene);
+        const stream_capture out(std::cout);
+        morva::osg::baseGeoPositions(root.get());
+        // As text, in which a NaN equals a NaN.
+        EXPECT_EQ(testing::PrintToString(positionsOf(root.get())),
+                  testing::PrintToString(row.expected))
+            << row.rule;
+        EXPECT_EQ(out.text(), "") << row.rule;
+    }
 }
-
-::osg::NodePtr componentTransform(const node_list& children) {
-    return nodeOf(::osg::ComponentTransform::create(), children);
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    , BaseGeoPositions,
-    testing::Values(
-        base_case{"rounds_down",
-                  [] {
-                      return group({meshNode(cloud({{10.5F, 7, 4}, {12, -0.5F, 9}})),
-                                    meshNode(cloud({{11, 3, 3}}))});
-                  },
-                  {{0.5F, 8, 1}, {2, 0.5F, 6}, {1, 4, 0}}},
-        base_case{"shared_cores_move_once_per_node",
-                  [] {
-                      const ::osg::NodePtr part = meshNode(cloud({{2, 3, 4}}));
-                      return group({part, nodeOf(part->getCore())});
-                  },
-                  {{-2, -3, -4}, {-2, -3, -4}}},
-        base_case{"a_transform_above_stops_it",
-                  [] {
-                      return group({meshNode(cloud({{5, 5, 5}})),
-                                    moved({1, 0, 0}, {group({meshNode(cloud({{6, 6, 6}}))})})});
-                  },
-                  {{5, 5, 5}, {6, 6, 6}}},
-        base_case{"a_component_transform_too",
-                  [] {
-                      return componentTransform({meshNode(cloud({{5, 5, 5}}))});
-                  },
-                  {{5, 5, 5}}},
-        base_case{"a_transform_above_nothing_does_not",
-                  [] {
-                      return group({meshNode(cloud({{5, 5, 5}})), moved({1, 0, 0}, {group()})});
-                  },
-                  {{0, 0, 0}}},
-        base_case{"switched_geometry_stays_and_has_no_say",
-                  [] {
-                      return group({switched(0, {meshNode(cloud({{1, 1, 1}}))}),
-                                    meshNode(cloud({{5, 5, 5}})), meshNode(mesh_data{})});
-                  },
-                  {{1, 1, 1}, {0, 0, 0}}},
-        base_case{"no_number_has_no_say",
-                  [] {
-                      return group({meshNode(cloud({{nan, 2, 2}, {3, nan, 7}}))});
-                  },
-                  {{nan, 0, 0}, {0, nan, 5}}},
-        base_case{"a_geometry_alone",
-                  [] {
-                      return meshNode(cloud({{2, 3, 4}}));
-                  },
-                  {{0, 0, 0}}},
-        base_case{"no_positions", [] { return group({meshNode(mesh_data{})}); }, {}}),
-    [](const auto& instance) { return std::string(instance.param.name); });
 
 } // namespace

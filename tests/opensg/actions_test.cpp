@@ -252,8 +252,10 @@ struct random_scene {
         if (depth == 0 || rng() % 4 == 0)
             return geometry(toWorld);
         Matrix matrix;
-        NodeCorePtr core = Group::create();
-        if (rng() % 3 != 0) {
+        NodeCorePtr core;
+        if (rng() % 3 == 0) {
+            core = Group::create();
+        } else {
             matrix.setTransform(vector(4), Quaternion(vector(1), real(0, 6)),
                                 Vec3f(real(.3f, 3), real(.3f, 3), real(-3, -.3f)));
             const TransformPtr transform =

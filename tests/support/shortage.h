@@ -3,11 +3,11 @@
 // Lets single allocations fail, so that a test can see what a pass does when memory runs out, and
 // tells how much is held:
 //
-//     for (long index = 0; failed; ++index) {
-//         const shortage one(index);
-//         pass();                               // allocation number `index` throws
-//         failed = shortage::happened();
-//     }
+//     failInTurn(1024, [&](const auto& starved) {
+//         node_ref root(build());                               allocations here succeed
+//         const bool failed = starved([&] { pass(root); });     one of these throws, or none
+//         EXPECT_TRUE(failed || isWhole(root));
+//     });
 //
 // Replaces the global allocation functions: include it in one source file of a program alone.
 
@@ -17,6 +17,8 @@
 #include <limits>
 #include <malloc.h>
 #include <new>
+
+#include <gtest/gtest.h>
 
 namespace morva_test {
 
@@ -69,6 +71,29 @@ class shortage {
     static inline std::atomic<std::size_t> held{0};
     static inline std::atomic<std::size_t> most_held{0};
 };
+
+/// Calls `round` once for each allocation of at least `bytes` that `starved` meets in it, which is
+/// the one to fail there, and at last with none failing. A std::bad_alloc out of what is starved
+/// ends there.
+template <typename Round> void failInTurn(std::size_t bytes, const Round& round) {
+    bool failed = true;
+    long index = 0;
+    for (; failed; ++index) {
+        ASSERT_LT(index, 20000);
+        SCOPED_TRACE(testing::Message() << "allocation " << index);
+        round([&](const auto& act) {
+            try {
+                const shortage one(index, 1, bytes);
+                act();
+                failed = shortage::happened();
+            } catch (const std::bad_alloc&) {
+                failed = true;
+            }
+            return failed;
+        });
+    }
+    EXPECT_GT(index, 3) << "nothing was there to fail";
+}
 
 } // namespace morva_test
 

@@ -1,66 +1,13 @@
 #pragma once
 
 // The kd build once more, as plain as it can be said: one growing index list in which every sort
-// shifts the tail, planes from literal sweeps over ordered maps. The oracle of the tree tests.
+// shifts the tail, planes from literal sweeps over ordered bounds. The oracle of the tree tests.
 
-#include <morva/trees/kd_records.h>
+#include "tests/support/test.h"
+
 #include <morva/trees/kd_strategies.h>
 
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <iostream>
-#include <map>
-#include <set>
-#include <type_traits>
-#include <vector>
-
 namespace morva_test {
-
-/// The bounds of some elements on one axis, in order. Each tally is stored raised and then stored
-/// again as it was, so that none ever leaves 0.
-template <typename Key> struct sweep_line {
-    using tallies = std::map<Key, std::uint32_t>;
-    tallies starts, ends, flats;
-    std::set<Key> candidates;
-
-    static void tally(tallies& map, Key key) {
-        const std::uint32_t before = map[key];
-        map[key] = before + 1;
-        map[key] = before;
-    }
-    void fill(Key lo, Key hi) {
-        if (lo == hi) {
-            tally(flats, lo);
-            candidates.insert(lo);
-        } else {
-            tally(starts, lo);
-            tally(ends, hi);
-            candidates.insert(lo);
-            candidates.insert(hi);
-        }
-    }
-    /// evaluate(candidate, left, straddling, right), in ascending order.
-    template <typename Evaluate> void sweep(std::uint32_t count, Evaluate evaluate) const {
-        std::uint32_t left = 0, straddling = 0, right = count;
-        auto start = starts.begin(), end = ends.begin(), flat = flats.begin();
-        for (const Key c : candidates) {
-            for (; start != starts.end() && start->first < c; ++start) {
-                left += start->second;
-                straddling += start->second;
-            }
-            for (; end != ends.end() && end->first <= c; ++end) {
-                right -= end->second;
-                straddling -= end->second;
-            }
-            for (; flat != flats.end() && flat->first < c; ++flat) {
-                left += flat->second;
-                right -= flat->second;
-            }
-            evaluate(c, left, straddling, right);
-        }
-    }
-};
 
 /// Extent of one element; for points both ends are the coordinate.
 template <typename Geoset>
@@ -69,23 +16,18 @@ void read_extent(const Geoset& geoset, int axis, std::uint64_t e, float& lo, flo
     extents_on_axis(geoset, axis).read(e, lo, hi);
 }
 
-/// Sweeps over the bounds of a range on one axis; with `tell_nan` a NaN is told and left out.
-template <typename Key, typename Geoset, typename Evaluate>
-void sweep_range(const Geoset& geoset, const std::vector<std::uint64_t>& range, int axis,
-                 bool tell_nan, Evaluate evaluate) {
-    sweep_line<Key> line;
+/// The bounds of a range on one axis, in order. A NaN in front equals all that come behind it.
+template <typename Geoset>
+std::set<float> bounds_of(const Geoset& geoset, const std::vector<std::uint64_t>& range, int axis) {
+    std::set<float> bounds;
     for (const std::uint64_t e : range) {
         float lo = 0, hi = 0;
         read_extent(geoset, axis, e, lo, hi);
-        if (!tell_nan || (!std::isnan(lo) && !std::isnan(hi))) {
-            line.fill(Key(lo), Key(hi));
-            continue;
-        }
-        std::cout << "Found NAN in kd_strategy_ObjMedian!" << std::endl;
-        std::cout << "AXIS: " << axis << " Index: " << e << " MIN: " << lo << " MAX: " << hi
-                  << std::endl;
+        bounds.insert(lo);
+        if (lo != hi)
+            bounds.insert(hi);
     }
-    line.sweep(std::uint32_t(range.size()), evaluate);
+    return bounds;
 }
 
 template <typename Geoset>
@@ -96,67 +38,47 @@ float naive_plane(const morva::kd_strategy_median&, const Geoset&, const morva::
 
 template <typename Geoset>
 float naive_plane(const morva::kd_strategy_ObjMedian&, const Geoset& geoset,
-                  const morva::kd_build_setup&, const std::vector<std::uint64_t>& range,
+                  const morva::kd_build_setup& setup, const std::vector<std::uint64_t>& range,
                   const morva::float_box& box, int& axis) {
-    std::uint32_t best = 0xffffffffU;
-    bool found = false;
-    int best_axis = axis;
-    float best_plane = box.min[std::size_t(axis)];
     for (int a = 0; a < 3; ++a) {
-        const auto evaluate = [&](double c, std::uint32_t left, std::uint32_t straddling,
-                                  std::uint32_t right) {
-            const std::uint32_t cost = (left > right ? left - right : right - left) + straddling;
-            if (cost >= best || left == 0 || right == 0)
-                return;
-            best = cost;
-            best_plane = float(c);
-            best_axis = a;
-            found = true;
-        };
-        sweep_range<double>(geoset, range, a, true, evaluate);
+        for (const std::uint64_t e : range) {
+            float lo = 0, hi = 0;
+            read_extent(geoset, a, e, lo, hi);
+            if (std::isnan(lo) || std::isnan(hi))
+                std::cout << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << a << " Index: " << e
+                          << " MIN: " << lo << " MAX: " << hi << "\n";
+        }
     }
-    if (!found)
-        return 0.5f * box.extent[std::size_t(axis)] + box.min[std::size_t(axis)];
-    axis = best_axis;
-    return best_plane;
+    return naive_plane(morva::kd_strategy_median(), geoset, setup, range, box, axis);
 }
 
+/// The sweep over all bounds in order; what lies left of a bound or across it counts as nothing.
 template <typename Geoset>
 float naive_plane(const morva::kd_strategy_SAH&, const Geoset& geoset,
                   const morva::kd_build_setup& setup, const std::vector<std::uint64_t>& range,
                   const morva::float_box& box, int& axis) {
     const float ex = box.extent[0], ey = box.extent[1], ez = box.extent[2];
     const float area = 2.0f * (ex * ez + (ey * ez + ex * ey));
-    float best = float(range.size()) * setup.cost_intersect;
-    int best_axis = axis;
+    const float none = 0, right = float(range.size());
+    float best = right * setup.cost_intersect;
     float best_plane = box.min[std::size_t(axis)];
     for (int a = 0; a < 3; ++a) {
         const std::size_t k = std::size_t(a);
         const float u = box.extent[(k + 1) % 3], w = box.extent[(k + 2) % 3];
         const float left_base = w * u - u * box.min[k] - box.min[k] * w;
         const float right_base = w * u + u * box.max[k] + box.max[k] * w;
-        const auto evaluate = [&](float c, std::uint32_t left, std::uint32_t straddling,
-                                  std::uint32_t right) {
-            if (straddling != 0 && setup.clean_splits_only)
-                return;
+        for (const float c : bounds_of(geoset, range, a)) {
             const float p_left = 2.0f * (left_base + u * c + w * c) / area;
             const float p_right = 2.0f * (right_base - u * c - w * c) / area;
-            const float cost_a =
-                (float(left + straddling) * p_left + float(right) * p_right) * setup.cost_intersect;
-            const float cost_b =
-                (float(left) * p_left + float(right + straddling) * p_right) * setup.cost_intersect;
-            float cost = std::min(cost_b, cost_a) * setup.cost_factor + setup.cost_traversal;
-            if (straddling == 0 && left >= 1 && right >= 1)
-                cost *= 0.8f;
+            const float side = (none * p_left + right * p_right) * setup.cost_intersect;
+            const float cost = side * setup.cost_factor + setup.cost_traversal;
             if (!(best > cost))
-                return;
+                continue;
             best = cost;
             best_plane = c;
-            best_axis = a;
-        };
-        sweep_range<float>(geoset, range, a, false, evaluate);
+            axis = a;
+        }
     }
-    axis = best_axis;
     return best_plane;
 }
 
@@ -165,6 +87,7 @@ struct naive_tree {
     std::vector<morva::kd_node<float>> nodes;
     std::vector<std::uint64_t> indices;
     std::uint64_t leaf_count = 0, max_depth_reached = 0, max_leaf_size = 0;
+    std::string told; ///< what was printed on the way
 
     void put(std::uint64_t node, const morva::kd_node<float>& record) {
         if (nodes.size() <= node)

@@ -3,17 +3,9 @@
 // Small geosets for the tree tests, one of each kind that a tree has to serve: boxes that can be
 // cut, boxes that cannot, and points without arrays per axis. `make_boxes` fills them with trouble.
 
-#include <morva/trees/geoset_access.h>
+#include "tests/support/test.h"
 
-#include <algorithm>
-#include <array>
-#include <cmath>
-#include <cstddef>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <random>
-#include <vector>
+#include <morva/trees/geoset_access.h>
 
 namespace morva_test {
 

@@ -1,0 +1,51 @@
+#pragma once
+
+// What almost every test file takes in: the test framework, the standard containers, the scene
+// graph's nodes, cores, materials and attachments, and the scene tools of the tests. Compiled
+// once for all test programs.
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <functional>
+#include <iostream>
+#include <limits>
+#include <map>
+#include <random>
+#include <set>
+#include <sstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGChunkMaterial.h>
+#include <OpenSG/OSGComponentTransform.h>
+#include <OpenSG/OSGCubeTextureChunk.h>
+#include <OpenSG/OSGDistanceLOD.h>
+#include <OpenSG/OSGDynamicVolume.h>
+#include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGLineIterator.h>
+#include <OpenSG/OSGMaterialChunk.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGNode.h>
+#include <OpenSG/OSGRefPtr.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGSimpleMaterial.h>
+#include <OpenSG/OSGStringAttributeMap.h>
+#include <OpenSG/OSGSwitch.h>
+#include <OpenSG/OSGSwitchMaterial.h>
+#include <OpenSG/OSGTextureChunk.h>
+#include <OpenSG/OSGTransform.h>
+#include <OpenSG/OSGTriangleIterator.h>
+
+#include "tests/support/live_containers.h"
+#include "tests/support/mesh_multiset.h"
+#include "tests/support/scene_builders.h"
+#include "tests/support/stream_capture.h"
