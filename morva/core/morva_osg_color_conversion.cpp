@@ -13,6 +13,7 @@
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -47,14 +48,17 @@ bool uniformAlphaIntoMaterial(const ::osg::GeometryPtr& geometry) {
             return false;
     }
     const ::osg::MaterialChunkPtr chunk = ::osg::MaterialChunk::create();
-    chunk->setDiffuse(colors[0]);
     const ::osg::BlendChunkPtr blend = ::osg::BlendChunk::create();
+    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
+    const open_edit chunk_edit(chunk);
+    const open_edit blend_edit(blend);
+    const open_edit material_edit(material);
+    chunk->setDiffuse(colors[0]);
     blend->setSrcFactor(gl_src_alpha);
     blend->setDestFactor(gl_one_minus_src_alpha);
-    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
     material->addChunk(blend, -2);
     material->addChunk(chunk, -2);
-    geometry->setMaterial(material);
+    giveMaterial(geometry, material);
     return true;
 }
 
@@ -66,8 +70,9 @@ bool uniformColorIntoMaterial(const ::osg::GeometryPtr& geometry) {
             return false;
     }
     const ::osg::SimpleMaterialPtr material = ::osg::SimpleMaterial::create();
+    const open_edit edit(material);
     material->setDiffuse(first);
-    geometry->setMaterial(material);
+    giveMaterial(geometry, material);
     return true;
 }
 
@@ -155,6 +160,7 @@ void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
     // Writing through the role makes a colour opaque; the stored alpha stays.
     const auto floats = ::osg::GeoColors4fPtr::dcast(colors);
     const auto bytes = ::osg::GeoColors4ubPtr::dcast(colors);
+    const open_edit edit(colors);
     for (::osg::UInt32 i = 0; i < colors->size(); ++i) {
         const float alpha = floats != ::osg::NullFC ? floats->editField()[i][3] : 0.0F;
         const ::osg::UInt8 alpha_byte = bytes != ::osg::NullFC ? bytes->editField()[i][3] : 0;
@@ -171,6 +177,7 @@ void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
 
 ::osg::GeometryPtr freshGeometry(unsigned int type) {
     const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
+    const geometry_edit edit(geometry);
     const ::osg::GeoPTypesUI8Ptr types = ::osg::GeoPTypesUI8::create();
     types->addValue(type);
     geometry->setTypes(types);
@@ -186,6 +193,13 @@ template <typename Ptr> bool isEmpty(const Ptr& property) {
     return property != ::osg::NullFC && property->size() == 0;
 }
 
+bool hasEmptyProperty(const ::osg::GeometryPtr& geometry) {
+    return isEmpty(geometry->getNormals()) || isEmpty(geometry->getColors()) ||
+           isEmpty(geometry->getSecondaryColors()) || isEmpty(geometry->getTexCoords()) ||
+           isEmpty(geometry->getTexCoords1()) || isEmpty(geometry->getTexCoords2()) ||
+           isEmpty(geometry->getTexCoords3());
+}
+
 } // namespace
 
 bool VertexColorIntoMaterial(::osg::GeometryPtr geometry, bool withAlpha) {
@@ -195,8 +209,10 @@ bool VertexColorIntoMaterial(::osg::GeometryPtr geometry, bool withAlpha) {
     const bool done =
         withAlpha ? uniformAlphaIntoMaterial(geometry) : uniformColorIntoMaterial(geometry);
     // Without a new material there was no alpha to take: the colours stay then.
-    if (done && geometry->getMaterial() != ::osg::NullFC)
+    if (done && geometry->getMaterial() != ::osg::NullFC) {
+        const geometry_edit edit(geometry);
         geometry->setColors(::osg::NullFC);
+    }
     return done;
 }
 
@@ -217,6 +233,7 @@ bool MaterialColorIntoVertex(::osg::NodePtr node) {
     ::osg::RefPtr<::osg::GeoColors4fPtr> made; // before anything changes: there may be no memory
     if (geometry->getColors() == ::osg::NullFC)
         made = uniformColors(geometry, color);
+    const geometry_edit edit(geometry);
     geometry->setMaterial(::osg::NullFC);
     if (geometry->getColors() == ::osg::NullFC) {
         geometry->setColors(made.get());
@@ -229,8 +246,9 @@ bool MaterialColorIntoVertex(::osg::NodePtr node) {
 
 void setMaterialInGeometry(::osg::NodePtr& node) {
     const ::osg::GeometryPtr geometry = geometryOf(node);
-    if (geometry != ::osg::NullFC && geometry->getMaterial() == ::osg::NullFC)
-        geometry->setMaterial(getMaterial(node));
+    if (geometry == ::osg::NullFC || geometry->getMaterial() != ::osg::NullFC)
+        return;
+    giveMaterial(geometry, getMaterial(node));
 }
 
 ::osg::NodePtr CollectNonMaterialNodes(::osg::NodePtr root) {
@@ -253,7 +271,7 @@ void setMaterialInGeometry(::osg::NodePtr& node) {
         return ::osg::NullFC;
     fresh<::osg::NodePtr> collected(newGroupNode());
     for (const ::osg::NodePtr& node : nodes)
-        collected->addChild(node);
+        addChildTo(collected.get(), node);
     return collected.release();
 }
 
@@ -264,6 +282,9 @@ bool checkGeoProperties(::osg::GeometryPtr geometry) {
     if (geometry == ::osg::NullFC || isMissing(geometry->getTypes()) ||
         isMissing(geometry->getLengths()) || isMissing(geometry->getPositions()))
         return false;
+    if (!hasEmptyProperty(geometry)) // not even edited: it may be read by other threads
+        return true;
+    const geometry_edit edit(geometry);
     if (isEmpty(geometry->getNormals()))
         geometry->setNormals(::osg::NullFC);
     if (isEmpty(geometry->getColors()))

@@ -4,6 +4,7 @@
 
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_index.h>
 
 namespace morva::osg {
@@ -109,6 +110,7 @@ void replaceAll(const ::osg::GeometryPtr& geometry, const five_columns& columns,
     types->addValue(4);
     const ::osg::RefPtr<::osg::GeoPLengthsUI32Ptr> lengths(::osg::GeoPLengthsUI32::create());
     lengths->addValue(static_cast<UInt32>(corners));
+    const geometry_edit edit(geometry);
     geometry->editMFIndexMapping()->reserve(mapping.size());
 
     geometry->editMFIndexMapping()->clear();

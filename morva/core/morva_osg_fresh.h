@@ -6,7 +6,7 @@
 // without handing it on must destroy it:
 //
 //     fresh<::osg::NodePtr> group(newGroupNode());
-//     group->addChild(child);          // may throw: the group then goes with its children
+//     addChildTo(group.get(), child);  // may throw: the group then goes with its children
 //     return group.release();          // now the caller's
 //
 // One thread; the holder keeps no reference, so release() leaves the count at 0.
@@ -17,6 +17,8 @@
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
+
+#include <morva/core/morva_osg_edits.h>
 
 namespace morva::osg {
 
@@ -55,11 +57,9 @@ template <typename Ptr> class fresh {
 /// Makes a node with the given core, which goes with it if that fails.
 inline ::osg::NodePtr newNodeWith(const ::osg::NodeCorePtr& core) {
     const ::osg::RefPtr<::osg::NodeCorePtr> held(core);
-    const ::osg::NodePtr node = ::osg::Node::create();
-    ::osg::beginEditCP(node, ::osg::Node::CoreFieldMask);
-    node->setCore(core);
-    ::osg::endEditCP(node, ::osg::Node::CoreFieldMask);
-    return node;
+    fresh<::osg::NodePtr> node(::osg::Node::create());
+    giveCore(node.get(), core);
+    return node.release();
 }
 
 /// Makes a node with an empty group core.

@@ -22,7 +22,7 @@ inline ::osg::NodePtr newStandIn(const ::osg::NodePtr& node) {
         return ::osg::NullFC;
     fresh<::osg::NodePtr> top(newGroupNode());
     fresh<::osg::NodePtr> shown(newNodeWith(node->getCore()));
-    top->addChild(shown.get());
+    addChildTo(top.get(), shown.get());
     shown.release();
     return top.release();
 }

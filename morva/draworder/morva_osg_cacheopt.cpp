@@ -139,6 +139,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         ::osg::createSharedIndex(geometry);
         if (!perProperty)
             ::osg::createSingleIndex(geometry);
+        reportWhole(geometry);
         nameGeometry(geoNode, &idmapHandler::getNextGeometryName);
         return geoNode;
     }
@@ -150,6 +151,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
     if (first_type == 0 || getNumberOfPoints(geometry) != 0)
         return geoNode;
     ::osg::createSharedIndex(geometry);
+    reportWhole(geometry);
     return detail::piecesOf<triangle_rules>(geoNode, limit, perProperty, createGeo);
 }
 
@@ -161,12 +163,14 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
     getGeometryNodes(start.get(), nodes, false);
     for (std::size_t i = 0; i < nodes.size(); ++i) {
         const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(nodes[i]->getCore());
-        if (dropNormals && geometry != ::osg::NullFC)
+        if (dropNormals && geometry != ::osg::NullFC) {
+            const geometry_edit edit(geometry);
             geometry->setNormals(::osg::NullFC);
+        }
         bool aboveLimit = false;
         fresh<::osg::NodePtr> made(optimizeCache(nodes[i], aboveLimit, limit, perProperty));
         if (made.get() != ::osg::NullFC)
-            result->addChild(made.get());
+            addChildTo(result.get(), made.get());
         made.release();
         const std::streamsize precision = std::cout.precision(4);
         std::cout << '\r' << 100.0 * static_cast<double>(i) / static_cast<double>(nodes.size())

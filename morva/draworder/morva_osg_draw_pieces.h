@@ -13,6 +13,7 @@
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cache_walk.h>
@@ -54,19 +55,18 @@ void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perPrope
     const draw_order order = orderElements<Rules>(elements, limit, perProperty);
 
     const ::osg::MaterialPtr material = getMaterial(source);
-    result->setCore(::osg::Group::create());
+    giveCore(result, ::osg::Group::create());
     piece_writer writer(elements, order.elements);
     for (std::size_t i = 0; i < order.piece_first.size(); ++i) {
         const ::osg::RefPtr<::osg::NodePtr> child(::osg::Node::create());
         const ::osg::RefPtr<::osg::GeometryPtr> piece(create());
-        child->setCore(piece.get());
-        result->addChild(child.get());
-        ::osg::beginEditCP(piece.get());
+        giveCore(child.get(), piece.get());
+        addChildTo(result, child.get());
         writer.write(order.piece_first[i], order.pieceEnd(i), piece.get());
         piece->setMaterial(material);
-        ::osg::endEditCP(piece.get());
         if (!elements.has(1))
             ::osg::calcVertexNormals(piece.get());
+        reportWhole(piece.get());
         nameGeometry(child.get(), &idmapHandler::getNextGeometryName);
     }
 }

@@ -82,6 +82,7 @@ void linedrawlist::addLine(vcache_line_data* line) {
     if (geometry == ::osg::NullFC)
         return ::osg::NullFC;
     ::osg::createSharedIndex(geometry);
+    reportWhole(geometry);
     return detail::piecesOf<line_rules>(geoNode, limit, perProperty, createLineGeo);
 }
 

@@ -12,6 +12,7 @@
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -42,8 +43,8 @@ class held_child {
 void replaceByChild(const ::osg::NodePtr& replaced, const ::osg::NodePtr& child) {
     const ::osg::NodePtr parent = replaced->getParent();
     if (child != ::osg::NullFC)
-        parent->addChild(child);
-    parent->subChild(static_cast<::osg::UInt32>(parent->findChild(replaced)));
+        addChildTo(parent, child);
+    takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(replaced)));
 }
 
 /// Calls `pass` for each child; a child for which it returns true has left its place, which the
@@ -76,7 +77,7 @@ void deleteNode(::osg::NodePtr node) {
     while (parent != ::osg::NullFC) {
         const bool only_child = parent->getNChildren() == 1;
         const ::osg::NodePtr above = parent->getParent();
-        parent->subChild(static_cast<::osg::UInt32>(parent->findChild(node)));
+        takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(node)));
         if (!only_child)
             return;
         node = parent;
@@ -123,7 +124,7 @@ void stripEmptyChildren(const ::osg::NodePtr& node) {
         const ::osg::NodePtr child = node->getChild(i);
         stripEmptyChildren(child);
         if (isEmptyGroup(child))
-            node->subChild(i);
+            takeChildOff(node, i);
     }
 }
 
@@ -136,7 +137,7 @@ void removeEmptyParts(::osg::NodePtr node) {
     // A node that is left empty makes its parent a candidate, with all that hangs below it.
     for (::osg::NodePtr parent = node->getParent(); parent != ::osg::NullFC && isEmptyGroup(node);
          parent = node->getParent()) {
-        parent->subChild(static_cast<::osg::UInt32>(parent->findChild(node)));
+        takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(node)));
         stripEmptyChildren(parent);
         node = parent;
     }
@@ -159,7 +160,7 @@ template <class Test> bool removeSomeChildren(const ::osg::NodePtr& node, Test r
     if (noted.size() == count)
         return true;
     for (std::size_t i = noted.size(); i-- > 0;)
-        node->subChild(noted[i]);
+        takeChildOff(node, noted[i]);
     return false;
 }
 
@@ -206,8 +207,8 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
     while (node->getNChildren() == 1 && isPlainGroup(node->getChild(0))) {
         const ::osg::NodePtr group = node->getChild(0);
         while (group->getNChildren() > 0)
-            node->addChild(group->getChild(0));
-        node->subChild(::osg::UInt32(0));
+            addChildTo(node, group->getChild(0));
+        takeChildOff(node, 0);
     }
 }
 
@@ -230,8 +231,8 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
     if (parent != ::osg::NullFC) {
         replaceByChild(node, child);
     } else {
-        node->setCore(child->getCore());
-        node->subChild(::osg::UInt32(0));
+        giveCore(node, child->getCore());
+        takeChildOff(node, 0);
     }
     return parent;
 }
@@ -247,7 +248,7 @@ void RemoveTransforms(::osg::NodePtr node) {
     if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
         return;
     if (isKindOf<::osg::Transform>(node) || isKindOf<::osg::ComponentTransform>(node)) {
-        node->setCore(::osg::Group::create());
+        giveCore(node, ::osg::Group::create());
     }
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
         RemoveTransforms(node->getChild(i));

@@ -13,6 +13,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -31,8 +32,8 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
     const ::osg::GeoPositionsPtr positions = geometry->getPositions();
     if (positions == ::osg::NullFC)
         return;
-    ::osg::beginEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
-    ::osg::beginEditCP(positions);
+    const open_edit edit(geometry, ::osg::Geometry::PositionsFieldMask);
+    const open_edit positions_edit(positions);
     const ::osg::GeoPositions3fPtr plain = ::osg::GeoPositions3fPtr::dcast(positions);
     if (plain != ::osg::NullFC) {
         for (::osg::Pnt3f& position : editSpan(plain))
@@ -41,8 +42,6 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
         for (::osg::UInt32 i = 0; i < positions->getSize(); ++i)
             positions->setValue(change(positions->getValue(i)), i);
     }
-    ::osg::endEditCP(positions);
-    ::osg::endEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
 }
 
 /// The numbers of a text between colons, if there are at least `count`; else none.
@@ -69,14 +68,13 @@ template <typename Triple> std::string bracketed(const Triple& triple) {
 void bakePlace(const ::osg::NodePtr& node, const ::osg::Vec3f& offset) {
     const ::osg::Matrix to_world = node->getToWorld();
     const ::osg::GeometryPtr copy = ::osg::GeometryPtr::dcast(node->getCore())->clone();
-    ::osg::beginEditCP(node, ::osg::Node::CoreFieldMask);
-    node->setCore(copy);
-    ::osg::endEditCP(node, ::osg::Node::CoreFieldMask);
+    giveCore(node, copy);
     changePositions(copy, [&](const ::osg::Pnt3f& position) {
         ::osg::Pnt3f placed;
         to_world.multMatrixPnt(position, placed);
         return placed + offset;
     });
+    reportWhole(copy);
 }
 
 bool hasTransformAbove(const ::osg::NodePtr& node) {
@@ -241,12 +239,14 @@ void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
         return;
     const ::osg::NodePtr group = searchMaterialGroup(node);
     if (group != ::osg::NullFC) {
-        ::osg::MaterialGroupPtr::dcast(group->getCore())->setMaterial(material);
+        const auto core = ::osg::MaterialGroupPtr::dcast(group->getCore());
+        const open_edit edit(core, ::osg::MaterialGroup::MaterialFieldMask);
+        core->setMaterial(material);
         return;
     }
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
     if (geometry != ::osg::NullFC && geometry->getMaterial() != material) {
-        geometry->setMaterial(material);
+        giveMaterial(geometry, material);
     }
 }
 

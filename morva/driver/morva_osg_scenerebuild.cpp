@@ -8,6 +8,7 @@
 
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
@@ -193,7 +194,7 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
     std::cout << "Optimizing Tree..." << std::endl;
     const ::osg::NodePtr parent = root->getParent();
     if (parent != ::osg::NullFC) {
-        parent->subChild(static_cast<::osg::UInt32>(parent->findChild(root)));
+        takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
     }
     mergeEqualMaterials(root);
     if (parameters.empty())
@@ -202,7 +203,7 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
     const ::osg::NodePtr result = runStages(root, parameters);
     // The parent gets the input tree back; the optimised scene is what is returned.
     if (parent != ::osg::NullFC)
-        parent->addChild(root);
+        addChildTo(parent, root);
     return result;
 }
 

@@ -31,6 +31,7 @@
 #include <OpenSG/OSGRefPtr.h>
 
 #include <morva/core/morva_math.h>
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -42,20 +43,6 @@ struct vertex_indices {
     ::osg::Int32 color = -1;
     ::osg::Int32 secondary = -1;
     ::osg::Int32 id = -1;
-};
-
-/// Keeps an edit open for as long as it lives, whatever is thrown.
-class open_edit {
-  public:
-    explicit open_edit(const ::osg::GeometryPtr& edited) : core(edited) {
-        ::osg::beginEditCP(core, ::osg::FieldBits::AllFields);
-    }
-    open_edit(const open_edit&) = delete;
-    open_edit& operator=(const open_edit&) = delete;
-    ~open_edit() { ::osg::endEditCP(core, ::osg::FieldBits::AllFields); }
-
-  private:
-    ::osg::GeometryPtr core;
 };
 
 /// Reads the indices of a geometry's vertices; -1 for what its mapping does not name.

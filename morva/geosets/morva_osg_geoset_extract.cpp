@@ -557,7 +557,7 @@ bool hasTexCoords(const ::osg::GeometryPtr& geometry) {
 }
 
 void dropTexCoords(const ::osg::GeometryPtr& geometry) {
-    const open_edit edit(geometry);
+    const geometry_edit edit(geometry);
     geometry->setTexCoords(::osg::NullFC);
     geometry->setTexCoords1(::osg::NullFC);
     geometry->setTexCoords2(::osg::NullFC);

@@ -217,7 +217,6 @@ bool osg_line_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& 
             }
             copyRow(core->getTexCoords7(), 2 * from + k, row);
         }
-        ::osg::changedCP(core);
         return true;
     } catch (const std::bad_alloc&) {
         std::cerr << "Bad Alloc in Geoset while creating new Line." << std::endl;
@@ -244,7 +243,6 @@ void osg_line_geoset::ModifyObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p
     }
     core->getPositions()->setValue(p0, row);
     core->getPositions()->setValue(p1, row + 1);
-    ::osg::changedCP(core);
     if (element < size)
         calc_axis_min_max(element, element);
 }

@@ -15,6 +15,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_platform.h>
@@ -251,11 +252,10 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     // A geoset without a core has nothing, as the new geometry has.
     const ::osg::GeometryPtr core =
         geoset.geometry == ::osg::NullFC ? geometry : geoset.geometry.get();
-    ::osg::beginEditCP(geometry);
+    const geometry_edit edit(geometry);
     rebuildProperties(core, run, geometry);
     setPrimitive(geometry, element_form<G>::type, run.objects.size() * run.corners);
     geometry->setMaterial(core->getMaterial());
-    ::osg::endEditCP(geometry);
 
     if (calcnormals && triangles)
         calculateNormals(geometry);
@@ -264,7 +264,6 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     }
     applyLevel(geometry, opt, &geoset);
     narrowIndices(geometry);
-    ::osg::changedCP(geometry);
 }
 
 /// What stands for a core that could not be made; null if even that cannot be made.
@@ -326,7 +325,7 @@ void addFresh(const ::osg::NodePtr& parent, const ::osg::NodePtr& child) {
     if (child == ::osg::NullFC)
         return;
     fresh<::osg::NodePtr> made(child);
-    parent->addChild(made.get());
+    addChildTo(parent, made.get());
     made.release();
 }
 
@@ -438,9 +437,7 @@ template <typename T, typename G>
         return result;
     const ::osg::MaterialGroupPtr material = ::osg::MaterialGroupPtr::dcast(model->getCore());
     if (material != ::osg::NullFC) {
-        ::osg::beginEditCP(result);
-        result->setCore(material);
-        ::osg::endEditCP(result);
+        giveCore(result, material);
     }
     return result;
 }

@@ -8,6 +8,7 @@
 #include <OpenSG/OSGQuaternion.h>
 #include <OpenSG/OSGTransformChunk.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>
 
@@ -29,9 +30,7 @@ namespace {
 ::osg::TransformChunkPtr chunkOf(const ::osg::GeometryPtr& geometry) {
     if (geometry->getMaterial() == ::osg::NullFC) {
         const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
-        ::osg::beginEditCP(geometry, ::osg::Geometry::MaterialFieldMask);
-        geometry->setMaterial(material);
-        ::osg::endEditCP(geometry, ::osg::Geometry::MaterialFieldMask);
+        giveMaterial(geometry, material);
         return newChunkIn(material);
     }
     const ::osg::ChunkMaterialPtr material =
@@ -105,7 +104,8 @@ void addTransformChunk(::osg::GeometryPtr geometry) {
         return;
     moveBack(chunk, low, shift);
 
-    ::osg::beginEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
+    const open_edit edit(geometry, ::osg::Geometry::PositionsFieldMask);
+    const open_edit positions_edit(positions);
     for (::osg::UInt32 i = 0; i < positions->size(); ++i) {
         ::osg::Pnt3f p = positions->getValue(i);
         for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
@@ -115,7 +115,6 @@ void addTransformChunk(::osg::GeometryPtr geometry) {
         positions->setValue(p, i);
     }
     geometry->setPositions(positions);
-    ::osg::endEditCP(geometry, ::osg::Geometry::PositionsFieldMask);
 }
 
 } // namespace morva::osg

@@ -8,6 +8,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -80,6 +81,7 @@ std::string joined(const std::set<std::string>& texts) {
 /// Makes an empty attribute map that the root holds under `binding`.
 ::osg::StringAttributeMapPtr newMap(const ::osg::NodePtr& root, ::osg::UInt16 binding) {
     const ::osg::StringAttributeMapPtr map = ::osg::StringAttributeMap::create();
+    const open_edit edit(root, ::osg::AttachmentContainer::AttachmentsFieldMask);
     root->addAttachment(map, binding);
     return map;
 }
@@ -139,6 +141,7 @@ void addIDmapInfo(::osg::NodePtr root) {
     const idmapHandler& handler = getIDmapHandler();
 
     const ::osg::StringAttributeMapPtr sets = newMap(root, 1);
+    const open_edit sets_edit(sets);
     for (const auto& [name, set] : handler.texCoordMapping)
         sets->setAttribute(name, set);
 
@@ -146,6 +149,7 @@ void addIDmapInfo(::osg::NodePtr root) {
     const ::osg::StringAttributeMapPtr mins = newMap(root, 3);
     const ::osg::StringAttributeMapPtr maxs = newMap(root, 4);
     const ::osg::StringAttributeMapPtr colours = newMap(root, 5);
+    const open_edit names_edit(names), mins_edit(mins), maxs_edit(maxs), colours_edit(colours);
     const auto material_of = materialsByAppearance(handler);
     for (std::size_t id = 0; id < handler.names.size(); ++id) {
         const std::string key = std::to_string(id);
@@ -164,6 +168,7 @@ void addIDmapInfo(::osg::NodePtr root) {
     }
 
     const ::osg::StringAttributeMapPtr uses = newMap(root, 6);
+    const open_edit uses_edit(uses);
     for (const auto& [id, outputs] : handler.usage) {
         // IDs that came with the model's own seventh set may name nothing here.
         if (id < 0 || static_cast<std::size_t>(id) >= handler.names.size())

@@ -6,6 +6,7 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -202,7 +203,7 @@ void idmapHandler::moveIdsToLowSet(const ::osg::NodePtr& node) {
     const ::osg::GeoTexCoordsPtr ids = geometry->getTexCoords7(); // the field is reset below
     const char* slot = nullptr;
     ::osg::UInt16 bit = 0;
-    ::osg::beginEditCP(geometry);
+    const geometry_edit edit(geometry);
     if (geometry->getTexCoords() == ::osg::NullFC) {
         geometry->setTexCoords(ids);
         bit = ::osg::Geometry::MapTexCoords;
@@ -225,7 +226,6 @@ void idmapHandler::moveIdsToLowSet(const ::osg::NodePtr& node) {
         remapFirst(geometry, ::osg::Geometry::MapTexCoords7, bit);
         texCoordMapping[::osg::getName(node)] = slot;
     }
-    ::osg::endEditCP(geometry);
 }
 
 idmapHandler& getIDmapHandler() {

@@ -9,6 +9,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
@@ -38,12 +39,14 @@ bool isGeometry(const ::osg::NodePtr& node) {
     fresh<::osg::NodePtr> top(newStandIn(node));
     if (top.get() == ::osg::NullFC)
         return ::osg::NullFC;
+    const open_edit mask(top->getChild(0), ::osg::Node::TravMaskFieldMask);
     top->getChild(0)->setTravMask(node->getTravMask());
     const ::osg::NodePtr above = searchMaterialGroup(node);
     if (above != ::osg::NullFC) {
         const ::osg::RefPtr<::osg::MaterialGroupPtr> group(::osg::MaterialGroup::create());
+        const open_edit edit(group.get());
         group->setMaterial(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial());
-        top->setCore(group.get());
+        giveCore(top.get(), group.get());
     }
     return top.release();
 }
@@ -89,9 +92,9 @@ void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& r
         setMaterialInGeometry(node);
         fresh<::osg::NodePtr> carried(cache != nullptr ? optimizeNode(node, *cache) : node);
         if (carried.get() != ::osg::NullFC)
-            holder->addChild(carried.get()); // the node itself leaves its old parent
+            addChildTo(holder.get(), carried.get()); // the node itself leaves its old parent
         carried.release();
-        result->addChild(holder.get());
+        addChildTo(result, holder.get());
         holder.release();
     }
 }

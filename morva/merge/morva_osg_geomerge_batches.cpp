@@ -10,6 +10,7 @@
 #include <OpenSG/OSGGroup.h>
 
 #include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
@@ -109,9 +110,9 @@ template <typename Geoset> void flush(Geoset& geoset, const batch_setup& batch) 
     kd_tree<float> tree;
     sort(geoset, tree, batch);
     fresh<::osg::NodePtr> made(cores(geoset, tree, batch));
-    node->addChild(made.get());
+    addChildTo(node.get(), made.get());
     made.release();
-    batch.out->addChild(node.get());
+    addChildTo(batch.out, node.get());
     node.release();
     geoset.clear();
     prepare(geoset, batch);

@@ -13,6 +13,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
@@ -136,7 +137,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         fresh<::osg::NodePtr> group(mergeGeometryInVector(material, nodes, kd, setup, batch_limit));
         if (group.get() == ::osg::NullFC)
             continue;
-        result->addChild(group.get());
+        addChildTo(result, group.get());
         group.release();
     }
 }
@@ -176,7 +177,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         printProgress(made.size() - 1, nodes.size());
     }
     for (fresh<::osg::NodePtr>& node : made) {
-        cached->addChild(node.get());
+        addChildTo(cached.get(), node.get());
         node.release();
     }
     return cached.release();

@@ -20,6 +20,7 @@
 
 #include <OpenSG/OSGNode.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/idmap/morva_osg_late_names.h>
@@ -132,7 +133,7 @@ template <typename Arguments> class task_list {
                 handler.takeChanges(index);
             if (made.get() == ::osg::NullFC)
                 continue;
-            parent->addChild(made.get());
+            addChildTo(parent, made.get());
             reportChange(made.release());
             reportChange(parent);
             records[index].names->give();

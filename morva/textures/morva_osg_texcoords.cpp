@@ -13,6 +13,7 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -393,8 +394,8 @@ int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     const int added = optimizeTexCoords(geoset, maxTC, cutLimit);
     if (geoset.geometry->getPositions() != ::osg::NullFC)
         fitToTriangles(geoset);
-    const ::osg::CPEditor edit(node, ::osg::Node::CoreFieldMask);
-    node->setCore(geoset.geometry.get());
+    reportWhole(geoset.geometry.get());
+    giveCore(node, geoset.geometry.get());
     return added;
 }
 
@@ -489,8 +490,7 @@ void takeGroupMaterial(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr geometry = geometryOf(node);
     if (group == ::osg::NullFC || geometry == ::osg::NullFC)
         return;
-    const ::osg::CPEditor edit(geometry, ::osg::Geometry::MaterialFieldMask);
-    geometry->setMaterial(::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial());
+    giveMaterial(geometry, ::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial());
 }
 
 } // namespace
@@ -515,9 +515,8 @@ void takeGroupMaterial(const ::osg::NodePtr& node) {
     if (found.empty())
         return none;
     fresh<::osg::NodePtr> group(newGroupNode());
-    ::osg::CPEditor edit(group.get(), ::osg::Node::ChildrenFieldMask);
     for (const ::osg::NodePtr& node : found)
-        group->addChild(node);
+        addChildTo(group.get(), node);
     return group.release();
 }
 

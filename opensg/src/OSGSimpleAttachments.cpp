@@ -40,11 +40,12 @@ void setName(const AttachmentContainerPtr& container, const std::string& text) {
     NamePtr name = nameOf(container);
     if (name == NullFC) {
         name = Name::create();
-        name->getFieldPtr()->setValue(text);
         container->addAttachment(name);
-    } else {
-        name->getFieldPtr()->setValue(text);
+        endEditCP(name, Name::ParentsFieldMask);
+        endEditCP(container, AttachmentContainer::AttachmentsFieldMask);
     }
+    name->getFieldPtr()->setValue(text);
+    endEditCP(name);
 }
 
 void setName(const AttachmentContainerPtr& container, const Char8* text) {

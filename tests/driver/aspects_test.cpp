@@ -1,0 +1,259 @@
+// What the library changes, as another aspect sees it once the change list was applied to it.
+
+#include <functional>
+#include <set>
+#include <sstream>
+#include <string>
+
+#include <gtest/gtest.h>
+
+#include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
+#include <OpenSG/OSGTextureChunk.h>
+#include <OpenSG/OSGThread.h>
+#include <OpenSG/OSGThreadManager.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/draworder/morva_osg_cacheopt.h>
+#include <morva/driver/morva_osg_scene_cleanup.h>
+#include <morva/driver/morva_osg_scene_placement.h>
+#include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/textures/morva_osg_texcoords.h>
+
+#include "../support/live_containers.h"
+#include "../support/scene_builders.h"
+#include "../support/stream_capture.h"
+
+namespace {
+
+using namespace morva_test;
+using ::osg::FieldContainerPtr;
+using ::osg::NodePtr;
+
+/// All that a container reaches, in the aspect of the calling thread: fields as text, each
+/// container once.
+class description {
+  public:
+    void add(const FieldContainerPtr& at) {
+        if (at == ::osg::NullFC || !seen.insert(at.getFieldContainerId()).second)
+            return;
+        containers.push_back(at);
+        addFields(at);
+        const NodePtr node = NodePtr::dcast(at);
+        if (node != ::osg::NullFC) {
+            add(node->getParent());
+            add(node->getCore());
+            for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+                add(node->getChild(i));
+        }
+        const auto attached = ::osg::AttachmentContainerPtr::dcast(at);
+        for (::osg::UInt16 i = 0; attached != ::osg::NullFC && i < 7; ++i) {
+            add(attached->findAttachment(::osg::Name::getClassType(), i));
+            add(attached->findAttachment(::osg::StringAttributeMap::getClassType(), i));
+        }
+        addGeometry(::osg::GeometryPtr::dcast(at));
+        addMaterial(::osg::ChunkMaterialPtr::dcast(at));
+        const auto group = ::osg::MaterialGroupPtr::dcast(at);
+        if (group != ::osg::NullFC)
+            add(group->getMaterial());
+    }
+    std::string text() const { return out.str(); }
+
+    std::vector<FieldContainerPtr> containers;
+
+  private:
+    void addFields(const FieldContainerPtr& at) {
+        out << at->getType().getCName() << ' ' << at.getFieldContainerId();
+        for (::osg::UInt32 i = 1; i < 32; ++i) {
+            const ::osg::FieldDescription* field = at->getType().getFieldDescription(i);
+            if (field == nullptr || std::string(field->getCName()) == "volume")
+                continue; // each aspect brings its own volumes up to date
+            std::string value;
+            out << ", " << field->getCName() << ": " << at->getField(i)->getValueByStr(value);
+        }
+        out << '\n';
+    }
+    void addGeometry(const ::osg::GeometryPtr& g) {
+        if (g == ::osg::NullFC)
+            return;
+        add(g->getTypes()), add(g->getLengths()), add(g->getPositions()), add(g->getNormals());
+        add(g->getColors()), add(g->getTexCoords()), add(g->getTexCoords1());
+        add(g->getTexCoords7()), add(g->getIndices()), add(g->getMaterial());
+    }
+    void addMaterial(const ::osg::ChunkMaterialPtr& material) {
+        for (::osg::UInt32 i = 0; material != ::osg::NullFC && i < material->getMFChunks()->size();
+             ++i) {
+            add(material->getChunks(i));
+            const auto texture = ::osg::TextureChunkPtr::dcast(material->getChunks(i));
+            if (texture != ::osg::NullFC)
+                add(texture->getImage());
+        }
+    }
+
+    std::set<::osg::UInt32> seen;
+    std::ostringstream out;
+};
+
+::osg::Thread* named(const char* name) {
+    return dynamic_cast<::osg::Thread*>(::osg::ThreadManager::the()->getThread(name, "OSGThread"));
+}
+
+void runIn(::osg::Thread* thread, ::osg::UInt32 aspect, const std::function<void()>& work) {
+    std::function<void()> copy = work;
+    ASSERT_TRUE(thread->runFunction([](void* f) { (*static_cast<std::function<void()>*>(f))(); },
+                                    aspect, &copy));
+    ::osg::BaseThread::join(thread);
+}
+
+/// A bit of everything that a pass may meet; equal squares, `size` of them in each part.
+NodePtr variety(std::size_t size) {
+    const auto squares = [&](bool coloured) {
+        mesh_data mesh = quads(size);
+        mesh.coordinates.assign(mesh.positions.size(), {7, 0.5F});
+        if (coloured)
+            mesh.colors.assign(mesh.positions.size(), {0, 1, 0});
+        return mesh;
+    };
+    const ::osg::MaterialPtr red = simple({1, 0, 0}),
+                             image = chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2)),
+                             glass = chunked({0, 0, 1, 0.5F});
+    using morva_test::named;
+    // A core of two nodes and a property of two cores: one of each lets go of it.
+    const NodePtr a = named("a", meshNode(squares(false), red));
+    const NodePtr green = named("green", meshNode(squares(true)));
+    const NodePtr near = named("near", meshNode(squares(false), red));
+    coreOf(near)->setColors(coreOf(green)->getColors());
+    return named(
+        "top", group({moved({1, 2, 3}, {a, group()}), hidden(nodeOf(a->getCore())), green,
+                      materialGroup(image, {named("b", meshNode(squares(false)))}),
+                      named("b", meshNode(cube(), simple({1, 0, 0}))),
+                      group({group({named("glass", meshNode(squares(false), glass))})}),
+                      switched(1, {meshNode(row(3, 1)), meshNode(squares(false), red)}),
+                      detailed({near, meshNode(row(3, 1))}), named("lines", meshNode(row(4, 1)))}));
+}
+
+using pass = std::function<node_ref(const NodePtr&)>;
+
+pass optTreeBy(const std::string& parameters) {
+    return [parameters](const NodePtr& above) {
+        const node_ref root(above->getChild(0));
+        return node_ref(morva::osg::optTree(root.get(), parameters));
+    };
+}
+
+node_ref cleanUp(const NodePtr& root) {
+    morva::osg::centerGeoPositions(root, "1:2:3");
+    morva::osg::removeSwitchParts(root);
+    morva::osg::removeLODParts(root);
+    morva::osg::RenameMultipleNodeNames(root, false);
+    morva::osg::removeEmptyParts(root);
+    morva::osg::RemoveGroupNodes(root);
+    const node_ref collected(morva::osg::CollectNonMaterialNodes(root));
+    const ::osg::MaterialPtr cyan = simple({0, 1, 1});
+    ::osg::endEditCP(cyan);
+    morva::osg::changeMaterialsInScene(root, cyan);
+    return collected;
+}
+
+node_ref changeCores(const NodePtr& root) {
+    for (NodePtr node : geometryNodes(root)) {
+        morva::osg::setMaterialInGeometry(node);
+        morva::osg::VertexColorIntoMaterial(coreOf(node), false);
+        morva::osg::MaterialColorIntoVertex(node);
+        morva::osg::MaterialColorIntoVertex(node);
+        morva::osg::addTransformChunk(coreOf(node));
+        morva::osg::createSharedIndex(coreOf(node));
+        morva::osg::optimizeTexCoords(node, 2, 50);
+    }
+    return node_ref(morva::osg::CollectNodesWithTexCoordsGreater(root, 1));
+}
+
+/// Scene, pass and what is seen of both in the two aspects; the number of the pass's entries.
+struct comparison {
+    std::string made, seen;
+    ::osg::UInt32 entries = 0;
+};
+
+comparison compare(const pass& act, std::size_t size) {
+    comparison result;
+    ::osg::Thread *builder = named("builder"), *viewer = named("viewer");
+    node_ref root, made;
+    const auto describeAll = [&] {
+        description all;
+        all.add(root.get());
+        all.add(made.get());
+        return all.text();
+    };
+    const auto apply = [&] {
+        runIn(viewer, 1, [&] {
+            builder->getChangeList()->applyToCurrent();
+            result.seen = root == ::osg::NullFC ? "" : describeAll();
+        });
+    };
+    runIn(builder, 0, [&] {
+        root = group({variety(size)});
+        description all;
+        all.add(root.get());
+        for (const FieldContainerPtr& container : all.containers)
+            ::osg::endEditCP(container);
+        result.made = all.text();
+    });
+    apply();
+    EXPECT_EQ(result.seen, result.made) << "the scene itself";
+    runIn(builder, 0, [&] {
+        const stream_capture out(std::cout);
+        made = act(root.get());
+        result.made = describeAll();
+        result.entries = ::osg::Thread::getCurrentChangeList()->sizeChanged();
+    });
+    apply();
+    const std::string seen = result.seen;
+    runIn(builder, 0, [&] { root = made = ::osg::NullFC; });
+    apply();
+    result.seen = seen;
+    return result;
+}
+
+TEST(Aspects, TakeOverWhatAPassMadeAndWhatItChanged) {
+    const struct {
+        const char* name;
+        pass act;
+    } rows[] = {
+        {"merge", optTreeBy("maxtris(5),opt(3),idmapinroot(true),keeprenderfalse(true)")},
+        {"threads",
+         optTreeBy("maxtris(100),opt(2),calcnormals(true),vertexcolor(9),numthreads(2)")},
+        {"cache", optTreeBy("cacheopt(true),onegeometry(true),removeswitch(true),removelod(true)")},
+        {"nothing", optTreeBy("")},
+        {"colours",
+         [](const NodePtr& root) {
+             morva::osg::VertexColorIntoMaterial(coreOf(nodeNamed(root, "green")), false);
+             return node_ref();
+         }},
+        {"pieces",
+         [](const NodePtr& root) {
+             return node_ref(morva::osg::optimizeCacheForTree(root, 5, true, true));
+         }},
+        {"clean-up", cleanUp},
+        {"cores", changeCores},
+    };
+    ::osg::ChangeList::setReadWriteDefault(true);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const unsigned int before = liveContainers();
+        const comparison few = compare(row.act, 3), many = compare(row.act, 6);
+        EXPECT_EQ(few.seen, few.made);
+        EXPECT_EQ(many.seen, many.made);
+        EXPECT_GT(few.entries, 1U);
+        EXPECT_EQ(liveContainers(), before) << "both aspects let go";
+    }
+    // A merge into one core per material enters as much for large parts as for small ones.
+    const pass merge = optTreeBy("maxtris(100000)");
+    EXPECT_EQ(compare(merge, 2).entries, compare(merge, 200).entries);
+    ::osg::ChangeList::setReadWriteDefault(false);
+    ::osg::Thread::getCurrentChangeList()->clearAll();
+}
+
+} // namespace
