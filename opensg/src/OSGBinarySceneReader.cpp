@@ -375,7 +375,14 @@ class scene_reader {
 
     /// The same text comes once, with the first place and how often it was meant.
     void note(const std::string& text, UInt64 place) {
-        ++_notes.emplace(text, std::make_pair(place, 0)).first->second.second;
+        constexpr std::size_t mostNotes = 64; // no file floods the log
+        const auto known = _notes.find(text);
+        if (known != _notes.end())
+            ++known->second.second;
+        else if (_notes.size() < mostNotes)
+            _notes.emplace(text, std::make_pair(place, 1));
+        else
+            ++_notesLeftOut;
     }
     void logNotes() const {
         for (const auto& [text, seen] : _notes) {
@@ -383,6 +390,8 @@ class scene_reader {
                 seen.second > 1 ? " (" + std::to_string(seen.second) + " times)" : "";
             SWARNING << "Scene file: byte " << seen.first << ": " << text << times << endLog;
         }
+        if (_notesLeftOut > 0)
+            SWARNING << "Scene file: and " << _notesLeftOut << " more such lines" << endLog;
     }
 
     const scene_index& _index;
@@ -392,6 +401,7 @@ class scene_reader {
     std::vector<FieldContainerPtr> _containers; ///< beside _types; null for the root, too
     std::vector<pending_link> _links;
     std::map<std::string, std::pair<UInt64, UInt32>> _notes; ///< first place, how often
+    std::size_t _notesLeftOut = 0;
 };
 
 } // namespace
