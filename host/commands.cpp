@@ -171,6 +171,7 @@ void finish(const options& chosen, const run_report& report, staged_output* repo
         const auto replace = nlohmann::json::error_handler_t::replace;
         writeFile(report_stage->path(), jsonOf(report).dump(2, ' ', false, replace) + "\n");
     }
+    outputs.check();
     tellNotes(report.notes, chosen.quiet);
     tell(chosen.quiet ? std::string() : tableOf(report));
     outputs.commit();

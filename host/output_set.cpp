@@ -88,18 +88,15 @@ void output_set::drop(const staged_output& output) {
                                 [&](const auto& one) { return one.get() == &output; }));
 }
 
+void output_set::check() const { plannedMoves(); }
+
 void output_set::commit() {
-    try {
-        const std::vector<file_move> moves = plannedMoves();
-        const std::vector<std::string> gone = buffersWithoutModel();
-        moveAll(moves);
-        std::error_code ignored; // what stays does no harm
-        for (const std::string& path : gone)
-            fs::remove(path, ignored);
-    } catch (const fs::filesystem_error& error) {
-        throw host_error("cannot write '" + nameOf(error.path1().string()) +
-                         "': " + error.code().message());
-    }
+    const std::vector<file_move> moves = plannedMoves();
+    const std::vector<std::string> gone = buffersWithoutModel();
+    moveAll(moves);
+    std::error_code ignored; // what stays does no harm
+    for (const std::string& path : gone)
+        fs::remove(path, ignored);
 }
 
 std::vector<file_move> output_set::plannedMoves() const {

@@ -45,11 +45,15 @@ class output_set {
     /// Takes an output back that is not to be written.
     void drop(const staged_output& output);
 
+    /// Makes sure that all that was written can go to its place.
+    /// errors  host_error: a file that belongs to an output would replace one that the output in
+    ///         place does not refer to, or nothing was written
+    void check() const;
+
     /// Puts all files in their places: those that belong to others before them, the model last.
     /// A replaced file hands on its permissions; a file that is there with the same content stays.
     /// Buffers named by their content that only the replaced model referred to go.
-    /// errors  host_error: a file that belongs to an output would replace one that the output in
-    ///         place does not refer to, or the disk; all files are then as before
+    /// errors  host_error: those of check(), or the disk; all files are then as before
     void commit();
 
   private:

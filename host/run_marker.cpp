@@ -44,7 +44,8 @@ std::string firstLineOf(const std::string& path) {
     return line;
 }
 
-/// When a process started, in clock ticks since the machine did; empty if there is none.
+/// When a process started, in clock ticks since the machine did; "ended" for one that only waits
+/// for its parent to ask how it ended, which may be for ever; empty if there is none.
 std::string startOf(const std::string& process) {
     const std::string line = firstLineOf("/proc/" + process + "/stat");
     // The name of the program stands in brackets, and may hold any. The start is the 20th behind.
@@ -52,8 +53,11 @@ std::string startOf(const std::string& process) {
     if (bracket == std::string::npos)
         return std::string();
     std::istringstream words(line.substr(bracket + 1));
-    std::string word;
-    for (int i = 0; i < 20; ++i)
+    std::string state, word;
+    words >> state;
+    if (state == "Z" || state == "X")
+        return "ended";
+    for (int i = 1; i < 20; ++i)
         words >> word;
     return words ? word : std::string();
 }

@@ -1,6 +1,4 @@
-#include <limits>
 #include <set>
-#include <sstream>
 #include <tuple>
 
 #include <unistd.h>
@@ -22,17 +20,10 @@ namespace {
                   named("c", meshNode(strip(8), simple({0, 0, 1})))});
 }
 
-/// optimize with a good input, and what is told instead of the good output or parameters.
-std::vector<std::string> goodInput(const temporary_folder& folder,
-                                   const std::vector<std::string>& more) {
-    std::vector<std::string> all = {"optimize", modelFile(folder.file("in.glb"), smallScene())};
-    all.insert(all.end(), more.begin(), more.end());
-    return all;
-}
-
 TEST(Command, PrintsTheTableAndNothingOfTheOptimiser) {
     const temporary_folder folder;
-    std::vector<std::string> arguments = goodInput(folder, {"-o", folder.file("o.glb")});
+    modelFile(folder.file("in.glb"), smallScene());
+    std::vector<std::string> arguments = wordsOf("optimize @in.glb -o @o.glb", folder);
     const command_result result = runMorva(arguments);
     ASSERT_EQ(result.code, 0) << result.err;
     EXPECT_NE(result.out.find("draw calls"), std::string::npos);
@@ -52,9 +43,9 @@ TEST(Command, PrintsTheTableAndNothingOfTheOptimiser) {
 
 TEST(Report, HoldsBothSidesThePartsAndTheAudit) {
     const temporary_folder folder;
+    modelFile(folder.file("in.glb"), smallScene());
     const command_result result =
-        runMorva(goodInput(folder, {"-q", "-o", folder.file("o.glb"), "--report",
-                                    folder.file("r.json"), "-p", "maxtris(10)"}));
+        runMorva(wordsOf("optimize @in.glb -q -o @o.glb --report @r.json -p maxtris(10)", folder));
     ASSERT_EQ(result.code, 0) << result.err;
     const auto report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
     EXPECT_EQ(report["schema"], "morva-report-1");
@@ -162,78 +153,6 @@ TEST(IdMap, KeepsNamesOnRequest) {
     EXPECT_EQ(id["parts"], nlohmann::json({0, 1}));
     EXPECT_FALSE(report["parts"][0].contains("triangles_out"));
     EXPECT_TRUE(report["audit"]["by_part"]);
-}
-
-TEST(IgnoredParameters, AreNotedAndTheModelIsWritten) {
-    const temporary_folder folder;
-    const command_result result = runMorva(goodInput(
-        folder, {"-o", folder.file("o.glb"), "-p", "((,maxtris,)(,bananas(7),opt(1),opt(2)"}));
-    EXPECT_EQ(result.code, 0) << result.err;
-    for (const char* note : {"'maxtris' is not of the form", "'bananas(7)' has an unknown key",
-                             "'opt(2)' repeats a key"})
-        EXPECT_NE(result.err.find(note), std::string::npos) << note << "\n" << result.err;
-    EXPECT_TRUE(std::filesystem::exists(folder.file("o.glb")));
-}
-
-/// Inputs of all kinds: good, damaged, with nothing to draw.
-void fillFolder(const temporary_folder& folder) {
-    const std::string whole = bytesOf(modelFile(folder.file("in.glb"), smallScene()));
-    writeBytes(folder.file("half.glb"), whole.substr(0, whole.size() / 2));
-    writeBytes(folder.file("empty.glb"), "");
-    for (const char* name : {"rubbish.glb", "rubbish.osb", "unknown.xyz"})
-        writeBytes(folder.file(name), "hello");
-    writeBytes(folder.file("bare.gltf"),
-               R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],)"
-               R"("nodes":[{"name":"empty"}]})");
-    mesh_data endless = quads(2);
-    for (::osg::Pnt3f& position : endless.positions)
-        position[1] = std::numeric_limits<float>::infinity();
-    modelFile(folder.file("endless.glb"), group({meshNode(endless)}));
-    std::filesystem::create_directory(folder.file("folder.glb"));
-}
-
-struct bad_run {
-    const char* name;
-    const char* arguments; ///< after the command's name; "@" is the folder
-    int code;
-    const char* message;
-};
-
-const bad_run bad_runs[] = {
-    {"no_command", "", 2, "subcommand"},
-    {"unknown_option", "optimize @in.glb -o @o.glb --fast", 2, "--fast"},
-    {"no_output", "optimize @in.glb", 2, "--output"},
-    {"unknown_output_format", "optimize @in.glb -o @o.txt", 2, "known extensions"},
-    {"map_in_a_missing_folder", "optimize @in.glb -o @o.glb -p idmap(@none/m)", 1,
-     "there is no folder"},
-    {"quiet_and_verbose", "optimize @in.glb -o @o.glb -q -v", 2, "exclude each other"},
-    {"missing_file", "optimize @none.glb -o @o.glb", 1, "no such file"},
-    {"folder_as_file", "optimize @folder.glb -o @o.glb", 1, "is a folder"},
-    {"empty_file", "optimize @empty.glb -o @o.glb", 1, "is empty"},
-    {"unknown_input_format", "optimize @unknown.xyz -o @o.glb", 1, "cannot read"},
-    {"rubbish_in_a_known_format", "optimize @rubbish.glb -o @o.glb", 1, "cannot read"},
-    {"damaged_scene_file", "optimize @rubbish.osb -o @o.glb", 1, "cannot read"},
-    {"truncated", "optimize @half.glb -o @o.glb", 1, "cannot read"},
-    {"no_triangles", "optimize @bare.gltf -o @o.glb", 1, "nothing to draw"},
-    {"infinite_coordinates", "optimize @endless.glb -o @o.glb", 1, "nothing is left to draw"},
-    {"missing_output_folder", "optimize @in.glb -o @none/o.glb", 1, "there is no folder"},
-    {"output_below_a_file", "optimize @in.glb -o @empty.glb/o.glb", 1, "is no folder"},
-    {"output_is_a_folder", "optimize @in.glb -o @folder.glb", 1, "is a folder"},
-};
-
-TEST(BadRun, SaysWhatIsWrongAndLeavesNothing) {
-    const temporary_folder folder;
-    fillFolder(folder);
-    const std::vector<std::string> before = folder.entries();
-    for (const bad_run& run : bad_runs) {
-        SCOPED_TRACE(run.name);
-        const command_result result = runMorva(wordsOf(run.arguments, folder));
-        EXPECT_EQ(result.code, run.code);
-        EXPECT_NE(result.err.find(run.message), std::string::npos) << result.err;
-        EXPECT_NE(result.err.find("morva: "), std::string::npos);
-        EXPECT_EQ(result.out, "");
-        EXPECT_EQ(folder.entries(), before);
-    }
 }
 
 TEST(OptimiserOutput, TellsLinesFromProgress) {

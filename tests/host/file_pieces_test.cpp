@@ -18,52 +18,47 @@ namespace {
 
 using morva::host::runMarker;
 
-TEST(RunMarker, TellsEndedRunsOfThisMachine) {
-    const struct {
-        const char *change, *to; ///< of our own mark; the first is a pattern
-        bool ended;
-    } rows[] = {{"", "", false}, // ours
-                {"start .*", "start 1", true},
-                {"process .*", "process 999999999", true},
-                {"boot .*", "boot 00000000-0000-0000-0000-000000000000", true},
-                {"host (.*)", "host $1-2", false},
-                {"host .*\nboot .*", "host elsewhere\nboot 0", false},
-                {"space .*\nprocess .*", "space pid:[1]\nprocess 999999999", false},
-                {"boot .*", "boot ", false},
-                {"process .*", "process 99999999999999999999", false},
-                {"process .*", "process -1", false},
-                {"process .*(\n.*)*", "process 999999999\nstart 1", false}, // being written
-                {"morva run", "morva", false},
-                {"space .*\n", "", false}};
-    for (const auto& row : rows) {
-        const std::string mark =
-            std::regex_replace(runMarker(), std::regex(row.change, std::regex::multiline), row.to,
-                               std::regex_constants::format_first_only);
-        EXPECT_EQ(morva::host::isOfEndedRun(mark), row.ended) << mark;
-    }
-}
-
 TEST(RunMarker, SweepsNothingButFoldersOfEndedRuns) {
+    const std::string ours = morva::host::runFolderName(),
+                      other = std::regex_replace(ours, std::regex("-[0-9]+-[0-9]+-"), "-1-1-"),
+                      gone = "process 999999999";
+    const struct {
+        std::string name;    ///< of the folder
+        const char* pattern; ///< in our own mark; null: an empty mark
+        std::string change;  ///< what takes the pattern's place
+        bool stays;
+    } rows[] = {{".morva-a", "^", "", true}, // ours
+                {".morva-b", "start .*", "start 1", false},
+                {".morva-c", "process .*", gone, false},
+                {".morva-d", "boot .*", "boot 0-0", false},
+                {".morva-e", "host (.*)", "host $1-2", true},
+                {".morva-f", "host .*\nboot .*", "host elsewhere\nboot 0", true},
+                {".morva-g", "space .*\nprocess .*", "space pid:[1]\n" + gone, true},
+                {".morva-h", "boot .*", "boot ", true},
+                {".morva-i", "process .*", "process 99999999999999999999", true},
+                {".morva-j", "process .*", "process -1", true},
+                {".morva-k", "process .*\n.*\n", gone + "\nstart 1", true}, // being written
+                {".morva-l", "morva run", "morva", true},
+                {".morva-m", "space .*\n", "", true},
+                {"n", "start .*", "start 1", true},
+                {ours, nullptr, "", true},
+                {other, nullptr, "", false},
+                {other + "x", nullptr, "", true},
+                {".morva-1-1--XXXXXX", nullptr, "", true}};
     const temporary_folder folder;
-    const std::regex start("start .*"), name_start("(.morva-[0-9]+)-[0-9]+-");
-    const std::string ended = std::regex_replace(runMarker(), start, "start 1"),
-                      ours = morva::host::runFolderName(),
-                      unmarked = std::regex_replace(ours, name_start, "$1-1-");
-    const std::tuple<std::string, std::string, bool> rows[] = {
-        {".morva-ended", ended, false}, {".morva-ours", runMarker(), true},
-        {".morva-other", "x", true},    {"m", ended, true},
-        {unmarked, "", false},          {ours, "", true},
-        {unmarked + "x", "", true},     {unmarked.substr(0, 40) + "YYYYYY", "", true},
-        {".morva-empty", "", true},     {".morva-1-1--XXXXXX", "", true}};
-    for (const auto& [name, text, stays] : rows) {
-        std::filesystem::create_directory(folder.file(name));
-        writeBytes(folder.file(name) + "/run", text);
+    for (const auto& row : rows) {
+        std::filesystem::create_directory(folder.file(row.name));
+        const std::string mark =
+            row.pattern == nullptr
+                ? ""
+                : std::regex_replace(runMarker(), std::regex(row.pattern), row.change,
+                                     std::regex_constants::format_first_only);
+        writeBytes(folder.file(row.name) + "/run", mark);
     }
-    std::filesystem::create_directory_symlink("m", folder.file(".morva-link"));
+    std::filesystem::create_directory_symlink("n", folder.file(".morva-link"));
     morva::host::sweepEndedRuns(folder.path());
-    for (const auto& [name, text, stays] : rows)
-        EXPECT_EQ(std::filesystem::exists(folder.file(name)), stays) << name;
-    EXPECT_TRUE(std::filesystem::exists(folder.file("m/run")));
+    for (const auto& row : rows)
+        EXPECT_EQ(std::filesystem::exists(folder.file(row.name + "/run")), row.stays) << row.name;
 }
 
 TEST(MoveAll, UndoesWhatItDidWhereAMoveFails) {

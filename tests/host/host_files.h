@@ -12,6 +12,9 @@
 #include <string>
 #include <vector>
 
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include "commands.h"
 #include "model_export.h"
 #include "tests/support/scene_builders.h"
@@ -77,6 +80,16 @@ inline std::vector<std::string> wordsOf(const std::string& command,
             word.replace(at, 1, folder.path() + "/");
     }
     return words;
+}
+
+/// Runs `work` in a process of its own; its exit code, or -1 if a signal ended it.
+template <typename Work> int inChild(const Work& work) {
+    const pid_t child = fork();
+    if (child == 0)
+        _exit(work());
+    int status = 0;
+    waitpid(child, &status, 0);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 /// What a run of the command gave.

@@ -181,10 +181,5 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
     }
 }
 
-TEST(Import, ShininessFallsWithRoughness) {
-    EXPECT_EQ(morva::host::shininessOf(0.f), 128.f);
-    EXPECT_EQ(morva::host::shininessOf(1.f), 0.f);
-}
-
 } // namespace
 } // namespace morva_test
