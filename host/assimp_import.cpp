@@ -4,6 +4,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <system_error>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -257,7 +258,7 @@ void importThroughAssimp(const std::string& path, model& target) {
         if (scene != nullptr && hasPolygons(*scene))
             scene = importer->ApplyPostProcessing(aiProcess_Triangulate);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while reading '" + path + "'");
+        throw;
     } catch (const std::exception& error) {
         throw host_error("cannot read '" + path + "': " + error.what());
     }
@@ -265,8 +266,12 @@ void importThroughAssimp(const std::string& path, model& target) {
         throw host_error("cannot read '" + path + "': " + reasonOf(*importer));
     importScene(*scene, folderOf(path), target);
     // Millions of small arrays take a while to go.
-    target.clean_up = std::async(std::launch::async,
-                                 [garbage = std::move(importer)]() mutable { garbage.reset(); });
+    try {
+        target.clean_up = std::async(
+            std::launch::async, [garbage = std::move(importer)]() mutable { garbage.reset(); });
+    } catch (const std::system_error&) {
+        // No thread for it: they have gone with what was to run there.
+    }
 }
 
 } // namespace morva::host

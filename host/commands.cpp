@@ -16,6 +16,7 @@
 
 #include "audit.h"
 #include "host_error.h"
+#include "memory_watch.h"
 #include "model.h"
 #include "model_export.h"
 #include "optimiser_output.h"
@@ -92,6 +93,7 @@ class output_guard {
     const bool help = morva::osg::parseOptTreeParams(text).count("help") != 0;
     const output_guard guard(chosen.verbose || help, steps);
     ::osg::NodePtr result = morva::osg::optTree(source.root.get(), parameters);
+    memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
     return ::osg::NodeRefPtr(result);
@@ -120,6 +122,10 @@ class id_map_output {
             return;
         std::ifstream file(stage_->path(), std::ios::binary);
         if (!file) {
+            for (const id_record& id : report.verdict->ids) {
+                if (!id.cores.empty())
+                    throw host_error("cannot write '" + target_ + "'");
+            }
             report.notes.push_back("no ID map file is written: no part went through the merge");
             return;
         }
@@ -151,6 +157,7 @@ void writeReport(staged_output* stage, const run_report& report) {
     output_file file(stage->path());
     file.write(text.data(), text.size());
     file.close();
+    memory_watch::check("writing the report");
     stage->commit();
 }
 
@@ -247,6 +254,7 @@ void info(const options& chosen) {
 }
 
 int run(int argc, const char* const* argv) {
+    const memory_watch memory;
     try {
         const std::optional<options> chosen = parseCommandLine(argc, argv);
         if (!chosen)
