@@ -5,6 +5,7 @@
 #include <memory>
 #include <new>
 #include <set>
+#include <system_error>
 #include <unordered_set>
 #include <utility>
 #include <vector>
@@ -276,7 +277,7 @@ void importThroughAssimp(const std::string& path, model& target) {
         if (scene != nullptr && hasPolygons(*scene))
             scene = importer->ApplyPostProcessing(aiProcess_Triangulate);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while reading '" + path + "'");
+        throw;
     } catch (const std::exception& error) {
         throw host_error("cannot read '" + path + "': " + error.what());
     }
@@ -286,8 +287,12 @@ void importThroughAssimp(const std::string& path, model& target) {
                              files->opened().end());
     importScene(*scene, folderOf(path), target);
     // Millions of small arrays take a while to go.
-    target.clean_up = std::async(std::launch::async,
-                                 [garbage = std::move(importer)]() mutable { garbage.reset(); });
+    try {
+        target.clean_up = std::async(
+            std::launch::async, [garbage = std::move(importer)]() mutable { garbage.reset(); });
+    } catch (const std::system_error&) {
+        // No thread for it: they have gone with what was to run there.
+    }
 }
 
 } // namespace morva::host

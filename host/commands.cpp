@@ -18,6 +18,7 @@
 #include "audit.h"
 #include "host_error.h"
 #include "id_map_file.h"
+#include "memory_watch.h"
 #include "model.h"
 #include "model_export.h"
 #include "optimiser_output.h"
@@ -97,6 +98,7 @@ class output_guard {
     const bool help = morva::osg::parseOptTreeParams(text).count("help") != 0;
     const output_guard guard(chosen.verbose || help, steps);
     ::osg::NodePtr result = morva::osg::optTree(source.root.get(), parameters);
+    memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
     return ::osg::NodeRefPtr(result);
@@ -123,6 +125,10 @@ class id_map_output {
         if (!wanted())
             return;
         if (access(stage_->path().c_str(), F_OK) != 0) {
+            for (const id_record& id : report.verdict->ids) {
+                if (!id.cores.empty())
+                    throw host_error("cannot write '" + target_ + "'");
+            }
             report.notes.push_back("no ID map file is written: no part went through the merge");
             drop(outputs);
             return;
@@ -170,6 +176,7 @@ void finish(const options& chosen, const run_report& report, staged_output* repo
     if (report_stage != nullptr) {
         const auto replace = nlohmann::json::error_handler_t::replace;
         writeFile(report_stage->path(), jsonOf(report).dump(2, ' ', false, replace) + "\n");
+        memory_watch::check("writing the report");
     }
     outputs.check();
     tellNotes(report.notes, chosen.quiet);
@@ -271,6 +278,7 @@ void info(const options& chosen) {
 }
 
 int run(int argc, const char* const* argv) {
+    const memory_watch memory;
     try {
         const std::optional<options> chosen = parseCommandLine(argc, argv);
         if (!chosen) {

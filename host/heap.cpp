@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include <malloc.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <morva/core/morva_huge_pages.h>
@@ -16,6 +17,16 @@ namespace morva::host {
 namespace {
 
 constexpr int later_growth = 64 << 20;
+
+/// Whether the process may not have all the memory that there is.
+bool isLimited() {
+    for (const auto resource : {RLIMIT_AS, RLIMIT_DATA}) {
+        rlimit limit{};
+        if (getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+            return true;
+    }
+    return false;
+}
 
 /// Half of the machine's memory, as far as the C library takes a number of bytes.
 int bytesToReserve() {
@@ -27,6 +38,8 @@ int bytesToReserve() {
 } // namespace
 
 void reserveHeap() {
+    if (isLimited())
+        return;
     mallopt(M_MMAP_MAX, 0);  // blocks of any size from the heap
     mallopt(M_ARENA_MAX, 1); // and for all threads
     mallopt(M_TRIM_THRESHOLD, INT_MAX);

@@ -1,17 +1,49 @@
 #include "image_codec.h"
 
 #include <algorithm>
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <utility>
+
+namespace {
+
+/// Memory for the decoder, which asks whether it got any, and for the encoder, which does not.
+struct if_there_is {
+    static void* take(std::size_t bytes) { return ::operator new(bytes, std::nothrow); }
+};
+struct or_throw {
+    static void* take(std::size_t bytes) { return ::operator new(bytes); }
+};
+
+/// A longer block with the same contents; the old one stays if there is none.
+template <typename Policy> void* regrown(void* block, std::size_t old_bytes, std::size_t bytes) {
+    void* const larger = Policy::take(bytes);
+    if (larger == nullptr || block == nullptr)
+        return larger;
+    std::memcpy(larger, block, std::min(old_bytes, bytes));
+    ::operator delete(block);
+    return larger;
+}
+
+} // namespace
 
 // The compiler cannot see that a reader from memory needs no callbacks.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #define STBI_MAX_DIMENSIONS 32768
 #define STBI_NO_STDIO
+#define STBI_MALLOC(bytes) if_there_is::take(bytes)
+#define STBI_REALLOC_SIZED(block, old, bytes) regrown<if_there_is>(block, old, bytes)
+#define STBI_FREE(block) ::operator delete(block)
 #define STB_IMAGE_STATIC
 #define STB_IMAGE_IMPLEMENTATION
 #include <stb/stb_image.h>
 #define STBI_WRITE_NO_STDIO
+#define STBIW_MALLOC(bytes) or_throw::take(bytes)
+#define STBIW_REALLOC_SIZED(block, old, bytes) regrown<or_throw>(block, old, bytes)
+#define STBIW_FREE(block) ::operator delete(block)
 #define STB_IMAGE_WRITE_STATIC
 #define STB_IMAGE_WRITE_IMPLEMENTATION
 #include <stb/stb_image_write.h>
@@ -110,14 +142,14 @@ std::uint64_t fingerprint(const ::osg::ImagePtr& image) {
     if (bytes == nullptr || count == 0 || count > 0x7FFFFFFFu)
         return ::osg::NullFC;
     int width = 0, height = 0, channels = 0;
-    stbi_uc* pixels =
-        stbi_load_from_memory(bytes, static_cast<int>(count), &width, &height, &channels, 0);
+    const std::unique_ptr<stbi_uc, void (*)(void*)> pixels(
+        stbi_load_from_memory(bytes, static_cast<int>(count), &width, &height, &channels, 0),
+        &stbi_image_free);
     if (pixels == nullptr)
         return ::osg::NullFC;
     const auto row_bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
     std::vector<std::uint8_t> turned =
-        turnRows(pixels, row_bytes, static_cast<std::size_t>(height));
-    stbi_image_free(pixels);
+        turnRows(pixels.get(), row_bytes, static_cast<std::size_t>(height));
     return imageFromBottomRows(static_cast<std::uint32_t>(width),
                                static_cast<std::uint32_t>(height), channels, std::move(turned),
                                keep_alpha);

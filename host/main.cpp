@@ -1,9 +1,13 @@
+#include <exception>
+#include <iostream>
+
 #include <fcntl.h>
 
 #include <OpenSG/OSGBaseFunctions.h>
 
 #include "commands.h"
 #include "heap.h"
+#include "host_error.h"
 #include "signal_watch.h"
 
 namespace {
@@ -20,7 +24,7 @@ void occupyStandardStreams() {
 
 } // namespace
 
-int main(int argc, char** argv) {
+int main(int argc, char** argv) try {
     occupyStandardStreams();
     morva::host::watchSignals();
     morva::host::reserveHeap();
@@ -28,4 +32,7 @@ int main(int argc, char** argv) {
     const int code = morva::host::run(argc, argv);
     ::osg::osgExit();
     return code;
+} catch (const std::exception& error) { // before or after the run
+    std::cerr << "morva: " << error.what() << "\n";
+    return morva::host::exit_failed;
 }

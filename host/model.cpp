@@ -12,6 +12,7 @@
 
 #include "assimp_import.h"
 #include "host_error.h"
+#include "memory_watch.h"
 #include "text.h"
 
 namespace morva::host {
@@ -49,6 +50,13 @@ void readSceneFile(const std::string& path, model& target) {
     target.root = ::osg::NodeRefPtr(group);
 }
 
+/// Most of the import library copes without memory, the parser of glTF does not: a file that will
+/// not fit is refused before.
+void importWatched(const std::string& path, const std::string& doing, model& target) {
+    memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
+    importThroughAssimp(path, target);
+}
+
 bool drawsSomething(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
     if (core != ::osg::NullFC && core->getTypes() != ::osg::NullFC &&
@@ -68,14 +76,23 @@ model readModel(const std::string& path) {
     model result;
     result.file_bytes = checkedSize(path);
     result.files_read.push_back(path);
+    const std::string doing = "reading '" + path + "'";
+    errno = 0;
     try {
         if (extensionOf(path) == "osb")
             readSceneFile(path, result);
         else
-            importThroughAssimp(path, result);
+            importWatched(path, doing, result);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while reading '" + path + "'");
+        throw host_error("out of memory while " + doing);
+    } catch (const host_error&) {
+        // What looks like damage may be what lacking memory leaves.
+        if (errno == ENOMEM)
+            throw host_error("out of memory while " + doing);
+        memory_watch::check(doing);
+        throw;
     }
+    memory_watch::check(doing);
     if (!drawsSomething(result.root.get()))
         throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
     return result;

@@ -13,6 +13,7 @@
 #include "assimp_export.h"
 #include "gltf_writer.h"
 #include "host_error.h"
+#include "memory_watch.h"
 #include "text.h"
 
 namespace morva::host {
@@ -51,17 +52,19 @@ std::string writableExtensions() {
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
                                     const std::string& path) {
     const std::string extension = extensionOf(path);
+    std::vector<std::string> notes;
     try {
         if (extension == "glb" || extension == "gltf")
             writeGltf(root, images, path);
         else if (extension == "osb")
             writeSceneFile(root, path);
         else
-            return writeThroughAssimp(root, images, path);
+            notes = writeThroughAssimp(root, images, path);
     } catch (const std::bad_alloc&) {
         throw host_error("out of memory while writing");
     }
-    return {};
+    memory_watch::check("writing");
+    return notes;
 }
 
 } // namespace morva::host

@@ -118,15 +118,18 @@ void FieldContainer::dump(UInt32 indent, BitVector) const {
          << getUntypedPtr().getFieldContainerId() << endLog;
 }
 
+namespace {
+
+constexpr std::align_val_t block_alignment{alignof(ContainerHead)};
+
+} // namespace
+
 FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construct,
                                            const FieldContainerPtr& source) {
     const UInt32 aspects =
         source != NullFC ? source.head().aspects : ThreadManager::getNumAspects();
     const std::size_t total = sizeof(ContainerHead) + bytes * aspects;
-    UInt8* block =
-        static_cast<UInt8*>(std::aligned_alloc(alignof(ContainerHead), (total + 15) / 16 * 16));
-    if (block == nullptr)
-        throw std::bad_alloc();
+    UInt8* block = static_cast<UInt8*>(::operator new(total, block_alignment));
 
     ContainerHead* head = ::new (block) ContainerHead;
     FieldContainerPtr made;
@@ -148,7 +151,7 @@ FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construc
         if (made != NullFC)
             destroy(made);
         else
-            std::free(block);
+            ::operator delete(block, block_alignment);
         throw;
     }
     inTheMaking = outer;
@@ -167,7 +170,7 @@ void ContainerAllocator::destroy(const FieldContainerPtrBase& container) {
     }
     aspectInHand = outerAspect;
     head.~ContainerHead();
-    std::free(&head);
+    ::operator delete(&head, block_alignment);
 }
 
 namespace {

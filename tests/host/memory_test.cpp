@@ -1,0 +1,119 @@
+// The command when memory runs out: the whole output or none, and never a signal.
+
+#include <map>
+#include <mutex>
+
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+#include <nlohmann/json.hpp>
+
+#include "parallel.h"
+#include "tests/host/host_files.h"
+
+namespace morva_test {
+namespace {
+
+/// What a run of the program left: code and files by name, the report without its times.
+struct program_run {
+    int code = 0;
+    std::string err;
+    std::map<std::string, std::string> files;
+};
+
+program_run runProgram(const std::string& before, const std::string& arguments) {
+    const temporary_folder folder, told;
+    const std::string call = "cd " + folder.path() + " && " + before + " " MORVA_PROGRAM " " +
+                             arguments + " 2>" + told.file("err") + " >/dev/null";
+    program_run run;
+    const int status = std::system(call.c_str());
+    run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    run.err = bytesOf(told.file("err"));
+    for (const std::string& name : folder.entries()) {
+        std::string& bytes = run.files[name] = bytesOf(folder.file(name));
+        if (name == "r.json") {
+            nlohmann::json report = nlohmann::json::parse(bytes, nullptr, false);
+            report.erase("stages");
+            bytes = report.dump();
+        }
+    }
+    return run;
+}
+
+/// What is wrong with a run beside one that had all the memory it wanted; empty if nothing is.
+std::string faultOf(const program_run& run, const program_run& whole) {
+    if (run.code == 0)
+        return run.files == whole.files ? "" : "good, and another output";
+    if (run.code != 1 || run.err.find("morva: ") == std::string::npos)
+        return "code " + std::to_string(run.code) + ": " + run.err;
+    for (const auto& [name, bytes] : run.files) {
+        const auto found = whole.files.find(name);
+        if (found == whole.files.end() || found->second != bytes)
+            return "left " + name;
+    }
+    return run.err.find("damaged") == std::string::npos ? "" : "called the file damaged";
+}
+
+/// A textured part that is cut, and another one with a transform.
+::osg::NodePtr twoParts() {
+    mesh_data tiled = quads(1);
+    tiled.coordinates = {{0, 0}, {5, 0}, {5, 5}, {0, 5}};
+    return group({named("a", meshNode(tiled, chunked({1, 1, 1, 1}, imageOf(6407, 4, 4)))),
+                  moved({5, 0, 0}, {named("b", meshNode(quads(2), simple({1, 0, 0})))})});
+}
+
+TEST(Memory, EachAllocationThatFailsGivesTheWholeOutputOrNone) {
+    const char* const wish = std::getenv("MORVA_ALLOCATION_STEP");
+    const std::size_t step = wish != nullptr ? std::stoul(wish) : 20;
+    const temporary_folder folder;
+    for (const char* format : {"obj", "osb"}) {
+        const std::string in = modelFile(folder.file(std::string("in.") + format), twoParts());
+        const std::string arguments =
+            "optimize " + in + " -o o.glb --report r.json -p 'maxtris(500),optimizetc(2),idmap(m)'";
+        const auto failing = [&](std::size_t number) {
+            return runProgram("LD_PRELOAD=" MORVA_FAILING_ALLOCATION " FAILING_ALLOCATION=" +
+                                  std::to_string(number) +
+                                  " ALLOCATION_COUNT=" + folder.file("count"),
+                              arguments);
+        };
+        const program_run whole = failing(0);
+        ASSERT_EQ(whole.code, 0) << whole.err;
+        ASSERT_EQ(whole.files.size(), 3u);
+        const std::size_t count = std::stoul(bytesOf(folder.file("count")));
+        EXPECT_GT(count, 1000u);
+        std::mutex lock;
+        std::map<std::size_t, std::string> faults;
+        std::size_t stopped = 0;
+        morva::host::runParallel(count / step, [&](std::size_t i) {
+            const program_run run = failing(1 + i * step);
+            const std::string fault = faultOf(run, whole);
+            const std::lock_guard<std::mutex> held(lock);
+            stopped += run.code == 1 ? 1 : 0;
+            if (!fault.empty())
+                faults[1 + i * step] = fault;
+        });
+        EXPECT_EQ(faults, decltype(faults)()) << "of " << count << " with " << format;
+        EXPECT_GT(stopped, count / step / 2);
+    }
+}
+
+TEST(Memory, ALimitGivesTheWholeOutputOrNone) {
+    const std::string arguments =
+        "optimize " MORVA_MODELS "/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb -o o.glb";
+    const program_run whole = runProgram("", arguments);
+    ASSERT_EQ(whole.files.size(), 1u);
+    std::map<int, std::string> faults;
+    int good = 0;
+    for (int megabytes = 24; megabytes <= 80; megabytes += 4) {
+        const program_run run =
+            runProgram("ulimit -v " + std::to_string(megabytes * 1024) + " &&", arguments);
+        good += run.code == 0 ? 1 : 0;
+        if (const std::string fault = faultOf(run, whole); !fault.empty())
+            faults[megabytes] = fault;
+    }
+    EXPECT_EQ(faults, decltype(faults)());
+    EXPECT_TRUE(good > 2 && good < 12) << good;
+}
+
+} // namespace
+} // namespace morva_test
