@@ -420,7 +420,7 @@ const hand_made readable[] = {
      text("OpenSG binary V1.0") + word(0) + word(0) + big(9, 8) + node(1) + word(0), "@1 Node"},
     {"any version", header + text("Node") + word(1) + big(2, 1) + big(7, 2) + word(0) + finish,
      "@1 Node"},
-    {"core unknown", coreFile("Mystery", 3, children({1})),
+    {"core unknown", coreFile("Mystery", 3, attachments(list({1}))),
      "type Mystery is unknown, read as Group"},
     {"material unknown", coreFile("MaterialGroup", 3, material(3), object("Mystery", 3, 5)),
      "@3 ChunkMaterial"},
@@ -586,11 +586,18 @@ void useScene(const NodePtr& root) {
 std::string damaged(const std::string& whole, const std::vector<raw_field>& fields, int round,
                     std::mt19937& rng) {
     std::string bytes = whole;
-    const raw_field& field = fields[rng() % fields.size()];
+    const std::size_t start = rng() % fields.size();
+    std::size_t chosen = start;
+    if (round % 5 == 2) { // the next list
+        while (fields[chosen].type[0] != 'M' && (chosen + 1) % fields.size() != start)
+            chosen = (chosen + 1) % fields.size();
+    }
+    const raw_field& field = fields[chosen];
     const auto put = [&bytes](std::size_t place, UInt32 number) {
         bytes.replace(place, 4, word(number));
     };
-    const UInt32 counts[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, UInt32(rng()), UInt32(rng() % 64)};
+    const UInt32 counts[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, 1u << rng() % 32, UInt32(rng() % 64)};
+    UInt32 aReference = 1;
     switch (round % 5) {
     case 0: // cut off
         bytes.resize(rng() % bytes.size());
@@ -598,14 +605,16 @@ std::string damaged(const std::string& whole, const std::vector<raw_field>& fiel
     case 1: // a size, or a length in front of it
         put(field.data - 4 - (rng() % 2) * (field.type.size() + 5), counts[rng() % 6]);
         break;
-    case 2: // a count, or a value
+    case 2: // a count
         if (field.size >= 4)
             put(field.data, counts[rng() % 6]);
         break;
-    case 3: // a reference to another object
-        for (const raw_field& other : fields) {
-            if (other.type.find("Ptr") != std::string::npos && rng() % 8 == 0)
-                put(other.data + other.size - 4, numberAt(whole, field.data));
+    case 3: // references to what others refer to
+        for (std::size_t i = 1; i < fields.size(); ++i) {
+            if (fields[i].type.find("Ptr") != std::string::npos && rng() % 8 == 0)
+                put(fields[i].data + fields[i].size - 4, aReference);
+            if (fields[i].type.find("Ptr") != std::string::npos)
+                aReference = numberAt(whole, fields[i].data + fields[i].size - 4);
         }
         break;
     default:
