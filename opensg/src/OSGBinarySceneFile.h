@@ -30,7 +30,8 @@ constexpr UInt16 objectVersion = 100;
 constexpr UInt32 maxDepth = 2000;
 
 /// False, with a warning, for a stream that fails, a list of 4 GiB or more, or a scene that is
-/// nested too deep. Names on attachments, and what only an application knows, stay behind.
+/// nested too deep. Names on attachments, and what only an application knows, stay behind. Throws
+/// std::bad_alloc.
 bool writeScene(const NodePtr& root, std::ostream& out);
 
 /// A new root of count 0; null, with a warning that says at which byte, for damaged data. Unknown

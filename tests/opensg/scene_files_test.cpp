@@ -418,32 +418,25 @@ const hand_made readable[] = {
     {"no bytes behind the end", header + node(1) + text(""), "@1 Node"},
     {"empty texts of no bytes",
      text("OpenSG binary V1.0") + word(0) + word(0) + big(9, 8) + node(1) + word(0), "@1 Node"},
-    {"any version", header + text("Node") + word(1) + big(2, 1) + big(7, 2) + word(0) + finish,
-     "@1 Node"},
-    {"core unknown", coreFile("Mystery", 3, children({1})),
-     "type Mystery is unknown, read as Group"},
+    {"core unknown", coreFile("Mystery", 3, attachments(list({1}))),
+     "Mystery is unknown, read as Group"},
     {"material unknown", coreFile("MaterialGroup", 3, material(3), object("Mystery", 3, 5)),
      "@3 ChunkMaterial"},
-    {"kind unknown", fileOf(node(1, children({2})) + object("Mystery", 2, 99)), "@2 Node"},
     {"root unknown", fileOf(object("Mystery", 1, 2, "")), "@1 Node"},
     {"abstract core", coreFile("NodeCore", 3), "@2 Group"},
     {"chunk unknown", coreFile("Mystery", 6), "read as nothing"},
     {"old attachments",
      fileOf(node(1, attachments(list({2, 3}))) + object("GenericAtt", 2, 4) +
             object("GenericAtt", 3, 0)),
-     "type GenericAtt is unknown, read as nothing (2 times)"},
+     "read as nothing (2 times)"},
     {"not in the file", fileOf(node(1, core(7))), "an object that is not in the file"},
     {"null child", fileOf(node(1, children({0, 2, 0})) + node(2)), "  children MFNodePtr 1: @2"},
     {"unused object", fileOf(node(1) + node(2, children({3})) + node(3)), "@1 Node"},
     {"longest chain", chainOf(2001), "@2001 Node"},
-    {"shared core",
-     fileOf(node(1, core(3) + children({2})) + node(2, core(3)) + object("Group", 3, 3)),
-     "@3 Group"},
     {"same bytes", fileOf(node(1, field("travMask", "SFGLenum", word(5)))),
      "  travMask SFUInt32 1: 5"},
     {"other type", fileOf(node(1, field("travMask", "SFReal32", word(5)))),
-     "field travMask of Node is of another type"},
-    {"inner field", fileOf(node(1, field("parent", "SFNodePtr", word(1)))), "@1 Node"},
+     "travMask of Node is of another type"},
     {"any true byte",
      coreFile("MaterialGroup", 3, material(3),
               object("SimpleTexturedMaterial", 3, 5, field("envMap", "SFBool", "\7"))),
@@ -469,7 +462,6 @@ const hand_made readable[] = {
 const hand_made refused[] = {
     {"nothing", "", "byte 0: " + noScene},
     {"short", header.substr(0, 22), "byte 0: " + noScene},
-    {"other text", "X" + fileOf(node(1)), noScene},
     {"gzip", "\x1F\x8B\x08", "byte 0: this file is compressed by gzip"},
     {"older format", "\x89OSB\r\n\x1a\n", "byte 0: this is an .osb of an older version"},
     {"header alone", header, "byte 41: the data ends early"},
@@ -477,29 +469,24 @@ const hand_made refused[] = {
     {"no end", header + node(1), "the data ends early"},
     {"data behind the end", fileOf(node(1)) + "x", "data behind the end"},
     {"core on top", fileOf(object("Group", 1, 3)), "the first object is no node"},
-    {"unknown on top", fileOf(object("Mystery", 1, 3)), "the first object is no node"},
     {"id 0", fileOf(node(0)), "byte 50: an object has the id 0"},
     {"id twice", fileOf(node(1) + node(1)), "two objects have the same id"},
     {"endless type", header + word(0xFFFFFFF0) + "Node", "byte 41: a name has an unlikely length"},
-    {"long type", header + text(std::string(4096, 'x')), "a name has an unlikely length"},
     {"endless name", noteFile("Name", field("name", "SFString", word(99))), "the data ends early"},
     {"open text", noteFile("Name", field("name", "SFString", word(2) + "ab")), "null byte"},
     {"null in a text", noteFile("Name", field("name", "SFString", text(std::string("a\0b", 3)))),
      "null byte"},
     {"endless field", fileOf(node(1, text("travMask") + text("SFUInt32") + word(0xFFFFFFFF))),
-     "a field is longer than the rest of the file"},
-    {"value too short", fileOf(node(1, field("travMask", "SFUInt32", "abc"))), "do not fill"},
+     "longer than the rest"},
     {"value too long", fileOf(node(1, field("travMask", "SFUInt32", "abcde"))), "do not fill"},
     {"long list", image(field("pixel", "MFUInt8", words({0xFFFFFFFF, 0}))), "do not fill"},
     {"many texts", noteFile("StringAttributeMap", field("keys", "MFString", word(1u << 30))),
-     "a list of texts is longer than its field"},
+     "longer than its field"},
     {"keys without values",
      noteFile("StringAttributeMap", field("keys", "MFString", word(1) + text("a"))),
      "keys without values"},
     {"many children", fileOf(node(1, field("children", "MFNodePtr", words({0x40000001, 2})))),
-     "references do not fill"},
-    {"two cores", fileOf(node(1, field("core", "SFNodeCorePtr", words({2, 3})))),
-     "references do not fill"},
+     "do not fill"},
     {"many attachments", fileOf(node(1, attachments(words({0x80000000})))), "do not fill"},
     {"bindings too many", fileOf(node(1, attachments(list({2}) + std::string(4, '\0')))),
      "do not fill"},
@@ -512,15 +499,11 @@ const hand_made refused[] = {
      "of the wrong kind"},
     {"own child", fileOf(node(1, children({1}))), "the root hangs below something"},
     {"circle", fileOf(node(1) + node(2, children({3})) + node(3, children({2}))), "in a circle"},
-    {"circle of materials",
-     fileOf(node(1) +
-            object("SwitchMaterial", 2, 5, field("materials", "MFMaterialPtr", list({2})))),
-     "in a circle"},
     {"chain too long", chainOf(2002), "nested too deep"},
     {"two parents",
      fileOf(node(1, children({2, 3})) + node(2, children({4})) + node(3, children({4})) + node(4)),
-     "a node has two parents"},
-    {"twice a child", fileOf(node(1, children({2, 2})) + node(2)), "a node has two parents"},
+     "two parents"},
+    {"twice a child", fileOf(node(1, children({2, 2})) + node(2)), "two parents"},
     {"too few pixels", imageOf(4000, 6407, 5121, "ab"), "pixels that do not fit its sizes"},
     {"negative size", imageOf(-1, 6409, 5121, "a"), "a negative size"},
     {"no size", imageOf(0, 6409, 5121, "a"), "pixels, but no size"},
@@ -528,18 +511,16 @@ const hand_made refused[] = {
     {"unknown format", imageOf(1, 6411, 5121, "a"), "unknown pixel format"},
     {"unknown data", imageOf(1, 6409, 5120, "a"), "unknown data type"},
     {"no head", image(field("cpixel", "MFUInt8", word(31) + std::string(31, '\1'))), "no head"},
-    {"head alone", picture("png", ""), "the pixels of an image are missing"},
+    {"head alone", picture("png", ""), "are missing"},
     {"no picture", picture("png", "hello"), "neither PNG nor JPEG"},
     {"rotten picture", picture("jpg", "\xFF\xD8\xFF\xE0hello"), "pixels are damaged"},
     {"picture too large", picture("png", pngStart(60000, 60000), 60000, 60000), "are damaged"},
     {"picture of nothing", picture("png", pngStart(9000, 9000), 9000, 9000), "are too few"},
     {"picture of other size", picture("png", pngStart(3, 1)), "do not fit the sizes"},
     {"plain picture too short", picture("mtd", "a"), "do not fit its sizes"},
-    {"resolution 0", vectors("qnormals", "QMFUInt83f", 0), "unknown resolution"},
     {"resolution 4", vectors("qnormals", "QMFUInt83f", 4), "unknown resolution"},
     {"vectors too few", vectors("qtexCoords", "QMFUInt82f", 1), "do not fill"},
-    {"indices too many", indices(1, 17, "ab"), "packed indices do not fill"},
-    {"indices too few", indices(1, 8, "ab"), "packed indices do not fill"},
+    {"indices too many", indices(1, 17, "ab"), "do not fill"},
 };
 
 TEST(SceneFilesByHand, AreReadOrRefusedWithoutALeak) {
@@ -586,11 +567,18 @@ void useScene(const NodePtr& root) {
 std::string damaged(const std::string& whole, const std::vector<raw_field>& fields, int round,
                     std::mt19937& rng) {
     std::string bytes = whole;
-    const raw_field& field = fields[rng() % fields.size()];
+    const std::size_t start = rng() % fields.size();
+    std::size_t chosen = start;
+    if (round % 5 == 2) { // the next list
+        while (fields[chosen].type[0] != 'M' && (chosen + 1) % fields.size() != start)
+            chosen = (chosen + 1) % fields.size();
+    }
+    const raw_field& field = fields[chosen];
     const auto put = [&bytes](std::size_t place, UInt32 number) {
         bytes.replace(place, 4, word(number));
     };
-    const UInt32 counts[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, UInt32(rng()), UInt32(rng() % 64)};
+    const UInt32 counts[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, 1u << rng() % 32, UInt32(rng() % 64)};
+    UInt32 aReference = 1;
     switch (round % 5) {
     case 0: // cut off
         bytes.resize(rng() % bytes.size());
@@ -598,14 +586,16 @@ std::string damaged(const std::string& whole, const std::vector<raw_field>& fiel
     case 1: // a size, or a length in front of it
         put(field.data - 4 - (rng() % 2) * (field.type.size() + 5), counts[rng() % 6]);
         break;
-    case 2: // a count, or a value
+    case 2: // a count
         if (field.size >= 4)
             put(field.data, counts[rng() % 6]);
         break;
-    case 3: // a reference to another object
-        for (const raw_field& other : fields) {
-            if (other.type.find("Ptr") != std::string::npos && rng() % 8 == 0)
-                put(other.data + other.size - 4, numberAt(whole, field.data));
+    case 3: // references to what others refer to
+        for (std::size_t i = 1; i < fields.size(); ++i) {
+            if (fields[i].type.find("Ptr") != std::string::npos && rng() % 8 == 0)
+                put(fields[i].data + fields[i].size - 4, aReference);
+            if (fields[i].type.find("Ptr") != std::string::npos)
+                aReference = numberAt(whole, fields[i].data + fields[i].size - 4);
         }
         break;
     default:

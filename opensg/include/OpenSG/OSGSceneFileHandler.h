@@ -25,7 +25,7 @@ class OSG_BASE_DLLMAPPING SceneFileHandler {
     static SceneFileHandler& the();
 
     /// A new root of count 0; null, with a warning, for an unknown extension, a missing or a
-    /// damaged file. `graphOpSeq` runs on what was read.
+    /// damaged file. `graphOpSeq` runs on what was read. Throws std::bad_alloc.
     NodePtr read(const Char8* fileName, GraphOpSeq* graphOpSeq = nullptr) const;
     NodePtr read(std::istream& in, const Char8* extension, GraphOpSeq* graphOpSeq = nullptr) const;
 
