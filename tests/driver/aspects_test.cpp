@@ -65,7 +65,8 @@ void runIn(::osg::Thread* thread, ::osg::UInt32 aspect, const std::function<void
 NodePtr variety(std::size_t size) {
     const auto squares = [&](bool coloured) {
         mesh_data mesh = quads(size);
-        mesh.coordinates.assign(mesh.positions.size(), {7, 0.5F});
+        for (std::size_t i = 0; i < mesh.positions.size(); ++i) // some triangles will be cut
+            mesh.coordinates.emplace_back(i % 4 == 0 ? 7.0F : 0.0F, 0.5F);
         if (coloured)
             mesh.colors.assign(mesh.positions.size(), {0, 1, 0});
         return mesh;
