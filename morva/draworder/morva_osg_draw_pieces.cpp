@@ -25,6 +25,13 @@ std::vector<counted_column> countedColumns(const draw_elements& elements, bool p
     return {{corner_numbers.data(), 1, distinct}};
 }
 
+void joinCorners(const ::osg::GeometryPtr& geometry) {
+    const open_edit edit(geometry, ::osg::Geometry::IndicesFieldMask |
+                                       ::osg::Geometry::IndexMappingFieldMask);
+    ::osg::createSharedIndex(geometry);
+    ::osg::endEditCP(geometry->getIndices());
+}
+
 void nameNext(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry) {
     const std::string name = getIDmapHandler().getNextGeometryName();
     ::osg::setName(node, name);
