@@ -5,6 +5,8 @@
 #include <OpenSG/OSGGeometry.h>
 
 #include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
@@ -136,10 +138,12 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         return ::osg::NullFC;
 
     if (isVertexCountBelowThreshold(geoNode, limit)) {
-        ::osg::createSharedIndex(geometry);
+        detail::joinCorners(geometry);
+        const bool mapped = !geometry->getMFIndexMapping()->empty();
         if (!perProperty)
             ::osg::createSingleIndex(geometry);
-        reportWhole(geometry);
+        if (!perProperty && mapped) // then all properties are rewritten, and its own
+            reportWhole(geometry);
         nameGeometry(geoNode, &idmapHandler::getNextGeometryName);
         return geoNode;
     }
@@ -150,8 +154,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         return optimizeLineCache(geoNode, limit, perProperty);
     if (first_type == 0 || getNumberOfPoints(geometry) != 0)
         return geoNode;
-    ::osg::createSharedIndex(geometry);
-    reportWhole(geometry);
+    detail::joinCorners(geometry);
     return detail::piecesOf<triangle_rules>(geoNode, limit, perProperty, createGeo);
 }
 

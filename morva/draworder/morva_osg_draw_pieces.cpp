@@ -25,4 +25,11 @@ std::vector<counted_column> countedColumns(const draw_elements& elements, bool p
     return {{corner_numbers.data(), 1, distinct}};
 }
 
+void joinCorners(const ::osg::GeometryPtr& geometry) {
+    const open_edit edit(geometry, ::osg::Geometry::IndicesFieldMask |
+                                       ::osg::Geometry::IndexMappingFieldMask);
+    ::osg::createSharedIndex(geometry);
+    ::osg::endEditCP(geometry->getIndices());
+}
+
 } // namespace morva::osg::detail

@@ -27,6 +27,10 @@ namespace morva::osg::detail {
 std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
                                            std::vector<std::uint32_t>& corner_numbers);
 
+/// Lets equal corners of a geometry share one index entry each. Only the index changes, so that
+/// no volume does: other nodes may be at work beside this one.
+void joinCorners(const ::osg::GeometryPtr& geometry);
+
 /// Orders elements; throws std::bad_alloc.
 template <typename Rules>
 draw_order orderElements(const draw_elements& elements, unsigned int limit, bool perProperty) {

@@ -81,8 +81,7 @@ void linedrawlist::addLine(vcache_line_data* line) {
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(geoNode->getCore());
     if (geometry == ::osg::NullFC)
         return ::osg::NullFC;
-    ::osg::createSharedIndex(geometry);
-    reportWhole(geometry);
+    detail::joinCorners(geometry);
     return detail::piecesOf<line_rules>(geoNode, limit, perProperty, createLineGeo);
 }
 

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <new>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
@@ -130,9 +131,11 @@ void putCorners(positions_slot& positions, std::size_t triangle, const ::osg::Pn
     positions.put(3 * triangle + 2, p2);
 }
 
+/// A core that no node shows is the geoset's own: it is entered whole when it is handed out, not
+/// once for every piece.
 void markChanged(const ::osg::GeometryPtr& core) {
-    ::osg::beginEditCP(core, ::osg::FieldBits::AllFields);
-    ::osg::endEditCP(core, ::osg::FieldBits::AllFields);
+    if (core != ::osg::NullFC && !core->getParents().empty())
+        const open_edit edit(core);
 }
 
 /// What a triangle's property reads at a point; zero without the property or the triangle.

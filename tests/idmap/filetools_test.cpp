@@ -2,7 +2,6 @@
 
 #include <filesystem>
 #include <fstream>
-#include <iterator>
 #include <limits>
 #include <locale>
 #include <string>
@@ -20,6 +19,7 @@
 
 #include "../support/scene_builders.h"
 #include "../support/stream_capture.h"
+#include "golden.h"
 
 namespace {
 
@@ -43,10 +43,6 @@ class FileTools : public testing::Test {
     static void forget() {
         morva::osg::getIDmapHandler().reset();
         morva::osg::getIDmapHandler().tree.str("");
-    }
-    static std::string bytesOf(const fs::path& file) {
-        std::ifstream in(file, std::ios::binary);
-        return {std::istreambuf_iterator<char>(in), {}};
     }
     std::string path(const char* name) const { return (folder / name).string(); }
 
@@ -88,92 +84,6 @@ std::vector<::osg::ChunkMaterialRefPtr> appearancesIn(morva::JsonFileContent& co
     }
     return ordered;
 }
-
-const char* const every_case = R"({
-"numberOfIDs":5,
-"maxGeoCount":12345,
-"appearance": [ 
-{
-"name": "__App_8",
-"material": { 
-"diffuseColor": "0.5 0.5 0.5",
-"specularColor": "0.333333 1e+07 0",
-"emissiveColor": "0 0 0.1",
-"ambientIntensity": "0.2",
-"shininess": "0.5",
-"transparency": "0"
-}},
-{
-"name": "__App_9",
-"material": { 
-"diffuseColor": "0 0.5 0",
-"specularColor": "0 0 0",
-"emissiveColor": "0 0 0",
-"ambientIntensity": "0.5",
-"shininess": "0.078125",
-"transparency": "0.25",
-"backDiffuseColor": "1 1 1",
-"backSpecularColor": "0.5 0 0",
-"backEmissiveColor": "0 0 1e-05",
-"backAmbientIntensity": "0",
-"backShininess": "0.1",
-"backTransparency": "0"
-}},
-{
-"name": "__App_10",
-"material": { 
-"diffuseColor": "0.001 0.001 0",
-"specularColor": "0 0 0",
-"emissiveColor": "0 0 0",
-"ambientIntensity": "500",
-"shininess": "0",
-"transparency": "0",
-"backDiffuseColor": "1 nan 1",
-"backSpecularColor": "0.5 0 0",
-"backEmissiveColor": "0 0 1e-05",
-"backAmbientIntensity": "0",
-"backShininess": "0.1",
-"backTransparency": "1"
-}},
-{
-"name": "__App_11",
-"material": { 
-"diffuseColor": "0 0 0",
-"specularColor": "0 0 0",
-"emissiveColor": "0 0 0",
-"ambientIntensity": "0",
-"shininess": "0",
-"transparency": "1"
-}}],
-"mapping": [
-{
-"name": "door",
-"min": "-1.5, 0.333333, 0",
-"max": "1e+07, 2, 3",
-"appearance": "__App_9",
-"usage": ["MG_0","MG_10","MG_2"]
-},
-{
-"name": "a "quoted" \ name	",
-"min": "0, 0, 0",
-"max": "0, 0, 0",
-"appearance": "__App_8",
-"usage": []
-},
-{
-"name": "bare",
-"min": "0, 0, 0",
-"max": "0, 0, 0",
-"appearance": "",
-"usage": ["MG_1"]
-}],
-"tree":
-{
-"any":"text"
-}
-}
-
-)";
 
 TEST_F(FileTools, TheWholeLayout) {
     morva::JsonFileContent content;
@@ -220,10 +130,11 @@ TEST_F(FileTools, TheWholeLayout) {
     const stream_capture out(std::cout);
     EXPECT_TRUE(morva::writeJsonFile(path("map.json"), content, ::osg::NullFC));
     std::locale::global(before);
-    EXPECT_EQ(bytesOf(path("map.json")), every_case);
+    EXPECT_EQ(bytesOf(path("map.json")), golden("every_case.json"));
     EXPECT_EQ(out.text(), "");
     EXPECT_TRUE(morva::writeJsonFile(path("again.json"), content, ::osg::NullFC));
-    EXPECT_EQ(bytesOf(path("again.json")), every_case) << "the tree is read, not used up";
+    EXPECT_EQ(bytesOf(path("again.json")), golden("every_case.json"))
+        << "the tree is read, not used up";
 }
 
 TEST_F(FileTools, MaterialsWithoutChunks) {
@@ -292,32 +203,6 @@ std::string runRoad(const ::osg::NodePtr& root, const std::string& file) {
     return text.substr(text.find("Done merging.        \n") + 22);
 }
 
-const std::string road_tree = R"("name":"house",
-"type":"Group",
-"render":"true",
-"meta": {},
-"children":[
-{
-	"name":"door",
-	"type":"Geometry",
-	"render":"true",
-	"meta": {}
-},
-{
-	"name":"none",
-	"type":"Transform",
-	"render":"true",
-	"meta": {},
-	"children":[
-	{
-		"name":"wall",
-		"type":"Geometry",
-		"render":"true",
-		"meta": {}
-	}]
-}]
-)";
-
 TEST_F(FileTools, TwoRunsInOneProcess) {
     const ::osg::ChunkMaterialRefPtr material(bareMaterial());
     paint(material.get(),
@@ -325,41 +210,15 @@ TEST_F(FileTools, TwoRunsInOneProcess) {
     for (int run = 1; run <= 2; ++run) {
         const auto& handler = morva::osg::getIDmapHandler();
         const std::string core = "MG_" + std::to_string(handler.mergedCount);
+        const std::string tree = golden("road_tree.txt");
         EXPECT_EQ(runRoad(namedHouse(material.get()).get(), path("road")),
                   "Write IDmap with 2 names.\n");
-        const std::string head = "{\n\"numberOfIDs\":2,\n\"maxGeoCount\":" +
-                                 std::to_string(handler.maxGeoCount) + ",\n" + R"("appearance": [ 
-{
-"name": "__App_0",
-"material": { 
-"diffuseColor": "0.5 0.5 0.5",
-"specularColor": "0 0 0",
-"emissiveColor": "0 0 0",
-"ambientIntensity": "0.2",
-"shininess": "0.5",
-"transparency": "0"
-}}],
-"mapping": [
-{
-"name": "door",
-"min": "0, 0, 0",
-"max": "2, 1, 0",
-"appearance": "__App_0",
-"usage": [")" + core + R"("]
-},
-{
-"name": "wall",
-"min": "5, 0, 0",
-"max": "6, 1, 0",
-"appearance": "__App_0",
-"usage": [")" + core + R"("]
-}],
-"tree":
-{
-)";
         // The names start anew, the recorded trees stay.
-        const std::string trees = run == 1 ? road_tree : road_tree + road_tree;
-        EXPECT_EQ(bytesOf(path("road.json")), head + trees + "}\n}\n\n") << "run " << run;
+        EXPECT_EQ(bytesOf(path("road.json")),
+                  golden("road.json", {{"COUNT", std::to_string(handler.maxGeoCount)},
+                                       {"CORE", core},
+                                       {"TREES", run == 1 ? tree : tree + tree}}))
+            << "run " << run;
     }
     const node_ref nameless(group({meshNode(quads(2))}));
     EXPECT_EQ(runRoad(nameless.get(), path("none")), "Write IDmap with 0 names.\n");

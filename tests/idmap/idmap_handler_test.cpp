@@ -211,49 +211,37 @@ TEST_F(IdMapHandler, UsageListsEveryOutputOncePerId) {
 }
 
 TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
-    struct set_case {
-        unsigned int taken; ///< sets 0 to taken - 1 are in use
-        const char* expected;
-    };
-    for (const set_case& c : {set_case{0, "TC0"}, set_case{1, "TC1"}, set_case{2, "TC2"},
-                              set_case{3, "TC3"}, set_case{4, nullptr}}) {
-        SCOPED_TRACE(c.taken);
+    using geometry = ::osg::Geometry;
+    const ::osg::UInt16 ids_bit = geometry::MapTexCoords7;
+    for (unsigned int taken = 0; taken <= 4; ++taken) { // sets 0 to taken - 1 are in use
+        SCOPED_TRACE(taken);
         handler.reset();
         const node_ref node(nodeWithIds("x", {4}));
-        const ::osg::GeometryPtr geometry = coreOf(node.get());
-        const ::osg::GeoTexCoordsPtr ids = geometry->getTexCoords7();
-        if (c.taken > 0)
-            geometry->setTexCoords(::osg::GeoTexCoords2f::create());
-        if (c.taken > 1)
-            geometry->setTexCoords1(::osg::GeoTexCoords2f::create());
-        if (c.taken > 2)
-            geometry->setTexCoords2(::osg::GeoTexCoords2f::create());
-        if (c.taken > 3)
-            geometry->setTexCoords3(::osg::GeoTexCoords2f::create());
-        ::osg::MFUInt16& mapping = *geometry->editMFIndexMapping();
-        mapping.push_back(::osg::Geometry::MapPosition);
-        mapping.push_back(::osg::Geometry::MapTexCoords7);
-        mapping.push_back(::osg::Geometry::MapTexCoords7);
+        const ::osg::GeometryPtr core = coreOf(node.get());
+        const ::osg::GeoTexCoordsPtr ids = core->getTexCoords7();
+        const ::osg::RefPtr<::osg::GeoTexCoordsPtr> made(::osg::GeoTexCoords2f::create());
+        const ::osg::GeoTexCoordsPtr used = made.get();
+        core->setTexCoords(taken > 0 ? used : ::osg::GeoTexCoordsPtr());
+        core->setTexCoords1(taken > 1 ? used : ::osg::GeoTexCoordsPtr());
+        core->setTexCoords2(taken > 2 ? used : ::osg::GeoTexCoordsPtr());
+        core->setTexCoords3(taken > 3 ? used : ::osg::GeoTexCoordsPtr());
+        ::osg::MFUInt16& mapping = *core->editMFIndexMapping();
+        for (const ::osg::UInt16 bits : {::osg::UInt16(geometry::MapPosition), ids_bit, ids_bit})
+            mapping.push_back(bits);
 
         handler.registerGeometryUsage(node.get());
         EXPECT_EQ(handler.usage.count(4), 1U);
-        if (c.expected == nullptr) {
-            EXPECT_EQ(geometry->getTexCoords7(), ids);
-            EXPECT_TRUE(handler.texCoordMapping.empty());
-            EXPECT_EQ(mapping[1], ::osg::UInt16(::osg::Geometry::MapTexCoords7));
-            continue;
-        }
-        const ::osg::GeoTexCoordsPtr sets[] = {geometry->getTexCoords(), geometry->getTexCoords1(),
-                                               geometry->getTexCoords2(),
-                                               geometry->getTexCoords3()};
-        const ::osg::UInt16 bits[] = {::osg::Geometry::MapTexCoords, ::osg::Geometry::MapTexCoords1,
-                                      ::osg::Geometry::MapTexCoords2,
-                                      ::osg::Geometry::MapTexCoords3};
-        EXPECT_EQ(handler.texCoordMapping["x"], c.expected);
-        EXPECT_EQ(sets[c.taken], ids);
-        EXPECT_TRUE(geometry->getTexCoords7() == ::osg::NullFC);
-        EXPECT_EQ(mapping[1], bits[c.taken]);
-        EXPECT_EQ(mapping[2], ::osg::UInt16(::osg::Geometry::MapTexCoords7)); // the first alone
+        const ::osg::GeoTexCoordsPtr sets[] = {core->getTexCoords(), core->getTexCoords1(),
+                                               core->getTexCoords2(), core->getTexCoords3(),
+                                               core->getTexCoords7()}; // where they stay at last
+        const ::osg::UInt16 bits[] = {geometry::MapTexCoords, geometry::MapTexCoords1,
+                                      geometry::MapTexCoords2, geometry::MapTexCoords3, ids_bit};
+        EXPECT_EQ(handler.texCoordMapping.count("x"), taken < 4 ? 1U : 0U);
+        EXPECT_EQ(handler.texCoordMapping["x"], taken < 4 ? "TC" + std::to_string(taken) : "");
+        EXPECT_EQ(sets[taken], ids);
+        EXPECT_EQ(sets[4] == ::osg::NullFC, taken < 4);
+        EXPECT_EQ(mapping[1], bits[taken]);
+        EXPECT_EQ(mapping[2], ids_bit) << "the first alone";
     }
 }
 

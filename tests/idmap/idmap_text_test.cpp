@@ -10,6 +10,7 @@
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "../support/scene_builders.h"
+#include "golden.h"
 
 namespace {
 
@@ -60,26 +61,7 @@ TEST_F(IdMapText, TreeNestsByChildren) {
     ::osg::setName(unseen->getCore(), "from core");
     const node_ref root(named("root", group({unseen, ::osg::Node::create()})));
     attribute(root.get(), "k", "v");
-    const std::string expected = R"("name":"root",
-"type":"Group",
-"render":"true",
-"meta": {
-"k":"v"},
-"children":[
-{
-	"name":"from core",
-	"type":"Transform",
-	"render":"false",
-	"meta": {}
-},
-{
-	"name":"none",
-	"type":"none",
-	"render":"true",
-	"meta": {}
-}]
-)";
-    EXPECT_EQ(treeText(root.get()), expected);
+    EXPECT_EQ(treeText(root.get()), golden("tree.txt"));
     EXPECT_EQ(treeText(::osg::NullFC), "");
     const node_ref alone(group());
     EXPECT_EQ(treeText(alone.get(), 2), "\t\t\"name\":\"none\",\n\t\t\"type\":\"Group\",\n"
