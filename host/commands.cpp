@@ -97,7 +97,7 @@ class output_guard {
     std::string text = parameters;
     const bool help = morva::osg::parseOptTreeParams(text).count("help") != 0;
     const output_guard guard(chosen.verbose || help, steps);
-    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), parameters);
+    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), withThreads(parameters));
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");

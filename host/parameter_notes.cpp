@@ -2,6 +2,7 @@
 
 #include <map>
 #include <set>
+#include <thread>
 
 #include <morva/core/morva_osg_params.h>
 #include <morva/idmap/morva_filetools.h>
@@ -93,6 +94,13 @@ std::string withValue(const std::string& parameters, const std::string& key,
             text += token;
     }
     return found ? text : parameters;
+}
+
+std::string withThreads(const std::string& parameters) {
+    std::string text = parameters;
+    if (text.empty() || morva::osg::parseOptTreeParams(text).count("numthreads") != 0)
+        return parameters;
+    return parameters + ",numthreads(" + std::to_string(std::thread::hardware_concurrency()) + ")";
 }
 
 } // namespace morva::host

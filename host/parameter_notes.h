@@ -17,4 +17,8 @@ std::vector<std::string> parameterNotes(const std::string& parameters);
 std::string withValue(const std::string& parameters, const std::string& key,
                       const std::string& value);
 
+/// The parameters of a run: with as many threads as there are processors, unless they name the
+/// key. Empty parameters, which ask for no run, stay empty.
+std::string withThreads(const std::string& parameters);
+
 } // namespace morva::host

@@ -1,5 +1,6 @@
 #include <morva/merge/morva_osg_name_order.h>
 
+#include <algorithm>
 #include <cstdint>
 
 #include <OpenSG/OSGGeometry.h>
@@ -23,7 +24,18 @@ namespace {
     return checkGeoProperties(core) ? core : ::osg::GeometryPtr();
 }
 
-bool bringsIds(const ::osg::GeometryPtr& core) { return core->getTexCoords7() != ::osg::NullFC; }
+bool bringsIds(const ::osg::GeometryPtr& core) {
+    return core != ::osg::NullFC && core->getTexCoords7() != ::osg::NullFC;
+}
+
+/// Whether extraction may enter some name of a group.
+bool mayEnter(const std::vector<::osg::NodePtr>& nodes, const mergeGeo_setup& setup) {
+    return !setup.idmap.empty() ||
+           std::any_of(nodes.begin(), nodes.end(), [](const ::osg::NodePtr& node) {
+               return node != ::osg::NullFC &&
+                      bringsIds(::osg::GeometryPtr::dcast(node->getCore()));
+           });
+}
 
 /// Follows which of a group's nodes enter their names.
 class group_walk {
@@ -49,6 +61,8 @@ class group_walk {
 };
 
 void enterNames(const std::vector<::osg::NodePtr>& nodes, const mergeGeo_setup& setup) {
+    if (!mayEnter(nodes, setup))
+        return;
     group_walk walk(!setup.idmap.empty());
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = readCore(node);
@@ -66,16 +80,18 @@ bool canForetellNames(const GeoMerge& merge, const mergeGeo_setup& setup) {
     if (!setup.idmap.empty())
         return true;
     for (const auto& [material, nodes] : merge.groups()) {
+        if (!mayEnter(nodes, setup))
+            continue;
         std::uint64_t vertices = 0; // at least as many as elements of any kind
-        bool some_bring = false, some_do_not = false;
+        bool some_do_not = false;
         for (const ::osg::NodePtr& node : nodes) {
             const ::osg::GeometryPtr core = readCore(node);
             if (core == ::osg::NullFC)
                 continue;
-            (bringsIds(core) ? some_bring : some_do_not) = true;
+            some_do_not = some_do_not || !bringsIds(core);
             vertices += verticesOf(core);
         }
-        if (some_bring && some_do_not && vertices > batch_limit)
+        if (some_do_not && vertices > batch_limit)
             return false;
     }
     return true;

@@ -7,7 +7,6 @@
 #include <gtest/gtest.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -130,49 +129,13 @@ TEST(EngineRoad, HasOneCorePerMaterialWhenNothingIsCut) {
 }
 
 TEST(EngineRoad, SixteenOnAGridKeepEveryTriangleAndTheLimit) {
-    const morva::host::model source = morva::host::readModel(roads::engine);
-    const node_ref grid(group());
-    for (int i = 0; i < 16; ++i) {
-        node_list parts;
-        for (const ::osg::NodePtr& part : geometryNodes(source.root))
-            parts.push_back(transformed(part->getToWorld(), {nodeOf(part->getCore())}));
-        grid->addChild(moved(
-            {static_cast<float>(i % 4) * 1024.F, static_cast<float>(i / 4) * 1024.F, 0.F}, parts));
-    }
+    const node_ref grid(roads::sixteenEngines());
     const mesh_summary before = summaryOf(keptMesh(grid.get()));
     const auto result = roads::optimised(grid.get(), "opt(1),maxtris(20000)");
     const mesh_summary after = summaryOf(keptMesh(result));
     EXPECT_EQ(after.triangles, before.triangles);
     EXPECT_NEAR(after.area, before.area, 1e-6 * before.area);
     EXPECT_LE(largestCore(result), 20000U);
-}
-
-/// Indices and positions of all cores in their order, names left out.
-std::vector<std::vector<float>> storedCores(const ::osg::NodePtr& root) {
-    std::vector<std::vector<float>> cores;
-    for (const ::osg::NodePtr& node : geometryNodes(root)) {
-        std::vector<float> values;
-        for (const ::osg::UInt32 index : morva::osg::readBlock(coreOf(node)->getIndices()))
-            values.push_back(static_cast<float>(index));
-        for (const ::osg::Pnt3f& p : morva::osg::readBlock(coreOf(node)->getPositions()))
-            values.insert(values.end(), p.getValues(), p.getValues() + 3);
-        cores.push_back(values);
-    }
-    return cores;
-}
-
-TEST(ModelRoads, AreTheSameOnAnyNumberOfThreads) {
-    for (const std::string& file : {roads::engine, roads::house}) {
-        const auto cores = [&file](int threads) {
-            const morva::host::model source = morva::host::readModel(file);
-            return storedCores(roads::optimised(
-                source.root, "opt(1),cacheopt(true),idmapinroot(true),numthreads(" +
-                                 std::to_string(threads) + ")"));
-        };
-        const auto alone = cores(1);
-        EXPECT_GT(alone.size(), 5U);
-        EXPECT_TRUE(cores(2) == alone && cores(8) == alone) << file;
-    }
 }
 
 TEST(ModelRoads, LeaveNoContainersBehind) {

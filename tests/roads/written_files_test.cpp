@@ -1,11 +1,15 @@
 // The command on real models: the same bytes in every run, and files that read back as told.
 
+#include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
+#include "../../host/parameter_notes.h"
 #include "../../host/statistics.h"
 #include "models.h"
 #include "tests/host/host_files.h"
@@ -20,18 +24,54 @@ int optimize(const std::string& in, const std::string& out, const std::string& m
     return std::system(command.c_str());
 }
 
-TEST(WrittenFiles, AreTheSameBytesOverTenRuns) {
+/// The bytes of all files that a run leaves, the ID map among them; the report without its clock.
+std::string bytesAfter(const std::string& in, const std::string& format,
+                       const std::string& parameters) {
     const morva_test::temporary_folder folder;
-    std::string first;
-    for (int run = 0; run < 10; ++run) {
-        const std::string out = folder.file(std::to_string(run) + ".glb");
-        ASSERT_EQ(optimize(roads::engine, out), 0);
-        const std::string bytes = bytesOf(out);
-        ASSERT_GT(bytes.size(), 100000U);
-        if (run == 0)
-            first = bytes;
-        ASSERT_TRUE(bytes == first) << "run " << run;
+    EXPECT_EQ(optimize(in, folder.file("out." + format),
+                       "--report '" + folder.file("report.json") + "' -p '" + parameters +
+                           ",idmap(" + folder.file("map") + ")'"),
+              0);
+    std::vector<std::string> names = folder.entries();
+    std::sort(names.begin(), names.end());
+    std::string all;
+    for (const std::string& name : names) {
+        if (name != "report.json")
+            all += name + bytesOf(folder.file(name));
     }
+    const auto report = nlohmann::json::parse(bytesOf(folder.file("report.json")));
+    return all + report.at("parts").dump() + report.at("after").dump();
+}
+
+TEST(WrittenFiles, AreTheSameBytesInEveryRunOnAnyNumberOfThreads) {
+    const morva_test::temporary_folder folder;
+    const std::string sixteen =
+        morva_test::modelFile(folder.file("sixteen.glb"), roads::sixteenEngines());
+    struct run_case {
+        const std::string &in, format, parameters;
+        int rounds;
+    };
+    for (const run_case& c : {run_case{roads::engine, "glb", "maxtris(5000)", 2},
+                              {roads::engine, "obj", "opt(2),maxtris(700),prefix(e)", 1},
+                              {roads::house, "glb", "cacheopt(1),alphageometry(1)", 2},
+                              {roads::house, "obj", "maxtris(300),vertexcolor(900)", 1},
+                              {sixteen, "glb", "cacheopt(1)", 1}}) {
+        SCOPED_TRACE(c.in + " to " + c.format + " with " + c.parameters);
+        const std::string alone = bytesAfter(c.in, c.format, c.parameters + ",numthreads(1)");
+        ASSERT_GT(alone.size(), 100000U);
+        for (int round = 0; round < c.rounds; ++round) {
+            for (const char* threads : {"", ",numthreads(2)", ",numthreads(8)"})
+                ASSERT_TRUE(bytesAfter(c.in, c.format, c.parameters + threads) == alone) << threads;
+        }
+    }
+}
+
+TEST(WrittenFiles, TakeAsManyThreadsAsProcessorsUnlessTold) {
+    const std::string processors = std::to_string(std::thread::hardware_concurrency());
+    for (const auto& [given, expected] : {std::pair<std::string, std::string>{"", ""},
+                                          {"opt(1)", "opt(1),numthreads(" + processors + ")"},
+                                          {"NumThreads(1),opt(1)", "NumThreads(1),opt(1)"}})
+        EXPECT_EQ(morva::host::withThreads(given), expected);
 }
 
 TEST(WrittenFiles, ReadBackWithTheCountsOfTheReport) {
