@@ -81,7 +81,7 @@ TEST(ReferredFiles, AreNamedAsAWholeAndThroughOthers) {
         {"mtllib xa b.mtl\n", false}, {"mtllib a b.mtl2\n", false},         {"", false}};
     const temporary_folder folder;
     for (const auto& [text, found] : rows) {
-        for (const std::size_t before : {0, 5, (1 << 20) - 20, (1 << 20) - 5, (1 << 20) - 1}) {
+        for (const std::size_t before : {0, 5, (1 << 20) - 21, (1 << 20) - 14, (1 << 20) - 1}) {
             const std::string padding = std::string(before, ' ');
             writeBytes(folder.file("m.obj"), padding + text);
             EXPECT_EQ(morva::host::referredFiles(folder.file("m.obj"), {"a b.mtl"}).size(), found)
