@@ -31,7 +31,7 @@ sources() {
     # shellcheck disable=SC2016  # apt fills these in
     apt-get indextargets 'Created-By: Packages' 'Component: main' \
         --format '$(CODENAME) $(REPO_URI) $(RELEASE) $(SOURCESENTRY)' |
-        grep -E "^$RELEASE(-updates|-security)? " | sort -u
+        sed -nE "/^$RELEASE(-updates|-security)? /p" | sort -u
 }
 
 # The key file that an entry names, if any.
@@ -57,10 +57,11 @@ set_up_apt() {
         grep -v '^Acquire::\(IndexTargets\|CompressionTypes\)' >"$ROOT/etc/apt/apt.conf.d/50fresh"
     cp /etc/hosts /etc/resolv.conf "$ROOT/etc/"
     local certificates
-    for certificates in /etc/ssl/certs /usr/local/share/ca-certificates; do
-        [ -d "$certificates" ] || continue
-        mkdir -p "$ROOT$certificates"
-        cp -rL "$certificates/." "$ROOT$certificates/"
+    for certificates in /etc/ssl/certs/ca-certificates.crt /usr/local/share/ca-certificates \
+        $(apt-config dump --format '%F "%v";%n' Acquire | sed -n 's/.*::CaInfo "\(.*\)";/\1/Ip'); do
+        [ -e "$certificates" ] || continue
+        mkdir -p "$ROOT${certificates%/*}"
+        cp -rL "$certificates" "$ROOT${certificates%/*}/"
     done
 }
 

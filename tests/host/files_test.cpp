@@ -5,6 +5,7 @@
 #include <regex>
 
 #include <sys/stat.h>
+#include <sys/wait.h>
 
 #include <gtest/gtest.h>
 
