@@ -18,7 +18,8 @@ fail() {
 clean_up() {
     trap '' INT TERM HUP
     if [ -n "$CHILD" ]; then
-        kill -KILL "$CHILD" 2>/dev/null && wait "$CHILD" 2>/dev/null
+        kill -KILL "$CHILD" 2>/dev/null || true
+        wait "$CHILD" 2>/dev/null || true
     fi
     [ -n "$ROOT" ] || return 0
     # The second try: what was killed may have made files during the first.
