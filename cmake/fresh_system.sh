@@ -18,7 +18,8 @@ fail() {
 clean_up() {
     trap '' INT TERM HUP
     if [ -n "$CHILD" ]; then
-        kill -KILL "$CHILD" 2>/dev/null && wait "$CHILD" 2>/dev/null
+        kill -KILL "$CHILD" 2>/dev/null || true
+        wait "$CHILD" 2>/dev/null || true
     fi
     [ -n "$ROOT" ] || return 0
     # The second try: what was killed may have made files during the first.
@@ -31,7 +32,7 @@ sources() {
     # shellcheck disable=SC2016  # apt fills these in
     apt-get indextargets 'Created-By: Packages' 'Component: main' \
         --format '$(CODENAME) $(REPO_URI) $(RELEASE) $(SOURCESENTRY)' |
-        grep -E "^$RELEASE(-updates|-security)? " | sort -u
+        sed -nE "/^$RELEASE(-updates|-security)? /p" | sort -u
 }
 
 # The key file that an entry names, if any.
@@ -57,10 +58,11 @@ set_up_apt() {
         grep -v '^Acquire::\(IndexTargets\|CompressionTypes\)' >"$ROOT/etc/apt/apt.conf.d/50fresh"
     cp /etc/hosts /etc/resolv.conf "$ROOT/etc/"
     local certificates
-    for certificates in /etc/ssl/certs /usr/local/share/ca-certificates; do
-        [ -d "$certificates" ] || continue
-        mkdir -p "$ROOT$certificates"
-        cp -rL "$certificates/." "$ROOT$certificates/"
+    for certificates in /etc/ssl/certs/ca-certificates.crt /usr/local/share/ca-certificates \
+        $(apt-config dump --format '%F "%v";%n' Acquire | sed -n 's/.*::CaInfo "\(.*\)";/\1/Ip'); do
+        [ -e "$certificates" ] || continue
+        mkdir -p "$ROOT${certificates%/*}"
+        cp -rL "$certificates" "$ROOT${certificates%/*}/"
     done
 }
 

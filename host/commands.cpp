@@ -253,11 +253,10 @@ void optimize(const options& chosen) {
 
     report.stages = steps.stages();
     finish(chosen, report, report_stage, outputs);
-    if (passed)
-        return;
     for (const std::string& difference : report.verdict->differences)
         std::cerr << "morva: audit: " << difference << "\n";
-    throw host_error("the audit failed: the output does not hold what went in");
+    if (!passed)
+        throw host_error("the audit failed: the output does not hold what went in");
 }
 
 void info(const options& chosen) {

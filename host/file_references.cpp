@@ -113,12 +113,12 @@ std::set<std::string> ownBuffers(const std::string& model) {
         else if ((kind == "gltf" || kind == "glb") && path != model)
             others.push_back(path);
     }
-    if (names.empty())
-        return names;
-    names = namesIn(model, names);
+    if (!names.empty())
+        names = namesIn(model, names);
     for (const fs::path& other : others) {
-        if (!names.empty())
-            removeFrom(names, namesIn(other, names));
+        if (names.empty() || !std::ifstream(other)) // it may refer to any
+            return {};
+        removeFrom(names, namesIn(other, names));
     }
     return names;
 }

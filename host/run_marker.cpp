@@ -62,9 +62,12 @@ std::string startOf(const std::string& process) {
     return words ? word : std::string();
 }
 
+/// Machines may have one name: where they have numbers, these tell them apart.
 std::string hostName() {
     char name[256] = {};
-    return gethostname(name, sizeof name - 1) == 0 ? name : "";
+    if (gethostname(name, sizeof name - 1) != 0)
+        return std::string();
+    return std::string(name) + " " + firstLineOf("/etc/machine-id");
 }
 
 run_identity ownIdentity() {
@@ -122,6 +125,19 @@ std::string placePrint(const run_identity& own) {
     return digits;
 }
 
+/// Whether a text is the mark of a run of this machine that is over.
+bool isOfEndedRun(const std::string& marker) {
+    const std::optional<run_identity> found = identityIn(marker);
+    const run_identity own = ownIdentity();
+    if (!found || own.host.empty() || own.boot.empty() || found->host != own.host ||
+        found->boot.empty() || !isNumber(found->process))
+        return false;
+    if (found->boot != own.boot)
+        return true;
+    // Numbers of another space say nothing here.
+    return !own.space.empty() && found->space == own.space && isGone(found->process, found->start);
+}
+
 /// Whether a folder is called like those of a run that is over.
 bool isNameOfEndedRun(const std::string& name) {
     std::istringstream text(name);
@@ -161,18 +177,6 @@ std::string runMarker() {
 std::string runFolderName() {
     const run_identity own = ownIdentity();
     return ".morva-" + own.process + "-" + own.start + "-" + placePrint(own) + "-XXXXXX";
-}
-
-bool isOfEndedRun(const std::string& marker) {
-    const std::optional<run_identity> found = identityIn(marker);
-    const run_identity own = ownIdentity();
-    if (!found || own.host.empty() || own.boot.empty() || found->host != own.host ||
-        found->boot.empty() || !isNumber(found->process))
-        return false;
-    if (found->boot != own.boot)
-        return true;
-    // Numbers of another space say nothing here.
-    return !own.space.empty() && found->space == own.space && isGone(found->process, found->start);
 }
 
 void sweepEndedRuns(const std::string& folder) {

@@ -5,11 +5,11 @@
 // the run is surely over.
 //
 //     morva run
-//     host builder7
-//     boot 0b1c...          number of the machine's start
-//     space pid:[4026531836]   in which process numbers mean something
+//     host builder7 4d0c...     name and, if it has one, number of the machine
+//     boot 0b1c...              number of the machine's start
+//     space pid:[4026531836]    in which process numbers mean something
 //     process 4711
-//     start 815162          when the process started, in clock ticks since the machine did
+//     start 815162              when the process started, in clock ticks since the machine did
 //
 // The folder's name tells the same in short, for a run that was killed before it wrote the mark:
 //
@@ -28,13 +28,10 @@ std::string runMarker();
 /// The name for a folder of this run, as a template for mkdtemp().
 std::string runFolderName();
 
-/// Whether a text is a mark of a run of this machine that is over: its process is gone, or the
-/// machine was started anew. False wherever that is in doubt.
-bool isOfEndedRun(const std::string& marker);
-
-/// Removes the folders ".morva-*" in `folder` that hold the mark of a run that is over, and those
-/// of such a run by name that hold nothing yet. Nothing else is touched, and what can't be removed
-/// stays.
+/// Removes the folders ".morva-*" in `folder` that hold the mark of a run of this machine that is
+/// over, and those of such a run by name that hold nothing yet. Over means that its process is gone
+/// or the machine was started anew; not where that is in doubt. Nothing else is touched, and what
+/// can't be removed stays.
 void sweepEndedRuns(const std::string& folder);
 
 } // namespace morva::host

@@ -2,8 +2,8 @@
 
 // One file on its way, with the files that belong to it.
 //
-//     staged_output output("out/engine.gltf");   // makes out/.morva-x7Qf2c/new/
-//     write(output.path());                      // .../engine.gltf, .../engine.93b7....bin
+//     staged_output output("out/engine.gltf");   // makes out/.morva-.../new/
+//     write(output.path());                      // engine.gltf, engine.93b7....bin in there
 //
 // It goes to its place as a part of an output_set, or not at all.
 

@@ -50,12 +50,11 @@ TEST(Report, HoldsBothSidesThePartsAndTheAudit) {
     const auto report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
     EXPECT_EQ(report["schema"], "morva-report-1");
     EXPECT_EQ(report["parameters"], "maxtris(10)");
-    for (const char* side : {"before", "after"}) {
+    for (const char* side : {"before", "after"})
         for (const char* key : {"nodes", "geometry_cores", "draw_calls", "materials", "textures",
                                 "triangles", "lines", "points", "vertices", "index_entries_16",
                                 "index_entries_32", "acmr_32_lru", "geometry_bytes"})
             EXPECT_TRUE(report[side][key].is_number()) << side << " " << key;
-    }
     EXPECT_EQ(report["before"]["triangles"], 40 + 6 + 6);
     EXPECT_EQ(report["after"]["materials"], 2);
     EXPECT_EQ(report["output"]["bytes"], bytesOf(folder.file("o.glb")).size());

@@ -12,9 +12,6 @@
 #include <string>
 #include <vector>
 
-#include <sys/wait.h>
-#include <unistd.h>
-
 #include "commands.h"
 #include "model_export.h"
 #include "tests/support/scene_builders.h"
@@ -33,7 +30,6 @@ class temporary_folder {
     }
     ~temporary_folder() {
         std::error_code ignored;
-        std::filesystem::permissions(path_, std::filesystem::perms::owner_all, ignored);
         std::filesystem::remove_all(path_, ignored);
     }
     temporary_folder(const temporary_folder&) = delete;
@@ -80,16 +76,6 @@ inline std::vector<std::string> wordsOf(const std::string& command,
             word.replace(at, 1, folder.path() + "/");
     }
     return words;
-}
-
-/// Runs `work` in a process of its own; its exit code, or -1 if a signal ended it.
-template <typename Work> int inChild(const Work& work) {
-    const pid_t child = fork();
-    if (child == 0)
-        _exit(work());
-    int status = 0;
-    waitpid(child, &status, 0);
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
 /// What a run of the command gave.

@@ -7,7 +7,6 @@
 #include "scene_walk.h"
 #include "statistics.h"
 #include "tests/host/host_files.h"
-#include "tests/support/live_containers.h"
 #include "tests/support/mesh_multiset.h"
 
 namespace morva_test {
@@ -61,16 +60,6 @@ TEST_P(RoundTripBy, KeepsTheTrianglesAndInOneBinaryFileTheRest) {
 INSTANTIATE_TEST_SUITE_P(, RoundTripBy,
                          testing::Values("glb", "gltf", "osb", "obj", "ply", "stl", "dae"),
                          [](const auto& instance) { return std::string(instance.param); });
-
-TEST(RoundTrip, ReadingAndWritingLeaveNoContainersBehind) {
-    const temporary_folder folder;
-    { const model warm_up = readModel(modelFile(folder.file("s.glb"), variedScene())); }
-    const unsigned int before = liveContainers();
-    { const model again = readModel(folder.file("s.glb")); }
-    writeBytes(folder.file("bad.glb"), bytesOf(folder.file("s.glb")).substr(0, 900));
-    EXPECT_THROW(readModel(folder.file("bad.glb")), std::exception);
-    EXPECT_EQ(liveContainers(), before);
-}
 
 struct look {
     ::osg::Color4f diffuse, specular, emission;
