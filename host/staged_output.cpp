@@ -36,7 +36,10 @@ staged_output::staged_output(const std::string& target) {
 
 staged_output::~staged_output() {
     std::error_code ignored;
-    if (!temporary_.empty())
+    if (temporary_.empty())
+        return;
+    fs::remove_all(temporary_, ignored);
+    if (ignored) // it may only have lacked a little memory
         fs::remove_all(temporary_, ignored);
 }
 
