@@ -1,5 +1,6 @@
 #include "audit.h"
 
+#include <algorithm>
 #include <cmath>
 #include <locale>
 #include <sstream>
@@ -13,6 +14,7 @@
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "geometry_view.h"
+#include "text.h"
 #include "triangle_measures.h"
 
 namespace morva::host {
@@ -263,6 +265,23 @@ void sumUp(const audit_plan& plan, const expectation& all, audit_verdict& verdic
     verdict.cut = all.cut;
 }
 
+/// A part without a name gets no ID: in a core with IDs its vertices read 0, as those of the first
+/// name do.
+void noteNameless(const audit_plan& plan, audit_verdict& verdict) {
+    const auto nameless =
+        std::count_if(plan.parts.begin(), plan.parts.end(), [](const audited_part& part) {
+            return part.name.empty() && part.fate == part_fate::merged;
+        });
+    if (nameless == 0 || verdict.ids.empty())
+        return;
+    const bool one = nameless == 1;
+    verdict.notes.push_back(
+        std::to_string(nameless) +
+        (one ? " part has no name: where it is" : " parts have no name: where they are") +
+        " merged with named ones, the ID map lists " + (one ? "it" : "them") +
+        " under the first named part, '" + validUtf8(verdict.ids[0].name) + "'");
+}
+
 } // namespace
 
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
@@ -303,6 +322,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         verdict.out_by_name[name] = out.triangles;
     if (plan.by_part)
         compareByName(expected, out_by_name, plan.areas, verdict);
+    noteNameless(plan, verdict);
     compareReordered(plan, result, verdict);
     compareSums(plan, all, sum, verdict);
     return verdict;

@@ -38,10 +38,10 @@ int bytesToReserve() {
 } // namespace
 
 void reserveHeap() {
+    mallopt(M_ARENA_MAX, 1); // one heap for all threads
     if (isLimited())
         return;
-    mallopt(M_MMAP_MAX, 0);  // blocks of any size from the heap
-    mallopt(M_ARENA_MAX, 1); // and for all threads
+    mallopt(M_MMAP_MAX, 0); // and for blocks of any size
     mallopt(M_TRIM_THRESHOLD, INT_MAX);
     mallopt(M_TOP_PAD, bytesToReserve());
     char* const begin = static_cast<char*>(sbrk(0));

@@ -5,6 +5,8 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <utility>
+#include <vector>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
@@ -13,6 +15,7 @@
 #include "assimp_import.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "stack_room.h"
 #include "text.h"
 
 namespace morva::host {
@@ -57,6 +60,19 @@ void importWatched(const std::string& path, const std::string& doing, model& tar
     importThroughAssimp(path, target);
 }
 
+bool isTooDeep(const ::osg::NodePtr& root) {
+    std::vector<std::pair<::osg::NodePtr, std::size_t>> todo = {{root, 1}};
+    while (!todo.empty()) {
+        const auto [node, level] = todo.back();
+        todo.pop_back();
+        if (level > mostLevels())
+            return true;
+        for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+            todo.emplace_back(node->getChild(i), level + 1);
+    }
+    return false;
+}
+
 bool drawsSomething(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
     if (core != ::osg::NullFC && core->getTypes() != ::osg::NullFC &&
@@ -76,6 +92,7 @@ model readModel(const std::string& path) {
     model result;
     result.file_bytes = checkedSize(path);
     result.files_read.push_back(path);
+    checkStack();
     const std::string doing = "reading '" + path + "'";
     errno = 0;
     try {
@@ -93,6 +110,8 @@ model readModel(const std::string& path) {
         throw;
     }
     memory_watch::check(doing);
+    if (isTooDeep(result.root.get()))
+        throw host_error(tooDeep());
     if (!drawsSomething(result.root.get()))
         throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
     return result;

@@ -72,6 +72,8 @@ stage_folder::~stage_folder() {
     const std::lock_guard<std::mutex> guard(all.mutex);
     std::error_code ignored;
     fs::remove_all(path_, ignored);
+    if (ignored) // it may only have lacked a little memory
+        fs::remove_all(path_, ignored);
     all.paths.erase(std::find(all.paths.begin(), all.paths.end(), path_));
 }
 

@@ -98,7 +98,7 @@ template <typename T> void dropArray(T*& all) {
 
 void deepen(aiScene& scene) {
     aiNode* last = scene.mRootNode->mChildren[0];
-    for (int i = 0; i < 1002; ++i) {
+    for (int i = 0; i < 2002; ++i) {
         last->mNumChildren = 1;
         last->mChildren = new aiNode* [1] { new aiNode("deeper") };
         last = last->mChildren[0];
@@ -131,7 +131,7 @@ const hostile_case hostile_cases[] = {
          s.mRootNode->mChildren[1] = s.mRootNode->mChildren[0];
      },
      "no tree"},
-    {"a_tree_too_deep_for_recursion", deepen, "is deeper than 1000"},
+    {"a_tree_too_deep_for_recursion", deepen, "is deeper than 2000"},
     {"no_root", [](aiScene& s) { drop(s.mRootNode); }, "no scene"},
     {"null_child", [](aiScene& s) { drop(s.mRootNode->mChildren[1]); }, nullptr},
     {"material_out_of_range", [](aiScene& s) { s.mMeshes[0]->mMaterialIndex = 99; }, nullptr},

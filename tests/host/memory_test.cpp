@@ -30,7 +30,8 @@ program_run runProgram(const std::string& before, const std::string& arguments) 
     run.code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     run.err = bytesOf(told.file("err"));
     for (const std::string& name : folder.entries()) {
-        std::string& bytes = run.files[name] = bytesOf(folder.file(name));
+        const bool is_folder = std::filesystem::is_directory(folder.file(name));
+        std::string& bytes = run.files[name] = is_folder ? "" : bytesOf(folder.file(name));
         if (name == "r.json") {
             nlohmann::json report = nlohmann::json::parse(bytes, nullptr, false);
             report.erase("stages");
@@ -94,6 +95,45 @@ TEST(Memory, EachAllocationThatFailsGivesTheWholeOutputOrNone) {
         });
         EXPECT_EQ(faults, decltype(faults)()) << "of " << count << " with " << format;
         EXPECT_GT(stopped, count / step / 2);
+    }
+}
+
+/// A glTF file with a chain of nodes, the last of which draws a triangle.
+void writeChain(const std::string& path, int levels) {
+    nlohmann::json file = nlohmann::json::parse(
+        R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"meshes":[{"primitives":[
+        {"attributes":{"POSITION":0}}]}],"accessors":[{"bufferView":0,"componentType":5126,
+        "count":3,"type":"VEC3"}],"bufferViews":[{"buffer":0,"byteLength":36}],"buffers":[
+        {"byteLength":36,"uri":"data:;base64,AAAAAAAAAAAAAAAAAACAPwAAAAAAAAAAAAAAAAAAgD8AAAAA"}]})");
+    for (int i = 1; i < levels; ++i)
+        file["nodes"].push_back({{"children", {i}}, {"name", "n"}});
+    file["nodes"].push_back({{"mesh", 0}, {"translation", {1, 0, 0}}});
+    writeBytes(path, file.dump());
+}
+
+TEST(Stack, ATreeThatIsTooDeepForItIsRefused) {
+    const temporary_folder folder;
+    const struct {
+        const char* stack; ///< KiB
+        int levels;
+        const char* message; ///< null: good
+    } rows[] = {{"100", 3, "the stack limit of 100 KiB is too low"},
+                {"256", 80, nullptr},
+                {"256", 90, "deeper than 85 levels, the most for a stack limit of 256 KiB"},
+                {"256", 20000, "deeper than 85 levels"},
+                {"8192", 1990, nullptr},
+                {"8192", 2010, "deeper than 2000 levels\n"}};
+    for (const auto& row : rows) {
+        writeChain(folder.file("in.gltf"), row.levels);
+        for (const char* out : {"o.fbx", "o.glb", "o.osb"}) {
+            SCOPED_TRACE(testing::Message() << row.stack << " " << row.levels << " " << out);
+            const program_run run =
+                runProgram(std::string("ulimit -s ") + row.stack + " &&",
+                           "optimize " + folder.file("in.gltf") + " -p 'opt(1)' -o " + out);
+            EXPECT_EQ(run.code, row.message == nullptr ? 0 : 1) << run.err;
+            EXPECT_NE(run.err.find(row.message == nullptr ? "" : row.message), std::string::npos)
+                << run.err;
+        }
     }
 }
 
