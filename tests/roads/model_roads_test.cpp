@@ -1,25 +1,14 @@
 // optTree on real models keeps what is drawn, at every output level, in few bounded cores.
 
-#include <algorithm>
-#include <map>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "../../host/statistics.h"
-#include "../support/live_containers.h"
-#include "../support/mesh_multiset.h"
-#include "../support/scene_builders.h"
 #include "models.h"
 
 namespace {
-
-using namespace morva_test;
 
 /// Whether some geometry brings normals; where none does the optimiser makes them.
 bool hasNormals(const ::osg::NodePtr& root) {
@@ -173,16 +162,6 @@ TEST(ModelRoads, AreTheSameOnAnyNumberOfThreads) {
         EXPECT_GT(alone.size(), 5U);
         EXPECT_TRUE(cores(2) == alone && cores(8) == alone) << file;
     }
-}
-
-TEST(ModelRoads, LeaveNoContainersBehind) {
-    const unsigned int before = liveContainers();
-    {
-        const morva::host::model source = morva::host::readModel(roads::truck);
-        roads::optimised(source.root, "opt(2),maxtris(300),idmapinroot(true)");
-    }
-    morva::osg::getIDmapHandler().reset();
-    EXPECT_EQ(liveContainers(), before);
 }
 
 } // namespace

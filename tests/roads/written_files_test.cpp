@@ -1,9 +1,5 @@
 // The command on real models: the same bytes in every run, and files that read back as told.
 
-#include <cstdlib>
-#include <string>
-
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "../../host/statistics.h"
@@ -12,8 +8,6 @@
 
 namespace {
 
-using morva_test::bytesOf;
-
 int optimize(const std::string& in, const std::string& out, const std::string& more = "") {
     const std::string command = std::string("'") + MORVA_COMMAND + "' optimize '" + in + "' -o '" +
                                 out + "' --quiet " + more;
@@ -21,7 +15,7 @@ int optimize(const std::string& in, const std::string& out, const std::string& m
 }
 
 TEST(WrittenFiles, AreTheSameBytesOverTenRuns) {
-    const morva_test::temporary_folder folder;
+    const temporary_folder folder;
     std::string first;
     for (int run = 0; run < 10; ++run) {
         const std::string out = folder.file(std::to_string(run) + ".glb");
@@ -35,7 +29,7 @@ TEST(WrittenFiles, AreTheSameBytesOverTenRuns) {
 }
 
 TEST(WrittenFiles, ReadBackWithTheCountsOfTheReport) {
-    const morva_test::temporary_folder folder;
+    const temporary_folder folder;
     const std::string report = folder.file("report.json");
     for (const std::string& file : {roads::engine, roads::house, roads::truck}) {
         for (const char* format : {"glb", "gltf", "osb"}) {
