@@ -8,8 +8,6 @@
 
 namespace {
 
-using namespace morva_test;
-
 TEST(DrawOrderMemory, GivesWhatWasFinishedAndLeavesNothingBehind) {
     std::mt19937 rng(64);
     for (const unsigned mode : {4U, 1U}) {

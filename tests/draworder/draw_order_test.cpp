@@ -1,12 +1,9 @@
 // The order of triangles and lines and the pieces that they come in, against the walk on lists.
 
-#include "tests/support/test.h"
-
 #include "naive_draw_order.h"
 
 namespace {
 
-using namespace morva_test;
 using ::osg::Geometry;
 
 /// A sheet of 2 * columns * rows triangles, some of them in disorder, some degenerate.

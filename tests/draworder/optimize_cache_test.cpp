@@ -2,8 +2,6 @@
 
 #include "tests/support/test.h"
 
-#include <thread>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
@@ -12,7 +10,6 @@
 namespace {
 
 using namespace morva::osg;
-using namespace morva_test;
 
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
@@ -69,6 +66,45 @@ TEST(CacheScores, ElementsGetABonusForPositiveVertices) {
         triangles[0].drawn = lines[0].drawn = true;
         EXPECT_EQ(calcTriangleScore(triangles, corners, 0), -1.0F);
         EXPECT_EQ(calcLineScore(lines, ends, 0), -1.0F);
+    }
+}
+
+// Two elements, each waiting at a vertex of its own; the second is number 101 in the source.
+TEST(CacheSearch, LooksInTheCacheThenAtTheMarkedVertexThenInOrder) {
+    const struct {
+        const char* rule;
+        std::list<unsigned int> cache;
+        int left_at_marked; ///< which is the second; lines have no marked vertex
+        bool drawn[2];
+        unsigned int triangle, line;
+        bool flush, line_flush;
+        unsigned long marker;
+    } rows[] = {{"of equal ones the first found", {1, 0}, 1, {}, 1, 1, false, false, 0},
+                {"the number of what waits there", {}, 1, {}, 101, 0, false, true, 0},
+                {"in order", {}, 0, {true, false}, 1, 1, true, true, 1},
+                {"nothing is left", {}, 0, {true, true}, 0, 0, true, false, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.rule);
+        std::vector<vcache_triangle_data> triangles(2);
+        std::vector<vcache_vertex_data> vertices(2);
+        std::vector<vcache_line_data> lines(2);
+        std::vector<vlinecache_vertex_data> ends(2);
+        for (unsigned int i = 0; i < 2; ++i) {
+            vertices[i].triangles = ends[i].lines = {i};
+            triangles[i].drawn = lines[i].drawn = row.drawn[i];
+            triangles[i].index = 100 + i;
+        }
+        vertices[1].trianglesLeft = row.left_at_marked;
+        std::list<unsigned int> cache = row.cache;
+        unsigned long marker = 0, lineMarker = 0, marked = 1;
+        bool flush = !row.flush, lineFlush = !row.line_flush;
+        EXPECT_EQ(searchHighestScoreTriangle(triangles, vertices, cache, flush, marker, marked),
+                  row.triangle);
+        EXPECT_EQ(searchHighestScoreLine(lines, ends, cache, lineFlush, lineMarker), row.line);
+        EXPECT_EQ(flush, row.flush);
+        EXPECT_EQ(lineFlush, row.line_flush);
+        EXPECT_EQ(marker, row.flush ? row.marker : 0);
+        EXPECT_EQ(lineMarker, row.marker);
     }
 }
 
@@ -220,28 +256,6 @@ TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {
         corners += coreOf(piece)->getLengths()->getValue(0);
     }
     EXPECT_EQ(corners, 3 * (rim - 2));
-}
-
-TEST(OptimizeCache, RunsInParallelOnDifferentNodes) {
-    std::mt19937 rng(11);
-    std::vector<node_ref> nodes;
-    std::vector<::osg::NodePtr> made(4);
-    std::vector<std::thread> threads;
-    for (int i = 0; i < 4; ++i)
-        nodes.emplace_back(meshNode(i % 2 == 0 ? withAttributes(soup(rng, 300), rng)
-                                               : withAttributes(row(600, 1), rng)));
-    for (std::size_t i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] {
-            bool aboveLimit = false;
-            made[i] = optimizeCache(nodes[i].get(), aboveLimit, 90, i < 2);
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const ::osg::NodePtr& node : made) {
-        const node_ref held(node);
-        EXPECT_GT(held->getNChildren(), 1U);
-    }
 }
 
 } // namespace

@@ -8,8 +8,6 @@
 
 namespace {
 
-using namespace morva_test;
-
 struct run {
     node_ref result;
     std::string printed;

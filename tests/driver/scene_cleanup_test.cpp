@@ -6,7 +6,6 @@
 
 namespace {
 
-using namespace morva_test;
 using pass = void (*)(const ::osg::NodePtr& root);
 
 void switches(const ::osg::NodePtr& root) { morva::osg::removeSwitchParts(root); }

@@ -7,8 +7,6 @@
 
 namespace {
 
-using namespace morva_test;
-
 ::osg::MaterialPtr ownMaterial(const ::osg::NodePtr& node) { return coreOf(node)->getMaterial(); }
 
 TEST(MostUsedMaterial, CountsPrimitivesNotNodes) {

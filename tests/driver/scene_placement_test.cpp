@@ -6,7 +6,6 @@
 
 namespace {
 
-using namespace morva_test;
 using ::osg::Pnt3f;
 using points = std::vector<Pnt3f>;
 

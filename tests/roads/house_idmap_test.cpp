@@ -1,33 +1,16 @@
 // Every part of the house leads to its box, its appearance and the cores that hold it.
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <map>
-#include <set>
-#include <sstream>
-#include <string>
-
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
-
-#include <OpenSG/OSGDynamicVolume.h>
 
 #include <morva/core/morva_osg_tools.h>
 
 #include "../../host/part_names.h"
-#include "../support/scene_builders.h"
 #include "models.h"
+#include "tests/host/host_files.h"
 
 namespace {
 
-using namespace morva_test;
 using nlohmann::json;
-
-json jsonOf(const std::string& file) {
-    std::ifstream in(file);
-    return json::parse(in);
-}
 
 /// "1.5, 2, 3" as numbers.
 ::osg::Pnt3f pointOf(const std::string& text) {
@@ -55,16 +38,16 @@ std::string diffuseOf(const ::osg::NodePtr& node) {
 }
 
 TEST(HouseRoad, EveryPartStandsInTheIdMap) {
-    std::string folder = (std::filesystem::temp_directory_path() / "morva-house-XXXXXX").string();
-    ASSERT_NE(mkdtemp(folder.data()), nullptr);
+    const temporary_folder folder;
+    const std::string house = folder.file("h.glb"), report_file = folder.file("r.json");
     const std::string command = std::string("'") + MORVA_COMMAND + "' optimize '" + roads::house +
-                                "' -q -o '" + folder + "/h.glb' --report '" + folder +
-                                "/r.json' -p 'maxtris(500),alphageometry(true),idmap(" + folder +
-                                "/m)'";
+                                "' -q -o '" + house + "' --report '" + report_file +
+                                "' -p 'maxtris(500),alphageometry(true),idmap(" + folder.file("m") +
+                                ")'";
     ASSERT_EQ(std::system(command.c_str()), 0);
-    const json map = jsonOf(folder + "/m.json"), report = jsonOf(folder + "/r.json");
-    const morva::host::model out = morva::host::readModel(folder + "/h.glb");
-    std::filesystem::remove_all(folder);
+    const json map = json::parse(bytesOf(folder.file("m.json")));
+    const json report = json::parse(bytesOf(report_file));
+    const morva::host::model out = morva::host::readModel(house);
 
     std::set<std::string> written;
     for (const std::string& name : namesOf(geometryNodes(out.root)))

@@ -1,24 +1,13 @@
 // optTree on real models keeps what is drawn, at every output level, in few bounded cores.
 
-#include <algorithm>
-#include <map>
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "../../host/statistics.h"
-#include "../support/live_containers.h"
-#include "../support/mesh_multiset.h"
-#include "../support/scene_builders.h"
 #include "models.h"
 
 namespace {
-
-using namespace morva_test;
 
 /// Whether some geometry brings normals; where none does the optimiser makes them.
 bool hasNormals(const ::osg::NodePtr& root) {
@@ -136,16 +125,6 @@ TEST(EngineRoad, SixteenOnAGridKeepEveryTriangleAndTheLimit) {
     EXPECT_EQ(after.triangles, before.triangles);
     EXPECT_NEAR(after.area, before.area, 1e-6 * before.area);
     EXPECT_LE(largestCore(result), 20000U);
-}
-
-TEST(ModelRoads, LeaveNoContainersBehind) {
-    const unsigned int before = liveContainers();
-    {
-        const morva::host::model source = morva::host::readModel(roads::truck);
-        roads::optimised(source.root, "opt(2),maxtris(300),idmapinroot(true)");
-    }
-    morva::osg::getIDmapHandler().reset();
-    EXPECT_EQ(liveContainers(), before);
 }
 
 } // namespace

@@ -2,16 +2,11 @@
 
 // The real models of the tests, from Debian's package assimp-testmodels.
 
-#include <iostream>
-#include <string>
-
-#include <OpenSG/OSGNode.h>
+#include "tests/support/test.h"
 
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "../../host/model.h"
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
 
 namespace roads {
 

@@ -1,12 +1,5 @@
 // The command on real models: the same bytes in every run, and files that read back as told.
 
-#include <algorithm>
-#include <cstdlib>
-#include <string>
-#include <thread>
-#include <utility>
-
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "../../host/parameter_notes.h"
@@ -15,8 +8,6 @@
 #include "tests/host/host_files.h"
 
 namespace {
-
-using morva_test::bytesOf;
 
 int optimize(const std::string& in, const std::string& out, const std::string& more = "") {
     const std::string command = std::string("'") + MORVA_COMMAND + "' optimize '" + in + "' -o '" +
@@ -75,7 +66,7 @@ TEST(WrittenFiles, TakeAsManyThreadsAsProcessorsUnlessTold) {
 }
 
 TEST(WrittenFiles, ReadBackWithTheCountsOfTheReport) {
-    const morva_test::temporary_folder folder;
+    const temporary_folder folder;
     const std::string report = folder.file("report.json");
     for (const std::string& file : {roads::engine, roads::house, roads::truck}) {
         for (const char* format : {"glb", "gltf", "osb"}) {

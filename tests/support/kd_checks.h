@@ -6,40 +6,31 @@
 //     EXPECT_EQ(broken_rule_of(tree, geoset), "");          whatever the setup was
 //     EXPECT_EQ(broken_rule_of(tree, geoset, setup), "");   depth, sides and duplicates as well
 
+#include "tests/support/test.h"
+
 #include <morva/trees/geoset_access.h>
 #include <morva/trees/kd_records.h>
-
-#include <cstddef>
-#include <cstdint>
-#include <string>
-#include <vector>
 
 namespace morva_test {
 
 namespace detail {
 
-/// One plane above a leaf, and the side of it on which the leaf lies.
-struct side_of_plane {
-    int axis;
-    float plane;
-    bool left;
-};
-
 /// Walks a tree in the order of its nodes and notes the first rule that fails.
 template <typename T, typename Geoset> class kd_walk {
   public:
     kd_walk(const morva::kd_tree<T>& tree, const Geoset& geoset, const morva::kd_build_setup* setup)
-        : tree_(tree), geoset_(geoset), setup_(setup), seen_(elements_of(geoset), 0) {}
+        : tree_(tree), geoset_(geoset), setup_(setup) {
+        using morva::element_count;
+        seen_.resize(static_cast<std::size_t>(element_count(geoset)), 0);
+    }
 
     std::string run() {
-        if (tree_.nodes == nullptr || tree_.indices == nullptr)
-            return "nodes and indices exist";
+        rule(tree_.nodes != nullptr && tree_.indices != nullptr, "nodes and indices exist");
         rule(tree_.node_count < tree_.node_capacity, "node_count below node_capacity");
         rule(tree_.index_count <= tree_.index_capacity, "index_count within index_capacity");
         if (!broken_.empty())
             return broken_;
-        next_index_ = 0;
-        node(0, 0);
+        node(0);
         rule(next_node_ == tree_.node_count + 1, "all nodes hang below the root");
         rule(leaves_ == tree_.leaf_count, "leaf_count counts the leaves");
         rule(fullest_ == tree_.max_leaf_size, "max_leaf_size is that of the fullest leaf");
@@ -57,33 +48,38 @@ template <typename T, typename Geoset> class kd_walk {
     }
 
   private:
+    /// One plane above a leaf, and the side of it on which the leaf lies.
+    struct side_of_plane {
+        int axis;
+        float plane;
+        bool left;
+    };
+
     void rule(bool holds, const char* words) {
         if (!holds && broken_.empty())
             broken_ = words;
     }
 
-    void node(std::uint64_t index, std::uint64_t depth) {
+    void node(std::uint64_t index) {
         if (index > tree_.node_count || index != next_node_++)
             return rule(false, "nodes stand in pre-order");
-        if (setup_ != nullptr)
-            rule(depth <= setup_->max_depth, "no node below max_depth");
+        rule(setup_ == nullptr || path_.size() <= setup_->max_depth, "no node below max_depth");
         const morva::kd_node<T>& here = tree_.nodes[index];
         if (here.is_leaf())
             return leaf(here);
         if (here.axis > 2)
             return rule(false, "axis is 0, 1 or 2");
         path_.push_back({static_cast<int>(here.axis), here.plane, true});
-        node(index + 1, depth + 1);
+        node(index + 1);
         path_.back().left = false;
         rule(here.right == static_cast<std::int64_t>(next_node_), "right follows the left subtree");
-        node(next_node_, depth + 1);
+        node(next_node_);
         path_.pop_back();
     }
 
     void leaf(const morva::kd_node<T>& here) {
         ++leaves_;
-        if (here.count > fullest_)
-            fullest_ = here.count;
+        fullest_ = std::max<std::uint64_t>(fullest_, here.count);
         if (here.first != next_index_ || here.first + here.count > tree_.index_count)
             return rule(false, "leaves lie end to end");
         for (; next_index_ < std::uint64_t(here.first) + here.count; ++next_index_) {
@@ -98,8 +94,9 @@ template <typename T, typename Geoset> class kd_walk {
 
     /// Elements that are never cut can be asked again why they are where they are.
     void sides(std::uint64_t e) {
+        using morva::extents_on_axis; // a geoset's own is found first, as the builds find it
         for (const side_of_plane& s : path_) {
-            const auto extents = extents_of(s.axis);
+            const auto extents = extents_on_axis(geoset_, s.axis);
             float lo = 0, hi = 0;
             extents.read(e, lo, hi);
             const bool above = lo >= s.plane, below = s.plane >= hi;
@@ -114,16 +111,6 @@ template <typename T, typename Geoset> class kd_walk {
         }
     }
 
-    // Found in the geoset's own namespace first, as the builds find them.
-    auto extents_of(int axis) const {
-        using morva::extents_on_axis;
-        return extents_on_axis(geoset_, axis);
-    }
-    static std::size_t elements_of(const Geoset& geoset) {
-        using morva::element_count;
-        return static_cast<std::size_t>(element_count(geoset));
-    }
-
     const morva::kd_tree<T>& tree_;
     const Geoset& geoset_;
     const morva::kd_build_setup* setup_;
@@ -135,18 +122,14 @@ template <typename T, typename Geoset> class kd_walk {
 
 } // namespace detail
 
-/// The rules of structure: pre-order, leaves end to end, statistics, every element in a leaf.
-template <typename T, typename Geoset>
-std::string broken_rule_of(const morva::kd_tree<T>& tree, const Geoset& geoset) {
-    return detail::kd_walk<T, Geoset>(tree, geoset, nullptr).run();
-}
-
-/// The same and what follows from the setup: depth, duplicates only in mode 2, and, where nothing
-/// is cut, every element on its side of every plane above it.
-template <typename T, typename Geoset>
+/// The rules of structure: pre-order, leaves end to end, statistics, every element in a leaf; with
+/// a setup also depth, duplicates only in mode 2, and, where nothing is cut, every element on its
+/// side of every plane above it.
+template <typename T, typename Geoset, typename... Setup>
 std::string broken_rule_of(const morva::kd_tree<T>& tree, const Geoset& geoset,
-                           const morva::kd_build_setup& setup) {
-    return detail::kd_walk<T, Geoset>(tree, geoset, &setup).run();
+                           const Setup&... setup) {
+    const morva::kd_build_setup* given[] = {nullptr, &setup...};
+    return detail::kd_walk<T, Geoset>(tree, geoset, given[sizeof...(setup)]).run();
 }
 
 } // namespace morva_test

@@ -1,17 +1,8 @@
 // The shared test tools themselves: a comparison that cannot fail would hide every fault.
 
-#include "tests/support/mesh_multiset.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
+#include "tests/support/test.h"
 
 #include <iomanip>
-#include <iostream>
-#include <limits>
-
-#include <OpenSG/OSGTriangleIterator.h>
-#include <gtest/gtest.h>
-
-using namespace morva_test;
 
 namespace {
 

@@ -1,8 +1,7 @@
 #pragma once
 
 // What almost every test file takes in: the test framework, the standard containers, the scene
-// graph's nodes, cores, materials and attachments, and the scene tools of the tests. Compiled
-// once for all test programs.
+// graph's nodes, cores, materials and attachments, and the scene tools of the tests.
 
 #include <algorithm>
 #include <array>
@@ -11,14 +10,19 @@
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
 #include <functional>
 #include <iostream>
+#include <iterator>
 #include <limits>
 #include <map>
+#include <memory>
 #include <random>
 #include <set>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -49,3 +53,5 @@
 #include "tests/support/mesh_multiset.h"
 #include "tests/support/scene_builders.h"
 #include "tests/support/stream_capture.h"
+
+using namespace morva_test;
