@@ -136,7 +136,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         return ::osg::NullFC;
 
     if (isVertexCountBelowThreshold(geoNode, limit)) {
-        ::osg::createSharedIndex(geometry);
+        joinEqualVertices(geometry);
         if (!perProperty)
             ::osg::createSingleIndex(geometry);
         detail::nameNext(geoNode, geometry);
@@ -149,7 +149,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         return optimizeLineCache(geoNode, limit, perProperty);
     if (first_type == 0 || getNumberOfPoints(geometry) != 0)
         return geoNode;
-    ::osg::createSharedIndex(geometry);
+    joinEqualVertices(geometry);
     return detail::piecesOf<triangle_rules>(geoNode, limit, perProperty, createGeo);
 }
 

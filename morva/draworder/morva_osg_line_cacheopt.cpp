@@ -2,6 +2,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_draw_pieces.h>
 
 namespace morva::osg {
@@ -81,7 +82,7 @@ void linedrawlist::addLine(vcache_line_data* line) {
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(geoNode->getCore());
     if (geometry == ::osg::NullFC)
         return ::osg::NullFC;
-    ::osg::createSharedIndex(geometry);
+    joinEqualVertices(geometry);
     return detail::piecesOf<line_rules>(geoNode, limit, perProperty, createLineGeo);
 }
 
