@@ -42,6 +42,8 @@ struct JsonFileContent {
 
 /// The material of a record, or null once it is gone: a record may outlive the scene it tells of.
 inline ::osg::MaterialPtr livingOne(const ::osg::MaterialPtr& material) {
+    if (material == ::osg::NullFC)
+        return material;
     const ::osg::UInt32 id = material.getFieldContainerId();
     const bool lives = ::osg::FieldContainerFactory::the()->getContainer(id) == material;
     return lives ? material : ::osg::MaterialPtr();

@@ -471,9 +471,14 @@ bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
             return point[0] > threshold || point[1] > threshold;
         });
     }
-    const auto at = [&block](::osg::Int32 index) {
+    // Coordinates in no entry of a mapping have no index, whatever the iterator gives.
+    const bool have_index = geometry->getIndices() == ::osg::NullFC ||
+                            geometry->getIndexMapping().size() == 0 ||
+                            geometry->calcMappingIndex(::osg::Geometry::MapTexCoords) >= 0;
+    const auto at = [&block, have_index](::osg::Int32 index) {
         const auto row = static_cast<std::size_t>(index);
-        return index >= 0 && row < block.size() ? block[row] : ::osg::Vec2f(0.0F, 0.0F);
+        const bool found = have_index && index >= 0 && row < block.size();
+        return found ? block[row] : ::osg::Vec2f(0.0F, 0.0F);
     };
     const ::osg::TriangleIterator end = geometry->endTriangles();
     for (::osg::TriangleIterator it = geometry->beginTriangles(); it != end; ++it) {

@@ -6,9 +6,9 @@
 #include <limits>
 #include <random>
 #include <string>
-#include <thread>
 
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGThread.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
@@ -341,21 +341,29 @@ TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {
 TEST(OptimizeCache, RunsInParallelOnDifferentNodes) {
     std::mt19937 rng(11);
     std::vector<node_ref> nodes;
-    std::vector<::osg::NodePtr> made(4);
-    std::vector<std::thread> threads;
+    struct job {
+        ::osg::NodePtr node, made;
+        bool perProperty;
+    };
+    std::vector<job> jobs(4);
     for (int i = 0; i < 4; ++i)
         nodes.emplace_back(meshNode(i % 2 == 0 ? withAttributes(soup(rng, 300), rng)
                                                : withAttributes(row(600, 1), rng)));
+    const auto thread = [](std::size_t i) {
+        return ::osg::Thread::get(("OPTIMIZE_CACHE_" + std::to_string(i)).c_str());
+    };
     for (std::size_t i = 0; i < 4; ++i) {
-        threads.emplace_back([&, i] {
+        jobs[i] = {nodes[i].get(), ::osg::NullFC, i < 2};
+        const auto run = [](void* argument) {
+            auto& of = *static_cast<job*>(argument);
             bool aboveLimit = false;
-            made[i] = optimizeCache(nodes[i].get(), aboveLimit, 90, i < 2);
-        });
+            of.made = optimizeCache(of.node, aboveLimit, 90, of.perProperty);
+        };
+        ASSERT_TRUE(thread(i)->runFunction(run, 0, &jobs[i]));
     }
-    for (std::thread& thread : threads)
-        thread.join();
-    for (const ::osg::NodePtr& node : made) {
-        const node_ref held(node);
+    for (std::size_t i = 0; i < 4; ++i) {
+        ::osg::BaseThread::join(thread(i));
+        const node_ref held(jobs[i].made);
         EXPECT_GT(held->getNChildren(), 1U);
     }
 }

@@ -11,6 +11,7 @@
 
 #include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGDynamicVolume.h>
+#include <OpenSG/OSGQuaternion.h>
 #include <OpenSG/OSGTransform.h>
 
 #include <morva/driver/morva_osg_scene_placement.h>
@@ -154,7 +155,7 @@ TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
         before.emplace_back(static_cast<float>(any(rng)), static_cast<float>(any(rng)),
                             static_cast<float>(any(rng)));
     const node_ref narrow(meshNode(cloud(before))), wide(meshNode(cloud({})));
-    const ::osg::GeoPositions3d::Ptr doubles = ::osg::GeoPositions3d::create();
+    const ::osg::GeoPositions3dPtr doubles = ::osg::GeoPositions3d::create();
     for (const Pnt3f& p : before)
         doubles->push_back(p);
     coreOf(wide.get())->setPositions(doubles);

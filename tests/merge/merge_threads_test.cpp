@@ -36,7 +36,8 @@ void describe(const ::osg::NodePtr& node, std::ostream& out) {
     const ::osg::GeometryPtr core = coreOf(node);
     out << "(";
     if (core != ::osg::NullFC) {
-        out << core->getMaterial().getFieldContainerId() << "|";
+        const ::osg::MaterialPtr material = core->getMaterial();
+        out << (material != ::osg::NullFC ? material.getFieldContainerId() : 0U) << "|";
         describeRows(core->getTypes(), out);
         describeRows(core->getLengths(), out);
         describeRows(core->getIndices(), out);
@@ -227,8 +228,9 @@ void numbersIn(const ::osg::NodePtr& node, std::set<::osg::UInt32>& numbers) {
 }
 
 TEST(MergeThreads, TheCallersChangeListHasWhatWorkersMade) {
-    ::osg::ChangeList::setReadWriteDefault(true);
+    ::osg::ChangeList::setReadWriteDefault(true); // for lists of workers
     ::osg::ChangeList* changes = ::osg::Thread::getCurrentChangeList();
+    changes->setReadOnly(false);
     for (const int threads : {1, 2, 8}) {
         SCOPED_TRACE(threads);
         const stream_capture out(std::cout);
@@ -248,6 +250,7 @@ TEST(MergeThreads, TheCallersChangeListHasWhatWorkersMade) {
             EXPECT_EQ(changed.count(node->getCore().getFieldContainerId()), 1U);
     }
     changes->clearAll();
+    changes->setReadOnly(true);
     ::osg::ChangeList::setReadWriteDefault(false);
 }
 
