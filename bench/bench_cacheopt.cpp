@@ -14,10 +14,10 @@
 #include <benchmark/benchmark.h>
 #include <meshoptimizer.h>
 
-#include <OpenSG/OSGGeoFunctions.h>
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cache_walk.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
@@ -85,7 +85,7 @@ const index_lists& engine() {
         std::list<::osg::NodePtr> nodes;
         morva::osg::collect_geo_nodes(root.get(), nodes);
         for (const ::osg::NodePtr& node : nodes)
-            ::osg::createSharedIndex(::osg::GeometryPtr::dcast(node->getCore()));
+            morva::osg::joinEqualVertices(::osg::GeometryPtr::dcast(node->getCore()));
         return listsOf(root.get());
     }();
     return lists;

@@ -13,7 +13,7 @@ namespace morva::osg {
 
 namespace {
 
-constexpr ::osg::UInt16 mapping_bits[draw_elements::properties] = {
+const ::osg::UInt16 mapping_bits[draw_elements::properties] = {
     ::osg::Geometry::MapPosition, ::osg::Geometry::MapNormal, ::osg::Geometry::MapColor,
     ::osg::Geometry::MapTexCoords, ::osg::Geometry::MapTexCoords7};
 

@@ -28,7 +28,7 @@ std::vector<counted_column> countedColumns(const draw_elements& elements, bool p
 void joinCorners(const ::osg::GeometryPtr& geometry) {
     const open_edit edit(geometry, ::osg::Geometry::IndicesFieldMask |
                                        ::osg::Geometry::IndexMappingFieldMask);
-    ::osg::createSharedIndex(geometry);
+    joinEqualVertices(geometry);
     ::osg::endEditCP(geometry->getIndices());
 }
 

@@ -2,6 +2,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_draw_pieces.h>
 
 namespace morva::osg {

@@ -55,7 +55,9 @@ corner_blend blendAt(const corner_points& t, const ::osg::Pnt3f& point) {
 
     const ::osg::Vec3f whole = (t.b - t.a).cross(t.c - t.a);
     const float length = whole.length();
-    const ::osg::Vec3f n = length < shortest_normal ? whole : whole / length;
+    ::osg::Vec3f n = whole;
+    if (!(length < shortest_normal))
+        n /= length;
     const float den = n.dot(whole);
     const ::osg::Vec3f pa = t.a - point, pb = t.b - point, pc = t.c - point;
     blend.weight[0] = pb.cross(pc).dot(n) / den;

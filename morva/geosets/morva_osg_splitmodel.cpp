@@ -197,7 +197,7 @@ void optimisePrimitives(const ::osg::GeometryPtr& geometry) {
         ::osg::GeoPLengthsUI16Ptr::dcast(geometry->getLengths()) != ::osg::NullFC;
     restore<::osg::GeoPLengthsUI32Ptr>(geometry->getLengths(),
                                        [&](const auto& made) { geometry->setLengths(made); });
-    ::osg::createSharedIndex(geometry);
+    joinEqualVertices(geometry);
     ::osg::createSingleIndex(geometry);
     morva::osg::createOptimizedPrimitives(geometry, 1, true, false, 16, false, true, false);
     if (!was_short || !fitsShort(geometry->getLengths()))
@@ -208,7 +208,7 @@ void optimisePrimitives(const ::osg::GeometryPtr& geometry) {
 
 void calculateNormals(const ::osg::GeometryPtr& geometry) {
     geometry->setNormals(::osg::NullFC);
-    ::osg::createSharedIndex(geometry);
+    joinEqualVertices(geometry);
     ::osg::createSingleIndex(geometry);
     calcCreaseNormals(geometry, crease_angle);
 }
@@ -230,7 +230,7 @@ template <typename G> void applyLevel(const ::osg::GeometryPtr& geometry, int op
     if (opt == 2)
         indexVertices(geometry, true);
     if (opt == 3) {
-        ::osg::createSharedIndex(geometry);
+        joinEqualVertices(geometry);
         ::osg::createSingleIndex(geometry);
     }
 }

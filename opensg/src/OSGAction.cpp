@@ -108,8 +108,8 @@ Action::ResultE traverse(NodePtr root, const TraverseEnterFunctor& enter,
     Action::ResultE result = Action::Continue;
     const auto visit = [&](NodePtr node) {
         result = enter.call(node);
-        if (result == Action::Continue)
-            open.emplace_back(node, 0u);
+        const UInt32 passed = result == Action::Continue ? 0u : node->getNChildren();
+        open.emplace_back(node, passed);
     };
     if (root != NullFC)
         visit(root);

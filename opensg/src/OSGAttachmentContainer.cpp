@@ -60,7 +60,7 @@ void FieldDataTraits<AttachmentMap>::copyToBin(BinaryDataHandler& out, const Att
     out.putValue(static_cast<UInt32>(value.size()));
     for (const auto& entry : value) {
         out.putValue(entry.first);
-        out.putValue(entry.second.getFieldContainerId());
+        out.putValue(osgIdOrZero(entry.second));
     }
 }
 
@@ -111,8 +111,10 @@ void AttachmentContainer::addAttachment(const AttachmentPtr& attachment, UInt16 
         if (old->second == attachment)
             return;
         old->second->subParent(getUntypedPtr());
+        endEditNotChangedCP(old->second, Attachment::ParentsFieldMask);
     }
     attachment->addParent(getUntypedPtr());
+    endEditNotChangedCP(attachment, Attachment::ParentsFieldMask);
     attachments.set(key, attachment);
 }
 
@@ -125,6 +127,7 @@ void AttachmentContainer::subAttachment(const AttachmentPtr& attachment, UInt16 
     if (found == attachments.end() || found->second != attachment)
         return;
     attachment->subParent(getUntypedPtr());
+    endEditNotChangedCP(attachment, Attachment::ParentsFieldMask);
     attachments.erase(key);
 }
 

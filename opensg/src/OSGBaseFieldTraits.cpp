@@ -2,7 +2,9 @@
 
 #include "OpenSG/OSGFieldContainerFactory.h"
 #include "OpenSG/OSGMField.h"
+#include "OpenSG/OSGQuaternion.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstdlib>
@@ -26,19 +28,48 @@ void osgPutReals(const Real64* values, UInt32 count, const Char8* separator, std
     }
 }
 
+namespace {
+
+bool isSeparator(Char8 c) { return std::isspace(static_cast<unsigned char>(c)) != 0 || c == ','; }
+
+/// To the next word; false behind the last one.
+bool nextWord(const Char8*& text) {
+    while (text != nullptr && isSeparator(*text))
+        ++text;
+    return text != nullptr && *text != '\0';
+}
+
+void passWord(const Char8*& text) {
+    while (*text != '\0' && !isSeparator(*text))
+        ++text;
+}
+
+/// Whether the text goes on with `word`, in capitals or not.
+bool startsWith(const Char8* text, const Char8* word) {
+    while (*word != '\0' && std::tolower(static_cast<unsigned char>(*text)) == *word)
+        ++text, ++word;
+    return *word == '\0';
+}
+
+} // namespace
+
 UInt32 osgGetReals(Real64* values, UInt32 count, const Char8*& text) {
     UInt32 found = 0;
-    while (found < count && text != nullptr && *text != '\0') {
-        Char8* end = nullptr;
-        const Real64 value = std::strtod(text, &end);
-        if (end == text) {
-            ++text;
-            continue;
-        }
-        values[found++] = value;
-        text = end;
+    std::fill_n(values, count, 0.);
+    for (; found < count && nextWord(text); ++found) {
+        values[found] = std::strtod(text, nullptr); // 0 for a word that starts with no number
+        passWord(text);
     }
     return found;
+}
+
+UInt64 osgGetInteger(const Char8*& text) {
+    if (!nextWord(text))
+        return 0;
+    const UInt64 value = *text == '-' ? static_cast<UInt64>(std::strtoll(text, nullptr, 10))
+                                      : std::strtoull(text, nullptr, 10);
+    passWord(text);
+    return value;
 }
 
 const DataType& FieldDataTraits<bool>::getType() {
@@ -47,11 +78,9 @@ const DataType& FieldDataTraits<bool>::getType() {
 }
 
 bool FieldDataTraits<bool>::getFromString(bool& out, const Char8*& text) {
-    if (text == nullptr)
+    if (!nextWord(text) || !(startsWith(text, "true") || startsWith(text, "false")))
         return false;
-    while (std::isspace(static_cast<unsigned char>(*text)) != 0)
-        ++text;
-    out = std::toupper(static_cast<unsigned char>(*text)) == 'T' || *text == '1';
+    out = startsWith(text, "true");
     return true;
 }
 
@@ -77,30 +106,13 @@ const DataType& FieldDataTraits<std::string>::getType() {
 bool FieldDataTraits<std::string>::getFromString(std::string& out, const Char8*& text) {
     if (text == nullptr)
         return false;
-    out.clear();
-    if (*text != '"') {
-        out = text;
-        text += out.size();
-        return true;
-    }
-    for (++text; *text != '\0' && *text != '"'; ++text) {
-        if (*text == '\\' && text[1] != '\0')
-            ++text;
-        out += *text;
-    }
-    if (*text == '"')
-        ++text;
+    out = text;
+    text += out.size();
     return true;
 }
 
 void FieldDataTraits<std::string>::putToString(const std::string& value, std::string& text) {
-    text = '"';
-    for (const Char8 c : value) {
-        if (c == '"' || c == '\\')
-            text += '\\';
-        text += c;
-    }
-    text += '"';
+    text = '"' + value + '"';
 }
 
 UInt32 FieldDataTraits<std::string>::getBinSize(const std::string& value) {
@@ -113,6 +125,41 @@ void FieldDataTraits<std::string>::copyToBin(BinaryDataHandler& out, const std::
 
 void FieldDataTraits<std::string>::copyFromBin(BinaryDataHandler& in, std::string& value) {
     in.getValue(value);
+}
+
+const DataType& FieldDataTraits<Matrix>::getType() {
+    static const DataType& type = *new DataType("Matrix", "Root");
+    return type;
+}
+
+bool FieldDataTraits<Matrix>::getFromString(Matrix& out, const Char8*& text) {
+    Matrix rows;
+    FieldTraitsNumbersBase<Matrix, Real32, 16>::getFromString(rows, text);
+    return rows.transposed(out);
+}
+
+void FieldDataTraits<Matrix>::putToString(const Matrix& value, std::string& text) {
+    Matrix rows;
+    value.transposed(rows);
+    putNumbers(rows, " ", text);
+}
+
+const DataType& FieldDataTraits<Quaternion>::getType() {
+    static const DataType& type = *new DataType("Quaternion", "Root");
+    return type;
+}
+
+bool FieldDataTraits<Quaternion>::getFromString(Quaternion& out, const Char8*& text) {
+    Vec4f axis;
+    FieldDataTraits<Vec4f>::getFromString(axis, text);
+    out.setValueAsAxisRad(axis[0], axis[1], axis[2], axis[3]);
+    return true;
+}
+
+void FieldDataTraits<Quaternion>::putToString(const Quaternion& value, std::string& text) {
+    Quaternion axis; // its four places, filled with axis and angle
+    value.getValueAsAxisRad(axis[0], axis[1], axis[2], axis[3]);
+    putNumbers(axis, " ", text);
 }
 
 const DataType& FieldDataTraits<DynamicVolume>::getType() {

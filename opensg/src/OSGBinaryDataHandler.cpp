@@ -9,7 +9,7 @@ BinaryDataHandler::~BinaryDataHandler() = default;
 void BinaryDataHandler::putValue(const std::string& text) {
     const UInt32 bytes = static_cast<UInt32>(text.size()) + 1;
     putValue(bytes);
-    write(text.c_str(), bytes);
+    put(text.c_str(), bytes);
 }
 
 void BinaryDataHandler::getValue(std::string& text) {
@@ -20,7 +20,7 @@ void BinaryDataHandler::getValue(std::string& text) {
     for (UInt32 done = 0; done < bytes;) {
         const UInt32 portion = std::min<UInt32>(bytes - done, 1u << 20);
         text.resize(done + portion);
-        read(&text[done], portion);
+        get(&text[done], portion);
         done += portion;
     }
     if (!text.empty())

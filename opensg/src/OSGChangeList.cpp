@@ -13,6 +13,13 @@ namespace {
 
 std::atomic<bool> readWriteDefault{false};
 
+/// The calling thread looks at this aspect for a while.
+struct aspect_for_now {
+    const UInt32 usual = osgCurrentAspect;
+    explicit aspect_for_now(UInt32 aspect) { osgCurrentAspect = aspect; }
+    ~aspect_for_now() { osgCurrentAspect = usual; }
+};
+
 template <class Store> void append(Store& to, const Store& from) {
     to.insert(to.end(), from.begin(), from.end());
 }
@@ -25,7 +32,10 @@ void ChangeList::setReadOnly(bool readOnly) { _readOnly = readOnly; }
 
 void ChangeList::setReadWriteDefault(bool readWrite) {
     readWriteDefault = readWrite;
-    Thread::getCurrentChangeList()->setReadOnly(!readWrite);
+    if (osgIsInitialized())
+        SWARNING << "ChangeList::setReadWriteDefault: lists that exist stay as they are" << endLog;
+    else
+        Thread::getCurrentChangeList()->setReadOnly(!readWrite);
 }
 
 void ChangeList::addChanged(const FieldContainerPtr& container, BitVector which) {
@@ -87,8 +97,10 @@ bool ChangeList::merge(const ChangeList& other) {
 }
 
 void ChangeList::applyTo(UInt32 aspect) {
-    if (aspect == _aspect)
+    if (aspect == _aspect) {
+        SWARNING << "ChangeList::applyTo: aspect " << aspect << " is the list's own" << endLog;
         return;
+    }
     const FieldContainerFactory& factory = *FieldContainerFactory::the();
     // What is repeated here must not be entered again in the list of the thread that repeats it.
     ChangeList applied(_aspect);
@@ -107,6 +119,8 @@ void ChangeList::applyTo(UInt32 aspect) {
         auto* to = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(aspect));
         auto* from = reinterpret_cast<FieldContainer*>(container.getAspectCPtr(_aspect));
         to->executeSync(*from, entry.second);
+        const aspect_for_now target(aspect);
+        to->changed(entry.second, ChangedOrigin::Sync);
     }
     for (const UInt32 id : applied._subRefd)
         subRefCP(factory.getContainer(id));
@@ -115,13 +129,10 @@ void ChangeList::applyTo(UInt32 aspect) {
 
 void ChangeList::applyToCurrent() { applyTo(Thread::getAspect()); }
 
-void ChangeList::apply(bool clear) {
+void ChangeList::apply() {
     const ChangeList kept = *this;
     applyToCurrent();
-    if (!clear)
-        *this = kept;
-    else
-        clearAll();
+    *this = kept;
 }
 
 void ChangeList::dump() const {

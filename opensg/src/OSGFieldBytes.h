@@ -18,14 +18,16 @@ class field_bytes_out : public BinaryDataHandler {
     std::vector<UInt8>& bytes() { return _bytes; }
 
   protected:
-    void write(const void* source, UInt32 count) override {
+    void write(MemoryHandle source, UInt32 count) override {
         if (count == 0)
             return;
         const std::size_t end = _bytes.size();
         _bytes.resize(end + count);
         std::memcpy(_bytes.data() + end, source, count);
     }
-    void read(void*, UInt32) override { throw std::out_of_range("this handler only writes"); }
+    void read(MemoryHandle, UInt32) override {
+        throw std::out_of_range("this handler only writes");
+    }
 
   private:
     std::vector<UInt8> _bytes;
@@ -38,8 +40,10 @@ class field_bytes_in : public BinaryDataHandler {
     std::size_t left() const { return _left; }
 
   protected:
-    void write(const void*, UInt32) override { throw std::out_of_range("this handler only reads"); }
-    void read(void* target, UInt32 count) override {
+    void write(MemoryHandle, UInt32) override {
+        throw std::out_of_range("this handler only reads");
+    }
+    void read(MemoryHandle target, UInt32 count) override {
         if (count > _left)
             throw std::out_of_range("a field ends early");
         if (count == 0)

@@ -15,6 +15,20 @@ OSG_BEGIN_NAMESPACE
 
 namespace {
 
+constexpr field_masks masksOfAllFields() {
+    field_masks masks{};
+    for (UInt32 i = 0; i < 64; ++i)
+        masks.of[i] = BitVector(1) << i;
+    return masks;
+}
+
+} // namespace
+
+// Computed by the compiler: there before any type of any file registers itself.
+const field_masks osgFieldMasks = masksOfAllFields();
+
+namespace {
+
 // Which copy is being constructed: read by FieldContainer's constructor, before any other
 // constructor of the object can create containers of its own.
 struct copy_in_the_making {
@@ -246,10 +260,13 @@ void endEditCP(const FieldContainerPtr& container, BitVector which, UInt32 origi
 }
 
 void changedCP(const FieldContainerPtr& container, BitVector which, UInt32 origin) {
-    endEditCP(container, which, origin);
+    if (container != NullFC)
+        container->changed(which, origin);
 }
 
-void endEditNotChangedCP(const FieldContainerPtr&, BitVector, UInt32) {}
+void endEditNotChangedCP(const FieldContainerPtr& container, BitVector which, UInt32) {
+    Thread::getCurrentChangeList()->addChanged(container, which);
+}
 
 std::ostream& operator<<(std::ostream& out, const FieldContainerPtrBase& container) {
     if (container == NullFC)

@@ -1,4 +1,5 @@
 #include "OpenSG/OSGGeoFunctions.h"
+#include "OpenSG/OSGLog.h"
 #include "OpenSG/OSGPrimitiveIterator.h"
 
 #include "OSGNumberTable.h"
@@ -65,13 +66,12 @@ bool sameElement(const std::vector<element_bytes>& properties, UInt32 a, UInt32 
     return compared;
 }
 
-/// Makes the index 0, 1, 2, ... A mapping of several entries, without meaning until now, would want
-/// several indices per vertex: it goes.
+/// Makes the index 0, 1, 2, ..., one for all properties: a mapping, without meaning until now,
+/// goes.
 void makeMissingIndex(const GeometryPtr& geometry) {
     if (geometry->getIndices() != NullFC || geometry->getPositions() == NullFC)
         return;
-    if (geometry->getMFIndexMapping()->size() > 1)
-        geometry->editMFIndexMapping()->clear();
+    geometry->editMFIndexMapping()->clear();
     const RefPtr<GeoIndicesUI32Ptr> indices(GeoIndicesUI32::create());
     std::vector<UInt32>& values = indices->editField().getValues();
     values.resize(geometry->getPositions()->getSize());
@@ -152,36 +152,42 @@ void pickElements(GeoPropertyArrayInterface& property, const std::vector<UInt32>
 } // namespace
 
 Int32 createSharedIndex(GeometryPtr geometry) {
-    if (geometry == NullFC)
+    if (geometry == NullFC) {
+        SFATAL << "createSharedIndex: no geometry" << endLog;
         return -1;
+    }
     makeMissingIndex(geometry);
     if (geometry->getIndices() == NullFC)
         return 0;
     const MFUInt16& mapping = *geometry->getMFIndexMapping();
     std::vector<UInt32> indices = valuesOf(geometry->getIndices());
     Int32 changed = 0;
-    if (mapping.empty())
-        changed = shareIndices(indices, propertiesOf(geometry, 0x0FFF), 0, 1);
-    for (UInt32 entry = 0; entry < mapping.getSize(); ++entry) {
-        changed +=
-            shareIndices(indices, propertiesOf(geometry, mapping[entry]), entry, mapping.getSize());
+    bool any = false;
+    const UInt32 entries = osgMax(mapping.getSize(), 1u);
+    for (UInt32 entry = 0; entry < entries; ++entry) {
+        const UInt16 bits = mapping.empty() ? UInt16(0x0FFF) : mapping[entry];
+        changed = shareIndices(indices, propertiesOf(geometry, bits), entry, entries);
+        any = any || changed != 0;
     }
-    if (changed != 0)
+    if (any)
         writeIndices(geometry, indices);
     return changed;
 }
 
 Int32 createSingleIndex(GeometryPtr geometry) {
-    if (geometry == NullFC)
+    if (geometry == NullFC) {
+        SFATAL << "createSingleIndex: no geometry" << endLog;
         return -1;
+    }
+    geometry->unshareProperties();
+    makeMissingIndex(geometry);
     const UInt32 stride = geometry->getMFIndexMapping()->getSize();
-    if (stride == 0) {
-        makeMissingIndex(geometry);
+    if (stride == 0 || geometry->getIndices() == NullFC)
+        return 0;
+    if (geometry->getIndices()->getSize() == 0) {
+        SWARNING << "createSingleIndex: a mapping without indices" << endLog;
         return 0;
     }
-    if (geometry->getIndices() == NullFC)
-        return 0;
-    geometry->unshareProperties();
 
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());
     const UInt32 vertices = old.size / stride;

@@ -220,8 +220,11 @@ void indexNormals(const GeometryPtr& geometry, const std::vector<UInt32>& number
         if (mapping.empty())
             mapping.push_back(bitsOfAllProperties(geometry));
         unmapNormals(mapping);
-        slot = mapping.getSize();
-        mapping.push_back(Geometry::MapNormal);
+        // An entry that serves nothing, or nothing any more, is as good as a new one.
+        slot = static_cast<UInt32>(mapping.find(0) - mapping.begin());
+        if (slot == mapping.getSize())
+            mapping.push_back(0);
+        mapping[slot] = Geometry::MapNormal;
     }
 
     const GeoNumbers old = GeoNumbers::of(geometry->getIndices());

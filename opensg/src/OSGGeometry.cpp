@@ -1,6 +1,7 @@
 #include "OpenSG/OSGGeometry.h"
 
 #include "OSGSearch.h"
+#include "OpenSG/OSGBoxVolume.h"
 #include "OpenSG/OSGLineIterator.h"
 #include "OpenSG/OSGPrimitiveIterator.h"
 #include "OpenSG/OSGTriangleIterator.h"
@@ -25,7 +26,20 @@ OSG_CONTAINER_DEF(
     OSG_FIELD_DESC(Geometry, _mfIndexMapping, "indexMapping", IndexMapping, false),
     OSG_FIELD_DESC(Geometry, _sfDlistCache, "dlistCache", DlistCache, false))
 
+const UInt16 Geometry::MapPosition = 1, Geometry::MapNormal = 2, Geometry::MapColor = 4,
+             Geometry::MapSecondaryColor = 8, Geometry::MapTexCoords = 16,
+             Geometry::MapTexCoords1 = 32, Geometry::MapTexCoords2 = 64,
+             Geometry::MapTexCoords3 = 128, Geometry::MapTexCoords4 = 256,
+             Geometry::MapTexCoords5 = 512, Geometry::MapTexCoords6 = 1024,
+             Geometry::MapTexCoords7 = 2048, Geometry::MapEmpty = 4096;
+
 namespace {
+
+/// The fields that tell which positions primitives use.
+BitVector fieldsOfTheVolume() {
+    return Geometry::TypesFieldMask | Geometry::LengthsFieldMask | Geometry::PositionsFieldMask |
+           Geometry::IndicesFieldMask | Geometry::IndexMappingFieldMask;
+}
 
 /// Parent entry of a geometry that holds a property in this field.
 FieldContainerPtr parentEntry(const FieldContainerPtr& geometry, UInt32 fieldId) {
@@ -102,12 +116,16 @@ template <class PropertyField, class PropertyPtr>
 void Geometry::setProperty(PropertyField& field, const PropertyPtr& added, UInt32 fieldId) {
     const PropertyPtr property = added; // the argument may be this very field's value
     const FieldContainerPtr self = getUntypedPtr();
-    if (property != NullFC)
+    if (property != NullFC) {
         property->addParent(parentEntry(self, fieldId));
-    if (field.getValue() != NullFC)
+        endEditNotChangedCP(property, Attachment::ParentsFieldMask);
+    }
+    if (field.getValue() != NullFC) {
         dropParentEntry(*field.getValue(), self, fieldId);
+        endEditNotChangedCP(field.getValue(), Attachment::ParentsFieldMask);
+    }
     field.set(property);
-    if (fieldId == PositionsFieldId)
+    if ((fieldsOfTheVolume() & osgFieldMasks.of[fieldId]) != 0)
         invalidateVolume();
 }
 
@@ -159,34 +177,24 @@ Int16 Geometry::calcMappingIndex(UInt16 bit) const {
 }
 
 GeoPropertyArrayInterface* Geometry::getProperty(Int32 mapBit) const {
-    switch (mapBit) {
-    case MapPosition:
-        return _sfPositions.getValue() ? &*_sfPositions.getValue() : nullptr;
-    case MapNormal:
-        return _sfNormals.getValue() ? &*_sfNormals.getValue() : nullptr;
-    case MapColor:
-        return _sfColors.getValue() ? &*_sfColors.getValue() : nullptr;
-    case MapSecondaryColor:
-        return _sfSecondaryColors.getValue() ? &*_sfSecondaryColors.getValue() : nullptr;
-    case MapTexCoords:
-        return _sfTexCoords.getValue() ? &*_sfTexCoords.getValue() : nullptr;
-    case MapTexCoords1:
-        return _sfTexCoords1.getValue() ? &*_sfTexCoords1.getValue() : nullptr;
-    case MapTexCoords2:
-        return _sfTexCoords2.getValue() ? &*_sfTexCoords2.getValue() : nullptr;
-    case MapTexCoords3:
-        return _sfTexCoords3.getValue() ? &*_sfTexCoords3.getValue() : nullptr;
-    case MapTexCoords4:
-        return _sfTexCoords4.getValue() ? &*_sfTexCoords4.getValue() : nullptr;
-    case MapTexCoords5:
-        return _sfTexCoords5.getValue() ? &*_sfTexCoords5.getValue() : nullptr;
-    case MapTexCoords6:
-        return _sfTexCoords6.getValue() ? &*_sfTexCoords6.getValue() : nullptr;
-    case MapTexCoords7:
-        return _sfTexCoords7.getValue() ? &*_sfTexCoords7.getValue() : nullptr;
-    default:
-        return nullptr;
-    }
+    GeoPropertyArrayInterface* found = nullptr;
+    const auto offer = [&](Int32 bit, const auto& field) {
+        if (bit == mapBit && field.getValue() != NullFC)
+            found = &*field.getValue();
+    };
+    offer(MapPosition, _sfPositions);
+    offer(MapNormal, _sfNormals);
+    offer(MapColor, _sfColors);
+    offer(MapSecondaryColor, _sfSecondaryColors);
+    offer(MapTexCoords, _sfTexCoords);
+    offer(MapTexCoords1, _sfTexCoords1);
+    offer(MapTexCoords2, _sfTexCoords2);
+    offer(MapTexCoords3, _sfTexCoords3);
+    offer(MapTexCoords4, _sfTexCoords4);
+    offer(MapTexCoords5, _sfTexCoords5);
+    offer(MapTexCoords6, _sfTexCoords6);
+    offer(MapTexCoords7, _sfTexCoords7);
+    return found;
 }
 
 GeometryPtr Geometry::clone() const {
@@ -253,12 +261,11 @@ LineIterator Geometry::endLines() const {
 
 void Geometry::adjustVolume(Volume& volume) {
     auto* dynamic = dynamic_cast<DynamicVolume*>(&volume);
-    if (dynamic != nullptr) { // emptied on the outside it would remember what the children said
+    if (dynamic != nullptr) {
         adjustVolume(dynamic->getInstance());
         dynamic->instanceChanged();
         return;
     }
-    volume.setEmpty(true);
     const GeoPositionsPtr positions = getPositions();
     if (positions == NullFC)
         return;
@@ -280,7 +287,7 @@ void Geometry::adjustVolume(Volume& volume) {
 }
 
 void Geometry::changed(BitVector which, UInt32 origin) {
-    if ((which & PositionsFieldMask) != 0)
+    if ((which & fieldsOfTheVolume()) != 0)
         invalidateVolume();
     MaterialDrawable::changed(which, origin);
 }

@@ -159,7 +159,7 @@ bool Image::set(UInt32 pixelFormat, Int32 width, Int32 height, Int32 depth, Int3
     setPixelFormat(pixelFormat);
     setDataType(type);
     setBpp(static_cast<Int32>(pixelBytes));
-    changedCP(getPtr());
+    endEditCP(getPtr());
     return allocMem;
 }
 
@@ -185,13 +185,13 @@ bool Image::setData(const UInt8* data) {
     _mfPixel.resize(bytes);
     if (bytes != 0)
         std::memmove(_mfPixel.getValues().data(), data, bytes);
-    changedCP(getPtr(), PixelFieldMask);
+    endEditCP(getPtr(), PixelFieldMask);
     return true;
 }
 
 void Image::clearData() {
     MFUInt8().swap(_mfPixel);
-    changedCP(getPtr(), PixelFieldMask);
+    endEditCP(getPtr(), PixelFieldMask);
 }
 
 bool Image::setSubData(Int32 offX, Int32 offY, Int32 offZ, Int32 srcW, Int32 srcH, Int32 srcD,
@@ -207,7 +207,7 @@ bool Image::setSubData(Int32 offX, Int32 offY, Int32 offZ, Int32 srcW, Int32 src
     const clipped_range block[3] = {
         {offX, srcW, getWidth()}, {offY, srcH, getHeight()}, {offZ, srcD, getDepth()}};
     copyBlock(block, {srcW, srcH, srcD}, extentOf(*this), pixelBytesOf(*this), data, pixels, false);
-    changedCP(getPtr(), PixelFieldMask);
+    endEditCP(getPtr(), PixelFieldMask);
     return true;
 }
 
@@ -306,7 +306,7 @@ bool Image::reformat(PixelFormat pixelFormat, ImagePtr destination) {
 
 void Image::clear(UChar8 pixelValue) {
     std::fill(_mfPixel.begin(), _mfPixel.end(), static_cast<UInt8>(pixelValue));
-    changedCP(getPtr(), PixelFieldMask);
+    endEditCP(getPtr(), PixelFieldMask);
 }
 
 const UInt8* Image::getData(UInt32 mipmap, UInt32 frame, UInt32 side) const {
@@ -352,6 +352,7 @@ bool Image::isValid() const {
 bool Image::hasAlphaChannel() const {
     switch (getPixelFormat()) {
     case OSG_A_PF:
+    case OSG_I_PF:
     case OSG_LA_PF:
     case OSG_RGBA_PF:
     case OSG_BGRA_PF:

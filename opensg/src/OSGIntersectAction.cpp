@@ -108,16 +108,6 @@ void IntersectAction::setHit(Real32 t, NodePtr object, Int32 triangle, Vec3f& no
     _hitObject = object;
     _hitTriangle = triangle;
     _hitNormal = normal;
-    for (std::size_t i = _frames.size(); i-- > 0;) {
-        const Vec3f inner = _hitNormal;
-        for (UInt32 k = 0; k < 3; ++k) { // by the transposed inverse
-            const Vec4f& column = _frames[i].inverse[k];
-            _hitNormal[k] = Vec3f(column[0], column[1], column[2]).dot(inner);
-        }
-        const Real32 length = _hitNormal.length();
-        if (length > 0.f)
-            _hitNormal /= length;
-    }
 }
 
 Action::ResultE IntersectAction::setEnterLeave(Real32 enter, Real32 leave) const {
@@ -140,8 +130,9 @@ bool IntersectAction::enterFrame(const Matrix& matrix) {
     const Real32 length = direction.length();
     if (!(length > 0.f) || !std::isfinite(length))
         return false;
-    _frames.push_back({getActNode(), _line, _maxDist, _hitT, _hits, length, inverse});
-    _line = Line(position, direction / length); // Line itself leaves short directions alone
+    _frames.push_back({getActNode(), _line, _maxDist, _hitT, _hits, length});
+    direction /= length; // Line itself leaves short directions alone
+    _line = Line(position, direction);
     scale(length);
     return true;
 }
@@ -159,12 +150,12 @@ void IntersectAction::leaveFrame() {
 
 Action::ResultE IntersectAction::enterGroup(CNodePtr& node, Action* action) {
     const auto* self = dynamic_cast<IntersectAction*>(action);
-    return self != nullptr && isMissed(node.getNode()->getVolume(), self->getLine()) ? Skip
-                                                                                     : Continue;
+    const bool missed = self != nullptr && isMissed(node.getNode()->getVolume(), self->getLine());
+    return missed ? Skip : Continue;
 }
 
 Action::ResultE IntersectAction::enterSwitch(CNodePtr& node, Action* action) {
-    const Int32 choice = SwitchPtr::dcast(node.getCore())->getChoice();
+    const Int32 choice = SwitchPtr::dcast(NodePtr(node)->getCore())->getChoice();
     if (choice == Switch::ALL)
         return Continue;
     if (choice < 0 || static_cast<UInt32>(choice) >= action->getNNodes())
@@ -177,7 +168,7 @@ Action::ResultE IntersectAction::enterTransform(CNodePtr& node, Action* action) 
     auto* self = dynamic_cast<IntersectAction*>(action);
     if (self == nullptr || enterGroup(node, action) == Skip)
         return self != nullptr ? Skip : Continue;
-    const TransformPtr transform = TransformPtr::dcast(node.getCore());
+    const TransformPtr transform = TransformPtr::dcast(NodePtr(node)->getCore());
     return self->enterFrame(transform->getMatrix()) ? Continue : Skip;
 }
 

@@ -36,6 +36,8 @@ void PrimitiveIterator::setToBegin() {
             _offsets[property] = Direct;
         else if (mappings == 0)
             _offsets[property] = 0;
+        else if (geometry.calcMappingIndex(bit) < 0)
+            _offsets[property] = Unmapped;
         else
             _offsets[property] = geometry.calcMappingIndex(bit);
     }

@@ -11,7 +11,7 @@ OSG_BEGIN_NAMESPACE
 
 namespace {
 
-std::atomic<int> level{LOG_NOTICE};
+std::atomic<int> level{LOG_WARNING};
 std::atomic<int> type{LOG_STDERR};
 
 std::mutex& outputMutex() {

@@ -46,7 +46,7 @@ class content_comparison {
     void enter(const FieldContainerPtr& a, const FieldContainerPtr& b) {
         if (a == b)
             return;
-        if (_seen.emplace(a.getFieldContainerId(), b.getFieldContainerId()).second) {
+        if (_seen.emplace(osgIdOrZero(a), osgIdOrZero(b)).second) {
             _open.emplace_back(a, b);
         }
     }
@@ -60,7 +60,7 @@ class content_comparison {
             const Field& left = *desc->getField(*a);
             const Field& right = *desc->getField(*b);
             if (!left.holdsPointers()) {
-                if (!left.equals(right))
+                if (!left.hasValuesOf(right))
                     return false;
                 continue;
             }

@@ -55,8 +55,10 @@ bool ChunkMaterial::addChunk(const StateChunkPtr& chunk, Int32 slot) {
         return false;
     }
     if (slot != State::AutoSlotReplace) {
-        _mfSlots.resize(_mfChunks.size(), State::AutoSlotReplace);
-        _mfSlots.push_back(slot);
+        const UInt32 place = _mfChunks.getSize();
+        if (_mfSlots.size() <= place)
+            _mfSlots.resize(place + 1, State::AutoSlotReplace);
+        _mfSlots[place] = slot;
     }
     _mfChunks.add(chunk);
     return true;
@@ -81,17 +83,19 @@ Int32 ChunkMaterial::find(const StateChunkPtr& chunk) const {
 }
 
 StateChunkPtr ChunkMaterial::find(const FieldContainerType& type, Int32 slot) const {
+    Int32 number = 0; // of the chunk among those of this type
     for (UInt32 i = 0; i < _mfChunks.size(); ++i) {
-        if (_mfChunks[i]->getType() == type && slotOf(i) == slot)
+        if (_mfChunks[i]->getType() != type)
+            continue;
+        const Int32 answers = slotOf(i) == State::AutoSlotReplace ? number : slotOf(i);
+        if (slot == State::AutoSlotReplace || answers == slot)
             return _mfChunks[i];
+        ++number;
     }
     return NullFC;
 }
 
-void ChunkMaterial::clearChunks() {
-    _mfSlots.clear();
-    _mfChunks.dropAll();
-}
+void ChunkMaterial::clearChunks() { _mfChunks.dropAll(); }
 
 bool ChunkMaterial::isTransparent() const {
     if (getTransparencyMode() != TransparencyAutoDetection)

@@ -1,7 +1,9 @@
 #include "OpenSG/OSGNode.h"
 
 #include "OSGSearch.h"
+#include "OpenSG/OSGChangeList.h"
 #include "OpenSG/OSGLog.h"
+#include "OpenSG/OSGThread.h"
 
 OSG_BEGIN_NAMESPACE
 
@@ -20,7 +22,11 @@ void makeInvalid(DynamicVolume& volume) {
 
 } // namespace
 
-Node::Node() { makeInvalid(_sfVolume.getValue()); }
+Node::Node() {
+    makeInvalid(_sfVolume.getValue());
+    if (getAspectIndex() == 0) // a new node's volume counts as changed, once for all aspects
+        Thread::getCurrentChangeList()->addChanged(getUntypedPtr(), VolumeFieldMask);
+}
 
 Node::Node(const Node& other)
     : AttachmentContainer(other), _sfTravMask(other._sfTravMask), _sfCore(other._sfCore) {
@@ -85,11 +91,7 @@ void Node::insertChild(UInt32 index, const NodePtr& added) {
         return;
     }
     addRefCP(child);
-    const Int32 place = child->getParent() == getPtr() ? findChild(child) : -1;
     adopt(child);
-    // Its own old place was in front: everything behind moved down by one.
-    if (place >= 0 && static_cast<UInt32>(place) < index)
-        --index;
     index = std::min(index, getNChildren());
     _mfChildren.insert(_mfChildren.begin() + index, child);
     invalidateVolume();
@@ -193,7 +195,10 @@ void Node::updateVolume() {
         if (child->getTravMask() == 0)
             continue;
         child->updateVolume();
-        volume.extendBy(child->getVolume());
+        DynamicVolume part = child->getVolume();
+        part.getInstance().setStatic(
+            false); // that the child's stands still says nothing of this one
+        volume.extendBy(part);
     }
     if (getCore() != NullFC)
         getCore()->adjustVolume(volume);
@@ -207,6 +212,7 @@ void Node::invalidateVolume() {
     if (!volume.isValid() || volume.isStatic())
         return;
     makeInvalid(volume);
+    endEditNotChangedCP(getPtr(), VolumeFieldMask);
     if (getParent() != NullFC)
         getParent()->invalidateVolume();
 }

@@ -31,7 +31,7 @@ bool assignTyped(const FieldContainerPtr& owner, const FieldContainerPtr& target
         &CLASS::getClassType(), CLASS::FIELD##FieldId, MANY, TO_CHILD,                             \
             [](const FieldContainerPtr& owner, const FieldContainerPtr& target) {                  \
                 return assignTyped<CLASS, TARGET>(owner, target,                                   \
-                                                  [](CLASS& o, const TARGET& t) { o.METHOD(t); }); \
+                                                  [](CLASS& o, TARGET t) { o.METHOD(t); });        \
             }                                                                                      \
     }
 #define SCENE_LINK(CLASS, FIELD, TARGET)                                                           \

@@ -34,14 +34,13 @@ const Char8* getName(const AttachmentContainerPtr& container) {
 
 void setName(const AttachmentContainerPtr& container, const std::string& text) {
     if (container == NullFC) {
-        SWARNING << "setName: no container" << endLog;
+        SFATAL << "setName: no container" << endLog;
         return;
     }
     NamePtr name = nameOf(container);
     if (name == NullFC) {
         name = Name::create();
         container->addAttachment(name);
-        endEditCP(name, Name::ParentsFieldMask);
         endEditCP(container, AttachmentContainer::AttachmentsFieldMask);
     }
     name->getFieldPtr()->setValue(text);
@@ -52,9 +51,10 @@ void setName(const AttachmentContainerPtr& container, const Char8* text) {
     if (text != nullptr) {
         setName(container, std::string(text));
     } else if (container == NullFC) {
-        SWARNING << "setName: no container" << endLog;
-    } else {
-        container->subAttachment(nameOf(container));
+        SFATAL << "setName: no container" << endLog;
+    } else if (const NamePtr name = nameOf(container); name != NullFC) {
+        container->subAttachment(name);
+        endEditCP(container, AttachmentContainer::AttachmentsFieldMask);
     }
 }
 

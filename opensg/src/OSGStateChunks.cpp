@@ -82,7 +82,7 @@ OSG_CONTAINER_DEF(CubeTextureChunk, nullptr, CHUNK_FIELD(CubeTextureChunk, PosZI
 bool MaterialChunk::isTransparent() const { return getDiffuse()[3] < 1.f - Eps; }
 
 void TextureChunk::imageContentChanged(Int32, Int32, Int32, Int32, Int32, Int32) {
-    changedCP(getPtr(), ImageFieldMask);
+    endEditCP(getPtr(), ImageFieldMask);
 }
 
 OSG_END_NAMESPACE

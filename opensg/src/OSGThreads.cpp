@@ -236,10 +236,19 @@ void PThreadBarrierBase::wait(std::unique_lock<std::mutex>& guard) {
     _opened.wait(guard, [this, round] { return _round != round; });
 }
 
-bool osgInit(Int32, Char8**, UInt16, UInt16) {
+namespace {
+
+std::atomic<bool> isInitialized{false};
+
+} // namespace
+
+bool osgInit(Int32, Char8**, UInt16, UInt16, UInt16, bool, bool, bool) {
     ThreadManager::getAppThread();
+    isInitialized = true;
     return true;
 }
+
+bool osgIsInitialized() { return isInitialized; }
 
 bool osgExit() {
     ThreadManager::the()->joinAll();

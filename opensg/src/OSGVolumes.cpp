@@ -1,3 +1,4 @@
+#include "OpenSG/OSGBoxVolume.h"
 #include "OpenSG/OSGDynamicVolume.h"
 
 OSG_BEGIN_NAMESPACE
@@ -68,14 +69,16 @@ void BoxVolume::extendBy(const Pnt3f& point) {
 void BoxVolume::extendBy(const Volume& volume) {
     if (isUntouchable() || !volume.isValid() || volume.isEmpty())
         return;
-    if (volume.isInfinite()) {
-        setInfinite(true);
+    if (isEmpty()) { // takes over the other one with all that is true of it
+        *this = boxOf(volume);
         return;
     }
     Pnt3f low, high;
     volume.getBounds(low, high);
     extendBy(low);
     extendBy(high);
+    if (volume.isInfinite())
+        setInfinite(true);
 }
 
 bool BoxVolume::intersect(const Pnt3f& p) const {
@@ -118,17 +121,21 @@ bool BoxVolume::isOnSurface(const Pnt3f& p) const {
 }
 
 void BoxVolume::transform(const Matrix& matrix) {
-    if (isEmpty() || isInfinite())
+    if (isEmpty())
         return;
-    BoxVolume turned;
-    for (UInt32 corner = 0; corner < 8; ++corner) {
-        Pnt3f point((corner & 1) != 0 ? _max[0] : _min[0], (corner & 2) != 0 ? _max[1] : _min[1],
-                    (corner & 4) != 0 ? _max[2] : _min[2]);
-        matrix.multMatrixPnt(point);
-        turned.extendBy(point);
+    Pnt3f low, high;
+    for (UInt32 row = 0; row < 3; ++row) {
+        // The order of the sum decides its last bit.
+        low[row] = high[row] = matrix[3][row];
+        for (UInt32 column = 0; column < 3; ++column) {
+            const Real32 a = matrix[column][row] * _min[column];
+            const Real32 b = matrix[column][row] * _max[column];
+            low[row] += osgMin(a, b);
+            high[row] += osgMax(a, b);
+        }
     }
-    _min = turned._min;
-    _max = turned._max;
+    _min = low;
+    _max = high;
 }
 
 void SphereVolume::getCenter(Pnt3f& center) const { center = isEmpty() ? Pnt3f() : _center; }

@@ -13,6 +13,7 @@
 
 #include "tests/support/live_containers.h"
 #include "tests/support/scene_builders.h"
+#include "tests/support/whole_elements.h"
 
 using namespace morva_test;
 
@@ -105,7 +106,7 @@ contents naiveShared(const ::osg::GeometryPtr& geometry) {
     }
     std::array<std::map<words, std::uint32_t, exactly_less>, 5> known;
     std::uint32_t corners = 0;
-    for (auto it = geometry->beginTriangles(); it != geometry->endTriangles(); ++it) {
+    for (auto it = geometry->beginTriangles(); !it.isAtEnd() && isWhole(it, 3); ++it) {
         for (::osg::Int32 k = 0; k < 3; ++k, ++corners) {
             words corner[5] = {source[0].empty() ? words() : bitsOf(it.getPosition(k), 3),
                                bitsOf(it.getNormal(k), 3), bitsOf(it.getColor(k), 3),
@@ -166,7 +167,6 @@ void storeOtherwise(const ::osg::GeometryPtr& geometry) {
     geometry->setColors(inOtherForm<GeoColors4ub>(geometry->getColors()));
     geometry->setTexCoords(inOtherForm<GeoTexCoords3f>(geometry->getTexCoords()));
     geometry->setIndices(inOtherForm<GeoIndicesUI16>(geometry->getIndices()));
-    geometry->setTypes(inOtherForm<GeoPTypesUI32>(geometry->getTypes()));
     geometry->setLengths(inOtherForm<GeoPLengthsUI16>(geometry->getLengths()));
 }
 
@@ -282,6 +282,64 @@ TEST_F(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
     }
     morva::osg::createSharedIndex(::osg::NullFC);
     morva::osg::createSingleIndex(::osg::NullFC);
+}
+
+/// The indices with equal vertices joined: every pair is compared, byte by byte.
+words naiveJoined(const ::osg::GeometryPtr& g) {
+    words mapping, indices = numbersOf(g->getIndices());
+    for (::osg::UInt32 i = 0; i < g->getIndexMapping().size(); ++i)
+        mapping.push_back(g->getIndexMapping()[i]);
+    for (std::uint32_t i = 0; g->getIndices() == ::osg::NullFC && i < g->getPositions()->size();
+         ++i)
+        indices.push_back(i);
+    if (mapping.empty() || g->getIndices() == ::osg::NullFC)
+        mapping = {0x0FFF};
+    const words old = indices;
+    const auto same = [&](std::uint32_t bits, std::uint32_t a, std::uint32_t b) {
+        bool compared = a == b;
+        for (std::uint32_t bit = 1; bit < 4096; bit *= 2) {
+            const auto* p = (bits & bit) != 0 ? g->getProperty(static_cast<int>(bit)) : nullptr;
+            const std::uint32_t count = p != nullptr ? p->getSize() : 0;
+            const std::size_t bytes = p != nullptr ? p->getDimension() * p->getFormatSize() : 0;
+            if ((a < count) != (b < count) ||
+                (a < count &&
+                 std::memcmp(p->getData() + a * bytes, p->getData() + b * bytes, bytes)))
+                return false;
+            compared = compared || a < count;
+        }
+        return compared;
+    };
+    for (std::size_t i = 0; i < old.size(); ++i) {
+        std::size_t first = i % mapping.size();
+        while (!same(mapping[i % mapping.size()], old[first], old[i]))
+            first += mapping.size();
+        indices[i] = old[first];
+    }
+    return indices;
+}
+
+TEST_F(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
+    std::mt19937 rng(65);
+    for (int round = 0; round < 300; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const geometry_ref core(geometryOf(randomMesh(rng)));
+        if (core->getPositions() == ::osg::NullFC)
+            continue;
+        if (round % 4 == 0)
+            storeOtherwise(core);
+        contents expected = contentsOf(core);
+        expected[5] = naiveJoined(core);
+        if (core->getIndices() == ::osg::NullFC)
+            expected[6].clear();
+        const geometry_ref other(core->clone());
+        other->setIndices(core->getIndices());
+        const contents before = contentsOf(other);
+        morva::osg::joinEqualVertices(core);
+        EXPECT_EQ(contentsOf(core), expected);
+        EXPECT_EQ(contentsOf(other), before) << "an index that others have is left to them";
+    }
+    morva::osg::joinEqualVertices(::osg::NullFC);
+    morva::osg::joinEqualVertices(geometry_ref(::osg::Geometry::create()));
 }
 
 TEST_F(IndexRebuild, LeavesOtherPropertiesAndOtherGeometriesAlone) {

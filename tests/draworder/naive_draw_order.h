@@ -17,6 +17,8 @@
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
 
+#include "tests/support/whole_elements.h"
+
 namespace morva_test {
 
 /// How the walk reaches into the records of triangles.
@@ -131,7 +133,7 @@ template <typename Kind> class naive_order {
 
   private:
     void read(const ::osg::GeometryPtr& source) {
-        for (auto it = Kind::begin(source); !it.isAtEnd(); ++it) {
+        for (auto it = Kind::begin(source); !it.isAtEnd() && isWhole(it, Kind::corners); ++it) {
             if (!Kind::isKept(it))
                 continue;
             typename Kind::element e;

@@ -107,7 +107,7 @@ TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
         before.emplace_back(static_cast<float>(any(rng)), static_cast<float>(any(rng)),
                             static_cast<float>(any(rng)));
     const node_ref narrow(meshNode(cloud(before))), wide(meshNode(cloud({})));
-    const ::osg::GeoPositions3d::Ptr doubles = ::osg::GeoPositions3d::create();
+    const ::osg::GeoPositions3dPtr doubles = ::osg::GeoPositions3d::create();
     for (const Pnt3f& p : before)
         doubles->push_back(p);
     coreOf(wide.get())->setPositions(doubles);

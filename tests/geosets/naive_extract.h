@@ -10,6 +10,8 @@
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 
+#include "tests/support/whole_elements.h"
+
 #include "triangle_scenes.h"
 
 namespace tri {
@@ -80,7 +82,8 @@ inline unsigned int naiveExtract(const ::osg::GeometryPtr& g, naive_soup& out,
     out.ids = out.ids || has_ids;
 
     unsigned int rogue = 0;
-    for (::osg::TriangleIterator it = g->beginTriangles(); it != g->endTriangles(); ++it) {
+    for (::osg::TriangleIterator it = g->beginTriangles();
+         !it.isAtEnd() && morva_test::isWhole(it, 3); ++it) {
         const ::osg::Pnt3f p[3] = {place.point(it.getPosition(0)), place.point(it.getPosition(1)),
                                    place.point(it.getPosition(2))};
         if (morva::osg::is_rogue(p[0], p[1], p[2])) {

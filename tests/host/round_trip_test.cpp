@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <OpenSG/OSGMaterialChunk.h>
+#include <OpenSG/OSGQuaternion.h>
 
 #include "image_codec.h"
 #include "model.h"

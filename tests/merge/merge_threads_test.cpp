@@ -208,8 +208,9 @@ void numbersIn(const ::osg::NodePtr& node, std::set<::osg::UInt32>& numbers) {
 }
 
 TEST(MergeThreads, TheCallersChangeListHasWhatWorkersMade) {
-    ::osg::ChangeList::setReadWriteDefault(true);
+    ::osg::ChangeList::setReadWriteDefault(true); // for lists of workers
     ::osg::ChangeList* changes = ::osg::Thread::getCurrentChangeList();
+    changes->setReadOnly(false);
     for (const int threads : {1, 2, 8}) {
         SCOPED_TRACE(threads);
         const stream_capture out(std::cout);
@@ -229,6 +230,7 @@ TEST(MergeThreads, TheCallersChangeListHasWhatWorkersMade) {
             EXPECT_EQ(changed.count(node->getCore().getFieldContainerId()), 1U);
     }
     changes->clearAll();
+    changes->setReadOnly(true);
     ::osg::ChangeList::setReadWriteDefault(false);
 }
 

@@ -18,102 +18,70 @@ namespace {
 
 using namespace geometry_test;
 
-/// What a form makes of a value, what it gives for something stored, and both in turn.
-template <class Form> typename Form::StoredType stored(const typename Form::GenericType& value) {
-    const RefPtr<typename Form::FormPtr> property(Form::create());
+/// A form stores a value as told, and gives back for it what it should.
+template <class Form>
+void expectForm(UInt32 format, UInt32 bytes, const typename Form::GenericType& value,
+                const typename Form::StoredType& stored, const typename Form::GenericType& read) {
+    const RefPtr<typename Form::PtrType> property(Form::create());
+    SCOPED_TRACE(property->getTypeName());
+    EXPECT_EQ(property->getFormat(), format);
+    EXPECT_EQ(property->getFormatSize(), bytes);
+    EXPECT_EQ(property->getDimension() * bytes, sizeof(stored));
+    EXPECT_EQ(property->getStride(), 0u);
     property->addValue(value);
-    return property->getField()[0];
-}
-template <class Form> typename Form::GenericType given(const typename Form::StoredType& value) {
-    const RefPtr<typename Form::FormPtr> property(Form::create());
-    property->editField().push_back(value);
-    return property->getValue(0);
-}
-template <class Form> typename Form::GenericType kept(const typename Form::GenericType& value) {
-    return given<Form>(stored<Form>(value));
+    EXPECT_EQ(property->getField()[0], stored);
+    property->editField().push_back(stored);
+    EXPECT_EQ(property->getValue(1), read);
 }
 
-TEST(PropertyForms, PositionsConvertComponentsAndPadThem) {
-    const struct {
-        GeoPositionsPtr property;
-        UInt32 format, bytes, dimension;
-        Pnt3f read;
-    } table[] = {
-        {GeoPositions2s::create(), GL_SHORT, 2, 2, {1, -2, 0}},
-        {GeoPositions3s::create(), GL_SHORT, 2, 3, {1, -2, 3}},
-        {GeoPositions4s::create(), GL_SHORT, 2, 4, {1, -2, 3}},
-        {GeoPositions2f::create(), GL_FLOAT, 4, 2, {1.5f, -2.5f, 0}},
-        {GeoPositions3f::create(), GL_FLOAT, 4, 3, {1.5f, -2.5f, 3.25f}},
-        {GeoPositions4f::create(), GL_FLOAT, 4, 4, {1.5f, -2.5f, 3.25f}},
-        {GeoPositions2d::create(), GL_DOUBLE, 8, 2, {1.5f, -2.5f, 0}},
-        {GeoPositions3d::create(), GL_DOUBLE, 8, 3, {1.5f, -2.5f, 3.25f}},
-        {GeoPositions4d::create(), GL_DOUBLE, 8, 4, {1.5f, -2.5f, 3.25f}},
-    };
-    for (const auto& row : table) {
-        const GeoPositionsRefPtr property(row.property);
-        SCOPED_TRACE(property->getTypeName());
-        EXPECT_EQ(property->getFormat(), row.format);
-        EXPECT_EQ(property->getFormatSize(), row.bytes);
-        EXPECT_EQ(property->getDimension(), row.dimension);
-        EXPECT_EQ(property->getStride(), 0u);
-        property->addValue(Pnt3f(1.5f, -2.5f, 3.25f));
-        EXPECT_EQ(property->getValue(0), row.read);
-    }
-    EXPECT_EQ(given<GeoPositions4f>(Pnt4f(2, 4, 6, 2)), Pnt3f(2, 4, 6)) << "no division";
-    EXPECT_EQ(stored<GeoPositions4f>(Pnt3f(1, 2, 3)), Pnt4f(1, 2, 3, 1));
-}
-
-TEST(PropertyForms, IntegersSpreadOverTheirRangeAndStayInIt) {
+TEST(PropertyForms, StoreAndGiveByTheTable) {
     const Real32 nan = std::nanf("");
-    const struct {
-        Vec3f value;
-        Vec3s shorts;
-        Vec3b bytes;
-    } table[] = {{{1, .5f, -1}, {32767, 16383, -32768}, {127, 63, -128}},
-                 {{5, -5, nan}, {32767, -32768, 0}, {127, -128, 0}}};
-    for (const auto& row : table) {
-        EXPECT_EQ(stored<GeoNormals3s>(row.value), row.shorts);
-        EXPECT_EQ(stored<GeoNormals3b>(row.value), row.bytes);
-    }
-    EXPECT_EQ(given<GeoNormals3s>(table[0].shorts), Vec3f(1, 32767.f / 65535.f, -1));
-    EXPECT_EQ(given<GeoNormals3b>(table[0].bytes), Vec3f(1, 127.f / 255.f, -1));
-    EXPECT_EQ(stored<GeoPositions3s>(Pnt3f(1e9f, -1e9f, nan)), Pnt3s(32767, -32768, 0));
-    EXPECT_EQ(stored<GeoColors3ub>(Color3f(1e30f, -1e30f, nan)), Color3ub(255, 0, 0));
-}
+    const Pnt3f p(1.5f, -2.5f, 3.25f);
+    expectForm<GeoPositions2s>(GL_SHORT, 2, p, {1, -2}, {1, -2, 0});
+    expectForm<GeoPositions3s>(GL_SHORT, 2, p, {1, -2, 3}, {1, -2, 3});
+    expectForm<GeoPositions3s>(GL_SHORT, 2, {1e9f, -1e9f, nan}, {32767, -32768, 0},
+                               {32767, -32768, 0});
+    expectForm<GeoPositions4s>(GL_SHORT, 2, p, {1, -2, 3, 1}, {1, -2, 3});
+    expectForm<GeoPositions2f>(GL_FLOAT, 4, p, {1.5f, -2.5f}, {1.5f, -2.5f, 0});
+    expectForm<GeoPositions3f>(GL_FLOAT, 4, p, p, p);
+    expectForm<GeoPositions4f>(GL_FLOAT, 4, p, {1.5f, -2.5f, 3.25f, 1}, p);
+    expectForm<GeoPositions2d>(GL_DOUBLE, 8, p, {1.5, -2.5}, {1.5f, -2.5f, 0});
+    expectForm<GeoPositions3d>(GL_DOUBLE, 8, p, {1.5, -2.5, 3.25}, p);
+    expectForm<GeoPositions4d>(GL_DOUBLE, 8, p, {1.5, -2.5, 3.25, 1}, p);
+    const RefPtr<GeoPositions4fPtr> divided(GeoPositions4f::create());
+    divided->editField().push_back(Pnt4f(2, 4, 6, 2));
+    EXPECT_EQ(divided->getValue(0), Pnt3f(2, 4, 6)) << "no division";
 
-TEST(PropertyForms, ColoursScaleAndWriteOpaque) {
-    EXPECT_EQ(given<GeoColors4f>(Color4f(.1f, .2f, .3f, .4f)), Color3f(.1f, .2f, .3f));
-    EXPECT_EQ(stored<GeoColors4f>(Color3f(.5f, .6f, .7f)), Color4f(.5f, .6f, .7f, 1.f));
-    EXPECT_EQ(stored<GeoColors3ub>(Color3f(0, .5f, 1)), Color3ub(0, 127, 255));
-    EXPECT_EQ(stored<GeoColors3ub>(Color3f(-1, .999f, 7)), Color3ub(0, 254, 255));
-    EXPECT_EQ(stored<GeoColors4ub>(Color3f(0, .5f, 1)), Color4ub(0, 127, 255, 255));
-    EXPECT_EQ(stored<GeoColors4ub>(Color3f(-1, .999f, 7)), Color4ub(0, 254, 255, 255));
-    EXPECT_EQ(given<GeoColors3ub>(Color3ub(0, 127, 255)), Color3f(0, 127.f / 255.f, 1));
-    EXPECT_EQ(given<GeoColors4ub>(Color4ub(0, 127, 255, 9)), Color3f(0, 127.f / 255.f, 1));
-}
+    const Vec3f n(1, .5f, -1);
+    expectForm<GeoNormals3f>(GL_FLOAT, 4, n, n, n);
+    expectForm<GeoNormals3s>(GL_SHORT, 2, n, {32767, 16383, -32768}, {1, 32767.f / 65535.f, -1});
+    expectForm<GeoNormals3b>(GL_BYTE, 1, n, {127, 63, -128}, {1, 127.f / 255.f, -1});
+    expectForm<GeoNormals3b>(GL_BYTE, 1, {5, -5, nan}, {127, -128, 0}, {1, -1, 1.f / 255.f});
 
-TEST(PropertyForms, CoordinatesKeepTheFirstTwo) {
-    const Vec2f value(.25f, .5f), first(.25f, 0);
-    EXPECT_EQ(kept<GeoTexCoords1f>(value), first);
-    EXPECT_EQ(kept<GeoTexCoords1d>(value), first);
-    EXPECT_EQ(kept<GeoTexCoords2f>(value), value);
-    EXPECT_EQ(kept<GeoTexCoords2d>(value), value);
-    EXPECT_EQ(kept<GeoTexCoords3f>(value), value);
-    EXPECT_EQ(kept<GeoTexCoords3d>(value), value);
-    EXPECT_EQ(kept<GeoTexCoords4f>(value), value);
-    EXPECT_EQ(kept<GeoTexCoords4d>(value), value);
-    EXPECT_EQ(stored<GeoTexCoords4f>(Vec2f(5, 6)), Vec4f(5, 6, 0, 0));
-}
+    const Color3f c(0, .5f, 1), bytes(0, 127.f / 255.f, 1), beyond(1e30f, -1e30f, nan);
+    expectForm<GeoColors3f>(GL_FLOAT, 4, c, c, c);
+    expectForm<GeoColors4f>(GL_FLOAT, 4, c, {0, .5f, 1, 1}, c);
+    expectForm<GeoColors3ub>(GL_UNSIGNED_BYTE, 1, c, {0, 127, 255}, bytes);
+    expectForm<GeoColors4ub>(GL_UNSIGNED_BYTE, 1, c, {0, 127, 255, 255}, bytes);
+    expectForm<GeoColors3ub>(GL_UNSIGNED_BYTE, 1, beyond, {255, 0, 0}, {1, 0, 0});
+    expectForm<GeoColors4ub>(GL_UNSIGNED_BYTE, 1, beyond, {255, 0, 0, 255}, {1, 0, 0});
 
-TEST(PropertyForms, NumbersWidenAndTruncate) {
-    EXPECT_EQ(kept<GeoIndicesUI16>(65538), 2u);
-    EXPECT_EQ(kept<GeoIndicesUI32>(65538), 65538u);
-    EXPECT_EQ(kept<GeoPLengthsUI8>(65795), 3u);
-    EXPECT_EQ(kept<GeoPLengthsUI16>(65795), 259u);
-    EXPECT_EQ(kept<GeoPLengthsUI32>(65795), 65795u);
-    EXPECT_EQ(kept<GeoPTypesUI8>(GL_POLYGON), 9u);
-    EXPECT_EQ(kept<GeoPTypesUI16>(GL_POLYGON), 9u);
-    EXPECT_EQ(kept<GeoPTypesUI32>(GL_POLYGON), 9u);
+    const Vec2f t(.25f, .5f), s(.25f, 0);
+    expectForm<GeoTexCoords1f>(GL_FLOAT, 4, t, .25f, s);
+    expectForm<GeoTexCoords2f>(GL_FLOAT, 4, t, t, t);
+    expectForm<GeoTexCoords3f>(GL_FLOAT, 4, t, {.25f, .5f, 0}, t);
+    expectForm<GeoTexCoords4f>(GL_FLOAT, 4, t, {.25f, .5f, 0, 0}, t);
+    expectForm<GeoTexCoords1d>(GL_DOUBLE, 8, t, .25, s);
+    expectForm<GeoTexCoords2d>(GL_DOUBLE, 8, t, {.25, .5}, t);
+    expectForm<GeoTexCoords3d>(GL_DOUBLE, 8, t, {.25, .5, 0}, t);
+    expectForm<GeoTexCoords4d>(GL_DOUBLE, 8, t, {.25, .5, 0, 0}, t);
+
+    expectForm<GeoIndicesUI16>(GL_UNSIGNED_SHORT, 2, 65538, 2, 2);
+    expectForm<GeoIndicesUI32>(GL_UNSIGNED_INT, 4, 65538, 65538, 65538);
+    expectForm<GeoPLengthsUI8>(GL_UNSIGNED_BYTE, 1, 65795, 3, 3);
+    expectForm<GeoPLengthsUI16>(GL_UNSIGNED_SHORT, 2, 65795, 259, 259);
+    expectForm<GeoPLengthsUI32>(GL_UNSIGNED_INT, 4, 65795, 65795, 65795);
+    expectForm<GeoPTypesUI8>(GL_UNSIGNED_BYTE, 1, GL_POLYGON, 9, 9);
 }
 
 TEST(PropertyStorage, EditsThroughTheRole) {
@@ -122,26 +90,20 @@ TEST(PropertyStorage, EditsThroughTheRole) {
     EXPECT_EQ(role->getData(), nullptr);
     role->addValue(Pnt3f(1, 1, 1));
     role->push_back(Pnt3f(3, 3, 3));
-    EXPECT_TRUE(role->insertValue(Pnt3f(2, 2, 2), 1));
-    EXPECT_TRUE(role->insertValue(Pnt3f(4, 4, 4), 3));
-    EXPECT_FALSE(role->insertValue(Pnt3f(9, 9, 9), 5));
+    EXPECT_TRUE(form->insertValue(Pnt3f(2, 2, 2), 1) && form->insertValue(Pnt3f(4, 4, 4), 3));
+    EXPECT_FALSE(form->insertValue(Pnt3f(9, 9, 9), 5));
     role->setValue(Pnt3f(0, 0, 7), 0);
     const points expected{{0, 0, 7}, {2, 2, 2}, {3, 3, 3}, {4, 4, 4}};
     EXPECT_EQ(form->getField().getValues(), expected);
-    EXPECT_EQ(form->getFieldPtr(), &form->editField());
-    // Plain memory, element by element.
     EXPECT_EQ(role->editData(), reinterpret_cast<UInt8*>(&form->editField()[0]));
-    EXPECT_EQ(reinterpret_cast<const Real32*>(role->getData())[3 * 3 + 2], 4.f);
     role->resize(2);
     role->resize(4);
-    EXPECT_EQ(role->size(), 4u);
     Pnt3f read(9, 9, 9);
     role->getValue(read, 3);
     EXPECT_EQ(read, Pnt3f(0, 0, 0)) << "grown anew, not what stood there";
     role->clear();
     role->shrink();
-    EXPECT_EQ(role->getSize(), 0u);
-    EXPECT_EQ(form->getField().capacity(), 0u);
+    EXPECT_EQ(role->getSize() + form->getField().capacity(), 0u);
 }
 
 TEST(PropertyTypes, FormsAreToldApartAndShareTheirRolesGroup) {
@@ -149,23 +111,8 @@ TEST(PropertyTypes, FormsAreToldApartAndShareTheirRolesGroup) {
     EXPECT_NE(GeoColors4fPtr::dcast(colors.get()), NullFC);
     EXPECT_EQ(GeoColors3fPtr::dcast(colors.get()), NullFC);
     EXPECT_EQ(GeoNormalsPtr::dcast(AttachmentPtr(colors.get())), NullFC);
-    EXPECT_TRUE(colors->getType().isDerivedFrom(GeoColors::getClassType()));
-    EXPECT_TRUE(GeoColors::getClassType().isAbstract());
     EXPECT_EQ(GeoColors3ub::getClassType().getGroupId(), GeoColors::getClassType().getGroupId());
     EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
-    EXPECT_STREQ(colors->getTypeName(), "GeoColors4f");
-    EXPECT_EQ(GeoColors4f::GeoPropDataFieldMask, BitVector(8));
-}
-
-TEST(PropertySharing, ShallowCopiesHaveValuesOfTheirOwnAndNoParents) {
-    const GeometryRefPtr core = makeTriangles(roofPoints());
-    const RefPtr<GeoPositions3fPtr> copy(
-        GeoPositions3fPtr::dcast(core->getPositions()->shallowCopy()));
-    EXPECT_EQ(core->getPositions()->getParents().size(), 1u);
-    EXPECT_EQ(copy->getParents().size(), 0u);
-    copy->setValue(Pnt3f(6, 6, 6), 0);
-    EXPECT_EQ(core->getPositions()->getValue(0), Pnt3f(0, 0, 0));
-    EXPECT_EQ(copy->getValue(1), core->getPositions()->getValue(1));
 }
 
 class GeometryProperties : public morva_test::no_strays {};
@@ -199,10 +146,7 @@ TEST_F(GeometryProperties, MappingIsSearchedFromItsEnd) {
     const std::pair<UInt16, Int16> table[] = {{1, 0}, {2, 2}, {16, 1}, {2048, 2}, {4, -1}};
     for (const auto& row : table)
         EXPECT_EQ(core->calcMappingIndex(row.first), row.second) << row.first;
-    EXPECT_EQ(core->getIndexMapping(1), 16);
-    EXPECT_EQ(&core->getIndexMapping(), core->editMFIndexMapping());
     const GeometryRefPtr other(Geometry::create());
-    EXPECT_EQ(other->calcMappingIndex(1), -1);
     other->getIndexMapping() = core->getIndexMapping();
     EXPECT_EQ(mappingOf(other), mappingOf(core));
     for (int bit = 0; bit < 13; ++bit)
@@ -220,13 +164,12 @@ TEST_F(GeometryProperties, AreTheClonesOwn) {
     EXPECT_EQ(copy->getMaterial(), core->getMaterial());
     EXPECT_EQ(getName(copy.get()), nullptr);
     EXPECT_EQ(mappingOf(copy), mappingOf(core));
-    EXPECT_FALSE(copy->getDlistCache());
     EXPECT_EQ(indicesOf(copy), indicesOf(core));
+    EXPECT_FALSE(copy->getDlistCache());
     EXPECT_NE(copy->getTexCoords(), copy->getTexCoords1());
     EXPECT_EQ(copy->getTexCoords1()->getValue(0), Vec2f(1, 2));
     ASSERT_EQ(copy->getPositions()->getParents().size(), 1u);
     EXPECT_EQ(copy->getPositions()->getParents()[0], copy);
-    EXPECT_EQ(copy->getPositions()->getSize(), 6u);
     copy->getPositions()->setValue(Pnt3f(9, 9, 9), 0);
     EXPECT_EQ(core->getPositions()->getValue(0), Pnt3f(0, 0, 0));
 }
@@ -234,16 +177,18 @@ TEST_F(GeometryProperties, AreTheClonesOwn) {
 TEST_F(GeometryProperties, AreSharedByShallowCopiesUntilUnshared) {
     const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}});
     const GeometryRefPtr copy(GeometryPtr::dcast(core->shallowCopy()));
-    EXPECT_EQ(copy->getPositions(), core->getPositions());
-    EXPECT_EQ(core->getPositions()->getParents().size(), 2u);
+    const GeoPositionsPtr positions = core->getPositions();
+    EXPECT_EQ(copy->getPositions(), positions);
+    EXPECT_EQ(positions->getParents().size(), 2u);
     copy->unshareProperties();
-    EXPECT_NE(copy->getPositions(), core->getPositions());
-    EXPECT_NE(copy->getTypes(), core->getTypes());
-    EXPECT_EQ(core->getPositions()->getParents().size(), 1u);
-    EXPECT_EQ(trianglesOf(copy), trianglesOf(core));
-    const GeoPositionsPtr alone = core->getPositions();
     core->unshareProperties();
-    EXPECT_EQ(core->getPositions(), alone) << "nobody else has it";
+    EXPECT_NE(copy->getPositions(), positions);
+    EXPECT_NE(copy->getTypes(), core->getTypes());
+    EXPECT_EQ(core->getPositions(), positions) << "nobody else has it now";
+    EXPECT_EQ(positions->getParents().size(), 1u);
+    const RefPtr<GeoPositionsPtr> alone(GeoPositionsPtr::dcast(positions->shallowCopy()));
+    EXPECT_EQ(alone->getParents().size(), 0u);
+    EXPECT_EQ(trianglesOf(copy), trianglesOf(core));
 }
 
 using bounds = std::pair<Pnt3f, Pnt3f>;
@@ -275,10 +220,10 @@ TEST(GeometryVolumes, CountWhatPrimitivesUse) {
     EXPECT_EQ(boundsOf(nodeOf(GeometryRefPtr(Geometry::create()))), nothing);
     const GeometryRefPtr core = makeCore(all, {{GL_POINTS, 2}});
     const NodeRefPtr above = nodeOf(core);
-    above->addChild(nodeOf(makeCore(all, {{GL_POINTS, 4}})));
-    EXPECT_EQ(boundsOf(above), bounds({0, 0, 0}, {1, 0, 0})) << "what children have is not added";
+    above->addChild(nodeOf(makeCore({{7, -1, 8}}, {{GL_POINTS, 1}})));
+    EXPECT_EQ(boundsOf(above), bounds({0, -1, 0}, {7, 0, 8})) << "with what the children have";
     core->setPositions(makeProperty<GeoPositions2d>(std::vector<Pnt2d>{{1, 2}, {3, 4}}));
-    EXPECT_EQ(boundsOf(above), bounds({1, 2, 0}, {3, 4, 0}));
+    EXPECT_EQ(boundsOf(above), bounds({1, -1, 0}, {7, 4, 8}));
 }
 
 TEST(GeometryVolumes, AreTheSameAsPointByPoint) {
@@ -296,7 +241,6 @@ TEST(GeometryVolumes, AreTheSameAsPointByPoint) {
             makeCore(all, {{GL_TRIANGLE_STRIP, 7}, {GL_POINTS, 4}}, indices);
         for (const auto type : {DynamicVolume::BOX_VOLUME, DynamicVolume::SPHERE_VOLUME}) {
             DynamicVolume naive(type), fast(type);
-            fast.extendBy(Pnt3f(7, 7, 7)); // forgotten
             for (UInt32 i = 0; i < 11; ++i) {
                 if (indices[i] < all.size())
                     naive.extendBy(all[indices[i]]);
@@ -327,6 +271,12 @@ TEST(GeometryVolumes, FollowChangesThatAreTold) {
     core->getPositions()->setValue(Pnt3f(4, 4, 4), 1);
     endEditCP(core.get(), Geometry::PositionsFieldMask);
     EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {4, 4, 4}));
+    // Which positions count is told by other fields, too.
+    core->getLengths()->setValue(1, 0);
+    endEditCP(core->getLengths());
+    EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {2, 2, 2}));
+    core->setIndices(makeProperty<GeoIndicesUI32>(numbers{1}));
+    EXPECT_EQ(boundsOf(second), bounds({4, 4, 4}, {4, 4, 4}));
 }
 
 } // namespace

@@ -22,40 +22,11 @@ points manyPoints(UInt32 count) {
 
 using walk = std::vector<corners>;
 
-TEST(TriangleWalk, CornersByTypeAndLength) {
-    const struct {
-        UInt32 type, length;
-        walk expected;
-    } table[] = {
-        {GL_TRIANGLES, 6, {{0, 1, 2}, {3, 4, 5}}},
-        {GL_TRIANGLE_STRIP, 6, {{0, 1, 2}, {2, 1, 3}, {2, 3, 4}, {4, 3, 5}}},
-        {GL_QUAD_STRIP, 6, {{0, 1, 2}, {2, 1, 3}, {2, 3, 4}, {4, 3, 5}}},
-        {GL_TRIANGLE_FAN, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
-        {GL_POLYGON, 5, {{0, 1, 2}, {0, 2, 3}, {0, 3, 4}}},
-        {GL_QUADS, 8, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}, {4, 6, 7}}},
-        // A rest reads on behind its primitive, as far as there are vertices.
-        {GL_TRIANGLES, 4, {{0, 1, 2}, {3, 4, 5}}},
-        {GL_QUADS, 7, {{0, 1, 2}, {0, 2, 3}, {4, 5, 6}}},
-        {GL_TRIANGLES, 2, {}},
-    };
-    for (const auto& row : table) {
-        EXPECT_EQ(trianglesOf(makeCore(manyPoints(10), {{row.type, row.length}})), row.expected)
-            << "type " << row.type << " length " << row.length;
-    }
-    EXPECT_EQ(trianglesOf(makeCore(manyPoints(5), {{GL_TRIANGLES, 5}})), (walk{{0, 1, 2}}))
-        << "a rest beyond the last vertex";
-}
-
 TEST(TriangleWalk, StripsPassOverDegeneratesUncounted) {
     const numbers indices{7, 7, 1, 2, 2, 3, 3, 4};
-    for (const UInt32 type : {GL_TRIANGLE_STRIP, GL_QUAD_STRIP}) {
-        // The first one stays whatever it is.
-        EXPECT_EQ(trianglesOf(makeCore(manyPoints(8), {{type, 8}}, indices)),
-                  (walk{{7, 7, 1}, {1, 7, 2}}));
-    }
-    for (const UInt32 type : {GL_TRIANGLES, GL_TRIANGLE_FAN}) {
-        EXPECT_EQ(trianglesOf(makeCore(manyPoints(8), {{type, 3}}, {5, 5, 5})), (walk{{5, 5, 5}}));
-    }
+    // The first one stays whatever it is.
+    EXPECT_EQ(trianglesOf(makeCore(manyPoints(8), {{GL_TRIANGLE_STRIP, 8}}, indices)),
+              (walk{{7, 7, 1}, {1, 7, 2}}));
     // Equal places at different indices are no degenerate.
     EXPECT_EQ(trianglesOf(makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3})).size(), 2u);
     const GeometryRefPtr run =
@@ -93,38 +64,20 @@ TEST(LineWalk, EndsByTypeAndLength) {
     EXPECT_TRUE(makeCore(manyPoints(1), {{GL_LINES, 3}})->beginLines().isAtEnd());
 }
 
-TEST(PrimitiveWalk, VisitsEveryEntry) {
-    const primitives all{{GL_POINTS, 2}, {GL_LINES, 0}, {77, 1}, {GL_TRIANGLES, 3}};
-    const GeometryRefPtr core = makeCore(manyPoints(9), all);
-    primitives walked;
-    numbers first;
-    for (PrimitiveIterator it = core->beginPrimitives(); it != core->endPrimitives(); ++it) {
-        EXPECT_EQ(it.getIndex(), static_cast<Int32>(walked.size()));
-        walked.emplace_back(it.getType(), it.getLength());
-        first.push_back(static_cast<UInt32>(it.getPositionIndex(0)));
-    }
-    EXPECT_EQ(walked, all);
-    EXPECT_EQ(first, (numbers{0, 2, 2, 3}));
-    PrimitiveIterator it(core.get());
-    it.seek(3);
-    EXPECT_EQ(it.getType(), UInt32(GL_TRIANGLES));
-    EXPECT_TRUE(core->beginPrimitives() < it);
-    it.seek(4);
-    EXPECT_TRUE(it == core->endPrimitives());
-}
-
 TEST(IndexResolution, ByMappingAndPresence) {
     const numbers two{3, 0, 2, 1, 1, 2}; // per vertex: entry 0, entry 1
     const struct {
         const char* what;
         numbers indices;
         std::vector<UInt16> mapping;
-        Int32 position[3], normal[3], coordinate7[3], place;
+        corners position, normal, coordinate7;
+        Int32 place;
     } table[] = {
         {"unindexed", {}, {}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}, -1},
         {"one for all", {3, 1, 2}, {}, {3, 1, 2}, {3, 1, 2}, {3, 1, 2}, 1},
         {"two entries", two, {1 | 2048, 2}, {3, 2, 1}, {0, 1, 2}, {3, 2, 1}, 2},
-        {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {-1, -1, -1}, 2},
+        // In no entry: an index of the others, by the vertex's number in the primitive.
+        {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
     };
     for (const auto& row : table) {
         SCOPED_TRACE(row.what);
@@ -132,22 +85,18 @@ TEST(IndexResolution, ByMappingAndPresence) {
             makeCore(manyPoints(4), {{GL_TRIANGLES, 3}}, row.indices, row.mapping);
         core->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>(4, Vec3f(0, 0, 1))));
         core->setTexCoords7(makeProperty<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3}));
-        const TriangleIterator it = core->beginTriangles();
-        ASSERT_FALSE(it.isAtEnd());
-        for (Int32 k = 0; k < 3; ++k) {
-            EXPECT_EQ(it.getPositionIndex(k), row.position[k]);
-            EXPECT_EQ(it.getNormalIndex(k), row.normal[k]);
-            EXPECT_EQ(it.getTexCoordsIndex7(k), row.coordinate7[k]);
-            EXPECT_EQ(it.getPosition(k)[0], static_cast<Real32>(row.position[k]));
+        forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
+            const auto i = static_cast<std::size_t>(k);
+            EXPECT_EQ(it.getPositionIndex(k), row.position[i]);
+            EXPECT_EQ(it.getNormalIndex(k), row.normal[i]);
+            EXPECT_EQ(it.getTexCoordsIndex7(k), row.coordinate7[i]);
+            EXPECT_EQ(it.getPosition(k)[0], static_cast<Real32>(row.position[i]));
             EXPECT_EQ(it.getNormal(k), Vec3f(0, 0, 1));
-            EXPECT_EQ(it.getTexCoords7(k)[0], static_cast<Real32>(osgMax(row.coordinate7[k], 0)));
-            // Absent.
-            EXPECT_EQ(it.getColorIndex(k), -1);
-            EXPECT_EQ(it.getTexCoordsIndex(k), -1);
+            EXPECT_EQ(it.getTexCoords7(k)[0], static_cast<Real32>(row.coordinate7[i]));
+            EXPECT_EQ(it.getColorIndex(k) + it.getTexCoordsIndex(k), -2) << "absent";
             EXPECT_EQ(it.getColor(k), Color3f(0, 0, 0));
-            EXPECT_EQ(it.getTexCoords(k), Vec2f(0, 0));
-        }
-        EXPECT_EQ(it.getIndexIndex(1), row.place);
+        });
+        EXPECT_EQ(core->beginTriangles().getIndexIndex(1), row.place);
     }
 }
 
@@ -160,19 +109,16 @@ TEST(Walks, CompareSeekAndStart) {
     it.seek(2);
     EXPECT_EQ(it.getIndex(), 2);
     EXPECT_EQ(it.getPositionIndex(2), 8);
-    EXPECT_TRUE(core->beginTriangles() < it);
-    EXPECT_TRUE(it < core->endTriangles());
+    EXPECT_TRUE(core->beginTriangles() < it && it < core->endTriangles());
     ++it;
-    EXPECT_TRUE(it == core->endTriangles());
-    EXPECT_FALSE(it < core->endTriangles());
-    EXPECT_TRUE(TriangleIterator(GeometryPtr()).isAtEnd());
-    const NodeRefPtr group(makeCoredNode<Group>());
-    EXPECT_TRUE(PrimitiveIterator(group.get()).isAtEnd());
-    EXPECT_TRUE(LineIterator(NodePtr()).isAtEnd());
-    const GeometryRefPtr bare(Geometry::create());
-    EXPECT_TRUE(bare->beginTriangles() == bare->endTriangles());
+    EXPECT_TRUE(it == core->endTriangles() && !(it < core->endTriangles()));
+    PrimitiveIterator primitive(core.get());
+    primitive.seek(2);
+    EXPECT_TRUE(core->beginPrimitives() < primitive);
+    ++primitive;
+    EXPECT_TRUE(primitive == core->endPrimitives());
+    EXPECT_TRUE(TriangleIterator(GeometryPtr()).isAtEnd() && LineIterator(NodePtr()).isAtEnd());
     core->setLengths(NullFC); // each primitive takes all
-    EXPECT_EQ(PrimitiveIterator(core.get()).getLength(), 9u);
     EXPECT_EQ(trianglesOf(core).size(), 3u + 7u);
     core->setPositions(NullFC);
     EXPECT_EQ(trianglesOf(core).size(), 0u);
@@ -241,8 +187,13 @@ TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
             EXPECT_EQ(it.getPosition(2)[0], t[2] < 3 ? static_cast<Real32>(t[2]) : 0);
         }
         ASSERT_EQ(count, naive.size()) << round;
-        for (PrimitiveIterator it(core.get()); !it.isAtEnd(); ++it)
-            ASSERT_LE(it.getLength(), indices.size());
+        std::size_t primitive = 0;
+        for (PrimitiveIterator it(core.get()); !it.isAtEnd(); ++it, ++primitive) {
+            ASSERT_EQ(it.getIndex(), static_cast<Int32>(primitive));
+            ASSERT_EQ(it.getType(), all[primitive].first);
+            ASSERT_LE(it.getLength(), osgMin(all[primitive].second, UInt32(indices.size())));
+        }
+        ASSERT_EQ(primitive, all.size());
         for (LineIterator it = core->beginLines(); !it.isAtEnd(); ++it)
             ASSERT_LT(it.getIndexIndex(1), static_cast<Int32>(indices.size()));
     }

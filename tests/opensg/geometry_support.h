@@ -21,8 +21,8 @@ using primitives = std::vector<std::pair<UInt32, UInt32>>; ///< GL mode, length
 using corners = std::array<Int32, 3>;                      ///< position indices of a triangle
 
 template <class Form, class Value>
-typename Form::FormPtr makeProperty(const std::vector<Value>& values) {
-    const typename Form::FormPtr property = Form::create();
+typename Form::PtrType makeProperty(const std::vector<Value>& values) {
+    const typename Form::PtrType property = Form::create();
     for (const Value& value : values)
         property->editField().push_back(static_cast<typename Form::StoredType>(value));
     return property;
@@ -36,7 +36,7 @@ inline GeometryRefPtr makeCore(const points& positions, const primitives& all,
     core->setTypes(GeoPTypesUI8::create());
     core->setLengths(GeoPLengthsUI32::create());
     for (const auto& primitive : all) {
-        core->getTypes()->addValue(primitive.first);
+        core->getTypes()->addValue(static_cast<UInt8>(primitive.first));
         core->getLengths()->addValue(primitive.second);
     }
     if (!indices.empty())

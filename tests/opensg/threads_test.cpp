@@ -1,6 +1,7 @@
 // Threads: names, ends, locks, barriers; aspects and change lists; lines of the log.
 
 #include <atomic>
+#include <functional>
 #include <iostream>
 #include <sstream>
 #include <string>
@@ -9,10 +10,12 @@
 
 #include <OpenSG/OSGBarrier.h>
 #include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGLock.h>
 #include <OpenSG/OSGLog.h>
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGThreadManager.h>
 #include <gtest/gtest.h>
@@ -41,11 +44,9 @@ TEST(ThreadNames, TheSameNameGivesTheSameObject) {
     EXPECT_EQ(ThreadManager::the()->getThread(text.c_str()),
               ThreadManager::the()->getThread("one name", "OSGBaseThread"));
     EXPECT_EQ(Lock::get(text.c_str()), Lock::get("one name"));
-    EXPECT_EQ(Barrier::get(text.c_str()), Barrier::get("one name"));
     EXPECT_NE(Lock::get("one name"), Lock::get("another name"));
     EXPECT_EQ(Lock::find("no such name"), nullptr);
     EXPECT_EQ(ThreadManager::the()->getThread("typeless", "no such type"), nullptr);
-    EXPECT_EQ(Thread::find("typeless"), nullptr);
 }
 
 /// A function that ends sooner or later after it has let the main thread go on.
@@ -74,18 +75,13 @@ TEST(ThreadEnd, TerminateWaitsAndTheNameCanRunAgain) {
         EXPECT_FALSE(thread->exists());
         thread->terminate(); // of an idle thread
     }
-}
-
-TEST(ThreadEnd, AFunctionStartsAfterTheOneBeforeHasEnded) {
-    Thread* thread = named("busy");
     ending first{200}, second;
     ASSERT_TRUE(thread->runFunction(&ending::run, 0, &first));
     ASSERT_TRUE(thread->runFunction(&ending::run, 0, &second));
-    EXPECT_TRUE(first.ended);
+    EXPECT_TRUE(first.ended) << "a function starts after the one before has ended";
     BaseThread::join(thread);
     EXPECT_TRUE(second.ended);
-    EXPECT_FALSE(thread->runFunction(&ending::run, ThreadManager::getNumAspects(), &second))
-        << "no such aspect";
+    EXPECT_FALSE(thread->runFunction(&ending::run, ThreadManager::getNumAspects(), &second));
 }
 
 TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
@@ -150,84 +146,104 @@ class RecordingChangeList : public testing::Test {
     ChangeList* changes = Thread::getCurrentChangeList();
 };
 
-/// What another thread sees in an aspect of its own, and what it leaves in its list.
-struct visit {
-    SwitchPtr chosen;
-    Int32 choice = 0;
-    UInt32 made = 0;
-    UInt32 aspect = 99;
-    static void run(void* argument) {
-        auto& self = *static_cast<visit*>(argument);
-        const NodeRefPtr node(Node::create());
-        self.made = node.get().getFieldContainerId();
-        self.aspect = Thread::getCurrentChangeList()->getAspect();
-        EXPECT_EQ(Thread::getAspect(), self.aspect);
-        if (self.chosen != NullFC)
-            self.choice = self.chosen->getChoice();
-    }
-};
-
-visit visitIn(UInt32 aspect, const SwitchPtr& chosen = NullFC) {
-    visit made{chosen};
+/// Runs a function in another thread, in this aspect.
+void inAspect(UInt32 aspect, std::function<void()> function) {
     Thread* thread = named("visitor");
-    EXPECT_TRUE(thread->runFunction(&visit::run, aspect, &made));
+    EXPECT_TRUE(thread->runFunction(
+        [](void* argument) { (*static_cast<std::function<void()>*>(argument))(); }, aspect,
+        &function));
     BaseThread::join(thread);
-    return made;
 }
 
 TEST(ChangeListOfAThread, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
     ChangeList* own = Thread::getCurrentChangeList();
-    const RefPtr<SwitchPtr> chosen(Switch::create());
-    own->addChanged(chosen.get(), FieldBits::AllFields);
-    endEditCP(chosen.get());
-    EXPECT_TRUE(own->empty()) << "nothing is recorded by default";
-    ChangeList::setReadWriteDefault(true);
-    for (const UInt32 aspect : {0U, 1U, 0U}) {
-        const visit one = visitIn(aspect);
-        ChangeList* changes = named("visitor")->getChangeList();
-        EXPECT_NE(changes, own);
-        ASSERT_EQ(changes->sizeCreated(), 1U) << "of this function alone";
-        EXPECT_EQ(*changes->beginCreated(), one.made);
-        EXPECT_EQ(one.aspect, aspect);
+    for (const bool wanted : {true, false}) {
+        ChangeList::setReadWriteDefault(wanted);
+        for (const UInt32 aspect : {0U, 1U, 0U}) {
+            UInt32 made = 0;
+            inAspect(aspect, [&] {
+                made = NodeRefPtr(Node::create()).get().getFieldContainerId();
+                EXPECT_EQ(Thread::getAspect(), aspect);
+                EXPECT_EQ(Thread::getCurrentChangeList()->getAspect(), aspect);
+            });
+            ChangeList* changes = named("visitor")->getChangeList();
+            EXPECT_NE(changes, own);
+            ASSERT_EQ(changes->sizeCreated(), wanted ? 1U : 0U) << "of this function alone";
+            EXPECT_TRUE(!wanted || *changes->beginCreated() == made);
+        }
     }
-    ChangeList::setReadWriteDefault(false);
-    visitIn(0);
-    EXPECT_TRUE(named("visitor")->getChangeList()->empty());
-    own->clearAll();
+    endEditCP(NodeRefPtr(Node::create()).get());
+    EXPECT_TRUE(own->empty()) << "a list that was there keeps its way";
 }
 
 TEST_F(RecordingChangeList, EntersWhatHappens) {
-    const RefPtr<SwitchPtr> chosen(Switch::create());
-    const UInt32 id = chosen.get().getFieldContainerId();
     using ids = std::vector<UInt32>;
+    using entries = std::vector<std::pair<UInt32, BitVector>>;
+    const auto entered = [this] {
+        const entries all(changes->beginChanged(), changes->endChanged());
+        changes->clearAll();
+        return all;
+    };
+    NodePtr node = Node::create();
+    addRefCP(node);
+    const UInt32 id = node.getFieldContainerId();
     EXPECT_EQ(ids(changes->beginCreated(), changes->endCreated()), ids{id});
     EXPECT_EQ(ids(changes->beginAddRefd(), changes->endAddRefd()), ids{id});
-    endEditCP(chosen.get(), Switch::ChoiceFieldMask);
-    ASSERT_EQ(changes->sizeChanged(), 1u);
-    EXPECT_EQ(changes->beginChanged()->first, id);
-    EXPECT_EQ(changes->beginChanged()->second, Switch::ChoiceFieldMask);
-    NodePtr dropped = Node::create();
-    const UInt32 dropped_id = dropped.getFieldContainerId();
-    subRefCP(dropped);
-    EXPECT_EQ(ids(changes->beginDestroyed(), changes->endDestroyed()), ids{dropped_id});
+    EXPECT_EQ(entered(), (entries{{id, Node::VolumeFieldMask}}));
+    setName(node, "first");
+    const UInt32 name = node->findAttachment(Name::getClassType()).getFieldContainerId();
+    EXPECT_EQ(entered(), (entries{{name, Name::ParentsFieldMask},
+                                  {id, Node::AttachmentsFieldMask},
+                                  {name, FieldBits::AllFields}}));
+    setName(node, "second");
+    EXPECT_EQ(entered(), (entries{{name, FieldBits::AllFields}}));
+    node->subAttachment(node->findAttachment(Name::getClassType()));
+    EXPECT_EQ(entered(), (entries{{name, Name::ParentsFieldMask}}));
+    node->updateVolume();
+    changedCP(node, Node::CoreFieldMask);
+    EXPECT_FALSE(node->getVolume().isValid()) << "told";
+    EXPECT_EQ(entered(), (entries{{id, Node::VolumeFieldMask}})) << "what came of it";
+    endEditNotChangedCP(node, Node::CoreFieldMask);
+    EXPECT_EQ(entered(), (entries{{id, Node::CoreFieldMask}}));
+    subRefCP(node);
+    EXPECT_EQ(ids(changes->beginDestroyed(), changes->endDestroyed()), ids{id});
 }
 
-TEST_F(RecordingChangeList, ApplyToCarriesOnlyTheChangedFields) {
-    const SwitchPtr chosen = Switch::create();
-    addRefCP(chosen);
+TEST_F(RecordingChangeList, ApplyToCarriesTheChangedFieldsAndTellsTheContainers) {
+    const RefPtr<SwitchPtr> chosen(Switch::create());
+    const RefPtr<ComponentTransformPtr> parts(ComponentTransform::create());
+    const NodeRefPtr node(makeNodeFor(parts.get()));
+    const RefPtr<StringAttributeMapPtr> map(StringAttributeMap::create());
     changes->clearAll();
+    const auto choiceThere = [&chosen] {
+        Int32 seen = 0;
+        inAspect(1, [&] { seen = chosen->getChoice(); });
+        return seen;
+    };
     chosen->setChoice(3);
-    EXPECT_EQ(visitIn(1, chosen).choice, Switch::NONE) << "aspects are apart";
-    endEditCP(chosen, Switch::ParentsFieldMask);
+    EXPECT_EQ(choiceThere(), Switch::NONE) << "aspects are apart";
+    endEditCP(chosen.get(), Switch::ParentsFieldMask);
     changes->applyTo(1);
-    EXPECT_EQ(visitIn(1, chosen).choice, Switch::NONE) << "another field was marked";
-    endEditCP(chosen, Switch::ChoiceFieldMask);
+    EXPECT_EQ(choiceThere(), Switch::NONE) << "another field was marked";
+    endEditCP(chosen.get(), Switch::ChoiceFieldMask);
     changes->applyTo(0);
     EXPECT_EQ(changes->sizeChanged(), 1u) << "its own aspect: nothing happens";
+    setName(node.get(), "named");
+    parts->setTranslation(Vec3f(1, 2, 3));
+    endEditCP(parts.get(), ComponentTransform::TranslationFieldMask);
+    map->setAttribute("key", "value");
+    endEditCP(map.get());
     changes->applyTo(1);
-    EXPECT_EQ(visitIn(1, chosen).choice, 3);
     EXPECT_TRUE(changes->empty());
-    subRefCP(chosen);
+    EXPECT_EQ(choiceThere(), 3);
+    inAspect(1, [&] {
+        EXPECT_STREQ(getName(node.get()), "named");
+        EXPECT_EQ(parts->getMatrix()[3][1], 2.f) << "put together there";
+        EXPECT_EQ(map->getAttribute("key"), "value");
+    });
+    setName(node.get(), static_cast<const char*>(nullptr));
+    changes->applyTo(1);
+    inAspect(1, [&] { EXPECT_EQ(getName(node.get()), nullptr); });
 }
 
 TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) {
@@ -255,23 +271,22 @@ TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
     setName(first.get(), "first");
     for (const NodePtr& node : {first.get(), second.get()})
         endEditCP(node, FieldBits::AllFields);
-    changes->applyTo(1);
+    const auto countOfCore = [&] {
+        changes->applyTo(1);
+        return core.get().getRefCount();
+    };
+    EXPECT_EQ(countOfCore(), 6u) << "two handles and two nodes, in two aspects";
     const UInt32 kept = second.get().getRefCount();
-    EXPECT_EQ(core.get().getRefCount(), 6u) << "two handles and two nodes, in two aspects";
-
     NodePtr copy = NodePtr::dcast(first->shallowCopy()); // in both aspects
     EXPECT_EQ(core.get().getRefCount(), 8u);
-    changes->applyTo(1);
-    EXPECT_EQ(core.get().getRefCount(), 8u);
+    EXPECT_EQ(countOfCore(), 8u);
     subRefCP(copy);
-    changes->applyTo(1);
-    EXPECT_EQ(core.get().getRefCount(), 6u);
+    EXPECT_EQ(countOfCore(), 6u);
     NodePtr dying = first.get();
     first = NullFC;
     subRefCP(dying); // the reference that the list repeated
     EXPECT_EQ(core.get().getRefCount(), 4u);
-    changes->applyTo(1);
-    EXPECT_EQ(core.get().getRefCount(), 4u) << "the other node shows it in both aspects";
+    EXPECT_EQ(countOfCore(), 4u) << "the other node shows it in both aspects";
     EXPECT_EQ(second.get().getRefCount(), kept);
     core = NullFC;
     changes->applyTo(1);
@@ -279,14 +294,14 @@ TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
     subRefCP(second.get());
 }
 
-TEST(Log, ShowsNoticesAndWhatIsGraverByDefault) {
+TEST(Log, ShowsWarningsAndWhatIsGraverByDefault) {
     const morva_test::stream_capture out(std::cerr);
     SWARNING << "w " << 1 << endLog;
-    PNOTICE << "n" << endLog;
-    SINFO << "i" << endLog;
-    FNOTICE(("%s %d\n", "n", 2));
-    FINFO(("i\n"));
-    EXPECT_EQ(out.text(), "WARNING:  w 1\nn\nNOTICE:  n 2\n");
+    PFATAL << "f" << endLog;
+    SNOTICE << "n" << endLog;
+    FWARNING(("%s %d\n", "w", 2));
+    FNOTICE(("n\n"));
+    EXPECT_EQ(out.text(), "WARNING:  w 1\nf\nWARNING:  w 2\n");
     EXPECT_TRUE(osgLog().checkModule("any"));
 }
 

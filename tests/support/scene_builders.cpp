@@ -29,10 +29,10 @@ float quarter(std::mt19937& rng, unsigned steps, float from = 0.0F) {
 
 /// A property with these values; null if there are none.
 template <typename Property, typename Value>
-typename Property::Ptr propertyOf(const std::vector<Value>& values) {
+typename Property::PtrType propertyOf(const std::vector<Value>& values) {
     if (values.empty())
         return ::osg::NullFC;
-    const typename Property::Ptr property = Property::create();
+    const typename Property::PtrType property = Property::create();
     property->editField().reserve(values.size());
     for (const Value& value : values)
         property->editField().push_back(value);

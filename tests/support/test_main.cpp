@@ -1,6 +1,10 @@
-// The main function of the test programs. A test that leaves containers behind has failed.
+// The main function of the test programs. Containers can't be made before the scene graph runs, and
+// a test that leaves some behind has failed.
 
 #include <gtest/gtest.h>
+
+#include <OpenSG/OSGBaseFunctions.h>
+#include <OpenSG/OSGConfig.h>
 
 #include "tests/support/live_containers.h"
 
@@ -25,5 +29,5 @@ class stray_listener : public testing::EmptyTestEventListener {
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
     testing::UnitTest::GetInstance()->listeners().Append(new stray_listener);
-    return RUN_ALL_TESTS();
+    return ::osg::osgInit(argc, argv) ? RUN_ALL_TESTS() : 1;
 }

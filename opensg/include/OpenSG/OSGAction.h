@@ -94,8 +94,9 @@ class OSG_BASE_DLLMAPPING Action {
 typedef TypedFunctor1Base<Action::ResultE, NodePtr> TraverseEnterFunctor;
 typedef TypedFunctor2Base<Action::ResultE, NodePtr, Action::ResultE> TraverseLeaveFunctor;
 
-/// Calls `enter` with every node at and below `root`, whatever the masks, with an action's rules
-/// for Skip and Quit; `leave` gets what has become of the node's children.
+/// Calls `enter` with every node at and below `root`, whatever the masks. Skip passes over the
+/// children, Quit ends the walk. `leave` is called for every node that was entered, also after
+/// Skip: with Quit if the walk ends, else with Continue.
 OSG_BASE_DLLMAPPING Action::ResultE traverse(NodePtr root, const TraverseEnterFunctor& enter);
 OSG_BASE_DLLMAPPING Action::ResultE traverse(NodePtr root, const TraverseEnterFunctor& enter,
                                              const TraverseLeaveFunctor& leave);

@@ -12,7 +12,7 @@ OSG_BEGIN_NAMESPACE
 class AttachmentContainer;
 class Attachment;
 typedef FCPtr<FieldContainerPtr, AttachmentContainer> AttachmentContainerPtr;
-typedef FCPtr<AttachmentContainerPtr, Attachment> AttachmentPtr;
+typedef FCPtr<FieldContainerPtr, Attachment> AttachmentPtr;
 typedef RefPtr<AttachmentContainerPtr> AttachmentContainerRefPtr;
 typedef RefPtr<AttachmentPtr> AttachmentRefPtr;
 
@@ -50,6 +50,7 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<AttachmentMap>
     static const DataType& getType();
     static const Char8* getSName() { return "SFAttachmentMap"; }
     static const Char8* getMName() { return "MFAttachmentMap"; }
+    enum { StringConvertable = ToStringConvertable };
     static bool getFromString(AttachmentMap&, const Char8*&) { return false; }
     static void putToString(const AttachmentMap& value, std::string& text) {
         text = std::to_string(value.size());
@@ -62,11 +63,13 @@ typedef SField<AttachmentMap> SFAttachmentMap;
 
 /// A container that can carry attachments, names among them.
 class OSG_BASE_DLLMAPPING AttachmentContainer : public FieldContainer {
-    OSG_CONTAINER_DECL_ABSTRACT(AttachmentContainer, FieldContainer, AttachmentContainerPtr)
+    OSG_CONTAINER_DECL_BASE(AttachmentContainer, FieldContainer)
   public:
     OSG_FIELD(Attachments, 1)
 
-    /// Replaces an attachment of the same group and binding. Null is ignored.
+    /// Replaces an attachment of the same group and binding. Null is ignored. This and
+    /// subAttachment enter the change of the attachment's parents in the thread's change list; that
+    /// of this container is for the caller to enter.
     void addAttachment(const AttachmentPtr& attachment, UInt16 binding = 0);
     /// Nothing unless the attachment stands under its group and this binding.
     void subAttachment(const AttachmentPtr& attachment, UInt16 binding = 0);
@@ -85,12 +88,10 @@ class OSG_BASE_DLLMAPPING AttachmentContainer : public FieldContainer {
     SFAttachmentMap _sfAttachments;
 };
 
-/// What can hang on a container. Knows its parents without referencing them.
-///
-/// The parents field shares its bit with the attachments field of the base class, so that a
-/// derived class's first own field has number 3.
-class OSG_BASE_DLLMAPPING Attachment : public AttachmentContainer {
-    OSG_CONTAINER_DECL_ABSTRACT(Attachment, AttachmentContainer, AttachmentPtr)
+/// What can hang on a container. Knows its parents without referencing them. Carries no
+/// attachments itself, and so no name.
+class OSG_BASE_DLLMAPPING Attachment : public FieldContainer {
+    OSG_CONTAINER_DECL_BASE(Attachment, FieldContainer)
   public:
     OSG_FIELD(Parents, 1)
     OSG_FIELD(Internal, 2)
@@ -111,8 +112,7 @@ class OSG_BASE_DLLMAPPING Attachment : public AttachmentContainer {
   protected:
     Attachment() = default;
     /// A copy starts without parents.
-    Attachment(const Attachment& other)
-        : AttachmentContainer(other), _sfInternal(other._sfInternal) {}
+    Attachment(const Attachment& other) : FieldContainer(other), _sfInternal(other._sfInternal) {}
 
   private:
     MFFieldContainerPtr _mfParents;

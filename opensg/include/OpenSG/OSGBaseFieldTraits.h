@@ -8,7 +8,7 @@
 #include "OSGFieldContainerPtr.h"
 #include "OSGFieldDataType.h"
 #include "OSGMatrix.h"
-#include "OSGQuaternion.h"
+#include "OSGQuaternionBase.h"
 #include "OSGVector.h"
 
 #include <string>
@@ -18,8 +18,11 @@ OSG_BEGIN_NAMESPACE
 // Text of numbers and back; defined in OSGBaseFieldTraits.cpp.
 OSG_BASE_DLLMAPPING void osgPutReals(const Real64* values, UInt32 count, const Char8* separator,
                                      std::string& text);
-/// Reads up to `count` numbers, skipping what stands between them; how many were read.
+/// Reads `count` numbers, a word each, between blanks and commas. A word that starts with no number
+/// is 0, a missing one too. Returns how many words there were.
 OSG_BASE_DLLMAPPING UInt32 osgGetReals(Real64* values, UInt32 count, const Char8*& text);
+/// A word as a whole number, negative ones as their complement; 0 for none.
+OSG_BASE_DLLMAPPING UInt64 osgGetInteger(const Char8*& text);
 
 /// Elements made of N numbers of type C, side by side.
 template <class T, class C, UInt32 N>
@@ -28,7 +31,7 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
         Real64 numbers[N];
         const UInt32 found = osgGetReals(numbers, N, text);
         C* components = reinterpret_cast<C*>(&out);
-        for (UInt32 i = 0; i < found; ++i)
+        for (UInt32 i = 0; i < N; ++i)
             components[i] = osgLimitedCast<C>(numbers[i]);
         return found == N;
     }
@@ -50,6 +53,7 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
         }                                                                                          \
         static const Char8* getSName() { return "SF" NAME; }                                       \
         static const Char8* getMName() { return "MF" NAME; }                                       \
+        enum { StringConvertable = ToStringConvertable | FromStringConvertable };                  \
         static void putToString(const TYPE& value, std::string& text) {                            \
             putNumbers(value, SEPARATOR, text);                                                    \
         }                                                                                          \
@@ -78,8 +82,6 @@ OSG_NUMBERS_TRAITS(Color3f, Real32, 3, "Color3f", " ")
 OSG_NUMBERS_TRAITS(Color4f, Real32, 4, "Color4f", " ")
 OSG_NUMBERS_TRAITS(Color3ub, UInt8, 3, "Color3ub", " ")
 OSG_NUMBERS_TRAITS(Color4ub, UInt8, 4, "Color4ub", " ")
-OSG_NUMBERS_TRAITS(Matrix, Real32, 16, "Matrix", " ")
-OSG_NUMBERS_TRAITS(Quaternion, Real32, 4, "Quaternion", " ")
 #undef OSG_NUMBERS_TRAITS
 
 #define OSG_INTEGER_TRAITS(TYPE, NAME)                                                             \
@@ -90,11 +92,9 @@ OSG_NUMBERS_TRAITS(Quaternion, Real32, 4, "Quaternion", " ")
         }                                                                                          \
         static const Char8* getSName() { return "SF" NAME; }                                       \
         static const Char8* getMName() { return "MF" NAME; }                                       \
+        enum { StringConvertable = ToStringConvertable | FromStringConvertable };                  \
         static bool getFromString(TYPE& out, const Char8*& text) {                                 \
-            Real64 number = 0;                                                                     \
-            if (osgGetReals(&number, 1, text) == 0)                                                \
-                return false;                                                                      \
-            out = osgLimitedCast<TYPE>(number);                                                    \
+            out = static_cast<TYPE>(osgGetInteger(text)); /* wraps */                              \
             return true;                                                                           \
         }                                                                                          \
         static void putToString(const TYPE& value, std::string& text) {                            \
@@ -112,10 +112,36 @@ OSG_INTEGER_TRAITS(Int64, "Int64")
 OSG_INTEGER_TRAITS(UInt64, "UInt64")
 #undef OSG_INTEGER_TRAITS
 
+/// Row by row, so that the translation is every fourth number; in memory column by column.
+template <>
+struct OSG_BASE_DLLMAPPING FieldDataTraits<Matrix>
+    : public FieldTraitsNumbersBase<Matrix, Real32, 16> {
+    static const DataType& getType();
+    static const Char8* getSName() { return "SFMatrix"; }
+    static const Char8* getMName() { return "MFMatrix"; }
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    static bool getFromString(Matrix& out, const Char8*& text);
+    static void putToString(const Matrix& value, std::string& text);
+};
+
+/// As axis and angle in radians.
+template <>
+struct OSG_BASE_DLLMAPPING FieldDataTraits<QuaternionBase<Real32>>
+    : public FieldTraitsNumbersBase<QuaternionBase<Real32>, Real32, 4> {
+    static const DataType& getType();
+    static const Char8* getSName() { return "SFQuaternion"; }
+    static const Char8* getMName() { return "MFQuaternion"; }
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    static bool getFromString(QuaternionBase<Real32>& out, const Char8*& text);
+    static void putToString(const QuaternionBase<Real32>& value, std::string& text);
+};
+
 template <> struct OSG_BASE_DLLMAPPING FieldDataTraits<bool> : public FieldTraitsRecurseBase<bool> {
     static const DataType& getType();
     static const Char8* getSName() { return "SFBool"; }
     static const Char8* getMName() { return "MFBool"; }
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    /// True or false, in capitals or not; the value stays as it is for anything else.
     static bool getFromString(bool& out, const Char8*& text);
     static void putToString(const bool& value, std::string& text);
     static UInt32 getBinSize(const bool&) { return 1; }
@@ -129,7 +155,8 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<std::string>
     static const DataType& getType();
     static const Char8* getSName() { return "SFString"; }
     static const Char8* getMName() { return "MFString"; }
-    /// In double quotes; a backslash stands before an inner quote or backslash.
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    /// Written in double quotes, with nothing escaped; read as it stands, quotes included.
     static bool getFromString(std::string& out, const Char8*& text);
     static void putToString(const std::string& value, std::string& text);
     static UInt32 getBinSize(const std::string& value);
@@ -152,6 +179,7 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<DynamicVolume>
     static const DataType& getType();
     static const Char8* getSName() { return "SFDynamicVolume"; }
     static const Char8* getMName() { return "MFDynamicVolume"; }
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
     static bool getFromString(DynamicVolume& out, const Char8*& text);
     static void putToString(const DynamicVolume& value, std::string& text);
 };
@@ -173,14 +201,15 @@ struct FieldDataTraits<FCPtr<BasePtr, FC>> : public FieldTraitsRecurseBase<FCPtr
     }
     static const Char8* getSName() { return osgInternName("SF" + baseName()); }
     static const Char8* getMName() { return osgInternName("MF" + baseName()); }
+    enum { StringConvertable = Base::ToStringConvertable };
     static bool getFromString(Pointer&, const Char8*&) { return false; }
     static void putToString(const Pointer& value, std::string& text) {
-        text = std::to_string(value.getFieldContainerId());
+        text = std::to_string(osgIdOrZero(value));
     }
     static UInt32 getBinSize(const Pointer&) { return sizeof(UInt32); }
     static UInt32 getBinSize(const Pointer*, UInt32 count) { return count * sizeof(UInt32); }
     static void copyToBin(BinaryDataHandler& out, const Pointer& value) {
-        out.putValue(value.getFieldContainerId());
+        out.putValue(osgIdOrZero(value));
     }
     static void copyToBin(BinaryDataHandler& out, const Pointer* values, UInt32 count) {
         Base::copyToBin(out, values, count);
@@ -201,16 +230,17 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<FieldContainerPtr>
     static const DataType& getType();
     static const Char8* getSName() { return "SFFieldContainerPtr"; }
     static const Char8* getMName() { return "MFFieldContainerPtr"; }
+    enum { StringConvertable = ToStringConvertable };
     static bool getFromString(FieldContainerPtr&, const Char8*&) { return false; }
     static void putToString(const FieldContainerPtr& value, std::string& text) {
-        text = std::to_string(value.getFieldContainerId());
+        text = std::to_string(osgIdOrZero(value));
     }
     static UInt32 getBinSize(const FieldContainerPtr&) { return sizeof(UInt32); }
     static UInt32 getBinSize(const FieldContainerPtr*, UInt32 count) {
         return count * UInt32(sizeof(UInt32));
     }
     static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr& value) {
-        out.putValue(value.getFieldContainerId());
+        out.putValue(osgIdOrZero(value));
     }
     static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr* values, UInt32 count) {
         FieldTraitsRecurseBase<FieldContainerPtr>::copyToBin(out, values, count);

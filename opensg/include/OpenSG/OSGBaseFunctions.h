@@ -14,7 +14,11 @@ inline constexpr Real32 Inf = 1e30f; ///< finite, but beyond every scene
 inline constexpr Real32 NegInf = -1e30f;
 
 /// Starts the scene graph. Containers work before it too; a later call changes nothing.
-OSG_BASE_DLLMAPPING bool osgInit(Int32 argc, Char8** argv, UInt16 major = 1, UInt16 minor = 8);
+OSG_BASE_DLLMAPPING bool osgInit(Int32 argc, Char8** argv, UInt16 major = 1, UInt16 minor = 8,
+                                 UInt16 release = 0, bool debug = false, bool dll = true,
+                                 bool mt = true);
+/// Whether osgInit has been called.
+OSG_BASE_DLLMAPPING bool osgIsInitialized();
 /// Ends it. Named threads that still run are waited for.
 OSG_BASE_DLLMAPPING bool osgExit();
 

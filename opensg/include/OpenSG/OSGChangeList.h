@@ -49,15 +49,18 @@ class OSG_BASE_DLLMAPPING ChangeList {
     UInt32 getAspect() const { return _aspect; }
     void setAspect(UInt32 aspect) { _aspect = aspect; }
     void setReadOnly(bool readOnly);
-    /// Lists made from now on record. Before osgInit, for the application thread's list too.
+    /// Lists made from now on record; before osgInit the calling thread's too, later that one stays
+    /// as it is, with a warning.
     static void setReadWriteDefault(bool readWrite = true);
 
-    /// Copies the changed fields from this list's aspect to `aspect` and repeats the reference
-    /// changes; nothing for the same aspect.
+    /// Copies the changed fields from this list's aspect to `aspect`, tells the containers there,
+    /// repeats the reference changes and clears the list. Nothing, with a warning, for the list's
+    /// own aspect.
     void applyTo(UInt32 aspect);
     void applyToCurrent();
-    void apply(bool clear = false);
-    void applyAndClear() { apply(true); }
+    /// Like applyToCurrent, but keeps the entries.
+    void apply();
+    void applyAndClear() { applyToCurrent(); }
     void dump() const;
 
   private:

@@ -25,8 +25,10 @@ class OSG_BASE_DLLMAPPING ChunkMaterial : public Material {
     bool subChunk(const StateChunkPtr& chunk, Int32 slot = State::AutoSlotReplace);
     /// Index, or -1.
     Int32 find(const StateChunkPtr& chunk) const;
-    /// The first chunk of exactly this type in this slot, or null.
+    /// The first chunk of exactly this type, in this slot unless it is AutoSlotReplace, or null. A
+    /// chunk without a slot of its own counts as being in the one of its number among its type.
     StateChunkPtr find(const FieldContainerType& type, Int32 slot = State::AutoSlotReplace) const;
+    /// Drops the chunks; the slots stay, and chunks that are added later fall into them.
     void clearChunks();
 
     const MFStateChunkPtr& getChunks() const { return _mfChunks; }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "OSGQuaternion.h"
+#include "OSGSFVecTypes.h"
 #include "OSGTransform.h"
 
 OSG_BEGIN_NAMESPACE
@@ -36,6 +38,8 @@ class OSG_BASE_DLLMAPPING ComponentTransform : public Transform {
     ComponentTransform(const ComponentTransform&) = default;
 
   private:
+    using Transform::setMatrix; // the parts would overwrite it; a TransformPtr still reaches it
+
     SFVec3f _sfCenter;
     SFQuaternion _sfRotation;
     SFVec3f _sfScale{Vec3f(1.f, 1.f, 1.f)};

@@ -23,11 +23,12 @@ class OSG_BASE_DLLMAPPING CubeTextureChunk : public TextureChunk {
     const ImagePtr& getNegXImage() const { return _sfNegXImage.getValue(); }
     const ImagePtr& getPosYImage() const { return _sfPosYImage.getValue(); }
     const ImagePtr& getNegYImage() const { return _sfNegYImage.getValue(); }
-    void setPosZImage(const ImagePtr& image) { _sfPosZImage.set(image); }
-    void setPosXImage(const ImagePtr& image) { _sfPosXImage.set(image); }
-    void setNegXImage(const ImagePtr& image) { _sfNegXImage.set(image); }
-    void setPosYImage(const ImagePtr& image) { _sfPosYImage.set(image); }
-    void setNegYImage(const ImagePtr& image) { _sfNegYImage.set(image); }
+    // Of a named variable: neither a temporary nor a constant.
+    void setPosZImage(ImagePtr& image) { _sfPosZImage.set(image); }
+    void setPosXImage(ImagePtr& image) { _sfPosXImage.set(image); }
+    void setNegXImage(ImagePtr& image) { _sfNegXImage.set(image); }
+    void setPosYImage(ImagePtr& image) { _sfPosYImage.set(image); }
+    void setNegYImage(ImagePtr& image) { _sfNegYImage.set(image); }
 
     OSG_VALUE_FIELD(SFBool, IsReflectionMap, 45, true)
 

@@ -28,7 +28,7 @@ class OSG_BASE_DLLMAPPING DistanceLOD : public Group {
     DistanceLOD(const DistanceLOD&) = default;
 
   private:
-    SFPnt3f _sfCenter;
+    SField<Pnt3f> _sfCenter;
     MFReal32 _mfRange;
 };
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "OSGBoxVolume.h"
+#include "OSGBoxShape.h"
 #include "OSGSphereVolume.h"
 
 #include <ostream>
@@ -44,8 +44,8 @@ class OSG_BASE_DLLMAPPING DynamicVolume : public Volume {
 
   private:
     Type _type;
-    BoxVolume _box;       ///< the instance of a BOX_VOLUME
-    SphereVolume _sphere; ///< the instance of a SPHERE_VOLUME
+    shapes::BoxVolume _box; ///< the instance of a BOX_VOLUME
+    SphereVolume _sphere;   ///< the instance of a SPHERE_VOLUME
 };
 
 OSG_BASE_DLLMAPPING std::ostream& operator<<(std::ostream& out, const DynamicVolume& volume);

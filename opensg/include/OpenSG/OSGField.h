@@ -27,7 +27,7 @@ class OSG_BASE_DLLMAPPING Field {
     /// change list repeats the counting.
     virtual void syncFrom(const Field& other) { setAbstrValue(other); }
     /// Exact equality of type, count and values. Pointers are equal if they are one container.
-    virtual bool equals(const Field& other) const = 0;
+    virtual bool hasValuesOf(const Field& other) const = 0;
 
     virtual void pushValueByStr(const Char8* text) = 0;
     virtual std::string& getValueByStr(std::string& text) const = 0;

@@ -29,10 +29,14 @@ class BinaryDataHandler;
 class Field;
 class FieldContainerType;
 
+/// Entry i: the set of the one field i.
+struct field_masks {
+    BitVector of[64];
+};
+extern OSG_BASE_DLLMAPPING const field_masks osgFieldMasks;
+
 class OSG_BASE_DLLMAPPING FieldContainer {
   public:
-    typedef FieldContainerPtr Ptr;
-
     static FieldContainerType& getClassType();
 
     virtual FieldContainerType& getType() = 0;
@@ -51,8 +55,6 @@ class OSG_BASE_DLLMAPPING FieldContainer {
 
     /// Called after an edit of `which`, in the aspect of the editing thread.
     virtual void changed(BitVector which, UInt32 origin);
-    /// Copies the fields `which` of another aspect's copy.
-    virtual void executeSync(FieldContainer& other, const BitVector& which);
 
     /// Binary form of the fields `which`. Called for a certain class (`Attachment::copyToBin(...)`)
     /// each of the three deals with the fields of that class and its bases alone.
@@ -63,10 +65,13 @@ class OSG_BASE_DLLMAPPING FieldContainer {
 
     /// Which of the container's copies this object is.
     UInt32 getAspectIndex() const { return _aspectIndex; }
-    /// The container that this object is a copy of; valid in constructors and destructors too.
-    FieldContainerPtr getUntypedPtr() const;
 
   protected:
+    /// The container that this object is a copy of; valid in constructors and destructors too.
+    FieldContainerPtr getUntypedPtr() const;
+    /// Copies the fields `which` of another aspect's copy.
+    virtual void executeSync(FieldContainer& other, const BitVector& which);
+
     FieldContainer();
     FieldContainer(const FieldContainer&) : FieldContainer() {}
     FieldContainer& operator=(const FieldContainer&) = delete;
@@ -83,7 +88,9 @@ class OSG_BASE_DLLMAPPING FieldContainer {
     UInt32 _aspectIndex;
     UInt32 _bytes; ///< size of one copy
 
+    friend class ChangeList;
     friend class ContainerAllocator;
+    friend class FieldContainerPtr;
 };
 
 /// Makes and destroys containers. The one place that knows the layout of a block.
@@ -97,8 +104,8 @@ class OSG_BASE_DLLMAPPING ContainerAllocator {
                                   const FieldContainerPtr& source);
     static void destroy(const FieldContainerPtrBase& container);
 
-    template <class T> static typename T::Ptr makeNew() {
-        return T::Ptr::ofKnownClass(make(sizeof(T), &constructNew<T>, FieldContainerPtr()));
+    template <class T, class TypedPtr> static TypedPtr makeNew() {
+        return TypedPtr::ofKnownClass(make(sizeof(T), &constructNew<T>, FieldContainerPtr()));
     }
     template <class T> static FieldContainerPtr makeCopy(const T& source) {
         return make(sizeof(T), &constructCopy<T>, FieldContainerPtr(source));
@@ -127,11 +134,10 @@ template <class C> struct ContainerClassName<C, std::void_t<typename C::Property
     static const Char8* of(const Char8*) { return C::PropertyDesc::getTypeName(); }
 };
 
-#define OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                            \
+/// Without a name for the pointer: attachment containers, attachments, node cores.
+#define OSG_CONTAINER_DECL_BASE(CLASS, PARENT)                                                     \
   public:                                                                                          \
     typedef PARENT Inherited;                                                                      \
-    typedef PTR Ptr;                                                                               \
-    typedef PTR PtrType;                                                                           \
     static const OSG::Char8* getClassName() { return OSG::ContainerClassName<CLASS>::of(#CLASS); } \
     static OSG::FieldContainerType& getClassType();                                                \
     static OSG::UInt32 getClassTypeId() { return getClassType().getId(); }                         \
@@ -149,22 +155,32 @@ template <class C> struct ContainerClassName<C, std::void_t<typename C::Property
         this->fieldsFromBin(getClassType(), in, which);                                            \
     }
 
-#define OSG_CONTAINER_DECL(CLASS, PARENT, PTR)                                                     \
-    OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                                \
-    static PTR create() { return OSG::ContainerAllocator::makeNew<CLASS>(); }                      \
-    static PTR createEmpty() { return OSG::ContainerAllocator::makeNew<CLASS>(); }                 \
+#define OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                            \
+    OSG_CONTAINER_DECL_BASE(CLASS, PARENT)                                                         \
+    typedef PTR Ptr;
+
+/// What every class that can be made has; the pointer's name is up to the class.
+#define OSG_CONTAINER_MAKERS(CLASS, PTR)                                                           \
+    static PTR create() { return OSG::ContainerAllocator::makeNew<CLASS, PTR>(); }                 \
+    static PTR createEmpty() { return create(); }                                                  \
     static OSG::FieldContainerPtr createUntyped() { return create(); }                             \
     OSG::FieldContainerPtr shallowCopy() const override {                                          \
         return OSG::ContainerAllocator::makeCopy<CLASS>(*this);                                    \
     }                                                                                              \
-    PTR getPtr() const { return PTR(*this); }                                                      \
                                                                                                    \
   protected:                                                                                       \
     friend class OSG::ContainerAllocator;
 
+#define OSG_CONTAINER_DECL(CLASS, PARENT, PTR)                                                     \
+    OSG_CONTAINER_DECL_ABSTRACT(CLASS, PARENT, PTR)                                                \
+    OSG_CONTAINER_MAKERS(CLASS, PTR)                                                               \
+    PTR getPtr() const { return PTR(*this); }
+
+// Masks are constants at run time alone: `case`, `constexpr` and template arguments reject them, as
+// they do where masks are defined out of sight.
 #define OSG_FIELD(NAME, ID)                                                                        \
     static constexpr OSG::UInt32 NAME##FieldId = ID;                                               \
-    static constexpr OSG::BitVector NAME##FieldMask = OSG::BitVector(1) << ID;
+    inline static const OSG::BitVector& NAME##FieldMask = OSG::osgFieldMasks.of[ID];
 
 template <class C, class F, F C::*member> Field* fieldOfContainer(FieldContainer& container) {
     return &(static_cast<C&>(container).*member);

@@ -17,6 +17,7 @@
 #include "OSGConfig.h"
 
 #include <atomic>
+#include <cassert>
 #include <iosfwd>
 #include <type_traits>
 
@@ -73,7 +74,11 @@ class OSG_BASE_DLLMAPPING FieldContainerPtrBase {
     UInt32 getRefCount() const {
         return _store ? static_cast<UInt32>(head().references.load(std::memory_order_relaxed)) : 0;
     }
-    UInt32 getFieldContainerId() const { return _id; }
+    /// Not of null: there is no container to ask.
+    UInt32 getFieldContainerId() const {
+        assert(_store != nullptr);
+        return _id;
+    }
     UInt16 getContainerSize() const { return _size; }
     UInt16 getParentFieldPos() const { return _parentPos; }
     void setParentFieldPos(UInt16 position) { _parentPos = position; }
@@ -180,7 +185,8 @@ OSG_BASE_DLLMAPPING void clearRefCP(FieldContainerPtrBase& target);
 OSG_BASE_DLLMAPPING void beginEditCP(const FieldContainerPtr& container,
                                      BitVector which = FieldBits::AllFields,
                                      UInt32 origin = ChangedOrigin::External);
-/// Enters the change in the thread's change list and notifies the container.
+/// Enters the change in the thread's change list, then notifies the container; changedCP only
+/// notifies, endEditNotChangedCP only enters. Null is accepted.
 OSG_BASE_DLLMAPPING void endEditCP(const FieldContainerPtr& container,
                                    BitVector which = FieldBits::AllFields,
                                    UInt32 origin = ChangedOrigin::External);
@@ -214,6 +220,10 @@ template <class OutPtr, class InPtr> OutPtr dynamic_fcptr_cast(const InPtr& in) 
 }
 template <class Ptr> auto getCPtr(const Ptr& pointer) { return pointer.getCPtr(); }
 inline UInt32 getRefCount(const FieldContainerPtrBase& pointer) { return pointer.getRefCount(); }
+/// 0 for null; numbers of containers start at 1.
+inline UInt32 osgIdOrZero(const FieldContainerPtrBase& pointer) {
+    return pointer == NullFC ? 0 : pointer.getFieldContainerId();
+}
 inline UInt32 getContainerId(const FieldContainerPtrBase& pointer) {
     return pointer.getFieldContainerId();
 }

@@ -34,18 +34,22 @@ OSG_SYSTEMLIB_DLLMAPPING UInt32 calcPrimitiveCount(GeometryPtr geometry, UInt32&
                                                    UInt32& line, UInt32& point);
 
 /// Lets vertices whose stored bytes are equal share the index that comes first: per entry of the
-/// mapping, or over all properties if the mapping is empty. A missing index is made, 0, 1, 2, ...
+/// mapping, or over all properties if the mapping is empty. A missing index is made, 0, 1, 2, ...,
+/// and the mapping cleared then.
 /// Properties keep their length. One that is too short for both of two vertices does not tell them
 /// apart; vertices that no property has stay as they are.
 ///
-/// returns  how many indices were changed; -1 for null
+/// returns  how many indices the last entry of the mapping changed, whatever the ones in front of
+///          it did; -1, with a fatal line, for null
 OSG_SYSTEMLIB_DLLMAPPING Int32 createSharedIndex(GeometryPtr geometry);
 
 /// Gives each distinct tuple of indices one number, by first use, and rewrites every mapped
 /// property to one entry per number; one mapping entry with all bits is left. Properties that
-/// other geometries use too are copied first. With an empty mapping only a missing index is made.
+/// other geometries use too are copied first, whatever comes of it. A missing index is made and the
+/// mapping cleared then; with an empty mapping nothing else happens, nor with empty indices.
 ///
-/// returns  how many tuples there are; 0 with an empty mapping, -1 for null
+/// returns  how many tuples there are; 0 with an empty mapping and, with a warning, for a mapping
+///          over empty indices; -1, with a fatal line, for null
 OSG_SYSTEMLIB_DLLMAPPING Int32 createSingleIndex(GeometryPtr geometry);
 
 /// Turns the triangles into strips and fans and one run of lone triangles. The set of triangles

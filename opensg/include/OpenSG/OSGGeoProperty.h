@@ -9,7 +9,7 @@
 //     GeoColors               Color3f        3f 4f 3ub 4ub
 //     GeoTexCoords            Vec2f          1f 2f 3f 4f 1d 2d 3d 4d
 //     GeoIndices              UInt32         UI32 UI16
-//     GeoPTypes               UInt32         UI8 UI16 UI32
+//     GeoPTypes               UInt8          UI8
 //     GeoPLengths             UInt32         UI32 UI16 UI8
 //
 // A property may be shared by several geometries; its parents list knows them.
@@ -44,8 +44,8 @@ template <class RoleDesc>
 class AbstractGeoProperty : public Attachment, public GeoPropertyArrayInterface {
   public:
     typedef FCPtr<AttachmentPtr, AbstractGeoProperty> RolePtr;
-    OSG_CONTAINER_DECL_ABSTRACT(AbstractGeoProperty, Attachment, RolePtr)
-  public:
+    OSG_CONTAINER_DECL_BASE(AbstractGeoProperty, Attachment)
+    typedef RolePtr PtrType;
     typedef RoleDesc PropertyDesc;
     typedef typename RoleDesc::GenericType GenericType;
     using GeoPropertyArrayInterface::clear;
@@ -56,8 +56,6 @@ class AbstractGeoProperty : public Attachment, public GeoPropertyArrayInterface 
     virtual void setValue(const GenericType& value, UInt32 index) = 0;
     virtual void addValue(const GenericType& value) = 0;
     void push_back(const GenericType& value) { addValue(value); }
-    /// False if the place is beyond the end.
-    virtual bool insertValue(const GenericType& value, UInt32 index) = 0;
     /// Deep copy without parents.
     virtual RolePtr clone() const = 0;
 
@@ -73,7 +71,9 @@ template <class Desc> class GeoProperty : public AbstractGeoProperty<typename De
   public:
     typedef AbstractGeoProperty<typename Desc::RoleDesc> Role;
     typedef FCPtr<typename Role::RolePtr, GeoProperty> FormPtr;
-    OSG_CONTAINER_DECL(GeoProperty, Role, FormPtr)
+    OSG_CONTAINER_DECL_BASE(GeoProperty, Role)
+    typedef FormPtr PtrType;
+    OSG_CONTAINER_MAKERS(GeoProperty, FormPtr)
   public:
     typedef typename Role::GenericType GenericType;
     typedef typename Desc::StoredType StoredType;
@@ -111,7 +111,8 @@ template <class Desc> class GeoProperty : public AbstractGeoProperty<typename De
     void addValue(const GenericType& value) override {
         _mfGeoPropData.push_back(Desc::toStored(value));
     }
-    bool insertValue(const GenericType& value, UInt32 index) override {
+    /// False if the place is beyond the end.
+    bool insertValue(const GenericType& value, UInt32 index) {
         if (index > getSize())
             return false;
         _mfGeoPropData.insert(_mfGeoPropData.begin() + index, Desc::toStored(value));
@@ -149,7 +150,7 @@ OSG_GEO_ROLE(GeoNormals, Vec3f)
 OSG_GEO_ROLE(GeoColors, Color3f)
 OSG_GEO_ROLE(GeoTexCoords, Vec2f)
 OSG_GEO_ROLE(GeoIndices, UInt32)
-OSG_GEO_ROLE(GeoPTypes, UInt32)
+OSG_GEO_ROLE(GeoPTypes, UInt8)
 OSG_GEO_ROLE(GeoPLengths, UInt32)
 #undef OSG_GEO_ROLE
 
@@ -239,6 +240,10 @@ template <class Real> struct GeoTexCoord1Conversion {
     static Real toStored(const Vec2f& value) { return static_cast<Real>(value[0]); }
 };
 
+struct GeoByteConversion {
+    static UInt8 toGeneric(UInt8 stored) { return stored; }
+    static UInt8 toStored(UInt8 value) { return value; }
+};
 template <class Stored> struct GeoIntegerConversion {
     static UInt32 toGeneric(Stored stored) { return stored; }
     static Stored toStored(UInt32 value) { return static_cast<Stored>(value); }
@@ -287,9 +292,7 @@ template <class Stored> struct GeoIntegerConversion {
     FORM(GeoTexCoords4d, GeoTexCoords, Vec4d, GL_DOUBLE, 4, GeoTexCoordConversion<Vec4d>)          \
     FORM(GeoIndicesUI32, GeoIndices, UInt32, GL_UNSIGNED_INT, 1, GeoIntegerConversion<UInt32>)     \
     FORM(GeoIndicesUI16, GeoIndices, UInt16, GL_UNSIGNED_SHORT, 1, GeoIntegerConversion<UInt16>)   \
-    FORM(GeoPTypesUI8, GeoPTypes, UInt8, GL_UNSIGNED_BYTE, 1, GeoIntegerConversion<UInt8>)         \
-    FORM(GeoPTypesUI16, GeoPTypes, UInt16, GL_UNSIGNED_SHORT, 1, GeoIntegerConversion<UInt16>)     \
-    FORM(GeoPTypesUI32, GeoPTypes, UInt32, GL_UNSIGNED_INT, 1, GeoIntegerConversion<UInt32>)       \
+    FORM(GeoPTypesUI8, GeoPTypes, UInt8, GL_UNSIGNED_BYTE, 1, GeoByteConversion)                   \
     FORM(GeoPLengthsUI32, GeoPLengths, UInt32, GL_UNSIGNED_INT, 1, GeoIntegerConversion<UInt32>)   \
     FORM(GeoPLengthsUI16, GeoPLengths, UInt16, GL_UNSIGNED_SHORT, 1, GeoIntegerConversion<UInt16>) \
     FORM(GeoPLengthsUI8, GeoPLengths, UInt8, GL_UNSIGNED_BYTE, 1, GeoIntegerConversion<UInt8>)

@@ -34,7 +34,8 @@ typedef RefPtr<GeometryPtr> GeometryRefPtr;
     OwnedSField<TYPE##Ptr> _sf##NAME;
 
 class OSG_SYSTEMLIB_DLLMAPPING Geometry : public MaterialDrawable {
-    OSG_CONTAINER_DECL(Geometry, MaterialDrawable, GeometryPtr)
+    OSG_CONTAINER_DECL_ABSTRACT(Geometry, MaterialDrawable, GeometryPtr)
+    OSG_CONTAINER_MAKERS(Geometry, GeometryPtr)
 
     OSG_GEOMETRY_PROPERTY(Types, GeoPTypes, 4)
     OSG_GEOMETRY_PROPERTY(Lengths, GeoPLengths, 5)
@@ -53,22 +54,15 @@ class OSG_SYSTEMLIB_DLLMAPPING Geometry : public MaterialDrawable {
     OSG_GEOMETRY_PROPERTY(Indices, GeoIndices, 18)
 
   public:
+    GeometryPtr getPtr() const { return GeometryPtr(*this); }
+
     OSG_FIELD(IndexMapping, 19)
     OSG_FIELD(DlistCache, 20)
 
-    static constexpr UInt16 MapPosition = 1;
-    static constexpr UInt16 MapNormal = 2;
-    static constexpr UInt16 MapColor = 4;
-    static constexpr UInt16 MapSecondaryColor = 8;
-    static constexpr UInt16 MapTexCoords = 16;
-    static constexpr UInt16 MapTexCoords1 = 32;
-    static constexpr UInt16 MapTexCoords2 = 64;
-    static constexpr UInt16 MapTexCoords3 = 128;
-    static constexpr UInt16 MapTexCoords4 = 256;
-    static constexpr UInt16 MapTexCoords5 = 512;
-    static constexpr UInt16 MapTexCoords6 = 1024;
-    static constexpr UInt16 MapTexCoords7 = 2048;
-    static constexpr UInt16 MapEmpty = 4096;
+    // Bits of the mapping, from 1 in this order; constants at run time alone, as masks are.
+    static const UInt16 MapPosition, MapNormal, MapColor, MapSecondaryColor, MapTexCoords,
+        MapTexCoords1, MapTexCoords2, MapTexCoords3, MapTexCoords4, MapTexCoords5, MapTexCoords6,
+        MapTexCoords7, MapEmpty;
 
     MFUInt16& getIndexMapping() { return _mfIndexMapping; }
     const MFUInt16& getIndexMapping() const { return _mfIndexMapping; }
@@ -100,7 +94,7 @@ class OSG_SYSTEMLIB_DLLMAPPING Geometry : public MaterialDrawable {
     /// the line misses the current node's volume.
     Action::ResultE intersect(Action* action);
 
-    /// Extends by the positions that primitives use; what the children said is lost.
+    /// Extends what the children said by the positions that primitives use.
     void adjustVolume(Volume& volume) override;
     void changed(BitVector which, UInt32 origin) override;
 

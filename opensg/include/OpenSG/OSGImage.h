@@ -53,7 +53,7 @@ class OSG_BASE_DLLMAPPING Image : public AttachmentContainer {
         OSG_FLOAT16_IMAGEDATA = 5131
     };
 
-    OSG_FIELD(Pixel, 2)
+    OSG_FIELD(Pixel, 12)
 
     /// Gives the image format and size; sizes below 1 become 1.
     ///
@@ -128,17 +128,17 @@ class OSG_BASE_DLLMAPPING Image : public AttachmentContainer {
     bool operator==(const Image& other) const;
     bool operator!=(const Image& other) const { return !(*this == other); }
 
-    OSG_VALUE_FIELD(SFInt32, Width, 3, 0)
-    OSG_VALUE_FIELD(SFInt32, Height, 4, 1)
-    OSG_VALUE_FIELD(SFInt32, Depth, 5, 1)
-    OSG_VALUE_FIELD(SFInt32, Bpp, 6, 1)
-    OSG_VALUE_FIELD(SFInt32, MipMapCount, 7, 1)
-    OSG_VALUE_FIELD(SFInt32, FrameCount, 8, 1)
-    OSG_VALUE_FIELD(SFTime, FrameDelay, 9, 0.)
-    OSG_VALUE_FIELD(SFUInt32, PixelFormat, 10, OSG_INVALID_PF)
-    OSG_VALUE_FIELD(SFInt32, DataType, 11, OSG_UINT8_IMAGEDATA)
-    OSG_VALUE_FIELD(SFInt32, SideCount, 12, 1)
-    OSG_VALUE_FIELD(SFString, Name, 13, std::string())
+    OSG_VALUE_FIELD(SFInt32, Width, 4, 0)
+    OSG_VALUE_FIELD(SFInt32, Height, 5, 1)
+    OSG_VALUE_FIELD(SFInt32, Depth, 6, 1)
+    OSG_VALUE_FIELD(SFInt32, Bpp, 7, 1)
+    OSG_VALUE_FIELD(SFInt32, MipMapCount, 8, 1)
+    OSG_VALUE_FIELD(SFInt32, FrameCount, 9, 1)
+    OSG_VALUE_FIELD(SFTime, FrameDelay, 10, 0.)
+    OSG_VALUE_FIELD(SFUInt32, PixelFormat, 11, OSG_INVALID_PF)
+    OSG_VALUE_FIELD(SFInt32, DataType, 15, OSG_UINT8_IMAGEDATA)
+    OSG_VALUE_FIELD(SFInt32, SideCount, 17, 1)
+    OSG_VALUE_FIELD(SFString, Name, 14, std::string())
 
   protected:
     Image() = default;

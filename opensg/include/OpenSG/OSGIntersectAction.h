@@ -42,12 +42,13 @@ class OSG_BASE_DLLMAPPING IntersectAction : public Action {
     /// -1 before the first apply.
     Real32 getHitT() const { return _hitT; }
     Pnt3f getHitPoint() const;
-    /// In the frame of the line that was set, perpendicular to what was hit there.
+    /// As setHit got it: for a geometry the unit normal in the geometry's own frame. The inverse
+    /// transpose of the hit node's to-world matrix brings it to the world.
     const Vec3f& getHitNormal() const { return _hitNormal; }
     NodePtr getHitObject() const { return _hitObject; }
     Int32 getHitTriangle() const { return _hitTriangle; }
 
-    /// Enters a hit, parameter and normal in the current frame. One behind the start, behind the
+    /// Enters a hit, the parameter in the current frame. One behind the start, behind the
     /// present hit or beyond the maximal distance is ignored, and so is NaN; one at the present
     /// hit's place replaces it.
     void setHit(Real32 t, NodePtr object, Int32 triangle, Vec3f& normal);
@@ -66,9 +67,8 @@ class OSG_BASE_DLLMAPPING IntersectAction : public Action {
         Line line; ///< the line and the distances above the transform
         Real32 maxDist;
         Real32 hitT;
-        UInt64 hits;    ///< hits entered until then
-        Real32 length;  ///< of the mapped direction
-        Matrix inverse; ///< from above into the frame
+        UInt64 hits;   ///< hits entered until then
+        Real32 length; ///< of the mapped direction
     };
 
     bool enterFrame(const Matrix& matrix);

@@ -4,7 +4,9 @@
 
 OSG_BEGIN_NAMESPACE
 
+namespace shapes {
 class BoxVolume;
+}
 
 /// A ray: position and direction of length 1. A zero direction stays zero.
 class OSG_BASE_DLLMAPPING Line {
@@ -30,8 +32,8 @@ class OSG_BASE_DLLMAPPING Line {
     Real32 distance(const Pnt3f& point) const { return (point - getClosestPoint(point)).length(); }
 
     /// The part of the ray inside the box, from 0 on.
-    bool intersect(const BoxVolume& box, Real32& enter, Real32& exit) const;
-    bool intersect(const BoxVolume& box) const;
+    bool intersect(const shapes::BoxVolume& box, Real32& enter, Real32& exit) const;
+    bool intersect(const shapes::BoxVolume& box) const;
     /// The triangle from both sides; t may be negative. `normal` is that of the winding.
     ///
     /// method: "Fast, Minimum Storage Ray/Triangle Intersection", T. Moeller, B. Trumbore, 1997

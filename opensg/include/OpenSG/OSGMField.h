@@ -94,7 +94,7 @@ template <class T> class MField : public Field {
         if (const auto* same = dynamic_cast<const MField*>(&other))
             _values = same->_values;
     }
-    bool equals(const Field& other) const override {
+    bool hasValuesOf(const Field& other) const override {
         const auto* same = dynamic_cast<const MField*>(&other);
         return same != nullptr && _values.size() == same->_values.size() &&
                std::equal(_values.begin(), _values.end(), same->_values.begin(),
@@ -103,6 +103,7 @@ template <class T> class MField : public Field {
     void syncWith(const MField& other) { _values = other._values; }
 
     void pushValueByStr(const Char8* text) override {
+        static_assert(FieldDataTraits<T>::StringConvertable >= 0, "the traits must tell");
         T value{};
         FieldDataTraits<T>::getFromString(value, text);
         _values.push_back(value);

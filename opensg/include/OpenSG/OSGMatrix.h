@@ -3,7 +3,7 @@
 // A 4x4 matrix of four columns: m[column][row], translation in m[3]. Points are column vectors,
 // so a * b first does b. Plain memory: 16 numbers, column by column.
 
-#include "OSGQuaternion.h"
+#include "OSGQuaternionBase.h"
 #include "OSGVector.h"
 
 #include <iomanip>
@@ -90,6 +90,8 @@ template <class T> class TransformationMatrix {
                 _columns[c][r] *= scale[c];
         }
     }
+    /// With turned axes, and about a centre: for single precision alone.
+    template <class U = T, class = std::enable_if_t<std::is_same_v<U, Real32>>>
     void setTransform(const Vector3& translation, const QuaternionType& rotation,
                       const Vector3& scale, const QuaternionType& scaleOrientation) {
         TransformationMatrix part;
@@ -102,6 +104,7 @@ template <class T> class TransformationMatrix {
         part.setTransform(scaleOrientation.inverse());
         mult(part);
     }
+    template <class U = T, class = std::enable_if_t<std::is_same_v<U, Real32>>>
     void setTransform(const Vector3& translation, const QuaternionType& rotation,
                       const Vector3& scale, const QuaternionType& scaleOrientation,
                       const Vector3& center) {

@@ -33,6 +33,8 @@ class OSG_BASE_DLLMAPPING Node : public AttachmentContainer {
     /// Takes the child off its old parent, which may be this node, and appends it. Null is
     /// ignored, and so is a child that is this node or stands above it.
     void addChild(const NodePtr& child);
+    /// Before the child that has this index once the new one is off its old parent; behind the
+    /// last one if there is none.
     void insertChild(UInt32 index, const NodePtr& child);
     void replaceChild(UInt32 index, const NodePtr& child);
     bool replaceChildBy(const NodePtr& oldChild, const NodePtr& newChild);
@@ -87,15 +89,14 @@ class OSG_BASE_DLLMAPPING Node : public AttachmentContainer {
     OwnedSField<NodeCorePtr> _sfCore;
 };
 
-/// A node as functors receive it: -> goes to its core.
+/// A node as functors receive it: -> goes to its core, NodePtr(p) is the node's own pointer.
 class OSG_BASE_DLLMAPPING CNodePtr {
   public:
     CNodePtr() = default;
     CNodePtr(const NullFieldContainerPtr&) {}
     explicit CNodePtr(const NodePtr& node) : _node(node) {}
 
-    NodePtr getNode() const { return _node; }
-    NodeCorePtr getCore() const { return _node->getCore(); }
+    Node* getNode() const { return _node.getCPtr(); }
     NodeCore* operator->() const { return _node->getCore().getCPtr(); }
     bool operator==(const NullFieldContainerPtr& null) const { return _node == null; }
     bool operator!=(const NullFieldContainerPtr& null) const { return _node != null; }

@@ -15,7 +15,7 @@ typedef MField<NodePtr> MFNodePtr;
 
 /// What a node is: a group, a transform, a geometry. Several nodes may share one core.
 class OSG_BASE_DLLMAPPING NodeCore : public AttachmentContainer {
-    OSG_CONTAINER_DECL_ABSTRACT(NodeCore, AttachmentContainer, NodeCorePtr)
+    OSG_CONTAINER_DECL_BASE(NodeCore, AttachmentContainer)
   public:
     OSG_FIELD(Parents, 2)
 

@@ -77,7 +77,8 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
     OSG_ITERATOR_VALUE(getTexCoords6, getTexCoords6, getTexCoordsIndex6, Vec2f, 10)                \
     OSG_ITERATOR_VALUE(getTexCoords7, getTexCoords7, getTexCoordsIndex7, Vec2f, 11)
 
-// -1, and the zero value, where a property is absent or not mapped.
+// -1, and the zero value, where a property is absent. One in no entry of the mapping has no index
+// of its own: what comes is an index that belongs to another property. Ask calcMappingIndex first.
 #define OSG_ITERATOR_VALUE(VALUE, PROPERTY, INDEX, TYPE, SLOT)                                     \
     Int32 INDEX(Int32 which) const { return indexOf(SLOT, static_cast<UInt32>(which)); }           \
     TYPE VALUE(Int32 which) const { return valueOf<TYPE>(_geometry->PROPERTY(), INDEX(which)); }
@@ -95,7 +96,7 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
     }
 
   protected:
-    enum : Int32 { Absent = -1, Direct = -2 };
+    enum : Int32 { Absent = -1, Direct = -2, Unmapped = -3 };
 
     /// Vertices from the primitive's first to the last of the geometry.
     UInt32 verticesFromHere() const {
@@ -110,7 +111,8 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
             return static_cast<Int32>(vertex);
         if (offset == Absent)
             return -1;
-        const UInt32 place = vertex * _stride + static_cast<UInt32>(offset);
+        const UInt32 place = offset == Unmapped ? _firstVertex * _stride + which
+                                                : vertex * _stride + static_cast<UInt32>(offset);
         return place < _indices.size ? static_cast<Int32>(_indices[place]) : -1;
     }
     template <class Value, class PropertyPtr>
@@ -133,10 +135,11 @@ class OSG_SYSTEMLIB_DLLMAPPING PrimitiveIterator {
     GeoNumbers _types;
     GeoNumbers _lengths;
     GeoNumbers _indices;
-    UInt32 _stride = 1;      ///< indices per vertex
-    UInt32 _vertices = 0;    ///< vertices that there is data for
-    UInt32 _claimed = 0;     ///< length of the current primitive as Lengths has it
-    Int32 _offsets[12] = {}; ///< per property: place among a vertex's indices, Absent or Direct
+    UInt32 _stride = 1;   ///< indices per vertex
+    UInt32 _vertices = 0; ///< vertices that there is data for
+    UInt32 _claimed = 0;  ///< length of the current primitive as Lengths has it
+    /// Per property: place among a vertex's indices, or Absent, Direct, Unmapped.
+    Int32 _offsets[12] = {};
 };
 
 OSG_END_NAMESPACE

@@ -15,13 +15,6 @@ class Real16 {
     Real16(float value) : _bits(bitsOf(value)) {}
     operator float() const;
 
-    static Real16 ofBits(std::uint16_t bits) {
-        Real16 made;
-        made._bits = bits;
-        return made;
-    }
-    std::uint16_t bits() const { return _bits; }
-
   private:
     static std::uint16_t bitsOf(float value);
 

@@ -33,7 +33,6 @@ template <class Ref> class RefPtr {
     operator Ref() const { return _target; }
     Ref get() const { return _target; }
     auto operator->() const { return _target.operator->(); }
-    auto& operator*() const { return *_target; }
     auto getCPtr() const { return _target.getCPtr(); }
 
     bool operator!() const { return !_target; }

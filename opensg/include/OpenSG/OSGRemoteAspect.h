@@ -1,5 +1,10 @@
 #pragma once
 
+// The platform's header of this name ends with C++14: what includes it must not ask for more.
+#if __cplusplus > 201402L && !defined(morva_scene_EXPORTS)
+#error "OSGRemoteAspect.h can't be compiled as C++17: include it in a file of C++14 of its own"
+#endif
+
 #include "OSGBaseTypes.h"
 #include "OSGConfig.h"
 

@@ -33,16 +33,10 @@ typedef MField<Real32> MFReal32;
 typedef MField<Real64> MFReal64;
 typedef MField<std::string> MFString;
 
-typedef SField<Vec2f> SFVec2f;
-typedef SField<Vec3f> SFVec3f;
-typedef SField<Vec4f> SFVec4f;
-typedef SField<Pnt2f> SFPnt2f;
-typedef SField<Pnt3f> SFPnt3f;
-typedef SField<Pnt4f> SFPnt4f;
 typedef SField<Color3f> SFColor3f;
 typedef SField<Color4f> SFColor4f;
 typedef SField<Matrix> SFMatrix;
-typedef SField<Quaternion> SFQuaternion;
+typedef SField<QuaternionBase<Real32>> SFQuaternion;
 typedef SField<DynamicVolume> SFDynamicVolume;
 
 typedef MField<Vec2f> MFVec2f;

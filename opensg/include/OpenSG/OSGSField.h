@@ -34,13 +34,14 @@ template <class T> class SField : public Field {
         if (const auto* same = dynamic_cast<const SField*>(&other))
             _value = same->_value;
     }
-    bool equals(const Field& other) const override {
+    bool hasValuesOf(const Field& other) const override {
         const auto* same = dynamic_cast<const SField*>(&other);
         return same != nullptr && osgSameValue(_value, same->_value);
     }
     void syncWith(const SField& other) { _value = other._value; }
 
     void pushValueByStr(const Char8* text) override {
+        static_assert(FieldDataTraits<T>::StringConvertable >= 0, "the traits must tell");
         FieldDataTraits<T>::getFromString(_value, text);
     }
     std::string& getValueByStr(std::string& text) const override {

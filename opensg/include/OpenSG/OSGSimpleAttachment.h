@@ -12,8 +12,7 @@ template <class Desc> class SimpleAttachment : public Attachment {
     typedef Desc AttachmentDescT;
     typedef typename Desc::FieldTypeT StoredFieldType;
     typedef Attachment Inherited;
-    typedef FCPtr<AttachmentPtr, SimpleAttachment> Ptr;
-    typedef Ptr PtrType;
+    typedef FCPtr<AttachmentPtr, SimpleAttachment> PtrType;
 
     static constexpr UInt32 SimpleFieldId = 3;
     static constexpr BitVector SimpleFieldMask = BitVector(1) << SimpleFieldId;
@@ -28,8 +27,8 @@ template <class Desc> class SimpleAttachment : public Attachment {
     }
     static UInt32 getClassTypeId() { return getClassType().getId(); }
     static UInt16 getClassGroupId() { return getClassType().getGroupId(); }
-    static Ptr create() { return ContainerAllocator::makeNew<SimpleAttachment>(); }
-    static Ptr createEmpty() { return create(); }
+    static PtrType create() { return ContainerAllocator::makeNew<SimpleAttachment, PtrType>(); }
+    static PtrType createEmpty() { return create(); }
 
     FieldContainerType& getType() override { return getClassType(); }
     const FieldContainerType& getType() const override { return getClassType(); }

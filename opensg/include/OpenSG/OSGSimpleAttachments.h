@@ -18,7 +18,7 @@ struct OSG_BASE_DLLMAPPING NameDesc {
 };
 
 typedef SimpleAttachment<NameDesc> Name;
-typedef Name::Ptr NamePtr;
+typedef Name::PtrType NamePtr;
 extern template class SimpleAttachment<NameDesc>;
 
 /// The container's name; null for a null container or a nameless one. Valid until it changes.

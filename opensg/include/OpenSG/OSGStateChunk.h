@@ -1,7 +1,8 @@
 #pragma once
 
 // A chunk is one group of drawing state: colours, a texture, blending. Chunk materials are lists
-// of chunks and share them. Chunks are attachments, so they can be named and carry attachments.
+// of chunks and share them. Chunks are attachments and no attachment containers: they have no
+// names.
 
 #include "OSGGL.h"
 #include "OSGMaterial.h"

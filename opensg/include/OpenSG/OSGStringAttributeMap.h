@@ -28,6 +28,8 @@ class OSG_BASE_DLLMAPPING StringAttributeMap : public Attachment {
     std::string& operator[](const std::string& key);
 
     void changed(BitVector which, UInt32 origin) override;
+
+  protected:
     void executeSync(FieldContainer& other, const BitVector& which) override;
 
   private:

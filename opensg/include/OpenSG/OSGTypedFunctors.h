@@ -70,7 +70,7 @@ template <class R, class CorePtr, class PtrT, class ArgT>
 TypedFunctor2Base<R, PtrT, ArgT>
 osgTypedMethodFunctor2BaseCPtrRef(R (CorePtr::StoredObjectType::*method)(ArgT)) {
     return TypedFunctor2Base<R, PtrT, ArgT>([method](PtrT& pointer, ArgT argument) {
-        const CorePtr core = CorePtr::dcast(pointer.getCore());
+        const CorePtr core = CorePtr::dcast(NodePtr(pointer)->getCore());
         return core != NullFC ? ((*core).*method)(argument) : R();
     });
 }

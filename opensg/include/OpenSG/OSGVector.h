@@ -42,6 +42,11 @@ template <class T, UInt32 N> class Point {
             _values[i] = static_cast<T>(other[i]);
     }
 
+    Point(const Point&) = default;
+    Point& operator=(const Point&) = default;
+    /// A vector becomes a point only when it is told to: Pnt3f(vector).
+    Point& operator=(const Vector<T, N>&) = delete;
+
     T& operator[](UInt32 i) { return _values[i]; }
     const T& operator[](UInt32 i) const { return _values[i]; }
     T* getValues() { return _values; }
@@ -135,7 +140,6 @@ template <class T, UInt32 N> class Point {
         return *this;
     }
     Point operator*(T factor) const { return Point(*this) *= factor; }
-    Point operator/(T divisor) const { return Point(*this) /= divisor; }
 
   protected:
     T _values[N];
@@ -195,7 +199,6 @@ template <class T, UInt32 N> class Vector : public Point<T, N> {
     Vector operator+(const Vector& other) const { return Vector(*this) += other; }
     Vector operator-(const Vector& other) const { return Vector(*this) -= other; }
     Vector operator*(T factor) const { return Vector(*this) *= factor; }
-    Vector operator/(T divisor) const { return Vector(*this) /= divisor; }
     Vector& operator+=(const Vector& o) { return static_cast<Vector&>(PointType::operator+=(o)); }
     Vector& operator-=(const Vector& o) { return static_cast<Vector&>(PointType::operator-=(o)); }
     Vector& operator*=(T factor) { return static_cast<Vector&>(PointType::operator*=(factor)); }
