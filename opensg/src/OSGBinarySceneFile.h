@@ -1,18 +1,22 @@
 #pragma once
 
-// The layer's own scene format, extension osb. All numbers in the byte order of the machine that
-// wrote the file; a machine of the other order refuses it.
+// The platform's binary scene format, extension osb. All numbers big endian.
 //
-//     file        = magic (8 bytes), UInt32 0x01020304, UInt32 version, container*, UInt32 0
-//     container   = text type, UInt32 number, UInt64 bytes, field*
-//     field       = text name, UInt8 kind, UInt64 bytes, data
-//     text        = UInt32 length, characters
-//     data, kind  = 0: what the field writes by itself
-//                   1: links: UInt32 count, that many UInt32 container numbers
-//                   2: attachments: UInt32 count, that many (UInt16 binding, UInt32 number)
+//     file    = text "OpenSG binary V1.0", text (name), text (options), UInt64 (size, 0),
+//               object*, text "", 4 bytes 0
+//     object  = text type, UInt32 id, UInt8 kind (not for Geometry and Image), UInt16 version,
+//               field*, text ""
+//     field   = text name, text type, UInt32 bytes, data
+//     text    = UInt32 length, characters, a null byte that the length counts
 //
-// Containers are numbered from 1 in the order of the file; the first is the root node. A reader
-// passes over types and fields that it does not know.
+// The first object is the root node. Objects name each other by id, forwards and backwards, so a
+// reader walks over all of them first, makes and fills containers next and ties them last:
+//
+//     OSGSceneBytes      checked steps through the bytes
+//     OSGSceneIndex      where each object lies; the file is whole when this is done
+//     OSGSceneFields     names and forms of types and fields
+//     OSGScenePictures   images         OSGScenePacked   rounded vectors, packed indices
+//     OSGSceneLinks      references     OSGBinarySceneReader, OSGBinarySceneWriter
 
 #include "OpenSG/OSGSceneFileType.h"
 
@@ -20,17 +24,18 @@ OSG_BEGIN_NAMESPACE
 
 namespace osb {
 
-constexpr Char8 magic[8] = {'\x89', 'O', 'S', 'B', '\r', '\n', '\x1a', '\n'};
-constexpr UInt32 byteOrder = 0x01020304;
-constexpr UInt32 version = 1;
-constexpr UInt32 maxTextLength = 4096;
+constexpr Char8 formatName[] = "OpenSG binary V1.0";
+constexpr UInt16 objectVersion = 100;
 /// Longest chain of references: walks over a scene go one call deep per node.
 constexpr UInt32 maxDepth = 2000;
 
-enum class FieldKind : UInt8 { plain = 0, links = 1, attachments = 2 };
-
+/// False, with a warning, for a stream that fails, a list of 4 GiB or more, or a scene that is
+/// nested too deep. Names on attachments, and what only an application knows, stay behind.
 bool writeScene(const NodePtr& root, std::ostream& out);
-/// A new root of count 0; null, with a warning, for damaged data.
+
+/// A new root of count 0; null, with a warning that says at which byte, for damaged data. Unknown
+/// types are replaced by an empty node, group or material or by nothing, and named in a warning.
+/// Throws std::bad_alloc.
 NodePtr readScene(std::istream& in);
 
 } // namespace osb

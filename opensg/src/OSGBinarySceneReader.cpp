@@ -1,17 +1,20 @@
 #include "OSGBinarySceneFile.h"
-#include "OSGFieldBytes.h"
-#include "OSGSceneLinks.h"
+#include "OSGSceneIndex.h"
+#include "OSGScenePacked.h"
+#include "OSGScenePictures.h"
 #include "OpenSG/OSGComponentTransform.h"
 #include "OpenSG/OSGFieldContainerFactory.h"
-#include "OpenSG/OSGImage.h"
+#include "OpenSG/OSGGeometry.h"
 #include "OpenSG/OSGLog.h"
 #include "OpenSG/OSGStringAttributeMap.h"
 
 #include <algorithm>
-#include <cstring>
-#include <exception>
-#include <new>
+#include <cctype>
+#include <cmath>
+#include <istream>
+#include <map>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 OSG_BEGIN_NAMESPACE
@@ -20,92 +23,122 @@ namespace osb {
 
 namespace {
 
-/// What is wrong with a file. Thrown inside the reader only.
-class damage : public std::runtime_error {
-  public:
-    using std::runtime_error::runtime_error;
-};
-
-void require(bool holds, const Char8* otherwise) {
-    if (!holds)
-        throw damage(otherwise);
+/// Grows with what is really there.
+std::vector<UInt8> allOf(std::istream& in) {
+    constexpr std::size_t portion = 1u << 16;
+    std::vector<UInt8> bytes;
+    std::size_t held = 0;
+    while (in) {
+        bytes.resize(std::max(held + portion, 2 * held));
+        in.read(reinterpret_cast<char*>(bytes.data() + held),
+                static_cast<std::streamsize>(bytes.size() - held));
+        held += static_cast<std::size_t>(in.gcount());
+    }
+    bytes.resize(held);
+    return bytes;
 }
 
-/// Reads from the stream; memory grows with what is really there.
-class stream_source {
-  public:
-    explicit stream_source(std::istream& in) : _in(in) {}
+/// Fit for a line of text, whatever the file holds.
+std::string shown(std::string_view name) {
+    std::string text(name.substr(0, 80));
+    for (char& c : text)
+        c = std::isprint(static_cast<unsigned char>(c)) != 0 ? c : '?';
+    return text;
+}
 
-    template <class T> T number() {
-        T value{};
-        _in.read(reinterpret_cast<char*>(&value), sizeof(T));
-        require(_in.gcount() == std::streamsize(sizeof(T)), "the file ends early");
-        return value;
+/// What stands in for an unknown type; null for nothing.
+const Char8* standInOf(scene_kind kind) {
+    switch (kind) {
+    case scene_kind::core:
+        return "Group";
+    case scene_kind::material:
+        return "ChunkMaterial";
+    case scene_kind::other:
+    case scene_kind::attachment:
+    case scene_kind::chunk:
+        return nullptr;
+    default:
+        return "Node";
     }
+}
 
-    void block(UInt64 count, std::vector<UInt8>& out) {
-        constexpr UInt64 portion = 1u << 20;
-        out.clear();
-        while (count > 0) {
-            const std::size_t now = static_cast<std::size_t>(std::min(count, portion));
-            const std::size_t at = out.size();
-            out.resize(at + now);
-            _in.read(reinterpret_cast<char*>(out.data() + at), static_cast<std::streamsize>(now));
-            require(_in.gcount() == static_cast<std::streamsize>(now), "the file ends early");
-            count -= now;
+bool nearlyEqual(const Matrix& a, const Matrix& b) {
+    constexpr Real32 rounding = 1e-5f; // of the larger number, or of 1
+    for (UInt32 c = 0; c < 4; ++c) {
+        for (UInt32 r = 0; r < 4; ++r) {
+            const Real32 size = std::max({1.f, std::abs(a[c][r]), std::abs(b[c][r])});
+            if (!(std::abs(a[c][r] - b[c][r]) <= rounding * size))
+                return false;
         }
     }
+    return true;
+}
 
-  private:
-    std::istream& _in;
-};
-
-/// Reads from the fields of one container.
-class record_source {
-  public:
-    record_source(const UInt8* data, std::size_t count) : _at(data), _left(count) {}
-
-    bool atEnd() const { return _left == 0; }
-    const UInt8* take(UInt64 count) {
-        require(count <= _left, "a field is longer than its container");
-        const UInt8* here = _at;
-        _at += count;
-        _left -= count;
-        return here;
+/// A matrix and parts that differ: what came last in the file holds. Parts that make the matrix
+/// but for rounding leave it as it is.
+void settleComponents(ComponentTransform& core, bool matrixCameLast) {
+    Transform& asTransform = core; // the setter of the matrix belongs to the base class
+    Matrix made;
+    made.setTransform(core.getTranslation(), core.getRotation(), core.getScale(),
+                      core.getScaleOrientation(), core.getCenter());
+    if (nearlyEqual(made, core.getMatrix()))
+        return;
+    if (!matrixCameLast) {
+        asTransform.setMatrix(made);
+        return;
     }
-    template <class T> T number() {
-        T value;
-        std::memcpy(&value, take(sizeof(T)), sizeof(T));
-        return value;
+    Matrix aroundCenter, back;
+    aroundCenter.setTranslate(-core.getCenter());
+    back.setTranslate(core.getCenter());
+    aroundCenter.mult(core.getMatrix());
+    aroundCenter.mult(back);
+    Vec3f translation, scale(1.f, 1.f, 1.f);
+    Quaternion rotation, scaleOrientation;
+    aroundCenter.getTransform(translation, rotation, scale, scaleOrientation);
+    core.setTranslation(translation);
+    core.setRotation(rotation);
+    core.setScale(scale);
+    core.setScaleOrientation(scaleOrientation);
+}
+
+void readPlain(const scene_field& known, Field& field, byte_cursor& data) {
+    const plain_codec& codec = *known.codec;
+    const UInt64 count = codec.isList ? data.number<UInt32>() : 1;
+    data.require(count * codec.elementBytes == data.left(), "values do not fill their field");
+    if (codec.isList)
+        codec.resize(field, static_cast<std::size_t>(count));
+    const UInt64 bytes = data.left();
+    const UInt8* values = data.take(bytes);
+    if (known.desc->getType() == SFBool::getClassType())
+        static_cast<SFBool&>(field).setValue(*values != 0);
+    else
+        osgCopyBigEndian(values, codec.data(field), bytes / codec.numberBytes, codec.numberBytes);
+}
+
+void readTexts(const scene_field& known, Field& field, byte_cursor& data) {
+    if (!known.isList) {
+        static_cast<SFString&>(field).setValue(std::string(data.text()));
+    } else {
+        const UInt32 count = data.number<UInt32>();
+        data.require(UInt64(count) * sizeof(UInt32) <= data.left(),
+                     "a list of texts is longer than its field");
+        MFString& texts = static_cast<MFString&>(field);
+        texts.clear();
+        texts.reserve(count);
+        for (UInt32 i = 0; i < count; ++i)
+            texts.push_back(std::string(data.text()));
     }
-    std::string text() {
-        const UInt32 length = number<UInt32>();
-        require(length > 0 && length <= maxTextLength, "a name has an unlikely length");
-        const UInt8* characters = take(length);
-        return std::string(reinterpret_cast<const char*>(characters), length);
-    }
+    data.require(data.left() == 0, "texts do not fill their field");
+}
 
-  private:
-    const UInt8* _at;
-    std::size_t _left;
-};
-
-/// A reference between two containers of the file, by index. `link` is null for attachments.
-struct pending_link {
-    UInt32 owner;
-    UInt32 target;
-    const scene_link* link;
-    UInt16 binding;
-};
-
-/// Reads all containers, then looks whether their references make a tree of nodes without
+/// Makes and fills containers, then looks whether their references make a tree of nodes without
 /// circles, and only then ties them together.
 ///
 /// Every container but the root is held until the end, so that after damage, and after a scene
 /// that leaves some of them unused, everything goes that nothing else holds.
 class scene_reader {
   public:
-    explicit scene_reader(std::istream& in) : _in(in) {}
+    explicit scene_reader(const scene_index& index) : _index(index) {}
     ~scene_reader() {
         subRefCP(_root); // of count 0, so this destroys it; null once it is handed out
         for (FieldContainerPtr& container : _containers) {
@@ -117,236 +150,270 @@ class scene_reader {
     scene_reader& operator=(const scene_reader&) = delete;
 
     NodePtr read() {
-        readHeader();
-        while (readContainer()) {
+        findTypes();
+        _containers.reserve(_types.size());
+        for (UInt32 i = 0; i < _types.size(); ++i) {
+            make(i);
+            if (_types[i] != nullptr && _types[i]->name == _index.objects()[i].type)
+                readFields(i);
         }
-        require(_root != NullFC, "there is no root node");
-        checkLinks();
+        osgCheckSceneLinks(_types.size(), _links, maxDepth);
         for (const pending_link& link : _links)
             tie(link);
-        announce();
+        for (UInt32 i = 0; i < _types.size(); ++i)
+            announce(containerAt(i));
+        logNotes();
         NodePtr root = _root;
         _root = NullFC;
         return root;
     }
 
   private:
-    void readHeader() {
-        Char8 start[sizeof(magic)];
-        for (Char8& c : start)
-            c = _in.number<Char8>();
-        require(std::memcmp(start, magic, sizeof(magic)) == 0, "this is no binary scene");
-        require(_in.number<UInt32>() == byteOrder, "the file is of another byte order");
-        require(_in.number<UInt32>() == version, "the file is of another version");
-    }
-
-    bool readContainer() {
-        const UInt32 nameLength = _in.number<UInt32>();
-        if (nameLength == 0)
-            return false;
-        require(nameLength <= maxTextLength, "a type name has an unlikely length");
-        _in.block(nameLength, _record);
-        const std::string name(_record.begin(), _record.end());
-        require(_in.number<UInt32>() == _types.size() + 1, "a container is out of order");
-        _in.block(_in.number<UInt64>(), _record);
-
-        FieldContainerType* type = FieldContainerFactory::the()->findType(name.c_str());
-        const bool usable = type != nullptr && !type->isAbstract();
-        if (!usable)
-            SNOTICE << "Scene file: unknown type " << name << " left out" << endLog;
-        _types.push_back(usable ? type : nullptr);
-        const FieldContainerPtr made = usable ? type->createFieldContainer() : FieldContainerPtr();
-        hold(made);
-        if (made != NullFC)
-            readFields(made, *type);
-        return true;
-    }
-
-    void hold(const FieldContainerPtr& made) {
-        if (_types.size() == 1) {
-            _root = NodePtr::dcast(made);
-            if (_root != NullFC) {
-                _containers.push_back(NullFC);
-                return;
+    void findTypes() {
+        _types.reserve(_index.objects().size());
+        for (const scene_object& object : _index.objects()) {
+            const scene_type* type = typeOfName(object.type);
+            if (type == nullptr) {
+                const Char8* standIn = standInOf(object.kind);
+                type = standIn != nullptr ? typeOfName(standIn) : nullptr;
+                note("type " + shown(object.type) + " is unknown, read as " +
+                         (standIn != nullptr ? standIn : "nothing"),
+                     object.fields.place());
             }
+            _types.push_back(type);
         }
-        addRefCP(made);
-        _containers.push_back(made);
+        const bool hasRoot = _types[0] != nullptr && _types[0]->type->isNode();
+        _index.objects()[0].fields.require(hasRoot, "the first object is no node");
     }
 
-    FieldContainerPtr containerAt(UInt32 index) const {
-        return index == 0 && _root != NullFC ? FieldContainerPtr(_root) : _containers[index];
+    /// Null for an unknown type.
+    const scene_type* typeOfName(std::string_view name) {
+        const auto known = _typesByName.find(name);
+        if (known != _typesByName.end())
+            return known->second.type != nullptr ? &known->second : nullptr;
+        FieldContainerType* type =
+            FieldContainerFactory::the()->findType(std::string(name).c_str());
+        const bool usable = type != nullptr && !type->isAbstract();
+        const auto entered =
+            _typesByName.emplace(name, usable ? osgSceneTypeOf(*type) : scene_type{});
+        return usable ? &entered.first->second : nullptr;
     }
 
-    void readFields(const FieldContainerPtr& container, FieldContainerType& type) {
-        record_source record(_record.data(), _record.size());
-        while (!record.atEnd()) {
-            const std::string name = record.text();
-            const FieldKind kind = static_cast<FieldKind>(record.number<UInt8>());
-            const UInt64 bytes = record.number<UInt64>();
-            const UInt8* data = record.take(bytes);
-            const FieldDescription* desc = type.findFieldDescription(name.c_str());
-            if (desc == nullptr || desc->isInternal())
-                continue;
-            if (kind == FieldKind::plain)
-                readPlain(container, *desc, data, bytes);
-            if (kind == FieldKind::links)
-                readLinks(type, *desc, data, bytes);
-            if (kind == FieldKind::attachments)
-                readAttachments(data, bytes);
-        }
-        checkContent(container);
-    }
-
-    static void readPlain(const FieldContainerPtr& container, const FieldDescription& desc,
-                          const UInt8* data, std::size_t bytes) {
-        const Field& field = *desc.getField(*container);
-        const bool holdsContainers =
-            field.holdsPointers() || dynamic_cast<const SFAttachmentMap*>(&field) != nullptr;
-        require(!holdsContainers, "a reference is stored as a plain value");
-        if (field.getCardinality() == FieldType::MULTI_FIELD) {
-            UInt32 count = 0;
-            require(bytes >= sizeof(count), "a list has no length");
-            std::memcpy(&count, data, sizeof(count));
-            require(count <= bytes, "a list is longer than its data");
-        }
-        field_bytes_in in(data, bytes);
-        container->copyFromBin(in, desc.getFieldMask());
-        require(in.left() == 0, "a field has bytes left over");
-    }
-
-    void readLinks(const FieldContainerType& type, const FieldDescription& desc, const UInt8* data,
-                   std::size_t bytes) {
-        const scene_link* link = osgFindSceneLink(type, desc.getFieldId());
-        if (link == nullptr)
-            return;
-        record_source source(data, bytes);
-        const UInt32 count = source.number<UInt32>();
-        require(link->many || count <= 1, "a single reference has many targets");
-        for (UInt32 i = 0; i < count; ++i)
-            addLink(source.number<UInt32>(), link, 0);
-        require(source.atEnd(), "a list of references has bytes left over");
-    }
-
-    void readAttachments(const UInt8* data, std::size_t bytes) {
-        record_source source(data, bytes);
-        const UInt32 count = source.number<UInt32>();
-        for (UInt32 i = 0; i < count; ++i) {
-            const UInt16 binding = source.number<UInt16>();
-            addLink(source.number<UInt32>(), nullptr, binding);
-        }
-        require(source.atEnd(), "the attachments have bytes left over");
-    }
-
-    void addLink(UInt32 number, const scene_link* link, UInt16 binding) {
+    void make(UInt32 number) {
+        FieldContainerPtr made;
+        if (_types[number] != nullptr)
+            made = _types[number]->type->createFieldContainer();
         if (number == 0)
+            _root = NodePtr::dcast(made);
+        else if (made != NullFC)
+            addRefCP(made);
+        _containers.push_back(number == 0 ? FieldContainerPtr() : made);
+    }
+
+    FieldContainerPtr containerAt(UInt32 number) const {
+        return number == 0 ? FieldContainerPtr(_root) : _containers[number];
+    }
+
+    void readFields(UInt32 number) {
+        const scene_object& object = _index.objects()[number];
+        const FieldContainerPtr container = containerAt(number);
+        byte_cursor in = object.fields;
+        state_of_object state;
+        while (true) {
+            const scene_raw_field raw = osgNextSceneField(in, object.type);
+            if (raw.name.empty())
+                break;
+            readField(number, container, raw, state);
+        }
+        finish(container, state, in);
+    }
+
+    /// What the fields read so far say about the object as a whole.
+    struct state_of_object {
+        std::size_t lookFrom = 0;    ///< number of the field that is likely to come next
+        bool matrixCameLast = false; ///< of a component transform
+        bool pixelsAsInFile = true;
+    };
+
+    void readField(UInt32 number, const FieldContainerPtr& container, const scene_raw_field& raw,
+                   state_of_object& state) {
+        const scene_field* known = fieldOfName(*_types[number], raw.name, state.lookFrom);
+        if (known == nullptr) {
+            readSpecialField(container, raw, state);
             return;
-        const UInt32 owner = static_cast<UInt32>(_types.size() - 1);
-        _links.push_back({owner, number - 1, link, binding});
+        }
+        if (!osgSameSceneFieldType(known->type, raw.type)) {
+            note("field " + known->name + " of " + _types[number]->name + " is of another type, " +
+                     shown(raw.type) + ", and left out",
+                 raw.data.place());
+            return;
+        }
+        byte_cursor data = raw.data;
+        Field& field = *known->desc->getField(*container);
+        switch (known->form) {
+        case field_form::plain:
+            readPlain(*known, field, data);
+            break;
+        case field_form::texts:
+            readTexts(*known, field, data);
+            break;
+        case field_form::link:
+            readLinks(number, *known, data);
+            break;
+        case field_form::attachments:
+            readAttachments(number, data);
+            break;
+        }
+        if (known->form == field_form::plain)
+            state.matrixCameLast = known->name == "matrix";
+        state.pixelsAsInFile = state.pixelsAsInFile || known->name == "pixel";
+    }
+
+    /// Fields mostly come in the order of the layer.
+    static const scene_field* fieldOfName(const scene_type& type, std::string_view name,
+                                          std::size_t& lookFrom) {
+        const std::size_t count = type.fields.size();
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t at = (lookFrom + i) % count;
+            if (type.fields[at].name != name)
+                continue;
+            lookFrom = at + 1;
+            return &type.fields[at];
+        }
+        return nullptr;
+    }
+
+    static void readSpecialField(const FieldContainerPtr& container, const scene_raw_field& raw,
+                                 state_of_object& state) {
+        const ImagePtr image = ImagePtr::dcast(container);
+        if (image != NullFC && raw.name == "cpixel" && raw.type == "MFUInt8")
+            state.pixelsAsInFile = osgReadCompressedPixels(*image, raw.data);
+        const GeometryPtr geometry = GeometryPtr::dcast(container);
+        if (geometry == NullFC)
+            return;
+        const Char8* standsFor = nullptr;
+        const FieldContainerRefPtr property =
+            osgReadPacked(raw.name, raw.type, raw.data, standsFor);
+        if (property == NullFC)
+            return;
+        const FieldContainerType& type = geometry->getType();
+        osgFindSceneLink(type, type.findFieldDescription(standsFor)->getFieldId())
+            ->assign(container, property);
+    }
+
+    void readLinks(UInt32 owner, const scene_field& known, byte_cursor& data) {
+        const UInt64 count = known.isList ? data.number<UInt32>() : 1;
+        data.require(count * sizeof(UInt32) == data.left(), "references do not fill their field");
+        for (UInt64 i = 0; i < count; ++i)
+            addLink({known.link, data.place(), owner, 0, 0}, data.number<UInt32>());
+    }
+
+    void readAttachments(UInt32 owner, byte_cursor& data) {
+        const UInt64 count = data.number<UInt32>();
+        byte_cursor ids = data;
+        data.require(count * 4 == data.left() || count * 6 == data.left(),
+                     "attachments do not fill their field");
+        const bool haveBindings = count * 4 != data.left();
+        data.take(count * 4);
+        for (UInt64 i = 0; i < count; ++i) {
+            const UInt64 place = ids.place();
+            const UInt16 binding = haveBindings ? data.number<UInt16>() : UInt16(0);
+            addLink({nullptr, place, owner, 0, binding}, ids.number<UInt32>());
+        }
+    }
+
+    void addLink(pending_link link, UInt32 id) {
+        if (id == 0)
+            return;
+        link.target = _index.find(id);
+        if (link.target == scene_index::NoObject)
+            note("a reference to an object that is not in the file is left out", link.place);
+        else if (_types[link.target] != nullptr)
+            _links.push_back(link);
     }
 
     /// Values that functions of the layer trust each other about.
-    static void checkContent(const FieldContainerPtr& container) {
-        if (const ImagePtr image = ImagePtr::dcast(container); image != NullFC) {
-            require(image->getPixel().empty() || image->isValid(),
-                    "an image has pixels that do not fit its size");
-        }
-        if (const auto texts = StringAttributeMapPtr::dcast(container); texts != NullFC) {
-            require(texts->getField("keys")->getSize() == texts->getField("values")->getSize(),
-                    "a string map has keys without values");
-        }
-    }
-
-    /// No circles, no chain longer than maxDepth, the root on top, one parent per node.
-    void checkLinks() const {
-        const std::size_t count = _types.size();
-        std::vector<UInt32> owners(count, 0);
-        std::vector<UInt8> isChild(count, 0);
-        std::vector<UInt32> first(count + 1, 0); // links of owner i: first[i] .. first[i + 1] - 1
-        for (const pending_link& link : _links) {
-            require(link.target < count, "a reference to a container that is not there");
-            ++owners[link.target];
-            ++first[link.owner + 1];
-            if (link.link == nullptr || !link.link->toChild)
-                continue;
-            require(isChild[link.target] == 0, "a node has two parents");
-            isChild[link.target] = 1;
-        }
-        require(owners[0] == 0, "the root hangs below something");
-        for (std::size_t i = 0; i < count; ++i)
-            first[i + 1] += first[i];
-
-        // Links are in order of their owners. Takes containers away whose owners are all gone;
-        // what remains sits in a circle.
-        std::vector<UInt32> open;
-        std::vector<UInt32> depth(count, 0);
-        for (UInt32 i = 0; i < count; ++i) {
-            if (owners[i] == 0)
-                open.push_back(i);
-        }
-        std::size_t done = 0;
-        for (; !open.empty(); ++done) {
-            const UInt32 owner = open.back();
-            open.pop_back();
-            require(depth[owner] <= maxDepth, "the scene is nested too deep");
-            for (UInt32 i = first[owner]; i < first[owner + 1]; ++i) {
-                const UInt32 target = _links[i].target;
-                depth[target] = std::max(depth[target], depth[owner] + 1);
-                if (--owners[target] == 0)
-                    open.push_back(target);
-            }
-        }
-        require(done == count, "containers refer to each other in a circle");
+    static void finish(const FieldContainerPtr& container, const state_of_object& state,
+                       const byte_cursor& at) {
+        if (const ImagePtr image = ImagePtr::dcast(container); image != NullFC)
+            osgFinishImage(*image, state.pixelsAsInFile, at);
+        if (const auto parts = ComponentTransformPtr::dcast(container); parts != NullFC)
+            settleComponents(*parts, state.matrixCameLast);
+        if (const auto texts = StringAttributeMapPtr::dcast(container); texts != NullFC)
+            at.require(texts->getField("keys")->getSize() == texts->getField("values")->getSize(),
+                       "a string map has keys without values");
     }
 
     void tie(const pending_link& pending) const {
         const FieldContainerPtr owner = containerAt(pending.owner);
         const FieldContainerPtr target = containerAt(pending.target);
-        if (owner == NullFC || target == NullFC)
-            return; // of a type that is unknown here
+        bool fits = false;
         if (pending.link != nullptr) {
-            require(pending.link->assign(owner, target), "a reference to the wrong kind");
-            return;
+            fits = pending.link->assign(owner, target);
+        } else {
+            const AttachmentContainerPtr carrier = AttachmentContainerPtr::dcast(owner);
+            const AttachmentPtr attachment = AttachmentPtr::dcast(target);
+            fits = carrier != NullFC && attachment != NullFC;
+            if (fits)
+                carrier->addAttachment(attachment, pending.binding);
         }
-        const AttachmentContainerPtr carrier = AttachmentContainerPtr::dcast(owner);
-        const AttachmentPtr attachment = AttachmentPtr::dcast(target);
-        require(carrier != NullFC && attachment != NullFC, "an attachment of the wrong kind");
-        carrier->addAttachment(attachment, pending.binding);
+        if (!fits)
+            throw scene_damage("a reference to an object of the wrong kind", pending.place);
     }
 
     /// Tells the change list and lets containers refresh what they derive from their fields.
-    void announce() const {
-        for (UInt32 i = 0; i < _types.size(); ++i) {
-            const FieldContainerPtr container = containerAt(i);
-            if (container == NullFC)
-                continue;
-            // A component transform would replace a matrix that was set by itself.
-            const TransformPtr parts = ComponentTransformPtr::dcast(container);
-            const Matrix matrix = parts != NullFC ? parts->getMatrix() : Matrix();
-            endEditCP(container, FieldBits::AllFields);
-            if (parts != NullFC)
-                parts->setMatrix(matrix);
-        }
+    static void announce(const FieldContainerPtr& container) {
+        if (container == NullFC)
+            return;
+        // A component transform would replace a matrix that is settled already.
+        const TransformPtr parts = ComponentTransformPtr::dcast(container);
+        const Matrix matrix = parts != NullFC ? parts->getMatrix() : Matrix();
+        endEditCP(container, FieldBits::AllFields);
+        if (parts != NullFC)
+            parts->setMatrix(matrix);
     }
 
-    stream_source _in;
+    /// The same text comes once, with the first place and how often it was meant.
+    void note(const std::string& text, UInt64 place) {
+        constexpr std::size_t mostNotes = 64; // no file floods the log
+        const auto known = _notes.find(text);
+        if (known != _notes.end())
+            ++known->second.second;
+        else if (_notes.size() < mostNotes)
+            _notes.emplace(text, std::make_pair(place, 1));
+        else
+            ++_notesLeftOut;
+    }
+    void logNotes() const {
+        for (const auto& [text, seen] : _notes) {
+            const std::string times =
+                seen.second > 1 ? " (" + std::to_string(seen.second) + " times)" : "";
+            SWARNING << "Scene file: byte " << seen.first << ": " << text << times << endLog;
+        }
+        if (_notesLeftOut > 0)
+            SWARNING << "Scene file: and " << _notesLeftOut << " more such lines" << endLog;
+    }
+
+    const scene_index& _index;
     NodePtr _root;
-    std::vector<FieldContainerType*> _types;    ///< null for unknown ones
+    std::unordered_map<std::string_view, scene_type> _typesByName; ///< without type: unknown
+    std::vector<const scene_type*> _types;      ///< of each object; null for nothing
     std::vector<FieldContainerPtr> _containers; ///< beside _types; null for the root, too
     std::vector<pending_link> _links;
-    std::vector<UInt8> _record;
+    std::map<std::string, std::pair<UInt64, UInt32>> _notes; ///< first place, how often
+    std::size_t _notesLeftOut = 0;
 };
 
 } // namespace
 
 NodePtr readScene(std::istream& in) {
     try {
-        scene_reader reader(in);
+        const std::vector<UInt8> bytes = allOf(in);
+        const scene_index index(byte_cursor(bytes.data(), bytes.size()));
+        scene_reader reader(index);
         return reader.read();
-    } catch (const std::bad_alloc&) {
-        SWARNING << "Scene file: out of memory" << endLog;
-    } catch (const std::exception& reason) {
-        SWARNING << "Scene file: cannot be read: " << reason.what() << endLog;
+    } catch (const scene_damage& damage) {
+        SWARNING << "Scene file: cannot be read: " << damage.what() << endLog;
     }
     return NullFC;
 }

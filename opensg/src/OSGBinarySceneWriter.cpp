@@ -1,10 +1,15 @@
 #include "OSGBinarySceneFile.h"
-#include "OSGFieldBytes.h"
-#include "OSGSceneLinks.h"
+#include "OSGSceneBytes.h"
+#include "OSGSceneFields.h"
+#include "OSGScenePictures.h"
+#include "OpenSG/OSGGeoProperty.h"
 #include "OpenSG/OSGLog.h"
+#include "OpenSG/OSGMFBaseTypes.h"
 
+#include <algorithm>
 #include <cstring>
-#include <iterator>
+#include <ostream>
+#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -14,35 +19,69 @@ namespace osb {
 
 namespace {
 
-template <class T> void putNumber(std::vector<UInt8>& out, T number) {
-    const std::size_t at = out.size();
-    out.resize(at + sizeof(T));
-    std::memcpy(out.data() + at, &number, sizeof(T));
-}
+/// What a text has room for in a file: nothing behind a null byte.
+std::string_view cutAtNull(const std::string& text) { return std::string_view(text.c_str()); }
 
-void putText(std::vector<UInt8>& out, const Char8* text) {
-    const std::size_t length = std::strlen(text);
-    putNumber(out, static_cast<UInt32>(length));
-    out.insert(out.end(), text, text + length);
-}
+UInt64 bytesOfText(std::string_view text) { return sizeof(UInt32) + text.size() + 1; }
+
+/// Puts numbers and texts out; large blocks go in portions.
+class byte_sink {
+  public:
+    explicit byte_sink(std::ostream& out) : _out(out) {}
+
+    bool good() const { return static_cast<bool>(_out); }
+    template <class T> void number(T value) { block(&value, 1, sizeof(T)); }
+    void text(std::string_view value) {
+        number(static_cast<UInt32>(value.size() + 1));
+        block(value.data(), value.size(), 1);
+        number(UInt8(0));
+    }
+    void block(const void* numbers, std::size_t count, UInt32 bytesOfNumber) {
+        constexpr std::size_t portion = 1u << 15;
+        const auto* from = static_cast<const UInt8*>(numbers);
+        while (count > 0) {
+            const std::size_t now = std::min(count, portion);
+            const std::size_t end = _bytes.size();
+            _bytes.resize(end + now * bytesOfNumber);
+            osgCopyBigEndian(from, _bytes.data() + end, now, bytesOfNumber);
+            from += now * bytesOfNumber;
+            count -= now;
+            if (_bytes.size() >= portion)
+                flush();
+        }
+    }
+    void flush() {
+        _out.write(reinterpret_cast<const char*>(_bytes.data()),
+                   static_cast<std::streamsize>(_bytes.size()));
+        _bytes.clear();
+    }
+
+  private:
+    std::ostream& _out;
+    std::vector<UInt8> _bytes;
+};
 
 /// Numbers containers by first reference and writes them in that order, so that no recursion is
 /// needed and what is shared is written once.
 class scene_writer {
   public:
-    explicit scene_writer(std::ostream& out) : _out(out) {}
+    explicit scene_writer(std::ostream& out) : _sink(out) {}
 
     bool write(const NodePtr& root) {
-        putHeader();
+        _sink.text(formatName);
+        _sink.text(""); // a name for the scene
+        _sink.text(""); // options
+        _sink.number(UInt64(0));
         numberOf(root, 0);
-        for (std::size_t i = 0; i < _order.size() && _out; ++i) {
+        for (std::size_t i = 0; i < _order.size() && _sink.good(); ++i) {
             if (_order[i].depth > maxDepth)
-                return false;
-            putContainer(_order[i]);
+                throw std::length_error("the scene is nested too deep");
+            putObject(_order[i], static_cast<UInt32>(i + 1));
         }
-        putNumber(_head, UInt32(0));
-        flush(_head);
-        return static_cast<bool>(_out);
+        _sink.text("");
+        _sink.number(UInt32(0));
+        _sink.flush();
+        return _sink.good();
     }
 
   private:
@@ -50,19 +89,6 @@ class scene_writer {
         FieldContainerPtr container;
         UInt32 depth; ///< references from the root by the shortest way; in a tree, the only one
     };
-
-    void putHeader() {
-        _head.assign(std::begin(magic), std::end(magic));
-        putNumber(_head, byteOrder);
-        putNumber(_head, version);
-        flush(_head);
-    }
-
-    void flush(std::vector<UInt8>& bytes) {
-        _out.write(reinterpret_cast<const char*>(bytes.data()),
-                   static_cast<std::streamsize>(bytes.size()));
-        bytes.clear();
-    }
 
     UInt32 numberOf(const FieldContainerPtr& container, UInt32 depth) {
         if (container == NullFC)
@@ -75,101 +101,162 @@ class scene_writer {
         return entered.first->second;
     }
 
-    void putContainer(const numbered entry) { // by value: _order grows meanwhile
+    const scene_type& typeOf(FieldContainer& container) {
+        FieldContainerType& type = container.getType();
+        const auto known = _types.find(type.getId());
+        if (known != _types.end())
+            return known->second;
+        return _types.emplace(type.getId(), osgSceneTypeOf(type)).first->second;
+    }
+
+    void putObject(const numbered entry, UInt32 id) { // by value: _order grows meanwhile
         FieldContainer& container = *entry.container;
-        _body.clear();
-        for (const FieldDescription* desc : container.getType().getFieldDescs()) {
-            if (desc->isInternal())
-                continue;
-            Field& field = *desc->getField(container);
-            if (const auto* attachments = dynamic_cast<const SFAttachmentMap*>(&field)) {
-                putAttachments(*desc, attachments->getValue(), entry.depth + 1);
-            } else if (!field.holdsPointers()) {
-                putPlain(*desc, container, field);
-            } else if (osgFindSceneLink(container.getType(), desc->getFieldId()) != nullptr) {
-                putLinks(*desc, field, entry.depth + 1);
-            }
+        const scene_type& type = typeOf(container);
+        const auto* types = dynamic_cast<const GeoPTypes*>(&container);
+        _sink.text(types != nullptr ? GeoPTypesUI8::getClassName() : type.name);
+        _sink.number(id);
+        if (type.kind != scene_kind::none)
+            _sink.number(static_cast<UInt8>(type.kind));
+        _sink.number(objectVersion);
+        const ImagePtr image = ImagePtr::dcast(entry.container);
+        if (image != NullFC) {
+            putHead("dimension", "SFInt32", sizeof(Int32));
+            _sink.number(osgDimensionOf(*image));
         }
-        putText(_head, container.getTypeName());
-        putNumber(_head, numberOf(entry.container, entry.depth));
-        putNumber(_head, static_cast<UInt64>(_body.bytes().size()));
-        flush(_head);
-        flush(_body.bytes());
+        for (const scene_field& field : type.fields) {
+            Field& values = *field.desc->getField(container);
+            if (types != nullptr && field.name == "types")
+                putPrimitiveTypes(field, *types);
+            else if (image != NullFC && field.name == "pixel")
+                putPixels(field, *image);
+            else
+                putField(field, values, entry.depth + 1);
+        }
+        _sink.text("");
     }
 
-    /// Name, kind and place for the size of a field; where its data starts.
-    std::size_t beginField(const FieldDescription& desc, FieldKind kind) {
-        putText(_body.bytes(), desc.getCName());
-        putNumber(_body.bytes(), static_cast<UInt8>(kind));
-        putNumber(_body.bytes(), UInt64(0));
-        return _body.bytes().size();
+    void putHead(std::string_view name, std::string_view type, UInt64 bytes) {
+        if (bytes > 0xFFFFFFFFu)
+            throw std::length_error("a list has more than 4 GiB");
+        _sink.text(name);
+        _sink.text(type);
+        _sink.number(static_cast<UInt32>(bytes));
     }
 
-    void endField(std::size_t start) {
-        const UInt64 bytes = _body.bytes().size() - start;
-        std::memcpy(_body.bytes().data() + start - sizeof(bytes), &bytes, sizeof(bytes));
-    }
-
-    void putPlain(const FieldDescription& desc, FieldContainer& container, const Field& field) {
-        const bool isList = field.getCardinality() == FieldType::MULTI_FIELD;
-        if (isList && field.isEmpty())
-            return;
-        const std::size_t before = _body.bytes().size();
-        const std::size_t start = beginField(desc, FieldKind::plain);
-        // Through the container: an attachment may keep its field from travelling.
-        container.copyToBin(_body, desc.getFieldMask());
-        // A list whose elements have no bytes cannot be told from damage when read.
-        const std::size_t least = isList ? field.getSize() : 0;
-        if (_body.bytes().size() - start > least) {
-            endField(start);
-        } else {
-            _body.bytes().resize(before);
+    void putField(const scene_field& field, Field& values, UInt32 depth) {
+        switch (field.form) {
+        case field_form::plain:
+            putPlain(field, field.codec->data(values), values.getSize());
+            break;
+        case field_form::texts:
+            putTexts(field, values);
+            break;
+        case field_form::link:
+            putLinks(field, values, depth);
+            break;
+        case field_form::attachments:
+            putAttachments(field, static_cast<SFAttachmentMap&>(values).getValue(), depth);
+            break;
         }
     }
 
-    void putLinks(const FieldDescription& desc, const Field& field, UInt32 depth) {
-        std::vector<UInt32> targets;
-        for (UInt32 i = 0; i < field.getSize(); ++i) {
-            const UInt32 number = numberOf(field.pointerAt(i), depth);
-            if (number != 0)
-                targets.push_back(number);
-        }
-        if (targets.empty())
-            return;
-        const std::size_t start = beginField(desc, FieldKind::links);
-        putNumber(_body.bytes(), static_cast<UInt32>(targets.size()));
-        for (const UInt32 number : targets)
-            putNumber(_body.bytes(), number);
-        endField(start);
+    void putPlain(const scene_field& field, const UInt8* values, UInt32 count) {
+        const plain_codec& codec = *field.codec;
+        const UInt64 bytes = UInt64(count) * codec.elementBytes;
+        putHead(field.name, field.type, bytes + (codec.isList ? sizeof(count) : 0));
+        if (codec.isList)
+            _sink.number(count);
+        _sink.block(values, static_cast<std::size_t>(bytes / codec.numberBytes), codec.numberBytes);
     }
 
-    void putAttachments(const FieldDescription& desc, const AttachmentMap& map, UInt32 depth) {
-        if (map.empty())
+    /// Files know bytes alone here; no primitive type has a number above 9.
+    void putPrimitiveTypes(const scene_field& field, const GeoPTypes& types) {
+        putHead(field.name, "MFUInt8", UInt64(types.getSize()) + sizeof(UInt32));
+        _sink.number(types.getSize());
+        for (UInt32 i = 0; i < types.getSize(); ++i)
+            _sink.number(static_cast<UInt8>(std::min<UInt32>(types.getValue(i), 0xFF)));
+    }
+
+    void putPixels(const scene_field& field, const Image& image) {
+        const MFUInt8& pixels = image.getPixel();
+        const UInt32 count = pixels.getSize();
+        if (!image.isValid() || image.getFrameCount() < 2 || image.getSideCount() < 2) {
+            putPlain(field, pixels.getValues().data(), count);
             return;
-        const std::size_t start = beginField(desc, FieldKind::attachments);
-        putNumber(_body.bytes(), static_cast<UInt32>(map.size()));
+        }
+        const std::vector<UInt8> turned = osgExchangeBlocks(
+            pixels.getValues().data(), count, static_cast<UInt32>(image.getSideCount()),
+            static_cast<UInt32>(image.getFrameCount()));
+        putPlain(field, turned.data(), count);
+    }
+
+    void putTexts(const scene_field& field, const Field& values) {
+        if (!field.isList) {
+            const std::string_view text =
+                cutAtNull(static_cast<const SFString&>(values).getValue());
+            putHead(field.name, field.type, bytesOfText(text));
+            _sink.text(text);
+            return;
+        }
+        const MFString& texts = static_cast<const MFString&>(values);
+        UInt64 bytes = sizeof(UInt32);
+        for (const std::string& text : texts)
+            bytes += bytesOfText(cutAtNull(text));
+        putHead(field.name, field.type, bytes);
+        _sink.number(texts.getSize());
+        for (const std::string& text : texts)
+            _sink.text(cutAtNull(text));
+    }
+
+    void putLinks(const scene_field& field, const Field& values, UInt32 depth) {
+        const UInt32 count = values.getSize();
+        if (field.isList && count == 0)
+            return;
+        const UInt64 bytes = UInt64(count) * sizeof(UInt32);
+        putHead(field.name, field.type, bytes + (field.isList ? sizeof(count) : 0));
+        if (field.isList)
+            _sink.number(count);
+        for (UInt32 i = 0; i < count; ++i)
+            _sink.number(numberOf(values.pointerAt(i), depth));
+    }
+
+    /// Those that are no program's own business; bindings only if one is not 0.
+    void putAttachments(const scene_field& field, const AttachmentMap& map, UInt32 depth) {
+        std::vector<std::pair<UInt16, AttachmentPtr>> shown;
         for (const auto& entry : map) {
-            putNumber(_body.bytes(), static_cast<UInt16>(entry.first & 0xFFFF));
-            putNumber(_body.bytes(), numberOf(entry.second, depth));
+            if (!entry.second->getInternal().getValue())
+                shown.emplace_back(static_cast<UInt16>(entry.first & 0xFFFF), entry.second);
         }
-        endField(start);
+        if (shown.empty())
+            return;
+        const bool haveBindings = std::any_of(shown.begin(), shown.end(),
+                                              [](const auto& entry) { return entry.first != 0; });
+        const UInt32 count = static_cast<UInt32>(shown.size());
+        putHead(field.name, field.type, sizeof(count) + UInt64(count) * (haveBindings ? 6 : 4));
+        _sink.number(count);
+        for (const auto& entry : shown)
+            _sink.number(numberOf(entry.second, depth));
+        for (std::size_t i = 0; i < shown.size() && haveBindings; ++i)
+            _sink.number(shown[i].first);
     }
 
-    std::ostream& _out;
-    std::unordered_map<UInt32, UInt32> _numbers; ///< by container id
+    byte_sink _sink;
+    std::unordered_map<UInt32, UInt32> _numbers;   ///< by container id
+    std::unordered_map<UInt32, scene_type> _types; ///< by type number
     std::vector<numbered> _order;
-    std::vector<UInt8> _head; ///< what goes to the stream next
-    field_bytes_out _body;    ///< fields of the container in hand
 };
 
 } // namespace
 
 bool writeScene(const NodePtr& root, std::ostream& out) {
-    scene_writer writer(out);
-    if (writer.write(root))
-        return true;
-    SWARNING << "Scene file: cannot be written, or the scene is nested deeper than " << maxDepth
-             << endLog;
+    try {
+        scene_writer writer(out);
+        if (writer.write(root))
+            return true;
+        SWARNING << "Scene file: cannot be written" << endLog;
+    } catch (const std::length_error& reason) {
+        SWARNING << "Scene file: cannot be written: " << reason.what() << endLog;
+    }
     return false;
 }
 

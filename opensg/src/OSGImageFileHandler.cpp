@@ -1,5 +1,6 @@
 #include "OpenSG/OSGImageFileHandler.h"
 
+#include "OSGPictureCodec.h"
 #include "OpenSG/OSGLog.h"
 
 #include <algorithm>
@@ -30,9 +31,6 @@ OSG_BEGIN_NAMESPACE
 
 namespace {
 
-// Pictures larger than this are taken for damage in the size entries of a file.
-constexpr Int64 maxPixels = Int64(1) << 28;
-
 bool fail(const Char8* task, const Char8* fileName, const Char8* why) {
     SWARNING << "ImageFileHandler::" << task << ": " << (fileName != nullptr ? fileName : "(null)")
              << ": " << why << endLog;
@@ -57,28 +55,13 @@ std::vector<UInt8> turned(const UInt8* pixels, std::size_t rowBytes, std::size_t
 }
 
 bool decode(const UInt8* bytes, std::size_t count, const ImagePtr& image) {
-    if (count == 0 || count > 0x7FFFFFFF)
-        return false;
-    const int length = static_cast<int>(count);
-    int width = 0;
-    int height = 0;
-    int channels = 0;
-    if (stbi_info_from_memory(bytes, length, &width, &height, &channels) == 0)
-        return false;
-    if (width < 1 || height < 1 || Int64(width) * height > maxPixels)
-        return false;
-
-    using Pixels = std::unique_ptr<stbi_uc, void (*)(void*)>;
-    const Pixels pixels(stbi_load_from_memory(bytes, length, &width, &height, &channels, 0),
-                        &stbi_image_free);
-    if (pixels == nullptr || channels < 1 || channels > 4)
+    decoded_picture picture;
+    if (!osgDecodePicture(bytes, count, picture))
         return false;
     static constexpr UInt32 formats[] = {Image::OSG_L_PF, Image::OSG_LA_PF, Image::OSG_RGB_PF,
                                          Image::OSG_RGBA_PF};
-    const std::size_t rowBytes = static_cast<std::size_t>(width) * std::size_t(channels);
-    const std::vector<UInt8> rows =
-        turned(pixels.get(), rowBytes, static_cast<std::size_t>(height));
-    return image->set(formats[channels - 1], width, height, 1, 1, 1, 0.0, rows.data());
+    return image->set(formats[picture.channels - 1], picture.width, picture.height, 1, 1, 1, 0.0,
+                      picture.pixels.data());
 }
 
 std::string extensionOf(const std::string& fileName) {
@@ -142,6 +125,29 @@ Image::PixelFormat fileFormatOf(const Image& image) {
 }
 
 } // namespace
+
+bool osgProbePicture(const UInt8* bytes, std::size_t count, decoded_picture& out) {
+    if (count == 0 || count > 0x7FFFFFFF)
+        return false;
+    return stbi_info_from_memory(bytes, static_cast<int>(count), &out.width, &out.height,
+                                 &out.channels) != 0 &&
+           out.width > 0 && out.height > 0 && out.channels > 0 && out.channels <= 4 &&
+           Int64(out.width) * out.height <= osgMaxPicturePixels;
+}
+
+bool osgDecodePicture(const UInt8* bytes, std::size_t count, decoded_picture& out) {
+    if (!osgProbePicture(bytes, count, out))
+        return false;
+    using Pixels = std::unique_ptr<stbi_uc, void (*)(void*)>;
+    const Pixels pixels(stbi_load_from_memory(bytes, static_cast<int>(count), &out.width,
+                                              &out.height, &out.channels, 0),
+                        &stbi_image_free);
+    if (pixels == nullptr || out.channels < 1 || out.channels > 4)
+        return false;
+    const std::size_t rowBytes = std::size_t(out.width) * std::size_t(out.channels);
+    out.pixels = turned(pixels.get(), rowBytes, static_cast<std::size_t>(out.height));
+    return true;
+}
 
 ImageFileHandler& ImageFileHandler::the() {
     static ImageFileHandler& handler = *new ImageFileHandler;

@@ -1,5 +1,6 @@
 #include "OSGSceneLinks.h"
 
+#include "OSGSceneBytes.h"
 #include "OpenSG/OSGChunkMaterial.h"
 #include "OpenSG/OSGCubeTextureChunk.h"
 #include "OpenSG/OSGGeometry.h"
@@ -7,6 +8,8 @@
 #include "OpenSG/OSGNode.h"
 #include "OpenSG/OSGSimpleTexturedMaterial.h"
 #include "OpenSG/OSGSwitchMaterial.h"
+
+#include <algorithm>
 
 OSG_BEGIN_NAMESPACE
 
@@ -78,6 +81,62 @@ const scene_link* osgFindSceneLink(const FieldContainerType& type, UInt32 fieldI
             return &link;
     }
     return nullptr;
+}
+
+namespace {
+
+/// What refers to what, to be taken apart from the top.
+struct link_counts {
+    std::vector<UInt32> owners; ///< references to each object
+    std::vector<UInt32> first;  ///< links of owner i: first[i] .. first[i + 1] - 1
+
+    link_counts(std::size_t count, const std::vector<pending_link>& links)
+        : owners(count, 0), first(count + 1, 0) {
+        std::vector<UInt8> isChild(count, 0);
+        for (const pending_link& link : links) {
+            ++owners[link.target];
+            ++first[link.owner + 1];
+            if (link.target == 0)
+                throw scene_damage("the root hangs below something", link.place);
+            if (link.link == nullptr || !link.link->toChild)
+                continue;
+            if (isChild[link.target] != 0)
+                throw scene_damage("a node has two parents", link.place);
+            isChild[link.target] = 1;
+        }
+        for (std::size_t i = 0; i < count; ++i)
+            first[i + 1] += first[i];
+    }
+};
+
+} // namespace
+
+void osgCheckSceneLinks(std::size_t count, const std::vector<pending_link>& links,
+                        UInt32 maxDepth) {
+    link_counts counts(count, links);
+    // Takes objects away whose owners are all gone; what remains sits in a circle.
+    std::vector<UInt32> open;
+    std::vector<UInt32> depth(count, 0);
+    for (UInt32 i = 0; i < count; ++i) {
+        if (counts.owners[i] == 0)
+            open.push_back(i);
+    }
+    while (!open.empty()) {
+        const UInt32 owner = open.back();
+        open.pop_back();
+        for (UInt32 i = counts.first[owner]; i < counts.first[owner + 1]; ++i) {
+            const UInt32 target = links[i].target;
+            depth[target] = std::max(depth[target], depth[owner] + 1);
+            if (depth[target] > maxDepth)
+                throw scene_damage("the scene is nested too deep", links[i].place);
+            if (--counts.owners[target] == 0)
+                open.push_back(target);
+        }
+    }
+    for (const pending_link& link : links) {
+        if (counts.owners[link.target] != 0 && counts.owners[link.owner] != 0)
+            throw scene_damage("objects refer to each other in a circle", link.place);
+    }
 }
 
 OSG_END_NAMESPACE

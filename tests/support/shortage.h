@@ -1,6 +1,7 @@
 #pragma once
 
-// Lets single allocations fail, so that a test can see what a pass does when memory runs out:
+// Lets single allocations fail, so that a test can see what a pass does when memory runs out, and
+// tells how much is held:
 //
 //     for (long index = 0; failed; ++index) {
 //         const shortage one(index);
@@ -14,6 +15,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <limits>
+#include <malloc.h>
 #include <new>
 
 namespace morva_test {
@@ -34,6 +36,14 @@ class shortage {
     /// True if some allocation failed.
     static bool happened() { return before_failure < 0; }
 
+    /// The most bytes that `pass` held at once, beyond those held before.
+    template <class Pass> static std::size_t mostHeldBy(const Pass& pass) {
+        const std::size_t before = held;
+        most_held = before;
+        pass();
+        return most_held - before;
+    }
+
     static void* allocate(std::size_t bytes) {
         if (bytes >= watched_bytes && before_failure.fetch_sub(1) <= 0 &&
             failures_left.fetch_sub(1) > 0)
@@ -41,15 +51,23 @@ class shortage {
         void* memory = std::malloc(bytes == 0 ? 1 : bytes);
         if (memory == nullptr)
             throw std::bad_alloc();
+        const std::size_t now = held += malloc_usable_size(memory);
+        if (now > most_held) // exact as long as one thread allocates
+            most_held = now;
         return memory;
     }
     /// A call of its own, or the compiler takes new and free for a mismatch.
-    [[gnu::noinline]] static void release(void* memory) { std::free(memory); }
+    [[gnu::noinline]] static void release(void* memory) {
+        held -= malloc_usable_size(memory);
+        std::free(memory);
+    }
 
   private:
     static inline std::atomic<std::size_t> watched_bytes{std::numeric_limits<std::size_t>::max()};
     static inline std::atomic<long> before_failure{0};
     static inline std::atomic<long> failures_left{0};
+    static inline std::atomic<std::size_t> held{0};
+    static inline std::atomic<std::size_t> most_held{0};
 };
 
 } // namespace morva_test

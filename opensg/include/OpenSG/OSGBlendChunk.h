@@ -13,7 +13,7 @@ class OSG_BASE_DLLMAPPING BlendChunk : public StateChunk {
     OSG_CONTAINER_DECL(BlendChunk, StateChunk, BlendChunkPtr)
   public:
     /// Of an alpha factor: the factor of the colours holds.
-    static constexpr GLenum UnusedFactor = 0xFFFFFFFFu;
+    static constexpr GLenum UnusedFactor = 0xFFFF;
 
     /// Whether something of what lies behind is kept.
     bool isTransparent() const override { return getDestFactor() != GL_ZERO; }

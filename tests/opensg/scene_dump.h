@@ -1,0 +1,197 @@
+#pragma once
+
+// What a scene holds, as text: objects numbered breadth first from the root, one field a line in
+// the order of their names, `  FIELD TYPE COUNT: VALUE VALUE ...`. Empty lists of containers and
+// attachments stay away.
+
+#include <OpenSG/OSGAttachmentContainer.h>
+#include <OpenSG/OSGImage.h>
+#include <OpenSG/OSGMFBaseTypes.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+#include <string>
+#include <vector>
+
+namespace scene_test {
+
+using namespace osg;
+
+/// Takes in what a field writes of itself, in the order of the machine.
+class raw_bytes : public BinaryDataHandler {
+  public:
+    std::vector<UInt8> bytes;
+
+  protected:
+    void write(const void* source, UInt32 count) override {
+        const auto* from = static_cast<const UInt8*>(source);
+        bytes.insert(bytes.end(), from, from + count);
+    }
+    void read(void*, UInt32) override {}
+};
+
+inline std::string quoted(const std::string& text) {
+    std::string out = "\"";
+    for (const unsigned char c : text) {
+        char escaped[8];
+        std::snprintf(escaped, sizeof(escaped), "\\x%02x", c);
+        out += c < 32 || c > 126 || c == '"' || c == '\\' ? escaped : std::string(1, char(c));
+    }
+    return out + '"';
+}
+
+template <class T, class As> std::string numberText(const char* format, const UInt8*& at) {
+    T value;
+    std::memcpy(&value, at, sizeof(T));
+    at += sizeof(T);
+    char text[40];
+    std::snprintf(text, sizeof(text), format, static_cast<As>(value));
+    return text;
+}
+
+/// One number of the type that its name, or the last letters of a vector's name, say.
+inline std::string numberText(const std::string& type, const UInt8*& at) {
+    if (type == "f" || type == "Real32")
+        return numberText<Real32, Real64>("%.9g", at);
+    if (type == "d" || type == "Real64")
+        return numberText<Real64, Real64>("%.17g", at);
+    if (type == "b" || type == "Int8")
+        return numberText<Int8, int>("%d", at);
+    if (type == "s" || type == "Int16")
+        return numberText<Int16, int>("%d", at);
+    if (type == "UInt16")
+        return numberText<UInt16, int>("%d", at);
+    if (type == "Int32")
+        return numberText<Int32, int>("%d", at);
+    return type == "UInt32" ? numberText<UInt32, unsigned>("%u", at)
+                            : numberText<UInt8, int>("%d", at);
+}
+
+/// An element of plain numbers, in brackets if there are several.
+inline std::string elementText(const std::string& type, const UInt8*& at) {
+    int count = type == "Matrix" ? 16 : type == "Quaternion" ? 4 : 1;
+    std::string number = count > 1 ? "f" : type;
+    for (const char* tuple : {"Vec", "Pnt", "Color"}) {
+        if (type.rfind(tuple, 0) != 0)
+            continue;
+        count = type[std::strlen(tuple)] - '0';
+        number = type.substr(std::strlen(tuple) + 1);
+    }
+    std::string text;
+    for (int i = 0; i < count; ++i)
+        text += (i > 0 ? " " : "") + numberText(number, at);
+    return count > 1 ? "(" + text + ")" : text;
+}
+
+class scene_dump {
+  public:
+    explicit scene_dump(const FieldContainerPtr& root) {
+        numberOf(root);
+        for (std::size_t i = 0; i < _order.size(); ++i)
+            dumpObject(i);
+    }
+    std::vector<std::string> lines;
+
+  private:
+    std::string numberOf(const FieldContainerPtr& container) {
+        if (container == NullFC)
+            return " @0";
+        const auto entered = _numbers.emplace(container.getFieldContainerId(), _order.size() + 1);
+        if (entered.second)
+            _order.push_back(container);
+        return " @" + std::to_string(entered.first->second);
+    }
+
+    void dumpObject(std::size_t index) {
+        const FieldContainerPtr container = _order[index];
+        FieldContainerType& type = container->getType();
+        lines.push_back("@" + std::to_string(index + 1) + " " + type.getCName());
+        std::map<std::string, FieldDescription*> byName;
+        for (FieldDescription* desc : type.getFieldDescs())
+            byName[fileNameOf(type.getCName(), desc->getCName())] = desc;
+        for (const auto& [name, desc] : byName) {
+            Field& field = *desc->getField(*container);
+            const auto* map = dynamic_cast<const SFAttachmentMap*>(&field);
+            const bool none = field.isEmpty() && field.holdsPointers();
+            if (desc->isInternal() || none || (map != nullptr && type.isAttachment()))
+                continue;
+            std::size_t count = field.getSize();
+            const std::string values =
+                map != nullptr ? attachmentsText(*map, count) : valuesText(container, *desc, field);
+            if (map == nullptr || count > 0)
+                lines.push_back("  " + name + " " + desc->getType().getCName() + " " +
+                                std::to_string(count) + ":" + values);
+        }
+    }
+
+    /// Properties call their array by what it is.
+    static std::string fileNameOf(const std::string& type, const std::string& field) {
+        static const std::pair<const char*, const char*> arrays[] = {
+            {"GeoPositions", "positions"}, {"GeoNormals", "normals"}, {"GeoColors3f", "colors"},
+            {"GeoColors", "Colors"},       {"GeoTex", "TexCoords"},   {"GeoIndices", "indices"},
+            {"GeoPTypes", "types"},        {"GeoPLengths", "lengths"}};
+        for (const auto& [start, array] : arrays) {
+            if (field == "geoPropData" && type.rfind(start, 0) == 0)
+                return array;
+        }
+        return field;
+    }
+
+    std::string attachmentsText(const SFAttachmentMap& field, std::size_t& count) {
+        std::vector<std::pair<std::pair<std::string, UInt32>, AttachmentPtr>> sorted;
+        for (const auto& [key, attachment] : field.getValue())
+            sorted.push_back({{attachment->getTypeName(), key & 0xFFFF}, attachment});
+        std::sort(sorted.begin(), sorted.end(),
+                  [](const auto& a, const auto& b) { return a.first < b.first; });
+        std::string text;
+        for (const auto& [key, attachment] : sorted)
+            text += " " + std::to_string(key.second) + "=" + numberOf(attachment).substr(1);
+        count = sorted.size();
+        return text;
+    }
+
+    std::string valuesText(const FieldContainerPtr& container, const FieldDescription& desc,
+                           const Field& field) {
+        std::string text;
+        if (field.holdsPointers()) {
+            for (UInt32 i = 0; i < field.getSize(); ++i)
+                text += numberOf(field.pointerAt(i));
+        } else if (const auto* one = dynamic_cast<const SFString*>(&field)) {
+            text = " " + quoted(one->getValue());
+        } else if (const auto* many = dynamic_cast<const MFString*>(&field)) {
+            for (const std::string& value : *many)
+                text += " " + quoted(value);
+        } else {
+            const std::string type = desc.getType().getCName();
+            raw_bytes raw;
+            field.copyToBin(raw);
+            const ImagePtr image = ImagePtr::dcast(container);
+            if (image != NullFC && type == "MFUInt8")
+                raw.bytes = inFileOrder(*image, raw.bytes);
+            const UInt8* at = raw.bytes.data() + (type[0] == 'M' ? sizeof(UInt32) : 0);
+            for (UInt32 i = 0; i < field.getSize(); ++i)
+                text += " " + elementText(type.substr(2), at);
+        }
+        return text;
+    }
+
+    /// Frame outermost, then side; count in front.
+    static std::vector<UInt8> inFileOrder(const Image& image, const std::vector<UInt8>& stored) {
+        std::vector<UInt8> bytes(stored.begin(), stored.begin() + sizeof(UInt32));
+        const UInt32 frames = static_cast<UInt32>(image.getFrameCount());
+        const UInt32 sides = static_cast<UInt32>(image.getSideCount());
+        const UInt32 side = image.getPixel().getSize() / std::max(1u, frames * sides);
+        for (UInt32 f = 0; f < frames && side > 0; ++f) {
+            for (UInt32 s = 0; s < sides; ++s)
+                bytes.insert(bytes.end(), image.getData(0, f, s), image.getData(0, f, s) + side);
+        }
+        return bytes;
+    }
+
+    std::vector<FieldContainerPtr> _order;
+    std::map<UInt32, std::size_t> _numbers; ///< by container id
+};
+
+} // namespace scene_test
