@@ -78,16 +78,6 @@ struct part_lists {
     node_ids plain, switched, transparent, hidden;
 };
 
-/// Whether some node above is in the set: then its whole subtree goes where it goes.
-bool hasAncestorIn(const ::osg::NodePtr& node, const node_ids& ids) {
-    for (::osg::NodePtr above = node->getParent(); above != ::osg::NullFC;
-         above = above->getParent()) {
-        if (ids.count(above.getFieldContainerId()) != 0)
-            return true;
-    }
-    return false;
-}
-
 /// Entries of a vertex property up to which the draw order stays as it is.
 constexpr unsigned int reorder_limit = 65533;
 
@@ -137,11 +127,6 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     // One material for all may turn carried parts into merged ones, and the other way round.
     else if (rules.one_material && rules.merges && part.fate != part_fate::left_out)
         set(part.degenerate != 0 ? part_fate::open : part.fate, sound, part.triangles);
-    // What hangs below a carried node goes with it, and is merged besides.
-    if (part.fate == part_fate::merged &&
-        ((!rules.all_materials && hasAncestorIn(node, lists.transparent)) ||
-         (rules.setup.keeprenderfalse && hasAncestorIn(node, lists.hidden))))
-        set(part_fate::open, part.least, part.most + part.triangles);
 }
 
 /// What counting one part needs, free of the scene graph.
@@ -248,14 +233,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
 
     for (std::size_t i = 0; i < parts.size(); ++i) {
-        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(parts[i].node->getCore());
         foretell(plan.parts[i], parts[i].node, lists, rules);
-        // Of strips of quads alone, or without lengths, the merge sees no triangles.
-        if (plan.parts[i].fate == part_fate::merged &&
-            morva::osg::getNumberOfTriangles(core) == 0) {
-            plan.parts[i].fate = part_fate::left_out;
-            plan.parts[i].least = plan.parts[i].most = 0;
-        }
         audited_part& part = plan.parts[i];
         part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
                    mayBeCut(*tasks[i].view, parts[i].node, rules);

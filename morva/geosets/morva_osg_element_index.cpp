@@ -1,10 +1,15 @@
 #include <morva/geosets/morva_osg_element_index.h>
 
+#include <algorithm>
+#include <cmath>
 #include <cstdint>
-#include <cstring>
+#include <type_traits>
 #include <vector>
 
+#include <morva/core/morva_osg_value_hash.h>
 #include <morva/core/morva_span.h>
+#include <morva/geosets/morva_osg_source_columns.h>
+#include <morva/geosets/morva_osg_texcoord_sets.h>
 
 namespace morva::osg {
 
@@ -12,7 +17,7 @@ namespace {
 
 /// One property as rows of `width` floats.
 struct column {
-    const float* rows = nullptr;
+    float* rows = nullptr;
     std::size_t width = 0; ///< floats of one row
     ::osg::UInt16 mapping = 0;
 };
@@ -34,53 +39,55 @@ bool equalRows(span<const column> columns, std::size_t a, std::size_t b) {
     return true;
 }
 
-std::uint64_t hashRow(span<const column> columns, std::size_t row) {
+::osg::UInt32 hashRow(span<const column> columns, std::size_t row) {
     std::uint64_t hash = 0;
     for (const column& c : columns) {
         for (std::size_t i = 0; i < c.width; ++i) {
-            const float value = c.rows[row * c.width + i];
-            std::uint32_t bits = 0;
-            if (value != 0.0F)
-                std::memcpy(&bits, &value, sizeof bits); // one hash for both zeros
-            hash = (hash ^ bits) * 0x9e3779b97f4a7c15U;
+            hash = (hash ^ bitsOf(c.rows[row * c.width + i])) * 0x9e3779b97f4a7c15U;
             hash ^= hash >> 32;
         }
     }
-    return hash;
+    return hashOfSum(hash);
 }
 
-/// True if a component of the row is a NaN: the row then equals none, itself included.
-bool isUnequalToAll(span<const column> columns, std::size_t row) {
-    return !equalRows(columns, row, row);
-}
-
-/// Open addressing over the numbers given so far; only numbers, never hash order, come out.
+/// Only numbers, never hash order, come out.
 numbering numberRows(span<const column> columns, std::size_t vertices) {
     numbering result;
     result.number_of.resize(vertices);
-    std::size_t slots = 16;
-    while (slots < 2 * vertices)
-        slots *= 2;
-    constexpr ::osg::UInt32 none = 0xffffffffU;
-    std::vector<::osg::UInt32> table(slots, none);
-    const auto newNumber = [&](std::size_t v) {
-        result.first.push_back(static_cast<::osg::UInt32>(v));
-        return static_cast<::osg::UInt32>(result.first.size() - 1);
-    };
-    for (std::size_t v = 0; v < vertices; ++v) {
-        if (isUnequalToAll(columns, v)) { // not entered: nothing can find it
-            result.number_of[v] = newNumber(v);
-            continue;
+    number_table known(vertices);
+    ::osg::UInt32 hashes[batch_size];
+    for (std::size_t start = 0; start < vertices; start += batch_size) {
+        const std::size_t end = std::min(start + batch_size, vertices);
+        for (std::size_t v = start; v < end; ++v) {
+            hashes[v - start] = hashRow(columns, v);
+            known.fetch(hashes[v - start]);
         }
-        std::size_t slot = hashRow(columns, v) & (slots - 1);
-        while (table[slot] != none && !equalRows(columns, result.first[table[slot]], v)) {
-            slot = (slot + 1) & (slots - 1);
+        for (std::size_t v = start; v < end; ++v) {
+            const auto next = static_cast<::osg::UInt32>(result.first.size());
+            ::osg::UInt32 number = next;
+            if (equalRows(columns, v, v)) { // a NaN is not entered: nothing can find it
+                number = known.findOrEnter(hashes[v - start], next, [&](::osg::UInt32 other) {
+                    return equalRows(columns, result.first[other], v);
+                });
+            }
+            if (number == next)
+                result.first.push_back(static_cast<::osg::UInt32>(v));
+            result.number_of[v] = number;
         }
-        if (table[slot] == none)
-            table[slot] = newNumber(v);
-        result.number_of[v] = table[slot];
     }
     return result;
+}
+
+/// Where a column has a -0, gives all its equal rows the values of the first: rows are compared
+/// together with other columns, and of 0 and -0 each column keeps the one that it meets first.
+void unifyZeros(const column& c, std::size_t vertices) {
+    const auto negative_zero = [](float value) { return value == 0.0F && std::signbit(value); };
+    if (std::none_of(c.rows, c.rows + vertices * c.width, negative_zero))
+        return;
+    const numbering alone = numberRows(span<const column>(&c, 1), vertices);
+    for (std::size_t v = 0; v < vertices; ++v)
+        std::copy_n(c.rows + alone.first[alone.number_of[v]] * c.width, c.width,
+                    c.rows + v * c.width);
 }
 
 /// Calls `use(property, mapping bit)` for the stored forms of the properties that are there.
@@ -89,18 +96,21 @@ template <typename Use> void forEachProperty(const ::osg::GeometryPtr& geometry,
         if (property != ::osg::NullFC && !property->editField().empty())
             use(property, bit);
     };
-    offer(::osg::GeoPositions3fPtr::dcast(geometry->getPositions()), ::osg::Geometry::MapPosition);
-    offer(::osg::GeoNormals3fPtr::dcast(geometry->getNormals()), ::osg::Geometry::MapNormal);
-    offer(::osg::GeoColors3fPtr::dcast(geometry->getColors()), ::osg::Geometry::MapColor);
+    using ::osg::Geometry;
+    offer(::osg::GeoPositions3fPtr::dcast(geometry->getPositions()), Geometry::MapPosition);
+    offer(::osg::GeoNormals3fPtr::dcast(geometry->getNormals()), Geometry::MapNormal);
+    offer(::osg::GeoColors3fPtr::dcast(geometry->getColors()), Geometry::MapColor);
+    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto&) {
+        offer(::osg::GeoTexCoords2fPtr::dcast(set), bit);
+        offer(::osg::GeoTexCoords1fPtr::dcast(set), bit);
+    });
     offer(::osg::GeoColors3fPtr::dcast(geometry->getSecondaryColors()),
-          ::osg::Geometry::MapSecondaryColor);
-    offer(::osg::GeoTexCoords1fPtr::dcast(geometry->getTexCoords7()),
-          ::osg::Geometry::MapTexCoords7);
+          Geometry::MapSecondaryColor);
 }
 
 template <typename Property> column columnOf(const Property& property, ::osg::UInt16 bit) {
     auto& field = property->editField();
-    return {reinterpret_cast<const float*>(&field[0]), sizeof(field[0]) / sizeof(float), bit};
+    return {reinterpret_cast<float*>(&field[0]), sizeof(field[0]) / sizeof(float), bit};
 }
 
 /// Keeps the rows of the numbered vertices, in order of number.
@@ -114,7 +124,47 @@ void closeUp(const Property& property, const std::vector<::osg::UInt32>& first) 
     field.resize(first.size());
 }
 
+/// Gives every vertex a row of its own in a new property, handed over by `take`.
+template <typename Concrete, typename Role, typename Take>
+void spreadRows(const Role& property, const vertex_stream& vertices, ::osg::UInt16 bit,
+                const Take& take) {
+    if (property == ::osg::NullFC)
+        return;
+    const Concrete made = Concrete::StoredObjectType::create();
+    const ::osg::RefPtr<Concrete> held(made);
+    using value = std::decay_t<decltype(made->editField()[0])>;
+    const source_column<value> from(property, vertices, bit);
+    made->editField().resize(vertices.size());
+    for (std::size_t v = 0; v < vertices.size(); ++v)
+        made->editField()[v] = from.at(v);
+    take(made);
+}
+
 } // namespace
+
+void unindexVertices(const ::osg::GeometryPtr& geometry) {
+    using ::osg::Geometry;
+    const bool indexed = geometry->getIndices() != ::osg::NullFC;
+    const vertex_stream vertices(geometry);
+    if (indexed) {
+        spreadRows<::osg::GeoPositions3fPtr>(
+            geometry->getPositions(), vertices, Geometry::MapPosition,
+            [&](const auto& made) { geometry->setPositions(made); });
+        spreadRows<::osg::GeoNormals3fPtr>(geometry->getNormals(), vertices, Geometry::MapNormal,
+                                           [&](const auto& made) { geometry->setNormals(made); });
+        spreadRows<::osg::GeoColors3fPtr>(geometry->getColors(), vertices, Geometry::MapColor,
+                                          [&](const auto& made) { geometry->setColors(made); });
+        spreadRows<::osg::GeoColors3fPtr>(
+            geometry->getSecondaryColors(), vertices, Geometry::MapSecondaryColor,
+            [&](const auto& made) { geometry->setSecondaryColors(made); });
+    }
+    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto& take) {
+        if (indexed || ::osg::GeoTexCoords2fPtr::dcast(set) == ::osg::NullFC)
+            spreadRows<::osg::GeoTexCoords2fPtr>(set, vertices, bit, take);
+    });
+    geometry->setIndices(::osg::NullFC);
+    geometry->editMFIndexMapping()->clear();
+}
 
 void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property) {
     std::vector<column> columns;
@@ -129,6 +179,8 @@ void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property) {
             numberings.push_back(numberRows(span<const column>(&c, 1), vertices));
         }
     } else {
+        for (const column& c : columns)
+            unifyZeros(c, vertices);
         numberings.push_back(numberRows(columns, vertices));
     }
 

@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared vertices for lines and points: what createSingleIndex() and createSharedIndex() do for
-// triangles, which drop every other primitive on the way.
+// Shared vertices with every property that a geometry has, for any primitives: createSingleIndex()
+// and createSharedIndex() handle triangles alone, and five of the properties.
 //
 //     lines        A B  B C  C A             unindexed: 6 rows per property
 //     one index    0 1  1 2  2 0             3 rows per property
@@ -14,11 +14,18 @@
 
 namespace morva::osg {
 
-/// Gives an unindexed geometry an index and takes repeated rows out of its positions, normals,
-/// colours, secondary colours and texture coordinates 7. Primitives stay as they are.
+/// Gives an unindexed geometry an index and takes repeated rows out of its properties. Primitives
+/// stay as they are. All properties have a row for each position, in the forms that MakeGeoCore()
+/// makes; the further coordinate sets and secondary colours come behind the rest.
 ///
 /// per_property  one index per property, with one mapping entry each, instead of one for all
 /// errors        std::bad_alloc; the geometry may then be half done
 void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property);
+
+/// Gives every vertex a row of its own in all properties, and takes the index away. Coordinate
+/// sets come out with two components. Primitives stay, so they must use the vertices in order.
+///
+/// errors  as for indexVertices()
+void unindexVertices(const ::osg::GeometryPtr& geometry);
 
 } // namespace morva::osg

@@ -5,7 +5,6 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -15,14 +14,6 @@ namespace {
 
 const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
 const ::osg::Vec3f upward(0.0F, 1.0F, 0.0F);
-
-/// Value of a block at an index that may be -1 or lead nowhere: then zero.
-template <typename Value> Value valueAt(const property_block<Value>& block, ::osg::Int32 index) {
-    const auto values = block.view();
-    if (index < 0 || static_cast<std::size_t>(index) >= values.size())
-        return Value();
-    return values[static_cast<std::size_t>(index)];
-}
 
 /// First row of a property in its usual stored form, or null for another form.
 template <typename Concrete, typename Ptr> auto firstRow(const Ptr& property) {
@@ -54,71 +45,24 @@ template <typename Ptr> std::size_t rowsOf(const ::osg::RefPtr<Ptr>& property, s
 
 } // namespace
 
-index_reader::index_reader(const ::osg::GeometryPtr& geometry)
-    : position(hasIndex(geometry, ::osg::Geometry::MapPosition)),
-      normal(hasIndex(geometry, ::osg::Geometry::MapNormal)),
-      color(hasIndex(geometry, ::osg::Geometry::MapColor)),
-      secondary(hasIndex(geometry, ::osg::Geometry::MapSecondaryColor)),
-      id(hasIndex(geometry, ::osg::Geometry::MapTexCoords7)) {}
-
-vertex_indices index_reader::operator()(const ::osg::PrimitiveIterator& it,
-                                        ::osg::UInt32 which) const {
-    const auto vertex = static_cast<::osg::Int32>(which);
-    vertex_indices indices;
-    if (position)
-        indices.position = it.getPositionIndex(vertex);
-    if (normal)
-        indices.normal = it.getNormalIndex(vertex);
-    if (color)
-        indices.color = it.getColorIndex(vertex);
-    if (secondary)
-        indices.secondary = it.getSecondaryColorIndex(vertex);
-    if (id)
-        indices.id = it.getTexCoordsIndex7(vertex);
-    return indices;
-}
-
-vertex_budget::vertex_budget(const ::osg::GeometryPtr& geometry) {
-    if (geometry->getIndices() != ::osg::NullFC) {
-        const std::size_t per_vertex =
-            std::max<std::size_t>(1, geometry->getMFIndexMapping()->size());
-        left = geometry->getIndices()->size() / per_vertex;
-    } else if (geometry->getPositions() != ::osg::NullFC) {
-        left = geometry->getPositions()->size();
-    }
-}
-
-source_fields::source_fields(const ::osg::GeometryPtr& geometry)
-    : positions(readBlock(geometry->getPositions())), normals(readBlock(geometry->getNormals())),
-      colors(readBlock(geometry->getColors())),
-      secondary(readBlock(geometry->getSecondaryColors())),
-      ids(readBlock(geometry->getTexCoords7())),
-      has_normals(geometry->getNormals() != ::osg::NullFC),
-      has_colors(geometry->getColors() != ::osg::NullFC),
-      has_secondary(geometry->getSecondaryColors() != ::osg::NullFC),
-      has_ids(geometry->getTexCoords7() != ::osg::NullFC) {}
-
-target_fields::target_fields(const ::osg::GeometryPtr& target, const ::osg::GeometryPtr& source,
+target_fields::target_fields(const ::osg::GeometryPtr& target, const source_columns& source,
                              bool write_ids, std::size_t vertices) {
     types = target->getTypes();
     if (types == ::osg::NullFC)
         types = ::osg::GeoPTypesUI8::create();
     lengths = target->getLengths();
-    if (lengths == ::osg::NullFC && source->getLengths() != ::osg::NullFC) {
+    if (lengths == ::osg::NullFC)
         lengths = ::osg::GeoPLengthsUI32::create();
-    }
     prepareRows<::osg::GeoPositions3fPtr>(positions, target->getPositions(),
-                                          source->getPositions() != ::osg::NullFC, vertices,
-                                          ::osg::Pnt3f());
-    prepareRows<::osg::GeoNormals3fPtr>(normals, target->getNormals(),
-                                        source->getNormals() != ::osg::NullFC, vertices, upward);
-    prepareRows<::osg::GeoColors3fPtr>(colors, target->getColors(),
-                                       source->getColors() != ::osg::NullFC, vertices, white);
+                                          source.positions.present(), vertices, ::osg::Pnt3f());
+    prepareRows<::osg::GeoNormals3fPtr>(normals, target->getNormals(), source.normals.present(),
+                                        vertices, upward);
+    prepareRows<::osg::GeoColors3fPtr>(colors, target->getColors(), source.colors.present(),
+                                       vertices, white);
     prepareRows<::osg::GeoColors3fPtr>(secondary, target->getSecondaryColors(),
-                                       source->getSecondaryColors() != ::osg::NullFC, vertices,
-                                       white);
+                                       source.secondary.present(), vertices, white);
     ids = target->getTexCoords7();
-    if (ids == ::osg::NullFC && (write_ids || source->getTexCoords7() != ::osg::NullFC)) {
+    if (ids == ::osg::NullFC && (write_ids || source.ids.present())) {
         ids = ::osg::GeoTexCoords1f::create();
         ids->resize(vertices);
     }
@@ -154,63 +98,51 @@ void target_fields::putId(std::size_t row, const ::osg::Vec2f& value) {
     }
 }
 
-world_mover::world_mover(const ::osg::NodePtr& node, bool to_world) : moves(to_world) {
-    matrix = node->getToWorld();
-    ::osg::Vec3f translation, scale;
-    ::osg::Quaternion scale_orientation;
-    matrix.getTransform(translation, rotation, scale, scale_orientation);
-}
-
-::osg::Pnt3f world_mover::point(const ::osg::Pnt3f& p) const {
-    if (!moves)
-        return p;
-    ::osg::Pnt3f moved;
-    for (::osg::UInt32 row = 0; row < 3; ++row) {
-        moved[row] =
-            matrix[0][row] * p[0] + matrix[1][row] * p[1] + matrix[2][row] * p[2] + matrix[3][row];
-    }
-    return moved;
-}
-
-::osg::Vec3f world_mover::normal(const ::osg::Vec3f& n) const {
-    if (!moves)
-        return n;
-    ::osg::Vec3f turned;
-    rotation.multVec(n, turned);
-    const float length = turned.length();
-    if (length < 1e-6F)
-        return turned;
-    return turned * (1.0F / length);
-}
-
-void appendElement(target_fields& target, const source_fields& source, const world_mover& mover,
-                   const vertex_indices* vertices, unsigned int corners, std::size_t first,
-                   bool write_ids, int id) {
-    const bool own_ids = source.has_ids && vertices[0].id != -1;
-    for (unsigned int k = 0; k < corners; ++k) {
-        const vertex_indices& vertex = vertices[k];
-        const std::size_t row = first + k;
-        if (target.positions.present()) {
-            target.positions.put(row, mover.point(valueAt(source.positions, vertex.position)));
-        }
+void appendElement(target_fields& target, const source_columns& source, const to_world_move* move,
+                   span<const std::size_t> vertices, std::size_t first, bool write_ids, int id) {
+    const auto placed = [move](const auto& value) {
+        return move != nullptr ? (*move)(value) : value;
+    };
+    const bool own_ids = source.ids.present() && source.ids.hasIndex(vertices[0]);
+    for (std::size_t k = 0; k < vertices.size(); ++k) {
+        const std::size_t vertex = vertices[k], row = first + k;
+        if (target.positions.present())
+            target.positions.put(row, placed(source.positions.at(vertex)));
         if (write_ids) {
-            target.putId(row, own_ids ? valueAt(source.ids, vertex.id)
+            target.putId(row, own_ids ? source.ids.at(vertex)
                                       : ::osg::Vec2f(static_cast<float>(id), 0.0F));
         }
         if (target.normals.present()) {
-            target.normals.put(row, source.has_normals
-                                        ? mover.normal(valueAt(source.normals, vertex.normal))
-                                        : upward);
+            target.normals.put(row, source.normals.present() ? placed(source.normals.at(vertex))
+                                                             : upward);
         }
-        if (target.colors.present()) {
-            target.colors.put(row,
-                              source.has_colors ? valueAt(source.colors, vertex.color) : white);
-        }
+        if (target.colors.present())
+            target.colors.put(row, source.colors.present() ? source.colors.at(vertex) : white);
         if (target.secondary.present()) {
-            target.secondary.put(
-                row, source.has_secondary ? valueAt(source.secondary, vertex.secondary) : white);
+            target.secondary.put(row,
+                                 source.secondary.present() ? source.secondary.at(vertex) : white);
         }
     }
+}
+
+void makePrimitive(const ::osg::GeoPTypesPtr& types, const ::osg::GeoPLengthsPtr& lengths,
+                   ::osg::UInt8 type) {
+    if (types->size() == 0)
+        types->addValue(type);
+    if (lengths->size() == 0)
+        lengths->addValue(0);
+}
+
+void countVertices(const ::osg::GeoPLengthsPtr& lengths, std::uint64_t more) {
+    lengths->setValue(lengths->getValue(0) + static_cast<::osg::UInt32>(more), 0);
+}
+
+void settleLength(const ::osg::GeometryPtr& core, std::uint64_t vertices) {
+    if (core == ::osg::NullFC || core->getIndices() != ::osg::NullFC)
+        return;
+    const ::osg::GeoPLengthsPtr lengths = core->getLengths();
+    if (lengths != ::osg::NullFC && lengths->size() == 1)
+        lengths->setValue(static_cast<::osg::UInt32>(vertices), 0);
 }
 
 const ::osg::Char8* mapName(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry) {
@@ -332,7 +264,7 @@ float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices
         std::cout << "No Geo." << std::endl;
         return ::osg::NullFC;
     }
-    return checkGeoProperties(geometry) ? geometry : ::osg::GeometryPtr(::osg::NullFC);
+    return canBeExtracted(geometry) ? geometry : ::osg::GeometryPtr(::osg::NullFC);
 }
 
 } // namespace morva::osg

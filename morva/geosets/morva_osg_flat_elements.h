@@ -3,7 +3,7 @@
 // What the line and the point geoset have in common: flat elements of a fixed number of vertices,
 // held unindexed in the fields of one private geometry.
 //
-//     source geometry --walk--> vertex_indices per corner --source_fields--> values
+//     source geometry --walk--> vertex numbers per element --source_columns--> values
 //                                       values --target_fields--> fields of the private geometry
 //
 // A geoset that uses these templates has the members geometry, size, wished_size,
@@ -24,67 +24,17 @@
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGNode.h>
-#include <OpenSG/OSGPrimitiveIterator.h>
-#include <OpenSG/OSGQuaternion.h>
 #include <OpenSG/OSGRefPtr.h>
 
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_span.h>
+#include <morva/geosets/morva_osg_element_offer.h>
+#include <morva/geosets/morva_osg_source_columns.h>
 
 namespace morva::osg {
-
-/// Where one vertex finds its values in the source's properties; -1 where there is none.
-struct vertex_indices {
-    ::osg::Int32 position = -1;
-    ::osg::Int32 normal = -1;
-    ::osg::Int32 color = -1;
-    ::osg::Int32 secondary = -1;
-    ::osg::Int32 id = -1;
-};
-
-/// Reads the indices of a geometry's vertices; -1 for what its mapping does not name.
-class index_reader {
-  public:
-    explicit index_reader(const ::osg::GeometryPtr& geometry);
-
-    /// Those of vertex `which` of the primitive that the iterator stands at.
-    vertex_indices operator()(const ::osg::PrimitiveIterator& it, ::osg::UInt32 which) const;
-
-  private:
-    bool position, normal, color, secondary, id; ///< whether there is an index
-};
-
-/// Keeps a walk over primitives inside what the geometry really has: lengths are input and may
-/// promise more vertices than there are indices, or positions where nothing is indexed.
-class vertex_budget {
-  public:
-    explicit vertex_budget(const ::osg::GeometryPtr& geometry);
-
-    /// Takes the vertices of the next primitive, and returns how many of them are there.
-    ::osg::UInt32 take(::osg::UInt32 length) {
-        const auto there = static_cast<::osg::UInt32>(std::min<std::uint64_t>(length, left));
-        left -= there;
-        return there;
-    }
-
-  private:
-    std::uint64_t left = 0;
-};
-
-/// Values of the five properties of a source geometry, as blocks.
-struct source_fields {
-    explicit source_fields(const ::osg::GeometryPtr& geometry);
-
-    property_block<::osg::Pnt3f> positions;
-    property_block<::osg::Vec3f> normals;
-    property_block<::osg::Color3f> colors;
-    property_block<::osg::Color3f> secondary;
-    property_block<::osg::Vec2f> ids;
-    bool has_normals, has_colors, has_secondary, has_ids;
-};
 
 /// Rows of one property that is being filled: plain memory where the stored form is the usual
 /// one, the property's own interface otherwise.
@@ -107,8 +57,8 @@ template <typename Value, typename Ptr> struct field_rows {
 struct target_fields {
     /// Takes the properties that `target` has, and makes those that `source` has and it lacks, or
     /// that IDs need, with `vertices` rows of the default: white, (0, 1, 0), ID 0.
-    target_fields(const ::osg::GeometryPtr& target, const ::osg::GeometryPtr& source,
-                  bool write_ids, std::size_t vertices);
+    target_fields(const ::osg::GeometryPtr& target, const source_columns& source, bool write_ids,
+                  std::size_t vertices);
 
     /// Rows that every property has.
     std::size_t room() const;
@@ -128,25 +78,23 @@ struct target_fields {
     void putId(std::size_t row, const ::osg::Vec2f& value);
 };
 
-/// Moves vertices to world coordinates, or leaves them as they are.
-class world_mover {
-  public:
-    world_mover(const ::osg::NodePtr& node, bool to_world);
-    ::osg::Pnt3f point(const ::osg::Pnt3f& p) const;
-    ::osg::Vec3f normal(const ::osg::Vec3f& n) const;
-
-  private:
-    bool moves;
-    ::osg::Matrix matrix;
-    ::osg::Quaternion rotation;
-};
-
-/// Appends one element whose vertices have the given source indices at row `first`.
-/// corners   of the element
+/// Appends one element of these source vertices at row `first`.
+/// move      to the world; null: values stay as they are
 /// write_ids the source's own ID if its first corner has one, else `id` for all corners
-void appendElement(target_fields& target, const source_fields& source, const world_mover& mover,
-                   const vertex_indices* vertices, unsigned int corners, std::size_t first,
-                   bool write_ids, int id);
+void appendElement(target_fields& target, const source_columns& source, const to_world_move* move,
+                   span<const std::size_t> vertices, std::size_t first, bool write_ids, int id);
+
+/// Makes the one primitive of a core, of `type` and empty, if there is none.
+void makePrimitive(const ::osg::GeoPTypesPtr& types, const ::osg::GeoPLengthsPtr& lengths,
+                   ::osg::UInt8 type);
+
+/// Counts `more` vertices in the one primitive. Cannot fail.
+void countVertices(const ::osg::GeoPLengthsPtr& lengths, std::uint64_t more);
+
+/// Makes the length of a core's one primitive that of the vertices in use. Extraction counts what
+/// sources claim by their lengths, which may be more than it kept, or less; so this comes before
+/// anything walks the core. What is not one unindexed run stays, and so does a null core.
+void settleLength(const ::osg::GeometryPtr& core, std::uint64_t vertices);
 
 /// Name under which the ID map knows a node: its own, or else its core's unless that is empty. Null
 /// for none.
@@ -213,13 +161,6 @@ template <typename Geoset> void clearElements(Geoset& geoset) {
     geoset.vertex_count = 0;
 }
 
-/// One kind of extraction: its name in messages, its count and its walk.
-template <typename Walk> struct extraction {
-    const char* messages;  ///< start of the messages, as "Morva_osg_line_geoset_tools"
-    unsigned int elements; ///< how many the source offers
-    Walk walk;             ///< calls its argument with the vertex indices of each element
-};
-
 /// The geometry of a node that elements can be read from, or null after a message.
 ::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages);
 
@@ -238,50 +179,46 @@ template <typename Geoset> bool reserveRows(Geoset& geoset, std::uint64_t vertic
     return true;
 }
 
-/// Appends all elements that `kind` walks over; exceptions leave the geoset's elements as before.
+/// Appends all elements that `walk` finds, or none: what can fail comes before the counts.
+/// Exceptions leave the geoset's elements as before.
 template <typename Geoset, typename Walk>
 void appendElements(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source, Geoset& geoset,
-                    const extraction<Walk>& kind, bool to_world, bool search, bool write_ids) {
+                    const element_offer& offer, const Walk& walk, bool to_world, bool search,
+                    bool write_ids) {
     constexpr unsigned int corners = Geoset::corners;
     const ::osg::GeometryPtr core = geoset.geometry.get();
-    const std::uint64_t offered = std::uint64_t(corners) * kind.elements;
-    if (!reserveRows(geoset, offered))
+    if (!reserveRows(geoset, corners * offer.room))
         return;
 
     const open_edit edit(core);
-    target_fields target(core, source, write_ids, geoset.vertex_capacity);
+    const source_columns from(source);
+    target_fields target(core, from, write_ids, geoset.vertex_capacity);
     adoptMaterial(core, node, source, search);
     write_ids = write_ids || target.ids != ::osg::NullFC;
-    std::uint64_t row = geoset.vertex_count;
     // Both kinds are stored as GL_LINES.
-    if (target.types != ::osg::NullFC && target.types->size() == 0)
-        target.types->addValue(1);
-    if (target.lengths != ::osg::NullFC) {
-        if (target.lengths->size() == 0)
-            target.lengths->addValue(0);
-        const int id = vertexId(node, source, to_world, write_ids);
-        const source_fields values(source);
-        const world_mover mover(node, to_world);
-        const std::size_t room = target.room();
-        kind.walk(source, [&](const vertex_indices* vertices) {
-            if (row + corners > room)
-                return false;
-            appendElement(target, values, mover, vertices, corners, row, write_ids, id);
-            row += corners;
-            return true;
-        });
-    }
+    makePrimitive(target.types.get(), target.lengths.get(), 1);
+    const int id = vertexId(node, source, to_world, write_ids);
+    const to_world_move move(node);
+    std::uint64_t row = geoset.vertex_count;
+    const std::size_t room = target.room();
+    walk(source, from.vertices, [&](span<const std::size_t> vertices) {
+        if (row + corners > room) // only where a field could not grow
+            return;
+        appendElement(target, from, to_world ? &move : nullptr, vertices, row, write_ids, id);
+        row += corners;
+    });
     target.store(core, write_ids);
-    if (target.lengths != ::osg::NullFC)
-        target.lengths->setValue(target.lengths->getValue(0) + static_cast<::osg::UInt32>(offered),
-                                 0);
-    geoset.vertex_count = row; // all of it, or nothing
+    countVertices(target.lengths.get(), corners * offer.counted);
+    geoset.vertex_count = row;
 }
 
 /// The frame of both extractions: checks, handlers, set-up. Returns 0 always.
-template <typename Geoset, typename Count, typename Walk>
+///
+/// messages  start of the messages, as "Morva_osg_line_geoset_tools"
+/// walk      calls its last argument with the vertex numbers of each element
+template <typename Geoset, typename Walk>
 unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset, const char* messages,
-                             Count count, Walk walk, bool to_world, bool search, bool write_ids,
+                             const Walk& walk, bool to_world, bool search, bool write_ids,
                              bool run_setup) {
     const ::osg::GeometryPtr source = extractable(node, messages);
     if (source == ::osg::NullFC)
@@ -290,11 +227,11 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset, const c
         std::cout << "Morva_osg_geoset_tools::Extract: No Geometry in geoset!" << std::endl;
         return 0;
     }
-    const extraction<Walk> kind{messages, count(source), walk};
-    if (kind.elements == 0)
+    const element_offer offer = offerOf(source, Geoset::corners);
+    if (offer.room == 0)
         return 0;
     try {
-        appendElements(node, source, geoset, kind, to_world, search, write_ids);
+        appendElements(node, source, geoset, offer, walk, to_world, search, write_ids);
     } catch (const std::bad_alloc& error) {
         std::cerr << "bad_alloc caught in Extract geometry in morva::osg_line_geoset: "
                   << error.what() << std::endl;

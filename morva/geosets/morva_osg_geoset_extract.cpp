@@ -13,14 +13,13 @@
 #include <type_traits>
 #include <vector>
 
-#include <OpenSG/OSGMatrix.h>
-#include <OpenSG/OSGQuaternion.h>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_source_columns.h>
 #include <morva/geosets/morva_osg_triangle_walk.h>
 
 namespace morva::osg {
@@ -30,106 +29,8 @@ namespace {
 constexpr const char* message_source = "Morva_osg_geoset_tools";
 const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
 const ::osg::Vec3f upward(0.0F, 1.0F, 0.0F);
-/// Vectors shorter than this are not scaled to length 1.
-constexpr float shortest_normal = 1e-6F;
 /// Triangles that go through at a time.
 constexpr std::size_t portion = 1024;
-
-/// The way from a node's space to the world.
-class to_world_move {
-  public:
-    explicit to_world_move(const ::osg::NodePtr& node) {
-        const ::osg::Matrix matrix = node->getToWorld();
-        for (::osg::UInt32 column = 0; column < 4; ++column) {
-            for (::osg::UInt32 row = 0; row < 3; ++row)
-                m[column][row] = matrix[column][row];
-        }
-        ::osg::Vec3f translation, scale;
-        ::osg::Quaternion scale_orientation;
-        matrix.getTransform(translation, rotation, scale, scale_orientation);
-    }
-
-    ::osg::Pnt3f operator()(const ::osg::Pnt3f& p) const {
-        ::osg::Pnt3f moved;
-        for (::osg::UInt32 row = 0; row < 3; ++row)
-            moved[row] = m[0][row] * p[0] + m[1][row] * p[1] + m[2][row] * p[2] + m[3][row];
-        return moved;
-    }
-    /// Normals are turned, not scaled.
-    ::osg::Vec3f operator()(const ::osg::Vec3f& n) const {
-        ::osg::Vec3f turned;
-        rotation.multVec(n, turned);
-        const float length = turned.length();
-        return length < shortest_normal ? turned : turned * (1.0F / length);
-    }
-
-  private:
-    float m[4][3];
-    ::osg::Quaternion rotation;
-};
-
-/// One property of the source as plain values.
-template <typename Value> class source_column {
-  public:
-    template <typename Role>
-    source_column(const Role& property, const vertex_stream& stream, ::osg::UInt16 bit)
-        : vertices(stream), has(property != ::osg::NullFC), slot(stream.slotOf(bit)),
-          block(readBlock(property)), values(block.view()) {}
-    source_column(const source_column&) = delete;
-    source_column& operator=(const source_column&) = delete;
-
-    bool present() const { return has; }
-    std::size_t size() const { return values.size(); }
-
-    /// Replaces all values by what `change` makes of them.
-    template <typename Change> void changeAll(const Change& change) {
-        changed.reserve(values.size());
-        for (const Value& value : values)
-            changed.push_back(change(value));
-        values = changed;
-    }
-    /// Value of a vertex, or null where its index leads nowhere.
-    const Value* find(std::size_t vertex) const {
-        const std::size_t row = vertices.index(vertex, slot);
-        return row < values.size() ? values.data() + row : nullptr;
-    }
-    /// The same, zero for nowhere.
-    Value at(std::size_t vertex) const {
-        const Value* value = find(vertex);
-        return value != nullptr ? *value : Value();
-    }
-
-  private:
-    const vertex_stream& vertices;
-    bool has;
-    int slot;
-    property_block<Value> block;
-    std::vector<Value> changed; ///< empty until changeAll()
-    span<const Value> values;
-};
-
-/// All that is read of a source.
-struct source_columns {
-    explicit source_columns(const ::osg::GeometryPtr& core)
-        : vertices(core), positions(core->getPositions(), vertices, ::osg::Geometry::MapPosition),
-          normals(core->getNormals(), vertices, ::osg::Geometry::MapNormal),
-          colors(core->getColors(), vertices, ::osg::Geometry::MapColor),
-          secondary(core->getSecondaryColors(), vertices, ::osg::Geometry::MapSecondaryColor),
-          texcoords{{core->getTexCoords(), vertices, ::osg::Geometry::MapTexCoords},
-                    {core->getTexCoords1(), vertices, ::osg::Geometry::MapTexCoords1},
-                    {core->getTexCoords2(), vertices, ::osg::Geometry::MapTexCoords2},
-                    {core->getTexCoords3(), vertices, ::osg::Geometry::MapTexCoords3}},
-          ids(core->getTexCoords7(), vertices, ::osg::Geometry::MapTexCoords7) {}
-    source_columns(const source_columns&) = delete;
-    source_columns& operator=(const source_columns&) = delete;
-
-    vertex_stream vertices;
-    source_column<::osg::Pnt3f> positions;
-    source_column<::osg::Vec3f> normals;
-    source_column<::osg::Color3f> colors, secondary;
-    source_column<::osg::Vec2f> texcoords[4];
-    source_column<::osg::Vec2f> ids;
-};
 
 /// Length of new properties, and the one that they will grow to.
 struct target_rows {
@@ -150,22 +51,20 @@ bool takeOrMake(Slot& slot, const Role& own, bool wanted, const target_rows& row
     return wanted;
 }
 
-/// The same for primitive types and lengths, which start empty.
-template <typename Concrete, typename Role>
-::osg::RefPtr<Role> ownOrNew(const Role& own, const Role& in_source) {
-    ::osg::RefPtr<Role> property(own);
-    if (own == ::osg::NullFC && in_source != ::osg::NullFC)
-        property = Role(Concrete::StoredObjectType::create());
-    return property;
+/// The same for primitive types and lengths, which every core needs and which start empty.
+template <typename Concrete, typename Role>::osg::RefPtr<Role> ownOrNew(const Role& own) {
+    if (own != ::osg::NullFC)
+        return ::osg::RefPtr<Role>(own);
+    return ::osg::RefPtr<Role>(Concrete::StoredObjectType::create());
 }
 
 /// The properties of a core while triangles are appended. New ones are the core's only after
 /// store(); until then they go with this record.
 struct target_columns {
-    target_columns(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& source,
-                   const source_columns& from, bool write_ids, const target_rows& rows)
-        : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes(), source->getTypes())),
-          lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths(), source->getLengths())) {
+    target_columns(const ::osg::GeometryPtr& core, const source_columns& from, bool write_ids,
+                   const target_rows& rows)
+        : types(ownOrNew<::osg::GeoPTypesUI8Ptr>(core->getTypes())),
+          lengths(ownOrNew<::osg::GeoPLengthsUI32Ptr>(core->getLengths())) {
         takeOrMake(fields.positions, core->getPositions(), from.positions.present(), rows);
         if (takeOrMake(fields.normals, core->getNormals(), from.normals.present(), rows))
             fillFCwithValue(fields.normals.get(), upward);
@@ -295,12 +194,15 @@ class triangle_intake {
         return true;
     }
 
+    /// The first corner tells whether a triangle brings IDs; further ones that lead nowhere are 0.
     void writeIds() {
         const ::osg::Vec2f own(static_cast<float>(id), 0.0F);
         if (source.ids.present()) {
+            bool brings = false;
             writeRows(target.ids, row, pending, [&](std::size_t i) {
-                const ::osg::Vec2f* brought = source.ids.find(corner[i]);
-                return brought != nullptr ? *brought : own;
+                if (i % 3 == 0)
+                    brings = source.ids.hasIndex(corner[i]);
+                return brings ? source.ids.at(corner[i]) : own;
             });
         } else {
             writeRows(target.ids, row, pending, [&own](std::size_t) { return own; });
@@ -351,48 +253,6 @@ bool moveAhead(source_column<Value>& column, const to_world_move& move, std::uin
     if (2 * column.size() > corners)
         return false;
     column.changeAll(move);
-    return true;
-}
-
-/// Most triangles that primitives can give: every one of them, degenerate strip parts included.
-std::uint64_t mostTriangles(const ::osg::GeometryPtr& geometry) {
-    std::uint64_t count = 0;
-    const ::osg::GeoPTypesPtr types = geometry->getTypes();
-    const ::osg::GeoPLengthsPtr lengths = geometry->getLengths();
-    std::uint64_t left = verticesOf(geometry);
-    for (::osg::UInt32 i = 0; i < types->size() && i < lengths->size(); ++i) {
-        const std::uint64_t length = std::min<std::uint64_t>(lengths->getValue(i), left);
-        left -= length;
-        const ::osg::UInt32 type = types->getValue(i);
-        if (length < 3 || type < 4 || type > 9)
-            continue;
-        count += type == 4 ? length / 3 : type == 7 ? length / 4 * 2 : length - 2;
-    }
-    return count;
-}
-
-/// Triangles that a source offers.
-struct triangle_offer {
-    std::uint64_t counted; ///< for the length of the one primitive: quad strips count for nothing
-    std::uint64_t room;    ///< to make room for
-};
-
-/// `told` is the count by primitive lengths, which passes over quad strips; lengths below 3 or
-/// without data make it more than there can be.
-triangle_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int told) {
-    const std::uint64_t most = mostTriangles(geometry);
-    const std::uint64_t counted = told > verticesOf(geometry) ? most : told;
-    return {counted, std::max(counted, most)};
-}
-
-/// Makes the one primitive of a core, empty, if there is none. False without a field for lengths.
-bool makePrimitive(const target_columns& target) {
-    if (target.types != ::osg::NullFC && target.types->size() == 0)
-        target.types->addValue(4);
-    if (target.lengths == ::osg::NullFC)
-        return false;
-    if (target.lengths->size() == 0)
-        target.lengths->addValue(0);
     return true;
 }
 
@@ -472,10 +332,9 @@ void osg_geoset::flattenNormals(std::uint64_t vertices) {
 
 /// All triangles of a node, or none if memory runs out: what can fail comes before the counts.
 void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
-                                 unsigned int told, bool toWorld, bool searchMaterial,
+                                 const element_offer& offer, bool toWorld, bool searchMaterial,
                                  bool writeIds, unsigned int& rogue) {
     const ::osg::GeometryPtr core = geometry.get();
-    const triangle_offer offer = offerOf(source, told);
     const std::uint64_t offered = corners * offer.room;
     if (!makeRoom(vertex_count + offered))
         return;
@@ -485,34 +344,27 @@ void osg_geoset::appendTriangles(const ::osg::NodePtr& node, const ::osg::Geomet
     // setup() makes a filled field three times as long, unless it is lean.
     const target_rows rows = lean ? target_rows{vertex_count + offered, vertex_capacity}
                                   : target_rows{vertex_capacity, 3 * vertex_capacity};
-    target_columns target(core, source, from, writeIds, rows);
+    target_columns target(core, from, writeIds, rows);
     adoptMaterial(core, node, source, searchMaterial);
     writeIds = writeIds || target.fields.ids.present();
-    std::uint64_t vertices = vertex_count;
-    const bool counted = makePrimitive(target);
-    if (counted) {
-        const int id = vertexId(node, source, toWorld, writeIds);
-        triangle_intake intake(from, target.fields, vertex_count, target.room(), rogue);
-        intake.write_ids = writeIds;
-        intake.id = id;
-        const to_world_move move(node);
-        if (toWorld) {
-            intake.move_point = moveAhead(from.positions, move, offered) ? nullptr : &move;
-            intake.move_normal = moveAhead(from.normals, move, offered) ? nullptr : &move;
-        }
-        walkTriangles(
-            source, from.vertices,
-            [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });
-        intake.flush();
-        vertices = intake.nextRow();
+    makePrimitive(target.types.get(), target.lengths.get(), 4);
+    const int id = vertexId(node, source, toWorld, writeIds);
+    triangle_intake intake(from, target.fields, vertex_count, target.room(), rogue);
+    intake.write_ids = writeIds;
+    intake.id = id;
+    const to_world_move move(node);
+    if (toWorld) {
+        intake.move_point = moveAhead(from.positions, move, offered) ? nullptr : &move;
+        intake.move_normal = moveAhead(from.normals, move, offered) ? nullptr : &move;
     }
+    walkTriangles(source, from.vertices,
+                  [&intake](std::size_t a, std::size_t b, std::size_t c) { intake.take(a, b, c); });
+    intake.flush();
     target.store(core, writeIds);
     if (!from.normals.present() && target.fields.normals.present())
-        flattenNormals(vertices);
-    if (counted)
-        target.lengths->setValue(
-            target.lengths->getValue(0) + static_cast<::osg::UInt32>(corners * offer.counted), 0);
-    vertex_count = vertices;
+        flattenNormals(intake.nextRow());
+    countVertices(target.lengths.get(), corners * offer.counted);
+    vertex_count = intake.nextRow();
 }
 
 unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorld,
@@ -524,8 +376,8 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
         std::cout << "Morva_osg_geoset_tools::Extract: No Geometry in geoset!" << std::endl;
         return 0;
     }
-    const unsigned int told = getNumberOfTriangles(source);
-    if (told == 0)
+    const element_offer offer = offerOf(source, osg_geoset::corners);
+    if (offer.room == 0)
         return 0;
     bool transparent = false, blends = false;
     // A source without coordinates is not even edited: it may be read by other threads.
@@ -535,7 +387,7 @@ unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorl
 
     unsigned int rogue = 0;
     try {
-        geoset.appendTriangles(node, source, told, toWorld, searchMaterial, writeIds, rogue);
+        geoset.appendTriangles(node, source, offer, toWorld, searchMaterial, writeIds, rogue);
     } catch (const std::bad_alloc& error) {
         std::cerr << "bad_alloc caught in Extract geometry in osg_geoset: " << error.what()
                   << std::endl;

@@ -11,6 +11,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
+#include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 
@@ -261,6 +262,7 @@ bool osg_geoset::addObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1, const
 void osg_geoset::takeLastOff() {
     --size;
     vertex_count = corners * size;
+    settleLength(geometry.get(), vertex_count);
 }
 
 } // namespace morva::osg

@@ -79,17 +79,14 @@ bool isFlat(const ::osg::GeometryPtr& core) {
            types->getValue(0) == 4 && lengths != ::osg::NullFC && lengths->size() == 1;
 }
 
-/// Calculates the normals of a core, one per vertex and zero behind the triangles. Its length
-/// counts triangles that were offered: they may be more than there are rows, and fewer than the
-/// `used` vertices, since quad strips are not counted.
-void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields, std::size_t used) {
+/// Calculates the normals of a core, one per vertex and zero behind the triangles.
+void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields) {
     if (!isFlat(core)) {
         ::osg::calcVertexNormals(core);
         return;
     }
     const std::size_t rows = fields.positions.size();
-    const std::size_t vertices =
-        std::min(std::max<std::size_t>(core->getLengths()->getValue(0), used), rows);
+    const std::size_t vertices = std::min<std::size_t>(core->getLengths()->getValue(0), rows);
     if (fields.normals.present()) {
         fields.normals.get()->resize(0);
         fields.normals.get()->resize(rows);
@@ -140,6 +137,7 @@ void osg_geoset::clear() {
 void osg_geoset::setup() {
     try {
         const ::osg::GeometryPtr core = geometry.get();
+        settleLength(core, 0);
         if (!fields().positions.present()) {
             size = wished_size = 0;
             return;
@@ -150,9 +148,10 @@ void osg_geoset::setup() {
         // Fewer rows than vertices are only there if that failed.
         const std::uint64_t triangles =
             std::min<std::uint64_t>(vertex_count, positions.size()) / corners;
+        settleLength(core, corners * triangles);
         const normals_slot& normals = fields().normals;
         if (!normals.present() || normals.size() != positions.size()) {
-            calcPlainNormals(core, fields(), vertex_count);
+            calcPlainNormals(core, fields());
             fields().changedFrom(0);
         }
 
@@ -171,6 +170,7 @@ void osg_geoset::setup() {
     }
     // Nothing may look at arrays that are not there.
     size = wished_size = 0;
+    settleLength(geometry.get(), 0);
     bbox = float_box();
 }
 

@@ -33,6 +33,7 @@
 
 namespace morva::osg {
 
+struct element_offer;
 struct geoset_fields;
 
 /// One triangle with all its attributes; zero, and without a name, until it is filled.
@@ -184,8 +185,8 @@ class MORVA_API osg_geoset {
     bool resizeRows(std::size_t rows);
     bool makeRoom(std::uint64_t needed);
     void appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
-                         unsigned int told, bool toWorld, bool searchMaterial, bool writeIds,
-                         unsigned int& rogue);
+                         const element_offer& offer, bool toWorld, bool searchMaterial,
+                         bool writeIds, unsigned int& rogue);
     void flattenNormals(std::uint64_t vertices);
     bool shorterThan(std::uint64_t vertices) const;
     bool growForOneMore();

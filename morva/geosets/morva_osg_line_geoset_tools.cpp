@@ -16,37 +16,28 @@ constexpr ::osg::UInt32 lines_code = 1;
 constexpr ::osg::UInt32 loop_code = 2;
 constexpr ::osg::UInt32 strip_code = 3;
 
-/// Calls `use` with the two ends of every line among the first `length` vertices of the primitive
-/// that `it` stands at, until it gives false; then false.
-template <typename Use>
-bool walkPrimitive(const ::osg::PrimitiveIterator& it, ::osg::UInt32 length,
-                   const index_reader& indicesOf, const Use& use) {
-    const ::osg::UInt32 type = it.getType();
-    if (length < 2 || (type != lines_code && type != loop_code && type != strip_code))
-        return true;
-
-    const ::osg::UInt32 step = type == lines_code ? 2 : 1;
-    for (::osg::UInt32 i = 0; i + 1 < length; i += step) {
-        const vertex_indices ends[2] = {indicesOf(it, i), indicesOf(it, i + 1)};
-        if (!use(ends))
-            return false;
-    }
-    if (type != loop_code)
-        return true;
-    const vertex_indices closing[2] = {indicesOf(it, length - 1), indicesOf(it, 0)};
-    return use(closing);
-}
-
-/// Calls `use` with the two ends of every line of a geometry, until it gives false.
+/// Calls `use` with the two ends of every line of a geometry.
 struct walk_lines {
     template <typename Use>
-    void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
-        vertex_budget left(geometry);
-        const index_reader indicesOf(geometry);
-        for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
-            if (!walkPrimitive(it, left.take(it.getLength()), indicesOf, use))
+    void operator()(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
+                    const Use& use) const {
+        const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
+            if (length < 2 || type < lines_code || type > strip_code)
                 return;
-        }
+            const std::size_t end = first + length, step = type == lines_code ? 2 : 1;
+            std::size_t ends[2];
+            for (std::size_t v = first; v + 1 < end; v += step) {
+                ends[0] = v;
+                ends[1] = v + 1;
+                use(span<const std::size_t>(ends, 2));
+            }
+            if (type != loop_code)
+                return;
+            ends[0] = end - 1;
+            ends[1] = first;
+            use(span<const std::size_t>(ends, 2));
+        };
+        forEachPrimitive(geometry, vertices.size(), walk);
     }
 };
 
@@ -131,6 +122,7 @@ void osg_line_geoset::setWishedSize(unsigned long lines) {
 void osg_line_geoset::setup() {
     size = wished_size = 0;
     bbox = float_box();
+    settleLength(geometry.get(), 0);
     if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
         return;
     try {
@@ -146,6 +138,7 @@ void osg_line_geoset::setup() {
         if (size > 0)
             calc_axis_min_max(0, size - 1);
         calc_bounding_box();
+        settleLength(geometry.get(), corners * size);
         return;
     } catch (...) {
         printSetupError();
@@ -310,11 +303,8 @@ void osg_line_geoset::splitElement(unsigned long element, double plane, int axis
 
 unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset, bool toWorld,
                      bool searchMaterial, bool writeIds, bool runSetup) {
-    const auto count = [](const ::osg::GeometryPtr& geometry) {
-        return getNumberOfLines(geometry);
-    };
-    return extractElements(node, geoset, "Morva_osg_line_geoset_tools", count, walk_lines(),
-                           toWorld, searchMaterial, writeIds, runSetup);
+    return extractElements(node, geoset, "Morva_osg_line_geoset_tools", walk_lines(), toWorld,
+                           searchMaterial, writeIds, runSetup);
 }
 
 } // namespace morva::osg

@@ -1,7 +1,5 @@
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 
-#include <OpenSG/OSGPrimitiveIterator.h>
-
 #include <morva/core/morva_osg.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
@@ -13,22 +11,16 @@ namespace {
 /// The primitive type whose vertices are points; see the head of the header.
 constexpr ::osg::UInt32 point_type_code = 1;
 
-/// Calls `use` with every vertex of every primitive that holds points, until it gives false.
+/// Calls `use` with every vertex of every primitive that holds points.
 struct walk_points {
     template <typename Use>
-    void operator()(const ::osg::GeometryPtr& geometry, const Use& use) const {
-        vertex_budget left(geometry);
-        const index_reader indicesOf(geometry);
-        for (::osg::PrimitiveIterator it = geometry->beginPrimitives(); !it.isAtEnd(); ++it) {
-            const ::osg::UInt32 length = left.take(it.getLength());
-            if (it.getType() != point_type_code)
-                continue;
-            for (::osg::UInt32 i = 0; i < length; ++i) {
-                const vertex_indices vertex = indicesOf(it, i);
-                if (!use(&vertex))
-                    return;
-            }
-        }
+    void operator()(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
+                    const Use& use) const {
+        const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
+            for (std::size_t v = first; type == point_type_code && v < first + length; ++v)
+                use(span<const std::size_t>(&v, 1));
+        };
+        forEachPrimitive(geometry, vertices.size(), walk);
     }
 };
 
@@ -72,6 +64,7 @@ void osg_point_geoset::setWishedSize(unsigned long points) {
 void osg_point_geoset::setup() {
     size = wished_size = 0;
     bbox = float_box();
+    settleLength(geometry.get(), 0);
     if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
         return;
     try {
@@ -80,6 +73,7 @@ void osg_point_geoset::setup() {
         size = std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size());
         wished_size = size;
         calc_bounding_box();
+        settleLength(geometry.get(), size);
         return;
     } catch (...) {
         printSetupError();
@@ -98,11 +92,8 @@ point_extents<float> extents_on_axis(const osg_point_geoset& geoset, int axis) {
 
 unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset, bool toWorld,
                      bool searchMaterial, bool writeIds, bool runSetup) {
-    const auto count = [](const ::osg::GeometryPtr& geometry) {
-        return getNumberOfPoints(geometry);
-    };
-    return extractElements(node, geoset, "Morva_osg_point_geoset_tools", count, walk_points(),
-                           toWorld, searchMaterial, writeIds, runSetup);
+    return extractElements(node, geoset, "Morva_osg_point_geoset_tools", walk_points(), toWorld,
+                           searchMaterial, writeIds, runSetup);
 }
 
 } // namespace morva::osg

@@ -25,6 +25,7 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
+#include <morva/geosets/morva_osg_texcoord_sets.h>
 #include <morva/idmap/morva_osg_late_names.h>
 
 namespace morva::osg {
@@ -142,16 +143,9 @@ void rebuildProperties(const ::osg::GeometryPtr& core, const object_run& run,
         rebuild<::osg::GeoColors3fPtr>(
             block.view(), run, [&](const auto& made) { geometry->setSecondaryColors(made); });
     }
-    rebuildTexCoords(core->getTexCoords(), run,
-                     [&](const auto& made) { geometry->setTexCoords(made); });
-    rebuildTexCoords(core->getTexCoords1(), run,
-                     [&](const auto& made) { geometry->setTexCoords1(made); });
-    rebuildTexCoords(core->getTexCoords2(), run,
-                     [&](const auto& made) { geometry->setTexCoords2(made); });
-    rebuildTexCoords(core->getTexCoords3(), run,
-                     [&](const auto& made) { geometry->setTexCoords3(made); });
-    rebuildTexCoords(core->getTexCoords7(), run,
-                     [&](const auto& made) { geometry->setTexCoords7(made); });
+    forEachTexCoords(core, geometry, [&](const auto& set, ::osg::UInt16, const auto& take) {
+        rebuildTexCoords(set, run, take);
+    });
 }
 
 /// One primitive over all vertices; its length in 16 bits where it fits.
@@ -213,8 +207,31 @@ void calculateNormals(const ::osg::GeometryPtr& geometry) {
     calcCreaseNormals(geometry, crease_angle);
 }
 
+/// Whether a geometry has properties that createSingleIndex() and createSharedIndex() leave out.
+bool hasFurtherProperties(const ::osg::GeometryPtr& geometry) {
+    bool further = geometry->getSecondaryColors() != ::osg::NullFC;
+    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto&) {
+        further = further || (set != ::osg::NullFC && bit != ::osg::Geometry::MapTexCoords &&
+                              bit != ::osg::Geometry::MapTexCoords7);
+    });
+    return further;
+}
+
+/// The index of the output levels 1 and 2 over all properties, in the forms of the functions that
+/// handle five.
+void indexAllProperties(const ::osg::GeometryPtr& geometry, bool per_property) {
+    unindexVertices(geometry);
+    indexVertices(geometry, per_property);
+    restore<::osg::GeoPLengthsUI32Ptr>(geometry->getLengths(),
+                                       [&](const auto& made) { geometry->setLengths(made); });
+}
+
 /// Brings triangles from the unindexed form to that of the output level.
 void applyLevel(const ::osg::GeometryPtr& geometry, int opt, const osg_geoset*) {
+    if ((opt == 1 || opt == 2) && hasFurtherProperties(geometry)) {
+        indexAllProperties(geometry, opt == 2);
+        return;
+    }
     if (opt == 1)
         morva::osg::createSingleIndex(geometry);
     if (opt == 2)

@@ -1,6 +1,6 @@
 #pragma once
 
-// The triangles of a geometry by vertex number, over plain arrays.
+// The primitives and triangles of a geometry by vertex number, over plain arrays.
 //
 //     vertex_stream vertices(geometry);          what follows each other in the primitives
 //     walkTriangles(geometry, vertices, [&](UInt32 a, UInt32 b, UInt32 c) { ... });
@@ -9,10 +9,12 @@
 //     strip   0 1 2, 2 1 3, 2 3 4, 4 3 5, ...    fan    0 1 2, 0 2 3, ...
 //     quads   0 1 2, 0 2 3, 4 5 6, 4 6 7, ...    quad strips as strips, polygons as fans
 //
-// Same triangles in the same order as the scene graph's iterator, whose index functions this
-// spares: strips pass over what has two equal position indices, save their first triangle; what
-// fills no triangle or quad at the end of a primitive is left out. Lengths are input: a primitive
-// that claims more vertices than there are ends where they end.
+// Whole triangles come in the order of the scene graph's iterator, whose index functions this
+// spares: strips pass over what has two equal position indices, save their first triangle. What
+// fills no triangle or quad at the end of a primitive is left out here; the iterator still makes a
+// triangle of it where the arrays go on behind the primitive, and ends where they don't. Lengths
+// are input: a primitive that claims more vertices than there are ends where they end. Without
+// lengths every primitive claims as many as there are, so that the first one has them all.
 
 #include <algorithm>
 #include <cstddef>
@@ -77,6 +79,25 @@ class vertex_stream {
     std::size_t count;
 };
 
+/// Calls `use` with type, first vertex and length of each primitive, inside `vertices`, which are
+/// those that there is data for.
+template <typename Use>
+void forEachPrimitive(const ::osg::GeometryPtr& geometry, std::size_t vertices, const Use& use) {
+    const ::osg::GeoPTypesPtr types = geometry->getTypes();
+    const ::osg::GeoPLengthsPtr lengths = geometry->getLengths();
+    if (types == ::osg::NullFC)
+        return;
+    const bool listed = lengths != ::osg::NullFC;
+    const ::osg::UInt32 primitives =
+        listed ? std::min(types->size(), lengths->size()) : types->size();
+    std::size_t first = 0;
+    for (::osg::UInt32 i = 0; i < primitives && first < vertices; ++i) {
+        const std::size_t claimed = listed ? lengths->getValue(i) : vertices;
+        use(::osg::UInt32(types->getValue(i)), first, std::min(claimed, vertices - first));
+        first += claimed;
+    }
+}
+
 namespace detail {
 
 template <typename Use>
@@ -98,15 +119,9 @@ void walkStrip(std::size_t first, std::size_t length, const vertex_stream& verti
 template <typename Use>
 void walkTriangles(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
                    const Use& use) {
-    const ::osg::GeoPTypesPtr types = geometry->getTypes();
-    const ::osg::GeoPLengthsPtr lengths = geometry->getLengths();
     const int positions = vertices.slotOf(::osg::Geometry::MapPosition);
-    const ::osg::UInt32 primitives = std::min(types->size(), lengths->size());
-    std::size_t first = 0;
-    for (::osg::UInt32 i = 0; i < primitives && first < vertices.size(); ++i) {
-        const std::size_t claimed = lengths->getValue(i);
-        const std::size_t length = std::min(claimed, vertices.size() - first);
-        switch (types->getValue(i)) {
+    const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
+        switch (type) {
         case 4: // triangles
             for (std::size_t v = 0; v + 2 < length; v += 3)
                 use(first + v, first + v + 1, first + v + 2);
@@ -129,8 +144,8 @@ void walkTriangles(const ::osg::GeometryPtr& geometry, const vertex_stream& vert
         default:
             break;
         }
-        first += claimed;
-    }
+    };
+    forEachPrimitive(geometry, vertices.size(), walk);
 }
 
 } // namespace morva::osg

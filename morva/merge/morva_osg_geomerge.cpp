@@ -14,6 +14,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
+#include <morva/geosets/morva_osg_triangle_walk.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_task_list.h>
 #include <morva/merge/threadHandler.h>
@@ -51,6 +52,17 @@ bool isGeometry(const ::osg::NodePtr& node) {
     return top.release();
 }
 
+/// Collects below a root that is a geometry: its stand-in shows the core alone.
+void collectBelowGeometry(::osg::NodePtr root, const mergeGeo_setup& setup, scene_parts& parts) {
+    if (root->getTravMask() == 0 || shouldSkipNode(root))
+        return;
+    std::vector<::osg::NodePtr> switches, transparent;
+    for (::osg::UInt32 i = 0; i < root->getNChildren(); ++i)
+        getGeometryNodesForTree(root->getChild(i), parts.nodes, switches, transparent);
+    std::vector<::osg::NodePtr>& to = setup.alphageometry ? parts.nodes : parts.transparent;
+    to.insert(to.end(), transparent.begin(), transparent.end());
+}
+
 void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
                   const mergeGeo_setup& setup, scene_parts& parts) {
     if (setup.alphageometry) {
@@ -58,6 +70,8 @@ void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
     } else {
         getGeometryNodes(start, parts.nodes, parts.transparent, false);
     }
+    if (start != root)
+        collectBelowGeometry(root, setup, parts);
     if (setup.keeprenderfalse)
         getTravMaskZeroNodes(root, parts.hidden, false);
 }
@@ -75,6 +89,40 @@ kd_build_setup treeSetup(const kd_build_setup& kd) {
     return local;
 }
 
+/// Moves the children of a node to its own parent, in their order, behind those that it has: what
+/// hangs below a geometry is a part of its own, and is not to go where the geometry goes.
+void moveChildrenUp(const ::osg::NodePtr& node) {
+    const ::osg::NodePtr parent = node->getParent();
+    const ::osg::UInt32 count = node->getNChildren();
+    if (parent == ::osg::NullFC || count == 0)
+        return;
+    std::vector<::osg::RefPtr<::osg::NodePtr>> children;
+    for (::osg::UInt32 i = 0; i < count; ++i)
+        children.emplace_back(node->getChild(i));
+    for (::osg::UInt32 i = count; i-- > 0;) // the last one first: the others keep their places
+        takeChildOff(node, i);
+    for (const auto& child : children)
+        addChildTo(parent, child.get());
+}
+
+/// Gives a node whose primitives have no lengths a core of its own where each has the length that
+/// is read into them: all the vertices that there are. Other nodes keep theirs.
+void giveLengths(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+    if (core == ::osg::NullFC || core->getTypes() == ::osg::NullFC ||
+        core->getLengths() != ::osg::NullFC)
+        return;
+    const ::osg::RefPtr<::osg::GeometryPtr> own(core->clone());
+    const ::osg::GeoPLengthsUI32Ptr lengths = ::osg::GeoPLengthsUI32::create();
+    own->setLengths(lengths);
+    lengths->editField().resize(core->getTypes()->size(),
+                                static_cast<::osg::UInt32>(verticesOf(core)));
+    if (const ::osg::Char8* name = ::osg::getName(core))
+        ::osg::setName(own.get(), name);
+    reportWhole(own.get());
+    giveCore(node, own.get());
+}
+
 /// Moves nodes below the result, each under a transform that keeps its place in the world.
 ///
 /// cache  not null: what optimizeCache() gives for the node stands in its place; the node itself
@@ -90,6 +138,8 @@ void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& r
         transform->setMatrix(node->getToWorld());
         ::osg::endEditCP(transform, ::osg::Transform::MatrixFieldMask);
         setMaterialInGeometry(node);
+        giveLengths(node);
+        moveChildrenUp(node);
         fresh<::osg::NodePtr> carried(cache != nullptr ? optimizeNode(node, *cache) : node);
         if (carried.get() != ::osg::NullFC)
             addChildTo(holder.get(), carried.get()); // the node itself leaves its old parent

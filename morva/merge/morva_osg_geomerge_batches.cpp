@@ -9,9 +9,9 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 
-#include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
+#include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
@@ -163,9 +163,10 @@ primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes) {
     for (const ::osg::NodePtr& node : nodes) {
         if (node == ::osg::NullFC)
             continue;
-        sums.triangles += getNumberOfTriangles(node);
-        sums.lines += getNumberOfLines(node);
-        sums.points += getNumberOfPoints(node);
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+        sums.triangles += offerOf(core, 3).room;
+        sums.lines += offerOf(core, 2).room;
+        sums.points += offerOf(core, 1).room;
     }
     return sums;
 }

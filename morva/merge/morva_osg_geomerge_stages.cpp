@@ -18,6 +18,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
+#include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/merge/morva_osg_name_order.h>
 #include <morva/merge/morva_osg_task_list.h>
@@ -54,8 +55,8 @@ class source_state {
         if (node == ::osg::NullFC)
             return true;
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        if (!checkGeoProperties(core) || !setup.deleteunusedtc || !hasTexCoords(core) ||
-            getNumberOfTriangles(core) == 0)
+        if (!canBeExtracted(core) || !setup.deleteunusedtc || !hasTexCoords(core) ||
+            offerOf(core, 3).room == 0)
             return true;
         const bool unused = !hasImage(getMaterial(node));
         return is_unused.emplace(core, unused).first->second == unused;

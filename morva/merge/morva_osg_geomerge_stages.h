@@ -34,7 +34,7 @@ constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {
     return setup.numthreads > 1 ? static_cast<unsigned int>(setup.numthreads) : 1;
 }
 
-/// Primitives of a group, by the queries' counts.
+/// What extraction may find in a group, see offerOf().
 struct primitive_sums {
     std::uint64_t triangles = 0;
     std::uint64_t lines = 0;

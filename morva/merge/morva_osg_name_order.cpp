@@ -5,9 +5,11 @@
 
 #include <OpenSG/OSGGeometry.h>
 
-#include <morva/core/morva_osg.h>
-#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/geosets/morva_osg_line_geoset_tools.h>
+#include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/geosets/morva_osg_triangle_walk.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
@@ -21,7 +23,7 @@ namespace {
     if (node == ::osg::NullFC)
         return ::osg::NullFC;
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-    return checkGeoProperties(core) ? core : ::osg::GeometryPtr();
+    return canBeExtracted(core) ? core : ::osg::GeometryPtr();
 }
 
 bool bringsIds(const ::osg::GeometryPtr& core) {
@@ -45,8 +47,9 @@ class group_walk {
     /// Whether an extraction of this node enters its name; nodes in their order.
     bool enters(const ::osg::GeometryPtr& core) {
         const bool anyhow = wanted || bringsIds(core);
-        const bool drawn[] = {getNumberOfTriangles(core) != 0, getNumberOfLines(core) != 0,
-                              getNumberOfPoints(core) != 0};
+        const bool drawn[] = {offerOf(core, osg_geoset::corners).room != 0,
+                              offerOf(core, osg_line_geoset::corners).room != 0,
+                              offerOf(core, osg_point_geoset::corners).room != 0};
         bool some = false;
         for (int kind = 0; kind < 3; ++kind) {
             has_ids[kind] = has_ids[kind] || (drawn[kind] && anyhow);

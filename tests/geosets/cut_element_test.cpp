@@ -18,6 +18,8 @@ using namespace tri;
         else // far away, or so near to the plane that it snaps
             p[i] = anywhere(rng) * (rng() % 2 == 0 ? 1e-6F : 1.0F) + offsets[kind - 2];
     }
+    if (kind == 1 && rng() % 16 == 0)
+        p[rng() % 3] = nan_value;
     return p;
 }
 
@@ -34,8 +36,9 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
         fillRaw(geoset, corners);
         naive_cutter naive;
         // Two planes of one axis, then another axis: the points of one plane are used once more.
-        const double plane = kind == 1 ? static_cast<double>(rng() % 3) * 0.5 - 0.5
-                                       : static_cast<double>(randomPoint(rng, kind)[0]);
+        const double plane = kind == 1   ? static_cast<double>(rng() % 3) * 0.5 - 0.5
+                             : round < 5 ? static_cast<double>(nan_value)
+                                         : static_cast<double>(randomPoint(rng, kind)[0]);
         for (const int axis : {0, 0, 2}) {
             for (unsigned long e = 0; e < 2; ++e) {
                 const piece before = cornersOf(geoset, e);
@@ -46,7 +49,7 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
                 EXPECT_EQ(found.first, size);
                 ASSERT_EQ(static_cast<std::size_t>(found.pieces), expected.added.size());
                 ASSERT_EQ(geoset.size, size + expected.added.size());
-                EXPECT_EQ(numbersOf(cornersOf(geoset, e)), numbersOf(expected.stays));
+                EXPECT_TRUE(same(numbersOf(cornersOf(geoset, e)), numbersOf(expected.stays)));
                 for (std::size_t i = 0; i < expected.added.size(); ++i)
                     EXPECT_EQ(numbersOf(cornersOf(geoset, size + i)), numbersOf(expected.added[i]));
                 EXPECT_EQ(geoset.split_axis, naive.known_axis);
@@ -61,44 +64,6 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
     }
     EXPECT_GT(cuts, 1000);
     EXPECT_GT(refusals, 1000);
-}
-
-const ::osg::Pnt3f origin(0, 0, 0);
-
-TEST(CutElement, TellsWhyNothingWasCut) {
-    const std::string not_finite =
-        "Morva::osg::osg_geoset::calcSplitPoint: Math-Error occured. Splitpoint is NaN.\n";
-    const std::string weird =
-        "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane.\n";
-    const std::string one_side = "Error in SplitElement! All Points can't be on one side\n";
-    const struct {
-        const char* name;
-        piece corners;
-        double plane;
-        std::string line;
-    } cases[] = {
-        {"all above", {origin, {1, 0, 0}, {0, 1, 0}}, -1.0, one_side},
-        {"B and C on the plane", {{1, 0, 0}, origin, {0, 1, 0}}, 0.0, weird},
-        {"A and B on the plane", {origin, {0, 1, 0}, {1, 0, 0}}, 0.0, not_finite},
-        {"an undefined corner", {{nan_value, 0, 0}, {-1, 0, 0}, {1, 1, 0}}, 0.0, not_finite},
-        {"an undefined plane",
-         {origin, {1, 0, 0}, {0, 1, 0}},
-         static_cast<double>(nan_value),
-         one_side}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        osg_geoset geoset;
-        fillRaw(geoset, c.corners);
-        const cut_result found = cut(geoset, 0, c.plane, 0);
-        EXPECT_EQ(found.told, c.line);
-        EXPECT_EQ(found.pieces, 0);
-        EXPECT_EQ(geoset.size, 1U);
-        EXPECT_EQ(geoset.geometry->getLengths()->getValue(0), 3U);
-    }
-    osg_geoset geoset;
-    fillRaw(geoset, {origin, {1, 0, 0}, {0, 1, 0}});
-    for (const unsigned long element : {1UL, 4000000000UL})
-        EXPECT_EQ(cut(geoset, element, 0.5, 0).pieces, 0) << "there is no such triangle";
 }
 
 TEST(CutPoint, TellsTheFactorWithFifteenDigitsWhateverTheStreamIsSetTo) {
@@ -116,26 +81,6 @@ TEST(CutPoint, TellsTheFactorWithFifteenDigitsWhateverTheStreamIsSetTo) {
                            "Morva::osg::osg_geoset::calcSplitPoint: Factor Error( "
                            "3.33333333333333e-07 ).\n"
                            "0.500\n");
-}
-
-TEST(CutPoint, IsTheSameFromBothEndsUntilThePlaneChanges) {
-    std::mt19937 rng(3);
-    osg_geoset geoset;
-    int differ = 0;
-    for (int round = 0; round < 2000; ++round) {
-        const ::osg::Pnt3d p(randomPoint(rng, 0)), q(randomPoint(rng, 0));
-        const double plane = p[1] * 0.3 + q[1] * 0.7;
-        ::osg::Pnt3d forward, backward, anew;
-        ASSERT_TRUE(geoset.calcSplitPoint(p, q, plane, 1, &forward));
-        ASSERT_TRUE(geoset.calcSplitPoint(q, p, plane, 1, &backward));
-        ASSERT_TRUE(geoset.calcSplitPoint(q, p, plane + 1e-9, 1, &anew));
-        ASSERT_TRUE(geoset.calcSplitPoint(q, p, plane, 1, &anew));
-        ASSERT_EQ((forward - backward).length(), 0.0);
-        ASSERT_NEAR((forward - anew).length(), 0.0, 1e-9);
-        EXPECT_EQ(forward[1], plane);
-        differ += (forward - anew).length() > 0.0 ? 1 : 0;
-    }
-    EXPECT_GT(differ, 0) << "without a memory the two directions do not always agree";
 }
 
 // ---- what a cut conserves
@@ -290,6 +235,8 @@ TEST(CutInHalves, RefusesWithoutChange) {
     }
     EXPECT_EQ(flat.split_axis, -1) << "extents of (3, 0, 0) are no sliver";
     EXPECT_EQ(halve(flat, 0, false, 1).pieces, 0) << "there is no such triangle";
+    for (const unsigned long element : {1UL, 4000000000UL})
+        EXPECT_EQ(cut(flat, element, 0.5, 0).pieces, 0);
     EXPECT_EQ(flat.size, 1U);
 }
 

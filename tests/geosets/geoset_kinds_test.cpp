@@ -1,11 +1,8 @@
 // What holds for triangles, lines and points alike: extraction, set-up, clearing, sizes, trees.
 
-#include "triangle_scenes.h"
+#include "naive_extract.h"
 
-#include <OpenSG/OSGLineIterator.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-
-#include "tests/support/whole_elements.h"
 
 namespace {
 
@@ -102,29 +99,132 @@ TYPED_TEST(GeosetKinds, ExtractMovesPositionsToTheWorldAndTurnsNormalsWithoutSca
     EXPECT_LT(world[2].normal.length(), 2e-7F);
 }
 
-TYPED_TEST(GeosetKinds, WhatANodeLacksReadsTheDefault) {
-    std::mt19937 rng(7);
-    const mesh_data bare = this->some(1);
-    mesh_data dressed = withColors(withNormals(bare, rng), rng);
-    dressed.secondary = dressed.colors;
-    pour(bare, this->geoset);
-    pour(dressed, this->geoset);
-    pour(bare, this->geoset);
-    const std::size_t n = TestFixture::corners;
-    const rows all = rowsOf(this->geoset.geometry.get(), 3 * n);
-    const ::osg::Color3f white(1, 1, 1);
-    for (const std::size_t i : {std::size_t(0), 2 * n}) {
-        EXPECT_EQ(all[i].color, white);
-        EXPECT_EQ(all[i].secondary, white);
-        EXPECT_EQ(all[i].normal, n == 3 ? ::osg::Vec3f(0, 0, 1) : ::osg::Vec3f(0, 1, 0));
+TYPED_TEST(GeosetKinds, ExtractionAgreesWithTheIteratorsOverManyNodes) {
+    constexpr unsigned n = TestFixture::corners;
+    std::mt19937 rng(4711);
+    const registration_off ids_are_kept;
+    const unsigned int live = liveContainers();
+    std::size_t elements = 0;
+    for (int round = 0; round < 500; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const random_form form{static_cast<layout>(round % 3), round % 2 == 0};
+        TypeParam target;
+        if (round % 5 == 0)
+            target.vertex_capacity = rng() % 200; // a budget that may or may not do
+        naive_soup expected;
+        for (int i = 0; i < 4; ++i) {
+            const ::osg::GeometryPtr geometry = randomGeometry(rng, form);
+            const placement place{rng() % 2 == 0};
+            const node_ref root(transformed(place.matrix(), {nodeOf(geometry)}));
+            const wishes w{place.placed, false, false, rng() % 4 == 0, false};
+            const unsigned int rogue = pour(root->getChild(0), target, w);
+            const int found = naiveExtract(geometry, expected, place, n);
+            EXPECT_EQ(rogue, static_cast<unsigned>(std::max(found, 0)));
+            if (w.setup && found >= 0)
+                naiveSetup(expected, n);
+            ASSERT_EQ(target.vertex_count, expected.vertices.size());
+            const rows made = rowsOf(target.geometry.get(), target.vertex_count);
+            for (std::size_t v = 0; v < made.size(); ++v)
+                ASSERT_TRUE(same(numbersOf(made[v]), numbersOf(expected.vertices[v]))) << v;
+        }
+        const ::osg::GeometryPtr core = target.geometry.get();
+        EXPECT_EQ(core->getNormals() != ::osg::NullFC, expected.normals);
+        EXPECT_EQ(core->getColors() != ::osg::NullFC, expected.colors);
+        EXPECT_EQ(core->getTexCoords7() != ::osg::NullFC, expected.ids);
+        target.setup();
+        EXPECT_EQ(target.size, expected.vertices.size() / n);
+        EXPECT_EQ(broken_rule_of(target), "");
+        elements += target.size;
     }
-    for (std::size_t k = 0; k < n; ++k) {
-        EXPECT_EQ(all[n + k].color, dressed.colors[k]);
-        EXPECT_EQ(all[n + k].secondary, dressed.secondary[k]);
+    EXPECT_GT(elements, 2000U);
+    EXPECT_EQ(liveContainers(), live);
+    EXPECT_TRUE(morva::osg::getIDmapHandler().names.empty());
+}
+
+/// Vertices that come out, and those that are counted before set-up: of points, lines, triangles.
+struct count_case {
+    const char* name;
+    std::vector<std::pair<unsigned, unsigned>> primitives;
+    unsigned int points; ///< positions that there are
+    unsigned int kept[3], counted[3];
+    bool lengths = true;
+};
+
+const count_case count_cases[] = {
+    {"a quad strip alone counts for nothing", {{8, 4}}, 4, {0, 0, 6}, {}},
+    {"a quad strip beside triangles comes uncounted", {{4, 3}, {8, 5}}, 8, {0, 0, 12}, {0, 0, 3}},
+    {"a quad counts as two, a rest as half of one", {{7, 6}}, 6, {0, 0, 6}, {0, 0, 9}},
+    {"a strip of one wraps the count", {{5, 1}, {4, 6}}, 7, {0, 0, 6}, {0, 0, 3}},
+    {"a fan of none by two", {{6, 0}, {4, 3}, {4, 3}, {4, 3}}, 9, {0, 0, 9}, {0, 0, 3}},
+    {"to none", {{4, 6}, {5, 0}}, 6, {0, 0, 6}, {}},
+    {"and below", {{3, 0}, {5, 0}, {4, 1}}, 1, {}, {}},
+    {"a line strip of none", {{3, 0}, {3, 5}}, 5, {0, 8, 0}, {0, 6, 0}},
+    {"two of them", {{1, 2}, {3, 0}, {3, 0}}, 2, {2, 2, 0}, {2, 2, 0}},
+    {"triangles end with the data", {{4, 3000000000U}}, 7, {0, 0, 6}, {0, 0, 6}},
+    {"so does a fan", {{6, 4000000000U}}, 5, {0, 0, 9}, {0, 0, 9}},
+    {"so do lines", {{4, 3}, {1, 0x7ffffffeU}}, 5, {2, 2, 3}, {2, 2, 3}},
+    {"and a line strip", {{1, 2}, {3, 900}, {1, 2}}, 6, {2, 8, 0}, {4, 8, 0}},
+    {"leftovers are dropped", {{4, 5}, {7, 7}, {1, 3}}, 15, {3, 2, 9}, {3, 2, 12}},
+    {"a loop of two goes and comes", {{2, 2}, {0, 3}}, 5, {0, 4, 0}, {0, 4, 0}},
+    {"without lengths", {{6, 0}}, 5, {0, 0, 9}, {0, 0, 9}, false},
+    {"the first has them all", {{3, 0}, {8, 0}, {1, 0}}, 4, {0, 6, 0}, {0, 6, 0}, false},
+    {"points", {{1, 0}}, 5, {5, 4, 0}, {5, 4, 0}, false}};
+
+TYPED_TEST(GeosetKinds, CountsOfPrimitivesThatDoNotAddUpLoseNothing) {
+    constexpr unsigned n = TestFixture::corners;
+    for (const count_case& c : count_cases) {
+        SCOPED_TRACE(c.name);
+        mesh_data mesh = meshOf(c.primitives, {});
+        for (unsigned int i = 0; i < c.points; ++i) {
+            const auto x = static_cast<float>(i);
+            mesh.positions.push_back(::osg::Pnt3f(x, x * x, x * x * x));
+        }
+        const node_ref node(meshNode(mesh));
+        if (!c.lengths)
+            coreOf(node)->setLengths(::osg::NullFC);
+        TypeParam target;
+        EXPECT_EQ(toldBy([&] { pour(node.get(), target); }, std::cerr), "");
+        const ::osg::GeoPLengthsPtr lengths = target.geometry->getLengths();
+        EXPECT_EQ(lengths == ::osg::NullFC ? 0 : lengths->getValue(0), c.counted[n - 1]);
+        EXPECT_LE(target.vertex_capacity, 3U * c.points) << "no more room than there is data for";
+        target.setup();
+        EXPECT_EQ(n * target.size, c.kept[n - 1]);
+        EXPECT_EQ(broken_rule_of(target), "");
+        EXPECT_EQ(coreOf(node)->getLengths() != ::osg::NullFC, c.lengths) << "the source stays";
+        for (::osg::UInt32 row = 0; n == 3 && row < target.vertex_count; ++row)
+            EXPECT_NEAR(target.geometry->getNormals()->getValue(row).length(), 1.0F, 1e-5F);
     }
-    EXPECT_EQ(this->geoset.geometry->getLengths()->getValue(0), 3 * n);
-    EXPECT_EQ(this->geoset.geometry->getTypes()->getValue(0), n == 3 ? 4U : 1U);
-    EXPECT_EQ(lengthOf(this->geoset.geometry->getTexCoords7()), -1);
+}
+
+TYPED_TEST(GeosetKinds, TheFirstCornerTellsWhoseIdsAnElementHas) {
+    constexpr ::osg::UInt32 none = 0xffffffffU;
+    const struct {
+        const char* name;
+        ::osg::UInt16 mapping; ///< of the second index
+        std::vector<::osg::UInt32> indices;
+        std::vector<float> ids;
+    } cases[] = {{"no entry", ::osg::Geometry::MapNormal, {0, 0, 0}, {1, 1, 1}},
+                 {"none first", ::osg::Geometry::MapTexCoords7, {none, 0, 0}, {1, 1, 1}},
+                 {"none later", ::osg::Geometry::MapTexCoords7, {0, none, 7}, {9, 0, 0}},
+                 {"outside first", ::osg::Geometry::MapTexCoords7, {7, 0, none}, {0, 9, 0}}};
+    morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        handler.reset();
+        std::string taken = "taken";
+        ::osg::Pnt3f zero;
+        handler.insertNodeName(taken, zero, zero, ::osg::NullFC, "");
+        mesh_data mesh = this->some(1);
+        mesh.ids.assign(mesh.positions.size(), 9.0F);
+        mesh.mapping = {::osg::Geometry::MapPosition, c.mapping};
+        for (::osg::UInt32 k = 0; k < TestFixture::corners; ++k)
+            mesh.indices.insert(mesh.indices.end(), {k, c.indices[k]});
+        const node_ref node(named("node", meshNode(mesh)));
+        this->geoset.clear();
+        pour(node.get(), this->geoset, {false, false, true, false, false});
+        EXPECT_EQ(this->ids(),
+                  std::vector<float>(c.ids.begin(), c.ids.begin() + TestFixture::corners));
+    }
 }
 
 TYPED_TEST(GeosetKinds, EachNameHasItsIdAndANamelessNodeGetsNoneAndSaysSo) {
@@ -149,17 +249,6 @@ TYPED_TEST(GeosetKinds, EachNameHasItsIdAndANamelessNodeGetsNoneAndSaysSo) {
     EXPECT_EQ(handler.names, (std::vector<std::string>{"a", "b", "core"}));
     EXPECT_EQ(handler.mins[0], ::osg::Pnt3f(0, 0, 10));
     EXPECT_EQ(handler.mins[1], ::osg::Pnt3f(5, 0, 0));
-}
-
-TYPED_TEST(GeosetKinds, IdsAreKeptAndNotGivenOnceTheMergeHasRun) {
-    mesh_data old = this->some(1);
-    old.ids.assign(old.positions.size(), 42.0F);
-    const registration_off after_the_merge;
-    const node_ref other(named("other", meshNode(this->some(1))));
-    pour(old, this->geoset);
-    pour(other.get(), this->geoset); // the core has IDs by now, so this writes some too: 0
-    EXPECT_EQ(this->ids(), this->perCorner({42, 0}));
-    EXPECT_TRUE(morva::osg::getIDmapHandler().names.empty());
 }
 
 TYPED_TEST(GeosetKinds, MaterialIsTheFirstOfItsOwnThenOfAGroupIfAsked) {
@@ -250,67 +339,6 @@ TYPED_TEST(GeosetKinds, SizesAreInElementsUntilOneFailsAndClearStartsAnew) {
 }
 
 // ---- lines
-
-TEST(LineExtract, GivesTheLinesOfTheIteratorInEveryLayout) {
-    std::mt19937 rng(20301);
-    const registration_off ids_are_kept;
-    const unsigned int live = liveContainers();
-    std::size_t lines = 0;
-    for (int round = 0; round < 600; ++round) {
-        SCOPED_TRACE(testing::Message() << "round " << round);
-        const random_form form{static_cast<layout>(round % 3), round % 2 == 0};
-        const node_ref node(nodeOf(randomGeometry(rng, form)));
-        const ::osg::GeometryPtr core = coreOf(node.get());
-        const bool unmapped = round % 7 == 0 && !core->getMFIndexMapping()->empty();
-        for (::osg::UInt16& bits : *core->editMFIndexMapping())
-            bits = static_cast<::osg::UInt16>(bits & (unmapped ? ~::osg::Geometry::MapColor : ~0));
-        rows expected;
-        for (::osg::LineIterator it = core->beginLines(); !it.isAtEnd() && morva_test::isWhole(it, 2); ++it) {
-            for (const int end : {0, 1}) {
-                expected.push_back(cornerAt(it, end));
-                if (unmapped) // no number leads to a colour then
-                    expected.back().color = ::osg::Color3f();
-            }
-        }
-        osg_line_geoset geoset;
-        pour(node.get(), geoset, {round % 4 == 0, false, false, round % 5 == 0, false});
-        ASSERT_EQ(geoset.vertex_count, expected.size());
-        if (round % 4 != 0) {
-            EXPECT_EQ(numbersOf(rowsOf(geoset.geometry.get(), expected.size())),
-                      numbersOf(expected));
-        }
-        EXPECT_EQ(broken_rule_of(geoset), "");
-        lines += expected.size() / 2;
-    }
-    EXPECT_GT(lines, 2000U);
-    EXPECT_EQ(liveContainers(), live);
-}
-
-TEST(LineExtract, LengthsThatPromiseTooMuchReadNothingPastTheEnd) {
-    std::mt19937 rng(3);
-    mesh_data broken = meshOf({{1, 2}, {3, 900}, {1, 2}}, soup(rng, 2).positions);
-    osg_line_geoset geoset, wild;
-    pour(broken, geoset, set_up);
-    EXPECT_EQ(geoset.size, 4U);   // one, and three of the four vertices that are left
-    for (int i = 0; i < 904; ++i) // most lead past the positions
-        broken.indices.push_back(static_cast<::osg::UInt32>(rng() % 40));
-    pour(broken, wild, set_up);
-    EXPECT_EQ(wild.size, 901U);
-    EXPECT_LE(wild.bbox.max[0], 1.0F);
-    EXPECT_GE(wild.bbox.min[0], -1.0F);
-
-    // One below none, and one line: the count wraps to 0, and nothing is extracted. Without the
-    // line it asks for more than there is, and only that node is lost.
-    osg_line_geoset none;
-    const piece ends = {{0, 0, 0}, {1, 2, 3}};
-    const auto error = [&](const mesh_data& mesh) {
-        return toldBy([&] { pour(mesh, none, set_up); }, std::cerr);
-    };
-    EXPECT_EQ(error(meshOf({{3, 0}, {1, 2}}, ends)), "");
-    EXPECT_EQ(error(meshOf({{3, 0}}, ends)),
-              "bad_alloc caught in Extract geometry in morva::osg_line_geoset: std::bad_alloc\n");
-    EXPECT_EQ(none.size + none.vertex_count, 0U);
-}
 
 /// A geoset over lines given by their ends: colours by end (first red, second blue), IDs the
 /// number of the line, normals by end.
@@ -417,28 +445,6 @@ TEST(LineTree, CuttingBuildKeepsTheLengthOfAllLines) {
 }
 
 // ---- points
-
-TEST(PointExtract, PointsAreTheVerticesOfLineRuns) {
-    const struct {
-        const char* name;
-        std::vector<std::pair<unsigned, unsigned>> primitives;
-        std::vector<float> xs; ///< x of the expected points
-    } cases[] = {{"one", {{1, 1}}, {0}},
-                 {"true points count for nothing", {{0, 3}}, {}},
-                 {"among others", {{0, 2}, {1, 2}, {3, 2}, {1, 1}, {4, 3}}, {2, 3, 6}},
-                 {"beyond the data", {{0, 8}, {1, 900}}, {8, 9}}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        mesh_data mesh = row(10, 1);
-        mesh.primitives = c.primitives;
-        osg_point_geoset points;
-        pour(mesh, points, set_up);
-        std::vector<float> xs;
-        for (std::size_t i = 0; i < points.size; ++i)
-            xs.push_back(cornersOf(points, i)[0][0]);
-        EXPECT_EQ(xs, c.xs);
-    }
-}
 
 TEST(PointTree, APointOnThePlaneGoesRightAndANanIsToldAndStays) {
     osg_point_geoset points;

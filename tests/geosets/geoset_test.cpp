@@ -47,15 +47,6 @@ TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     EXPECT_TRUE(geoset.split_cache.empty());
 }
 
-TEST(GeosetSetup, ANaNInTheFirstCornerStaysAndAnotherIsPassedOver) {
-    osg_geoset geoset;
-    piece positions = rowOfTriangles(2);
-    positions[0][0] = positions[4][0] = nan_value;
-    fillRaw(geoset, positions);
-    EXPECT_TRUE(std::isnan(geoset.axis_min[0][0]) && std::isnan(geoset.axis_max[0][0]));
-    EXPECT_EQ(geoset.axis_max[0][1], 1.0F);
-}
-
 // ---- growth
 
 template <typename G>
@@ -65,6 +56,7 @@ void expectGrowth(unsigned wished, unsigned size, std::uint64_t expected, int ro
     pour(elements(G::corners, wished), geoset, set_up);
     ASSERT_EQ(geoset.wished_size, wished);
     geoset.size = size;
+    geoset.geometry->getLengths()->setValue(G::corners * size, 0);
     if constexpr (G::corners == 3)
         ASSERT_TRUE(addOne(geoset));
     else

@@ -22,11 +22,30 @@ using morva::osg::calcleftpart;
 using morva::osg::Make_N_GeometryCores;
 using morva::osg::MakeGeoCore;
 
+/// A copy with the values in reverse order.
+template <typename Role> Role reversed(const Role& property) {
+    const Role copy = property->clone();
+    for (::osg::UInt32 i = 0; i < copy->size(); ++i)
+        copy->setValue(property->getValue(copy->size() - 1 - i), i);
+    return copy;
+}
+
 /// A geoset over a mesh, and its tree of cells of at most `cell` elements.
 template <typename G> struct sorted {
-    sorted(const mesh_data& mesh, unsigned cell) : source(meshNode(mesh)) {
+    /// further  secondary colours and coordinates in the sets 1, 3 and 6, with other rows' values
+    sorted(const mesh_data& mesh, unsigned cell, bool further = false) : source(meshNode(mesh)) {
+        const ::osg::GeometryPtr core = coreOf(source.get());
+        if (further) {
+            core->setSecondaryColors(reversed(core->getColors()));
+            core->setTexCoords1(reversed(core->getTexCoords7()));
+            core->setTexCoords3(reversed(core->getTexCoords()));
+        }
         const registration_off ids_are_kept;
         pour(source.get(), geoset, set_up);
+        if (further) { // by hand: extraction does not bring it
+            core->setTexCoords6(reversed(core->getTexCoords()));
+            geoset.geometry->setTexCoords6(core->getTexCoords6());
+        }
         morva::compile(geoset, tree, kd_build_setup{cell, 40, 3, 1.0F, 2.0F, 0.95F, false},
                        morva::kd_strategy_ObjMedian());
     }
@@ -64,9 +83,17 @@ std::string difference(const node_ref& a, const node_ref& b, bool with_normals =
 TEST(MakeGeoCore, EveryLevelKeepsTheTrianglesWithAllTheirValues) {
     std::mt19937 rng(4601);
     for (int round = 0; round < 60; ++round) {
-        const sorted_soup soup(randomSoup(rng, 1 + rng() % 60), 8);
+        const sorted_soup soup(randomSoup(rng, 1 + rng() % 60), 8, round % 2 == 0);
         for (int opt = 0; opt <= 3; ++opt)
             EXPECT_EQ(difference(soup.whole(opt), soup.source), "") << round << " opt " << opt;
+        // One index tells all values apart, an index per property has as many.
+        const auto all = numbersOf(rowsOf(soup.geoset.geometry.get(), 3 * soup.geoset.size));
+        const std::set<std::vector<float>> distinct(all.begin(), all.end());
+        const node_ref single = soup.whole(1), shared = soup.whole(2);
+        EXPECT_EQ(coreOf(single)->getPositions()->size(), distinct.size());
+        EXPECT_EQ(coreOf(single)->getMFIndexMapping()->size(), 0U);
+        EXPECT_EQ(coreOf(shared)->getMFIndexMapping()->size(), round % 2 == 0 ? 9U : 5U);
+        EXPECT_EQ(coreOf(shared)->getMFIndexMapping()->front(), ::osg::Geometry::MapPosition);
     }
 }
 
@@ -149,6 +176,8 @@ TEST(MakeGeoCore, CalculatedNormalsAreSmoothOnlyAcrossGentleEdges) {
                            {0, 1, 0}, {0, 0, 0}, {0, 0, 1}, {1, 0, 0}};
     mesh_data mesh = meshOf({{4, 9}}, corners);
     mesh.normals.assign(9, {1, 0, 0});
+    mesh.secondary.assign(9, {0, 0, 1});
+    mesh.secondary[3] = {0, 1, 0};
     const sorted_soup soup(mesh, 100);
     for (int opt = 0; opt <= 2; ++opt) {
         SCOPED_TRACE(opt);
@@ -206,13 +235,18 @@ TEST(MakeGeoCore, LinesAndPointsSurviveEveryLevel) {
 TEST(MakeGeoCore, SharedLineVerticesAreNumberedByFirstUse) {
     const piece ends = {{0, 0, 0}, {1, 0, 0}, {1, 0, 0},         {-0.0F, 0, -0.0F},
                         {2, 0, 0}, {1, 0, 0}, {nan_value, 0, 0}, {nan_value, 0, 0}};
-    const sorted<osg_line_geoset> lines(meshOf({{1, 8}}, ends), 100);
+    mesh_data mesh = meshOf({{1, 8}}, ends);
+    mesh.colors.assign(8, {1, 1, 1});
+    mesh.colors[3] = {0, 0, 0};
+    const sorted<osg_line_geoset> lines(mesh, 100);
     const node_ref made = lines.whole(1);
     std::vector<::osg::UInt32> indices;
     for (::osg::UInt32 i = 0; i < 8; ++i)
         indices.push_back(coreOf(made.get())->getIndices()->getValue(i));
-    EXPECT_EQ(indices, (std::vector<::osg::UInt32>{0, 1, 1, 0, 2, 1, 3, 4}));
-    EXPECT_EQ(lengthOf(coreOf(made.get())->getPositions()), 5);
+    EXPECT_EQ(indices, (std::vector<::osg::UInt32>{0, 1, 1, 2, 3, 1, 4, 5}));
+    EXPECT_EQ(lengthOf(coreOf(made.get())->getPositions()), 6);
+    EXPECT_FALSE(std::signbit(coreOf(made.get())->getPositions()->getValue(2)[0]))
+        << "of 0 and -0 the positions keep the one that they met first";
 }
 
 // ---- cutting the tree

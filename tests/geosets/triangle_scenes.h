@@ -65,6 +65,13 @@ inline std::vector<std::vector<float>> numbersOf(const rows& all) {
     return out;
 }
 
+/// Whether numbers are equal, where a NaN equals a NaN.
+inline bool same(float a, float b) { return a == b || (std::isnan(a) && std::isnan(b)); }
+inline bool same(const std::vector<float>& a, const std::vector<float>& b) {
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                      [](float x, float y) { return same(x, y); });
+}
+
 inline std::vector<float> numbersOf(const piece& p) {
     std::vector<float> out;
     for (const ::osg::Pnt3f& at : p)
@@ -95,14 +102,32 @@ inline rows rowsOf(const ::osg::GeometryPtr& core, std::size_t count) {
     return out;
 }
 
-/// The same, but for coordinates, of a vertex of a scene graph's iterator.
+/// The same of a vertex of a scene graph's iterator; zero what no mapping entry names.
 template <typename Iterator> corner cornerAt(const Iterator& it, ::osg::Int32 k) {
+    using ::osg::Geometry;
+    const ::osg::GeometryPtr g = it.getGeometry();
+    const auto has = [&g](::osg::UInt16 bit) {
+        return g->getIndices() == ::osg::NullFC || g->getMFIndexMapping()->size() == 0 ||
+               g->calcMappingIndex(bit) >= 0;
+    };
     corner c;
     c.position = it.getPosition(k);
-    c.normal = it.getNormal(k);
-    c.color = it.getColor(k);
-    c.secondary = it.getSecondaryColor(k);
-    c.id = it.getTexCoords7(k)[0];
+    if (has(Geometry::MapNormal))
+        c.normal = it.getNormal(k);
+    if (has(Geometry::MapColor))
+        c.color = it.getColor(k);
+    if (has(Geometry::MapSecondaryColor))
+        c.secondary = it.getSecondaryColor(k);
+    if (has(Geometry::MapTexCoords))
+        c.uv[0] = it.getTexCoords(k);
+    if (has(Geometry::MapTexCoords1))
+        c.uv[1] = it.getTexCoords1(k);
+    if (has(Geometry::MapTexCoords2))
+        c.uv[2] = it.getTexCoords2(k);
+    if (has(Geometry::MapTexCoords3))
+        c.uv[3] = it.getTexCoords3(k);
+    if (has(Geometry::MapTexCoords7))
+        c.id = it.getTexCoords7(k)[0];
     return c;
 }
 
@@ -245,23 +270,28 @@ template <typename Geoset> std::string broken_rule_of(const Geoset& geoset) {
         return "positions hold every element";
     if (geoset.vertex_count / corners != geoset.size)
         return "vertex_count counts every element";
+    if (geoset.geometry->getLengths()->getValue(0) != corners * geoset.size)
+        return "the length is that of the elements";
     for (std::size_t i = 0; i < geoset.size; ++i) {
         const piece p = cornersOf(geoset, i);
         for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
-            const auto less = [axis](const auto& a, const auto& b) { return a[axis] < b[axis]; };
-            const auto range = std::minmax_element(p.begin(), p.end(), less);
+            float low = p[0][axis], high = low; // a NaN stays, and one further on is passed over
+            for (const ::osg::Pnt3f& at : p) {
+                low = at[axis] < low ? at[axis] : low;
+                high = at[axis] > high ? at[axis] : high;
+            }
             using morva::extents_on_axis;
             float lo = 0, hi = 0;
             extents_on_axis(geoset, static_cast<int>(axis)).read(i, lo, hi);
-            if (lo != (*range.first)[axis] || hi != (*range.second)[axis])
+            if (!same(lo, low) || !same(hi, high))
                 return "axis arrays agree with the positions";
         }
         if constexpr (corners == 3) {
             if (geoset.simple_tris == nullptr)
                 continue;
             const auto& t = geoset.simple_tris[i];
-            if (numbersOf(p) != std::vector<float>{t.a[0], t.a[1], t.a[2], t.b[0], t.b[1], t.b[2],
-                                                   t.c[0], t.c[1], t.c[2]})
+            if (!same(numbersOf(p),
+                      {t.a[0], t.a[1], t.a[2], t.b[0], t.b[1], t.b[2], t.c[0], t.c[1], t.c[2]}))
                 return "simple_tris agree with the positions";
         }
     }
@@ -298,11 +328,16 @@ inline void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
         g->setIndices(inOtherForm<GeoIndicesUI16>(g->getIndices()));
 }
 
-/// Random primitives of all types with random properties on a coarse grid, so that corners often
-/// coincide.
+/// Random primitives of all types, or one without a length, with random properties on a coarse
+/// grid, so that corners often coincide; some are far out or no number.
 inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& form) {
     const auto some = [&rng](unsigned of) { return rng() % of == 0; };
-    mesh_data mesh = mixture(rng, 7);
+    const bool one = some(5);
+    mesh_data mesh = mixture(rng, one ? 1 : 7);
+    for (::osg::Pnt3f& p : mesh.positions) {
+        if (some(20))
+            p[rng() % 3] = some(2) ? nan_value : some(2) ? -2e12F : 9e11F;
+    }
     if (form.indices != layout::plain)
         mesh.positions.resize(5 + rng() % 12);
     if (some(2))
@@ -320,7 +355,8 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
     if (form.indices == layout::index_per_property) {
         mesh.mapping.assign(2 + rng() % 2, 0);
         for (unsigned bit = 0; bit < 12; ++bit) // positions not always first
-            mesh.mapping[rng() % mesh.mapping.size()] |= static_cast<::osg::UInt16>(1U << bit);
+            if (bit == 0 || !some(9))           // some have no entry
+                mesh.mapping[rng() % mesh.mapping.size()] |= static_cast<::osg::UInt16>(1U << bit);
         for (std::size_t i = vertexCount(mesh) * mesh.mapping.size(); i > 0; --i)
             mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % mesh.positions.size()));
     }
@@ -337,6 +373,8 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
     geometry->setTexCoords3(unit());
     if (form.other_forms)
         takeOtherForms(geometry, rng);
+    if (one && vertexCount(mesh) > 0)
+        geometry->setLengths(::osg::NullFC);
     return geometry;
 }
 

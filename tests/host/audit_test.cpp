@@ -16,19 +16,24 @@ namespace {
 using morva::host::audit_plan;
 using morva::host::audit_verdict;
 
-/// Parts of every fate: degenerate triangles, transparent, hidden, below a switch, a cube map, a
-/// strip of quads that the merge does not count.
+/// Parts of every fate: degenerate triangles, transparent with parts below, hidden, below a
+/// switch, a cube map, a strip of quads that the counts by length pass over and that has none.
 ::osg::NodePtr everyFate() {
     std::mt19937 rng(3);
     const ::osg::MaterialPtr glass = chunked({1, 1, 1, .5f});
+    const ::osg::NodePtr unseen =
+        hidden(named("hidden", nodeOf(geometryOf(soup(rng, 40), simple({0, 1, 0})),
+                                      {named("in hidden", meshNode(quads(2)))})));
+    const ::osg::NodePtr band = named("quad strip", meshNode(strip(8, 8), simple({0, 0, 1})));
+    coreOf(band)->setLengths(::osg::NullFC);
     return named(
         "top",
         group({named("soup", meshNode(soup(rng, 60), simple({1, 0, 0}))),
-               moved({3, 0, 0}, {named("glass", meshNode(soup(rng, 50), glass))}),
-               hidden(named("hidden", meshNode(soup(rng, 40), simple({0, 1, 0})))),
+               moved({3, 0, 0}, {named("glass", nodeOf(geometryOf(soup(rng, 50), glass),
+                                                       {named("in glass", meshNode(quads(3)))}))}),
+               unseen,
                switched(0, {named("chosen", meshNode(soup(rng, 30))), meshNode(soup(rng, 20))}),
-               named("cube map", meshNode(quads(5), cubeTextured())),
-               named("quad strip", meshNode(strip(8, 8), simple({0, 0, 1}))),
+               named("cube map", meshNode(quads(5), cubeTextured())), band,
                named("strip", meshNode(strip(8), simple({0, 0, 1})))}));
 }
 
@@ -71,14 +76,20 @@ TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     for (const auto& part : run.plan.parts)
         fates.emplace_back(part.name, morva::host::textOf(part.fate));
     const std::vector<std::pair<std::string, std::string>> expected = {
-        {"top/soup", "merged"},         {"top/#1/glass", "carried over"},
-        {"top/hidden", "left out"},     {"top/#3/chosen", "left out"},
-        {"top/#3/#1", "left out"},      {"top/cube map", "left out"},
-        {"top/quad strip", "left out"}, {"top/strip", "merged"}};
+        {"top/soup", "merged"},
+        {"top/#1/glass", "carried over"},
+        {"top/#1/glass/in glass", "merged"},
+        {"top/hidden", "left out"},
+        {"top/hidden/in hidden", "left out"},
+        {"top/#3/chosen", "left out"},
+        {"top/#3/#1", "left out"},
+        {"top/cube map", "left out"},
+        {"top/quad strip", "merged"},
+        {"top/strip", "merged"}};
     EXPECT_EQ(fates, expected);
     EXPECT_EQ(run.verdict.least, run.verdict.most);
     EXPECT_GT(run.plan.parts[0].degenerate, 0u);
-    EXPECT_EQ(run.verdict.in, 60u + 50 + 40 + 30 + 20 + 10 + 6 + 6);
+    EXPECT_EQ(run.verdict.in, 60u + 50 + 6 + 40 + 4 + 30 + 20 + 10 + 6 + 6);
 
     const node_ref fewer(group({meshNode(quads(1))}));
     const audit_verdict verdict = morva::host::judge(run.plan, fewer.get());

@@ -1,3 +1,5 @@
+#include <morva/merge/morva_osg_geomerge_stages.h>
+
 #include "merge_scenes.h"
 
 namespace {
@@ -48,6 +50,13 @@ TEST(MergeGeometryInVector, LinesAndPointsHaveBatchesOfTheirOwn) {
                  std::to_string(coreOf(node)->getLengths()->getValue(0));
     }
     EXPECT_EQ(kinds, " points 8 lines 16 points 8 lines 8 points 8");
+
+    mesh_data claims = row(2, 1); // far more than there is
+    claims.primitives = {{1, 0x7ffffffeU}};
+    const node_ref node(meshNode(claims));
+    const morva::osg::primitive_sums sums = morva::osg::sumPrimitives({node.get()});
+    EXPECT_EQ(sums.lines, 1U);
+    EXPECT_EQ(sums.points, 2U);
 }
 
 TEST(MergeGeometryInVector, NothingToMerge) {

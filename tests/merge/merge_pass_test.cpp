@@ -130,6 +130,34 @@ TEST(MergeGeo, HiddenNodesAreDroppedOrCarriedOver) {
     }
 }
 
+TEST(MergeGeo, WhatHangsBelowAGeometryComesOutOnceWithItsLengths) {
+    for (unsigned flags = 0; flags < 16; ++flags) {
+        SCOPED_TRACE(flags);
+        mergeGeo_setup setup = quiet();
+        setup.alphageometry = (flags & 1) != 0;
+        setup.cacheopt = (flags & 2) != 0;
+        setup.keeprenderfalse = (flags & 4) != 0;
+        setup.numthreads = 1 + static_cast<int>(flags >> 3);
+        const material_ref glass(chunked({0, 0, 1, 0.5F}));
+        const geometry_ref pane(geometryOf(strip(8, 8), glass.get()));
+        const ::osg::NodePtr plate = meshNode(strip(6, 8));
+        pane->setLengths(::osg::NullFC);
+        coreOf(plate)->setLengths(::osg::NullFC);
+        const ::osg::NodePtr in_pane = moved({0, 0, 5}, {nodeOf(pane.get(), {plate})});
+        const node_ref root(group({nodeOf(geometryOf(strip(6), glass.get()),
+                                          {part(plain(0), 20), in_pane, nodeOf(pane.get())})}));
+        if (setup.keeprenderfalse)
+            root->addChild(hidden(nodeOf(geometryOf(strip(5)), {part(plain(1), 40)})));
+        const world_mesh before = shapeOf(root.get());
+        const node_ref result(quietMerge(root.get(), setup));
+        EXPECT_EQ(firstDifference(before, shapeOf(result.get())), "");
+        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
+            EXPECT_TRUE(coreOf(node)->getLengths() != ::osg::NullFC && node->getNChildren() == 0);
+        EXPECT_TRUE(pane->getLengths() == ::osg::NullFC) << "others may show it";
+        EXPECT_EQ(in_pane->getParent() == root.get(), !setup.alphageometry);
+    }
+}
+
 TEST(MergeGeo, SwitchesAndSkippedMaterialsStayOut) {
     const ::osg::NodePtr chosen = switched(0, {part(plain(0), 0)});
     const ::osg::NodePtr skipped = part(choiceOf(0, {}), 3);
@@ -158,9 +186,12 @@ TEST(MergeGeo, RootsOfAllKinds) {
     {
         // No root, no parts, no core; and a geometry alone, for which a stand-in is merged or
         // carried over.
-        const node_ref roots[] = {node_ref(), node_ref(group()), node_ref(::osg::Node::create()),
+        const node_ref roots[] = {node_ref(),
+                                  node_ref(group()),
+                                  node_ref(::osg::Node::create()),
                                   node_ref(part(plain(0), 0, 2)),
-                                  node_ref(part(chunked({0, 0, 1, 0.5F}), 0, 2))};
+                                  node_ref(part(chunked({0, 0, 1, 0.5F}), 0, 2)),
+                                  node_ref(nodeOf(geometryOf(strip(5)), {part(plain(1), 9)}))};
         for (const node_ref& root : roots) {
             const node_ref result(quietMerge(root.get(), quiet()));
             EXPECT_TRUE(::osg::GroupPtr::dcast(result->getCore()) != ::osg::NullFC);

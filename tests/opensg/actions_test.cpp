@@ -260,8 +260,10 @@ struct random_scene {
             geometries.push_back(under(makeTriangles(all).get(), {}));
             return geometries.back();
         }
-        NodeCorePtr core = Group::create();
-        if (rng() % 3 != 0) {
+        NodeCorePtr core;
+        if (rng() % 3 == 0) {
+            core = Group::create();
+        } else {
             const TransformPtr transform =
                 rng() % 2 != 0 ? Transform::create() : TransformPtr(ComponentTransform::create());
             transform->getMatrix().setTransform(vector(4), Quaternion(vector(1), real(0, 6)),
