@@ -1,10 +1,13 @@
 #include <morva/geosets/morva_osg_flat_elements.h>
 
+#include <string>
+
 #include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 

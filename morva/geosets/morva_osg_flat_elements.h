@@ -20,8 +20,6 @@
 #include <iostream>
 #include <limits>
 #include <new>
-#include <string>
-#include <vector>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGNode.h>
@@ -29,7 +27,6 @@
 
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_source_columns.h>

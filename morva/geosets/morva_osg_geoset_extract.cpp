@@ -14,7 +14,6 @@
 #include <vector>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_flat_elements.h>

@@ -90,7 +90,8 @@ class MORVA_API osg_geoset {
 
     /// Makes what was extracted ready for trees. Vertices that fill no triangle are ignored. The
     /// fields come out with `3 * vertex_count` rows, three times what the triangles use, or with
-    /// `vertex_count` if `lean`. Normals are calculated if there are none.
+    /// `vertex_count` if `lean`. Normals are calculated if there are none. The length of the one
+    /// primitive, which extraction counts by what sources claim, becomes `3 * size`.
     /// errors  one line on standard error; the geoset then has no triangles
     void setup();
 
@@ -204,7 +205,7 @@ class MORVA_API osg_geoset {
 };
 
 /// Appends the triangles of one geometry node, of any primitive and index layout, corner order
-/// kept. Children are not visited.
+/// kept; primitives without lengths take all vertices. Children are not visited.
 ///
 /// toWorld         positions and normals go to world coordinates
 /// searchMaterial  a core without material asks the material groups above the node

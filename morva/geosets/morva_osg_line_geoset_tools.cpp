@@ -3,6 +3,7 @@
 #include <cmath>
 
 #include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_stage_errors.h>

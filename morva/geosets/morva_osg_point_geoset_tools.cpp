@@ -1,6 +1,7 @@
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 
 #include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 
