@@ -9,10 +9,13 @@ namespace {
 /// Where the names of this thread wait; null: they don't.
 thread_local late_names* open_scope = nullptr;
 
-void drawName(const ::osg::NodePtr& node, name_source source) {
-    const std::string name = (getIDmapHandler().*source)();
+void setNames(const ::osg::NodePtr& node, const std::string& name) {
     ::osg::setName(node, name);
     ::osg::setName(node->getCore(), name);
+}
+
+void drawName(const ::osg::NodePtr& node, name_source source) {
+    setNames(node, (getIDmapHandler().*source)());
 }
 
 } // namespace
@@ -31,10 +34,12 @@ void late_names::give() {
 }
 
 void nameGeometry(const ::osg::NodePtr& node, name_source source) {
-    if (open_scope != nullptr)
-        open_scope->waiting.emplace_back(node, source);
-    else
+    if (open_scope == nullptr) {
         drawName(node, source);
+        return;
+    }
+    open_scope->waiting.emplace_back(node, source);
+    setNames(node, "waiting"); // made here, what holds the name takes no time at the join
 }
 
 } // namespace morva::osg

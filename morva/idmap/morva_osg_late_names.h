@@ -50,7 +50,7 @@ class MORVA_API late_names {
     /// Draws the names, one by one, and forgets the nodes.
     void give();
 
-    /// Forgets the nodes, which stay without names.
+    /// Forgets the nodes, for which there is no use.
     void clear() { waiting.clear(); }
 
   private:
@@ -58,7 +58,8 @@ class MORVA_API late_names {
     std::deque<std::pair<::osg::NodeRefPtr, name_source>> waiting;
 };
 
-/// Gives a node and its core the next name, at once or when this thread's scope is settled.
+/// Gives a node and its core the next name: at once, or in a scope of this thread when the names
+/// that wait are given; until then any other stands there.
 MORVA_API void nameGeometry(const ::osg::NodePtr& node, name_source source);
 
 } // namespace morva::osg

@@ -3,7 +3,6 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "merge_scenes.h"
 
@@ -213,41 +212,6 @@ TEST(MergeGeo, RootsOfAllKinds) {
         EXPECT_EQ(geometryNodes(unseen.get()), node_list());
     }
     EXPECT_EQ(liveContainers(), before);
-}
-
-TEST(MergeGeo, TheSameInputGivesTheSameCoresInTheSameOrder) {
-    morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
-    std::vector<world_mesh> first;
-    for (int run = 0; run < 3; ++run) {
-        // What is freed in between moves the addresses of the materials.
-        std::vector<material_ref> materials;
-        for (int i = 0; i < 20; ++i)
-            materials.emplace_back(plain(0.05F * static_cast<float>(i)));
-        const node_ref root(group());
-        std::mt19937 rng(5103);
-        for (std::size_t i = 0; i < 40; ++i) {
-            root->addChild(
-                named("n" + std::to_string(i % 30),
-                      meshNode(withColors(soup(rng, 10), rng), materials[i * 7 % 20].get())));
-        }
-        mergeGeo_setup setup = quiet();
-        setup.vertexcolor = 21;
-        setup.idmap = "map";
-        handler.reset();
-        const node_ref result(quietMerge(root.get(), setup, 30));
-        EXPECT_EQ(handler.names.size(), 30U);
-        EXPECT_EQ(handler.releaseHeldLock(), 0U) << "given back at the end of the group";
-        mesh_choice with_ids;
-        with_ids.ids = true;
-        std::vector<world_mesh> meshes;
-        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
-            meshes.push_back(worldMesh(node, with_ids));
-        EXPECT_GT(meshes.size(), 5U);
-        if (run == 0)
-            first = meshes;
-        EXPECT_TRUE(meshes == first) << "run " << run;
-    }
-    handler.reset();
 }
 
 } // namespace

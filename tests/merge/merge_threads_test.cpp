@@ -15,6 +15,8 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/merge/morva_osg_geomerge_stages.h>
+#include <morva/merge/morva_osg_name_order.h>
 
 #include "../support/stream_capture.h"
 
@@ -75,11 +77,14 @@ void describeMap(const ::osg::NodePtr& result, std::ostream& out) {
 /// for IDs of their own.
 struct crowded_scene {
     explicit crowded_scene(unsigned seed, int parts = 40, bool images_by_group = false,
-                           bool own_ids = false)
+                           bool own_ids = false, bool backwards = false)
         : root(group({})) {
         std::mt19937 rng(seed);
-        for (int i = 0; i < 9; ++i)
-            materials.emplace_back(plain(0.1F * static_cast<float>(i)));
+        materials.resize(9);
+        for (std::size_t i = 0; i < 9; ++i) { // whichever the scene graph made first
+            const std::size_t k = backwards ? 8 - i : i;
+            materials[k] = plain(0.1F * static_cast<float>(k));
+        }
         materials.emplace_back(chunked({1, 1, 1, 1}, imageOf(6407, 2, 2)));
         materials.emplace_back(chunked({0, 0, 1, 0.5F}));
         const ::osg::GeometryRefPtr shared(meshOf(rng));
@@ -151,6 +156,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         const char* name;
         bool cacheopt, ids, same_name, images_by_group, own_ids;
         int opt;
+        int vertexcolor = -1;
     };
     for (const setup_case& c :
          {setup_case{"plain", false, false, false, false, false, 1},
@@ -159,19 +165,23 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
           {"cache order", true, true, false, false, false, 1},
           {"cache order per property", true, false, true, false, false, 2},
           {"the order of groups decides", false, true, true, true, false, 1},
+          {"baked", false, true, false, false, false, 1, 150},
           {"IDs of their own", false, true, false, false, true, 1},
           {"IDs of their own, none wanted: volumes were asked for below those of another group",
            false, false, false, false, true, 1}}) {
         SCOPED_TRACE(c.name);
-        const auto scene = [&c] { return crowded_scene(5202, 40, c.images_by_group, c.own_ids); };
         std::string alone;
         for (int run = 0; run <= 12; ++run) {
+            const auto scene = [&] {
+                return crowded_scene(5202, 40, c.images_by_group, c.own_ids, run % 4 > 1);
+            };
             mergeGeo_setup setup = quiet();
             setup.numthreads = run == 0 ? 1 : run % 2 == 0 ? 2 : 8;
             setup.cacheopt = c.cacheopt;
             setup.idmap = c.ids ? "map" : "";
             setup.mergesamename = c.same_name;
             setup.opt = c.opt;
+            setup.vertexcolor = c.vertexcolor;
             const std::string text = textAfter(scene, [&setup](const ::osg::NodePtr& root) {
                 return mergeGeo(root, cells(20), setup);
             });
@@ -180,6 +190,24 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
             ASSERT_TRUE(text == alone) << "run " << run;
         }
         EXPECT_GT(alone.size(), 10000U);
+    }
+}
+
+TEST(MergeThreads, NamesCannotBeForetoldWhereABatchOfSomeIdsMayEnd) {
+    for (const bool large : {false, true}) {
+        for (const bool wanted : {false, true}) {
+            const node_ref root(group({part(::osg::NullFC, 0), part(::osg::NullFC, 3)}));
+            const ::osg::GeometryPtr with_ids = coreOf(root->getChild(0));
+            with_ids->setTexCoords7(::osg::GeoTexCoords1f::create());
+            if (large)
+                with_ids->getPositions()->resize(morva::osg::batch_limit + 1);
+            morva::osg::GeoMerge merge;
+            for (::osg::UInt32 i = 0; i < 2; ++i)
+                merge.insertNode(root->getChild(i), false);
+            mergeGeo_setup setup;
+            setup.idmap = wanted ? "map" : "";
+            EXPECT_EQ(morva::osg::canForetellNames(merge, setup), wanted || !large);
+        }
     }
 }
 
