@@ -113,7 +113,12 @@ class id_map_output {
             return;
         stage_ = &outputs.add(target_);
         const std::string path = stage_->path();
-        parameters_ = withValue(parameters_, "idmap", path.substr(0, path.size() - 5)); // .json
+        options staged = chosen;
+        staged.parameters = withValue(parameters_, "idmap", path.substr(0, path.size() - 5));
+        if (idMapFile(staged) != path)
+            throw host_error("cannot write '" + target_ + "': parameters can't hold '" + path +
+                             "'");
+        parameters_ = staged.parameters;
     }
 
     bool wanted() const { return stage_ != nullptr; }

@@ -21,11 +21,19 @@ std::string plainPlace(const std::string& target) {
     return place;
 }
 
+/// The folder of a place without links, called as it was given wherever it can: what the optimiser
+/// is to write there goes through its parameters, which can't hold every name.
+std::string folderOf(const std::string& target, const std::string& place) {
+    std::error_code error;
+    const fs::path path = fs::is_symlink(fs::symlink_status(target, error)) ? place : target;
+    return path.has_parent_path() ? path.parent_path().string() : ".";
+}
+
 } // namespace
 
 staged_output::staged_output(const std::string& target)
     : name_(fs::path(target).filename().string()), target_(plainPlace(target)),
-      stage_(fs::path(target_).parent_path().string()) {}
+      stage_(folderOf(target, target_)) {}
 
 std::vector<std::string> staged_output::names() const {
     std::vector<std::string> names;

@@ -73,10 +73,12 @@ void fill(const temporary_folder& folder) {
     for (const std::string& name : folder.entries())
         if (fs::path(name).extension() == ".bin")
             fs::create_symlink(name, folder.file("buffer"));
-    for (const auto& [to, name] : {std::pair("in.glb", "link.glb"), std::pair("sub/n", "away.gltf"),
-                                   std::pair("circle.glb", "circle.glb")})
+    for (const auto& [to, name] :
+         {std::pair("in.glb", "link.glb"), std::pair("sub/n", "away.gltf"),
+          std::pair("circle.glb", "circle.glb"), std::pair("sub/a(,b)/m", "odd.json")})
         fs::create_symlink(to, folder.file(name));
     fs::create_directories(folder.file("sub/folder.glb"));
+    fs::create_directory(folder.file("sub/a(,b)"));
     mkfifo(folder.file("pipe").c_str(), 0600);
 
     const std::string whole = bytesOf(folder.file("in.glb"));
@@ -141,6 +143,7 @@ const file_case file_cases[] = {
     {"info @in.glb --report @pipe", 1, "no plain file", ""},
     {"info @in.glb --report /proc/report", 1, "cannot write in the folder", ""},
     {"optimize @in.glb -o @o.glb -p idmap(@m)", 0, "no ID map file is written", "+o.glb"},
+    {"optimize @in.glb -o @o.glb -p maxtris(9),idmap(@odd)", 1, "parameters can't hold", ""},
     {"optimize @in.glb -o @o.glb -p ((,maxtris,)(,", 0, "'maxtris' is not of the form", "+o.glb"},
     {"optimize @in.glb -o @o.glb -p bananas(7)", 0, "'bananas(7)' has an unknown key", "+o.glb"},
     {"optimize @in.glb -o @o.glb -p opt(1),opt(2)", 0, "'opt(2)' repeats a key", "+o.glb"},
@@ -197,10 +200,10 @@ TEST(FullDisk, LeavesAllOldFilesOrNone) {
         GTEST_SKIP() << "no small disk can be made here";
     const temporary_folder folder;
     modelFile(folder.file("in.glb"), texturedScene());
-    std::filesystem::create_directory(folder.file("disk"));
+    std::filesystem::create_directory(folder.file("d(,k")); // as no value of a parameter may be
     // "old.old.old." is all that a failed run may leave.
     writeBytes(folder.file("replace.sh"),
-               "mount -t tmpfs -o size=$1k none disk; cd disk\n"
+               "mount -t tmpfs -o size=$1k none 'd(,k'; cd 'd(,k'\n"
                "for f in m.json $2 r.json; do echo old >$f || exit 3; done\n" MORVA_COMMAND
                " optimize ../in.glb -q -o $2 --report r.json -p 'maxtris(9),idmap(m)' 2>../err && "
                "exit 0\n"
