@@ -1,10 +1,12 @@
 #include "assimp_import.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <set>
 
 #include <assimp/GltfMaterial.h>
@@ -157,7 +159,10 @@ alpha_mode alphaModeOf(const property_reader& reader) {
 /// Bytes of a texture that lies in a file beside the model; empty if there is none.
 std::vector<std::uint8_t> readTextureFile(const std::string& folder, std::string name) {
     std::replace(name.begin(), name.end(), '\\', '/');
+    errno = 0;
     std::ifstream file(name.compare(0, 1, "/") == 0 ? name : folder + name, std::ios::binary);
+    if (!file && errno == ENOMEM)
+        throw std::bad_alloc();
     return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {});
 }
 
