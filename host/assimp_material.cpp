@@ -1,10 +1,12 @@
 #include "assimp_import.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cmath>
 #include <cstring>
 #include <fstream>
 #include <iterator>
+#include <new>
 #include <set>
 
 #include <assimp/GltfMaterial.h>
@@ -159,7 +161,10 @@ std::vector<std::uint8_t> readTextureFile(const std::string& folder, std::string
                                           model& target) {
     std::replace(name.begin(), name.end(), '\\', '/');
     const std::string path = name.compare(0, 1, "/") == 0 ? name : folder + name;
+    errno = 0;
     std::ifstream file(path, std::ios::binary);
+    if (!file && errno == ENOMEM)
+        throw std::bad_alloc();
     if (file)
         target.files_read.push_back(path);
     return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {});

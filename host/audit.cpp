@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <deque>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <unordered_map>
 #include <utility>
@@ -14,6 +16,7 @@
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "geometry_view.h"
+#include "parallel.h"
 #include "text.h"
 #include "triangle_measures.h"
 
@@ -59,16 +62,21 @@ void add(const amount& more, amount& sum) {
     sum.surface.rounding += more.surface.rounding;
 }
 
-/// Triangles of a core by ID; those without a known one count under -1. Their area too, where
-/// `measured` has the core, unless it is null.
-std::map<int, amount> countById(const geometry_view& view, int set,
-                                const ::osg::NodePtr& measured) {
-    const bool areas = measured != ::osg::NullFC;
+/// What counting the triangles of an output node needs, free of the scene graph.
+struct output_node {
+    geometry_view view;
+    int set;                        ///< of texture coordinates that holds the IDs; -1 for none
+    std::optional<placement> world; ///< if areas are wanted
+};
+
+/// Triangles of a core by ID; those without a known one count under -1. Their area too, if wanted.
+std::map<int, amount> countById(const output_node& node) {
+    const geometry_view& view = node.view;
+    const int set = node.set;
+    const bool areas = node.world.has_value();
     std::vector<::osg::Pnt3f> moved;
-    if (areas) {
-        const placement world(measured);
-        moved = placed(view, &world);
-    }
+    if (areas)
+        moved = placed(view, &*node.world);
     const auto names = static_cast<float>(morva::osg::getIDmapHandler().names.size());
     const attribute_view* ids = set >= 0 ? &view.coordinates[set] : nullptr;
     std::map<int, amount> counts;
@@ -85,6 +93,24 @@ std::map<int, amount> countById(const geometry_view& view, int set,
             *last);
     });
     return counts;
+}
+
+/// Names and counts of the output nodes that hold geometry, in walk order.
+std::vector<std::pair<std::string, std::map<int, amount>>>
+countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
+    std::vector<::osg::NodePtr> nodes;
+    collectGeometry(result, nodes);
+    std::deque<output_node> outputs;
+    for (const ::osg::NodePtr& node : nodes) {
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(nameOf(node), core) : -1,
+                           plan.areas ? std::optional<placement>(node) : std::nullopt});
+    }
+    std::vector<std::pair<std::string, std::map<int, amount>>> counted(outputs.size());
+    runParallel(outputs.size(), [&](std::size_t i) { counted[i].second = countById(outputs[i]); });
+    for (std::size_t i = 0; i < nodes.size(); ++i)
+        counted[i].first = nameOf(nodes[i]);
+    return counted;
 }
 
 /// IDs by output name, as the run has registered them.
@@ -296,13 +322,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
 
     amount sum;
     std::map<std::string, amount> out_by_name;
-    std::vector<::osg::NodePtr> nodes;
-    collectGeometry(result, nodes);
-    for (const ::osg::NodePtr& node : nodes) {
-        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        const std::string name = nameOf(node);
-        const auto counts = countById(geometry_view(core), plan.has_ids ? idSetOf(name, core) : -1,
-                                      plan.areas ? node : ::osg::NodePtr());
+    for (const auto& [name, counts] : countOutputs(plan, result)) {
         for (const auto& [id, counted] : counts) {
             add(counted, sum);
             if (!plan.by_part)

@@ -45,6 +45,9 @@ program_run runProgram(const std::string& before, const std::string& arguments) 
 std::string faultOf(const program_run& run, const program_run& whole) {
     if (run.code == 0)
         return run.files == whole.files ? "" : "good, and another output";
+    // The C library ends the process itself where a thread has no room for a destructor.
+    if (run.err.find("failed to register TLS destructor") != std::string::npos)
+        return run.files.size() <= whole.files.size() ? "" : "left more than there is";
     if (run.code != 1 || run.err.find("morva: ") == std::string::npos)
         return "code " + std::to_string(run.code) + ": " + run.err;
     for (const auto& [name, bytes] : run.files) {
