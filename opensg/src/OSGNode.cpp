@@ -196,8 +196,8 @@ void Node::updateVolume() {
             continue;
         child->updateVolume();
         DynamicVolume part = child->getVolume();
-        part.getInstance().setStatic(
-            false); // that the child's stands still says nothing of this one
+        part.getInstance().setStatic(false); // the child's may stand still, this one not
+        part.instanceChanged();
         volume.extendBy(part);
     }
     if (getCore() != NullFC)

@@ -231,10 +231,13 @@ TEST(NodeVolume, FreshIsEmptyAndInvalidAndStopsInvalidation) {
     node->setTravMask(1);
     const NodePtr child = Node::create();
     node->addChild(child);
-    child->editVolume(true).getInstance().setStatic();
-    child->editVolume(false).instanceChanged();
+    DynamicVolume& still = child->editVolume(true);
+    still.extendBy(Pnt3f(1, 2, 3));
+    still.getInstance().setStatic();
+    still.instanceChanged();
     node->updateVolume();
-    EXPECT_TRUE(node->getVolume().isValid() && !node->getVolume().isStatic()) << "nor its child's";
+    EXPECT_TRUE(node->getVolume().isValid() && !node->getVolume().isStatic());
+    EXPECT_EQ(node->getVolume().getMax(), Pnt3f(1, 2, 3));
     node->addChild(Node::create());
     EXPECT_FALSE(node->getVolume().isValid());
 }

@@ -159,6 +159,8 @@ TEST(ChangeListOfAThread, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
     ChangeList* own = Thread::getCurrentChangeList();
     for (const bool wanted : {true, false}) {
         ChangeList::setReadWriteDefault(wanted);
+        endEditCP(NodeRefPtr(Node::create()).get());
+        EXPECT_TRUE(own->empty()) << "a list that was there keeps its way";
         for (const UInt32 aspect : {0U, 1U, 0U}) {
             UInt32 made = 0;
             inAspect(aspect, [&] {
@@ -172,8 +174,6 @@ TEST(ChangeListOfAThread, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
             EXPECT_TRUE(!wanted || *changes->beginCreated() == made);
         }
     }
-    endEditCP(NodeRefPtr(Node::create()).get());
-    EXPECT_TRUE(own->empty()) << "a list that was there keeps its way";
 }
 
 TEST_F(RecordingChangeList, EntersWhatHappens) {
