@@ -162,6 +162,7 @@ class scene_reader {
             tie(link);
         for (UInt32 i = 0; i < _types.size(); ++i)
             announce(containerAt(i));
+        noteWhatFollows();
         logNotes();
         NodePtr root = _root;
         _root = NullFC;
@@ -383,6 +384,12 @@ class scene_reader {
             _notes.emplace(text, std::make_pair(place, 1));
         else
             ++_notesLeftOut;
+    }
+    void noteWhatFollows() {
+        const byte_cursor& rest = _index.behindEnd();
+        constexpr UInt64 filler = 4;
+        if (rest.left() != 0 && rest.left() != filler)
+            note("data behind the end is left out", rest.place());
     }
     void logNotes() const {
         for (const auto& [text, seen] : _notes) {

@@ -112,8 +112,7 @@ class scene_writer {
     void putObject(const numbered entry, UInt32 id) { // by value: _order grows meanwhile
         FieldContainer& container = *entry.container;
         const scene_type& type = typeOf(container);
-        const auto* types = dynamic_cast<const GeoPTypes*>(&container);
-        _sink.text(types != nullptr ? GeoPTypesUI8::getClassName() : type.name);
+        _sink.text(type.name);
         _sink.number(id);
         if (type.kind != scene_kind::none)
             _sink.number(static_cast<UInt8>(type.kind));
@@ -125,9 +124,7 @@ class scene_writer {
         }
         for (const scene_field& field : type.fields) {
             Field& values = *field.desc->getField(container);
-            if (types != nullptr && field.name == "types")
-                putPrimitiveTypes(field, *types);
-            else if (image != NullFC && field.name == "pixel")
+            if (image != NullFC && field.name == "pixel")
                 putPixels(field, *image);
             else
                 putField(field, values, entry.depth + 1);
@@ -167,14 +164,6 @@ class scene_writer {
         if (codec.isList)
             _sink.number(count);
         _sink.block(values, static_cast<std::size_t>(bytes / codec.numberBytes), codec.numberBytes);
-    }
-
-    /// Files know bytes alone here; no primitive type has a number above 9.
-    void putPrimitiveTypes(const scene_field& field, const GeoPTypes& types) {
-        putHead(field.name, "MFUInt8", UInt64(types.getSize()) + sizeof(UInt32));
-        _sink.number(types.getSize());
-        for (UInt32 i = 0; i < types.getSize(); ++i)
-            _sink.number(static_cast<UInt8>(std::min<UInt32>(types.getValue(i), 0xFF)));
     }
 
     void putPixels(const scene_field& field, const Image& image) {

@@ -1,6 +1,6 @@
 #pragma once
 
-// Fields to bytes in memory and back, through the binary transport that every field has.
+// Fields to bytes in memory, through the binary transport that every field has.
 
 #include "OpenSG/OSGBinaryDataHandler.h"
 
@@ -31,31 +31,6 @@ class field_bytes_out : public BinaryDataHandler {
 
   private:
     std::vector<UInt8> _bytes;
-};
-
-/// Hands out a range that belongs to someone else.
-class field_bytes_in : public BinaryDataHandler {
-  public:
-    field_bytes_in(const UInt8* data, std::size_t count) : _at(data), _left(count) {}
-    std::size_t left() const { return _left; }
-
-  protected:
-    void write(MemoryHandle, UInt32) override {
-        throw std::out_of_range("this handler only reads");
-    }
-    void read(MemoryHandle target, UInt32 count) override {
-        if (count > _left)
-            throw std::out_of_range("a field ends early");
-        if (count == 0)
-            return;
-        std::memcpy(target, _at, count);
-        _at += count;
-        _left -= count;
-    }
-
-  private:
-    const UInt8* _at;
-    std::size_t _left;
 };
 
 /// Spreads bytes over 64 bits; not meant against intent. Reads words: the result is one

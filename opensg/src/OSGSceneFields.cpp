@@ -4,6 +4,7 @@
 #include "OpenSG/OSGImage.h"
 #include "OpenSG/OSGMFBaseTypes.h"
 #include "OpenSG/OSGMaterial.h"
+#include "OpenSG/OSGQuaternion.h"
 #include "OpenSG/OSGStateChunk.h"
 
 #include <algorithm>

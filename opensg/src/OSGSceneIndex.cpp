@@ -10,7 +10,6 @@ OSG_BEGIN_NAMESPACE
 namespace {
 
 constexpr UInt32 maxNameLength = 4096;
-constexpr UInt64 trailerBytes = 4;
 
 bool startsLike(byte_cursor in, std::string_view start) {
     return in.left() >= start.size() &&
@@ -70,7 +69,7 @@ scene_index::scene_index(byte_cursor file) {
     while (readObject(file)) {
     }
     file.require(!_objects.empty(), "there is no root node");
-    file.require(file.left() == 0 || file.left() == trailerBytes, "there is data behind the end");
+    _behindEnd = file;
     sortIds();
 }
 

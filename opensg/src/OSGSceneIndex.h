@@ -31,6 +31,8 @@ class scene_index {
     explicit scene_index(byte_cursor file);
 
     const std::vector<scene_object>& objects() const { return _objects; }
+    /// What stands behind the end mark: nothing, or four zeros that mean nothing.
+    const byte_cursor& behindEnd() const { return _behindEnd; }
     /// Number of the object with this id, or NoObject.
     UInt32 find(UInt32 id) const;
 
@@ -39,6 +41,7 @@ class scene_index {
     void sortIds();
 
     std::vector<scene_object> _objects;
+    byte_cursor _behindEnd;
     std::vector<std::pair<UInt32, UInt32>> _ids; ///< id and number, by id
 };
 

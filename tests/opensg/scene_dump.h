@@ -25,11 +25,10 @@ class raw_bytes : public BinaryDataHandler {
     std::vector<UInt8> bytes;
 
   protected:
-    void write(const void* source, UInt32 count) override {
-        const auto* from = static_cast<const UInt8*>(source);
-        bytes.insert(bytes.end(), from, from + count);
+    void write(MemoryHandle source, UInt32 count) override {
+        bytes.insert(bytes.end(), source, source + count);
     }
-    void read(void*, UInt32) override {}
+    void read(MemoryHandle, UInt32) override {}
 };
 
 inline std::string quoted(const std::string& text) {
