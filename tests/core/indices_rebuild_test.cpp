@@ -1,21 +1,11 @@
 // Index rebuilding against a twin with ordered maps, on the index layouts and values that tell the
 // two apart: signed zeros, neighbouring floats, NaN, other stored forms, missing properties.
 
+#include "tests/support/test.h"
+
 #include <morva/core/morva_osg_geometry_tools.h>
 
-#include <array>
-#include <cmath>
-#include <cstring>
-#include <limits>
-#include <map>
-
-#include <OpenSG/OSGTriangleIterator.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/scene_builders.h"
 #include "tests/support/whole_elements.h"
-
-using namespace morva_test;
 
 namespace {
 
@@ -233,11 +223,9 @@ mesh_data randomMesh(std::mt19937& rng) {
     return mesh;
 }
 
-class IndexRebuild : public no_strays {};
-
 } // namespace
 
-TEST_F(IndexRebuild, AgreesWithOrderedMaps) {
+TEST(IndexRebuild, AgreesWithOrderedMaps) {
     std::mt19937 rng(63);
     for (int round = 0; round < 600; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
@@ -245,7 +233,7 @@ TEST_F(IndexRebuild, AgreesWithOrderedMaps) {
     }
 }
 
-TEST_F(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
+TEST(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
     std::mt19937 rng(64);
     mesh_data scattered = soup(rng, 4000), close = soup(rng, 500);
     for (::osg::Pnt3f& position : scattered.positions)
@@ -260,7 +248,7 @@ TEST_F(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
     expectAsNaive(close);
 }
 
-TEST_F(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
+TEST(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
     std::mt19937 rng(70);
     const mesh_data four = withAttributes(soup(rng, 4), rng);
     std::vector<mesh_data> meshes(4, four);
@@ -318,7 +306,7 @@ words naiveJoined(const ::osg::GeometryPtr& g) {
     return indices;
 }
 
-TEST_F(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
+TEST(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
     std::mt19937 rng(65);
     for (int round = 0; round < 300; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
@@ -342,7 +330,7 @@ TEST_F(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
     morva::osg::joinEqualVertices(geometry_ref(::osg::Geometry::create()));
 }
 
-TEST_F(IndexRebuild, LeavesOtherPropertiesAndOtherGeometriesAlone) {
+TEST(IndexRebuild, LeavesOtherPropertiesAndOtherGeometriesAlone) {
     const geometry_ref first(everyProperty(3)), second(geometryOf(cube()));
     const ::osg::GeoTexCoordsPtr coordinates = first->getTexCoords6();
     const ::osg::GeoColorsPtr secondary = first->getSecondaryColors();

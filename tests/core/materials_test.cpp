@@ -1,32 +1,17 @@
 // What materials say about colour, image, transparency and whether to leave a node alone; colour
 // between materials and vertices, and the tools around fresh geometry.
 
+#include "tests/support/test.h"
+
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
-#include <algorithm>
-#include <limits>
-#include <sstream>
-
 #include <OpenSG/OSGBlendChunk.h>
-#include <OpenSG/OSGCubeTextureChunk.h>
-#include <OpenSG/OSGMaterialChunk.h>
-#include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
-#include <OpenSG/OSGTextureChunk.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
-
-using namespace morva_test;
 
 namespace {
 
 constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
-
-class MaterialQueries : public no_strays {};
-class ColorConversion : public no_strays {};
 
 ::osg::ChunkMaterialPtr ofChunks(const std::vector<::osg::StateChunkPtr>& chunks) {
     const ::osg::ChunkMaterialPtr material = bareMaterial();
@@ -85,7 +70,7 @@ template <typename Of> std::string colorsOf(const Of& of, bool back = false) {
 
 } // namespace
 
-TEST_F(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
+TEST(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
     const ::osg::SimpleMaterialPtr plain = simple({0.25F, 0.5F, 1});
     const ::osg::SimpleMaterialPtr with_chunk = simple({0.25F, 0.5F, 1});
     plain->setSpecular(::osg::Color3f(0, 1, 0));
@@ -164,7 +149,7 @@ constexpr unsigned replace = 7681, blend = 3042, combined = 34160, modulate = 84
 
 } // namespace
 
-TEST_F(MaterialQueries, ImageAndItsFlags) {
+TEST(MaterialQueries, ImageAndItsFlags) {
     const struct {
         const char* rule;
         shown how;
@@ -208,7 +193,7 @@ TEST_F(MaterialQueries, ImageAndItsFlags) {
     EXPECT_EQ(morva::osg::getImage(::osg::NodePtr(::osg::NullFC)), ::osg::NullFC);
 }
 
-TEST_F(MaterialQueries, AlphaAndWhetherToSkip) {
+TEST(MaterialQueries, AlphaAndWhetherToSkip) {
     const ::osg::SimpleMaterialPtr clear = simple({1, 1, 1});
     clear->setTransparency(0.5F);
     const ::osg::ChunkMaterialPtr cube_behind = chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1));
@@ -263,7 +248,7 @@ constexpr auto withBytes4 = &squareOf<::osg::GeoColors4ub, ::osg::Color4ub>;
 
 } // namespace
 
-TEST_F(ColorConversion, UniformColoursBecomeAMaterial) {
+TEST(ColorConversion, UniformColoursBecomeAMaterial) {
     const struct {
         const char* rule;
         std::vector<::osg::Color3f> colors;
@@ -307,7 +292,7 @@ TEST_F(ColorConversion, UniformColoursBecomeAMaterial) {
     }
 }
 
-TEST_F(ColorConversion, VertexColorsStayWhereNothingCanBeMade) {
+TEST(ColorConversion, VertexColorsStayWhereNothingCanBeMade) {
     const geometry_ref three(withColors3({{1, 0, 0}})), bytes(withBytes4({{255, 0, 0, 255}}));
     const geometry_ref none(geometryOf(quads(1))), own(withColors4({{1, 0, 0, 1}}));
     const stream_capture out(std::cout);
@@ -328,7 +313,7 @@ TEST_F(ColorConversion, VertexColorsStayWhereNothingCanBeMade) {
     EXPECT_NE(own->getColors(), ::osg::NullFC);
 }
 
-TEST_F(ColorConversion, MaterialIsMixedIntoPresentColours) {
+TEST(ColorConversion, MaterialIsMixedIntoPresentColours) {
     const node_ref node(nodeOf(withColors3({{1, 1, 1}, {0, 0.5F, 0}})));
     coreOf(node)->setMaterial(simple({1, 0, 0}));
     ASSERT_TRUE(morva::osg::MaterialColorIntoVertex(node.get()));
@@ -349,7 +334,7 @@ TEST_F(ColorConversion, MaterialIsMixedIntoPresentColours) {
               ::osg::Color4ub(127, 127, 127, 60));
 }
 
-TEST_F(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
+TEST(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
     // Under a mapping colours share the index of the positions; one that leads nowhere, as the
     // last one here, asks for nothing, and an entry that named colours before has no say.
     mesh_data spread = row(60, 1);
@@ -376,7 +361,7 @@ TEST_F(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
     }
 }
 
-TEST_F(ColorConversion, OtherMaterialsStay) {
+TEST(ColorConversion, OtherMaterialsStay) {
     const struct {
         const char* rule;
         ::osg::MaterialPtr material;
@@ -410,7 +395,7 @@ TEST_F(ColorConversion, OtherMaterialsStay) {
         EXPECT_FALSE(morva::osg::MaterialColorIntoVertex(node));
 }
 
-TEST_F(ColorConversion, GeometryBecomesIndependentOfTheGroupsAbove) {
+TEST(ColorConversion, GeometryBecomesIndependentOfTheGroupsAbove) {
     const ::osg::MaterialPtr outer = simple({1, 0, 0}), own = simple({0, 1, 0});
     const node_ref root(sceneOf("$outer(a own)", {{"outer", outer}, {"own", own}}));
     ::osg::NodePtr first = root->getChild(0), second = root->getChild(1), top = root.get(), null;
@@ -422,7 +407,7 @@ TEST_F(ColorConversion, GeometryBecomesIndependentOfTheGroupsAbove) {
     EXPECT_EQ(morva::osg::getMaterial(first), outer); // still there: it was referenced
 }
 
-TEST_F(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
+TEST(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
     const struct {
         const char *scene, *found, *left;
     } rows[] = {{"r(a red g(c) $none(d) ?0s(e))", "-(a c)", "r(red g none(d) s(e))"},
@@ -439,7 +424,7 @@ TEST_F(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
     EXPECT_TRUE(morva::osg::CollectNonMaterialNodes(::osg::NullFC) == ::osg::NullFC);
 }
 
-TEST_F(ColorConversion, CreatedGeometryIsAnEmptyCoreOfOneType) {
+TEST(ColorConversion, CreatedGeometryIsAnEmptyCoreOfOneType) {
     const geometry_ref triangles(morva::osg::createGeo()), lines(morva::osg::createLineGeo());
     for (const geometry_ref& geometry : {triangles, lines}) {
         const auto types = ::osg::GeoPTypesUI8Ptr::dcast(geometry->getTypes());
@@ -452,7 +437,7 @@ TEST_F(ColorConversion, CreatedGeometryIsAnEmptyCoreOfOneType) {
     }
 }
 
-TEST_F(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {
+TEST(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {
     using geometry = ::osg::Geometry;
     for (unsigned bit = 1; bit < geometry::MapEmpty; bit *= 2) {
         const geometry_ref checked(everyProperty(3, bit, 0));

@@ -1,14 +1,8 @@
+#include "tests/support/test.h"
+
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_span.h>
 #include <morva/core/morva_twister.h>
-
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdint>
-#include <limits>
-#include <sstream>
-#include <vector>
 
 namespace {
 

@@ -1,17 +1,10 @@
+#include "tests/support/test.h"
+
 #include <morva/core/morva_osg_params.h>
 #include <morva/idmap/morva_filetools.h>
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
 #include <cctype>
-#include <limits>
 #include <locale>
-#include <map>
-#include <random>
-#include <sstream>
-#include <string>
-#include <vector>
 
 namespace {
 

@@ -1,19 +1,11 @@
 // Blocks of property values, the conversions between the two worlds' values, crease normals.
 
+#include "tests/support/test.h"
+
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
-#include <cmath>
-#include <cstring>
-#include <tuple>
-
-#include <OpenSG/OSGTriangleIterator.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/scene_builders.h"
-
-using namespace morva_test;
 using morva::osg::editSpan;
 using morva::osg::property_block;
 using morva::osg::readBlock;
@@ -39,11 +31,9 @@ void expectBlocksAsReadOneByOne(const std::vector<Value>& values) {
     EXPECT_TRUE(readBlock(role_pointer()).empty());
 }
 
-class PropertyQueries : public no_strays {};
-
 } // namespace
 
-TEST_F(PropertyQueries, BlocksReadEveryStoredForm) {
+TEST(PropertyQueries, BlocksReadEveryStoredForm) {
     using namespace ::osg;
     expectBlocksAsReadOneByOne<GeoPositions3f, GeoPositions2f, GeoPositions4f, GeoPositions3d,
                                GeoPositions3s>(
@@ -61,7 +51,7 @@ TEST_F(PropertyQueries, BlocksReadEveryStoredForm) {
     EXPECT_TRUE(editSpan(GeoPositions3fPtr(NullFC)).empty());
 }
 
-TEST_F(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry) {
+TEST(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry) {
     property_block<::osg::Pnt3f> block, copy;
     {
         const geometry_ref geometry(geometryOf(quads(1)));
@@ -123,7 +113,7 @@ std::vector<::osg::Vec3f> naiveFlatNormals(const std::vector<::osg::Pnt3f>& p) {
 
 } // namespace
 
-TEST_F(PropertyQueries, CreaseNormalsGiveUnindexedCornersTheNormalOfTheirTriangle) {
+TEST(PropertyQueries, CreaseNormalsGiveUnindexedCornersTheNormalOfTheirTriangle) {
     std::mt19937 rng(8);
     for (int round = 0; round < 40; ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
@@ -142,7 +132,7 @@ TEST_F(PropertyQueries, CreaseNormalsGiveUnindexedCornersTheNormalOfTheirTriangl
     }
 }
 
-TEST_F(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
+TEST(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
     // Two triangles that meet along the edge 0 1: at right angles, or nearly flat.
     const auto normalsAtEdge = [](const ::osg::Pnt3f& wing) {
         mesh_data mesh;
@@ -163,7 +153,7 @@ TEST_F(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
     EXPECT_GT(smooth.first[1], 0.01F);
 }
 
-TEST_F(PropertyQueries, CreaseNormalsAcceptNothing) {
+TEST(PropertyQueries, CreaseNormalsAcceptNothing) {
     const geometry_ref empty(::osg::Geometry::create()), lines(geometryOf(row(4, 1)));
     for (const ::osg::GeometryPtr& geometry : {::osg::GeometryPtr(), empty.get(), lines.get()})
         morva::osg::calcCreaseNormals(geometry, 1.0F);

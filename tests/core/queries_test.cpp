@@ -1,19 +1,10 @@
 // Counts over primitive lists, the tests and measures of single triangles, and lists of nodes:
 // which passes see what, in which order.
 
+#include "tests/support/test.h"
+
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
-
-#include <array>
-#include <cmath>
-#include <limits>
-
-#include <OpenSG/OSGTriangleIterator.h>
-
-#include "tests/support/live_containers.h"
-#include "tests/support/scene_builders.h"
-
-using namespace morva_test;
 
 namespace {
 
@@ -39,15 +30,13 @@ void expectCounts(const counts& expected, const ::osg::NodePtr& node) {
     EXPECT_EQ(getNumberOfPrimitives(node_list{node, node, ::osg::NullFC}), 2 * primitives);
 }
 
-class GeometryQueries : public no_strays {};
-
 constexpr float huge = 999999995904.0F;
 constexpr float infinite = std::numeric_limits<float>::infinity();
 constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 
 } // namespace
 
-TEST_F(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
+TEST(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
     const struct {
         const char* rule;
         primitive_list primitives;
@@ -75,7 +64,7 @@ TEST_F(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
     }
 }
 
-TEST_F(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
+TEST(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
     const node_ref node(meshNode(primitivesOnly({{4, 3}, {4, 6}, {4, 9}})));
     coreOf(node)->getLengths()->resize(2);
     expectCounts({3, 0, 0, 3, 1}, node.get());
@@ -95,7 +84,7 @@ TEST(GetVertexCountOfPrimitiveType, KnowsThreeClasses) {
         EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(type), vertices) << type;
 }
 
-TEST_F(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
+TEST(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
     using morva::osg::isVertexCountBelowThreshold;
     for (unsigned bit = 1; bit < ::osg::Geometry::MapEmpty; bit *= 2) {
         const bool passed_over =
@@ -111,7 +100,7 @@ TEST_F(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
     EXPECT_TRUE(isVertexCountBelowThreshold(::osg::NullFC, 0));
 }
 
-TEST_F(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
+TEST(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
     const node_ref root(
         group({meshNode(primitivesOnly({{2, 5}, {8, 4}})), group(),
                switched(0, {meshNode(primitivesOnly({{4, 3}}))}),
@@ -126,7 +115,7 @@ TEST_F(GeometryQueries, VertexCountSumsAllLengthsWhateverTheType) {
     EXPECT_EQ(morva::osg::getVertexCount(::osg::NodePtr(::osg::NullFC)), 0U);
 }
 
-TEST_F(GeometryQueries, VertexColorsNeedOneEntryInOneNode) {
+TEST(GeometryQueries, VertexColorsNeedOneEntryInOneNode) {
     const node_ref without(meshNode(quads(1))), with(nodeOf(everyProperty(1)));
     const node_ref hollow(nodeOf(everyProperty(3, ::osg::Geometry::MapColor, 0)));
     node_list nodes;
@@ -171,7 +160,7 @@ TEST(IsRogue, InEveryOrderOfCornersAndAxes) {
     }
 }
 
-TEST_F(GeometryQueries, TriangleCountLeavesRoguesOutAndFollowsTheIndex) {
+TEST(GeometryQueries, TriangleCountLeavesRoguesOutAndFollowsTheIndex) {
     std::mt19937 rng(3);
     for (int round = 0; round < 60; ++round) {
         mesh_data mesh = withNormals(mixture(rng, rng() % 9), rng);
@@ -210,7 +199,7 @@ TEST(TriangleArea, IsFiniteAlways) {
               std::isfinite(expected) ? expected : 0.0);
 }
 
-TEST_F(GeometryQueries, ModelExtentsAreThoseOfTheNodesVolume) {
+TEST(GeometryQueries, ModelExtentsAreThoseOfTheNodesVolume) {
     mesh_data mesh = row(2, 1);
     mesh.positions = {{-1, 2, 3}, {4, 10, 3.5F}};
     const node_ref root(moved({100, 0, 0}, {meshNode(mesh)}));
@@ -248,11 +237,9 @@ template <typename Collector> names listed(const Collector& collector) {
     return namesOf(nodes);
 }
 
-class NodeLists : public no_strays {};
-
 } // namespace
 
-TEST_F(NodeLists, GetGeometryNodesSortsPlainThenSwitchesThenTransparent) {
+TEST(NodeLists, GetGeometryNodesSortsPlainThenSwitchesThenTransparent) {
     const names all = {"plain", "last", "below", "a", "b", "c", "d", "glass", "decal"};
     const names without = {"plain", "last", "below", "glass", "decal"};
     const node_ref root(everything());
@@ -302,6 +289,7 @@ TEST(GetGeometryNodes, ListsAStandInForAGeometryRoot) {
 }
 
 TEST(GetGeometryNodes, LetsStandInsGoWithTheirGeometry) {
+    strays_expected = true; // the last stand-ins stay until the next call
     const auto ask = [](const ::osg::NodePtr& node) {
         node_list nodes;
         morva::osg::getGeometryNodes(node, nodes, true);
@@ -325,7 +313,7 @@ TEST(GetGeometryNodes, LetsStandInsGoWithTheirGeometry) {
     EXPECT_NE(ask(taken.get()), owner->getChild(0));
 }
 
-TEST_F(NodeLists, EachCollectorHasItsOwnRules) {
+TEST(NodeLists, EachCollectorHasItsOwnRules) {
     using namespace morva::osg;
     const node_ref root(everything());
     const ::osg::NodePtr null, top = root.get();
@@ -351,7 +339,7 @@ TEST_F(NodeLists, EachCollectorHasItsOwnRules) {
     EXPECT_EQ(namesOf({nodes.begin(), nodes.end()}), (names{"root", "a", "b", "c"}));
 }
 
-TEST_F(NodeLists, CollectNodeNamesKeepsWalkOrderWithinAName) {
+TEST(NodeLists, CollectNodeNamesKeepsWalkOrderWithinAName) {
     const node_ref root(sceneOf("door(door g(b door))"));
     std::map<std::string, node_list> found;
     morva::osg::CollectNodeNames(root.get(), found);
@@ -363,7 +351,7 @@ TEST_F(NodeLists, CollectNodeNamesKeepsWalkOrderWithinAName) {
                          {"g", {g}}}));
 }
 
-TEST_F(NodeLists, MaterialIsTheOwnOneOrThatOfTheOutermostGroup) {
+TEST(NodeLists, MaterialIsTheOwnOneOrThatOfTheOutermostGroup) {
     using namespace morva::osg;
     const material_map materials = {
         {"own", simple({1, 0, 0})}, {"outer", simple({0, 1, 0})}, {"inner", simple({0, 0, 1})}};

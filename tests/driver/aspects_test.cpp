@@ -1,14 +1,8 @@
 // What the library changes, as another aspect sees it once the change list was applied to it.
 
-#include <functional>
-#include <sstream>
-#include <string>
-
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGFieldContainerFactory.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGThreadManager.h>
 
@@ -20,12 +14,8 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
 
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
-
 namespace {
 
-using namespace morva_test;
 using ::osg::FieldContainerPtr;
 using ::osg::NodePtr;
 

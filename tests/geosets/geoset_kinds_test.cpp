@@ -2,8 +2,6 @@
 
 #include "naive_extract.h"
 
-#include <OpenSG/OSGSimpleAttachments.h>
-
 namespace {
 
 using namespace tri;

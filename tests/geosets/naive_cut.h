@@ -3,11 +3,9 @@
 // Cutting of one triangle by a written-out table of corners, with the cut points in ordered maps:
 // the oracle for osg_geoset::splitElement().
 
+#include "tests/support/test.h"
+
 #include <cstdio>
-#include <map>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 

@@ -3,10 +3,9 @@
 // Extraction by the scene graph's own iterators, element by element and value by value: the
 // oracle for the fast way, for triangles, lines and points.
 
+#include "tests/support/test.h"
+
 #include <OpenSG/OSGGeoFunctions.h>
-#include <OpenSG/OSGLineIterator.h>
-#include <OpenSG/OSGMatrix.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>

@@ -2,8 +2,6 @@
 
 #include "triangle_scenes.h"
 
-#include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGTransformChunk.h>
 
 namespace {

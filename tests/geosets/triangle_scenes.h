@@ -3,18 +3,7 @@
 // Geometry for the tests of the geosets, in every primitive type, index layout and stored form;
 // and the flat rows of a geoset as plain records.
 
-#include <algorithm>
-#include <cmath>
-#include <iostream>
-#include <limits>
-#include <random>
-#include <string>
-#include <utility>
-#include <vector>
-
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGNode.h>
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
@@ -23,16 +12,12 @@
 #include <morva/trees/kd_tree.h>
 
 #include "../support/kd_checks.h"
-#include "../support/live_containers.h"
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
 
 namespace tri {
 
 using morva::osg::osg_geoset;
 using morva::osg::osg_line_geoset;
 using morva::osg::osg_point_geoset;
-using namespace morva_test;
 using piece = std::vector<::osg::Pnt3f>; ///< corners of one triangle, or of several
 
 constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();

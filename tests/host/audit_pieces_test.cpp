@@ -1,14 +1,10 @@
 // Parts that the merge cuts at their texture coordinates: any number of pieces, the same area.
 
-#include <limits>
-
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
 
 namespace morva_test {
 namespace {

@@ -1,14 +1,9 @@
-#include <algorithm>
-#include <sstream>
-
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
 
 namespace morva_test {
 namespace {

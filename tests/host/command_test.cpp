@@ -1,9 +1,7 @@
-#include <set>
-#include <tuple>
+#include "tests/support/test.h"
 
 #include <unistd.h>
 
-#include <gtest/gtest.h>
 #include <nlohmann/json.hpp>
 
 #include "optimiser_output.h"

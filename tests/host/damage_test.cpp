@@ -1,12 +1,12 @@
+#include "tests/support/test.h"
+
 #include <csignal>
-#include <random>
 
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
-#include <gtest/gtest.h>
 
 #include "tests/host/host_files.h"
 

@@ -1,8 +1,8 @@
 // The parts that keep files whole, one by one.
 
-#include <regex>
+#include "tests/support/test.h"
 
-#include <gtest/gtest.h>
+#include <regex>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 

@@ -1,13 +1,12 @@
 // What command lines leave on the disk, whatever happens.
 
+#include "tests/support/test.h"
+
 #include <chrono>
-#include <limits>
 #include <regex>
 
 #include <sys/stat.h>
 #include <sys/wait.h>
-
-#include <gtest/gtest.h>
 
 #include "host_error.h"
 #include "output_set.h"

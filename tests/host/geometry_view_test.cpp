@@ -1,16 +1,10 @@
-#include <algorithm>
-#include <array>
+#include "tests/support/test.h"
+
 #include <deque>
-
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGLineIterator.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
 #include "flat_mesh.h"
 #include "geometry_view.h"
 #include "statistics.h"
-#include "tests/support/scene_builders.h"
 #include "tests/support/whole_elements.h"
 
 namespace morva_test {

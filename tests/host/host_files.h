@@ -2,20 +2,13 @@
 
 // Files, folders and runs of the command for the host's tests.
 
-#include <cstdlib>
+#include "tests/support/test.h"
+
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <sstream>
 #include <stdexcept>
-#include <string>
-#include <vector>
 
 #include "commands.h"
 #include "model_export.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
 
 namespace morva_test {
 

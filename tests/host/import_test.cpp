@@ -1,18 +1,12 @@
-#include <cmath>
-#include <functional>
-#include <memory>
+#include "tests/support/test.h"
 
 #include <assimp/material.h>
 #include <assimp/mesh.h>
 #include <assimp/scene.h>
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include "assimp_import.h"
 #include "host_error.h"
 #include "statistics.h"
-#include "tests/support/scene_builders.h"
 
 namespace morva_test {
 namespace {

@@ -1,10 +1,6 @@
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGStringAttributeMap.h>
+#include "tests/support/test.h"
 
 #include "part_names.h"
-#include "tests/support/scene_builders.h"
 
 namespace morva_test {
 namespace {

@@ -1,6 +1,5 @@
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
-#include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGQuaternion.h>
 
 #include "image_codec.h"
@@ -8,7 +7,6 @@
 #include "scene_walk.h"
 #include "statistics.h"
 #include "tests/host/host_files.h"
-#include "tests/support/mesh_multiset.h"
 
 namespace morva_test {
 namespace {

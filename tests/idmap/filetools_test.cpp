@@ -1,30 +1,19 @@
 // The ID map file, byte for byte, and the helpers beside it.
 
 #include <filesystem>
-#include <fstream>
-#include <limits>
 #include <locale>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
 
 #include <boost/filesystem.hpp>
-
-#include <OpenSG/OSGMaterialChunk.h>
 
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
 #include "golden.h"
 
 namespace {
 
 namespace fs = std::filesystem;
-using namespace morva_test;
 using ::osg::Color4f;
 
 /// A folder of its own that goes with the test, and a handler without a past.

@@ -2,12 +2,9 @@
 
 // Expected texts as files, in the folder golden beside this.
 
+#include "tests/support/test.h"
+
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <string>
-#include <utility>
-#include <vector>
 
 inline std::string bytesOf(const std::filesystem::path& file) {
     std::ifstream in(file, std::ios::binary);

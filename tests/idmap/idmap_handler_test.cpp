@@ -1,22 +1,13 @@
-#include <functional>
-#include <limits>
-#include <string>
-#include <vector>
-
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <OpenSG/OSGBarrier.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGThreadManager.h>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
-#include "../support/scene_builders.h"
-
 namespace {
 
-using namespace morva_test;
 using morva::osg::idmapHandler;
 
 /// Work on a thread of its own, which is waited for at the end of the scope.

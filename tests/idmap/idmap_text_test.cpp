@@ -1,20 +1,10 @@
-#include <map>
-#include <string>
 
-#include <gtest/gtest.h>
-
-#include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGStringAttributeMap.h>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
-#include "../support/scene_builders.h"
 #include "golden.h"
 
 namespace {
-
-using namespace morva_test;
 
 class IdMapText : public testing::Test {
   protected:

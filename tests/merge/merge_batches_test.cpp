@@ -4,7 +4,6 @@
 
 namespace {
 
-using namespace morva_test;
 using morva::osg::mergeGeometryInVector;
 
 /// Triangles of each batch of a group.

@@ -1,12 +1,9 @@
-#include <algorithm>
 
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include "merge_scenes.h"
 
 namespace {
 
-using namespace morva_test;
 using morva::osg::GeoMerge;
 
 /// The groups as lists of nodes, in order.

@@ -4,16 +4,9 @@
 //
 //     group({part(red, 0), part(blue, 1), moved({5, 0, 0}, {part(red, 2)})})
 
-#include <string>
-
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 #include <morva/merge/morva_osg_geomerge.h>
-
-#include "../support/live_containers.h"
-#include "../support/mesh_multiset.h"
-#include "../support/scene_builders.h"
-#include "../support/stream_capture.h"
 
 namespace morva_test {
 

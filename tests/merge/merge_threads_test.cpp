@@ -2,14 +2,7 @@
 
 #include "merge_scenes.h"
 
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <set>
-#include <sstream>
-
 #include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGThread.h>
 
 #include <morva/core/morva_osg_tools.h>
@@ -18,11 +11,8 @@
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_name_order.h>
 
-#include "../support/stream_capture.h"
-
 namespace {
 
-using namespace morva_test;
 using morva::osg::mergeGeo;
 
 template <typename Property> void describeRows(const Property& property, std::ostream& out) {

@@ -1,17 +1,7 @@
 // Walks, and the first hit of a ray.
 
-#include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGIntersectAction.h>
-#include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGQuaternion.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSwitch.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <memory>
-#include <random>
-#include <string>
 
 #include "geometry_support.h"
 

@@ -1,24 +1,8 @@
 // Fields: numbers, defaults, text, bytes, description; base types.
 
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
-#include <memory>
-#include <sstream>
-#include <string>
-#include <utility>
-#include <vector>
+#include "tests/support/test.h"
 
-#include <OpenSG/OSGFieldContainerFactory.h>
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGSFVecTypes.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSwitch.h>
-#include <OpenSG/OSGSwitchMaterial.h>
-#include <gtest/gtest.h>
-
-#include "../support/stream_capture.h"
 
 // What an application writes to hang a payload of its own on containers.
 namespace osg {

@@ -1,15 +1,6 @@
 // Containers and nodes: counting, lifetime, types, children, cores, names and attachments.
 
-#include <algorithm>
-#include <random>
-#include <vector>
-
-#include <OpenSG/OSGComponentTransform.h>
-#include <OpenSG/OSGFieldContainerFactory.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGStringAttributeMap.h>
-#include <OpenSG/OSGSwitch.h>
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
 namespace {
 

@@ -1,17 +1,7 @@
 // Vertex data, its stored forms and sharing; the geometry core: ownership, copies, volumes.
 
-#include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGPrimitiveIterator.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGTransform.h>
-#include <gtest/gtest.h>
 
-#include <cmath>
-#include <cstring>
-#include <random>
-
-#include "../support/live_containers.h"
 #include "geometry_support.h"
 
 namespace {
@@ -115,9 +105,7 @@ TEST(PropertyTypes, FormsAreToldApartAndShareTheirRolesGroup) {
     EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
 }
 
-class GeometryProperties : public morva_test::no_strays {};
-
-TEST_F(GeometryProperties, SettersCountAndKeepParents) {
+TEST(GeometryProperties, SettersCountAndKeepParents) {
     const GeometryRefPtr a(Geometry::create()), b(Geometry::create());
     const RefPtr<GeoTexCoords2fPtr> shared(GeoTexCoords2f::create());
     GeometryRefPtr(Geometry::create())->setTexCoords(shared); // dies, and leaves the parents
@@ -141,7 +129,7 @@ TEST_F(GeometryProperties, SettersCountAndKeepParents) {
     EXPECT_NE(a->getProperty(Geometry::MapTexCoords7), nullptr);
 }
 
-TEST_F(GeometryProperties, MappingIsSearchedFromItsEnd) {
+TEST(GeometryProperties, MappingIsSearchedFromItsEnd) {
     const GeometryRefPtr core = makeCore({}, {}, {}, {1 | 2, 16, 2 | 2048});
     const std::pair<UInt16, Int16> table[] = {{1, 0}, {2, 2}, {16, 1}, {2048, 2}, {4, -1}};
     for (const auto& row : table)
@@ -153,7 +141,7 @@ TEST_F(GeometryProperties, MappingIsSearchedFromItsEnd) {
         EXPECT_EQ(other->getProperty(1 << bit), nullptr);
 }
 
-TEST_F(GeometryProperties, AreTheClonesOwn) {
+TEST(GeometryProperties, AreTheClonesOwn) {
     const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}}, {0, 0, 1}, {1, 2});
     core->setMaterial(ChunkMaterial::create());
     core->setTexCoords(makeProperty<GeoTexCoords2f>(std::vector<Vec2f>{{1, 2}}));
@@ -174,7 +162,7 @@ TEST_F(GeometryProperties, AreTheClonesOwn) {
     EXPECT_EQ(core->getPositions()->getValue(0), Pnt3f(0, 0, 0));
 }
 
-TEST_F(GeometryProperties, AreSharedByShallowCopiesUntilUnshared) {
+TEST(GeometryProperties, AreSharedByShallowCopiesUntilUnshared) {
     const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}});
     const GeometryRefPtr copy(GeometryPtr::dcast(core->shallowCopy()));
     const GeoPositionsPtr positions = core->getPositions();

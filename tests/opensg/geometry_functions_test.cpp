@@ -2,14 +2,6 @@
 // their winding stay; normals of vertices and faces.
 
 #include <OpenSG/OSGGeoFunctions.h>
-#include <gtest/gtest.h>
-
-#include <cmath>
-#include <cstdlib>
-#include <cstring>
-#include <map>
-#include <random>
-#include <set>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 

@@ -1,11 +1,6 @@
 // Walking primitives, triangles and lines; index resolution; damaged data.
 
-#include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGLineIterator.h>
 #include <OpenSG/OSGPrimitiveIterator.h>
-#include <gtest/gtest.h>
-
-#include <random>
 
 #include "geometry_support.h"
 

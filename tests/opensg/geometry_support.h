@@ -2,14 +2,7 @@
 
 // Small geometries for the tests of geometry, and what they hold as plain vectors.
 
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGTriangleIterator.h>
-#include <gtest/gtest.h>
-
-#include <algorithm>
-#include <array>
-#include <utility>
-#include <vector>
+#include "tests/support/test.h"
 
 namespace geometry_test {
 

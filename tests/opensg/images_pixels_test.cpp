@@ -1,16 +1,10 @@
 // Images: stores, blocks, sampling, formats, files.
 
-#include <OpenSG/OSGImage.h>
+#include "tests/support/test.h"
+
 #include <OpenSG/OSGImageFileHandler.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <gtest/gtest.h>
 
 #include <cstdio>
-#include <cstring>
-#include <fstream>
-#include <limits>
-#include <random>
-#include <set>
 
 namespace {
 

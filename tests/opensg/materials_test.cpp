@@ -1,25 +1,11 @@
 // Materials and chunks: types, chunk lists, counting, transparency, merging of equal ones.
 
-#include <OpenSG/OSGBlendChunk.h>
-#include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGCubeTextureChunk.h>
-#include <OpenSG/OSGFieldContainerFactory.h>
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGMaterialChunk.h>
-#include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGMaterialMergeGraphOp.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSimpleTexturedMaterial.h>
-#include <OpenSG/OSGSwitch.h>
-#include <OpenSG/OSGSwitchMaterial.h>
-#include <OpenSG/OSGTextureChunk.h>
-#include <OpenSG/OSGTransformChunk.h>
-#include <gtest/gtest.h>
+#include "tests/support/test.h"
 
-#include <array>
-#include <cmath>
-#include <map>
-#include <random>
+#include <OpenSG/OSGBlendChunk.h>
+#include <OpenSG/OSGMaterialMergeGraphOp.h>
+#include <OpenSG/OSGSimpleTexturedMaterial.h>
+#include <OpenSG/OSGTransformChunk.h>
 
 namespace {
 

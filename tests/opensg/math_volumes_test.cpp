@@ -1,20 +1,14 @@
 // Vectors, colours, matrices, rotations, lines, planes and bounding volumes.
 
+#include "tests/support/test.h"
+
 #include <OpenSG/OSGBoxVolume.h>
 #include <OpenSG/OSGColor.h>
-#include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGLine.h>
-#include <OpenSG/OSGMatrix.h>
 #include <OpenSG/OSGPlane.h>
 #include <OpenSG/OSGQuaternion.h>
-#include <gtest/gtest.h>
 
-#include <cmath>
-#include <random>
-#include <sstream>
-#include <string>
 #include <type_traits>
-#include <vector>
 
 namespace {
 

@@ -1,11 +1,7 @@
 // What the scene graph must not offer, because its interface has no such thing: this file compiles
 // only as long as each of these is rejected.
 
-#include <OpenSG/OSGChunkMaterial.h>
-#include <OpenSG/OSGComponentTransform.h>
-#include <OpenSG/OSGCubeTextureChunk.h>
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGSimpleAttachments.h>
+#include "tests/support/test.h"
 
 #include <type_traits>
 

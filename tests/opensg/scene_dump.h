@@ -4,16 +4,12 @@
 // the order of their names, `  FIELD TYPE COUNT: VALUE VALUE ...`. Empty lists of containers and
 // attachments stay away.
 
+#include "tests/support/test.h"
+
 #include <OpenSG/OSGAttachmentContainer.h>
-#include <OpenSG/OSGImage.h>
 #include <OpenSG/OSGMFBaseTypes.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <cstring>
-#include <map>
-#include <string>
-#include <vector>
 
 namespace scene_test {
 

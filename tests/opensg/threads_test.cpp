@@ -1,26 +1,14 @@
 // Threads: names, ends, locks, barriers; aspects and change lists; lines of the log.
 
+#include "tests/support/test.h"
+
 #include <atomic>
-#include <functional>
-#include <iostream>
-#include <sstream>
-#include <string>
-#include <thread>
-#include <vector>
 
 #include <OpenSG/OSGBarrier.h>
 #include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGComponentTransform.h>
-#include <OpenSG/OSGFieldContainerFactory.h>
 #include <OpenSG/OSGLock.h>
 #include <OpenSG/OSGLog.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGStringAttributeMap.h>
-#include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGThreadManager.h>
-#include <gtest/gtest.h>
-
-#include "../support/stream_capture.h"
 
 namespace {
 

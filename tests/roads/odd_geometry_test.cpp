@@ -1,9 +1,5 @@
 // Small scenes of odd geometries: parts below parts, lengths that claim too much or are missing.
 
-#include <string>
-
-#include <gtest/gtest.h>
-
 #include "../../host/audit.h"
 #include "../../host/statistics.h"
 #include "models.h"

@@ -33,7 +33,4 @@ inline unsigned int liveContainers() {
 /// Set by a test that leaves containers behind on purpose; false again for the next one.
 inline bool strays_expected = false;
 
-/// The suite of all tests that say they leave nothing behind, as by now all must.
-using no_strays = testing::Test;
-
 } // namespace morva_test

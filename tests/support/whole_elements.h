@@ -2,7 +2,7 @@
 
 // Where a twin that follows an iterator of the scene graph must stop.
 
-#include <OpenSG/OSGGeometry.h>
+#include "tests/support/test.h"
 
 namespace morva_test {
 

@@ -3,13 +3,7 @@
 // Triangles with texture coordinates, and their normal form and cutting step by step as one would
 // say it, through the properties' own interface: the oracle.
 
-#include <algorithm>
-#include <cmath>
-#include <cstring>
-#include <iterator>
-#include <map>
 #include <numeric>
-#include <vector>
 
 #include "../geosets/triangle_scenes.h"
 

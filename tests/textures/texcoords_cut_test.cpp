@@ -1,13 +1,8 @@
 // Halving of triangles whose texture coordinates reach too far.
 
-#include "../support/stream_capture.h"
+#include "tests/support/test.h"
+
 #include "naive_texcoords.h"
-
-#include <gtest/gtest.h>
-
-#include <limits>
-#include <map>
-#include <random>
 
 #include <morva/textures/morva_osg_texcoords.h>
 

@@ -1,14 +1,10 @@
 // The normal form of texture coordinates, and questions about coordinates.
 
-#include "../support/scene_builders.h"
+#include "tests/support/test.h"
+
 #include "naive_texcoords.h"
 
-#include <gtest/gtest.h>
-
 #include <cfloat>
-#include <limits>
-#include <random>
-#include <sstream>
 
 #include <morva/textures/morva_osg_texcoords.h>
 

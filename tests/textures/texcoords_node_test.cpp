@@ -2,24 +2,15 @@
 // in turn.
 
 #include "../geosets/triangle_scenes.h"
-#include "../support/live_containers.h"
-#include "../support/mesh_multiset.h"
-#include "../support/scene_builders.h"
 #include "../support/shortage.h"
-#include "../support/stream_capture.h"
-
-#include <gtest/gtest.h>
 
 #include <new>
-
-#include <OpenSG/OSGMaterialGroup.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
 
 namespace {
 
-using namespace morva_test;
 using morva::osg::CollectNodesWithTexCoordsGreater;
 using morva::osg::osg_geoset;
 
@@ -35,97 +26,88 @@ mesh_data tiled(float reach, std::size_t squares = 1) {
 }
 
 TEST(OptimizeTexCoordsOfANode, GivesANewUnindexedCoreThatDrawsTheSame) {
-    const unsigned int live = liveContainers();
-    {
-        mesh_data indexed = tiled(1), degenerate = tiled(1);
-        indexed.primitives = {{5, 5}};
-        indexed.indices = {0, 1, 3, 2, 0};
-        degenerate.positions[2] = degenerate.positions[1];
-        const struct {
-            const char* name;
-            mesh_data mesh;
-            int max, added;
-        } cases[] = {{"nothing to do", tiled(1, 2), 2, 0},
-                     {"a strip", indexed, 2, 0},
-                     {"no maximum", tiled(8), 0, 0},
-                     {"halved", tiled(8), 4, 6},
-                     {"one is degenerate", degenerate, 2, 0}};
-        for (const auto& row : cases) {
-            SCOPED_TRACE(row.name);
-            const node_ref node(meshNode(row.mesh, textured()));
-            const geometry_ref old(coreOf(node.get()));
-            const mesh_choice kept = {false, true, true, false, morva::osg::is_rogue};
-            const world_mesh before = worldMesh(node.get(), kept);
-            ::osg::NodePtr given = node.get();
-            EXPECT_EQ(morva::osg::optimizeTexCoords(given, row.max, 50), row.added);
-            const ::osg::GeometryPtr core = coreOf(given);
-            const world_mesh after = worldMesh(given, kept);
-            if (row.added == 0) {
-                EXPECT_EQ(firstDifference(before, after), "");
-            }
-            EXPECT_NEAR(summaryOf(after).area, summaryOf(before).area, 1e-6);
-            EXPECT_EQ(after.size(), before.size() + static_cast<unsigned>(row.added));
-            EXPECT_EQ(core->getLengths()->getValue(0), 3 * after.size());
-            EXPECT_EQ(core->getPositions()->size(), 3 * after.size()) << "nothing to spare";
-            EXPECT_TRUE(core != old.get() && core->getIndices() == ::osg::NullFC);
-            EXPECT_TRUE(core->getMaterial() == old->getMaterial());
+    mesh_data indexed = tiled(1), degenerate = tiled(1);
+    indexed.primitives = {{5, 5}};
+    indexed.indices = {0, 1, 3, 2, 0};
+    degenerate.positions[2] = degenerate.positions[1];
+    const struct {
+        const char* name;
+        mesh_data mesh;
+        int max, added;
+    } cases[] = {{"nothing to do", tiled(1, 2), 2, 0},
+                 {"a strip", indexed, 2, 0},
+                 {"no maximum", tiled(8), 0, 0},
+                 {"halved", tiled(8), 4, 6},
+                 {"one is degenerate", degenerate, 2, 0}};
+    for (const auto& row : cases) {
+        SCOPED_TRACE(row.name);
+        const node_ref node(meshNode(row.mesh, textured()));
+        const geometry_ref old(coreOf(node.get()));
+        const mesh_choice kept = {false, true, true, false, morva::osg::is_rogue};
+        const world_mesh before = worldMesh(node.get(), kept);
+        ::osg::NodePtr given = node.get();
+        EXPECT_EQ(morva::osg::optimizeTexCoords(given, row.max, 50), row.added);
+        const ::osg::GeometryPtr core = coreOf(given);
+        const world_mesh after = worldMesh(given, kept);
+        if (row.added == 0) {
+            EXPECT_EQ(firstDifference(before, after), "");
         }
-        // Without an image coordinates go, in the old core too.
-        const node_ref grouped(materialGroup(simple({1, 0, 0}), {meshNode(tiled(8))}));
-        ::osg::NodePtr node = grouped->getChild(0);
-        const geometry_ref old(coreOf(node));
-        EXPECT_EQ(morva::osg::optimizeTexCoords(node, 2, 50), 0);
-        EXPECT_TRUE(coreOf(node) != old.get() && old->getTexCoords() == ::osg::NullFC);
-        EXPECT_TRUE(coreOf(node)->getMaterial() ==
-                    ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial());
-
-        const stream_capture told(std::cout);
-        ::osg::NodePtr none = ::osg::NullFC, no_geometry = grouped.get();
-        EXPECT_EQ(morva::osg::optimizeTexCoords(none, 2, 50), 0);
-        EXPECT_EQ(morva::osg::optimizeTexCoords(no_geometry, 2, 50), 0);
-        EXPECT_EQ(grouped->getNChildren(), 1U);
-        EXPECT_TRUE(::osg::MaterialGroupPtr::dcast(grouped->getCore()) != ::osg::NullFC);
+        EXPECT_NEAR(summaryOf(after).area, summaryOf(before).area, 1e-6);
+        EXPECT_EQ(after.size(), before.size() + static_cast<unsigned>(row.added));
+        EXPECT_EQ(core->getLengths()->getValue(0), 3 * after.size());
+        EXPECT_EQ(core->getPositions()->size(), 3 * after.size()) << "nothing to spare";
+        EXPECT_TRUE(core != old.get() && core->getIndices() == ::osg::NullFC);
+        EXPECT_TRUE(core->getMaterial() == old->getMaterial());
     }
-    EXPECT_EQ(liveContainers(), live);
+    // Without an image coordinates go, in the old core too.
+    const node_ref grouped(materialGroup(simple({1, 0, 0}), {meshNode(tiled(8))}));
+    ::osg::NodePtr node = grouped->getChild(0);
+    const geometry_ref old(coreOf(node));
+    EXPECT_EQ(morva::osg::optimizeTexCoords(node, 2, 50), 0);
+    EXPECT_TRUE(coreOf(node) != old.get() && old->getTexCoords() == ::osg::NullFC);
+    EXPECT_TRUE(coreOf(node)->getMaterial() ==
+                ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial());
+
+    const stream_capture told(std::cout);
+    ::osg::NodePtr none = ::osg::NullFC, no_geometry = grouped.get();
+    EXPECT_EQ(morva::osg::optimizeTexCoords(none, 2, 50), 0);
+    EXPECT_EQ(morva::osg::optimizeTexCoords(no_geometry, 2, 50), 0);
+    EXPECT_EQ(grouped->getNChildren(), 1U);
+    EXPECT_TRUE(::osg::MaterialGroupPtr::dcast(grouped->getCore()) != ::osg::NullFC);
 }
 
 TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
-    const unsigned int live = liveContainers();
-    {
-        const ::osg::ChunkMaterialPtr shared = textured();
-        mesh_data away = tiled(1), wrapped = tiled(1);
-        for (::osg::Vec2f& value : away.coordinates)
-            value += ::osg::Vec2f(30, -20);
-        wrapped.coordinates[1] = ::osg::Vec2f(60, 0.5F);
-        const node_ref root(group({named("small", meshNode(tiled(1), textured())),
-                                   named("large", meshNode(tiled(8), textured())),
-                                   named("away", meshNode(away, textured())),
-                                   named("wrapped", meshNode(wrapped, textured())),
-                                   named("no image", meshNode(tiled(8), simple({1, 0, 0}))),
-                                   materialGroup(shared, {named("grouped", meshNode(tiled(3)))}),
-                                   switched(0, {named("switched", meshNode(tiled(9), shared))}),
-                                   hidden(named("hidden", meshNode(tiled(9), shared)))}));
-        for (const int limit : {-1, -1000, 8, 100})
-            EXPECT_TRUE(CollectNodesWithTexCoordsGreater(root.get(), limit) == ::osg::NullFC);
-        EXPECT_EQ(geometryNodes(root.get()).size(), 8U) << "nothing left its place";
+    const ::osg::ChunkMaterialPtr shared = textured();
+    mesh_data away = tiled(1), wrapped = tiled(1);
+    for (::osg::Vec2f& value : away.coordinates)
+        value += ::osg::Vec2f(30, -20);
+    wrapped.coordinates[1] = ::osg::Vec2f(60, 0.5F);
+    const node_ref root(group({named("small", meshNode(tiled(1), textured())),
+                               named("large", meshNode(tiled(8), textured())),
+                               named("away", meshNode(away, textured())),
+                               named("wrapped", meshNode(wrapped, textured())),
+                               named("no image", meshNode(tiled(8), simple({1, 0, 0}))),
+                               materialGroup(shared, {named("grouped", meshNode(tiled(3)))}),
+                               switched(0, {named("switched", meshNode(tiled(9), shared))}),
+                               hidden(named("hidden", meshNode(tiled(9), shared)))}));
+    for (const int limit : {-1, -1000, 8, 100})
+        EXPECT_TRUE(CollectNodesWithTexCoordsGreater(root.get(), limit) == ::osg::NullFC);
+    EXPECT_EQ(geometryNodes(root.get()).size(), 8U) << "nothing left its place";
 
-        const node_ref found(CollectNodesWithTexCoordsGreater(root.get(), 2));
-        EXPECT_EQ(childNames(found.get()), (std::vector<std::string>{"large", "grouped"}));
-        EXPECT_EQ(geometryNodes(root.get()).size(), 6U);
-        const ::osg::NodePtr large = found->getChild(0), grouped = found->getChild(1);
-        EXPECT_TRUE(coreOf(grouped)->getMaterial() == shared) << "it brings its look along";
-        EXPECT_EQ(coreOf(grouped)->getTexCoords()->size(), 4U) << "and its own core";
-        // A root that is a geometry is asked itself.
-        EXPECT_TRUE(CollectNodesWithTexCoordsGreater(large, 8) == ::osg::NullFC);
-        const node_ref alone(CollectNodesWithTexCoordsGreater(large, 7));
-        EXPECT_TRUE(large->getParent() == alone.get());
-        EXPECT_TRUE(CollectNodesWithTexCoordsGreater(::osg::NullFC, 0) == ::osg::NullFC);
-    }
-    EXPECT_EQ(liveContainers(), live);
+    const node_ref found(CollectNodesWithTexCoordsGreater(root.get(), 2));
+    EXPECT_EQ(childNames(found.get()), (std::vector<std::string>{"large", "grouped"}));
+    EXPECT_EQ(geometryNodes(root.get()).size(), 6U);
+    const ::osg::NodePtr large = found->getChild(0), grouped = found->getChild(1);
+    EXPECT_TRUE(coreOf(grouped)->getMaterial() == shared) << "it brings its look along";
+    EXPECT_EQ(coreOf(grouped)->getTexCoords()->size(), 4U) << "and its own core";
+    // A root that is a geometry is asked itself.
+    EXPECT_TRUE(CollectNodesWithTexCoordsGreater(large, 8) == ::osg::NullFC);
+    const node_ref alone(CollectNodesWithTexCoordsGreater(large, 7));
+    EXPECT_TRUE(large->getParent() == alone.get());
+    EXPECT_TRUE(CollectNodesWithTexCoordsGreater(::osg::NullFC, 0) == ::osg::NullFC);
 }
 
 TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
-    const unsigned int live = liveContainers();
     int kept = 0, thrown = 0;
     for (int what = 0; what < 4; ++what) {
         bool failed = true;
@@ -170,7 +152,6 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
     }
     EXPECT_GE(kept, 2) << "no memory to read the old core";
     EXPECT_LT(thrown, 20) << "most are dealt with where they happen";
-    EXPECT_EQ(liveContainers(), live);
 }
 
 } // namespace
