@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <fstream>
 #include <new>
+#include <set>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "assimp_import.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
 
@@ -40,11 +42,25 @@ std::uint64_t checkedSize(const std::string& path) {
     return error ? 0 : size;
 }
 
+/// Notes the files that images are named after: the scene graph may have read their pixels there.
+void notePictures(const std::string& path, model& target) {
+    const std::filesystem::path folder = std::filesystem::path(path).parent_path();
+    std::set<std::string> names;
+    for (const drawn_node& drawn : drawnNodes(target.root.get())) {
+        for (const ::osg::ImagePtr& image : imagesOf(drawn.material))
+            names.insert(image->getName());
+    }
+    names.erase(std::string());
+    for (const std::string& name : names)
+        target.files_read.insert(target.files_read.end(), {name, (folder / name).string()});
+}
+
 void readSceneFile(const std::string& path, model& target) {
     const ::osg::NodePtr root = ::osg::SceneFileHandler::the().read(path.c_str(), nullptr);
     if (root == ::osg::NullFC)
         throw host_error("cannot read '" + path + "': it is damaged or no scene file");
     target.root = ::osg::NodeRefPtr(root);
+    notePictures(path, target);
     if (::osg::GeometryPtr::dcast(root->getCore()) == ::osg::NullFC)
         return;
     const ::osg::NodePtr group = ::osg::Node::create();

@@ -36,8 +36,9 @@ bool writeScene(const NodePtr& root, std::ostream& out);
 
 /// A new root of count 0; null, with a warning that says at which byte, for damaged data. Unknown
 /// types are replaced by an empty node, group or material or by nothing, and named in a warning.
-/// Throws std::bad_alloc.
-NodePtr readScene(std::istream& in);
+/// Images without pixels take the picture that they name: as named, or else in `folder`, which is
+/// empty or ends with a slash. Throws std::bad_alloc.
+NodePtr readScene(std::istream& in, const std::string& folder);
 
 } // namespace osb
 

@@ -138,7 +138,8 @@ void readTexts(const scene_field& known, Field& field, byte_cursor& data) {
 /// that leaves some of them unused, everything goes that nothing else holds.
 class scene_reader {
   public:
-    explicit scene_reader(const scene_index& index) : _index(index) {}
+    scene_reader(const scene_index& index, const std::string& folder)
+        : _index(index), _folder(folder) {}
     ~scene_reader() {
         subRefCP(_root); // of count 0, so this destroys it; null once it is handed out
         for (FieldContainerPtr& container : _containers) {
@@ -334,10 +335,14 @@ class scene_reader {
     }
 
     /// Values that functions of the layer trust each other about.
-    static void finish(const FieldContainerPtr& container, const state_of_object& state,
-                       const byte_cursor& at) {
-        if (const ImagePtr image = ImagePtr::dcast(container); image != NullFC)
+    void finish(const FieldContainerPtr& container, const state_of_object& state,
+                const byte_cursor& at) {
+        if (const ImagePtr image = ImagePtr::dcast(container); image != NullFC) {
             osgFinishImage(*image, state.pixelsAsInFile, at);
+            const std::string name = image->getName();
+            if (image->getPixel().empty() && !name.empty() && !osgReadNamedPicture(image, _folder))
+                note("the picture " + shown(name) + " cannot be read", at.place());
+        }
         if (const auto parts = ComponentTransformPtr::dcast(container); parts != NullFC)
             settleComponents(*parts, state.matrixCameLast);
         if (const auto texts = StringAttributeMapPtr::dcast(container); texts != NullFC)
@@ -402,6 +407,7 @@ class scene_reader {
     }
 
     const scene_index& _index;
+    const std::string& _folder; ///< of the file
     NodePtr _root;
     std::unordered_map<std::string_view, scene_type> _typesByName; ///< without type: unknown
     std::vector<const scene_type*> _types;      ///< of each object; null for nothing
@@ -413,11 +419,11 @@ class scene_reader {
 
 } // namespace
 
-NodePtr readScene(std::istream& in) {
+NodePtr readScene(std::istream& in, const std::string& folder) {
     try {
         const std::vector<UInt8> bytes = allOf(in);
         const scene_index index(byte_cursor(bytes.data(), bytes.size()));
-        scene_reader reader(index);
+        scene_reader reader(index, folder);
         return reader.read();
     } catch (const scene_damage& damage) {
         SWARNING << "Scene file: cannot be read: " << damage.what() << endLog;

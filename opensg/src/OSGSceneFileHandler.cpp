@@ -60,8 +60,9 @@ void SceneFileType::setOptions(const Char8*) {}
 BinarySceneFileType::BinarySceneFileType()
     : SceneFileType({IDString("osb")}, OSG_READ_SUPPORTED | OSG_WRITE_SUPPORTED) {}
 
-NodePtr BinarySceneFileType::read(std::istream& in, const Char8*) const {
-    return osb::readScene(in);
+NodePtr BinarySceneFileType::read(std::istream& in, const Char8* fileNameOrExtension) const {
+    const std::string name = fileNameOrExtension != nullptr ? fileNameOrExtension : "";
+    return osb::readScene(in, name.substr(0, name.find_last_of('/') + 1));
 }
 
 bool BinarySceneFileType::write(const NodePtr& node, std::ostream& out, const Char8*) const {

@@ -2,8 +2,11 @@
 
 #include "OSGImageLayout.h"
 #include "OSGPictureCodec.h"
+#include "OpenSG/OSGImageFileHandler.h"
 
 #include <cstring>
+#include <filesystem>
+#include <system_error>
 
 OSG_BEGIN_NAMESPACE
 
@@ -109,6 +112,19 @@ void osgFinishImage(Image& image, bool pixelsAsInFile, const byte_cursor& at) {
     pixels.getValues() = osgExchangeBlocks(pixels.getValues().data(), pixels.size(),
                                            static_cast<UInt32>(image.getFrameCount()),
                                            static_cast<UInt32>(image.getSideCount()));
+}
+
+bool osgReadNamedPicture(const ImagePtr& image, const std::string& folder) {
+    const std::string name = image->getName();
+    for (const std::string& path : {name, folder + name}) {
+        std::error_code unreachable; // only plain files: a pipe could make the reader wait
+        if (!std::filesystem::is_regular_file(path, unreachable))
+            continue;
+        const bool taken = ImageFileHandler::the().read(image, path.c_str());
+        image->setName(name);
+        return taken;
+    }
+    return false;
 }
 
 bool osgReadCompressedPixels(Image& image, byte_cursor data) {

@@ -22,6 +22,10 @@ Int32 osgDimensionOf(const Image& image);
 /// of `at`.
 void osgFinishImage(Image& image, bool pixelsAsInFile, const byte_cursor& at);
 
+/// Takes the pixels of the picture that an image names, as named or in `folder`; the name stays.
+/// False, and the image is as before, if there is none that can be read.
+bool osgReadNamedPicture(const ImagePtr& image, const std::string& folder);
+
 /// Data of the field "cpixel": sizes and a picture file. Sets sizes, format and pixels. True if
 /// the pixels are in the file's order. Throws scene_damage; sizes that the data can't fill are
 /// refused before anything is allocated.

@@ -1,6 +1,7 @@
 // Scenes in files: what comes back, and damaged or hostile files.
 
 #include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGImageFileHandler.h>
 #include <OpenSG/OSGLog.h>
 #include <OpenSG/OSGSceneFileHandler.h>
 #include <OpenSG/OSGThread.h>
@@ -247,6 +248,24 @@ TEST(SceneFiles, GoByExtension) {
     EXPECT_EQ(out.str(), "");
     out.setstate(std::ios::badbit);
     EXPECT_FALSE(handler.write(root, out, "osb"));
+}
+
+TEST(SceneFiles, TakeThePicturesThatTheyNameFromTheirFolder) {
+    namespace fs = std::filesystem;
+    const fs::path folder = fs::path(testing::TempDir()) / "morva_named_pictures";
+    fs::create_directories(folder);
+    fs::copy_file(samples / "image-by-name.osb", folder / "scene.osb",
+                  fs::copy_options::overwrite_existing);
+    const UInt8 pixels[] = {1, 2, 3, 4, 5, 6};
+    const ImageRefPtr picture(Image::create());
+    picture->set(Image::OSG_RGB_PF, 1, 2, 1, 1, 1, 0., pixels);
+    ImageFileHandler::the().write(picture.get(), (folder / "missing.png").c_str());
+    const NodeRefPtr root(SceneFileHandler::the().read((folder / "scene.osb").c_str(), nullptr));
+    const lines dump = dumpOf(root);
+    for (const char* line :
+         {"  pixel MFUInt8 6: 1 2 3 4 5 6", "  name SFString 1: \"missing.png\""})
+        EXPECT_EQ(std::count(dump.begin(), dump.end(), line), 1) << line;
+    fs::remove_all(folder);
 }
 
 /// A type of our own beside the built-in one.
