@@ -280,6 +280,13 @@ TEST(Attachments, StandUnderGroupAndBinding) {
     EXPECT_EQ(node->findAttachment(group, 2), second.get());
     EXPECT_EQ(first.get().getRefCount(), 2u);
     EXPECT_EQ(first->findParent(node.get()), 0);
+    {
+        const RefPtr<NodePtr> copy(NodePtr::dcast(node->shallowCopy())); // all under binding 0
+        EXPECT_EQ(copy->findAttachment(group), second.get());
+        EXPECT_EQ(copy->findAttachment(group, 2), NullFC);
+        EXPECT_EQ(first.get().getRefCount() + second->getParents().size(), 2u + 2u);
+        EXPECT_EQ(second.get().getRefCount(), 4u) << "in each of two aspects";
+    }
     node->subAttachment(second.get(), 1);
     EXPECT_EQ(node->findAttachment(group, 1), first.get()) << "another one stands there";
     node->subAttachment(first.get(), 1);

@@ -3,6 +3,8 @@
 
 #include "tests/support/test.h"
 
+#include <OpenSG/OSGChangeList.h>
+
 #include <type_traits>
 
 namespace {
@@ -29,7 +31,8 @@ static_assert(!has_ptr<Name>::value && !has_ptr<Attachment>::value && !has_ptr<N
 static_assert(accepts<Vec3f&>(EXPRESSION(v /= 2.f)) && accepts<Pnt3f&>(EXPRESSION(v = Pnt3f())));
 static_assert(!accepts<Vec3f>(EXPRESSION(v / 2.f)) && !accepts<Pnt3f>(EXPRESSION(v / 2.f)));
 static_assert(!accepts<Pnt3f&>(EXPRESSION(v = Vec3f())));
-static_assert(!std::is_constructible_v<AttachmentContainerPtr, StateChunkPtr>);
+static_assert(!std::is_constructible_v<AttachmentContainerPtr, StateChunkPtr> &&
+              !std::is_constructible_v<AttachmentContainerPtr, NamePtr>);
 static_assert(!accepts<StateChunkPtr>(EXPRESSION(setName(v, "name"))));
 static_assert(!accepts<GeoPositions3fPtr>(EXPRESSION(getName(v))));
 static_assert(!accepts<NodeRefPtr>(EXPRESSION(*v)) &&
@@ -45,6 +48,9 @@ static_assert(accepts<GeometryPtr>(EXPRESSION(v->getPtr())));
 static_assert(!accepts<GroupPtr>(EXPRESSION(v->executeSync(*v, FieldBits::AllFields))));
 static_assert(!accepts<GroupPtr>(EXPRESSION(v->getUntypedPtr())));
 static_assert(!accepts<SFInt32>(EXPRESSION(v.equals(v))));
+static_assert(!accepts<ChangeList&>(EXPRESSION(v.apply(true))) &&
+              accepts<ChangeList&>(EXPRESSION(v.apply())));
+static_assert(!accepts<Real16>(EXPRESSION(v.ofBits(UInt16()))));
 static_assert(!accepts<Matrix4d&>(EXPRESSION(v.setTransform(Vec3d(), QuaternionBase<Real64>(),
                                                             Vec3d(), QuaternionBase<Real64>()))));
 
