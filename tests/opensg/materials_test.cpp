@@ -5,24 +5,12 @@
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
-#include <OpenSG/OSGTransformChunk.h>
 
 namespace {
 
 using namespace osg;
 
 bool isAlive(UInt32 id) { return FieldContainerFactory::the()->getContainer(id) != NullFC; }
-
-TEST(MaterialTypes, CastsFollowTheClassesAndPointersAreNull) {
-    const MaterialRefPtr textured(SimpleTexturedMaterial::create());
-    EXPECT_EQ(SimpleTexturedMaterialPtr::dcast(textured.get())->getImage(), NullFC);
-    EXPECT_EQ(ChunkMaterialPtr::dcast(textured.get())->getChunks().getSize(), 0u);
-    EXPECT_EQ(SwitchMaterialPtr::dcast(textured.get()), NullFC);
-    const AttachmentRefPtr cube(CubeTextureChunk::create());
-    EXPECT_EQ(TextureChunkPtr::dcast(cube.get())->getImage(), NullFC);
-    EXPECT_EQ(BlendChunkPtr::dcast(cube.get()), NullFC);
-    EXPECT_EQ(RefPtr<TransformChunkPtr>(TransformChunk::create())->getMatrix(), Matrix::identity());
-}
 
 TEST(ChunkMaterialSlots, AreStoredFromTheFirstThatDiffersAndStay) {
     const ChunkMaterialRefPtr material(ChunkMaterial::create());
@@ -82,20 +70,6 @@ TEST(MaterialCounting, EachReferenceCountsAndDestructionDrops) {
         EXPECT_EQ(copy->getChunks(0), chunk);
     }
     EXPECT_FALSE(isAlive(ids[0]) || isAlive(ids[1]));
-}
-
-TEST(SwitchMaterialChoice, GivesTheChosenOrNull) {
-    const SwitchMaterialRefPtr choice(SwitchMaterial::create());
-    EXPECT_EQ(choice->getCurrentMaterial(), NullFC);
-    const MaterialPtr first = SimpleMaterial::create(), second = ChunkMaterial::create();
-    choice->addMaterial(first);
-    choice->addMaterial(second);
-    choice->setChoice(1);
-    EXPECT_EQ(choice->getCurrentMaterial(), second);
-    EXPECT_EQ(choice->getMaterial(2), NullFC);
-    choice->subMaterial(first);
-    EXPECT_FALSE(choice->hasMaterial(first));
-    EXPECT_EQ(choice->getMaterial(0), second);
 }
 
 /// A new container after some settings.
@@ -188,7 +162,7 @@ TEST(MaterialTransparency, FollowsItsRule) {
         {"image alpha", textured(Image::OSG_RGBA_PF, GL_MODULATE), true},
         {"decal", textured(Image::OSG_RGBA_PF, GL_DECAL), false},
         {"image without", textured(Image::OSG_RGB_PF, GL_MODULATE), false},
-        {"switch", choice({simple(.5f)}, 0), true},
+        {"switch", choice({simple(0.f), simple(.5f)}, 1), true},
         {"switch out of range", choice({simple(.5f)}, 1), false},
     };
     for (const auto& row : table) {
