@@ -290,6 +290,11 @@ TEST(MaterialMerge, CirclesAndLongChainsOfMaterialsEnd) {
         m[pair / 10]->addMaterial(m[pair % 10]);
     m[3]->addMaterial(red());
     EXPECT_FALSE(m[1]->isTransparent());
+    for (const UInt32 choice : {1u, 2u}) { // the last, none
+        m[3]->setChoice(choice);
+        EXPECT_EQ(m[3]->getCurrentMaterial(), m[3]->getMaterial(choice));
+        EXPECT_EQ(m[3]->hasMaterial(m[3]->getCurrentMaterial()), choice == 1);
+    }
     const auto chain = [](Real32 value) {
         MaterialPtr last = red(value);
         for (int i = 0; i < 3000; ++i)
