@@ -132,42 +132,38 @@ TEST(GeometryProperties, MappingIsSearchedFromItsEnd) {
         EXPECT_EQ(other->getProperty(1 << bit), nullptr);
 }
 
-TEST(GeometryProperties, AreTheClonesOwn) {
+TEST(GeometryProperties, AreTheClonesOwnAndSharedByShallowCopiesUntilUnshared) {
     const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}}, {0, 0, 1}, {1, 2});
     core->setMaterial(ChunkMaterial::create());
     core->setTexCoords(makeProperty<GeoTexCoords2f>(std::vector<Vec2f>{{1, 2}}));
     core->setTexCoords1(core->getTexCoords());
     core->setDlistCache(false);
     setName(core.get(), "original");
-    const GeometryRefPtr copy(core->clone());
-    EXPECT_EQ(copy->getMaterial(), core->getMaterial());
-    EXPECT_EQ(getName(copy.get()), nullptr);
-    EXPECT_EQ(mappingOf(copy), mappingOf(core));
-    EXPECT_EQ(indicesOf(copy), indicesOf(core));
-    EXPECT_FALSE(copy->getDlistCache());
-    EXPECT_NE(copy->getTexCoords(), copy->getTexCoords1());
-    EXPECT_EQ(copy->getTexCoords1()->getValue(0), Vec2f(1, 2));
-    ASSERT_EQ(copy->getPositions()->getParents().size(), 1u);
-    EXPECT_EQ(copy->getPositions()->getParents()[0], copy);
-    copy->getPositions()->setValue(Pnt3f(9, 9, 9), 0);
-    EXPECT_EQ(core->getPositions()->getValue(0), Pnt3f(0, 0, 0));
-}
-
-TEST(GeometryProperties, AreSharedByShallowCopiesUntilUnshared) {
-    const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}});
-    const GeometryRefPtr copy(GeometryPtr::dcast(core->shallowCopy()));
     const GeoPositionsPtr positions = core->getPositions();
+    const GeometryRefPtr clone(core->clone()), copy(GeometryPtr::dcast(core->shallowCopy()));
+    EXPECT_EQ(clone->getMaterial(), core->getMaterial());
+    EXPECT_EQ(getName(clone.get()), nullptr);
+    EXPECT_EQ(mappingOf(clone), mappingOf(core));
+    EXPECT_EQ(indicesOf(clone), indicesOf(core));
+    EXPECT_FALSE(clone->getDlistCache());
+    EXPECT_NE(clone->getTexCoords(), clone->getTexCoords1());
+    EXPECT_EQ(clone->getTexCoords1()->getValue(0), Vec2f(1, 2));
     EXPECT_EQ(copy->getPositions(), positions);
     EXPECT_EQ(positions->getParents().size(), 2u);
     copy->unshareProperties();
     core->unshareProperties();
-    EXPECT_NE(copy->getPositions(), positions);
-    EXPECT_NE(copy->getTypes(), core->getTypes());
     EXPECT_EQ(core->getPositions(), positions) << "nobody else has it now";
-    EXPECT_EQ(positions->getParents().size(), 1u);
+    EXPECT_NE(copy->getTypes(), core->getTypes());
+    for (const GeometryRefPtr& owner : {clone, copy, core}) {
+        ASSERT_EQ(owner->getPositions()->getParents().size(), 1u);
+        EXPECT_EQ(owner->getPositions()->getParents()[0], owner);
+        EXPECT_EQ(trianglesOf(owner), trianglesOf(core));
+    }
+    copy->getPositions()->setValue(Pnt3f(9, 9, 9), 0);
+    clone->getPositions()->setValue(Pnt3f(9, 9, 9), 0);
+    EXPECT_EQ(positions->getValue(0), Pnt3f(0, 0, 0));
     const RefPtr<GeoPositionsPtr> alone(GeoPositionsPtr::dcast(positions->shallowCopy()));
     EXPECT_EQ(alone->getParents().size(), 0u);
-    EXPECT_EQ(trianglesOf(copy), trianglesOf(core));
 }
 
 using bounds = std::pair<Pnt3f, Pnt3f>;
