@@ -110,6 +110,9 @@ TEST(Factory, KnowsTypesByNameAndMakesContainers) {
         EXPECT_EQ(factory->createFieldContainer(name), NullFC);
     }
     EXPECT_EQ(factory->findType("no such type"), nullptr);
+    EXPECT_EQ(GeoColors3ub::getClassGroupId(), GeoColors::getClassType().getGroupId());
+    EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
+    EXPECT_STREQ(factory->findGroupName(Name::getClassGroupId()), "name");
     EXPECT_EQ(factory->createNodeCore("Node"), NullFC) << "a node is no core";
 }
 
