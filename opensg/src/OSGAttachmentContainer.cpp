@@ -86,8 +86,12 @@ OSG_CONTAINER_DEF_ABSTRACT(Attachment, nullptr,
                            OSG_FIELD_DESC(Attachment, _mfParents, "parents", Parents, true),
                            OSG_FIELD_DESC(Attachment, _sfInternal, "internal", Internal, false))
 
-AttachmentContainer::AttachmentContainer(const AttachmentContainer& other)
-    : FieldContainer(other), _sfAttachments(other._sfAttachments) {
+// The copy of every aspect takes what hangs in the thread's. All stand under binding 0 of their
+// groups then: of several in a group the last one stays.
+AttachmentContainer::AttachmentContainer(const AttachmentContainer& other) : FieldContainer(other) {
+    const AttachmentContainerPtr source(other);
+    for (const auto& [key, attachment] : source->getSFAttachments()->getValue())
+        _sfAttachments.getValue().set(key & ~UInt32(0xFFFF), attachment);
     for (const auto& entry : _sfAttachments.getValue()) {
         auto* copy = reinterpret_cast<Attachment*>(entry.second.getAspectCPtr(getAspectIndex()));
         copy->addParent(getUntypedPtr());

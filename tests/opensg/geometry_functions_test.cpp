@@ -11,39 +11,6 @@ namespace {
 
 using namespace geometry_test;
 
-TEST(SharedIndex, JoinsEqualVertices) {
-    const struct {
-        points positions;
-        Int32 changed;
-        numbers indices;
-    } table[] = {
-        {quadPoints(), 2, {0, 1, 2, 1, 4, 2}},
-        {roofPoints(), 2, {0, 1, 2, 1, 0, 5}},
-        {{{0, 0, 0}, {-0.f, 0, 0}, {1e-7f, 0, 0}}, 0, {0, 1, 2}}, // by bytes, not by value
-        {{}, 0, {}},
-    };
-    for (const auto& row : table) {
-        const GeometryRefPtr core = makeTriangles(row.positions);
-        EXPECT_EQ(createSharedIndex(core), row.changed);
-        EXPECT_EQ(indicesOf(core), row.indices);
-        EXPECT_EQ(createSharedIndex(core), 0) << "nothing is left to share";
-        EXPECT_EQ(createSingleIndex(core), 0) << "one index is there already";
-        EXPECT_EQ(indicesOf(core), row.indices);
-    }
-    // Entry by entry where there are several. The first to come stays, not the lowest; the last
-    // entry alone is counted.
-    const GeometryRefPtr core =
-        makeCore(points(4), {{GL_TRIANGLES, 3}}, {3, 2, 1, 1, 0, 0}, {1, 2});
-    core->setNormals(
-        makeProperty<GeoNormals3f>(std::vector<Vec3f>{{1, 0, 0}, {0, 1, 0}, {1, 0, 0}}));
-    EXPECT_EQ(createSharedIndex(core), 1);
-    EXPECT_EQ(indicesOf(core), (numbers{3, 2, 3, 1, 3, 2}));
-    core->editMFIndexMapping()->setValues({2, 1});
-    core->setIndices(makeProperty<GeoIndicesUI32>(numbers{0, 0, 2, 1}));
-    EXPECT_EQ(createSharedIndex(core), 1);
-    EXPECT_EQ(indicesOf(core), (numbers{0, 0, 0, 0}));
-}
-
 /// Random indices over few values, with every kind of mapping and properties of any length.
 GeometryRefPtr randomGeometry(std::mt19937& random) {
     const UInt32 stride = random() % 4, vertices = random() % 60;
@@ -52,7 +19,7 @@ GeometryRefPtr randomGeometry(std::mt19937& random) {
         index = random() % 7;
     std::vector<UInt16> mapping{1, 2 | 4, 2048};
     mapping.resize(stride);
-    const points all{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {1, 0, 0}, {3, 0, 0}, {3, 0, 0}};
+    const points all{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {1, 0, 0}, {-0.f, 0, 0}, {1e-7f, 0, 0}};
     const GeometryRefPtr core = makeCore(all, {{GL_POINTS, vertices}}, indices, mapping);
     if (random() % 2 != 0)
         core->setNormals(makeProperty<GeoNormals3b>(std::vector<Vec3b>(random() % 9)));
@@ -62,14 +29,23 @@ GeometryRefPtr randomGeometry(std::mt19937& random) {
     return core;
 }
 
-TEST(SharedIndex, IsWhatTheLibraryJoins) {
+TEST(SharedIndex, IsWhatTheLibraryJoinsAndCountsInTheLastEntry) {
     std::mt19937 random(7);
     for (int round = 0; round < 300; ++round) {
         const GeometryRefPtr core = randomGeometry(random), twin(core->clone());
-        createSharedIndex(core);
+        numbers before = indicesOf(core);
+        Int32 changed = createSharedIndex(core);
         morva::osg::joinEqualVertices(twin);
-        EXPECT_EQ(indicesOf(core), indicesOf(twin)) << round;
+        const std::size_t stride = osgMax(mappingOf(core).size(), std::size_t(1));
+        const numbers joined = indicesOf(core);
+        for (auto i = UInt32(before.size()); i < joined.size(); ++i)
+            before.push_back(i); // made from nothing
+        EXPECT_EQ(joined, indicesOf(twin)) << round;
         EXPECT_EQ(mappingOf(core), mappingOf(twin)) << round;
+        for (std::size_t i = stride - 1; i < joined.size(); i += stride)
+            changed -= joined[i] != before[i];
+        EXPECT_EQ(changed, 0) << round;
+        EXPECT_EQ(createSharedIndex(core), 0) << "nothing is left to share";
     }
 }
 
@@ -307,6 +283,9 @@ TEST(VertexNormals, SumUnitNormalsPerPositionIndexAndFollowIt) {
     calcVertexNormals(apart, static_cast<Real32>(Pi));
     EXPECT_EQ(normalsOf(apart), (normals{up, up, up, side, side, side}));
     EXPECT_EQ(apart->getIndices(), NullFC);
+    calcFaceNormals(roof);
+    EXPECT_EQ(normalsOf(roof), (normals{up, side}));
+    EXPECT_EQ(mappingOf(roof), (std::vector<UInt16>{1, 2}));
     const GeometryRefPtr core = makeCore({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, {{GL_TRIANGLES, 3}},
                                          {0, 0, 0, 1, 0, 0, 2, 0, 0}, {1, 2 | 16, 4});
     core->setNormals(GeoNormals3b::create());
@@ -457,17 +436,9 @@ TEST(Normals, SpareWhatIsMissingAndOthersHave) {
     calcVertexNormals(first);
     second->setNormals(first->getNormals());
     calcVertexNormals(second);
+    calcFaceNormals(first);
     EXPECT_EQ(normalsOf(first), (normals{up, up, up, side, side, side}));
     EXPECT_EQ(normalsOf(second), normals(6, up));
-}
-
-TEST(FaceNormals, OnePerTriangle) {
-    const GeometryRefPtr core = sharedRoof(), apart = makeTriangles(roofPoints());
-    calcFaceNormals(core);
-    calcFaceNormals(apart);
-    EXPECT_EQ(normalsOf(core), (normals{up, side}));
-    EXPECT_EQ(mappingOf(core), (std::vector<UInt16>{1, 2}));
-    EXPECT_EQ(normalsOf(apart), (normals{up, up, up, side, side, side}));
 }
 
 } // namespace

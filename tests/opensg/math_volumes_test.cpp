@@ -104,21 +104,13 @@ TEST(MatrixLayout, RowsInReadingOrderColumnsInMemory) {
     // a * b first does b; perspective divides in the full form alone.
     scale.setScale(2);
     move.setTranslate(1, 0, 0);
-    Matrix both(scale);
-    both.mult(move);
-    EXPECT_EQ(both[3], Vec4f(2, 0, 0, 1));
-    both = scale;
-    both.multLeft(move);
-    EXPECT_EQ(both[3], Vec4f(1, 0, 0, 1));
-    both[0][3] = 1;
+    scale.multLeft(move);
+    EXPECT_EQ(scale[3], Vec4f(1, 0, 0, 1));
+    scale[0][3] = 1;
     Pnt3f p, full;
-    Vec3f v;
-    both.multMatrixPnt(Pnt3f(1, 0, 0), p);
-    both.multFullMatrixPnt(Pnt3f(1, 0, 0), full);
-    both.multMatrixVec(Vec3f(1, 1, 0), v);
-    EXPECT_EQ(p, Pnt3f(3, 0, 0));
-    EXPECT_EQ(full, Pnt3f(1.5f, 0, 0));
-    EXPECT_EQ(v, Vec3f(2, 2, 0));
+    scale.multMatrixPnt(Pnt3f(1, 0, 0), p);
+    scale.multFullMatrixPnt(Pnt3f(1, 0, 0), full);
+    EXPECT_TRUE(p == Pnt3f(3, 0, 0) && full == Pnt3f(1.5f, 0, 0));
 }
 
 template <class T> void expectTakenApartAndPutTogether(T tolerance) {
@@ -206,56 +198,57 @@ TEST(Rotations, TurnByTheFormulaOfRodrigues) {
 }
 
 TEST(BoxVolumes, FollowTheirState) {
+    const Pnt3f low(1, 1, 3), high(3, 2, 7), other(-1, 5, 4), far(99, 99, 99);
+    const UInt16 valid = 1, empty = 2, fixed = 4, infinite = 8;
+    const struct {
+        UInt16 own, others, state; ///< of a box, of a point that extends it, afterwards
+        Pnt3f min, max;
+        bool grows; ///< by a plain point, too
+    } table[] = {{valid, valid, valid, {-1, 1, 3}, {3, 5, 7}, true},
+                 {valid, 9 | fixed, 9, {-1, 1, 3}, {3, 5, 7}, true},
+                 {valid, valid | empty, valid, low, high, true},
+                 {valid, 0, valid, low, high, true},
+                 {valid | empty, 9 | fixed, 9 | fixed, other, other, true},
+                 {valid | fixed, valid, valid | fixed, low, high, false},
+                 {valid | infinite, valid, valid | infinite, low, high, false},
+                 {empty, valid, empty, low, high, false},
+                 {0, valid, 0, low, high, false}};
+    for (const auto& row : table) {
+        SCOPED_TRACE(&row - table);
+        DynamicVolume box, by, grown;
+        for (const Pnt3f& p : {low, high})
+            box.extendBy(p);
+        by.extendBy(other);
+        box.getInstance().setState(row.own);
+        by.getInstance().setState(row.others);
+        for (DynamicVolume* volume : {&box, &by})
+            volume->instanceChanged();
+        grown = box;
+        grown.extendBy(far);
+        EXPECT_EQ(grown.getMax() == far, row.grows);
+        box.extendBy(by);
+        EXPECT_EQ(box.getState(), row.state);
+        EXPECT_TRUE(box.getMin() == row.min && box.getMax() == row.max);
+        Matrix moved;
+        moved.setTranslate(10, 0, 0);
+        box.transform(moved);
+        EXPECT_EQ(box.getMin()[0], row.min[0] + (row.state & empty ? 0 : 10)) << "infinite, too";
+    }
     DynamicVolume box;
-    Pnt3f low, high, center(9, 9, 9);
-    EXPECT_TRUE(box.isValid() && box.isEmpty());
-    EXPECT_EQ(box.getScalarVolume(), 0.f);
+    Pnt3f center(9, 9, 9);
     box.getCenter(center);
-    EXPECT_EQ(center, Pnt3f(0, 0, 0));
-    box.extendBy(Pnt3f(1, 2, 3));
-    box.getBounds(low, high);
-    EXPECT_EQ(low, high) << "the first point is both corners";
-    EXPECT_FALSE(box.isEmpty());
-    box.extendBy(Pnt3f(3, 1, 7));
-    box.extendBy(DynamicVolume());
-    EXPECT_EQ(box.getScalarVolume(), 2.f * 1 * 4);
+    EXPECT_TRUE(box.getState() == (valid | empty) && center == Pnt3f());
+    EXPECT_EQ(box.getScalarVolume(), 0.f);
+    for (const Pnt3f& p : {low, high})
+        box.extendBy(p);
+    box.setEmpty();
+    box.extendBy(low);
+    EXPECT_EQ(box.getScalarVolume(), 2.f * 1 * 4) << "a state set on the outside is lost";
     box.getCenter(center);
     EXPECT_EQ(center, Pnt3f(2, 1.5f, 5));
-
-    for (const int lock : {0, 1, 2}) {
-        DynamicVolume locked(box);
-        locked.getInstance().setStatic(lock == 0);
-        locked.getInstance().setInfinite(lock == 1);
-        locked.getInstance().setValid(lock != 2);
-        locked.instanceChanged();
-        locked.extendBy(Pnt3f(99, 99, 99));
-        EXPECT_EQ(locked.getMax(), Pnt3f(3, 2, 7));
-    }
-    DynamicVolume infinite, empty;
-    infinite.extendBy(Pnt3f(-1, 5, 4));
-    infinite.getInstance().setInfinite();
-    infinite.getInstance().setStatic();
-    infinite.instanceChanged();
-    empty.extendBy(infinite);
-    EXPECT_EQ(empty.getState(), infinite.getState()) << "takes over with the state";
-    EXPECT_EQ(empty.getMax(), Pnt3f(-1, 5, 4));
-    DynamicVolume taken(box);
-    taken.extendBy(infinite);
-    EXPECT_TRUE(taken.isInfinite() && !taken.isStatic());
-    EXPECT_EQ(taken.getMin(), Pnt3f(-1, 1, 3)) << "bounds are united";
-    EXPECT_EQ(taken.getMax(), Pnt3f(3, 5, 7));
-    Matrix moved;
-    moved.setTranslate(10, 0, 0);
-    taken.transform(moved);
-    EXPECT_TRUE(taken.isInfinite());
-    EXPECT_EQ(taken.getMin(), Pnt3f(9, 1, 3)) << "an infinite one moves";
-    taken.getInstance().setEmpty();
-    taken.instanceChanged();
-    EXPECT_TRUE(taken.isValid() && taken.isEmpty() && !taken.isInfinite());
-    DynamicVolume outside(box);
-    outside.setEmpty();
-    outside.extendBy(Pnt3f(2, 2, 4));
-    EXPECT_EQ(outside.getMax(), Pnt3f(3, 2, 7)) << "a state set on the outside is lost";
+    box.getInstance().setState(valid | infinite);
+    box.getInstance().setEmpty();
+    EXPECT_EQ(box.getInstance().getState(), valid | empty);
 }
 
 TEST(BoxVolumes, IntersectAndTurn) {

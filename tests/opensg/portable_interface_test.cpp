@@ -3,6 +3,8 @@
 
 #include "tests/support/test.h"
 
+#include <OpenSG/OSGChangeList.h>
+
 #include <type_traits>
 
 namespace {
@@ -14,6 +16,8 @@ template <class... Values, class Expression> constexpr bool accepts(Expression) 
     return std::is_invocable_v<Expression, Values...>;
 }
 #define EXPRESSION(CODE) [](auto&& v, auto&&... w) -> decltype((void)(CODE), (void)sizeof...(w)) {}
+
+#define REJECTS(TYPE, ...) static_assert(!accepts<TYPE>(EXPRESSION(__VA_ARGS__)))
 
 template <class T, class = void> struct has_ptr : std::false_type {};
 template <class T> struct has_ptr<T, std::void_t<typename T::Ptr>> : std::true_type {};
@@ -28,25 +32,29 @@ static_assert(!has_ptr<Name>::value && !has_ptr<Attachment>::value && !has_ptr<N
 
 static_assert(accepts<Vec3f&>(EXPRESSION(v /= 2.f)) && accepts<Pnt3f&>(EXPRESSION(v = Pnt3f())));
 static_assert(!accepts<Vec3f>(EXPRESSION(v / 2.f)) && !accepts<Pnt3f>(EXPRESSION(v / 2.f)));
-static_assert(!accepts<Pnt3f&>(EXPRESSION(v = Vec3f())));
-static_assert(!std::is_constructible_v<AttachmentContainerPtr, StateChunkPtr>);
-static_assert(!accepts<StateChunkPtr>(EXPRESSION(setName(v, "name"))));
-static_assert(!accepts<GeoPositions3fPtr>(EXPRESSION(getName(v))));
+REJECTS(Pnt3f&, v = Vec3f());
+static_assert(!std::is_constructible_v<AttachmentContainerPtr, StateChunkPtr> &&
+              !std::is_constructible_v<AttachmentContainerPtr, NamePtr>);
+REJECTS(StateChunkPtr, setName(v, "name"));
+REJECTS(GeoPositions3fPtr, getName(v));
 static_assert(!accepts<NodeRefPtr>(EXPRESSION(*v)) &&
               accepts<NodeRefPtr>(EXPRESSION(v->getCore())));
-static_assert(!accepts<CNodePtr>(EXPRESSION(v.getCore())));
+REJECTS(CNodePtr, v.getCore());
 static_assert(!std::is_convertible_v<decltype(CNodePtr().getNode()), NodePtr>);
-static_assert(!accepts<CNodePtr>(EXPRESSION(getName(v.getNode()))));
-static_assert(!accepts<GeoPositionsPtr>(EXPRESSION(v->insertValue(Pnt3f(), 0))));
-static_assert(!accepts<CubeTextureChunkPtr>(EXPRESSION(v->setPosZImage(Image::create()))));
-static_assert(!accepts<ComponentTransformPtr>(EXPRESSION(v->setMatrix(Matrix()))));
-static_assert(!accepts<NodePtr>(EXPRESSION(v->getPtr())));
+REJECTS(CNodePtr, getName(v.getNode()));
+REJECTS(GeoPositionsPtr, v->insertValue(Pnt3f(), 0));
+REJECTS(CubeTextureChunkPtr, v->setPosZImage(Image::create()));
+REJECTS(ComponentTransformPtr, v->setMatrix(Matrix()));
+REJECTS(NodePtr, v->getPtr());
 static_assert(accepts<GeometryPtr>(EXPRESSION(v->getPtr())));
-static_assert(!accepts<GroupPtr>(EXPRESSION(v->executeSync(*v, FieldBits::AllFields))));
-static_assert(!accepts<GroupPtr>(EXPRESSION(v->getUntypedPtr())));
-static_assert(!accepts<SFInt32>(EXPRESSION(v.equals(v))));
-static_assert(!accepts<Matrix4d&>(EXPRESSION(v.setTransform(Vec3d(), QuaternionBase<Real64>(),
-                                                            Vec3d(), QuaternionBase<Real64>()))));
+REJECTS(GroupPtr, v->executeSync(*v, FieldBits::AllFields));
+REJECTS(GroupPtr, v->getUntypedPtr());
+REJECTS(SFInt32, v.equals(v));
+static_assert(!accepts<ChangeList&>(EXPRESSION(v.apply(true))) &&
+              accepts<ChangeList&>(EXPRESSION(v.apply())));
+REJECTS(Real16, v.ofBits(UInt16()));
+REJECTS(Matrix4d&,
+        v.setTransform(Vec3d(), QuaternionBase<Real64>(), Vec3d(), QuaternionBase<Real64>()));
 
 // Constants of another file are none for the compiler.
 template <class T, BitVector = T::TypesFieldMask> std::true_type isConstantMask(int);

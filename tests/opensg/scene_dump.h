@@ -15,16 +15,21 @@ namespace scene_test {
 
 using namespace osg;
 
-/// Takes in what a field writes of itself, in the order of the machine.
-class raw_bytes : public BinaryDataHandler {
+/// Bytes of fields to and fro, in the order of the machine.
+class byte_store : public BinaryDataHandler {
   public:
     std::vector<UInt8> bytes;
+    std::size_t at = 0; ///< where to read on
 
   protected:
     void write(MemoryHandle source, UInt32 count) override {
         bytes.insert(bytes.end(), source, source + count);
     }
-    void read(MemoryHandle, UInt32) override {}
+    void read(MemoryHandle target, UInt32 count) override {
+        ASSERT_LE(at + count, bytes.size());
+        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count, target);
+        at += count;
+    }
 };
 
 inline std::string quoted(const std::string& text) {
@@ -160,7 +165,7 @@ class scene_dump {
                 text += " " + quoted(value);
         } else {
             const std::string type = desc.getType().getCName();
-            raw_bytes raw;
+            byte_store raw;
             field.copyToBin(raw);
             const ImagePtr image = ImagePtr::dcast(container);
             if (image != NullFC && type == "MFUInt8")
