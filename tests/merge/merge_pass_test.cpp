@@ -80,14 +80,6 @@ TEST(MergeGeo, CellsAreBoundedAndOnlyTwoFieldsOfTheTreeSetupCount) {
     }
 }
 
-TEST(MergeGeo, LocalCoordinatesStayIfAsked) {
-    const node_ref root(group({moved({5, 0, 0}, {part(plain(0), 0)})}));
-    mergeGeo_setup setup = quiet();
-    setup.toworld = false;
-    const node_ref result(quietMerge(root.get(), setup)), unmoved(part(::osg::NullFC, 0));
-    EXPECT_EQ(firstDifference(shapeOf(unmoved.get()), shapeOf(result.get())), "");
-}
-
 TEST(MergeGeo, TransparentNodesMoveToTheResultAndKeepTheirPlace) {
     const material_ref glass(chunked({0, 0, 1, 0.5F}));
     const ::osg::NodePtr pane = part(::osg::NullFC, 0, 2);
@@ -162,19 +154,6 @@ TEST(MergeGeo, SwitchesAndSkippedMaterialsStayOut) {
     EXPECT_EQ(result->getNChildren(), 0U);
     EXPECT_EQ(skipped->getParent(), root.get());
     EXPECT_EQ(chosen->getNChildren(), 1U);
-}
-
-TEST(MergeGeo, LinesComeOutNextToTriangles) {
-    const node_ref root(group({meshNode(row(5, 3)), meshNode(row(4, 1)), part(::osg::NullFC, 0)}));
-    mergeGeo_setup setup = quiet();
-    for (setup.opt = 0; setup.opt <= 3; ++setup.opt) {
-        const node_ref result(quietMerge(root.get(), setup));
-        unsigned lines = 0;
-        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
-            lines += morva::osg::getNumberOfLines(node);
-        EXPECT_EQ(lines, 6U) << setup.opt;
-        EXPECT_EQ(shapeOf(result.get()).size(), 1U) << setup.opt;
-    }
 }
 
 TEST(MergeGeo, RootsOfAllKinds) {
