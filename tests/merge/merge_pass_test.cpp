@@ -1,4 +1,3 @@
-
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 
