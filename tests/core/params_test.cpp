@@ -110,13 +110,9 @@ template <typename Number> Number stream_read(const std::string& text) {
 }
 
 TEST(String2X, ReadsAsRealStreamsDo) {
-    for (const char* yes : {"true", "1", "2", " true ", "1x", "truex"})
-        EXPECT_TRUE(string2X<bool>(yes)) << yes;
-    for (const char* no : {"", "false", "0", "TRUE", "yes", "tru", "2x", "2 false"})
-        EXPECT_FALSE(string2X<bool>(no)) << no;
     std::mt19937 random(5);
     const std::string pieces[] = {
-        "0", "1",    "27",    "-", "+",    " ",          "x",
+        "0", "1",    "2",     "-", "+",    " ",          "x",
         ".", "true", "false", "t", "TRUE", "2147483648", "99999999999999999999"};
     for (int round = 0; round < 8000; ++round) {
         std::string text;

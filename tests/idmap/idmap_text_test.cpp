@@ -1,5 +1,3 @@
-
-
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "golden.h"

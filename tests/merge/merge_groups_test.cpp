@@ -1,5 +1,3 @@
-
-
 #include "merge_scenes.h"
 
 namespace {

@@ -1,4 +1,3 @@
-
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 
@@ -59,6 +58,7 @@ TEST(MergeGeo, CellsAreBoundedAndOnlyTwoFieldsOfTheTreeSetupCount) {
     whole.ids = true;
     whole.dropped = &morva::osg::is_rogue;
     const world_mesh before = worldMesh(root.get(), whole);
+    const node_ref above(moved({5, 0, 0}, {root.get()})); // local coordinates stay
     mergeGeo_setup setup = quiet();
     setup.deleteunusedtc = setup.toworld = false;
     for (setup.opt = 0; setup.opt <= 3; ++setup.opt) {
@@ -78,14 +78,6 @@ TEST(MergeGeo, CellsAreBoundedAndOnlyTwoFieldsOfTheTreeSetupCount) {
         }
         EXPECT_EQ(shapes[0], shapes[1]);
     }
-}
-
-TEST(MergeGeo, LocalCoordinatesStayIfAsked) {
-    const node_ref root(group({moved({5, 0, 0}, {part(plain(0), 0)})}));
-    mergeGeo_setup setup = quiet();
-    setup.toworld = false;
-    const node_ref result(quietMerge(root.get(), setup)), unmoved(part(::osg::NullFC, 0));
-    EXPECT_EQ(firstDifference(shapeOf(unmoved.get()), shapeOf(result.get())), "");
 }
 
 TEST(MergeGeo, TransparentNodesMoveToTheResultAndKeepTheirPlace) {
@@ -111,16 +103,20 @@ TEST(MergeGeo, TransparentNodesMoveToTheResultAndKeepTheirPlace) {
     EXPECT_EQ(pane->getParent(), result->getChild(1));
 }
 
-TEST(MergeGeo, HiddenNodesAreDroppedOrCarriedOver) {
+TEST(MergeGeo, HiddenNodesAreDroppedOrCarriedOverOthersStayOut) {
     for (const bool keep : {false, true}) {
         SCOPED_TRACE(keep);
         const ::osg::NodePtr below = part(plain(1), 0);
         const ::osg::NodePtr parent = hidden(moved({0, 0, 9}, {below}));
-        const node_ref root(group({part(plain(0), 0), parent}));
+        const ::osg::NodePtr skipped = part(choiceOf(0, {}), 3);
+        const ::osg::NodePtr choice = switched(0, {part(plain(0), 0)});
+        const node_ref root(group({part(plain(0), 0), parent, choice, skipped}));
         mergeGeo_setup setup = quiet();
         setup.keeprenderfalse = keep;
         const node_ref result(quietMerge(root.get(), setup));
         EXPECT_EQ(result->getNChildren(), keep ? 2U : 1U);
+        EXPECT_EQ(shapeOf(result.get()).size(), keep ? 2U : 1U);
+        EXPECT_EQ(skipped->getParent(), root.get());
         EXPECT_EQ(below->getParent(), keep ? result->getChild(1) : parent);
         EXPECT_EQ(below->getToWorld()[3][2], 9.0F);
     }
@@ -151,29 +147,6 @@ TEST(MergeGeo, WhatHangsBelowAGeometryComesOutOnceWithItsLengths) {
             EXPECT_TRUE(coreOf(node)->getLengths() != ::osg::NullFC && node->getNChildren() == 0);
         EXPECT_TRUE(pane->getLengths() == ::osg::NullFC) << "others may show it";
         EXPECT_EQ(in_pane->getParent() == root.get(), !setup.alphageometry);
-    }
-}
-
-TEST(MergeGeo, SwitchesAndSkippedMaterialsStayOut) {
-    const ::osg::NodePtr chosen = switched(0, {part(plain(0), 0)});
-    const ::osg::NodePtr skipped = part(choiceOf(0, {}), 3);
-    const node_ref root(group({chosen, skipped}));
-    const node_ref result(quietMerge(root.get(), quiet()));
-    EXPECT_EQ(result->getNChildren(), 0U);
-    EXPECT_EQ(skipped->getParent(), root.get());
-    EXPECT_EQ(chosen->getNChildren(), 1U);
-}
-
-TEST(MergeGeo, LinesComeOutNextToTriangles) {
-    const node_ref root(group({meshNode(row(5, 3)), meshNode(row(4, 1)), part(::osg::NullFC, 0)}));
-    mergeGeo_setup setup = quiet();
-    for (setup.opt = 0; setup.opt <= 3; ++setup.opt) {
-        const node_ref result(quietMerge(root.get(), setup));
-        unsigned lines = 0;
-        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
-            lines += morva::osg::getNumberOfLines(node);
-        EXPECT_EQ(lines, 6U) << setup.opt;
-        EXPECT_EQ(shapeOf(result.get()).size(), 1U) << setup.opt;
     }
 }
 

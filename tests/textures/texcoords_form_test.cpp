@@ -41,28 +41,6 @@ coordinates read(const char* text) {
     return values;
 }
 
-TEST(NormalForm, EachStepDoesItsPart) {
-    const struct {
-        uv::step which;
-        const char *name, *given, *expected;
-    } cases[] = {
-        {uv::snap, "from both sides", "0.9996 0  2.0004 0  1 1", "1 0  2 0  1 1"},
-        {uv::snap, "negative", "0.5 -0.0005  2 -1.0005  0.9989 -3", "0.5 -0  2 -1  0.9989 -3"},
-        {uv::positive, "lowest to 0 .. 1", "-2.5 0  -1.5 0  -2 1", "0.5 0  1.5 0  1 1"},
-        {uv::positive, "a whole one to 0", "-2 0.5  7 -1  0 3", "0 1.5  9 0  2 4"},
-        {uv::positive, "nothing negative stays", "7 8  9 8  7 9", "7 8  9 8  7 9"},
-        {uv::near_zero, "a lowest of 1 stays", "1 0  2 0  1 1", "1 0  2 0  1 1"},
-        {uv::near_zero, "one above goes", "3.25 5.5  4.25 5.5  3.25 6.5",
-         "0.25 0.5  1.25 0.5  0.25 1.5"},
-        {uv::near_zero, "a negative one stays", "-2 3  4 3  5 3", "-2 0  4 0  5 0"},
-        {uv::wrap, "both values", "60.5 7.25  10 70.5  50 50", "0.5 0.25  0 0.5  50 50"},
-        {uv::wrap, "up to 1 the other stays", "60.5 1  1 70.5  51.5 60.25",
-         "0.5 1  1 0.5  0.5 0.25"},
-    };
-    for (const auto& row : cases)
-        EXPECT_TRUE(same(after(row.which, read(row.given)), read(row.expected))) << row.name;
-}
-
 TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
     const float special[] = {0.0F,    -0.0F,      1.0F,          0.001F,   -0.001F, 0.999F,
                              1e30F,   -1e30F,     inf,           -inf,     FLT_MAX, -FLT_MAX,

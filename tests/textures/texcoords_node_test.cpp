@@ -4,8 +4,6 @@
 #include "../geosets/triangle_scenes.h"
 #include "../support/shortage.h"
 
-#include <new>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
 
@@ -110,10 +108,8 @@ TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
 TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
     int kept = 0, thrown = 0;
     for (int what = 0; what < 4; ++what) {
-        bool failed = true;
-        for (long index = 0; failed; ++index) {
-            ASSERT_LT(index, 1000);
-            SCOPED_TRACE(testing::Message() << "operation " << what << " allocation " << index);
+        SCOPED_TRACE(what);
+        failInTurn(256, [&](const auto& starved) {
             mesh_data mesh = tiled(8, 30);
             for (std::size_t i = 0; i < 24; ++i)
                 mesh.positions[i][1] *= 0.05F; // slivers
@@ -122,11 +118,11 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
             const geometry_ref old(coreOf(node));
             osg_geoset geoset;
             node_ref found;
+            bool ended = false;
             if (what < 2)
                 morva::osg::extract(node, geoset, false, false, false, true, false);
             const stream_capture out(std::cout), err(std::cerr);
-            try {
-                const shortage one(index, 1, 256);
+            const bool failed = starved([&] {
                 if (what == 0)
                     morva::osg::optimizeTexCoords(geoset, 2, 50);
                 else if (what == 1)
@@ -135,10 +131,9 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
                     morva::osg::optimizeTexCoords(node, 2, 50);
                 else
                     found = CollectNodesWithTexCoordsGreater(root.get(), 2);
-            } catch (const std::bad_alloc&) {
-                ++thrown;
-            }
-            failed = shortage::happened();
+                ended = true;
+            });
+            thrown += ended ? 0 : 1;
             EXPECT_EQ(tri::broken_rule_of(geoset), "");
             EXPECT_TRUE(failed || what > 1 || geoset.size > 200);
             EXPECT_TRUE(failed || what < 3 || node->getParent() == found.get());
@@ -148,7 +143,7 @@ TEST(TexCoords, StaySoundWhereverMemoryRunsOut) {
             EXPECT_GE(morva::osg::counttriangles(core), 60U);
             EXPECT_LE(core->getLengths()->getValue(0), core->getPositions()->size());
             EXPECT_EQ(core->getTexCoords()->size(), core->getPositions()->size());
-        }
+        });
     }
     EXPECT_GE(kept, 2) << "no memory to read the old core";
     EXPECT_LT(thrown, 20) << "most are dealt with where they happen";
