@@ -39,19 +39,18 @@ std::string diffuseOf(const ::osg::NodePtr& node) {
 
 TEST(HouseRoad, EveryPartStandsInTheIdMap) {
     const temporary_folder folder;
-    const std::string house = folder.file("h.glb"), report_file = folder.file("r.json");
-    const std::string command = std::string("'") + MORVA_COMMAND + "' optimize '" + roads::house +
-                                "' -q -o '" + house + "' --report '" + report_file +
-                                "' -p 'maxtris(500),alphageometry(true),idmap(" + folder.file("m") +
-                                ")'";
-    ASSERT_EQ(std::system(command.c_str()), 0);
+    ASSERT_EQ(runMorva(wordsOf("optimize " + roads::house +
+                                   " -q -o @h.glb --report @r.json -p "
+                                   "maxtris(500),alphageometry(true),idmap(@m)",
+                               folder))
+                  .code,
+              0);
     const json map = json::parse(bytesOf(folder.file("m.json")));
-    const json report = json::parse(bytesOf(report_file));
-    const morva::host::model out = morva::host::readModel(house);
+    const json report = json::parse(bytesOf(folder.file("r.json")));
+    const morva::host::model out = morva::host::readModel(folder.file("h.glb"));
 
-    std::set<std::string> written;
-    for (const std::string& name : namesOf(geometryNodes(out.root)))
-        written.insert(name);
+    const std::vector<std::string> names = namesOf(geometryNodes(out.root));
+    const std::set<std::string> written(names.begin(), names.end());
     std::map<std::string, std::string> diffuse_of;
     for (const json& appearance : map["appearance"])
         diffuse_of[appearance["name"]] = appearance["material"]["diffuseColor"];
