@@ -85,6 +85,8 @@ void fill(const temporary_folder& folder) {
     for (::osg::Pnt3f& position : endless.positions)
         position[1] = std::numeric_limits<float>::infinity();
     modelFile(folder.file("endless.glb"), group({meshNode(endless)}));
+    modelFile(folder.file("nameless.osb"),
+              group({meshNode(quads(3)), named("z", meshNode(quads(1)))}));
     const std::pair<const char*, std::string> texts[] = {
         {"x.mtl", "someone's"},
         {"empty.glb", ""},
@@ -147,6 +149,10 @@ const file_case file_cases[] = {
     {"optimize @in.glb -o @o.glb -p bananas(7)", 0, "'bananas(7)' has an unknown key", "+o.glb"},
     {"optimize @in.glb -o @o.glb -p opt(1),opt(2)", 0, "'opt(2)' repeats a key", "+o.glb"},
     {"optimize @in.glb -o @o.glb -p maxtris(9),idmap(@m) --report @r", 0, "", "+m.json +o.glb +r"},
+    {"optimize @nameless.osb -o @o.glb --names keep -p maxtris(100),idmap(@m)", 0,
+     "morva: note: 1 part has no name: where it is merged with named ones, the ID map lists it "
+     "under the first named part, 'z'\n",
+     "+m.json +o.glb"},
     // Command lines and inputs that are wrong.
     {" ", 2, "subcommand", ""},
     {"optimize @in.glb -o @o.glb --fast", 2, "--fast", ""},
