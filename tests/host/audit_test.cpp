@@ -10,6 +10,7 @@ namespace {
 
 using morva::host::audit_plan;
 using morva::host::audit_verdict;
+using texts = std::vector<std::string>;
 
 /// Parts of every fate: degenerate triangles, transparent with parts below, hidden, below a
 /// switch, a cube map, a strip of quads that the counts by length pass over and that has none.
@@ -33,18 +34,18 @@ using morva::host::audit_verdict;
 }
 
 struct audited_run {
+    node_ref root, result;
     audit_plan plan;
-    node_ref result;
     audit_verdict verdict;
 };
 
 audited_run runAudit(const ::osg::NodePtr& scene, const std::string& parameters) {
     const stream_capture out(std::cout);
-    const node_ref root(scene);
-    const auto parts = morva::host::namedParts(root.get(), true);
     audited_run run;
-    run.plan = morva::host::planAudit(root.get(), parts, parameters);
-    run.result = node_ref(morva::osg::optTree(root.get(), parameters));
+    run.root = node_ref(scene);
+    const auto parts = morva::host::namedParts(scene, true);
+    run.plan = morva::host::planAudit(scene, parts, parameters);
+    run.result = node_ref(morva::osg::optTree(scene, parameters));
     run.verdict = morva::host::judge(run.plan, run.result.get());
     return run;
 }
@@ -60,7 +61,7 @@ TEST(Audit, PassesWhateverTheParametersAsk) {
         SCOPED_TRACE(parameters);
         // Of two limits the first one holds.
         const audited_run run = runAudit(everyFate(), parameters + ",maxtris(10)");
-        EXPECT_EQ(run.verdict.differences, std::vector<std::string>{});
+        EXPECT_EQ(run.verdict.differences, texts{});
         EXPECT_GT(run.verdict.out, 0u);
     }
 }
@@ -107,7 +108,7 @@ TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {
         runAudit(group({named("a", meshNode(quads(4), red)), named("b", meshNode(quads(6), red))}),
                  "maxtris(100),idmapinroot(true)");
     EXPECT_TRUE(run.verdict.by_part);
-    EXPECT_EQ(run.verdict.differences, std::vector<std::string>{});
+    EXPECT_EQ(run.verdict.differences, texts{});
     // Two triangles of a that came out under b: the sum is right, the parts are not.
     for (std::size_t i = 0; i < 2; ++i)
         run.plan.parts[i].least = run.plan.parts[i].most = 10;
@@ -152,12 +153,12 @@ TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
         return morva::host::judge(plan, result.get());
     };
     const audit_verdict good = judged(glass, -1, -1);
-    EXPECT_EQ(good.notes, std::vector<std::string>{});
-    EXPECT_EQ(good.differences, std::vector<std::string>{});
+    EXPECT_EQ(good.notes, texts{});
+    EXPECT_EQ(good.differences, texts{});
     EXPECT_EQ(good.in, good.out + good.degenerate);
 
     const audit_verdict odd = judged(glass, 5, 17);
-    EXPECT_EQ(odd.differences, std::vector<std::string>{});
+    EXPECT_EQ(odd.differences, texts{});
     ASSERT_EQ(odd.notes.size(), 1u);
     EXPECT_EQ(odd.notes[0].find("part '#0/#0/glass': the new draw order shows 1 triangles once too "
                                 "often and 1 not at all; it dropped "),
@@ -165,7 +166,7 @@ TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
         << odd.notes[0];
     // Without degenerate triangles there is no such excuse.
     const audit_verdict bad = judged(whole, 5, 17);
-    EXPECT_EQ(bad.notes, std::vector<std::string>{});
+    EXPECT_EQ(bad.notes, texts{});
     EXPECT_EQ(bad.differences.size(), 1u);
     EXPECT_EQ(judged(glass, -1, 17).differences.size(), 2u) << "one of the parts, one of the sum";
 }
@@ -182,6 +183,68 @@ TEST(Audit, DegenerateIsAskedWhereTheMergeAsks) {
                                  .verdict;
         EXPECT_EQ(verdict.degenerate, degenerate);
         EXPECT_TRUE(verdict.differences.empty());
+    }
+}
+
+/// A tiled floor of two triangles, an untiled wall, and a wild plate without image.
+::osg::NodePtr tiledRoom(float away = 500) {
+    const ::osg::MaterialPtr tiles = chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2));
+    const auto plate = [](float u, float v) {
+        mesh_data mesh = quads(1);
+        mesh.coordinates = {{0, 0}, {u, 0}, {u, v}, {0, v}};
+        return mesh;
+    };
+    mesh_data floor = plate(9, 7.5F);
+    floor.positions = {{0, 0, 0}, {5, 1.7F, 1.1F}, {6.3F, 5.9F, 2.3F}, {-1.3F, 4.1F, 0.7F}};
+    return group({moved({away, 0, 0}, {named("floor", meshNode(floor, tiles))}),
+                  named("wall", meshNode(plate(1, 1), tiles)),
+                  named("plate", meshNode(plate(30, 30), simple({1, 0, 0})))});
+}
+
+TEST(AuditOfPieces, PassesPartsThatAreCut) {
+    for (const std::string parameters :
+         {"maxtris(100)", "maxtris(100),idmapinroot(true)", "maxtris(100),toworld(false)",
+          "maxtris(100),optimizetc(4),idmapinroot(true)", "onegeometry(true)"}) {
+        SCOPED_TRACE(parameters);
+        const audited_run run = runAudit(tiledRoom(), parameters);
+        EXPECT_EQ(run.verdict.differences, texts{});
+        EXPECT_GT(run.verdict.out, 6U + 4U) << "the floor must be cut";
+    }
+    // Floats are a sixteenth apart there, and pieces fit roughly; nowhere, they do not at all.
+    for (const float away : {1e6F, std::numeric_limits<float>::quiet_NaN()})
+        EXPECT_EQ(runAudit(tiledRoom(away), "maxtris(100),idmapinroot(true)").verdict.differences,
+                  texts{});
+    for (const std::string parameters :
+         {"maxtris(100),optimizetc(-1)", "maxtris(100),optimizetc(9)"}) {
+        const audited_run run = runAudit(tiledRoom(), parameters);
+        EXPECT_EQ(run.verdict.differences, texts{});
+        EXPECT_EQ(run.verdict.out, 6U);
+    }
+    // Only coordinates that an image needs, and that reach too far, can have a part cut.
+    const audited_run run = runAudit(tiledRoom(), "maxtris(100)");
+    ASSERT_EQ(run.plan.parts.size(), 3U);
+    EXPECT_TRUE(run.plan.parts[0].cut);
+    EXPECT_FALSE(run.plan.parts[1].cut);
+    EXPECT_FALSE(run.plan.parts[2].cut);
+}
+
+TEST(AuditOfPieces, SeesAPieceThatIsNotWhatItWas) {
+    for (const char* parameters :
+         {"opt(0),maxtris(100)", "opt(0),maxtris(100),idmapinroot(true)"}) {
+        for (const float x : {0.0F, 9.0F}) { // a piece that shrinks, or grows
+            SCOPED_TRACE(testing::Message() << parameters << ", " << x);
+            audited_run run = runAudit(tiledRoom(), parameters);
+            for (const ::osg::NodePtr& node : geometryNodes(run.result.get())) {
+                const ::osg::GeoPositionsPtr points = coreOf(node)->getPositions();
+                if (points->size() > 30) // the floor's
+                    points->setValue(points->getValue(1) + ::osg::Vec3f(0, 0, x), 0);
+            }
+            const auto verdict = morva::host::judge(run.plan, run.result.get());
+            ASSERT_EQ(verdict.differences.size(), 1U);
+            EXPECT_NE(verdict.differences[0].find(": cut into pieces, an area of "),
+                      std::string::npos)
+                << verdict.differences[0];
+        }
     }
 }
 

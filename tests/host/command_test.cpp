@@ -150,17 +150,6 @@ TEST(IdMap, KeepsNamesOnRequest) {
     EXPECT_EQ(id["parts"], nlohmann::json({0, 1}));
     EXPECT_FALSE(report["parts"][0].contains("triangles_out"));
     EXPECT_TRUE(report["audit"]["by_part"]);
-
-    const ::osg::MaterialPtr red = simple({1, 0, 0});
-    const temporary_folder folder;
-    const std::string in =
-        modelFile(folder.file("in.osb"),
-                  group({meshNode(quads(3), red), named("z", meshNode(quads(1), red))}));
-    EXPECT_EQ(runMorva({"optimize", in, "-o", folder.file("o.glb"), "--names", "keep", "-p",
-                        "maxtris(100),idmap(" + folder.file("m") + ")"})
-                  .err,
-              "morva: note: 1 part has no name: where it is merged with named ones, the ID map "
-              "lists it under the first named part, 'z'\n");
 }
 
 TEST(OptimiserOutput, TellsLinesFromProgress) {

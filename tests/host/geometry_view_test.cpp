@@ -1,7 +1,5 @@
 #include "tests/support/test.h"
 
-#include <deque>
-
 #include "flat_mesh.h"
 #include "geometry_view.h"
 #include "statistics.h"
@@ -31,7 +29,7 @@ std::vector<mesh_data> manyMeshes() {
 
 ::osg::Pnt3f pointAt(const float* p) { return ::osg::Pnt3f(p[0], p[1], p[2]); }
 
-TEST(GeometryView, GivesTheTrianglesAndLinesOfTheIterators) {
+TEST(GeometryView, GivesWhatTheIteratorsGiveAndNumbersVerticesByAllIndices) {
     for (const mesh_data& mesh : manyMeshes()) {
         const geometry_ref core(geometryOf(mesh));
         const geometry_view view(core.get());
@@ -67,13 +65,7 @@ TEST(GeometryView, GivesTheTrianglesAndLinesOfTheIterators) {
         for (const triangle& t : expected)
             expected_corners.insert(expected_corners.end(), t.begin(), t.end());
         EXPECT_EQ(corners, expected_corners);
-    }
-}
 
-TEST(GeometryView, NumbersVerticesByTheirWholeSetOfIndices) {
-    for (const mesh_data& mesh : manyMeshes()) {
-        const geometry_ref core(geometryOf(mesh));
-        const geometry_view view(core.get());
         const morva::host::vertex_numbering numbering = morva::host::numberVertices(view);
         const auto key = [&](std::uint32_t corner) {
             std::vector<std::uint32_t> numbers = {view.index(view.positions, corner)};
@@ -85,8 +77,8 @@ TEST(GeometryView, NumbersVerticesByTheirWholeSetOfIndices) {
         std::map<std::vector<std::uint32_t>, std::uint32_t> oracle;
         for (std::uint32_t corner = 0; corner < numbering.of_corner.size(); ++corner) {
             const auto number = static_cast<std::uint32_t>(oracle.size());
-            const std::uint32_t expected = oracle.emplace(key(corner), number).first->second;
-            ASSERT_EQ(numbering.of_corner[corner], expected);
+            ASSERT_EQ(numbering.of_corner[corner],
+                      oracle.emplace(key(corner), number).first->second);
         }
         EXPECT_EQ(numbering.first_corner.size(), oracle.size());
     }
@@ -123,17 +115,14 @@ TEST(Statistics, CacheMissesAreThoseOfASearchedList) {
         const geometry_ref core(geometryOf(mesh));
         const geometry_view view(core.get());
         const auto numbering = morva::host::numberVertices(view);
-        std::deque<std::uint32_t> cache;
+        std::vector<std::uint32_t> cache; // the latest at the end
         std::uint64_t misses = 0;
         for (const std::uint32_t vertex : numbering.of_corner) {
             const auto found = std::find(cache.begin(), cache.end(), vertex);
-            if (found != cache.end())
-                cache.erase(found);
-            else
-                ++misses;
-            cache.push_front(vertex);
-            if (cache.size() > 32)
-                cache.pop_back();
+            misses += found == cache.end() ? 1 : 0;
+            if (found != cache.end() || cache.size() == 32)
+                cache.erase(found != cache.end() ? found : cache.begin());
+            cache.push_back(vertex);
         }
         EXPECT_EQ(morva::host::countCacheMisses(
                       view, numbering.of_corner,

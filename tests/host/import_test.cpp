@@ -41,20 +41,6 @@ std::unique_ptr<aiScene> smallScene() {
     return scene;
 }
 
-TEST(Import, KeepsTheTreeAndSharesCores) {
-    const std::unique_ptr<aiScene> scene = smallScene();
-    scene->mRootNode->mChildren[1]->mTransformation.a4 = 5.f;
-    model target;
-    morva::host::importScene(*scene, "", target);
-    ASSERT_EQ(target.root->getNChildren(), 2u);
-    const ::osg::NodePtr a = target.root->getChild(0), b = target.root->getChild(1);
-    EXPECT_STREQ(getName(target.root.get()), "root");
-    EXPECT_TRUE(coreOf(a) != ::osg::NullFC); // no matrix: the part itself
-    ASSERT_EQ(b->getNChildren(), 1u);
-    EXPECT_TRUE(coreOf(b->getChild(0)) == coreOf(a));
-    EXPECT_EQ(b->getToWorld()[3][0], 5.f);
-}
-
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
     aiMesh mesh;
     mesh.mNumVertices = 5;

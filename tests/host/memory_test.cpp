@@ -72,8 +72,9 @@ TEST(Memory, EachAllocationThatFailsGivesTheWholeOutputOrNone) {
     const temporary_folder folder;
     for (const char* format : {"obj", "osb"}) {
         const std::string in = modelFile(folder.file(std::string("in.") + format), twoParts());
-        const std::string arguments =
-            "optimize " + in + " -o o.glb --report r.json -p 'maxtris(500),optimizetc(2),idmap(m)'";
+        const std::string arguments = // with two workers wherever it runs
+            "optimize " + in +
+            " -o o.glb --report r.json -p 'maxtris(500),optimizetc(2),idmap(m),numthreads(2)'";
         const auto failing = [&](std::size_t number) {
             return runProgram("LD_PRELOAD=" MORVA_FAILING_ALLOCATION " FAILING_ALLOCATION=" +
                                   std::to_string(number) +

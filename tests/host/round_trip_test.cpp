@@ -53,6 +53,8 @@ TEST_P(RoundTripBy, KeepsTheTrianglesAndInOneBinaryFileTheRest) {
                                           s.points,     s.vertices,       s.textures};
     };
     EXPECT_EQ(counts(is), counts(was));
+    EXPECT_EQ(namesOf(geometryNodes(again.root.get())), namesOf(geometryNodes(scene.get())));
+    EXPECT_STREQ(getName(again.root.get()), "top");
     EXPECT_EQ(is.textures, 1u);
 }
 

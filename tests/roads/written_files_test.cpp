@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "../../host/parameter_notes.h"
+#include "../../host/part_names.h"
 #include "../../host/statistics.h"
 #include "models.h"
 #include "tests/host/host_files.h"
@@ -83,6 +84,49 @@ TEST(WrittenFiles, ReadBackWithTheCountsOfTheReport) {
             EXPECT_EQ(counted.faulty_cores, 0U);
         }
     }
+}
+
+TEST(WrittenFiles, NameEveryPartInTheIdMap) {
+    const temporary_folder folder;
+    ASSERT_EQ(runMorva(wordsOf("optimize " + roads::house +
+                                   " -q -o @h.glb --report @r.json -p "
+                                   "maxtris(500),alphageometry(true),idmap(@m)",
+                               folder))
+                  .code,
+              0);
+    const nlohmann::json map = nlohmann::json::parse(bytesOf(folder.file("m.json")));
+    const nlohmann::json report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
+    const morva::host::model out = morva::host::readModel(folder.file("h.glb"));
+
+    const std::vector<std::string> names = namesOf(geometryNodes(out.root));
+    const std::set<std::string> written(names.begin(), names.end());
+    std::map<std::string, const nlohmann::json*> blocks;
+    for (const nlohmann::json& block : map["mapping"])
+        blocks[block["name"]] = &block;
+
+    const morva::host::model source = morva::host::readModel(roads::house);
+    const auto parts = morva::host::namedParts(source.root, true);
+    ASSERT_GT(parts.size(), 200U);
+    ASSERT_EQ(blocks.size(), parts.size());
+    EXPECT_EQ(map["numberOfIDs"], parts.size());
+    std::set<std::string> used;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        SCOPED_TRACE(parts[i].name);
+        ASSERT_EQ(blocks.count(parts[i].name), 1U);
+        const nlohmann::json& block = *blocks[parts[i].name];
+        EXPECT_FALSE(block["usage"].empty());
+        for (const nlohmann::json& core : block["usage"]) {
+            EXPECT_EQ(written.count(core), 1U) << core;
+            used.insert(core);
+        }
+        const nlohmann::json& part = report["parts"][i];
+        EXPECT_EQ(part["name"], parts[i].name);
+        EXPECT_EQ(part["original_name"], parts[i].original_name);
+        EXPECT_EQ(part["cores"], block["usage"]);
+        EXPECT_EQ(part["triangles_out"].get<int>(),
+                  part["triangles"].get<int>() - part["degenerate"].get<int>());
+    }
+    EXPECT_EQ(used, written) << "no core without a part";
 }
 
 } // namespace
