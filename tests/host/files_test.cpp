@@ -256,9 +256,10 @@ TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
         const double after = round == 0 ? whole : whole * moment(rng);
         SCOPED_TRACE(testing::Message() << name << " after " << after);
         const auto start = std::chrono::steady_clock::now();
-        const int code =
-            shell(folder.path(), std::string("timeout --preserve-status -s ") + name + " " +
-                                     std::to_string(after) + " " + optimise + "'(500)'");
+        // In the foreground it outlives what it kills: nothing of that runs on.
+        const std::string timeout = "timeout --foreground --preserve-status -s ";
+        const int code = shell(folder.path(), timeout + name + " " + std::to_string(after) + " " +
+                                                  optimise + "'(500)'");
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         snapshot now = snapshotOf(folder.path());
         EXPECT_TRUE(code == 0 || code == ended) << code;
