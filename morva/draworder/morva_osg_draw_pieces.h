@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <iostream>
-#include <string>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>

@@ -11,7 +11,6 @@
 #include <limits>
 #include <new>
 #include <type_traits>
-#include <vector>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>

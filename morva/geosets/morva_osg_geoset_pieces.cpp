@@ -4,7 +4,6 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <iostream>
 #include <new>

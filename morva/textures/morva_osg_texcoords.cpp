@@ -352,23 +352,18 @@ int optimizeTexCoordsSmart(osg_geoset& geoset, int maxTC, int cutLimit) {
 namespace {
 
 /// Gives the fields of a geoset the length of its triangles, with nothing to spare: the core is to
-/// be drawn, and the geoset ends here. The one primitive gets the triangles that there are;
-/// extraction counts those that were offered, which may lead behind the last row.
+/// be drawn, and the geoset ends here.
 void fitToTriangles(osg_geoset& geoset) {
     try {
         const ::osg::GeometryPtr core = geoset.geometry.get();
-        const auto triangles = static_cast<unsigned int>(geoset.size);
         const ::osg::CPEditor edit(core);
-        geoset.resizeFieldContainers(triangles);
+        geoset.resizeFieldContainers(static_cast<unsigned int>(geoset.size));
         geoset_fields fields;
         fields.follow(core);
         fields.forEachPresent([](auto& slot) { slot.get()->shrink(); });
         if (core->getNormals() != ::osg::NullFC &&
             core->getNormals()->size() != core->getPositions()->size())
             ::osg::calcVertexNormals(core);
-        const ::osg::GeoPLengthsPtr lengths = core->getLengths();
-        if (lengths != ::osg::NullFC && lengths->size() == 1)
-            lengths->setValue(3 * triangles, 0);
         return;
     } catch (...) {
         printSetupError();
