@@ -65,9 +65,10 @@ geometry_view::geometry_view(const ::osg::GeometryPtr& geometry) {
 
 void geometry_view::readIndices(const ::osg::GeometryPtr& geometry) {
     corner_count = positions.count;
-    index_block_ = morva::osg::readBlock(geometry->getIndices());
-    if (index_block_.empty())
+    if (geometry->getIndices() == ::osg::NullFC)
         return;
+    // Without entries there is no vertex, as for all who walk over the geometry.
+    index_block_ = morva::osg::readBlock(geometry->getIndices());
     wide_indices = ::osg::GeoIndicesUI32Ptr::dcast(geometry->getIndices()) != ::osg::NullFC;
     indices = index_block_.data();
     index_entries = index_block_.size();

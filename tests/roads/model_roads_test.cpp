@@ -112,16 +112,20 @@ TEST(EngineRoad, HasOneCorePerMaterialWhenNothingIsCut) {
         EXPECT_EQ(material.second, 1U);
 }
 
-/// Parts below parts, lengths that claim too much or are missing.
+/// Parts below parts, lengths that claim too much or are missing, indices without entries.
 struct odd_scene {
     const char* name;
     std::uint64_t triangles, degenerate, lines;
 };
 
 TEST(OddGeometryRoad, EveryPartComesOutOnceAtEveryParameter) {
-    const odd_scene scenes[] = {{"L1", 0, 0, 1},         {"L2", 1, 0, 1},
-                                {"gchild", 2, 0, 0},     {"osb-11-347", 1, 0, 0},
-                                {"osb-11-812", 4, 1, 0}, {"osb-11-937", 9, 1, 1}};
+    const odd_scene scenes[] = {{"L1", 0, 0, 1},
+                                {"L2", 1, 0, 1},
+                                {"gchild", 2, 0, 0},
+                                {"osb-11-347", 1, 0, 0},
+                                {"osb-11-812", 4, 1, 0},
+                                {"osb-11-937", 9, 1, 1},
+                                {"../osb/integers", 3, 0, 1}};
     const char* const parameters[] = {"maxtris(0)",
                                       "maxtris(5)",
                                       "opt(2),maxtris(5000)",
