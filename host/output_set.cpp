@@ -126,9 +126,11 @@ void output_set::planSideFiles(const staged_output& output, std::vector<file_mov
             continue;
         if (present.count(name) != 0) {
             const std::string reason = whyNotReplaced(to, referred.count(name) != 0);
-            if (!reason.empty())
-                throw host_error("cannot write '" + name + "' beside '" + nameOf(output.target()) +
-                                 "': " + reason);
+            if (!reason.empty()) {
+                std::string text = "cannot write '";
+                text.append(name).append("' beside '").append(nameOf(output.target()));
+                throw host_error(text.append("': ").append(reason));
+            }
         }
         for (const auto& other : outputs_) {
             if (areOneFile(to, other->target()))

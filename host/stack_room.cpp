@@ -58,7 +58,7 @@ void checkStack() {
 
 std::string tooDeep() {
     const std::size_t levels = mostLevels();
-    const std::string text = "the node tree is deeper than " + std::to_string(levels) + " levels";
+    std::string text = "the node tree is deeper than " + std::to_string(levels) + " levels";
     if (levels == most_levels)
         return text;
     return text + ", the most for a stack limit of " + std::to_string(stackBytes() >> 10) + " KiB";

@@ -14,7 +14,7 @@ namespace {
 
 /// The place without links, where a plain file is or could be.
 std::string plainPlace(const std::string& target) {
-    const std::string place = withoutLinks(target);
+    std::string place = withoutLinks(target);
     std::error_code error;
     if (fs::exists(place, error) && !fs::is_regular_file(place, error))
         throw host_error("cannot write '" + target + "': it is no plain file");

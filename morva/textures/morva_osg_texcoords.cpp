@@ -16,6 +16,7 @@
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
@@ -369,12 +370,6 @@ void fitToTriangles(osg_geoset& geoset) {
         printSetupError();
     }
     geoset.clear();
-}
-
-::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
-        return ::osg::GeometryPtr(::osg::NullFC);
-    return ::osg::GeometryPtr::dcast(node->getCore());
 }
 
 } // namespace
