@@ -136,7 +136,7 @@ bool osgReadCompressedPixels(Image& image, byte_cursor data) {
     readHead(image, head);
     data.require(osgChannelsOf(image.getPixelFormat()) != 0 && bytesOfSizes(image) != 0,
                  "compressed pixels have an unknown format or no size");
-    if (!startsLike(suffix, suffixBytes, std::string_view("mtd", 4))) {
+    if (!startsLike(suffix, suffixBytes, std::string_view("mtd\0", 4))) {
         readPicture(image, data);
         return false;
     }
