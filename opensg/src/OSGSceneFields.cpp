@@ -75,7 +75,7 @@ std::string nameOf(const FieldContainerType& type, const FieldDescription& desc)
 /// Numbers of OpenGL and times have types of their own in a file.
 std::string typeTextOf(const FieldContainerType& type, const FieldDescription& desc) {
     const std::string name = desc.getCName();
-    const std::string text = desc.getType().getCName();
+    std::string text = desc.getType().getCName();
     if (type.isDerivedFrom(Image::getClassType()))
         return name == "frameDelay" ? "SFTime" : text;
     const bool look = type.isDerivedFrom(Material::getClassType()) ||
