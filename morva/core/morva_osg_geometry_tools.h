@@ -6,9 +6,8 @@
 //     counts          getNumberOfPrimitives, getVertexCount, counttriangles, ... and those of
 //                     morva_osg.h
 //     tests           is_rogue, isVertexCountBelowThreshold, hasVertexColors, checkGeoProperties
-//     index           joinEqualVertices: equal vertices share an index; createSharedIndex: one
-//     index
-//                     per property; createSingleIndex: one for all
+//     index           joinEqualVertices: equal vertices share an index
+//                     createSharedIndex: one index per property; createSingleIndex: one for all
 //     colour          VertexColorIntoMaterial, MaterialColorIntoVertex, setMaterialInGeometry
 //
 // All work in the calling thread's aspect without locks; what edits does so in place. Null

@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 #include <morva/geosets/morva_osg_triangle_walk.h>
@@ -29,10 +30,6 @@ struct scene_parts {
     std::vector<::osg::NodePtr> transparent; ///< to be carried over
     std::vector<::osg::NodePtr> hidden;      ///< to be carried over
 };
-
-bool isGeometry(const ::osg::NodePtr& node) {
-    return node != ::osg::NullFC && ::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC;
-}
 
 /// A stand-in that shows what its node shows: the material that the node inherits comes from the
 /// group above, and the traversal mask is the node's. Name and place in the world are not.
@@ -204,7 +201,7 @@ std::size_t by_meeting::placeOf(const ::osg::MaterialPtr& material) const {
 }
 
 void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
-    if (!isGeometry(node))
+    if (geometryOf(node) == ::osg::NullFC)
         return;
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
 
