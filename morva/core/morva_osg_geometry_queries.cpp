@@ -5,11 +5,9 @@
 #include <algorithm>
 #include <cmath>
 
-#include <OpenSG/OSGTriangleIterator.h>
-
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
-#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 
@@ -134,21 +132,20 @@ unsigned int getVertexCount(::osg::NodePtr root) {
 }
 
 unsigned int counttriangles(const ::osg::GeometryPtr& geometry) {
-    if (geometry == ::osg::NullFC || !hasIndex(geometry, ::osg::Geometry::MapPosition))
+    if (geometry == ::osg::NullFC)
         return 0;
-    const auto positions = readBlock(geometry->getPositions());
+    constexpr vertex_property place[] = {vertex_property::position};
+    const geometry_columns columns(geometry, place);
+    const property_column& positions = columns[vertex_property::position];
     unsigned int count = 0;
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
-        const ::osg::Pnt3f* corner[3];
-        bool found = true;
-        for (int k = 0; k < 3; ++k) {
-            const ::osg::Int32 index = it.getPositionIndex(k);
-            found = found && index >= 0 && static_cast<std::size_t>(index) < positions.size();
-            corner[k] = found ? &positions[static_cast<std::size_t>(index)] : nullptr;
-        }
-        if (found && !is_rogue(*corner[0], *corner[1], *corner[2]))
-            ++count;
-    }
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        const auto* a = positions.find<::osg::Pnt3f>(first);
+                        const auto* b = positions.find<::osg::Pnt3f>(second);
+                        const auto* c = positions.find<::osg::Pnt3f>(third);
+                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c))
+                            ++count;
+                    });
     return count;
 }
 
