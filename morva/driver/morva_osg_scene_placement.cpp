@@ -46,8 +46,7 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
 
 /// The numbers of a text between colons, if there are at least `count`; else none.
 std::vector<float> numbersIn(const std::string& list, std::size_t count) {
-    std::vector<std::string> texts;
-    splitStringByDelimiter(list, texts, ":");
+    std::vector<std::string> texts = tokensOf(list, ":");
     std::vector<float> values;
     string2float(texts, values);
     if (texts.size() < count || values.size() < count)
