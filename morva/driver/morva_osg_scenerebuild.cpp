@@ -1,6 +1,5 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 
-#include <iostream>
 #include <mutex>
 #include <utility>
 #include <vector>
@@ -9,6 +8,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
@@ -20,10 +20,7 @@ namespace morva::osg {
 
 namespace {
 
-// Numbers go through std::to_string: the caller may have changed the format of std::cout.
-void printSetting(const char* label, const std::string& value) {
-    std::cout << label << value << std::endl;
-}
+void printSetting(const char* label, const std::string& value) { say({label, value}); }
 void printSetting(const char* label, int value) { printSetting(label, std::to_string(value)); }
 
 void printSettings(const mergeGeo_setup& setup) {
@@ -42,6 +39,13 @@ void printSettings(const mergeGeo_setup& setup) {
     printSetting("alphaGeometry:  ", setup.alphageometry);
     printSetting("ignoreMaterial: ", setup.ignorematerial);
     printSetting("keepRenderFalse:", setup.keeprenderfalse);
+}
+
+void sayHelp() {
+    std::string text = optTreeDoc();
+    text.pop_back(); // its last line end comes anew
+    say({"Available parameters are: "});
+    say({text}, flush::no);
 }
 
 /// Merges equal materials. The operation is kept for the rest of the process, as every caller's
@@ -63,11 +67,11 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
     if (setup.mostusedmaterial)
         reduceSceneMaterialsToOne(root);
     if (setup.removelod) {
-        std::cout << "Removing LOD parts." << std::endl;
+        say({"Removing LOD parts."});
         removeLODParts(root);
     }
     if (setup.removeswitch) {
-        std::cout << "Removing Switch parts." << std::endl;
+        say({"Removing Switch parts."});
         removeSwitchParts(root);
     }
 }
@@ -88,8 +92,7 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& root, const ::osg::Nod
     idmapHandler& handler = getIDmapHandler();
     handler.registerGeometryUsage(result);
     if (!plan.idmap_file.empty()) {
-        std::cout << "Write IDmap with " << std::to_string(handler.names.size()) << " names."
-                  << std::endl;
+        say({"Write IDmap with ", std::to_string(handler.names.size()), " names."});
         writeJsonFile(plan.idmap_file, handler, root);
     }
     if (plan.setup.idmapinroot)
@@ -103,7 +106,7 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& root, const ::osg::Nod
     if (plan.tracks_ids)
         handler.writeTree(root, 0);
     if (plan.setup.help)
-        std::cout << "Available parameters are: " << std::endl << optTreeDoc();
+        sayHelp();
     printSettings(plan.setup.merge);
     runInputStages(plan.setup, root);
     handler.prefix = plan.setup.prefix;
@@ -117,7 +120,7 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& root, const ::osg::Nod
 } // namespace
 
 ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters) {
-    std::cout << "Optimizing Tree..." << std::endl;
+    say({"Optimizing Tree..."});
     const ::osg::NodePtr parent = root->getParent();
     if (parent != ::osg::NullFC) {
         takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
