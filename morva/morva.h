@@ -25,6 +25,7 @@
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/trees/kd_strategies.h>

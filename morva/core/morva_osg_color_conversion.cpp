@@ -3,7 +3,6 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 
 #include <algorithm>
-#include <iostream>
 
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
@@ -14,9 +13,10 @@
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -39,7 +39,7 @@ template <typename Color> bool differ(const Color& a, const Color& b, unsigned i
 bool uniformAlphaIntoMaterial(const ::osg::GeometryPtr& geometry) {
     const auto stored = ::osg::GeoColors4fPtr::dcast(geometry->getColors());
     if (stored == ::osg::NullFC) {
-        std::cout << "Sorry No AlphaColor" << std::endl;
+        say({"Sorry No AlphaColor"});
         return true;
     }
     const span<::osg::Color4f> colors = editSpan(stored);

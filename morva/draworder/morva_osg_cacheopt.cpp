@@ -6,8 +6,8 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 #include <morva/draworder/morva_osg_draw_pieces.h>

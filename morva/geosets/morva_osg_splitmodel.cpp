@@ -16,8 +16,8 @@
 
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_span.h>

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 #include <fstream>
-#include <iostream>
 #include <locale>
 #include <utility>
 
 #include <boost/filesystem.hpp>
 
 #include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva {
@@ -141,7 +141,7 @@ bool writeJsonFile(const std::string& name, const JsonFileContent& content, ::os
     file.rdbuf()->pubsetbuf(buffer.data(), static_cast<std::streamsize>(buffer.size()));
     file.open(name, std::ios::trunc);
     if (!file) {
-        std::cout << "Unable to open " << name << ". No IDmap/Json File created." << std::endl;
+        say({"Unable to open ", name, ". No IDmap/Json File created."});
         return false;
     }
     file << "{\n\"numberOfIDs\":" << content.usage.size() << ",\n";

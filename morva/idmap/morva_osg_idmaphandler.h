@@ -103,6 +103,14 @@ class MORVA_API idmapHandler : public JsonFileContent {
 /// The one handler of the process, made at first use.
 MORVA_API idmapHandler& getIDmapHandler();
 
+/// Gives back what the thread still holds of the ID map's lock at the end of a scope.
+struct held_lock_end {
+    held_lock_end() = default;
+    held_lock_end(const held_lock_end&) = delete;
+    held_lock_end& operator=(const held_lock_end&) = delete;
+    ~held_lock_end() { getIDmapHandler().releaseHeldLock(); }
+};
+
 /// Attaches the ID map to `root` as six StringAttributeMaps, bindings 1 to 6: coordinate set per
 /// output name; and per ID its name, lowest corner, highest corner and diffuse colour; and the
 /// output names per input name. A null root is left alone.

@@ -1,7 +1,5 @@
 #include <morva/merge/morva_osg_geomerge.h>
 
-#include <iostream>
-
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialGroup.h>
@@ -10,9 +8,10 @@
 #include <OpenSG/OSGTransform.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 #include <morva/geosets/morva_osg_triangle_walk.h>
@@ -154,8 +153,7 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
     }
     if (setup.vertexcolor >= 1)
         merge.bakeSmallGroups(setup.vertexcolor);
-    std::cout << "Found " << std::to_string(merge.groups().size()) << " different Materials."
-              << std::endl;
+    say({"Found ", std::to_string(merge.groups().size()), " different Materials."});
 }
 
 /// The whole pass into `result`; what throws leaves there what was finished.
@@ -166,8 +164,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     collectParts(root, start.get(), setup, parts);
     kd_build_setup local = treeSetup(kd);
     if (!setup.silent || setup.cacheopt) {
-        std::cout << "Merging Geometry with " << std::to_string(parts.nodes.size())
-                  << " GeometryCore(s)..." << std::endl;
+        say({"Merging Geometry with ", std::to_string(parts.nodes.size()), " GeometryCore(s)..."});
         // The cache order works on whole groups: cells would only cut its runs short.
         if (setup.cacheopt)
             local.max_elements = batch_limit;
@@ -176,7 +173,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
     mergeGroups(merge, local, setup, handler, result.get());
-    std::cout << "\rDone merging.        " << std::endl;
+    sayOverProgress({"Done merging.        "});
     if (setup.cacheopt)
         result.reset(optimizeNodeCache(result.get(), setup));
     carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
@@ -190,14 +187,7 @@ std::size_t by_meeting::placeOf(const ::osg::MaterialPtr& material) const {
 }
 
 ::osg::NodePtr GeoMerge::searchMaterialGroup(::osg::NodePtr node) {
-    ::osg::NodePtr topmost;
-    if (node == ::osg::NullFC)
-        return topmost;
-    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
-        if (::osg::MaterialGroupPtr::dcast(up->getCore()) != ::osg::NullFC)
-            topmost = up;
-    }
-    return topmost;
+    return morva::osg::searchMaterialGroup(node);
 }
 
 void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
@@ -269,10 +259,10 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
     try {
         mergeInto(result, root, kd, setup);
     } catch (...) {
-        printMergeError();
+        printCaught(merge_failure);
     }
     if (!setup.silent)
-        std::cout << "done." << std::endl;
+        say({"done."});
     return result.release();
 }
 
