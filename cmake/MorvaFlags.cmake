@@ -1,6 +1,6 @@
 # Build types and the warning flags of our own code.
 #
-# Dev is optimised with assertions on. Exact results need -ffp-contract=off: a fused multiply-add
+# Dev is optimised. Exact results need -ffp-contract=off: a fused multiply-add
 # would change the last bit of planes and cut points.
 
 set(CMAKE_CXX_FLAGS_DEV "-O1 -g1")
@@ -13,6 +13,16 @@ add_compile_options(-ffp-contract=off)
 if(MORVA_SANITIZE)
     add_compile_options(-fsanitize=${MORVA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     add_link_options(-fsanitize=${MORVA_SANITIZE})
+endif()
+
+# The one switch of all checks of our own invariants, in any build type: assertions, validators at
+# the borders of stages, container pointers at every access.
+option(MORVA_VALIDATE "Check invariants while running" OFF)
+if(MORVA_VALIDATE)
+    add_compile_definitions(MORVA_VALIDATE)
+    add_compile_options(-UNDEBUG)
+else()
+    add_compile_definitions(NDEBUG)
 endif()
 
 add_library(morva_build_flags INTERFACE)

@@ -7,6 +7,7 @@
 #include "OpenSG/OSGThread.h"
 #include "OpenSG/OSGThreadManager.h"
 
+#include <cstdio>
 #include <cstdlib>
 #include <ostream>
 #include <vector>
@@ -69,6 +70,11 @@ FieldContainerPtr FieldContainer::getUntypedPtr() const {
     UInt8* self = reinterpret_cast<UInt8*>(const_cast<FieldContainer*>(this));
     return FieldContainerPtr::ofBlock(self - std::size_t(_aspectIndex) * _bytes,
                                       static_cast<UInt16>(_bytes));
+}
+
+void FieldContainerPtrBase::endAtDestroyed(UInt32 id) {
+    std::fprintf(stderr, "container %u is used after it was destroyed\n", id);
+    std::abort();
 }
 
 FieldContainerPtr::FieldContainerPtr(const FieldContainer& container)
@@ -142,6 +148,7 @@ FieldContainerPtr ContainerAllocator::make(std::size_t bytes, Construct construc
                                            const FieldContainerPtr& source) {
     const UInt32 aspects =
         source != NullFC ? source.head().aspects : ThreadManager::getNumAspects();
+    assert(bytes <= 0xFFFF); // pointers keep it in 16 bits
     const std::size_t total = sizeof(ContainerHead) + bytes * aspects;
     UInt8* block = static_cast<UInt8*>(::operator new(total, block_alignment));
 

@@ -227,37 +227,28 @@ void Geometry::unshareProperties() {
     });
 }
 
+namespace {
+
+template <class Iterator> Iterator atBegin(const GeometryPtr& geometry) {
+    Iterator begin(geometry);
+    begin.setToBegin();
+    return begin;
+}
+
+template <class Iterator> Iterator atEnd(const GeometryPtr& geometry) {
+    Iterator end(geometry);
+    end.setToEnd();
+    return end;
+}
+
+} // namespace
+
 PrimitiveIterator Geometry::beginPrimitives() const { return PrimitiveIterator(getPtr()); }
-
-PrimitiveIterator Geometry::endPrimitives() const {
-    PrimitiveIterator end(getPtr());
-    end.setToEnd();
-    return end;
-}
-
-TriangleIterator Geometry::beginTriangles() const {
-    TriangleIterator begin(getPtr());
-    begin.setToBegin();
-    return begin;
-}
-
-TriangleIterator Geometry::endTriangles() const {
-    TriangleIterator end(getPtr());
-    end.setToEnd();
-    return end;
-}
-
-LineIterator Geometry::beginLines() const {
-    LineIterator begin(getPtr());
-    begin.setToBegin();
-    return begin;
-}
-
-LineIterator Geometry::endLines() const {
-    LineIterator end(getPtr());
-    end.setToEnd();
-    return end;
-}
+PrimitiveIterator Geometry::endPrimitives() const { return atEnd<PrimitiveIterator>(getPtr()); }
+TriangleIterator Geometry::beginTriangles() const { return atBegin<TriangleIterator>(getPtr()); }
+TriangleIterator Geometry::endTriangles() const { return atEnd<TriangleIterator>(getPtr()); }
+LineIterator Geometry::beginLines() const { return atBegin<LineIterator>(getPtr()); }
+LineIterator Geometry::endLines() const { return atEnd<LineIterator>(getPtr()); }
 
 void Geometry::adjustVolume(Volume& volume) {
     auto* dynamic = dynamic_cast<DynamicVolume*>(&volume);

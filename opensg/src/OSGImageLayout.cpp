@@ -178,25 +178,23 @@ bool osgConvertPixels(Int32 dataType, UInt32 fromFormat, const UInt8* from, UInt
         return false;
     if (osgChannelsOf(fromFormat) == 0 || osgChannelsOf(toFormat) == 0)
         return false;
+    const auto convert = [&](auto channel) {
+        convertAll<decltype(channel)>(fromFormat, from, toFormat, to, count);
+        return true;
+    };
     switch (dataType) {
     case Image::OSG_UINT8_IMAGEDATA:
-        convertAll<UInt8>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(UInt8());
     case Image::OSG_INT16_IMAGEDATA:
-        convertAll<Int16>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(Int16());
     case Image::OSG_UINT16_IMAGEDATA:
-        convertAll<UInt16>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(UInt16());
     case Image::OSG_INT32_IMAGEDATA:
-        convertAll<Int32>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(Int32());
     case Image::OSG_UINT32_IMAGEDATA:
-        convertAll<UInt32>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(UInt32());
     case Image::OSG_FLOAT32_IMAGEDATA:
-        convertAll<Real32>(fromFormat, from, toFormat, to, count);
-        return true;
+        return convert(Real32());
     default:
         return false;
     }

@@ -4,6 +4,13 @@
 
 OSG_BEGIN_NAMESPACE
 
+/// To the element of this number; to the end if there is none.
+template <class Iterator> static void seekFromBegin(Iterator& it, Int32 index) {
+    it.setToBegin();
+    while (!it.isAtEnd() && index-- > 0)
+        ++it;
+}
+
 void PrimitiveIterator::setGeo(const NodePtr& node) {
     setGeo(node != NullFC ? GeometryPtr::dcast(node->getCore()) : GeometryPtr());
 }
@@ -64,11 +71,7 @@ void PrimitiveIterator::operator++() {
     readPrimitive();
 }
 
-void PrimitiveIterator::seek(Int32 index) {
-    setToBegin();
-    while (!isAtEnd() && index-- > 0)
-        ++*this;
-}
+void PrimitiveIterator::seek(Int32 index) { seekFromBegin(*this, index); }
 
 void TriangleIterator::setToBegin() {
     PrimitiveIterator::setToBegin();
@@ -77,11 +80,7 @@ void TriangleIterator::setToBegin() {
         nextPrimitive();
 }
 
-void TriangleIterator::seek(Int32 index) {
-    setToBegin();
-    while (!isAtEnd() && index-- > 0)
-        ++*this;
-}
+void TriangleIterator::seek(Int32 index) { seekFromBegin(*this, index); }
 
 void TriangleIterator::nextPrimitive() {
     do {
@@ -131,11 +130,7 @@ void LineIterator::setToBegin() {
         nextPrimitive();
 }
 
-void LineIterator::seek(Int32 index) {
-    setToBegin();
-    while (!isAtEnd() && index-- > 0)
-        ++*this;
-}
+void LineIterator::seek(Int32 index) { seekFromBegin(*this, index); }
 
 void LineIterator::nextPrimitive() {
     do {

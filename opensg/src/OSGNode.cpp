@@ -74,6 +74,7 @@ bool Node::isSelfOrAncestor(const NodePtr& node) const {
 
 // The caller holds a reference of the child's new place already.
 void Node::adopt(const NodePtr& child) {
+    assert(child.getRefCount() > 0);
     const NodePtr old = child->getParent();
     if (old != NullFC)
         old->subChild(child);
@@ -110,6 +111,7 @@ void Node::replaceChild(UInt32 index, const NodePtr& added) {
     adopt(child);
     // Taking the new child off this very node may have moved the old one.
     const Int32 place = findChild(replaced);
+    assert(place >= 0);
     _mfChildren.insert(_mfChildren.begin() + place, child);
     release(static_cast<UInt32>(place) + 1);
     invalidateVolume();

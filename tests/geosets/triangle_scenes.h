@@ -5,13 +5,13 @@
 
 #include "tests/support/test.h"
 
+#include <morva/geosets/morva_osg_geoset_rules.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/trees/kd_rules.h>
 #include <morva/trees/kd_tree.h>
-
-#include "../support/kd_checks.h"
 
 namespace tri {
 
@@ -243,45 +243,7 @@ cut_result cut(Geoset& geoset, unsigned long element, double plane, int axis) {
     });
 }
 
-/// First rule of a set-up geoset that does not hold, or an empty text.
-template <typename Geoset> std::string broken_rule_of(const Geoset& geoset) {
-    constexpr unsigned int corners = Geoset::corners;
-    if (geoset.size > geoset.wished_size)
-        return "size is at most wished_size";
-    if (geoset.size == 0)
-        return "";
-    const ::osg::GeoPositionsPtr positions = geoset.geometry->getPositions();
-    if (positions == ::osg::NullFC || positions->size() < corners * geoset.size)
-        return "positions hold every element";
-    if (geoset.vertex_count / corners != geoset.size)
-        return "vertex_count counts every element";
-    if (geoset.geometry->getLengths()->getValue(0) != corners * geoset.size)
-        return "the length is that of the elements";
-    for (std::size_t i = 0; i < geoset.size; ++i) {
-        const piece p = cornersOf(geoset, i);
-        for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
-            float low = p[0][axis], high = low; // a NaN stays, and one further on is passed over
-            for (const ::osg::Pnt3f& at : p) {
-                low = at[axis] < low ? at[axis] : low;
-                high = at[axis] > high ? at[axis] : high;
-            }
-            using morva::extents_on_axis;
-            float lo = 0, hi = 0;
-            extents_on_axis(geoset, static_cast<int>(axis)).read(i, lo, hi);
-            if (!same(lo, low) || !same(hi, high))
-                return "axis arrays agree with the positions";
-        }
-        if constexpr (corners == 3) {
-            if (geoset.simple_tris == nullptr)
-                continue;
-            const auto& t = geoset.simple_tris[i];
-            if (!same(numbersOf(p),
-                      {t.a[0], t.a[1], t.a[2], t.b[0], t.b[1], t.b[2], t.c[0], t.c[1], t.c[2]}))
-                return "simple_tris agree with the positions";
-        }
-    }
-    return "";
-}
+using morva::osg::broken_rule_of;
 
 enum class layout { plain, one_index, index_per_property };
 

@@ -44,6 +44,12 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
     }
 };
 
+/// Names of the fields of an element that becomes text and is read from it.
+#define OSG_TRAITS_NAMES(NAME)                                                                     \
+    static const Char8* getSName() { return "SF" NAME; }                                           \
+    static const Char8* getMName() { return "MF" NAME; }                                           \
+    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+
 #define OSG_NUMBERS_TRAITS(TYPE, COMPONENT, COUNT, NAME, SEPARATOR)                                \
     template <>                                                                                    \
     struct FieldDataTraits<TYPE> : public FieldTraitsNumbersBase<TYPE, COMPONENT, COUNT> {         \
@@ -51,9 +57,7 @@ struct FieldTraitsNumbersBase : public FieldTraitsPlainBase<T> {
             static const DataType& type = *new DataType(NAME, "Root");                             \
             return type;                                                                           \
         }                                                                                          \
-        static const Char8* getSName() { return "SF" NAME; }                                       \
-        static const Char8* getMName() { return "MF" NAME; }                                       \
-        enum { StringConvertable = ToStringConvertable | FromStringConvertable };                  \
+        OSG_TRAITS_NAMES(NAME)                                                                     \
         static void putToString(const TYPE& value, std::string& text) {                            \
             putNumbers(value, SEPARATOR, text);                                                    \
         }                                                                                          \
@@ -90,9 +94,7 @@ OSG_NUMBERS_TRAITS(Color4ub, UInt8, 4, "Color4ub", " ")
             static const DataType& type = *new DataType(NAME, "Root");                             \
             return type;                                                                           \
         }                                                                                          \
-        static const Char8* getSName() { return "SF" NAME; }                                       \
-        static const Char8* getMName() { return "MF" NAME; }                                       \
-        enum { StringConvertable = ToStringConvertable | FromStringConvertable };                  \
+        OSG_TRAITS_NAMES(NAME)                                                                     \
         static bool getFromString(TYPE& out, const Char8*& text) {                                 \
             out = static_cast<TYPE>(osgGetInteger(text)); /* wraps */                              \
             return true;                                                                           \
@@ -117,9 +119,7 @@ template <>
 struct OSG_BASE_DLLMAPPING FieldDataTraits<Matrix>
     : public FieldTraitsNumbersBase<Matrix, Real32, 16> {
     static const DataType& getType();
-    static const Char8* getSName() { return "SFMatrix"; }
-    static const Char8* getMName() { return "MFMatrix"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    OSG_TRAITS_NAMES("Matrix")
     static bool getFromString(Matrix& out, const Char8*& text);
     static void putToString(const Matrix& value, std::string& text);
 };
@@ -129,18 +129,14 @@ template <>
 struct OSG_BASE_DLLMAPPING FieldDataTraits<QuaternionBase<Real32>>
     : public FieldTraitsNumbersBase<QuaternionBase<Real32>, Real32, 4> {
     static const DataType& getType();
-    static const Char8* getSName() { return "SFQuaternion"; }
-    static const Char8* getMName() { return "MFQuaternion"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    OSG_TRAITS_NAMES("Quaternion")
     static bool getFromString(QuaternionBase<Real32>& out, const Char8*& text);
     static void putToString(const QuaternionBase<Real32>& value, std::string& text);
 };
 
 template <> struct OSG_BASE_DLLMAPPING FieldDataTraits<bool> : public FieldTraitsRecurseBase<bool> {
     static const DataType& getType();
-    static const Char8* getSName() { return "SFBool"; }
-    static const Char8* getMName() { return "MFBool"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    OSG_TRAITS_NAMES("Bool")
     /// True or false, in capitals or not; the value stays as it is for anything else.
     static bool getFromString(bool& out, const Char8*& text);
     static void putToString(const bool& value, std::string& text);
@@ -153,9 +149,7 @@ template <>
 struct OSG_BASE_DLLMAPPING FieldDataTraits<std::string>
     : public FieldTraitsRecurseBase<std::string> {
     static const DataType& getType();
-    static const Char8* getSName() { return "SFString"; }
-    static const Char8* getMName() { return "MFString"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    OSG_TRAITS_NAMES("String")
     /// Written in double quotes, with nothing escaped; read as it stands, quotes included.
     static bool getFromString(std::string& out, const Char8*& text);
     static void putToString(const std::string& value, std::string& text);
@@ -177,9 +171,7 @@ template <>
 struct OSG_BASE_DLLMAPPING FieldDataTraits<DynamicVolume>
     : public FieldTraitsRecurseBase<DynamicVolume> {
     static const DataType& getType();
-    static const Char8* getSName() { return "SFDynamicVolume"; }
-    static const Char8* getMName() { return "MFDynamicVolume"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
+    OSG_TRAITS_NAMES("DynamicVolume")
     static bool getFromString(DynamicVolume& out, const Char8*& text);
     static void putToString(const DynamicVolume& value, std::string& text);
 };
@@ -189,25 +181,18 @@ struct OSG_BASE_DLLMAPPING FieldDataTraits<DynamicVolume>
 OSG_BASE_DLLMAPPING FieldContainerPtr osgContainerOfId(UInt32 id);
 OSG_BASE_DLLMAPPING const Char8* osgInternName(const std::string& name);
 
-template <class BasePtr, class FC>
-struct FieldDataTraits<FCPtr<BasePtr, FC>> : public FieldTraitsRecurseBase<FCPtr<BasePtr, FC>> {
-    typedef FCPtr<BasePtr, FC> Pointer;
+template <class Pointer> struct FieldTraitsPointerBase : public FieldTraitsRecurseBase<Pointer> {
     typedef FieldTraitsRecurseBase<Pointer> Base;
 
-    static std::string baseName() { return std::string(FC::getClassName()) + "Ptr"; }
-    static const DataType& getType() {
-        static const DataType& type = *new DataType(osgInternName(baseName()), "FieldContainerPtr");
-        return type;
-    }
-    static const Char8* getSName() { return osgInternName("SF" + baseName()); }
-    static const Char8* getMName() { return osgInternName("MF" + baseName()); }
     enum { StringConvertable = Base::ToStringConvertable };
     static bool getFromString(Pointer&, const Char8*&) { return false; }
     static void putToString(const Pointer& value, std::string& text) {
         text = std::to_string(osgIdOrZero(value));
     }
     static UInt32 getBinSize(const Pointer&) { return sizeof(UInt32); }
-    static UInt32 getBinSize(const Pointer*, UInt32 count) { return count * sizeof(UInt32); }
+    static UInt32 getBinSize(const Pointer*, UInt32 count) {
+        return count * UInt32(sizeof(UInt32));
+    }
     static void copyToBin(BinaryDataHandler& out, const Pointer& value) {
         out.putValue(osgIdOrZero(value));
     }
@@ -224,35 +209,25 @@ struct FieldDataTraits<FCPtr<BasePtr, FC>> : public FieldTraitsRecurseBase<FCPtr
     }
 };
 
+template <class BasePtr, class FC>
+struct FieldDataTraits<FCPtr<BasePtr, FC>> : public FieldTraitsPointerBase<FCPtr<BasePtr, FC>> {
+    static std::string baseName() { return std::string(FC::getClassName()) + "Ptr"; }
+    static const DataType& getType() {
+        static const DataType& type = *new DataType(osgInternName(baseName()), "FieldContainerPtr");
+        return type;
+    }
+    static const Char8* getSName() { return osgInternName("SF" + baseName()); }
+    static const Char8* getMName() { return osgInternName("MF" + baseName()); }
+};
+
 template <>
 struct OSG_BASE_DLLMAPPING FieldDataTraits<FieldContainerPtr>
-    : public FieldTraitsRecurseBase<FieldContainerPtr> {
+    : public FieldTraitsPointerBase<FieldContainerPtr> {
     static const DataType& getType();
     static const Char8* getSName() { return "SFFieldContainerPtr"; }
     static const Char8* getMName() { return "MFFieldContainerPtr"; }
-    enum { StringConvertable = ToStringConvertable };
-    static bool getFromString(FieldContainerPtr&, const Char8*&) { return false; }
-    static void putToString(const FieldContainerPtr& value, std::string& text) {
-        text = std::to_string(osgIdOrZero(value));
-    }
-    static UInt32 getBinSize(const FieldContainerPtr&) { return sizeof(UInt32); }
-    static UInt32 getBinSize(const FieldContainerPtr*, UInt32 count) {
-        return count * UInt32(sizeof(UInt32));
-    }
-    static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr& value) {
-        out.putValue(osgIdOrZero(value));
-    }
-    static void copyToBin(BinaryDataHandler& out, const FieldContainerPtr* values, UInt32 count) {
-        FieldTraitsRecurseBase<FieldContainerPtr>::copyToBin(out, values, count);
-    }
-    static void copyFromBin(BinaryDataHandler& in, FieldContainerPtr& value) {
-        UInt32 id = 0;
-        in.getValue(id);
-        value = osgContainerOfId(id);
-    }
-    static void copyFromBin(BinaryDataHandler& in, FieldContainerPtr* values, UInt32 count) {
-        FieldTraitsRecurseBase<FieldContainerPtr>::copyFromBin(in, values, count);
-    }
 };
+
+#undef OSG_TRAITS_NAMES
 
 OSG_END_NAMESPACE

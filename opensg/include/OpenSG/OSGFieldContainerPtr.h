@@ -11,6 +11,10 @@
 // store + aspect * size: two loads. Copying a pointer never touches the reference count, and
 // comparing pointers never touches the container, which may be gone.
 // Threads: counts are atomic; a copy belongs to the threads of its aspect.
+//
+// Compiled with MORVA_VALIDATE, every access compares the pointer's number with the head's and ends
+// the program if the container is gone. Sizes and layout are the same with and without, so that
+// code of both kinds may share containers; each checks the accesses that were compiled into it.
 
 #include "OSGAspect.h"
 #include "OSGBaseTypes.h"
@@ -50,8 +54,8 @@ struct ChangedOrigin {
 /// Stands right before the copy of aspect 0.
 struct alignas(16) ContainerHead {
     std::atomic<Int32> references{0};
-    UInt32 id = 0;      ///< from 1 in order of creation, never reused
     UInt32 aspects = 0; ///< copies behind this head
+    UInt32 id = 0;      ///< from 1 in order of creation, never reused
 };
 
 /// The untyped part of all container pointers. Ordered by creation, so that maps keyed by
@@ -83,15 +87,28 @@ class OSG_BASE_DLLMAPPING FieldContainerPtrBase {
     UInt16 getParentFieldPos() const { return _parentPos; }
     void setParentFieldPos(UInt16 position) { _parentPos = position; }
 
-    UInt8* getBaseCPtr() const { return _store; }
-    UInt8* getAspectCPtr(UInt32 aspect) const { return _store + std::size_t(aspect) * _size; }
-
-    ContainerHead& head() const {
-        return *reinterpret_cast<ContainerHead*>(_store - sizeof(ContainerHead));
+    UInt8* getBaseCPtr() const { return livingStore(); }
+    UInt8* getAspectCPtr(UInt32 aspect) const {
+        return livingStore() + std::size_t(aspect) * _size;
     }
 
+    ContainerHead& head() const { return headOf(livingStore()); }
+
   protected:
-    UInt8* currentCopy() const { return _store + std::size_t(osgThreadAspect()) * _size; }
+    static ContainerHead& headOf(UInt8* store) {
+        return *reinterpret_cast<ContainerHead*>(store - sizeof(ContainerHead));
+    }
+    UInt8* currentCopy() const { return getAspectCPtr(osgThreadAspect()); }
+
+    /// Of a container that was not destroyed; null for null.
+    UInt8* livingStore() const {
+#ifdef MORVA_VALIDATE
+        if (_store != nullptr && headOf(_store).id != _id)
+            endAtDestroyed(_id);
+#endif
+        return _store;
+    }
+    [[noreturn]] static void endAtDestroyed(UInt32 id);
 
     UInt8* _store = nullptr;
     UInt16 _size = 0;
@@ -127,7 +144,7 @@ class OSG_BASE_DLLMAPPING FieldContainerPtr : public FieldContainerPtrBase {
         FieldContainerPtr made;
         made._store = store;
         made._size = bytes;
-        made._id = made.head().id;
+        made._id = headOf(store).id;
         return made;
     }
 };

@@ -56,6 +56,7 @@ template <class Ptr> class OwnedMField : public MField<Ptr> {
         this->_values.push_back(target);
     }
     void removeAt(UInt32 index) {
+        assert(index < this->_values.size());
         Ptr target = this->_values[index];
         this->_values.erase(this->_values.begin() + index);
         subRefCP(target);

@@ -26,6 +26,7 @@ struct GeoNumbers {
         return numbers;
     }
     UInt32 operator[](UInt32 i) const {
+        assert(i < size);
         if (bytes == 4)
             return reinterpret_cast<const UInt32*>(data)[i];
         if (bytes == 2)

@@ -1,26 +1,28 @@
 #pragma once
 
-// Checks the invariants of a built kd-tree; the result is the first rule that fails, in words, or
-// an empty text:
+// The invariants of a built kd-tree, as text of the first one that is broken:
 //
-//     EXPECT_EQ(broken_rule_of(tree, geoset), "");          whatever the setup was
-//     EXPECT_EQ(broken_rule_of(tree, geoset, setup), "");   depth, sides and duplicates as well
-
-#include "tests/support/test.h"
+//     validate("kd-tree", [&] { return broken_rule_of(tree, geoset, setup); });
+//
+// One thread, which builds neither tree nor geoset meanwhile.
 
 #include <morva/trees/geoset_access.h>
 #include <morva/trees/kd_records.h>
 
-namespace morva_test {
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
 
+namespace morva {
 namespace detail {
 
 /// Walks a tree in the order of its nodes and notes the first rule that fails.
 template <typename T, typename Geoset> class kd_walk {
   public:
-    kd_walk(const morva::kd_tree<T>& tree, const Geoset& geoset, const morva::kd_build_setup* setup)
+    kd_walk(const kd_tree<T>& tree, const Geoset& geoset, const kd_build_setup& setup)
         : tree_(tree), geoset_(geoset), setup_(setup) {
-        using morva::element_count;
         seen_.resize(static_cast<std::size_t>(element_count(geoset)), 0);
     }
 
@@ -41,8 +43,7 @@ template <typename T, typename Geoset> class kd_walk {
         rule(next_index_ == tree_.index_count, "leaves cover all indices");
         for (const unsigned int times : seen_) {
             rule(times > 0, "every element stands in a leaf");
-            rule(setup_ == nullptr || setup_->straddle_mode == 2 || times == 1,
-                 "no element stands twice");
+            rule(setup_.straddle_mode == 2 || times == 1, "no element stands twice");
         }
         return broken_;
     }
@@ -63,8 +64,8 @@ template <typename T, typename Geoset> class kd_walk {
     void node(std::uint64_t index) {
         if (index > tree_.node_count || index != next_node_++)
             return rule(false, "nodes stand in pre-order");
-        rule(setup_ == nullptr || path_.size() <= setup_->max_depth, "no node below max_depth");
-        const morva::kd_node<T>& here = tree_.nodes[index];
+        rule(path_.size() <= setup_.max_depth, "no node below max_depth");
+        const kd_node<T>& here = tree_.nodes[index];
         if (here.is_leaf())
             return leaf(here);
         if (here.axis > 2)
@@ -77,7 +78,7 @@ template <typename T, typename Geoset> class kd_walk {
         path_.pop_back();
     }
 
-    void leaf(const morva::kd_node<T>& here) {
+    void leaf(const kd_node<T>& here) {
         ++leaves_;
         fullest_ = std::max<std::uint64_t>(fullest_, here.count);
         if (here.first != next_index_ || here.first + here.count > tree_.index_count)
@@ -87,14 +88,13 @@ template <typename T, typename Geoset> class kd_walk {
             if (e >= seen_.size())
                 return rule(false, "indices are element numbers");
             ++seen_[static_cast<std::size_t>(e)];
-            if (setup_ != nullptr && setup_->straddle_mode != 1)
+            if (setup_.straddle_mode != 1)
                 sides(e);
         }
     }
 
     /// Elements that are never cut can be asked again why they are where they are.
     void sides(std::uint64_t e) {
-        using morva::extents_on_axis; // a geoset's own is found first, as the builds find it
         for (const side_of_plane& s : path_) {
             const auto extents = extents_on_axis(geoset_, s.axis);
             float lo = 0, hi = 0;
@@ -103,7 +103,7 @@ template <typename T, typename Geoset> class kd_walk {
             bool may_be_left = !above, may_be_right = above || !below;
             if (decltype(extents)::flat)
                 may_be_right = above;
-            else if (setup_->straddle_mode != 2) {
+            else if (setup_.straddle_mode != 2) {
                 may_be_left = !above && (below || s.plane > (hi - lo) * 0.5f + lo);
                 may_be_right = !may_be_left;
             }
@@ -111,9 +111,9 @@ template <typename T, typename Geoset> class kd_walk {
         }
     }
 
-    const morva::kd_tree<T>& tree_;
+    const kd_tree<T>& tree_;
     const Geoset& geoset_;
-    const morva::kd_build_setup* setup_;
+    const kd_build_setup& setup_;
     std::vector<unsigned int> seen_;
     std::vector<side_of_plane> path_;
     std::uint64_t next_node_ = 0, next_index_ = 0, leaves_ = 0, fullest_ = 0;
@@ -122,14 +122,13 @@ template <typename T, typename Geoset> class kd_walk {
 
 } // namespace detail
 
-/// The rules of structure: pre-order, leaves end to end, statistics, every element in a leaf; with
-/// a setup also depth, duplicates only in mode 2, and, where nothing is cut, every element on its
-/// side of every plane above it.
-template <typename T, typename Geoset, typename... Setup>
-std::string broken_rule_of(const morva::kd_tree<T>& tree, const Geoset& geoset,
-                           const Setup&... setup) {
-    const morva::kd_build_setup* given[] = {nullptr, &setup...};
-    return detail::kd_walk<T, Geoset>(tree, geoset, given[sizeof...(setup)]).run();
+/// The first rule that a tree breaks, or an empty text: nodes stand in pre-order and no deeper than
+/// `max_depth`, leaves lie end to end, statistics are right, every element is in a leaf, twice in
+/// mode 2 alone; where nothing is cut, each element is on its side of every plane above it.
+template <typename T, typename Geoset>
+std::string broken_rule_of(const kd_tree<T>& tree, const Geoset& geoset,
+                           const kd_build_setup& setup) {
+    return detail::kd_walk<T, Geoset>(tree, geoset, setup).run();
 }
 
-} // namespace morva_test
+} // namespace morva
