@@ -1,6 +1,9 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 
+#include <algorithm>
 #include <cmath>
+#include <iostream>
+#include <new>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -12,35 +15,6 @@
 namespace morva::osg {
 
 namespace {
-
-constexpr ::osg::UInt32 lines_code = 1;
-constexpr ::osg::UInt32 loop_code = 2;
-constexpr ::osg::UInt32 strip_code = 3;
-
-/// Calls `use` with the two ends of every line of a geometry.
-struct walk_lines {
-    template <typename Use>
-    void operator()(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
-                    const Use& use) const {
-        const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
-            if (length < 2 || type < lines_code || type > strip_code)
-                return;
-            const std::size_t end = first + length, step = type == lines_code ? 2 : 1;
-            std::size_t ends[2];
-            for (std::size_t v = first; v + 1 < end; v += step) {
-                ends[0] = v;
-                ends[1] = v + 1;
-                use(span<const std::size_t>(ends, 2));
-            }
-            if (type != loop_code)
-                return;
-            ends[0] = end - 1;
-            ends[1] = first;
-            use(span<const std::size_t>(ends, 2));
-        };
-        forEachPrimitive(geometry, vertices.size(), walk);
-    }
-};
 
 void copyEntries(float* const* from, const axis_arrays& to, std::uint64_t entries) {
     for (int axis = 0; axis < 3; ++axis)
@@ -112,12 +86,14 @@ void osg_line_geoset::clear() {
 }
 
 bool osg_line_geoset::resizeFieldContainers(unsigned int lines) {
-    return resizeOrMark(*this, std::size_t(corners) * lines);
+    geoset_fields fields = fieldsOf(*this);
+    return resizeOrMark(fields, corners, std::size_t(corners) * lines, resize_failed);
 }
 
 void osg_line_geoset::setWishedSize(unsigned long lines) {
     vertex_capacity = lines;
-    resizeOrMark(*this, std::size_t(corners) * lines);
+    geoset_fields fields = fieldsOf(*this);
+    resizeOrMark(fields, corners, std::size_t(corners) * lines, resize_failed);
 }
 
 void osg_line_geoset::setup() {
@@ -300,12 +276,6 @@ void osg_line_geoset::splitElement(unsigned long element, double plane, int axis
     calc_axis_min_max(added, added);
     ModifyObject(middle, b, old);
     pieces = 1;
-}
-
-unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset, bool toWorld,
-                     bool searchMaterial, bool writeIds, bool runSetup) {
-    return extractElements(node, geoset, "Morva_osg_line_geoset_tools", walk_lines(), toWorld,
-                           searchMaterial, writeIds, runSetup);
 }
 
 } // namespace morva::osg
