@@ -8,6 +8,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_single_index.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_twister.h>
 #include <morva/draworder/morva_osg_cacheopt.h>

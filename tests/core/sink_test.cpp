@@ -1,0 +1,151 @@
+#include <morva/core/morva_osg_sink.h>
+
+#include "tests/support/test.h"
+
+namespace {
+
+using morva::flush, morva::say, morva::sayError, morva::sayOverProgress, morva::sayProgress;
+
+/// A buffer of an application: nothing in it is locked, and "|" stands for each flush.
+class noted_buffer : public std::streambuf {
+  public:
+    std::string text;
+
+  private:
+    int_type overflow(int_type letter) override {
+        text += traits_type::to_char_type(letter);
+        return letter;
+    }
+    int sync() override {
+        text += '|';
+        return 0;
+    }
+};
+
+/// What a stage says in one go, on both streams.
+void speak() {
+    say({"Found ", std::to_string(20), " Materials."});
+    say({"first\nsecond"}, flush::no);
+    sayProgress(1, 9, {"\r", "11.1", "% "});
+    sayProgress(2, 9, {"\r22.2% "}, flush::no);
+    sayOverProgress({"Done.    "});
+    sayError({"No ", "Geo."});
+    say({""});
+}
+
+TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
+    noted_buffer out, error;
+    std::string heard;
+    const auto hear = [&heard](const char* where) {
+        return [&heard, where](std::string_view line) {
+            heard.append(where).append(line).append("\n");
+        };
+    };
+    const auto count = [&heard](std::size_t done, std::size_t total) {
+        heard += "P" + std::to_string(done) + "/" + std::to_string(total) + "\n";
+    };
+    const std::string lines = "Found 20 Materials.\n|first\nsecond\n", end = "Done.    \n|\n|";
+    const std::string numbers = "P1/9\nP2/9\n";
+    const struct {
+        const char* name;
+        morva::output_sink sink;
+        std::string out, error, heard;
+    } cases[] = {
+        {"none", {}, lines + "\r11.1% |\r22.2% \r" + end, "No Geo.\n|", ""},
+        {"progress alone", {nullptr, nullptr, count}, lines + end, "No Geo.\n|", numbers},
+        {"lines alone",
+         {hear("O"), nullptr, nullptr},
+         "\r11.1% |\r22.2% ",
+         "No Geo.\n|",
+         "OFound 20 Materials.\nOfirst\nOsecond\nODone.    \nO\n"},
+        {"all",
+         {hear("O"), hear("E"), count},
+         "",
+         "",
+         "OFound 20 Materials.\nOfirst\nOsecond\n" + numbers + "ODone.    \nENo Geo.\nO\n"},
+        {"none again", {}, lines + "\r11.1% |\r22.2% \r" + end, "No Geo.\n|", ""}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const stream_capture of_out(std::cout), of_error(std::cerr);
+        std::cout.rdbuf(&out);
+        std::cerr.rdbuf(&error);
+        std::cerr << std::nounitbuf;
+        std::cerr.tie(nullptr); // its flushes of the other stream would be noted, too
+        std::cout << std::hex << std::showbase; // as a caller may have left it
+        {
+            const morva::sink_scope scope(c.sink);
+            speak();
+        }
+        EXPECT_EQ(std::exchange(out.text, ""), c.out);
+        EXPECT_EQ(std::exchange(error.text, ""), c.error);
+        EXPECT_EQ(std::exchange(heard, ""), c.heard);
+    }
+}
+
+TEST(SinkThreads, WorkersSpeakInWholeLinesAndInTheirOrder) {
+    static constexpr std::size_t workers = 8, rounds = 300;
+    const auto workAll = [] {
+        std::vector<std::thread> threads;
+        for (std::size_t t = 0; t < workers; ++t) {
+            threads.emplace_back([t] {
+                for (std::size_t i = 0; i < rounds; ++i)
+                    say({"worker ", std::to_string(t), " line ", std::to_string(i)});
+            });
+        }
+        for (std::thread& thread : threads)
+            thread.join();
+    };
+    const auto check = [](const std::string& text) {
+        std::vector<std::size_t> next(workers, 0);
+        std::istringstream all(text);
+        for (std::string line; std::getline(all, line);) {
+            std::size_t worker = 0, number = 0;
+            char end = 0;
+            ASSERT_EQ(std::sscanf(line.c_str(), "worker %zu line %zu%c", &worker, &number, &end), 2)
+                << line;
+            ASSERT_EQ(number, next.at(worker)++);
+        }
+        EXPECT_EQ(next, std::vector<std::size_t>(workers, rounds));
+    };
+    {
+        const stream_capture out(std::cout); // a buffer that nobody locks
+        workAll();
+        check(out.text());
+    }
+    std::string heard;
+    const morva::sink_scope scope(
+        {[&heard](std::string_view line) { heard.append(line).append("\n"); }, nullptr, nullptr});
+    workAll();
+    check(heard);
+}
+
+/// What is said of an exception while it is handled.
+template <typename Error> void stopped(const Error& error) {
+    try {
+        throw error;
+    } catch (...) {
+        morva::printCaught({"bad_alloc caught: ", "Standard exception: ", "Error occured."});
+    }
+}
+
+TEST(Sink, SaysWhatWasCaughtAndOutlivesAHostThatThrows) {
+    const stream_capture error(std::cerr);
+    const auto all = [] {
+        stopped(std::bad_alloc());
+        stopped(std::runtime_error("broken"));
+        stopped(7);
+    };
+    all();
+    {
+        const auto refuse = [](std::string_view) { throw std::runtime_error("full"); };
+        const morva::sink_scope scope({refuse, refuse, nullptr});
+        all();
+        EXPECT_THROW(say({"line"}), std::runtime_error);
+        EXPECT_THROW(sayError({"line"}), std::runtime_error);
+    }
+    sayError({"after"});
+    EXPECT_EQ(error.text(), "bad_alloc caught: std::bad_alloc\nStandard exception: broken\n"
+                            "Error occured.\nafter\n");
+}
+
+} // namespace
