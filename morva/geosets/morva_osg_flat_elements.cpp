@@ -1,12 +1,11 @@
 #include <morva/geosets/morva_osg_flat_elements.h>
 
-#include <iostream>
-
 #include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -20,7 +19,7 @@ bool triedToResize(geoset_fields& fields, std::size_t rows) {
         fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
         return true;
     } catch (...) {
-        std::cout << "Error while resizing FieldContainers." << std::endl;
+        say({"Error while resizing FieldContainers."});
         return false;
     }
 }
@@ -81,7 +80,7 @@ int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, boo
         return 0;
     const ::osg::Char8* name = mapName(node, geometry);
     if (name == nullptr) {
-        std::cout << "Node has no name and will not get an IDmap." << std::endl;
+        say({"Node has no name and will not get an IDmap."});
         write_ids = false;
         return 0;
     }

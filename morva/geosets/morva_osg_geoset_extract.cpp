@@ -4,13 +4,12 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <exception>
-#include <iostream>
 #include <limits>
 #include <new>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_element_intake.h>
 #include <morva/geosets/morva_osg_element_offer.h>
@@ -27,30 +26,37 @@ namespace {
 /// What extraction into a kind of geoset says.
 struct extract_texts {
     const char* source; ///< start of what it says of a node
-    const char* geoset; ///< where an exception was caught
+    caught_texts caught;
 };
-constexpr extract_texts triangle_texts{"Morva_osg_geoset_tools", "osg_geoset"};
-constexpr extract_texts line_texts{"Morva_osg_line_geoset_tools", "morva::osg_line_geoset"};
-constexpr extract_texts point_texts{"Morva_osg_point_geoset_tools", "morva::osg_line_geoset"};
+constexpr extract_texts triangle_texts{"Morva_osg_geoset_tools",
+                                       {"bad_alloc caught in Extract geometry in osg_geoset: ",
+                                        "Standard exception in Extract geometry in osg_geoset: ",
+                                        "Error occured in Extract geometry in osg_geoset."}};
+constexpr caught_texts line_or_point{
+    "bad_alloc caught in Extract geometry in morva::osg_line_geoset: ",
+    "Standard exception in Extract geometry in morva::osg_line_geoset: ",
+    "Error occured in Extract geometry in morva::osg_line_geoset."};
+constexpr extract_texts line_texts{"Morva_osg_line_geoset_tools", line_or_point};
+constexpr extract_texts point_texts{"Morva_osg_point_geoset_tools", line_or_point};
 
 /// The geometry of a node that elements can be read from, or null after a message.
 ::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages) {
     if (node == ::osg::NullFC) {
-        std::cout << messages << "::Extract: No Node" << std::endl;
+        say({messages, "::Extract: No Node"});
         return ::osg::NullFC;
     }
     const ::osg::NodeCorePtr core = node->getCore();
     if (core == ::osg::NullFC) {
-        std::cout << messages << "::Extract: No Core" << std::endl;
+        say({messages, "::Extract: No Core"});
         return ::osg::NullFC;
     }
     if (!core->getType().isDerivedFrom(::osg::Geometry::getClassType())) {
-        std::cout << messages << "::Extract: No GeometryCore" << std::endl;
+        say({messages, "::Extract: No GeometryCore"});
         return ::osg::NullFC;
     }
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(core);
     if (geometry == ::osg::NullFC) {
-        std::cout << "No Geo." << std::endl;
+        say({"No Geo."});
         return ::osg::NullFC;
     }
     return canBeExtracted(geometry) ? geometry : ::osg::GeometryPtr(::osg::NullFC);
@@ -172,7 +178,7 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset,
     if (source == ::osg::NullFC)
         return 0;
     if (geoset.geometry == ::osg::NullFC) {
-        std::cout << "Morva_osg_geoset_tools::Extract: No Geometry in geoset!" << std::endl;
+        say({"Morva_osg_geoset_tools::Extract: No Geometry in geoset!"});
         return 0;
     }
     const element_offer offer = offerOf(source, Geoset::corners);
@@ -187,14 +193,8 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset,
     unsigned int rogue = 0;
     try {
         element_appender::append(node, source, geoset, offer, options, rogue);
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Extract geometry in " << texts.geoset << ": "
-                  << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Extract geometry in " << texts.geoset << ": "
-                  << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in Extract geometry in " << texts.geoset << "." << std::endl;
+        printCaught(texts.caught);
     }
     if (options.run_setup)
         geoset.setup();

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iostream>
 
 #include <OpenSG/OSGGeoFunctions.h>
 
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
@@ -216,7 +216,7 @@ void osg_geoset::convert() {
 
 void osg_geoset::setTriangle(osg_primitive& primitive, unsigned int index) const {
     if (index >= size) {
-        std::cout << "Morva::osg::osg_geoset: Index Error in PrepareTriangle." << std::endl;
+        say({"Morva::osg::osg_geoset: Index Error in PrepareTriangle."});
         if (size == 0)
             return;
         index = static_cast<unsigned int>(size - 1);

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cmath>
-#include <iostream>
+#include <cstdio>
 #include <new>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
@@ -52,17 +53,17 @@ bool cutPoint(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, double plane, ::osg:
               ::osg::Pnt3d& cut) {
     const double f = (a[axis] - plane) / (a[axis] - b[axis]);
     if (1e-5 >= f || f >= 0.99999) { // false for a NaN: the cut point tells
-        std::cout << "Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( " << f << " )."
-                  << std::endl;
+        char digits[40];
+        std::snprintf(digits, sizeof digits, "%g", f);
+        say({"Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( ", digits, " )."});
         return false;
     }
     for (::osg::UInt32 i = 0; i < 3; ++i) {
         cut[i] = (b[i] * f - a[i] * f) + a[i];
         if (std::isfinite(cut[i]))
             continue;
-        std::cout << "Morva::osg::osg_line_geoset::calcSplitPoint: Math-Error occured. "
-                     "Splitpoint is NaN."
-                  << std::endl;
+        say({"Morva::osg::osg_line_geoset::calcSplitPoint: Math-Error occured. "
+             "Splitpoint is NaN."});
         return false;
     }
     cut[axis] = plane;
@@ -189,7 +190,7 @@ bool osg_line_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& 
         }
         return true;
     } catch (const std::bad_alloc&) {
-        std::cerr << "Bad Alloc in Geoset while creating new Line." << std::endl;
+        sayError({"Bad Alloc in Geoset while creating new Line."});
     }
     return false;
 }

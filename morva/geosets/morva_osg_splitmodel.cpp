@@ -3,10 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <iostream>
 #include <iterator>
-#include <new>
+#include <string>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -23,6 +21,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_element_index.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
@@ -77,9 +76,9 @@ object_run validRun(const T& tree, const G& geoset, unsigned int first, unsigned
             run.kept.push_back(object);
             continue;
         }
-        std::cout << "Index out of bounce.( Splitmodel )" << std::endl;
-        std::cout << "I: " << first + i << " index: " << object << " num_objects: " << geoset.size
-                  << std::endl;
+        say({"Index out of bounce.( Splitmodel )"});
+        say({"I: ", std::to_string(first + i), " index: ", std::to_string(object),
+             " num_objects: ", std::to_string(geoset.size)});
     }
     run.objects = run.kept;
     return run;
@@ -256,7 +255,7 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     if (calcnormals && triangles)
         calculateNormals(geometry);
     if (opt < 0 || opt > 3) {
-        std::cout << "Splitmodel: OutputLevel " << opt << " not supported" << std::endl;
+        say({"Splitmodel: OutputLevel ", std::to_string(opt), " not supported"});
     }
     applyLevel(geometry, opt, &geoset);
     narrowIndices(geometry);
@@ -386,12 +385,9 @@ template <typename T, typename G>
         const object_run run = validRun(tree, geoset, first, count);
         fillGeometry(geometry, run, geoset, opt, calcnormals);
         return node.release();
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "Bad_Alloc caught in MakeGeoCore: " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in MakeGeoCore: " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in MakeGeoCore." << std::endl;
+        printCaught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
+                     "Error occured in MakeGeoCore."});
     }
     return emptyGeometryNode();
 }
