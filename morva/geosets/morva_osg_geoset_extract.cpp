@@ -80,13 +80,11 @@ void flatNormals(geoset_fields& fields, std::size_t begin, std::size_t end) {
     }
 }
 
-/// Writes a value to all rows of a property, `Concrete` in its usual form. Takes no reference:
-/// nobody may hold the property yet.
-template <typename Concrete, typename Role, typename Value>
-void fillRows(const Role& property, const Value& value) {
+/// Writes a value to all rows of a property. Takes no reference: nobody may hold it yet.
+template <typename Role, typename Value> void fillRows(const Role& property, const Value& value) {
     if (property == ::osg::NullFC)
         return;
-    const Concrete usual = Concrete::dcast(property);
+    const auto usual = usual_form<Role>::dcast(property);
     if (usual != ::osg::NullFC) {
         std::fill(usual->editField().begin(), usual->editField().end(), value);
         return;
@@ -251,29 +249,28 @@ unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset, bool 
 }
 
 bool hasTexCoords(const ::osg::GeometryPtr& geometry) {
-    return geometry->getTexCoords() != ::osg::NullFC ||
-           geometry->getTexCoords1() != ::osg::NullFC ||
-           geometry->getTexCoords2() != ::osg::NullFC || geometry->getTexCoords3() != ::osg::NullFC;
+    bool has = false;
+    for (std::size_t unit = 0; unit < 4; ++unit)
+        has = has || geometry->getProperty(mappingBit(textureUnit(unit))) != nullptr;
+    return has;
 }
 
 void dropTexCoords(const ::osg::GeometryPtr& geometry) {
     const geometry_edit edit(geometry);
-    geometry->setTexCoords(::osg::NullFC);
-    geometry->setTexCoords1(::osg::NullFC);
-    geometry->setTexCoords2(::osg::NullFC);
-    geometry->setTexCoords3(::osg::NullFC);
+    for (std::size_t unit = 0; unit < 4; ++unit)
+        setProperty(geometry, textureUnit(unit), ::osg::NullFC);
 }
 
 void fillFCwithValue(const ::osg::GeoColorsPtr& property, const ::osg::Color3f& value) {
-    fillRows<::osg::GeoColors3fPtr>(property, value);
+    fillRows(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoTexCoordsPtr& property, const ::osg::Vec2f& value) {
-    fillRows<::osg::GeoTexCoords2fPtr>(property, value);
+    fillRows(property, value);
 }
 
 void fillFCwithValue(const ::osg::GeoNormalsPtr& property, const ::osg::Vec3f& value) {
-    fillRows<::osg::GeoNormals3fPtr>(property, value);
+    fillRows(property, value);
 }
 
 } // namespace morva::osg
