@@ -15,41 +15,6 @@ namespace morva::osg {
 
 namespace {
 
-unsigned int primitivesOf(unsigned int type, unsigned int length) {
-    switch (type) {
-    case 0:
-        return length;
-    case 1:
-    case 7:
-        return length / 2;
-    case 4:
-        return length / 3;
-    case 5:
-    case 6:
-    case 9:
-        return length - 2;
-    default:
-        return 0;
-    }
-}
-
-/// Class bit of a primitive type: points 1, lines 2, triangles 4, none 0.
-unsigned int classBit(unsigned int type) {
-    if (type == 0)
-        return 1;
-    if (type == 1)
-        return 2;
-    return (type >= 4 && type <= 7) || type == 9 ? 4 : 0;
-}
-
-/// Primitives that have both a type and a length.
-::osg::UInt32 listedPrimitives(const ::osg::GeometryPtr& geometry) {
-    if (geometry == ::osg::NullFC || geometry->getTypes() == ::osg::NullFC ||
-        geometry->getLengths() == ::osg::NullFC)
-        return 0;
-    return std::min(geometry->getTypes()->size(), geometry->getLengths()->size());
-}
-
 template <typename Ptr> bool isLonger(const Ptr& property, unsigned int threshold) {
     return property != ::osg::NullFC && property->size() > threshold;
 }
@@ -63,29 +28,6 @@ double triangle_area(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::
     const float t = u.dot(u) * v.dot(v) - uv * uv;
     const double area = 0.5 * std::sqrt(static_cast<double>(t));
     return std::isfinite(area) ? area : 0.0;
-}
-
-unsigned int getNumberOfPrimitives(const ::osg::NodePtr& node) {
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    unsigned int sum = 0;
-    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
-        sum += primitivesOf(geometry->getTypes()->getValue(i), geometry->getLengths()->getValue(i));
-    return sum;
-}
-
-unsigned int getNumberOfPrimitives(std::vector<::osg::NodePtr> nodes) {
-    unsigned int sum = 0;
-    for (const ::osg::NodePtr& node : nodes)
-        sum += getNumberOfPrimitives(node);
-    return sum;
-}
-
-unsigned int getNumberOfPrimitiveTypes(const ::osg::NodePtr& node) {
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    unsigned int classes = 0;
-    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
-        classes |= classBit(geometry->getTypes()->getValue(i));
-    return (classes & 1) + (classes >> 1 & 1) + (classes >> 2 & 1);
 }
 
 unsigned int getVertexCountOfPrimitiveType(int primitive_class) {

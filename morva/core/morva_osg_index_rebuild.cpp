@@ -15,8 +15,8 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 
 #include <algorithm>
-#include <array>
 #include <cmath>
+#include <iterator>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_columns.h>
@@ -28,8 +28,8 @@ using ::osg::UInt32;
 
 namespace {
 
-using two_floats = std::array<float, 2>;
-using three_floats = std::array<float, 3>;
+using two_floats = ::osg::Vec2f;
+using three_floats = ::osg::Vec3f;
 using made_property = ::osg::RefPtr<::osg::AttachmentPtr>;
 
 /// A row that leads nowhere reads as zero.
@@ -38,7 +38,8 @@ template <typename Value> Value valueAt(const span<const Value>& values, UInt32 
 }
 
 template <typename Value> span<const float> floatsOf(const std::vector<Value>& values) {
-    return {values.empty() ? nullptr : values[0].data(), values.size() * Value().size()};
+    return {values.empty() ? nullptr : &values[0][0],
+            values.size() * sizeof(Value) / sizeof(float)};
 }
 
 /// The corners of all triangles, and their rows in the properties that there are.
@@ -106,7 +107,7 @@ void replaceAll(const ::osg::GeometryPtr& geometry, const corner_table& table,
     for (const ::osg::UInt16 bits : mapping)
         geometry->editMFIndexMapping()->push_back(bits);
     for (std::size_t i = 0; i < table.width; ++i)
-        setProperty(geometry, table.properties[i], made[i]);
+        setProperty(geometry, table.properties[i], made[i].get());
     geometry->setIndices(indices.get());
     geometry->setTypes(types.get());
     geometry->setLengths(lengths.get());
@@ -208,8 +209,7 @@ template <bool Running> class corner_values {
         bool signed_zero = false;
         for (const UInt32 corner : corners) {
             values.push_back(value<Value>(corner, column));
-            for (const float component : values.back())
-                signed_zero = signed_zero || (component == 0.0F && std::signbit(component));
+            signed_zero = signed_zero || hasNegativeZero(values.back());
         }
         if (signed_zero)
             unifyZeros(values);
@@ -223,6 +223,13 @@ template <bool Running> class corner_values {
             return values.data()[corner];
         else
             return valueAt(values, table.row(corner, column));
+    }
+
+    template <typename Value> static bool hasNegativeZero(const Value& value) {
+        bool found = false;
+        for (std::size_t i = 0; i < sizeof(Value) / sizeof(float); ++i)
+            found = found || (value[i] == 0.0F && std::signbit(value[i]));
+        return found;
     }
 
     /// Replaces every value by the first one that is equal.
