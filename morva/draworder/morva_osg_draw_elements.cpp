@@ -262,12 +262,12 @@ std::vector<std::uint32_t> numberCorners(const draw_elements& elements, std::siz
 
 piece_writer::piece_writer(const draw_elements& source,
                            const std::vector<std::uint32_t>& draw_order)
-    : m_source(source), m_order(draw_order) {
+    : source_(source), order_(draw_order) {
     for (std::size_t i = 0; i < draw_elements::properties; ++i) {
         if (!source.has(i))
             continue;
-        m_number_of[i].resize(source.sizeOf(i) + 1, 0);
-        ++m_width;
+        number_of_[i].resize(source.sizeOf(i) + 1, 0);
+        ++width_;
     }
 }
 
@@ -275,12 +275,12 @@ piece_writer::piece_writer(const draw_elements& source,
 std::vector<std::uint32_t> piece_writer::numberColumn(std::size_t property, std::size_t first,
                                                       std::size_t end, std::uint32_t* cells) {
     std::vector<std::uint32_t> rows;
-    std::vector<std::uint32_t>& number_of = m_number_of[property];
-    const std::uint32_t before = m_numbered[property];
+    std::vector<std::uint32_t>& number_of = number_of_[property];
+    const std::uint32_t before = numbered_[property];
     for (std::size_t i = first; i < end; ++i) {
-        const std::size_t corner = std::size_t(m_order[i]) * m_source.corners;
-        for (unsigned k = 0; k < m_source.corners; ++k, cells += m_width) {
-            const std::uint32_t row = m_source.index(corner + k, property);
+        const std::size_t corner = std::size_t(order_[i]) * source_.corners;
+        for (unsigned k = 0; k < source_.corners; ++k, cells += width_) {
+            const std::uint32_t row = source_.index(corner + k, property);
             if (number_of[row] <= before) { // numbered for an earlier piece, or never
                 rows.push_back(row);
                 number_of[row] = before + static_cast<std::uint32_t>(rows.size());
@@ -288,7 +288,7 @@ std::vector<std::uint32_t> piece_writer::numberColumn(std::size_t property, std:
             *cells = number_of[row] - before - 1;
         }
     }
-    m_numbered[property] += static_cast<std::uint32_t>(rows.size());
+    numbered_[property] += static_cast<std::uint32_t>(rows.size());
     return rows;
 }
 
@@ -300,10 +300,10 @@ piece_writer::numberColumns(std::size_t first, std::size_t end, span<std::uint32
         return rows;
     std::size_t column = 0, column_of[draw_elements::properties] = {};
     for (std::size_t i = 0; i < draw_elements::properties; ++i) {
-        if (!m_source.has(i))
+        if (!source_.has(i))
             continue;
         std::size_t same = 0; // a property that shares the index, at the latest itself
-        while (m_source.offset[same] != m_source.offset[i])
+        while (source_.offset[same] != source_.offset[i])
             ++same;
         column_of[i] = column;
         std::uint32_t* const to = cells.data() + column++;
@@ -312,33 +312,33 @@ piece_writer::numberColumns(std::size_t first, std::size_t end, span<std::uint32
             continue;
         }
         rows[i] = rows[same];
-        for (std::size_t c = 0; c < cells.size(); c += m_width)
+        for (std::size_t c = 0; c < cells.size(); c += width_)
             to[c] = cells[c + column_of[same]];
     }
     return rows;
 }
 
 void piece_writer::write(std::size_t first, std::size_t end, const ::osg::GeometryPtr& geometry) {
-    const std::size_t corners = (end - first) * m_source.corners;
+    const std::size_t corners = (end - first) * source_.corners;
     geometry->getLengths()->addValue(static_cast<::osg::UInt32>(corners));
     const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> index(::osg::GeoIndicesUI32::create());
-    index->editField().resize(corners * m_width);
+    index->editField().resize(corners * width_);
     const span<::osg::UInt32> cells = editSpan(index.get());
 
     const auto rows = numberColumns(first, end, cells);
-    if (m_source.has(3))
-        geometry->setTexCoords(made<::osg::GeoTexCoords2f>(m_source.texcoords, rows[3]).get());
-    if (m_source.has(2))
-        geometry->setColors(made<::osg::GeoColors3f>(m_source.colors, rows[2]).get());
-    if (m_source.has(1))
-        geometry->setNormals(made<::osg::GeoNormals3f>(m_source.normals, rows[1]).get());
-    if (m_source.has(4))
-        geometry->setTexCoords7(made<::osg::GeoTexCoords2f>(m_source.texcoords7, rows[4]).get());
-    pickValues(m_source.positions, rows[0],
+    if (source_.has(3))
+        geometry->setTexCoords(made<::osg::GeoTexCoords2f>(source_.texcoords, rows[3]).get());
+    if (source_.has(2))
+        geometry->setColors(made<::osg::GeoColors3f>(source_.colors, rows[2]).get());
+    if (source_.has(1))
+        geometry->setNormals(made<::osg::GeoNormals3f>(source_.normals, rows[1]).get());
+    if (source_.has(4))
+        geometry->setTexCoords7(made<::osg::GeoTexCoords2f>(source_.texcoords7, rows[4]).get());
+    pickValues(source_.positions, rows[0],
                ::osg::GeoPositions3fPtr::dcast(geometry->getPositions()));
     geometry->setIndices(index.get());
     for (std::size_t i = 0; i < draw_elements::properties; ++i) {
-        if (m_source.has(i))
+        if (source_.has(i))
             geometry->editMFIndexMapping()->push_back(mapping_bits[i]);
     }
 }

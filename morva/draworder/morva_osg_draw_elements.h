@@ -87,12 +87,12 @@ class piece_writer {
     std::vector<std::uint32_t> numberColumn(std::size_t property, std::size_t first,
                                             std::size_t end, std::uint32_t* cells);
 
-    const draw_elements& m_source;
-    const std::vector<std::uint32_t>& m_order;
-    std::size_t m_width = 0; ///< properties that there are
+    const draw_elements& source_;
+    const std::vector<std::uint32_t>& order_;
+    std::size_t width_ = 0; ///< properties that there are
     /// Per property and index: number of the value, counted over all pieces from 1 on.
-    std::array<std::vector<std::uint32_t>, draw_elements::properties> m_number_of;
-    std::array<std::uint32_t, draw_elements::properties> m_numbered{};
+    std::array<std::vector<std::uint32_t>, draw_elements::properties> number_of_;
+    std::array<std::uint32_t, draw_elements::properties> numbered_{};
 };
 
 } // namespace morva::osg

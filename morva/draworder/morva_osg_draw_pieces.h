@@ -4,7 +4,6 @@
 // group of its pieces.
 
 #include <cstddef>
-#include <iostream>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
@@ -14,6 +13,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cache_walk.h>
 #include <morva/draworder/morva_osg_draw_elements.h>
@@ -82,7 +82,7 @@ template <typename Rules, typename Create>
     try {
         buildPieces<Rules>(source, limit, perProperty, create, result);
     } catch (...) {
-        std::cout << "Error occured in morva_osg_cacheopt." << std::endl;
+        say({"Error occured in morva_osg_cacheopt."});
     }
     return result;
 }
