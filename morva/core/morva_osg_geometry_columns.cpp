@@ -1,18 +1,10 @@
 #include <morva/core/morva_osg_geometry_columns.h>
 
-#include <type_traits>
-
 namespace morva::osg {
 
 using ::osg::UInt32;
 
 namespace {
-
-/// The stored form that columns point into and that properties are made in, by role.
-::osg::GeoPositions3fPtr usualForm(const ::osg::GeoPositionsPtr&) { return {}; }
-::osg::GeoNormals3fPtr usualForm(const ::osg::GeoNormalsPtr&) { return {}; }
-::osg::GeoColors3fPtr usualForm(const ::osg::GeoColorsPtr&) { return {}; }
-::osg::GeoTexCoords2fPtr usualForm(const ::osg::GeoTexCoordsPtr&) { return {}; }
 
 template <typename Value> void takeBlock(const property_block<Value>& block, property_column& to) {
     to.width = sizeof(Value) / sizeof(float);
@@ -92,7 +84,7 @@ std::size_t plainRun(const geometry_columns& columns, UInt32 type, std::size_t e
                                                  vertex_property which, span<const float> values) {
     ::osg::RefPtr<::osg::AttachmentPtr> result;
     withProperty(geometry, geometry, which, [&](const auto& property, const auto&) {
-        const auto made = decltype(usualForm(property))::StoredObjectType::create();
+        const auto made = usual_form<decltype(property)>::StoredObjectType::create();
         result = made;
         using value = std::decay_t<decltype(made->editField()[0])>;
         made->editField().resize(values.size() * sizeof(float) / sizeof(value));
@@ -103,9 +95,9 @@ std::size_t plainRun(const geometry_columns& columns, UInt32 type, std::size_t e
 }
 
 void setProperty(const ::osg::GeometryPtr& geometry, vertex_property which,
-                 const ::osg::RefPtr<::osg::AttachmentPtr>& made) {
+                 const ::osg::AttachmentPtr& made) {
     withProperty(geometry, geometry, which, [&](const auto& property, const auto& take) {
-        take(std::decay_t<decltype(property)>::dcast(made.get()));
+        take(std::decay_t<decltype(property)>::dcast(made));
     });
 }
 

@@ -34,6 +34,7 @@
 #include <cstdint>
 #include <limits>
 #include <memory>
+#include <type_traits>
 
 #include <OpenSG/OSGGL.h>
 #include <OpenSG/OSGGeometry.h>
@@ -66,6 +67,12 @@ constexpr std::size_t vertex_properties = 12;
 /// Bit of a property in an index mapping: Geometry::MapPosition, ...
 constexpr ::osg::UInt16 mappingBit(vertex_property property) {
     return static_cast<::osg::UInt16>(1U << static_cast<unsigned>(property));
+}
+
+/// Coordinate set `unit`, 0 to 7.
+constexpr vertex_property textureUnit(std::size_t unit) {
+    return static_cast<vertex_property>(static_cast<std::size_t>(vertex_property::texcoords) +
+                                        unit);
 }
 
 /// What index rebuilding and draw orders work on; indices per property come in this order.
@@ -342,6 +349,14 @@ void withProperty(const ::osg::GeometryPtr& from, const ::osg::GeometryPtr& to,
 #undef MORVA_PROPERTY
 }
 
+/// The usual form of a role, as a pointer: GeoPositions3fPtr for GeoPositionsPtr, ...
+template <typename Role> struct usual_form_of;
+template <> struct usual_form_of<::osg::GeoPositionsPtr> { using type = ::osg::GeoPositions3fPtr; };
+template <> struct usual_form_of<::osg::GeoNormalsPtr> { using type = ::osg::GeoNormals3fPtr; };
+template <> struct usual_form_of<::osg::GeoColorsPtr> { using type = ::osg::GeoColors3fPtr; };
+template <> struct usual_form_of<::osg::GeoTexCoordsPtr> { using type = ::osg::GeoTexCoords2fPtr; };
+template <typename Role> using usual_form = typename usual_form_of<std::decay_t<Role>>::type;
+
 /// Rows of floats as a property of the usual form, for setProperty(). The geometry stays as it is.
 ///
 /// values  2 floats for each row of coordinates, else 3
@@ -350,8 +365,8 @@ MORVA_API ::osg::RefPtr<::osg::AttachmentPtr> makeProperty(const ::osg::Geometry
                                                            vertex_property property,
                                                            span<const float> values);
 
-/// Gives a geometry what makeProperty() made. Cannot fail.
+/// Gives a geometry another property, or null, whose role is known to fit.
 MORVA_API void setProperty(const ::osg::GeometryPtr& geometry, vertex_property property,
-                           const ::osg::RefPtr<::osg::AttachmentPtr>& made);
+                           const ::osg::AttachmentPtr& made);
 
 } // namespace morva::osg

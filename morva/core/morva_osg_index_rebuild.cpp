@@ -106,7 +106,7 @@ void replaceAll(const ::osg::GeometryPtr& geometry, const corner_table& table,
     for (const ::osg::UInt16 bits : mapping)
         geometry->editMFIndexMapping()->push_back(bits);
     for (std::size_t i = 0; i < table.width; ++i)
-        setProperty(geometry, table.properties[i], made[i]);
+        setProperty(geometry, table.properties[i], made[i].get());
     geometry->setIndices(indices.get());
     geometry->setTypes(types.get());
     geometry->setLengths(lengths.get());

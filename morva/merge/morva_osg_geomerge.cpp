@@ -11,11 +11,11 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
-#include <morva/geosets/morva_osg_triangle_walk.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_task_list.h>
 #include <morva/merge/threadHandler.h>
@@ -113,7 +113,7 @@ void giveLengths(const ::osg::NodePtr& node) {
     const ::osg::GeoPLengthsUI32Ptr lengths = ::osg::GeoPLengthsUI32::create();
     own->setLengths(lengths);
     lengths->editField().resize(core->getTypes()->size(),
-                                static_cast<::osg::UInt32>(verticesOf(core)));
+                                static_cast<::osg::UInt32>(cornersOf(core)));
     if (const ::osg::Char8* name = ::osg::getName(core))
         ::osg::setName(own.get(), name);
     reportWhole(own.get());
