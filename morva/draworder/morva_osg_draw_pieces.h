@@ -43,8 +43,7 @@ draw_order orderElements(const draw_elements& elements, unsigned int limit, bool
             positions[i] = elements.index(i, 0);
         vertices = positions;
     }
-    return cache_walk<Rules>(vertices, elements.positions.size(), elements.numbers, columns, limit)
-        .run();
+    return cache_walk<Rules>(vertices, elements.sizeOf(0), elements.numbers, columns, limit).run();
 }
 
 /// Reads, orders and writes the elements of `source` into pieces below `result`, each in a
@@ -52,9 +51,8 @@ draw_order orderElements(const draw_elements& elements, unsigned int limit, bool
 template <typename Rules, typename Create>
 void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
                  const Create& create, const ::osg::NodePtr& result) {
-    constexpr bool triangles = Rules::corners == 3;
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(source->getCore());
-    const auto elements = readElements<Rules::corners>(geometry, triangles, triangles);
+    const auto elements = readElements<Rules::corners>(geometry, Rules::corners == 3);
     const draw_order order = orderElements<Rules>(elements, limit, perProperty);
 
     const ::osg::MaterialPtr material = getMaterial(source);
