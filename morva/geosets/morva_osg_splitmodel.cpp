@@ -281,7 +281,7 @@ template <typename T> unsigned int firstBelow(const T& tree, int node) {
         return 0;
     while (!tree.nodes[node].is_leaf())
         ++node;
-    return tree.nodes[node].first;
+    return tree.nodes[node].range_first();
 }
 
 /// Objects below each node of a subtree, counted once.
@@ -303,10 +303,10 @@ class cell_counts {
             counts.resize(place + 1);
         unsigned int count = 0;
         if (tree.nodes[node].is_leaf()) {
-            count = tree.nodes[node].count;
+            count = tree.nodes[node].range_count();
         } else {
             count = fill(tree, node + 1);
-            count += fill(tree, static_cast<int>(tree.nodes[node].right));
+            count += fill(tree, tree.nodes[node].right_child());
         }
         counts[place] = count;
         return count;
@@ -346,7 +346,7 @@ template <typename T, typename G>
         return context.core(first, context.counts.at(node));
     }
     const int left_node = node + 1;
-    const int right_node = static_cast<int>(tree.nodes[node].right);
+    const int right_node = tree.nodes[node].right_child();
     const unsigned int left = context.counts.at(left_node);
     const unsigned int right = context.counts.at(right_node);
     const bool fits = std::uint64_t(left) + right <= context.limit;
@@ -400,11 +400,11 @@ template <typename T, typename G>
     unsigned int left = 0;
     unsigned int right = 0;
     if (hasNode(tree, node) && !tree.nodes[node].is_leaf()) {
-        const auto right_node = static_cast<unsigned int>(tree.nodes[node].right);
+        const auto right_node = static_cast<unsigned int>(tree.nodes[node].right_child());
         left = static_cast<unsigned int>(triangle_count(tree, static_cast<unsigned>(node) + 1));
         right = static_cast<unsigned int>(triangle_count(tree, right_node));
     } else if (hasNode(tree, node)) {
-        left = tree.nodes[node].count;
+        left = tree.nodes[node].range_count();
     }
     addFresh(group.get(), MakeGeoCore(tree, geoset, first, left, opt, calcnormals));
     addFresh(group.get(), MakeGeoCore(tree, geoset, first + left, right, opt, calcnormals));

@@ -25,13 +25,15 @@
 // Method: surface area heuristic, "Heuristics for Ray Tracing Using Space Subdivision",
 // MacDonald and Booth, 1990.
 
+#include <morva/core/morva_osg_sink.h>
 #include <morva/trees/geoset_access.h>
 #include <morva/trees/kd_records.h>
 
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <iostream>
+#include <locale>
+#include <sstream>
 
 namespace morva {
 
@@ -114,9 +116,11 @@ struct kd_strategy_ObjMedian {
                 extents.read(indices[p], lo, hi);
                 if (!std::isnan(lo) && !std::isnan(hi))
                     continue;
-                std::cout << "Found NAN in kd_strategy_ObjMedian!\n";
-                std::cout << "AXIS: " << a << " Index: " << indices[p] << " MIN: " << lo
-                          << " MAX: " << hi << "\n";
+                std::ostringstream text;
+                text.imbue(std::locale::classic());
+                text << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << a
+                     << " Index: " << indices[p] << " MIN: " << lo << " MAX: " << hi;
+                say({text.str()}, flush::no);
             }
         }
         return static_cast<float>(box_middle(box, axis));
