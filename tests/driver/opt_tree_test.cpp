@@ -39,22 +39,16 @@ std::string settings(const std::string& cacheopt = "0", const std::string& idmap
 }
 
 TEST(OptTree, WithoutAStageTheGivenRootComesBackUnderItsParent) {
-    const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
-    const node_ref root(parent->getChild(1));
-    const stream_capture out(std::cout);
-    std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
-    EXPECT_EQ(morva::osg::optTree(root.get(), "maxtris(0)"), root.get());
-    EXPECT_EQ(parent->findChild(root.get()), 2) << "at the end of the list";
-    EXPECT_EQ(out.text(), first_line + settings());
-}
-
-TEST(OptTree, TheEmptyStringLeavesTheRootOffItsParent) {
-    const node_ref parent(group({twoParts()}));
-    const node_ref root(parent->getChild(0));
-    const run made = optimise(root.get(), "");
-    EXPECT_EQ(made.result, root);
-    EXPECT_EQ(root->getParent(), ::osg::NullFC);
-    EXPECT_EQ(made.printed, first_line);
+    for (const std::string parameters : {"maxtris(0)", ""}) {
+        const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
+        const node_ref root(parent->getChild(1));
+        const stream_capture out(std::cout);
+        std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+        EXPECT_EQ(morva::osg::optTree(root.get(), parameters), root.get());
+        // At the end of the list; of the empty text it stays off for good.
+        EXPECT_EQ(parent->findChild(root.get()), parameters.empty() ? -1 : 2);
+        EXPECT_EQ(out.text(), first_line + (parameters.empty() ? "" : settings()));
+    }
 }
 
 TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
@@ -146,20 +140,21 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         EXPECT_EQ(described(morva::osg::planOf(parameters)), expected) << parameters;
 }
 
-TEST(OptTree, OneGeometryReducesMaterials) {
-    const node_ref root(
-        group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
-               meshNode(quads(3), simple({0, 0, 1}))}));
-    const run made = optimise(root.get(), "onegeometry(true)");
-    EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U);
-}
-
-TEST(OptTree, SwitchesAndLevelsGiveWayBeforeTheMerge) {
-    const node_ref root(group({switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
-                               detailed({meshNode(quads(2)), meshNode(quads(7))})}));
-    EXPECT_EQ(worldMesh(optimise(root.get(), "maxtris(100)").result.get()).size(), 0U);
-    const run made = optimise(root.get(), "maxtris(100),removelod(1),removeswitch(1)");
-    EXPECT_EQ(worldMesh(made.result.get()).size(), 12U);
+TEST(OptTree, StagesOnTheInputComeBeforeTheMerge) {
+    const std::tuple<const char*, std::size_t, std::size_t> rows[] = {
+        {"maxtris(100)", 28, 3},
+        {"maxtris(100),removelod(1),removeswitch(1)", 40, 4},
+        {"onegeometry(true)", 28, 1}};
+    for (const auto& [parameters, triangles, cores] : rows) {
+        const node_ref root(
+            group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(3), simple({0, 0, 1})),
+                   meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
+                   switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
+                   detailed({meshNode(quads(2)), meshNode(quads(7))})}));
+        const run made = optimise(root.get(), parameters);
+        EXPECT_EQ(worldMesh(made.result.get()).size(), triangles) << parameters;
+        EXPECT_EQ(geometryNodes(made.result.get()).size(), cores) << parameters;
+    }
 }
 
 TEST(OptTree, TheRootCarriesTheIdMapOfItsRunAlone) {
@@ -182,22 +177,6 @@ TEST(OptTree, TheRootCarriesTheIdMapOfItsRunAlone) {
         EXPECT_EQ(morva::osg::getIDmapHandler().prefix, "p");
         EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U) << "the run gave it back";
     }
-}
-
-TEST(OptTree, LeavesNoContainersBehind) {
-    for (const char* parameters :
-         {"flat(true)", "maxtris(1)", "maxtris(3),opt(0)", "maxtris(2),opt(2)", "maxtris(2),opt(3)",
-          "maxtris(2),calcnormals(true)", "maxtris(2),toworld(false)", "onegeometry(true)",
-          "maxtris(2),vertexcolor(100)", "maxtris(2),mergesamename(1)",
-          "maxtris(9),idmap(/dev/null/x)", "maxtris(2),ignorematerial(true)",
-          "maxtris(2),keeprenderfalse(true)"}) {
-        optimise(node_ref(meshNode(quads(2), simple({1, 0, 0}))).get(), parameters);
-        const node_ref root(group(
-            {twoParts(), hidden(meshNode(quads(1))), meshNode(quads(2), chunked({1, 1, 1, 0.5F})),
-             meshNode(row(4, 1)), meshNode(mesh_data{}), ::osg::Node::create(), group()}));
-        optimise(root.get(), parameters);
-    }
-    morva::osg::getIDmapHandler().reset();
 }
 
 } // namespace

@@ -54,7 +54,7 @@ TEST(Audit, PassesWhateverTheParametersAsk) {
     std::istringstream all(
         "rubbish opt(0) opt(2) opt(3) toworld(false) alphageometry(true) keeprenderfalse(true) "
         "mostusedmaterial(true) removeswitch(true) vertexcolor(1000) ignorematerial(true) "
-        "idmapinroot(true) flat(false) flat(true) onegeometry(true) maxtris(100000) "
+        "idmapinroot(true) calcnormals(true) mergesamename(true) onegeometry(true) maxtris(100000) "
         "cacheopt(true) cacheopt(true),idmapinroot(true),maxtris(50000) "
         "mostusedmaterial(true),cacheopt(true),idmapinroot(true)");
     for (std::string parameters; all >> parameters;) {

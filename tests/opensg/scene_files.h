@@ -29,11 +29,6 @@ inline NodePtr readBack(const std::string& bytes) {
 
 inline const std::filesystem::path samples = MORVA_SCENE_FILES;
 
-inline std::string bytesOf(const std::filesystem::path& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>());
-}
-
 inline std::vector<std::filesystem::path> sampleFiles() {
     std::vector<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(samples)) {
