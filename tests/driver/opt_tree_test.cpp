@@ -91,22 +91,21 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
 
 /// What differs from a plan that does nothing.
 std::string described(const morva::osg::run_plan& plan) {
-    const morva::osg::optTree_setup& setup = plan.setup;
+    const morva::osg::optTree_setup& all = plan.setup;
     const std::pair<bool, std::string> facts[] = {
         {plan.runs, "runs"},
         {plan.merges, "merges:" + std::to_string(plan.tree.max_elements)},
-        {setup.merge.cacheopt, "cache"},
-        {setup.merge.alphageometry, "alpha"},
-        {setup.mostusedmaterial, "one"},
-        {setup.removelod, "lod"},
-        {setup.removeswitch, "switch"},
+        {all.merge.cacheopt, "cache"},
+        {all.merge.alphageometry, "alpha"},
+        {all.mostusedmaterial, "one"},
+        {all.removelod, "lod"},
+        {all.removeswitch, "switch"},
         {plan.changes_triangles, "changes"},
-        {plan.tracks_ids, "ids:" + setup.merge.idmap},
-        {!plan.idmap_file.empty(), "file:" + plan.idmap_file},
-        {setup.idmapinroot, "root"},
-        {setup.help.has_value(), "help"},
-        {!setup.prefix.empty(), "prefix:" + setup.prefix},
-        {!setup.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?"}};
+        {plan.tracks_ids, "ids:" + all.merge.idmap + ":" + plan.idmap_file},
+        {all.idmapinroot, "root"},
+        {all.help.has_value(), "help"},
+        {!all.prefix.empty(), "prefix:" + all.prefix},
+        {!all.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?"}};
     std::string text;
     for (const auto& [holds, fact] : facts)
         text += holds ? fact + " " : "";
@@ -125,9 +124,9 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         {"cacheopt(true),onegeometry(true),maxtris(11)", "runs merges:2000000 alpha one "},
         {"mostusedmaterial(1),alphageometry(1)", "runs alpha one "},
         {"removelod(true),removeswitch(1)", "runs lod switch "},
-        {"idmapinroot(true),idmap()", "runs ids:metaOnly root "},
-        {"idmapinroot(true),idmap(A b)", "runs ids:A b file:A b.json root "},
-        {"idmap(metaOnly)", "runs ids:metaOnly file:metaOnly.json "},
+        {"idmapinroot(true),idmap()", "runs ids:metaOnly: root "},
+        {"idmapinroot(true),idmap(A b)", "runs ids:A b:A b.json root "},
+        {"idmap(metaOnly)", "runs ids:metaOnly:metaOnly.json "},
         {"Prefix(P),help()", "runs help prefix:P "},
         {"ambientgutout(1)", "runs changes "},
         {"buildhull(1)", "runs changes "},
