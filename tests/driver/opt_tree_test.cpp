@@ -60,11 +60,7 @@ TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
     EXPECT_EQ(root->getParent(), parent.get()) << "the input tree goes back, not the result";
     EXPECT_EQ(made.result->getParent(), ::osg::NullFC);
     EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U) << "equal materials became one";
-    mesh_choice positions;
-    positions.normals = false;
-    const world_mesh before = worldMesh(root.get(), positions);
-    EXPECT_EQ(firstDifference(before, worldMesh(made.result.get(), positions)), "");
-    EXPECT_EQ(before.size(), 10U);
+    EXPECT_EQ(worldMesh(made.result.get()).size(), 10U); // the roads compare them
 }
 
 TEST(OptTree, PrintsTheSettingsThatHold) {
