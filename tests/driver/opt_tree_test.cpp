@@ -79,9 +79,12 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
     };
     for (const auto& row : rows) {
         const node_ref root(twoParts());
-        const std::string printed = optimise(root.get(), row.parameters).printed;
-        EXPECT_NE(printed.find(row.expected), std::string::npos) << row.parameters << "\n"
-                                                                 << printed;
+        const run made = optimise(root.get(), row.parameters);
+        EXPECT_NE(made.printed.find(row.expected), std::string::npos) << row.parameters << "\n"
+                                                                      << made.printed;
+        const auto& map_type = ::osg::StringAttributeMap::getClassType();
+        EXPECT_EQ(made.result->findAttachment(map_type, 1) != ::osg::NullFC,
+                  row.parameters == std::string("idmapinroot(true)"));
     }
 }
 

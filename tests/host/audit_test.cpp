@@ -87,6 +87,9 @@ TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     EXPECT_GT(run.plan.parts[0].degenerate, 0u);
     EXPECT_EQ(run.verdict.in, 60u + 50 + 6 + 40 + 4 + 30 + 20 + 10 + 6 + 6);
 
+    EXPECT_TRUE(runAudit(everyFate(), "maxtris(10),buildhull(1)").plan.parts[0].fate ==
+                morva::host::part_fate::open);
+
     const node_ref fewer(group({meshNode(quads(1))}));
     const audit_verdict verdict = morva::host::judge(run.plan, fewer.get());
     ASSERT_EQ(verdict.differences.size(), 1u);
