@@ -1,5 +1,6 @@
 #include <morva/driver/morva_osg_scene_placement.h>
 
+#include <algorithm>
 #include <cmath>
 #include <limits>
 #include <locale>
@@ -43,6 +44,15 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
             positions->setValue(change(positions->getValue(i)), i);
     }
 }
+
+/// The geometry nodes of a scene, also of one that is a geometry itself, while this lives.
+struct scene_geometry {
+    explicit scene_geometry(const ::osg::NodePtr& root, bool with_switches = false) : start(root) {
+        getGeometryNodes(start.get(), nodes, with_switches);
+    }
+    walk_start start;
+    std::vector<::osg::NodePtr> nodes;
+};
 
 /// The numbers of a text between colons, if there are at least `count`; else none.
 std::vector<float> numbersIn(const std::string& list, std::size_t count) {
@@ -186,10 +196,8 @@ void transformSceneBB(::osg::NodePtr node, std::string list) {
 void centerGeoPositions(::osg::NodePtr node, std::string list) {
     if (node == ::osg::NullFC)
         return;
-    const walk_start start(node);
-    std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(start.get(), nodes, true);
-    if (nodes.empty())
+    const scene_geometry scene(node, true);
+    if (scene.nodes.empty())
         return;
     const std::vector<float> v = numbersIn(list, 3);
     if (v.empty()) {
@@ -206,7 +214,7 @@ void centerGeoPositions(::osg::NodePtr node, std::string list) {
     say({"Model will be moved by: ", bracketed(offset)});
 
     // Each node gets a copy of its core, so that it makes no difference which one comes first.
-    for (const ::osg::NodePtr& geometry_node : nodes)
+    for (const ::osg::NodePtr& geometry_node : scene.nodes)
         bakePlace(geometry_node, offset);
     RemoveTransforms(node);
 }
@@ -214,17 +222,12 @@ void centerGeoPositions(::osg::NodePtr node, std::string list) {
 void baseGeoPositions(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return;
-    const walk_start start(node);
-    std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(start.get(), nodes, false);
-    if (nodes.empty())
+    const scene_geometry scene(node);
+    if (scene.nodes.empty() ||
+        std::any_of(scene.nodes.begin(), scene.nodes.end(), hasTransformAbove))
         return;
-    for (const ::osg::NodePtr& geometry_node : nodes) {
-        if (hasTransformAbove(geometry_node))
-            return;
-    }
-    const ::osg::Vec3f base = floorOf(nodes);
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    const ::osg::Vec3f base = floorOf(scene.nodes);
+    for (const ::osg::NodePtr& geometry_node : scene.nodes) {
         const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(geometry_node->getCore());
         if (geometry != ::osg::NullFC)
             changePositions(geometry, [&](const ::osg::Pnt3f& p) { return p - base; });
@@ -248,25 +251,19 @@ void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
 }
 
 void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
-    std::vector<::osg::NodePtr> nodes;
-    const walk_start start(node);
-    getGeometryNodes(start.get(), nodes, false);
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    const scene_geometry scene(node);
+    for (const ::osg::NodePtr& geometry_node : scene.nodes)
         changeMaterialForNode(geometry_node, material);
-    }
 }
 
 ::osg::MaterialPtr getMostUsedMaterialInScene(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return ::osg::NullFC;
-    std::vector<::osg::NodePtr> nodes;
-    const walk_start start(node);
-    getGeometryNodes(start.get(), nodes, false);
-
+    const scene_geometry scene(node);
     // Null first, then as they are met: the first of equals is taken.
     std::vector<std::pair<::osg::MaterialPtr, unsigned int>> primitives(1);
     std::map<::osg::MaterialPtr, std::size_t> place = {{::osg::MaterialPtr(), 0}};
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    for (const ::osg::NodePtr& geometry_node : scene.nodes) {
         const ::osg::MaterialPtr material = getMaterial(geometry_node);
         const auto met = place.emplace(material, primitives.size());
         if (met.second)

@@ -16,7 +16,49 @@
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
+// The plan of a run and what carries it out stand together: a stage says in planOf() what follows
+// from its key, and is called where its turn is.
+
 namespace morva::osg {
+
+namespace {
+
+/// Triangles per core where one geometry is wanted.
+constexpr unsigned int one_geometry_limit = 2000000;
+/// Triangles per core up to which the cache stage stays.
+constexpr unsigned int cache_keeps_limit = 10;
+
+} // namespace
+
+run_plan planOf(std::string parameters) {
+    run_plan plan;
+    plan.runs = !parameters.empty();
+    plan.setup = optTree_setup(parseOptTreeParams(parameters));
+    optTree_setup& setup = plan.setup;
+    mergeGeo_setup& merge = setup.merge;
+
+    merge.silent = true;
+    if (setup.maxtris > cache_keeps_limit)
+        merge.cacheopt = false;
+    if (setup.onegeometry) {
+        merge.alphageometry = true;
+        setup.mostusedmaterial = true;
+        // Behind the test of maxtris: one geometry keeps the cache stage that was asked for.
+        setup.maxtris = one_geometry_limit;
+    }
+    plan.merges = setup.maxtris != 0 || merge.cacheopt;
+    plan.tree.max_elements = setup.maxtris;
+    plan.tree.max_depth = tree_depth_limit;
+    plan.changes_triangles = setup.ambientgutout || setup.buildhull || setup.buildhullwithcolors ||
+                             setup.maxtexturesize != 0;
+
+    plan.tracks_ids = !merge.idmap.empty() || setup.idmapinroot;
+    if (!merge.idmap.empty())
+        plan.idmap_file = merge.idmap + ".json";
+    else if (plan.tracks_ids)
+        merge.idmap = "metaOnly"; // the merge pass tracks names for a name; it is never a file's
+    return plan;
+}
 
 namespace {
 

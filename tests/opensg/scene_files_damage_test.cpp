@@ -3,7 +3,7 @@
 #include <OpenSG/OSGLog.h>
 
 #include "../support/shortage.h"
-#include "scene_files.h"
+#include "scene_dump.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 
 #include <cstdio>
 
-#include "scene_files.h"
+#include "scene_dump.h"
 
 namespace {
 
