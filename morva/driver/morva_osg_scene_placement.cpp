@@ -1,7 +1,6 @@
 #include <morva/driver/morva_osg_scene_placement.h>
 
 #include <cmath>
-#include <iostream>
 #include <limits>
 #include <locale>
 #include <map>
@@ -17,6 +16,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -46,8 +46,7 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
 
 /// The numbers of a text between colons, if there are at least `count`; else none.
 std::vector<float> numbersIn(const std::string& list, std::size_t count) {
-    std::vector<std::string> texts;
-    splitStringByDelimiter(list, texts, ":");
+    std::vector<std::string> texts = tokensOf(list, ":");
     std::vector<float> values;
     string2float(texts, values);
     if (texts.size() < count || values.size() < count)
@@ -136,14 +135,14 @@ void applyTransform(::osg::NodePtr node, ::osg::TransformationMatrix<double> con
 
 void transformSceneBB(::osg::NodePtr node, ::osg::Pnt3f const& min, ::osg::Pnt3f const& max) {
     if (min[0] >= max[0] || min[1] >= max[1] || min[2] >= max[2]) {
-        std::cout << "morva::osg::transformSceneBB: No valid Bounding Box given." << std::endl;
+        say({"morva::osg::transformSceneBB: No valid Bounding Box given."});
         return;
     }
     ::osg::DynamicVolume volume(::osg::DynamicVolume::BOX_VOLUME);
     if (node != ::osg::NullFC)
         node->getWorldVolume(volume);
     if (!volume.isValid() || volume.getScalarVolume() == 0.0F) {
-        std::cout << "morva::osg::transformSceneBB: No valid Scene Bounding Box." << std::endl;
+        say({"morva::osg::transformSceneBB: No valid Scene Bounding Box."});
         return;
     }
     ::osg::Pnt3f scene_min, scene_max;
@@ -177,9 +176,8 @@ void transformSceneBB(::osg::NodePtr node, float size) {
 void transformSceneBB(::osg::NodePtr node, std::string list) {
     const std::vector<float> v = numbersIn(list, 6);
     if (v.empty()) {
-        std::cout << "morva::osg::transformSceneBB: String of Min/Max values not valid. "
-                     "Example \"1:2:3:4:5:6\""
-                  << std::endl;
+        say({"morva::osg::transformSceneBB: String of Min/Max values not valid. "
+             "Example \"1:2:3:4:5:6\""});
         return;
     }
     transformSceneBB(node, ::osg::Pnt3f(v[0], v[1], v[2]), ::osg::Pnt3f(v[3], v[4], v[5]));
@@ -195,18 +193,17 @@ void centerGeoPositions(::osg::NodePtr node, std::string list) {
         return;
     const std::vector<float> v = numbersIn(list, 3);
     if (v.empty()) {
-        std::cout << "morva::osg::CenterGeoPositions: String of Center values not valid. "
-                     "Example \"1:2:3\""
-                  << std::endl;
+        say({"morva::osg::CenterGeoPositions: String of Center values not valid. "
+             "Example \"1:2:3\""});
         return;
     }
-    std::cout << "New Model Center: " << bracketed(v) << std::endl;
+    say({"New Model Center: ", bracketed(v)});
     node->updateVolume();
     const ::osg::DynamicVolume volume = node->getVolume();
     ::osg::Pnt3f center;
     volume.getCenter(center);
     const ::osg::Vec3f offset = ::osg::Pnt3f(v[0], v[1], v[2]) - center;
-    std::cout << "Model will be moved by: " << bracketed(offset) << std::endl;
+    say({"Model will be moved by: ", bracketed(offset)});
 
     // Each node gets a copy of its core, so that it makes no difference which one comes first.
     for (const ::osg::NodePtr& geometry_node : nodes)

@@ -7,6 +7,7 @@
 
 #include <boost/filesystem.hpp>
 
+#include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -170,13 +171,7 @@ void createDir(char* path) {
 
 std::size_t splitStringByDelimiter(const std::string& text, std::vector<std::string>& tokens,
                                    const std::string& delimiters) {
-    tokens.clear();
-    std::size_t start = text.find_first_not_of(delimiters);
-    while (start != std::string::npos) {
-        const std::size_t end = text.find_first_of(delimiters, start);
-        tokens.push_back(text.substr(start, end - start));
-        start = text.find_first_not_of(delimiters, end);
-    }
+    tokens = osg::tokensOf(text, delimiters);
     return tokens.size();
 }
 

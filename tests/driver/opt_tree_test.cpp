@@ -3,6 +3,7 @@
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_params.h>
+#include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -73,13 +74,11 @@ TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
 }
 
 TEST(OptTree, PrintsTheSettingsThatHold) {
-    struct {
+    const struct {
         const char* parameters;
         std::string expected; ///< somewhere in what is printed
-    } const rows[] = {
+    } rows[] = {
         {"cacheopt(true),maxtris(10)", settings("1") + "Merge Geometry. Cacheopt: 1\n"},
-        {"cacheopt(true),maxtris(11)", settings("0") + "Merge Geometry. Cacheopt: 0\n"},
-        // Its own limit of triangles leaves the cache stage alone.
         {"onegeometry(true),cacheopt(true)", settings("1", "", "1")},
         {"idmapinroot(true)", settings("0", "metaOnly")},
         {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n"},
@@ -87,8 +86,6 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
          first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings()},
         {"removelod(true),removeswitch(1)",
          settings() + "Removing LOD parts.\nRemoving Switch parts.\n"},
-        {"removeLODParts(true),centerBB(10)", first_line + settings()},
-        {")(,,((x,opt,maxtris,1(2)3)", first_line + settings()},
     };
     for (const auto& row : rows) {
         const node_ref root(twoParts());
@@ -96,6 +93,57 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
         EXPECT_NE(printed.find(row.expected), std::string::npos) << row.parameters << "\n"
                                                                  << printed;
     }
+}
+
+/// What differs from a plan that does nothing.
+std::string described(const morva::osg::run_plan& plan) {
+    const morva::osg::optTree_setup& setup = plan.setup;
+    const std::pair<bool, std::string> facts[] = {
+        {plan.runs, "runs"},
+        {plan.merges, "merges:" + std::to_string(plan.tree.max_elements)},
+        {setup.merge.cacheopt, "cache"},
+        {setup.merge.alphageometry, "alpha"},
+        {setup.mostusedmaterial, "one"},
+        {setup.removelod, "lod"},
+        {setup.removeswitch, "switch"},
+        {plan.changes_triangles, "changes"},
+        {plan.tracks_ids, "ids:" + setup.merge.idmap},
+        {!plan.idmap_file.empty(), "file:" + plan.idmap_file},
+        {setup.idmapinroot, "root"},
+        {setup.help.has_value(), "help"},
+        {!setup.prefix.empty(), "prefix:" + setup.prefix},
+        {!setup.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?"}};
+    std::string text;
+    for (const auto& [holds, fact] : facts)
+        text += holds ? fact + " " : "";
+    return text;
+}
+
+TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},
+        {"flat(true)", "runs "},
+        {"cacheopt(true),maxtris(10),silent(0)", "runs merges:10 cache "},
+        {"cacheopt(true),maxtris(11)", "runs merges:11 "},
+        {"cacheopt(true)", "runs merges:0 cache "},
+        // Its own limit of triangles leaves the cache stage alone.
+        {"cacheopt(true),onegeometry(true)", "runs merges:2000000 cache alpha one "},
+        {"cacheopt(true),onegeometry(true),maxtris(11)", "runs merges:2000000 alpha one "},
+        {"mostusedmaterial(1),alphageometry(1)", "runs alpha one "},
+        {"removelod(true),removeswitch(1)", "runs lod switch "},
+        {"idmapinroot(true),idmap()", "runs ids:metaOnly root "},
+        {"idmapinroot(true),idmap(A b)", "runs ids:A b file:A b.json root "},
+        {"idmap(metaOnly)", "runs ids:metaOnly file:metaOnly.json "},
+        {"Prefix(P),help()", "runs help prefix:P "},
+        {"ambientgutout(1)", "runs changes "},
+        {"buildhull(1)", "runs changes "},
+        {"buildhullwithcolors(1)", "runs changes "},
+        {"maxtexturesize(64)", "runs changes "},
+        {"maxtexturesize(0),ambientocclusion(9)", "runs "},
+        {"removeLODParts(true),centerBB(10)", "runs "},
+        {")(,,((x,opt,maxtris,1(2)3)", "runs "}};
+    for (const auto& [parameters, expected] : rows)
+        EXPECT_EQ(described(morva::osg::planOf(parameters)), expected) << parameters;
 }
 
 TEST(OptTree, OneGeometryReducesMaterials) {
