@@ -10,8 +10,8 @@
 #include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_property_index.h>
