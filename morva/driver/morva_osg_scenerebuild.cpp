@@ -12,7 +12,7 @@
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
-#include <morva/idmap/morva_filetools.h>
+#include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
@@ -128,14 +128,14 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
 }
 
 /// Hands the ID map out, as far as it is asked for: to a file and to the root.
-void runIdmap(const run_plan& plan, const ::osg::NodePtr& root, const ::osg::NodePtr& result) {
+void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (!plan.tracks_ids)
         return;
     idmapHandler& handler = getIDmapHandler();
     handler.registerGeometryUsage(result);
     if (!plan.idmap_file.empty()) {
         say({"Write IDmap with ", std::to_string(handler.names.size()), " names."});
-        writeJsonFile(plan.idmap_file, handler, root);
+        handler.file = writeMapFile(plan.idmap_file, handler);
     }
     if (plan.setup.idmapinroot)
         addIDmapInfo(result);
@@ -154,7 +154,7 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& root, const ::osg::Nod
     handler.prefix = plan.setup.prefix;
 
     const ::osg::NodePtr result = runMerge(plan, root);
-    runIdmap(plan, root, result);
+    runIdmap(plan, result);
     handler.releaseHeldLock();
     return result;
 }

@@ -41,8 +41,9 @@ class MORVA_API idmapHandler : public JsonFileContent {
     std::string prefix;          ///< start of the names of getNextGeometryName()
     ::osg::Lock* lock = nullptr; ///< guards all containers and counters
     std::map<std::string, std::string> texCoordMapping; ///< output name to "TC0" .. "TC3"
-    std::uint32_t mergedCount = 0; ///< names given out by getNextMergedGeometryName()
-    bool settled = false;          ///< all names were entered ahead: extraction looks for IDs only
+    std::uint32_t mergedCount = 0;  ///< names given out by getNextMergedGeometryName()
+    bool settled = false;           ///< all names were entered ahead: extraction looks for IDs only
+    map_file file = map_file::none; ///< what became of the file that the last optTree() wrote
 
     /// Forgets the last run: everything but the text of `tree` and the two name counters, which
     /// go on over the runs of one process. Gives back what the calling thread holds of the lock.

@@ -72,16 +72,11 @@ void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
         getTravMaskZeroNodes(root, parts.hidden, false);
 }
 
-/// The caller's bounds with the fields that the pass fixes.
+/// The caller's bounds; the other fields are fixed by the pass, which cuts no element.
 kd_build_setup treeSetup(const kd_build_setup& kd) {
     kd_build_setup local;
     local.max_elements = kd.max_elements;
     local.max_depth = kd.max_depth;
-    local.straddle_mode = 3;
-    local.cost_intersect = 1.0F;
-    local.cost_traversal = 2.0F;
-    local.cost_factor = 0.95F;
-    local.clean_splits_only = false;
     return local;
 }
 

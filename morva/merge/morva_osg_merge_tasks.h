@@ -10,6 +10,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_export.h>
+#include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/idmap/morva_osg_late_names.h>
 #include <morva/merge/threadHandler.h>
@@ -23,7 +24,7 @@ struct mergeGeometryMTArguments {
     const std::vector<::osg::NodePtr>* nodes = nullptr;
     const kd_build_setup* kd = nullptr;
     const mergeGeo_setup* setup = nullptr;
-    unsigned int limit = 3000000;
+    unsigned int limit = batch_limit;
     ::osg::NodePtr result;            ///< unowned until it is joined; null if the task failed
     std::string barrier;              ///< own barrier; empty: the task ran on the main thread
     threadHandler* handler = nullptr; ///< that started the task
@@ -36,7 +37,7 @@ MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
 
 /// A task of the cache stage: one geometry node.
 struct cacheoptMTArguments {
-    unsigned int limit = 65533;
+    unsigned int limit = cache_limit;
     bool perProperty = false; ///< as for optimizeCache()
     ::osg::NodePtr source;
     std::string barrier;              ///< as above

@@ -10,7 +10,6 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
