@@ -10,6 +10,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_scene_rules.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
 #include <morva/idmap/morva_filetools.h>
@@ -152,7 +153,8 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
 }
 
 /// Everything between taking the root off its parent and putting it back.
-::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters) {
+::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters,
+                         const scene_guard& guard) {
     const parameter_map map = parseOptTreeParams(parameters);
     driver_keys keys = readDriverKeys(map);
     mergeGeo_setup setup(map);
@@ -178,10 +180,13 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
     }
     printSettings(setup);
     runInputStages(keys, root);
+    guard.after("stages of the input", root);
     if (keys.has_prefix)
         handler.prefix = keys.prefix;
 
     const ::osg::NodePtr result = runMerge(keys, setup, root);
+    guard.after("merge, input", root);
+    guard.after("merge, result", result);
     runIdmap(keys, setup, root, result);
     runCenter(map, result);
     handler.releaseHeldLock();
@@ -196,11 +201,13 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
     if (parent != ::osg::NullFC) {
         takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
     }
+    const scene_guard guard(root);
     mergeEqualMaterials(root);
+    guard.after("merge of equal materials", root);
     if (parameters.empty())
         return root;
 
-    const ::osg::NodePtr result = runStages(root, parameters);
+    const ::osg::NodePtr result = runStages(root, parameters, guard);
     // The parent gets the input tree back; the optimised scene is what is returned.
     if (parent != ::osg::NullFC)
         addChildTo(parent, root);
