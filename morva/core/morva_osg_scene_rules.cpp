@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <map>
+#include <new>
 #include <set>
 #include <vector>
 
@@ -143,6 +144,14 @@ class scene_walk {
 
 std::string broken_rule_of(const ::osg::NodePtr& root) {
     return root == ::osg::NullFC ? std::string() : scene_walk().run(root);
+}
+
+bool isWhole(const ::osg::NodePtr& root) noexcept {
+    try {
+        return broken_rule_of(root).empty();
+    } catch (const std::bad_alloc&) {
+        return false;
+    }
 }
 
 } // namespace morva::osg

@@ -24,11 +24,13 @@ namespace morva::osg {
 /// nodes, indices and vertices.
 std::string broken_rule_of(const ::osg::NodePtr& root);
 
+/// Whether a subtree breaks no rule; false, too, without memory to find out.
+bool isWhole(const ::osg::NodePtr& root) noexcept;
+
 /// Sees to it that a scene which was whole when it came stays so. Costs nothing without the switch.
 class scene_guard {
   public:
-    explicit scene_guard(const ::osg::NodePtr& root)
-        : was_whole(validating && broken_rule_of(root).empty()) {}
+    explicit scene_guard(const ::osg::NodePtr& root) : was_whole(validating && isWhole(root)) {}
 
     /// Ends the program, naming the stage, if the scene below `root` breaks a rule now.
     void after(const char* stage, const ::osg::NodePtr& root) const {

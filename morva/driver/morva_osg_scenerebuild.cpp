@@ -8,6 +8,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -142,7 +143,8 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
 }
 
 /// Everything between taking the root off its parent and putting it back.
-::osg::NodePtr runStages(const ::osg::NodePtr& root, const run_plan& plan) {
+::osg::NodePtr runStages(const ::osg::NodePtr& root, const run_plan& plan,
+                         const scene_guard& guard) {
     idmapHandler& handler = getIDmapHandler();
     handler.reset();
     if (plan.tracks_ids)
@@ -151,9 +153,12 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
         sayHelp();
     printSettings(plan.setup.merge);
     runInputStages(plan.setup, root);
+    guard.after("stages of the input", root);
     handler.prefix = plan.setup.prefix;
 
     const ::osg::NodePtr result = runMerge(plan, root);
+    guard.after("merge, input", root);
+    guard.after("merge, result", result);
     runIdmap(plan, result);
     handler.releaseHeldLock();
     return result;
@@ -167,12 +172,14 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (parent != ::osg::NullFC) {
         takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
     }
+    const scene_guard guard(root);
     mergeEqualMaterials(root);
+    guard.after("merge of equal materials", root);
     const run_plan plan = planOf(std::move(parameters));
     if (!plan.runs)
         return root;
 
-    const ::osg::NodePtr result = runStages(root, plan);
+    const ::osg::NodePtr result = runStages(root, plan, guard);
     // The parent gets the input tree back; the optimised scene is what is returned.
     if (parent != ::osg::NullFC)
         addChildTo(parent, root);

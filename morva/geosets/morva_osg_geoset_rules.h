@@ -84,7 +84,8 @@ template <typename Geoset> std::string broken_rule_of(const Geoset& geoset) {
         return "every field holds every element";
     if (geoset.vertex_count / Geoset::corners != geoset.size && !geoset.resize_failed)
         return "vertex_count counts every element";
-    if (core->getLengths()->getValue(0) != vertices)
+    const ::osg::GeoPLengthsPtr lengths = core->getLengths();
+    if (lengths != ::osg::NullFC && lengths->size() == 1 && lengths->getValue(0) != vertices)
         return "the length is that of the elements";
     const property_block<::osg::Pnt3f> positions = readBlock(core->getPositions());
     for (std::size_t i = 0; i < geoset.size; ++i) {

@@ -8,9 +8,11 @@
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
+#include <morva/core/morva_validate.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
+#include <morva/geosets/morva_osg_geoset_rules.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
@@ -148,6 +150,7 @@ void osg_geoset::setup() {
         calc_bounding_box();
         if (simple_tris != nullptr)
             convert();
+        validate("setup", [this] { return broken_rule_of(*this); });
         return;
     } catch (...) {
         printSetupError();

@@ -8,8 +8,10 @@
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_validate.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_geoset_rules.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/trees/geoset_access.h>
 
@@ -117,6 +119,7 @@ void osg_line_geoset::setup() {
             calc_axis_min_max(0, size - 1);
         calc_bounding_box();
         settleLength(geometry.get(), corners * size);
+        validate("setup", [this] { return broken_rule_of(*this); });
         return;
     } catch (...) {
         printSetupError();

@@ -4,7 +4,9 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_validate.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
+#include <morva/geosets/morva_osg_geoset_rules.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 
 namespace morva::osg {
@@ -63,6 +65,7 @@ void osg_point_geoset::setup() {
         wished_size = size;
         calc_bounding_box();
         settleLength(geometry.get(), size);
+        validate("setup", [this] { return broken_rule_of(*this); });
         return;
     } catch (...) {
         printSetupError();

@@ -23,9 +23,11 @@
 // One owner while building; any number of readers afterwards.
 // Method: "Multidimensional binary search trees used for associative searching", Bentley, 1975.
 
+#include <morva/core/morva_validate.h>
 #include <morva/trees/geoset_access.h>
 #include <morva/trees/kd_build.h>
 #include <morva/trees/kd_records.h>
+#include <morva/trees/kd_rules.h>
 #include <morva/trees/kd_strategies.h>
 
 #include <cstdint>
@@ -103,6 +105,7 @@ void compile(Geoset& geoset, kd_tree<typename Geoset::scalar_type>& tree,
     prepare_tree(tree, elements, setup);
     const auto box = refresh_bounding_box(geoset);
     process_node(tree, 0, geoset, 0, elements, box, 0, setup, strategy);
+    validate("compile", [&] { return broken_rule_of(tree, geoset, setup); });
 }
 
 /// Sum of the leaves' counts below `node`; an element that stands in two leaves counts twice.

@@ -212,6 +212,8 @@ TEST(OwnedFields, CountWhateverWayTheyAreSet) {
         from->copyToBin(store, SwitchMaterial::MaterialsFieldMask);
         to->copyFromBin(store, SwitchMaterial::MaterialsFieldMask);
         EXPECT_EQ(counts(), std::make_pair(2u, 4u));
+        const RefPtr<SwitchMaterialPtr> copy(SwitchMaterialPtr::dcast(from->shallowCopy()));
+        EXPECT_EQ(counts(), std::make_pair(2u, 6u));
     }
     EXPECT_EQ(counts(), std::make_pair(1u, 2u));
 }

@@ -115,11 +115,11 @@ TEST(SingleIndex, AgreesWithASlowSearch) {
 
 TEST(PrimitiveCount, ByTypeAndLength) {
     // Types by number: points, lines, loop, strip; triangles, strip, fan; quads, strip, polygon.
-    const primitives all{{0, 3}, {1, 5}, {2, 4}, {3, 4}, {4, 8},  {5, 5},
-                         {6, 1}, {7, 8}, {8, 6}, {9, 5}, {77, 9}, {3, 0}};
+    const primitives all{{0, 3}, {1, 5},  {2, 4}, {3, 4}, {4, 8},  {5, 5},
+                         {6, 1}, {7, 10}, {8, 6}, {9, 5}, {77, 9}, {3, 0}};
     UInt32 triangles = 9, lines = 9, single = 9;
-    EXPECT_EQ(calcPrimitiveCount(makeCore(points(100), all), triangles, lines, single), 28u);
-    EXPECT_EQ(triangles, 2u + 3 + 0 + 4 + 4 + 3);
+    EXPECT_EQ(calcPrimitiveCount(makeCore(points(100), all), triangles, lines, single), 29u);
+    EXPECT_EQ(triangles, 2u + 3 + 0 + 5 + 4 + 3);
     EXPECT_EQ(lines, 2u + 3 + 4);
     EXPECT_EQ(calcPrimitiveCount(GeometryPtr(), triangles, lines, single), 0u);
 }

@@ -49,29 +49,6 @@ TEST(ChunkMaterialSlots, AreStoredFromTheFirstThatDiffersAndStay) {
     EXPECT_EQ(material->getSlots().getValues(), (slots{7, 3}));
 }
 
-TEST(MaterialCounting, EachReferenceCountsAndDestructionDrops) {
-    ImagePtr image = Image::create();
-    const TextureChunkPtr chunk = TextureChunk::create();
-    const UInt32 ids[] = {image.getFieldContainerId(), chunk.getFieldContainerId()};
-    chunk->setImage(image);
-    chunk->setImage(image);
-    {
-        const RefPtr<CubeTextureChunkPtr> cube(CubeTextureChunk::create());
-        cube->setNegYImage(image);
-        cube->setImage(image);
-        EXPECT_EQ(image.getRefCount(), 3u);
-    }
-    EXPECT_EQ(image.getRefCount(), 1u);
-    {
-        const ChunkMaterialRefPtr material(ChunkMaterial::create());
-        material->addChunk(chunk);
-        const ChunkMaterialRefPtr copy(ChunkMaterialPtr::dcast(material->shallowCopy()));
-        EXPECT_EQ(chunk.getRefCount(), 2u);
-        EXPECT_EQ(copy->getChunks(0), chunk);
-    }
-    EXPECT_FALSE(isAlive(ids[0]) || isAlive(ids[1]));
-}
-
 /// A new container after some settings.
 template <class C, class Set> typename C::Ptr with(Set set) {
     const typename C::Ptr made = C::create();

@@ -36,7 +36,11 @@ TEST(KdRules, NameWhatIsBroken) {
         {"leaves lie end to end", [](kd_tree& t, auto&) { ++t.nodes[2].first; }},
         {"leaves cover all indices", [](kd_tree& t, auto&) { ++t.index_count; }},
         {"indices are element numbers", [](kd_tree& t, auto&) { t.indices[3] = 4; }},
-        {"every element stands in a leaf", [](kd_tree& t, auto&) { t.indices[1] = t.indices[0]; }},
+        {"no element stands twice",
+         [](kd_tree& t, auto& setup) {
+             setup.straddle_mode = 1; // cut elements are not asked for their side
+             t.indices[1] = t.indices[0];
+         }},
         {"elements lie on their side of each plane",
          [](kd_tree& t, auto&) { std::swap(t.indices[0], t.indices[3]); }}};
     for (const auto& row : rows) {
