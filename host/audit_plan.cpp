@@ -215,7 +215,9 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     const part_lists lists(root);
     plan.has_ids = rules.merges && rules.writes_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
-    plan.by_part = plan.has_ids && !(rules.reorders && rules.one_material) &&
+    // Normals made anew where no index follows leave IDs that no index leads to.
+    const bool lost_ids = rules.setup.calcnormals && (rules.setup.opt < 1 || rules.setup.opt > 3);
+    plan.by_part = plan.has_ids && !lost_ids && !(rules.reorders && rules.one_material) &&
                    std::none_of(parts.begin(), parts.end(),
                                 [](const named_part& part) { return part.name.empty(); });
 
@@ -238,7 +240,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
         part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
                    mayBeCut(*tasks[i].view, parts[i].node, rules);
         // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        if (rules.reorders && part.fate == part_fate::carried &&
+        if (rules.reorders && !rules.one_material && part.fate == part_fate::carried &&
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
