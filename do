@@ -1,14 +1,22 @@
 #!/usr/bin/env bash
-# One script for set-up, building and checking. On a fresh Debian 12, as root or with sudo:
-#
-#   ./do demo     build a release, optimise a real assembly, print the table before and after
-#   ./do test     build and run all tests
-#   ./do check    format, includes, tests, sanitizer builds with their tests, lint
-#   ./do bench    build and run the benchmarks
-#   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
-#                 ./do fresh demo for the demo alone
+# One script for set-up, building and checking; without a verb it tells which there are.
 set -euo pipefail
 cd "$(dirname "$0")"
+
+usage() {
+    cat <<'TEXT'
+On a fresh Debian 12, as root or with sudo:
+
+  ./do demo     build a release, optimise a real assembly, print the table before and after
+  ./do test     build and run all tests
+  ./do check    format, includes, tests, tests as shipped, sanitizer builds with their tests, lint
+  ./do ci       what every submission must pass: check without lint, and the demo in a system of its own
+  ./do bench    build and run the benchmarks
+  ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
+  ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
+                ./do fresh demo for the demo alone
+TEXT
+}
 
 BUILD_PACKAGES="g++ cmake ninja-build libgtest-dev libassimp-dev libcli11-dev nlohmann-json3-dev
     libstb-dev libboost-filesystem-dev libboost-system-dev zlib1g-dev assimp-testmodels python3"
@@ -108,17 +116,65 @@ check_lint() {
             --warnings-as-errors="*" --extra-arg=-Wno-unknown-warning-option
 }
 
+# The tests in the build that is shipped, with those of the installation and of stored outputs.
+test_release() {
+    need pkgconf python3-jsonschema
+    build release -DMORVA_TESTS=ON
+    run_tests release
+}
+
+test_sanitized() {
+    build asan
+    run_tests asan
+    build tsan # the programs with threads alone
+    run_tests tsan
+}
+
 check() {
     check_format
     check_includes
     build dev
     # Each allocation of a run fails in turn; other runs of the tests take every 20th.
     MORVA_ALLOCATION_STEP=1 run_tests dev
-    build asan
-    run_tests asan
-    build tsan
-    run_tests tsan
+    test_release
+    test_sanitized
     check_lint
+}
+
+ci() {
+    check_format
+    check_includes
+    build dev
+    test_sanitized
+    test_release
+    run_tests dev
+    fresh demo
+}
+
+# Runs each fuzz entry for so many seconds. What it finds to be new is kept in build/fuzz/corpus, an
+# input that fails in build/fuzz. Import is not searched for leaks, since the import library has some.
+fuzz() {
+    need clang-14 libclang-rt-14-dev
+    build fuzz
+    local entry seeds leaks
+    cd build/fuzz
+    for entry in parameters scene_file import; do
+        leaks=1
+        case $entry in
+        parameters) seeds="../../tests/fuzz/parameters" ;;
+        scene_file) seeds="../../tests/data/osb ../../tests/data/geometry" ;;
+        import)
+            seeds="../../tests/fuzz/models ../../tests/data/geometry $MODELS/OBJ $MODELS/PLY"
+            leaks=0
+            ;;
+        esac
+        mkdir -p "corpus/$entry"
+        say "fuzzing $entry for $1 seconds"
+        # shellcheck disable=SC2086  # a list of folders
+        ASAN_OPTIONS=detect_leaks=$leaks ./tests/fuzz/morva_fuzz_$entry -max_total_time="$1" \
+            -timeout=60 -rss_limit_mb=4096 -max_len=20000 -close_fd_mask=1 -print_final_stats=1 \
+            "corpus/$entry" $seeds
+    done
 }
 
 bench() {
@@ -146,23 +202,19 @@ test)
     run_tests dev
     ;;
 check) check ;;
-ci)
-    check_format
-    check_includes
-    build dev
-    build asan
-    run_tests asan
-    run_tests dev
-    fresh demo
-    ;;
+ci) ci ;;
 bench) bench ;;
+fuzz)
+    [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
+    fuzz "$2"
+    ;;
 fresh)
     shift
     [ $# -ne 0 ] || set -- demo test
     fresh "$@"
     ;;
 *)
-    sed -n '/^set /q; 2,$s/^# \{0,1\}//p' "$0"
+    usage
     exit 2
     ;;
 esac

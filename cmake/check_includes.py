@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks who includes whom: each folder sees itself and the folders named for it here."""
+"""Checks who includes whom: each folder sees itself and the folders named for it here, and the
+command the public headers, which are morva.h and what it includes."""
 
 import pathlib
 import re
@@ -37,6 +38,9 @@ EXCEPTIONS = {
     "geosets/morva_osg_cell_rebuild.cpp": {"merge", "textures", "driver"},
 }
 
+# Headers of exported classes that only the library's own files use.
+NOT_PUBLIC = {"morva/merge/morva_osg_worker_output.h"}
+
 INCLUDE = re.compile(r'^\s*#\s*include\s*[<"]([^>"]+)[>"]')
 
 
@@ -62,8 +66,29 @@ def allowed_in_library(name, folder, target):
         "core/morva_export.h",)
 
 
+def public_headers():
+    """morva.h and what it includes, directly or not, as morva/FOLDER/FILE.h."""
+    found = ["morva/morva.h"]
+    for header in found:
+        found += [target for _, target in includes(ROOT / header)
+                  if target.startswith("morva/") and target not in found]
+    return set(found)
+
+
+def wrong_about_public_headers():
+    public = public_headers()
+    for path in sorted((ROOT / "host").glob("*.*")):
+        for number, target in includes(path) if path.suffix in (".h", ".cpp") else ():
+            if target.startswith("morva/") and target not in public:
+                yield f"host/{path.name}:{number}: {target} is not public: not in morva.h"
+    for path in sorted((ROOT / "morva").rglob("*.h")):
+        name = path.relative_to(ROOT).as_posix()
+        if name not in public | NOT_PUBLIC and "MORVA_API" in path.read_text():
+            yield f"{name}: exports names, but is not in morva.h"
+
+
 def main():
-    wrong = []
+    wrong = list(wrong_about_public_headers())
     for path in sorted((ROOT / "morva").rglob("*")):
         if path.suffix not in (".h", ".cpp") or path.parent == ROOT / "morva":
             continue

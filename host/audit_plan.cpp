@@ -181,7 +181,10 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
-    plan.by_part = plan.has_ids && !(reorders && run.setup.mostusedmaterial) &&
+    // Normals made anew where no index follows leave IDs that no index leads to.
+    const morva::osg::mergeGeo_setup& merge = run.setup.merge;
+    const bool lost_ids = merge.calcnormals && (merge.opt < 1 || merge.opt > 3);
+    plan.by_part = plan.has_ids && !lost_ids && !(reorders && run.setup.mostusedmaterial) &&
                    std::none_of(parts.begin(), parts.end(),
                                 [](const named_part& part) { return part.name.empty(); });
 
@@ -205,7 +208,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
         part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
                    mayBeCut(*tasks[i].view, parts[i].node, run);
         // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        if (reorders && part.fate == part_fate::carried &&
+        if (reorders && !run.setup.mostusedmaterial && part.fate == part_fate::carried &&
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }

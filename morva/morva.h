@@ -1,13 +1,15 @@
 #pragma once
 
-// Every public header of the library.
+// Every public header of the library: these, and what they include, are what is installed.
 
+#include <morva/core/morva_huge_pages.h>
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_single_index.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>

@@ -24,23 +24,21 @@
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
 
-#include <morva/core/morva_export.h>
-
 namespace morva::osg {
 
 // Links are taken by value: an argument may be an entry of a list that changes.
 
 /// Moves a child to the end of a parent's list. Neither may be null.
-MORVA_API void addChildTo(const ::osg::NodePtr& parent, ::osg::NodePtr child);
+void addChildTo(const ::osg::NodePtr& parent, ::osg::NodePtr child);
 
 /// Takes child number `index` off its parent.
-MORVA_API void takeChildOff(const ::osg::NodePtr& parent, ::osg::UInt32 index);
+void takeChildOff(const ::osg::NodePtr& parent, ::osg::UInt32 index);
 
 /// Gives a node another core; null takes it away.
-MORVA_API void giveCore(const ::osg::NodePtr& node, ::osg::NodeCorePtr core);
+void giveCore(const ::osg::NodePtr& node, ::osg::NodeCorePtr core);
 
 /// Gives a geometry another material; null takes it away.
-MORVA_API void giveMaterial(const ::osg::GeometryPtr& geometry, ::osg::MaterialPtr material);
+void giveMaterial(const ::osg::GeometryPtr& geometry, ::osg::MaterialPtr material);
 
 /// Keeps an edit open for as long as it lives, whatever is thrown.
 template <typename Ptr> class open_edit {
@@ -66,7 +64,7 @@ template <typename Ptr> class open_edit {
 
 /// An edit of a geometry in all its fields, and of the properties that come to it and leave it
 /// meanwhile. Properties that stay are not looked at: who writes into them edits them.
-class MORVA_API geometry_edit {
+class geometry_edit {
   public:
     explicit geometry_edit(const ::osg::GeometryPtr& edited);
     geometry_edit(const geometry_edit&) = delete;
@@ -85,6 +83,6 @@ inline void reportChange(const ::osg::NodePtr& node) { const open_edit whole(nod
 
 /// For a geometry that was made without edits and is handed out now: enters it with all its
 /// properties.
-MORVA_API void reportWhole(const ::osg::GeometryPtr& geometry);
+void reportWhole(const ::osg::GeometryPtr& geometry);
 
 } // namespace morva::osg

@@ -12,8 +12,6 @@
 
 #include <OpenSG/OSGGeometry.h>
 
-#include <morva/core/morva_export.h>
-
 namespace morva::osg {
 
 /// Elements of one kind that a geometry offers.
@@ -24,9 +22,9 @@ struct element_offer {
 
 /// The elements of `corners` vertices: 3 triangles, 2 lines, 1 points. Points are the vertices of
 /// GL_LINES, as getNumberOfPoints() counts them. O(primitives).
-MORVA_API element_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int corners);
+element_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int corners);
 
 /// checkGeoProperties(), but lengths may be missing altogether.
-MORVA_API bool canBeExtracted(const ::osg::GeometryPtr& geometry);
+bool canBeExtracted(const ::osg::GeometryPtr& geometry);
 
 } // namespace morva::osg

@@ -159,7 +159,7 @@ comparison compare(const pass& act, std::size_t size) {
     return result;
 }
 
-TEST(Aspects, TakeOverWhatAPassMadeAndWhatItChanged) {
+TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
     const struct {
         const char* name;
         pass act;

@@ -50,22 +50,6 @@ audited_run runAudit(const ::osg::NodePtr& scene, const std::string& parameters)
     return run;
 }
 
-TEST(Audit, PassesWhateverTheParametersAsk) {
-    std::istringstream all(
-        "rubbish opt(0) opt(2) opt(3) toworld(false) alphageometry(true) keeprenderfalse(true) "
-        "mostusedmaterial(true) removeswitch(true) vertexcolor(1000) ignorematerial(true) "
-        "idmapinroot(true) calcnormals(true) mergesamename(true) onegeometry(true) maxtris(100000) "
-        "cacheopt(true) cacheopt(true),idmapinroot(true),maxtris(50000) "
-        "mostusedmaterial(true),cacheopt(true),idmapinroot(true)");
-    for (std::string parameters; all >> parameters;) {
-        SCOPED_TRACE(parameters);
-        // Of two limits the first one holds.
-        const audited_run run = runAudit(everyFate(), parameters + ",maxtris(10)");
-        EXPECT_EQ(run.verdict.differences, texts{});
-        EXPECT_GT(run.verdict.out, 0u);
-    }
-}
-
 TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     const audited_run run = runAudit(everyFate(), "maxtris(10)");
     std::vector<std::pair<std::string, std::string>> fates;

@@ -1,5 +1,6 @@
 #include "tests/support/test.h"
 
+#include "parameter_notes.h"
 #include "part_names.h"
 
 namespace morva_test {
@@ -73,6 +74,14 @@ TEST(MakeTreeSafe, MendsNamesAndAttributesThatNeedIt) {
     EXPECT_EQ(mended->getAttribute("a _key_"), "quoted \"value\" \\") << "escaped in the file";
     EXPECT_EQ(mended->getAttribute("b"), "two_lines _");
     EXPECT_TRUE(::osg::StringAttributeMapPtr::dcast(child->findAttachment(type)) == plain);
+}
+
+TEST(Parameters, GetAWorkerPerProcessorUnlessTheySay) {
+    const std::string processors = std::to_string(std::thread::hardware_concurrency());
+    for (const auto& [given, expected] : {std::pair<std::string, std::string>{"", ""},
+                                          {"opt(1)", "opt(1),numthreads(" + processors + ")"},
+                                          {"NumThreads(1),opt(1)", "NumThreads(1),opt(1)"}})
+        EXPECT_EQ(morva::host::withThreads(given), expected);
 }
 
 } // namespace

@@ -105,7 +105,7 @@ std::vector<std::string> numbersBelow(std::size_t count) {
     return numbers;
 }
 
-TEST(ThreadHandler, HandsOverAtItsBarriersWhoeverEndsFirst) {
+TEST(WorkerThreads, HandsOverAtItsBarriersWhoeverEndsFirst) {
     std::mt19937 rng(5201);
     for (const std::size_t count : {1U, 2U, 5U, 40U}) {
         for (const unsigned limit : {1U, 2U, 8U}) {
@@ -134,7 +134,7 @@ TEST(ThreadHandler, HandsOverAtItsBarriersWhoeverEndsFirst) {
     }
 }
 
-TEST(ThreadHandler, NobodyKeepsTheIdLockAtABarrier) {
+TEST(WorkerThreads, NobodyKeepsTheIdLockAtABarrier) {
     morva::osg::getIDmapHandler().reset();
     for (const unsigned limit : {1U, 2U, 8U}) {
         takeIdLock(); // held by the main thread when it starts the first task
@@ -147,7 +147,7 @@ TEST(ThreadHandler, NobodyKeepsTheIdLockAtABarrier) {
     morva::osg::getIDmapHandler().reset();
 }
 
-TEST(ThreadHandler, ATaskThatThrowsCostsItsResultAndOneLine) {
+TEST(WorkerThreads, ATaskThatThrowsCostsItsResultAndOneLine) {
     struct failure_case {
         void (*fail)();
         const char* line;
@@ -171,7 +171,7 @@ TEST(ThreadHandler, ATaskThatThrowsCostsItsResultAndOneLine) {
     }
 }
 
-TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
+TEST(WorkerThreads, AListThatIsLeftEarlyWaitsAndCleansUp) {
     shared_state state;
     const auto leave = [](test_arguments& task) {
         task.yields = 50;
@@ -181,7 +181,7 @@ TEST(ThreadHandler, AListThatIsLeftEarlyWaitsAndCleansUp) {
     EXPECT_THROW(runTasks(3, 3, state, leave), int);
 }
 
-TEST(ThreadHandler, ATaskWithoutThreadRunsOnTheMainThread) {
+TEST(WorkerThreads, ATaskWithoutThreadRunsOnTheMainThread) {
     // A name that stands for a thread without aspect gives no worker.
     ::osg::ThreadManager::the()->getThread("TEST_MIXED_Thread_1", "OSGBaseThread");
     shared_state state;

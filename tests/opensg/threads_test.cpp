@@ -27,7 +27,7 @@ template <class Function> void inThreads(unsigned count, const Function& functio
         thread.join();
 }
 
-TEST(ThreadNames, TheSameNameGivesTheSameObject) {
+TEST(NamedThreads, TheSameNameGivesTheSameObject) {
     const std::string text = "one name";
     EXPECT_EQ(ThreadManager::the()->getThread(text.c_str()),
               ThreadManager::the()->getThread("one name", "OSGBaseThread"));
@@ -51,7 +51,7 @@ struct ending {
     }
 };
 
-TEST(ThreadEnd, TerminateWaitsAndTheNameCanRunAgain) {
+TEST(EndOfThreads, TerminateWaitsAndTheNameCanRunAgain) {
     Thread* thread = named("terminated");
     for (unsigned round = 0; round < 300; ++round) {
         ending one{round % 3 * 30}; // has returned, is about to, or takes a while
@@ -72,7 +72,7 @@ TEST(ThreadEnd, TerminateWaitsAndTheNameCanRunAgain) {
     EXPECT_FALSE(thread->runFunction(&ending::run, ThreadManager::getNumAspects(), &second));
 }
 
-TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
+TEST(BarrierThreads, LetNobodyThroughBeforeAllAreThere) {
     for (const unsigned count : {1U, 2U, 5U}) {
         std::vector<std::atomic<unsigned>> reached(count);
         std::atomic<bool> early{false};
@@ -89,7 +89,7 @@ TEST(BarrierRounds, LetNobodyThroughBeforeAllAreThere) {
     Barrier::get("never set")->enter(); // a count of 1 at the start
 }
 
-TEST(LockOwner, MayTakeItAgainAndReleasesAsOften) {
+TEST(LockThreads, MayTakeItAgainAndReleasesAsOften) {
     Lock* lock = Lock::get("taken twice");
     const auto free_for_others = [lock] {
         bool taken = false;
@@ -143,7 +143,7 @@ void inAspect(UInt32 aspect, std::function<void()> function) {
     BaseThread::join(thread);
 }
 
-TEST(ChangeListOfAThread, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
+TEST(ChangeListOfThreads, RecordsIfWantedBelongsToTheNameAndStartsEmpty) {
     ChangeList* own = Thread::getCurrentChangeList();
     for (const bool wanted : {true, false}) {
         ChangeList::setReadWriteDefault(wanted);

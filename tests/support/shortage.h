@@ -46,7 +46,16 @@ class shortage {
         return most_held - before;
     }
 
+    /// No more than so much can be held from now on; what was asked for then gets the new handler.
+    static void limitTo(std::size_t bytes) { limit = bytes; }
+
     static void* allocate(std::size_t bytes) {
+        while (bytes > limit || held + bytes > limit) {
+            const std::new_handler handler = std::get_new_handler();
+            if (handler == nullptr)
+                throw std::bad_alloc();
+            handler();
+        }
         if (bytes >= watched_bytes && before_failure.fetch_sub(1) <= 0 &&
             failures_left.fetch_sub(1) > 0)
             throw std::bad_alloc();
@@ -68,6 +77,7 @@ class shortage {
     static inline std::atomic<std::size_t> watched_bytes{std::numeric_limits<std::size_t>::max()};
     static inline std::atomic<long> before_failure{0};
     static inline std::atomic<long> failures_left{0};
+    static inline std::atomic<std::size_t> limit{std::numeric_limits<std::size_t>::max()};
     static inline std::atomic<std::size_t> held{0};
     static inline std::atomic<std::size_t> most_held{0};
 };
