@@ -6,6 +6,7 @@
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_crease_normals.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>

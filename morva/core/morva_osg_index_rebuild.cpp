@@ -1,18 +1,17 @@
-// createSharedIndex and createSingleIndex: the rows of a table of corners become numbers of
-// distinct values, by first use.
+// Index rebuilding: the rows of a table of corners become numbers of distinct values, by first use.
 //
 //     corner   positions   normals   texcoords        numbers of the positions
 //     0        7           7         2                0: value of row 7
 //     1        3           3         0                1: value of row 3
 //     2        9           7         2                0  (row 9 holds what row 7 holds)
 //
-// Shared: each column by itself, one after the other, so that one hash table at a time is in the
-// cache. Single: a corner is new if no corner before has equal values throughout, and the values of
-// new corners, in their order, are the new properties. 0 and -0 are equal, and of the two every
-// column keeps the one that it meets first; that only ever matters among new corners, since a value
-// that is new to its column makes its corner new.
+// Per property: each column by itself, one after the other, so that one hash table at a time is in
+// the cache. Common: a corner is new if no corner before has equal values throughout, and the
+// values of new corners, in their order, are the new properties. 0 and -0 are equal, and of the two
+// every column keeps the one that it meets first; that only ever matters among new corners, since a
+// value that is new to its column makes its corner new.
 
-#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_index_rebuild.h>
 
 #include <algorithm>
 #include <cmath>
@@ -20,6 +19,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_columns.h>
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_value_hash.h>
 
 namespace morva::osg {
@@ -287,7 +287,7 @@ std::vector<UInt32> numberCorners(const corner_values<Running>& values, span<UIn
 }
 
 template <bool Running>
-void makeSingle(const ::osg::GeometryPtr& geometry, const corner_table& table) {
+void makeCommon(const ::osg::GeometryPtr& geometry, const corner_table& table) {
     const corner_values<Running> values(table);
     const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
     indices->editField().resize(table.corners);
@@ -303,12 +303,19 @@ void makeSingle(const ::osg::GeometryPtr& geometry, const corner_table& table) {
     replaceAll(geometry, table, made, indices, {});
 }
 
-} // namespace
+void makeCommon(const ::osg::GeometryPtr& geometry, corner_table& table) {
+    const bool reaches_all = std::all_of(
+        table.columns, table.columns + table.width,
+        [&table](const property_column& column) { return column.rows >= table.corners; });
+    if (table.running && reaches_all)
+        return makeCommon<true>(geometry, table);
+    std::vector<UInt32> cells(table.running ? 0 : table.corners * table.width);
+    table.cells = cells;
+    table.readRows();
+    makeCommon<false>(geometry, table);
+}
 
-void createSharedIndex(::osg::GeometryPtr geometry) {
-    if (geometry == ::osg::NullFC)
-        return;
-    corner_table table(geometry);
+void makePerProperty(const ::osg::GeometryPtr& geometry, corner_table& table) {
     const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
     indices->editField().resize(table.corners * table.width);
     table.cells = editSpan(indices.get());
@@ -327,19 +334,24 @@ void createSharedIndex(::osg::GeometryPtr geometry) {
     replaceAll(geometry, table, made, indices, mapping);
 }
 
-void createSingleIndex(::osg::GeometryPtr geometry) {
+} // namespace
+
+void rebuildAsTriangles(const ::osg::GeometryPtr& geometry, triangle_index form) {
     if (geometry == ::osg::NullFC)
         return;
     corner_table table(geometry);
-    const bool reaches_all = std::all_of(
-        table.columns, table.columns + table.width,
-        [&table](const property_column& column) { return column.rows >= table.corners; });
-    if (table.running && reaches_all)
-        return makeSingle<true>(geometry, table);
-    std::vector<UInt32> cells(table.running ? 0 : table.corners * table.width);
-    table.cells = cells;
-    table.readRows();
-    makeSingle<false>(geometry, table);
+    if (form == triangle_index::common)
+        makeCommon(geometry, table);
+    else
+        makePerProperty(geometry, table);
+}
+
+void createSharedIndex(::osg::GeometryPtr geometry) {
+    rebuildAsTriangles(geometry, triangle_index::per_property);
+}
+
+void createSingleIndex(::osg::GeometryPtr geometry) {
+    rebuildAsTriangles(geometry, triangle_index::common);
 }
 
 } // namespace morva::osg

@@ -1,7 +1,7 @@
 #pragma once
 
-// Shared vertices with every property that a geometry has, for any primitives: createSingleIndex()
-// and createSharedIndex() handle triangles alone, and five of the properties.
+// Shared vertices with every property that a geometry has, for any primitives:
+// rebuildAsTriangles() handles triangles alone, and five of the properties.
 //
 //     lines        A B  B C  C A             unindexed: 6 rows per property
 //     one index    0 1  1 2  2 0             3 rows per property

@@ -7,6 +7,7 @@
 //
 // One owner at a time.
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <string>
@@ -59,6 +60,22 @@ float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices
 /// corners  vertices of an element
 /// failed   resize_failed of the geoset
 bool resizeOrMark(geoset_fields& fields, unsigned int corners, std::size_t rows, bool& failed);
+
+/// Empties a geoset of lines or points for a new set-up; false if there is nothing to set up.
+template <typename Geoset> bool beginSetup(Geoset& geoset) {
+    geoset.size = geoset.wished_size = 0;
+    geoset.bbox = float_box();
+    settleLength(geoset.geometry.get(), 0);
+    return geoset.geometry != ::osg::NullFC && geoset.geometry->getPositions() != ::osg::NullFC;
+}
+
+/// Gives the fields their length and returns how many elements there are to set up.
+template <typename Geoset> std::uint64_t resizeForSetup(Geoset& geoset) {
+    // The argument is the number of vertices: the fields of lines get twice what these use.
+    geoset.resizeFieldContainers(static_cast<unsigned int>(geoset.vertex_count));
+    return std::min<std::uint64_t>(geoset.vertex_count, geoset.geometry->getPositions()->size()) /
+           Geoset::corners;
+}
 
 /// Back to a geoset without elements and with a fresh core; `vertex_capacity` is then 500000.
 template <typename Geoset> void clearElements(Geoset& geoset) {

@@ -184,7 +184,7 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset,
         return 0;
     bool transparent = false, blends = false;
     // A source without coordinates is not even edited: it may be read by other threads.
-    if (options.clean_texcoords && hasTexCoords(source) &&
+    if (Geoset::corners == 3 && options.clean_texcoords && hasTexCoords(source) &&
         getImage(node, transparent, blends) == ::osg::NullFC)
         dropTexCoords(source);
 

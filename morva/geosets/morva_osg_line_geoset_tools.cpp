@@ -100,16 +100,10 @@ void osg_line_geoset::setWishedSize(unsigned long lines) {
 }
 
 void osg_line_geoset::setup() {
-    size = wished_size = 0;
-    bbox = float_box();
-    settleLength(geometry.get(), 0);
-    if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
+    if (!beginSetup(*this))
         return;
     try {
-        // The argument is the number of vertices: the fields get twice what the lines use.
-        resizeFieldContainers(static_cast<unsigned int>(vertex_count));
-        const std::uint64_t lines =
-            std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size()) / corners;
+        const std::uint64_t lines = resizeForSetup(*this);
         axis_arrays low(lines);
         axis_arrays high(lines);
         low.changePlaces(axis_min);

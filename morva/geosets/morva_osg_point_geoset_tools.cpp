@@ -1,7 +1,5 @@
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 
-#include <algorithm>
-
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_validate.h>
@@ -53,16 +51,11 @@ void osg_point_geoset::setWishedSize(unsigned long points) {
 }
 
 void osg_point_geoset::setup() {
-    size = wished_size = 0;
-    bbox = float_box();
-    settleLength(geometry.get(), 0);
-    if (geometry == ::osg::NullFC || geometry->getPositions() == ::osg::NullFC)
+    if (!beginSetup(*this))
         return;
     try {
         packPositions(*this);
-        resizeFieldContainers(static_cast<unsigned int>(vertex_count));
-        size = std::min<std::uint64_t>(vertex_count, geometry->getPositions()->size());
-        wished_size = size;
+        size = wished_size = resizeForSetup(*this);
         calc_bounding_box();
         settleLength(geometry.get(), size);
         validate("setup", [this] { return broken_rule_of(*this); });

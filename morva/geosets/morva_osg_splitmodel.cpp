@@ -18,6 +18,7 @@
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_index_rebuild.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
@@ -185,7 +186,7 @@ void calculateNormals(const ::osg::GeometryPtr& geometry) {
     calcCreaseNormals(geometry, crease_angle);
 }
 
-/// Whether a geometry has properties that createSingleIndex() and createSharedIndex() leave out.
+/// Whether a geometry has properties that rebuildAsTriangles() leaves out.
 bool hasFurtherProperties(const ::osg::GeometryPtr& geometry) {
     const auto left_out = [&geometry](vertex_property which) {
         return geometry->getProperty(mappingBit(which)) != nullptr &&
@@ -211,9 +212,9 @@ void applyLevel(const ::osg::GeometryPtr& geometry, int opt, const osg_geoset*) 
         return;
     }
     if (opt == 1)
-        morva::osg::createSingleIndex(geometry);
+        rebuildAsTriangles(geometry, triangle_index::common);
     if (opt == 2)
-        morva::osg::createSharedIndex(geometry);
+        rebuildAsTriangles(geometry, triangle_index::per_property);
     if (opt == 3)
         optimisePrimitives(geometry);
 }

@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_element_offer.h>
+#include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
@@ -139,14 +140,16 @@ void pour(const std::vector<::osg::NodePtr>& nodes, const batch_setup& batch) {
     prepare(lines, batch);
     prepare(points, batch);
 
-    const bool world = batch.setup.toworld;
-    const bool search = batch.material != ::osg::NullFC;
-    const bool ids = !batch.setup.idmap.empty();
+    extract_options wanted;
+    wanted.to_world = batch.setup.toworld;
+    wanted.search_material = batch.material != ::osg::NullFC;
+    wanted.write_ids = !batch.setup.idmap.empty();
+    wanted.clean_texcoords = batch.setup.deleteunusedtc;
     for (const ::osg::NodePtr& node : nodes) {
         const bool last = &node == &nodes.back();
-        extract(node, triangles, world, search, ids, false, batch.setup.deleteunusedtc);
-        extract(node, lines, world, search, ids, false);
-        extract(node, points, world, search, ids, false);
+        extract(node, triangles, wanted);
+        extract(node, lines, wanted);
+        extract(node, points, wanted);
         if (isDue(triangles.vertex_count, 3, last, batch.limit))
             flush(triangles, batch);
         if (isDue(lines.vertex_count, 2, last, batch.limit))
