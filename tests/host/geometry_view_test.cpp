@@ -35,7 +35,7 @@ TEST(GeometryView, GivesWhatTheIteratorsGiveAndNumbersVerticesByAllIndices) {
         const geometry_view view(core.get());
         ASSERT_FALSE(view.faulty);
         const auto point = [&](std::uint32_t corner) {
-            return pointAt(view.positions.at(view.index(view.positions, corner)));
+            return pointAt(view.positions.at(view.positions.row(corner)));
         };
         std::vector<triangle> seen, expected;
         morva::host::forEachTriangle(view, [&](auto a, auto b, auto c) {
@@ -68,10 +68,10 @@ TEST(GeometryView, GivesWhatTheIteratorsGiveAndNumbersVerticesByAllIndices) {
 
         const morva::host::vertex_numbering numbering = morva::host::numberVertices(view);
         const auto key = [&](std::uint32_t corner) {
-            std::vector<std::uint32_t> numbers = {view.index(view.positions, corner)};
+            std::vector<std::uint32_t> numbers = {view.positions.row(corner)};
             for (const auto* attribute : {&view.normals, &view.colors, &view.secondary_colors,
                                           &view.coordinates[0], &view.coordinates[7]})
-                numbers.push_back(attribute->present() ? view.index(*attribute, corner) : 0);
+                numbers.push_back(attribute->present ? attribute->row(corner) : 0);
             return numbers;
         };
         std::map<std::vector<std::uint32_t>, std::uint32_t> oracle;
@@ -94,7 +94,7 @@ TEST(GeometryView, TakesWhatTheDataHoldsAndIndicesBehindItForAFault) {
     colored.colors.assign(3, ::osg::Color3f(1, 0, 0)); // a short attribute goes alone
     const geometry_ref kept_core(geometryOf(colored));
     const geometry_view kept(kept_core.get());
-    EXPECT_FALSE(kept.faulty || kept.colors.present());
+    EXPECT_FALSE(kept.faulty || kept.colors.present);
     EXPECT_EQ(kept.runs.size(), 1u);
 
     endless.primitives = {{7u, 4u}, {4u, 4000000000u}, {4u, 3u}};
