@@ -78,12 +78,12 @@ std::map<int, amount> countById(const output_node& node) {
     if (areas)
         moved = placed(view, &*node.world);
     const auto names = static_cast<float>(morva::osg::getIDmapHandler().names.size());
-    const attribute_view* ids = set >= 0 ? &view.coordinates[set] : nullptr;
+    const property_column* ids = set >= 0 ? &view.coordinates[set] : nullptr;
     std::map<int, amount> counts;
     amount* last = nullptr; // runs of one part are long
     int last_id = 0;
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
-        const float read = ids != nullptr && ids->present() ? *ids->at(view.index(*ids, a)) : -1.F;
+        const float read = ids != nullptr && ids->present ? *ids->at(ids->row(a)) : -1.F;
         const int id = read >= 0.F && read < names ? static_cast<int>(read) : -1;
         if (last == nullptr || id != last_id)
             last = &counts[id];

@@ -151,7 +151,7 @@ scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
         total.points += uses[i] * figures[i].points;
         total.vertices += figures[i].vertices;
         (views[i].wide_indices ? total.index_entries_32 : total.index_entries_16) +=
-            views[i].index_entries;
+            views[i].columns.indices().size();
         total.faulty_cores += views[i].faulty ? 1 : 0;
         misses += figures[i].misses;
         stored_triangles += figures[i].triangles;

@@ -17,13 +17,11 @@ constexpr int wrap_limit = 50; ///< of the merge: coordinates beyond it keep the
 
 const ::osg::Pnt3f& pointAt(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
                             std::uint32_t corner) {
-    return moved[view.index(view.positions, corner)];
+    return moved[view.positions.row(corner)];
 }
 
 ::osg::Vec2f coordinatesAt(const geometry_view& view, std::uint32_t corner) {
-    const attribute_view& set = view.coordinates[0];
-    const float* values = set.at(view.index(set, corner));
-    return {values[0], values[1]};
+    return *view.coordinates[0].find<::osg::Vec2f>(corner);
 }
 
 } // namespace
@@ -36,7 +34,7 @@ placement::placement(const ::osg::NodePtr& node) {
 }
 
 std::vector<::osg::Pnt3f> placed(const geometry_view& view, const placement* to) {
-    std::vector<::osg::Pnt3f> moved(view.runs.empty() ? 0 : view.positions.count);
+    std::vector<::osg::Pnt3f> moved(view.runs.empty() ? 0 : view.positions.rows);
     for (std::uint32_t i = 0; i < moved.size(); ++i) {
         const float* p = view.positions.at(i);
         for (::osg::UInt32 row = 0; row < 3; ++row)
@@ -55,8 +53,7 @@ bool isDegenerate(const geometry_view& view, const std::vector<::osg::Pnt3f>& mo
 
 bool isDegenerate(const geometry_view& view, std::uint32_t a, std::uint32_t b, std::uint32_t c) {
     const auto point = [&view](std::uint32_t corner) {
-        const float* p = view.positions.at(view.index(view.positions, corner));
-        return ::osg::Pnt3f(p[0], p[1], p[2]);
+        return *view.positions.find<::osg::Pnt3f>(corner);
     };
     return morva::osg::is_rogue(point(a), point(b), point(c));
 }
@@ -80,7 +77,7 @@ measured_area triangleArea(const geometry_view& view, const std::vector<::osg::P
 }
 
 bool reachesBeyond(const geometry_view& view, int limit) {
-    if (!view.coordinates[0].present())
+    if (!view.coordinates[0].present)
         return false;
     bool beyond = false;
     forEachTriangle(view, [&](std::uint32_t first, std::uint32_t second, std::uint32_t third) {

@@ -41,8 +41,7 @@ bool isBefore(const triangle_print& a, const triangle_print& b) {
 
 void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints) {
     const auto point = [&](std::uint32_t corner) {
-        const float* p = view.positions.at(view.index(view.positions, corner));
-        return ::osg::Pnt3f(p[0], p[1], p[2]);
+        return *view.positions.find<::osg::Pnt3f>(corner);
     };
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         const ::osg::Pnt3f points[3] = {point(a), point(b), point(c)};

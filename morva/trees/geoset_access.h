@@ -14,7 +14,7 @@
 //     void read(e, lo, hi) const;         writes the extent, or leaves both values as they were
 //
 // It is fetched once per loop, so that the loop runs on local pointers; growing the geoset
-// invalidates it. Whether elements can be cut is told by the presence of `splitElement`.
+// invalidates it. Elements can be cut if there is a `splitElement`.
 
 #include <morva/core/morva_math.h>
 

@@ -10,7 +10,6 @@ namespace {
 
 using morva::host::flat_mesh;
 using morva::host::geometry_view;
-using triangle = std::array<::osg::Pnt3f, 3>;
 
 /// Meshes of every primitive type and index layout.
 std::vector<mesh_data> manyMeshes() {
@@ -34,44 +33,33 @@ TEST(GeometryView, GivesWhatTheIteratorsGiveAndNumbersVerticesByAllIndices) {
         const geometry_ref core(geometryOf(mesh));
         const geometry_view view(core.get());
         ASSERT_FALSE(view.faulty);
-        const auto point = [&](std::uint32_t corner) {
-            return pointAt(view.positions.at(view.index(view.positions, corner)));
-        };
-        std::vector<triangle> seen, expected;
-        morva::host::forEachTriangle(view, [&](auto a, auto b, auto c) {
-            seen.push_back({point(a), point(b), point(c)});
-        });
-        for (::osg::TriangleIterator it = core->beginTriangles(); !it.isAtEnd() && isWhole(it, 3);
-             ++it)
-            expected.push_back({it.getPosition(0), it.getPosition(1), it.getPosition(2)});
-        EXPECT_EQ(seen, expected);
-
-        std::vector<std::array<::osg::Pnt3f, 2>> lines, expected_lines;
-        morva::host::forEachLine(view, [&](auto a, auto b) {
-            lines.push_back({point(a), point(b)});
-        });
-        for (::osg::LineIterator it = core->beginLines(); !it.isAtEnd() && isWhole(it, 2); ++it)
-            expected_lines.push_back({it.getPosition(0), it.getPosition(1)});
-        // An odd number of line vertices: the view leaves the last one out.
-        expected_lines.resize(std::min(expected_lines.size(), lines.size()));
-        EXPECT_EQ(lines, expected_lines);
-
         flat_mesh flat(view);
         for (std::uint32_t i = 0; flat.running && i < flat.vertex_count; ++i)
             flat.triangles.push_back(i);
-        std::vector<::osg::Pnt3f> corners, expected_corners;
-        for (const std::uint32_t vertex : flat.triangles)
-            corners.push_back(pointAt(flat.positions.values + 3 * vertex));
-        for (const triangle& t : expected)
-            expected_corners.insert(expected_corners.end(), t.begin(), t.end());
-        EXPECT_EQ(corners, expected_corners);
+        const auto pointsOf = [&](const std::vector<std::uint32_t>& vertices) {
+            std::vector<::osg::Pnt3f> points;
+            for (const std::uint32_t vertex : vertices)
+                points.push_back(pointAt(flat.positions.values + 3 * vertex));
+            return points;
+        };
+        std::vector<::osg::Pnt3f> triangles, lines;
+        for (::osg::TriangleIterator it = core->beginTriangles(); !it.isAtEnd() && isWhole(it, 3);
+             ++it)
+            triangles.insert(triangles.end(),
+                             {it.getPosition(0), it.getPosition(1), it.getPosition(2)});
+        for (::osg::LineIterator it = core->beginLines(); !it.isAtEnd() && isWhole(it, 2); ++it)
+            lines.insert(lines.end(), {it.getPosition(0), it.getPosition(1)});
+        // An odd number of line vertices: the view leaves the last one out.
+        lines.resize(std::min(lines.size(), flat.lines.size()));
+        EXPECT_EQ(pointsOf(flat.triangles), triangles);
+        EXPECT_EQ(pointsOf(flat.lines), lines);
 
         const morva::host::vertex_numbering numbering = morva::host::numberVertices(view);
         const auto key = [&](std::uint32_t corner) {
-            std::vector<std::uint32_t> numbers = {view.index(view.positions, corner)};
+            std::vector<std::uint32_t> numbers = {view.positions.row(corner)};
             for (const auto* attribute : {&view.normals, &view.colors, &view.secondary_colors,
                                           &view.coordinates[0], &view.coordinates[7]})
-                numbers.push_back(attribute->present() ? view.index(*attribute, corner) : 0);
+                numbers.push_back(attribute->present ? attribute->row(corner) : 0);
             return numbers;
         };
         std::map<std::vector<std::uint32_t>, std::uint32_t> oracle;
@@ -94,7 +82,7 @@ TEST(GeometryView, TakesWhatTheDataHoldsAndIndicesBehindItForAFault) {
     colored.colors.assign(3, ::osg::Color3f(1, 0, 0)); // a short attribute goes alone
     const geometry_ref kept_core(geometryOf(colored));
     const geometry_view kept(kept_core.get());
-    EXPECT_FALSE(kept.faulty || kept.colors.present());
+    EXPECT_FALSE(kept.faulty || kept.colors.present);
     EXPECT_EQ(kept.runs.size(), 1u);
 
     endless.primitives = {{7u, 4u}, {4u, 4000000000u}, {4u, 3u}};
