@@ -6,6 +6,9 @@
 
 namespace morva::osg {
 
+/// Faces that meet at less than this share the normals that a rebuild makes; radians, 30 degrees.
+constexpr float crease_angle = 0.5235988F;
+
 /// Recomputes vertex normals, smoothing over edges flatter than an angle; the same under every
 /// release of the scene graph, some of which give up on unindexed geometry.
 ///

@@ -1,7 +1,7 @@
 #pragma once
 
 // The fixed numbers of a run, for all who act on them or foretell what comes of them. Those of
-// the trees are the defaults of kd_build_setup.
+// the trees are the defaults of kd_build_setup, that of new normals is crease_angle.
 
 namespace morva::osg {
 
@@ -14,8 +14,5 @@ constexpr unsigned int cache_limit = 65533;
 
 /// Depth of the trees that cut a merged group.
 constexpr unsigned int tree_depth_limit = 100;
-
-/// Edges flatter than this are smooth in normals that a rebuild makes; radians, 30 degrees.
-constexpr float crease_angle = 0.5235988F;
 
 } // namespace morva::osg

@@ -132,7 +132,7 @@ struct MORVA_API optTree_setup {
     bool removeswitch = false;         ///< switches give way to what they show
     bool ambientgutout = false;        ///< what nobody sees goes; no stage does it yet
     bool buildhull = false;            ///< a hull in place of the model; no stage builds it yet
-    bool buildhullwithcolors = false;  ///< the same
+    bool buildhullwithcolors = false;  ///< the same, with colours in its vertices
     bool idmapinroot = false;          ///< the ID map is attached to the new root
     bool onegeometry = false;          ///< as few geometries as possible
     std::optional<std::string> help;   ///< the help text is printed if the key is there

@@ -29,7 +29,7 @@ namespace morva::osg {
 ///
 /// root        must not be null. With a parent, the caller must hold a reference of its own: the
 ///             root is off its parent during the run and goes back at the end
-/// parameters  see parseOptTreeParams(), optTreeDoc() and mergeGeo_setup; unknown keys and bad
+/// parameters  see optTree_setup for the keys and planOf() for what they do; unknown keys and bad
 ///             values are no errors. Empty: equal materials are merged and the root comes back,
 ///             off its parent for good
 /// returns     the new root, without a reference of the library's, or `root` itself if no stage

@@ -37,9 +37,6 @@ namespace {
 /// Most entries of a property that is stored in 16 bits.
 constexpr std::size_t short_limit = 65534;
 
-/// Faces that meet at less than this share their normal: 30 degrees.
-constexpr float crease_angle = 0.5235988F;
-
 /// What the elements of a geoset are in a geometry.
 template <typename G> struct element_form;
 template <> struct element_form<osg_geoset> {

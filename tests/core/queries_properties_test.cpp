@@ -93,8 +93,6 @@ TEST(Set, CopiesComponentsOnly) {
 
 namespace {
 
-constexpr float thirty_degrees = 0.5235988F;
-
 /// Normals of a soup, one triangle after the other.
 std::vector<::osg::Vec3f> naiveFlatNormals(const std::vector<::osg::Pnt3f>& p) {
     std::vector<::osg::Vec3f> normals;
@@ -121,7 +119,7 @@ TEST(PropertyQueries, CreaseNormalsGiveUnindexedCornersTheNormalOfTheirTriangle)
         const geometry_ref geometry(geometryOf(mesh));
         if (round % 2 == 0) // what was there goes
             geometry->setNormals(::osg::GeoNormals3f::create());
-        morva::osg::calcCreaseNormals(geometry.get(), thirty_degrees);
+        morva::osg::calcCreaseNormals(geometry.get(), morva::osg::crease_angle);
         EXPECT_EQ(geometry->getIndices(), ::osg::NullFC);
         EXPECT_EQ(geometry->getMFIndexMapping()->size(), 0U);
         const std::vector<::osg::Vec3f> expected = naiveFlatNormals(mesh.positions);
@@ -140,7 +138,7 @@ TEST(PropertyQueries, CreaseNormalsSmoothIndexedGeometryUpToTheAngle) {
         mesh.positions = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, wing};
         mesh.indices = {0, 1, 2, 1, 0, 3};
         const geometry_ref geometry(geometryOf(mesh));
-        morva::osg::calcCreaseNormals(geometry.get(), thirty_degrees);
+        morva::osg::calcCreaseNormals(geometry.get(), morva::osg::crease_angle);
         auto it = geometry->beginTriangles();
         const ::osg::Vec3f first = it.getNormal(0);
         ++it;
