@@ -6,20 +6,9 @@ namespace {
 
 using morva::flush, morva::say, morva::sayError, morva::sayOverProgress, morva::sayProgress;
 
-/// A buffer of an application: nothing in it is locked, and "|" stands for each flush.
-class noted_buffer : public std::streambuf {
-  public:
-    std::string text;
-
-  private:
-    int_type overflow(int_type letter) override {
-        text += traits_type::to_char_type(letter);
-        return letter;
-    }
-    int sync() override {
-        text += '|';
-        return 0;
-    }
+/// What is written, with "|" for each flush.
+class noted_buffer : public std::stringbuf {
+    int sync() override { return sputc('|') == '|' ? 0 : -1; }
 };
 
 /// What a stage says in one go, on both streams.
@@ -34,7 +23,6 @@ void speak() {
 }
 
 TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
-    noted_buffer out, error;
     std::string heard;
     const auto hear = [&heard](const char* where) {
         return [&heard, where](std::string_view line) {
@@ -45,78 +33,60 @@ TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
         heard += "P" + std::to_string(done) + "/" + std::to_string(total) + "\n";
     };
     const std::string lines = "Found 20 Materials.\n|first\nsecond\n", end = "Done.    \n|\n|";
+    const std::string heard_first = "OFound 20 Materials.\nOfirst\nOsecond\n";
     const std::string numbers = "P1/9\nP2/9\n";
     const struct {
         const char* name;
         morva::output_sink sink;
         std::string out, error, heard;
-    } cases[] = {
-        {"none", {}, lines + "\r11.1% |\r22.2% \r" + end, "No Geo.\n|", ""},
-        {"progress alone", {nullptr, nullptr, count}, lines + end, "No Geo.\n|", numbers},
-        {"lines alone",
-         {hear("O"), nullptr, nullptr},
-         "\r11.1% |\r22.2% ",
-         "No Geo.\n|",
-         "OFound 20 Materials.\nOfirst\nOsecond\nODone.    \nO\n"},
-        {"all",
-         {hear("O"), hear("E"), count},
-         "",
-         "",
-         "OFound 20 Materials.\nOfirst\nOsecond\n" + numbers + "ODone.    \nENo Geo.\nO\n"},
-        {"none again", {}, lines + "\r11.1% |\r22.2% \r" + end, "No Geo.\n|", ""}};
+    } cases[] = {{"none", {}, lines + "\r11.1% |\r22.2% \r" + end, "No Geo.\n|", ""},
+                 {"progress alone", {nullptr, nullptr, count}, lines + end, "No Geo.\n|", numbers},
+                 {"lines alone",
+                  {hear("O"), nullptr, nullptr},
+                  "\r11.1% |\r22.2% ",
+                  "No Geo.\n|",
+                  heard_first + "ODone.    \nO\n"},
+                 {"all",
+                  {hear("O"), hear("E"), count},
+                  "",
+                  "",
+                  heard_first + numbers + "ODone.    \nENo Geo.\nO\n"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
+        heard.clear();
+        noted_buffer out, error;
         const stream_capture of_out(std::cout), of_error(std::cerr);
         std::cout.rdbuf(&out);
         std::cerr.rdbuf(&error);
-        std::cerr << std::nounitbuf;
-        std::cerr.tie(nullptr); // its flushes of the other stream would be noted, too
-        std::cout << std::hex << std::showbase; // as a caller may have left it
+        (std::cerr << std::nounitbuf).tie(nullptr); // or there are flushes of its own
+        std::cout << std::hex << std::showbase;     // as a caller may have left it
         {
             const morva::sink_scope scope(c.sink);
             speak();
         }
-        EXPECT_EQ(std::exchange(out.text, ""), c.out);
-        EXPECT_EQ(std::exchange(error.text, ""), c.error);
-        EXPECT_EQ(std::exchange(heard, ""), c.heard);
+        EXPECT_EQ(out.str(), c.out);
+        EXPECT_EQ(error.str(), c.error);
+        EXPECT_EQ(heard, c.heard);
     }
 }
 
 TEST(SinkThreads, WorkersSpeakInWholeLinesAndInTheirOrder) {
-    static constexpr std::size_t workers = 8, rounds = 300;
-    const auto workAll = [] {
-        std::vector<std::thread> threads;
-        for (std::size_t t = 0; t < workers; ++t) {
-            threads.emplace_back([t] {
-                for (std::size_t i = 0; i < rounds; ++i)
-                    say({"worker ", std::to_string(t), " line ", std::to_string(i)});
-            });
-        }
-        for (std::thread& thread : threads)
-            thread.join();
-    };
-    const auto check = [](const std::string& text) {
-        std::vector<std::size_t> next(workers, 0);
-        std::istringstream all(text);
-        for (std::string line; std::getline(all, line);) {
-            std::size_t worker = 0, number = 0;
-            char end = 0;
-            ASSERT_EQ(std::sscanf(line.c_str(), "worker %zu line %zu%c", &worker, &number, &end), 2)
-                << line;
-            ASSERT_EQ(number, next.at(worker)++);
-        }
-        EXPECT_EQ(next, std::vector<std::size_t>(workers, rounds));
-    };
-    {
-        const stream_capture out(std::cout); // a buffer that nobody locks
-        workAll();
-        check(out.text());
+    const stream_capture out(std::cout); // a buffer that nobody locks
+    std::vector<std::thread> threads;
+    for (const char* const worker : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
+        threads.emplace_back([worker] {
+            for (int i = 0; i < 300; ++i)
+                say({worker, " said ", std::to_string(i)});
+        });
     }
-    std::string heard;
-    const morva::sink_scope scope(
-        {[&heard](std::string_view line) { heard.append(line).append("\n"); }, nullptr, nullptr});
-    workAll();
-    check(heard);
+    for (std::thread& thread : threads)
+        thread.join();
+    std::map<char, int> next;
+    std::istringstream all(out.text());
+    for (std::string line; std::getline(all, line);)
+        ASSERT_EQ(line.substr(1), " said " + std::to_string(next[line[0]]++));
+    EXPECT_EQ(next.size(), 8U);
+    EXPECT_EQ(std::count_if(next.begin(), next.end(), [](auto& n) { return n.second == 300; }), 8);
 }
 
 /// What is said of an exception while it is handled.

@@ -236,6 +236,17 @@ TEST(StandardOutput, ThatTakesNothingIsAFailureThatLeavesNothing) {
     EXPECT_EQ(folder.entries(), std::vector<std::string>{"in.glb"});
 }
 
+TEST(Progress, IsShownOnATerminalWhereverTheLinesGo) {
+    const temporary_folder folder;
+    modelFile(folder.file("in.glb"), texturedScene());
+    EXPECT_EQ(shell(folder.path(), // a lock that is taken twice would wait for ever
+                    "timeout 60 script -qec \"" MORVA_COMMAND " optimize in.glb -v -o o.glb -p "
+                    "'cacheopt(true),maxtris(10),numthreads(1)' >out\" log </dev/null >/dev/null"),
+              0);
+    EXPECT_NE(bytesOf(folder.file("log")).find("\r\033[Koptimise ... 0% "), std::string::npos);
+    EXPECT_EQ(bytesOf(folder.file("out")).find('\r'), std::string::npos);
+}
+
 TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
     const temporary_folder old;
     std::mt19937 rng(50);
