@@ -349,16 +349,8 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
 }
 
 const char* textOf(part_fate fate) {
-    switch (fate) {
-    case part_fate::merged:
-        return "merged";
-    case part_fate::carried:
-        return "carried over";
-    case part_fate::left_out:
-        return "left out";
-    default:
-        return "open";
-    }
+    static const char* const texts[] = {"merged", "carried over", "left out", "open"};
+    return texts[static_cast<int>(fate)];
 }
 
 } // namespace morva::host

@@ -8,8 +8,8 @@
 #include <OpenSG/OSGGeometry.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/driver/morva_osg_run_plan.h>
 
 #include "geometry_view.h"
 #include "parallel.h"
@@ -19,41 +19,7 @@ namespace morva::host {
 
 namespace {
 
-/// What the parameters mean for the fate of parts.
-struct run_rules {
-    explicit run_rules(std::string text) : keys(morva::osg::parseOptTreeParams(text)), setup(keys) {
-        const unsigned limit = number("maxtris");
-        one_geometry = flag("onegeometry");
-        all_materials = setup.alphageometry || one_geometry;
-        merges = limit != 0 || one_geometry || (setup.cacheopt && limit <= 10);
-        open = flag("ambientgutout") || flag("buildhull") || flag("buildhullwithcolors") ||
-               number("maxtexturesize") != 0;
-        moves_switches = flag("removelod") || flag("removeswitch");
-        one_material = flag("mostusedmaterial") || one_geometry;
-        writes_ids = !setup.idmap.empty() || flag("idmapinroot");
-        reorders = merges && setup.cacheopt && limit <= 10;
-        cut_limit = merges ? setup.optimizetc : 0;
-    }
-
-    std::map<std::string, std::string> keys;
-    morva::osg::mergeGeo_setup setup;
-    bool merges, one_geometry, all_materials, one_material;
-    bool writes_ids;     ///< output vertices tell their part
-    bool reorders;       ///< the draw order is rebuilt
-    bool open;           ///< stages that make or remove triangles
-    bool moves_switches; ///< parts below switches may come to light
-    int cut_limit;       ///< coordinates beyond it are cut; 0 or below: none
-
-  private:
-    bool flag(const char* key) const {
-        const auto found = keys.find(key);
-        return found != keys.end() && morva::osg::string2X<bool>(found->second);
-    }
-    unsigned number(const char* key) const {
-        const auto found = keys.find(key);
-        return found != keys.end() ? morva::osg::string2X<unsigned int>(found->second) : 0u;
-    }
-};
+using morva::osg::run_plan;
 
 using node_ids = std::set<::osg::UInt32>;
 
@@ -78,20 +44,17 @@ struct part_lists {
     node_ids plain, switched, transparent, hidden;
 };
 
-/// Entries of a vertex property up to which the draw order stays as it is.
-constexpr unsigned int reorder_limit = 65533;
-
 /// Whether the merge hands the part to the draw order as it is.
-bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_rules& rules) {
-    return rules.reorders && !rules.all_materials &&
+bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_plan& run) {
+    return run.setup.merge.cacheopt && !run.setup.merge.alphageometry &&
            lists.transparent.count(node.getFieldContainerId()) != 0;
 }
 
 /// What the draw order leaves of a part that is carried over: degenerate triangles go, and where
 /// there are lines it keeps nothing else.
-void foretellReordered(audited_part& part, const ::osg::NodePtr& node) {
+void foretellReordered(audited_part& part, const ::osg::NodePtr& node, const run_plan& run) {
     part.renamed = true;
-    if (morva::osg::isVertexCountBelowThreshold(node, reorder_limit))
+    if (morva::osg::isVertexCountBelowThreshold(node, run.cache_entries))
         return;
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
     const bool lines = morva::osg::getNumberOfLines(core) != 0;
@@ -99,7 +62,7 @@ void foretellReordered(audited_part& part, const ::osg::NodePtr& node) {
 }
 
 void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& lists,
-              const run_rules& rules) {
+              const run_plan& run) {
     const ::osg::UInt32 id = node.getFieldContainerId();
     const bool transparent = lists.transparent.count(id) != 0;
     const bool hidden = lists.hidden.count(id) != 0;
@@ -109,23 +72,25 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
         part.least = least;
         part.most = most;
     };
-    if (!rules.merges || (hidden && rules.setup.keeprenderfalse))
+    const morva::osg::optTree_setup& setup = run.setup;
+    if (!run.merges || (hidden && setup.merge.keeprenderfalse))
         set(part_fate::carried, part.triangles, part.triangles);
-    else if (transparent && !rules.all_materials) {
+    else if (transparent && !setup.merge.alphageometry) {
         set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
-        if (rules.reorders)
-            foretellReordered(part, node);
+        if (setup.merge.cacheopt)
+            foretellReordered(part, node, run);
     } else if (transparent || lists.plain.count(id) != 0)
         set(part_fate::merged, sound, sound);
     else
         set(part_fate::left_out, 0, 0);
 
-    const bool shifting = rules.open || rules.moves_switches;
-    if (shifting &&
-        (rules.open || lists.switched.count(id) != 0 || part.fate == part_fate::left_out))
+    // What hangs below switches may come to light.
+    const bool moves = (setup.removelod || setup.removeswitch) &&
+                       (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
+    if (run.changes_triangles || moves)
         set(part_fate::open, 0, part.triangles);
     // One material for all may turn carried parts into merged ones, and the other way round.
-    else if (rules.one_material && rules.merges && part.fate != part_fate::left_out)
+    else if (setup.mostusedmaterial && run.merges && part.fate != part_fate::left_out)
         set(part.degenerate != 0 ? part_fate::open : part.fate, sound, part.triangles);
 }
 
@@ -147,11 +112,11 @@ void countPart(const counting_task& task, audited_part& part) {
 }
 
 /// Notes the degenerate triangles of parts that may be taken over as they are.
-void countKept(const std::vector<counting_task>& tasks, const run_rules& rules, audit_plan& plan) {
+void countKept(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
     runParallel(tasks.size(), [&](std::size_t i) {
         audited_part& part = plan.parts[i];
         if (part.fate == part_fate::left_out ||
-            (part.fate == part_fate::merged && !rules.one_material))
+            (part.fate == part_fate::merged && !run.setup.mostusedmaterial))
             return;
         const geometry_view& view = *tasks[i].view;
         forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
@@ -174,16 +139,16 @@ double areaOf(const counting_task& task, const audited_part& part) {
 
 /// Whether the merge may cut a part: some triangle's coordinates reach beyond the limit, and they
 /// are kept.
-bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_rules& rules) {
-    return rules.cut_limit > 0 && reachesBeyond(view, rules.cut_limit) &&
-           (!rules.setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
+bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
+    const morva::osg::mergeGeo_setup& setup = run.setup.merge;
+    return run.merges && setup.optimizetc > 0 && reachesBeyond(view, setup.optimizetc) &&
+           (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
 }
 
 /// Notes the area of each part if the output can be compared by it.
-void measureAreas(const std::vector<counting_task>& tasks, const run_rules& rules,
-                  audit_plan& plan) {
+void measureAreas(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
     const auto cut = [](const audited_part& part) { return part.cut; };
-    plan.areas = rules.setup.toworld && std::any_of(plan.parts.begin(), plan.parts.end(), cut);
+    plan.areas = run.setup.merge.toworld && std::any_of(plan.parts.begin(), plan.parts.end(), cut);
     if (!plan.areas)
         return;
     runParallel(tasks.size(), [&](std::size_t i) {
@@ -211,11 +176,12 @@ class view_store {
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters) {
     audit_plan plan;
-    const run_rules rules(parameters);
+    const run_plan run = morva::osg::planOf(parameters);
+    const bool reorders = run.setup.merge.cacheopt;
     const part_lists lists(root);
-    plan.has_ids = rules.merges && rules.writes_ids;
+    plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
-    plan.by_part = plan.has_ids && !(rules.reorders && rules.one_material) &&
+    plan.by_part = plan.has_ids && !(reorders && run.setup.mostusedmaterial) &&
                    std::none_of(parts.begin(), parts.end(),
                                 [](const named_part& part) { return part.name.empty(); });
 
@@ -223,8 +189,9 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     std::vector<counting_task> tasks;
     for (const named_part& part : parts) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(part.node->getCore());
-        const bool reordered = isReordered(part.node, lists, rules);
-        tasks.push_back({&views.of(core), placement(part.node), rules.setup.toworld && !reordered});
+        const bool reordered = isReordered(part.node, lists, run);
+        tasks.push_back(
+            {&views.of(core), placement(part.node), run.setup.merge.toworld && !reordered});
         audited_part entry;
         entry.name = part.name;
         entry.original_name = part.original_name;
@@ -233,17 +200,17 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
 
     for (std::size_t i = 0; i < parts.size(); ++i) {
-        foretell(plan.parts[i], parts[i].node, lists, rules);
+        foretell(plan.parts[i], parts[i].node, lists, run);
         audited_part& part = plan.parts[i];
         part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
-                   mayBeCut(*tasks[i].view, parts[i].node, rules);
+                   mayBeCut(*tasks[i].view, parts[i].node, run);
         // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        if (rules.reorders && part.fate == part_fate::carried &&
+        if (reorders && part.fate == part_fate::carried &&
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
-    countKept(tasks, rules, plan);
-    measureAreas(tasks, rules, plan);
+    countKept(tasks, run, plan);
+    measureAreas(tasks, run, plan);
     return plan;
 }
 

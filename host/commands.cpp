@@ -6,22 +6,23 @@
 #include <exception>
 #include <iostream>
 #include <new>
-#include <streambuf>
+#include <sstream>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include <unistd.h>
 
-#include <morva/core/morva_osg_params.h>
+#include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
 #include "host_error.h"
-#include "id_map_file.h"
+#include "id_map_output.h"
 #include "memory_watch.h"
 #include "model.h"
 #include "model_export.h"
-#include "optimiser_output.h"
 #include "output_file.h"
 #include "output_set.h"
 #include "parameter_notes.h"
@@ -52,10 +53,14 @@ class progress {
         clear();
     }
     /// How far the stage is.
-    void tell(const std::string& text) {
+    void tell(std::size_t done, std::size_t total) {
         clear();
-        if (shown_)
-            std::cerr << name_ << " ... " << text << std::flush;
+        if (!shown_)
+            return;
+        std::ostringstream text;
+        text.precision(4);
+        text << name_ << " ... " << 100.0 * static_cast<double>(done) / static_cast<double>(total);
+        std::cerr << text.str() << "% " << std::flush;
     }
     const std::vector<stage_record>& stages() const { return clock_.stages(); }
 
@@ -70,89 +75,29 @@ class progress {
     stage_clock clock_;
 };
 
-/// Stands before standard output while it lives, so that the optimiser prints what is asked for:
-/// its lines, if at all, and its progress on a terminal only.
-class output_guard {
-  public:
-    output_guard(bool lines, progress& steps)
-        : saved_(std::cout.rdbuf()),
-          filter_(lines ? saved_ : nullptr,
-                  [&steps](const std::string& text) { steps.tell(text); }) {
-        // A terminal that shows the lines can do with the text as it is.
-        if (!lines || isatty(STDOUT_FILENO) == 0)
-            std::cout.rdbuf(&filter_);
-    }
-    ~output_guard() { std::cout.rdbuf(saved_); }
-    output_guard(const output_guard&) = delete;
-    output_guard& operator=(const output_guard&) = delete;
-
-  private:
-    std::streambuf* saved_;
-    optimiser_output filter_;
-};
+/// What is shown of what the optimiser says: its lines, if at all, and its progress on a terminal
+/// only.
+morva::output_sink shownParts(bool lines, progress& steps) {
+    morva::output_sink sink;
+    if (!lines)
+        sink.out = [](std::string_view) {};
+    // A terminal that shows the lines can do with the progress between them.
+    if (!lines || isatty(STDOUT_FILENO) == 0)
+        sink.progress = [&steps](std::size_t done, std::size_t total) { steps.tell(done, total); };
+    return sink;
+}
 
 /// Keeps the input and, where it is another one, the result.
 ::osg::NodeRefPtr optimised(const model& source, const options& chosen,
                             const std::string& parameters, progress& steps) {
-    std::string text = parameters;
-    const bool help = morva::osg::parseOptTreeParams(text).count("help") != 0;
-    const output_guard guard(chosen.verbose || help, steps);
+    const bool help = morva::osg::planOf(parameters).setup.help.has_value();
+    const morva::sink_scope shown(shownParts(chosen.verbose || help, steps));
     ::osg::NodePtr result = morva::osg::optTree(source.root.get(), withThreads(parameters));
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
     return ::osg::NodeRefPtr(result);
 }
-
-/// The ID map file on its way: the optimiser writes it where it can be checked first.
-class id_map_output {
-  public:
-    id_map_output(const options& chosen, output_set& outputs)
-        : parameters_(chosen.parameters), target_(idMapFile(chosen)) {
-        if (target_.empty())
-            return;
-        stage_ = &outputs.add(target_);
-        const std::string path = stage_->path();
-        options staged = chosen;
-        staged.parameters = withValue(parameters_, "idmap", path.substr(0, path.size() - 5));
-        if (idMapFile(staged) != path)
-            throw host_error("cannot write '" + target_ + "': parameters can't hold '" + path +
-                             "'");
-        parameters_ = staged.parameters;
-    }
-
-    bool wanted() const { return stage_ != nullptr; }
-    /// The parameters for the run.
-    const std::string& parameters() const { return parameters_; }
-
-    /// Makes sure that the file is whole: the optimiser does not tell. `nodes`: of the input.
-    void check(output_set& outputs, std::uint64_t nodes, run_report& report) {
-        if (!wanted())
-            return;
-        if (access(stage_->path().c_str(), F_OK) != 0) {
-            for (const id_record& id : report.verdict->ids) {
-                if (!id.cores.empty())
-                    throw host_error("cannot write '" + target_ + "'");
-            }
-            report.notes.push_back("no ID map file is written: no part went through the merge");
-            drop(outputs);
-            return;
-        }
-        const std::string fault = faultOfIdMap(stage_->path(), nodes);
-        if (!fault.empty())
-            throw host_error("cannot write '" + target_ + "': " + fault);
-        report.id_map = file_record{target_, stage_->bytes()};
-    }
-    void drop(output_set& outputs) {
-        if (wanted())
-            outputs.drop(*stage_);
-        stage_ = nullptr;
-    }
-
-  private:
-    std::string parameters_, target_;
-    staged_output* stage_ = nullptr; ///< null without a file
-};
 
 void tellNotes(const std::vector<std::string>& notes, bool quiet) {
     if (quiet)
@@ -217,7 +162,7 @@ void optimize(const options& chosen) {
     output_set outputs(chosen.input, chosen.overwrite);
     const staged_output& stage = outputs.addModel(chosen.output);
     staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
-    id_map_output id_map(chosen, outputs);
+    id_map_output id_map(chosen.parameters, outputs);
     progress steps(chosen.quiet);
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     const measure wanted = nobody_reads ? measure::counts : measure::all;
@@ -225,7 +170,6 @@ void optimize(const options& chosen) {
     steps.begin("read");
     const model source = readChecked(chosen, report);
     outputs.keepOff(source.files_read);
-    const std::uint64_t nodes = countNodes(source.root.get());
     for (std::string& note : parameterNotes(chosen.parameters))
         report.notes.push_back(std::move(note));
     steps.begin("measure");
@@ -249,7 +193,7 @@ void optimize(const options& chosen) {
         for (std::string& note : writeModel(result.get(), source.images, stage.path()))
             report.notes.push_back(std::move(note));
         report.output = {chosen.output, stage.bytes()};
-        id_map.check(outputs, nodes, report);
+        id_map.check(outputs, report);
     } else {
         outputs.drop(stage);
         id_map.drop(outputs);

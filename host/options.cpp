@@ -4,8 +4,6 @@
 
 #include <CLI/CLI.hpp>
 
-#include <morva/core/morva_osg_params.h>
-
 #include "host_error.h"
 #include "model_export.h"
 #include "version.h"
@@ -32,13 +30,6 @@ void check(const options& chosen) {
 }
 
 } // namespace
-
-std::string idMapFile(const options& chosen) {
-    std::string parameters = chosen.parameters;
-    const auto keys = morva::osg::parseOptTreeParams(parameters);
-    const auto found = keys.find("idmap");
-    return found == keys.end() || found->second.empty() ? "" : found->second + ".json";
-}
 
 std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     options chosen;

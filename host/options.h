@@ -20,9 +20,6 @@ struct options {
     bool quiet = false, verbose = false;
 };
 
-/// The file that the key `idmap` of the parameters asks for; empty for none.
-std::string idMapFile(const options& chosen);
-
 /// Reads the command line.
 ///
 /// returns  the options, or nothing if the command line asked for help or the version, which is

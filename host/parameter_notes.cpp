@@ -5,49 +5,12 @@
 #include <thread>
 
 #include <morva/core/morva_osg_params.h>
-#include <morva/idmap/morva_filetools.h>
 
 #include "text.h"
 
 namespace morva::host {
 
 namespace {
-
-const std::set<std::string>& knownKeys() {
-    static const std::set<std::string> keys = {"addcolorstex",
-                                               "alphageometry",
-                                               "ambientgutout",
-                                               "ambientocclusion",
-                                               "buildhull",
-                                               "buildhullwithcolors",
-                                               "cacheopt",
-                                               "calcnormals",
-                                               "deleteunusedtc",
-                                               "flat",
-                                               "help",
-                                               "idmap",
-                                               "idmapinroot",
-                                               "ignorematerial",
-                                               "keeprenderfalse",
-                                               "maxtexturesize",
-                                               "maxtris",
-                                               "mergehierarchy",
-                                               "mergesamename",
-                                               "mostusedmaterial",
-                                               "numthreads",
-                                               "onegeometry",
-                                               "opt",
-                                               "optimizetc",
-                                               "prefix",
-                                               "removelod",
-                                               "removeswitch",
-                                               "silent",
-                                               "storeondisk",
-                                               "texcoords",
-                                               "toworld",
-                                               "vertexcolor"};
-    return keys;
-}
 
 /// The key and the value of one token; empty if it has not the form.
 std::map<std::string, std::string> entryOf(const std::string& token) {
@@ -61,15 +24,13 @@ std::map<std::string, std::string> entryOf(const std::string& token) {
 
 std::vector<std::string> parameterNotes(const std::string& parameters) {
     std::vector<std::string> notes;
-    std::vector<std::string> tokens;
-    morva::splitStringByDelimiter(parameters, tokens, ",");
     std::set<std::string> seen;
-    for (const std::string& token : tokens) {
+    for (const std::string& token : morva::osg::tokensOf(parameters, ",")) {
         const auto entry = entryOf(token);
         const std::string shown = "parameter '" + validUtf8(token) + "' ";
         if (entry.empty())
             notes.push_back(shown + "is not of the form key(value); it is ignored");
-        else if (knownKeys().count(entry.begin()->first) == 0)
+        else if (!morva::osg::isParameterKey(entry.begin()->first))
             notes.push_back(shown + "has an unknown key; it is ignored");
         else if (!seen.insert(entry.begin()->first).second)
             notes.push_back(shown + "repeats a key; the first one holds");
@@ -79,11 +40,9 @@ std::vector<std::string> parameterNotes(const std::string& parameters) {
 
 std::string withValue(const std::string& parameters, const std::string& key,
                       const std::string& value) {
-    std::vector<std::string> tokens;
-    morva::splitStringByDelimiter(parameters, tokens, ",");
     std::string text;
     bool found = false;
-    for (const std::string& token : tokens) {
+    for (const std::string& token : morva::osg::tokensOf(parameters, ",")) {
         const bool here = !found && entryOf(token).count(key) != 0; // the first one holds
         found = found || here;
         if (!text.empty())

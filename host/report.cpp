@@ -19,28 +19,31 @@ std::string fixed(double value, int digits) {
     return text;
 }
 
-struct table_row {
-    const char* title;
-    std::string (*text)(const scene_statistics&);
+/// A figure of a scene in the table and in the report.
+struct figure {
+    const char *title, *key;
+    std::uint64_t scene_statistics::*count; ///< null: cache misses per triangle
 };
 
-const table_row rows[] = {
-    {"nodes", [](const scene_statistics& s) { return withCommas(s.nodes); }},
-    {"geometry cores", [](const scene_statistics& s) { return withCommas(s.geometry_cores); }},
-    {"draw calls", [](const scene_statistics& s) { return withCommas(s.draw_calls); }},
-    {"materials", [](const scene_statistics& s) { return withCommas(s.materials); }},
-    {"textures", [](const scene_statistics& s) { return withCommas(s.textures); }},
-    {"triangles", [](const scene_statistics& s) { return withCommas(s.triangles); }},
-    {"lines", [](const scene_statistics& s) { return withCommas(s.lines); }},
-    {"points", [](const scene_statistics& s) { return withCommas(s.points); }},
-    {"vertices", [](const scene_statistics& s) { return withCommas(s.vertices); }},
-    {"16-bit index entries",
-     [](const scene_statistics& s) { return withCommas(s.index_entries_16); }},
-    {"32-bit index entries",
-     [](const scene_statistics& s) { return withCommas(s.index_entries_32); }},
-    {"cache misses per triangle", [](const scene_statistics& s) { return fixed(s.acmr, 3); }},
-    {"geometry bytes", [](const scene_statistics& s) { return withCommas(s.geometry_bytes); }},
+const figure figures[] = {
+    {"nodes", "nodes", &scene_statistics::nodes},
+    {"geometry cores", "geometry_cores", &scene_statistics::geometry_cores},
+    {"draw calls", "draw_calls", &scene_statistics::draw_calls},
+    {"materials", "materials", &scene_statistics::materials},
+    {"textures", "textures", &scene_statistics::textures},
+    {"triangles", "triangles", &scene_statistics::triangles},
+    {"lines", "lines", &scene_statistics::lines},
+    {"points", "points", &scene_statistics::points},
+    {"vertices", "vertices", &scene_statistics::vertices},
+    {"16-bit index entries", "index_entries_16", &scene_statistics::index_entries_16},
+    {"32-bit index entries", "index_entries_32", &scene_statistics::index_entries_32},
+    {"cache misses per triangle", "acmr_32_lru", nullptr},
+    {"geometry bytes", "geometry_bytes", &scene_statistics::geometry_bytes},
 };
+
+std::string textOf(const scene_statistics& scene, const figure& what) {
+    return what.count == nullptr ? fixed(scene.acmr, 3) : withCommas(scene.*what.count);
+}
 
 void addLine(std::string& text, const std::string& title, const std::string& first,
              const std::string& second, bool two) {
@@ -63,20 +66,15 @@ std::string auditLine(const audit_verdict& verdict) {
     return text + (verdict.by_part ? ", part by part\n" : "\n");
 }
 
-ordered_json jsonOf(const scene_statistics& s) {
-    return {{"nodes", s.nodes},
-            {"geometry_cores", s.geometry_cores},
-            {"draw_calls", s.draw_calls},
-            {"materials", s.materials},
-            {"textures", s.textures},
-            {"triangles", s.triangles},
-            {"lines", s.lines},
-            {"points", s.points},
-            {"vertices", s.vertices},
-            {"index_entries_16", s.index_entries_16},
-            {"index_entries_32", s.index_entries_32},
-            {"acmr_32_lru", s.acmr},
-            {"geometry_bytes", s.geometry_bytes}};
+ordered_json jsonOf(const scene_statistics& scene) {
+    ordered_json json;
+    for (const figure& what : figures) {
+        if (what.count == nullptr)
+            json[what.key] = scene.acmr;
+        else
+            json[what.key] = scene.*what.count;
+    }
+    return json;
 }
 
 ordered_json jsonOf(const file_record& file) {
@@ -178,8 +176,9 @@ std::string tableOf(const run_report& report) {
     std::string text;
     const bool two = report.after.has_value();
     addLine(text, "", two ? "before" : "", "after", two);
-    for (const table_row& row : rows)
-        addLine(text, row.title, row.text(report.before), two ? row.text(*report.after) : "", two);
+    for (const figure& what : figures)
+        addLine(text, what.title, textOf(report.before, what),
+                two ? textOf(*report.after, what) : "", two);
     addLine(text, "file bytes", withCommas(report.input.bytes), withCommas(report.output.bytes),
             two);
     if (!report.stages.empty()) {

@@ -6,6 +6,7 @@
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_single_index.h>
 #include <morva/core/morva_osg_sink.h>
@@ -13,6 +14,7 @@
 #include <morva/core/morva_twister.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
+#include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
@@ -23,6 +25,7 @@
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/trees/kd_strategies.h>

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
 
 namespace morva::osg {
@@ -58,6 +59,19 @@ unsigned int linesOf(unsigned int type, unsigned int length) {
 
 unsigned int pointsOf(unsigned int type, unsigned int length) { return type == 1 ? length : 0; }
 
+unsigned int primitivesOf(unsigned int type, unsigned int length) {
+    return type == 0 ? length : type == 1 ? length / 2 : trianglesOf(type, length);
+}
+
+/// Class bit of a primitive type: points 1, lines 2, triangles 4, none 0.
+unsigned int classBit(unsigned int type) {
+    if (type == 0)
+        return 1;
+    if (type == 1)
+        return 2;
+    return (type >= 4 && type <= 7) || type == 9 ? 4 : 0;
+}
+
 } // namespace
 
 void set(math::vector<float, 3>& to, const ::osg::Vec3f& from) { copyThree(to, from); }
@@ -80,6 +94,24 @@ unsigned int getNumberOfLines(::osg::GeometryPtr geometry) {
 }
 unsigned int getNumberOfPoints(::osg::GeometryPtr geometry) {
     return sumOverPrimitives(geometry, pointsOf);
+}
+
+unsigned int getNumberOfPrimitives(const ::osg::NodePtr& node) {
+    return sumOverPrimitives(geometryOf(node), primitivesOf);
+}
+unsigned int getNumberOfPrimitives(std::vector<::osg::NodePtr> nodes) {
+    unsigned int sum = 0;
+    for (const ::osg::NodePtr& node : nodes)
+        sum += getNumberOfPrimitives(node);
+    return sum;
+}
+
+unsigned int getNumberOfPrimitiveTypes(const ::osg::NodePtr& node) {
+    unsigned int classes = 0;
+    sumOverPrimitives(geometryOf(node), [&classes](unsigned int type, unsigned int) {
+        return classes |= classBit(type);
+    });
+    return (classes & 1) + (classes >> 1 & 1) + (classes >> 2 & 1);
 }
 
 unsigned int getNumberOfTriangles(const ::osg::NodePtr& node) {

@@ -3,7 +3,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 
 #include <algorithm>
-#include <iostream>
+#include <iterator>
 
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
@@ -11,12 +11,13 @@
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_geometry_columns.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -39,7 +40,7 @@ template <typename Color> bool differ(const Color& a, const Color& b, unsigned i
 bool uniformAlphaIntoMaterial(const ::osg::GeometryPtr& geometry) {
     const auto stored = ::osg::GeoColors4fPtr::dcast(geometry->getColors());
     if (stored == ::osg::NullFC) {
-        std::cout << "Sorry No AlphaColor" << std::endl;
+        say({"Sorry No AlphaColor"});
         return true;
     }
     const span<::osg::Color4f> colors = editSpan(stored);
@@ -129,9 +130,10 @@ std::size_t largestPosition(const ::osg::GeometryPtr& geometry, int slot) {
 /// where they share the index of the positions enough for each of these, too.
 ::osg::RefPtr<::osg::GeoColors4fPtr> uniformColors(const ::osg::GeometryPtr& geometry,
                                                    const ::osg::Color4f& color) {
+    constexpr vertex_property place[] = {vertex_property::position};
     std::size_t triangles = 0;
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it)
-        ++triangles;
+    forEachTriangle(geometry_columns(geometry, place), rest_rule::continued,
+                    [&triangles](std::size_t, std::size_t, std::size_t) { ++triangles; });
     std::size_t count = 3 * (triangles + 1);
     const int slot = positionSlot(geometry);
     if (slot >= 0)
@@ -189,15 +191,15 @@ void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
 template <typename Ptr> bool isMissing(const Ptr& property) {
     return property == ::osg::NullFC || property->size() == 0;
 }
-template <typename Ptr> bool isEmpty(const Ptr& property) {
-    return property != ::osg::NullFC && property->size() == 0;
-}
+/// The properties that checkGeoProperties() takes off where they are empty.
+constexpr vertex_property dispensable[] = {
+    vertex_property::normal,    vertex_property::color,      vertex_property::secondary_color,
+    vertex_property::texcoords, vertex_property::texcoords1, vertex_property::texcoords2,
+    vertex_property::texcoords3};
 
-bool hasEmptyProperty(const ::osg::GeometryPtr& geometry) {
-    return isEmpty(geometry->getNormals()) || isEmpty(geometry->getColors()) ||
-           isEmpty(geometry->getSecondaryColors()) || isEmpty(geometry->getTexCoords()) ||
-           isEmpty(geometry->getTexCoords1()) || isEmpty(geometry->getTexCoords2()) ||
-           isEmpty(geometry->getTexCoords3());
+bool isEmpty(const ::osg::GeometryPtr& geometry, vertex_property which) {
+    const auto* property = geometry->getProperty(mappingBit(which));
+    return property != nullptr && property->getSize() == 0;
 }
 
 } // namespace
@@ -282,23 +284,15 @@ bool checkGeoProperties(::osg::GeometryPtr geometry) {
     if (geometry == ::osg::NullFC || isMissing(geometry->getTypes()) ||
         isMissing(geometry->getLengths()) || isMissing(geometry->getPositions()))
         return false;
-    if (!hasEmptyProperty(geometry)) // not even edited: it may be read by other threads
+    const auto empty = [&geometry](vertex_property which) { return isEmpty(geometry, which); };
+    // Not even edited: it may be read by other threads.
+    if (std::none_of(std::begin(dispensable), std::end(dispensable), empty))
         return true;
     const geometry_edit edit(geometry);
-    if (isEmpty(geometry->getNormals()))
-        geometry->setNormals(::osg::NullFC);
-    if (isEmpty(geometry->getColors()))
-        geometry->setColors(::osg::NullFC);
-    if (isEmpty(geometry->getSecondaryColors()))
-        geometry->setSecondaryColors(::osg::NullFC);
-    if (isEmpty(geometry->getTexCoords()))
-        geometry->setTexCoords(::osg::NullFC);
-    if (isEmpty(geometry->getTexCoords1()))
-        geometry->setTexCoords1(::osg::NullFC);
-    if (isEmpty(geometry->getTexCoords2()))
-        geometry->setTexCoords2(::osg::NullFC);
-    if (isEmpty(geometry->getTexCoords3()))
-        geometry->setTexCoords3(::osg::NullFC);
+    for (const vertex_property which : dispensable) {
+        if (empty(which))
+            setProperty(geometry, which, ::osg::NullFC);
+    }
     return true;
 }
 

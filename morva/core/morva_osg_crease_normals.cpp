@@ -5,8 +5,8 @@
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -23,22 +23,17 @@ struct face {
 };
 
 std::vector<face> facesOf(const ::osg::GeometryPtr& geometry, span<const ::osg::Pnt3f> positions) {
+    constexpr vertex_property place[] = {vertex_property::position};
     std::vector<face> faces;
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
-        face f;
-        bool inside = true;
-        for (int k = 0; k < 3; ++k) {
-            f.vertex[k] = static_cast<UInt32>(it.getPositionIndex(k));
-            inside = inside && f.vertex[k] < positions.size();
-        }
-        if (!inside)
-            continue;
-        const ::osg::Pnt3f& a = positions[f.vertex[0]];
-        f.normal = (positions[f.vertex[1]] - a).cross(positions[f.vertex[2]] - a);
-        f.flat = f.normal[0] == 0.0F && f.normal[1] == 0.0F && f.normal[2] == 0.0F;
-        f.normal.normalize();
-        faces.push_back(f);
-    }
+    forEachTriangle(geometry_columns(geometry, place), rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        face f{{UInt32(first), UInt32(second), UInt32(third)}, {}, false};
+                        const ::osg::Pnt3f& a = positions[first];
+                        f.normal = (positions[second] - a).cross(positions[third] - a);
+                        f.flat = f.normal[0] == 0.0F && f.normal[1] == 0.0F && f.normal[2] == 0.0F;
+                        f.normal.normalize();
+                        faces.push_back(f);
+                    });
     return faces;
 }
 

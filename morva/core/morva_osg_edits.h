@@ -80,6 +80,9 @@ class MORVA_API geometry_edit {
     std::array<::osg::RefPtr<::osg::AttachmentPtr>, 15> before;
 };
 
+/// Enters a node as changed in all fields: it was filled in this thread without edits.
+inline void reportChange(const ::osg::NodePtr& node) { const open_edit whole(node); }
+
 /// For a geometry that was made without edits and is handed out now: enters it with all its
 /// properties.
 MORVA_API void reportWhole(const ::osg::GeometryPtr& geometry);

@@ -5,52 +5,15 @@
 #include <algorithm>
 #include <cmath>
 
-#include <OpenSG/OSGTriangleIterator.h>
-
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
-#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 
 namespace morva::osg {
 
 namespace {
-
-unsigned int primitivesOf(unsigned int type, unsigned int length) {
-    switch (type) {
-    case 0:
-        return length;
-    case 1:
-    case 7:
-        return length / 2;
-    case 4:
-        return length / 3;
-    case 5:
-    case 6:
-    case 9:
-        return length - 2;
-    default:
-        return 0;
-    }
-}
-
-/// Class bit of a primitive type: points 1, lines 2, triangles 4, none 0.
-unsigned int classBit(unsigned int type) {
-    if (type == 0)
-        return 1;
-    if (type == 1)
-        return 2;
-    return (type >= 4 && type <= 7) || type == 9 ? 4 : 0;
-}
-
-/// Primitives that have both a type and a length.
-::osg::UInt32 listedPrimitives(const ::osg::GeometryPtr& geometry) {
-    if (geometry == ::osg::NullFC || geometry->getTypes() == ::osg::NullFC ||
-        geometry->getLengths() == ::osg::NullFC)
-        return 0;
-    return std::min(geometry->getTypes()->size(), geometry->getLengths()->size());
-}
 
 template <typename Ptr> bool isLonger(const Ptr& property, unsigned int threshold) {
     return property != ::osg::NullFC && property->size() > threshold;
@@ -65,29 +28,6 @@ double triangle_area(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::
     const float t = u.dot(u) * v.dot(v) - uv * uv;
     const double area = 0.5 * std::sqrt(static_cast<double>(t));
     return std::isfinite(area) ? area : 0.0;
-}
-
-unsigned int getNumberOfPrimitives(const ::osg::NodePtr& node) {
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    unsigned int sum = 0;
-    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
-        sum += primitivesOf(geometry->getTypes()->getValue(i), geometry->getLengths()->getValue(i));
-    return sum;
-}
-
-unsigned int getNumberOfPrimitives(std::vector<::osg::NodePtr> nodes) {
-    unsigned int sum = 0;
-    for (const ::osg::NodePtr& node : nodes)
-        sum += getNumberOfPrimitives(node);
-    return sum;
-}
-
-unsigned int getNumberOfPrimitiveTypes(const ::osg::NodePtr& node) {
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    unsigned int classes = 0;
-    for (::osg::UInt32 i = 0; i < listedPrimitives(geometry); ++i)
-        classes |= classBit(geometry->getTypes()->getValue(i));
-    return (classes & 1) + (classes >> 1 & 1) + (classes >> 2 & 1);
 }
 
 unsigned int getVertexCountOfPrimitiveType(int primitive_class) {
@@ -134,21 +74,20 @@ unsigned int getVertexCount(::osg::NodePtr root) {
 }
 
 unsigned int counttriangles(const ::osg::GeometryPtr& geometry) {
-    if (geometry == ::osg::NullFC || !hasIndex(geometry, ::osg::Geometry::MapPosition))
+    if (geometry == ::osg::NullFC)
         return 0;
-    const auto positions = readBlock(geometry->getPositions());
+    constexpr vertex_property place[] = {vertex_property::position};
+    const geometry_columns columns(geometry, place);
+    const property_column& positions = columns[vertex_property::position];
     unsigned int count = 0;
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); !it.isAtEnd(); ++it) {
-        const ::osg::Pnt3f* corner[3];
-        bool found = true;
-        for (int k = 0; k < 3; ++k) {
-            const ::osg::Int32 index = it.getPositionIndex(k);
-            found = found && index >= 0 && static_cast<std::size_t>(index) < positions.size();
-            corner[k] = found ? &positions[static_cast<std::size_t>(index)] : nullptr;
-        }
-        if (found && !is_rogue(*corner[0], *corner[1], *corner[2]))
-            ++count;
-    }
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        const auto* a = positions.find<::osg::Pnt3f>(first);
+                        const auto* b = positions.find<::osg::Pnt3f>(second);
+                        const auto* c = positions.find<::osg::Pnt3f>(third);
+                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c))
+                            ++count;
+                    });
     return count;
 }
 

@@ -1,17 +1,25 @@
-// createSharedIndex: the rows of the corner table become numbers of distinct values, by first use.
+// createSharedIndex and createSingleIndex: the rows of a table of corners become numbers of
+// distinct values, by first use.
 //
-//     corner   rows      numbers     values of the column
-//     0        7         0           0: value of row 7
-//     1        3         1           1: value of row 3
-//     2        9         0           (row 9 holds what row 7 holds)
+//     corner   positions   normals   texcoords        numbers of the positions
+//     0        7           7         2                0: value of row 7
+//     1        3           3         0                1: value of row 3
+//     2        9           7         2                0  (row 9 holds what row 7 holds)
 //
-// Columns are worked on one after the other, so that one hash table at a time is in the cache.
+// Shared: each column by itself, one after the other, so that one hash table at a time is in the
+// cache. Single: a corner is new if no corner before has equal values throughout, and the values of
+// new corners, in their order, are the new properties. 0 and -0 are equal, and of the two every
+// column keeps the one that it meets first; that only ever matters among new corners, since a value
+// that is new to its column makes its corner new.
 
 #include <morva/core/morva_osg_geometry_tools.h>
 
 #include <algorithm>
+#include <cmath>
+#include <iterator>
 
-#include <morva/core/morva_osg_corner_table.h>
+#include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_value_hash.h>
 
 namespace morva::osg {
@@ -20,12 +28,97 @@ using ::osg::UInt32;
 
 namespace {
 
+using two_floats = ::osg::Vec2f;
+using three_floats = ::osg::Vec3f;
+using made_property = ::osg::RefPtr<::osg::AttachmentPtr>;
+
+/// A row that leads nowhere reads as zero.
+template <typename Value> Value valueAt(const span<const Value>& values, UInt32 row) {
+    return row < values.size() ? values[row] : Value();
+}
+
+template <typename Value> span<const float> floatsOf(const std::vector<Value>& values) {
+    return {values.empty() ? nullptr : &values[0][0],
+            values.size() * sizeof(Value) / sizeof(float)};
+}
+
+/// The corners of all triangles, and their rows in the properties that there are.
+struct corner_table {
+    explicit corner_table(const ::osg::GeometryPtr& geometry) : source(geometry, basic_properties) {
+        source.forEachPresent([this](vertex_property property, const property_column& column) {
+            properties[width] = property;
+            columns[width++] = column;
+        });
+        corners = source.indexed() ? no_run : plainRun(source, GL_TRIANGLES, 3);
+        running = corners != no_run;
+        if (running)
+            return;
+        corners = 0;
+        forEachTriangle(source, rest_rule::continued,
+                        [this](std::size_t, std::size_t, std::size_t) { corners += 3; });
+    }
+
+    /// Fills `cells`, which must have `corners * width` entries, unless there is no need to.
+    void readRows() {
+        UInt32* to = cells.data();
+        const auto put = [&](std::size_t corner) {
+            for (std::size_t i = 0; i < width; ++i)
+                *to++ = columns[i].row(corner);
+        };
+        if (running)
+            return;
+        forEachTriangle(source, rest_rule::continued,
+                        [&put](std::size_t a, std::size_t b, std::size_t c) {
+                            put(a);
+                            put(b);
+                            put(c);
+                        });
+    }
+
+    UInt32& cell(std::size_t corner, std::size_t column) const {
+        return cells[corner * width + column];
+    }
+    UInt32 row(std::size_t corner, std::size_t column) const {
+        return running ? static_cast<UInt32>(corner) : cell(corner, column);
+    }
+
+    geometry_columns source;
+    vertex_property properties[std::size(basic_properties)] = {};
+    property_column columns[std::size(basic_properties)]; ///< of `properties`, `width` of them
+    std::size_t width = 0;
+    std::size_t corners = 0;
+    bool running = false; ///< the rows are the corner numbers and are not in `cells`
+    span<UInt32> cells;   ///< `width` rows, corner after corner
+};
+
+/// Makes a geometry one run of triangles with these indices, this mapping, and new properties in
+/// place of those of the table. What can fail comes before it changes.
+void replaceAll(const ::osg::GeometryPtr& geometry, const corner_table& table,
+                const made_property* made, const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr>& indices,
+                const std::vector<::osg::UInt16>& mapping) {
+    const ::osg::RefPtr<::osg::GeoPTypesUI8Ptr> types(::osg::GeoPTypesUI8::create());
+    types->addValue(GL_TRIANGLES);
+    const ::osg::RefPtr<::osg::GeoPLengthsUI32Ptr> lengths(::osg::GeoPLengthsUI32::create());
+    lengths->addValue(static_cast<UInt32>(table.corners));
+    const geometry_edit edit(geometry);
+    geometry->editMFIndexMapping()->reserve(mapping.size());
+
+    geometry->editMFIndexMapping()->clear();
+    for (const ::osg::UInt16 bits : mapping)
+        geometry->editMFIndexMapping()->push_back(bits);
+    for (std::size_t i = 0; i < table.width; ++i)
+        setProperty(geometry, table.properties[i], made[i].get());
+    geometry->setIndices(indices.get());
+    geometry->setTypes(types.get());
+    geometry->setLengths(lengths.get());
+}
+
 /// Turns the rows of one column into numbers, and gathers the values that the numbers stand for.
 template <typename Value> class column_numbering {
   public:
-    column_numbering(const property_block<Value>& block, const corner_table& all,
-                     std::size_t number_of_column)
-        : source(block.view()), table(all), column(number_of_column), known(all.corners) {
+    column_numbering(const corner_table& all, std::size_t number_of_column)
+        : source(all.columns[number_of_column].as<Value>()), table(all), column(number_of_column),
+          known(all.corners) {
         if (!table.running)
             seen.resize(source.size(), no_number);
     }
@@ -84,27 +177,130 @@ template <typename Value> class column_numbering {
     UInt32 hashes[batch_size] = {};
 };
 
-template <typename Value>
-std::vector<Value> numbered(const property_block<Value>& block, const corner_table& table,
-                            std::size_t column) {
-    return column_numbering<Value>(block, table, column).run();
+/// The values of all corners, each column by itself.
+template <bool Running> class corner_values {
+  public:
+    explicit corner_values(const corner_table& of) : table(of) {}
+
+    UInt32 hash(std::size_t corner) const {
+        std::uint64_t sum = 0;
+        for (std::size_t i = 0; i < table.width; ++i) {
+            sum += table.columns[i].width == 2 ? hashShare(value<two_floats>(corner, i), i)
+                                               : hashShare(value<three_floats>(corner, i), i);
+        }
+        return hashOfSum(sum);
+    }
+
+    bool equal(std::size_t a, std::size_t b) const {
+        bool all = true;
+        for (std::size_t i = 0; i < table.width; ++i) {
+            all = all && (table.columns[i].width == 2
+                              ? isEqual(value<two_floats>(a, i), value<two_floats>(b, i))
+                              : isEqual(value<three_floats>(a, i), value<three_floats>(b, i)));
+        }
+        return all;
+    }
+
+    /// The values of some corners in a column, of -0 and 0 the one that came first.
+    template <typename Value>
+    std::vector<Value> pick(const std::vector<UInt32>& corners, std::size_t column) const {
+        std::vector<Value> values;
+        values.reserve(corners.size());
+        bool signed_zero = false;
+        for (const UInt32 corner : corners) {
+            values.push_back(value<Value>(corner, column));
+            signed_zero = signed_zero || hasNegativeZero(values.back());
+        }
+        if (signed_zero)
+            unifyZeros(values);
+        return values;
+    }
+
+  private:
+    template <typename Value> Value value(std::size_t corner, std::size_t column) const {
+        const span<const Value> values = table.columns[column].template as<Value>();
+        if constexpr (Running)
+            return values.data()[corner];
+        else
+            return valueAt(values, table.row(corner, column));
+    }
+
+    template <typename Value> static bool hasNegativeZero(const Value& value) {
+        bool found = false;
+        for (std::size_t i = 0; i < sizeof(Value) / sizeof(float); ++i)
+            found = found || (value[i] == 0.0F && std::signbit(value[i]));
+        return found;
+    }
+
+    /// Replaces every value by the first one that is equal.
+    template <typename Value> static void unifyZeros(std::vector<Value>& values) {
+        number_table known(values.size());
+        std::vector<UInt32> first;
+        for (UInt32 i = 0; i < values.size(); ++i) {
+            if (!isEqual(values[i], values[i]))
+                continue;
+            const auto next = static_cast<UInt32>(first.size());
+            const UInt32 number = known.findOrEnter(hashOf(values[i]), next, [&](UInt32 other) {
+                return isEqual(values[first[other]], values[i]);
+            });
+            if (number == next)
+                first.push_back(i);
+            else
+                values[i] = values[first[number]];
+        }
+    }
+
+    const corner_table& table;
+};
+
+/// Numbers the distinct corners by first use.
+///
+/// numbers  out, one per corner
+/// returns  per number the first corner that has it
+template <bool Running>
+std::vector<UInt32> numberCorners(const corner_values<Running>& values, span<UInt32> numbers) {
+    std::vector<UInt32> first_corner;
+    number_table known(numbers.size());
+    UInt32 hashes[batch_size];
+    for (std::size_t first = 0; first < numbers.size(); first += batch_size) {
+        const std::size_t count = std::min(batch_size, numbers.size() - first);
+        for (std::size_t i = 0; i < count; ++i) {
+            hashes[i] = values.hash(first + i);
+            known.fetch(hashes[i]);
+        }
+        for (std::size_t i = 0; i < count; ++i) {
+            const std::size_t corner = first + i;
+            const auto next = static_cast<UInt32>(first_corner.size());
+            // A NaN equals nothing, itself neither.
+            UInt32 number = next;
+            if (values.equal(corner, corner)) {
+                number = known.findOrEnter(hashes[i], next, [&](UInt32 other) {
+                    return values.equal(corner, first_corner[other]);
+                });
+            }
+            if (number == next)
+                first_corner.push_back(static_cast<UInt32>(corner));
+            numbers[corner] = number;
+        }
+    }
+    return first_corner;
 }
 
-five_results numberColumns(const ::osg::GeometryPtr& geometry, const five_columns& columns,
-                           const corner_table& table) {
-    const five_blocks blocks(geometry);
-    five_results results;
-    if (columns.present[0])
-        results.positions = numbered(blocks.positions, table, columns.column[0]);
-    if (columns.present[1])
-        results.normals = numbered(blocks.normals, table, columns.column[1]);
-    if (columns.present[2])
-        results.colors = numbered(blocks.colors, table, columns.column[2]);
-    if (columns.present[3])
-        results.texcoords = numbered(blocks.texcoords, table, columns.column[3]);
-    if (columns.present[4])
-        results.texcoords7 = numbered(blocks.texcoords7, table, columns.column[4]);
-    return results;
+template <bool Running>
+void makeSingle(const ::osg::GeometryPtr& geometry, const corner_table& table) {
+    const corner_values<Running> values(table);
+    const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
+    indices->editField().resize(table.corners);
+    const std::vector<UInt32> corners = numberCorners(values, editSpan(indices.get()));
+    made_property made[std::size(basic_properties)];
+    for (std::size_t i = 0; i < table.width; ++i) {
+        made[i] = table.columns[i].width == 2
+                      ? makeProperty(geometry, table.properties[i],
+                                     floatsOf(values.template pick<two_floats>(corners, i)))
+                      : makeProperty(geometry, table.properties[i],
+                                     floatsOf(values.template pick<three_floats>(corners, i)));
+    }
+    replaceAll(geometry, table, made, indices, {});
 }
 
 } // namespace
@@ -112,24 +308,38 @@ five_results numberColumns(const ::osg::GeometryPtr& geometry, const five_column
 void createSharedIndex(::osg::GeometryPtr geometry) {
     if (geometry == ::osg::NullFC)
         return;
-    const five_columns columns(geometry);
-    corner_table table = tableOf(geometry, columns);
+    corner_table table(geometry);
     const ::osg::RefPtr<::osg::GeoIndicesUI32Ptr> indices(::osg::GeoIndicesUI32::create());
     indices->editField().resize(table.corners * table.width);
     table.cells = editSpan(indices.get());
-    if (!table.running)
-        readRows(geometry, columns, table);
-    const five_results results = numberColumns(geometry, columns, table);
-
-    const ::osg::UInt16 bits[5] = {::osg::Geometry::MapPosition, ::osg::Geometry::MapNormal,
-                                   ::osg::Geometry::MapColor, ::osg::Geometry::MapTexCoords,
-                                   ::osg::Geometry::MapTexCoords7};
+    table.readRows();
+    made_property made[std::size(basic_properties)];
     std::vector<::osg::UInt16> mapping;
-    for (std::size_t i = 0; i < 5; ++i) {
-        if (columns.present[i])
-            mapping.push_back(bits[i]);
+    for (std::size_t i = 0; i < table.width; ++i) {
+        const vertex_property property = table.properties[i];
+        made[i] = table.columns[i].width == 2
+                      ? makeProperty(geometry, property,
+                                     floatsOf(column_numbering<two_floats>(table, i).run()))
+                      : makeProperty(geometry, property,
+                                     floatsOf(column_numbering<three_floats>(table, i).run()));
+        mapping.push_back(mappingBit(property));
     }
-    replaceAll(geometry, columns, results, indices, mapping, table.corners);
+    replaceAll(geometry, table, made, indices, mapping);
+}
+
+void createSingleIndex(::osg::GeometryPtr geometry) {
+    if (geometry == ::osg::NullFC)
+        return;
+    corner_table table(geometry);
+    const bool reaches_all = std::all_of(
+        table.columns, table.columns + table.width,
+        [&table](const property_column& column) { return column.rows >= table.corners; });
+    if (table.running && reaches_all)
+        return makeSingle<true>(geometry, table);
+    std::vector<UInt32> cells(table.running ? 0 : table.corners * table.width);
+    table.cells = cells;
+    table.readRows();
+    makeSingle<false>(geometry, table);
 }
 
 } // namespace morva::osg

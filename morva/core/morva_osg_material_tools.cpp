@@ -2,13 +2,13 @@
 
 #include <morva/core/morva_osg_tools.h>
 
-#include <iostream>
-
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 #include <OpenSG/OSGSwitchMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
+
+#include <morva/core/morva_osg_sink.h>
 
 namespace morva::osg {
 
@@ -43,7 +43,7 @@ bool resolveSwitch(::osg::MaterialPtr& material) {
         return true;
     const auto choice = static_cast<int>(chosen->getChoice());
     if (choice < 0) {
-        std::cout << "False SwitchMatChoice" << std::endl;
+        say({"False SwitchMatChoice"});
         return false;
     }
     material = chosen->getMaterial(static_cast<::osg::UInt32>(choice));

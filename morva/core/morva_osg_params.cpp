@@ -2,7 +2,6 @@
 
 #include <locale>
 #include <sstream>
-#include <utility>
 
 namespace {
 
@@ -27,26 +26,41 @@ std::string lower_case(std::string text) {
     return text;
 }
 
-/// Assigns the value of the key to the field if the map has the key.
-template <typename T>
-void read_field(const std::map<std::string, std::string>& parameters, const char* key, T& field) {
-    const auto found = parameters.find(key);
-    if (found != parameters.end())
-        field = morva::osg::string2X<T>(found->second);
+void convert(const std::string& text, std::string& field) { field = text; }
+void convert(const std::string& text, std::optional<std::string>& field) { field = text; }
+template <typename T> void convert(const std::string& text, T& field) {
+    field = morva::osg::string2X<T>(text);
+}
+
+/// Fills every field whose key stands in the map.
+template <typename Setup>
+void read_fields(const std::map<std::string, std::string>& parameters, Setup& setup) {
+    forEachKey(setup, [&parameters](const char* key, auto& field) {
+        const auto found = parameters.find(key);
+        if (found != parameters.end())
+            convert(found->second, field);
+    });
 }
 
 } // namespace
 
 namespace morva::osg {
 
-std::size_t splitStringByDelimiter(const std::string& text, std::vector<std::string>& tokens,
-                                   const std::string& delimiters) {
+std::vector<std::string> tokensOf(const std::string& text, const std::string& delimiters) {
+    std::vector<std::string> tokens;
     std::size_t start = text.find_first_not_of(delimiters);
     while (start != std::string::npos) {
         const std::size_t end = text.find_first_of(delimiters, start);
         tokens.push_back(text.substr(start, end - start));
         start = text.find_first_not_of(delimiters, end);
     }
+    return tokens;
+}
+
+std::size_t splitStringByDelimiter(const std::string& text, std::vector<std::string>& tokens,
+                                   const std::string& delimiters) {
+    const std::vector<std::string> more = tokensOf(text, delimiters);
+    tokens.insert(tokens.end(), more.begin(), more.end());
     return tokens.size();
 }
 
@@ -63,8 +77,7 @@ void buildParameterMap(std::vector<std::string>& tokens,
 }
 
 std::map<std::string, std::string> parseOptTreeParams(std::string& parameters) {
-    std::vector<std::string> tokens;
-    splitStringByDelimiter(parameters, tokens, ",");
+    std::vector<std::string> tokens = tokensOf(parameters, ",");
     std::map<std::string, std::string> result;
     buildParameterMap(tokens, result);
     return result;
@@ -142,27 +155,18 @@ std::string optTreeDoc() {
 }
 
 mergeGeo_setup::mergeGeo_setup(std::map<std::string, std::string> parameters) {
-    read_field(parameters, "vertexcolor", vertexcolor);
-    read_field(parameters, "texcoords", texcoords);
-    read_field(parameters, "optimizetc", optimizetc);
-    read_field(parameters, "opt", opt);
-    read_field(parameters, "numthreads", numthreads);
-    read_field(parameters, "silent", silent);
-    read_field(parameters, "storeondisk", storeondisk);
-    read_field(parameters, "toworld", toworld);
-    read_field(parameters, "flat", flat);
-    read_field(parameters, "cacheopt", cacheopt);
-    read_field(parameters, "calcnormals", calcnormals);
-    read_field(parameters, "addcolorstex", addcolorstex);
-    read_field(parameters, "deleteunusedtc", deleteunusedtc);
-    read_field(parameters, "mergesamename", mergesamename);
-    read_field(parameters, "mergehierarchy", mergehierarchy);
-    read_field(parameters, "ignorematerial", ignorematerial);
-    read_field(parameters, "alphageometry", alphageometry);
-    read_field(parameters, "keeprenderfalse", keeprenderfalse);
-    const auto name = parameters.find("idmap");
-    if (name != parameters.end())
-        idmap = std::move(name->second);
+    read_fields(parameters, *this);
+}
+
+optTree_setup::optTree_setup(const std::map<std::string, std::string>& parameters) {
+    read_fields(parameters, *this);
+}
+
+bool isParameterKey(const std::string& key) {
+    bool found = false;
+    optTree_setup setup;
+    forEachKey(setup, [&](const char* known, const auto&) { found = found || key == known; });
+    return found;
 }
 
 } // namespace morva::osg

@@ -7,8 +7,10 @@
 //     opt(1)   maxtris(5000)   Flat(true)
 //        | key before the first "(", in lower case; value up to the first ")"
 //     flat -> "true", maxtris -> "5000", opt -> "1"
-//        | string2X<T>, per key, by whoever reads it
-//     mergeGeo_setup, and the keys that optTree reads itself
+//        | string2X<T>, as forEachKey() says which field a key answers
+//     optTree_setup and, within it, mergeGeo_setup
+//
+// A new key is a field of one of the two records and its line in forEachKey() below it.
 //
 // Nothing here reports an error: a token without both brackets is passed over, a repeated key is
 // dropped, unknown keys are kept and never looked up, and a value that does not convert gives
@@ -18,18 +20,20 @@
 
 #include <cstddef>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
 namespace morva::osg {
 
-/// Splits a text at every character of a set.
+/// The parts of a text between the characters of a set.
 ///
-/// text        any
-/// tokens      appended to; no token is ever empty, since runs of delimiters count as one and
-///             those at the ends of the text are dropped
 /// delimiters  a set of characters, not a word; with none the whole text is one token
-/// returns     how many elements `tokens` holds now, those from before the call included
+/// returns     in order; no token is ever empty, since runs of delimiters count as one and those
+///             at the ends of the text are dropped
+MORVA_API std::vector<std::string> tokensOf(const std::string& text, const std::string& delimiters);
+
+/// Appends tokensOf() to `tokens`, and returns how many elements that holds now.
 MORVA_API std::size_t splitStringByDelimiter(const std::string& text,
                                              std::vector<std::string>& tokens,
                                              const std::string& delimiters);
@@ -65,8 +69,7 @@ MORVA_API void string2float(std::vector<std::string>& texts, std::vector<float>&
 /// The help text on the parameters, for people: 23 lines. It is no list of the true keys.
 MORVA_API std::string optTreeDoc();
 
-/// The options of a run, read by the driver and the merge pass. Beside each field: its key in
-/// the parameter map, if that is not the field's name, and what it does.
+/// The options of the merge pass. Each field is named after its key.
 struct MORVA_API mergeGeo_setup {
     int vertexcolor = -1; ///< groups below this many triangles bake their colour in; < 1: off
     int texcoords = 2;    ///< coordinate limit of the atlas; -1 once the atlas stage has run
@@ -77,7 +80,7 @@ struct MORVA_API mergeGeo_setup {
     bool storeondisk = false;     ///< kept for callers; nothing acts on it
     bool toworld = true;          ///< positions go to world coordinates
     bool flat = true;             ///< no scene hierarchy
-    bool cacheopt = false;        ///< run the vertex-cache stage, with a cell limit of 3000000
+    bool cacheopt = false;        ///< run the vertex-cache stage, with cells of a whole batch
     bool calcnormals = false;     ///< make new normals after the rebuild
     bool addcolorstex = false;    ///< plain colours join the atlas as textures
     bool deleteunusedtc = true;   ///< drop texture coordinates that no texture uses
@@ -90,8 +93,76 @@ struct MORVA_API mergeGeo_setup {
 
     mergeGeo_setup() = default;
 
-    /// Defaults first, then every field whose key (its own name) stands in the map.
+    /// Defaults first, then every field whose key stands in the map.
     explicit mergeGeo_setup(std::map<std::string, std::string> parameters);
 };
+
+/// Calls `visit(key, field)` for each key that a field answers.
+template <typename Visit> void forEachKey(mergeGeo_setup& setup, const Visit& visit) {
+    visit("vertexcolor", setup.vertexcolor);
+    visit("texcoords", setup.texcoords);
+    visit("optimizetc", setup.optimizetc);
+    visit("opt", setup.opt);
+    visit("numthreads", setup.numthreads);
+    visit("silent", setup.silent);
+    visit("storeondisk", setup.storeondisk);
+    visit("toworld", setup.toworld);
+    visit("flat", setup.flat);
+    visit("cacheopt", setup.cacheopt);
+    visit("calcnormals", setup.calcnormals);
+    visit("addcolorstex", setup.addcolorstex);
+    visit("deleteunusedtc", setup.deleteunusedtc);
+    visit("mergesamename", setup.mergesamename);
+    visit("mergehierarchy", setup.mergehierarchy);
+    visit("ignorematerial", setup.ignorematerial);
+    visit("alphageometry", setup.alphageometry);
+    visit("keeprenderfalse", setup.keeprenderfalse);
+    visit("idmap", setup.idmap);
+}
+
+/// All options of a run: those of the merge pass, and those that optTree() reads itself, each
+/// named after its key. What a run makes of them is told by planOf() of the driver.
+struct MORVA_API optTree_setup {
+    mergeGeo_setup merge;
+    unsigned int maxtris = 0;          ///< triangles per output core; not 0: geometry is merged
+    unsigned int maxtexturesize = 0;   ///< side of a texture atlas; no stage makes one yet
+    unsigned int ambientocclusion = 0; ///< shots per vertex; no stage fires them yet
+    bool mostusedmaterial = false;     ///< one material for the whole scene
+    bool removelod = false;            ///< levels of detail give way to their first child
+    bool removeswitch = false;         ///< switches give way to what they show
+    bool ambientgutout = false;        ///< what nobody sees goes; no stage does it yet
+    bool buildhull = false;            ///< a hull in place of the model; no stage builds it yet
+    bool buildhullwithcolors = false;  ///< the same
+    bool idmapinroot = false;          ///< the ID map is attached to the new root
+    bool onegeometry = false;          ///< as few geometries as possible
+    std::optional<std::string> help;   ///< the help text is printed if the key is there
+    std::string prefix;                ///< of generated names
+
+    optTree_setup() = default;
+
+    /// As for mergeGeo_setup.
+    explicit optTree_setup(const std::map<std::string, std::string>& parameters);
+};
+
+/// As above, for the keys of the merge pass too.
+template <typename Visit> void forEachKey(optTree_setup& setup, const Visit& visit) {
+    forEachKey(setup.merge, visit);
+    visit("maxtris", setup.maxtris);
+    visit("maxtexturesize", setup.maxtexturesize);
+    visit("ambientocclusion", setup.ambientocclusion);
+    visit("mostusedmaterial", setup.mostusedmaterial);
+    visit("removelod", setup.removelod);
+    visit("removeswitch", setup.removeswitch);
+    visit("ambientgutout", setup.ambientgutout);
+    visit("buildhull", setup.buildhull);
+    visit("buildhullwithcolors", setup.buildhullwithcolors);
+    visit("idmapinroot", setup.idmapinroot);
+    visit("onegeometry", setup.onegeometry);
+    visit("help", setup.help);
+    visit("prefix", setup.prefix);
+}
+
+/// Whether a key, in lower case, is one of a run.
+MORVA_API bool isParameterKey(const std::string& key);
 
 } // namespace morva::osg

@@ -45,6 +45,10 @@ template <typename Value> class property_block {
     const Value* end() const { return values.end(); }
     const Value& operator[](std::size_t index) const { return values[index]; }
 
+    /// What keeps the values: the property that they are stored in, or else a vector.
+    const ::osg::RefPtr<::osg::AttachmentPtr>& property() const { return owner; }
+    const std::shared_ptr<const std::vector<Value>>& storage() const { return converted; }
+
   private:
     std::shared_ptr<const std::vector<Value>> converted; ///< null if `values` are stored elsewhere
     span<const Value> values;

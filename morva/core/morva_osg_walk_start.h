@@ -11,7 +11,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 
 namespace morva::osg {

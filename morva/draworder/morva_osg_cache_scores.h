@@ -3,7 +3,7 @@
 // Scores of the vertex-cache optimisers, for triangles and for lines.
 //
 //     vertex    2 / sqrt(elements that wait for it) + what its place in the cache adds
-//     element   sum of its vertices, and a bonus for all of them being above 0
+//     element   sum of its vertices, and a bonus for how many of them are above 0
 //
 // Everything is single precision, and orders depend on the last bit: tables of these values are
 // made by these functions.
@@ -17,12 +17,14 @@ namespace morva::osg {
 /// What differs between the two kinds of elements.
 struct triangle_rules {
     static constexpr unsigned corners = 3;
-    static constexpr int recent = 3;               ///< first places, which score alike
-    static constexpr float slope = 0.03448276F;    ///< 1/29
-    static constexpr bool revisits_evicted = true; ///< looks at what fell out too early
+    static constexpr float bonus[] = {0.0F, 0.0F, 1.0F, 3.0F}; ///< by vertices above 0
+    static constexpr int recent = 3;                           ///< first places, which score alike
+    static constexpr float slope = 0.03448276F;                ///< 1/29
+    static constexpr bool revisits_evicted = true;             ///< looks at what fell out too early
 };
 struct line_rules {
     static constexpr unsigned corners = 2;
+    static constexpr float bonus[] = {0.0F, 0.0F, 3.0F};
     static constexpr int recent = 2;
     static constexpr float slope = 0.033333335F; ///< 1/30
     static constexpr bool revisits_evicted = false;
@@ -44,6 +46,18 @@ template <typename Rules> float vertexScore(int waiting, int place) {
     if (waiting == 0)
         return -1.0F;
     return 2.0F * std::pow(static_cast<float>(waiting), -0.5F) + placeScore<Rules>(place);
+}
+
+/// Score of an element whose corner k scores `scoreOf(k)`.
+template <typename Rules, typename ScoreOf> float elementScore(const ScoreOf& scoreOf) {
+    float sum = 0.0F;
+    unsigned positive = 0;
+    for (unsigned k = 0; k < Rules::corners; ++k) {
+        const float score = scoreOf(k);
+        sum += score;
+        positive += score > 0.0F ? 1 : 0;
+    }
+    return sum + Rules::bonus[positive];
 }
 
 /// The bits of a score. Those of positive scores are ordered as the scores are, and 0 is less.

@@ -85,11 +85,8 @@ struct drawlist {
     bool perProperty = false;
     unsigned int limit = 0;                     ///< entries at which it counts as full
     std::list<vcache_triangle_data*> triangles; ///< in draw order; owned by the walk
-    std::set<unsigned int> usedPositions;       ///< the five sets: only if `perProperty`
-    std::set<unsigned int> usedNormals;
-    std::set<unsigned int> usedColors;
-    std::set<unsigned int> usedTexCoords;
-    std::set<unsigned int> usedTexCoords7;
+    /// Only if `perProperty`.
+    std::set<unsigned int> usedPositions, usedNormals, usedColors, usedTexCoords, usedTexCoords7;
     std::set<singleIndexStruct> usedCorners; ///< only if not `perProperty`
 
     /// Draws the triangle: appends it, marks it, and enters its indices. Not null.

@@ -20,7 +20,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
-#include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_span.h>
 
 namespace morva::osg {
@@ -30,26 +30,23 @@ struct draw_elements {
     static constexpr std::size_t properties = 5;
     static constexpr int absent = -1;
 
+    geometry_columns columns; ///< what the cells lead into
     unsigned corners = 3;
     std::size_t count = 0;
-    span<const std::uint32_t> cells; ///< `count * corners` times `width`
+    span<const std::uint32_t> cells{}; ///< `count * corners` times `width`
     std::size_t width = 1;
     std::array<int, properties> offset{absent, absent, absent, absent, absent};
-    std::vector<std::uint32_t> numbers; ///< of the elements in the source; empty: their places
+    std::vector<std::uint32_t> numbers{}; ///< of the elements in the source; empty: their places
 
-    // An index may equal the size of its block and is never greater: it then reads as zero.
-    property_block<::osg::Pnt3f> positions;
-    property_block<::osg::Vec3f> normals;
-    property_block<::osg::Color3f> colors;
-    property_block<::osg::Vec2f> texcoords;
-    property_block<::osg::Vec2f> texcoords7;
-
-    property_block<::osg::UInt32> indices; ///< what `cells` points into, or
-    std::vector<std::uint32_t> own_cells;  ///< this
+    std::vector<std::uint32_t> own_cells{}; ///< what `cells` points into, or else it is the index
 
     bool has(std::size_t property) const { return offset[property] != absent; }
-    std::size_t sizeOf(std::size_t property) const;
-    /// Index of the corner in a property that there is.
+    const property_column& column(std::size_t property) const {
+        return columns[basic_properties[property]];
+    }
+    std::size_t sizeOf(std::size_t property) const { return column(property).rows; }
+    /// Index of the corner in a property that there is. It may equal the size and is never greater:
+    /// it then reads as zero.
     std::uint32_t index(std::size_t corner, std::size_t property) const {
         return cells[corner * width + static_cast<std::size_t>(offset[property])];
     }
@@ -58,11 +55,10 @@ struct draw_elements {
 /// Reads the triangles (3 corners) or lines (2) of all primitives.
 ///
 /// drop_rogues  leaves out triangles that is_rogue() holds for
-/// with_slot_0  reads coordinate set 0
 ///
-/// Elements with a position index that leads nowhere are left out.
+/// Elements with a position index that leads nowhere are left out. Lines have no coordinate set 0.
 template <unsigned Corners>
-draw_elements readElements(const ::osg::GeometryPtr& geometry, bool drop_rogues, bool with_slot_0);
+draw_elements readElements(const ::osg::GeometryPtr& geometry, bool drop_rogues);
 
 /// Numbers the distinct corners, equal in all indices, from 0 up.
 ///
@@ -87,12 +83,12 @@ class piece_writer {
     std::vector<std::uint32_t> numberColumn(std::size_t property, std::size_t first,
                                             std::size_t end, std::uint32_t* cells);
 
-    const draw_elements& m_source;
-    const std::vector<std::uint32_t>& m_order;
-    std::size_t m_width = 0; ///< properties that there are
+    const draw_elements& source_;
+    const std::vector<std::uint32_t>& order_;
+    std::size_t width_ = 0; ///< properties that there are
     /// Per property and index: number of the value, counted over all pieces from 1 on.
-    std::array<std::vector<std::uint32_t>, draw_elements::properties> m_number_of;
-    std::array<std::uint32_t, draw_elements::properties> m_numbered{};
+    std::array<std::vector<std::uint32_t>, draw_elements::properties> number_of_;
+    std::array<std::uint32_t, draw_elements::properties> numbered_{};
 };
 
 } // namespace morva::osg

@@ -29,31 +29,31 @@ struct draw_order {
 class piece_counter {
   public:
     piece_counter(const std::vector<counted_column>& columns, std::size_t limit)
-        : m_limit(limit), m_full(limit == 0) {
+        : limit_(limit), full_(limit == 0) {
         for (const counted_column& column : columns) {
             if (column.ids >= limit) // else it never fills
-                m_columns.push_back({column, std::vector<std::uint32_t>(column.ids, 0), 0});
+                columns_.push_back({column, std::vector<std::uint32_t>(column.ids, 0), 0});
         }
     }
 
     /// Whether some column has as many ids as the limit allows.
-    bool full() const { return m_full; }
+    bool full() const { return full_; }
 
     void openPiece() {
-        ++m_piece;
-        m_full = m_limit == 0;
-        for (counting& column : m_columns)
+        ++piece_;
+        full_ = limit_ == 0;
+        for (counting& column : columns_)
             column.count = 0;
     }
 
     template <unsigned Corners> void add(std::size_t element) {
-        for (counting& column : m_columns) {
+        for (counting& column : columns_) {
             const std::uint32_t* cell = column.of.cells + element * Corners * column.of.stride;
             for (unsigned k = 0; k < Corners; ++k, cell += column.of.stride) {
-                column.count += column.piece_of[*cell] == m_piece ? 0 : 1;
-                column.piece_of[*cell] = m_piece;
+                column.count += column.piece_of[*cell] == piece_ ? 0 : 1;
+                column.piece_of[*cell] = piece_;
             }
-            m_full = m_full || column.count >= m_limit;
+            full_ = full_ || column.count >= limit_;
         }
     }
 
@@ -63,10 +63,10 @@ class piece_counter {
         std::vector<std::uint32_t> piece_of; ///< per id: the last piece that used it
         std::size_t count;                   ///< ids that the open piece uses
     };
-    std::vector<counting> m_columns;
-    std::size_t m_limit;
-    bool m_full;
-    std::uint32_t m_piece = 0; ///< 0: none opened yet
+    std::vector<counting> columns_;
+    std::size_t limit_;
+    bool full_;
+    std::uint32_t piece_ = 0; ///< 0: none opened yet
 };
 
 } // namespace morva::osg

@@ -4,7 +4,6 @@
 // group of its pieces.
 
 #include <cstddef>
-#include <iostream>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
@@ -14,6 +13,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cache_walk.h>
 #include <morva/draworder/morva_osg_draw_elements.h>
@@ -43,8 +43,7 @@ draw_order orderElements(const draw_elements& elements, unsigned int limit, bool
             positions[i] = elements.index(i, 0);
         vertices = positions;
     }
-    return cache_walk<Rules>(vertices, elements.positions.size(), elements.numbers, columns, limit)
-        .run();
+    return cache_walk<Rules>(vertices, elements.sizeOf(0), elements.numbers, columns, limit).run();
 }
 
 /// Reads, orders and writes the elements of `source` into pieces below `result`, each in a
@@ -52,9 +51,8 @@ draw_order orderElements(const draw_elements& elements, unsigned int limit, bool
 template <typename Rules, typename Create>
 void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
                  const Create& create, const ::osg::NodePtr& result) {
-    constexpr bool triangles = Rules::corners == 3;
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(source->getCore());
-    const auto elements = readElements<Rules::corners>(geometry, triangles, triangles);
+    const auto elements = readElements<Rules::corners>(geometry, Rules::corners == 3);
     const draw_order order = orderElements<Rules>(elements, limit, perProperty);
 
     const ::osg::MaterialPtr material = getMaterial(source);
@@ -82,7 +80,7 @@ template <typename Rules, typename Create>
     try {
         buildPieces<Rules>(source, limit, perProperty, create, result);
     } catch (...) {
-        std::cout << "Error occured in morva_osg_cacheopt." << std::endl;
+        say({"Error occured in morva_osg_cacheopt."});
     }
     return result;
 }

@@ -4,6 +4,7 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_draw_pieces.h>
+#include <morva/draworder/morva_osg_list_steps.h>
 
 namespace morva::osg {
 
@@ -14,15 +15,7 @@ float FindLineVertexScore(vlinecache_vertex_data* vertex) {
 
 float calcLineScore(std::vector<vcache_line_data>& lines,
                     std::vector<vlinecache_vertex_data>& vertices, unsigned int line) {
-    vcache_line_data& of = lines[line];
-    if (of.drawn)
-        return -1.0F;
-    const float a = vertices[static_cast<std::size_t>(of.positions[0])].score;
-    const float b = vertices[static_cast<std::size_t>(of.positions[1])].score;
-    of.score = a + b;
-    if (a > 0.0F && b > 0.0F)
-        of.score += 3.0F;
-    return of.score;
+    return detail::scoreElement<line_rules>(lines[line], vertices);
 }
 
 void calcLineScoreForVertices(std::vector<vcache_line_data>& lines,
@@ -36,44 +29,20 @@ unsigned int searchHighestScoreLine(std::vector<vcache_line_data>& lines,
                                     std::list<unsigned int>& lruList, bool& flushCache,
                                     unsigned long& lineMarker) {
     flushCache = false;
-    constexpr float nothing = -2.0F;
-    float best = nothing;
+    float best = -2.0F;
     unsigned int place = 0;
-    for (const unsigned int vertex : lruList) {
-        for (const unsigned int line : vertices[vertex].lines) {
-            if (!(lines[line].score > best))
-                continue;
-            best = lines[line].score;
-            place = line;
-        }
-    }
-    if (best != nothing)
+    bool taken = false;
+    for (const unsigned int vertex : lruList)
+        taken = detail::takeBest(lines, vertices[vertex].lines, best, place) || taken;
+    if (taken)
         return place;
-    for (unsigned long i = lineMarker; i < lines.size(); ++i) {
-        if (lines[i].drawn)
-            continue;
-        flushCache = true;
-        lineMarker = i;
-        return static_cast<unsigned int>(i);
-    }
-    return place;
+    flushCache = detail::findUndrawn(lines, lineMarker);
+    return flushCache ? static_cast<unsigned int>(lineMarker) : 0;
 }
 
 void linedrawlist::addLine(vcache_line_data* line) {
     lines.push_back(line);
-    line->drawn = true;
-    line->score = -1.0F;
-    for (unsigned int k = 0; k < 2; ++k) {
-        if (!perProperty) {
-            usedCorners.insert(
-                {line->positions[k], line->normals[k], line->colors[k], -1, line->texCoords7[k]});
-            continue;
-        }
-        usedPositions.insert(static_cast<unsigned int>(line->positions[k]));
-        usedNormals.insert(static_cast<unsigned int>(line->normals[k]));
-        usedColors.insert(static_cast<unsigned int>(line->colors[k]));
-        usedTexCoords7.insert(static_cast<unsigned int>(line->texCoords7[k]));
-    }
+    detail::enterDrawn(*line, *this);
 }
 
 ::osg::NodePtr optimizeLineCache(::osg::NodePtr geoNode, unsigned int limit, bool perProperty) {

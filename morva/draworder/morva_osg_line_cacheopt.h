@@ -52,12 +52,10 @@ struct vlinecache_vertex_data {
 /// One piece of the result.
 struct linedrawlist {
     bool perProperty = false;
-    unsigned int limit = 0;               ///< entries at which it counts as full
-    std::list<vcache_line_data*> lines;   ///< in draw order; owned by the walk
-    std::set<unsigned int> usedPositions; ///< the four sets: only if `perProperty`
-    std::set<unsigned int> usedNormals;
-    std::set<unsigned int> usedColors;
-    std::set<unsigned int> usedTexCoords7;
+    unsigned int limit = 0;             ///< entries at which it counts as full
+    std::list<vcache_line_data*> lines; ///< in draw order; owned by the walk
+    /// Only if `perProperty`.
+    std::set<unsigned int> usedPositions, usedNormals, usedColors, usedTexCoords7;
     std::set<singleIndexStruct> usedCorners; ///< only if not `perProperty`; slot 0 stays -1
 
     /// Draws the line: appends it, marks it, and enters its indices. Not null.

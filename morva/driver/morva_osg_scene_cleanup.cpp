@@ -1,6 +1,5 @@
 #include <morva/driver/morva_osg_scene_cleanup.h>
 
-#include <iostream>
 #include <map>
 
 #include <OpenSG/OSGComponentTransform.h>
@@ -14,6 +13,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -180,7 +180,7 @@ bool removeInvisibleParts(::osg::NodePtr node) {
         if (!getColor(node, diffuse, specular, ambient, emission, shininess))
             return false;
         if (diffuse[3] < 0.01f) {
-            std::cout << "Remove Geometry because of transparency." << std::endl;
+            say({"Remove Geometry because of transparency."});
             return true;
         }
     }

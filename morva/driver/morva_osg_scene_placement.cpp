@@ -1,7 +1,7 @@
 #include <morva/driver/morva_osg_scene_placement.h>
 
+#include <algorithm>
 #include <cmath>
-#include <iostream>
 #include <limits>
 #include <locale>
 #include <map>
@@ -17,6 +17,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -44,10 +45,18 @@ void changePositions(const ::osg::GeometryPtr& geometry, const Change& change) {
     }
 }
 
+/// The geometry nodes of a scene, also of one that is a geometry itself, while this lives.
+struct scene_geometry {
+    explicit scene_geometry(const ::osg::NodePtr& root, bool with_switches = false) : start(root) {
+        getGeometryNodes(start.get(), nodes, with_switches);
+    }
+    walk_start start;
+    std::vector<::osg::NodePtr> nodes;
+};
+
 /// The numbers of a text between colons, if there are at least `count`; else none.
 std::vector<float> numbersIn(const std::string& list, std::size_t count) {
-    std::vector<std::string> texts;
-    splitStringByDelimiter(list, texts, ":");
+    std::vector<std::string> texts = tokensOf(list, ":");
     std::vector<float> values;
     string2float(texts, values);
     if (texts.size() < count || values.size() < count)
@@ -136,14 +145,14 @@ void applyTransform(::osg::NodePtr node, ::osg::TransformationMatrix<double> con
 
 void transformSceneBB(::osg::NodePtr node, ::osg::Pnt3f const& min, ::osg::Pnt3f const& max) {
     if (min[0] >= max[0] || min[1] >= max[1] || min[2] >= max[2]) {
-        std::cout << "morva::osg::transformSceneBB: No valid Bounding Box given." << std::endl;
+        say({"morva::osg::transformSceneBB: No valid Bounding Box given."});
         return;
     }
     ::osg::DynamicVolume volume(::osg::DynamicVolume::BOX_VOLUME);
     if (node != ::osg::NullFC)
         node->getWorldVolume(volume);
     if (!volume.isValid() || volume.getScalarVolume() == 0.0F) {
-        std::cout << "morva::osg::transformSceneBB: No valid Scene Bounding Box." << std::endl;
+        say({"morva::osg::transformSceneBB: No valid Scene Bounding Box."});
         return;
     }
     ::osg::Pnt3f scene_min, scene_max;
@@ -177,9 +186,8 @@ void transformSceneBB(::osg::NodePtr node, float size) {
 void transformSceneBB(::osg::NodePtr node, std::string list) {
     const std::vector<float> v = numbersIn(list, 6);
     if (v.empty()) {
-        std::cout << "morva::osg::transformSceneBB: String of Min/Max values not valid. "
-                     "Example \"1:2:3:4:5:6\""
-                  << std::endl;
+        say({"morva::osg::transformSceneBB: String of Min/Max values not valid. "
+             "Example \"1:2:3:4:5:6\""});
         return;
     }
     transformSceneBB(node, ::osg::Pnt3f(v[0], v[1], v[2]), ::osg::Pnt3f(v[3], v[4], v[5]));
@@ -188,28 +196,25 @@ void transformSceneBB(::osg::NodePtr node, std::string list) {
 void centerGeoPositions(::osg::NodePtr node, std::string list) {
     if (node == ::osg::NullFC)
         return;
-    const walk_start start(node);
-    std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(start.get(), nodes, true);
-    if (nodes.empty())
+    const scene_geometry scene(node, true);
+    if (scene.nodes.empty())
         return;
     const std::vector<float> v = numbersIn(list, 3);
     if (v.empty()) {
-        std::cout << "morva::osg::CenterGeoPositions: String of Center values not valid. "
-                     "Example \"1:2:3\""
-                  << std::endl;
+        say({"morva::osg::CenterGeoPositions: String of Center values not valid. "
+             "Example \"1:2:3\""});
         return;
     }
-    std::cout << "New Model Center: " << bracketed(v) << std::endl;
+    say({"New Model Center: ", bracketed(v)});
     node->updateVolume();
     const ::osg::DynamicVolume volume = node->getVolume();
     ::osg::Pnt3f center;
     volume.getCenter(center);
     const ::osg::Vec3f offset = ::osg::Pnt3f(v[0], v[1], v[2]) - center;
-    std::cout << "Model will be moved by: " << bracketed(offset) << std::endl;
+    say({"Model will be moved by: ", bracketed(offset)});
 
     // Each node gets a copy of its core, so that it makes no difference which one comes first.
-    for (const ::osg::NodePtr& geometry_node : nodes)
+    for (const ::osg::NodePtr& geometry_node : scene.nodes)
         bakePlace(geometry_node, offset);
     RemoveTransforms(node);
 }
@@ -217,17 +222,12 @@ void centerGeoPositions(::osg::NodePtr node, std::string list) {
 void baseGeoPositions(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return;
-    const walk_start start(node);
-    std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(start.get(), nodes, false);
-    if (nodes.empty())
+    const scene_geometry scene(node);
+    if (scene.nodes.empty() ||
+        std::any_of(scene.nodes.begin(), scene.nodes.end(), hasTransformAbove))
         return;
-    for (const ::osg::NodePtr& geometry_node : nodes) {
-        if (hasTransformAbove(geometry_node))
-            return;
-    }
-    const ::osg::Vec3f base = floorOf(nodes);
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    const ::osg::Vec3f base = floorOf(scene.nodes);
+    for (const ::osg::NodePtr& geometry_node : scene.nodes) {
         const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(geometry_node->getCore());
         if (geometry != ::osg::NullFC)
             changePositions(geometry, [&](const ::osg::Pnt3f& p) { return p - base; });
@@ -251,25 +251,19 @@ void changeMaterialForNode(::osg::NodePtr node, ::osg::MaterialPtr material) {
 }
 
 void changeMaterialsInScene(::osg::NodePtr node, ::osg::MaterialPtr material) {
-    std::vector<::osg::NodePtr> nodes;
-    const walk_start start(node);
-    getGeometryNodes(start.get(), nodes, false);
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    const scene_geometry scene(node);
+    for (const ::osg::NodePtr& geometry_node : scene.nodes)
         changeMaterialForNode(geometry_node, material);
-    }
 }
 
 ::osg::MaterialPtr getMostUsedMaterialInScene(::osg::NodePtr node) {
     if (node == ::osg::NullFC)
         return ::osg::NullFC;
-    std::vector<::osg::NodePtr> nodes;
-    const walk_start start(node);
-    getGeometryNodes(start.get(), nodes, false);
-
+    const scene_geometry scene(node);
     // Null first, then as they are met: the first of equals is taken.
     std::vector<std::pair<::osg::MaterialPtr, unsigned int>> primitives(1);
     std::map<::osg::MaterialPtr, std::size_t> place = {{::osg::MaterialPtr(), 0}};
-    for (const ::osg::NodePtr& geometry_node : nodes) {
+    for (const ::osg::NodePtr& geometry_node : scene.nodes) {
         const ::osg::MaterialPtr material = getMaterial(geometry_node);
         const auto met = place.emplace(material, primitives.size());
         if (met.second)

@@ -1,9 +1,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 
-#include <iostream>
-#include <map>
 #include <mutex>
-#include <sstream>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
@@ -11,61 +9,61 @@
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_scene_rules.h>
+#include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
-#include <morva/idmap/morva_filetools.h>
+#include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+
+// The plan of a run and what carries it out stand together: a stage says in planOf() what follows
+// from its key, and is called where its turn is.
 
 namespace morva::osg {
 
 namespace {
 
-using parameter_map = std::map<std::string, std::string>;
+/// Triangles per core where one geometry is wanted.
+constexpr unsigned int one_geometry_limit = 2000000;
+/// Triangles per core up to which the cache stage stays.
+constexpr unsigned int cache_keeps_limit = 10;
 
-/// The keys that the driver reads itself; the others are in mergeGeo_setup.
-struct driver_keys {
-    unsigned int maxtris = 0; ///< triangles per output core; 0: no merge
-    bool mostusedmaterial = false;
-    bool removelod = false;
-    bool removeswitch = false;
-    bool idmapinroot = false;
-    bool onegeometry = false;
-    bool help = false; ///< whether the key is there; its value is not read
-    bool has_prefix = false;
-    std::string prefix; ///< of generated names, if has_prefix
-    std::string idmap;  ///< file of the ID map, without its extension
-};
+} // namespace
 
-template <class T> void readKey(const parameter_map& parameters, const char* key, T& value) {
-    const auto found = parameters.find(key);
-    if (found != parameters.end())
-        value = string2X<T>(found->second);
+run_plan planOf(std::string parameters) {
+    run_plan plan;
+    plan.runs = !parameters.empty();
+    plan.setup = optTree_setup(parseOptTreeParams(parameters));
+    optTree_setup& setup = plan.setup;
+    mergeGeo_setup& merge = setup.merge;
+
+    merge.silent = true;
+    if (setup.maxtris > cache_keeps_limit)
+        merge.cacheopt = false;
+    if (setup.onegeometry) {
+        merge.alphageometry = true;
+        setup.mostusedmaterial = true;
+        // Behind the test of maxtris: one geometry keeps the cache stage that was asked for.
+        setup.maxtris = one_geometry_limit;
+    }
+    plan.merges = setup.maxtris != 0 || merge.cacheopt;
+    plan.tree.max_elements = setup.maxtris;
+    plan.tree.max_depth = tree_depth_limit;
+    plan.changes_triangles = setup.ambientgutout || setup.buildhull || setup.buildhullwithcolors ||
+                             setup.maxtexturesize != 0;
+
+    plan.tracks_ids = !merge.idmap.empty() || setup.idmapinroot;
+    if (!merge.idmap.empty())
+        plan.idmap_file = merge.idmap + ".json";
+    else if (plan.tracks_ids)
+        merge.idmap = "metaOnly"; // the merge pass tracks names for a name; it is never a file's
+    return plan;
 }
 
-driver_keys readDriverKeys(const parameter_map& parameters) {
-    driver_keys keys;
-    readKey(parameters, "maxtris", keys.maxtris);
-    readKey(parameters, "mostusedmaterial", keys.mostusedmaterial);
-    readKey(parameters, "removelod", keys.removelod);
-    readKey(parameters, "removeswitch", keys.removeswitch);
-    readKey(parameters, "idmapinroot", keys.idmapinroot);
-    readKey(parameters, "onegeometry", keys.onegeometry);
-    keys.help = parameters.count("help") != 0;
-    const auto prefix = parameters.find("prefix");
-    keys.has_prefix = prefix != parameters.end();
-    if (keys.has_prefix)
-        keys.prefix = prefix->second;
-    const auto idmap = parameters.find("idmap");
-    if (idmap != parameters.end())
-        keys.idmap = idmap->second;
-    return keys;
-}
+namespace {
 
-// Numbers go through std::to_string: the caller may have changed the format of std::cout.
-void printSetting(const char* label, const std::string& value) {
-    std::cout << label << value << std::endl;
-}
+void printSetting(const char* label, const std::string& value) { say({label, value}); }
 void printSetting(const char* label, int value) { printSetting(label, std::to_string(value)); }
 
 void printSettings(const mergeGeo_setup& setup) {
@@ -86,6 +84,13 @@ void printSettings(const mergeGeo_setup& setup) {
     printSetting("keepRenderFalse:", setup.keeprenderfalse);
 }
 
+void sayHelp() {
+    std::string text = optTreeDoc();
+    text.pop_back(); // its last line end comes anew
+    say({"Available parameters are: "});
+    say({text}, flush::no);
+}
+
 /// Merges equal materials. The operation is kept for the rest of the process, as every caller's
 /// materials may be known to it; the list makes that visible to leak checkers.
 void mergeEqualMaterials(::osg::NodePtr& root) {
@@ -101,94 +106,60 @@ void mergeEqualMaterials(::osg::NodePtr& root) {
     operation->traverse(root);
 }
 
-void runInputStages(const driver_keys& keys, const ::osg::NodePtr& root) {
-    if (keys.mostusedmaterial)
+void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
+    if (setup.mostusedmaterial)
         reduceSceneMaterialsToOne(root);
-    if (keys.removelod) {
-        std::cout << "Removing LOD parts." << std::endl;
+    if (setup.removelod) {
+        say({"Removing LOD parts."});
         removeLODParts(root);
     }
-    if (keys.removeswitch) {
-        std::cout << "Removing Switch parts." << std::endl;
+    if (setup.removeswitch) {
+        say({"Removing Switch parts."});
         removeSwitchParts(root);
     }
 }
 
-::osg::NodePtr runMerge(const driver_keys& keys, const mergeGeo_setup& setup,
-                        const ::osg::NodePtr& root) {
-    if (keys.maxtris == 0 && !setup.cacheopt)
+::osg::NodePtr runMerge(const run_plan& plan, const ::osg::NodePtr& root) {
+    if (!plan.merges)
         return root;
-    printSetting("Merge Geometry. Cacheopt: ", setup.cacheopt);
-    const kd_build_setup kd{keys.maxtris, 100, 3, 1.0f, 2.0f, 0.95f, false};
-    const ::osg::NodePtr result = mergeGeo(root, kd, setup);
+    printSetting("Merge Geometry. Cacheopt: ", plan.setup.merge.cacheopt);
+    const ::osg::NodePtr result = mergeGeo(root, plan.tree, plan.setup.merge);
     getIDmapHandler().merged = true;
     return result;
 }
 
-/// Hands the ID map out: to a file unless the key named none, and to the root on request.
-void runIdmap(const driver_keys& keys, const mergeGeo_setup& setup, const ::osg::NodePtr& root,
-              const ::osg::NodePtr& result) {
-    if (setup.idmap.empty())
+/// Hands the ID map out, as far as it is asked for: to a file and to the root.
+void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
+    if (!plan.tracks_ids)
         return;
     idmapHandler& handler = getIDmapHandler();
     handler.registerGeometryUsage(result);
-    if (!keys.idmap.empty()) {
-        std::cout << "Write IDmap with " << std::to_string(handler.names.size()) << " names."
-                  << std::endl;
-        writeJsonFile(keys.idmap + ".json", handler, root);
+    if (!plan.idmap_file.empty()) {
+        say({"Write IDmap with ", std::to_string(handler.names.size()), " names."});
+        handler.file = writeMapFile(plan.idmap_file, handler);
     }
-    if (keys.idmapinroot)
+    if (plan.setup.idmapinroot)
         addIDmapInfo(result);
 }
 
-/// Fits the result into a cube of the size asked for. The map holds its keys in lower case, so
-/// that this one is never found: the help text names it, and scenes stay where they are.
-void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
-    const auto found = parameters.find("centerBB");
-    if (found == parameters.end())
-        return;
-    float size = 0.0F;
-    std::istringstream(found->second) >> size;
-    transformSceneBB(result, size);
-}
-
 /// Everything between taking the root off its parent and putting it back.
-::osg::NodePtr runStages(const ::osg::NodePtr& root, std::string& parameters,
+::osg::NodePtr runStages(const ::osg::NodePtr& root, const run_plan& plan,
                          const scene_guard& guard) {
-    const parameter_map map = parseOptTreeParams(parameters);
-    driver_keys keys = readDriverKeys(map);
-    mergeGeo_setup setup(map);
-    setup.silent = true;
-    if (keys.maxtris > 10)
-        setup.cacheopt = false;
-
     idmapHandler& handler = getIDmapHandler();
     handler.reset();
-    // A map in the root alone needs IDs too, but no file.
-    if (keys.idmapinroot && setup.idmap.empty())
-        setup.idmap = "metaOnly";
-    if (!setup.idmap.empty())
+    if (plan.tracks_ids)
         handler.writeTree(root, 0);
-
-    if (keys.help)
-        std::cout << "Available parameters are: " << std::endl << optTreeDoc();
-    if (keys.onegeometry) {
-        setup.alphageometry = true;
-        keys.mostusedmaterial = true;
-        // Behind the test of maxtris: one geometry keeps the cache stage that was asked for.
-        keys.maxtris = 2000000;
-    }
-    printSettings(setup);
-    runInputStages(keys, root);
+    if (plan.setup.help)
+        sayHelp();
+    printSettings(plan.setup.merge);
+    runInputStages(plan.setup, root);
     guard.after("stages of the input", root);
-    if (keys.has_prefix)
-        handler.prefix = keys.prefix;
+    handler.prefix = plan.setup.prefix;
 
-    const ::osg::NodePtr result = runMerge(keys, setup, root);
+    const ::osg::NodePtr result = runMerge(plan, root);
     guard.after("merge, input", root);
     guard.after("merge, result", result);
-    runIdmap(keys, setup, root, result);
-    runCenter(map, result);
+    runIdmap(plan, result);
     handler.releaseHeldLock();
     return result;
 }
@@ -196,7 +167,7 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
 } // namespace
 
 ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters) {
-    std::cout << "Optimizing Tree..." << std::endl;
+    say({"Optimizing Tree..."});
     const ::osg::NodePtr parent = root->getParent();
     if (parent != ::osg::NullFC) {
         takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
@@ -204,10 +175,11 @@ void runCenter(const parameter_map& parameters, const ::osg::NodePtr& result) {
     const scene_guard guard(root);
     mergeEqualMaterials(root);
     guard.after("merge of equal materials", root);
-    if (parameters.empty())
+    const run_plan plan = planOf(std::move(parameters));
+    if (!plan.runs)
         return root;
 
-    const ::osg::NodePtr result = runStages(root, parameters, guard);
+    const ::osg::NodePtr result = runStages(root, plan, guard);
     // The parent gets the input tree back; the optimised scene is what is returned.
     if (parent != ::osg::NullFC)
         addChildTo(parent, root);

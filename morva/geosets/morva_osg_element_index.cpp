@@ -6,17 +6,25 @@
 #include <type_traits>
 #include <vector>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_value_hash.h>
 #include <morva/core/morva_span.h>
-#include <morva/geosets/morva_osg_source_columns.h>
-#include <morva/geosets/morva_osg_texcoord_sets.h>
 
 namespace morva::osg {
 
 namespace {
 
-/// One property as rows of `width` floats.
+/// The properties in the order of their indices: the further ones come behind those that index
+/// rebuilding handles.
+constexpr vertex_property index_order[] = {
+    vertex_property::position,   vertex_property::normal,     vertex_property::color,
+    vertex_property::texcoords,  vertex_property::texcoords7, vertex_property::texcoords1,
+    vertex_property::texcoords2, vertex_property::texcoords3, vertex_property::texcoords4,
+    vertex_property::texcoords5, vertex_property::texcoords6, vertex_property::secondary_color};
+
+/// One property as rows of `width` floats, to be changed in place.
 struct column {
+    ::osg::GeoPropertyArrayInterface* property = nullptr;
     float* rows = nullptr;
     std::size_t width = 0; ///< floats of one row
     ::osg::UInt16 mapping = 0;
@@ -90,87 +98,54 @@ void unifyZeros(const column& c, std::size_t vertices) {
                     c.rows + v * c.width);
 }
 
-/// Calls `use(property, mapping bit)` for the stored forms of the properties that are there.
-template <typename Use> void forEachProperty(const ::osg::GeometryPtr& geometry, const Use& use) {
-    const auto offer = [&](const auto& property, ::osg::UInt16 bit) {
-        if (property != ::osg::NullFC && !property->editField().empty())
-            use(property, bit);
-    };
-    using ::osg::Geometry;
-    offer(::osg::GeoPositions3fPtr::dcast(geometry->getPositions()), Geometry::MapPosition);
-    offer(::osg::GeoNormals3fPtr::dcast(geometry->getNormals()), Geometry::MapNormal);
-    offer(::osg::GeoColors3fPtr::dcast(geometry->getColors()), Geometry::MapColor);
-    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto&) {
-        offer(::osg::GeoTexCoords2fPtr::dcast(set), bit);
-        offer(::osg::GeoTexCoords1fPtr::dcast(set), bit);
-    });
-    offer(::osg::GeoColors3fPtr::dcast(geometry->getSecondaryColors()),
-          Geometry::MapSecondaryColor);
-}
-
-template <typename Property> column columnOf(const Property& property, ::osg::UInt16 bit) {
-    auto& field = property->editField();
-    return {reinterpret_cast<float*>(&field[0]), sizeof(field[0]) / sizeof(float), bit};
+/// The properties that have values, which are floats.
+std::vector<column> columnsOf(const ::osg::GeometryPtr& geometry) {
+    std::vector<column> columns;
+    for (const vertex_property which : index_order) {
+        ::osg::GeoPropertyArrayInterface* property = geometry->getProperty(mappingBit(which));
+        if (property != nullptr && property->getSize() > 0) {
+            columns.push_back({property, reinterpret_cast<float*>(property->getData()),
+                               property->getDimension(), mappingBit(which)});
+        }
+    }
+    return columns;
 }
 
 /// Keeps the rows of the numbered vertices, in order of number.
-template <typename Property>
-void closeUp(const Property& property, const std::vector<::osg::UInt32>& first) {
-    auto& field = property->editField();
+void closeUp(const column& c, const std::vector<::osg::UInt32>& first) {
     // Numbers go by first use, so no row is overwritten before it was moved.
     for (std::size_t number = 0; number < first.size(); ++number) {
-        field[number] = field[first[number]];
+        if (first[number] != number)
+            std::copy_n(c.rows + first[number] * c.width, c.width, c.rows + number * c.width);
     }
-    field.resize(first.size());
-}
-
-/// Gives every vertex a row of its own in a new property, handed over by `take`.
-template <typename Concrete, typename Role, typename Take>
-void spreadRows(const Role& property, const vertex_stream& vertices, ::osg::UInt16 bit,
-                const Take& take) {
-    if (property == ::osg::NullFC)
-        return;
-    const Concrete made = Concrete::StoredObjectType::create();
-    const ::osg::RefPtr<Concrete> held(made);
-    using value = std::decay_t<decltype(made->editField()[0])>;
-    const source_column<value> from(property, vertices, bit);
-    made->editField().resize(vertices.size());
-    for (std::size_t v = 0; v < vertices.size(); ++v)
-        made->editField()[v] = from.at(v);
-    take(made);
+    c.property->resize(first.size());
 }
 
 } // namespace
 
 void unindexVertices(const ::osg::GeometryPtr& geometry) {
-    using ::osg::Geometry;
-    const bool indexed = geometry->getIndices() != ::osg::NullFC;
-    const vertex_stream vertices(geometry);
-    if (indexed) {
-        spreadRows<::osg::GeoPositions3fPtr>(
-            geometry->getPositions(), vertices, Geometry::MapPosition,
-            [&](const auto& made) { geometry->setPositions(made); });
-        spreadRows<::osg::GeoNormals3fPtr>(geometry->getNormals(), vertices, Geometry::MapNormal,
-                                           [&](const auto& made) { geometry->setNormals(made); });
-        spreadRows<::osg::GeoColors3fPtr>(geometry->getColors(), vertices, Geometry::MapColor,
-                                          [&](const auto& made) { geometry->setColors(made); });
-        spreadRows<::osg::GeoColors3fPtr>(
-            geometry->getSecondaryColors(), vertices, Geometry::MapSecondaryColor,
-            [&](const auto& made) { geometry->setSecondaryColors(made); });
-    }
-    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto& take) {
-        if (indexed || ::osg::GeoTexCoords2fPtr::dcast(set) == ::osg::NullFC)
-            spreadRows<::osg::GeoTexCoords2fPtr>(set, vertices, bit, take);
+    const geometry_columns columns(geometry, all_properties);
+    columns.forEachPresent([&](vertex_property which, const property_column& from) {
+        const bool other_form = which >= vertex_property::texcoords && from.converted != nullptr;
+        if (!columns.indexed() && !other_form)
+            return;
+        withProperty(geometry, geometry, which, [&](const auto& property, const auto& take) {
+            using concrete = usual_form<decltype(property)>;
+            const ::osg::RefPtr<concrete> made(concrete::StoredObjectType::create());
+            auto& rows = made->editField();
+            using value = std::decay_t<decltype(rows[0])>;
+            rows.resize(columns.corners());
+            for (std::size_t v = 0; v < columns.corners(); ++v)
+                rows[v] = from.valueOf<value>(v);
+            take(made.get());
+        });
     });
     geometry->setIndices(::osg::NullFC);
     geometry->editMFIndexMapping()->clear();
 }
 
 void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property) {
-    std::vector<column> columns;
-    forEachProperty(geometry, [&](const auto& property, ::osg::UInt16 bit) {
-        columns.push_back(columnOf(property, bit));
-    });
+    const std::vector<column> columns = columnsOf(geometry);
     const std::size_t vertices =
         geometry->getPositions() == ::osg::NullFC ? 0 : geometry->getPositions()->size();
     std::vector<numbering> numberings;
@@ -193,12 +168,11 @@ void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property) {
             entries.push_back(n.number_of[v]);
     }
     geometry->editMFIndexMapping()->clear();
-    std::size_t k = 0;
-    forEachProperty(geometry, [&](const auto& property, ::osg::UInt16 bit) {
-        closeUp(property, numberings[per_property ? k++ : 0].first);
+    for (std::size_t i = 0; i < columns.size(); ++i) {
+        closeUp(columns[i], numberings[per_property ? i : 0].first);
         if (per_property)
-            geometry->editMFIndexMapping()->push_back(bit);
-    });
+            geometry->editMFIndexMapping()->push_back(columns[i].mapping);
+    }
 }
 
 } // namespace morva::osg

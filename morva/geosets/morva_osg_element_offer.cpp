@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <cstddef>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/geosets/morva_osg_triangle_walk.h>
 
 namespace morva::osg {
 
@@ -35,15 +35,14 @@ element_offer offerOf(const ::osg::GeometryPtr& geometry, unsigned int corners) 
     element_offer offer;
     if (geometry == ::osg::NullFC)
         return offer;
-    const std::size_t vertices = verticesOf(geometry);
+    const std::size_t vertices = cornersOf(geometry);
     std::uint64_t most = 0;
-    const auto add = [&](::osg::UInt32 type, std::size_t, std::size_t length) {
-        most += corners == 3   ? trianglesOf(type, length)
-                : corners == 2 ? linesOf(type, length)
-                : type == 1    ? length
-                               : 0;
-    };
-    forEachPrimitive(geometry, vertices, add);
+    forEachPrimitive(geometry, vertices, rest_rule::left_out, [&](const primitive_run& run) {
+        most += corners == 3           ? trianglesOf(run.type, run.length)
+                : corners == 2         ? linesOf(run.type, run.length)
+                : run.type == GL_LINES ? run.length
+                                       : 0;
+    });
     const unsigned int claimed = countByLengths(geometry, corners);
     const bool trusted = geometry->getLengths() != ::osg::NullFC && claimed <= vertices;
     offer.counted = trusted ? claimed : most;

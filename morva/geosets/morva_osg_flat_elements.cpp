@@ -1,13 +1,11 @@
 #include <morva/geosets/morva_osg_flat_elements.h>
 
-#include <string>
-
 #include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGMaterialGroup.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
-#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -15,118 +13,18 @@ namespace morva::osg {
 
 namespace {
 
-const ::osg::Color3f white(1.0F, 1.0F, 1.0F);
-const ::osg::Vec3f upward(0.0F, 1.0F, 0.0F);
-
-/// First row of a property in its usual stored form, or null for another form.
-template <typename Concrete, typename Ptr> auto firstRow(const Ptr& property) {
-    const Concrete stored = Concrete::dcast(property);
-    using row = std::decay_t<decltype(stored->editField()[0])>;
-    if (stored == ::osg::NullFC || stored->editField().empty())
-        return static_cast<row*>(nullptr);
-    return &stored->editField()[0];
-}
-
-/// Prepares the rows of one property: the target's own, or new ones if the source has values.
-template <typename Concrete, typename Value, typename Ptr>
-void prepareRows(field_rows<Value, Ptr>& rows, const Ptr& own, bool in_source, std::size_t vertices,
-                 const Value& fill) {
-    if (own != ::osg::NullFC) {
-        rows.property = own;
-        rows.rows = firstRow<Concrete>(own);
-    } else if (in_source) {
-        const Concrete made = Concrete::StoredObjectType::create();
-        rows.property = made;
-        made->editField().resize(vertices, fill);
-        rows.rows = firstRow<Concrete>(made);
+/// Resizes all properties of a core; false after one line on standard output if that fails.
+bool triedToResize(geoset_fields& fields, std::size_t rows) {
+    try {
+        fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
+        return true;
+    } catch (...) {
+        say({"Error while resizing FieldContainers."});
+        return false;
     }
-}
-
-template <typename Ptr> std::size_t rowsOf(const ::osg::RefPtr<Ptr>& property, std::size_t most) {
-    return property == ::osg::NullFC ? most : std::min<std::size_t>(most, property->size());
 }
 
 } // namespace
-
-target_fields::target_fields(const ::osg::GeometryPtr& target, const source_columns& source,
-                             bool write_ids, std::size_t vertices) {
-    types = target->getTypes();
-    if (types == ::osg::NullFC)
-        types = ::osg::GeoPTypesUI8::create();
-    lengths = target->getLengths();
-    if (lengths == ::osg::NullFC)
-        lengths = ::osg::GeoPLengthsUI32::create();
-    prepareRows<::osg::GeoPositions3fPtr>(positions, target->getPositions(),
-                                          source.positions.present(), vertices, ::osg::Pnt3f());
-    prepareRows<::osg::GeoNormals3fPtr>(normals, target->getNormals(), source.normals.present(),
-                                        vertices, upward);
-    prepareRows<::osg::GeoColors3fPtr>(colors, target->getColors(), source.colors.present(),
-                                       vertices, white);
-    prepareRows<::osg::GeoColors3fPtr>(secondary, target->getSecondaryColors(),
-                                       source.secondary.present(), vertices, white);
-    ids = target->getTexCoords7();
-    if (ids == ::osg::NullFC && (write_ids || source.ids.present())) {
-        ids = ::osg::GeoTexCoords1f::create();
-        ids->resize(vertices);
-    }
-    if (ids != ::osg::NullFC)
-        id_rows = firstRow<::osg::GeoTexCoords1fPtr>(ids.get());
-}
-
-std::size_t target_fields::room() const {
-    std::size_t rows = std::numeric_limits<std::size_t>::max();
-    rows = rowsOf(positions.property, rows);
-    rows = rowsOf(normals.property, rows);
-    rows = rowsOf(colors.property, rows);
-    rows = rowsOf(secondary.property, rows);
-    return rowsOf(ids, rows);
-}
-
-void target_fields::store(const ::osg::GeometryPtr& target, bool with_ids) const {
-    target->setTypes(types.get());
-    target->setLengths(lengths.get());
-    target->setPositions(positions.property.get());
-    target->setNormals(normals.property.get());
-    target->setColors(colors.property.get());
-    target->setSecondaryColors(secondary.property.get());
-    if (with_ids)
-        target->setTexCoords7(ids.get());
-}
-
-void target_fields::putId(std::size_t row, const ::osg::Vec2f& value) {
-    if (id_rows != nullptr) {
-        id_rows[row] = value[0];
-    } else {
-        ids->setValue(value, static_cast<::osg::UInt32>(row));
-    }
-}
-
-void appendElement(target_fields& target, const source_columns& source, const to_world_move* move,
-                   span<const std::size_t> vertices, std::size_t first, bool write_ids, int id) {
-    const auto placed = [move](const auto& value) {
-        return move != nullptr ? (*move)(value) : value;
-    };
-    const bool own_ids = source.ids.present() && source.ids.hasIndex(vertices[0]);
-    for (std::size_t k = 0; k < vertices.size(); ++k) {
-        const std::size_t vertex = vertices[k], row = first + k;
-        if (target.positions.present())
-            target.positions.put(row, placed(source.positions.at(vertex)));
-        if (write_ids) {
-            target.putId(row, own_ids ? source.ids.at(vertex)
-                                      : ::osg::Vec2f(static_cast<float>(id), 0.0F));
-        }
-        if (target.normals.present()) {
-            target.normals.put(row, source.normals.present() ? placed(source.normals.at(vertex))
-                                                             : upward);
-        }
-        if (target.colors.present())
-            target.colors.put(row, source.colors.present() ? source.colors.at(vertex) : white);
-        if (target.secondary.present()) {
-            target.secondary.put(row,
-                                 source.secondary.present() ? source.secondary.at(vertex) : white);
-        }
-    }
-}
 
 void makePrimitive(const ::osg::GeoPTypesPtr& types, const ::osg::GeoPLengthsPtr& lengths,
                    ::osg::UInt8 type) {
@@ -182,7 +80,7 @@ int vertexId(const ::osg::NodePtr& node, const ::osg::GeometryPtr& geometry, boo
         return 0;
     const ::osg::Char8* name = mapName(node, geometry);
     if (name == nullptr) {
-        std::cout << "Node has no name and will not get an IDmap." << std::endl;
+        say({"Node has no name and will not get an IDmap."});
         write_ids = false;
         return 0;
     }
@@ -202,27 +100,16 @@ void adoptMaterial(const ::osg::GeometryPtr& target, const ::osg::NodePtr& node,
     target->setMaterial(::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial());
 }
 
-void resizeFields(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
-    if (geometry->getPositions() != ::osg::NullFC)
-        geometry->getPositions()->resize(vertices);
-    if (geometry->getNormals() != ::osg::NullFC)
-        geometry->getNormals()->resize(vertices);
-    if (geometry->getColors() != ::osg::NullFC)
-        geometry->getColors()->resize(vertices);
-    if (geometry->getSecondaryColors() != ::osg::NullFC) {
-        geometry->getSecondaryColors()->resize(vertices);
-    }
-    if (geometry->getTexCoords7() != ::osg::NullFC)
-        geometry->getTexCoords7()->resize(vertices);
-}
-
-bool fieldsHold(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
-    const auto holds = [vertices](const auto& property) {
-        return property == ::osg::NullFC || property->size() >= vertices;
-    };
-    return holds(geometry->getPositions()) && holds(geometry->getNormals()) &&
-           holds(geometry->getColors()) && holds(geometry->getSecondaryColors()) &&
-           holds(geometry->getTexCoords7());
+bool resizeOrMark(geoset_fields& fields, unsigned int corners, std::size_t rows, bool& failed) {
+    if (failed)
+        return false;
+    const std::size_t before = fields.positions.size() / corners * corners;
+    if (triedToResize(fields, rows))
+        return true;
+    failed = true;
+    // Not a third time if this fails as well: what is too short then is seen by its length.
+    triedToResize(fields, before);
+    return false;
 }
 
 float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices) {
@@ -246,28 +133,6 @@ float_box boxOfVertices(const ::osg::GeometryPtr& geometry, std::size_t vertices
     }
     box.refresh_extent();
     return box;
-}
-
-::osg::GeometryPtr extractable(const ::osg::NodePtr& node, const char* messages) {
-    if (node == ::osg::NullFC) {
-        std::cout << messages << "::Extract: No Node" << std::endl;
-        return ::osg::NullFC;
-    }
-    const ::osg::NodeCorePtr core = node->getCore();
-    if (core == ::osg::NullFC) {
-        std::cout << messages << "::Extract: No Core" << std::endl;
-        return ::osg::NullFC;
-    }
-    if (!core->getType().isDerivedFrom(::osg::Geometry::getClassType())) {
-        std::cout << messages << "::Extract: No GeometryCore" << std::endl;
-        return ::osg::NullFC;
-    }
-    const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(core);
-    if (geometry == ::osg::NullFC) {
-        std::cout << "No Geo." << std::endl;
-        return ::osg::NullFC;
-    }
-    return canBeExtracted(geometry) ? geometry : ::osg::GeometryPtr(::osg::NullFC);
 }
 
 } // namespace morva::osg

@@ -6,10 +6,11 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdio>
-#include <iostream>
 #include <new>
+#include <string>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 
 namespace morva::osg {
@@ -146,8 +147,7 @@ bool osg_geoset::calcSplitPoint(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, do
     if (nearest_end >= f || f >= farthest_end) { // false for a NaN: the point tells
         char digits[40];
         std::snprintf(digits, sizeof digits, "%.15g", f);
-        std::cout << "Morva::osg::osg_geoset::calcSplitPoint: Factor Error( " << digits << " )."
-                  << std::endl;
+        say({"Morva::osg::osg_geoset::calcSplitPoint: Factor Error( ", digits, " )."});
         return false;
     }
     ::osg::Pnt3d cut;
@@ -155,9 +155,7 @@ bool osg_geoset::calcSplitPoint(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, do
         cut[i] = (q[i] * f - p[i] * f) + p[i];
     *result = cut;
     if (!isFinite(cut)) {
-        std::cout << "Morva::osg::osg_geoset::calcSplitPoint: Math-Error occured. "
-                     "Splitpoint is NaN."
-                  << std::endl;
+        say({"Morva::osg::osg_geoset::calcSplitPoint: Math-Error occured. Splitpoint is NaN."});
         return false;
     }
     cut[a] = plane;
@@ -196,12 +194,11 @@ void osg_geoset::splitElement(unsigned long element, double plane, int axis, int
         below |= at < v ? 1 << k : 0;
     }
     if (on_plane > 3) {
-        std::cout << "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane."
-                  << std::endl;
+        say({"MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane."});
     } else if (on_plane > 0) {
         cutThroughCorner(element, t, v, axis, on_plane - 1, pieces);
     } else if (below == 0 || below == 7) {
-        std::cout << "Error in SplitElement! All Points can't be on one side" << std::endl;
+        say({"Error in SplitElement! All Points can't be on one side"});
     } else {
         const int lone[8] = {0, 0, 1, 2, 2, 1, 0, 0};
         cutThroughEdges(element, t, v, axis, lone[below], pieces);
@@ -293,7 +290,7 @@ void osg_geoset::splitElementInTwoParts(unsigned long element, int& pieces,
     if (edge == 0)
         edge = longestEdge(t);
     if (edge < 1 || edge > 3) {
-        std::cout << "Error in Geoset::splitElementInTwoParts(). Linevalue: " << edge << std::endl;
+        say({"Error in Geoset::splitElementInTwoParts(). Linevalue: ", std::to_string(edge)});
         return;
     }
     const ::osg::Pnt3f m = middleOf(t[edge - 1], t[edge % 3]);

@@ -1,6 +1,7 @@
 #pragma once
 
-// The nine fields of a triangle geoset as rows of plain values.
+// The fields of a geoset as rows of plain values: nine of triangles, and of lines and points the
+// five without coordinate units.
 //
 //     fields.follow(core);                    cheap while the properties are the same
 //     Value* rows = fields.normals.data();    null if absent, empty or not in the usual form
@@ -21,6 +22,7 @@
 #include <OpenSG/OSGRefPtr.h>
 
 #include <morva/core/morva_huge_pages.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 
 namespace morva::osg {
 
@@ -98,6 +100,18 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
         }
     }
 
+    /// Writes one value to all rows.
+    void fill(const Value& value) {
+        if constexpr (std::is_same_v<stored_value, Value>) {
+            if (stored != nullptr) {
+                std::fill(stored->begin(), stored->end(), value);
+                return;
+            }
+        }
+        for (std::size_t row = 0; row < size(); ++row)
+            put(row, value);
+    }
+
     /// Whether there are rows for the three vertices of a triangle.
     bool holds(std::size_t triangle) const { return size() / 3 > triangle; }
 
@@ -113,13 +127,26 @@ using colors_slot = field_slot<::osg::GeoColors3fPtr, ::osg::GeoColorsPtr, ::osg
 using texcoords_slot = field_slot<::osg::GeoTexCoords2fPtr, ::osg::GeoTexCoordsPtr, ::osg::Vec2f>;
 using ids_slot = field_slot<::osg::GeoTexCoords1fPtr, ::osg::GeoTexCoordsPtr, ::osg::Vec2f>;
 
+/// What a row reads that no source wrote: normals up, colours white, all else zero.
+template <typename Value> Value defaultValue() {
+    if constexpr (std::is_same_v<Value, ::osg::Vec3f>)
+        return Value(0.0F, 1.0F, 0.0F);
+    else if constexpr (std::is_same_v<Value, ::osg::Color3f>)
+        return Value(1.0F, 1.0F, 1.0F);
+    else
+        return Value();
+}
+
 /// All fields of a geoset's core.
 struct geoset_fields {
+    explicit geoset_fields(unsigned corners = 3) : units(corners == 3 ? 4 : 0) {}
+
     positions_slot positions;
     normals_slot normals;
     colors_slot colors, secondary;
     std::array<texcoords_slot, 4> texcoords; ///< units 0 to 3
     ids_slot ids;                            ///< unit 7
+    std::size_t units;                       ///< of `texcoords`, those that are looked at: all or 0
 
     /// Vertices from 0 on whose normals are known to be those of their own triangle alone. None
     /// once positions or normals are another property.
@@ -128,7 +155,7 @@ struct geoset_fields {
     /// Turns to the properties that a core has now; a null core has none.
     void follow(const ::osg::GeometryPtr& core) {
         if (core == ::osg::NullFC) {
-            *this = geoset_fields();
+            *this = geoset_fields(units == 0 ? 1 : 3);
             return;
         }
         const bool moved = positions.follow(core->getPositions());
@@ -136,30 +163,42 @@ struct geoset_fields {
             flat_normals = 0;
         colors.follow(core->getColors());
         secondary.follow(core->getSecondaryColors());
-        texcoords[0].follow(core->getTexCoords());
-        texcoords[1].follow(core->getTexCoords1());
-        texcoords[2].follow(core->getTexCoords2());
-        texcoords[3].follow(core->getTexCoords3());
+        if (units > 0) {
+            texcoords[0].follow(core->getTexCoords());
+            texcoords[1].follow(core->getTexCoords1());
+            texcoords[2].follow(core->getTexCoords2());
+            texcoords[3].follow(core->getTexCoords3());
+        }
         ids.follow(core->getTexCoords7());
     }
 
     /// The triangle at this vertex is another one now, or its normals are.
     void changedFrom(std::size_t vertex) { flat_normals = std::min(flat_normals, vertex); }
 
-    /// Calls `use` with each slot that holds a property, in the order in which fields are resized.
+    /// Calls `use` with each slot and its property, in the order in which fields are resized.
+    template <typename Use> void forEach(const Use& use) {
+        use(positions, vertex_property::position);
+        use(normals, vertex_property::normal);
+        use(colors, vertex_property::color);
+        use(secondary, vertex_property::secondary_color);
+        for (std::size_t i = 0; i < units; ++i)
+            use(texcoords[i], textureUnit(i));
+        use(ids, vertex_property::texcoords7);
+    }
+    /// Calls `use` with each slot that holds a property, in the same order.
     template <typename Use> void forEachPresent(const Use& use) {
-        const auto call = [&](auto& slot) {
+        forEach([&use](auto& slot, vertex_property) {
             if (slot.present())
                 use(slot);
-        };
-        call(positions);
-        call(normals);
-        call(colors);
-        call(secondary);
-        for (texcoords_slot& unit : texcoords)
-            call(unit);
-        call(ids);
+        });
     }
 };
+
+/// The fields of a geoset's core as it is now.
+template <typename Geoset> geoset_fields fieldsOf(const Geoset& geoset) {
+    geoset_fields fields(Geoset::corners);
+    fields.follow(geoset.geometry.get());
+    return fields;
+}
 
 } // namespace morva::osg

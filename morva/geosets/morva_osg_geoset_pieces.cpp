@@ -5,10 +5,10 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iostream>
 #include <new>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
@@ -186,7 +186,7 @@ bool osg_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1,
         markChanged(geometry.get());
         return true;
     } catch (const std::bad_alloc&) {
-        std::cerr << "Bad Alloc in Geoset while creating new Tris." << std::endl;
+        sayError({"Bad Alloc in Geoset while creating new Tris."});
         return false;
     }
 }

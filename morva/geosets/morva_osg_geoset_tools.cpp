@@ -2,11 +2,11 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <iostream>
 
 #include <OpenSG/OSGGeoFunctions.h>
 
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
 #include <morva/core/morva_validate.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
@@ -47,17 +47,6 @@ float_triangle flatTriangle(const ::osg::Pnt3f* corners) {
     return triangle;
 }
 
-/// Resizes all properties of a core; false after one line on standard output if that fails.
-bool triedToResize(geoset_fields& fields, std::size_t rows) {
-    try {
-        fields.forEachPresent([rows](auto& slot) { slot.get()->resize(rows); });
-        return true;
-    } catch (...) {
-        std::cout << "Error while resizing FieldContainers." << std::endl;
-        return false;
-    }
-}
-
 /// What ::osg::calcVertexNormals() comes to on triangles without indices: no two have a vertex in
 /// common. Writes the rows of the triangles only.
 void calcFlatNormals(const positions_slot& positions, normals_slot& normals, std::size_t vertices) {
@@ -78,7 +67,7 @@ bool isFlat(const ::osg::GeometryPtr& core) {
     const ::osg::GeoPTypesPtr types = core->getTypes();
     const ::osg::GeoPLengthsPtr lengths = core->getLengths();
     return core->getIndices() == ::osg::NullFC && types != ::osg::NullFC && types->size() == 1 &&
-           types->getValue(0) == 4 && lengths != ::osg::NullFC && lengths->size() == 1;
+           types->getValue(0) == GL_TRIANGLES && lengths != ::osg::NullFC && lengths->size() == 1;
 }
 
 /// Calculates the normals of a core, one per vertex and zero behind the triangles.
@@ -123,16 +112,11 @@ void osg_geoset::clear() {
     freeAxisArrays(axis_max);
     delete[] simple_tris;
     simple_tris = nullptr;
-    names.clear();
     *field_access = geoset_fields();
-    geometry = ::osg::Geometry::create();
-    size = wished_size = 0;
+    clearElements(*this);
     split_axis = -1;
     split_plane = 0;
     split_cache.clear();
-    resize_failed = false;
-    vertex_capacity = 500000;
-    vertex_count = 0;
     bbox = float_box();
 }
 
@@ -182,16 +166,7 @@ bool osg_geoset::resizeFieldContainers(unsigned int triangles) {
 }
 
 bool osg_geoset::resizeRows(std::size_t rows) {
-    if (resize_failed)
-        return false;
-    geoset_fields& present = fields();
-    const std::size_t before = present.positions.size() / corners * corners;
-    if (triedToResize(present, rows))
-        return true;
-    resize_failed = true;
-    // Not a third time if this fails as well: what is too short then is seen by its length.
-    triedToResize(present, before);
-    return false;
+    return resizeOrMark(fields(), corners, rows, resize_failed);
 }
 
 void osg_geoset::dropExtents() {
@@ -244,7 +219,7 @@ void osg_geoset::convert() {
 
 void osg_geoset::setTriangle(osg_primitive& primitive, unsigned int index) const {
     if (index >= size) {
-        std::cout << "Morva::osg::osg_geoset: Index Error in PrepareTriangle." << std::endl;
+        say({"Morva::osg::osg_geoset: Index Error in PrepareTriangle."});
         if (size == 0)
             return;
         index = static_cast<unsigned int>(size - 1);

@@ -33,7 +33,7 @@
 
 namespace morva::osg {
 
-struct element_offer;
+struct element_appender;
 struct geoset_fields;
 
 /// One triangle with all its attributes; zero, and without a name, until it is filled.
@@ -178,18 +178,11 @@ class MORVA_API osg_geoset {
                                 int edge, bool by_axis);
 
   private:
-    friend MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset,
-                                          bool toWorld, bool searchMaterial, bool writeIds,
-                                          bool runSetup, bool cleanTexCoords);
+    friend struct element_appender;
 
     geoset_fields& fields() const;
     bool resizeRows(std::size_t rows);
-    bool makeRoom(std::uint64_t needed);
-    void appendTriangles(const ::osg::NodePtr& node, const ::osg::GeometryPtr& source,
-                         const element_offer& offer, bool toWorld, bool searchMaterial,
-                         bool writeIds, unsigned int& rogue);
     void flattenNormals(std::uint64_t vertices);
-    bool shorterThan(std::uint64_t vertices) const;
     bool growForOneMore();
     bool canCut(unsigned long element) const;
     void cutThroughEdges(unsigned long element, const ::osg::Pnt3f (&t)[3], double plane, int axis,

@@ -1,9 +1,13 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 
+#include <algorithm>
 #include <cmath>
+#include <cstdio>
+#include <new>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_validate.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
@@ -14,35 +18,6 @@
 namespace morva::osg {
 
 namespace {
-
-constexpr ::osg::UInt32 lines_code = 1;
-constexpr ::osg::UInt32 loop_code = 2;
-constexpr ::osg::UInt32 strip_code = 3;
-
-/// Calls `use` with the two ends of every line of a geometry.
-struct walk_lines {
-    template <typename Use>
-    void operator()(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
-                    const Use& use) const {
-        const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
-            if (length < 2 || type < lines_code || type > strip_code)
-                return;
-            const std::size_t end = first + length, step = type == lines_code ? 2 : 1;
-            std::size_t ends[2];
-            for (std::size_t v = first; v + 1 < end; v += step) {
-                ends[0] = v;
-                ends[1] = v + 1;
-                use(span<const std::size_t>(ends, 2));
-            }
-            if (type != loop_code)
-                return;
-            ends[0] = end - 1;
-            ends[1] = first;
-            use(span<const std::size_t>(ends, 2));
-        };
-        forEachPrimitive(geometry, vertices.size(), walk);
-    }
-};
 
 void copyEntries(float* const* from, const axis_arrays& to, std::uint64_t entries) {
     for (int axis = 0; axis < 3; ++axis)
@@ -80,17 +55,17 @@ bool cutPoint(const ::osg::Pnt3d& a, const ::osg::Pnt3d& b, double plane, ::osg:
               ::osg::Pnt3d& cut) {
     const double f = (a[axis] - plane) / (a[axis] - b[axis]);
     if (1e-5 >= f || f >= 0.99999) { // false for a NaN: the cut point tells
-        std::cout << "Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( " << f << " )."
-                  << std::endl;
+        char digits[40];
+        std::snprintf(digits, sizeof digits, "%g", f);
+        say({"Morva::osg::osg_line_geoset::calcSplitPoint: Factor Error( ", digits, " )."});
         return false;
     }
     for (::osg::UInt32 i = 0; i < 3; ++i) {
         cut[i] = (b[i] * f - a[i] * f) + a[i];
         if (std::isfinite(cut[i]))
             continue;
-        std::cout << "Morva::osg::osg_line_geoset::calcSplitPoint: Math-Error occured. "
-                     "Splitpoint is NaN."
-                  << std::endl;
+        say({"Morva::osg::osg_line_geoset::calcSplitPoint: Math-Error occured. "
+             "Splitpoint is NaN."});
         return false;
     }
     cut[axis] = plane;
@@ -114,12 +89,14 @@ void osg_line_geoset::clear() {
 }
 
 bool osg_line_geoset::resizeFieldContainers(unsigned int lines) {
-    return resizeOrMark(*this, std::size_t(corners) * lines);
+    geoset_fields fields = fieldsOf(*this);
+    return resizeOrMark(fields, corners, std::size_t(corners) * lines, resize_failed);
 }
 
 void osg_line_geoset::setWishedSize(unsigned long lines) {
     vertex_capacity = lines;
-    resizeOrMark(*this, std::size_t(corners) * lines);
+    geoset_fields fields = fieldsOf(*this);
+    resizeOrMark(fields, corners, std::size_t(corners) * lines, resize_failed);
 }
 
 void osg_line_geoset::setup() {
@@ -216,7 +193,7 @@ bool osg_line_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& 
         }
         return true;
     } catch (const std::bad_alloc&) {
-        std::cerr << "Bad Alloc in Geoset while creating new Line." << std::endl;
+        sayError({"Bad Alloc in Geoset while creating new Line."});
     }
     return false;
 }
@@ -303,12 +280,6 @@ void osg_line_geoset::splitElement(unsigned long element, double plane, int axis
     calc_axis_min_max(added, added);
     ModifyObject(middle, b, old);
     pieces = 1;
-}
-
-unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset, bool toWorld,
-                     bool searchMaterial, bool writeIds, bool runSetup) {
-    return extractElements(node, geoset, "Morva_osg_line_geoset_tools", walk_lines(), toWorld,
-                           searchMaterial, writeIds, runSetup);
 }
 
 } // namespace morva::osg

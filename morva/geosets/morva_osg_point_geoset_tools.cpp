@@ -1,5 +1,7 @@
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 
+#include <algorithm>
+
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_validate.h>
@@ -10,22 +12,6 @@
 namespace morva::osg {
 
 namespace {
-
-/// The primitive type whose vertices are points; see the head of the header.
-constexpr ::osg::UInt32 point_type_code = 1;
-
-/// Calls `use` with every vertex of every primitive that holds points.
-struct walk_points {
-    template <typename Use>
-    void operator()(const ::osg::GeometryPtr& geometry, const vertex_stream& vertices,
-                    const Use& use) const {
-        const auto walk = [&](::osg::UInt32 type, std::size_t first, std::size_t length) {
-            for (std::size_t v = first; type == point_type_code && v < first + length; ++v)
-                use(span<const std::size_t>(&v, 1));
-        };
-        forEachPrimitive(geometry, vertices.size(), walk);
-    }
-};
 
 /// The positions as packed floats; null if they are missing or stored otherwise.
 ::osg::GeoPositions3fPtr packedPositions(const osg_point_geoset& geoset) {
@@ -56,12 +42,14 @@ void osg_point_geoset::clear() {
 }
 
 bool osg_point_geoset::resizeFieldContainers(unsigned int points) {
-    return resizeOrMark(*this, points);
+    geoset_fields fields = fieldsOf(*this);
+    return resizeOrMark(fields, corners, points, resize_failed);
 }
 
 void osg_point_geoset::setWishedSize(unsigned long points) {
     vertex_capacity = points;
-    resizeOrMark(*this, points);
+    geoset_fields fields = fieldsOf(*this);
+    resizeOrMark(fields, corners, points, resize_failed);
 }
 
 void osg_point_geoset::setup() {
@@ -92,12 +80,6 @@ point_extents<float> extents_on_axis(const osg_point_geoset& geoset, int axis) {
     if (positions == ::osg::NullFC || positions->editField().empty())
         return {nullptr, 3};
     return {positions->editField()[0].getValues() + axis, 3};
-}
-
-unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset, bool toWorld,
-                     bool searchMaterial, bool writeIds, bool runSetup) {
-    return extractElements(node, geoset, "Morva_osg_point_geoset_tools", walk_points(), toWorld,
-                           searchMaterial, writeIds, runSetup);
 }
 
 } // namespace morva::osg

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <exception>
-#include <iostream>
-#include <new>
+#include <iterator>
+#include <string>
+#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -16,16 +16,17 @@
 
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_element_index.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
-#include <morva/geosets/morva_osg_texcoord_sets.h>
 #include <morva/idmap/morva_osg_late_names.h>
 
 namespace morva::osg {
@@ -75,9 +76,9 @@ object_run validRun(const T& tree, const G& geoset, unsigned int first, unsigned
             run.kept.push_back(object);
             continue;
         }
-        std::cout << "Index out of bounce.( Splitmodel )" << std::endl;
-        std::cout << "I: " << first + i << " index: " << object << " num_objects: " << geoset.size
-                  << std::endl;
+        say({"Index out of bounce.( Splitmodel )"});
+        say({"I: ", std::to_string(first + i), " index: ", std::to_string(object),
+             " num_objects: ", std::to_string(geoset.size)});
     }
     run.objects = run.kept;
     return run;
@@ -105,47 +106,24 @@ void rebuild(span<const Row> source, const object_run& run, const Take& take) {
         copyRows(source, run, &rows[0]);
 }
 
-/// A coordinate set in the form that it has: one component, or two.
-template <typename Take>
-void rebuildTexCoords(const ::osg::GeoTexCoordsPtr& source, const object_run& run,
-                      const Take& take) {
-    if (source == ::osg::NullFC)
-        return;
-    const ::osg::GeoTexCoords1fPtr single = ::osg::GeoTexCoords1fPtr::dcast(source);
-    if (single != ::osg::NullFC) {
-        const auto& field = single->getField();
-        const ::osg::Real32* rows = field.empty() ? nullptr : &field[0];
-        rebuild<::osg::GeoTexCoords1fPtr>(span<const ::osg::Real32>(rows, field.size()), run, take);
-        return;
-    }
-    const auto block = readBlock(source);
-    rebuild<::osg::GeoTexCoords2fPtr>(block.view(), run, take);
-}
-
-/// Gives `geometry` the run's rows of every property that the geoset's core has.
+/// Gives `geometry` the run's rows of every property that the geoset's core has: coordinates of
+/// one component as they are, all others in their usual forms.
 void rebuildProperties(const ::osg::GeometryPtr& core, const object_run& run,
                        const ::osg::GeometryPtr& geometry) {
-    const auto positions = readBlock(core->getPositions());
-    rebuild<::osg::GeoPositions3fPtr>(positions.view(), run,
-                                      [&](const auto& made) { geometry->setPositions(made); });
-    if (core->getNormals() != ::osg::NullFC) {
-        const auto block = readBlock(core->getNormals());
-        rebuild<::osg::GeoNormals3fPtr>(block.view(), run,
-                                        [&](const auto& made) { geometry->setNormals(made); });
+    for (const vertex_property which : all_properties) {
+        withProperty(core, geometry, which, [&](const auto& source, const auto& take) {
+            if (source == ::osg::NullFC && which != vertex_property::position)
+                return;
+            if constexpr (std::is_same_v<usual_form<decltype(source)>, ::osg::GeoTexCoords2fPtr>) {
+                const auto single = ::osg::GeoTexCoords1fPtr::dcast(source);
+                if (single != ::osg::NullFC)
+                    return rebuild<::osg::GeoTexCoords1fPtr>(
+                        span<const ::osg::Real32>(editSpan(single)), run, take);
+            }
+            const auto block = readBlock(source);
+            rebuild<usual_form<decltype(source)>>(block.view(), run, take);
+        });
     }
-    if (core->getColors() != ::osg::NullFC) {
-        const auto block = readBlock(core->getColors());
-        rebuild<::osg::GeoColors3fPtr>(block.view(), run,
-                                       [&](const auto& made) { geometry->setColors(made); });
-    }
-    if (core->getSecondaryColors() != ::osg::NullFC) {
-        const auto block = readBlock(core->getSecondaryColors());
-        rebuild<::osg::GeoColors3fPtr>(
-            block.view(), run, [&](const auto& made) { geometry->setSecondaryColors(made); });
-    }
-    forEachTexCoords(core, geometry, [&](const auto& set, ::osg::UInt16, const auto& take) {
-        rebuildTexCoords(set, run, take);
-    });
 }
 
 /// One primitive over all vertices; its length in 16 bits where it fits.
@@ -209,12 +187,12 @@ void calculateNormals(const ::osg::GeometryPtr& geometry) {
 
 /// Whether a geometry has properties that createSingleIndex() and createSharedIndex() leave out.
 bool hasFurtherProperties(const ::osg::GeometryPtr& geometry) {
-    bool further = geometry->getSecondaryColors() != ::osg::NullFC;
-    forEachTexCoords(geometry, geometry, [&](const auto& set, ::osg::UInt16 bit, const auto&) {
-        further = further || (set != ::osg::NullFC && bit != ::osg::Geometry::MapTexCoords &&
-                              bit != ::osg::Geometry::MapTexCoords7);
-    });
-    return further;
+    const auto left_out = [&geometry](vertex_property which) {
+        return geometry->getProperty(mappingBit(which)) != nullptr &&
+               std::find(std::begin(basic_properties), std::end(basic_properties), which) ==
+                   std::end(basic_properties);
+    };
+    return std::any_of(std::begin(all_properties), std::end(all_properties), left_out);
 }
 
 /// The index of the output levels 1 and 2 over all properties, in the forms of the functions that
@@ -277,7 +255,7 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     if (calcnormals && triangles)
         calculateNormals(geometry);
     if (opt < 0 || opt > 3) {
-        std::cout << "Splitmodel: OutputLevel " << opt << " not supported" << std::endl;
+        say({"Splitmodel: OutputLevel ", std::to_string(opt), " not supported"});
     }
     applyLevel(geometry, opt, &geoset);
     narrowIndices(geometry);
@@ -303,7 +281,7 @@ template <typename T> unsigned int firstBelow(const T& tree, int node) {
         return 0;
     while (!tree.nodes[node].is_leaf())
         ++node;
-    return tree.nodes[node].first;
+    return tree.nodes[node].range_first();
 }
 
 /// Objects below each node of a subtree, counted once.
@@ -325,10 +303,10 @@ class cell_counts {
             counts.resize(place + 1);
         unsigned int count = 0;
         if (tree.nodes[node].is_leaf()) {
-            count = tree.nodes[node].count;
+            count = tree.nodes[node].range_count();
         } else {
             count = fill(tree, node + 1);
-            count += fill(tree, static_cast<int>(tree.nodes[node].right));
+            count += fill(tree, tree.nodes[node].right_child());
         }
         counts[place] = count;
         return count;
@@ -368,7 +346,7 @@ template <typename T, typename G>
         return context.core(first, context.counts.at(node));
     }
     const int left_node = node + 1;
-    const int right_node = static_cast<int>(tree.nodes[node].right);
+    const int right_node = tree.nodes[node].right_child();
     const unsigned int left = context.counts.at(left_node);
     const unsigned int right = context.counts.at(right_node);
     const bool fits = std::uint64_t(left) + right <= context.limit;
@@ -407,12 +385,9 @@ template <typename T, typename G>
         const object_run run = validRun(tree, geoset, first, count);
         fillGeometry(geometry, run, geoset, opt, calcnormals);
         return node.release();
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "Bad_Alloc caught in MakeGeoCore: " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in MakeGeoCore: " << error.what() << std::endl;
     } catch (...) {
-        std::cerr << "Error occured in MakeGeoCore." << std::endl;
+        printCaught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
+                     "Error occured in MakeGeoCore."});
     }
     return emptyGeometryNode();
 }
@@ -425,11 +400,11 @@ template <typename T, typename G>
     unsigned int left = 0;
     unsigned int right = 0;
     if (hasNode(tree, node) && !tree.nodes[node].is_leaf()) {
-        const auto right_node = static_cast<unsigned int>(tree.nodes[node].right);
+        const auto right_node = static_cast<unsigned int>(tree.nodes[node].right_child());
         left = static_cast<unsigned int>(triangle_count(tree, static_cast<unsigned>(node) + 1));
         right = static_cast<unsigned int>(triangle_count(tree, right_node));
     } else if (hasNode(tree, node)) {
-        left = tree.nodes[node].count;
+        left = tree.nodes[node].range_count();
     }
     addFresh(group.get(), MakeGeoCore(tree, geoset, first, left, opt, calcnormals));
     addFresh(group.get(), MakeGeoCore(tree, geoset, first + left, right, opt, calcnormals));

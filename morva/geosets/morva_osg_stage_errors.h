@@ -7,35 +7,18 @@
 //
 // Call them inside a handler only: they look at the exception that is being handled.
 
-#include <exception>
-#include <iostream>
-#include <new>
+#include <morva/core/morva_osg_sink.h>
 
 namespace morva::osg {
 
 inline void printSetupError() {
-    try {
-        throw;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Geoset.setup(): " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in Geoset.setup(): " << error.what() << std::endl;
-    } catch (...) {
-        std::cerr << "Error occured in Geoset.setup()." << std::endl;
-    }
+    printCaught({"bad_alloc caught in Geoset.setup(): ", "Standard exception in Geoset.setup(): ",
+                 "Error occured in Geoset.setup()."});
 }
 
 inline void printAddObjectError() {
-    try {
-        throw;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: "
-                  << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Exception in Geoset.AddObject(): " << error.what() << std::endl;
-    } catch (...) {
-        std::cerr << "Error occured in Geoset.AddObject()." << std::endl;
-    }
+    printCaught({"bad_alloc caught in Extract geometry in Geoset.AddObject(): t: ",
+                 "Exception in Geoset.AddObject(): ", "Error occured in Geoset.AddObject()."});
 }
 
 } // namespace morva::osg

@@ -1,7 +1,6 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
 #include <cmath>
-#include <iostream>
 
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMatrix.h>
@@ -10,6 +9,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_span.h>
 
 namespace morva::osg {
@@ -36,7 +36,7 @@ namespace {
     const ::osg::ChunkMaterialPtr material =
         ::osg::ChunkMaterialPtr::dcast(geometry->getMaterial());
     if (material == ::osg::NullFC) {
-        std::cout << "Geometry has a Non-Chunk Material. Can't add a Transformchunk." << std::endl;
+        say({"Geometry has a Non-Chunk Material. Can't add a Transformchunk."});
         return ::osg::NullFC;
     }
     ::osg::TransformChunkPtr last;

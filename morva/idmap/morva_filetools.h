@@ -41,6 +41,7 @@ namespace morva {
 /// node     not used
 /// returns  whether the file was opened. False without a file if names, boxes or usage are
 ///          empty, or if it cannot be opened. What fails later, a full disk say, is not told
+///          here: after optTree() see idmapHandler::file
 /// prints   "Unable to open NAME. No IDmap/Json File created."; getColor()'s line on a switch
 ///          material without a choice, once per side
 /// cost     linear; the text of the tree is copied once

@@ -26,6 +26,14 @@
 
 namespace morva {
 
+/// What became of the ID map's file.
+enum class map_file {
+    none,       ///< there is none: it was not wanted, or there was nothing to be written
+    not_opened, ///< there is none: it could not be opened
+    cut_short,  ///< a part of it, as where the disk is full, or one with a part of the tree
+    whole
+};
+
 /// The ID map as it is written out. `names`, `mins`, `maxs` and `appearanceNames` always have
 /// one length.
 struct JsonFileContent {

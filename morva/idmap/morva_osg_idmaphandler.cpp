@@ -79,6 +79,7 @@ void idmapHandler::reset() {
     index_of_name.clear();
     tree.clear(); // error flags only: the text goes on over the runs of a process
     merged = settled = false;
+    file = map_file::none;
     prefix.clear();
 }
 

@@ -41,8 +41,9 @@ class MORVA_API idmapHandler : public JsonFileContent {
     std::string prefix;          ///< start of the names of getNextGeometryName()
     ::osg::Lock* lock = nullptr; ///< guards all containers and counters
     std::map<std::string, std::string> texCoordMapping; ///< output name to "TC0" .. "TC3"
-    std::uint32_t mergedCount = 0; ///< names given out by getNextMergedGeometryName()
-    bool settled = false;          ///< all names were entered ahead: extraction looks for IDs only
+    std::uint32_t mergedCount = 0;  ///< names given out by getNextMergedGeometryName()
+    bool settled = false;           ///< all names were entered ahead: extraction looks for IDs only
+    map_file file = map_file::none; ///< what became of the file that the last optTree() wrote
 
     /// Forgets the last run: everything but the text of `tree` and the two name counters, which
     /// go on over the runs of one process. Gives back what the calling thread holds of the lock.
@@ -102,6 +103,14 @@ class MORVA_API idmapHandler : public JsonFileContent {
 
 /// The one handler of the process, made at first use.
 MORVA_API idmapHandler& getIDmapHandler();
+
+/// Gives back what the thread still holds of the ID map's lock at the end of a scope.
+struct held_lock_end {
+    held_lock_end() = default;
+    held_lock_end(const held_lock_end&) = delete;
+    held_lock_end& operator=(const held_lock_end&) = delete;
+    ~held_lock_end() { getIDmapHandler().releaseHeldLock(); }
+};
 
 /// Attaches the ID map to `root` as six StringAttributeMaps, bindings 1 to 6: coordinate set per
 /// output name; and per ID its name, lowest corner, highest corner and diffuse colour; and the

@@ -1,7 +1,5 @@
 #include <morva/merge/morva_osg_geomerge.h>
 
-#include <iostream>
-
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialGroup.h>
@@ -10,12 +8,13 @@
 #include <OpenSG/OSGTransform.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
-#include <morva/geosets/morva_osg_triangle_walk.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_task_list.h>
 #include <morva/merge/threadHandler.h>
@@ -73,16 +72,11 @@ void collectParts(const ::osg::NodePtr& root, const ::osg::NodePtr& start,
         getTravMaskZeroNodes(root, parts.hidden, false);
 }
 
-/// The caller's bounds with the fields that the pass fixes.
+/// The caller's bounds; the other fields are fixed by the pass, which cuts no element.
 kd_build_setup treeSetup(const kd_build_setup& kd) {
     kd_build_setup local;
     local.max_elements = kd.max_elements;
     local.max_depth = kd.max_depth;
-    local.straddle_mode = 3;
-    local.cost_intersect = 1.0F;
-    local.cost_traversal = 2.0F;
-    local.cost_factor = 0.95F;
-    local.clean_splits_only = false;
     return local;
 }
 
@@ -113,7 +107,7 @@ void giveLengths(const ::osg::NodePtr& node) {
     const ::osg::GeoPLengthsUI32Ptr lengths = ::osg::GeoPLengthsUI32::create();
     own->setLengths(lengths);
     lengths->editField().resize(core->getTypes()->size(),
-                                static_cast<::osg::UInt32>(verticesOf(core)));
+                                static_cast<::osg::UInt32>(cornersOf(core)));
     if (const ::osg::Char8* name = ::osg::getName(core))
         ::osg::setName(own.get(), name);
     reportWhole(own.get());
@@ -154,8 +148,7 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
     }
     if (setup.vertexcolor >= 1)
         merge.bakeSmallGroups(setup.vertexcolor);
-    std::cout << "Found " << std::to_string(merge.groups().size()) << " different Materials."
-              << std::endl;
+    say({"Found ", std::to_string(merge.groups().size()), " different Materials."});
 }
 
 /// The whole pass into `result`; what throws leaves there what was finished.
@@ -166,8 +159,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     collectParts(root, start.get(), setup, parts);
     kd_build_setup local = treeSetup(kd);
     if (!setup.silent || setup.cacheopt) {
-        std::cout << "Merging Geometry with " << std::to_string(parts.nodes.size())
-                  << " GeometryCore(s)..." << std::endl;
+        say({"Merging Geometry with ", std::to_string(parts.nodes.size()), " GeometryCore(s)..."});
         // The cache order works on whole groups: cells would only cut its runs short.
         if (setup.cacheopt)
             local.max_elements = batch_limit;
@@ -176,7 +168,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
     mergeGroups(merge, local, setup, handler, result.get());
-    std::cout << "\rDone merging.        " << std::endl;
+    sayOverProgress({"Done merging.        "});
     if (setup.cacheopt)
         result.reset(optimizeNodeCache(result.get(), setup));
     carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
@@ -190,14 +182,7 @@ std::size_t by_meeting::placeOf(const ::osg::MaterialPtr& material) const {
 }
 
 ::osg::NodePtr GeoMerge::searchMaterialGroup(::osg::NodePtr node) {
-    ::osg::NodePtr topmost;
-    if (node == ::osg::NullFC)
-        return topmost;
-    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
-        if (::osg::MaterialGroupPtr::dcast(up->getCore()) != ::osg::NullFC)
-            topmost = up;
-    }
-    return topmost;
+    return morva::osg::searchMaterialGroup(node);
 }
 
 void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
@@ -269,10 +254,10 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
     try {
         mergeInto(result, root, kd, setup);
     } catch (...) {
-        printMergeError();
+        printCaught(merge_failure);
     }
     if (!setup.silent)
-        std::cout << "done." << std::endl;
+        say({"done."});
     return result.release();
 }
 

@@ -4,13 +4,13 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iostream>
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_new_nodes.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
@@ -180,7 +180,7 @@ primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes) {
     fresh<::osg::NodePtr> out(newGroupNode());
     batch_setup batch{material, kd, setup, limit, sumPrimitives(nodes), out.get()};
     if (batch.sums.triangles == 0 && batch.sums.lines == 0 && batch.sums.points == 0) {
-        std::cout << "Empty Geometry, no primitives found. " << std::endl;
+        say({"Empty Geometry, no primitives found. "});
     }
     pour(nodes, batch);
     return out.release();

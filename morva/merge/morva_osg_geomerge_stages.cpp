@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <deque>
-#include <iostream>
 #include <map>
 #include <numeric>
 #include <sstream>
@@ -14,12 +13,15 @@
 #include <OpenSG/OSGGeometry.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
+#include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/morva_osg_name_order.h>
 #include <morva/merge/morva_osg_task_list.h>
 
@@ -27,55 +29,42 @@ namespace morva::osg {
 
 namespace {
 
+/// Whether a material has an image that shows.
+bool hasImage(const ::osg::MaterialPtr& material) {
+    bool transparent = false, blends = false;
+    return material != ::osg::NullFC && getImage(material, transparent, blends) != ::osg::NullFC;
+}
+
 /// Brings source nodes into the state in which extraction leaves them, so that tasks side by side
 /// only read what they share: cores and properties.
-class source_state {
-  public:
-    explicit source_state(const mergeGeo_setup& setup_) : setup(setup_) {}
-
-    /// False, with nothing lost, if what a node of some group takes off a core another node is to
-    /// have: the outcome then depends on who comes first, and the groups must run in their order.
-    bool settle(const GeoMerge& merge) {
-        for (const auto& [material, nodes] : merge.groups()) {
-            for (const ::osg::NodePtr& node : nodes) {
-                if (!review(node))
-                    return false;
-            }
-        }
-        for (const auto& [core, unused] : is_unused) {
-            if (unused)
-                dropTexCoords(core);
-        }
+///
+/// returns  false, with nothing lost, if what a node of some group takes off a core another node
+///          is to have: the outcome then depends on who comes first, and the groups must run in
+///          their order
+bool settleSources(const GeoMerge& merge, const mergeGeo_setup& setup) {
+    if (!setup.deleteunusedtc)
         return true;
+    std::map<::osg::GeometryPtr, bool> is_unused; // whether a core's coordinates are to go
+    std::map<::osg::MaterialPtr, bool> has_image; // looking into an image takes long
+    for (const auto& [material, nodes] : merge.groups()) {
+        for (const ::osg::NodePtr& node : nodes) {
+            const ::osg::GeometryPtr core = geometryOf(node);
+            if (!canBeExtracted(core) || !hasTexCoords(core) || offerOf(core, 3).room == 0)
+                continue;
+            const ::osg::MaterialPtr shown = getMaterial(node);
+            const auto [known, is_new] = has_image.emplace(shown, false);
+            if (is_new)
+                known->second = hasImage(shown);
+            if (is_unused.emplace(core, !known->second).first->second == known->second)
+                return false;
+        }
     }
-
-  private:
-    /// Notes whether the node's coordinates are to go; false if the core's other nodes disagree.
-    bool review(const ::osg::NodePtr& node) {
-        if (node == ::osg::NullFC)
-            return true;
-        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        if (!canBeExtracted(core) || !setup.deleteunusedtc || !hasTexCoords(core) ||
-            offerOf(core, 3).room == 0)
-            return true;
-        const bool unused = !hasImage(getMaterial(node));
-        return is_unused.emplace(core, unused).first->second == unused;
+    for (const auto& [core, unused] : is_unused) {
+        if (unused)
+            dropTexCoords(core);
     }
-
-    bool hasImage(const ::osg::MaterialPtr& material) {
-        const auto known = has_image.find(material);
-        if (known != has_image.end())
-            return known->second;
-        bool transparent = false, blends = false;
-        const bool has =
-            material != ::osg::NullFC && getImage(material, transparent, blends) != ::osg::NullFC;
-        return has_image.emplace(material, has).first->second;
-    }
-
-    const mergeGeo_setup& setup;
-    std::map<::osg::GeometryPtr, bool> is_unused; ///< whether a core's coordinates are to go
-    std::map<::osg::MaterialPtr, bool> has_image; ///< looking into an image takes long
-};
+    return true;
+}
 
 /// What a task over the nodes has to do, in elements.
 std::uint64_t workOn(const std::vector<::osg::NodePtr>& nodes) {
@@ -95,10 +84,10 @@ std::vector<std::size_t> largestFirst(const std::vector<std::uint64_t>& work) {
 
 /// Writes how much is done over what was written before.
 void printProgress(std::size_t index, std::size_t count) {
-    std::ostringstream text; // the caller may have changed the format of std::cout
+    std::ostringstream text;
     text.precision(4);
     text << "\r" << 100.0 * static_cast<double>(index) / static_cast<double>(count) << "% ";
-    std::cout << text.str() << std::flush;
+    sayProgress(index, count, {text.str()});
 }
 
 /// mergeGroups() with a task for each group, once the sources are settled.
@@ -128,13 +117,12 @@ void mergeOnWorkers(const GeoMerge& merge, const kd_build_setup& kd, const merge
 
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
                  threadHandler& handler, const ::osg::NodePtr& result) {
-    if (setup.numthreads > 1 && canForetellNames(merge, setup) &&
-        source_state(setup).settle(merge)) {
+    if (setup.numthreads > 1 && canForetellNames(merge, setup) && settleSources(merge, setup)) {
         mergeOnWorkers(merge, kd, setup, handler, result);
         return;
     }
     for (const auto& [material, nodes] : merge.groups()) {
-        const task_end end;
+        const held_lock_end end;
         fresh<::osg::NodePtr> group(mergeGeometryInVector(material, nodes, kd, setup, batch_limit));
         if (group.get() == ::osg::NullFC)
             continue;
@@ -152,7 +140,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
     fresh<::osg::NodePtr> cached(newGroupNode());
     std::vector<::osg::NodePtr> nodes;
     getGeometryNodes(merged, nodes, false);
-    std::cout << "Run Cacheopt...(" << std::to_string(nodes.size()) << ") Nodes." << std::endl;
+    say({"Run Cacheopt...(", std::to_string(nodes.size()), ") Nodes."});
     threadHandler handler("MORVA_CACHEOPT", threadsOf(setup));
 
     if (setup.numthreads > 1) {

@@ -16,18 +16,12 @@
 
 #include <OpenSG/OSGNode.h>
 
+#include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/merge/threadHandler.h>
 
 namespace morva::osg {
-
-/// Triangles, lines or points of one batch; bounds the memory of a geoset, whatever the size of
-/// the group.
-constexpr unsigned int batch_limit = 3000000;
-
-/// Entries of one property of a core in cache order; keeps indices in 16 bits.
-constexpr unsigned int cache_limit = 65533;
 
 /// Workers at a time that the setup asks for; 1 for none.
 constexpr unsigned int threadsOf(const mergeGeo_setup& setup) {

@@ -5,12 +5,12 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/geosets/morva_osg_element_offer.h>
 #include <morva/geosets/morva_osg_flat_elements.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
-#include <morva/geosets/morva_osg_triangle_walk.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 
@@ -92,7 +92,7 @@ bool canForetellNames(const GeoMerge& merge, const mergeGeo_setup& setup) {
             if (core == ::osg::NullFC)
                 continue;
             some_do_not = some_do_not || !bringsIds(core);
-            vertices += verticesOf(core);
+            vertices += cornersOf(core);
         }
         if (some_do_not && vertices > batch_limit)
             return false;

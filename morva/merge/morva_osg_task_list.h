@@ -12,55 +12,30 @@
 // thread gives. A list that is left early waits for its workers and destroys what they made.
 
 #include <deque>
-#include <exception>
-#include <iostream>
 #include <map>
-#include <new>
 #include <utility>
 
 #include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_sink.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/idmap/morva_osg_late_names.h>
-#include <morva/merge/morva_osg_worker_output.h>
 #include <morva/merge/threadHandler.h>
 
 namespace morva::osg {
 
-/// Prints the exception that is being handled; for stages of the merge pass.
-inline void printMergeError() {
-    try {
-        throw;
-    } catch (const std::bad_alloc& error) {
-        std::cerr << "bad_alloc caught in geomerge: " << error.what() << std::endl;
-    } catch (const std::exception& error) {
-        std::cerr << "Standard exception in geomerge: " << error.what() << std::endl;
-    } catch (...) {
-        std::cerr << "Error occured in geomerge." << std::endl;
-    }
-}
-
-/// Gives back what the thread still holds of the ID map's lock, however the task ends.
-struct task_end {
-    task_end() = default;
-    task_end(const task_end&) = delete;
-    task_end& operator=(const task_end&) = delete;
-    ~task_end() { getIDmapHandler().releaseHeldLock(); }
-};
-
-/// Reports a node as changed in all fields, in the list of the calling thread.
-inline void reportChange(const ::osg::NodePtr& node) {
-    ::osg::beginEditCP(node, ::osg::FieldBits::AllFields);
-    ::osg::endEditCP(node, ::osg::FieldBits::AllFields);
-}
+/// What the merge pass says of an exception.
+inline constexpr caught_texts merge_failure{
+    "bad_alloc caught in geomerge: ", "Standard exception in geomerge: ",
+    "Error occured in geomerge."};
 
 /// The body of a worker: stores what `run` returns, and stays until the task is joined.
 template <typename Arguments, typename Task>
 void runWorker(Arguments& task, const Task& run) noexcept {
     {
-        const task_end end;
+        const held_lock_end end;
         const late_names::scope waits(task.names);
         try {
             fresh<::osg::NodePtr> made(run());
@@ -69,7 +44,7 @@ void runWorker(Arguments& task, const Task& run) noexcept {
                 reportChange(made.get());
             task.result = made.release();
         } catch (...) {
-            printMergeError();
+            printCaught(merge_failure);
             if (task.names != nullptr)
                 task.names->clear(); // holds what was made
         }
@@ -107,6 +82,7 @@ template <typename Arguments> class task_list {
         task.names = &names.emplace_back();
         records.push_back(std::move(task));
         Arguments& record = records.back();
+        getIDmapHandler().releaseHeldLock();
         bool started = false;
         try {
             record_at.emplace(place, index);
@@ -149,15 +125,16 @@ template <typename Arguments> class task_list {
     /// Waits for the end of the first task that is not joined yet.
     void join() {
         const Arguments& task = records[joined++];
-        if (!task.barrier.empty())
-            handler.join(task.barrier);
+        if (task.barrier.empty())
+            return;
+        getIDmapHandler().releaseHeldLock();
+        handler.join(task.barrier);
     }
 
     threadHandler& handler;
     void (*worker)(void*);
-    const worker_output output;    ///< prints of several threads, for as long as there are workers
-    std::deque<Arguments> records; ///< in the order of starting
-    std::deque<late_names> names;  ///< of the records
+    std::deque<Arguments> records;                 ///< in the order of starting
+    std::deque<late_names> names;                  ///< of the records
     std::map<std::size_t, unsigned int> record_at; ///< by place
     std::size_t joined = 0;                        ///< records whose workers are let go
     std::size_t ended = 0; ///< records whose threads are ended early; at most `joined`

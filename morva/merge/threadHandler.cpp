@@ -8,11 +8,6 @@
 #include <OpenSG/OSGThread.h>
 #include <OpenSG/OSGThreadManager.h>
 
-#include <morva/draworder/morva_osg_cacheopt.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
-#include <morva/merge/morva_osg_geomerge.h>
-#include <morva/merge/morva_osg_task_list.h>
-
 namespace morva::osg {
 
 namespace {
@@ -63,7 +58,6 @@ bool threadHandler::start(void (*worker)(void*), void* record, unsigned int inde
         return false;
     // Made here, so that the worker finds it and needs no memory for its end.
     ::osg::Barrier::get(createBarrierName(index).c_str());
-    getIDmapHandler().releaseHeldLock();
 
     lock->aquire();
     ++running;
@@ -91,7 +85,6 @@ bool threadHandler::start(void (*worker)(void*), void* record, unsigned int inde
 }
 
 void threadHandler::join(const std::string& barrierName) {
-    getIDmapHandler().releaseHeldLock();
     ::osg::Barrier::get(barrierName.c_str())->enter(2);
 }
 
@@ -121,22 +114,5 @@ void threadHandler::leave(const std::string& barrierName, bool& finished) {
     own->enter(2);
     inside.fetch_sub(1, std::memory_order_release); // the handler may be gone after this
 }
-
-void mergeGeometryInVectorMultithread(void* arguments) {
-    auto& task = *static_cast<mergeGeometryMTArguments*>(arguments);
-    runWorker(task, [&task] {
-        return mergeGeometryInVector(*task.material, *task.nodes, *task.kd, *task.setup,
-                                     task.limit);
-    });
-}
-
-void CacheOptMultithread(void* arguments) {
-    auto& task = *static_cast<cacheoptMTArguments*>(arguments);
-    runWorker(task, [&task] {
-        return optimizeCache(task.source, task.aboveLimit, task.limit, task.perProperty);
-    });
-}
-
-void saveAOinTC6MT(void*) {}
 
 } // namespace morva::osg

@@ -13,8 +13,8 @@
 //
 // Threads, locks and barriers go by name, and the same name gives the same object: a handler can
 // be made again under its name once the last one is gone, but two of one name must not overlap.
-// Workers run in aspect 0. A worker gives the ID map's lock back before it counts itself out, and
-// the main thread holds it at no barrier, so that no two of them can wait for each other.
+// Workers run in aspect 0. No other lock may be held at the barriers: not by a worker that counts
+// itself out, nor by the main thread when it starts or joins, or they wait for each other.
 
 #include <atomic>
 #include <string>
@@ -22,13 +22,8 @@
 
 #include <OpenSG/OSGBarrier.h>
 #include <OpenSG/OSGLock.h>
-#include <OpenSG/OSGMaterial.h>
-#include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_export.h>
-#include <morva/core/morva_osg_params.h>
-#include <morva/idmap/morva_osg_late_names.h>
-#include <morva/trees/kd_records.h>
 
 namespace morva::osg {
 
@@ -86,44 +81,5 @@ class MORVA_API threadHandler {
   private:
     std::atomic<unsigned int> inside{0}; ///< started workers that have not left yet
 };
-
-/// A task of the merge stage: one group.
-struct mergeGeometryMTArguments {
-    const ::osg::MaterialPtr* material = nullptr;
-    const std::vector<::osg::NodePtr>* nodes = nullptr;
-    const kd_build_setup* kd = nullptr;
-    const mergeGeo_setup* setup = nullptr;
-    unsigned int limit = 3000000;
-    ::osg::NodePtr result;            ///< unowned until it is joined; null if the task failed
-    std::string barrier;              ///< own barrier; empty: the task ran on the main thread
-    threadHandler* handler = nullptr; ///< that started the task
-    bool finished = false;            ///< by leave(), under the handler's lock
-    late_names* names = nullptr;      ///< where generated names wait; null: drawn at once
-};
-
-/// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
-MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
-
-/// A task of the cache stage: one geometry node.
-struct cacheoptMTArguments {
-    unsigned int limit = 65533;
-    bool perProperty = false; ///< as for optimizeCache()
-    ::osg::NodePtr source;
-    std::string barrier;              ///< as above
-    ::osg::NodePtr result;            ///< as above; can be the source itself
-    bool aboveLimit = false;          ///< out: by optimizeCache()
-    threadHandler* handler = nullptr; ///< that started the task
-    bool finished = false;            ///< by leave(), under the handler's lock
-    late_names* names = nullptr;      ///< where generated names wait; null: drawn at once
-};
-
-/// Runs optimizeCache() on a cacheoptMTArguments, as a worker.
-MORVA_API void CacheOptMultithread(void* arguments);
-
-/// The record of saveAOinTC6MT().
-struct SAO6Arguments {};
-
-/// Does nothing: there is no work of this kind. Kept for callers that start it themselves.
-MORVA_API void saveAOinTC6MT(void* arguments);
 
 } // namespace morva::osg

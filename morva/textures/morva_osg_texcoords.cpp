@@ -1,43 +1,23 @@
 #include <morva/textures/morva_osg_texcoords.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <limits>
 #include <map>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
-#include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
-#include <morva/core/morva_osg_property_blocks.h>
-#include <morva/core/morva_osg_property_index.h>
-#include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
+#include <morva/textures/morva_osg_texcoord_form.h>
 
 namespace morva::osg {
 
 namespace {
-
-/// Values this near to a whole number become it: 0.001 in single precision.
-constexpr double snap_distance = static_cast<double>(0.001F);
-/// From here on every float is a whole number.
-constexpr float all_whole = 8388608.0F;
-/// Above it coordinates leave the unit square.
-constexpr float leaves_unit = 1.05F;
-constexpr float limit_tolerance = 0.05F;
-/// Limit of cutTC() where none is given.
-constexpr int usual_cut_limit = 50;
-/// Largest coordinate of a collected triangle before it is halved.
-constexpr int collect_max = 1000;
 
 /// A triangle that has come to this many pieces more is not halved any further.
 constexpr std::uint32_t most_pieces = 65536;
@@ -46,93 +26,6 @@ constexpr std::uint64_t always_added = std::uint64_t(1) << 20;
 constexpr std::uint64_t added_per_triangle = 4096;
 constexpr std::uint64_t most_added = std::uint64_t(1) << 25;
 
-/// The coordinates of a triangle.
-struct triangle_uv {
-    ::osg::Vec2f a, b, c;
-};
-
-/// What std::floor() gives, a zero with its sign, without the call.
-inline float floorOf(float value) {
-    if (!(std::abs(value) < all_whole))
-        return value; // a NaN and an infinity too
-    const auto whole = static_cast<float>(static_cast<std::int32_t>(value));
-    return std::copysign(whole > value ? whole - 1.0F : whole, value);
-}
-
-/// The value, or the whole number that it is near to; zeros have the sign of the value.
-inline float snapped(float value) {
-    if (!(std::abs(value) < all_whole))
-        return value;
-    const float below = floorOf(value);
-    const auto wide = static_cast<double>(value), wide_below = static_cast<double>(below);
-    if (wide - wide_below <= snap_distance)
-        return below;
-    const double above = wide_below + 1.0;
-    if (above - wide <= snap_distance)
-        return std::copysign(static_cast<float>(above), value);
-    return value;
-}
-
-inline void snapAll(triangle_uv& t) {
-    for (::osg::Vec2f* point : {&t.a, &t.b, &t.c}) {
-        for (::osg::UInt32 axis = 0; axis < 2; ++axis)
-            (*point)[axis] = snapped((*point)[axis]);
-    }
-}
-
-/// By strict comparison: a NaN in `b` or `c` is passed over, one in `a` stays.
-inline float smallest(float a, float b, float c) {
-    float low = a;
-    low = b < low ? b : low;
-    return c < low ? c : low;
-}
-
-inline void shiftDown(triangle_uv& t, ::osg::UInt32 axis, float by) {
-    t.a[axis] -= by;
-    t.b[axis] -= by;
-    t.c[axis] -= by;
-}
-
-inline void shiftUpFromNegative(triangle_uv& t) {
-    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
-        float low = smallest(t.a[axis], t.b[axis], t.c[axis]);
-        low = low < 0.0F ? low : 0.0F;
-        if (low < 0.0F)
-            shiftDown(t, axis, floorOf(low));
-    }
-}
-
-inline void shiftDownToZero(triangle_uv& t) {
-    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
-        const float low = smallest(t.a[axis], t.b[axis], t.c[axis]);
-        if (low > 1.0F)
-            shiftDown(t, axis, floorOf(low));
-    }
-}
-
-/// An infinity becomes a NaN here, its difference with its own floor.
-inline void wrapPoint(::osg::Vec2f& point, float limit) {
-    for (::osg::UInt32 axis = 0; axis < 2; ++axis) {
-        float& value = point[axis];
-        float& other = point[1 - axis];
-        if (!(value > limit))
-            continue;
-        value -= floorOf(value);
-        if (other > 1.0F)
-            other -= floorOf(other);
-    }
-}
-
-/// The four steps. Afterwards no value is infinite.
-inline void normalise(triangle_uv& t, float cut_limit) {
-    snapAll(t);
-    shiftUpFromNegative(t);
-    shiftDownToZero(t);
-    wrapPoint(t.a, cut_limit);
-    wrapPoint(t.b, cut_limit);
-    wrapPoint(t.c, cut_limit);
-}
-
 template <typename Step>
 void applyStep(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, Step step) {
     triangle_uv t{a, b, c};
@@ -140,22 +33,6 @@ void applyStep(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, Step step) {
     a = t.a;
     b = t.b;
     c = t.c;
-}
-
-/// Whether all six values are zero, which is a normal form.
-inline bool isZero(const triangle_uv& t) {
-    return t.a[0] == 0.0F && t.a[1] == 0.0F && t.b[0] == 0.0F && t.b[1] == 0.0F && t.c[0] == 0.0F &&
-           t.c[1] == 0.0F;
-}
-
-/// Largest of the six values; NaNs are passed over.
-inline float largest(const triangle_uv& t) {
-    float high = -std::numeric_limits<float>::infinity();
-    for (const ::osg::Vec2f* point : {&t.a, &t.b, &t.c}) {
-        high = (*point)[0] > high ? (*point)[0] : high;
-        high = (*point)[1] > high ? (*point)[1] : high;
-    }
-    return high;
 }
 
 /// Whether what halving reads between the corners can be below `max`. With a limit of 1 it cannot
@@ -205,11 +82,6 @@ class coordinate_rows {
   private:
     texcoords_slot slot;
 };
-
-::osg::GeoTexCoordsPtr coordinatesOf(const osg_geoset& geoset) {
-    const ::osg::GeometryPtr core = geoset.geometry.get();
-    return core != ::osg::NullFC ? core->getTexCoords() : ::osg::GeoTexCoordsPtr(::osg::NullFC);
-}
 
 /// Halves a triangle; how many were added.
 int halve(osg_geoset& geoset, std::size_t triangle, unsigned long& first) {
@@ -387,127 +259,6 @@ int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     reportWhole(geoset.geometry.get());
     giveCore(node, geoset.geometry.get());
     return added;
-}
-
-bool hasTexCoordsGreater1(::osg::GeoTexCoordsPtr coordinates, float& maxU, float& maxV,
-                          bool asTriangles) {
-    float high[2] = {0.0F, 0.0F};
-    const auto keepLargest = [&high](const ::osg::Vec2f& point) {
-        for (::osg::UInt32 axis = 0; axis < 2; ++axis)
-            high[axis] = point[axis] > high[axis] ? point[axis] : high[axis];
-    };
-    const auto block = readBlock(coordinates);
-    if (asTriangles) {
-        for (std::size_t row = 0; row + 2 < block.size(); row += 3) {
-            triangle_uv t{block[row], block[row + 1], block[row + 2]};
-            normalise(t, static_cast<float>(usual_cut_limit));
-            keepLargest(t.a);
-            keepLargest(t.b);
-            keepLargest(t.c);
-        }
-    } else {
-        for (const ::osg::Vec2f& point : block)
-            keepLargest(point);
-    }
-    maxU = high[0];
-    maxV = high[1];
-    return maxU > leaves_unit || maxV > leaves_unit;
-}
-
-bool hasTexCoordsSmaller0(::osg::GeoTexCoordsPtr coordinates, float& minU, float& minV) {
-    float low[2] = {0.0F, 0.0F};
-    const auto block = readBlock(coordinates);
-    for (const ::osg::Vec2f& point : block) {
-        for (::osg::UInt32 axis = 0; axis < 2; ++axis)
-            low[axis] = point[axis] < low[axis] ? point[axis] : low[axis];
-    }
-    minU = low[0];
-    minV = low[1];
-    return minU < 0.0F || minV < 0.0F;
-}
-
-bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    if (geometry == ::osg::NullFC || geometry->getTexCoords() == ::osg::NullFC)
-        return false;
-    const float threshold = limit + limit_tolerance;
-    const auto block = readBlock(geometry->getTexCoords());
-    if (!normalised) {
-        return std::any_of(block.begin(), block.end(), [threshold](const ::osg::Vec2f& point) {
-            return point[0] > threshold || point[1] > threshold;
-        });
-    }
-    const bool indexed = hasIndex(geometry, ::osg::Geometry::MapTexCoords);
-    const auto at = [&block, indexed](const ::osg::TriangleIterator& it, ::osg::Int32 corner) {
-        const ::osg::Int32 index = indexed ? it.getTexCoordsIndex(corner) : -1;
-        const auto row = static_cast<std::size_t>(index);
-        return index >= 0 && row < block.size() ? block[row] : ::osg::Vec2f(0.0F, 0.0F);
-    };
-    const ::osg::TriangleIterator end = geometry->endTriangles();
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); it != end; ++it) {
-        triangle_uv t{at(it, 0), at(it, 1), at(it, 2)};
-        normalise(t, static_cast<float>(usual_cut_limit));
-        if (largest(t) > threshold)
-            return true;
-    }
-    return false;
-}
-
-bool checkGeoForTexIndex(::osg::NodePtr node, float limit, int maxImageSide) {
-    bool transparent = false, blends = false;
-    const ::osg::ImagePtr image = getImage(node, transparent, blends);
-    if (image != ::osg::NullFC &&
-        (image->getWidth() > maxImageSide || image->getHeight() > maxImageSide))
-        return true;
-    return hasTCabove(node, limit, true);
-}
-
-namespace {
-
-/// Whether the normal form of a node's coordinates reaches above a limit.
-bool reachesAbove(const ::osg::NodePtr& node, float limit) {
-    osg_geoset geoset;
-    extract(node, geoset, false, false, false, true, true);
-    optimizeTexCoords(geoset, collect_max, usual_cut_limit);
-    float u = 0, v = 0;
-    hasTexCoordsGreater1(coordinatesOf(geoset), u, v, false);
-    return u > limit || v > limit;
-}
-
-/// Gives a node the material of the group that it is about to leave.
-void takeGroupMaterial(const ::osg::NodePtr& node) {
-    const ::osg::NodePtr group = searchMaterialGroup(node);
-    const ::osg::GeometryPtr geometry = geometryOf(node);
-    if (group == ::osg::NullFC || geometry == ::osg::NullFC)
-        return;
-    giveMaterial(geometry, ::osg::MaterialGroupPtr::dcast(group->getCore())->getMaterial());
-}
-
-} // namespace
-
-::osg::NodePtr CollectNodesWithTexCoordsGreater(::osg::NodePtr root, int limit) {
-    const ::osg::NodePtr none = ::osg::NullFC;
-    if (limit < 0 || root == ::osg::NullFC)
-        return none;
-    std::vector<::osg::NodePtr> nodes;
-    if (geometryOf(root) != ::osg::NullFC) {
-        nodes.push_back(root);
-    } else {
-        getGeometryNodes(root, nodes, false);
-    }
-    std::vector<::osg::NodePtr> found;
-    for (const ::osg::NodePtr& node : nodes) {
-        if (!reachesAbove(node, static_cast<float>(limit)))
-            continue;
-        takeGroupMaterial(node);
-        found.push_back(node);
-    }
-    if (found.empty())
-        return none;
-    fresh<::osg::NodePtr> group(newGroupNode());
-    for (const ::osg::NodePtr& node : found)
-        addChildTo(group.get(), node);
-    return group.release();
 }
 
 } // namespace morva::osg

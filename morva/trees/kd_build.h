@@ -1,7 +1,10 @@
 #pragma once
 
-// The inside of the kd build: one recursion over nodes, and two ways to hold the ranges that it
-// cuts. Include <morva/trees/kd_tree.h>.
+// The inside of the kd build: one loop over nodes, and two ways to hold the ranges that it cuts.
+// Include <morva/trees/kd_tree.h>.
+//
+// Nodes are made in pre-order, and so leaves are kept in the order of their ranges: the present
+// range is always the first one that is in no leaf yet.
 //
 //   ranges_in_place   for builds that add no index: a range is a part of `tree.indices` itself.
 //   ranges_on_stack   for builds that do. The ranges still to be cut lie on a stack, the present
@@ -18,10 +21,8 @@
 #include <morva/trees/kd_strategies.h>
 
 #include <algorithm>
-#include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <type_traits>
 #include <utility>
 #include <vector>
 
@@ -136,43 +137,48 @@ struct range_cut {
 };
 
 /// Ranges that are parts of the tree's own indices.
-template <typename Geoset, typename T> class ranges_in_place {
+class ranges_in_place {
   public:
-    ranges_in_place(kd_tree<T>& tree, std::uint64_t, std::uint64_t) : tree_(tree) {}
+    ranges_in_place(kd_tree<float>& tree, std::uint64_t first) : tree_(tree), first_(first) {}
 
-    const std::uint64_t* indices() const { return tree_.indices; }
-    std::uint64_t place(std::uint64_t first, std::uint64_t) const { return first; }
+    const std::uint64_t* range(std::uint64_t) const { return tree_.indices + first_; }
 
-    range_cut cut(Geoset& geoset, std::uint64_t first, std::uint64_t count, float plane, int axis,
-                  int straddle_mode) {
-        const std::uint64_t left =
-            sort_range(geoset, tree_.indices + first, count, plane, axis, straddle_mode, no_sides_);
-        return {left, 0};
+    template <typename Geoset>
+    range_cut cut(Geoset& geoset, std::uint64_t count, float plane, int axis, int straddle_mode) {
+        side_lists none;
+        return {sort_range(geoset, tree_.indices + first_, count, plane, axis, straddle_mode, none),
+                0};
     }
-    void keep_leaf(std::uint64_t) {}
+    std::uint64_t keep_leaf(std::uint64_t count) {
+        first_ += count;
+        return first_ - count;
+    }
     void finish() {}
 
   private:
-    kd_tree<T>& tree_;
-    side_lists no_sides_;
+    kd_tree<float>& tree_;
+    std::uint64_t first_; ///< of the indices that are in no leaf yet
 };
 
 /// Ranges on a stack of their own, until finish() puts the indices of the leaves in the place of
 /// the range that the build began with.
-template <typename Geoset, typename T> class ranges_on_stack {
+class ranges_on_stack {
   public:
-    ranges_on_stack(kd_tree<T>& tree, std::uint64_t first, std::uint64_t count)
+    ranges_on_stack(kd_tree<float>& tree, std::uint64_t first, std::uint64_t count)
         : tree_(tree), first_(first), count_(count),
           stack_(tree.indices + first, tree.indices + first + count),
           index_count_(tree.index_count), index_capacity_(tree.index_capacity) {
         done_.reserve(count);
     }
 
-    const std::uint64_t* indices() const { return stack_.data(); }
-    std::uint64_t place(std::uint64_t, std::uint64_t count) const { return stack_.size() - count; }
+    /// The present range, which is `count` long.
+    const std::uint64_t* range(std::uint64_t count) const {
+        return stack_.data() + (stack_.size() - count);
+    }
 
-    range_cut cut(Geoset& geoset, std::uint64_t, std::uint64_t count, float plane, int axis,
-                  int straddle_mode) {
+    /// Puts the left child's range, cut off the present one, on top of the right child's.
+    template <typename Geoset>
+    range_cut cut(Geoset& geoset, std::uint64_t count, float plane, int axis, int straddle_mode) {
         sides_.left.clear();
         sides_.right.clear();
         const std::size_t bottom = stack_.size() - count;
@@ -184,11 +190,13 @@ template <typename Geoset, typename T> class ranges_on_stack {
         return {left + sides_.left.size(), added};
     }
 
-    /// The range on top is final.
-    void keep_leaf(std::uint64_t count) {
+    /// The range on top is final; returns where it begins in the tree's indices.
+    std::uint64_t keep_leaf(std::uint64_t count) {
+        const std::uint64_t at = first_ + done_.size();
         const auto end = stack_.end();
         done_.insert(done_.end(), end - static_cast<std::ptrdiff_t>(count), end);
         stack_.resize(stack_.size() - count);
+        return at;
     }
 
     /// Replaces the range in the tree by what the leaves hold.
@@ -213,14 +221,14 @@ template <typename Geoset, typename T> class ranges_on_stack {
         stack_.insert(stack_.end(), sides_.left.begin(), sides_.left.end());
     }
 
-    /// Tells what the index array would come to if each cut made its room there.
+    /// Counts what the index array would come to if each cut made its room there.
     void grow_counts(std::uint64_t added) {
         if (index_count_ + added >= index_capacity_)
             index_capacity_ = 2 * index_count_ + added;
         index_count_ += added;
     }
 
-    kd_tree<T>& tree_;
+    kd_tree<float>& tree_;
     std::uint64_t first_, count_;      ///< the range in the tree
     std::vector<std::uint64_t> stack_; ///< ranges still to be cut
     std::vector<std::uint64_t> done_;  ///< the leaves' indices, in the order of the leaves
@@ -236,126 +244,97 @@ template <typename Box> int longest_axis(const Box& box) {
     return extent[1] > extent[2] ? 1 : 2;
 }
 
-/// The recursion over nodes; one object per build.
-template <typename Geoset, typename T, typename Box, typename Strategy, typename Ranges>
-class kd_builder {
+/// The nodes in pre-order; one object per build.
+template <typename Geoset, typename Box, typename Strategy, typename Ranges> class kd_builder {
   public:
-    kd_builder(kd_tree<T>& tree, Geoset& geoset, const kd_build_setup& setup,
+    kd_builder(kd_tree<float>& tree, Geoset& geoset, const kd_build_setup& setup,
                const Strategy& strategy, Ranges& ranges)
         : tree_(tree), geoset_(geoset), setup_(setup), strategy_(strategy), ranges_(ranges) {}
 
-    /// Builds `node` over a range and returns how many indices were added below it.
-    std::uint64_t build(int node, std::uint64_t first, std::uint64_t count, const Box& box,
+    /// Builds node `root` over the present range and returns how many indices were added below it.
+    std::uint64_t build(std::uint64_t root, std::uint64_t count, const Box& box,
                         unsigned int depth) {
-        tree_.check_resize(static_cast<unsigned long>(node));
-        tree_.max_depth_reached = std::max<std::uint64_t>(tree_.max_depth_reached, depth);
-        if (count < setup_.max_elements || depth >= setup_.max_depth)
-            return make_leaf(static_cast<std::uint64_t>(node), first, count);
-
-        int axis = longest_axis(box);
-        const T plane = choose_plane(first, count, box, axis);
-        const auto a = static_cast<std::size_t>(axis);
-        if (plane == box.min[a] || plane == box.max[a])
-            return make_leaf(static_cast<std::uint64_t>(node), first, count);
-        tree_.nodes[node].axis = static_cast<std::uint32_t>(axis);
-        tree_.nodes[node].plane = plane;
-
-        const range_cut cut = ranges_.cut(geoset_, first, count, plane, axis, setup_.straddle_mode);
-        Box half = box;
-        half.max[a] = plane;
-        half.refresh_extent();
-        const std::uint64_t below_left = build_child(first, cut.left, half, depth);
-
-        // The arrays may have moved: reach the node through the tree again.
-        tree_.nodes[node].right = static_cast<std::int32_t>(tree_.node_count + 1);
-        half = box;
-        half.min[a] = plane;
-        half.refresh_extent();
-        const std::uint64_t start = first + cut.left + below_left;
-        const std::uint64_t below_right =
-            build_child(start, count + cut.added - cut.left, half, depth);
-        return cut.added + below_left + below_right;
+        std::uint64_t added = build_node(root, {count, depth, nobody, box});
+        while (!waiting_.empty()) {
+            const open_cell cell = waiting_.back();
+            waiting_.pop_back();
+            const std::uint64_t node = ++tree_.node_count;
+            if (cell.right_of != nobody)
+                tree_.nodes[cell.right_of].right = static_cast<std::int64_t>(node);
+            if (cell.count > setup_.max_elements)
+                added += build_node(node, cell);
+            else
+                make_leaf(node, cell.count);
+        }
+        return added;
     }
 
   private:
-    /// The next node, with or without children of its own. `depth` is that of the parent.
-    std::uint64_t build_child(std::uint64_t first, std::uint64_t count, const Box& box,
-                              unsigned int depth) {
-        const std::uint64_t child = ++tree_.node_count;
-        if (count > setup_.max_elements && depth < setup_.max_depth)
-            return build(static_cast<int>(child), first, count, box, depth + 1);
-        return make_leaf(child, first, count);
+    static constexpr std::uint64_t nobody = ~std::uint64_t{0};
+
+    /// What is to become a node.
+    struct open_cell {
+        std::uint64_t count;
+        unsigned int depth;
+        std::uint64_t right_of; ///< node whose right child it is; nobody's
+        Box box;
+    };
+
+    /// Cuts the cell, so that its halves wait, or makes it a leaf. Returns how many indices came
+    /// in.
+    std::uint64_t build_node(std::uint64_t node, const open_cell& cell) {
+        tree_.check_resize(node);
+        tree_.max_depth_reached = std::max<std::uint64_t>(tree_.max_depth_reached, cell.depth);
+        int axis = longest_axis(cell.box);
+        float plane = 0;
+        if (!find_plane(cell, axis, plane)) {
+            make_leaf(node, cell.count);
+            return 0;
+        }
+        tree_.nodes[node].axis = static_cast<std::uint32_t>(axis);
+        tree_.nodes[node].plane = plane;
+        const range_cut cut = ranges_.cut(geoset_, cell.count, plane, axis, setup_.straddle_mode);
+
+        const auto a = static_cast<std::size_t>(axis);
+        const std::uint64_t right = cell.count + cut.added - cut.left;
+        waiting_.push_back({right, cell.depth + 1, node, cell.box});
+        waiting_.back().box.min[a] = plane;
+        waiting_.back().box.refresh_extent();
+        waiting_.push_back({cut.left, cell.depth + 1, nobody, cell.box});
+        waiting_.back().box.max[a] = plane;
+        waiting_.back().box.refresh_extent();
+        return cut.added;
     }
 
-    /// Turns `node` into a leaf over the range; adds no index.
-    std::uint64_t make_leaf(std::uint64_t node, std::uint64_t first, std::uint64_t count) {
+    /// False for what has to be a leaf.
+    bool find_plane(const open_cell& cell, int& axis, float& plane) {
+        if (cell.count < setup_.max_elements || cell.depth >= setup_.max_depth)
+            return false;
+        const kd_range<Geoset> range{geoset_, setup_, ranges_.range(cell.count), cell.count};
+        plane = strategy_.plane(range, cell.box, axis, state_);
+        const auto a = static_cast<std::size_t>(axis);
+        return plane != cell.box.min[a] && plane != cell.box.max[a];
+    }
+
+    /// Turns `node` into a leaf over the present range.
+    void make_leaf(std::uint64_t node, std::uint64_t count) {
         tree_.check_resize(node);
-        kd_node<T>& leaf = tree_.nodes[node];
+        kd_node<float>& leaf = tree_.nodes[node];
         leaf.axis = kd_leaf_axis;
-        leaf.first = static_cast<std::uint32_t>(first);
+        leaf.first = static_cast<std::uint32_t>(ranges_.keep_leaf(count));
         leaf.count = static_cast<std::uint32_t>(count);
         tree_.max_leaf_size = std::max(tree_.max_leaf_size, count);
         ++tree_.leaf_count;
-        ranges_.keep_leaf(count);
-        return 0;
     }
 
-    T choose_plane(std::uint64_t first, std::uint64_t count, const Box& box, int& axis) {
-        if constexpr (std::is_same_v<Strategy, kd_strategy_median>) {
-            return box_middle(box, axis);
-        } else {
-            const std::uint64_t place = ranges_.place(first, count);
-            if constexpr (std::is_same_v<Strategy, kd_strategy_ObjMedian>)
-                if (!may_hold_nan(place, count))
-                    return box_middle(box, axis);
-            return strategy_.calcPlane(geoset_, setup_, place, count, box, axis, ranges_.indices());
-        }
-    }
-
-    /// Whether any extent of the build can be a NaN. The first call is the one for the whole
-    /// range, and what it finds holds for all ranges within, unless cuts make new extents.
-    bool may_hold_nan(std::uint64_t place, std::uint64_t count) {
-        if (!nan_known_) {
-            nan_known_ = true;
-            nan_ = (setup_.straddle_mode == 1 && cuts_elements<Geoset>::value) ||
-                   range_holds_nan(place, count);
-        }
-        return nan_;
-    }
-
-    bool range_holds_nan(std::uint64_t place, std::uint64_t count) const {
-        const std::uint64_t* range = ranges_.indices() + place;
-        for (int axis = 0; axis < 3; ++axis) {
-            const auto extents = extents_on_axis(geoset_, axis);
-            T lo{}, hi{};
-            for (std::uint64_t p = 0; p < count; ++p) {
-                extents.read(range[p], lo, hi);
-                if (std::isnan(lo) || std::isnan(hi))
-                    return true;
-            }
-        }
-        return false;
-    }
-
-    kd_tree<T>& tree_;
+    kd_tree<float>& tree_;
     Geoset& geoset_;
     const kd_build_setup& setup_;
     const Strategy& strategy_;
     Ranges& ranges_;
-    bool nan_known_ = false;
-    bool nan_ = false;
+    typename Strategy::build_state state_;
+    std::vector<open_cell> waiting_; ///< the next one last
 };
-
-template <typename Ranges, typename Geoset, typename T, typename Box, typename Strategy>
-std::uint64_t build_with_ranges(kd_tree<T>& tree, int node, Geoset& geoset, std::uint64_t first,
-                                std::uint64_t count, const Box& box, unsigned int depth,
-                                const kd_build_setup& setup, const Strategy& strategy) {
-    Ranges ranges(tree, first, count);
-    kd_builder<Geoset, T, Box, Strategy, Ranges> builder(tree, geoset, setup, strategy, ranges);
-    const std::uint64_t added = builder.build(node, first, count, box, depth);
-    ranges.finish();
-    return added;
-}
 
 } // namespace detail
 } // namespace morva

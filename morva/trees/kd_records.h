@@ -7,6 +7,7 @@
 // storage is there before the old one goes, so that a failed growth leaves the tree as it was.
 
 #include <algorithm>
+#include <cassert>
 #include <cstdint>
 #include <memory>
 
@@ -28,7 +29,8 @@ struct kd_build_setup {
 /// `kd_node::axis` of a leaf.
 constexpr std::uint32_t kd_leaf_axis = 0xffffffffU;
 
-/// One node: a plane with two children, or a range of `kd_tree::indices`.
+/// One node: a plane with two children, or a range of `kd_tree::indices`. The functions read what
+/// the kind of node has.
 template <typename T> struct MORVA_API kd_node {
     std::uint32_t axis = kd_leaf_axis; ///< inner: 0, 1 or 2
     union {
@@ -41,6 +43,25 @@ template <typename T> struct MORVA_API kd_node {
     };
 
     bool is_leaf() const { return axis == kd_leaf_axis; }
+    /// Of an inner node: number of its right child.
+    int right_child() const {
+        assert(!is_leaf());
+        return static_cast<int>(right);
+    }
+    /// Of an inner node: what lies below it on `axis` is on the left.
+    T cut_plane() const {
+        assert(!is_leaf());
+        return plane;
+    }
+    /// Of a leaf: where its range of `kd_tree::indices` begins, and how long it is.
+    std::uint32_t range_first() const {
+        assert(is_leaf());
+        return first;
+    }
+    std::uint32_t range_count() const {
+        assert(is_leaf());
+        return count;
+    }
 };
 
 /// The tree. `node_count + 1` nodes and `index_count` indices are in use; the leaves' ranges lie

@@ -6,6 +6,14 @@
 //     kd_strategy_ObjMedian   the same, and a word on standard output on every NaN it sees
 //     kd_strategy_SAH         the cheapest element bound by surface area, or "make a leaf"
 //
+// Any type of this form is one:
+//
+//     struct build_state {};       what it remembers from node to node of one build
+//     float plane(const kd_range<Geoset>& range, const Box& box, int& axis, build_state&) const;
+//
+// `axis` comes in as the longest one of the box and goes out as that of the plane. A plane on a
+// side of the box makes the node a leaf.
+//
 // Both calcPlane functions stand for a sweep over the sorted bounds of the elements in which the
 // number of elements left of and across a bound counts as 0 and the number right of it as all of
 // them. That is settled behaviour: the meshes of the whole system depend on the planes that come
@@ -17,17 +25,25 @@
 // Method: surface area heuristic, "Heuristics for Ray Tracing Using Space Subdivision",
 // MacDonald and Booth, 1990.
 
+#include <morva/core/morva_osg_sink.h>
 #include <morva/trees/geoset_access.h>
+#include <morva/trees/kd_records.h>
 
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <iostream>
+#include <locale>
+#include <sstream>
 
 namespace morva {
 
-/// The middle of the box on its longest axis.
-struct kd_strategy_median {};
+/// The elements of one node, as a strategy sees them.
+template <typename Geoset> struct kd_range {
+    const Geoset& geoset;
+    const kd_build_setup& setup;
+    const std::uint64_t* elements; ///< `count` numbers, in tree order
+    std::uint64_t count;
+};
 
 /// The middle of a box on one axis, where every median strategy cuts.
 template <typename Box> auto box_middle(const Box& box, int axis) {
@@ -35,30 +51,76 @@ template <typename Box> auto box_middle(const Box& box, int axis) {
     return box.extent[a] * 0.5f + box.min[a];
 }
 
+/// The middle of the box on its longest axis.
+struct kd_strategy_median {
+    struct build_state {};
+    template <typename Geoset, typename Box>
+    float plane(const kd_range<Geoset>&, const Box& box, int& axis, build_state&) const {
+        return box_middle(box, axis);
+    }
+};
+
+namespace detail {
+
+/// Whether some extent of the range is a NaN.
+template <typename Geoset> bool holds_nan(const kd_range<Geoset>& range) {
+    for (int axis = 0; axis < 3; ++axis) {
+        const auto extents = extents_on_axis(range.geoset, axis);
+        float lo{}, hi{};
+        for (std::uint64_t p = 0; p < range.count; ++p) {
+            extents.read(range.elements[p], lo, hi);
+            if (std::isnan(lo) || std::isnan(hi))
+                return true;
+        }
+    }
+    return false;
+}
+
+} // namespace detail
+
 /// The box middle, with a report of NaN extents.
 struct kd_strategy_ObjMedian {
+    /// The first range is the whole one, and what is found there holds for all within, unless cuts
+    /// make new extents.
+    struct build_state {
+        bool known = false;
+        bool may_be_nan = false;
+    };
+    template <typename Geoset, typename Box>
+    float plane(const kd_range<Geoset>& range, const Box& box, int& axis,
+                build_state& state) const {
+        const bool cuts = range.setup.straddle_mode == 1 && detail::cuts_elements<Geoset>::value;
+        if (!state.known)
+            state = {true, cuts || detail::holds_nan(range)};
+        if (!state.may_be_nan)
+            return box_middle(box, axis);
+        return calcPlane(range.geoset, range.setup, 0, range.count, box, axis, range.elements);
+    }
+
     /// geoset, indices  elements `indices[first]` to `indices[first + count - 1]`, in tree order
     /// setup            not read
     /// box              the node's box, `extent` valid
     /// axis             the longest axis; stays as it is
     /// returns          the middle of the box on `axis`
     ///
-    /// Every extent with a NaN is told in two lines on standard output, axis by axis, elements in
-    /// order. O(count), and the build calls this only if there can be a NaN at all.
+    /// Every extent with a NaN gets two lines on standard output, axis by axis, elements in order.
+    /// O(count).
     template <typename Geoset, typename Setup, typename Box>
     static float calcPlane(const Geoset& geoset, const Setup& /*setup*/, unsigned long first,
                            unsigned long count, const Box& box, int& axis,
                            const std::uint64_t* indices) {
         for (int a = 0; a < 3; ++a) {
             const auto extents = extents_on_axis(geoset, a);
-            typename Geoset::scalar_type lo{}, hi{};
+            float lo{}, hi{};
             for (unsigned long p = first; p < first + count; ++p) {
                 extents.read(indices[p], lo, hi);
                 if (!std::isnan(lo) && !std::isnan(hi))
                     continue;
-                std::cout << "Found NAN in kd_strategy_ObjMedian!\n";
-                std::cout << "AXIS: " << a << " Index: " << indices[p] << " MIN: " << lo
-                          << " MAX: " << hi << "\n";
+                std::ostringstream text;
+                text.imbue(std::locale::classic());
+                text << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << a
+                     << " Index: " << indices[p] << " MIN: " << lo << " MAX: " << hi;
+                say({text.str()}, flush::no);
             }
         }
         return static_cast<float>(box_middle(box, axis));
@@ -109,6 +171,12 @@ struct sah_best {
 
 /// The bound of least cost by surface area.
 struct kd_strategy_SAH {
+    struct build_state {};
+    template <typename Geoset, typename Box>
+    float plane(const kd_range<Geoset>& range, const Box& box, int& axis, build_state&) const {
+        return calcPlane(range.geoset, range.setup, 0, range.count, box, axis, range.elements);
+    }
+
     /// geoset, indices  elements `indices[first]` to `indices[first + count - 1]`
     /// setup            reads `cost_intersect`, `cost_traversal`, `cost_factor`
     /// box              the node's box, `extent` valid

@@ -3,16 +3,22 @@
 // A kd-tree cuts a geoset into cells of bounded size: one plane per inner node, elements below it
 // on the left, the others on the right. The leaves become the geometry cores of the output.
 //
-//        0 x=4           nodes    0  1  2  3  4     pre-order, left child of i is i + 1
+//        0 x=4           nodes    0  1  2  3  4     pre-order
 //       /     \          indices  7 2 | 5 | 0 1     leaf 1, leaf 3, leaf 4, end to end
 //      1       2 y=1
 //             / \        kd_tree<float> tree;
 //            3   4       compile(geoset, tree, setup, kd_strategy_ObjMedian());
-//                        triangle_count(tree, 0);
 //
-// What happens to an element across a plane is told by `straddle_mode`: 1 cuts it (the geoset
+//     const kd_node<float>& node = tree.nodes[i];
+//     node.is_leaf()      its elements are node.range_count() entries of tree.indices, from
+//                         node.range_first() on
+//     otherwise           node.cut_plane() cuts node.axis; below it lies node i + 1, at it and
+//                         above node.right_child()
+//
+// What happens to an element across a plane is up to `straddle_mode`: 1 cuts it (the geoset
 // grows), 2 puts it on both sides (`indices` grows), any other keeps it whole on the side of its
-// centre. Any geoset that trees/geoset_access.h can read will do.
+// centre. Any geoset that trees/geoset_access.h can read will do, and any strategy of the form that
+// trees/kd_strategies.h shows.
 //
 // One owner while building; any number of readers afterwards.
 // Method: "Multidimensional binary search trees used for associative searching", Bentley, 1975.
@@ -24,7 +30,6 @@
 #include <morva/trees/kd_rules.h>
 #include <morva/trees/kd_strategies.h>
 
-#include <algorithm>
 #include <cstdint>
 
 namespace morva {
@@ -36,32 +41,21 @@ namespace morva {
 /// returns  how many indices of the range now belong left; they come first
 ///
 /// An element that begins at the plane or above it goes right, one that ends at the plane or below
-/// it left, and what crosses is told by `straddle_mode`. In either part the old indices keep to
+/// it left, and what crosses goes by `straddle_mode`. In either part the old indices keep to
 /// the outside and new ones meet in the middle: old left, new left, new right, old right. Points
 /// never cross; a geoset that cannot cut treats mode 1 as "keep whole".
-/// errors   std::bad_alloc; the indices are then a permutation of the old ones, `indices` not
-///          having grown, but pieces may have been cut
-template <typename Geoset, typename T>
+/// errors   std::bad_alloc; the tree is then as it was, but pieces may have been cut
+template <typename Geoset>
 unsigned long sort(Geoset& geoset, unsigned long first, unsigned long count, float plane, int axis,
-                   int& added, kd_tree<T>& tree, bool& stop, int straddle_mode) {
+                   int& added, kd_tree<float>& tree, bool& stop, int straddle_mode) {
     static_cast<void>(stop);
-    detail::side_lists sides;
-    const std::uint64_t left =
-        detail::sort_range(geoset, tree.indices + first, count, plane, axis, straddle_mode, sides);
-    const std::uint64_t grown = sides.left.size() + sides.right.size();
-    added = static_cast<int>(grown);
-    if (tree.index_count + grown >= tree.index_capacity)
-        tree.resize_indices(2 * tree.index_count + grown);
-    if (grown == 0)
-        return left;
-
-    std::uint64_t* middle = tree.indices + first + left;
-    std::copy_backward(middle, tree.indices + tree.index_count,
-                       tree.indices + tree.index_count + grown);
-    middle = std::copy(sides.left.begin(), sides.left.end(), middle);
-    std::copy(sides.right.begin(), sides.right.end(), middle);
-    tree.index_count += grown;
-    return left + sides.left.size();
+    detail::ranges_on_stack ranges(tree, first, count);
+    const detail::range_cut cut = ranges.cut(geoset, count, plane, axis, straddle_mode);
+    ranges.keep_leaf(cut.left);
+    ranges.keep_leaf(count + cut.added - cut.left);
+    ranges.finish();
+    added = static_cast<int>(cut.added);
+    return cut.left;
 }
 
 /// Builds the subtree of `node` over a range of the tree's indices.
@@ -75,20 +69,25 @@ unsigned long sort(Geoset& geoset, unsigned long first, unsigned long count, flo
 ///
 /// A node with fewer than `max_elements` elements or at `max_depth` is a leaf, and so is one whose
 /// plane coincides with a side of its box: single precision has run out, or the strategy sees no
-/// use in a cut. A child becomes a node of its own only if it has more than `max_elements`.
-/// Recursion goes as deep as the tree. With modes 1 and 2 the cost is that of the ranges sorted:
-/// indices behind a range do not move at every cut.
+/// use in a cut. A child is asked for a plane only if it has more than `max_elements`. With modes 1
+/// and 2 the cost is that of the ranges sorted: indices behind a range do not move at every cut.
 /// errors       std::bad_alloc, and whatever cutting throws; the tree may be released then, not
 ///              used
-template <typename Geoset, typename Strategy, typename T, typename Box>
-std::uint64_t process_node(kd_tree<T>& tree, int node, Geoset& geoset, unsigned long first,
+template <typename Geoset, typename Strategy, typename Box>
+std::uint64_t process_node(kd_tree<float>& tree, int node, Geoset& geoset, unsigned long first,
                            unsigned long count, const Box& box, unsigned int depth,
                            const kd_build_setup& setup, const Strategy& strategy) {
+    const auto build_in = [&](auto ranges) {
+        detail::kd_builder<Geoset, Box, Strategy, decltype(ranges)> builder(tree, geoset, setup,
+                                                                            strategy, ranges);
+        const std::uint64_t added =
+            builder.build(static_cast<std::uint64_t>(node), count, box, depth);
+        ranges.finish();
+        return added;
+    };
     if (detail::sort_may_add(geoset, setup.straddle_mode))
-        return detail::build_with_ranges<detail::ranges_on_stack<Geoset, T>>(
-            tree, node, geoset, first, count, box, depth, setup, strategy);
-    return detail::build_with_ranges<detail::ranges_in_place<Geoset, T>>(
-        tree, node, geoset, first, count, box, depth, setup, strategy);
+        return build_in(detail::ranges_on_stack(tree, first, count));
+    return build_in(detail::ranges_in_place(tree, first));
 }
 
 /// Builds the tree of a whole geoset; with no element it is that of createEmptyTree().
@@ -115,9 +114,9 @@ template <typename T> std::uint64_t triangle_count(const kd_tree<T>& tree, unsig
         return 0;
     const kd_node<T>& here = tree.nodes[node];
     if (here.is_leaf())
-        return here.count;
+        return here.range_count();
     return triangle_count<T>(tree, node + 1) +
-           triangle_count<T>(tree, static_cast<unsigned int>(here.right));
+           triangle_count<T>(tree, static_cast<unsigned int>(here.right_child()));
 }
 
 /// Adds the depth of each leaf below `node` to `sum`; `depth` is that of `node`. Divided by
@@ -131,7 +130,7 @@ template <typename T> void avg_depth_node(const kd_tree<T>& tree, int node, int 
         return;
     }
     avg_depth_node<T>(tree, node + 1, depth + 1, sum);
-    avg_depth_node<T>(tree, static_cast<int>(here.right), depth + 1, sum);
+    avg_depth_node<T>(tree, here.right_child(), depth + 1, sum);
 }
 
 } // namespace morva

@@ -70,13 +70,14 @@ NodePtr variety(std::size_t size) {
     const NodePtr green = named("green", meshNode(squares(true)));
     const NodePtr near = named("near", meshNode(squares(false), red));
     coreOf(near)->setColors(coreOf(green)->getColors());
-    return named(
-        "top", group({moved({1, 2, 3}, {a, group()}), hidden(nodeOf(a->getCore())), green,
-                      materialGroup(image, {named("b", meshNode(squares(false)))}),
-                      named("b", meshNode(cube(), simple({1, 0, 0}))),
-                      group({group({named("glass", meshNode(squares(false), glass))})}),
-                      switched(1, {meshNode(row(3, 1)), meshNode(squares(false), red)}),
-                      detailed({near, meshNode(row(3, 1))}), named("lines", meshNode(row(4, 1)))}));
+    return named("top",
+                 group({moved({1, 2, 3}, {a, group()}), hidden(nodeOf(a->getCore())), green,
+                        materialGroup(image, {named("b", meshNode(squares(false)))}),
+                        named("b", meshNode(cube(), simple({1, 0, 0}))),
+                        group({group({named("glass", meshNode(squares(false), glass))})}),
+                        switched(1, {meshNode(row(3, 1)), meshNode(squares(false), red)}),
+                        detailed({near, meshNode(row(3, 1))}), named("lines", meshNode(row(4, 1))),
+                        meshNode(mesh_data()), ::osg::Node::create()}));
 }
 
 using pass = std::function<node_ref(const NodePtr&)>;

@@ -3,6 +3,7 @@
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_params.h>
+#include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -38,22 +39,16 @@ std::string settings(const std::string& cacheopt = "0", const std::string& idmap
 }
 
 TEST(OptTree, WithoutAStageTheGivenRootComesBackUnderItsParent) {
-    const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
-    const node_ref root(parent->getChild(1));
-    const stream_capture out(std::cout);
-    std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
-    EXPECT_EQ(morva::osg::optTree(root.get(), "maxtris(0)"), root.get());
-    EXPECT_EQ(parent->findChild(root.get()), 2) << "at the end of the list";
-    EXPECT_EQ(out.text(), first_line + settings());
-}
-
-TEST(OptTree, TheEmptyStringLeavesTheRootOffItsParent) {
-    const node_ref parent(group({twoParts()}));
-    const node_ref root(parent->getChild(0));
-    const run made = optimise(root.get(), "");
-    EXPECT_EQ(made.result, root);
-    EXPECT_EQ(root->getParent(), ::osg::NullFC);
-    EXPECT_EQ(made.printed, first_line);
+    for (const std::string parameters : {"maxtris(0)", ""}) {
+        const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
+        const node_ref root(parent->getChild(1));
+        const stream_capture out(std::cout);
+        std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+        EXPECT_EQ(morva::osg::optTree(root.get(), parameters), root.get());
+        // At the end of the list; of the empty text it stays off for good.
+        EXPECT_EQ(parent->findChild(root.get()), parameters.empty() ? -1 : 2);
+        EXPECT_EQ(out.text(), first_line + (parameters.empty() ? "" : settings()));
+    }
 }
 
 TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
@@ -65,21 +60,15 @@ TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
     EXPECT_EQ(root->getParent(), parent.get()) << "the input tree goes back, not the result";
     EXPECT_EQ(made.result->getParent(), ::osg::NullFC);
     EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U) << "equal materials became one";
-    mesh_choice positions;
-    positions.normals = false;
-    const world_mesh before = worldMesh(root.get(), positions);
-    EXPECT_EQ(firstDifference(before, worldMesh(made.result.get(), positions)), "");
-    EXPECT_EQ(before.size(), 10U);
+    EXPECT_EQ(worldMesh(made.result.get()).size(), 10U); // the roads compare them
 }
 
 TEST(OptTree, PrintsTheSettingsThatHold) {
-    struct {
+    const struct {
         const char* parameters;
         std::string expected; ///< somewhere in what is printed
-    } const rows[] = {
+    } rows[] = {
         {"cacheopt(true),maxtris(10)", settings("1") + "Merge Geometry. Cacheopt: 1\n"},
-        {"cacheopt(true),maxtris(11)", settings("0") + "Merge Geometry. Cacheopt: 0\n"},
-        // Its own limit of triangles leaves the cache stage alone.
         {"onegeometry(true),cacheopt(true)", settings("1", "", "1")},
         {"idmapinroot(true)", settings("0", "metaOnly")},
         {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n"},
@@ -87,31 +76,83 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
          first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings()},
         {"removelod(true),removeswitch(1)",
          settings() + "Removing LOD parts.\nRemoving Switch parts.\n"},
-        {"removeLODParts(true),centerBB(10)", first_line + settings()},
-        {")(,,((x,opt,maxtris,1(2)3)", first_line + settings()},
     };
     for (const auto& row : rows) {
         const node_ref root(twoParts());
-        const std::string printed = optimise(root.get(), row.parameters).printed;
-        EXPECT_NE(printed.find(row.expected), std::string::npos) << row.parameters << "\n"
-                                                                 << printed;
+        const run made = optimise(root.get(), row.parameters);
+        EXPECT_NE(made.printed.find(row.expected), std::string::npos) << row.parameters << "\n"
+                                                                      << made.printed;
+        const auto& map_type = ::osg::StringAttributeMap::getClassType();
+        EXPECT_EQ(made.result->findAttachment(map_type, 1) != ::osg::NullFC,
+                  row.parameters == std::string("idmapinroot(true)"));
     }
 }
 
-TEST(OptTree, OneGeometryReducesMaterials) {
-    const node_ref root(
-        group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
-               meshNode(quads(3), simple({0, 0, 1}))}));
-    const run made = optimise(root.get(), "onegeometry(true)");
-    EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U);
+/// What differs from a plan that does nothing.
+std::string described(const morva::osg::run_plan& plan) {
+    const morva::osg::optTree_setup& all = plan.setup;
+    const std::pair<bool, std::string> facts[] = {
+        {plan.runs, "runs"},
+        {plan.merges, "merges:" + std::to_string(plan.tree.max_elements)},
+        {all.merge.cacheopt, "cache"},
+        {all.merge.alphageometry, "alpha"},
+        {all.mostusedmaterial, "one"},
+        {all.removelod, "lod"},
+        {all.removeswitch, "switch"},
+        {plan.changes_triangles, "changes"},
+        {plan.tracks_ids, "ids:" + all.merge.idmap + ":" + plan.idmap_file},
+        {all.idmapinroot, "root"},
+        {all.help.has_value(), "help"},
+        {!all.prefix.empty(), "prefix:" + all.prefix},
+        {!all.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?"}};
+    std::string text;
+    for (const auto& [holds, fact] : facts)
+        text += holds ? fact + " " : "";
+    return text;
 }
 
-TEST(OptTree, SwitchesAndLevelsGiveWayBeforeTheMerge) {
-    const node_ref root(group({switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
-                               detailed({meshNode(quads(2)), meshNode(quads(7))})}));
-    EXPECT_EQ(worldMesh(optimise(root.get(), "maxtris(100)").result.get()).size(), 0U);
-    const run made = optimise(root.get(), "maxtris(100),removelod(1),removeswitch(1)");
-    EXPECT_EQ(worldMesh(made.result.get()).size(), 12U);
+TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
+    const std::pair<const char*, const char*> rows[] = {
+        {"", ""},
+        {"flat(true)", "runs "},
+        {"cacheopt(true),maxtris(10),silent(0)", "runs merges:10 cache "},
+        {"cacheopt(true),maxtris(11)", "runs merges:11 "},
+        {"cacheopt(true)", "runs merges:0 cache "},
+        // Its own limit of triangles leaves the cache stage alone.
+        {"cacheopt(true),onegeometry(true)", "runs merges:2000000 cache alpha one "},
+        {"cacheopt(true),onegeometry(true),maxtris(11)", "runs merges:2000000 alpha one "},
+        {"mostusedmaterial(1),alphageometry(1)", "runs alpha one "},
+        {"removelod(true),removeswitch(1)", "runs lod switch "},
+        {"idmapinroot(true),idmap()", "runs ids:metaOnly: root "},
+        {"idmapinroot(true),idmap(A b)", "runs ids:A b:A b.json root "},
+        {"idmap(metaOnly)", "runs ids:metaOnly:metaOnly.json "},
+        {"Prefix(P),help()", "runs help prefix:P "},
+        {"ambientgutout(1)", "runs changes "},
+        {"buildhull(1)", "runs changes "},
+        {"buildhullwithcolors(1)", "runs changes "},
+        {"maxtexturesize(64)", "runs changes "},
+        {"maxtexturesize(0),ambientocclusion(9)", "runs "},
+        {"removeLODParts(true),centerBB(10)", "runs "},
+        {")(,,((x,opt,maxtris,1(2)3)", "runs "}};
+    for (const auto& [parameters, expected] : rows)
+        EXPECT_EQ(described(morva::osg::planOf(parameters)), expected) << parameters;
+}
+
+TEST(OptTree, StagesOnTheInputComeBeforeTheMerge) {
+    const std::tuple<const char*, std::size_t, std::size_t> rows[] = {
+        {"maxtris(100)", 28, 3},
+        {"maxtris(100),removelod(1),removeswitch(1)", 40, 4},
+        {"onegeometry(true)", 28, 1}};
+    for (const auto& [parameters, triangles, cores] : rows) {
+        const node_ref root(
+            group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(3), simple({0, 0, 1})),
+                   meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
+                   switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
+                   detailed({meshNode(quads(2)), meshNode(quads(7))})}));
+        const run made = optimise(root.get(), parameters);
+        EXPECT_EQ(worldMesh(made.result.get()).size(), triangles) << parameters;
+        EXPECT_EQ(geometryNodes(made.result.get()).size(), cores) << parameters;
+    }
 }
 
 TEST(OptTree, TheRootCarriesTheIdMapOfItsRunAlone) {
@@ -134,22 +175,6 @@ TEST(OptTree, TheRootCarriesTheIdMapOfItsRunAlone) {
         EXPECT_EQ(morva::osg::getIDmapHandler().prefix, "p");
         EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U) << "the run gave it back";
     }
-}
-
-TEST(OptTree, LeavesNoContainersBehind) {
-    for (const char* parameters :
-         {"flat(true)", "maxtris(1)", "maxtris(3),opt(0)", "maxtris(2),opt(2)", "maxtris(2),opt(3)",
-          "maxtris(2),calcnormals(true)", "maxtris(2),toworld(false)", "onegeometry(true)",
-          "maxtris(2),vertexcolor(100)", "maxtris(2),mergesamename(1)",
-          "maxtris(9),idmap(/dev/null/x)", "maxtris(2),ignorematerial(true)",
-          "maxtris(2),keeprenderfalse(true)"}) {
-        optimise(node_ref(meshNode(quads(2), simple({1, 0, 0}))).get(), parameters);
-        const node_ref root(group(
-            {twoParts(), hidden(meshNode(quads(1))), meshNode(quads(2), chunked({1, 1, 1, 0.5F})),
-             meshNode(row(4, 1)), meshNode(mesh_data{}), ::osg::Node::create(), group()}));
-        optimise(root.get(), parameters);
-    }
-    morva::osg::getIDmapHandler().reset();
 }
 
 } // namespace

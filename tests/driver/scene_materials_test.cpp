@@ -10,8 +10,7 @@ namespace {
 ::osg::MaterialPtr ownMaterial(const ::osg::NodePtr& node) { return coreOf(node)->getMaterial(); }
 
 TEST(MostUsedMaterial, CountsPrimitivesNotNodes) {
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0}));
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> blue(simple({0, 0, 1}));
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
     const node_ref root(group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
                                meshNode(quads(5), blue.get()),
                                hidden(meshNode(quads(9), red.get())), meshNode(quads(2))}));
@@ -35,11 +34,9 @@ TEST(MostUsedMaterial, OfEqualsTheFirstThatIsMetButNoneBeforeAll) {
 }
 
 TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0}));
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> blue(simple({0, 0, 1}));
-    const node_ref root(materialGroup(red.get(), {materialGroup(red.get(), {meshNode(quads(1))})}));
-    const ::osg::NodePtr inner = root->getChild(0);
-    const ::osg::NodePtr geometry = inner->getChild(0);
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
+    const node_ref root(sceneOf("$red($red(m))", {{"red", red.get()}}));
+    const ::osg::NodePtr inner = root->getChild(0), geometry = inner->getChild(0);
     morva::osg::changeMaterialForNode(geometry, blue.get());
     EXPECT_EQ(::osg::MaterialGroupPtr::dcast(root->getCore())->getMaterial(), blue.get());
     EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());

@@ -113,7 +113,7 @@ TYPED_TEST(GeosetKinds, ExtractionAgreesWithTheIteratorsOverManyNodes) {
             const unsigned int rogue = pour(root->getChild(0), target, w);
             const int found = naiveExtract(geometry, expected, place, n);
             EXPECT_EQ(rogue, static_cast<unsigned>(std::max(found, 0)));
-            if (w.setup && found >= 0)
+            if (w.run_setup && found >= 0)
                 naiveSetup(expected, n);
             ASSERT_EQ(target.vertex_count, expected.vertices.size());
             const rows made = rowsOf(target.geometry.get(), target.vertex_count);

@@ -5,6 +5,7 @@
 
 #include "tests/support/test.h"
 
+#include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_geoset_rules.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
@@ -153,18 +154,16 @@ struct registration_off {
     ~registration_off() { morva::osg::getIDmapHandler().merged = false; }
 };
 
-/// What extraction is asked for.
-struct wishes {
-    bool to_world = false, search_material = false, ids = false, setup = false, clean = false;
-};
+using wishes = morva::osg::extract_options;
 constexpr wishes set_up{false, false, false, true, false};
 
 inline unsigned int pour(const ::osg::NodePtr& node, osg_geoset& geoset, const wishes& w = {}) {
-    return extract(node, geoset, w.to_world, w.search_material, w.ids, w.setup, w.clean);
+    return extract(node, geoset, w.to_world, w.search_material, w.write_ids, w.run_setup,
+                   w.clean_texcoords);
 }
 template <typename Geoset>
 unsigned int pour(const ::osg::NodePtr& node, Geoset& geoset, const wishes& w = {}) {
-    return extract(node, geoset, w.to_world, w.search_material, w.ids, w.setup);
+    return extract(node, geoset, w.to_world, w.search_material, w.write_ids, w.run_setup);
 }
 template <typename Geoset>
 unsigned int pour(const mesh_data& mesh, Geoset& geoset, const wishes& w = {}) {

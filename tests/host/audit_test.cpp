@@ -54,7 +54,7 @@ TEST(Audit, PassesWhateverTheParametersAsk) {
     std::istringstream all(
         "rubbish opt(0) opt(2) opt(3) toworld(false) alphageometry(true) keeprenderfalse(true) "
         "mostusedmaterial(true) removeswitch(true) vertexcolor(1000) ignorematerial(true) "
-        "idmapinroot(true) flat(false) flat(true) onegeometry(true) maxtris(100000) "
+        "idmapinroot(true) calcnormals(true) mergesamename(true) onegeometry(true) maxtris(100000) "
         "cacheopt(true) cacheopt(true),idmapinroot(true),maxtris(50000) "
         "mostusedmaterial(true),cacheopt(true),idmapinroot(true)");
     for (std::string parameters; all >> parameters;) {
@@ -86,6 +86,9 @@ TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     EXPECT_EQ(run.verdict.least, run.verdict.most);
     EXPECT_GT(run.plan.parts[0].degenerate, 0u);
     EXPECT_EQ(run.verdict.in, 60u + 50 + 6 + 40 + 4 + 30 + 20 + 10 + 6 + 6);
+
+    EXPECT_TRUE(runAudit(everyFate(), "maxtris(10),buildhull(1)").plan.parts[0].fate ==
+                morva::host::part_fate::open);
 
     const node_ref fewer(group({meshNode(quads(1))}));
     const audit_verdict verdict = morva::host::judge(run.plan, fewer.get());

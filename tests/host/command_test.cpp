@@ -4,7 +4,6 @@
 
 #include <nlohmann/json.hpp>
 
-#include "optimiser_output.h"
 #include "tests/host/host_files.h"
 
 namespace morva_test {
@@ -150,40 +149,6 @@ TEST(IdMap, KeepsNamesOnRequest) {
     EXPECT_EQ(id["parts"], nlohmann::json({0, 1}));
     EXPECT_FALSE(report["parts"][0].contains("triangles_out"));
     EXPECT_TRUE(report["audit"]["by_part"]);
-}
-
-TEST(OptimiserOutput, TellsLinesFromProgress) {
-    const std::tuple<std::string, std::string, std::vector<std::string>> rows[] = {
-        {"one\ntwo\n", "one\ntwo\n", {}},
-        {"\rDone merging.   \n", "Done merging.   \n", {}},
-        {"\r0% \r12.5% \r1e+02% done.\n", "done.\n", {"0% ", "12.5% ", "1e+02% "}},
-        {"\r0% ", "", {"0% "}},
-        {"working\rdone\n", "done\n", {"working"}},
-        {"50% off\n", "50% off\n", {}},
-        {"\r5 %\n\n", "5 %\n\n", {}},
-        {"no end", "no end", {}},
-    };
-    for (const auto& [text, lines_wanted, progress_wanted] : rows) {
-        for (const bool flushed : {false, true}) {
-            SCOPED_TRACE(text);
-            std::stringbuf lines;
-            std::vector<std::string> progress;
-            {
-                morva::host::optimiser_output filter(
-                    &lines, [&](const std::string& piece) { progress.push_back(piece); });
-                std::ostream out(&filter);
-                for (const char letter : text) {
-                    out << letter;
-                    if (flushed && letter == ' ')
-                        out << std::flush;
-                }
-            }
-            EXPECT_EQ(lines.str(), lines_wanted);
-            EXPECT_EQ(progress, progress_wanted);
-        }
-    }
-    morva::host::optimiser_output silent(nullptr, [](const std::string&) {});
-    std::ostream(&silent) << "nobody\rhears\nthis" << std::flush;
 }
 
 } // namespace

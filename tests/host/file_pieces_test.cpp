@@ -4,12 +4,9 @@
 
 #include <regex>
 
-#include <morva/idmap/morva_osg_idmaphandler.h>
-
 #include "file_moves.h"
 #include "file_references.h"
 #include "host_error.h"
-#include "id_map_file.h"
 #include "run_marker.h"
 #include "tests/host/host_files.h"
 
@@ -90,27 +87,6 @@ TEST(ReferredFiles, AreNamedAsAWholeAndThroughOthers) {
     writeBytes(folder.file("m.mtl"), "map_Kd m_1.png");
     EXPECT_EQ(morva::host::referredFiles(folder.file("m.obj"), {"m.mtl", "m_1.png", "m_2.png"}),
               (std::set<std::string>{"m.mtl", "m_1.png"}));
-}
-
-TEST(IdMap, ThatLostItsTreeOrItsEndIsFaulty) {
-    const temporary_folder folder;
-    const std::string node = "\t\"render\":\"true\",\n", start = "{\n\"tree\":\n{\n",
-                      end = "}\n}\n\n";
-    const std::pair<std::string, const char*> rows[] = {
-        {start + node + node + end, ""},
-        {start + node + end, "the tree in it is not whole"},
-        {node + node + start + end, "the tree in it is not whole"},
-        {start + node + node + "}\n}\n", "the file is cut short"},
-        {"", "the file is cut short"}};
-    for (const auto& [text, fault] : rows) {
-        writeBytes(folder.file("m.json"), text);
-        EXPECT_EQ(morva::host::faultOfIdMap(folder.file("m.json"), 2), fault) << text;
-    }
-    writeBytes(folder.file("m.json"), rows[0].first);
-    std::stringstream& tree = morva::osg::getIDmapHandler().tree;
-    tree.setstate(std::ios::badbit); // what a stream without memory says
-    EXPECT_EQ(morva::host::faultOfIdMap(folder.file("m.json"), 2), rows[1].second);
-    tree.clear();
 }
 
 } // namespace

@@ -42,11 +42,6 @@ class temporary_folder {
     std::filesystem::path path_;
 };
 
-inline std::string bytesOf(const std::string& path) {
-    std::ifstream file(path, std::ios::binary);
-    return std::string(std::istreambuf_iterator<char>(file), {});
-}
-
 inline void writeBytes(const std::string& path, const std::string& bytes) {
     std::ofstream(path, std::ios::binary) << bytes;
 }

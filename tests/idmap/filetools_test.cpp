@@ -7,6 +7,7 @@
 
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_filetools.h>
+#include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "golden.h"
@@ -161,8 +162,8 @@ TEST_F(FileTools, MaterialsWithoutChunks) {
               std::string::npos);
 }
 
-TEST_F(FileTools, AnEmptyMapGivesNoFileAndNoWord) {
-    for (int missing = 0; missing < 4; ++missing) {
+TEST_F(FileTools, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
+    for (int missing = 0; missing < 6; ++missing) {
         morva::JsonFileContent content;
         if (missing != 0)
             content.names = {"a"};
@@ -173,6 +174,15 @@ TEST_F(FileTools, AnEmptyMapGivesNoFileAndNoWord) {
         if (missing != 3)
             content.usage[0] = {"b"};
         const stream_capture out(std::cout);
+        using morva::map_file;
+        if (missing >= 4) { // nothing, but room or a part of the tree
+            EXPECT_EQ(morva::writeMapFile(path("m.json"), content), map_file::whole);
+            content.tree.setstate(missing == 4 ? std::ios::goodbit : std::ios::badbit);
+            const std::string file = missing == 4 ? "/dev/full" : path("m.json");
+            EXPECT_EQ(morva::writeMapFile(file, content), map_file::cut_short);
+            EXPECT_TRUE(morva::writeJsonFile(file, content, ::osg::NullFC));
+            continue;
+        }
         EXPECT_FALSE(morva::writeJsonFile(path("none.json"), content, ::osg::NullFC)) << missing;
         EXPECT_EQ(out.text(), "");
         EXPECT_FALSE(fs::exists(path("none.json")));

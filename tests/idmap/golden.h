@@ -6,11 +6,6 @@
 
 #include <filesystem>
 
-inline std::string bytesOf(const std::filesystem::path& file) {
-    std::ifstream in(file, std::ios::binary);
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 /// A stored text with the words of `fill` replaced, wherever they stand.
 inline std::string golden(const char* name,
                           const std::vector<std::pair<std::string, std::string>>& fill = {}) {

@@ -72,9 +72,6 @@ TEST(GeoMerge, TheTopmostMaterialGroupGivesTheMaterial) {
     const ::osg::NodePtr low = materialGroup(inner.get(), {group({bare}), own});
     const node_ref root(materialGroup(outer.get(), {low}));
     EXPECT_EQ(GeoMerge::searchMaterialGroup(bare), root.get());
-    EXPECT_EQ(GeoMerge::searchMaterialGroup(low), root.get());
-    EXPECT_TRUE(GeoMerge::searchMaterialGroup(root.get()) == ::osg::NullFC);
-    EXPECT_TRUE(GeoMerge::searchMaterialGroup(::osg::NullFC) == ::osg::NullFC);
 
     GeoMerge merge;
     merge.insertNode(own, false);

@@ -1,4 +1,4 @@
-// The pool of the merge pass: hand-over at its barriers, failing tasks, output of workers.
+// The pool of the merge pass: hand-over at its barriers, failing tasks.
 
 #include "merge_scenes.h"
 
@@ -187,37 +187,6 @@ TEST(ThreadHandler, ATaskWithoutThreadRunsOnTheMainThread) {
     shared_state state;
     const auto plain = [](test_arguments&) {};
     EXPECT_EQ(runTasks(4, 2, state, plain, "TEST_MIXED"), numbersBelow(4));
-}
-
-/// A buffer of an application that nobody locks.
-TEST(ThreadHandler, WorkersPrintWholeLinesIntoAReplacedBuffer) {
-    constexpr std::size_t lines = 300;
-    std::string text;
-    {
-        const morva_test::stream_capture out(std::cout);
-        {
-            const morva::osg::worker_output gate;
-            std::vector<std::thread> writers;
-            for (int t = 0; t < 4; ++t) {
-                writers.emplace_back([t] {
-                    for (std::size_t i = 0; i < lines; ++i)
-                        std::cout << "writer " << t << " line " << 7 << std::endl;
-                });
-            }
-            for (std::thread& writer : writers)
-                writer.join();
-            std::cout << "no end";
-        }
-        text = out.text();
-    }
-    std::map<std::string, std::size_t> counts;
-    std::istringstream all(text);
-    for (std::string line; std::getline(all, line);)
-        ++counts[line];
-    EXPECT_EQ(counts.size(), 5U);
-    EXPECT_EQ(counts["no end"], 1U);
-    for (const std::string& writer : numbersBelow(4))
-        EXPECT_EQ(counts["writer " + writer + " line 7"], lines);
 }
 
 } // namespace

@@ -2,8 +2,6 @@
 
 #include "tests/support/test.h"
 
-#include <iomanip>
-
 namespace {
 
 mesh_data oneTriangle() {
@@ -90,17 +88,4 @@ TEST(WorldMesh, ComparesWithinTolerancesAndTurnsNormals) {
             firstDifference(worldMesh(a), worldMesh(b), {1e-4F, 1e-3F, 1e-5F});
         EXPECT_EQ(found.empty(), equal) << found;
     }
-}
-
-TEST(StreamCapture, GivesTextAndRestoresTheFormat) {
-    const std::streamsize precision = std::cout.precision();
-    stream_capture outer(std::cout);
-    {
-        stream_capture inner(std::cout);
-        std::cout << std::setprecision(2) << 1.2345 << "\n";
-        EXPECT_EQ(inner.text(), "1.2\n");
-    }
-    std::cout << "after";
-    EXPECT_EQ(outer.text(), "after");
-    EXPECT_EQ(std::cout.precision(), precision);
 }

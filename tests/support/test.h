@@ -54,4 +54,14 @@
 #include "tests/support/scene_builders.h"
 #include "tests/support/stream_capture.h"
 
+namespace morva_test {
+
+/// What a file holds; empty if it can't be read.
+inline std::string bytesOf(const std::string& file) {
+    std::ifstream in(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(in), {}};
+}
+
+} // namespace morva_test
+
 using namespace morva_test;

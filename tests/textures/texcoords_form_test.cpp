@@ -15,14 +15,12 @@ constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 constexpr float inf = std::numeric_limits<float>::infinity();
 
 coordinates after(uv::step which, coordinates t, int limit = 50) {
-    if (which == uv::snap)
-        morva::osg::roundTCToInteger(t[0], t[1], t[2]);
-    else if (which == uv::positive)
-        morva::osg::getTCPositiv(t[0], t[1], t[2]);
-    else if (which == uv::near_zero)
-        morva::osg::getTCNearToZero(t[0], t[1], t[2]);
-    else
+    void (*const steps[])(::osg::Vec2f&, ::osg::Vec2f&, ::osg::Vec2f&) = {
+        morva::osg::roundTCToInteger, morva::osg::getTCPositiv, morva::osg::getTCNearToZero};
+    if (which == uv::wrap)
         morva::osg::cutTC(t[0], t[1], t[2], limit);
+    else
+        steps[which](t[0], t[1], t[2]);
     return t;
 }
 
