@@ -19,6 +19,7 @@
 //
 // One thread per walk; the arrays that it reads must stay as they are.
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <optional>
@@ -76,6 +77,7 @@ template <typename Rules> class cache_walk {
             else
                 element = hubs_.empty() ? draw<false>(element) : draw<true>(element);
         }
+        assert(table_.order.elements.size() == table_.count);
         return std::move(table_.order);
     }
 
@@ -99,6 +101,7 @@ template <typename Rules> class cache_walk {
         std::size_t touched = 0;
         for (unsigned k = corners_each; k-- > 0;) {
             walk_vertex& at = table_.vertices[c[k]];
+            assert(at.waiting > 0 && at.waiting <= at.listed);
             --at.waiting;
             if (corners_each == 2 && k == 1 && c[0] == c[1]) {
                 --at.waiting; // both ends of a line are one vertex

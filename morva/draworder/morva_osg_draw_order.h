@@ -2,6 +2,7 @@
 
 // An order of elements in pieces, and what makes a piece full.
 
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <vector>
@@ -50,6 +51,7 @@ class piece_counter {
         for (counting& column : columns_) {
             const std::uint32_t* cell = column.of.cells + element * Corners * column.of.stride;
             for (unsigned k = 0; k < Corners; ++k, cell += column.of.stride) {
+                assert(*cell < column.of.ids);
                 column.count += column.piece_of[*cell] == piece_ ? 0 : 1;
                 column.piece_of[*cell] = piece_;
             }

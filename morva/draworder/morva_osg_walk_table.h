@@ -10,6 +10,7 @@
 // One walk at a time changes it. The arrays that it reads must stay as they are.
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <stdexcept>
@@ -186,8 +187,10 @@ template <typename Rules> struct walk_table {
         const std::size_t corner_count = lists.size();
         if (corner_count > 0xFFFFFFFFU)
             throw std::length_error("more corners than numbers");
-        for (std::size_t i = 0; i < corner_count; ++i)
+        for (std::size_t i = 0; i < corner_count; ++i) {
+            assert(corners[i] < vertices.size());
             ++vertices[corners[i]].waiting;
+        }
         std::uint32_t end = 0;
         for (walk_vertex& v : vertices) {
             end += v.waiting;

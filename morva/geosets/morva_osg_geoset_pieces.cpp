@@ -4,6 +4,7 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <new>
 
@@ -250,6 +251,7 @@ bool osg_geoset::addObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1, const
     if (lengths != ::osg::NullFC && lengths->size() > 0)
         lengths->setValue(lengths->getValue(0) + 3, 0);
     ++size;
+    assert(size <= wished_size);
     vertex_count = corners * size; // a later setup() counts from here
     calc_axis_min_max(added, added);
     if (simple_tris != nullptr)
@@ -259,6 +261,7 @@ bool osg_geoset::addObject(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1, const
 
 /// Gives up the triangle that was added last.
 void osg_geoset::takeLastOff() {
+    assert(size > 0);
     --size;
     vertex_count = corners * size;
     settleLength(geometry.get(), vertex_count);

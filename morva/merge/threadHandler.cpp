@@ -1,6 +1,7 @@
 #include <morva/merge/threadHandler.h>
 
 #include <algorithm>
+#include <cassert>
 #include <thread>
 #include <utility>
 
@@ -37,6 +38,7 @@ threadHandler::~threadHandler() {
     // A worker that was let go by its barrier may not have left it yet.
     while (workersInside() != 0)
         std::this_thread::yield();
+    assert(running == 0 && !waiting);
     for (const std::string& thread_name : threadNames)
         terminate(thread_name);
 }
@@ -104,6 +106,7 @@ bool threadHandler::hasFinished(const bool& finished) const {
 void threadHandler::leave(const std::string& barrierName, bool& finished) {
     ::osg::Barrier* own = ::osg::Barrier::get(barrierName.c_str());
     lock->aquire();
+    assert(running > 0);
     --running;
     finished = true;
     if (waiting) {

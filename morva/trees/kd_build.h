@@ -21,6 +21,7 @@
 #include <morva/trees/kd_strategies.h>
 
 #include <algorithm>
+#include <cassert>
 #include <cstddef>
 #include <cstdint>
 #include <utility>
@@ -181,6 +182,7 @@ class ranges_on_stack {
     range_cut cut(Geoset& geoset, std::uint64_t count, float plane, int axis, int straddle_mode) {
         sides_.left.clear();
         sides_.right.clear();
+        assert(count <= stack_.size());
         const std::size_t bottom = stack_.size() - count;
         const std::uint64_t left =
             sort_range(geoset, stack_.data() + bottom, count, plane, axis, straddle_mode, sides_);
@@ -202,7 +204,9 @@ class ranges_on_stack {
     /// Replaces the range in the tree by what the leaves hold.
     void finish() {
         const std::uint64_t tail = first_ + count_;
+        assert(stack_.empty());
         done_.insert(done_.end(), tree_.indices + tail, tree_.indices + tree_.index_count);
+        assert(first_ + done_.size() == index_count_);
         if (index_capacity_ != tree_.index_capacity)
             tree_.resize_indices(index_capacity_);
         std::copy(done_.begin(), done_.end(), tree_.indices + first_);

@@ -149,10 +149,8 @@ AttachmentPtr AttachmentContainer::findAttachment(const FieldContainerType& type
 void Attachment::addParent(const FieldContainerPtr& parent) { _mfParents.push_back(parent); }
 
 void Attachment::subParent(const FieldContainerPtr& parent) {
-    const std::size_t place = osgFindFromBothEnds(
-        _mfParents.size(), [&](std::size_t i) { return _mfParents[i] == parent; });
-    if (place < _mfParents.size())
-        _mfParents.erase(_mfParents.begin() + static_cast<std::ptrdiff_t>(place));
+    osgEraseFromBothEnds(_mfParents,
+                         [&](const FieldContainerPtr& entry) { return entry == parent; });
 }
 
 Int32 Attachment::findParent(const FieldContainerPtr& parent) const {

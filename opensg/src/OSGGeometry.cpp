@@ -50,12 +50,9 @@ FieldContainerPtr parentEntry(const FieldContainerPtr& geometry, UInt32 fieldId)
 
 /// Takes the entry of exactly this field away: one property may stand in several fields.
 void dropParentEntry(Attachment& property, const FieldContainerPtr& geometry, UInt32 fieldId) {
-    MFFieldContainerPtr& parents = property.getParents();
-    const std::size_t place = osgFindFromBothEnds(parents.size(), [&](std::size_t i) {
-        return parents[i] == geometry && parents[i].getParentFieldPos() == fieldId;
+    osgEraseFromBothEnds(property.getParents(), [&](const FieldContainerPtr& parent) {
+        return parent == geometry && parent.getParentFieldPos() == fieldId;
     });
-    if (place < parents.size())
-        parents.erase(parents.begin() + static_cast<std::ptrdiff_t>(place));
 }
 
 template <class Ptr> Attachment& copyInAspect(const Ptr& property, UInt32 aspect) {

@@ -19,10 +19,7 @@ void NodeCore::invalidateVolume() {
 void NodeCore::addParent(const NodePtr& parent) { _mfParents.push_back(parent); }
 
 void NodeCore::subParent(const NodePtr& parent) {
-    const std::size_t place = osgFindFromBothEnds(
-        _mfParents.size(), [&](std::size_t i) { return _mfParents[i] == parent; });
-    if (place < _mfParents.size())
-        _mfParents.erase(_mfParents.begin() + static_cast<std::ptrdiff_t>(place));
+    osgEraseFromBothEnds(_mfParents, [&](const NodePtr& entry) { return entry == parent; });
 }
 
 OSG_END_NAMESPACE

@@ -20,4 +20,12 @@ std::size_t osgFindFromBothEnds(std::size_t count, const Matches& matches) {
     return count;
 }
 
+/// Takes one element for which `matches(element)` holds off a list, if there is one.
+template <class List, class Matches> void osgEraseFromBothEnds(List& list, const Matches& matches) {
+    const std::size_t place =
+        osgFindFromBothEnds(list.size(), [&](std::size_t i) { return matches(list[i]); });
+    if (place < list.size())
+        list.erase(list.begin() + static_cast<std::ptrdiff_t>(place));
+}
+
 OSG_END_NAMESPACE

@@ -68,7 +68,6 @@ TEST(Extract, ASourceThatSharesPropertiesWithTheGeosetIsSafe) {
     EXPECT_GE(geoset.size, 80U);
     EXPECT_EQ(cornersOf(geoset, 40), cornersOf(geoset, 0));
     EXPECT_EQ(cornersOf(geoset, 79), cornersOf(geoset, 39));
-    EXPECT_EQ(broken_rule_of(geoset), "");
 }
 
 TEST(ExtractWithoutNormals, MakesTheNormalsAnewOfWhatHasChanged) {
