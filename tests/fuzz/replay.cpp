@@ -39,9 +39,12 @@ void change(std::string& text, const std::string& other, std::mt19937& rng) {
     case 0:
         text.resize(at + 1);
         break;
-    case 1:
-        text.replace(at, 4, reinterpret_cast<const char*>(&numbers[rng() % 6]), 4);
+    case 1: { // counts and lengths begin with zeros
+        const std::size_t zeros = text.find(std::string(3, '\0'), at);
+        text.replace(zeros == std::string::npos ? at : zeros, 4,
+                     reinterpret_cast<const char*>(&numbers[rng() % 6]), 4);
         break;
+    }
     case 2:
         text.replace(at, rng() % 20, other, from, rng() % 20);
         break;
