@@ -146,6 +146,7 @@ template <typename Rules> class cache_walk {
         return sure;
     }
 
+    /// Rare: out of line it takes 2 % of all instructions off a shuffled sheet.
     [[gnu::noinline]] void leaveCache(const cached_vertex& entry) {
         table_.vertices[entry.vertex].score = entry.base;
         if (hubs_.isBeside(entry.vertex))
@@ -184,7 +185,7 @@ template <typename Rules> class cache_walk {
     }
 
     /// The element to draw next if nothing in the cache waits.
-    [[gnu::noinline]] std::uint32_t nextOutside() {
+    std::uint32_t nextOutside() {
         walk_choice best;
         if (Rules::revisits_evicted && marked_ < table_.vertices.size()) {
             const auto v = static_cast<std::uint32_t>(marked_);
