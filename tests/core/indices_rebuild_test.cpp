@@ -158,6 +158,8 @@ void storeOtherwise(const ::osg::GeometryPtr& geometry) {
     geometry->setTexCoords(inOtherForm<GeoTexCoords3f>(geometry->getTexCoords()));
     geometry->setIndices(inOtherForm<GeoIndicesUI16>(geometry->getIndices()));
     geometry->setLengths(inOtherForm<GeoPLengthsUI16>(geometry->getLengths()));
+    if (geometry->getLengths() != NullFC && geometry->getLengths()->size() % 3 == 2)
+        geometry->setLengths(NullFC); // each primitive has all vertices then
 }
 
 /// Whether every property that there is has the form that rebuilding makes.
