@@ -158,6 +158,8 @@ void storeOtherwise(const ::osg::GeometryPtr& geometry) {
     geometry->setTexCoords(inOtherForm<GeoTexCoords3f>(geometry->getTexCoords()));
     geometry->setIndices(inOtherForm<GeoIndicesUI16>(geometry->getIndices()));
     geometry->setLengths(inOtherForm<GeoPLengthsUI16>(geometry->getLengths()));
+    if (geometry->getLengths() != NullFC && geometry->getLengths()->size() % 3 == 2)
+        geometry->setLengths(NullFC); // each primitive has all vertices then
 }
 
 /// Whether every property that there is has the form that rebuilding makes.
@@ -251,9 +253,11 @@ TEST(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
 TEST(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
     std::mt19937 rng(70);
     const mesh_data four = withAttributes(soup(rng, 4), rng);
-    std::vector<mesh_data> meshes(2, four);
+    std::vector<mesh_data> meshes(4, four);
     meshes[0].primitives = {{4, 4}, {4, 3}, {4, 2}, {4, 3}};
     meshes[1].primitives = {{4, 9}, {4, 9}};
+    meshes[2].primitives = {{4, 10}, {4, 2}}; // the data just reaches for the rest
+    meshes[3].primitives = {{4, 1}, {7, 9}, {4, 2}};
     mesh_data outside = cube(), of_nothing; // indices beyond the values
     outside.indices[0] = 4000000000U;
     outside.indices[5] = 77;

@@ -59,10 +59,8 @@ inline bool same(const std::vector<float>& a, const std::vector<float>& b) {
 }
 
 inline std::vector<float> numbersOf(const piece& p) {
-    std::vector<float> out;
-    for (const ::osg::Pnt3f& at : p)
-        out.insert(out.end(), {at[0], at[1], at[2]});
-    return out;
+    const float* first = p.empty() ? nullptr : &p[0][0];
+    return {first, first + 3 * p.size()};
 }
 
 template <typename Property, typename Take>
@@ -92,10 +90,8 @@ inline rows rowsOf(const ::osg::GeometryPtr& core, std::size_t count) {
 template <typename Iterator> corner cornerAt(const Iterator& it, ::osg::Int32 k) {
     using ::osg::Geometry;
     const ::osg::GeometryPtr g = it.getGeometry();
-    const auto has = [&g](::osg::UInt16 bit) {
-        return g->getIndices() == ::osg::NullFC || g->getMFIndexMapping()->size() == 0 ||
-               g->calcMappingIndex(bit) >= 0;
-    };
+    const bool all = g->getIndices() == ::osg::NullFC || g->getMFIndexMapping()->size() == 0;
+    const auto has = [&](::osg::UInt16 bit) { return all || g->calcMappingIndex(bit) >= 0; };
     corner c;
     c.position = it.getPosition(k);
     if (has(Geometry::MapNormal))
