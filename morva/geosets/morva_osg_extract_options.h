@@ -8,8 +8,6 @@
 
 #include <OpenSG/OSGNode.h>
 
-#include <morva/core/morva_export.h>
-
 namespace morva::osg {
 
 class osg_geoset;
@@ -24,11 +22,11 @@ struct extract_options {
     bool clean_texcoords = false; ///< of triangles: see the published extract()
 };
 
-MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset,
-                               const extract_options& options);
-MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset,
-                               const extract_options& options);
-MORVA_API unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset,
-                               const extract_options& options);
+unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset,
+                     const extract_options& options);
+unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset,
+                     const extract_options& options);
+unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset,
+                     const extract_options& options);
 
 } // namespace morva::osg
