@@ -8,6 +8,7 @@
 #include <morva/geosets/morva_osg_splitmodel.h>
 
 #include "scenes.h"
+#include "sizes.h"
 
 namespace {
 
@@ -20,27 +21,21 @@ void makeGeoCore(benchmark::State& state, int level) {
         for (std::uint64_t i = 0; i <= sheet.tree.node_count; ++i) {
             const morva::kd_node<float>& node = sheet.tree.nodes[i];
             if (node.is_leaf())
-                cores.emplace_back(morva::osg::MakeGeoCore(sheet.tree, sheet.geoset, node.first,
-                                                           node.count, level, false));
+                cores.emplace_back(morva::osg::MakeGeoCore(sheet.tree, sheet.geoset,
+                                                           node.range_first(), node.range_count(),
+                                                           level, false));
         }
         state.PauseTiming();
         benchmark::DoNotOptimize(cores.data());
         cores.clear();
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
-    state.SetComplexityN(state.range(0));
-}
-
-void sizes(benchmark::internal::Benchmark* family) {
-    for (const int triangles : {10000, 100000, 1000000})
-        family->Arg(triangles);
-    family->Iterations(3)->Unit(benchmark::kMillisecond)->Complexity();
+    morva_bench::countTriangles(state);
 }
 
 } // namespace
 
-BENCHMARK_CAPTURE(makeGeoCore, level_0, 0)->Apply(sizes);
-BENCHMARK_CAPTURE(makeGeoCore, level_1, 1)->Apply(sizes);
-BENCHMARK_CAPTURE(makeGeoCore, level_2, 2)->Apply(sizes);
-BENCHMARK_CAPTURE(makeGeoCore, level_3, 3)->Apply(sizes);
+BENCHMARK_CAPTURE(makeGeoCore, level_0, 0)->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(makeGeoCore, level_1, 1)->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(makeGeoCore, level_2, 2)->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(makeGeoCore, level_3, 3)->Apply(morva_bench::sizes);

@@ -1,7 +1,5 @@
 // Index rebuilding of one core in which every corner has a vertex of its own.
 
-#include <cstdint>
-
 #include <benchmark/benchmark.h>
 
 #include <OpenSG/OSGGeometry.h>
@@ -9,6 +7,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 
 #include "scenes.h"
+#include "sizes.h"
 
 namespace {
 
@@ -25,17 +24,12 @@ void rebuild(benchmark::State& state, void (*index)(::osg::GeometryPtr)) {
         sheet = ::osg::NullFC;
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
-    state.SetComplexityN(state.range(0));
-}
-
-void sizes(benchmark::internal::Benchmark* family) {
-    for (const int triangles : {10000, 100000, 1000000})
-        family->Arg(triangles);
-    family->Iterations(3)->Unit(benchmark::kMillisecond)->Complexity();
+    morva_bench::countTriangles(state);
 }
 
 } // namespace
 
-BENCHMARK_CAPTURE(rebuild, createSharedIndex, morva::osg::createSharedIndex)->Apply(sizes);
-BENCHMARK_CAPTURE(rebuild, createSingleIndex, morva::osg::createSingleIndex)->Apply(sizes);
+BENCHMARK_CAPTURE(rebuild, createSharedIndex, morva::osg::createSharedIndex)
+    ->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(rebuild, createSingleIndex, morva::osg::createSingleIndex)
+    ->Apply(morva_bench::sizes);

@@ -1,6 +1,5 @@
 // Kd-trees over a sheet, in cells of 5000 triangles, by what happens to triangles across a plane.
 
-#include <cstdint>
 #include <memory>
 
 #include <benchmark/benchmark.h>
@@ -9,6 +8,7 @@
 #include <morva/trees/kd_tree.h>
 
 #include "scenes.h"
+#include "sizes.h"
 
 namespace {
 
@@ -34,28 +34,21 @@ template <typename Strategy> void kdBuild(benchmark::State& state, int straddle_
         geoset.reset();
         state.ResumeTiming();
     }
-    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * state.range(0));
-    state.SetComplexityN(state.range(0));
-}
-
-void sizes(benchmark::internal::Benchmark* family) {
-    for (const int triangles : {10000, 100000, 1000000})
-        family->Arg(triangles);
-    family->Iterations(3)->Unit(benchmark::kMillisecond)->Complexity();
+    morva_bench::countTriangles(state);
 }
 
 void kdBuildWhole(benchmark::State& state) { kdBuild<morva::kd_strategy_ObjMedian>(state, whole); }
-BENCHMARK(kdBuildWhole)->Apply(sizes);
+BENCHMARK(kdBuildWhole)->Apply(morva_bench::sizes);
 
 void kdBuildCut(benchmark::State& state) { kdBuild<morva::kd_strategy_ObjMedian>(state, cut); }
-BENCHMARK(kdBuildCut)->Apply(sizes);
+BENCHMARK(kdBuildCut)->Apply(morva_bench::sizes);
 
 void kdBuildBothSides(benchmark::State& state) {
     kdBuild<morva::kd_strategy_ObjMedian>(state, both_sides);
 }
-BENCHMARK(kdBuildBothSides)->Apply(sizes);
+BENCHMARK(kdBuildBothSides)->Apply(morva_bench::sizes);
 
 void kdBuildByCost(benchmark::State& state) { kdBuild<morva::kd_strategy_SAH>(state, whole); }
-BENCHMARK(kdBuildByCost)->Apply(sizes);
+BENCHMARK(kdBuildByCost)->Apply(morva_bench::sizes);
 
 } // namespace

@@ -10,13 +10,14 @@
 //
 // Same arguments, same scene, bit for bit. Build them off the clock.
 
+#include <cstddef>
 #include <cstdint>
-#include <iostream>
-#include <streambuf>
+#include <string_view>
 
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
 
+#include <morva/core/morva_osg_sink.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/trees/kd_records.h>
 
@@ -51,18 +52,9 @@ struct sorted_sheet {
 /// The most memory that the process has held so far, in bytes; 0 if the kernel does not tell.
 std::uint64_t peakBytes();
 
-/// Swallows standard output while it lives.
-class silence : private std::streambuf {
-  public:
-    silence() : saved_(std::cout.rdbuf(this)) {}
-    ~silence() override { std::cout.rdbuf(saved_); }
-    silence(const silence&) = delete;
-    silence& operator=(const silence&) = delete;
-
-  private:
-    int overflow(int character) override { return traits_type::not_eof(character); }
-    std::streamsize xsputn(const char*, std::streamsize count) override { return count; }
-    std::streambuf* saved_;
+/// Swallows what the library says on standard output while it lives.
+struct silence : morva::sink_scope {
+    silence() : sink_scope({[](std::string_view) {}, nullptr, [](std::size_t, std::size_t) {}}) {}
 };
 
 } // namespace morva_bench
