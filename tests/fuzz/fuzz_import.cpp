@@ -75,7 +75,9 @@ bool importerCopes(const temporary_folder& folder, const std::string& path) {
 } // namespace
 
 /// The import library loses memory on damaged files: leaks from below its calls are passed over.
-extern "C" [[gnu::used]] const char* __lsan_default_suppressions() { return "leak:libassimp"; }
+extern "C" [[gnu::visibility("default")]] const char* __lsan_default_suppressions() {
+    return "leak:libassimp";
+}
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     static const temporary_folder folder;
