@@ -72,14 +72,14 @@ template <unsigned Corners> void walkElements(draw_elements& elements) {
 /// Whether an element must not be drawn.
 bool isDropped(const draw_elements& elements, std::size_t element, bool drop_rogues) {
     const auto positions = elements.column(0).as<::osg::Pnt3f>();
-    const ::osg::Pnt3f* p[3] = {};
+    ::osg::Pnt3f p[3];
     for (unsigned k = 0; k < elements.corners; ++k) {
         const std::size_t index = elements.index(element * elements.corners + k, 0);
         if (index >= positions.size())
             return true;
-        p[k] = &positions[index];
+        p[k] = positions[index];
     }
-    return drop_rogues && is_rogue(*p[0], *p[1], *p[2]);
+    return drop_rogues && is_rogue(p[0], p[1], p[2]);
 }
 
 /// Takes the elements out that must not be drawn; the rest get numbers.
