@@ -9,6 +9,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
@@ -34,8 +35,8 @@ std::uint64_t sizeOf(const ::osg::GeometryPtr& core, ::osg::UInt16 bit) {
 /// Of a core without indices: vertex v takes element v of every property.
 const char* brokenRuleOfPlain(const ::osg::GeometryPtr& core) {
     const std::uint64_t used = usedVertices(core, sizeOf(core, ::osg::Geometry::MapPosition));
-    for (unsigned int property = 0; property < 12; ++property) {
-        const auto bit = static_cast<::osg::UInt16>(1U << property);
+    for (const vertex_property property : all_properties) {
+        const ::osg::UInt16 bit = mappingBit(property);
         if (core->getProperty(bit) != nullptr && sizeOf(core, bit) < used)
             return "every property has an element for each vertex";
     }
@@ -46,11 +47,11 @@ const char* brokenRuleOfPlain(const ::osg::GeometryPtr& core) {
 const char* brokenRuleOfIndexed(const ::osg::GeometryPtr& core) {
     const auto& entries = *core->getMFIndexMapping();
     const std::vector<::osg::UInt16> mapping(entries.begin(), entries.end());
-    const std::size_t stride = std::max<std::size_t>(mapping.size(), 1);
+    const std::size_t stride = indicesPerCorner(core);
     const property_block<::osg::UInt32> indices = readBlock(core->getIndices());
     if (indices.size() % stride != 0)
         return "every vertex has an index for each entry of the mapping";
-    if (usedVertices(core, indices.size() / stride) > indices.size() / stride)
+    if (usedVertices(core, cornersOf(core)) > cornersOf(core))
         return "primitives use no more vertices than there are indices for";
     unsigned int seen = 0;
     for (const ::osg::UInt16 entry : mapping) {
@@ -60,8 +61,8 @@ const char* brokenRuleOfIndexed(const ::osg::GeometryPtr& core) {
     }
     for (std::size_t place = 0; place < stride; ++place) {
         std::uint64_t most = ~std::uint64_t(0); // elements of the shortest property of this entry
-        for (unsigned int property = 0; property < 12; ++property) {
-            const auto bit = static_cast<::osg::UInt16>(1U << property);
+        for (const vertex_property property : all_properties) {
+            const ::osg::UInt16 bit = mappingBit(property);
             if (core->getProperty(bit) != nullptr &&
                 (mapping.empty() || (mapping[place] & bit) != 0))
                 most = std::min(most, sizeOf(core, bit));
