@@ -44,13 +44,13 @@ MORVA_API output_sink setSink(output_sink sink);
 /// A sink for as long as this lives, then the one before.
 class sink_scope {
   public:
-    explicit sink_scope(output_sink sink) : former(setSink(std::move(sink))) {}
-    ~sink_scope() { setSink(std::move(former)); }
+    explicit sink_scope(output_sink sink) : former_(setSink(std::move(sink))) {}
+    ~sink_scope() { setSink(std::move(former_)); }
     sink_scope(const sink_scope&) = delete;
     sink_scope& operator=(const sink_scope&) = delete;
 
   private:
-    output_sink former;
+    output_sink former_;
 };
 
 /// A text in pieces, which are put together only where a sink wants them so: nothing is allocated
