@@ -29,7 +29,7 @@ class axis_arrays {
     explicit axis_arrays(std::size_t entries) : arrays_(new float* [3] {}) {
         try {
             arrays_[0] = new float[3 * entries];
-            wishHugePages(arrays_[0], 3 * entries * sizeof(float));
+            wish_huge_pages(arrays_[0], 3 * entries * sizeof(float));
         } catch (...) {
             freeAxisArrays(arrays_);
             throw;

@@ -64,7 +64,7 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
         if (rows == 0)
             return;
         stored_->resize(1); // the room has an address now
-        wishHugePages(&(*stored_)[0], room * sizeof(stored_value));
+        wish_huge_pages(&(*stored_)[0], room * sizeof(stored_value));
         stored_->resize(rows);
     }
 

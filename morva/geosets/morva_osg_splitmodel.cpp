@@ -384,8 +384,8 @@ template <typename T, typename G>
         fillGeometry(geometry, run, geoset, opt, calcnormals);
         return node.release();
     } catch (...) {
-        printCaught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
-                     "Error occured in MakeGeoCore."});
+        print_caught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
+                      "Error occured in MakeGeoCore."});
     }
     return emptyGeometryNode();
 }

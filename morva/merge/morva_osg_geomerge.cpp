@@ -168,7 +168,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
     mergeGroups(merge, local, setup, handler, result.get());
-    sayOverProgress({"Done merging.        "});
+    say_over_progress({"Done merging.        "});
     if (setup.cacheopt)
         result.reset(optimizeNodeCache(result.get(), setup));
     carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
@@ -254,7 +254,7 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
     try {
         mergeInto(result, root, kd, setup);
     } catch (...) {
-        printCaught(merge_failure);
+        print_caught(merge_failure);
     }
     if (!setup.silent)
         say({"done."});

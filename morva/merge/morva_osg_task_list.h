@@ -44,7 +44,7 @@ void runWorker(Arguments& task, const Task& run) noexcept {
                 reportChange(made.get());
             task.result = made.release();
         } catch (...) {
-            printCaught(merge_failure);
+            print_caught(merge_failure);
             if (task.names != nullptr)
                 task.names->clear(); // holds what was made
         }
