@@ -7,6 +7,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -202,30 +203,16 @@ void idmapHandler::registerGeometryUsage(::osg::NodePtr node) {
 void idmapHandler::moveIdsToLowSet(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
     const ::osg::GeoTexCoordsPtr ids = geometry->getTexCoords7(); // the field is reset below
-    const char* slot = nullptr;
-    ::osg::UInt16 bit = 0;
     const geometry_edit edit(geometry);
-    if (geometry->getTexCoords() == ::osg::NullFC) {
-        geometry->setTexCoords(ids);
-        bit = ::osg::Geometry::MapTexCoords;
-        slot = "TC0";
-    } else if (geometry->getTexCoords1() == ::osg::NullFC) {
-        geometry->setTexCoords1(ids);
-        bit = ::osg::Geometry::MapTexCoords1;
-        slot = "TC1";
-    } else if (geometry->getTexCoords2() == ::osg::NullFC) {
-        geometry->setTexCoords2(ids);
-        bit = ::osg::Geometry::MapTexCoords2;
-        slot = "TC2";
-    } else if (geometry->getTexCoords3() == ::osg::NullFC) {
-        geometry->setTexCoords3(ids);
-        bit = ::osg::Geometry::MapTexCoords3;
-        slot = "TC3";
-    }
-    if (slot != nullptr) {
+    for (std::size_t unit = 0; unit < 4; ++unit) {
+        const ::osg::UInt16 bit = mappingBit(textureUnit(unit));
+        if (geometry->getProperty(bit) != nullptr)
+            continue;
+        setProperty(geometry, textureUnit(unit), ids);
         geometry->setTexCoords7(::osg::NullFC);
         remapFirst(geometry, ::osg::Geometry::MapTexCoords7, bit);
-        texCoordMapping[::osg::getName(node)] = slot;
+        texCoordMapping[::osg::getName(node)] = "TC" + std::to_string(unit);
+        return;
     }
 }
 
