@@ -27,7 +27,7 @@ void touchMemory() {
         void* const block =
             mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         if (block != MAP_FAILED) {
-            morva::wishHugePages(block, bytes);
+            morva::wish_huge_pages(block, bytes);
             for (std::size_t at = 0; at < bytes; at += 4096)
                 static_cast<volatile char*>(block)[at] = 1;
         }

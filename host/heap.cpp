@@ -48,7 +48,7 @@ void reserveHeap() {
     void* volatile block = std::malloc(1 << 20); // more than the heap has: makes it grow
     std::free(block);
     mallopt(M_TOP_PAD, later_growth);
-    wishHugePages(begin, static_cast<std::size_t>(static_cast<char*>(sbrk(0)) - begin));
+    wish_huge_pages(begin, static_cast<std::size_t>(static_cast<char*>(sbrk(0)) - begin));
 }
 
 } // namespace morva::host

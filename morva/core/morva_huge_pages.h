@@ -4,7 +4,7 @@
 // system backs them with pages of 2 MiB: a five-hundredth of the faults, and fewer misses of the
 // address cache when they are read out of order.
 //
-//     auto rows = vectorInHugePages<row>(count);
+//     auto rows = vector_in_huge_pages<row>(count);
 //
 // A wish only: content and behaviour are the same, whatever the system does. Any thread.
 
@@ -18,7 +18,7 @@ namespace morva {
 
 /// Asks for huge pages within the `bytes` from `begin` on, before they are written. Small blocks
 /// are left alone.
-inline void wishHugePages(void* begin, std::size_t bytes) noexcept {
+inline void wish_huge_pages(void* begin, std::size_t bytes) noexcept {
     constexpr std::size_t huge_page = 2 << 20;
     if (bytes < 2 * huge_page)
         return; // hardly a whole page lies inside
@@ -29,10 +29,10 @@ inline void wishHugePages(void* begin, std::size_t bytes) noexcept {
 }
 
 /// A vector of `count` values as T() makes them, in huge pages if it is large.
-template <typename T> std::vector<T> vectorInHugePages(std::size_t count) {
+template <typename T> std::vector<T> vector_in_huge_pages(std::size_t count) {
     std::vector<T> values;
     values.reserve(count);
-    wishHugePages(values.data(), count * sizeof(T));
+    wish_huge_pages(values.data(), count * sizeof(T));
     values.resize(count);
     return values;
 }

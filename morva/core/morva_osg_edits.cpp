@@ -56,16 +56,16 @@ std::array<::osg::RefPtr<AttachmentPtr>, 15> propertiesOf(const ::osg::GeometryP
 } // namespace
 
 geometry_edit::geometry_edit(const ::osg::GeometryPtr& edited)
-    : whole(edited), geometry(edited), before(propertiesOf(edited)) {}
+    : whole_(edited), geometry_(edited), before_(propertiesOf(edited)) {}
 
 geometry_edit::~geometry_edit() {
     try {
-        const auto now = propertiesOf(geometry);
+        const auto now = propertiesOf(geometry_);
         for (std::size_t i = 0; i < now.size(); ++i) {
-            if (now[i] == before[i])
+            if (now[i] == before_[i])
                 continue;
             ::osg::endEditCP(now[i].get());
-            ::osg::endEditCP(before[i].get(), ::osg::Attachment::ParentsFieldMask);
+            ::osg::endEditCP(before_[i].get(), ::osg::Attachment::ParentsFieldMask);
         }
     } catch (const std::bad_alloc&) {
         // As open_edit.

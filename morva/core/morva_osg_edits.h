@@ -44,22 +44,22 @@ void giveMaterial(const ::osg::GeometryPtr& geometry, ::osg::MaterialPtr materia
 template <typename Ptr> class open_edit {
   public:
     explicit open_edit(const Ptr& edited, ::osg::BitVector changed = ::osg::FieldBits::AllFields)
-        : container(edited), fields(changed) {
-        ::osg::beginEditCP(container, fields);
+        : container_(edited), fields_(changed) {
+        ::osg::beginEditCP(container_, fields_);
     }
     open_edit(const open_edit&) = delete;
     open_edit& operator=(const open_edit&) = delete;
     ~open_edit() {
         try {
-            ::osg::endEditCP(container, fields);
+            ::osg::endEditCP(container_, fields_);
         } catch (const std::bad_alloc&) {
             // No room for a line in the list: this aspect is right, others learn of it later.
         }
     }
 
   private:
-    Ptr container;
-    ::osg::BitVector fields;
+    Ptr container_;
+    ::osg::BitVector fields_;
 };
 
 /// An edit of a geometry in all its fields, and of the properties that come to it and leave it
@@ -72,10 +72,10 @@ class geometry_edit {
     ~geometry_edit();
 
   private:
-    open_edit<::osg::GeometryPtr> whole;
-    ::osg::GeometryPtr geometry;
+    open_edit<::osg::GeometryPtr> whole_;
+    ::osg::GeometryPtr geometry_;
     /// Types, lengths, positions, normals, colours, coordinate sets, indices; null where absent.
-    std::array<::osg::RefPtr<::osg::AttachmentPtr>, 15> before;
+    std::array<::osg::RefPtr<::osg::AttachmentPtr>, 15> before_;
 };
 
 /// Enters a node as changed in all fields: it was filled in this thread without edits.

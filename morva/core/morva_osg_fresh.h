@@ -21,17 +21,17 @@ namespace morva::osg {
 /// reference by then.
 template <typename Ptr> class fresh {
   public:
-    explicit fresh(const Ptr& container) : held(container) {}
+    explicit fresh(const Ptr& container) : held_(container) {}
     fresh(const fresh&) = delete;
     fresh& operator=(const fresh&) = delete;
     ~fresh() { reset(Ptr()); }
 
-    const Ptr& get() const { return held; }
-    auto operator->() const { return held.operator->(); }
+    const Ptr& get() const { return held_; }
+    auto operator->() const { return held_.operator->(); }
 
     /// Takes another container in place of the one so far, which goes as at the end of the scope.
     void reset(const Ptr& container) {
-        const Ptr old = std::exchange(held, container);
+        const Ptr old = std::exchange(held_, container);
         if (old == ::osg::NullFC)
             return;
         ::osg::addRefCP(old);
@@ -40,13 +40,13 @@ template <typename Ptr> class fresh {
 
     /// Hands the container on; the caller answers for it.
     Ptr release() {
-        const Ptr result = held;
-        held = Ptr();
+        const Ptr result = held_;
+        held_ = Ptr();
         return result;
     }
 
   private:
-    Ptr held;
+    Ptr held_;
 };
 
 } // namespace morva::osg

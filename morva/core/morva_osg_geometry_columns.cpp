@@ -40,29 +40,29 @@ std::size_t cornersOf(const ::osg::GeometryPtr& geometry) {
 
 geometry_columns::geometry_columns(const ::osg::GeometryPtr& geometry,
                                    span<const vertex_property> chosen, color_form colors)
-    : source(geometry), choice(chosen), index_block(readBlock(geometry->getIndices())),
-      index_stride(indicesPerCorner(geometry)), corner_count(cornersOf(geometry)),
-      has_indices(geometry->getIndices() != ::osg::NullFC) {
+    : source_(geometry), choice_(chosen), index_block_(readBlock(geometry->getIndices())),
+      index_stride_(indicesPerCorner(geometry)), corner_count_(cornersOf(geometry)),
+      has_indices_(geometry->getIndices() != ::osg::NullFC) {
     for (const vertex_property property : chosen)
         read(property, colors);
 }
 
 void geometry_columns::read(vertex_property which, color_form colors) {
-    property_column& column = columns[static_cast<std::size_t>(which)];
-    withProperty(source, source, which, [&](const auto& property, const auto&) {
+    property_column& column = columns_[static_cast<std::size_t>(which)];
+    withProperty(source_, source_, which, [&](const auto& property, const auto&) {
         column.present = property != ::osg::NullFC;
         if (colors == color_form::rgb || !takeAlpha(property, column))
             takeBlock(readBlock(property), column);
     });
     if (!column.present)
         return;
-    const bool one_for_all = source->getMFIndexMapping()->size() == 0;
-    column.slot = !has_indices || one_for_all ? 0 : source->calcMappingIndex(mappingBit(which));
-    if (!has_indices) {
+    const bool one_for_all = source_->getMFIndexMapping()->size() == 0;
+    column.slot = !has_indices_ || one_for_all ? 0 : source_->calcMappingIndex(mappingBit(which));
+    if (!has_indices_) {
         column.index = nullptr;
-    } else if (column.slot >= 0 && corner_count > 0) {
-        column.index = index_block.data() + column.slot;
-        column.step = index_stride;
+    } else if (column.slot >= 0 && corner_count_ > 0) {
+        column.index = index_block_.data() + column.slot;
+        column.step = index_stride_;
     }
 }
 

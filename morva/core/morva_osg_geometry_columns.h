@@ -161,19 +161,19 @@ class MORVA_API geometry_columns {
                      color_form colors = color_form::rgb);
 
     const property_column& operator[](vertex_property property) const {
-        return columns[static_cast<std::size_t>(property)];
+        return columns_[static_cast<std::size_t>(property)];
     }
     ::osg::UInt32 row(std::size_t corner, vertex_property property) const {
         return (*this)[property].row(corner);
     }
     /// Corners that there is data for, whatever the lengths claim.
-    std::size_t corners() const { return corner_count; }
-    bool indexed() const { return has_indices; }
+    std::size_t corners() const { return corner_count_; }
+    bool indexed() const { return has_indices_; }
     /// All indices, also those behind the last whole corner; empty if there are none.
-    span<const ::osg::UInt32> indices() const { return index_block.view(); }
+    span<const ::osg::UInt32> indices() const { return index_block_.view(); }
     /// Indices of one corner, at least 1.
-    std::size_t stride() const { return index_stride; }
-    const ::osg::GeometryPtr& geometry() const { return source; }
+    std::size_t stride() const { return index_stride_; }
+    const ::osg::GeometryPtr& geometry() const { return source_; }
 
     /// Rows that tell which triangles of a strip are passed over: those of the positions. Where no
     /// index leads to these, the scene graph's iterators take a number from further in front.
@@ -181,12 +181,12 @@ class MORVA_API geometry_columns {
         const property_column& positions = (*this)[vertex_property::position];
         if (rest == rest_rule::left_out || !positions.present || positions.slot >= 0)
             return positions;
-        return {index_block.data() + run.first * (index_stride - 1), 1};
+        return {index_block_.data() + run.first * (index_stride_ - 1), 1};
     }
 
     /// Calls `use` with property and column of those that are present, in the order of choice.
     template <typename Use> void forEachPresent(const Use& use) const {
-        for (const vertex_property property : choice) {
+        for (const vertex_property property : choice_) {
             if ((*this)[property].present)
                 use(property, (*this)[property]);
         }
@@ -195,13 +195,13 @@ class MORVA_API geometry_columns {
   private:
     void read(vertex_property property, color_form colors);
 
-    ::osg::GeometryPtr source;
-    span<const vertex_property> choice;
-    std::array<property_column, vertex_properties> columns;
-    property_block<::osg::UInt32> index_block;
-    std::size_t index_stride = 1;
-    std::size_t corner_count = 0;
-    bool has_indices = false;
+    ::osg::GeometryPtr source_;
+    span<const vertex_property> choice_;
+    std::array<property_column, vertex_properties> columns_;
+    property_block<::osg::UInt32> index_block_;
+    std::size_t index_stride_ = 1;
+    std::size_t corner_count_ = 0;
+    bool has_indices_ = false;
 };
 
 /// Indices that each corner has, in a geometry with indices.

@@ -117,84 +117,84 @@ void replaceAll(const ::osg::GeometryPtr& geometry, const corner_table& table,
 template <typename Value> class column_numbering {
   public:
     column_numbering(const corner_table& all, std::size_t number_of_column)
-        : source(all.columns[number_of_column].as<Value>()), table(all), column(number_of_column),
-          known(all.corners) {
-        if (!table.running)
-            seen.resize(source.size(), no_number);
+        : source_(all.columns[number_of_column].as<Value>()), table_(all),
+          column_(number_of_column), known_(all.corners) {
+        if (!table_.running)
+            seen_.resize(source_.size(), no_number);
     }
 
     std::vector<Value> run() {
-        for (std::size_t first = 0; first < table.corners; first += batch_size) {
-            const std::size_t count = std::min(batch_size, table.corners - first);
+        for (std::size_t first = 0; first < table_.corners; first += batch_size) {
+            const std::size_t count = std::min(batch_size, table_.corners - first);
             fetch(first, count);
             number(first, count);
         }
-        return std::move(values);
+        return std::move(values_);
     }
 
   private:
     void fetch(std::size_t first, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) {
-            hashes[i] = hashOf(valueAt(source, table.row(first + i, column)));
-            known.fetch(hashes[i]);
+            hashes_[i] = hashOf(valueAt(source_, table_.row(first + i, column_)));
+            known_.fetch(hashes_[i]);
         }
     }
 
     void number(std::size_t first, std::size_t count) {
         for (std::size_t i = 0; i < count; ++i) {
-            const UInt32 row = table.row(first + i, column);
-            table.cell(first + i, column) = numberOf(row, hashes[i]);
+            const UInt32 row = table_.row(first + i, column_);
+            table_.cell(first + i, column_) = numberOf(row, hashes_[i]);
         }
     }
 
     UInt32 numberOf(UInt32 row, UInt32 hash) {
         // The same row gives the same number again, but for a NaN, which never does.
-        if (row < seen.size() && seen[row] != no_number)
-            return seen[row];
-        const Value value = valueAt(source, row);
-        if (!values.empty() && isEqual(values[last], value))
-            return last;
-        const auto next = static_cast<UInt32>(values.size());
+        if (row < seen_.size() && seen_[row] != no_number)
+            return seen_[row];
+        const Value value = valueAt(source_, row);
+        if (!values_.empty() && isEqual(values_[last_], value))
+            return last_;
+        const auto next = static_cast<UInt32>(values_.size());
         const bool is_number = isEqual(value, value);
-        last = is_number
-                   ? known.findOrEnter(hash, next,
-                                       [&](UInt32 other) { return isEqual(values[other], value); })
-                   : next;
-        if (last == next)
-            values.push_back(value);
-        if (row < seen.size() && is_number)
-            seen[row] = last;
-        return last;
+        last_ = is_number
+                    ? known_.findOrEnter(
+                          hash, next, [&](UInt32 other) { return isEqual(values_[other], value); })
+                    : next;
+        if (last_ == next)
+            values_.push_back(value);
+        if (row < seen_.size() && is_number)
+            seen_[row] = last_;
+        return last_;
     }
 
-    span<const Value> source;
-    const corner_table& table;
-    std::size_t column;
-    number_table known;
-    std::vector<UInt32> seen; ///< per source row: its number once it has one
-    std::vector<Value> values;
-    UInt32 last = 0; ///< number of the corner before
-    UInt32 hashes[batch_size] = {};
+    span<const Value> source_;
+    const corner_table& table_;
+    std::size_t column_;
+    number_table known_;
+    std::vector<UInt32> seen_; ///< per source row: its number once it has one
+    std::vector<Value> values_;
+    UInt32 last_ = 0; ///< number of the corner before
+    UInt32 hashes_[batch_size] = {};
 };
 
 /// The values of all corners, each column by itself.
 template <bool Running> class corner_values {
   public:
-    explicit corner_values(const corner_table& of) : table(of) {}
+    explicit corner_values(const corner_table& of) : table_(of) {}
 
     UInt32 hash(std::size_t corner) const {
         std::uint64_t sum = 0;
-        for (std::size_t i = 0; i < table.width; ++i) {
-            sum += table.columns[i].width == 2 ? hashShare(value<two_floats>(corner, i), i)
-                                               : hashShare(value<three_floats>(corner, i), i);
+        for (std::size_t i = 0; i < table_.width; ++i) {
+            sum += table_.columns[i].width == 2 ? hashShare(value<two_floats>(corner, i), i)
+                                                : hashShare(value<three_floats>(corner, i), i);
         }
         return hashOfSum(sum);
     }
 
     bool equal(std::size_t a, std::size_t b) const {
         bool all = true;
-        for (std::size_t i = 0; i < table.width; ++i) {
-            all = all && (table.columns[i].width == 2
+        for (std::size_t i = 0; i < table_.width; ++i) {
+            all = all && (table_.columns[i].width == 2
                               ? isEqual(value<two_floats>(a, i), value<two_floats>(b, i))
                               : isEqual(value<three_floats>(a, i), value<three_floats>(b, i)));
         }
@@ -218,11 +218,11 @@ template <bool Running> class corner_values {
 
   private:
     template <typename Value> Value value(std::size_t corner, std::size_t column) const {
-        const span<const Value> values = table.columns[column].template as<Value>();
+        const span<const Value> values = table_.columns[column].template as<Value>();
         if constexpr (Running)
             return values.data()[corner];
         else
-            return valueAt(values, table.row(corner, column));
+            return valueAt(values, table_.row(corner, column));
     }
 
     template <typename Value> static bool hasNegativeZero(const Value& value) {
@@ -250,7 +250,7 @@ template <bool Running> class corner_values {
         }
     }
 
-    const corner_table& table;
+    const corner_table& table_;
 };
 
 /// Numbers the distinct corners by first use.

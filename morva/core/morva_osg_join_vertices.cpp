@@ -43,17 +43,17 @@ class vertex_rows {
             const bool three_bytes = dynamic_cast<::osg::GeoColors3ub*>(property) != nullptr;
             const std::size_t bytes =
                 three_bytes ? 3 : property->getDimension() * property->getFormatSize();
-            columns.push_back({property->getData(), bytes, property->getSize()});
-            rows = std::max(rows, columns.back().count);
+            columns_.push_back({property->getData(), bytes, property->getSize()});
+            rows_ = std::max(rows_, columns_.back().count);
         }
     }
 
     /// Indices from here on lead nowhere.
-    std::size_t size() const { return rows; }
+    std::size_t size() const { return rows_; }
 
     UInt32 hash(std::size_t index) const {
         std::uint64_t sum = 0;
-        for (const byte_rows& column : columns) {
+        for (const byte_rows& column : columns_) {
             if (index >= column.count)
                 continue;
             const ::osg::UInt8* row = column.row(index);
@@ -69,7 +69,7 @@ class vertex_rows {
 
     /// A property too short for both indices does not tell them apart.
     bool equal(std::size_t a, std::size_t b) const {
-        return std::all_of(columns.begin(), columns.end(), [a, b](const byte_rows& column) {
+        return std::all_of(columns_.begin(), columns_.end(), [a, b](const byte_rows& column) {
             if (a >= column.count || b >= column.count)
                 return a >= column.count && b >= column.count;
             return std::memcmp(column.row(a), column.row(b), column.bytes) == 0;
@@ -77,8 +77,8 @@ class vertex_rows {
     }
 
   private:
-    std::vector<byte_rows> columns;
-    std::size_t rows = 0; ///< of the longest column
+    std::vector<byte_rows> columns_;
+    std::size_t rows_ = 0; ///< of the longest column
 };
 
 /// Joins within one entry of the mapping, whose index is every `stride`-th from `slot`.

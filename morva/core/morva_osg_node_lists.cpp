@@ -25,9 +25,9 @@ class stand_ins {
   public:
     /// The group of a stand-in for this node; the same one again while nobody changed it.
     ::osg::NodePtr groupFor(const ::osg::NodePtr& node) {
-        const std::lock_guard<std::mutex> guard(mutex);
+        const std::lock_guard<std::mutex> guard(mutex_);
         dropSome();
-        entry& kept = entries[node->getCore().getFieldContainerId()];
+        entry& kept = entries_[node->getCore().getFieldContainerId()];
         if (kept.groups.empty() || !isFresh(kept.groups.back().get(), node->getCore())) {
             kept.core = node->getCore();
             kept.groups.emplace_back(newStandIn(node));
@@ -71,20 +71,20 @@ class stand_ins {
 
     /// Looks at a few entries, in turn, so that a call's cost stays bounded.
     void dropSome() {
-        for (std::size_t looks = std::min<std::size_t>(64, entries.size()); looks > 0; --looks) {
-            entry_map::iterator at = entries.upper_bound(last_seen);
-            if (at == entries.end())
-                at = entries.begin();
-            last_seen = at->first;
+        for (std::size_t looks = std::min<std::size_t>(64, entries_.size()); looks > 0; --looks) {
+            entry_map::iterator at = entries_.upper_bound(last_seen_);
+            if (at == entries_.end())
+                at = entries_.begin();
+            last_seen_ = at->first;
             drop(at->second);
             if (at->second.groups.empty())
-                entries.erase(at);
+                entries_.erase(at);
         }
     }
 
-    std::mutex mutex;
-    entry_map entries; ///< by the core's container number, which is its own while it is held here
-    ::osg::UInt32 last_seen = 0;
+    std::mutex mutex_;
+    entry_map entries_; ///< by the core's container number, which is its own while it is held here
+    ::osg::UInt32 last_seen_ = 0;
 };
 
 /// The node itself, or a stand-in's group if it is a geometry.

@@ -6,20 +6,20 @@
 namespace {
 
 /// A stream on `text` that reads numbers alike under every global locale.
-std::istringstream stream_on(const std::string& text) {
+std::istringstream streamOn(const std::string& text) {
     std::istringstream stream(text);
     stream.imbue(std::locale::classic());
     return stream;
 }
 
-template <typename T> T read_number(const std::string& text) {
+template <typename T> T readNumber(const std::string& text) {
     T value = 0;
-    std::istringstream stream = stream_on(text);
+    std::istringstream stream = streamOn(text);
     stream >> value;
     return value;
 }
 
-std::string lower_case(std::string text) {
+std::string lowerCase(std::string text) {
     for (char& c : text)
         if (c >= 'A' && c <= 'Z')
             c = static_cast<char>(c - 'A' + 'a');
@@ -34,7 +34,7 @@ template <typename T> void convert(const std::string& text, T& field) {
 
 /// Fills every field whose key stands in the map.
 template <typename Setup>
-void read_fields(const std::map<std::string, std::string>& parameters, Setup& setup) {
+void readFields(const std::map<std::string, std::string>& parameters, Setup& setup) {
     forEachKey(setup, [&parameters](const char* key, auto& field) {
         const auto found = parameters.find(key);
         if (found != parameters.end())
@@ -72,7 +72,7 @@ void buildParameterMap(std::vector<std::string>& tokens,
         if (open == std::string::npos || close == std::string::npos)
             continue;
         // A close before the open wraps the length round, and the value runs to the end.
-        target.emplace(lower_case(token.substr(0, open)), token.substr(open + 1, close - open - 1));
+        target.emplace(lowerCase(token.substr(0, open)), token.substr(open + 1, close - open - 1));
     }
 }
 
@@ -83,15 +83,15 @@ std::map<std::string, std::string> parseOptTreeParams(std::string& parameters) {
     return result;
 }
 
-template <> int string2X<int>(const std::string& text) { return read_number<int>(text); }
+template <> int string2X<int>(const std::string& text) { return readNumber<int>(text); }
 
 template <> unsigned int string2X<unsigned int>(const std::string& text) {
-    return read_number<unsigned int>(text);
+    return readNumber<unsigned int>(text);
 }
 
 template <> bool string2X<bool>(const std::string& text) {
     bool flag = false;
-    std::istringstream stream = stream_on(text);
+    std::istringstream stream = streamOn(text);
     stream >> flag;
     if (stream.fail()) {
         // Reads on where the number ended: at the end of the text the flag keeps what it has.
@@ -104,7 +104,7 @@ template <> bool string2X<bool>(const std::string& text) {
 void string2float(std::vector<std::string>& texts, std::vector<float>& values) {
     float value = 0.0f; // not reset between texts: a blank text repeats the one before
     for (const std::string& text : texts) {
-        std::istringstream stream = stream_on(text);
+        std::istringstream stream = streamOn(text);
         stream >> value;
         values.push_back(value);
     }
@@ -155,11 +155,11 @@ std::string optTreeDoc() {
 }
 
 mergeGeo_setup::mergeGeo_setup(std::map<std::string, std::string> parameters) {
-    read_fields(parameters, *this);
+    readFields(parameters, *this);
 }
 
 optTree_setup::optTree_setup(const std::map<std::string, std::string>& parameters) {
-    read_fields(parameters, *this);
+    readFields(parameters, *this);
 }
 
 bool isParameterKey(const std::string& key) {

@@ -29,30 +29,31 @@ namespace morva::osg {
 template <typename Value> class property_block {
   public:
     property_block() = default;
-    /// Points into `owner`.
+    /// Points into `property`.
     property_block(span<const Value> stored, const ::osg::AttachmentPtr& property)
-        : values(stored), owner(property) {}
+        : values_(stored), owner_(property) {}
     /// Keeps converted values.
     explicit property_block(std::vector<Value> made)
-        : converted(std::make_shared<const std::vector<Value>>(std::move(made))),
-          values(*converted) {}
+        : converted_(std::make_shared<const std::vector<Value>>(std::move(made))),
+          values_(*converted_) {}
 
-    span<const Value> view() const { return values; }
-    const Value* data() const { return values.data(); }
-    std::size_t size() const { return values.size(); }
-    bool empty() const { return values.empty(); }
-    const Value* begin() const { return values.begin(); }
-    const Value* end() const { return values.end(); }
-    const Value& operator[](std::size_t index) const { return values[index]; }
+    span<const Value> view() const { return values_; }
+    const Value* data() const { return values_.data(); }
+    std::size_t size() const { return values_.size(); }
+    bool empty() const { return values_.empty(); }
+    const Value* begin() const { return values_.begin(); }
+    const Value* end() const { return values_.end(); }
+    const Value& operator[](std::size_t index) const { return values_[index]; }
 
     /// What keeps the values: the property that they are stored in, or else a vector.
-    const ::osg::RefPtr<::osg::AttachmentPtr>& property() const { return owner; }
-    const std::shared_ptr<const std::vector<Value>>& storage() const { return converted; }
+    const ::osg::RefPtr<::osg::AttachmentPtr>& property() const { return owner_; }
+    const std::shared_ptr<const std::vector<Value>>& storage() const { return converted_; }
 
   private:
-    std::shared_ptr<const std::vector<Value>> converted; ///< null if `values` are stored elsewhere
-    span<const Value> values;
-    ::osg::RefPtr<::osg::AttachmentPtr> owner;
+    std::shared_ptr<const std::vector<Value>>
+        converted_; ///< null if `values_` are stored elsewhere
+    span<const Value> values_;
+    ::osg::RefPtr<::osg::AttachmentPtr> owner_;
 };
 
 MORVA_API property_block<::osg::Pnt3f> readBlock(const ::osg::GeoPositionsPtr& property);

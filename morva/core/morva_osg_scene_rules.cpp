@@ -90,35 +90,35 @@ class scene_walk {
         const ::osg::NodePtr above = root->getParent();
         if (above != ::osg::NullFC && above->findChild(root) < 0)
             return "a parent has its children";
-        open.push_back(root);
-        while (!open.empty() && broken.empty()) {
-            const ::osg::NodePtr node = open.back();
-            open.pop_back();
+        open_.push_back(root);
+        while (!open_.empty() && broken_.empty()) {
+            const ::osg::NodePtr node = open_.back();
+            open_.pop_back();
             visit(node);
         }
-        for (auto core = nodes_of.begin(); core != nodes_of.end() && broken.empty(); ++core)
+        for (auto core = nodes_of_.begin(); core != nodes_of_.end() && broken_.empty(); ++core)
             visitCore(core->first, core->second);
-        return broken;
+        return broken_;
     }
 
   private:
     void rule(bool holds, const char* words) {
-        if (!holds && broken.empty())
-            broken = words;
+        if (!holds && broken_.empty())
+            broken_ = words;
     }
 
     void visit(const ::osg::NodePtr& node) {
-        rule(seen.insert(node).second, "a node stands in one place");
+        rule(seen_.insert(node).second, "a node stands in one place");
         if (node->getCore() != ::osg::NullFC)
-            nodes_of[node->getCore()].push_back(node);
+            nodes_of_[node->getCore()].push_back(node);
         for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) {
             const ::osg::NodePtr child = node->getChild(i);
             rule(child != ::osg::NullFC, "a child is a node");
-            if (!broken.empty())
+            if (!broken_.empty())
                 return;
             rule(child->getParent() == node, "a child knows its parent");
             rule(child.getRefCount() >= 1, "a parent references its children");
-            open.push_back(child);
+            open_.push_back(child);
         }
     }
 
@@ -129,16 +129,16 @@ class scene_walk {
         for (const ::osg::NodePtr& node : nodes)
             rule(known.count(node) == 1, "a core knows each of its nodes once");
         const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(core);
-        if (geometry == ::osg::NullFC || !broken.empty())
+        if (geometry == ::osg::NullFC || !broken_.empty())
             return;
         const char* words = brokenRuleOfCore(geometry);
         rule(*words == '\0', words);
     }
 
-    std::vector<::osg::NodePtr> open;
-    std::set<::osg::NodePtr> seen;
-    std::map<::osg::NodeCorePtr, std::vector<::osg::NodePtr>> nodes_of;
-    std::string broken;
+    std::vector<::osg::NodePtr> open_;
+    std::set<::osg::NodePtr> seen_;
+    std::map<::osg::NodeCorePtr, std::vector<::osg::NodePtr>> nodes_of_;
+    std::string broken_;
 };
 
 } // namespace

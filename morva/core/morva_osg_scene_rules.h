@@ -30,16 +30,16 @@ bool isWhole(const ::osg::NodePtr& root) noexcept;
 /// Sees to it that a scene which was whole when it came stays so. Costs nothing without the switch.
 class scene_guard {
   public:
-    explicit scene_guard(const ::osg::NodePtr& root) : was_whole(validating && isWhole(root)) {}
+    explicit scene_guard(const ::osg::NodePtr& root) : was_whole_(validating && isWhole(root)) {}
 
     /// Ends the program, naming the stage, if the scene below `root` breaks a rule now.
     void after(const char* stage, const ::osg::NodePtr& root) const {
-        if (was_whole)
+        if (was_whole_)
             validate(stage, [&root] { return broken_rule_of(root); });
     }
 
   private:
-    bool was_whole;
+    bool was_whole_;
 };
 
 } // namespace morva::osg

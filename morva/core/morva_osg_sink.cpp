@@ -28,7 +28,7 @@ void write(std::ostream& stream, text_pieces text) {
         stream.write(piece.data(), static_cast<std::streamsize>(piece.size()));
 }
 
-void writeLine(std::ostream& stream, text_pieces line, flush after) {
+void write_line(std::ostream& stream, text_pieces line, flush after) {
     write(stream, line);
     stream.put('\n');
     if (after == flush::yes)
@@ -36,7 +36,7 @@ void writeLine(std::ostream& stream, text_pieces line, flush after) {
 }
 
 /// Hands each line of a text over. A text of one piece needs no memory for it.
-void handOver(const line_taker& take, text_pieces text) {
+void hand_over(const line_taker& take, text_pieces text) {
     std::string joined;
     std::string_view rest;
     if (text.size() == 1) {
@@ -55,7 +55,7 @@ void handOver(const line_taker& take, text_pieces text) {
 
 } // namespace
 
-output_sink setSink(output_sink sink) {
+output_sink set_sink(output_sink sink) {
     const std::lock_guard<std::mutex> guard(state().mutex);
     std::swap(state().sink, sink);
     return sink;
@@ -64,31 +64,31 @@ output_sink setSink(output_sink sink) {
 void say(text_pieces line, flush after) {
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.out)
-        handOver(state().sink.out, line);
+        hand_over(state().sink.out, line);
     else
-        writeLine(std::cout, line, after);
+        write_line(std::cout, line, after);
 }
 
-void sayOverProgress(text_pieces line) {
+void say_over_progress(text_pieces line) {
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.out) {
-        handOver(state().sink.out, line);
+        hand_over(state().sink.out, line);
         return;
     }
     if (!state().sink.progress)
         std::cout.put('\r');
-    writeLine(std::cout, line, flush::yes);
+    write_line(std::cout, line, flush::yes);
 }
 
-void sayError(text_pieces line) {
+void say_error(text_pieces line) {
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.error)
-        handOver(state().sink.error, line);
+        hand_over(state().sink.error, line);
     else
-        writeLine(std::cerr, line, flush::yes);
+        write_line(std::cerr, line, flush::yes);
 }
 
-void sayProgress(std::size_t done, std::size_t total, text_pieces text, flush after) {
+void say_progress(std::size_t done, std::size_t total, text_pieces text, flush after) {
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.progress) {
         state().sink.progress(done, total);
@@ -99,16 +99,16 @@ void sayProgress(std::size_t done, std::size_t total, text_pieces text, flush af
         std::cout.flush();
 }
 
-void printCaught(const caught_texts& texts) noexcept {
+void print_caught(const caught_texts& texts) noexcept {
     try {
         try {
             throw;
         } catch (const std::bad_alloc& error) {
-            sayError({texts.no_memory, error.what()});
+            say_error({texts.no_memory, error.what()});
         } catch (const std::exception& error) {
-            sayError({texts.standard, error.what()});
+            say_error({texts.standard, error.what()});
         } catch (...) {
-            sayError({texts.unknown});
+            say_error({texts.unknown});
         }
     } catch (...) { // of the sink: nobody is left to tell
     }

@@ -3,9 +3,10 @@
 // Where the library's texts go: lines, and how far a stage is. By default to the standard streams;
 // a host can take them in, to show or to drop them:
 //
-//     stage --say-------> one lock --> sink.out        else std::cout    "done.\n"
-//           --sayError--> one lock --> sink.error      else std::cerr    "Error occured in ...\n"
-//           --sayProgress-> one lock -> sink.progress  else std::cout    "\r11.1% "
+//     stage --say-----------> one lock --> sink.out       else std::cout    "done.\n"
+//           --say_error-----> one lock --> sink.error     else std::cerr    "Error occured in
+//           ...\n"
+//           --say_progress--> one lock --> sink.progress  else std::cout    "\r11.1% "
 //
 //     const morva::sink_scope quiet({[](std::string_view) {}, nullptr,
 //                                    [&](std::size_t done, std::size_t total) { bar(done, total);
@@ -39,18 +40,18 @@ struct output_sink {
 
 /// Puts a sink in the place of the one so far, which is returned. Running workers speak to the new
 /// one from then on.
-MORVA_API output_sink setSink(output_sink sink);
+MORVA_API output_sink set_sink(output_sink sink);
 
 /// A sink for as long as this lives, then the one before.
 class sink_scope {
   public:
-    explicit sink_scope(output_sink sink) : former(setSink(std::move(sink))) {}
-    ~sink_scope() { setSink(std::move(former)); }
+    explicit sink_scope(output_sink sink) : former_(set_sink(std::move(sink))) {}
+    ~sink_scope() { set_sink(std::move(former_)); }
     sink_scope(const sink_scope&) = delete;
     sink_scope& operator=(const sink_scope&) = delete;
 
   private:
-    output_sink former;
+    output_sink former_;
 };
 
 /// A text in pieces, which are put together only where a sink wants them so: nothing is allocated
@@ -63,18 +64,18 @@ enum class flush { yes, no };
 /// Says one line on standard output; its end is added. Line ends within it make several lines.
 MORVA_API void say(text_pieces line, flush after = flush::yes);
 
-/// Says one line over what sayProgress() wrote: a carriage return stands before it, but only where
+/// Says one line over what say_progress() wrote: a carriage return stands before it, but only where
 /// progress goes to the stream, too.
-MORVA_API void sayOverProgress(text_pieces line);
+MORVA_API void say_over_progress(text_pieces line);
 
 /// Says one line on standard error; its end is added.
-MORVA_API void sayError(text_pieces line);
+MORVA_API void say_error(text_pieces line);
 
 /// Tells how far a stage is: `done` of `total` equal steps, `total` above 0.
 ///
 /// text  for standard output, as it stands: carriage return, number, no line end
-MORVA_API void sayProgress(std::size_t done, std::size_t total, text_pieces text,
-                           flush after = flush::yes);
+MORVA_API void say_progress(std::size_t done, std::size_t total, text_pieces text,
+                            flush after = flush::yes);
 
 /// What a stage says of an exception that it stops; the first two are followed by its own text.
 struct caught_texts {
@@ -85,6 +86,6 @@ struct caught_texts {
 
 /// Says a line on standard error for the exception that is being handled: call it in a handler.
 /// Nothing leaves it; a line that the sink fails on is lost.
-MORVA_API void printCaught(const caught_texts& texts) noexcept;
+MORVA_API void print_caught(const caught_texts& texts) noexcept;
 
 } // namespace morva

@@ -32,22 +32,24 @@ class number_table {
         std::size_t size = 64;
         while (size < corners / 3)
             size *= 2;
-        slots.resize(size);
+        slots_.resize(size);
     }
 
-    void fetch(::osg::UInt32 hash) const { __builtin_prefetch(&slots[hash & (slots.size() - 1)]); }
+    void fetch(::osg::UInt32 hash) const {
+        __builtin_prefetch(&slots_[hash & (slots_.size() - 1)]);
+    }
 
     /// The number entered for an equal value before, or else `next`, which is entered now.
     template <typename Equal>
     ::osg::UInt32 findOrEnter(::osg::UInt32 hash, ::osg::UInt32 next, const Equal& equal) {
-        if ((next + 1ULL) * 3 > slots.size() * 2)
+        if ((next + 1ULL) * 3 > slots_.size() * 2)
             grow();
-        std::size_t at = hash & (slots.size() - 1);
-        for (; slots[at].number != no_number; at = (at + 1) & (slots.size() - 1)) {
-            if (slots[at].hash == hash && equal(slots[at].number))
-                return slots[at].number;
+        std::size_t at = hash & (slots_.size() - 1);
+        for (; slots_[at].number != no_number; at = (at + 1) & (slots_.size() - 1)) {
+            if (slots_[at].hash == hash && equal(slots_[at].number))
+                return slots_[at].number;
         }
-        slots[at] = {next, hash};
+        slots_[at] = {next, hash};
         return next;
     }
 
@@ -58,19 +60,19 @@ class number_table {
     };
 
     void grow() {
-        std::vector<slot> old(slots.size() * 2);
-        old.swap(slots);
+        std::vector<slot> old(slots_.size() * 2);
+        old.swap(slots_);
         for (const slot& entry : old) {
             if (entry.number == no_number)
                 continue;
-            std::size_t at = entry.hash & (slots.size() - 1);
-            while (slots[at].number != no_number)
-                at = (at + 1) & (slots.size() - 1);
-            slots[at] = entry;
+            std::size_t at = entry.hash & (slots_.size() - 1);
+            while (slots_[at].number != no_number)
+                at = (at + 1) & (slots_.size() - 1);
+            slots_[at] = entry;
         }
     }
 
-    std::vector<slot> slots;
+    std::vector<slot> slots_;
 };
 
 /// The bits of a component; of 0 for -0, which counts as equal.

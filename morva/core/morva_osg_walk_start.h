@@ -33,14 +33,14 @@ class walk_start {
     explicit walk_start(const ::osg::NodePtr& root) : walk_start(root, newStandIn(root)) {}
     /// With a stand-in of the caller's; null: none.
     walk_start(const ::osg::NodePtr& root, const ::osg::NodePtr& top)
-        : given(root), stand_in(top) {}
+        : given_(root), stand_in_(top) {}
     const ::osg::NodePtr& get() const {
-        return stand_in.get() == ::osg::NullFC ? given : stand_in.get();
+        return stand_in_.get() == ::osg::NullFC ? given_ : stand_in_.get();
     }
 
   private:
-    ::osg::NodePtr given;
-    fresh<::osg::NodePtr> stand_in;
+    ::osg::NodePtr given_;
+    fresh<::osg::NodePtr> stand_in_;
 };
 
 } // namespace morva::osg

@@ -130,8 +130,8 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
             const geometry_edit edit(geometry);
             geometry->setNormals(::osg::NullFC);
         }
-        bool aboveLimit = false;
-        fresh<::osg::NodePtr> made(optimizeCache(nodes[i], aboveLimit, limit, perProperty));
+        bool above_limit = false;
+        fresh<::osg::NodePtr> made(optimizeCache(nodes[i], above_limit, limit, perProperty));
         if (made.get() != ::osg::NullFC)
             addChildTo(result.get(), made.get());
         made.release();
@@ -139,7 +139,7 @@ void drawlist::addTriangle(vcache_triangle_data* triangle) {
         share.imbue(std::locale::classic());
         share.precision(4);
         share << 100.0 * static_cast<double>(i) / static_cast<double>(nodes.size());
-        sayProgress(i, nodes.size(), {"\r", share.str(), "% "}, flush::no);
+        say_progress(i, nodes.size(), {"\r", share.str(), "% "}, flush::no);
     }
     return result.release();
 }

@@ -2,7 +2,7 @@
 
 namespace morva::osg::detail {
 
-std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
+std::vector<counted_column> countedColumns(const draw_elements& elements, bool per_property,
                                            std::vector<std::uint32_t>& corner_numbers) {
     std::vector<counted_column> columns;
     if (elements.count == 0)
@@ -18,7 +18,7 @@ std::vector<counted_column> countedColumns(const draw_elements& elements, bool p
                                elements.sizeOf(i) + 1});
     }
     // One index for all properties: as many of each as there are corners.
-    if (perProperty || columns.size() <= 1)
+    if (per_property || columns.size() <= 1)
         return columns;
     std::size_t distinct = 0;
     corner_numbers = numberCorners(elements, distinct);

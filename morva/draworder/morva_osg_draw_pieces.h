@@ -23,7 +23,7 @@ namespace morva::osg::detail {
 
 /// What fills a piece: each property on its own, or whole corners, whose numbers go into
 /// `corner_numbers`.
-std::vector<counted_column> countedColumns(const draw_elements& elements, bool perProperty,
+std::vector<counted_column> countedColumns(const draw_elements& elements, bool per_property,
                                            std::vector<std::uint32_t>& corner_numbers);
 
 /// Lets equal corners of a geometry share one index entry each. Only the index changes, so that
@@ -32,9 +32,9 @@ void joinCorners(const ::osg::GeometryPtr& geometry);
 
 /// Orders elements; throws std::bad_alloc.
 template <typename Rules>
-draw_order orderElements(const draw_elements& elements, unsigned int limit, bool perProperty) {
+draw_order orderElements(const draw_elements& elements, unsigned int limit, bool per_property) {
     std::vector<std::uint32_t> corner_numbers, positions;
-    const auto columns = countedColumns(elements, perProperty, corner_numbers);
+    const auto columns = countedColumns(elements, per_property, corner_numbers);
     const std::size_t corners = elements.count * elements.corners;
     span<const std::uint32_t> vertices = elements.cells;
     if (elements.width != 1) {
@@ -49,11 +49,11 @@ draw_order orderElements(const draw_elements& elements, unsigned int limit, bool
 /// Reads, orders and writes the elements of `source` into pieces below `result`, each in a
 /// geometry that `create` makes.
 template <typename Rules, typename Create>
-void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
+void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool per_property,
                  const Create& create, const ::osg::NodePtr& result) {
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(source->getCore());
     const auto elements = readElements<Rules::corners>(geometry, Rules::corners == 3);
-    const draw_order order = orderElements<Rules>(elements, limit, perProperty);
+    const draw_order order = orderElements<Rules>(elements, limit, per_property);
 
     const ::osg::MaterialPtr material = getMaterial(source);
     giveCore(result, ::osg::Group::create());
@@ -74,11 +74,11 @@ void buildPieces(const ::osg::NodePtr& source, unsigned int limit, bool perPrope
 
 /// The group of the pieces of `source`; an exception ends the work with a line.
 template <typename Rules, typename Create>
-::osg::NodePtr piecesOf(const ::osg::NodePtr& source, unsigned int limit, bool perProperty,
+::osg::NodePtr piecesOf(const ::osg::NodePtr& source, unsigned int limit, bool per_property,
                         const Create& create) {
     const ::osg::NodePtr result = ::osg::Node::create();
     try {
-        buildPieces<Rules>(source, limit, perProperty, create, result);
+        buildPieces<Rules>(source, limit, per_property, create, result);
     } catch (...) {
         say({"Error occured in morva_osg_cacheopt."});
     }

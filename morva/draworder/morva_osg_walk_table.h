@@ -58,14 +58,14 @@ template <typename Rules> struct walk_table {
                const std::vector<counted_column>& columns, unsigned int limit)
         : corners(corner_vertices.data()), count(corner_vertices.size() / corners_each),
           numbers(element_numbers), counter(columns, limit),
-          vertices(vectorInHugePages<walk_vertex>(vertex_count)),
-          lists(vectorInHugePages<std::uint32_t>(corner_vertices.size())), drawn(count, 0) {
+          vertices(vector_in_huge_pages<walk_vertex>(vertex_count)),
+          lists(vector_in_huge_pages<std::uint32_t>(corner_vertices.size())), drawn(count, 0) {
         for (int place = 0; place < cache_places; ++place)
             place_score[place] = placeScore<Rules>(place);
         for (std::size_t i = 0; i < known_waiting; ++i)
             base_score[i] = vertexScore<Rules>(static_cast<int>(i), -1);
         linkElements();
-        order.elements = vectorInHugePages<std::uint32_t>(count);
+        order.elements = vector_in_huge_pages<std::uint32_t>(count);
         openPiece();
     }
 

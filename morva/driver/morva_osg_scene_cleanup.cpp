@@ -31,11 +31,11 @@ class held_child {
   public:
     explicit held_child(const ::osg::NodePtr& node) {
         if (node->getParent() != ::osg::NullFC)
-            held = node;
+            held_ = node;
     }
 
   private:
-    ::osg::RefPtr<::osg::NodePtr> held;
+    ::osg::RefPtr<::osg::NodePtr> held_;
 };
 
 /// Puts `child` in the place of its parent `replaced`: at the end of the list above. With a null

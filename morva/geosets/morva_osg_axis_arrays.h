@@ -26,26 +26,26 @@ inline void freeAxisArrays(float**& arrays) {
 /// large one goes back to the system when it is freed, where three would leave holes in the heap.
 class axis_arrays {
   public:
-    explicit axis_arrays(std::size_t entries) : arrays(new float* [3] {}) {
+    explicit axis_arrays(std::size_t entries) : arrays_(new float* [3] {}) {
         try {
-            arrays[0] = new float[3 * entries];
-            wishHugePages(arrays[0], 3 * entries * sizeof(float));
+            arrays_[0] = new float[3 * entries];
+            wish_huge_pages(arrays_[0], 3 * entries * sizeof(float));
         } catch (...) {
-            freeAxisArrays(arrays);
+            freeAxisArrays(arrays_);
             throw;
         }
-        arrays[1] = arrays[0] + entries;
-        arrays[2] = arrays[1] + entries;
+        arrays_[1] = arrays_[0] + entries;
+        arrays_[2] = arrays_[1] + entries;
     }
     axis_arrays(const axis_arrays&) = delete;
     axis_arrays& operator=(const axis_arrays&) = delete;
-    ~axis_arrays() { freeAxisArrays(arrays); }
+    ~axis_arrays() { freeAxisArrays(arrays_); }
 
-    float* operator[](int axis) const { return arrays[axis]; }
-    void changePlaces(float**& other) { std::swap(arrays, other); }
+    float* operator[](int axis) const { return arrays_[axis]; }
+    void changePlaces(float**& other) { std::swap(arrays_, other); }
 
   private:
-    float** arrays;
+    float** arrays_;
 };
 
 } // namespace morva::osg

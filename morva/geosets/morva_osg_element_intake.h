@@ -61,23 +61,24 @@ class to_world_move {
         const ::osg::Matrix matrix = node->getToWorld();
         for (::osg::UInt32 column = 0; column < 4; ++column) {
             for (::osg::UInt32 row = 0; row < 3; ++row)
-                m[column][row] = matrix[column][row];
+                matrix_[column][row] = matrix[column][row];
         }
         ::osg::Vec3f translation, scale;
         ::osg::Quaternion scale_orientation;
-        matrix.getTransform(translation, rotation, scale, scale_orientation);
+        matrix.getTransform(translation, rotation_, scale, scale_orientation);
     }
 
     ::osg::Pnt3f operator()(const ::osg::Pnt3f& p) const {
         ::osg::Pnt3f moved;
         for (::osg::UInt32 row = 0; row < 3; ++row)
-            moved[row] = m[0][row] * p[0] + m[1][row] * p[1] + m[2][row] * p[2] + m[3][row];
+            moved[row] = matrix_[0][row] * p[0] + matrix_[1][row] * p[1] + matrix_[2][row] * p[2] +
+                         matrix_[3][row];
         return moved;
     }
     /// Normals are turned, not scaled.
     ::osg::Vec3f operator()(const ::osg::Vec3f& n) const {
         ::osg::Vec3f turned;
-        rotation.multVec(n, turned);
+        rotation_.multVec(n, turned);
         const float length = turned.length();
         return length < shortest_normal ? turned : turned * (1.0F / length);
     }
@@ -86,8 +87,8 @@ class to_world_move {
     /// Vectors shorter than this are not scaled to length 1.
     static constexpr float shortest_normal = 1e-6F;
 
-    float m[4][3];
-    ::osg::Quaternion rotation;
+    float matrix_[4][3];
+    ::osg::Quaternion rotation_;
 };
 
 /// Length of new properties, and the one that they will grow to.
@@ -163,9 +164,9 @@ template <unsigned Corners> class element_intake {
   public:
     element_intake(const geometry_columns& from, geoset_fields& to, std::size_t first_row,
                    std::size_t room, unsigned int& left_out)
-        : source(from), positions(from[vertex_property::position]),
-          normals(from[vertex_property::normal]), target(to), row(first_row), rows(room),
-          rogue(left_out) {}
+        : source_(from), positions_(from[vertex_property::position]),
+          normals_(from[vertex_property::normal]), target_(to), row_(first_row), rows_(room),
+          rogue_(left_out) {}
 
     bool write_ids = false;
     int id = 0; ///< for elements that bring none
@@ -173,31 +174,31 @@ template <unsigned Corners> class element_intake {
     /// From here on values go to the world: all at once, where corners share them, and else one
     /// by one. Corners of lines and points that lead nowhere are moved, too.
     void moveBy(const to_world_move& to_world, std::uint64_t corners) {
-        move_point = moveAhead(positions, moved_points, to_world, corners) ? nullptr : &to_world;
-        move_normal = moveAhead(normals, moved_normals, to_world, corners) ? nullptr : &to_world;
+        move_point_ = moveAhead(positions_, moved_points_, to_world, corners) ? nullptr : &to_world;
+        move_normal_ = moveAhead(normals_, moved_normals_, to_world, corners) ? nullptr : &to_world;
     }
 
     template <typename... Corner> void take(Corner... corners) {
         static_assert(sizeof...(corners) == Corners);
-        ((corner[pending++] = static_cast<::osg::UInt32>(corners)), ...);
-        if (pending == Corners * portion)
+        ((corner_[pending_++] = static_cast<::osg::UInt32>(corners)), ...);
+        if (pending_ == Corners * portion)
             flush();
     }
 
     /// Writes what is pending.
     void flush() {
         keepSound();
-        if (pending > 0) {
+        if (pending_ > 0) {
             if (write_ids)
                 writeIds();
             writeAttributes();
-            row += pending;
+            row_ += pending_;
         }
-        pending = 0;
+        pending_ = 0;
     }
 
     /// First row behind the last element.
-    std::size_t nextRow() const { return row; }
+    std::size_t nextRow() const { return row_; }
 
   private:
     /// Elements that go through at a time.
@@ -218,38 +219,38 @@ template <unsigned Corners> class element_intake {
 
     /// Writes the positions and closes the gaps of triangles that are left out.
     void keepSound() {
-        ::osg::Pnt3f* rows_of_positions = target.positions.data();
+        ::osg::Pnt3f* rows_of_positions = target_.positions.data();
         std::size_t kept = 0;
-        for (std::size_t i = 0; i < pending; i += Corners) {
+        for (std::size_t i = 0; i < pending_; i += Corners) {
             ::osg::Pnt3f p[Corners];
-            if (!readElement(&corner[i], p)) {
-                ++rogue;
+            if (!readElement(&corner_[i], p)) {
+                ++rogue_;
                 continue;
             }
-            if (row + kept + Corners > rows) // only where a field could not grow
+            if (row_ + kept + Corners > rows_) // only where a field could not grow
                 break;
             for (std::size_t k = 0; k < Corners; ++k) {
-                corner[kept + k] = corner[i + k];
+                corner_[kept + k] = corner_[i + k];
                 if (rows_of_positions != nullptr) {
-                    rows_of_positions[row + kept + k] = p[k];
-                } else if (target.positions.present()) {
-                    target.positions.put(row + kept + k, p[k]);
+                    rows_of_positions[row_ + kept + k] = p[k];
+                } else if (target_.positions.present()) {
+                    target_.positions.put(row_ + kept + k, p[k]);
                 }
             }
             kept += Corners;
         }
-        pending = kept;
+        pending_ = kept;
     }
 
     /// The corners in their places; false for a triangle that must not be kept.
     bool readElement(const ::osg::UInt32* corners, ::osg::Pnt3f* p) const {
         for (unsigned k = 0; k < Corners; ++k) {
-            const auto* found = positions.template find<::osg::Pnt3f>(corners[k]);
+            const auto* found = positions_.template find<::osg::Pnt3f>(corners[k]);
             if (Corners == 3 && found == nullptr)
                 return false;
             p[k] = found != nullptr ? *found : ::osg::Pnt3f();
-            if (move_point != nullptr)
-                p[k] = (*move_point)(p[k]);
+            if (move_point_ != nullptr)
+                p[k] = (*move_point_)(p[k]);
         }
         if constexpr (Corners == 3)
             return !is_rogue(p[0], p[1], p[2]);
@@ -258,29 +259,29 @@ template <unsigned Corners> class element_intake {
 
     /// The first corner tells whether an element brings IDs; further ones that lead nowhere are 0.
     void writeIds() {
-        const property_column& ids = source[vertex_property::texcoords7];
+        const property_column& ids = source_[vertex_property::texcoords7];
         const ::osg::Vec2f own(static_cast<float>(id), 0.0F);
         bool brought = false;
-        writeRows(target.ids, row, pending, [&](std::size_t i) {
+        writeRows(target_.ids, row_, pending_, [&](std::size_t i) {
             if (i % Corners == 0)
-                brought = ids.row(corner[i]) != no_row;
-            return brought ? ids.valueOf<::osg::Vec2f>(corner[i]) : own;
+                brought = ids.row(corner_[i]) != no_row;
+            return brought ? ids.valueOf<::osg::Vec2f>(corner_[i]) : own;
         });
     }
 
     void writeAttributes() {
         const auto as_is = [](const auto& value) { return value; };
-        target.forEach([&](auto& slot, vertex_property property) {
+        target_.forEach([&](auto& slot, vertex_property property) {
             if (!slot.present() || property == vertex_property::position ||
                 property == vertex_property::texcoords7)
                 return;
             using value = typename std::decay_t<decltype(slot)>::value_type;
             if constexpr (std::is_same_v<value, ::osg::Vec3f>) {
-                if (move_normal != nullptr)
-                    return writeColumn(slot, property, normals, *move_normal);
-                return writeColumn(slot, property, normals, as_is);
+                if (move_normal_ != nullptr)
+                    return writeColumn(slot, property, normals_, *move_normal_);
+                return writeColumn(slot, property, normals_, as_is);
             } else {
-                return writeColumn(slot, property, source[property], as_is);
+                return writeColumn(slot, property, source_[property], as_is);
             }
         });
     }
@@ -289,28 +290,28 @@ template <unsigned Corners> class element_intake {
     void writeColumn(Slot& slot, vertex_property property, const property_column& column,
                      const Change& change) {
         using value = typename Slot::value_type;
-        if (brings(source, property)) {
-            writeRows(slot, row, pending, [&](std::size_t i) {
-                return change(column.template valueOf<value>(corner[i]));
+        if (brings(source_, property)) {
+            writeRows(slot, row_, pending_, [&](std::size_t i) {
+                return change(column.template valueOf<value>(corner_[i]));
             });
         } else {
             const value fill = defaultValue<value>();
-            writeRows(slot, row, pending, [&](std::size_t) { return fill; });
+            writeRows(slot, row_, pending_, [&](std::size_t) { return fill; });
         }
     }
 
-    const geometry_columns& source;
-    property_column positions, normals; ///< of the source, their values moved or not
-    std::vector<::osg::Pnt3f> moved_points;
-    std::vector<::osg::Vec3f> moved_normals;
-    const to_world_move* move_point = nullptr;  ///< for each position; null: they stay
-    const to_world_move* move_normal = nullptr; ///< for each normal; null: they stay
-    geoset_fields& target;
-    std::size_t row;     ///< next row to write
-    std::size_t rows;    ///< rows that every target property has
-    unsigned int& rogue; ///< counts triangles that are left out
-    std::size_t pending = 0;
-    ::osg::UInt32 corner[Corners * portion]; ///< `pending` of them
+    const geometry_columns& source_;
+    property_column positions_, normals_; ///< of the source, their values moved or not
+    std::vector<::osg::Pnt3f> moved_points_;
+    std::vector<::osg::Vec3f> moved_normals_;
+    const to_world_move* move_point_ = nullptr;  ///< for each position; null: they stay
+    const to_world_move* move_normal_ = nullptr; ///< for each normal; null: they stay
+    geoset_fields& target_;
+    std::size_t row_;     ///< next row to write
+    std::size_t rows_;    ///< rows that every target property has
+    unsigned int& rogue_; ///< counts triangles that are left out
+    std::size_t pending_ = 0;
+    ::osg::UInt32 corner_[Corners * portion]; ///< `pending_` of them
 };
 
 } // namespace morva::osg

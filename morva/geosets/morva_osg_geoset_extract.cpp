@@ -192,7 +192,7 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset,
     try {
         element_appender::append(node, source, geoset, offer, options, rogue);
     } catch (...) {
-        printCaught(texts.caught);
+        print_caught(texts.caught);
     }
     if (options.run_setup)
         geoset.setup();

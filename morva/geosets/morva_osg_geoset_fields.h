@@ -37,16 +37,16 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
     /// Turns to a property, null included; true if it is another one than before.
     bool follow(const Role& current) {
         const void* address = current == ::osg::NullFC ? nullptr : &*current;
-        if (address == seen)
+        if (address == seen_)
             return false;
-        property = current;
-        seen = address;
-        stored = nullptr;
+        property_ = current;
+        seen_ = address;
+        stored_ = nullptr;
         if (address == nullptr)
             return true;
         const Concrete usual = Concrete::dcast(current);
         if (usual != ::osg::NullFC)
-            stored = &usual->editField();
+            stored_ = &usual->editField();
         return true;
     }
 
@@ -56,55 +56,55 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
         follow(Concrete::StoredObjectType::create()); // held from here on, whatever fails
         std::size_t room = std::max(rows, later);
         try {
-            stored->reserve(room);
+            stored_->reserve(room);
         } catch (const std::bad_alloc&) {
             room = rows;
-            stored->reserve(room);
+            stored_->reserve(room);
         }
         if (rows == 0)
             return;
-        stored->resize(1); // the room has an address now
-        wishHugePages(&(*stored)[0], room * sizeof(stored_value));
-        stored->resize(rows);
+        stored_->resize(1); // the room has an address now
+        wish_huge_pages(&(*stored_)[0], room * sizeof(stored_value));
+        stored_->resize(rows);
     }
 
-    bool present() const { return seen != nullptr; }
-    Role get() const { return property.get(); }
+    bool present() const { return seen_ != nullptr; }
+    Role get() const { return property_.get(); }
     std::size_t size() const {
-        if (stored != nullptr)
-            return stored->size();
-        return present() ? property->size() : 0;
+        if (stored_ != nullptr)
+            return stored_->size();
+        return present() ? property_->size() : 0;
     }
 
     /// First row, or null; until the property is resized.
     stored_value* data() const {
-        return stored == nullptr || stored->size() == 0 ? nullptr : &(*stored)[0];
+        return stored_ == nullptr || stored_->size() == 0 ? nullptr : &(*stored_)[0];
     }
 
     Value value(std::size_t row) const {
-        if (stored == nullptr)
-            return property->getValue(static_cast<::osg::UInt32>(row));
+        if (stored_ == nullptr)
+            return property_->getValue(static_cast<::osg::UInt32>(row));
         if constexpr (std::is_same_v<stored_value, Value>) {
-            return (*stored)[row];
+            return (*stored_)[row];
         } else {
-            return Value((*stored)[row], stored_value());
+            return Value((*stored_)[row], stored_value());
         }
     }
     void put(std::size_t row, const Value& value) {
-        if (stored == nullptr) {
-            property->setValue(value, static_cast<::osg::UInt32>(row));
+        if (stored_ == nullptr) {
+            property_->setValue(value, static_cast<::osg::UInt32>(row));
         } else if constexpr (std::is_same_v<stored_value, Value>) {
-            (*stored)[row] = value;
+            (*stored_)[row] = value;
         } else {
-            (*stored)[row] = value[0];
+            (*stored_)[row] = value[0];
         }
     }
 
     /// Writes one value to all rows.
     void fill(const Value& value) {
         if constexpr (std::is_same_v<stored_value, Value>) {
-            if (stored != nullptr) {
-                std::fill(stored->begin(), stored->end(), value);
+            if (stored_ != nullptr) {
+                std::fill(stored_->begin(), stored_->end(), value);
                 return;
             }
         }
@@ -116,9 +116,9 @@ template <typename Concrete, typename Role, typename Value> class field_slot {
     bool holds(std::size_t triangle) const { return size() / 3 > triangle; }
 
   private:
-    ::osg::RefPtr<Role> property;
-    const void* seen = nullptr; ///< the property's copy in the aspect that looked
-    stored_field* stored = nullptr;
+    ::osg::RefPtr<Role> property_;
+    const void* seen_ = nullptr; ///< the property's copy in the aspect that looked
+    stored_field* stored_ = nullptr;
 };
 
 using positions_slot = field_slot<::osg::GeoPositions3fPtr, ::osg::GeoPositionsPtr, ::osg::Pnt3f>;

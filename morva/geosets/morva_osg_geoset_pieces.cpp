@@ -187,7 +187,7 @@ bool osg_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& p1,
         markChanged(geometry.get());
         return true;
     } catch (const std::bad_alloc&) {
-        sayError({"Bad Alloc in Geoset while creating new Tris."});
+        say_error({"Bad Alloc in Geoset while creating new Tris."});
         return false;
     }
 }

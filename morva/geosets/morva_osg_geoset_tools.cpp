@@ -93,7 +93,7 @@ void calcPlainNormals(const ::osg::GeometryPtr& core, geoset_fields& fields) {
 } // namespace
 
 osg_geoset::osg_geoset()
-    : geometry(::osg::Geometry::create()), field_access(std::make_unique<geoset_fields>()) {}
+    : geometry(::osg::Geometry::create()), field_access_(std::make_unique<geoset_fields>()) {}
 
 osg_geoset::~osg_geoset() {
     freeAxisArrays(axis_min);
@@ -103,8 +103,8 @@ osg_geoset::~osg_geoset() {
 
 /// The fields of the core as it is now.
 geoset_fields& osg_geoset::fields() const {
-    field_access->follow(geometry.get());
-    return *field_access;
+    field_access_->follow(geometry.get());
+    return *field_access_;
 }
 
 void osg_geoset::clear() {
@@ -112,7 +112,7 @@ void osg_geoset::clear() {
     freeAxisArrays(axis_max);
     delete[] simple_tris;
     simple_tris = nullptr;
-    *field_access = geoset_fields();
+    *field_access_ = geoset_fields();
     clearElements(*this);
     split_axis = -1;
     split_plane = 0;

@@ -194,7 +194,7 @@ class MORVA_API osg_geoset {
     void takeLastOff();
 
     /// The way to the rows of each field, looked up again when a property changes.
-    std::unique_ptr<geoset_fields> field_access;
+    std::unique_ptr<geoset_fields> field_access_;
 };
 
 /// Appends the triangles of one geometry node, of any primitive and index layout, corner order

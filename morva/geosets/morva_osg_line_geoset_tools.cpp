@@ -187,7 +187,7 @@ bool osg_line_geoset::add_GeoFields(const ::osg::Pnt3f& p0, const ::osg::Pnt3f& 
         }
         return true;
     } catch (const std::bad_alloc&) {
-        sayError({"Bad Alloc in Geoset while creating new Line."});
+        say_error({"Bad Alloc in Geoset while creating new Line."});
     }
     return false;
 }

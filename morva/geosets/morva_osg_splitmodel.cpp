@@ -285,20 +285,20 @@ template <typename T> unsigned int firstBelow(const T& tree, int node) {
 /// Objects below each node of a subtree, counted once.
 class cell_counts {
   public:
-    template <typename T> cell_counts(const T& tree, int node) : base(node) {
+    template <typename T> cell_counts(const T& tree, int node) : base_(node) {
         if (hasNode(tree, node))
             fill(tree, node);
     }
     unsigned int at(int node) const {
-        const auto place = static_cast<std::size_t>(node - base);
-        return place < counts.size() ? counts[place] : 0;
+        const auto place = static_cast<std::size_t>(node - base_);
+        return place < counts_.size() ? counts_[place] : 0;
     }
 
   private:
     template <typename T> unsigned int fill(const T& tree, int node) {
-        const auto place = static_cast<std::size_t>(node - base);
-        if (place >= counts.size())
-            counts.resize(place + 1);
+        const auto place = static_cast<std::size_t>(node - base_);
+        if (place >= counts_.size())
+            counts_.resize(place + 1);
         unsigned int count = 0;
         if (tree.nodes[node].is_leaf()) {
             count = tree.nodes[node].range_count();
@@ -306,12 +306,12 @@ class cell_counts {
             count = fill(tree, node + 1);
             count += fill(tree, tree.nodes[node].right_child());
         }
-        counts[place] = count;
+        counts_[place] = count;
         return count;
     }
 
-    int base;
-    std::vector<unsigned int> counts; ///< of node `base + i`
+    int base_;
+    std::vector<unsigned int> counts_; ///< of node `base_ + i`
 };
 
 void addFresh(const ::osg::NodePtr& parent, const ::osg::NodePtr& child) {
@@ -384,8 +384,8 @@ template <typename T, typename G>
         fillGeometry(geometry, run, geoset, opt, calcnormals);
         return node.release();
     } catch (...) {
-        printCaught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
-                     "Error occured in MakeGeoCore."});
+        print_caught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
+                      "Error occured in MakeGeoCore."});
     }
     return emptyGeometryNode();
 }

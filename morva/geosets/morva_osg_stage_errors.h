@@ -12,13 +12,13 @@
 namespace morva::osg {
 
 inline void printSetupError() {
-    printCaught({"bad_alloc caught in Geoset.setup(): ", "Standard exception in Geoset.setup(): ",
-                 "Error occured in Geoset.setup()."});
+    print_caught({"bad_alloc caught in Geoset.setup(): ", "Standard exception in Geoset.setup(): ",
+                  "Error occured in Geoset.setup()."});
 }
 
 inline void printAddObjectError() {
-    printCaught({"bad_alloc caught in Extract geometry in Geoset.AddObject(): t: ",
-                 "Exception in Geoset.AddObject(): ", "Error occured in Geoset.AddObject()."});
+    print_caught({"bad_alloc caught in Extract geometry in Geoset.AddObject(): t: ",
+                  "Exception in Geoset.AddObject(): ", "Error occured in Geoset.AddObject()."});
 }
 
 } // namespace morva::osg

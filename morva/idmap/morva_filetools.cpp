@@ -8,7 +8,7 @@
 namespace morva {
 
 bool writeJsonFile(const std::string& name, const JsonFileContent& content, ::osg::NodePtr) {
-    const map_file written = writeMapFile(name, content);
+    const map_file written = osg::writeMapFile(name, content);
     return written == map_file::whole || written == map_file::cut_short;
 }
 

@@ -48,6 +48,8 @@ struct JsonFileContent {
     std::uint32_t maxGeoCount = 0; ///< names given out by getNextGeometryName()
 };
 
+namespace osg {
+
 /// The material of a record, or null once it is gone: a record may outlive the scene it tells of.
 inline ::osg::MaterialPtr livingOne(const ::osg::MaterialPtr& material) {
     // A null pointer has no number that could be asked for.
@@ -57,5 +59,7 @@ inline ::osg::MaterialPtr livingOne(const ::osg::MaterialPtr& material) {
     const bool lives = ::osg::FieldContainerFactory::the()->getContainer(id) == material;
     return lives ? material : ::osg::MaterialPtr();
 }
+
+} // namespace osg
 
 } // namespace morva

@@ -9,7 +9,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_filetools.h>
 
-namespace morva {
+namespace morva::osg {
 
 namespace {
 
@@ -60,10 +60,10 @@ bool isSet(const side_colors& back) {
 void writeAppearance(std::ostream& file, const ::osg::MaterialPtr& material,
                      const std::string& name) {
     side_colors front, back;
-    osg::getColor(material, front.diffuse, front.specular, front.ambient, front.emission,
-                  front.shininess);
-    const bool has_back = osg::getBackColor(material, back.diffuse, back.specular, back.ambient,
-                                            back.emission, back.shininess);
+    getColor(material, front.diffuse, front.specular, front.ambient, front.emission,
+             front.shininess);
+    const bool has_back = getBackColor(material, back.diffuse, back.specular, back.ambient,
+                                       back.emission, back.shininess);
     file << "{\n\"name\": \"" << name << "\",\n\"material\": { \n";
     writeSide(file, front_keys, front);
     if (has_back && isSet(back)) {
@@ -151,4 +151,4 @@ map_file writeMapFile(const std::string& name, const JsonFileContent& content) {
     return file.fail() || content.tree.fail() ? map_file::cut_short : map_file::whole;
 }
 
-} // namespace morva
+} // namespace morva::osg

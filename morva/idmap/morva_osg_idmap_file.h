@@ -6,9 +6,9 @@
 
 #include <morva/idmap/morva_osg_idmap_content.h>
 
-namespace morva {
+namespace morva::osg {
 
 /// writeJsonFile() with what became of the file, the disk's errors included.
 map_file writeMapFile(const std::string& name, const JsonFileContent& content);
 
-} // namespace morva
+} // namespace morva::osg

@@ -7,6 +7,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
 namespace morva::osg {
@@ -19,13 +20,13 @@ thread_local unsigned int held_by_this_thread = 0;
 /// Takes a lock for one scope.
 class scoped_lock {
   public:
-    explicit scoped_lock(::osg::Lock* lock) : m_lock(lock) { m_lock->aquire(); }
-    ~scoped_lock() { m_lock->release(); }
+    explicit scoped_lock(::osg::Lock* lock) : lock_(lock) { lock_->aquire(); }
+    ~scoped_lock() { lock_->release(); }
     scoped_lock(const scoped_lock&) = delete;
     scoped_lock& operator=(const scoped_lock&) = delete;
 
   private:
-    ::osg::Lock* m_lock;
+    ::osg::Lock* lock_;
 };
 
 /// The distinct IDs in the first components of a coordinate set, ascending. What fits no int, NaN
@@ -76,7 +77,7 @@ void idmapHandler::reset() {
     usageCursor = usage.end();
     appearances.clear();
     texCoordMapping.clear();
-    index_of_name.clear();
+    index_of_name_.clear();
     tree.clear(); // error flags only: the text goes on over the runs of a process
     merged = settled = false;
     file = map_file::none;
@@ -84,19 +85,19 @@ void idmapHandler::reset() {
 }
 
 void idmapHandler::rebuildIndex() {
-    index_of_name.clear();
+    index_of_name_.clear();
     for (std::size_t i = 0; i < names.size(); ++i) {
-        index_of_name.emplace(names[i], static_cast<int>(i)); // the first of equal names stays
+        index_of_name_.emplace(names[i], static_cast<int>(i)); // the first of equal names stays
     }
 }
 
 /// Position of the first entry of `names` that equals `name`, or -1.
 int idmapHandler::positionOf(const std::string& name) {
     // `names` is open to everyone: an index that does not fit it any more is made anew.
-    if (index_of_name.size() != names.size())
+    if (index_of_name_.size() != names.size())
         rebuildIndex();
-    const auto found = index_of_name.find(name);
-    return found == index_of_name.end() ? -1 : found->second;
+    const auto found = index_of_name_.find(name);
+    return found == index_of_name_.end() ? -1 : found->second;
 }
 
 int idmapHandler::insertNodeName(std::string& name, ::osg::Pnt3f& min, ::osg::Pnt3f& max,
@@ -131,7 +132,7 @@ int idmapHandler::appendName(const std::string& name, const ::osg::Pnt3f& min,
         mins.push_back(min);
         maxs.push_back(max);
         names.push_back(name);
-        index_of_name.emplace(name, id);
+        index_of_name_.emplace(name, id);
     } catch (...) {
         // The arrays keep one length if memory runs out.
         const auto length = static_cast<std::size_t>(id);
@@ -202,30 +203,16 @@ void idmapHandler::registerGeometryUsage(::osg::NodePtr node) {
 void idmapHandler::moveIdsToLowSet(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
     const ::osg::GeoTexCoordsPtr ids = geometry->getTexCoords7(); // the field is reset below
-    const char* slot = nullptr;
-    ::osg::UInt16 bit = 0;
     const geometry_edit edit(geometry);
-    if (geometry->getTexCoords() == ::osg::NullFC) {
-        geometry->setTexCoords(ids);
-        bit = ::osg::Geometry::MapTexCoords;
-        slot = "TC0";
-    } else if (geometry->getTexCoords1() == ::osg::NullFC) {
-        geometry->setTexCoords1(ids);
-        bit = ::osg::Geometry::MapTexCoords1;
-        slot = "TC1";
-    } else if (geometry->getTexCoords2() == ::osg::NullFC) {
-        geometry->setTexCoords2(ids);
-        bit = ::osg::Geometry::MapTexCoords2;
-        slot = "TC2";
-    } else if (geometry->getTexCoords3() == ::osg::NullFC) {
-        geometry->setTexCoords3(ids);
-        bit = ::osg::Geometry::MapTexCoords3;
-        slot = "TC3";
-    }
-    if (slot != nullptr) {
+    for (std::size_t unit = 0; unit < 4; ++unit) {
+        const ::osg::UInt16 bit = mappingBit(textureUnit(unit));
+        if (geometry->getProperty(bit) != nullptr)
+            continue;
+        setProperty(geometry, textureUnit(unit), ids);
         geometry->setTexCoords7(::osg::NullFC);
         remapFirst(geometry, ::osg::Geometry::MapTexCoords7, bit);
-        texCoordMapping[::osg::getName(node)] = slot;
+        texCoordMapping[::osg::getName(node)] = "TC" + std::to_string(unit);
+        return;
     }
 }
 

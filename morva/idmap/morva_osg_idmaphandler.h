@@ -98,7 +98,7 @@ class MORVA_API idmapHandler : public JsonFileContent {
     void moveIdsToLowSet(const ::osg::NodePtr& node);
 
     /// Position of each entry of `names`.
-    std::unordered_map<std::string, int> index_of_name;
+    std::unordered_map<std::string, int> index_of_name_;
 };
 
 /// The one handler of the process, made at first use.

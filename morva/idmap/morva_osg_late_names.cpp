@@ -20,15 +20,15 @@ void drawName(const ::osg::NodePtr& node, name_source source) {
 
 } // namespace
 
-late_names::scope::scope(late_names* names) : before(open_scope) {
+late_names::scope::scope(late_names* names) : before_(open_scope) {
     if (names != nullptr)
         open_scope = names;
 }
 
-late_names::scope::~scope() { open_scope = before; }
+late_names::scope::~scope() { open_scope = before_; }
 
 void late_names::give() {
-    const auto all = std::exchange(waiting, {});
+    const auto all = std::exchange(waiting_, {});
     for (const auto& [node, source] : all)
         drawName(node.get(), source);
 }
@@ -38,7 +38,7 @@ void nameGeometry(const ::osg::NodePtr& node, name_source source) {
         drawName(node, source);
         return;
     }
-    open_scope->waiting.emplace_back(node, source);
+    open_scope->waiting_.emplace_back(node, source);
     setNames(node, "waiting"); // made here, what holds the name takes no time at the join
 }
 

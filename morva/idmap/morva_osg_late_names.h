@@ -44,18 +44,18 @@ class MORVA_API late_names {
         ~scope();
 
       private:
-        late_names* before;
+        late_names* before_;
     };
 
     /// Draws the names, one by one, and forgets the nodes.
     void give();
 
     /// Forgets the nodes, for which there is no use.
-    void clear() { waiting.clear(); }
+    void clear() { waiting_.clear(); }
 
   private:
     friend void nameGeometry(const ::osg::NodePtr& node, name_source source);
-    std::deque<std::pair<::osg::NodeRefPtr, name_source>> waiting;
+    std::deque<std::pair<::osg::NodeRefPtr, name_source>> waiting_;
 };
 
 /// Gives a node and its core the next name: at once, or in a scope of this thread when the names

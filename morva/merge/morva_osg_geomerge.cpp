@@ -168,7 +168,7 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
     mergeGroups(merge, local, setup, handler, result.get());
-    sayOverProgress({"Done merging.        "});
+    say_over_progress({"Done merging.        "});
     if (setup.cacheopt)
         result.reset(optimizeNodeCache(result.get(), setup));
     carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
@@ -201,11 +201,11 @@ void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
         }
     }
 
-    if (material != ::osg::NullFC && met.count(material.getFieldContainerId()) == 0) {
-        held.push_back(::osg::MaterialRefPtr(material));
-        met.emplace(material.getFieldContainerId(), held.size());
+    if (material != ::osg::NullFC && met_.count(material.getFieldContainerId()) == 0) {
+        held_.push_back(::osg::MaterialRefPtr(material));
+        met_.emplace(material.getFieldContainerId(), held_.size());
     }
-    group_key key(entries.key_comp().placeOf(material), std::string());
+    group_key key(entries_.key_comp().placeOf(material), std::string());
     if (mergeSameName) {
         const ::osg::Char8* name = ::osg::getName(node);
         if (name != nullptr) {
@@ -216,18 +216,18 @@ void GeoMerge::insertNode(::osg::NodePtr node, bool noGroupSearch) {
             ::osg::setName(node, key.second);
         }
     }
-    const auto found = entry_of.find(key);
-    if (found != entry_of.end()) {
+    const auto found = entry_of_.find(key);
+    if (found != entry_of_.end()) {
         found->second->second.push_back(node);
         return;
     }
-    const auto entry = entries.emplace(material, std::vector<::osg::NodePtr>(1, node));
-    entry_of.emplace(std::move(key), entry);
+    const auto entry = entries_.emplace(material, std::vector<::osg::NodePtr>(1, node));
+    entry_of_.emplace(std::move(key), entry);
 }
 
 void GeoMerge::bakeSmallGroups(int triangle_limit) {
     // Baked nodes go to groups of the null material, which come first: the walk meets none anew.
-    for (auto& [material, nodes] : entries) {
+    for (auto& [material, nodes] : entries_) {
         if (material == ::osg::NullFC || nodes.empty())
             continue;
         double triangles = 0.0;
@@ -254,7 +254,7 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
     try {
         mergeInto(result, root, kd, setup);
     } catch (...) {
-        printCaught(merge_failure);
+        print_caught(merge_failure);
     }
     if (!setup.silent)
         say({"done."});

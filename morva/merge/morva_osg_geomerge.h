@@ -60,7 +60,7 @@ class MORVA_API GeoMerge {
 
     /// The groups in the order in which their materials came, that of the null material first; of
     /// one material in order of coming.
-    const group_map& groups() const { return entries; }
+    const group_map& groups() const { return entries_; }
 
     /// Enters a geometry node under its material; other nodes are left out.
     ///
@@ -85,10 +85,10 @@ class MORVA_API GeoMerge {
     /// are told apart.
     using group_key = std::pair<std::size_t, std::string>;
 
-    std::map<::osg::UInt32, std::size_t> met; ///< see by_meeting; 0 is the null material
-    group_map entries{by_meeting{&met}};
-    std::vector<::osg::MaterialRefPtr> held; ///< the materials of `entries`
-    std::map<group_key, group_map::iterator> entry_of;
+    std::map<::osg::UInt32, std::size_t> met_; ///< see by_meeting; 0 is the null material
+    group_map entries_{by_meeting{&met_}};
+    std::vector<::osg::MaterialRefPtr> held_; ///< the materials of `entries_`
+    std::map<group_key, group_map::iterator> entry_of_;
 };
 
 /// Merges a scene, and returns the new root, which carries no reference.

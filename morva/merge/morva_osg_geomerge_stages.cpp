@@ -87,7 +87,7 @@ void printProgress(std::size_t index, std::size_t count) {
     std::ostringstream text;
     text.precision(4);
     text << "\r" << 100.0 * static_cast<double>(index) / static_cast<double>(count) << "% ";
-    sayProgress(index, count, {text.str()});
+    say_progress(index, count, {text.str()});
 }
 
 /// mergeGroups() with a task for each group, once the sources are settled.
@@ -152,7 +152,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
         for (const std::size_t place : largestFirst(work)) {
             cacheoptMTArguments task;
             task.limit = cache_limit;
-            task.perProperty = setup.opt == 2;
+            task.per_property = setup.opt == 2;
             task.source = nodes[place];
             tasks.start(std::move(task), place);
         }

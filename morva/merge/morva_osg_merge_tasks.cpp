@@ -17,7 +17,7 @@ void mergeGeometryInVectorMultithread(void* arguments) {
 void CacheOptMultithread(void* arguments) {
     auto& task = *static_cast<cacheoptMTArguments*>(arguments);
     runWorker(task, [&task] {
-        return optimizeCache(task.source, task.aboveLimit, task.limit, task.perProperty);
+        return optimizeCache(task.source, task.above_limit, task.limit, task.per_property);
     });
 }
 

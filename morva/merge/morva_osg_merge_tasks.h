@@ -38,11 +38,11 @@ MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
 /// A task of the cache stage: one geometry node.
 struct cacheoptMTArguments {
     unsigned int limit = cache_limit;
-    bool perProperty = false; ///< as for optimizeCache()
+    bool per_property = false; ///< as for optimizeCache()
     ::osg::NodePtr source;
     std::string barrier;              ///< as above
     ::osg::NodePtr result;            ///< as above; can be the source itself
-    bool aboveLimit = false;          ///< out: by optimizeCache()
+    bool above_limit = false;         ///< out: by optimizeCache()
     threadHandler* handler = nullptr; ///< that started the task
     bool finished = false;            ///< by leave(), under the handler's lock
     late_names* names = nullptr;      ///< where generated names wait; null: drawn at once

@@ -42,25 +42,25 @@ bool mayEnter(const std::vector<::osg::NodePtr>& nodes, const mergeGeo_setup& se
 /// Follows which of a group's nodes enter their names.
 class group_walk {
   public:
-    explicit group_walk(bool ids_wanted) : wanted(ids_wanted) {}
+    explicit group_walk(bool ids_wanted) : wanted_(ids_wanted) {}
 
     /// Whether an extraction of this node enters its name; nodes in their order.
     bool enters(const ::osg::GeometryPtr& core) {
-        const bool anyhow = wanted || bringsIds(core);
+        const bool anyhow = wanted_ || bringsIds(core);
         const bool drawn[] = {offerOf(core, osg_geoset::corners).room != 0,
                               offerOf(core, osg_line_geoset::corners).room != 0,
                               offerOf(core, osg_point_geoset::corners).room != 0};
         bool some = false;
         for (int kind = 0; kind < 3; ++kind) {
-            has_ids[kind] = has_ids[kind] || (drawn[kind] && anyhow);
-            some = some || (drawn[kind] && has_ids[kind]);
+            has_ids_[kind] = has_ids_[kind] || (drawn[kind] && anyhow);
+            some = some || (drawn[kind] && has_ids_[kind]);
         }
         return some;
     }
 
   private:
-    bool wanted;
-    bool has_ids[3] = {}; ///< geosets of triangles, lines and points whose vertices carry IDs
+    bool wanted_;
+    bool has_ids_[3] = {}; ///< geosets of triangles, lines and points whose vertices carry IDs
 };
 
 void enterNames(const std::vector<::osg::NodePtr>& nodes, const mergeGeo_setup& setup) {

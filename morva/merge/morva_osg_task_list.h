@@ -44,7 +44,7 @@ void runWorker(Arguments& task, const Task& run) noexcept {
                 reportChange(made.get());
             task.result = made.release();
         } catch (...) {
-            printCaught(merge_failure);
+            print_caught(merge_failure);
             if (task.names != nullptr)
                 task.names->clear(); // holds what was made
         }
@@ -56,46 +56,45 @@ void runWorker(Arguments& task, const Task& run) noexcept {
 /// Started tasks in their order. Owns the records.
 template <typename Arguments> class task_list {
   public:
-    task_list(threadHandler& handler_, void (*worker_)(void*))
-        : handler(handler_), worker(worker_) {}
+    task_list(threadHandler& handler, void (*worker)(void*)) : handler_(handler), worker_(worker) {}
     task_list(const task_list&) = delete;
     task_list& operator=(const task_list&) = delete;
     ~task_list() {
         joinAll();
-        for (const auto& [place, index] : record_at)
-            const fresh<::osg::NodePtr> unwanted(records[index].result);
+        for (const auto& [place, index] : record_at_)
+            const fresh<::osg::NodePtr> unwanted(records_[index].result);
     }
 
     /// Starts a task, or runs it here if no thread is to be had for it. Joins before, in the order
     /// of starting, what stands at its barrier already: few threads are there at a time, however
     /// many tasks there are. Each task has a `place` of its own among the results.
     void start(Arguments task, std::size_t place) {
-        while (joined < records.size() && handler.hasFinished(records[joined].finished))
+        while (joined_ < records_.size() && handler_.hasFinished(records_[joined_].finished))
             join();
-        if (handler.workersInside() == records.size() - joined) { // who was let go has left
-            for (; ended < joined; ++ended)
-                handler.endThread(static_cast<unsigned int>(ended));
+        if (handler_.workersInside() == records_.size() - joined_) { // who was let go has left
+            for (; ended_ < joined_; ++ended_)
+                handler_.endThread(static_cast<unsigned int>(ended_));
         }
-        const auto index = static_cast<unsigned int>(records.size());
-        task.barrier = handler.createBarrierName(index);
-        task.handler = &handler;
-        task.names = &names.emplace_back();
-        records.push_back(std::move(task));
-        Arguments& record = records.back();
+        const auto index = static_cast<unsigned int>(records_.size());
+        task.barrier = handler_.createBarrierName(index);
+        task.handler = &handler_;
+        task.names = &names_.emplace_back();
+        records_.push_back(std::move(task));
+        Arguments& record = records_.back();
         getIDmapHandler().releaseHeldLock();
         bool started = false;
         try {
-            record_at.emplace(place, index);
-            started = handler.start(worker, &record, index);
+            record_at_.emplace(place, index);
+            started = handler_.start(worker_, &record, index);
         } catch (...) {
-            record_at.erase(place); // nothing runs
-            records.pop_back();
+            record_at_.erase(place); // nothing runs
+            records_.pop_back();
             throw;
         }
         if (!started) {
             record.barrier.clear();
             record.finished = true;
-            worker(&record);
+            worker_(&record);
         }
     }
 
@@ -103,41 +102,41 @@ template <typename Arguments> class task_list {
     /// they get their names, too.
     void joinInto(const ::osg::NodePtr& parent) {
         joinAll();
-        for (const auto& [place, index] : record_at) {
-            fresh<::osg::NodePtr> made(std::exchange(records[index].result, ::osg::NodePtr()));
-            if (!records[index].barrier.empty())
-                handler.takeChanges(index);
+        for (const auto& [place, index] : record_at_) {
+            fresh<::osg::NodePtr> made(std::exchange(records_[index].result, ::osg::NodePtr()));
+            if (!records_[index].barrier.empty())
+                handler_.takeChanges(index);
             if (made.get() == ::osg::NullFC)
                 continue;
             addChildTo(parent, made.get());
             reportChange(made.release());
             reportChange(parent);
-            records[index].names->give();
+            records_[index].names->give();
         }
     }
 
   private:
     void joinAll() {
-        while (joined < records.size())
+        while (joined_ < records_.size())
             join();
     }
 
     /// Waits for the end of the first task that is not joined yet.
     void join() {
-        const Arguments& task = records[joined++];
+        const Arguments& task = records_[joined_++];
         if (task.barrier.empty())
             return;
         getIDmapHandler().releaseHeldLock();
-        handler.join(task.barrier);
+        handler_.join(task.barrier);
     }
 
-    threadHandler& handler;
-    void (*worker)(void*);
-    std::deque<Arguments> records;                 ///< in the order of starting
-    std::deque<late_names> names;                  ///< of the records
-    std::map<std::size_t, unsigned int> record_at; ///< by place
-    std::size_t joined = 0;                        ///< records whose workers are let go
-    std::size_t ended = 0; ///< records whose threads are ended early; at most `joined`
+    threadHandler& handler_;
+    void (*worker_)(void*);
+    std::deque<Arguments> records_;                 ///< in the order of starting
+    std::deque<late_names> names_;                  ///< of the records
+    std::map<std::size_t, unsigned int> record_at_; ///< by place
+    std::size_t joined_ = 0;                        ///< records whose workers are let go
+    std::size_t ended_ = 0; ///< records whose threads are ended early; at most `joined_`
 };
 
 } // namespace morva::osg

@@ -27,8 +27,8 @@ void terminate(const std::string& name) {
 
 } // namespace
 
-threadHandler::threadHandler(std::string name_, unsigned int maxThreads_)
-    : name(std::move(name_)), maxThreads(std::max(maxThreads_, 1U)),
+threadHandler::threadHandler(std::string start_of_names, unsigned int limit)
+    : name(std::move(start_of_names)), maxThreads(std::max(limit, 1U)),
       lock(::osg::Lock::get(name.c_str())),
       waitLock(::osg::Lock::get((name + "_WAITLOCK").c_str())),
       waitBarrier(::osg::Barrier::get((name + "_WAITBARRIER").c_str())),
@@ -64,13 +64,13 @@ bool threadHandler::start(void (*worker)(void*), void* record, unsigned int inde
     lock->aquire();
     ++running;
     lock->release();
-    inside.fetch_add(1, std::memory_order_relaxed);
+    inside_.fetch_add(1, std::memory_order_relaxed);
     const bool started = thread->runFunction(worker, 0, record);
 
     lock->aquire();
     if (!started) {
         --running;
-        inside.fetch_sub(1, std::memory_order_relaxed);
+        inside_.fetch_sub(1, std::memory_order_relaxed);
     }
     if (running < maxThreads) {
         lock->release();
@@ -115,7 +115,7 @@ void threadHandler::leave(const std::string& barrierName, bool& finished) {
     }
     lock->release();
     own->enter(2);
-    inside.fetch_sub(1, std::memory_order_release); // the handler may be gone after this
+    inside_.fetch_sub(1, std::memory_order_release); // the handler may be gone after this
 }
 
 } // namespace morva::osg

@@ -53,7 +53,7 @@ class MORVA_API threadHandler {
     void join(const std::string& barrierName);
 
     /// Workers that may still stand at a barrier. Their threads are not to be ended.
-    unsigned int workersInside() const { return inside.load(std::memory_order_acquire); }
+    unsigned int workersInside() const { return inside_.load(std::memory_order_acquire); }
 
     /// Ends the thread `index`, whose worker has left; its name can be run again.
     void endThread(unsigned int index);
@@ -79,7 +79,7 @@ class MORVA_API threadHandler {
     std::vector<std::string> threadNames; ///< all that createThreadName() gave out
 
   private:
-    std::atomic<unsigned int> inside{0}; ///< started workers that have not left yet
+    std::atomic<unsigned int> inside_{0}; ///< started workers that have not left yet
 };
 
 } // namespace morva::osg

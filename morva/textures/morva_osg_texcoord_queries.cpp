@@ -7,15 +7,15 @@
 #include <vector>
 
 #include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGTriangleIterator.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
-#include <morva/core/morva_osg_property_index.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/textures/morva_osg_texcoord_form.h>
 
 namespace morva::osg {
@@ -72,26 +72,27 @@ bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
     if (geometry == ::osg::NullFC || geometry->getTexCoords() == ::osg::NullFC)
         return false;
     const float threshold = limit + limit_tolerance;
-    const auto block = readBlock(geometry->getTexCoords());
     if (!normalised) {
+        const auto block = readBlock(geometry->getTexCoords());
         return std::any_of(block.begin(), block.end(), [threshold](const ::osg::Vec2f& point) {
             return point[0] > threshold || point[1] > threshold;
         });
     }
-    const bool indexed = hasIndex(geometry, ::osg::Geometry::MapTexCoords);
-    const auto at = [&block, indexed](const ::osg::TriangleIterator& it, ::osg::Int32 corner) {
-        const ::osg::Int32 index = indexed ? it.getTexCoordsIndex(corner) : -1;
-        const auto row = static_cast<std::size_t>(index);
-        return index >= 0 && row < block.size() ? block[row] : ::osg::Vec2f(0.0F, 0.0F);
-    };
-    const ::osg::TriangleIterator end = geometry->endTriangles();
-    for (::osg::TriangleIterator it = geometry->beginTriangles(); it != end; ++it) {
-        triangle_uv t{at(it, 0), at(it, 1), at(it, 2)};
-        normalise(t, static_cast<float>(usual_cut_limit));
-        if (largest(t) > threshold)
-            return true;
-    }
-    return false;
+    constexpr vertex_property read[] = {vertex_property::position, vertex_property::texcoords};
+    const geometry_columns columns(geometry, read);
+    const property_column& coordinates = columns[vertex_property::texcoords];
+    bool above = false;
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        if (above)
+                            return;
+                        triangle_uv t{coordinates.valueOf<::osg::Vec2f>(first),
+                                      coordinates.valueOf<::osg::Vec2f>(second),
+                                      coordinates.valueOf<::osg::Vec2f>(third)};
+                        normalise(t, static_cast<float>(usual_cut_limit));
+                        above = largest(t) > threshold;
+                    });
+    return above;
 }
 
 bool checkGeoForTexIndex(::osg::NodePtr node, float limit, int maxImageSide) {
@@ -108,7 +109,9 @@ namespace {
 /// Whether the normal form of a node's coordinates reaches above a limit.
 bool reachesAbove(const ::osg::NodePtr& node, float limit) {
     osg_geoset geoset;
-    extract(node, geoset, false, false, false, true, true);
+    extract_options wanted;
+    wanted.run_setup = wanted.clean_texcoords = true;
+    extract(node, geoset, wanted);
     optimizeTexCoords(geoset, collect_max, usual_cut_limit);
     float u = 0, v = 0;
     hasTexCoordsGreater1(coordinatesOf(geoset), u, v, false);

@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
@@ -11,6 +12,7 @@
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_geoset_fields.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/textures/morva_osg_texcoord_form.h>
@@ -50,37 +52,38 @@ inline bool canComeBelow(const triangle_uv& t, float max) {
     return false;
 }
 
-/// Coordinates 0 of a geoset, three rows at a time, in any stored form. Follows the property when
-/// it grows; while this lives it is being edited.
+/// Coordinates 0 of a geoset, three rows at a time, in any stored form; no rows if it has none.
+/// Follows the property when it grows; while this lives it is being edited.
 class coordinate_rows {
   public:
-    explicit coordinate_rows(const ::osg::GeoTexCoordsPtr& property) {
-        slot.follow(property);
-        ::osg::beginEditCP(property);
+    coordinate_rows(const osg_geoset& geoset, int cut_limit)
+        : cut_limit_(static_cast<float>(cut_limit)) {
+        slot_.follow(coordinatesOf(geoset));
+        if (slot_.present())
+            edit_.emplace(slot_.get());
     }
-    coordinate_rows(const coordinate_rows&) = delete;
-    coordinate_rows& operator=(const coordinate_rows&) = delete;
-    ~coordinate_rows() { ::osg::endEditCP(slot.get()); }
 
-    std::size_t rows() const { return slot.size(); }
+    std::size_t rows() const { return slot_.size(); }
     /// Triangles that there are rows for.
-    std::size_t triangles() const { return slot.size() / 3; }
+    std::size_t triangles() const { return slot_.size() / 3; }
 
     /// Brings a triangle into the normal form, and returns it.
-    triangle_uv normaliseAt(std::size_t triangle, float cut_limit) {
+    triangle_uv normaliseAt(std::size_t triangle) {
         const std::size_t row = 3 * triangle;
-        triangle_uv t{slot.value(row), slot.value(row + 1), slot.value(row + 2)};
+        triangle_uv t{slot_.value(row), slot_.value(row + 1), slot_.value(row + 2)};
         if (isZero(t)) // as are the rows that a geoset has to spare
             return t;
-        normalise(t, cut_limit);
-        slot.put(row, t.a);
-        slot.put(row + 1, t.b);
-        slot.put(row + 2, t.c);
+        normalise(t, cut_limit_);
+        slot_.put(row, t.a);
+        slot_.put(row + 1, t.b);
+        slot_.put(row + 2, t.c);
         return t;
     }
 
   private:
-    texcoords_slot slot;
+    float cut_limit_;
+    texcoords_slot slot_;
+    std::optional<open_edit<::osg::GeoTexCoordsPtr>> edit_;
 };
 
 /// Halves a triangle; how many were added.
@@ -100,29 +103,29 @@ int halve(osg_geoset& geoset, std::size_t triangle, unsigned long& first) {
 class halving {
   public:
     halving(osg_geoset& cut, int max_coordinate)
-        : geoset(cut), max(static_cast<float>(max_coordinate)), wanted(max_coordinate > 0),
-          before(cut.size), most(addedLimit(cut.size)) {}
+        : geoset_(cut), max_(static_cast<float>(max_coordinate)), wanted_(max_coordinate > 0),
+          before_(cut.size), most_(addedLimit(cut.size)) {}
 
     /// Halves a triangle with these coordinates if it reaches too far, and returns whether it did.
     bool tried(std::size_t triangle, const triangle_uv& t) {
-        if (!wanted || !(largest(t) > max) || triangle >= geoset.size || added >= most ||
-            !canComeBelow(t, max))
+        if (!wanted_ || !(largest(t) > max_) || triangle >= geoset_.size || added_ >= most_ ||
+            !canComeBelow(t, max_))
             return false;
-        if (pieces_of.empty())
-            pieces_of.resize(before);
-        const std::size_t whole = triangle < before ? triangle : source_of[triangle - before];
-        if (pieces_of[whole] >= most_pieces)
+        if (pieces_of_.empty())
+            pieces_of_.resize(before_);
+        const std::size_t whole = triangle < before_ ? triangle : source_of_[triangle - before_];
+        if (pieces_of_[whole] >= most_pieces)
             return false;
         unsigned long first = 0;
-        const int pieces = halve(geoset, triangle, first);
-        added += static_cast<std::uint64_t>(pieces);
-        pieces_of[whole] += static_cast<std::uint32_t>(pieces);
-        source_of.insert(source_of.end(), static_cast<std::size_t>(pieces),
-                         static_cast<std::uint32_t>(whole));
+        const int pieces = halve(geoset_, triangle, first);
+        added_ += static_cast<std::uint64_t>(pieces);
+        pieces_of_[whole] += static_cast<std::uint32_t>(pieces);
+        source_of_.insert(source_of_.end(), static_cast<std::size_t>(pieces),
+                          static_cast<std::uint32_t>(whole));
         return pieces > 0;
     }
 
-    int triangles() const { return static_cast<int>(added); }
+    int triangles() const { return static_cast<int>(added_); }
 
   private:
     static std::uint64_t addedLimit(std::uint64_t triangles) {
@@ -130,14 +133,14 @@ class halving {
         return std::min(std::max(always_added, by_count), most_added);
     }
 
-    osg_geoset& geoset;
-    float max;
-    bool wanted;
-    std::size_t before; ///< triangles that there were
-    std::uint64_t most;
-    std::uint64_t added = 0;
-    std::vector<std::uint32_t> source_of; ///< of each added one, a triangle below `before`
-    std::vector<std::uint32_t> pieces_of; ///< added for each of `before`; empty until the first
+    osg_geoset& geoset_;
+    float max_;
+    bool wanted_;
+    std::size_t before_; ///< triangles that there were
+    std::uint64_t most_;
+    std::uint64_t added_ = 0;
+    std::vector<std::uint32_t> source_of_; ///< of each added one, a triangle below `before_`
+    std::vector<std::uint32_t> pieces_of_; ///< added for each of `before_`; empty until the first
 };
 
 } // namespace
@@ -162,14 +165,10 @@ void cutTC(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, int cutLimit) {
 }
 
 int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit) {
-    const ::osg::GeoTexCoordsPtr property = coordinatesOf(geoset);
-    if (property == ::osg::NullFC)
-        return 0;
-    coordinate_rows coordinates(property);
-    const auto cut_limit = static_cast<float>(cutLimit);
+    coordinate_rows coordinates(geoset, cutLimit);
     halving cut(geoset, maxTC);
     for (std::size_t i = 0; i < coordinates.triangles();) { // grows
-        const triangle_uv t = coordinates.normaliseAt(i, cut_limit);
+        const triangle_uv t = coordinates.normaliseAt(i);
         // What is left of a triangle that was halved goes through the same once more.
         if (!cut.tried(i, t))
             ++i;
@@ -178,11 +177,7 @@ int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit) {
 }
 
 int optimizeTexCoordsSmart(osg_geoset& geoset, int maxTC, int cutLimit) {
-    const ::osg::GeoTexCoordsPtr property = coordinatesOf(geoset);
-    if (property == ::osg::NullFC)
-        return 0;
-    coordinate_rows coordinates(property);
-    const auto cut_limit = static_cast<float>(cutLimit);
+    coordinate_rows coordinates(geoset, cutLimit);
     const auto max = static_cast<float>(maxTC);
     const std::size_t budget = coordinates.rows();
 
@@ -190,7 +185,7 @@ int optimizeTexCoordsSmart(osg_geoset& geoset, int maxTC, int cutLimit) {
     // are never taken and only end the loop, so that their absence does as well.
     std::multimap<float, std::size_t> large;
     const auto enter = [&](std::size_t triangle) {
-        const float key = largest(coordinates.normaliseAt(triangle, cut_limit)); // never a NaN
+        const float key = largest(coordinates.normaliseAt(triangle)); // never a NaN
         if (key > max && triangle < geoset.size)
             large.emplace(key, triangle);
     };
@@ -248,7 +243,9 @@ void fitToTriangles(osg_geoset& geoset) {
 
 int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     osg_geoset geoset;
-    extract(node, geoset, false, true, false, true, true);
+    extract_options wanted;
+    wanted.search_material = wanted.run_setup = wanted.clean_texcoords = true;
+    extract(node, geoset, wanted);
     const ::osg::GeometryPtr source = geometryOf(node);
     // Without memory extraction brings nothing; that is no reason to lose what there is.
     if (source == ::osg::NullFC || (geoset.size == 0 && counttriangles(source) > 0))

@@ -42,7 +42,7 @@ TEST(ParseOptTreeParams, TheFirstOfEqualKeysStaysAndTheTextToo) {
 }
 
 /// The parser again, one byte at a time and without any search.
-parameter_map parse_bytewise(const std::string& text) {
+parameter_map parseBytewise(const std::string& text) {
     parameter_map map;
     std::string key, value;
     bool open = false, close = false, value_ended = false;
@@ -81,7 +81,7 @@ TEST(ParseOptTreeParams, AgreesWithABytewiseParserOnRubbish) {
         for (std::size_t length = random() % 30; length > 0; --length)
             text += round % 4 == 0 ? static_cast<char>(random() % 256)
                                    : alphabet[random() % alphabet.size()];
-        ASSERT_EQ(parse(text), parse_bytewise(text)) << testing::PrintToString(text);
+        ASSERT_EQ(parse(text), parseBytewise(text)) << testing::PrintToString(text);
     }
 }
 
@@ -89,10 +89,10 @@ TEST(ParseOptTreeParams, AgreesWithABytewiseParserOnRubbish) {
 class foreign_locale {
   public:
     foreign_locale()
-        : before(std::locale::global(std::locale(std::locale::classic(), new numbers))) {}
+        : before_(std::locale::global(std::locale(std::locale::classic(), new numbers))) {}
     foreign_locale(const foreign_locale&) = delete;
     foreign_locale& operator=(const foreign_locale&) = delete;
-    ~foreign_locale() { std::locale::global(before); }
+    ~foreign_locale() { std::locale::global(before_); }
 
   private:
     struct numbers : std::numpunct<char> {
@@ -101,10 +101,10 @@ class foreign_locale {
         std::string do_grouping() const override { return "\3"; }
         std::string do_truename() const override { return "wahr"; }
     };
-    std::locale before;
+    std::locale before_;
 };
 
-bool two_stream_reads(std::istringstream stream) {
+bool twoStreamReads(std::istringstream stream) {
     bool flag = false;
     if (!(stream >> flag)) {
         stream.clear();
@@ -114,7 +114,7 @@ bool two_stream_reads(std::istringstream stream) {
     return flag;
 }
 
-template <typename Number> Number stream_read(std::istringstream stream) {
+template <typename Number> Number streamRead(std::istringstream stream) {
     Number number = 0;
     stream >> number;
     return number;
@@ -130,9 +130,9 @@ TEST(String2X, ReadsAsRealStreamsDoUnderAnyGlobalLocale) {
         for (std::size_t n = random() % 5; n > 0; --n)
             text += pieces[random() % std::size(pieces)];
         const auto stream = [&text] { return std::istringstream(text); };
-        const auto flag = two_stream_reads(stream());
-        const auto number = stream_read<int>(stream());
-        const auto count = stream_read<unsigned int>(stream());
+        const auto flag = twoStreamReads(stream());
+        const auto number = streamRead<int>(stream());
+        const auto count = streamRead<unsigned int>(stream());
         const foreign_locale foreign;
         ASSERT_EQ(string2X<bool>(text), flag) << '"' << text << '"';
         ASSERT_EQ(string2X<int>(text), number) << '"' << text << '"';

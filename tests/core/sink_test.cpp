@@ -4,7 +4,7 @@
 
 namespace {
 
-using morva::flush, morva::say, morva::sayError, morva::sayOverProgress, morva::sayProgress;
+using morva::flush, morva::say, morva::say_error, morva::say_over_progress, morva::say_progress;
 
 /// What is written, with "|" for each flush.
 class noted_buffer : public std::stringbuf {
@@ -15,10 +15,10 @@ class noted_buffer : public std::stringbuf {
 void speak() {
     say({"Found ", std::to_string(20), " Materials."});
     say({"first\nsecond"}, flush::no);
-    sayProgress(1, 9, {"\r", "11.1", "% "});
-    sayProgress(2, 9, {"\r22.2% "}, flush::no);
-    sayOverProgress({"Done.    "});
-    sayError({"No ", "Geo."});
+    say_progress(1, 9, {"\r", "11.1", "% "});
+    say_progress(2, 9, {"\r22.2% "}, flush::no);
+    say_over_progress({"Done.    "});
+    say_error({"No ", "Geo."});
     say({""});
 }
 
@@ -94,7 +94,7 @@ template <typename Error> void stopped(const Error& error) {
     try {
         throw error;
     } catch (...) {
-        morva::printCaught({"bad_alloc caught: ", "Standard exception: ", "Error occured."});
+        morva::print_caught({"bad_alloc caught: ", "Standard exception: ", "Error occured."});
     }
 }
 
@@ -111,9 +111,9 @@ TEST(Sink, SaysWhatWasCaughtAndOutlivesAHostThatThrows) {
         const morva::sink_scope scope({refuse, refuse, nullptr});
         all();
         EXPECT_THROW(say({"line"}), std::runtime_error);
-        EXPECT_THROW(sayError({"line"}), std::runtime_error);
+        EXPECT_THROW(say_error({"line"}), std::runtime_error);
     }
-    sayError({"after"});
+    say_error({"after"});
     EXPECT_EQ(error.text(), "bad_alloc caught: std::bad_alloc\nStandard exception: broken\n"
                             "Error occured.\nafter\n");
 }

@@ -16,8 +16,8 @@ TEST(DrawOrderMemory, GivesWhatWasFinishedAndLeavesNothingBehind) {
         mesh.primitives[0].first = mode;
         const node_ref source(meshNode(withIndexPerProperty(std::move(mesh), rng)));
         const auto pieces = [&] {
-            bool aboveLimit = false;
-            return node_ref(morva::osg::optimizeCache(source.get(), aboveLimit, 300, false));
+            bool above_limit = false;
+            return node_ref(morva::osg::optimizeCache(source.get(), above_limit, 300, false));
         };
         const ::osg::UInt32 all = pieces()->getNChildren();
         unsigned int caught = 0;

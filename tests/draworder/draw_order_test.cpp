@@ -106,16 +106,16 @@ struct coverage {
 };
 
 template <typename Kind>
-void expectAsOnLists(const mesh_data& mesh, unsigned limit, bool perProperty, coverage& seen) {
+void expectAsOnLists(const mesh_data& mesh, unsigned limit, bool per_property, coverage& seen) {
     const ::osg::MaterialPtr material = simple({1, 0, 0});
     const node_ref top(materialGroup(material, {meshNode(mesh)}));
     const ::osg::GeometryPtr source = coreOf(top->getChild(0));
-    bool aboveLimit = false;
+    bool above_limit = false;
     const node_ref result(
-        morva::osg::optimizeCache(top->getChild(0), aboveLimit, limit, perProperty));
-    if (!aboveLimit)
+        morva::osg::optimizeCache(top->getChild(0), above_limit, limit, per_property));
+    if (!above_limit)
         return;
-    const naive_order<Kind> expected(source, limit, perProperty);
+    const naive_order<Kind> expected(source, limit, per_property);
     ASSERT_EQ(result->getNChildren(), expected.pieces.size());
     for (::osg::UInt32 i = 0; i < result->getNChildren(); ++i) {
         SCOPED_TRACE(testing::Message() << "piece " << i);

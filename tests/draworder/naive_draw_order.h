@@ -4,7 +4,7 @@
 // pieces must hold, to the last index and value.
 //
 //     optimizeCache(node, ...);
-//     const naive_order<naive_triangles> expected(source, limit, perProperty);
+//     const naive_order<naive_triangles> expected(source, limit, per_property);
 //     expected.pieces[0].values[0] ...
 //
 // The source is read as the call has left it, with its index shared.
@@ -115,15 +115,15 @@ struct naive_piece {
 
 template <typename Kind> class naive_order {
   public:
-    naive_order(const ::osg::GeometryPtr& source, unsigned limit, bool perProperty)
-        : vertices(source->getPositions()->size()) {
+    naive_order(const ::osg::GeometryPtr& source, unsigned limit, bool per_property)
+        : vertices_(source->getPositions()->size()) {
         read(source);
-        draw(limit, perProperty);
+        draw(limit, per_property);
         const bool has[5] = {true, source->getNormals() != ::osg::NullFC,
                              source->getColors() != ::osg::NullFC,
                              Kind::corners == 3 && source->getTexCoords() != ::osg::NullFC,
                              source->getTexCoords7() != ::osg::NullFC};
-        for (const typename Kind::list& list : lists)
+        for (const typename Kind::list& list : lists_)
             pieces.push_back(pieceOf(list, has));
     }
 
@@ -144,96 +144,96 @@ template <typename Kind> class naive_order {
                 e.colors[k] = it.getColorIndex(k);
                 Kind::readSlot0(e, it, k);
                 e.texCoords7[k] = it.getTexCoordsIndex7(k);
-                typename Kind::vertex& v = vertices[static_cast<std::size_t>(e.positions[k])];
+                typename Kind::vertex& v = vertices_[static_cast<std::size_t>(e.positions[k])];
                 ++Kind::count(v);
-                Kind::waiting(v).push_back(static_cast<unsigned>(elements.size()));
+                Kind::waiting(v).push_back(static_cast<unsigned>(elements_.size()));
             }
-            elements.push_back(e);
+            elements_.push_back(e);
         }
     }
 
-    void draw(unsigned limit, bool perProperty) {
-        for (typename Kind::vertex& v : vertices) {
+    void draw(unsigned limit, bool per_property) {
+        for (typename Kind::vertex& v : vertices_) {
             Kind::left(v) = Kind::count(v);
             Kind::score(v);
         }
         float best = 0.0F;
         unsigned current = 0;
-        for (unsigned i = 0; i < elements.size(); ++i) {
-            const float score = Kind::score(elements, vertices, i);
+        for (unsigned i = 0; i < elements_.size(); ++i) {
+            const float score = Kind::score(elements_, vertices_, i);
             if (score > best) {
                 best = score;
                 current = i;
             }
         }
-        open(limit, perProperty);
-        for (std::size_t i = 0; i < elements.size(); ++i) {
-            if (Kind::isFull(lists.back())) {
-                open(limit, perProperty);
+        open(limit, per_property);
+        for (std::size_t i = 0; i < elements_.size(); ++i) {
+            if (Kind::isFull(lists_.back())) {
+                open(limit, per_property);
                 flush();
                 current = next();
             }
-            drawn_twice += elements[current].drawn ? 1 : 0;
-            Kind::draw(lists.back(), &elements[current]);
+            drawn_twice += elements_[current].drawn ? 1 : 0;
+            Kind::draw(lists_.back(), &elements_[current]);
             touch(current);
             bool flushCache = false;
-            current = Kind::search(elements, vertices, lru, flushCache, marker, vertexMarker);
+            current = Kind::search(elements_, vertices_, lru_, flushCache, marker_, vertex_marker_);
             if (flushCache)
                 flush();
-            if (current >= elements.size()) {
+            if (current >= elements_.size()) {
                 ++beyond_the_last;
                 current = next();
             }
         }
     }
 
-    void open(unsigned limit, bool perProperty) {
+    void open(unsigned limit, bool per_property) {
         typename Kind::list list;
-        list.perProperty = perProperty;
+        list.perProperty = per_property;
         list.limit = limit;
-        lists.push_back(list);
+        lists_.push_back(list);
     }
 
     unsigned next() {
-        while (marker < elements.size() && elements[marker].drawn)
-            ++marker;
-        return marker < elements.size() ? static_cast<unsigned>(marker) : 0;
+        while (marker_ < elements_.size() && elements_[marker_].drawn)
+            ++marker_;
+        return marker_ < elements_.size() ? static_cast<unsigned>(marker_) : 0;
     }
 
     void touch(unsigned current) {
-        const auto& p = elements[current].positions;
+        const auto& p = elements_[current].positions;
         for (const ::osg::Int32 position : p) {
             const auto at = static_cast<std::size_t>(position);
-            --Kind::left(vertices[at]);
-            Kind::waiting(vertices[at]).remove(current);
+            --Kind::left(vertices_[at]);
+            Kind::waiting(vertices_[at]).remove(current);
         }
         for (const ::osg::Int32 position : p) {
-            lru.remove(static_cast<unsigned>(position));
-            lru.push_front(static_cast<unsigned>(position));
+            lru_.remove(static_cast<unsigned>(position));
+            lru_.push_front(static_cast<unsigned>(position));
         }
         int place = 0;
-        for (const unsigned v : lru) {
+        for (const unsigned v : lru_) {
             if (place <= 31) {
-                vertices[v].cachePosition = place++;
+                vertices_[v].cachePosition = place++;
             } else {
-                vertices[v].cachePosition = -1;
-                if (Kind::left(vertices[v]) > 0)
-                    vertexMarker = v;
+                vertices_[v].cachePosition = -1;
+                if (Kind::left(vertices_[v]) > 0)
+                    vertex_marker_ = v;
             }
-            Kind::score(vertices[v]);
-            Kind::scoreAll(elements, vertices, v);
+            Kind::score(vertices_[v]);
+            Kind::scoreAll(elements_, vertices_, v);
         }
-        if (lru.size() > 32)
-            lru.resize(32);
+        if (lru_.size() > 32)
+            lru_.resize(32);
     }
 
     void flush() {
-        for (const unsigned v : lru) {
-            vertices[v].cachePosition = -1;
-            Kind::score(vertices[v]);
-            Kind::scoreAll(elements, vertices, v);
+        for (const unsigned v : lru_) {
+            vertices_[v].cachePosition = -1;
+            Kind::score(vertices_[v]);
+            Kind::scoreAll(elements_, vertices_, v);
         }
-        lru.clear();
+        lru_.clear();
     }
 
     static naive_piece pieceOf(const typename Kind::list& list, const bool (&has)[5]) {
@@ -256,12 +256,12 @@ template <typename Kind> class naive_order {
         return piece;
     }
 
-    std::vector<typename Kind::element> elements;
-    std::vector<typename Kind::vertex> vertices;
-    std::list<typename Kind::list> lists;
-    std::list<unsigned> lru;
-    unsigned long marker = 0;
-    unsigned long vertexMarker = std::numeric_limits<unsigned long>::max();
+    std::vector<typename Kind::element> elements_;
+    std::vector<typename Kind::vertex> vertices_;
+    std::list<typename Kind::list> lists_;
+    std::list<unsigned> lru_;
+    unsigned long marker_ = 0;
+    unsigned long vertex_marker_ = std::numeric_limits<unsigned long>::max();
 };
 
 } // namespace morva_test

@@ -122,9 +122,9 @@ TEST(OptimizeCache, RefusesWhatItCannotOrder) {
                  {empty_types.get(), "Cacheopt Return: Empty Type\n"}};
     for (const auto& c : cases) {
         const stream_capture out(std::cout);
-        bool aboveLimit = true;
-        EXPECT_TRUE(optimizeCache(c.node, aboveLimit, 0, true) == ::osg::NullFC);
-        EXPECT_FALSE(aboveLimit);
+        bool above_limit = true;
+        EXPECT_TRUE(optimizeCache(c.node, above_limit, 0, true) == ::osg::NullFC);
+        EXPECT_FALSE(above_limit);
         EXPECT_EQ(out.text(), c.message);
     }
     EXPECT_TRUE(optimizeLineCache(::osg::NullFC, 1, true) == ::osg::NullFC);
@@ -133,35 +133,35 @@ TEST(OptimizeCache, RefusesWhatItCannotOrder) {
 
 TEST(OptimizeCache, BelowTheLimitOnlyIndexesAndNames) {
     getIDmapHandler().reset();
-    for (const bool perProperty : {false, true}) {
+    for (const bool per_property : {false, true}) {
         const node_ref node(meshNode(cube()));
         const world_mesh before = worldMesh(node.get());
-        bool aboveLimit = true;
-        EXPECT_TRUE(optimizeCache(node.get(), aboveLimit, 72, perProperty) == node.get());
-        EXPECT_FALSE(aboveLimit);
+        bool above_limit = true;
+        EXPECT_TRUE(optimizeCache(node.get(), above_limit, 72, per_property) == node.get());
+        EXPECT_FALSE(above_limit);
         const ::osg::GeometryPtr core = coreOf(node.get());
-        EXPECT_EQ(core->getMFIndexMapping()->size(), perProperty ? 2U : 1U);
-        EXPECT_EQ(core->getPositions()->getSize(), perProperty ? 8U : 24U);
+        EXPECT_EQ(core->getMFIndexMapping()->size(), per_property ? 2U : 1U);
+        EXPECT_EQ(core->getPositions()->getSize(), per_property ? 8U : 24U);
         EXPECT_EQ(worldMesh(node.get()), before);
         EXPECT_EQ(std::string(::osg::getName(node.get())).substr(0, 3), "_G_");
         EXPECT_STREQ(::osg::getName(core), ::osg::getName(node.get()));
         const node_ref one_more(meshNode(cube()));
-        const node_ref made(optimizeCache(one_more.get(), aboveLimit, 71, perProperty));
-        EXPECT_TRUE(aboveLimit);
+        const node_ref made(optimizeCache(one_more.get(), above_limit, 71, per_property));
+        EXPECT_TRUE(above_limit);
         EXPECT_TRUE(made.get() != one_more.get());
     }
 }
 
 TEST(OptimizeCache, LinesGoTheirOwnWayAndPointsStay) {
-    bool aboveLimit = false;
+    bool above_limit = false;
     const node_ref points(meshNode(row(9, 0)));
-    EXPECT_TRUE(optimizeCache(points.get(), aboveLimit, 3, true) == points.get());
-    EXPECT_TRUE(aboveLimit);
+    EXPECT_TRUE(optimizeCache(points.get(), above_limit, 3, true) == points.get());
+    EXPECT_TRUE(above_limit);
     EXPECT_TRUE(::osg::getName(points.get()) == nullptr);
 
     const node_ref line(meshNode(row(4, 3)));
-    const node_ref made(optimizeCache(line.get(), aboveLimit, 3, false));
-    EXPECT_TRUE(aboveLimit);
+    const node_ref made(optimizeCache(line.get(), above_limit, 3, false));
+    EXPECT_TRUE(above_limit);
     ASSERT_EQ(made->getNChildren(), 2U);
     EXPECT_EQ(coreOf(made->getChild(0))->getTypes()->getValue(0), 1U);
 }
@@ -171,8 +171,8 @@ TEST(OptimizeCache, OfTrianglesThatMayNotBeKeptAnEmptyPieceIsMade) {
     for (::osg::Pnt3f& position : flat.positions)
         position[0] = 0.0F;
     const node_ref rogues(meshNode(flat));
-    bool aboveLimit = false;
-    const node_ref made(optimizeCache(rogues.get(), aboveLimit, 2, true));
+    bool above_limit = false;
+    const node_ref made(optimizeCache(rogues.get(), above_limit, 2, true));
     ASSERT_EQ(made->getNChildren(), 1U);
     EXPECT_EQ(coreOf(made->getChild(0))->getLengths()->getSize(), 1U);
     EXPECT_EQ(coreOf(made->getChild(0))->getLengths()->getValue(0), 0U);
@@ -231,10 +231,10 @@ TEST(OptimizeCache, SurvivesBrokenGeometry) {
             const node_ref node(meshNode(mesh));
             if (kind == 9)
                 coreOf(node.get())->setLengths(::osg::NullFC);
-            for (const bool perProperty : {false, true}) {
-                bool aboveLimit = false;
-                const node_ref made(optimizeCache(node.get(), aboveLimit, 4, perProperty));
-                EXPECT_TRUE(aboveLimit);
+            for (const bool per_property : {false, true}) {
+                bool above_limit = false;
+                const node_ref made(optimizeCache(node.get(), above_limit, 4, per_property));
+                EXPECT_TRUE(above_limit);
                 EXPECT_GE(made->getNChildren(), 1U);
                 worldMesh(made.get());
             }
@@ -243,13 +243,13 @@ TEST(OptimizeCache, SurvivesBrokenGeometry) {
 }
 
 TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {
-    bool aboveLimit = false;
+    bool above_limit = false;
     const unsigned rim = 400000; // on lists hours
     mesh_data mesh = fan(rim);
     for (unsigned i = 1; i < rim; ++i)
         mesh.positions[i] = ::osg::Pnt3f(static_cast<float>(i), static_cast<float>(i % 7), 1.0F);
     const node_ref node(meshNode(mesh));
-    const node_ref made(optimizeCache(node.get(), aboveLimit, 65533, false));
+    const node_ref made(optimizeCache(node.get(), above_limit, 65533, false));
     unsigned corners = 0;
     for (const ::osg::NodePtr& piece : geometryNodes(made.get())) {
         EXPECT_LE(coreOf(piece)->getPositions()->getSize(), 65535U);

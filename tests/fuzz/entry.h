@@ -43,7 +43,7 @@ class no_strays {
     ~no_strays() {
         static bool first = true;
         const ::osg::UInt32 end = nextNumber();
-        for (::osg::UInt32 id = begin + 1; id < end && !first; ++id)
+        for (::osg::UInt32 id = begin_ + 1; id < end && !first; ++id)
             require(::osg::FieldContainerFactory::the()->getContainer(id) == ::osg::NullFC,
                     "container " + std::to_string(id) + " is left behind");
         first = false;
@@ -55,7 +55,7 @@ class no_strays {
         const ::osg::NodeRefPtr probe(::osg::Node::create());
         return probe.get().getFieldContainerId();
     }
-    ::osg::UInt32 begin = nextNumber();
+    ::osg::UInt32 begin_ = nextNumber();
 };
 
 } // namespace fuzz

@@ -43,11 +43,11 @@ class naive_cutter {
         if (code > 3)
             result.told = "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane.\n";
         else if (code > 0)
-            apply(through_corner[code - 1], t, v, axis, result);
+            apply(through_corner_[code - 1], t, v, axis, result);
         else if (bits == 0 || bits == 7)
             result.told = "Error in SplitElement! All Points can't be on one side\n";
         else
-            apply(through_edges[std::min(bits, 7 - bits) - 1], t, v, axis, result);
+            apply(through_edges_[std::min(bits, 7 - bits) - 1], t, v, axis, result);
         return result;
     }
 
@@ -61,10 +61,10 @@ class naive_cutter {
         std::vector<const char*> added;
         const char* stays;
     };
-    const row through_edges[3] = {{{"AB", "AC"}, {"1B2", "BC2"}, "A12"},
-                                  {{"BA", "BC"}, {"A12", "A2C"}, "1B2"},
-                                  {{"CA", "CB"}, {"12C", "AB2"}, "A21"}};
-    const row through_corner[3] = {
+    const row through_edges_[3] = {{{"AB", "AC"}, {"1B2", "BC2"}, "A12"},
+                                   {{"BA", "BC"}, {"A12", "A2C"}, "1B2"},
+                                   {{"CA", "CB"}, {"12C", "AB2"}, "A21"}};
+    const row through_corner_[3] = {
         {{"BC"}, {"A1C"}, "AB1"}, {{"AC"}, {"BC1"}, "AB1"}, {{"AB"}, {"1BC"}, "A1C"}};
 
     using key = std::tuple<double, double, double>;
@@ -99,11 +99,11 @@ class naive_cutter {
                ::osg::Pnt3d& out, std::string& told) {
         const ::osg::Pnt3d p(from), q(to);
         if (axis != known_axis || v != known_plane)
-            known.clear();
+            known_.clear();
         known_axis = axis;
         known_plane = v;
-        const auto found = known.find({keyOf(p), keyOf(q)});
-        if (found != known.end()) {
+        const auto found = known_.find({keyOf(p), keyOf(q)});
+        if (found != known_.end()) {
             out = found->second;
             return true;
         }
@@ -125,11 +125,11 @@ class naive_cutter {
             }
         }
         out[a] = v;
-        known[{keyOf(p), keyOf(q)}] = known[{keyOf(q), keyOf(p)}] = out;
+        known_[{keyOf(p), keyOf(q)}] = known_[{keyOf(q), keyOf(p)}] = out;
         return true;
     }
 
-    std::map<std::pair<key, key>, ::osg::Pnt3d> known; ///< by both ends, either way round
+    std::map<std::pair<key, key>, ::osg::Pnt3d> known_; ///< by both ends, either way round
 };
 
 } // namespace tri

@@ -147,12 +147,12 @@ TEST_F(FileTools, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
         const stream_capture out(std::cout);
         using morva::map_file;
         if (missing >= 4) { // nothing, but room or a part of the tree
-            EXPECT_EQ(morva::writeMapFile(path("m.json"), content), map_file::whole);
+            EXPECT_EQ(morva::osg::writeMapFile(path("m.json"), content), map_file::whole);
             EXPECT_NE(bytesOf(path("m.json")).find("\"appearance\": [ \n],\n\"mapping\": [\n{"),
                       std::string::npos);
             content.tree.setstate(missing == 4 ? std::ios::goodbit : std::ios::badbit);
             const std::string file = missing == 4 ? "/dev/full" : path("m.json");
-            EXPECT_EQ(morva::writeMapFile(file, content), map_file::cut_short);
+            EXPECT_EQ(morva::osg::writeMapFile(file, content), map_file::cut_short);
             EXPECT_TRUE(morva::writeJsonFile(file, content, ::osg::NullFC));
             continue;
         }

@@ -13,18 +13,19 @@ using morva::osg::idmapHandler;
 /// Work on a thread of its own, which is waited for at the end of the scope.
 class other_thread {
   public:
-    other_thread(const char* name, std::function<void()> what) : work(std::move(what)) {
+    other_thread(const char* name, std::function<void()> what) : work_(std::move(what)) {
         ::osg::BaseThread* named = ::osg::ThreadManager::the()->getThread(name, "OSGThread");
-        thread = dynamic_cast<::osg::Thread*>(named);
-        thread->runFunction([](void* self) { static_cast<other_thread*>(self)->work(); }, 0, this);
+        thread_ = dynamic_cast<::osg::Thread*>(named);
+        thread_->runFunction([](void* self) { static_cast<other_thread*>(self)->work_(); }, 0,
+                             this);
     }
-    ~other_thread() { ::osg::BaseThread::join(thread); }
+    ~other_thread() { ::osg::BaseThread::join(thread_); }
     other_thread(const other_thread&) = delete;
     other_thread& operator=(const other_thread&) = delete;
 
   private:
-    std::function<void()> work;
-    ::osg::Thread* thread;
+    std::function<void()> work_;
+    ::osg::Thread* thread_;
 };
 
 /// Each test starts with an empty handler and leaves the lock free.

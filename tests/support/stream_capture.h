@@ -19,24 +19,24 @@ namespace morva_test {
 class stream_capture {
   public:
     explicit stream_capture(std::ostream& captured)
-        : stream(captured), saved(stream.rdbuf(buffer.rdbuf())) {
-        format.copyfmt(stream);
+        : stream_(captured), saved_(stream_.rdbuf(buffer_.rdbuf())) {
+        format_.copyfmt(stream_);
     }
     ~stream_capture() {
-        stream.rdbuf(saved);
-        stream.copyfmt(format);
+        stream_.rdbuf(saved_);
+        stream_.copyfmt(format_);
     }
     stream_capture(const stream_capture&) = delete;
     stream_capture& operator=(const stream_capture&) = delete;
 
     /// Everything printed so far.
-    std::string text() const { return buffer.str(); }
+    std::string text() const { return buffer_.str(); }
 
   private:
-    std::ostream& stream;
-    std::ostringstream buffer;
-    std::streambuf* saved;
-    std::ios format{nullptr};
+    std::ostream& stream_;
+    std::ostringstream buffer_;
+    std::streambuf* saved_;
+    std::ios format_{nullptr};
 };
 
 } // namespace morva_test

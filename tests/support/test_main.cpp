@@ -13,15 +13,15 @@ namespace {
 class stray_listener : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         morva_test::strays_expected = false;
-        at_start = morva_test::liveContainers();
+        at_start_ = morva_test::liveContainers();
     }
     void OnTestEnd(const testing::TestInfo&) override {
         if (!morva_test::strays_expected) {
-            EXPECT_LE(morva_test::liveContainers(), at_start) << "containers are left behind";
+            EXPECT_LE(morva_test::liveContainers(), at_start_) << "containers are left behind";
         }
     }
 
-    unsigned int at_start = 0;
+    unsigned int at_start_ = 0;
 };
 
 } // namespace
