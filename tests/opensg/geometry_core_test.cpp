@@ -120,22 +120,10 @@ TEST(GeometryProperties, SettersCountAndKeepParents) {
     EXPECT_NE(a->getProperty(Geometry::MapTexCoords7), nullptr);
 }
 
-TEST(GeometryProperties, MappingIsSearchedFromItsEnd) {
-    const GeometryRefPtr core = makeCore({}, {}, {}, {1 | 2, 16, 2 | 2048});
-    const std::pair<UInt16, Int16> table[] = {{1, 0}, {2, 2}, {16, 1}, {2048, 2}, {4, -1}};
-    for (const auto& row : table)
-        EXPECT_EQ(core->calcMappingIndex(row.first), row.second) << row.first;
-    const GeometryRefPtr other(Geometry::create());
-    other->getIndexMapping() = core->getIndexMapping();
-    EXPECT_EQ(mappingOf(other), mappingOf(core));
-    for (int bit = 0; bit < 13; ++bit)
-        EXPECT_EQ(other->getProperty(1 << bit), nullptr);
-}
-
 TEST(GeometryProperties, AreTheClonesOwnAndSharedByShallowCopiesUntilUnshared) {
     const GeometryRefPtr core = makeCore(roofPoints(), {{GL_TRIANGLES, 6}}, {0, 0, 1}, {1, 2});
     core->setMaterial(ChunkMaterial::create());
-    core->setTexCoords(makeProperty<GeoTexCoords2f>(std::vector<Vec2f>{{1, 2}}));
+    core->setTexCoords(propertyOf<GeoTexCoords2f>(std::vector<Vec2f>{{1, 2}}));
     core->setTexCoords1(core->getTexCoords());
     core->setDlistCache(false);
     setName(core.get(), "original");
@@ -192,7 +180,7 @@ TEST(GeometryVolumes, CountWhatPrimitivesUse) {
     const NodeRefPtr above = nodeOf(core);
     above->addChild(nodeOf(makeCore({{7, -1, 8}}, {{GL_POINTS, 1}})));
     EXPECT_EQ(boundsOf(above), bounds({0, -1, 0}, {7, 0, 8})) << "with what the children have";
-    core->setPositions(makeProperty<GeoPositions2d>(std::vector<Pnt2d>{{1, 2}, {3, 4}}));
+    core->setPositions(propertyOf<GeoPositions2d>(std::vector<Pnt2d>{{1, 2}, {3, 4}}));
     EXPECT_EQ(boundsOf(above), bounds({1, -1, 0}, {7, 4, 8}));
 }
 
@@ -236,7 +224,7 @@ TEST(GeometryVolumes, FollowChangesThatAreTold) {
     EXPECT_FALSE(parent->getVolume().isValid());
     EXPECT_EQ(boundsOf(first), bounds({0, 0, 0}, {5, 5, 5}));
     EXPECT_EQ(boundsOf(second), boundsOf(first));
-    core->setPositions(makeProperty<GeoPositions3f>(points{{2, 2, 2}, {3, 3, 3}}));
+    core->setPositions(propertyOf<GeoPositions3f>(points{{2, 2, 2}, {3, 3, 3}}));
     EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {3, 3, 3})) << "a new property tells by itself";
     core->getPositions()->setValue(Pnt3f(4, 4, 4), 1);
     endEditCP(core.get(), Geometry::PositionsFieldMask);
@@ -245,7 +233,7 @@ TEST(GeometryVolumes, FollowChangesThatAreTold) {
     core->getLengths()->setValue(1, 0);
     endEditCP(core->getLengths());
     EXPECT_EQ(boundsOf(second), bounds({2, 2, 2}, {2, 2, 2}));
-    core->setIndices(makeProperty<GeoIndicesUI32>(numbers{1}));
+    core->setIndices(propertyOf<GeoIndicesUI32>(numbers{1}));
     EXPECT_EQ(boundsOf(second), bounds({4, 4, 4}, {4, 4, 4}));
 }
 

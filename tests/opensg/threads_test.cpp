@@ -248,7 +248,7 @@ TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) 
     EXPECT_EQ(child.getRefCount(), 1u) << "aspect 1 still shows it";
     endEditCP(parent, Node::ChildrenFieldMask);
     changes->applyTo(1);
-    EXPECT_EQ(FieldContainerFactory::the()->getContainer(id), NullFC);
+    EXPECT_FALSE(isAlive(id));
     subRefCP(parent);
 }
 

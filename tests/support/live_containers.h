@@ -16,6 +16,10 @@
 
 namespace morva_test {
 
+inline bool isAlive(::osg::UInt32 id) {
+    return ::osg::FieldContainerFactory::the()->getContainer(id) != ::osg::NullFC;
+}
+
 /// Containers that live now. Numbers are never given twice, and a fresh node has the highest.
 inline unsigned int liveContainers() {
     ::osg::NodePtr probe = ::osg::Node::create();
@@ -23,10 +27,8 @@ inline unsigned int liveContainers() {
     ::osg::addRefCP(probe);
     ::osg::subRefCP(probe);
     unsigned int count = 0;
-    for (::osg::UInt32 id = 1; id < newest; ++id) {
-        if (::osg::FieldContainerFactory::the()->getContainer(id) != ::osg::NullFC)
-            ++count;
-    }
+    for (::osg::UInt32 id = 1; id < newest; ++id)
+        count += isAlive(id) ? 1 : 0;
     return count;
 }
 

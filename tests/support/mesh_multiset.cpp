@@ -1,16 +1,4 @@
-#include "mesh_multiset.h"
-
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGMatrix.h>
-#include <OpenSG/OSGTriangleIterator.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <map>
-#include <sstream>
+#include "test.h"
 
 namespace morva_test {
 
