@@ -236,10 +236,7 @@ namespace {
 template <typename Property, typename Color>
 ::osg::GeometryPtr squareOf(const std::vector<Color>& colors) {
     const ::osg::GeometryPtr geometry = geometryOf(quads(1));
-    const typename Property::PtrType property = Property::create();
-    for (const Color& color : colors)
-        property->editField().push_back(color);
-    geometry->setColors(property);
+    geometry->setColors(propertyOf<Property>(colors));
     return geometry;
 }
 constexpr auto withColors3 = &squareOf<::osg::GeoColors3f, ::osg::Color3f>;
@@ -422,19 +419,6 @@ TEST(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
         EXPECT_EQ(textOf(root.get()), row.left);
     }
     EXPECT_TRUE(morva::osg::CollectNonMaterialNodes(::osg::NullFC) == ::osg::NullFC);
-}
-
-TEST(ColorConversion, CreatedGeometryIsAnEmptyCoreOfOneType) {
-    const geometry_ref triangles(morva::osg::createGeo()), lines(morva::osg::createLineGeo());
-    for (const geometry_ref& geometry : {triangles, lines}) {
-        const auto types = ::osg::GeoPTypesUI8Ptr::dcast(geometry->getTypes());
-        ASSERT_TRUE(types != ::osg::NullFC && types->size() == 1);
-        EXPECT_EQ(types->getValue(0), geometry == triangles ? 4U : 1U);
-        EXPECT_NE(::osg::GeoPLengthsUI32Ptr::dcast(geometry->getLengths()), ::osg::NullFC);
-        EXPECT_NE(::osg::GeoPositions3fPtr::dcast(geometry->getPositions()), ::osg::NullFC);
-        EXPECT_EQ(geometry->getLengths()->size() + geometry->getPositions()->size(), 0U);
-        EXPECT_EQ(geometry->getIndices(), ::osg::NullFC);
-    }
 }
 
 TEST(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {

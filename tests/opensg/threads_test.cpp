@@ -234,24 +234,6 @@ TEST_F(RecordingChangeList, ApplyToCarriesTheChangedFieldsAndTellsTheContainers)
     inAspect(1, [&] { EXPECT_EQ(getName(node.get()), nullptr); });
 }
 
-TEST_F(RecordingChangeList, ApplyToRepeatsReferencesSoThatBothAspectsMustLetGo) {
-    const NodePtr parent = Node::create();
-    addRefCP(parent);
-    NodePtr child = Node::create();
-    const UInt32 id = child.getFieldContainerId();
-    changes->clearAll();
-    parent->addChild(child);
-    endEditCP(parent, Node::ChildrenFieldMask);
-    changes->applyTo(1);
-    EXPECT_EQ(child.getRefCount(), 2u) << "one for the list of each aspect";
-    parent->subChild(child);
-    EXPECT_EQ(child.getRefCount(), 1u) << "aspect 1 still shows it";
-    endEditCP(parent, Node::ChildrenFieldMask);
-    changes->applyTo(1);
-    EXPECT_FALSE(isAlive(id));
-    subRefCP(parent);
-}
-
 TEST_F(RecordingChangeList, WhatGoesInAllAspectsAtOnceIsNotRepeated) {
     RefPtr<GroupPtr> core(Group::create());
     RefPtr<NodePtr> first(makeNodeFor(core.get()));
