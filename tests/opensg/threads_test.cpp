@@ -18,15 +18,6 @@ Thread* named(const char* name) {
     return dynamic_cast<Thread*>(ThreadManager::the()->getThread(name, "OSGThread"));
 }
 
-/// Runs a function in several threads, which it tells their numbers.
-template <class Function> void inThreads(unsigned count, const Function& function) {
-    std::vector<std::thread> threads;
-    for (unsigned t = 0; t < count; ++t)
-        threads.emplace_back([&function, t] { function(t); });
-    for (std::thread& thread : threads)
-        thread.join();
-}
-
 TEST(NamedThreads, TheSameNameGivesTheSameObject) {
     const std::string text = "one name";
     EXPECT_EQ(ThreadManager::the()->getThread(text.c_str()),

@@ -180,14 +180,7 @@ world_mesh worldMesh(const ::osg::NodePtr& root, const mesh_choice& choice) {
 }
 
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual) {
-    std::size_t i = 0;
-    while (i < expected.size() && i < actual.size() && expected[i] == actual[i])
-        ++i;
-    if (i < expected.size() && (i == actual.size() || expected[i] < actual[i]))
-        return inWords("missing:", expected[i]);
-    if (i < actual.size())
-        return inWords("too many:", actual[i]);
-    return "";
+    return firstDifference(expected, actual, {0, 0, 0});
 }
 
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual,

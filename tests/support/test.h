@@ -44,6 +44,15 @@
 
 namespace morva_test {
 
+/// Runs a function in several threads, which it tells their numbers.
+template <class Function> void inThreads(unsigned count, const Function& function) {
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < count; ++t)
+        threads.emplace_back([&function, t] { function(t); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
+
 /// What a file holds; empty if it can't be read.
 inline std::string bytesOf(const std::string& file) {
     std::ifstream in(file, std::ios::binary);
