@@ -59,26 +59,23 @@ std::string walkOf(const NodePtr& root, Action::ResultE expected, UInt32 mask = 
     return visited;
 }
 
-NodePtr named(const char* name, const node_list& children = {}) {
-    return morva_test::named(name, group(children));
-}
-
 TEST(Walk, FollowsWhatTheFunctionsAnswer) {
-    EXPECT_EQ(walkOf(named("a", {named("b"), named("c")}), Action::Continue), "ab/bc/c/a");
-    EXPECT_EQ(walkOf(named("a", {named("skip", {named("b")}), named("c")}), Action::Continue),
-              "askipc/c/a");
-    EXPECT_EQ(
-        walkOf(named("a", {named("b", {named("quit", {named("c")})}), named("d")}), Action::Quit),
-        "abquit/b/a");
-    EXPECT_EQ(walkOf(named("last", {named("b"), named("c")}), Action::Continue), "lastc/c/last");
-    EXPECT_EQ(walkOf(named("none", {named("b")}), Action::Continue), "none/none");
-    EXPECT_EQ(walkOf(materialGroup(NullFC, {named("b")}), Action::Continue), "b/b")
-        << "by the exact type, and what has no function is gone through";
-    EXPECT_EQ(walkOf(named("a", {Node::create(), named("b")}), Action::Quit), "a/a") << "no core";
+    const struct {
+        const char *scene, *visited;
+        Action::ResultE result;
+    } rows[] = {{"a(b() c())", "ab/bc/c/a", Action::Continue},
+                {"a(skip(b()) c())", "askipc/c/a", Action::Continue},
+                {"a(b(quit(c())) d())", "abquit/b/a", Action::Quit},
+                {"last(b() c())", "lastc/c/last", Action::Continue},
+                {"none(b())", "none/none", Action::Continue},
+                {"$x(b())", "b/b", Action::Continue}, // what has no function is gone through
+                {"a(.x b())", "a/a", Action::Quit}};  // no core
+    for (const auto& row : rows)
+        EXPECT_EQ(walkOf(sceneOf(row.scene), row.result), row.visited);
     EXPECT_EQ(walkOf(NullFC, Action::Continue), "");
-    const NodePtr hidden = named("b", {named("c")});
-    hidden->setTravMask(2);
-    EXPECT_EQ(walkOf(named("a", {hidden, named("d")}), Action::Continue, 5), "ad/d/a");
+    const NodePtr above = sceneOf("a(b(c()) d())");
+    above->getChild(0)->setTravMask(2);
+    EXPECT_EQ(walkOf(above, Action::Continue, 5), "ad/d/a");
 }
 
 TEST(Walk, IsNoDeeperInTheStackForALongChainNorIsItsEnd) {
@@ -104,7 +101,7 @@ Action::ResultE quitAtB(NodePtr& node, Action::ResultE result) {
 }
 
 TEST(Traverse, CallsEveryNodeWhateverItsMask) {
-    const RefPtr<NodePtr> root(named("a", {named("s", {named("x")}), named("b"), named("c")}));
+    const RefPtr<NodePtr> root(sceneOf("a(s(x()) b() c())"));
     root->getChild(1)->setTravMask(0);
     name_collector collector;
     const auto enter =
@@ -122,7 +119,7 @@ TEST(Traverse, CallsEveryNodeWhateverItsMask) {
 }
 
 TEST(SetHit, TakesNearerAndEquallyNearHitsWithinTheDistance) {
-    const RefPtr<NodePtr> root(named("", {}));
+    const RefPtr<NodePtr> root(group());
     const pick action(IntersectAction::create(downward, 5.f));
     EXPECT_EQ(action->getHitT(), -1.f);
     action->apply(root);
@@ -172,7 +169,7 @@ TEST(IntersectDefaults, SwitchesShowTheirChoice) {
 }
 
 TEST(IntersectDefaults, AValidVolumeSparesTheWalkAStaleOneDoesNot) {
-    const RefPtr<NodePtr> root(named("", {flatTriangle(0)}));
+    const RefPtr<NodePtr> root(group({flatTriangle(0)}));
     const pick action(IntersectAction::create(downward));
     DynamicVolume aside;
     aside.extendBy(Pnt3f(50, 50, 50));

@@ -192,7 +192,6 @@ TEST_F(RecordingChangeList, ApplyToCarriesTheChangedFieldsAndTellsTheContainers)
     const RefPtr<SwitchPtr> chosen(Switch::create());
     const RefPtr<ComponentTransformPtr> parts(ComponentTransform::create());
     const NodeRefPtr node(makeNodeFor(parts.get()));
-    const RefPtr<StringAttributeMapPtr> map(StringAttributeMap::create());
     changes->clearAll();
     const auto choiceThere = [&chosen] {
         Int32 seen = 0;
@@ -210,15 +209,12 @@ TEST_F(RecordingChangeList, ApplyToCarriesTheChangedFieldsAndTellsTheContainers)
     setName(node.get(), "named");
     parts->setTranslation(Vec3f(1, 2, 3));
     endEditCP(parts.get(), ComponentTransform::TranslationFieldMask);
-    map->setAttribute("key", "value");
-    endEditCP(map.get());
     changes->applyTo(1);
     EXPECT_TRUE(changes->empty());
     EXPECT_EQ(choiceThere(), 3);
     inAspect(1, [&] {
         EXPECT_STREQ(getName(node.get()), "named");
         EXPECT_EQ(parts->getMatrix()[3][1], 2.f) << "put together there";
-        EXPECT_EQ(map->getAttribute("key"), "value");
     });
     setName(node.get(), static_cast<const char*>(nullptr));
     changes->applyTo(1);
