@@ -388,20 +388,10 @@ TEST(ColorConversion, OtherMaterialsStay) {
         EXPECT_EQ(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial(), row.material);
     }
     const node_ref holder(sceneOf("r(m)"));
-    for (const ::osg::NodePtr& node : {holder.get(), holder->getChild(0), ::osg::NodePtr()})
+    for (::osg::NodePtr node : {holder.get(), holder->getChild(0), ::osg::NodePtr()}) {
         EXPECT_FALSE(morva::osg::MaterialColorIntoVertex(node));
-}
-
-TEST(ColorConversion, GeometryBecomesIndependentOfTheGroupsAbove) {
-    const ::osg::MaterialPtr outer = simple({1, 0, 0}), own = simple({0, 1, 0});
-    const node_ref root(sceneOf("$outer(a own)", {{"outer", outer}, {"own", own}}));
-    ::osg::NodePtr first = root->getChild(0), second = root->getChild(1), top = root.get(), null;
-    for (::osg::NodePtr* node : {&first, &second, &top, &null})
-        morva::osg::setMaterialInGeometry(*node);
-    EXPECT_EQ(coreOf(first)->getMaterial(), outer);
-    EXPECT_EQ(coreOf(second)->getMaterial(), own);
-    ::osg::MaterialGroupPtr::dcast(root->getCore())->setMaterial(::osg::NullFC);
-    EXPECT_EQ(morva::osg::getMaterial(first), outer); // still there: it was referenced
+        morva::osg::setMaterialInGeometry(node);
+    }
 }
 
 TEST(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {

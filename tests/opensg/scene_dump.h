@@ -209,13 +209,12 @@ inline NodePtr readBack(const std::string& bytes) {
 /// Files of the platform, beside dumps of what a reader finds that knows the types we have.
 inline const std::filesystem::path samples = MORVA_SCENE_FILES;
 
-inline std::vector<std::filesystem::path> sampleFiles() {
-    std::vector<std::filesystem::path> files;
+inline std::set<std::filesystem::path> sampleFiles() {
+    std::set<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(samples)) {
         if (entry.path().extension() == ".osb")
-            files.push_back(entry.path());
+            files.insert(entry.path());
     }
-    std::sort(files.begin(), files.end());
     return files;
 }
 

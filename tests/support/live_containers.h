@@ -1,11 +1,7 @@
 #pragma once
 
 // Counts the scene containers that live now. Every test program sees to it that no test leaves
-// more of them than it met (test_main.cpp); a test that looks in between counts by itself:
-//
-//     const unsigned int before = liveContainers();
-//     { node_ref root(build()); pass(root); }
-//     EXPECT_EQ(liveContainers(), before);
+// more of them than it met (test_main.cpp); a test that looks in between counts by itself.
 //
 // Walks all container numbers given out so far: for tests only. No other thread may create or
 // destroy containers meanwhile.
