@@ -113,7 +113,6 @@ struct hand_made {
     std::string found; ///< in the log, or in the dump
 };
 
-const std::string noScene = "this is no OpenSG binary scene";
 const std::string stale = field("matrix", "SFMatrix", words(std::vector<UInt32>(16, 0)));
 const UInt32 one = 0x3f800000, two = 0x40000000;
 const std::string moved =
@@ -168,7 +167,7 @@ const hand_made readable[] = {
 };
 
 const hand_made refused[] = {
-    {"nothing", "", "byte 0: " + noScene},
+    {"nothing", "", "byte 0: this is no OpenSG binary scene"},
     {"gzip", "\x1F\x8B\x08", "byte 0: this file is compressed by gzip"},
     {"older format", "\x89OSB\r\n\x1a\n", "byte 0: this is an .osb of an older version"},
     {"header alone", header, "byte 41: the data ends early"},
