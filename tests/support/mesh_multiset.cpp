@@ -115,15 +115,10 @@ void collect(const ::osg::NodePtr& node, const mesh_choice& choice, world_mesh& 
 }
 
 std::string inWords(const char* headline, const world_triangle& triangle) {
-    std::ostringstream text;
-    text << headline;
-    for (const world_corner& corner : triangle.corners) {
-        text << " [";
-        for (std::size_t i = 0; i < corner.values.size(); ++i)
-            text << (i == 0 ? "" : " ") << corner.values[i];
-        text << "]";
-    }
-    return text.str();
+    std::string text = headline;
+    for (const world_corner& corner : triangle.corners)
+        text += " " + testing::PrintToString(corner.values);
+    return text;
 }
 
 bool near(const world_corner& a, const world_corner& b, const mesh_tolerance& tolerance) {

@@ -425,10 +425,8 @@ std::vector<std::string> namesOf(const node_list& nodes) {
 }
 
 std::vector<std::string> childNames(const ::osg::NodePtr& node) {
-    node_list children;
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        children.push_back(node->getChild(i));
-    return namesOf(children);
+    const ::osg::MFNodePtr& children = *node->getMFChildren();
+    return namesOf({children.begin(), children.end()});
 }
 
 } // namespace morva_test
