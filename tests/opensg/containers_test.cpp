@@ -61,6 +61,7 @@ TEST(ContainerPtr, CastsFollowTheClassOfTheObjectAndTheOrderItsMaking) {
     EXPECT_EQ(GroupPtr::dcast(core), transform.get()) << "a transform is a group";
     EXPECT_EQ(SwitchPtr::dcast(core), NullFC);
     EXPECT_EQ(TransformPtr(*transform.getCPtr()), transform.get());
+    EXPECT_EQ(FieldContainerFactory::the()->createNodeCore("Node"), NullFC) << "a node is no core";
     NodePtr dropped = Node::create();
     const NodePtr dangling = dropped;
     subRefCP(dropped);
@@ -71,12 +72,6 @@ TEST(ContainerPtr, CastsFollowTheClassOfTheObjectAndTheOrderItsMaking) {
     const std::string gone = "container " + std::to_string(dangling.getFieldContainerId());
     EXPECT_DEATH(dangling->getCore(), gone + " is used after it was destroyed|use-after-free");
 #endif
-}
-
-TEST(Factory, GroupsTheFormsOfARoleAndMakesCoresAlone) {
-    EXPECT_EQ(GeoColors3ub::getClassGroupId(), GeoColors::getClassType().getGroupId());
-    EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
-    EXPECT_EQ(FieldContainerFactory::the()->createNodeCore("Node"), NullFC) << "a node is no core";
 }
 
 std::vector<NodePtr> childrenOf(const NodePtr& parent) {
@@ -188,20 +183,6 @@ TEST(NodeVolume, FreshIsEmptyAndInvalidAndStopsInvalidation) {
     EXPECT_FALSE(node->getVolume().isValid());
 }
 
-TEST(NodeToWorld, IncludesTheOwnCoreOnceItsPartsAreTold) {
-    TransformPtr moved;
-    ComponentTransformPtr parts;
-    const RefPtr<NodePtr> outer(makeCoredNode<Transform>(&moved));
-    const NodePtr inner = makeCoredNode<ComponentTransform>(&parts);
-    moved->getMatrix().setTranslate(1, 0, 0);
-    outer->addChild(inner);
-    parts->setTranslation(Vec3f(0, 2, 3));
-    parts->setScale(Vec3f(2, 2, 2));
-    EXPECT_EQ(inner->getToWorld()[3][2], 0.f);
-    endEditCP(parts, ComponentTransform::TranslationFieldMask);
-    EXPECT_EQ(inner->getToWorld(), Matrix(2, 0, 0, 1, 0, 2, 0, 2, 0, 0, 2, 3, 0, 0, 0, 1));
-}
-
 TEST(Attachments, StandUnderGroupAndBinding) {
     const RefPtr<NodePtr> node(Node::create());
     const RefPtr<StringAttributeMapPtr> first(StringAttributeMap::create()),
@@ -230,6 +211,8 @@ TEST(Attachments, StandUnderGroupAndBinding) {
     EXPECT_EQ(node->findAttachment(group, 1), first.get()) << "another one stands there";
     node->subAttachment(first.get(), 1);
     EXPECT_EQ(first->findParent(node.get()), -1);
+    EXPECT_EQ(GeoColors3ub::getClassGroupId(), GeoColors::getClassType().getGroupId());
+    EXPECT_NE(GeoColors::getClassType().getGroupId(), GeoNormals::getClassType().getGroupId());
     setName(node.get(), "");
     EXPECT_STREQ(getName(node.get()), "") << "an empty text is a name";
     EXPECT_EQ(getName(NullFC), nullptr);

@@ -149,7 +149,6 @@ primitives primitivesOf(const GeometryRefPtr& core) {
 }
 
 TEST(Strips, ApplyOnlyWhatIsCheaper) {
-    const auto grid = [](UInt32 n) { return sharedGrid(static_cast<int>(n)); };
     const GeometryRefPtr loose =
         makeCore(points(6), {{GL_TRIANGLES, 6}, {GL_POINTS, 1}}, {0, 1, 2, 3, 4, 5, 0});
     const GeometryRefPtr strip = makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3});
@@ -161,10 +160,10 @@ TEST(Strips, ApplyOnlyWhatIsCheaper) {
         Int32 cost; ///< at most
         primitives expected;
     } table[] = {
-        {grid(1), true, false, 16, true, 4, {{GL_TRIANGLE_STRIP, 4}}},
-        {grid(2), true, false, 16, false, 13, {}},
-        {grid(2), true, false, 16, true, 13, {}},
-        {grid(30), true, true, 16, false, 1980, {}}, // little more than one index a triangle
+        {sharedGrid(1), true, false, 16, true, 4, {{GL_TRIANGLE_STRIP, 4}}},
+        {sharedGrid(2), true, false, 16, false, 13, {}},
+        {sharedGrid(2), true, false, 16, true, 13, {}},
+        {sharedGrid(30), true, true, 16, false, 1980, {}}, // little more than one index a triangle
         {loose, true, true, 16, false, 6, {{GL_TRIANGLES, 6}}}, // points go
         {strip, true, true, 16, false, 4, {{GL_TRIANGLE_STRIP, 4}}},
         {disc(20), false, true, 16, false, 22, {{GL_TRIANGLE_FAN, 22}}},

@@ -195,6 +195,13 @@ using lines = std::vector<std::string>;
 
 inline lines dumpOf(const NodePtr& root) { return scene_dump(root).lines; }
 
+inline std::string joined(const lines& all) {
+    std::string text;
+    for (const std::string& line : all)
+        text += line + "\n";
+    return text;
+}
+
 inline std::string written(const NodePtr& root) {
     std::ostringstream out;
     EXPECT_TRUE(SceneFileHandler::the().write(root, out, "osb"));

@@ -117,7 +117,8 @@ const std::string stale = field("matrix", "SFMatrix", words(std::vector<UInt32>(
 const UInt32 one = 0x3f800000, two = 0x40000000;
 const std::string moved =
     field("matrix", "SFMatrix", words({two, 0, 0, 0, 0, one, 0, 0, 0, 0, one, 0, one, 0, 0, one}));
-const std::string shifted = field("translation", "SFVec3f", words({one, two, 0}));
+const std::string shifted = field("translation", "SFVec3f", words({one, two, 0})) +
+                            field("scale", "SFVec3f", words({two, two, two}));
 
 /// `found` stands in the dump or in the log.
 const hand_made readable[] = {
@@ -151,7 +152,7 @@ const hand_made readable[] = {
     {"matrix alone", components(moved), "  scale SFVec3f 1: (2 1 1)"},
     {"matrix last", components(shifted + moved), "  translation SFVec3f 1: (1 0 0)"},
     {"parts last", components(stale + shifted),
-     "  matrix SFMatrix 1: (1 0 0 0 0 1 0 0 0 0 1 0 1 2 0 1)"},
+     "  matrix SFMatrix 1: (2 0 0 0 0 2 0 0 0 0 2 0 1 2 0 1)"},
     {"choice", coreFile("Switch", 3, field("choice", "SFInt32", word(7))), "  choice SFInt32 1: 7"},
     {"ranges", coreFile("DistanceLOD", 3, field("range", "MFReal32", list({one, two}))),
      "  range MFReal32 2: 1 2"},
@@ -240,8 +241,7 @@ TEST(SceneFilesByHand, AreReadOrRefusedWithoutALeak) {
                 EXPECT_EQ(root.get().getRefCount(), 1u);
                 const lines dump = dumpOf(root);
                 EXPECT_EQ(dumpOf(NodeRefPtr(readBack(written(root)))), dump);
-                for (const std::string& line : dump)
-                    said += line + "\n";
+                said += joined(dump);
             }
             EXPECT_NE(said.find(file.found), std::string::npos) << said;
             root = NullFC;

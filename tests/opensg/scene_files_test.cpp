@@ -4,22 +4,12 @@
 #include <OpenSG/OSGImageFileHandler.h>
 #include <OpenSG/OSGThread.h>
 
-#include <cstdio>
-
 #include "scene_dump.h"
 
 namespace {
 
 using namespace osg;
 using namespace scene_test;
-
-lines linesOf(const std::filesystem::path& file) {
-    std::ifstream in(file);
-    lines all;
-    for (std::string line; std::getline(in, line);)
-        all.push_back(line);
-    return all;
-}
 
 /// Object, name and type of the fields in a file.
 std::set<lines> namesIn(const std::string& bytes) {
@@ -41,7 +31,8 @@ TEST(SceneFiles, OfThePlatformReadAsItReadsThem) {
             EXPECT_EQ(root->getChild(i).getRefCount(), 1u);
             EXPECT_EQ(core.getRefCount(), core->getParents().getSize());
         }
-        EXPECT_EQ(dumpOf(root), linesOf(std::filesystem::path(file).replace_extension(".txt")));
+        EXPECT_EQ(joined(dumpOf(root)),
+                  bytesOf(std::filesystem::path(file).replace_extension(".txt")));
         const std::string bytes = written(root);
         const NodeRefPtr again(readBack(bytes));
         ASSERT_NE(again, NullFC);

@@ -182,6 +182,7 @@ TEST_F(RecordingChangeList, ApplyToCarriesTheChangedFieldsAndTellsTheContainers)
     setName(node.get(), "named");
     parts->setTranslation(Vec3f(1, 2, 3));
     endEditCP(parts.get(), ComponentTransform::TranslationFieldMask);
+    EXPECT_EQ(node->getToWorld()[3][1], 2.f) << "its own core counts";
     changes->applyTo(1);
     EXPECT_TRUE(changes->empty());
     EXPECT_EQ(choiceThere(), 3);
