@@ -64,7 +64,6 @@ using namespace osg;
 using scene_test::byte_store, scene_test::samples;
 
 TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
-    // TYPE: NUMBER NAME VALUES, NUMBER NAME VALUES, ...; no values of fields that hold pointers
     std::ifstream table(samples.parent_path() / "field_defaults.txt");
     std::size_t rows = 0;
     for (std::string type, row;
