@@ -64,6 +64,18 @@ TEST(EndOfThreads, TerminateWaitsAndTheNameCanRunAgain) {
     EXPECT_FALSE(thread->runFunction(&ending::run, ThreadManager::getNumAspects(), &second));
 }
 
+TEST(BarrierThreads, LetNobodyThroughBeforeAllAreThere) {
+    std::vector<std::atomic<unsigned>> reached(5);
+    inThreads(5, [&](unsigned t) {
+        for (unsigned round = 1; round <= 500; ++round) {
+            reached[t] = round;
+            Barrier::get("rounds")->enter(5);
+            for (const std::atomic<unsigned>& other : reached)
+                EXPECT_GE(other, round);
+        }
+    });
+}
+
 TEST(LockThreads, MayTakeItAgain) {
     Lock* lock = Lock::get("taken twice");
     lock->aquire();
