@@ -44,16 +44,14 @@ template <typename Property> words numbersOf(const Property& property) {
 }
 
 contents contentsOf(const ::osg::GeometryPtr& g) {
-    words mapping;
-    for (::osg::UInt32 i = 0; i < g->getMFIndexMapping()->size(); ++i)
-        mapping.push_back((*g->getMFIndexMapping())[i]);
+    const auto& mapping = *g->getMFIndexMapping();
     return {valuesOf(g->getPositions(), widths[0]),
             valuesOf(g->getNormals(), widths[1]),
             valuesOf(g->getColors(), widths[2]),
             valuesOf(g->getTexCoords(), widths[3]),
             valuesOf(g->getTexCoords7(), widths[4]),
             numbersOf(g->getIndices()),
-            mapping,
+            words(mapping.begin(), mapping.end()),
             numbersOf(g->getTypes()),
             numbersOf(g->getLengths())};
 }
@@ -276,9 +274,8 @@ TEST(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
 
 /// The indices with equal vertices joined: every pair is compared, byte by byte.
 words naiveJoined(const ::osg::GeometryPtr& g) {
-    words mapping, indices = numbersOf(g->getIndices());
-    for (::osg::UInt32 i = 0; i < g->getIndexMapping().size(); ++i)
-        mapping.push_back(g->getIndexMapping()[i]);
+    const contents all = contentsOf(g);
+    words mapping = all[6], indices = all[5];
     for (std::uint32_t i = 0; g->getIndices() == ::osg::NullFC && i < g->getPositions()->size();
          ++i)
         indices.push_back(i);

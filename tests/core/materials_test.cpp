@@ -236,10 +236,7 @@ namespace {
 template <typename Property, typename Color>
 ::osg::GeometryPtr squareOf(const std::vector<Color>& colors) {
     const ::osg::GeometryPtr geometry = geometryOf(quads(1));
-    const typename Property::PtrType property = Property::create();
-    for (const Color& color : colors)
-        property->editField().push_back(color);
-    geometry->setColors(property);
+    geometry->setColors(propertyOf<Property>(colors));
     return geometry;
 }
 constexpr auto withColors3 = &squareOf<::osg::GeoColors3f, ::osg::Color3f>;
@@ -391,20 +388,10 @@ TEST(ColorConversion, OtherMaterialsStay) {
         EXPECT_EQ(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial(), row.material);
     }
     const node_ref holder(sceneOf("r(m)"));
-    for (const ::osg::NodePtr& node : {holder.get(), holder->getChild(0), ::osg::NodePtr()})
+    for (::osg::NodePtr node : {holder.get(), holder->getChild(0), ::osg::NodePtr()}) {
         EXPECT_FALSE(morva::osg::MaterialColorIntoVertex(node));
-}
-
-TEST(ColorConversion, GeometryBecomesIndependentOfTheGroupsAbove) {
-    const ::osg::MaterialPtr outer = simple({1, 0, 0}), own = simple({0, 1, 0});
-    const node_ref root(sceneOf("$outer(a own)", {{"outer", outer}, {"own", own}}));
-    ::osg::NodePtr first = root->getChild(0), second = root->getChild(1), top = root.get(), null;
-    for (::osg::NodePtr* node : {&first, &second, &top, &null})
-        morva::osg::setMaterialInGeometry(*node);
-    EXPECT_EQ(coreOf(first)->getMaterial(), outer);
-    EXPECT_EQ(coreOf(second)->getMaterial(), own);
-    ::osg::MaterialGroupPtr::dcast(root->getCore())->setMaterial(::osg::NullFC);
-    EXPECT_EQ(morva::osg::getMaterial(first), outer); // still there: it was referenced
+        morva::osg::setMaterialInGeometry(node);
+    }
 }
 
 TEST(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
@@ -422,19 +409,6 @@ TEST(ColorConversion, NonMaterialNodesAreTakenOutInOrder) {
         EXPECT_EQ(textOf(root.get()), row.left);
     }
     EXPECT_TRUE(morva::osg::CollectNonMaterialNodes(::osg::NullFC) == ::osg::NullFC);
-}
-
-TEST(ColorConversion, CreatedGeometryIsAnEmptyCoreOfOneType) {
-    const geometry_ref triangles(morva::osg::createGeo()), lines(morva::osg::createLineGeo());
-    for (const geometry_ref& geometry : {triangles, lines}) {
-        const auto types = ::osg::GeoPTypesUI8Ptr::dcast(geometry->getTypes());
-        ASSERT_TRUE(types != ::osg::NullFC && types->size() == 1);
-        EXPECT_EQ(types->getValue(0), geometry == triangles ? 4U : 1U);
-        EXPECT_NE(::osg::GeoPLengthsUI32Ptr::dcast(geometry->getLengths()), ::osg::NullFC);
-        EXPECT_NE(::osg::GeoPositions3fPtr::dcast(geometry->getPositions()), ::osg::NullFC);
-        EXPECT_EQ(geometry->getLengths()->size() + geometry->getPositions()->size(), 0U);
-        EXPECT_EQ(geometry->getIndices(), ::osg::NullFC);
-    }
 }
 
 TEST(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {

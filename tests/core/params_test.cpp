@@ -104,20 +104,16 @@ class foreign_locale {
     std::locale before_;
 };
 
-bool twoStreamReads(std::istringstream stream) {
-    bool flag = false;
-    if (!(stream >> flag)) {
+/// As a stream reads it; a flag that is no number as a word.
+template <typename Value> Value streamRead(const std::string& text) {
+    std::istringstream stream(text);
+    Value value{};
+    if (!(stream >> value) && std::is_same_v<Value, bool>) {
         stream.clear();
         stream.setf(std::ios_base::boolalpha);
-        stream >> flag;
+        stream >> value;
     }
-    return flag;
-}
-
-template <typename Number> Number streamRead(std::istringstream stream) {
-    Number number = 0;
-    stream >> number;
-    return number;
+    return value;
 }
 
 TEST(String2X, ReadsAsRealStreamsDoUnderAnyGlobalLocale) {
@@ -129,10 +125,9 @@ TEST(String2X, ReadsAsRealStreamsDoUnderAnyGlobalLocale) {
         std::string text;
         for (std::size_t n = random() % 5; n > 0; --n)
             text += pieces[random() % std::size(pieces)];
-        const auto stream = [&text] { return std::istringstream(text); };
-        const auto flag = twoStreamReads(stream());
-        const auto number = streamRead<int>(stream());
-        const auto count = streamRead<unsigned int>(stream());
+        const auto flag = streamRead<bool>(text);
+        const auto number = streamRead<int>(text);
+        const auto count = streamRead<unsigned int>(text);
         const foreign_locale foreign;
         ASSERT_EQ(string2X<bool>(text), flag) << '"' << text << '"';
         ASSERT_EQ(string2X<int>(text), number) << '"' << text << '"';

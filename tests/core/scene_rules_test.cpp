@@ -22,39 +22,31 @@ TEST(SceneRules, NameWhatIsBroken) {
         const char* rule;
         void (*spoil)(const NodePtr& root, const GeometryPtr& core);
     } rows[] = {
-        {"", [](const NodePtr&, const GeometryPtr&) {}},
-        {"",
-         [](const NodePtr& root, const GeometryPtr&) { root->addChild(::osg::Node::create()); }},
+        {"", [](auto&, auto&) {}},
+        {"", [](auto& root, auto&) { root->addChild(::osg::Node::create()); }},
         {"a parent has its children",
-         [](const NodePtr& root, const GeometryPtr&) {
-             root->getParent()->editMFChildren()->clear();
-         }},
+         [](auto& root, auto&) { root->getParent()->editMFChildren()->clear(); }},
         {"a node stands in one place",
-         [](const NodePtr& root, const GeometryPtr&) { listBelow(root, root->getChild(0)); }},
-        {"a child is a node",
-         [](const NodePtr& root, const GeometryPtr&) { listBelow(root, ::osg::NullFC); }},
+         [](auto& root, auto&) { listBelow(root, root->getChild(0)); }},
+        {"a child is a node", [](auto& root, auto&) { listBelow(root, ::osg::NullFC); }},
         {"a child knows its parent",
-         [](const NodePtr& root, const GeometryPtr&) {
-             listBelow(root, root->getChild(1)->getChild(0));
-         }},
+         [](auto& root, auto&) { listBelow(root, root->getChild(1)->getChild(0)); }},
         {"every node references its core",
-         [](const NodePtr&, const GeometryPtr& core) { ::osg::subRefCP(GeometryPtr(core)); }},
+         [](auto&, auto& core) { ::osg::subRefCP(GeometryPtr(core)); }},
         {"a core knows each of its nodes once",
-         [](const NodePtr&, const GeometryPtr& core) {
-             const_cast<::osg::MFNodePtr&>(core->getParents()).clear();
-         }},
+         [](auto&, auto& core) { const_cast<::osg::MFNodePtr&>(core->getParents()).clear(); }},
         {"every primitive has a type and a length",
-         [](const NodePtr&, const GeometryPtr& core) { core->getLengths()->addValue(0); }},
+         [](auto&, auto& core) { core->getLengths()->addValue(0); }},
         {"primitives use no more vertices than there are indices for",
-         [](const NodePtr&, const GeometryPtr& core) { core->getLengths()->setValue(37, 0); }},
+         [](auto&, auto& core) { core->getLengths()->setValue(37, 0); }},
         {"every vertex has an index for each entry of the mapping",
-         [](const NodePtr&, const GeometryPtr& core) { core->getIndices()->addValue(0); }},
+         [](auto&, auto& core) { core->getIndices()->addValue(0); }},
         {"indices lead to elements that there are",
-         [](const NodePtr&, const GeometryPtr& core) { core->getIndices()->setValue(6, 71); }},
+         [](auto&, auto& core) { core->getIndices()->setValue(6, 71); }},
         {"a property stands in one entry of the mapping",
-         [](const NodePtr&, const GeometryPtr& core) { core->getIndexMapping(1) = 3; }},
+         [](auto&, auto& core) { core->getIndexMapping(1) = 3; }},
         {"every property has an element for each vertex",
-         [](const NodePtr&, const GeometryPtr& core) { core->setIndices(::osg::NullFC); }}};
+         [](auto&, auto& core) { core->setIndices(::osg::NullFC); }}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
         const geometry_ref core(geometryOf(cube()));

@@ -72,15 +72,10 @@ TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
 
 TEST(SinkThreads, WorkersSpeakInWholeLinesAndInTheirOrder) {
     const stream_capture out(std::cout); // a buffer that nobody locks
-    std::vector<std::thread> threads;
-    for (const char* const worker : {"a", "b", "c", "d", "e", "f", "g", "h"}) {
-        threads.emplace_back([worker] {
-            for (int i = 0; i < 300; ++i)
-                say({worker, " said ", std::to_string(i)});
-        });
-    }
-    for (std::thread& thread : threads)
-        thread.join();
+    inThreads(8, [](unsigned worker) {
+        for (int i = 0; i < 300; ++i)
+            say({std::to_string(worker), " said ", std::to_string(i)});
+    });
     std::map<char, int> next;
     std::istringstream all(out.text());
     for (std::string line; std::getline(all, line);)

@@ -11,24 +11,15 @@ using namespace geometry_test;
 
 typedef std::unique_ptr<IntersectAction> pick;
 
-NodePtr under(const NodeCorePtr& core, const std::vector<NodePtr>& children,
-              const char* name = "") {
-    const NodePtr node = makeNodeFor(core);
-    for (const NodePtr& child : children)
-        node->addChild(child);
-    setName(node, name);
-    return node;
-}
-
-NodePtr scaled(const Vec3f& factors, const std::vector<NodePtr>& children) {
-    const TransformPtr core = Transform::create();
-    core->getMatrix().setScale(factors);
-    return under(core, children);
+NodePtr scaled(const Vec3f& factors, const node_list& children) {
+    Matrix matrix;
+    matrix.setScale(factors);
+    return transformed(matrix, children);
 }
 
 /// The triangle (0,0,z) (1,0,z) (0,1,z).
 NodePtr flatTriangle(Real32 z) {
-    return under(makeTriangles({{0, 0, z}, {1, 0, z}, {0, 1, z}}).get(), {});
+    return nodeOf(makeTriangles({{0, 0, z}, {1, 0, z}, {0, 1, z}}).get());
 }
 
 const Line downward(Pnt3f(.25f, .25f, 10), Vec3f(0, 0, -1));
@@ -68,32 +59,29 @@ std::string walkOf(const NodePtr& root, Action::ResultE expected, UInt32 mask = 
     return visited;
 }
 
-NodePtr named(const char* name, const std::vector<NodePtr>& children = {}) {
-    return under(Group::create(), children, name);
-}
-
 TEST(Walk, FollowsWhatTheFunctionsAnswer) {
-    EXPECT_EQ(walkOf(named("a", {named("b"), named("c")}), Action::Continue), "ab/bc/c/a");
-    EXPECT_EQ(walkOf(named("a", {named("skip", {named("b")}), named("c")}), Action::Continue),
-              "askipc/c/a");
-    EXPECT_EQ(
-        walkOf(named("a", {named("b", {named("quit", {named("c")})}), named("d")}), Action::Quit),
-        "abquit/b/a");
-    EXPECT_EQ(walkOf(named("last", {named("b"), named("c")}), Action::Continue), "lastc/c/last");
-    EXPECT_EQ(walkOf(named("none", {named("b")}), Action::Continue), "none/none");
-    EXPECT_EQ(walkOf(under(MaterialGroup::create(), {named("b")}, "x"), Action::Continue), "b/b")
-        << "by the exact type, and what has no function is gone through";
-    EXPECT_EQ(walkOf(named("a", {Node::create(), named("b")}), Action::Quit), "a/a") << "no core";
+    const struct {
+        const char *scene, *visited;
+        Action::ResultE result;
+    } rows[] = {{"a(b() c())", "ab/bc/c/a", Action::Continue},
+                {"a(skip(b()) c())", "askipc/c/a", Action::Continue},
+                {"a(b(quit(c())) d())", "abquit/b/a", Action::Quit},
+                {"last(b() c())", "lastc/c/last", Action::Continue},
+                {"none(b())", "none/none", Action::Continue},
+                {"$x(b())", "b/b", Action::Continue}, // what has no function is gone through
+                {"a(.x b())", "a/a", Action::Quit}};  // no core
+    for (const auto& row : rows)
+        EXPECT_EQ(walkOf(sceneOf(row.scene), row.result), row.visited);
     EXPECT_EQ(walkOf(NullFC, Action::Continue), "");
-    const NodePtr hidden = named("b", {named("c")});
-    hidden->setTravMask(2);
-    EXPECT_EQ(walkOf(named("a", {hidden, named("d")}), Action::Continue, 5), "ad/d/a");
+    const NodePtr above = sceneOf("a(b(c()) d())");
+    above->getChild(0)->setTravMask(2);
+    EXPECT_EQ(walkOf(above, Action::Continue, 5), "ad/d/a");
 }
 
-TEST(Walk, IsNoDeeperInTheStackForALongChain) {
+TEST(Walk, IsNoDeeperInTheStackForALongChainNorIsItsEnd) {
     NodePtr root = flatTriangle(0);
     for (int i = 0; i < 20000; ++i)
-        root = under(Group::create(), {root});
+        root = group({root});
     const RefPtr<NodePtr> held(root);
     const pick action(IntersectAction::create(downward));
     action->apply(root);
@@ -113,7 +101,7 @@ Action::ResultE quitAtB(NodePtr& node, Action::ResultE result) {
 }
 
 TEST(Traverse, CallsEveryNodeWhateverItsMask) {
-    const RefPtr<NodePtr> root(named("a", {named("s", {named("x")}), named("b"), named("c")}));
+    const RefPtr<NodePtr> root(sceneOf("a(s(x()) b() c())"));
     root->getChild(1)->setTravMask(0);
     name_collector collector;
     const auto enter =
@@ -131,7 +119,7 @@ TEST(Traverse, CallsEveryNodeWhateverItsMask) {
 }
 
 TEST(SetHit, TakesNearerAndEquallyNearHitsWithinTheDistance) {
-    const RefPtr<NodePtr> root(named("", {}));
+    const RefPtr<NodePtr> root(group());
     const pick action(IntersectAction::create(downward, 5.f));
     EXPECT_EQ(action->getHitT(), -1.f);
     action->apply(root);
@@ -161,10 +149,10 @@ TEST(SetHit, TakesNearerAndEquallyNearHitsWithinTheDistance) {
 
 /// Which of the triangles at heights 1 to n below `core` is hit from above; 0 for none.
 Real32 heightHitBelow(const NodeCorePtr& core, int n) {
-    std::vector<NodePtr> children;
+    node_list children;
     for (int i = 1; i <= n; ++i)
         children.push_back(flatTriangle(static_cast<Real32>(i)));
-    const RefPtr<NodePtr> root(under(core, children));
+    const RefPtr<NodePtr> root(nodeOf(core, children));
     const pick action(IntersectAction::create(downward));
     action->apply(root);
     return action->didHit() ? action->getHitPoint()[2] : 0.f;
@@ -181,7 +169,7 @@ TEST(IntersectDefaults, SwitchesShowTheirChoice) {
 }
 
 TEST(IntersectDefaults, AValidVolumeSparesTheWalkAStaleOneDoesNot) {
-    const RefPtr<NodePtr> root(named("", {flatTriangle(0)}));
+    const RefPtr<NodePtr> root(group({flatTriangle(0)}));
     const pick action(IntersectAction::create(downward));
     DynamicVolume aside;
     aside.extendBy(Pnt3f(50, 50, 50));
@@ -227,13 +215,13 @@ struct random_scene {
             points all(rng() % 5 * 3);
             for (Pnt3f& p : all)
                 p = Pnt3f(vector(3));
-            geometries.push_back(under(makeTriangles(all).get(), {}));
+            geometries.push_back(nodeOf(makeTriangles(all).get()));
             return geometries.back();
         }
         if (rng() % 8 == 0) { // there and back; what is flat can't be hit
             const NodePtr inner = scaled(Vec3f(1e7f, 1e7f, 1e7f), {build(depth - 1)});
             const NodePtr flat = scaled(Vec3f(1, 1, 0), {flatTriangle(real(-3, 3))});
-            return named("", {flat, scaled(Vec3f(1e-7f, 1e-7f, 1e-7f), {inner})});
+            return group({flat, scaled(Vec3f(1e-7f, 1e-7f, 1e-7f), {inner})});
         }
         NodeCorePtr core;
         if (rng() % 3 == 0) {
@@ -245,10 +233,10 @@ struct random_scene {
                                                 Vec3f(real(.3f, 3), real(.3f, 3), real(-3, -.3f)));
             core = transform;
         }
-        std::vector<NodePtr> children;
+        node_list children;
         for (UInt32 i = rng() % 4; i-- > 0;)
             children.push_back(build(depth - 1));
-        return under(core, children);
+        return nodeOf(core, children);
     }
 };
 

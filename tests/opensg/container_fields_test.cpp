@@ -61,63 +61,18 @@ OSG_FC_DLLEXPORT_DEF(SimpleAttachment, TestPayloadDesc, );
 namespace {
 
 using namespace osg;
-using scene_test::byte_store;
-
-/// The field's numbers or words, a space before each.
-std::string valuesOf(const Field& field) {
-    std::string text;
-    std::istringstream words(field.getValueByStr(text));
-    std::ostringstream out;
-    out.precision(10);
-    for (std::string word; words >> word;) {
-        char* end = nullptr;
-        const double value = std::strtod(word.c_str(), &end);
-        out << " ";
-        if (end != word.c_str())
-            out << value;
-        else
-            out << word;
-    }
-    return out.str();
-}
+using scene_test::byte_store, scene_test::samples;
 
 TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
-    const struct {
-        const char* type;
-        const char* fields; ///< number, name and, unless it holds pointers, value of each
-    } table[] = {
-        {"Node", "1 attachments, 3 travMask 4294967295, 4 parent, 5 children, 6 core"},
-        {"Switch", "3 choice -1"},
-        {"Geometry", "3 material, 4 types, 5 lengths, 6 positions, 7 normals, 8 colors, "
-                     "9 secondaryColors, 10 texCoords, 17 texCoords7, 18 indices, "
-                     "19 indexMapping, 20 dlistCache TRUE"},
-        {"SimpleMaterial",
-         "2 sortKey 0, 3 transparencyMode 0, 6 ambient 0 0 0, 7 diffuse 0 0 0, "
-         "8 specular 0 0 0, 9 shininess 1, 10 emission 0 0 0, 11 transparency 0, 12 lit TRUE, "
-         "13 colorMaterial 4609"},
-        {"SimpleTexturedMaterial",
-         "15 minFilter 9987, 16 magFilter 9729, 17 envMode 7681, 18 envMap FALSE"},
-        {"SwitchMaterial", "5 choice 0"},
-        {"MaterialChunk",
-         "3 ignore FALSE, 4 diffuse 1 1 1 1, 5 ambient 0.2 0.2 0.2 1, 6 specular 0.5 0.5 0.5 1, "
-         "7 emission 0 0 0 1, 8 shininess 10, 9 lit TRUE, 10 colorMaterial 4609, "
-         "11 backMaterial FALSE, 12 backDiffuse 1 1 1 0, 13 backAmbient 0.2 0.2 0.2 0, "
-         "14 backSpecular 0.5 0.5 0.5 0, 15 backEmission 0 0 0 0, 16 backShininess 10"},
-        {"BlendChunk", "4 srcFactor 1, 5 destFactor 0, 8 alphaFunc 0"},
-        {"TextureChunk", "5 internalFormat 0, 7 scale TRUE, 9 minFilter 9987, 10 magFilter 9729, "
-                         "11 wrapS 10497, 12 wrapT 10497, 13 wrapR 10497, 14 envMode 7681, "
-                         "16 envCombineRGB 8448, 17 envCombineAlpha 8448"},
-        {"TransformChunk", "4 matrix 1 0 0 0 0 1 0 0 0 0 1 0 0 0 0 1"},
-        {"CubeTextureChunk", "45 isReflectionMap TRUE"},
-        {"Image", "4 width 0, 5 height 1, 6 depth 1, 7 bpp 1, 8 mipMapCount 1, 9 frameCount 1, "
-                  "10 frameDelay 0, 11 pixelFormat 0, 12 pixel, 14 name, 15 dataType 5121, "
-                  "17 sideCount 1"}};
-    for (const auto& row : table) {
-        SCOPED_TRACE(row.type);
+    std::ifstream table(samples.parent_path() / "field_defaults.txt");
+    std::size_t rows = 0;
+    for (std::string type, row;
+         std::getline(table >> std::ws, type, ':') && std::getline(table, row); ++rows) {
+        SCOPED_TRACE(type);
         const FieldContainerRefPtr made(
-            FieldContainerFactory::the()->createFieldContainer(row.type));
+            FieldContainerFactory::the()->createFieldContainer(type.c_str()));
         ASSERT_NE(made, NullFC);
-        std::istringstream fields(row.fields);
+        std::istringstream fields(row);
         for (std::string field, name; std::getline(fields >> std::ws, field, ',');) {
             SCOPED_TRACE(field);
             UInt32 id = 0;
@@ -128,11 +83,12 @@ TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
             EXPECT_EQ(desc->getFieldId(), id);
             EXPECT_EQ(desc->getFieldMask(), BitVector(1) << id);
             EXPECT_EQ(made->getField(id), made->getField(name.c_str()));
-            if (std::string values; std::getline(words, values)) {
-                EXPECT_EQ(valuesOf(*made->getField(id)), values);
+            if (std::string values, text; std::getline(words >> std::ws, values)) {
+                EXPECT_EQ(made->getField(id)->getValueByStr(text), values);
             }
         }
     }
+    EXPECT_EQ(rows, 12U);
     EXPECT_EQ(RefPtr<SwitchPtr>(Switch::create())->getField("no such field"), nullptr);
 }
 
@@ -267,10 +223,12 @@ TEST(Fields, TextForms) {
     EXPECT_FALSE(flag.getValue());
     flag.setAbstrValue(SFInt32(1));
     EXPECT_FALSE(flag.getValue()) << "another type changes nothing";
-    SFMatrix rows;
+    SFMatrix rows, again;
+    std::string text;
     rows.pushValueByStr("1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
     EXPECT_EQ(rows.getValue(), Matrix(1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16));
-    EXPECT_EQ(valuesOf(rows), " 1 2 3 4 5 6 7 8 9 10 11 12 13 14 15 16");
+    again.pushValueByStr(rows.getValueByStr(text).c_str());
+    EXPECT_EQ(again.getValue(), rows.getValue());
     SFString kept("kept");
     kept.pushValueByStr(nullptr);
     EXPECT_EQ(kept.getValue(), "kept");

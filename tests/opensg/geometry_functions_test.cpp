@@ -22,9 +22,9 @@ GeometryRefPtr randomGeometry(std::mt19937& random) {
     const points all{{0, 0, 0}, {1, 0, 0}, {0, 0, 0}, {1, 0, 0}, {-0.f, 0, 0}, {1e-7f, 0, 0}};
     const GeometryRefPtr core = makeCore(all, {{GL_POINTS, vertices}}, indices, mapping);
     if (random() % 2 != 0)
-        core->setNormals(makeProperty<GeoNormals3b>(std::vector<Vec3b>(random() % 9)));
+        core->setNormals(propertyOf<GeoNormals3b>(std::vector<Vec3b>(random() % 9)));
     if (random() % 2 != 0)
-        core->setColors(makeProperty<GeoColors3ub>(
+        core->setColors(propertyOf<GeoColors3ub>(
             std::vector<Color3ub>{{1, 2, 3}, {1, 2, 3}, {1, 2, 4}, {1, 2, 3}}));
     return core;
 }
@@ -67,7 +67,7 @@ TEST(Indices, SpareWhatIsMissingOrSharedWithOthers) {
         EXPECT_EQ(empty->getPositions()->getSize(), 3u);
     }
     const GeometryRefPtr core = makeCore(points(3), {{GL_TRIANGLES, 3}});
-    core->setIndices(makeProperty<GeoIndicesUI16>(numbers{2, 1, 0}));
+    core->setIndices(propertyOf<GeoIndicesUI16>(numbers{2, 1, 0}));
     const GeometryRefPtr other(GeometryPtr::dcast(core->shallowCopy()));
     EXPECT_EQ(createSharedIndex(core), 2);
     EXPECT_EQ(indicesOf(core), (numbers{2, 2, 2}));
@@ -149,7 +149,6 @@ primitives primitivesOf(const GeometryRefPtr& core) {
 }
 
 TEST(Strips, ApplyOnlyWhatIsCheaper) {
-    const auto grid = [](UInt32 n) { return sharedGrid(static_cast<int>(n)); };
     const GeometryRefPtr loose =
         makeCore(points(6), {{GL_TRIANGLES, 6}, {GL_POINTS, 1}}, {0, 1, 2, 3, 4, 5, 0});
     const GeometryRefPtr strip = makeCore(points(4), {{GL_TRIANGLE_STRIP, 4}}, {0, 1, 2, 3});
@@ -161,10 +160,10 @@ TEST(Strips, ApplyOnlyWhatIsCheaper) {
         Int32 cost; ///< at most
         primitives expected;
     } table[] = {
-        {grid(1), true, false, 16, true, 4, {{GL_TRIANGLE_STRIP, 4}}},
-        {grid(2), true, false, 16, false, 13, {}},
-        {grid(2), true, false, 16, true, 13, {}},
-        {grid(30), true, true, 16, false, 1980, {}}, // little more than one index a triangle
+        {sharedGrid(1), true, false, 16, true, 4, {{GL_TRIANGLE_STRIP, 4}}},
+        {sharedGrid(2), true, false, 16, false, 13, {}},
+        {sharedGrid(2), true, false, 16, true, 13, {}},
+        {sharedGrid(30), true, true, 16, false, 1980, {}}, // little more than one index a triangle
         {loose, true, true, 16, false, 6, {{GL_TRIANGLES, 6}}}, // points go
         {strip, true, true, 16, false, 4, {{GL_TRIANGLE_STRIP, 4}}},
         {disc(20), false, true, 16, false, 22, {{GL_TRIANGLE_FAN, 22}}},
@@ -297,9 +296,9 @@ TEST(VertexNormals, SumUnitNormalsPerPositionIndexAndFollowIt) {
 
 TEST(CreaseNormals, GiveTheRoofAnEdgeAndKeepEveryPropertyIndexed) {
     const GeometryRefPtr core = sharedRoof();
-    core->setIndices(makeProperty<GeoIndicesUI16>(indicesOf(core)));
-    core->setTexCoords7(makeProperty<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3, 4, 5}));
-    core->setSecondaryColors(makeProperty<GeoColors3f>(std::vector<Color3f>(6)));
+    core->setIndices(propertyOf<GeoIndicesUI16>(indicesOf(core)));
+    core->setTexCoords7(propertyOf<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3, 4, 5}));
+    core->setSecondaryColors(propertyOf<GeoColors3f>(std::vector<Color3f>(6)));
     const GeometryRefPtr other = makeCore(roofPoints(), {{GL_TRIANGLES, 6}});
     other->setIndices(core->getIndices());
     for (int again = 0; again < 2; ++again) { // the entry of the normals is used again
@@ -327,7 +326,7 @@ TEST(CreaseNormals, MoreNormalsThanANarrowIndexHolds) {
     for (UInt32 i = 0; i < 66000; ++i)
         indices.insert(indices.end(), {i % 60000, 0});
     const GeometryRefPtr core = makeCore(positions, {{GL_TRIANGLES, 66000}}, {}, {1, 2});
-    core->setIndices(makeProperty<GeoIndicesUI16>(indices));
+    core->setIndices(propertyOf<GeoIndicesUI16>(indices));
     calcVertexNormals(core, degrees(30));
     for (TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it) {
         ASSERT_EQ(it.getNormal(0), Vec3f(it.getIndex() % 2 == 0 ? 1.f : -1.f, 0, 0))

@@ -27,6 +27,7 @@ TEST(IndexResolution, ByMappingAndPresence) {
         {"unindexed", {}, {}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}, -1},
         {"one for all", {3, 1, 2}, {}, {3, 1, 2}, {3, 1, 2}, {3, 1, 2}, 1},
         {"two entries", two, {1 | 2048, 2}, {3, 2, 1}, {0, 1, 2}, {3, 2, 1}, 2},
+        {"the last of several", two, {1 | 2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
         // In no entry: an index of the others, by the vertex's number in the primitive.
         {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
     };
@@ -34,8 +35,8 @@ TEST(IndexResolution, ByMappingAndPresence) {
         SCOPED_TRACE(row.what);
         const GeometryRefPtr core =
             makeCore(manyPoints(4), {{GL_TRIANGLES, 3}}, row.indices, row.mapping);
-        core->setNormals(makeProperty<GeoNormals3f>(std::vector<Vec3f>(4, Vec3f(0, 0, 1))));
-        core->setTexCoords7(makeProperty<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3}));
+        core->setNormals(propertyOf<GeoNormals3f>(std::vector<Vec3f>(4, Vec3f(0, 0, 1))));
+        core->setTexCoords7(propertyOf<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3}));
         forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
             const auto i = static_cast<std::size_t>(k);
             EXPECT_EQ(it.getPositionIndex(k), row.position[i]);
@@ -151,8 +152,8 @@ TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
         mapping.resize(stride > 1 || random() % 2 != 0 ? stride : 0);
         const GeometryRefPtr core = makeCore(manyPoints(3), all, indices, mapping);
         if (random() % 2 != 0)
-            core->setIndices(makeProperty<GeoIndicesUI16>(indices));
-        if (random() % 4 == 0)
+            core->setIndices(propertyOf<GeoIndicesUI16>(indices));
+        if (!all.empty() && random() % 4 == 0)
             core->getTypes()->addValue(GL_TRIANGLES); // more types than lengths
         const auto naive = naiveWalk(all, indices, stride);
         std::size_t count = 0;

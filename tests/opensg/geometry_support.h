@@ -13,29 +13,11 @@ using points = std::vector<Pnt3f>;
 using primitives = std::vector<std::pair<UInt32, UInt32>>; ///< GL mode, length
 using corners = std::array<Int32, 3>;                      ///< position indices of a triangle
 
-template <class Form, class Value>
-typename Form::PtrType makeProperty(const std::vector<Value>& values) {
-    const typename Form::PtrType property = Form::create();
-    for (const Value& value : values)
-        property->editField().push_back(static_cast<typename Form::StoredType>(value));
-    return property;
-}
-
+/// Without a list of its own there is no property.
 inline GeometryRefPtr makeCore(const points& positions, const primitives& all,
                                const numbers& indices = {},
                                const std::vector<UInt16>& mapping = {}) {
-    const GeometryRefPtr core(Geometry::create());
-    core->setPositions(makeProperty<GeoPositions3f>(positions));
-    core->setTypes(GeoPTypesUI8::create());
-    core->setLengths(GeoPLengthsUI32::create());
-    for (const auto& primitive : all) {
-        core->getTypes()->addValue(static_cast<UInt8>(primitive.first));
-        core->getLengths()->addValue(primitive.second);
-    }
-    if (!indices.empty())
-        core->setIndices(makeProperty<GeoIndicesUI32>(indices));
-    core->editMFIndexMapping()->setValues(mapping);
-    return core;
+    return GeometryRefPtr(geometryOf({all, positions, {}, {}, {}, {}, {}, indices, mapping}));
 }
 
 /// One run of triangles without indices.

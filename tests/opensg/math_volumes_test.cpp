@@ -14,17 +14,10 @@ namespace {
 
 using namespace osg;
 
-template <class T> std::string printed(const T& value) {
-    std::ostringstream out;
-    out << value;
-    return out.str();
-}
-
 TEST(StreamForms, AreTheKnownOnesAndRestoreTheFormat) {
-    EXPECT_EQ(printed(Pnt3f(1.5f, 2, -.25f)), "1.5, 2, -0.25");
-    EXPECT_EQ(printed(Vec3b(65, -1, 0)), "65, -1, 0") << "numbers, not characters";
-    EXPECT_EQ(printed(Color3f(.5f, 1, 0)), "0.5, 1, 0");
-    EXPECT_EQ(printed(Color4ub(1, 2, 3, 255)), "1, 2, 3, 255");
+    EXPECT_EQ(testing::PrintToString(Pnt3f(1.5f, 2, -.25f)), "1.5, 2, -0.25");
+    EXPECT_EQ(testing::PrintToString(Vec3b(65, -1, 0)), "65, -1, 0") << "numbers, not characters";
+    EXPECT_EQ(testing::PrintToString(Color4ub(1, 2, 3, 255)), "1, 2, 3, 255");
     Matrix matrix;
     matrix.setTranslate(1, -1234.5678f, 3);
     std::ostringstream out;

@@ -44,31 +44,26 @@ inline std::string quoted(const std::string& text) {
     return out + '"';
 }
 
-template <class T, class As> std::string numberText(const char* format, const UInt8*& at) {
+template <class T> std::string numberText(const UInt8*& at) {
     T value;
     std::memcpy(&value, at, sizeof(T));
     at += sizeof(T);
-    char text[40];
-    std::snprintf(text, sizeof(text), format, static_cast<As>(value));
-    return text;
+    std::ostringstream text;
+    text.precision(std::numeric_limits<T>::max_digits10);
+    text << +value;
+    return text.str();
 }
 
 /// One number of the type that its name, or the last letters of a vector's name, say.
 inline std::string numberText(const std::string& type, const UInt8*& at) {
-    if (type == "f" || type == "Real32")
-        return numberText<Real32, Real64>("%.9g", at);
-    if (type == "d" || type == "Real64")
-        return numberText<Real64, Real64>("%.17g", at);
-    if (type == "b" || type == "Int8")
-        return numberText<Int8, int>("%d", at);
-    if (type == "s" || type == "Int16")
-        return numberText<Int16, int>("%d", at);
-    if (type == "UInt16")
-        return numberText<UInt16, int>("%d", at);
-    if (type == "Int32")
-        return numberText<Int32, int>("%d", at);
-    return type == "UInt32" ? numberText<UInt32, unsigned>("%u", at)
-                            : numberText<UInt8, int>("%d", at);
+    return type == "f" || type == "Real32"   ? numberText<Real32>(at)
+           : type == "d" || type == "Real64" ? numberText<Real64>(at)
+           : type == "b" || type == "Int8"   ? numberText<Int8>(at)
+           : type == "s" || type == "Int16"  ? numberText<Int16>(at)
+           : type == "UInt16"                ? numberText<UInt16>(at)
+           : type == "Int32"                 ? numberText<Int32>(at)
+           : type == "UInt32"                ? numberText<UInt32>(at)
+                                             : numberText<UInt8>(at);
 }
 
 /// An element of plain numbers, in brackets if there are several.
@@ -200,6 +195,13 @@ using lines = std::vector<std::string>;
 
 inline lines dumpOf(const NodePtr& root) { return scene_dump(root).lines; }
 
+inline std::string joined(const lines& all) {
+    std::string text;
+    for (const std::string& line : all)
+        text += line + "\n";
+    return text;
+}
+
 inline std::string written(const NodePtr& root) {
     std::ostringstream out;
     EXPECT_TRUE(SceneFileHandler::the().write(root, out, "osb"));
@@ -211,16 +213,15 @@ inline NodePtr readBack(const std::string& bytes) {
     return SceneFileHandler::the().read(in, "osb", nullptr);
 }
 
-/// Files of the platform, beside dumps of what they hold.
+/// Files of the platform, beside dumps of what a reader finds that knows the types we have.
 inline const std::filesystem::path samples = MORVA_SCENE_FILES;
 
-inline std::vector<std::filesystem::path> sampleFiles() {
-    std::vector<std::filesystem::path> files;
+inline std::set<std::filesystem::path> sampleFiles() {
+    std::set<std::filesystem::path> files;
     for (const auto& entry : std::filesystem::directory_iterator(samples)) {
         if (entry.path().extension() == ".osb")
-            files.push_back(entry.path());
+            files.insert(entry.path());
     }
-    std::sort(files.begin(), files.end());
     return files;
 }
 

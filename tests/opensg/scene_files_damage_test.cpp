@@ -113,12 +113,12 @@ struct hand_made {
     std::string found; ///< in the log, or in the dump
 };
 
-const std::string noScene = "this is no OpenSG binary scene";
 const std::string stale = field("matrix", "SFMatrix", words(std::vector<UInt32>(16, 0)));
 const UInt32 one = 0x3f800000, two = 0x40000000;
 const std::string moved =
     field("matrix", "SFMatrix", words({two, 0, 0, 0, 0, one, 0, 0, 0, 0, one, 0, one, 0, 0, one}));
-const std::string shifted = field("translation", "SFVec3f", words({one, two, 0}));
+const std::string shifted = field("translation", "SFVec3f", words({one, two, 0})) +
+                            field("scale", "SFVec3f", words({two, two, two}));
 
 /// `found` stands in the dump or in the log.
 const hand_made readable[] = {
@@ -152,7 +152,7 @@ const hand_made readable[] = {
     {"matrix alone", components(moved), "  scale SFVec3f 1: (2 1 1)"},
     {"matrix last", components(shifted + moved), "  translation SFVec3f 1: (1 0 0)"},
     {"parts last", components(stale + shifted),
-     "  matrix SFMatrix 1: (1 0 0 0 0 1 0 0 0 0 1 0 1 2 0 1)"},
+     "  matrix SFMatrix 1: (2 0 0 0 0 2 0 0 0 0 2 0 1 2 0 1)"},
     {"choice", coreFile("Switch", 3, field("choice", "SFInt32", word(7))), "  choice SFInt32 1: 7"},
     {"ranges", coreFile("DistanceLOD", 3, field("range", "MFReal32", list({one, two}))),
      "  range MFReal32 2: 1 2"},
@@ -168,7 +168,7 @@ const hand_made readable[] = {
 };
 
 const hand_made refused[] = {
-    {"nothing", "", "byte 0: " + noScene},
+    {"nothing", "", "byte 0: this is no OpenSG binary scene"},
     {"gzip", "\x1F\x8B\x08", "byte 0: this file is compressed by gzip"},
     {"older format", "\x89OSB\r\n\x1a\n", "byte 0: this is an .osb of an older version"},
     {"header alone", header, "byte 41: the data ends early"},
@@ -241,8 +241,7 @@ TEST(SceneFilesByHand, AreReadOrRefusedWithoutALeak) {
                 EXPECT_EQ(root.get().getRefCount(), 1u);
                 const lines dump = dumpOf(root);
                 EXPECT_EQ(dumpOf(NodeRefPtr(readBack(written(root)))), dump);
-                for (const std::string& line : dump)
-                    said += line + "\n";
+                said += joined(dump);
             }
             EXPECT_NE(said.find(file.found), std::string::npos) << said;
             root = NullFC;
@@ -267,44 +266,34 @@ void useScene(const NodePtr& root) {
     EXPECT_FALSE(written(root).empty());
 }
 
-/// One file damaged in one way; `round` decides which.
-std::string damaged(const std::string& whole, const std::vector<raw_field>& fields, int round,
+/// One file with other numbers at the places that lead on; cuts and flips anywhere else are the
+/// fuzz entry's.
+std::string damaged(const std::string& whole, const std::vector<raw_field>& fields,
                     std::mt19937& rng) {
     std::string bytes = whole;
-    const std::size_t start = rng() % fields.size();
-    std::size_t chosen = start;
-    if (round % 5 == 2) { // the next list
-        while (fields[chosen].type[0] != 'M' && (chosen + 1) % fields.size() != start)
-            chosen = (chosen + 1) % fields.size();
-    }
-    const raw_field& field = fields[chosen];
+    const raw_field& field = fields[rng() % fields.size()];
     const auto put = [&bytes](std::size_t place, UInt32 number) {
         bytes.replace(place, 4, word(number));
     };
     const UInt32 counts[] = {0, 1, 0x7FFFFFFF, 0xFFFFFFFF, 1u << rng() % 32, UInt32(rng() % 64)};
     UInt32 aReference = 1;
-    switch (round % 5) {
-    case 0: // cut off
-        bytes.resize(rng() % bytes.size());
-        break;
-    case 1: // a size, or a length in front of it
+    switch (rng() % 3) {
+    case 0: // a size, or a length in front of it
         put(field.data - 4 - (rng() % 2) * (field.type.size() + 5), counts[rng() % 6]);
         break;
-    case 2: // a count
+    case 1: // a count
         if (field.size >= 4)
             put(field.data, counts[rng() % 6]);
         break;
-    case 3: // references to what others refer to
+    default: // references to what others refer to
         for (std::size_t i = 1; i < fields.size(); ++i) {
-            if (fields[i].type.find("Ptr") != std::string::npos && rng() % 8 == 0)
-                put(fields[i].data + fields[i].size - 4, aReference);
-            if (fields[i].type.find("Ptr") != std::string::npos)
-                aReference = numberAt(whole, fields[i].data + fields[i].size - 4);
+            if (fields[i].type.find("Ptr") == std::string::npos)
+                continue;
+            const std::size_t place = fields[i].data + fields[i].size - 4;
+            if (rng() % 8 == 0)
+                put(place, aReference);
+            aReference = numberAt(whole, place);
         }
-        break;
-    default:
-        for (UInt32 i = 0, flips = 1 + UInt32(rng() % 5); i < flips; ++i)
-            bytes[rng() % bytes.size()] ^= char(1u << rng() % 8);
     }
     return bytes;
 }
@@ -318,10 +307,10 @@ TEST(SceneFilesDamage, NeverDoesHarmNorAsksForMuch) {
         files.emplace_back(bytesOf(file), fieldsOf(bytesOf(file)));
     std::mt19937 rng(60601);
     int refusals = 0;
-    const int rounds = 3000;
+    const int rounds = 1800;
     for (int round = 0; round < rounds; ++round) {
-        const auto& [whole, fields] = files[std::size_t(round / 5) % files.size()];
-        const std::string bytes = damaged(whole, fields, round, rng);
+        const auto& [whole, fields] = files[std::size_t(round) % files.size()];
+        const std::string bytes = damaged(whole, fields, rng);
         NodeRefPtr root;
         const std::size_t most = shortage::mostHeldBy([&] { root = readBack(bytes); });
         EXPECT_LE(most, 64 * bytes.size() + (1u << 20)) << "round " << round;
@@ -333,7 +322,7 @@ TEST(SceneFilesDamage, NeverDoesHarmNorAsksForMuch) {
     osgLog().setLogLevel(level, true);
     EXPECT_EQ(liveContainers(), alive);
     EXPECT_GT(refusals, rounds / 4);
-    EXPECT_LT(refusals, rounds * 9 / 10) << "flips inside values go unnoticed";
+    EXPECT_LT(refusals, rounds * 9 / 10) << "some places take any number";
 }
 
 } // namespace

@@ -1,11 +1,7 @@
 #pragma once
 
 // Counts the scene containers that live now. Every test program sees to it that no test leaves
-// more of them than it met (test_main.cpp); a test that looks in between counts by itself:
-//
-//     const unsigned int before = liveContainers();
-//     { node_ref root(build()); pass(root); }
-//     EXPECT_EQ(liveContainers(), before);
+// more of them than it met (test_main.cpp); a test that looks in between counts by itself.
 //
 // Walks all container numbers given out so far: for tests only. No other thread may create or
 // destroy containers meanwhile.
@@ -16,6 +12,10 @@
 
 namespace morva_test {
 
+inline bool isAlive(::osg::UInt32 id) {
+    return ::osg::FieldContainerFactory::the()->getContainer(id) != ::osg::NullFC;
+}
+
 /// Containers that live now. Numbers are never given twice, and a fresh node has the highest.
 inline unsigned int liveContainers() {
     ::osg::NodePtr probe = ::osg::Node::create();
@@ -23,10 +23,8 @@ inline unsigned int liveContainers() {
     ::osg::addRefCP(probe);
     ::osg::subRefCP(probe);
     unsigned int count = 0;
-    for (::osg::UInt32 id = 1; id < newest; ++id) {
-        if (::osg::FieldContainerFactory::the()->getContainer(id) != ::osg::NullFC)
-            ++count;
-    }
+    for (::osg::UInt32 id = 1; id < newest; ++id)
+        count += isAlive(id) ? 1 : 0;
     return count;
 }
 

@@ -1,16 +1,4 @@
-#include "mesh_multiset.h"
-
-#include <OpenSG/OSGGeometry.h>
-#include <OpenSG/OSGMatrix.h>
-#include <OpenSG/OSGTriangleIterator.h>
-
-#include <algorithm>
-#include <cmath>
-#include <cstdint>
-#include <cstring>
-#include <limits>
-#include <map>
-#include <sstream>
+#include "test.h"
 
 namespace morva_test {
 
@@ -127,15 +115,10 @@ void collect(const ::osg::NodePtr& node, const mesh_choice& choice, world_mesh& 
 }
 
 std::string inWords(const char* headline, const world_triangle& triangle) {
-    std::ostringstream text;
-    text << headline;
-    for (const world_corner& corner : triangle.corners) {
-        text << " [";
-        for (std::size_t i = 0; i < corner.values.size(); ++i)
-            text << (i == 0 ? "" : " ") << corner.values[i];
-        text << "]";
-    }
-    return text.str();
+    std::string text = headline;
+    for (const world_corner& corner : triangle.corners)
+        text += " " + testing::PrintToString(corner.values);
+    return text;
 }
 
 bool near(const world_corner& a, const world_corner& b, const mesh_tolerance& tolerance) {
@@ -192,14 +175,7 @@ world_mesh worldMesh(const ::osg::NodePtr& root, const mesh_choice& choice) {
 }
 
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual) {
-    std::size_t i = 0;
-    while (i < expected.size() && i < actual.size() && expected[i] == actual[i])
-        ++i;
-    if (i < expected.size() && (i == actual.size() || expected[i] < actual[i]))
-        return inWords("missing:", expected[i]);
-    if (i < actual.size())
-        return inWords("too many:", actual[i]);
-    return "";
+    return firstDifference(expected, actual, {0, 0, 0});
 }
 
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual,

@@ -1,17 +1,6 @@
-#include "scene_builders.h"
-
-#include <OpenSG/OSGCubeTextureChunk.h>
-#include <OpenSG/OSGDistanceLOD.h>
-#include <OpenSG/OSGGroup.h>
-#include <OpenSG/OSGMaterialChunk.h>
-#include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSwitch.h>
-#include <OpenSG/OSGTextureChunk.h>
-#include <OpenSG/OSGTransform.h>
+#include "test.h"
 
 #include <cctype>
-#include <cmath>
 
 namespace morva_test {
 
@@ -27,16 +16,16 @@ float quarter(std::mt19937& rng, unsigned steps, float from = 0.0F) {
     return {x, y, z};
 }
 
-/// A property with these values; null if there are none.
 template <typename Property, typename Value>
-typename Property::PtrType propertyOf(const std::vector<Value>& values) {
-    if (values.empty())
-        return ::osg::NullFC;
-    const typename Property::PtrType property = Property::create();
-    property->editField().reserve(values.size());
-    for (const Value& value : values)
-        property->editField().push_back(value);
-    return property;
+typename Property::PtrType propertyIfAny(const std::vector<Value>& values) {
+    return values.empty() ? typename Property::PtrType() : propertyOf<Property>(values);
+}
+
+/// Gives each position a value that `make` draws.
+template <typename Value, typename Make>
+void fill(std::vector<Value>& values, const mesh_data& mesh, const Make& make) {
+    values.resize(mesh.positions.size());
+    std::generate(values.begin(), values.end(), make);
 }
 
 /// A length that the mode can be cut into without a rest.
@@ -133,27 +122,23 @@ mesh_data mixture(std::mt19937& rng, std::size_t primitives) {
 
 mesh_data withNormals(mesh_data mesh, std::mt19937& rng) {
     const ::osg::Vec3f choice[] = {{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, -1}, {0.6F, 0.8F, 0}};
-    mesh.normals.resize(mesh.positions.size());
-    for (::osg::Vec3f& normal : mesh.normals)
-        normal = choice[rng() % 5];
+    fill(mesh.normals, mesh, [&] { return choice[rng() % 5]; });
     return mesh;
 }
 
 mesh_data withColors(mesh_data mesh, std::mt19937& rng) {
-    mesh.colors.assign(mesh.positions.size(), {0, 0, 1});
-    for (::osg::Color3f& color : mesh.colors) {
-        color[0] = quarter(rng, 3);
-        color[1] = quarter(rng, 2);
-    }
+    fill(mesh.colors, mesh, [&] {
+        const float red = quarter(rng, 3);
+        return ::osg::Color3f(red, quarter(rng, 2), 1);
+    });
     return mesh;
 }
 
 mesh_data withCoordinates(mesh_data mesh, std::mt19937& rng) {
-    mesh.coordinates.resize(mesh.positions.size());
-    for (::osg::Vec2f& coordinate : mesh.coordinates) {
-        coordinate[0] = quarter(rng, 5);
-        coordinate[1] = quarter(rng, 2);
-    }
+    fill(mesh.coordinates, mesh, [&] {
+        const float first = quarter(rng, 5);
+        return ::osg::Vec2f(first, quarter(rng, 2));
+    });
     return mesh;
 }
 
@@ -211,15 +196,15 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
         lengths.push_back(length);
     }
     const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
-    geometry->setTypes(propertyOf<::osg::GeoPTypesUI8>(modes));
-    geometry->setLengths(propertyOf<::osg::GeoPLengthsUI32>(lengths));
-    geometry->setPositions(propertyOf<::osg::GeoPositions3f>(mesh.positions));
-    geometry->setNormals(propertyOf<::osg::GeoNormals3f>(mesh.normals));
-    geometry->setColors(propertyOf<::osg::GeoColors3f>(mesh.colors));
-    geometry->setSecondaryColors(propertyOf<::osg::GeoColors3f>(mesh.secondary));
-    geometry->setTexCoords(propertyOf<::osg::GeoTexCoords2f>(mesh.coordinates));
-    geometry->setTexCoords7(propertyOf<::osg::GeoTexCoords1f>(mesh.ids));
-    geometry->setIndices(propertyOf<::osg::GeoIndicesUI32>(mesh.indices));
+    geometry->setTypes(propertyIfAny<::osg::GeoPTypesUI8>(modes));
+    geometry->setLengths(propertyIfAny<::osg::GeoPLengthsUI32>(lengths));
+    geometry->setPositions(propertyIfAny<::osg::GeoPositions3f>(mesh.positions));
+    geometry->setNormals(propertyIfAny<::osg::GeoNormals3f>(mesh.normals));
+    geometry->setColors(propertyIfAny<::osg::GeoColors3f>(mesh.colors));
+    geometry->setSecondaryColors(propertyIfAny<::osg::GeoColors3f>(mesh.secondary));
+    geometry->setTexCoords(propertyIfAny<::osg::GeoTexCoords2f>(mesh.coordinates));
+    geometry->setTexCoords7(propertyIfAny<::osg::GeoTexCoords1f>(mesh.ids));
+    geometry->setIndices(propertyIfAny<::osg::GeoIndicesUI32>(mesh.indices));
     for (const ::osg::UInt16 bits : mesh.mapping)
         geometry->editMFIndexMapping()->push_back(bits);
     geometry->setMaterial(material);
@@ -440,10 +425,8 @@ std::vector<std::string> namesOf(const node_list& nodes) {
 }
 
 std::vector<std::string> childNames(const ::osg::NodePtr& node) {
-    node_list children;
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        children.push_back(node->getChild(i));
-    return namesOf(children);
+    const ::osg::MFNodePtr& children = *node->getMFChildren();
+    return namesOf({children.begin(), children.end()});
 }
 
 } // namespace morva_test

@@ -86,6 +86,14 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng);
 /// A triangle run with all twelve properties, each of `count` zeros, but for the one with the map
 /// bit `other`, which has `other_count`.
 ::osg::GeometryPtr everyProperty(unsigned count, unsigned other = 0, unsigned other_count = 0);
+/// A property with these values.
+template <typename Form, typename Value>
+typename Form::PtrType propertyOf(const std::vector<Value>& values) {
+    const typename Form::PtrType property = Form::create();
+    for (const Value& value : values)
+        property->editField().push_back(value);
+    return property;
+}
 /// A property of another form with the same values; null stays null.
 template <typename Other, typename Role> Role inOtherForm(const Role& usual) {
     if (usual == ::osg::NullFC)

@@ -1,13 +1,12 @@
 #pragma once
 
 // What almost every test file takes in: the test framework, the standard containers, the scene
-// graph's nodes, cores, materials and attachments, and the scene tools of the tests.
+// graph's nodes, cores, materials and attachments, and the scene tools of the tests with theirs.
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstddef>
-#include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
@@ -15,36 +14,25 @@
 #include <iostream>
 #include <iterator>
 #include <limits>
-#include <map>
 #include <memory>
-#include <random>
 #include <set>
 #include <sstream>
-#include <string>
 #include <thread>
 #include <tuple>
-#include <utility>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-#include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGComponentTransform.h>
 #include <OpenSG/OSGCubeTextureChunk.h>
 #include <OpenSG/OSGDistanceLOD.h>
 #include <OpenSG/OSGDynamicVolume.h>
-#include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGLineIterator.h>
 #include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGNode.h>
-#include <OpenSG/OSGRefPtr.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGSimpleMaterial.h>
 #include <OpenSG/OSGStringAttributeMap.h>
 #include <OpenSG/OSGSwitch.h>
-#include <OpenSG/OSGSwitchMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
 #include <OpenSG/OSGTransform.h>
 #include <OpenSG/OSGTriangleIterator.h>
@@ -55,6 +43,15 @@
 #include "tests/support/stream_capture.h"
 
 namespace morva_test {
+
+/// Runs a function in several threads, which it tells their numbers.
+template <class Function> void inThreads(unsigned count, const Function& function) {
+    std::vector<std::thread> threads;
+    for (unsigned t = 0; t < count; ++t)
+        threads.emplace_back([&function, t] { function(t); });
+    for (std::thread& thread : threads)
+        thread.join();
+}
 
 /// What a file holds; empty if it can't be read.
 inline std::string bytesOf(const std::string& file) {
