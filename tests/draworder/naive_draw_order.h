@@ -1,13 +1,8 @@
 #pragma once
 
 // The cache optimisers step by step, on the lists and sets of the published records: what the
-// pieces must hold, to the last index and value.
-//
-//     optimizeCache(node, ...);
-//     const naive_order<naive_triangles> expected(source, limit, per_property);
-//     expected.pieces[0].values[0] ...
-//
-// The source is read as the call has left it, with its index shared.
+// pieces must hold, to the last index and value. The source is read as the call has left it, with
+// its index shared.
 
 #include "tests/support/test.h"
 
@@ -21,49 +16,36 @@
 
 namespace morva_test {
 
+template <typename... Sets> bool isAnyFull(unsigned limit, const Sets&... sets) {
+    return ((sets.size() >= limit) || ...);
+}
+
 /// How the walk reaches into the records of triangles.
 struct naive_triangles {
     using element = morva::osg::vcache_triangle_data;
     using vertex = morva::osg::vcache_vertex_data;
     using list = morva::osg::drawlist;
     static constexpr int corners = 3;
+    static constexpr auto left = &vertex::trianglesLeft, count = &vertex::triangleCount;
+    static constexpr auto waiting = &vertex::triangles;
+    static constexpr auto drawn = &list::triangles;
+    static constexpr auto draw = &list::addTriangle;
+    static constexpr auto scoreVertex = &morva::osg::FindVertexScore;
+    static constexpr auto score = &morva::osg::calcTriangleScore;
+    static constexpr auto scoreAll = &morva::osg::calcTriangleScoreForVertices;
+    static constexpr auto search = &morva::osg::searchHighestScoreTriangle;
 
     static ::osg::TriangleIterator begin(const ::osg::GeometryPtr& g) {
         return g->beginTriangles();
-    }
-    static bool isKept(const ::osg::TriangleIterator& it) {
-        return !morva::osg::is_rogue(it.getPosition(0), it.getPosition(1), it.getPosition(2));
-    }
-    static void readSlot0(element& to, const ::osg::TriangleIterator& it, int corner) {
-        to.texCoords[corner] = it.getTexCoordsIndex(corner);
     }
     static std::array<::osg::Int32, 5> indices(const element& of, int corner) {
         return {of.positions[corner], of.normals[corner], of.colors[corner], of.texCoords[corner],
                 of.texCoords7[corner]};
     }
-    static int& left(vertex& of) { return of.trianglesLeft; }
-    static int& count(vertex& of) { return of.triangleCount; }
-    static std::list<unsigned>& waiting(vertex& of) { return of.triangles; }
-    static const std::list<element*>& drawn(const list& of) { return of.triangles; }
-    static void score(vertex& of) { morva::osg::FindVertexScore(&of); }
-    static float score(std::vector<element>& e, std::vector<vertex>& v, unsigned i) {
-        return morva::osg::calcTriangleScore(e, v, i);
-    }
-    static void scoreAll(std::vector<element>& e, std::vector<vertex>& v, unsigned i) {
-        morva::osg::calcTriangleScoreForVertices(e, v, i);
-    }
-    static void draw(list& of, element* e) { of.addTriangle(e); }
     static bool isFull(const list& of) {
-        if (!of.perProperty)
-            return of.usedCorners.size() >= of.limit;
-        return of.usedPositions.size() >= of.limit || of.usedNormals.size() >= of.limit ||
-               of.usedColors.size() >= of.limit || of.usedTexCoords.size() >= of.limit ||
-               of.usedTexCoords7.size() >= of.limit;
-    }
-    static unsigned search(std::vector<element>& e, std::vector<vertex>& v,
-                           std::list<unsigned>& lru, bool& flush, unsigned long& marker,
-                           unsigned long& vertexMarker) {
-        return morva::osg::searchHighestScoreTriangle(e, v, lru, flush, marker, vertexMarker);
+        return of.perProperty ? isAnyFull(of.limit, of.usedPositions, of.usedNormals, of.usedColors,
+                                          of.usedTexCoords, of.usedTexCoords7)
+                              : isAnyFull(of.limit, of.usedCorners);
     }
 };
 
@@ -73,30 +55,23 @@ struct naive_lines {
     using vertex = morva::osg::vlinecache_vertex_data;
     using list = morva::osg::linedrawlist;
     static constexpr int corners = 2;
+    static constexpr auto left = &vertex::linesLeft, count = &vertex::lineCount;
 
     static ::osg::LineIterator begin(const ::osg::GeometryPtr& g) { return g->beginLines(); }
-    static bool isKept(const ::osg::LineIterator&) { return true; }
-    static void readSlot0(element&, const ::osg::LineIterator&, int) {}
+    static constexpr auto waiting = &vertex::lines;
+    static constexpr auto drawn = &list::lines;
+    static constexpr auto draw = &list::addLine;
+    static constexpr auto scoreVertex = &morva::osg::FindLineVertexScore;
+    static constexpr auto score = &morva::osg::calcLineScore;
+    static constexpr auto scoreAll = &morva::osg::calcLineScoreForVertices;
+
     static std::array<::osg::Int32, 5> indices(const element& of, int end) {
         return {of.positions[end], of.normals[end], of.colors[end], -1, of.texCoords7[end]};
     }
-    static int& left(vertex& of) { return of.linesLeft; }
-    static int& count(vertex& of) { return of.lineCount; }
-    static std::list<unsigned>& waiting(vertex& of) { return of.lines; }
-    static const std::list<element*>& drawn(const list& of) { return of.lines; }
-    static void score(vertex& of) { morva::osg::FindLineVertexScore(&of); }
-    static float score(std::vector<element>& e, std::vector<vertex>& v, unsigned i) {
-        return morva::osg::calcLineScore(e, v, i);
-    }
-    static void scoreAll(std::vector<element>& e, std::vector<vertex>& v, unsigned i) {
-        morva::osg::calcLineScoreForVertices(e, v, i);
-    }
-    static void draw(list& of, element* e) { of.addLine(e); }
     static bool isFull(const list& of) {
-        if (!of.perProperty)
-            return of.usedCorners.size() >= of.limit;
-        return of.usedPositions.size() >= of.limit || of.usedNormals.size() >= of.limit ||
-               of.usedColors.size() >= of.limit || of.usedTexCoords7.size() >= of.limit;
+        return of.perProperty ? isAnyFull(of.limit, of.usedPositions, of.usedNormals, of.usedColors,
+                                          of.usedTexCoords7)
+                              : isAnyFull(of.limit, of.usedCorners);
     }
     static unsigned search(std::vector<element>& e, std::vector<vertex>& v,
                            std::list<unsigned>& lru, bool& flush, unsigned long& marker,
@@ -134,19 +109,22 @@ template <typename Kind> class naive_order {
   private:
     void read(const ::osg::GeometryPtr& source) {
         for (auto it = Kind::begin(source); !it.isAtEnd() && isWhole(it, Kind::corners); ++it) {
-            if (!Kind::isKept(it))
-                continue;
+            if constexpr (Kind::corners == 3) {
+                if (morva::osg::is_rogue(it.getPosition(0), it.getPosition(1), it.getPosition(2)))
+                    continue;
+            }
             typename Kind::element e;
             e.index = static_cast<unsigned>(it.getIndex());
             for (int k = 0; k < Kind::corners; ++k) {
                 e.positions[k] = it.getPositionIndex(k);
                 e.normals[k] = it.getNormalIndex(k);
                 e.colors[k] = it.getColorIndex(k);
-                Kind::readSlot0(e, it, k);
+                if constexpr (Kind::corners == 3) // lines have no slot 0
+                    e.texCoords[k] = it.getTexCoordsIndex(k);
                 e.texCoords7[k] = it.getTexCoordsIndex7(k);
                 typename Kind::vertex& v = vertices_[static_cast<std::size_t>(e.positions[k])];
-                ++Kind::count(v);
-                Kind::waiting(v).push_back(static_cast<unsigned>(elements_.size()));
+                ++(v.*Kind::count);
+                (v.*Kind::waiting).push_back(static_cast<unsigned>(elements_.size()));
             }
             elements_.push_back(e);
         }
@@ -154,8 +132,8 @@ template <typename Kind> class naive_order {
 
     void draw(unsigned limit, bool per_property) {
         for (typename Kind::vertex& v : vertices_) {
-            Kind::left(v) = Kind::count(v);
-            Kind::score(v);
+            v.*Kind::left = v.*Kind::count;
+            Kind::scoreVertex(&v);
         }
         float best = 0.0F;
         unsigned current = 0;
@@ -174,9 +152,9 @@ template <typename Kind> class naive_order {
                 current = next();
             }
             drawn_twice += elements_[current].drawn ? 1 : 0;
-            Kind::draw(lists_.back(), &elements_[current]);
+            (lists_.back().*Kind::draw)(&elements_[current]);
             touch(current);
-            bool flushCache = false;
+            bool flushCache = true; // set either way
             current = Kind::search(elements_, vertices_, lru_, flushCache, marker_, vertex_marker_);
             if (flushCache)
                 flush();
@@ -203,9 +181,9 @@ template <typename Kind> class naive_order {
     void touch(unsigned current) {
         const auto& p = elements_[current].positions;
         for (const ::osg::Int32 position : p) {
-            const auto at = static_cast<std::size_t>(position);
-            --Kind::left(vertices_[at]);
-            Kind::waiting(vertices_[at]).remove(current);
+            typename Kind::vertex& v = vertices_[static_cast<std::size_t>(position)];
+            --(v.*Kind::left);
+            (v.*Kind::waiting).remove(current);
         }
         for (const ::osg::Int32 position : p) {
             lru_.remove(static_cast<unsigned>(position));
@@ -217,10 +195,10 @@ template <typename Kind> class naive_order {
                 vertices_[v].cachePosition = place++;
             } else {
                 vertices_[v].cachePosition = -1;
-                if (Kind::left(vertices_[v]) > 0)
+                if (vertices_[v].*Kind::left > 0)
                     vertex_marker_ = v;
             }
-            Kind::score(vertices_[v]);
+            Kind::scoreVertex(&vertices_[v]);
             Kind::scoreAll(elements_, vertices_, v);
         }
         if (lru_.size() > 32)
@@ -230,7 +208,7 @@ template <typename Kind> class naive_order {
     void flush() {
         for (const unsigned v : lru_) {
             vertices_[v].cachePosition = -1;
-            Kind::score(vertices_[v]);
+            Kind::scoreVertex(&vertices_[v]);
             Kind::scoreAll(elements_, vertices_, v);
         }
         lru_.clear();
@@ -239,7 +217,7 @@ template <typename Kind> class naive_order {
     static naive_piece pieceOf(const typename Kind::list& list, const bool (&has)[5]) {
         naive_piece piece;
         std::map<::osg::Int32, ::osg::UInt32> maps[5];
-        for (const typename Kind::element* e : Kind::drawn(list)) {
+        for (const typename Kind::element* e : list.*Kind::drawn) {
             for (int k = 0; k < Kind::corners; ++k, ++piece.corners) {
                 const std::array<::osg::Int32, 5> old = Kind::indices(*e, k);
                 for (std::size_t i = 0; i < 5; ++i) {

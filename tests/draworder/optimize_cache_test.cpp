@@ -3,6 +3,7 @@
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/draworder/morva_osg_cache_scores.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
@@ -14,11 +15,10 @@ using namespace morva::osg;
 constexpr float infinity = std::numeric_limits<float>::infinity();
 
 TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
-    struct score_case {
+    const struct {
         int left, place;
         float triangles, lines;
-    };
-    const score_case cases[] = {
+    } cases[] = {
         {0, -1, -1.0F, -1.0F},
         {0, 0, -1.0F, -1.0F},
         {1, -1, 2.0F, 2.0F},
@@ -31,104 +31,68 @@ TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
          0.5F + std::pow(1.0F - 29.0F * 0.033333335F, 1.5F)},
         {3, -1, 2.0F * std::pow(3.0F, -0.5F), 2.0F * std::pow(3.0F, -0.5F)},
     };
-    for (const score_case& c : cases) {
+    for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.left << " left at " << c.place);
         vcache_vertex_data vertex;
         vertex.trianglesLeft = c.left;
         vertex.cachePosition = c.place;
         EXPECT_EQ(FindVertexScore(&vertex), c.triangles);
-        EXPECT_EQ(vertex.score, c.triangles);
         vlinecache_vertex_data end;
         end.linesLeft = c.left;
         end.cachePosition = c.place;
         EXPECT_EQ(FindLineVertexScore(&end), c.lines);
-        EXPECT_EQ(end.score, c.lines);
     }
 }
 
-TEST(CacheScores, ElementsGetABonusForPositiveVertices) {
+TEST(CacheScores, ElementsGetABonusForPositiveVerticesUntilTheyAreDrawn) {
     const struct {
         float scores[3], triangle, line; ///< the line ends at the first two
     } rows[] = {{{1, 2, 0.5F}, 6.5F, 6}, {{1, 0.5F, 0}, 2.5F, 4.5F}, {{1, 0, -1}, 0, 1}};
     for (const auto& row : rows) {
-        std::vector<vcache_triangle_data> triangles(1);
-        std::vector<vcache_vertex_data> corners(3);
-        std::vector<vcache_line_data> lines(1);
-        std::vector<vlinecache_vertex_data> ends(3);
-        for (int k = 0; k < 3; ++k) {
-            corners[std::size_t(k)].score = ends[std::size_t(k)].score = row.scores[k];
-            triangles[0].positions[k] = k;
-        }
-        lines[0].positions[0] = 0;
-        lines[0].positions[1] = 1;
-        EXPECT_EQ(calcTriangleScore(triangles, corners, 0), row.triangle);
-        EXPECT_EQ(calcLineScore(lines, ends, 0), row.line);
-        triangles[0].drawn = lines[0].drawn = true;
-        EXPECT_EQ(calcTriangleScore(triangles, corners, 0), -1.0F);
-        EXPECT_EQ(calcLineScore(lines, ends, 0), -1.0F);
+        const auto scoreOf = [&row](unsigned corner) { return row.scores[corner]; };
+        EXPECT_EQ(elementScore<triangle_rules>(scoreOf), row.triangle);
+        EXPECT_EQ(elementScore<line_rules>(scoreOf), row.line);
     }
+    std::vector<vcache_triangle_data> drawn(1);
+    std::vector<vcache_vertex_data> corners(1);
+    drawn[0].drawn = true;
+    EXPECT_EQ(calcTriangleScore(drawn, corners, 0), -1.0F);
 }
 
-// Two elements, each waiting at a vertex of its own; the second is number 101 in the source.
-TEST(CacheSearch, LooksInTheCacheThenAtTheMarkedVertexThenInOrder) {
-    const struct {
-        const char* rule;
-        std::list<unsigned int> cache;
-        int left_at_marked; ///< which is the second; lines have no marked vertex
-        bool drawn[2];
-        unsigned int triangle, line;
-        bool flush, line_flush;
-        unsigned long marker;
-    } rows[] = {{"of equal ones the first found", {1, 0}, 1, {}, 1, 1, false, false, 0},
-                {"the number of what waits there", {}, 1, {}, 101, 0, false, true, 0},
-                {"in order", {}, 0, {true, false}, 1, 1, true, true, 1},
-                {"nothing is left", {}, 0, {true, true}, 0, 0, true, false, 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.rule);
-        std::vector<vcache_triangle_data> triangles(2);
-        std::vector<vcache_vertex_data> vertices(2);
-        std::vector<vcache_line_data> lines(2);
-        std::vector<vlinecache_vertex_data> ends(2);
-        for (unsigned int i = 0; i < 2; ++i) {
-            vertices[i].triangles = ends[i].lines = {i};
-            triangles[i].drawn = lines[i].drawn = row.drawn[i];
-            triangles[i].index = 100 + i;
-        }
-        vertices[1].trianglesLeft = row.left_at_marked;
-        std::list<unsigned int> cache = row.cache;
-        unsigned long marker = 0, lineMarker = 0, marked = 1;
-        bool flush = !row.flush, lineFlush = !row.line_flush;
-        EXPECT_EQ(searchHighestScoreTriangle(triangles, vertices, cache, flush, marker, marked),
-                  row.triangle);
-        EXPECT_EQ(searchHighestScoreLine(lines, ends, cache, lineFlush, lineMarker), row.line);
-        EXPECT_EQ(flush, row.flush);
-        EXPECT_EQ(lineFlush, row.line_flush);
-        EXPECT_EQ(marker, row.flush ? row.marker : 0);
-        EXPECT_EQ(lineMarker, row.marker);
-    }
+TEST(CacheSearch, FlushesBeforeWhatIsInOrderAndPassesAMarkedVertexThatIsDone) {
+    std::vector<vcache_triangle_data> triangles(2);
+    std::vector<vcache_vertex_data> vertices(2);
+    triangles[1].index = 101;
+    vertices[1].triangles = {1}; // though none are left
+    std::list<unsigned int> cache;
+    bool flush = false;
+    unsigned long marker = 0, marked = 1;
+    EXPECT_EQ(searchHighestScoreTriangle(triangles, vertices, cache, flush, marker, marked), 0U);
+    EXPECT_TRUE(flush);
+    std::vector<vcache_line_data> lines(1);
+    std::vector<vlinecache_vertex_data> ends;
+    flush = false;
+    EXPECT_EQ(searchHighestScoreLine(lines, ends, cache, flush, marker), 0U);
+    EXPECT_TRUE(flush);
 }
 
 TEST(OptimizeCache, RefusesWhatItCannotOrder) {
-    const node_ref no_types(meshNode({}));
     const node_ref empty_types(meshNode(quads(1)));
     coreOf(empty_types.get())->getTypes()->clear();
-    const node_ref plain(group());
-    const struct {
-        ::osg::NodePtr node;
-        const char* message;
-    } cases[] = {{::osg::NullFC, "Cacheopt Return: geoNode == ::osg::NullFC\n"},
-                 {plain.get(), "Cacheopt Return: geo == ::osg::NullFC\n"},
-                 {no_types.get(), "Cacheopt Return: Empty Type\n"},
-                 {empty_types.get(), "Cacheopt Return: Empty Type\n"}};
-    for (const auto& c : cases) {
+    const std::pair<node_ref, const char*> cases[] = {
+        {node_ref(), "Cacheopt Return: geoNode == ::osg::NullFC\n"},
+        {node_ref(group()), "Cacheopt Return: geo == ::osg::NullFC\n"},
+        {node_ref(meshNode({})), "Cacheopt Return: Empty Type\n"},
+        {empty_types, "Cacheopt Return: Empty Type\n"}};
+    for (const auto& [node, message] : cases) {
         const stream_capture out(std::cout);
         bool above_limit = true;
-        EXPECT_TRUE(optimizeCache(c.node, above_limit, 0, true) == ::osg::NullFC);
+        EXPECT_TRUE(optimizeCache(node.get(), above_limit, 0, true) == ::osg::NullFC);
         EXPECT_FALSE(above_limit);
-        EXPECT_EQ(out.text(), c.message);
+        EXPECT_EQ(out.text(), message);
+        EXPECT_TRUE(coreOf(node) != ::osg::NullFC ||
+                    optimizeLineCache(node.get(), 1, true) == ::osg::NullFC);
     }
-    EXPECT_TRUE(optimizeLineCache(::osg::NullFC, 1, true) == ::osg::NullFC);
-    EXPECT_TRUE(optimizeLineCache(plain.get(), 1, true) == ::osg::NullFC);
 }
 
 TEST(OptimizeCache, BelowTheLimitOnlyIndexesAndNames) {
@@ -207,29 +171,34 @@ TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
 TEST(OptimizeCache, SurvivesBrokenGeometry) {
     std::mt19937 rng(10);
     const mesh_data good = withIndexPerProperty(withAttributes(soup(rng, 20), rng), rng);
-    for (int kind = 0; kind < 10; ++kind) {
-        SCOPED_TRACE(testing::Message() << "kind " << kind);
+    using lists = std::vector<std::pair<unsigned, unsigned>>;
+    const std::function<void(mesh_data&, unsigned)> spoils[] = {
+        [](mesh_data& mesh, unsigned) { mesh.positions.clear(); },
+        [](mesh_data& mesh, unsigned) { mesh.normals.resize(5); },
+        [](mesh_data& mesh, unsigned) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
+        [](mesh_data& mesh, unsigned) { mesh.indices.resize(31); },
+        [](mesh_data& mesh, unsigned mode) {
+            mesh.primitives = lists(2, {mode, 0xFFFFFFFFU});
+        },
+        [](mesh_data& mesh, unsigned mode) {
+            mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}};
+        },
+        [](mesh_data& mesh, unsigned) { mesh.mapping.pop_back(); }, // more vertices than told
+        [](mesh_data& mesh, unsigned) {
+            for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
+                mesh.positions[i][i % 3] = i % 8 == 0 ? infinity : std::nanf("");
+        },
+        [](mesh_data& mesh, unsigned) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
+        nullptr}; // without lengths
+    for (const auto& spoil : spoils) {
+        SCOPED_TRACE(testing::Message() << "kind " << &spoil - spoils);
         for (const unsigned mode : {4U, 1U, 5U}) {
             mesh_data mesh = good;
             mesh.primitives = {{mode, 60}};
-            const auto is = [&](int number, auto break_it) {
-                if (kind == number)
-                    break_it();
-            };
-            is(0, [&] { mesh.positions.clear(); });
-            is(1, [&] { mesh.normals.resize(5); });
-            is(2, [&] { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; });
-            is(3, [&] { mesh.indices.resize(31); });
-            is(4, [&] { mesh.primitives = {{mode, 0xFFFFFFFFU}, {mode, 0xFFFFFFFFU}}; });
-            is(5, [&] { mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}}; });
-            is(6, [&] { mesh.mapping.pop_back(); }); // then there are more vertices than told
-            is(7, [&] {
-                for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
-                    mesh.positions[i][i % 3] = i % 8 == 0 ? infinity : std::nanf("");
-            });
-            is(8, [&] { mesh.mapping[0] = ::osg::Geometry::MapEmpty; });
+            if (spoil)
+                spoil(mesh, mode);
             const node_ref node(meshNode(mesh));
-            if (kind == 9)
+            if (!spoil)
                 coreOf(node.get())->setLengths(::osg::NullFC);
             for (const bool per_property : {false, true}) {
                 bool above_limit = false;

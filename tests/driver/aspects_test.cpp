@@ -132,9 +132,12 @@ comparison compare(const pass& act, std::size_t size) {
     comparison result, at_end;
     const auto build = [&](comparison& to, const std::function<void()>& work) {
         runIn(builder, 0, [&] {
+            const ::osg::ChangeList& changes = *::osg::Thread::getCurrentChangeList();
+            const ::osg::UInt32 before = newNumber();
             work();
             last = newNumber();
-            to.entries = ::osg::Thread::getCurrentChangeList()->sizeChanged();
+            EXPECT_EQ(changes.sizeCreated(), last - before + 1) << "whoever made them";
+            to.entries = changes.sizeChanged();
         });
         runIn(viewer, 1, [&] {
             builder->getChangeList()->applyToCurrent();

@@ -5,7 +5,6 @@
 #include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
@@ -152,28 +151,6 @@ TEST(OptTree, StagesOnTheInputComeBeforeTheMerge) {
         const run made = optimise(root.get(), parameters);
         EXPECT_EQ(worldMesh(made.result.get()).size(), triangles) << parameters;
         EXPECT_EQ(geometryNodes(made.result.get()).size(), cores) << parameters;
-    }
-}
-
-TEST(OptTree, TheRootCarriesTheIdMapOfItsRunAlone) {
-    for (int i = 0; i < 2; ++i) {
-        const node_ref root(twoParts());
-        const run made = optimise(root.get(), "maxtris(5000),idmapinroot(true),prefix(p)");
-        const auto attribute = [&made](::osg::UInt16 binding, const std::string& key) {
-            return ::osg::StringAttributeMapPtr::dcast(
-                       made.result->findAttachment(::osg::StringAttributeMap::getClassType(),
-                                                   binding))
-                ->getAttribute(key);
-        };
-        EXPECT_EQ(morva::osg::getIDmapHandler().names, (std::vector<std::string>{"a", "b"}));
-        EXPECT_EQ(attribute(2, "0") + attribute(2, "1"), "ab");
-        EXPECT_EQ(attribute(3, "1"), "5 0 0") << "boxes are in world space";
-        const std::string core = ::osg::getName(geometryNodes(made.result.get()).at(0));
-        EXPECT_EQ(attribute(6, "a"), core);
-        EXPECT_EQ(attribute(6, "b"), core);
-        EXPECT_EQ(attribute(1, core), "TC0");
-        EXPECT_EQ(morva::osg::getIDmapHandler().prefix, "p");
-        EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U) << "the run gave it back";
     }
 }
 

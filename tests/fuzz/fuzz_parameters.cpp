@@ -4,10 +4,6 @@
 #include "entry.h"
 
 #include <filesystem>
-#include <fstream>
-#include <iostream>
-#include <iterator>
-#include <sstream>
 
 #include <unistd.h>
 
@@ -19,18 +15,12 @@
 
 #include "../../host/audit.h"
 #include "../../host/parameter_notes.h"
-#include "tests/support/scene_builders.h"
-#include "tests/support/stream_capture.h"
+#include "tests/support/test.h"
 
 namespace {
 
-using namespace morva_test;
-
 node_ref sceneOfEverything() {
-    static const std::string bytes = [] {
-        std::ifstream file(MORVA_FUZZ_SCENE, std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(file), {});
-    }();
+    static const std::string bytes = bytesOf(MORVA_FUZZ_SCENE);
     std::istringstream in(bytes);
     return node_ref(::osg::SceneFileHandler::the().read(in, "osb", nullptr));
 }

@@ -86,33 +86,18 @@ TEST(ExtractWithoutNormals, MakesTheNormalsAnewOfWhatHasChanged) {
     EXPECT_EQ(normalAt(geoset, 0), along_z);
 }
 
-TEST(ExtractTexture, CoordinatesOfAnUntexturedNodeGoWhenAskedTo) {
-    mesh_data mesh = elements(3, 1);
-    mesh.coordinates.assign(3, ::osg::Vec2f(0.5F, 0.5F));
-    const node_ref node(meshNode(mesh));
-    const ::osg::GeometryPtr geometry = coreOf(node);
-    geometry->setTexCoords3(geometry->getTexCoords());
-    osg_geoset kept, cleaned;
-    pour(node.get(), kept);
-    EXPECT_EQ(lengthOf(kept.geometry->getTexCoords3()), 3);
-    pour(node.get(), cleaned, {false, false, false, false, true});
-    EXPECT_EQ(lengthOf(cleaned.geometry->getTexCoords()), -1);
-    EXPECT_EQ(lengthOf(geometry->getTexCoords()) + lengthOf(geometry->getTexCoords3()), -2);
-}
-
-// A host fills what it has just made: nobody else holds it yet.
-TEST(FillFCwithValue, WritesEveryRowOfWhatNobodyHoldsAndAcceptsNull) {
-    const ::osg::GeoColors4fPtr colors = ::osg::GeoColors4f::create();
-    const ::osg::GeoNormals3fPtr normals = ::osg::GeoNormals3f::create();
+TEST(FillFCwithValue, WritesEveryRowOfWhatNobodyHoldsYetAndAcceptsNull) {
+    const ::osg::GeoColorsPtr colors = ::osg::GeoColors4f::create();
+    const ::osg::GeoNormalsPtr normals = ::osg::GeoNormals3f::create();
     colors->resize(3);
     normals->resize(2);
     morva::osg::fillFCwithValue(colors, ::osg::Color3f(0.25F, 0.5F, 1.0F));
-    morva::osg::fillFCwithValue(normals, ::osg::Vec3f(1.0F, 2.0F, 3.0F));
-    morva::osg::fillFCwithValue(::osg::GeoTexCoordsPtr(), ::osg::Vec2f(1.0F, 2.0F));
-    const ::osg::GeoColorsRefPtr held_colors(colors);
-    const ::osg::GeoNormalsRefPtr held_normals(normals);
+    morva::osg::fillFCwithValue(normals, ::osg::Vec3f(1, 2, 3));
+    morva::osg::fillFCwithValue(::osg::GeoTexCoordsPtr(), ::osg::Vec2f(1, 2));
+    const ::osg::RefPtr<::osg::GeoColorsPtr> held_colors(colors);
+    const ::osg::RefPtr<::osg::GeoNormalsPtr> held_normals(normals);
     EXPECT_EQ(colors->getValue(2), ::osg::Color3f(0.25F, 0.5F, 1.0F));
-    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1.0F, 2.0F, 3.0F));
+    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1, 2, 3));
 }
 
 } // namespace

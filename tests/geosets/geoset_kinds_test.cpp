@@ -42,28 +42,26 @@ using kinds = testing::Types<osg_geoset, osg_line_geoset, osg_point_geoset>;
 TYPED_TEST_SUITE(GeosetKinds, kinds);
 
 TYPED_TEST(GeosetKinds, ExtractRefusesWithOneLineAndNoChange) {
-    const node_ref coreless(::osg::Node::create()), grouped(group());
-    const node_ref empty(nodeOf(::osg::Geometry::create()));
-    const node_ref others(meshNode(elements(TestFixture::corners == 3 ? 2 : 3, 1)));
-    const node_ref sound(meshNode(this->some(1)));
     TypeParam without_core;
     without_core.geometry = ::osg::NullFC;
     const struct {
         const char* name;
-        ::osg::NodePtr node;
+        node_ref node;
         TypeParam& into;
         std::string line;
-    } cases[] = {{"null", ::osg::NullFC, this->geoset, this->tools() + "No Node\n"},
-                 {"no_core", coreless.get(), this->geoset, this->tools() + "No Core\n"},
-                 {"group", grouped.get(), this->geoset, this->tools() + "No GeometryCore\n"},
-                 {"nothing_to_draw", empty.get(), this->geoset, ""},
-                 {"other_primitives", others.get(), this->geoset, ""},
-                 {"no_target", sound.get(), without_core,
-                  "Morva_osg_geoset_tools::Extract: No Geometry in geoset!\n"}};
+    } cases[] = {
+        {"null", node_ref(), this->geoset, this->tools() + "No Node\n"},
+        {"no_core", node_ref(::osg::Node::create()), this->geoset, this->tools() + "No Core\n"},
+        {"group", node_ref(group()), this->geoset, this->tools() + "No GeometryCore\n"},
+        {"nothing_to_draw", node_ref(nodeOf(::osg::Geometry::create())), this->geoset, ""},
+        {"other_primitives", node_ref(meshNode(elements(TestFixture::corners == 3 ? 2 : 3, 1))),
+         this->geoset, ""},
+        {"no_target", node_ref(meshNode(this->some(1))), without_core,
+         "Morva_osg_geoset_tools::Extract: No Geometry in geoset!\n"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
         const auto act = [&] {
-            EXPECT_EQ(pour(c.node, c.into, {true, true, true, true, true}), 0U);
+            EXPECT_EQ(pour(c.node.get(), c.into, {true, true, true, true, true}), 0U);
         };
         EXPECT_EQ(toldBy(act), c.line);
         EXPECT_EQ(c.into.vertex_count, 0U);
@@ -320,8 +318,6 @@ TYPED_TEST(GeosetKinds, SizesAreInElementsUntilOneFailsAndClearStartsAnew) {
     EXPECT_EQ(this->geoset.vertex_capacity, 500000U);
 }
 
-// ---- lines
-
 /// A geoset over lines given by their ends: colours by end (first red, second blue), IDs the
 /// number of the line, normals by end.
 void fill(osg_line_geoset& lines, const piece& ends) {
@@ -424,17 +420,14 @@ TEST(CutInTree, KeepsTheLengthOfLinesAndTheAreaOfTriangles) {
         expectKeptByCuts(lines, {3, 20, round % 4, 1.0F, 2.0F, 0.95F, false},
                          [](const piece& ends) { return (ends[1] - ends[0]).length(); });
     }
-    osg_geoset ball;
-    fillGeoset(ball, roughBall(rng, 30, 60), true);
-    const std::uint64_t count = ball.size;
-    expectKeptByCuts(ball, {50, 20, 1, 1.0F, 2.0F, 0.95F, false},
+    osg_geoset triangles;
+    fillGeoset(triangles, scattered(rng, 600), true);
+    expectKeptByCuts(triangles, {50, 20, 1, 1.0F, 2.0F, 0.95F, false},
                      [](const piece& t) { return areaOf(t).length(); });
-    EXPECT_GT(ball.size, count);
+    EXPECT_GT(triangles.size, 700U);
 }
 
-// ---- points
-
-TEST(PointTree, APointOnThePlaneGoesRightAndANanIsToldAndStays) {
+TEST(PointTree, APointOnThePlaneGoesRight) {
     osg_point_geoset points;
     const ::osg::GeoPositions2fPtr flat = ::osg::GeoPositions2f::create(); // another form
     for (const float x : {0.0F, 2.0F, 4.0F})
@@ -443,18 +436,12 @@ TEST(PointTree, APointOnThePlaneGoesRightAndANanIsToldAndStays) {
     points.vertex_count = 3;
     points.setup();
     morva::kd_tree<float> tree;
-    const morva::kd_build_setup setup{1, 1, 3, 1.0F, 2.0F, 0.95F, false};
-    morva::compile(points, tree, setup, morva::kd_strategy_ObjMedian());
+    morva::compile(points, tree, {1, 1, 3, 1.0F, 2.0F, 0.95F, false},
+                   morva::kd_strategy_ObjMedian());
     ASSERT_EQ(tree.node_count, 2U);
     EXPECT_EQ(tree.nodes[0].plane, 2.0F);
     EXPECT_EQ(tree.nodes[1].count, 1U);
     EXPECT_EQ(tree.nodes[2].count, 2U);
-
-    points.geometry->getPositions()->setValue({nan_value, 1, 0}, 1);
-    const auto build = [&] { compile(points, tree, setup, morva::kd_strategy_ObjMedian()); };
-    EXPECT_EQ(toldBy(build), "Found NAN in kd_strategy_ObjMedian!\n"
-                             "AXIS: 0 Index: 1 MIN: nan MAX: nan\n");
-    EXPECT_EQ(morva::triangle_count(tree, 0), 3U);
 }
 
 } // namespace

@@ -13,7 +13,6 @@ const std::string add_error =
     "bad_alloc caught in Extract geometry in Geoset.AddObject(): t: std::bad_alloc\n";
 const std::string setup_error = "bad_alloc caught in Geoset.setup(): std::bad_alloc\n";
 
-/// Triangles, or the ends of lines.
 piece manyCorners(int count) {
     std::mt19937 rng(5);
     piece positions;
@@ -80,49 +79,35 @@ TEST(GeosetMemory, APutBackThatFailsAsWellEnds) {
     EXPECT_GE(geoset.geometry->getPositions()->size(), 1500U);
 }
 
-TEST(GeosetMemory, AddingFailsWholeAtEveryAllocation) {
+TEST(GeosetMemory, ACutTakesBothPiecesOrNoneAtEveryAllocation) {
     failInTurn(2048, [](const auto& starved) {
         osg_geoset geoset;
-        fillGeoset(geoset, manyCorners(3600), true);
+        piece positions = manyCorners(3600);
+        std::copy_n(piece{{0, 0, 0}, {4, 0, 0}, {0, 4, 0}}.begin(), 3, positions.begin());
+        fillGeoset(geoset, positions, true);
+        do
+            ASSERT_TRUE(geoset.addObject({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 7));
+        while (geoset.size + 2 < geoset.wished_size); // there is room for one piece
         geoset.convert();
-        const std::uint64_t size = geoset.size;
-        bool added = false, failed = false;
-        const std::string told = allToldBy([&] {
-            failed = starved([&] { added = geoset.addObject({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 3); });
-        });
+        const std::uint64_t size = geoset.size, wished = geoset.wished_size;
+        const auto before = numbersOf(rowsOf(geoset.geometry.get(), 3));
+        cut_result found;
+        bool failed = false;
+        const std::string told =
+            allToldBy([&] { failed = starved([&] { found = cut(geoset, 0, 1.0, 0); }); });
+        EXPECT_EQ(told, failed ? add_error : "");
         EXPECT_EQ(broken_rule_of(geoset), "");
-        EXPECT_EQ(told, added ? "" : add_error);
-        EXPECT_EQ(added, !failed);
-        EXPECT_EQ(geoset.size, size + (added ? 1 : 0));
-        EXPECT_TRUE(added || geoset.wished_size == size);
+        EXPECT_EQ(found.pieces, failed ? 0 : 2);
+        if (!failed)
+            return;
+        EXPECT_EQ(geoset.size, size);
+        EXPECT_EQ(geoset.wished_size, wished);
+        EXPECT_EQ(numbersOf(rowsOf(geoset.geometry.get(), 3)), before);
+        geoset.setup();
+        EXPECT_EQ(geoset.size, size) << "the piece that was taken back does not come again";
+        EXPECT_EQ(cut(geoset, 0, 1.0, 0).pieces, 2);
+        EXPECT_EQ(broken_rule_of(geoset), "");
     });
-}
-
-TEST(GeosetMemory, ACutThatCannotTakeItsSecondPieceIsTakenBack) {
-    osg_geoset geoset;
-    piece positions = manyCorners(3600);
-    positions[0] = ::osg::Pnt3f(0, 0, 0);
-    positions[1] = ::osg::Pnt3f(4, 0, 0);
-    positions[2] = ::osg::Pnt3f(0, 4, 0);
-    fillGeoset(geoset, positions, true);
-    do
-        ASSERT_TRUE(geoset.addObject({0, 0, 0}, {1, 0, 0}, {0, 1, 0}, 7));
-    while (geoset.size + 2 < geoset.wished_size);
-    geoset.convert();
-    const std::uint64_t size = geoset.size;
-    const auto before = numbersOf(rowsOf(geoset.geometry.get(), 3));
-    EXPECT_EQ(allToldBy([&] {
-                  const shortage all(0, 1000);
-                  EXPECT_EQ(cut(geoset, 0, 1.0, 0).pieces, 0);
-              }),
-              add_error);
-    EXPECT_EQ(geoset.size, size);
-    EXPECT_EQ(numbersOf(rowsOf(geoset.geometry.get(), 3)), before);
-    EXPECT_EQ(broken_rule_of(geoset), "");
-    geoset.setup();
-    EXPECT_EQ(geoset.size, size) << "the piece that was taken back does not come again";
-    EXPECT_EQ(cut(geoset, 0, 1.0, 0).pieces, 2);
-    EXPECT_EQ(broken_rule_of(geoset), "");
 }
 
 /// Pours two nodes and sets up twice, with the n-th allocation failing: every n in turn until

@@ -124,6 +124,8 @@ TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     EXPECT_EQ(primitive.positions[2], ::osg::Pnt3f(0, 0, 0));
     EXPECT_TRUE(primitive.name.empty());
     primitive.texcoords2[1] = ::osg::Vec2f(8.0F, 9.0F);
+    const ::osg::GeometryPtr core = geoset.geometry.get();
+    core->setColors(inOtherForm<::osg::GeoColors4f>(core->getColors()));
     geoset.setTriangle(primitive, 1);
     EXPECT_EQ(primitive.positions[1], ::osg::Pnt3f(2, 0, 0));
     EXPECT_EQ(primitive.normals[0], ::osg::Vec3f(0, 0, 1));
@@ -140,27 +142,30 @@ TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     EXPECT_EQ(primitive.positions[0], ::osg::Pnt3f(2, 0, 0)) << "the last one";
 }
 
-TEST(Geoset, WorksOnPropertiesInOtherForms) {
-    osg_geoset geoset;
-    fillRaw(geoset, rowOfTriangles(4));
-    const ::osg::GeometryPtr core = geoset.geometry.get();
-    const ::osg::GeoPositions3dPtr wide = ::osg::GeoPositions3d::create();
-    const ::osg::GeoColors4ubPtr bytes = ::osg::GeoColors4ub::create();
-    for (const ::osg::Pnt3f& p : rowOfTriangles(4)) {
-        wide->addValue(p);
-        bytes->addValue(::osg::Color3f(p[1], 0.0F, 1.0F));
+TEST(GeosetRules, NameWhatIsBroken) {
+    const struct {
+        const char* rule;
+        void (*spoil)(osg_geoset& geoset);
+    } rows[] = {
+        {"", [](osg_geoset&) {}},
+        {"", [](osg_geoset& g) { g.dropExtents(); }},
+        {"size is at most wished_size", [](osg_geoset& g) { g.wished_size = 1; }},
+        {"every field holds every element",
+         [](osg_geoset& g) { g.geometry->getColors()->resize(5); }},
+        {"vertex_count counts every element", [](osg_geoset& g) { g.vertex_count = 9; }},
+        {"the length is that of the elements",
+         [](osg_geoset& g) { g.geometry->getLengths()->setValue(9, 0); }},
+        {"axis arrays agree with the positions", [](osg_geoset& g) { g.axis_max[2][1] = 1; }},
+        {"simple_tris agree with the positions", [](osg_geoset& g) { g.simple_tris[1].c[0] = 9; }}};
+    for (const auto& row : rows) {
+        osg_geoset geoset;
+        fillGeoset(geoset, {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}, {2, 0, 0}, {3, 0, 0}, {2, 1, 0}},
+                   true);
+        geoset.convert();
+        ASSERT_EQ(geoset.size, 2U);
+        row.spoil(geoset);
+        EXPECT_EQ(broken_rule_of(geoset), row.rule);
     }
-    core->setPositions(wide);
-    core->setColors(bytes);
-    geoset.setup();
-    geoset.convert();
-    ASSERT_EQ(geoset.size, 4U);
-    EXPECT_EQ(cut(geoset, 1, 0.5, 1).pieces, 2);
-    EXPECT_EQ(broken_rule_of(geoset), "");
-    EXPECT_NEAR(core->getColors()->getValue(12)[0], 0.5F, 0.01F);
-    morva::osg::osg_primitive primitive;
-    geoset.setTriangle(primitive, 4);
-    EXPECT_EQ(primitive.positions[0][1], 0.5F);
 }
 
 } // namespace

@@ -13,7 +13,6 @@
 
 namespace tri {
 
-/// What a cut of one triangle should give.
 struct naive_result {
     std::vector<piece> added;
     piece stays;

@@ -128,13 +128,7 @@ TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
         EXPECT_EQ(isShort(coreOf(soup.whole(3).get())->getLengths()), short_form);
     }
     // A wide sheet: the strips need fewer than 65535 indices, the vertices are more than 65536.
-    mesh_data sheet = meshOf({{4, 3 * 66000}}, {});
-    const piece squares = quads(33000).positions;
-    for (std::size_t first = 0; first < squares.size(); first += 4) {
-        for (const std::size_t corner : {0, 1, 2, 0, 2, 3})
-            sheet.positions.push_back(squares[first + corner]);
-    }
-    const sorted_soup wide(sheet, 1000000);
+    const sorted_soup wide(quads(33000), 1000000);
     const node_ref strips = wide.whole(3);
     EXPECT_EQ(difference(strips, wide.source, false), "");
     EXPECT_LT(coreOf(strips)->getIndices()->size(), 3U * 66000);

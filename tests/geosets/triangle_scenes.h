@@ -91,25 +91,20 @@ template <typename Iterator> corner cornerAt(const Iterator& it, ::osg::Int32 k)
     using ::osg::Geometry;
     const ::osg::GeometryPtr g = it.getGeometry();
     const bool all = g->getIndices() == ::osg::NullFC || g->getMFIndexMapping()->size() == 0;
-    const auto has = [&](::osg::UInt16 bit) { return all || g->calcMappingIndex(bit) >= 0; };
     corner c;
+    const auto take = [&](::osg::UInt16 bit, auto& to, const auto& value) {
+        if (all || g->calcMappingIndex(bit) >= 0)
+            to = value();
+    };
     c.position = it.getPosition(k);
-    if (has(Geometry::MapNormal))
-        c.normal = it.getNormal(k);
-    if (has(Geometry::MapColor))
-        c.color = it.getColor(k);
-    if (has(Geometry::MapSecondaryColor))
-        c.secondary = it.getSecondaryColor(k);
-    if (has(Geometry::MapTexCoords))
-        c.uv[0] = it.getTexCoords(k);
-    if (has(Geometry::MapTexCoords1))
-        c.uv[1] = it.getTexCoords1(k);
-    if (has(Geometry::MapTexCoords2))
-        c.uv[2] = it.getTexCoords2(k);
-    if (has(Geometry::MapTexCoords3))
-        c.uv[3] = it.getTexCoords3(k);
-    if (has(Geometry::MapTexCoords7))
-        c.id = it.getTexCoords7(k)[0];
+    take(Geometry::MapNormal, c.normal, [&] { return it.getNormal(k); });
+    take(Geometry::MapColor, c.color, [&] { return it.getColor(k); });
+    take(Geometry::MapSecondaryColor, c.secondary, [&] { return it.getSecondaryColor(k); });
+    take(Geometry::MapTexCoords, c.uv[0], [&] { return it.getTexCoords(k); });
+    take(Geometry::MapTexCoords1, c.uv[1], [&] { return it.getTexCoords1(k); });
+    take(Geometry::MapTexCoords2, c.uv[2], [&] { return it.getTexCoords2(k); });
+    take(Geometry::MapTexCoords3, c.uv[3], [&] { return it.getTexCoords3(k); });
+    take(Geometry::MapTexCoords7, c.id, [&] { return it.getTexCoords7(k)[0]; });
     return c;
 }
 
@@ -118,7 +113,6 @@ template <typename Property> int lengthOf(const Property& property) {
     return property == ::osg::NullFC ? -1 : static_cast<int>(property->size());
 }
 
-/// Primitives over positions, without an index.
 inline mesh_data meshOf(const std::vector<std::pair<unsigned, unsigned>>& primitives,
                         const piece& positions) {
     mesh_data mesh;
@@ -139,7 +133,6 @@ inline mesh_data elements(unsigned corners, unsigned count, const ::osg::Vec3f& 
     return mesh;
 }
 
-/// Triangles one after the other, three positions each.
 inline ::osg::GeometryPtr soup(const piece& positions) {
     return geometryOf(meshOf({{4, static_cast<unsigned>(positions.size())}}, positions));
 }
@@ -187,7 +180,6 @@ inline void fillRaw(osg_geoset& geoset, const piece& corners) {
     geoset.setup();
 }
 
-/// The corners of element `i`.
 template <typename Geoset> piece cornersOf(const Geoset& geoset, std::size_t i) {
     piece corners;
     for (std::size_t k = 0; k < Geoset::corners; ++k) {
@@ -210,7 +202,6 @@ inline double areaOfAll(const osg_geoset& geoset) {
     return sum;
 }
 
-/// What `act` prints on a stream.
 template <typename Act> std::string toldBy(const Act& act, std::ostream& stream = std::cout) {
     const stream_capture capture(stream);
     act();
@@ -320,30 +311,15 @@ inline ::osg::GeometryPtr randomGeometry(std::mt19937& rng, const random_form& f
     return geometry;
 }
 
-/// A closed surface: a ball of `rings` x `segments` patches with a rough skin, outside seen.
-inline piece roughBall(std::mt19937& rng, int rings, int segments) {
-    std::uniform_real_distribution<float> rough(0.8F, 1.2F);
-    piece skin, positions;
-    for (int i = 0; i < (rings + 1) * segments; ++i) {
-        const int ring = i / segments;
-        const bool pole = ring == 0 || ring == rings; // all points of a pole are one
-        const float down = 3.14159265F * static_cast<float>(ring) / static_cast<float>(rings);
-        const float turn =
-            6.2831853F * static_cast<float>(i % segments) / static_cast<float>(segments);
-        const float size = pole ? 1.0F : rough(rng), out = pole ? 0.0F : size * std::sin(down);
-        skin.push_back({out * std::cos(turn), out * std::sin(turn), size * std::cos(down)});
-    }
-    for (int r = 0; r < rings; ++r) {
-        for (int s = 0; s < segments; ++s) {
-            const auto at = [&](int down, int right) {
-                return skin[static_cast<std::size_t>((r + down) * segments +
-                                                     (s + right) % segments)];
-            };
-            if (r + 1 < rings)
-                positions.insert(positions.end(), {at(0, 0), at(1, 0), at(1, 1)});
-            if (r > 0)
-                positions.insert(positions.end(), {at(0, 0), at(1, 1), at(0, 1)});
-        }
+/// Triangles anywhere, each with its corners along the three axes from one point: no slivers.
+inline piece scattered(std::mt19937& rng, std::size_t count) {
+    std::uniform_real_distribution<float> anywhere(-1.0F, 1.0F), away(0.1F, 0.3F);
+    piece positions;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float x = anywhere(rng), y = anywhere(rng), z = anywhere(rng);
+        positions.insert(positions.end(), 3, {x, y, z});
+        for (::osg::UInt32 k = 0; k < 3; ++k)
+            positions[3 * i + k][k] += rng() % 2 == 0 ? away(rng) : -away(rng);
     }
     return positions;
 }

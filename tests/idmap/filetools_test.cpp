@@ -1,6 +1,5 @@
 // The ID map file, byte for byte, and the helpers beside it.
 
-#include <filesystem>
 #include <locale>
 
 #include <boost/filesystem.hpp>
@@ -8,35 +7,22 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmap_file.h>
-#include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "golden.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
 namespace fs = std::filesystem;
 using ::osg::Color4f;
 
-/// A folder of its own that goes with the test, and a handler without a past.
-class FileTools : public testing::Test {
+/// A folder of its own, and no recorded trees.
+class FileTools : public IdMap {
   protected:
-    FileTools() {
-        std::string pattern = (fs::temp_directory_path() / "morva-idmap-XXXXXX").string();
-        EXPECT_NE(mkdtemp(pattern.data()), nullptr);
-        folder = pattern;
-        forget();
-    }
-    ~FileTools() override {
-        forget();
-        fs::remove_all(folder);
-    }
-    static void forget() {
-        morva::osg::getIDmapHandler().reset();
-        morva::osg::getIDmapHandler().tree.str("");
-    }
-    std::string path(const char* name) const { return (folder / name).string(); }
+    FileTools() { handler.tree.str(""); }
+    std::string path(const char* name) const { return folder.file(name); }
 
-    fs::path folder;
+    temporary_folder folder;
 };
 
 struct look {
@@ -171,7 +157,9 @@ node_ref namedHouse(const ::osg::MaterialPtr& material) {
 /// What one run of the whole road prints about its file.
 std::string runRoad(const ::osg::NodePtr& root, const std::string& file) {
     const stream_capture out(std::cout);
-    const node_ref result(morva::osg::optTree(root, "maxtris(100),idmap(" + file + ")"));
+    const node_ref result(morva::osg::optTree(root, "maxtris(100),prefix(p),idmap(" + file + ")"));
+    EXPECT_EQ(morva::osg::getIDmapHandler().prefix, "p");
+    EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U) << "the run gave it back";
     const std::string text = out.text();
     return text.substr(text.find("Done merging.        \n") + 22);
 }
@@ -181,7 +169,6 @@ TEST_F(FileTools, TwoRunsInOneProcess) {
     paint(material.get(),
           {{0.5F, 0.5F, 0.5F, 1}, {0.1F, 0.1F, 0.1F, 1}, {0, 0, 0, 1}, {0, 0, 0, 1}, 64});
     for (int run = 1; run <= 2; ++run) {
-        const auto& handler = morva::osg::getIDmapHandler();
         const std::string core = "MG_" + std::to_string(handler.mergedCount);
         const std::string tree = golden("road_tree.txt");
         EXPECT_EQ(runRoad(namedHouse(material.get()).get(), path("road")),

@@ -1,56 +1,27 @@
-#include "tests/support/test.h"
-
-#include <OpenSG/OSGBarrier.h>
-#include <OpenSG/OSGThread.h>
-#include <OpenSG/OSGThreadManager.h>
-
-#include <morva/idmap/morva_osg_idmaphandler.h>
+#include "golden.h"
 
 namespace {
 
-using morva::osg::idmapHandler;
-
-/// Work on a thread of its own, which is waited for at the end of the scope.
-class other_thread {
-  public:
-    other_thread(const char* name, std::function<void()> what) : work_(std::move(what)) {
-        ::osg::BaseThread* named = ::osg::ThreadManager::the()->getThread(name, "OSGThread");
-        thread_ = dynamic_cast<::osg::Thread*>(named);
-        thread_->runFunction([](void* self) { static_cast<other_thread*>(self)->work_(); }, 0,
-                             this);
-    }
-    ~other_thread() { ::osg::BaseThread::join(thread_); }
-    other_thread(const other_thread&) = delete;
-    other_thread& operator=(const other_thread&) = delete;
-
-  private:
-    std::function<void()> work_;
-    ::osg::Thread* thread_;
-};
-
-/// Each test starts with an empty handler and leaves the lock free.
-class IdMapHandler : public testing::Test {
+class IdMapHandler : public IdMap {
   protected:
-    IdMapHandler() { handler.reset(); }
-    ~IdMapHandler() override { handler.reset(); }
-
+    std::string treeText(const ::osg::NodePtr& node, unsigned depth = 0) {
+        const std::size_t before = handler.tree.str().size();
+        handler.writeTree(node, depth);
+        return handler.tree.str().substr(before);
+    }
     int insert(std::string name, ::osg::Pnt3f low = {0, 0, 0}, ::osg::Pnt3f high = {1, 1, 1},
                const ::osg::MaterialPtr& material = ::osg::NullFC) {
         return handler.insertNodeName(name, low, high, material, "");
     }
     bool othersMayLock() {
         bool taken = false;
-        {
-            const other_thread probe("idmap_probe", [&] {
-                taken = handler.lock->request();
-                if (taken)
-                    handler.lock->release();
-            });
-        }
+        std::thread([&] {
+            taken = handler.lock->request();
+            if (taken)
+                handler.lock->release();
+        }).join();
         return taken;
     }
-
-    idmapHandler& handler = morva::osg::getIDmapHandler();
 };
 
 TEST_F(IdMapHandler, RecordsWhatALinearSearchWouldFind) {
@@ -148,10 +119,9 @@ TEST_F(IdMapHandler, ThreadsThatInsertTheSameNamesAgreeOnTheIds) {
         }
         handler.releaseHeldLock();
     };
-    {
-        const other_thread first("idmap_a", [&] { work(ids[0]); });
-        const other_thread second("idmap_b", [&] { work(ids[1]); });
-    }
+    std::thread other([&] { work(ids[1]); });
+    work(ids[0]);
+    other.join();
     EXPECT_EQ(ids[0], ids[1]);
     ASSERT_EQ(handler.names.size(), 50U);
     for (std::size_t i = 0; i < 200; ++i)
@@ -198,13 +168,14 @@ TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
         const ::osg::GeoTexCoordsPtr ids = core->getTexCoords7();
         const ::osg::RefPtr<::osg::GeoTexCoordsPtr> made(::osg::GeoTexCoords2f::create());
         const ::osg::GeoTexCoordsPtr used = made.get();
-        core->setTexCoords(taken > 0 ? used : ::osg::GeoTexCoordsPtr());
-        core->setTexCoords1(taken > 1 ? used : ::osg::GeoTexCoordsPtr());
-        core->setTexCoords2(taken > 2 ? used : ::osg::GeoTexCoordsPtr());
-        core->setTexCoords3(taken > 3 ? used : ::osg::GeoTexCoordsPtr());
+        const ::osg::GeoTexCoordsPtr none;
+        core->setTexCoords(taken > 0 ? used : none);
+        core->setTexCoords1(taken > 1 ? used : none);
+        core->setTexCoords2(taken > 2 ? used : none);
+        core->setTexCoords3(taken > 3 ? used : none);
         ::osg::MFUInt16& mapping = *core->editMFIndexMapping();
-        for (const ::osg::UInt16 bits : {::osg::UInt16(geometry::MapPosition), ids_bit, ids_bit})
-            mapping.push_back(bits);
+        mapping.resize(3, ids_bit);
+        mapping[0] = geometry::MapPosition;
 
         handler.registerGeometryUsage(node.get());
         EXPECT_EQ(handler.usage.count(4), 1U);
@@ -220,6 +191,95 @@ TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
         EXPECT_EQ(mapping[1], bits[taken]);
         EXPECT_EQ(mapping[2], ids_bit) << "the first alone";
     }
+}
+
+// ---- texts
+
+void attribute(const ::osg::AttachmentContainerPtr& container, const char* key, const char* value) {
+    ::osg::StringAttributeMapPtr map = ::osg::StringAttributeMapPtr::dcast(
+        container->findAttachment(::osg::StringAttributeMap::getClassType()));
+    if (map == ::osg::NullFC) {
+        map = ::osg::StringAttributeMap::create();
+        container->addAttachment(map);
+    }
+    if (key != nullptr)
+        map->setAttribute(key, value);
+}
+
+TEST_F(IdMapHandler, MetaDataIsJsonWithEscapedValuesAndKeysAsTheyAre) {
+    const node_ref node(group());
+    EXPECT_EQ(handler.getMetaData(::osg::NullFC, ""), "");
+    EXPECT_EQ(handler.getMetaData(node.get(), "\t"), "");
+    attribute(node->getCore(), "from", "core");
+    EXPECT_EQ(handler.getMetaData(node.get(), ""), "\n\"from\":\"core\"");
+    attribute(node.get(), nullptr, nullptr); // a map without keys hides the core's
+    EXPECT_EQ(handler.getMetaData(node.get(), ""), "");
+    attribute(node.get(), "path", "C:\\a \"b\"");
+    attribute(node.get(), "a\"key", "\\\"");
+    EXPECT_EQ(handler.getMetaData(node.get(), "\t"),
+              "\n\t\"path\":\"C:\\\\a \\\"b\\\"\",\n\t\"a\"key\":\"\\\\\\\"\"");
+}
+
+TEST_F(IdMapHandler, TreeNestsByChildren) {
+    const ::osg::NodePtr unseen = hidden(moved({0, 0, 0}, {}));
+    ::osg::setName(unseen->getCore(), "from core");
+    const node_ref root(named("root", group({unseen, ::osg::Node::create()})));
+    attribute(root.get(), "k", "v");
+    EXPECT_EQ(treeText(root.get()), golden("tree.txt"));
+    EXPECT_EQ(treeText(::osg::NullFC), "");
+    const node_ref alone(group());
+    EXPECT_EQ(treeText(alone.get(), 2), "\t\t\"name\":\"none\",\n\t\t\"type\":\"Group\",\n"
+                                        "\t\t\"render\":\"true\",\n\t\t\"meta\": {}\n");
+}
+
+/// The attributes that the root holds under a binding.
+std::map<std::string, std::string> bound(const ::osg::NodePtr& root, ::osg::UInt16 binding) {
+    const ::osg::StringAttributeMapPtr map = ::osg::StringAttributeMapPtr::dcast(
+        root->findAttachment(::osg::StringAttributeMap::getClassType(), binding));
+    std::map<std::string, std::string> result;
+    if (map == ::osg::NullFC)
+        return {{"no", "map"}};
+    for (::osg::UInt32 i = 0; i < map->getKeys().size(); ++i) {
+        result[map->getKeys()[i]] = map->getAttribute(map->getKeys()[i]);
+    }
+    return result;
+}
+
+TEST_F(IdMapHandler, RootTakesTheMapInSixAttachments) {
+    const ::osg::MaterialRefPtr plain(bareMaterial()); // without a colour
+    const ::osg::MaterialRefPtr glass(chunked({0.5F, 0.1F, 1.0F, 0.25F}));
+    const auto insert = [this](std::string name, const ::osg::MaterialPtr& material) {
+        ::osg::Pnt3f low(-1.5F, 0.1F, 1e7F), high(2.0F, 1.0F / 3.0F, 1e7F);
+        handler.insertNodeName(name, low, high, material, "");
+    };
+    insert("hull", glass.get());
+    insert("deck", plain.get());
+    insert("mast", glass.get());
+    insert("crew", ::osg::MaterialRefPtr(chunked({1, 1, 1, 1})).get()); // gone by now
+    insert("flag", glass.get());
+    handler.usage[0] = {"MG_2", "MG_10"};
+    handler.usage[2] = {"MG_2"};
+    handler.usage[-1] = {"MG_4"}; // IDs that came with the model name nothing
+    handler.usage[5] = {"MG_4"};
+    handler.texCoordMapping["MG_2"] = "TC1";
+    handler.appearanceNames.pop_back(); // an ID past their end has no colour
+
+    const node_ref root(group());
+    morva::osg::addIDmapInfo(root.get());
+    using texts = std::map<std::string, std::string>;
+    EXPECT_EQ(bound(root.get(), 1), (texts{{"MG_2", "TC1"}}));
+    EXPECT_EQ(bound(root.get(), 2),
+              (texts{{"0", "hull"}, {"1", "deck"}, {"2", "mast"}, {"3", "crew"}, {"4", "flag"}}));
+    EXPECT_EQ(bound(root.get(), 3).at("0"), "-1.5 0.1 1e+07");
+    EXPECT_EQ(bound(root.get(), 4).at("2"), "2 0.333333 1e+07");
+    EXPECT_EQ(bound(root.get(), 5), (texts{{"0", "0.5 0.1 1 0.25"},
+                                           {"1", "0 0 0 0"},
+                                           {"2", "0.5 0.1 1 0.25"},
+                                           {"3", "0 0 0 0"},
+                                           {"4", "0 0 0 0"}}));
+    EXPECT_EQ(bound(root.get(), 6), (texts{{"hull", "MG_10,MG_2"}, {"mast", "MG_2"}}));
+    EXPECT_EQ(bound(root.get(), 0), (texts{{"no", "map"}}));
+    morva::osg::addIDmapInfo(::osg::NullFC);
 }
 
 } // namespace

@@ -7,21 +7,6 @@ namespace {
 
 using morva::osg::mergeGeo;
 
-TEST(MergeGeo, OneGroupPerMaterialAsTheyAreMetAndTheInputStays) {
-    const material_ref red(plain(0)), blue(plain(1));
-    const node_ref root(group({part(blue.get(), 0, 3), moved({0, 7, 0}, {part(red.get(), 1, 2)}),
-                               part(blue.get(), 20, 5)}));
-    const world_mesh before = shapeOf(root.get());
-    const node_ref result(quietMerge(root.get(), quiet()));
-    EXPECT_EQ(result.get().getRefCount(), 1U);
-    EXPECT_EQ(firstDifference(before, shapeOf(result.get())), "");
-    EXPECT_EQ(firstDifference(before, shapeOf(root.get())), "");
-    const node_list cores = geometryNodes(result.get());
-    ASSERT_EQ(cores.size(), 2U);
-    EXPECT_EQ(coreOf(cores[0])->getMaterial(), blue.get());
-    EXPECT_EQ(coreOf(cores[1])->getMaterial(), red.get());
-}
-
 TEST(MergeGeo, PrintsAsToldByTheFlags) {
     const std::string title = "Merging Geometry with 4 GeometryCore(s)...\n";
     const std::string merged = "Found 3 different Materials.\n\rDone merging.        \n";

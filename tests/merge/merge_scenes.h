@@ -1,8 +1,6 @@
 #pragma once
 
-// Small scenes for the tests of the merge pass, on top of the shared builders:
-//
-//     group({part(red, 0), part(blue, 1), moved({5, 0, 0}, {part(red, 2)})})
+// Small scenes for the tests of the merge pass, on top of the shared builders.
 
 #include "tests/support/test.h"
 
@@ -47,7 +45,6 @@ inline morva::kd_build_setup cells(unsigned max_elements) {
     return {max_elements, 100, 3, 1.0F, 2.0F, 0.95F, false};
 }
 
-/// A merge with its output on standard output thrown away.
 inline node_ref quietMerge(const ::osg::NodePtr& root, const mergeGeo_setup& setup,
                            unsigned cell = 1000) {
     const stream_capture out(std::cout);

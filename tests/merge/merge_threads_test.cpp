@@ -1,11 +1,10 @@
 // The merge pass on workers: the same result as on one thread, whatever the timing.
 
 #include "merge_scenes.h"
-
-#include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGThread.h>
+#include "tests/support/temporary_folder.h"
 
 #include <morva/core/morva_osg_tools.h>
+#include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/merge/morva_osg_name_order.h>
@@ -31,33 +30,23 @@ void describe(const ::osg::NodePtr& node, std::ostream& out) {
         morva::osg::getColor(core->getMaterial(), diffuse, specular, ambient, emission, shininess);
         const char* const core_name = ::osg::getName(core);
         out << "|" << (core_name != nullptr ? core_name : "") << "|" << diffuse << "|";
-        describeRows(core->getTypes(), out);
-        describeRows(core->getLengths(), out);
-        describeRows(core->getIndices(), out);
-        describeRows(core->getPositions(), out);
-        describeRows(core->getNormals(), out);
-        describeRows(core->getColors(), out);
-        describeRows(core->getTexCoords(), out);
-        describeRows(core->getTexCoords7(), out);
+        const auto describeAll = [&out](const auto&... all) { (describeRows(all, out), ...); };
+        describeAll(core->getTypes(), core->getLengths(), core->getIndices(), core->getPositions(),
+                    core->getNormals(), core->getColors(), core->getTexCoords(),
+                    core->getTexCoords7());
     }
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
         describe(node->getChild(i), out);
     out << ")";
 }
 
-/// The ID map of the last run as text, with the cores below a node.
-void describeMap(const ::osg::NodePtr& result, std::ostream& out) {
+/// The file of the ID map of the last run, with the cores below a node.
+std::string mapOf(const ::osg::NodePtr& result) {
+    const temporary_folder folder;
     morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
     handler.registerGeometryUsage(result);
-    for (std::size_t id = 0; id < handler.names.size(); ++id) {
-        out << "\n" << handler.names[id] << handler.mins[id] << handler.maxs[id];
-        out << handler.appearanceNames[id];
-    }
-    for (const auto& [id, cores] : handler.usage) {
-        out << "\n" << id;
-        for (const std::string& core : cores)
-            out << " " << core;
-    }
+    morva::writeMapFile(folder.file("map"), handler);
+    return bytesOf(folder.file("map"));
 }
 
 /// Parts of many materials, in all that workers could get in each other's way with: cores that
@@ -65,10 +54,8 @@ void describeMap(const ::osg::NodePtr& result, std::ostream& out) {
 /// without an image, all kinds of primitives, glass, names for several nodes or none, and if asked
 /// for IDs of their own.
 struct crowded_scene {
-    explicit crowded_scene(unsigned seed, int parts = 40, bool images_by_group = false,
-                           bool own_ids = false, bool backwards = false)
-        : root(group({})) {
-        std::mt19937 rng(seed);
+    crowded_scene(bool images_by_group, bool own_ids, bool backwards) : root(group({})) {
+        std::mt19937 rng(5202);
         materials.resize(9);
         for (std::size_t i = 0; i < 9; ++i) { // whichever the scene graph made first
             const std::size_t k = backwards ? 8 - i : i;
@@ -80,7 +67,7 @@ struct crowded_scene {
         const ::osg::GeometryPtr with_coordinates = meshOf(rng);
         const ::osg::GeoTexCoordsPtr coordinates = with_coordinates->getTexCoords();
         ::osg::NodePtr above = root.get();
-        for (int i = 0; i < parts; ++i) {
+        for (int i = 0; i < 40; ++i) {
             const ::osg::MaterialPtr material = materials[rng() % 10].get();
             const bool by_group = i % 7 == 0;
             const ::osg::GeometryPtr core = by_group ? shared.get()
@@ -130,7 +117,7 @@ template <typename Scene, typename Run> std::string textAfter(const Scene& make,
         const ::osg::NodeRefPtr result(run(source.root.get()));
         EXPECT_EQ(handler.releaseHeldLock(), 0U);
         describe(result.get(), text);
-        describeMap(result.get(), text);
+        text << mapOf(result.get());
         if (out.text().find("Cacheopt") == std::string::npos)
             text << out.text();
     }
@@ -160,7 +147,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         std::string alone;
         for (int run = 0; run <= 12; ++run) {
             const auto scene = [&] {
-                return crowded_scene(5202, 40, c.images_by_group, c.own_ids, run % 4 > 1);
+                return crowded_scene(c.images_by_group, c.own_ids, run % 4 > 1);
             };
             mergeGeo_setup setup = quiet();
             setup.numthreads = run == 12 ? 0x7fffffff : run == 0 ? 1 : run % 2 == 0 ? 2 : 8;
@@ -196,44 +183,6 @@ TEST(MergeThreads, NamesCannotBeForetoldWhereABatchOfSomeIdsMayEnd) {
             EXPECT_EQ(morva::osg::canForetellNames(merge, setup), wanted || !large);
         }
     }
-}
-
-/// Numbers of a tree's nodes, cores and positions.
-void numbersIn(const ::osg::NodePtr& node, std::set<::osg::UInt32>& numbers) {
-    numbers.insert(node.getFieldContainerId());
-    numbers.insert(node->getCore().getFieldContainerId());
-    const ::osg::GeometryPtr core = coreOf(node);
-    if (core != ::osg::NullFC)
-        numbers.insert(core->getPositions().getFieldContainerId());
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        numbersIn(node->getChild(i), numbers);
-}
-
-TEST(MergeThreads, TheCallersChangeListHasWhatWorkersMade) {
-    ::osg::ChangeList::setReadWriteDefault(true); // for lists of workers
-    ::osg::ChangeList* changes = ::osg::Thread::getCurrentChangeList();
-    changes->setReadOnly(false);
-    for (const int threads : {1, 2, 8}) {
-        SCOPED_TRACE(threads);
-        const stream_capture out(std::cout);
-        const crowded_scene source(5205, 12);
-        changes->clearAll();
-        mergeGeo_setup setup = quiet();
-        setup.numthreads = threads;
-        setup.alphageometry = true; // all of the result is new
-        const ::osg::NodeRefPtr result(mergeGeo(source.root.get(), cells(20), setup));
-        std::set<::osg::UInt32> numbers, changed;
-        numbersIn(result.get(), numbers);
-        const std::set<::osg::UInt32> made(changes->beginCreated(), changes->endCreated());
-        EXPECT_TRUE(std::includes(made.begin(), made.end(), numbers.begin(), numbers.end()));
-        for (auto entry = changes->beginChanged(); entry != changes->endChanged(); ++entry)
-            changed.insert(entry->first);
-        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
-            EXPECT_EQ(changed.count(node->getCore().getFieldContainerId()), 1U);
-    }
-    changes->clearAll();
-    changes->setReadOnly(true);
-    ::osg::ChangeList::setReadWriteDefault(false);
 }
 
 } // namespace

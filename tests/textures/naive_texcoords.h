@@ -12,7 +12,6 @@ namespace uv {
 using morva::osg::osg_geoset;
 using coordinates = std::vector<::osg::Vec2f>; ///< three per triangle
 
-/// Fills a geoset with triangles whose IDs are their numbers.
 inline void fill(osg_geoset& geoset, const std::vector<::osg::Pnt3f>& positions,
                  const coordinates& values) {
     tri::fillGeoset(geoset, positions, true);

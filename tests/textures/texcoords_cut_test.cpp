@@ -13,7 +13,7 @@ using morva::osg::optimizeTexCoordsSmart;
 using uv::coordinates;
 using uv::osg_geoset;
 using corners = std::vector<::osg::Pnt3f>;
-constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
+using tri::nan_value;
 constexpr float inf = std::numeric_limits<float>::infinity();
 
 float reachOf(const osg_geoset& geoset) {

@@ -10,8 +10,8 @@
 
 namespace {
 
+using tri::nan_value;
 using uv::coordinates;
-constexpr float nan_value = std::numeric_limits<float>::quiet_NaN();
 constexpr float inf = std::numeric_limits<float>::infinity();
 
 coordinates after(uv::step which, coordinates t, int limit = 50) {

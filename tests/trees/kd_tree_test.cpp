@@ -1,4 +1,4 @@
-
+#include <morva/trees/kd_rules.h>
 #include <morva/trees/kd_tree.h>
 
 #include "naive_kd.h"
@@ -142,9 +142,11 @@ TEST(Compile, BuildsTheTreeOfItsNaiveTwinAndSaysTheSame) {
     expect_twins_everywhere(quarters(), 100);
 }
 
-TEST(Compile, ATreeCanBeBuiltAgainAndCountedBelowAnyNode) {
+TEST(Compile, ATreeCanBeBuiltAgainAndCountedBelowAnyNodeAndGivenMoreRoom) {
     std::mt19937 random(3);
     kd_tree<float> tree;
+    tree.check_resize(0);
+    EXPECT_EQ(tree.node_capacity, 1U);
     EXPECT_EQ(triangle_count<float>(tree, 0), 0U);
     for (const std::size_t count : {400, 0, 3, 900}) {
         whole_boxes geoset(make_boxes(random, count, trouble::none));
@@ -164,56 +166,25 @@ TEST(Compile, ATreeCanBeBuiltAgainAndCountedBelowAnyNode) {
     avg_depth_node<float>(tree, right, 1, both);
     EXPECT_EQ(whole, both);
     EXPECT_NEAR(whole / float(tree.leaf_count), 14.0f, 6.0f);
+    const std::uint64_t room = tree.node_capacity;
+    tree.check_resize(room - 1);
+    EXPECT_EQ(tree.node_capacity, room);
+    tree.check_resize(room);
+    EXPECT_EQ(tree.node_capacity, 2 * room);
+    EXPECT_EQ(triangle_count<float>(tree, 0), tree.index_count) << "the nodes stay";
 }
 
-// By numbers, since the twin could share a mistake: what is cut at all, and on which axis.
-TEST(Compile, CutsTheLongestAxisOfWhatIsTooMuch) {
-    const float at = 1e8f, next = std::nextafter(at, 2e8f);
-    const auto none = morva::kd_leaf_axis;
-    struct {
-        const char* what;
-        std::uint32_t max_elements, max_depth;
-        morva::float3 low, high; // of four boxes: two at either end of x
-        std::uint64_t nodes;
-        std::uint32_t axis;
-    } const rows[] = {
-        {"fewer than allowed", 5, 9, {}, {9, 1, 1}, 0, none},
-        {"as many as allowed: the root is cut, no child", 4, 9, {}, {9, 1, 1}, 2, 0},
-        {"no depth", 1, 0, {}, {9, 1, 1}, 0, none},
-        {"one level", 1, 1, {}, {9, 1, 1}, 2, 0},
-        {"y longest", 4, 1, {}, {1, 3, 2}, 2, 1},
-        {"z longest", 4, 1, {}, {1, 2, 3}, 2, 2},
-        {"x and y", 4, 1, {}, {2, 2, 1}, 2, 1},
-        {"x and z", 4, 1, {}, {2, 1, 2}, 2, 2},
-        {"y and z", 4, 1, {}, {1, 2, 2}, 2, 2},
-        {"all alike", 4, 1, {}, {2, 2, 2}, 2, 2},
-        {"the middle rounds onto a side", 1, 500, {at, at, at}, {next, next, next}, 0, none},
-        // None allowed: cuts until nothing is left to cut, without dividing or hanging.
-        {"boxes that end with precision", 0, 100000, {1, 1, 1}, {1.25f, 1, 1}, 82, 0}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.what);
-        const auto &l = row.low, &h = row.high;
-        const box3 one = {{{l[0], l[0]}, {l[1], h[1]}, {l[2], h[2]}}},
-                   other = {{{h[0], h[0]}, {l[1], h[1]}, {l[2], h[2]}}};
+TEST(Compile, EndsWherePrecisionDoesAlsoWhereNoElementsAreAllowed) {
+    const float far = 1e8f;
+    for (const auto& [low, high, nodes] :
+         {std::tuple(1.0f, 1.25f, 82U), std::tuple(far, std::nextafter(far, 2e8f), 0U)}) {
+        const box3 one = {{{low, low}}}, other = {{{high, high}}};
         whole_boxes geoset({one, one, other, other});
         kd_tree<float> tree;
-        const kd_build_setup setup{row.max_elements, row.max_depth, 3, 1, 2, 0.95f, false};
+        const kd_build_setup setup{0, 100000, 3, 1, 2, 0.95f, false};
         compile(geoset, tree, setup, morva::kd_strategy_ObjMedian());
-        EXPECT_EQ(tree.node_count, row.nodes);
-        EXPECT_EQ(tree.nodes[0].axis, row.axis);
+        EXPECT_EQ(tree.node_count, nodes);
     }
-}
-
-TEST(CheckResize, MakesRoomAndKeepsTheNodes) {
-    kd_tree<float> tree;
-    for (unsigned long node : {0UL, 1UL, 2UL, 3UL, 50UL, 7UL}) {
-        tree.check_resize(node);
-        ASSERT_LT(node, tree.node_capacity);
-        tree.nodes[node].first = std::uint32_t(100 + node);
-    }
-    EXPECT_EQ(tree.nodes[0].first, 100U);
-    EXPECT_EQ(tree.nodes[3].first, 103U);
-    EXPECT_EQ(tree.node_capacity, 100U);
 }
 
 // Old left, new left, new right, old right, then the tail: with cuts and with references.
@@ -238,6 +209,44 @@ TEST(Sort, KeepsNewIndicesBetweenTheOldOnes) {
         ASSERT_EQ(std::uint64_t(added), twin_added);
         ASSERT_EQ(indices_of(tree), indices);
         ASSERT_EQ(stop, round % 3 == 0); // callers pass it along
+    }
+}
+
+TEST(KdRules, NameWhatIsBroken) {
+    const struct {
+        const char* rule;
+        void (*spoil)(kd_tree<float>& tree, kd_build_setup& setup);
+    } rows[] = {
+        {"", [](auto&, auto&) {}},
+        {"node_count below node_capacity", [](auto& t, auto&) { t.node_capacity = 6; }},
+        {"index_count within index_capacity", [](auto& t, auto&) { t.index_capacity = 3; }},
+        {"all nodes hang below the root", [](auto& t, auto&) { t.node_count = 7; }},
+        {"nodes stand in pre-order", [](auto& t, auto&) { t.node_count = 5; }},
+        {"leaf_count counts the leaves", [](auto& t, auto&) { ++t.leaf_count; }},
+        {"max_leaf_size is that of the fullest leaf", [](auto& t, auto&) { ++t.max_leaf_size; }},
+        {"no node below max_depth", [](auto&, auto& setup) { setup.max_depth = 1; }},
+        {"axis is 0, 1 or 2", [](auto& t, auto&) { t.nodes[1].axis = 3; }},
+        {"right follows the left subtree", [](auto& t, auto&) { ++t.nodes[0].right; }},
+        {"leaves lie end to end", [](auto& t, auto&) { ++t.nodes[2].first; }},
+        {"leaves cover all indices", [](auto& t, auto&) { ++t.index_count; }},
+        {"indices are element numbers", [](auto& t, auto&) { t.indices[3] = 4; }},
+        {"no element stands twice",
+         [](auto& t, auto& setup) {
+             setup.straddle_mode = 1; // cut elements are not asked for their side
+             t.indices[1] = t.indices[0];
+         }},
+        {"elements lie on their side of each plane",
+         [](auto& t, auto&) { std::swap(t.indices[0], t.indices[3]); }}};
+    for (const auto& row : rows) {
+        whole_boxes geoset({{{{0, 1}}}, {{{1, 2}}}, {{{2, 3}}}, {{{3, 4}}}}); // side by side on x
+        kd_build_setup setup{1, 9, 3, 1, 2, 0.95f, false};
+        kd_tree<float> tree;
+        compile(geoset, tree, setup, morva::kd_strategy_median());
+        ASSERT_EQ(tree.node_count, 6U);
+        const std::uint64_t indices = tree.index_capacity;
+        row.spoil(tree, setup);
+        EXPECT_EQ(broken_rule_of(tree, geoset, setup), row.rule);
+        tree.index_capacity = indices;
     }
 }
 
