@@ -62,7 +62,8 @@ template <typename Rules> class cache_walk {
     cache_walk(const cache_walk&) = delete;
     cache_walk& operator=(const cache_walk&) = delete;
 
-    draw_order run() {
+    /// Out of line: inlined into a large caller it takes 10 % more instructions.
+    [[gnu::noinline]] draw_order run() {
         std::uint32_t element = table_.count > 0 ? table_.bestOfAll() : 0;
         for (std::size_t i = 0; i < table_.count; ++i) {
             if (table_.counter.full()) {

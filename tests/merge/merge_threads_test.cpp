@@ -45,7 +45,7 @@ std::string mapOf(const ::osg::NodePtr& result) {
     const temporary_folder folder;
     morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
     handler.registerGeometryUsage(result);
-    morva::writeMapFile(folder.file("map"), handler);
+    morva::osg::writeMapFile(folder.file("map"), handler);
     return bytesOf(folder.file("map"));
 }
 
