@@ -76,6 +76,15 @@ template <typename Geoset> bool holds_nan(const kd_range<Geoset>& range) {
     return false;
 }
 
+/// Out of line: rare, in a loop over all elements of every node that is cut.
+[[gnu::noinline]] inline void say_nan(int axis, std::uint64_t element, float low, float high) {
+    std::ostringstream text;
+    text.imbue(std::locale::classic());
+    text << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << axis << " Index: " << element
+         << " MIN: " << low << " MAX: " << high;
+    say({text.str()}, flush::no);
+}
+
 } // namespace detail
 
 /// The box middle, with a report of NaN extents.
@@ -116,11 +125,7 @@ struct kd_strategy_ObjMedian {
                 extents.read(indices[p], lo, hi);
                 if (!std::isnan(lo) && !std::isnan(hi))
                     continue;
-                std::ostringstream text;
-                text.imbue(std::locale::classic());
-                text << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << a
-                     << " Index: " << indices[p] << " MIN: " << lo << " MAX: " << hi;
-                say({text.str()}, flush::no);
+                detail::say_nan(a, indices[p], lo, hi);
             }
         }
         return static_cast<float>(box_middle(box, axis));
