@@ -1,0 +1,104 @@
+#include "part_table.h"
+
+#include <algorithm>
+#include <cmath>
+#include <limits>
+#include <unordered_map>
+#include <utility>
+
+#include <OpenSG/OSGSimpleAttachments.h>
+
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+#include "geometry_view.h"
+#include "scene_walk.h"
+#include "triangle_measures.h"
+
+namespace morva::host {
+
+namespace {
+
+constexpr float most = std::numeric_limits<float>::max();
+
+/// A box without numbers that files may not hold.
+void setBox(const ::osg::Pnt3f& low, const ::osg::Pnt3f& high, part_row& row) {
+    for (::osg::UInt32 k = 0; k < 3; ++k) {
+        const bool known = low[k] <= high[k]; // false for NaN
+        row.low[k] = known ? std::clamp(low[k], -most, most) : most;
+        row.high[k] = known ? std::clamp(high[k], -most, most) : -most;
+    }
+}
+
+/// The box of a node's positions in the world.
+void setBoxOf(const ::osg::NodePtr& node, part_row& row) {
+    const geometry_view view(::osg::GeometryPtr::dcast(node->getCore()));
+    const placement world(node);
+    ::osg::Pnt3f low(most, most, most), high(-most, -most, -most);
+    for (const ::osg::Pnt3f& point : placed(view, &world)) {
+        for (::osg::UInt32 k = 0; k < 3; ++k) {
+            low[k] = std::fmin(low[k], point[k]);
+            high[k] = std::fmax(high[k], point[k]);
+        }
+    }
+    setBox(low, high, row);
+}
+
+} // namespace
+
+part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePtr& result) {
+    std::unordered_map<std::string, std::vector<const named_part*>> by_name;
+    std::unordered_map<::osg::UInt32, const named_part*> by_node;
+    for (const named_part& part : parts) {
+        by_name[part.name].push_back(&part);
+        by_node.emplace(part.node_id, &part);
+    }
+    part_table table;
+    const morva::osg::idmapHandler& map = morva::osg::getIDmapHandler();
+    for (std::size_t id = 0; id < map.names.size(); ++id) {
+        part_row row;
+        row.name = map.names[id];
+        const auto found = by_name.find(map.names[id]);
+        if (found != by_name.end() && found->second.size() == 1) {
+            row.name = found->second[0]->original_name;
+            row.path = found->second[0]->path;
+        }
+        setBox(map.mins[id], map.maxs[id], row);
+        table.rows.push_back(std::move(row));
+    }
+    table.ids = table.rows.size();
+    for (const ::osg::NodePtr& node : geometryNodes(result)) {
+        const auto carried = by_node.find(node.getFieldContainerId());
+        if (carried == by_node.end())
+            continue;
+        part_row row;
+        row.name = carried->second->original_name;
+        row.path = carried->second->path;
+        setBoxOf(node, row);
+        table.rows.push_back(std::move(row));
+    }
+    return table;
+}
+
+int idSetOf(const std::string& name, const ::osg::GeometryPtr& core) {
+    const auto& mapping = morva::osg::getIDmapHandler().texCoordMapping;
+    const auto found = mapping.find(name);
+    if (found != mapping.end() && found->second.size() == 3)
+        return found->second[2] - '0';
+    return core->getTexCoords7() != ::osg::NullFC ? 7 : -1;
+}
+
+std::size_t dropBroughtIds(const std::vector<named_part>& parts) {
+    std::size_t dropped = 0;
+    for (const named_part& part : parts) {
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(part.node->getCore());
+        if (core->getTexCoords7() == ::osg::NullFC)
+            continue;
+        beginEditCP(core, ::osg::Geometry::TexCoords7FieldMask);
+        core->setTexCoords7(::osg::NullFC);
+        endEditCP(core, ::osg::Geometry::TexCoords7FieldMask);
+        ++dropped;
+    }
+    return dropped;
+}
+
+} // namespace morva::host
