@@ -45,6 +45,8 @@ class feature_ids {
     std::vector<part_row> parts_;
     /// By the core's container: the row of each corner of its triangles, or `no_row`.
     std::map<::osg::UInt32, std::vector<std::uint32_t>> rows_;
+    /// By the node's container: the row whose path is its name in the file.
+    std::map<::osg::UInt32, std::uint32_t> row_of_node_;
 };
 
 /// Reads the part table of a file and the rows of its vertices.
