@@ -186,7 +186,16 @@ TEST(FeatureIds, AreAsWideAsTheHighestWants) {
     }
 }
 
-TEST(FeatureIds, AreNotInFilesWithoutIds) {
+TEST(FeatureIds, AreInFilesWithIdsAloneAndInPlaceOfCoordinates) {
+    const temporary_folder plain;
+    modelFile(plain.file("in.osb"), group({named("part", meshNode(quads(3)))}));
+    EXPECT_EQ(
+        runMorva(wordsOf("optimize @in.osb -o @o.gltf -p maxtris(50),idmapinroot(true)", plain))
+            .code,
+        0);
+    const std::string text = bytesOf(plain.file("o.gltf"));
+    EXPECT_NE(text.find("_FEATURE_ID_0"), std::string::npos);
+    EXPECT_EQ(text.find("TEXCOORD"), std::string::npos);
     for (const std::string output : {"o.glb", "o.gltf", "o.obj"}) {
         const temporary_folder folder;
         const command_result run =
