@@ -17,7 +17,6 @@
 
 #include "geometry_view.h"
 #include "parallel.h"
-#include "part_table.h"
 #include "scene_walk.h"
 #include "text.h"
 #include "triangle_measures.h"
@@ -88,7 +87,7 @@ countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
     std::deque<output_node> outputs;
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(nameOf(node), core) : -1,
+        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
                            plan.areas ? std::optional<placement>(node) : std::nullopt});
     }
     std::vector<std::pair<std::string, std::map<int, amount>>> counted(outputs.size());

@@ -5,8 +5,6 @@
 #include <cstring>
 #include <utility>
 
-#include <OpenSG/OSGSimpleAttachments.h>
-
 #include "text.h"
 
 namespace morva::host {
@@ -57,11 +55,8 @@ json addPoints(const std::vector<part_row>& rows, ::osg::Pnt3f part_row::*field,
 
 } // namespace
 
-int gltf_features::setOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) const {
-    if (parts_ == nullptr)
-        return -1;
-    const ::osg::Char8* name = getName(node);
-    return idSetOf(name != nullptr ? name : "", core);
+int gltf_features::setOf(const ::osg::NodePtr& node) const {
+    return parts_ != nullptr ? idSetOf(node, parts_->sources) : -1;
 }
 
 void gltf_features::addTo(json& primitives, const flat_mesh& mesh) {
@@ -70,7 +65,7 @@ void gltf_features::addTo(json& primitives, const flat_mesh& mesh) {
     const auto none = static_cast<std::uint32_t>(parts_->rows.size());
     std::vector<std::uint32_t> rows(mesh.vertex_count);
     last_mesh_.resize(none, 0);
-    ++meshes_;
+    const std::uint32_t now = meshes_ + 1;
     std::uint32_t highest = 0;
     std::size_t count = 0;
     bool any_without = false;
@@ -80,13 +75,14 @@ void gltf_features::addTo(json& primitives, const flat_mesh& mesh) {
         rows[i] = known ? static_cast<std::uint32_t>(id) : none;
         highest = std::max(highest, rows[i]);
         any_without = any_without || !known;
-        if (known && last_mesh_[rows[i]] != meshes_) {
-            last_mesh_[rows[i]] = meshes_;
+        if (known && last_mesh_[rows[i]] != now) {
+            last_mesh_[rows[i]] = now;
             ++count;
         }
     }
     if (count == 0)
         return;
+    meshes_ = now;
     json entry = {{"featureCount", count}, {"attribute", 0}, {"propertyTable", 0}};
     if (any_without)
         entry["nullFeatureId"] = none;

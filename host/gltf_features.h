@@ -32,7 +32,7 @@ class gltf_features {
 
     /// The set of texture coordinates of a node's core that holds IDs and no coordinates; -1 for
     /// none.
-    int setOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) const;
+    int setOf(const ::osg::NodePtr& node) const;
     /// Adds the rows of a mesh's vertices to its primitives, all of which share the attributes.
     void addTo(nlohmann::json& primitives, const flat_mesh& mesh);
     /// Adds the table and the names of the extensions to the file's JSON, if there are parts.

@@ -113,7 +113,7 @@ class gltf_scene {
         const auto place = primitives_.emplace(core.getFieldContainerId(), json(json::array()));
         if (place.second) {
             views_.emplace_back(core);
-            flats_.emplace_back(views_.back(), features_.setOf(node, core));
+            flats_.emplace_back(views_.back(), features_.setOf(node));
             place.first->second = addMesh(flats_.back());
         }
         return place.first->second;

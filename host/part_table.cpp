@@ -53,6 +53,7 @@ part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePt
         by_node.emplace(part.node_id, &part);
     }
     part_table table;
+    table.sources = nodesOf(parts);
     const morva::osg::idmapHandler& map = morva::osg::getIDmapHandler();
     for (std::size_t id = 0; id < map.names.size(); ++id) {
         part_row row;
@@ -79,11 +80,22 @@ part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePt
     return table;
 }
 
-int idSetOf(const std::string& name, const ::osg::GeometryPtr& core) {
+node_numbers nodesOf(const std::vector<named_part>& parts) {
+    node_numbers numbers;
+    for (const named_part& part : parts)
+        numbers.insert(part.node_id);
+    return numbers;
+}
+
+int idSetOf(const ::osg::NodePtr& node, const node_numbers& sources) {
+    if (sources.count(node.getFieldContainerId()) != 0)
+        return -1;
     const auto& mapping = morva::osg::getIDmapHandler().texCoordMapping;
-    const auto found = mapping.find(name);
+    const ::osg::Char8* name = getName(node);
+    const auto found = mapping.find(name != nullptr ? name : "");
     if (found != mapping.end() && found->second.size() == 3)
         return found->second[2] - '0';
+    const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
     return core->getTexCoords7() != ::osg::NullFC ? 7 : -1;
 }
 

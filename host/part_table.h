@@ -12,6 +12,7 @@
 #include <cstddef>
 #include <limits>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
@@ -34,9 +35,13 @@ struct part_row {
     }
 };
 
+/// Nodes by their containers' numbers.
+using node_numbers = std::unordered_set<::osg::UInt32>;
+
 struct part_table {
     std::vector<part_row> rows;
-    std::size_t ids = 0; ///< so many rows, from the first one, are those of the ID map
+    std::size_t ids = 0;  ///< so many rows, from the first one, are those of the ID map
+    node_numbers sources; ///< nodes of the input
 };
 
 /// The table of the run that just ended, from the ID map and what was carried over.
@@ -45,9 +50,12 @@ struct part_table {
 /// result  of the run
 part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePtr& result);
 
-/// The set of texture coordinates that holds the IDs of an output node, by its name and core; -1
-/// for none.
-int idSetOf(const std::string& name, const ::osg::GeometryPtr& core);
+/// The nodes of a run's input.
+node_numbers nodesOf(const std::vector<named_part>& parts);
+
+/// The set of texture coordinates that holds the IDs of an output node with a geometry core; -1 for
+/// none, as for a node of the input, which is carried over, whatever its name is.
+int idSetOf(const ::osg::NodePtr& node, const node_numbers& sources);
 
 /// Takes IDs that a scene brings along out of it, so that a run's own are the only ones, and
 /// returns how many geometry cores had some.

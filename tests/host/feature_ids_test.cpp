@@ -2,6 +2,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
 #include "feature_ids.h"
 #include "geometry_view.h"
 #include "host_error.h"
@@ -187,15 +189,29 @@ TEST(FeatureIds, AreAsWideAsTheHighestWants) {
 }
 
 TEST(FeatureIds, AreInFilesWithIdsAloneAndInPlaceOfCoordinates) {
-    const temporary_folder plain;
-    modelFile(plain.file("in.osb"), group({named("part", meshNode(quads(3)))}));
-    EXPECT_EQ(
-        runMorva(wordsOf("optimize @in.osb -o @o.gltf -p maxtris(50),idmapinroot(true)", plain))
-            .code,
-        0);
-    const std::string text = bytesOf(plain.file("o.gltf"));
-    EXPECT_NE(text.find("_FEATURE_ID_0"), std::string::npos);
-    EXPECT_EQ(text.find("TEXCOORD"), std::string::npos);
+    // The second part is carried over under the name that the core of the first one gets.
+    std::mt19937 rng(4);
+    const ::osg::NodePtr glass = meshNode(withCoordinates(quads(2), rng), chunked({1, 1, 1, .5f}));
+    const std::string next = "MG_" + std::to_string(morva::osg::getIDmapHandler().mergedCount);
+    const temporary_folder keeping;
+    modelFile(keeping.file("in.osb"),
+              group({named("part", meshNode(quads(3))), named(next, glass)}));
+    const std::string command =
+        "optimize @in.osb -o @o.gltf --names keep -p maxtris(50),idmapinroot(true)";
+    const command_result kept = runMorva(wordsOf(command, keeping));
+    ASSERT_EQ(kept.code, 0) << kept.err;
+    const json text = json::parse(bytesOf(keeping.file("o.gltf")));
+    for (const json& node : text["nodes"]) {
+        if (!node.contains("mesh"))
+            continue;
+        const json& mesh = text["meshes"][node["mesh"].get<std::size_t>()];
+        const json& attributes = mesh["primitives"][0]["attributes"];
+        const bool merged = mesh["primitives"][0].contains("extensions");
+        EXPECT_EQ(attributes.contains("_FEATURE_ID_0"), merged);
+        EXPECT_EQ(attributes.contains("TEXCOORD_0"), !merged);
+        EXPECT_EQ(node["name"], next);
+    }
+    EXPECT_EQ(text["meshes"].size(), 2u);
     for (const std::string output : {"o.glb", "o.gltf", "o.obj"}) {
         const temporary_folder folder;
         const command_result run =
