@@ -297,7 +297,7 @@ feature_ids readFeatureIds(const std::string& path, const model& read) {
     const std::string extension = extensionOf(path);
     if (extension != "glb" && extension != "gltf")
         return result;
-    const gltf_source file(path);
+    const gltf_source file(path, "EXT_structural_metadata");
     table_reader tables(file);
     if (tables.rows.empty())
         return result;

@@ -16,8 +16,6 @@ namespace morva::host {
 
 namespace {
 
-using nlohmann::json;
-
 // Numbers of the glTF format.
 constexpr std::size_t type_uint8 = 5121, type_uint16 = 5123, type_uint32 = 5125, type_float = 5126;
 
@@ -89,21 +87,26 @@ void gltf_source::damaged(const std::string& how) const {
     throw host_error("'" + path_ + "' is damaged: " + how);
 }
 
-gltf_source::gltf_source(const std::string& path) : path_(path) {
-    std::string text;
-    if (extensionOf(path) == "glb") {
-        readBinary();
-    } else {
-        std::ifstream file(path, std::ios::binary);
-        json_ = json::parse(file, nullptr, false);
-    }
+gltf_source::gltf_source(const std::string& path, const char* mention) : path_(path) {
+    const std::string text = extensionOf(path) == "glb" ? readBinary() : readText();
+    json_ = nlohmann::json::object();
+    // The importer takes texts that are no JSON to the letter; those of no use are not read.
+    if (text.find(mention) == std::string::npos)
+        return;
+    json_ = nlohmann::json::parse(text, nullptr, false);
     if (!json_.is_object())
         damaged("it holds no glTF text");
     findBuffers();
 }
 
+std::string gltf_source::readText() const {
+    const place file{path_, 0, sizeOf(path_), {}};
+    const std::vector<std::uint8_t> bytes = bytesOf(file, 0, file.size);
+    return {bytes.begin(), bytes.end()};
+}
+
 /// Header of three words, then chunks: length, kind, bytes. The first one is the text.
-void gltf_source::readBinary() {
+std::string gltf_source::readBinary() {
     const std::uint64_t size = sizeOf(path_);
     const place file{path_, 0, size, {}};
     const auto word = [&](std::uint64_t at) {
@@ -111,12 +114,11 @@ void gltf_source::readBinary() {
     };
     if (size < 20 || word(0) != 0x46546C67u || word(4) != 2)
         damaged("it does not begin as a binary glTF 2.0");
-    const std::uint64_t length = word(12);
+    const std::uint64_t length = word(12), next = 20 + length;
     const std::vector<std::uint8_t> text = bytesOf(file, 20, length);
-    json_ = json::parse(text.begin(), text.end(), nullptr, false);
-    const std::uint64_t next = 20 + length;
     if (next + 8 <= size && word(next + 4) == 0x004E4942u)
         chunk_ = {path_, next + 8, word(next), {}};
+    return {text.begin(), text.end()};
 }
 
 void gltf_source::findBuffers() {

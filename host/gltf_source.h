@@ -2,8 +2,8 @@
 
 // A .glb or .gltf file as it lies on the disk: its JSON, and numbers out of its buffers.
 //
-//     const gltf_source file("out.glb");
-//     file.json()["meshes"] ...
+//     const gltf_source file("out.glb", "EXT_structural_metadata");
+//     file.json()["meshes"] ...        empty if the text does not mention the extension
 //     file.wholeNumbers(accessor)      indices, rows of tables
 //     file.view(3)                     bytes of a buffer view
 //
@@ -21,8 +21,9 @@ namespace morva::host {
 
 class gltf_source {
   public:
-    /// errors  host_error: the file cannot be read, or is no glTF
-    explicit gltf_source(const std::string& path);
+    /// mention  what the text must mention to be taken in
+    /// errors   host_error: the file cannot be read, or is no glTF
+    gltf_source(const std::string& path, const char* mention);
 
     const nlohmann::json& json() const { return json_; }
     /// An entry of a list of the file, such as "nodes".
@@ -50,7 +51,8 @@ class gltf_source {
         std::uint64_t size = 0;          ///< that are there
         std::vector<std::uint8_t> bytes; ///< of a data URI
     };
-    void readBinary();
+    std::string readText() const;
+    std::string readBinary();
     void findBuffers();
     place placeOf(const std::string& uri) const;
     std::vector<std::uint8_t> bytesOf(const place& from, std::uint64_t start,
