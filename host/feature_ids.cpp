@@ -59,34 +59,43 @@ class table_reader {
         const json* const properties = type != nullptr ? find(*type, "properties") : nullptr;
         if (values == nullptr || properties == nullptr)
             return;
-        const auto column = [&](const char* key, const char* form) -> const json* {
+        const auto column = [&](const char* key, const char* form,
+                                const char* component) -> const json* {
             const json* const property = find(*properties, key);
             const bool right = property != nullptr && !property->contains("array") &&
-                               gltf_source::text(*property, "type") == form;
+                               gltf_source::text(*property, "type") == form &&
+                               gltf_source::text(*property, "componentType") == component;
             return right ? find(*values, key) : nullptr;
         };
-        const json* const name = column("name", "STRING");
-        const json* const path = column("path", "STRING");
+        const json* const name = column("name", "STRING", "");
+        const json* const path = column("path", "STRING", "");
         if (name == nullptr && path == nullptr)
             return;
         const std::size_t count = file_.number(table, "count");
         const std::vector<std::string> names = texts(name, count), paths = texts(path, count);
-        const std::vector<::osg::Pnt3f> low = points(column("boxMin", "VEC3"), count);
-        const std::vector<::osg::Pnt3f> high = points(column("boxMax", "VEC3"), count);
+        const std::vector<::osg::Pnt3f> low = points(column("boxMin", "VEC3", "FLOAT32"), count);
+        const std::vector<::osg::Pnt3f> high = points(column("boxMax", "VEC3", "FLOAT32"), count);
         first.back() = rows.size();
         counts.back() = count;
-        for (std::size_t i = 0; i < count; ++i) {
-            part_row row;
-            if (name != nullptr)
-                row.name = names[i];
-            if (path != nullptr)
-                row.path = paths[i];
-            if (!low.empty() && !high.empty()) {
-                row.low = low[i];
-                row.high = high[i];
-            }
-            rows.push_back(std::move(row));
+        for (std::size_t i = 0; i < count; ++i)
+            rows.push_back(rowOf(i, names, paths, low, high));
+    }
+
+    /// A row of the columns that are there.
+    static part_row rowOf(std::size_t i, const std::vector<std::string>& names,
+                          const std::vector<std::string>& paths,
+                          const std::vector<::osg::Pnt3f>& low,
+                          const std::vector<::osg::Pnt3f>& high) {
+        part_row row;
+        if (!names.empty())
+            row.name = names[i];
+        if (!paths.empty())
+            row.path = paths[i];
+        if (!low.empty() && !high.empty()) {
+            row.low = low[i];
+            row.high = high[i];
         }
+        return row;
     }
 
     /// The width of an offset in bytes.

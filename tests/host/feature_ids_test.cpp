@@ -62,7 +62,7 @@ std::map<place, origin> originsOf(const ::osg::NodePtr& root) {
 }
 
 /// Parts with and without names, properties and IDs of their own, of several materials, some in one
-/// core; one is transparent, and so is one that stands at two places.
+/// core; transparent ones of all kinds of primitives, and at two places.
 ::osg::NodePtr manyParts() {
     std::mt19937 rng(31);
     node_list nodes;
@@ -87,6 +87,8 @@ std::map<place, origin> originsOf(const ::osg::NodePtr& root) {
     nodes.push_back(moved({0, 100, 0}, {named("pane", nodeOf(glass->getCore()))}));
     nodes.push_back(moved({0, 200, 0}, {glass}));
     nodes.push_back(moved({0, 300, 0}, {named("wire", meshNode(row(6, 1)))}));
+    const ::osg::NodePtr all_kinds = meshNode(mixture(rng, 30), chunked({1, 0, 0, .5f}));
+    nodes.insert(nodes.begin(), moved({0, 400, 0}, {named("kinds", all_kinds)}));
     return named("top", group(nodes));
 }
 
