@@ -59,33 +59,43 @@ int gltf_features::setOf(const ::osg::NodePtr& node) const {
     return parts_ != nullptr ? idSetOf(node, parts_->sources) : -1;
 }
 
-void gltf_features::addTo(json& primitives, const flat_mesh& mesh) {
-    if (mesh.ids.components == 0 || !fits())
+/// A row per vertex; empty if nothing is known of the core.
+std::vector<std::uint32_t> gltf_features::rowsOf(const flat_mesh& mesh,
+                                                 const ::osg::GeometryPtr& core) const {
+    const auto whole = parts_->row_of_core.find(core.getFieldContainerId());
+    if (whole != parts_->row_of_core.end())
+        return std::vector<std::uint32_t>(mesh.vertex_count, whole->second);
+    std::vector<std::uint32_t> rows;
+    const auto width = static_cast<std::size_t>(mesh.ids.components);
+    for (std::size_t i = 0; width != 0 && i < mesh.vertex_count; ++i) {
+        const float id = mesh.ids.values[i * width];
+        const bool known = id >= 0.f && id < static_cast<float>(parts_->ids); // false for NaN
+        rows.push_back(known ? static_cast<std::uint32_t>(id) : none());
+    }
+    return rows;
+}
+
+void gltf_features::addTo(json& primitives, const flat_mesh& mesh, const ::osg::GeometryPtr& core) {
+    if (parts_ == nullptr || !fits())
         return;
-    const auto none = static_cast<std::uint32_t>(parts_->rows.size());
-    std::vector<std::uint32_t> rows(mesh.vertex_count);
-    last_mesh_.resize(none, 0);
+    const std::vector<std::uint32_t> rows = rowsOf(mesh, core);
+    last_mesh_.resize(none(), 0);
     const std::uint32_t now = meshes_ + 1;
     std::uint32_t highest = 0;
     std::size_t count = 0;
-    bool any_without = false;
-    for (std::size_t i = 0; i < rows.size(); ++i) {
-        const float id = mesh.ids.values[i * static_cast<std::size_t>(mesh.ids.components)];
-        const bool known = id >= 0.f && id < static_cast<float>(parts_->ids); // false for NaN
-        rows[i] = known ? static_cast<std::uint32_t>(id) : none;
-        highest = std::max(highest, rows[i]);
-        any_without = any_without || !known;
-        if (known && last_mesh_[rows[i]] != now) {
-            last_mesh_[rows[i]] = now;
-            ++count;
-        }
+    for (const std::uint32_t row : rows) {
+        highest = std::max(highest, row);
+        if (row == none() || last_mesh_[row] == now)
+            continue;
+        last_mesh_[row] = now;
+        ++count;
     }
     if (count == 0)
         return;
     meshes_ = now;
     json entry = {{"featureCount", count}, {"attribute", 0}, {"propertyTable", 0}};
-    if (any_without)
-        entry["nullFeatureId"] = none;
+    if (highest == none())
+        entry["nullFeatureId"] = none();
     const int accessor = buffer_.addRows(rows, highest);
     for (json& primitive : primitives) {
         primitive["attributes"]["_FEATURE_ID_0"] = accessor;

@@ -33,8 +33,8 @@ class gltf_features {
     /// The set of texture coordinates of a node's core that holds IDs and no coordinates; -1 for
     /// none.
     int setOf(const ::osg::NodePtr& node) const;
-    /// Adds the rows of a mesh's vertices to its primitives, all of which share the attributes.
-    void addTo(nlohmann::json& primitives, const flat_mesh& mesh);
+    /// Adds the rows of a core's vertices to its primitives, all of which share the attributes.
+    void addTo(nlohmann::json& primitives, const flat_mesh& mesh, const ::osg::GeometryPtr& core);
     /// Adds the table and the names of the extensions to the file's JSON, if there are parts.
     void addTo(nlohmann::json& file) const;
     /// What was left out, one sentence each.
@@ -43,6 +43,9 @@ class gltf_features {
   private:
     /// Whether the IDs are few enough to be told apart.
     bool fits() const { return parts_->rows.size() <= gltf_buffer::exact_rows; }
+    /// The row of no part.
+    std::uint32_t none() const { return static_cast<std::uint32_t>(parts_->rows.size()); }
+    std::vector<std::uint32_t> rowsOf(const flat_mesh& mesh, const ::osg::GeometryPtr& core) const;
 
     gltf_buffer& buffer_;
     const part_table* parts_;

@@ -115,6 +115,7 @@ class gltf_scene {
             views_.emplace_back(core);
             flats_.emplace_back(views_.back(), features_.setOf(node));
             place.first->second = addMesh(flats_.back());
+            features_.addTo(place.first->second, flats_.back(), core);
         }
         return place.first->second;
     }
@@ -140,7 +141,6 @@ class gltf_scene {
         add(GL_TRIANGLES, mesh.triangles);
         add(GL_LINES, mesh.lines);
         add(GL_POINTS, mesh.points);
-        features_.addTo(primitives, mesh);
         return primitives;
     }
 

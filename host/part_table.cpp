@@ -43,17 +43,10 @@ void setBoxOf(const ::osg::NodePtr& node, part_row& row) {
     setBox(low, high, row);
 }
 
-} // namespace
-
-part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePtr& result) {
+void addIdRows(const std::vector<named_part>& parts, part_table& table) {
     std::unordered_map<std::string, std::vector<const named_part*>> by_name;
-    std::unordered_map<::osg::UInt32, const named_part*> by_node;
-    for (const named_part& part : parts) {
+    for (const named_part& part : parts)
         by_name[part.name].push_back(&part);
-        by_node.emplace(part.node_id, &part);
-    }
-    part_table table;
-    table.sources = nodesOf(parts);
     const morva::osg::idmapHandler& map = morva::osg::getIDmapHandler();
     for (std::size_t id = 0; id < map.names.size(); ++id) {
         part_row row;
@@ -66,8 +59,17 @@ part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePt
         setBox(map.mins[id], map.maxs[id], row);
         table.rows.push_back(std::move(row));
     }
-    table.ids = table.rows.size();
-    for (const ::osg::NodePtr& node : geometryNodes(result)) {
+}
+
+void addCarriedRows(const std::vector<named_part>& parts,
+                    const std::vector<::osg::NodePtr>& outputs, part_table& table) {
+    std::unordered_map<::osg::UInt32, const named_part*> by_node;
+    for (const named_part& part : parts)
+        by_node.emplace(part.node_id, &part);
+    std::unordered_map<::osg::UInt32, std::size_t> users;
+    for (const ::osg::NodePtr& node : outputs)
+        ++users[node->getCore().getFieldContainerId()];
+    for (const ::osg::NodePtr& node : outputs) {
         const auto carried = by_node.find(node.getFieldContainerId());
         if (carried == by_node.end())
             continue;
@@ -75,8 +77,21 @@ part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePt
         row.name = carried->second->original_name;
         row.path = carried->second->path;
         setBoxOf(node, row);
+        const ::osg::UInt32 core = node->getCore().getFieldContainerId();
+        if (users[core] == 1)
+            table.row_of_core.emplace(core, static_cast<std::uint32_t>(table.rows.size()));
         table.rows.push_back(std::move(row));
     }
+}
+
+} // namespace
+
+part_table partTableOf(const std::vector<named_part>& parts, const ::osg::NodePtr& result) {
+    part_table table;
+    table.sources = nodesOf(parts);
+    addIdRows(parts, table);
+    table.ids = table.rows.size();
+    addCarriedRows(parts, geometryNodes(result), table);
     return table;
 }
 

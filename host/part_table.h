@@ -5,13 +5,17 @@
 //     row     name       path                  told by
 //     0       "bolt"     "engine/bolt"         the IDs of the vertices, for all that was merged
 //     1       "bolt"     "engine/bolt~2"
-//     2       "hood"     "engine/#1/hood"      the node's name, for what is carried over as it is
+//     2       "hood"     "engine/#1/hood"      the core that the part alone draws with, or the
+//     node's
+//                                              name, for what is carried over as it is
 //
 // Rows of IDs come first, in the order of the ID map.
 
 #include <cstddef>
+#include <cstdint>
 #include <limits>
 #include <string>
+#include <unordered_map>
 #include <unordered_set>
 #include <vector>
 
@@ -42,6 +46,8 @@ struct part_table {
     std::vector<part_row> rows;
     std::size_t ids = 0;  ///< so many rows, from the first one, are those of the ID map
     node_numbers sources; ///< nodes of the input
+    /// The row of each core that one part draws with, and no other one, by container.
+    std::unordered_map<::osg::UInt32, std::uint32_t> row_of_core;
 };
 
 /// The table of the run that just ended, from the ID map and what was carried over.

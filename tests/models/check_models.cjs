@@ -149,12 +149,17 @@ async function check([model, parameters, format], number) {
   const report = JSON.parse(fs.readFileSync(file("report.json")));
   const map = JSON.parse(fs.readFileSync(file("map.json")));
   const nodes = await trianglesByNode(output);
+  const table = format === "glb" ? compareTable(output, report, map) : [];
   for (const core of report.cores) {
     const expected = {};
+    const rows = Object.keys(nodes[core.name]);
+    if (core.ids.length === 0 && rows.length === 1) { // carried over
+      expected[rows[0]] = core.triangles;
+      if (table.length) same(`${output}, its path`, table[rows[0]].path, core.name);
+    }
     for (const { id, triangles } of core.ids) if (triangles) expected[id] = triangles;
     same(`${output}, ${core.name}`, nodes[core.name], expected);
   }
-  const table = format === "glb" ? compareTable(output, report, map) : [];
   console.log(`  3d-tiles-tools: ${report.cores.length} cores, ${Object.keys(sum(nodes)).length} parts`
     + (table.length ? `, ${table.length} rows` : ""));
   console.log("  gltfpack -kv:", await afterPacking(output, nodes));
