@@ -12,6 +12,7 @@ On a fresh Debian 12, as root or with sudo:
   ./do check    format, includes, tests, tests as shipped, sanitizer builds with their tests, lint
   ./do ci       what every submission must pass: check without lint, and the demo in a system of its own
   ./do bench    build and run the benchmarks
+  ./do models   other programs read what the command writes (npm packages, in build/models)
   ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
                 ./do fresh demo for the demo alone
@@ -180,6 +181,17 @@ bench() {
     ./bench/run.sh build/release/bench
 }
 
+models() {
+    command -v npm >/dev/null || need nodejs npm
+    build release
+    mkdir -p build/models
+    cp tests/models/package.json build/models/
+    say "installing npm packages"
+    npm install --prefix build/models --no-audit --no-fund --ignore-scripts --loglevel=error
+    say "models, read by other programs"
+    node tests/models/check_models.cjs build/models build/release/host/morva "$MODELS"
+}
+
 # Carries out the verbs given on the last commit, on a machine with nothing on it.
 fresh() {
     if [ "$(id -u)" -ne 0 ] && ! command -v sudo >/dev/null; then
@@ -200,6 +212,7 @@ test)
 check) check ;;
 ci) ci ;;
 bench) bench ;;
+models) models ;;
 fuzz)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
     fuzz "$2"

@@ -17,6 +17,7 @@
 
 #include "geometry_view.h"
 #include "parallel.h"
+#include "scene_walk.h"
 #include "text.h"
 #include "triangle_measures.h"
 
@@ -30,22 +31,6 @@ const char* const renamed_parts = "";
 std::string nameOf(const ::osg::NodePtr& node) {
     const ::osg::Char8* name = getName(node);
     return name != nullptr ? name : "";
-}
-
-void collectGeometry(const ::osg::NodePtr& node, std::vector<::osg::NodePtr>& nodes) {
-    if (::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC)
-        nodes.push_back(node);
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        collectGeometry(node->getChild(i), nodes);
-}
-
-/// The set of texture coordinates that holds the IDs of an output node; -1 for none.
-int idSetOf(const std::string& name, const ::osg::GeometryPtr& core) {
-    const auto& mapping = morva::osg::getIDmapHandler().texCoordMapping;
-    const auto found = mapping.find(name);
-    if (found != mapping.end() && found->second.size() == 3)
-        return found->second[2] - '0';
-    return core->getTexCoords7() != ::osg::NullFC ? 7 : -1;
 }
 
 /// What is there of a part, or is to be.
@@ -98,12 +83,11 @@ std::map<int, amount> countById(const output_node& node) {
 /// Names and counts of the output nodes that hold geometry, in walk order.
 std::vector<std::pair<std::string, std::map<int, amount>>>
 countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
-    std::vector<::osg::NodePtr> nodes;
-    collectGeometry(result, nodes);
+    const std::vector<::osg::NodePtr> nodes = geometryNodes(result);
     std::deque<output_node> outputs;
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(nameOf(node), core) : -1,
+        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
                            plan.areas ? std::optional<placement>(node) : std::nullopt});
     }
     std::vector<std::pair<std::string, std::map<int, amount>>> counted(outputs.size());
@@ -153,10 +137,9 @@ print_list carriedPrints(const ::osg::NodePtr& result) {
     print_list prints;
     for (::osg::UInt32 i = 0; i < result->getNChildren(); ++i) {
         const ::osg::NodePtr child = result->getChild(i);
-        std::vector<::osg::NodePtr> nodes;
-        if (::osg::TransformPtr::dcast(child->getCore()) != ::osg::NullFC)
-            collectGeometry(child, nodes);
-        for (const ::osg::NodePtr& node : nodes)
+        if (::osg::TransformPtr::dcast(child->getCore()) == ::osg::NullFC)
+            continue;
+        for (const ::osg::NodePtr& node : geometryNodes(child))
             addPrints(geometry_view(::osg::GeometryPtr::dcast(node->getCore())), 0, prints);
     }
     return prints;

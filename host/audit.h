@@ -29,6 +29,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include "part_names.h"
+#include "part_table.h"
 #include "triangle_prints.h"
 
 namespace morva::host {
@@ -55,6 +56,7 @@ struct audited_part {
 
 struct audit_plan {
     std::vector<audited_part> parts;
+    node_numbers sources; ///< nodes of the parts: those in the output are carried over
     bool has_ids = false; ///< the run writes IDs
     bool by_part = false; ///< and they tell each part, so that each can be checked
     bool areas = false;   ///< some part is cut, and the output is in the world

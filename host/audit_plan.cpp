@@ -176,6 +176,7 @@ class view_store {
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters) {
     audit_plan plan;
+    plan.sources = nodesOf(parts);
     const run_plan run = morva::osg::planOf(parameters);
     const bool reorders = run.setup.merge.cacheopt;
     const part_lists lists(root);

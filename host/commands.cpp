@@ -27,6 +27,7 @@
 #include "output_set.h"
 #include "parameter_notes.h"
 #include "part_names.h"
+#include "part_table.h"
 #include "report.h"
 #include "scene_walk.h"
 #include "staged_output.h"
@@ -141,6 +142,13 @@ model readChecked(const options& chosen, run_report& report) {
     return source;
 }
 
+void noteBroughtIds(std::size_t cores, run_report& report) {
+    if (cores != 0)
+        report.notes.push_back(std::to_string(cores) +
+                               (cores == 1 ? " geometry brings" : " geometries bring") +
+                               " IDs in coordinate set 7: those of the ID map take their place");
+}
+
 void refuseFaults(const scene_statistics& scene, const std::string& path) {
     if (scene.faulty_cores != 0)
         throw host_error("'" + path + "' is damaged: " + std::to_string(scene.faulty_cores) +
@@ -179,6 +187,8 @@ void optimize(const options& chosen) {
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
     report.plan = planAudit(source.root.get(), parts, chosen.parameters);
+    if (report.plan->has_ids)
+        noteBroughtIds(dropBroughtIds(parts), report);
     steps.begin("optimise");
     const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps);
     steps.begin("audit");
@@ -190,7 +200,10 @@ void optimize(const options& chosen) {
     const bool passed = report.verdict->differences.empty();
     if (passed) {
         steps.begin("write");
-        for (std::string& note : writeModel(result.get(), source.images, stage.path()))
+        const part_table table =
+            report.plan->has_ids ? partTableOf(parts, result.get()) : part_table();
+        const part_table* const known = report.plan->has_ids ? &table : nullptr;
+        for (std::string& note : writeModel(result.get(), source.images, stage.path(), known))
             report.notes.push_back(std::move(note));
         report.output = {chosen.output, stage.bytes()};
         id_map.check(outputs, report);

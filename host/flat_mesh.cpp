@@ -12,14 +12,15 @@ bool isOneTriangleRun(const geometry_view& view) {
 }
 
 /// Whether each entry of each attribute is one vertex, and all of them are used.
-bool passesThrough(const geometry_view& view) {
+bool passesThrough(const geometry_view& view, int id_set) {
     const std::size_t count = view.positions.rows;
     const auto fits = [&](const property_column& column) {
         return !column.present || column.rows == count;
     };
     const auto* sets = view.coordinates;
     if (!view.one_index_per_corner || !fits(view.normals) || !fits(view.colors) ||
-        !std::all_of(sets, sets + flat_mesh::written_sets, fits) || view.runs.empty())
+        !std::all_of(sets, sets + flat_mesh::written_sets, fits) || view.runs.empty() ||
+        (id_set >= 0 && !fits(sets[id_set])))
         return false;
     std::vector<bool> used(count, false);
     std::size_t unused = count;
@@ -51,9 +52,9 @@ void gather(const property_column& from, const std::vector<std::uint32_t>& first
 
 } // namespace
 
-flat_mesh::flat_mesh(const geometry_view& view) {
+flat_mesh::flat_mesh(const geometry_view& view, int id_set) {
     running = isOneTriangleRun(view);
-    const bool direct = running || passesThrough(view);
+    const bool direct = running || passesThrough(view, id_set);
     vertex_numbering numbering;
     if (!direct)
         numbering = numberVertices(view);
@@ -68,8 +69,12 @@ flat_mesh::flat_mesh(const geometry_view& view) {
     take(view.positions, positions);
     take(view.normals, normals);
     take(view.colors, colors);
-    for (std::size_t set = 0; set < written_sets; ++set)
-        take(view.coordinates[set], coordinates[set]);
+    for (std::size_t set = 0; set < written_sets; ++set) {
+        if (static_cast<int>(set) != id_set)
+            take(view.coordinates[set], coordinates[set]);
+    }
+    if (id_set >= 0)
+        take(view.coordinates[id_set], ids);
     if (running)
         return;
 

@@ -21,15 +21,17 @@ struct flat_attribute {
 };
 
 struct flat_mesh {
-    /// The view must outlive the mesh.
-    explicit flat_mesh(const geometry_view& view);
+    /// The view must outlive the mesh. `id_set` is the set of coordinates that holds IDs: it comes
+    /// out as `ids`; -1 for none.
+    explicit flat_mesh(const geometry_view& view, int id_set = -1);
 
-    /// The last set is the library's own, for IDs on their way: it is not written.
+    /// The last set is the library's own, for IDs on their way: it is not written as coordinates.
     static constexpr std::size_t written_sets = geometry_view::coordinate_sets - 1;
 
     std::size_t vertex_count = 0;
     flat_attribute positions, normals, colors;
     flat_attribute coordinates[written_sets];
+    flat_attribute ids;                   ///< the first component counts
     std::vector<std::uint32_t> triangles; ///< three vertices each; empty if `running`
     std::vector<std::uint32_t> lines;     ///< two each; strips and loops cut up
     std::vector<std::uint32_t> points;    ///< one each

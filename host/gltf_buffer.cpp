@@ -17,12 +17,21 @@ namespace {
 constexpr int vertex_target = 34962;
 constexpr int index_target = 34963;
 constexpr int type_float = 5126;
+constexpr int type_uint8 = 5121;
 constexpr int type_uint16 = 5123;
 constexpr int type_uint32 = 5125;
 
-constexpr std::array<char, 3> padding = {0, 0, 0};
+constexpr std::array<char, 7> padding = {0, 0, 0, 0, 0, 0, 0};
 
 } // namespace
+
+void gltf_buffer::alignTo(std::size_t alignment) {
+    const std::size_t rest = size_ % alignment;
+    if (rest == 0)
+        return;
+    blocks_.push_back({padding.data(), alignment - rest});
+    size_ += alignment - rest;
+}
 
 int gltf_buffer::addView(const void* bytes, std::size_t size, int target) {
     nlohmann::json view = {{"buffer", 0}, {"byteOffset", size_}, {"byteLength", size}};
@@ -31,10 +40,7 @@ int gltf_buffer::addView(const void* bytes, std::size_t size, int target) {
     views_.push_back(std::move(view));
     blocks_.push_back({bytes, size});
     size_ += size;
-    if (size_ % 4 != 0) {
-        blocks_.push_back({padding.data(), 4 - size_ % 4});
-        size_ += 4 - size_ % 4;
-    }
+    alignTo(4);
     return static_cast<int>(views_.size()) - 1;
 }
 
@@ -96,7 +102,21 @@ int gltf_buffer::addIndices(const std::vector<std::uint32_t>& indices, std::size
     return addAccessor(view, narrow ? type_uint16 : type_uint32, "SCALAR", indices.size());
 }
 
-int gltf_buffer::addBytes(const std::vector<std::uint8_t>& bytes) {
+int gltf_buffer::addRows(const std::vector<std::uint32_t>& rows, std::uint32_t highest) {
+    if (highest > 0xFFFF)
+        return addFloats(std::vector<float>(rows.begin(), rows.end()), 1);
+    // Whatever their width, values of vertices begin at multiples of four bytes.
+    std::vector<std::uint8_t> bytes(4 * rows.size());
+    for (std::size_t i = 0; i < rows.size(); ++i)
+        std::memcpy(bytes.data() + 4 * i, &rows[i], 4);
+    bytes_.push_back(std::move(bytes));
+    const int view = addView(bytes_.back().data(), bytes_.back().size(), vertex_target);
+    views_.back()["byteStride"] = 4;
+    return addAccessor(view, highest > 0xFF ? type_uint16 : type_uint8, "SCALAR", rows.size());
+}
+
+int gltf_buffer::addBytes(const std::vector<std::uint8_t>& bytes, std::size_t alignment) {
+    alignTo(alignment);
     bytes_.push_back(bytes);
     return addView(bytes_.back().data(), bytes_.back().size(), 0);
 }

@@ -31,8 +31,12 @@ class gltf_buffer {
     /// Adds indices and returns their accessor: 16 bits wide if all are below `vertex_count` and
     /// that is at most 65,535.
     int addIndices(const std::vector<std::uint32_t>& indices, std::size_t vertex_count);
-    /// Adds plain bytes and returns their view.
-    int addBytes(const std::vector<std::uint8_t>& bytes);
+    /// Adds one number per vertex and returns their accessor: as narrow as the highest wants,
+    /// floats above 65,535, which are exact up to `exact_rows`.
+    int addRows(const std::vector<std::uint32_t>& rows, std::uint32_t highest);
+    static constexpr std::uint32_t exact_rows = 1u << 24;
+    /// Adds plain bytes, from a multiple of `alignment` on, and returns their view.
+    int addBytes(const std::vector<std::uint8_t>& bytes, std::size_t alignment = 4);
 
     std::uint64_t size() const { return size_; }
     /// The print of all bytes.
@@ -46,6 +50,7 @@ class gltf_buffer {
         const void* bytes;
         std::size_t size;
     };
+    void alignTo(std::size_t alignment);
     int addView(const void* bytes, std::size_t size, int target);
     int addAccessor(int view, int component_type, const char* type, std::size_t count);
 

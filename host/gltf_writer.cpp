@@ -14,6 +14,7 @@
 #include "file_references.h"
 #include "flat_mesh.h"
 #include "gltf_buffer.h"
+#include "gltf_features.h"
 #include "gltf_material.h"
 #include "host_error.h"
 #include "output_file.h"
@@ -36,7 +37,8 @@ std::vector<float> turned(const float* values, std::size_t count) {
 
 class gltf_scene {
   public:
-    explicit gltf_scene(const image_sources& images) : materials_(buffer_, images) {}
+    gltf_scene(const image_sources& images, const part_table* parts)
+        : materials_(buffer_, images), features_(buffer_, parts) {}
 
     json build(const ::osg::NodePtr& root) {
         json file = {{"asset", {{"version", "2.0"}, {"generator", "morva"}}}, {"scene", 0}};
@@ -48,6 +50,7 @@ class gltf_scene {
             if (!list.empty())
                 file[key] = list;
         };
+        features_.addTo(file);
         add("nodes", nodes_);
         add("meshes", meshes_);
         add("accessors", buffer_.accessors());
@@ -56,6 +59,7 @@ class gltf_scene {
         return file;
     }
     const gltf_buffer& buffer() const { return buffer_; }
+    std::vector<std::string> notes() const { return features_.notes(); }
 
   private:
     /// Enters a node and what is shown below it; returns its number.
@@ -84,7 +88,7 @@ class gltf_scene {
 
     /// The mesh of a core under the material that holds at the node; -1 if nothing is drawn.
     int meshOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) {
-        const json& primitives = primitivesOf(core);
+        const json& primitives = primitivesOf(node, core);
         if (primitives.empty())
             return -1;
         const int material = materials_.numberOf(morva::osg::getMaterial(node));
@@ -105,12 +109,13 @@ class gltf_scene {
     }
 
     /// The primitives of a core without material, made at its first coming.
-    const json& primitivesOf(const ::osg::GeometryPtr& core) {
+    const json& primitivesOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) {
         const auto place = primitives_.emplace(core.getFieldContainerId(), json(json::array()));
         if (place.second) {
             views_.emplace_back(core);
-            flats_.emplace_back(views_.back());
+            flats_.emplace_back(views_.back(), features_.setOf(node));
             place.first->second = addMesh(flats_.back());
+            features_.addTo(place.first->second, flats_.back(), core);
         }
         return place.first->second;
     }
@@ -158,6 +163,7 @@ class gltf_scene {
 
     gltf_buffer buffer_;
     gltf_materials materials_;
+    gltf_features features_;
     // Blocks of the buffer point into these: they keep their place and live until all is written.
     std::list<geometry_view> views_;
     std::list<flat_mesh> flats_;
@@ -213,13 +219,15 @@ void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
 
 } // namespace
 
-void writeGltf(const ::osg::NodePtr& root, const image_sources& images, const std::string& path) {
-    gltf_scene scene(images);
+std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
+                                   const part_table* parts, const std::string& path) {
+    gltf_scene scene(images, parts);
     json file = scene.build(root);
     if (extensionOf(path) == "glb")
         writeBinary(std::move(file), scene.buffer(), path);
     else
         writeText(std::move(file), scene.buffer(), path);
+    return scene.notes();
 }
 
 } // namespace morva::host

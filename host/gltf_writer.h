@@ -7,21 +7,28 @@
 //     .gltf   JSON, and beside it NAME.0123456789abcdef.bin, named by its content: a new pair
 //             never shares a file with the one before
 //
+// With a part table the parts go into the file, see gltf_features.h.
+//
 // Hidden subtrees stay out; switches and levels of detail are written as what they show. Cores
 // with strips, fans, quads or polygons become triangle lists.
 
 #include <string>
+#include <vector>
 
 #include <OpenSG/OSGNode.h>
 
 #include "image_codec.h"
+#include "part_table.h"
 
 namespace morva::host {
 
 /// Writes the scene below `root`.
 ///
-/// path    ends in .glb or .gltf
-/// errors  host_error: the disk, or more than 4 GiB for .glb
-void writeGltf(const ::osg::NodePtr& root, const image_sources& images, const std::string& path);
+/// parts    of the scene; null if nothing is known of them
+/// path     ends in .glb or .gltf
+/// returns  what was left out, one sentence each
+/// errors   host_error: the disk, or more than 4 GiB for .glb
+std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
+                                   const part_table* parts, const std::string& path);
 
 } // namespace morva::host

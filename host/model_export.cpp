@@ -50,12 +50,12 @@ std::string writableExtensions() {
 }
 
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
-                                    const std::string& path) {
+                                    const std::string& path, const part_table* parts) {
     const std::string extension = extensionOf(path);
     std::vector<std::string> notes;
     try {
         if (extension == "glb" || extension == "gltf")
-            writeGltf(root, images, path);
+            notes = writeGltf(root, images, parts, path);
         else if (extension == "osb")
             writeSceneFile(root, path);
         else

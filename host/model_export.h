@@ -9,6 +9,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include "image_codec.h"
+#include "part_table.h"
 
 namespace morva::host {
 
@@ -19,9 +20,10 @@ bool canWrite(const std::string& path);
 std::string writableExtensions();
 
 /// Writes the scene below `root`; files that belong to it go beside it.
+/// parts    for formats that tell of parts; null if nothing is known of them
 /// returns  what the format has no place for and was left out, one sentence each
 /// errors   host_error
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
-                                    const std::string& path);
+                                    const std::string& path, const part_table* parts = nullptr);
 
 } // namespace morva::host

@@ -87,10 +87,11 @@ struct walk {
         const std::string path =
             above + (original.empty() ? "#" + std::to_string(place) : safeName(original));
         if (geometry) {
-            const std::string name = rename ? names.unique(path) : original;
+            const std::string unique = names.unique(path);
             if (rename)
-                setName(node, name);
-            parts.push_back({node, original, name});
+                setName(node, unique);
+            parts.push_back(
+                {node, node.getFieldContainerId(), original, unique, rename ? unique : original});
         }
         for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
             visit(node->getChild(i), path + "/", i);

@@ -19,8 +19,10 @@ namespace morva::host {
 /// A geometry node and what it is called in the file.
 struct named_part {
     ::osg::NodePtr node;
+    ::osg::UInt32 node_id;     ///< the node's container: no other one ever gets it
     std::string original_name; ///< of the node or else of its core; empty if neither has one
-    std::string name;          ///< the unique name, or the original one
+    std::string path;          ///< the unique name
+    std::string name;          ///< what the node is called: the unique name, or the original one
 };
 
 /// Lists the geometry nodes below `root` in walk order.

@@ -24,6 +24,13 @@ void collectDrawn(const ::osg::NodePtr& node, std::vector<drawn_node>& found) {
         collectDrawn(child, found);
 }
 
+void collectGeometry(const ::osg::NodePtr& node, std::vector<::osg::NodePtr>& found) {
+    if (::osg::GeometryPtr::dcast(node->getCore()) != ::osg::NullFC)
+        found.push_back(node);
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        collectGeometry(node->getChild(i), found);
+}
+
 } // namespace
 
 std::vector<drawn_node> drawnNodes(const ::osg::NodePtr& root) {
@@ -52,6 +59,12 @@ std::vector<::osg::NodePtr> shownChildren(const ::osg::NodePtr& node) {
             shown.push_back(node->getChild(i));
     }
     return shown;
+}
+
+std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root) {
+    std::vector<::osg::NodePtr> found;
+    collectGeometry(root, found);
+    return found;
 }
 
 std::uint64_t countNodes(const ::osg::NodePtr& root) {

@@ -27,7 +27,10 @@ std::vector<drawn_node> drawnNodes(const ::osg::NodePtr& root);
 /// The children that a viewer goes on to, hidden ones left out.
 std::vector<::osg::NodePtr> shownChildren(const ::osg::NodePtr& node);
 
-/// All nodes of a tree, shown or not, the root included.
+/// The nodes of a tree with a geometry core, shown or not, in walk order.
+std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root);
+
+/// Number of all nodes of a tree, shown or not, the root included.
 std::uint64_t countNodes(const ::osg::NodePtr& root);
 
 /// Writes the matrix of a placing core to `matrix`. Returns false, and leaves it, for any other

@@ -16,6 +16,9 @@
 #include <assimp/Importer.hpp>
 #include <assimp/postprocess.h>
 
+#include "feature_ids.h"
+#include "host_error.h"
+#include "model.h"
 #include "tests/host/host_files.h"
 #include "tests/support/shortage.h"
 
@@ -72,6 +75,20 @@ bool importerCopes(const temporary_folder& folder, const std::string& path) {
     return good;
 }
 
+/// Reads what a file tells of its parts, and asks for each.
+void readParts(const std::string& path) {
+    try {
+        const morva::host::model read = morva::host::readModel(path);
+        const morva::host::feature_ids features = morva::host::readFeatureIds(path, read);
+        for (const ::osg::NodePtr& node : geometryNodes(read.root.get())) {
+            for (std::size_t triangle = 0; triangle < 1000; ++triangle)
+                features.partOf(node, triangle);
+        }
+    } catch (const morva::host::host_error& error) {
+        fuzz::require(*error.what() != '\0', "no reason is given");
+    }
+}
+
 } // namespace
 
 /// The import library loses memory on damaged files: leaks from below its calls are passed over.
@@ -96,5 +113,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     fuzz::require(std::filesystem::exists(output) == (result.code == 0), "an output, or none");
     fuzz::require(result.code == 0 || !result.err.empty(), "no reason is given");
     fuzz::require(result.err.find("audit:") == std::string::npos, result.err);
+    if (result.code == 0)
+        readParts(input);
     return 0;
 }
