@@ -70,21 +70,21 @@ int storeTriangles(const ::osg::GeometryPtr& geometry, triangle_list& list,
     const property_column& positions = columns[vertex_property::position];
     std::uint64_t stored = 0;
     std::uint32_t number = 0;
-    forEachTriangle(
-        columns, rest_rule::continued, [&](std::size_t first, std::size_t second, std::size_t third) {
-            const auto* a = positions.find<::osg::Pnt3f>(first);
-            const auto* b = positions.find<::osg::Pnt3f>(second);
-            const auto* c = positions.find<::osg::Pnt3f>(third);
-            if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c)) {
-                float_triangle& triangle = list.triangles[stored++];
-                set(triangle.a, *a);
-                set(triangle.b, *b);
-                set(triangle.c, *c);
-            } else if (left_out != nullptr) {
-                left_out->push_back(number);
-            }
-            ++number;
-        });
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        const auto* a = positions.find<::osg::Pnt3f>(first);
+                        const auto* b = positions.find<::osg::Pnt3f>(second);
+                        const auto* c = positions.find<::osg::Pnt3f>(third);
+                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c)) {
+                            float_triangle& triangle = list.triangles[stored++];
+                            set(triangle.a, *a);
+                            set(triangle.b, *b);
+                            set(triangle.c, *c);
+                        } else if (left_out != nullptr) {
+                            left_out->push_back(number);
+                        }
+                        ++number;
+                    });
     return static_cast<int>(number - stored);
 }
 
@@ -115,11 +115,13 @@ int extractTriangles(const NodePtr& node, triangle_list& list,
 
 /// Reads the triangles of a node's core into a payload and builds the tree over them.
 void fillPayload(const NodePtr& node, BIHAttachPayload& payload) {
-    tree_companion* const beside = payload_access::companion(payload).get();
-    extractTriangles(node, *payload.geoset, beside != nullptr ? &beside->left_out : nullptr);
-    if (beside != nullptr)
-        beside->box = corners_of_elements(*payload.geoset);
-    buildTree(*payload.geoset, *payload.tree, picking_setup);
+    triangle_list& list = *payload.geoset;
+    list_facts* const facts = payload_access::facts(payload).get();
+    payload.tree->release();
+    extractTriangles(node, list, facts != nullptr ? &facts->left_out : nullptr);
+    if (facts != nullptr)
+        facts->box = corners_of_elements(list);
+    compile(list, *payload.tree, picking_setup); // nothing without triangles
 }
 
 void updateBelow(const NodePtr& node, std::unordered_set<::osg::UInt32>& built) {
@@ -140,7 +142,7 @@ void updateBelow(const NodePtr& node, std::unordered_set<::osg::UInt32>& built) 
 MorvaAttachBIHPtr ownAttachment(const NodeCorePtr& core) {
     const MorvaAttachBIHPtr found = attachmentOf(core);
     const bool own = found != ::osg::NullFC && !isShared(found, core) &&
-                     payload_access::companion(payloadOf(found)) != nullptr;
+                     payload_access::facts(payloadOf(found)) != nullptr;
     return own ? found : MorvaAttachBIHPtr();
 }
 
@@ -222,7 +224,8 @@ void update_bih_payload(NodePtr node, BIHAttachPayload& payload) {
     if (payload.geoset == nullptr)
         payload.geoset = newTriangleList();
     const NodeCorePtr core = node != ::osg::NullFC ? node->getCore() : NodeCorePtr();
-    const MorvaAttachBIHPtr found = core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
+    const MorvaAttachBIHPtr found =
+        core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
     if (found == ::osg::NullFC || &payloadOf(found) != &payload) {
         fillPayload(node, payload);
         return;
@@ -236,7 +239,8 @@ void mark_bih(NodePtr node) {
     if (node == ::osg::NullFC)
         return;
     const NodeCorePtr core = node->getCore();
-    const MorvaAttachBIHPtr found = core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
+    const MorvaAttachBIHPtr found =
+        core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
     if (found != ::osg::NullFC) {
         const open_edit edit(found, MorvaAttachBIH::SimpleFieldMask);
         payloadOf(found).dirty = true;

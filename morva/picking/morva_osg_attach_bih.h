@@ -31,10 +31,7 @@
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_math.h>
-
-namespace morva {
-template <typename T> struct bih_tree;
-} // namespace morva
+#include <morva/trees/bih_tree.h>
 
 namespace morva::osg {
 
@@ -42,7 +39,7 @@ namespace morva::osg {
 /// of the scene graph's iterator. An object number is a place in it.
 using triangle_list = geo_set_convertable<float_triangle, float_triangle>;
 
-struct tree_companion;
+struct list_facts;
 
 /// What hangs on a core. Copies share tree and list; the last one frees them, triangles included.
 struct MORVA_API BIHAttachPayload {
@@ -55,12 +52,12 @@ struct MORVA_API BIHAttachPayload {
 
     bool operator==(const BIHAttachPayload& other) const {
         return tree == other.tree && geoset == other.geoset && dirty == other.dirty &&
-               companion_ == other.companion_;
+               facts_ == other.facts_;
     }
 
   private:
     friend struct payload_access;
-    boost::shared_ptr<tree_companion> companion_; ///< shared; null: attach_bih() did not fill it
+    boost::shared_ptr<list_facts> facts_; ///< shared; null: attach_bih() did not fill it
 };
 
 /// Hangs a new payload with a tree on a node's core, in place of one that is there. Only where the
@@ -129,6 +126,10 @@ struct FieldDataTraits<morva::osg::BIHAttachPayload>
     }
 };
 
+// One of each for all programs and libraries.
+extern template class MORVA_API SField<morva::osg::BIHAttachPayload>;
+extern template class MORVA_API MField<morva::osg::BIHAttachPayload>;
+
 typedef SField<morva::osg::BIHAttachPayload> SFBIH_Tree;
 typedef MField<morva::osg::BIHAttachPayload> MFBIH_Tree;
 
@@ -154,9 +155,6 @@ template <>
 MORVA_API void MorvaAttachBIH::copyFromBin(BinaryDataHandler& in, const BitVector& which);
 template <> MORVA_API void MorvaAttachBIH::dump(UInt32 indent, const BitVector flags) const;
 
-// One of each for all programs and libraries.
-extern template class MORVA_API SField<morva::osg::BIHAttachPayload>;
-extern template class MORVA_API MField<morva::osg::BIHAttachPayload>;
-extern template class MORVA_API SimpleAttachment<MorvaAttachBIHDesc>;
+extern template class SimpleAttachment<MorvaAttachBIHDesc>;
 
 OSG_END_NAMESPACE

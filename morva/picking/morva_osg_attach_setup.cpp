@@ -12,10 +12,10 @@ DataType& FieldDataTraits<morva::osg::SetupAttachPayload>::getType() {
 OSG_DLLEXPORT_SFIELD_DEF1(morva::osg::SetupAttachPayload, MORVA_API);
 OSG_DLLEXPORT_MFIELD_DEF1(morva::osg::SetupAttachPayload, MORVA_API);
 
-FieldDescription* MorvaAttachSetupDesc::_desc[] = {new FieldDescription(
-    FieldTypeT::getClassType(), getFieldName(),
-    OSG_FC_FIELD_IDM_DESC(MorvaAttachSetup::SimpleField), false,
-    (FieldAccessMethod)(&MorvaAttachSetup::getFieldPtr))};
+FieldDescription* MorvaAttachSetupDesc::_desc[] = {
+    new FieldDescription(FieldTypeT::getClassType(), getFieldName(),
+                         OSG_FC_FIELD_IDM_DESC(MorvaAttachSetup::SimpleField), false,
+                         (FieldAccessMethod)(&MorvaAttachSetup::getFieldPtr))};
 
 template <> UInt32 MorvaAttachSetup::getBinSize(const BitVector& which) {
     return Attachment::getBinSize(which);

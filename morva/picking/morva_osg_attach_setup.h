@@ -40,6 +40,10 @@ struct FieldDataTraits<morva::osg::SetupAttachPayload>
     }
 };
 
+// One of each for all programs and libraries.
+extern template class MORVA_API SField<morva::osg::SetupAttachPayload>;
+extern template class MORVA_API MField<morva::osg::SetupAttachPayload>;
+
 typedef SField<morva::osg::SetupAttachPayload> SFMorva_Setup;
 typedef MField<morva::osg::SetupAttachPayload> MFMorva_Setup;
 
@@ -65,9 +69,6 @@ template <>
 MORVA_API void MorvaAttachSetup::copyFromBin(BinaryDataHandler& in, const BitVector& which);
 template <> MORVA_API void MorvaAttachSetup::dump(UInt32 indent, const BitVector flags) const;
 
-// One of each for all programs and libraries.
-extern template class MORVA_API SField<morva::osg::SetupAttachPayload>;
-extern template class MORVA_API MField<morva::osg::SetupAttachPayload>;
-extern template class MORVA_API SimpleAttachment<MorvaAttachSetupDesc>;
+extern template class SimpleAttachment<MorvaAttachSetupDesc>;
 
 OSG_END_NAMESPACE

@@ -18,7 +18,7 @@
 namespace morva::osg {
 
 /// What is known of a list beside it. Shared by the copies of a payload, as the list is.
-struct tree_companion {
+struct list_facts {
     float_box box; ///< of the triangles; unlike that of the list, flat where they are
     /// Triangles, by the scene graph's iterator, that the list leaves out; ascending.
     std::vector<std::uint32_t> left_out;
@@ -26,11 +26,14 @@ struct tree_companion {
 
 struct payload_access {
     /// Null: attach_bih() did not fill the payload.
-    static const boost::shared_ptr<tree_companion>& companion(const BIHAttachPayload& payload) {
-        return payload.companion_;
+    static const boost::shared_ptr<list_facts>& facts(const BIHAttachPayload& payload) {
+        return payload.facts_;
     }
-    static void fill(BIHAttachPayload& payload) { payload.companion_.reset(new tree_companion); }
+    static void fill(BIHAttachPayload& payload) { payload.facts_.reset(new list_facts); }
 };
+
+/// A new empty list, which frees its triangles.
+boost::shared_ptr<triangle_list> newTriangleList();
 
 /// The attachment of a core that is its own and that attach_bih() filled; null if there is none.
 ::osg::MorvaAttachBIHPtr ownAttachment(const ::osg::NodeCorePtr& core);
@@ -41,5 +44,9 @@ BIHAttachPayload* payloadFor(const ::osg::NodePtr& node);
 
 /// Whether a payload has a tree to ask; one that has and is dirty is built anew first.
 bool isReady(const ::osg::NodePtr& node, BIHAttachPayload& payload);
+
+/// The triangle, by the scene graph's iterator, of an object in the list of a payload that
+/// attach_bih() filled.
+std::uint32_t triangleOfObject(const BIHAttachPayload& payload, std::uint32_t object);
 
 } // namespace morva::osg
