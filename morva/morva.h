@@ -31,5 +31,7 @@
 #include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
 #include <morva/textures/morva_osg_texcoords.h>
+#include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/kd_tree.h>
+#include <morva/trees/ray_traversal.h>
