@@ -75,9 +75,7 @@ class bih_companions {
         std::atomic<std::uint32_t> uses{0}; ///< stays once it has reached what was asked for
     };
 
-    slot_place& place(companion_slot slot) const {
-        return places_[static_cast<std::size_t>(slot)];
-    }
+    slot_place& place(companion_slot slot) const { return places_[static_cast<std::size_t>(slot)]; }
 
     mutable slot_place places_[static_cast<std::size_t>(companion_slot::count)];
 };
