@@ -136,13 +136,16 @@ TEST(GeometryEnter, LosesNoTriangleInTheWallsOfItsBox) {
         const node_ref root(group({transformed(anyFrame(rng), {meshNode(room(rng))})}));
         const std::vector<placed_triangle> world = placedTriangles(root.get());
         Pnt3f inside(0, 0, 0);
-        for (const placed_triangle& t : world)
-            inside += Vec3f(t.corners[0] - Pnt3f()) * (1.F / static_cast<float>(world.size()));
+        for (const placed_triangle& t : world) {
+            for (const Pnt3f& corner : t.corners)
+                inside += Vec3f(corner) * (1.F / 3.F / static_cast<float>(world.size()));
+        }
         for (const placed_triangle& t : world) {
             const Pnt3f aim = t.corners[0] +
                               (t.corners[1] - t.corners[0]) * between(rng, .1F, .4F) +
                               (t.corners[2] - t.corners[0]) * between(rng, .1F, .4F);
-            EXPECT_TRUE(std::get<0>(pick(root.get(), Line(inside, aim)))) << round << t.number;
+            EXPECT_TRUE(std::get<0>(pick(root.get(), Line(inside, aim))))
+                << round << ", " << t.number;
         }
     }
 }
@@ -192,7 +195,8 @@ TEST(GeometryEnter, GivesUnitNormalsAtAnySize) {
         float x, y;
     } rows[] = {{1e-5F, 1e-5F}, {1, 1}, {1e11F, 1e11F}, {1, 1e-30F}}; // squares beyond a float's
     for (const auto& size : rows) {
-        const node_ref root(meshNode(triangles({{0, 0, 0}, {size.x, 0, 0}, {size.x, size.y, 0}})));
+        const node_ref root(
+            meshNode(triangles({{0, 0, 0}, {size.x, 0, 0}, {.5F * size.x, size.y, 0}})));
         const auto [hit, t, node, object, x, y, z] =
             pick(root.get(), Line(Pnt3f(.75F * size.x, 0, size.x), Vec3f(0, 0, -1)));
         EXPECT_TRUE(hit);
