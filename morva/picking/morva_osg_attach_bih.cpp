@@ -33,7 +33,8 @@ bool isExactGeometry(const NodePtr& node) {
 }
 
 MorvaAttachBIHPtr attachmentOf(const NodeCorePtr& core) {
-    return MorvaAttachBIHPtr::dcast(core->findAttachment(MorvaAttachBIH::getClassGroupId()));
+    return MorvaAttachBIHPtr::dcast(
+        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
 }
 
 /// Whether another container has the attachment, too: the copy of a core shares what it carries.

@@ -189,8 +189,8 @@ std::string get_info(::osg::NodeCorePtr core) {
     using ::osg::MorvaAttachBIH;
     if (core == ::osg::NullFC)
         return "No BIHTree.";
-    const auto found =
-        ::osg::MorvaAttachBIHPtr::dcast(core->findAttachment(MorvaAttachBIH::getClassGroupId()));
+    const auto found = ::osg::MorvaAttachBIHPtr::dcast(
+        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
     if (found == ::osg::NullFC)
         return "No BIHTree.";
     const BIHAttachPayload& payload = found->getFieldPtr()->getValue();

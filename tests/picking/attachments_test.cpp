@@ -22,7 +22,7 @@ using ::osg::MorvaAttachBIHPtr;
 
 MorvaAttachBIHPtr attachmentOn(const NodePtr& node) {
     return MorvaAttachBIHPtr::dcast(
-        node->getCore()->findAttachment(MorvaAttachBIH::getClassGroupId(), 0));
+        node->getCore()->findAttachment(MorvaAttachBIH::getClassType().getGroupId(), 0));
 }
 BIHAttachPayload& payloadOn(const NodePtr& node) {
     return attachmentOn(node)->getFieldPtr()->getValue();
@@ -116,7 +116,11 @@ TEST(TreeAttachments, ComeByEachWalkerAsItSays) {
     EXPECT_EQ(get_info(root->getCore()), no_tree);
     const MorvaAttachBIHPtr first = attachmentOn(part);
     EXPECT_EQ(counted(morva::osg::update_bih), 5U) << "every visit";
+    const node_ref before(::osg::Node::create());
     EXPECT_EQ(counted(morva::osg::update_bih), 5U);
+    const node_ref behind(::osg::Node::create());
+    EXPECT_EQ(behind.get().getFieldContainerId() - before.get().getFieldContainerId(), 5U)
+        << "but each core is built once";
     EXPECT_NE(attachmentOn(part), first);
     EXPECT_EQ(part->getCore()->getSFAttachments()->getValue().size(), 1U);
     const auto tree = payloadOn(below).tree;
@@ -159,6 +163,9 @@ TEST(TreeAttachments, FollowACoreThatIsEmptiedAndFilledAgain) {
         EXPECT_FALSE(payloadOn(root.get()).dirty);
         setMesh(root.get(), row(4, 1));
         morva::osg::mark_bih(root.get());
+        morva::osg::ray_hit hit;
+        const Line through(Pnt3f(0, 0, 3), Vec3f(0, 0, -1)); // where an empty box is
+        EXPECT_FALSE(round == 1 && morva::osg::first_hit(root.get(), through, true, hit));
         EXPECT_FALSE(isHit(root.get()));
         EXPECT_EQ(get_info(root->getCore()), inactive);
         EXPECT_EQ(payloadOn(root.get()).geoset->count, 0U);
@@ -235,6 +242,9 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
     const mesh_data more = soup(rng, 400);
     mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());
     mesh.primitives.insert(mesh.primitives.end(), more.primitives.begin(), more.primitives.end());
+    const node_ref whole(meshNode(mesh));
+    morva::osg::attach_bih(whole.get());
+    const morva::osg::triangle_list& kept = *payloadOn(whole.get()).geoset;
     failInTurn(1, [&](const auto& starved) {
         const node_ref root(meshNode(mesh));
         const stream_capture error(std::cerr);
@@ -245,6 +255,11 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
         const std::string info = get_info(root->getCore());
         EXPECT_TRUE(failed || info.find(" ACTIVE") != std::string::npos) << info;
         EXPECT_TRUE(error.text().empty() || error.text() == "Out of memory!\n");
+        if (info.find(" ACTIVE") != std::string::npos) {
+            const morva::osg::triangle_list& list = *payloadOn(root.get()).geoset;
+            ASSERT_EQ(list.count, kept.count);
+            EXPECT_EQ(std::memcmp(list.triangles, kept.triangles, 36 * kept.count), 0);
+        }
         EXPECT_EQ(isHit(root.get()), info != inactive) << "a missing tree is made";
         morva::osg::update_bih(root.get());
         EXPECT_TRUE(isHit(root.get()));

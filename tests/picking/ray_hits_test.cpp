@@ -183,6 +183,11 @@ TEST(RayHits, ComeThroughAnActionToo) {
 
 TEST(RayHits, SlipThroughNoSeam) {
     std::mt19937 rng(46);
+    const node_ref tiles(meshNode(quads(4))); // exactly onto edges and corners
+    for (const Pnt3f& at : {Pnt3f(1, .5F, 1), Pnt3f(.5F, .5F, 1), Pnt3f(2, 0, 1), Pnt3f(0, 0, 1),
+                            Pnt3f(.5F, 0, 1), Pnt3f(3, 1, 1), Pnt3f(4, 1, 1)})
+        EXPECT_FALSE(all_hits(tiles.get(), Line(at, Vec3f(0, 0, -1)), false).empty()) << at;
+
     // A closed shell of 12 x 24 squares around 0, each corner rounded in its own way.
     std::vector<Pnt3f> shell;
     const auto corner = [](int i, int k) {
