@@ -1,100 +1,150 @@
 #pragma once
 
-// What a tree keeps for its rays, so that a descent can leave out what no step of it would change:
-// tight boxes of both children beside their planes, and the triangles in the order of the leaves.
-// Include <morva/trees/ray_traversal.h>; it is made in trees/ray_companion_build.h.
+// What a tree keeps for its rays: the same planes and the same triangles, packed so that a ray
+// touches few lines of the cache. Include <morva/trees/ray_traversal.h>.
 //
-//     tree           0             companion      0         one node for each node of the tree that
-//                   / \                          / \        has triangles on both sides; the planes
-//             (empty)  2                   chain:  .        of the others are steps of a chain
-//                     / \                  0, 2   / \       on the way
-//                    3   4                       3   4
+//     nodes      16 bytes each, in the order of the tree; what a leaf is stands with its parent
+//     corners    36 bytes a triangle, in the order of the leaves, up to four side by side
 //
-// A subtree may be left out where the test of a triangle, as it is written, would reject all that
-// is in it, or find it behind the hit that there is. That its box is missed does not say so: on
-// edge, where rounding decides, the test takes triangles anywhere in the plane of the ray. So a
-// subtree also has a cone of its normals, and is missed only by rays that meet all its triangles
-// flat enough. Why that is enough, for a triangle a, b, c, a segment from p to q, u = 2^-24,
-// l = max(|ab|, |ac|), n = ab x ac, and a reach A, which is at least l and the distance of p from
-// any corner:
-//
-// 1. Differences of coordinates are right within a factor of 1 +- u. Take them for exact: that
-//    moves p by u A and b and c by u l. Each of the sums d, s, v and w of the test is then within
-//    7.1 u times the product of the lengths in it, ab and ac in the place of n. So with
-//    D = 8 u |pq| l A, d, v and w are right within 0.9 D, and d - v + w as it is compared within
-//    2.7 D.
-// 2. Where the true |d| = |pq . n| is at least K D, K >= 4, and the test takes the triangle, d is
-//    positive, and of the three true weights v / d, -w / d, (d - v + w) / d, which sum up to 1,
-//    negative ones come to 4.5 / K at most. So the line passes the plane within the box of the
-//    triangle, grown by 4.5 / K times its own extents; and the calculated t is within
-//    4 min(|ab|, |ac|) / K of there, measured along the ray, by which the box grows, too.
-// 3. |d| >= K D is |cos(n, pq)| >= 8 K u A l / |n|: the steepness, times the reach.
-// 4. A triangle in a plane across an axis has ab, ac and n with exact zeros. Then d and s are
-//    right within factors, s <= d holds the distance of p from the plane below that of q, and all
-//    errors scale with d: it counts as flat for any ray that is not too long.
-// 5. Roundings of p, t and the test of a box stay below 24 u A. Boxes are kept on a grid, and 8
-//    steps of it are added to every side, which are more as long as A is below 16 diagonals.
-// 6. Nothing over- or underflows within the limits that ray_skipping::within_limits() sets. A
-//    triangle with a normal of exactly 0 is never taken, as d is 0.
+// Nothing is left out but what no segment of finite length can hit: empty leaves, and those with
+// normals of exactly 0 alone. So the descent makes the same steps to the same triangles, and comes
+// to the same bits, with no assumption about the ray. Boxes tighter than the planes would not do:
+// on edge, where rounding decides, the test of a triangle takes it from anywhere in its plane,
+// which single precision makes as thick as a few ten-thousandths of the scene; whether a box is
+// missed does not tell.
 
 #include <morva/core/morva_math.h>
-#include <morva/trees/bih_companions.h>
+#include <morva/trees/bih_records.h>
+#include <morva/trees/ray_triangle.h>
 
+#include <algorithm>
+#include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <vector>
 
 namespace morva {
 namespace detail {
 
-/// Limits of the argument above, in diagonals of the box of all corners.
-constexpr float ray_reach_limit = 16;
-constexpr float ray_length_limit = 64;
-/// The reach that steepness is counted for; beyond it cones open in proportion.
-constexpr float ray_usual_reach = 2.5f;
+/// Where a child is: nothing, a node, or a leaf.
+struct packed_child {
+    static constexpr std::uint32_t index_bits = 26; ///< of places and big leaves
+    static constexpr std::uint32_t count_mask = 7;
+    static constexpr std::uint32_t axis_shift = 29;
+    static constexpr std::uint32_t leaf_flag = 1U << 31;
 
-/// A node of the tree with triangles on both sides; one line of the cache. Arrays of two: left
-/// child, right child.
-struct alignas(64) ray_node {
-    std::uint16_t box[3][2][2]; ///< by axis: low sides of both, high sides; steps of the grid
-    float left_plane;           ///< as in the tree
-    float right_plane;          ///< as in the tree
-    std::uint32_t at[2];        ///< node here, or place of a leaf in `bih_tree::indices`
-    std::uint32_t chain[2];     ///< first step on the way there; 0: none
-    std::int8_t normal[3][2];   ///< by axis: axis of the cone of normals, in 127ths
-    std::int8_t sine[2];        ///< of how steep a ray must be on that axis, in 127ths
-    std::uint16_t count[2];     ///< of a leaf its length; 0: not a leaf
-    std::uint8_t axis;          ///< 0, 1 or 2
+    /// Bit 31: a leaf. Bits 30 and 29: axis of the node that the child belongs to, of its left
+    /// child alone. A leaf's lower bits: its length, and its place in `bih_tree::indices`; or 0,
+    /// and its number among the big ones. A node's lower bits: its index, and 0 is nothing.
+    std::uint32_t bits = 0;
+
+    bool is_leaf() const { return (bits & leaf_flag) != 0; }
+    std::uint32_t axis() const { return bits >> axis_shift & 3; }
+    packed_child without_axis() const { return {bits & ~(3U << axis_shift)}; }
+    std::uint32_t count() const { return bits >> index_bits & count_mask; }
+    std::uint32_t index() const { return bits & ((1U << index_bits) - 1); }
 };
-static_assert(sizeof(ray_node) == 64, "a node is one line of the cache");
 
-/// A node of the tree with triangles on one side alone.
-struct ray_step {
-    float left_plane;
-    float right_plane;
-    std::uint8_t axis;
-    bool leads_left; ///< the side with triangles
-    bool last;       ///< of its chain
+/// An inner node.
+struct packed_node {
+    float left_plane;      ///< as in the tree
+    float right_plane;     ///< as in the tree
+    packed_child child[2]; ///< left, right
+};
+static_assert(sizeof(packed_node) == 16, "four nodes are one line of the cache");
+
+/// A leaf of more elements than a child has bits for.
+struct big_leaf {
+    std::uint64_t first;
+    std::uint32_t count;
 };
 
 /// The whole. It holds for one array of triangles, as they were when it was made.
 struct ray_companion : bih_companion {
     const float_triangle* triangles = nullptr; ///< the array
-    std::vector<ray_node> nodes;               ///< the root is the first, if it is not a leaf
-    std::vector<ray_step> chains;              ///< entry 0 is not used
+    std::vector<packed_node> nodes;            ///< the root is the first
+    std::vector<big_leaf> big_leaves;
     /// Nine floats for each entry of `bih_tree::indices`: a, ab, ac. Up to four neighbours in a
     /// leaf make a packet: their first floats, their second floats and so on. 4 to spare.
-    std::vector<float> corners;
-    bool empty = false;           ///< nothing can ever be hit
-    std::uint32_t root_at = 0;    ///< as in a node
-    std::uint32_t root_chain = 0; ///< as in a node
-    std::uint16_t root_count = 0; ///< as in a node
-    float low[3] = {};            ///< of all corners
-    float high[3] = {};           ///< of all corners
-    float diagonal = 0;           ///< of that box
-    double grid_low[3] = {};      ///< where the grid begins
-    double steps_per_unit[3] = {};
+    std::unique_ptr<float[]> corners;
 
     static void free(bih_companion* companion) { delete static_cast<ray_companion*>(companion); }
+};
+
+/// Trees beyond go without: deeper ones, and such with more elements than places have bits.
+constexpr std::uint64_t deepest_packed = 120;
+constexpr std::uint64_t largest_packed = std::uint64_t(1) << packed_child::index_bits;
+
+/// Packs a tree.
+class ray_companion_builder {
+  public:
+    ray_companion_builder(const bih_tree<float>& tree, const float_triangle* triangles)
+        : tree_(tree), triangles_(triangles), made_(new ray_companion) {
+        made_->destroy = ray_companion::free;
+        made_->triangles = triangles;
+    }
+
+    /// The companion; null where the tree is beyond the limits.
+    /// errors  std::bad_alloc
+    std::unique_ptr<ray_companion> run() {
+        if (tree_.max_depth_reached > deepest_packed || tree_.index_count > largest_packed ||
+            tree_.nodes[0].is_leaf())
+            return nullptr;
+        made_->nodes.reserve(tree_.node_count + 1 - tree_.leaf_count);
+        made_->corners.reset(new float[9 * tree_.index_count + 4]());
+        inner(0);
+        return std::move(made_);
+    }
+
+  private:
+    packed_child inner(std::uint64_t node) {
+        const bih_node<float>& here = tree_.nodes[node];
+        const std::size_t at = made_->nodes.size();
+        made_->nodes.push_back({here.left_plane, here.right_plane, {}});
+        packed_child left = child(node + 1);
+        const packed_child right = child(static_cast<std::uint64_t>(here.right));
+        if (left.bits == 0 && right.bits == 0 && at != 0) { // and so nothing came after it
+            made_->nodes.pop_back();
+            return {};
+        }
+        left.bits |= static_cast<std::uint32_t>(here.axis) << packed_child::axis_shift;
+        made_->nodes[at].child[0] = left;
+        made_->nodes[at].child[1] = right;
+        return {static_cast<std::uint32_t>(at)};
+    }
+
+    packed_child child(std::uint64_t node) {
+        const bih_node<float>& here = tree_.nodes[node];
+        return here.is_leaf() ? leaf(here.first, here.count) : inner(node);
+    }
+
+    packed_child leaf(std::uint32_t first, std::uint32_t count) {
+        bool alive = false;
+        for (std::uint32_t k = 0; k < count; ++k)
+            alive |= put_corners(first, k, count);
+        if (!alive)
+            return {};
+        if (count <= packed_child::count_mask)
+            return {packed_child::leaf_flag | count << packed_child::index_bits | first};
+        made_->big_leaves.push_back({first, count});
+        return {packed_child::leaf_flag | static_cast<std::uint32_t>(made_->big_leaves.size() - 1)};
+    }
+
+    /// Stores a triangle; false if its normal is 0, and so is what has to be above 0 for a hit.
+    bool put_corners(std::uint32_t first, std::uint32_t k, std::uint32_t count) {
+        const float_triangle& t = triangles_[tree_.indices[first + std::uint64_t(k)]];
+        const std::uint32_t lane = k % 4, width = std::min(4U, count - (k - lane));
+        float* const packet = made_->corners.get() + 9 * (first + std::uint64_t(k - lane));
+        const float3 rows[3] = {t.a, difference<float3>(t.b, t.a), difference<float3>(t.c, t.a)};
+        for (std::uint32_t i = 0; i < 9; ++i)
+            packet[i * width + lane] = rows[i / 3][i % 3];
+        const float3 n = cross(rows[1], rows[2]);
+        return !(n[0] == 0 && n[1] == 0 && n[2] == 0);
+    }
+
+    const bih_tree<float>& tree_;
+    const float_triangle* const triangles_;
+    std::unique_ptr<ray_companion> made_;
 };
 
 } // namespace detail

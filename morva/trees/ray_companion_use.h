@@ -11,9 +11,9 @@
 #include <type_traits>
 
 #if defined(__SSE2__)
-#include <morva/trees/ray_companion_build.h>
+#include <morva/trees/ray_companion.h>
 #include <morva/trees/ray_descent.h>
-#include <morva/trees/ray_skipping.h>
+#include <morva/trees/ray_packed_descent.h>
 #endif
 
 namespace morva {
@@ -56,9 +56,10 @@ bool descend_with_companion(const bih_tree<T>& tree, const Geoset& geoset, Desce
             found = tree.companions.find(companion_slot::rays);
         }
         const auto* const companion = static_cast<const ray_companion*>(found);
-        if (companion == nullptr || companion->triangles != triangles)
+        if (companion == nullptr || companion->triangles != triangles || !descent.is_finite())
             return false;
-        return ray_skipping<Descent>(*companion, descent).descend(t_min, t_max);
+        ray_packed_descent<Descent>(*companion, descent).descend(t_min, t_max);
+        return true;
     }
     return false;
 }

@@ -85,7 +85,7 @@ namespace detail {
 /// One ray on its way through one tree, by the literal steps.
 template <typename T, typename P, typename V, typename Geoset, typename Stats> class ray_descent {
   public:
-    /// Whether all is of the types that ray_skipping.h is written for.
+    /// Whether all is of the types that ray_packed_descent.h is written for.
     static constexpr bool plain_floats = std::is_same_v<T, float> && std::is_same_v<P, float3> &&
                                          std::is_same_v<V, float3> && holds_float_triangles<Geoset>;
 
@@ -94,6 +94,12 @@ template <typename T, typename P, typename V, typename Geoset, typename Stats> c
                 int ignored)
         : tree_(tree), geoset_(geoset), from_(from), to_(to), inverse_(inverse_direction),
           result_(result), stats_(stats), ignored_(ignored) {}
+
+    /// Whether the segment has a length; others hit even triangles that have no area.
+    bool is_finite() const {
+        const V way = difference<V>(from_, to_);
+        return std::isfinite(way[0] * T(0) + way[1] * T(0) + way[2] * T(0));
+    }
 
     /// Goes down from `node` within the range; a loop, which recurses for the near child where both
     /// children count. A NaN among the numbers sends the ray into both.
@@ -129,7 +135,7 @@ template <typename T, typename P, typename V, typename Geoset, typename Stats> c
     }
 
   private:
-    template <typename Descent> friend class ray_skipping;
+    template <typename Descent> friend class ray_packed_descent;
 
     /// What a leaf does with one of its elements.
     void element(std::uint64_t number) {

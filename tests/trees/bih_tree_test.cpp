@@ -1,12 +1,13 @@
 #include "tests/support/shortage.h"
 
-#include "naive_bih.h"
+#include "ray_scenes.h"
 
 namespace {
 
 using morva::bih_tree;
 using morva::build_setup;
 using morva::compile;
+using morva::empty_trace_statistics;
 using morva::refresh_bounding_box;
 using morva::triangle_count;
 
@@ -62,23 +63,6 @@ flat_triangles triangles_in(const std::vector<box3>& boxes, std::mt19937& random
             for (std::size_t a = 0; a < 3; ++a)
                 (*corner)[a] = boxes[i][a][random() % 2];
     return triangles;
-}
-
-/// By the first corner and what compares with it.
-std::vector<box3> extents_of(const flat_triangles& triangles) {
-    std::vector<box3> extents;
-    for (const auto& t : triangles) {
-        extents.emplace_back();
-        for (std::size_t a = 0; a < 3; ++a) {
-            auto& [low, high] = extents.back()[a];
-            low = high = t.a[a];
-            for (const float x : {t.b[a], t.c[a]}) {
-                low = x < low ? x : low;
-                high = x > high ? x : high;
-            }
-        }
-    }
-    return extents;
 }
 
 TEST(BihCompile, BuildsTheTreeOfItsNaiveTwinOverArraysAndOverFlatTriangles) {
@@ -192,6 +176,35 @@ TEST(BihProcessNode, BuildsByHandFromNoRoomOnAndDropsCompanions) {
     EXPECT_EQ(tree.node_capacity, 4U) << "2 for the root, twice that for its children";
     EXPECT_EQ(tree.node_count, 2U);
     EXPECT_EQ(triangle_count<float>(tree, 1) + triangle_count<float>(tree, 2), 1U);
+}
+
+TEST(FireRayRec, GoesOnWithoutACompanionWhereMemoryOrItsTrianglesAreGone) {
+    ball_rays ball(2000);
+    flat_triangles moved = ball.triangles;
+    flat_list other = list_of(moved);
+    failInTurn(1, [&](const auto& starved) {
+        bih_tree<float> tree;
+        compile(ball.list, tree, {3, 50});
+        std::size_t wrong = 0;
+        const bool failed = starved([&] {
+            for (std::size_t i = 0; i < ball.rays.size(); ++i) {
+                test_ray ray = ball.rays[i];
+                fire(tree, i < 1500 ? ball.list : other, ray);
+                wrong += same_hits(ray.hit, ball.twins[i].hit) ? 0 : 1;
+            }
+        });
+        EXPECT_EQ(wrong, 0U);
+        EXPECT_EQ(companion_of(tree) == nullptr, failed);
+    });
+    bih_tree<float> tree; // and in a tree without nodes, or at a node that is not there, none
+    test_ray ray = ball.rays[0];
+    empty_trace_statistics none;
+    for (const int node : {0, -1, 100000}) {
+        fire_ray_rec(tree, node, ball.list, ray.from, ray.to, ray.inverse, 0.0f, 1.0f, ray.hit,
+                     none, -1);
+        EXPECT_EQ(ray.hit.hit, ball.rays[0].hit.hit);
+        compile(ball.list, tree, {3, 50});
+    }
 }
 
 } // namespace

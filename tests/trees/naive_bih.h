@@ -22,6 +22,23 @@ inline flat_list list_of(flat_triangles& triangles) {
     return list;
 }
 
+/// Extents of triangles, by the first corner and what compares with it.
+inline std::vector<box3> extents_of(const flat_triangles& triangles) {
+    std::vector<box3> extents;
+    for (const auto& t : triangles) {
+        extents.emplace_back();
+        for (std::size_t a = 0; a < 3; ++a) {
+            auto& [low, high] = extents.back()[a];
+            low = high = t.a[a];
+            for (const float x : {t.b[a], t.c[a]}) {
+                low = x < low ? x : low;
+                high = x > high ? x : high;
+            }
+        }
+    }
+    return extents;
+}
+
 struct naive_bih_node {
     std::int64_t right = -1;
     int axis = -1;
