@@ -68,6 +68,14 @@ struct ray_companion : bih_companion {
     /// leaf make a packet: their first floats, their second floats and so on. 4 to spare.
     std::unique_ptr<float[]> corners;
 
+    std::size_t corner_count = 0; ///< floats in `corners`
+
+    /// What it takes of memory.
+    std::size_t bytes() const {
+        return sizeof *this + nodes.capacity() * sizeof(packed_node) +
+               big_leaves.capacity() * sizeof(big_leaf) + corner_count * sizeof(float);
+    }
+
     static void free(bih_companion* companion) { delete static_cast<ray_companion*>(companion); }
 };
 
@@ -91,7 +99,8 @@ class ray_companion_builder {
             tree_.nodes[0].is_leaf())
             return nullptr;
         made_->nodes.reserve(tree_.node_count + 1 - tree_.leaf_count);
-        made_->corners.reset(new float[9 * tree_.index_count + 4]());
+        made_->corner_count = 9 * tree_.index_count + 4;
+        made_->corners.reset(new float[made_->corner_count]());
         inner(0);
         return std::move(made_);
     }

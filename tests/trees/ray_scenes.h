@@ -70,7 +70,7 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         add(p, v, w);
         add(p, w, u);
     }
-    const int patches = made.empty() ? 24 * 22 : 0;
+    const int patches = !made.empty() ? 0 : kind == mesh::copies ? 88 : 24 * 22;
     for (int i = 0; i < patches; ++i) {
         const int s = i / 22, t = i % 22;
         add(on_ball(s, t), on_ball(s + 1, t), on_ball(s + 1, t + 1));

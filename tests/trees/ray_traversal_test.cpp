@@ -38,7 +38,7 @@ INSTANTIATE_TEST_SUITE_P(Meshes, FireRayRecOracle, testing::Range(0, int(mesh::c
 
 TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
     const ball_rays ball(4000);
-    for (int round = 0; round < 20; ++round) {
+    for (int round = 0; round < 8; ++round) {
         flat_list list = ball.list;
         bih_tree<float> tree;
         compile(list, tree, {3, 50});
