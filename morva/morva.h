@@ -30,6 +30,12 @@
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
+#include <morva/picking/morva_osg_attach_bih.h>
+#include <morva/picking/morva_osg_attach_setup.h>
+#include <morva/picking/morva_osg_intersect_action.h>
+#include <morva/picking/morva_osg_ray_hits.h>
 #include <morva/textures/morva_osg_texcoords.h>
+#include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/kd_tree.h>
+#include <morva/trees/ray_traversal.h>

@@ -86,6 +86,19 @@ void set(math::transformation_matrix<float>& to, const ::osg::Matrix& from) {
     }
 }
 
+unsigned int& num_attachments() {
+    static unsigned int count = 0;
+    return count;
+}
+unsigned int& num_colltests() {
+    static unsigned int count = 0;
+    return count;
+}
+unsigned int& num_picktests() {
+    static unsigned int count = 0;
+    return count;
+}
+
 unsigned int getNumberOfTriangles(::osg::GeometryPtr geometry) {
     return sumOverPrimitives(geometry, trianglesOf);
 }

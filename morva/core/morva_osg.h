@@ -2,7 +2,7 @@
 
 // Bridges between the scene graph and the scene-free half of the library: plain component copies
 // between the two worlds' points, vectors and matrices, and the three counts of what a geometry
-// draws.
+// draws. Also the process-wide counters of picking and collision.
 //
 // The counts have lists of primitive types of their own, which callers rely on:
 //
@@ -42,5 +42,14 @@ MORVA_API unsigned int getNumberOfPoints(::osg::GeometryPtr geometry);
 MORVA_API unsigned int getNumberOfTriangles(const ::osg::NodePtr& node);
 MORVA_API unsigned int getNumberOfLines(const ::osg::NodePtr& node);
 MORVA_API unsigned int getNumberOfPoints(const ::osg::NodePtr& node);
+
+/// Counters of the process; each starts at 0, and a caller may set it. Threads add to them with
+/// countOne(): a plain read beside that may be behind.
+MORVA_API unsigned int& num_attachments(); ///< attachments that attach_bih() made
+MORVA_API unsigned int& num_colltests();   ///< calls of collision()
+MORVA_API unsigned int& num_picktests();   ///< cores that geometry_enter() tested
+
+/// Adds 1 to a counter that other threads may add to.
+inline void countOne(unsigned int& counter) { __atomic_fetch_add(&counter, 1U, __ATOMIC_RELAXED); }
 
 } // namespace morva::osg

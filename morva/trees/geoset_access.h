@@ -46,6 +46,18 @@ template <typename T> struct point_extents {
     void read(std::uint64_t e, T& lo, T& hi) const { lo = hi = coordinate[e * stride]; }
 };
 
+/// Extents worked out from the corners of flat triangles.
+template <typename Triangle> struct corner_extents {
+    using scalar_type = typename Triangle::scalar_type;
+    static constexpr bool flat = false;
+    const Triangle* triangles; ///< one per element
+    std::size_t axis;
+
+    void read(std::uint64_t e, scalar_type& lo, scalar_type& hi) const {
+        corner_range(triangles[e], axis, lo, hi);
+    }
+};
+
 /// Number of elements that a tree sorts.
 template <typename Geoset> std::uint64_t element_count(const Geoset& geoset) {
     return static_cast<std::uint64_t>(geoset.size);
@@ -56,6 +68,24 @@ template <typename Geoset>
 auto extents_on_axis(const Geoset& geoset, int axis)
     -> array_extents<std::remove_cv_t<std::remove_reference_t<decltype(geoset.axis_min[0][0])>>> {
     return {geoset.axis_min[axis], geoset.axis_max[axis]};
+}
+
+/// The same for flat triangle lists.
+template <typename Element, typename Object>
+std::uint64_t element_count(const geo_set_convertable<Element, Object>& list) {
+    return list.count;
+}
+template <typename Element, typename Object>
+corner_extents<Element> extents_on_axis(const geo_set_convertable<Element, Object>& list,
+                                        int axis) {
+    return {list.triangles, static_cast<std::size_t>(axis)};
+}
+
+/// The list's `box` brought up to date by calc_bounding_box(): flat axes are repaired.
+template <typename Element, typename Object>
+auto refresh_bounding_box(geo_set_convertable<Element, Object>& list) -> decltype(list.box) {
+    list.box = calc_bounding_box(list);
+    return list.box;
 }
 
 namespace detail {

@@ -5,6 +5,7 @@
 #include "OpenSG/OSGGeoProperty.h"
 #include "OpenSG/OSGLog.h"
 #include "OpenSG/OSGMFBaseTypes.h"
+#include "OpenSG/OSGRemoteAspect.h"
 
 #include <algorithm>
 #include <cstring>
@@ -209,11 +210,19 @@ class scene_writer {
             _sink.number(numberOf(values.pointerAt(i), depth));
     }
 
+    /// Whether an attachment concerns this program alone: it is marked so, or its type is kept from
+    /// other machines with the attachments that refer to it.
+    static bool isPrivate(const AttachmentPtr& attachment) {
+        const BitVector kept = RemoteAspect::getFieldFilter(attachment->getType().getId());
+        return attachment->getInternal().getValue() ||
+               (kept & AttachmentContainer::AttachmentsFieldMask) != 0;
+    }
+
     /// Those that are no program's own business; bindings only if one is not 0.
     void putAttachments(const scene_field& field, const AttachmentMap& map, UInt32 depth) {
         std::vector<std::pair<UInt16, AttachmentPtr>> shown;
         for (const auto& entry : map) {
-            if (!entry.second->getInternal().getValue())
+            if (!isPrivate(entry.second))
                 shown.emplace_back(static_cast<UInt16>(entry.first & 0xFFFF), entry.second);
         }
         if (shown.empty())

@@ -52,7 +52,7 @@ inline Real16::operator float() const {
     const std::uint32_t exponent = _bits >> 10 & 0x1Fu;
     const std::uint32_t fraction = _bits & 0x3FFu;
     if (exponent == 0) { // below the normal numbers
-        const float size = static_cast<float>(fraction) * 0x1p-24f;
+        const float size = static_cast<float>(fraction) * 5.9604644775390625e-8f; // 2^-24
         return sign != 0 ? -size : size;
     }
     const std::uint32_t wide =
