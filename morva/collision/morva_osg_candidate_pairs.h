@@ -1,0 +1,50 @@
+#pragma once
+
+// Which nodes of a list can meet a given one, without asking each: a tree of balls over places.
+// For the library's own source files; built by one thread, read by any number.
+
+#include <cstdint>
+#include <vector>
+
+namespace morva::osg {
+
+/// A box in world coordinates, and how it grows with the size of what is near it.
+struct near_query {
+    double center[3];
+    double half[3];   ///< of the box
+    double growth[3]; ///< for each unit of the other's radius
+};
+
+/// A ball in world coordinates. One that is not finite is near everything.
+struct placed_ball {
+    double center[3];
+    double radius;
+};
+
+class ball_tree {
+  public:
+    explicit ball_tree(std::vector<placed_ball> balls);
+
+    /// The numbers of the balls that a query can't rule out, ascending: those whose centre is
+    /// within the box grown for their radius.
+    void findNear(const near_query& query, std::vector<std::uint32_t>& found) const;
+
+  private:
+    /// Centres and the largest radius of a range of `order_`.
+    struct node {
+        double low[3], high[3];
+        double radius;
+        std::uint32_t first, count;
+        std::uint32_t right; ///< 0 in a leaf; the left child is the next node
+    };
+
+    std::uint32_t build(std::uint32_t first, std::uint32_t count);
+    void search(std::uint32_t at, const near_query& query, std::vector<std::uint32_t>& found) const;
+
+    std::vector<placed_ball> balls_;
+    std::vector<std::uint32_t> order_;
+    std::vector<std::uint32_t> everywhere_; ///< balls that are not finite
+    std::vector<node> nodes_;
+};
+
+} // namespace morva::osg

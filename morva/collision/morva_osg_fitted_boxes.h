@@ -1,0 +1,93 @@
+#pragma once
+
+// A companion of a picking tree for collision: for each node the box of its triangles as they are,
+// and how they face. With it a descent skips pairs of nodes that hold no contact.
+//
+//          n  n   n                 slab      low <= axis * (corner - center) <= high
+//         _^__^___^_  high          cone      every triangle's normal is within asin(spread) of
+//        /__________\               the line along `axis`
+//                     low           reach     longest box that the descent can have for a leaf
+//
+// A pair is ruled out only where the test of triangles would fail for each pair of triangles in
+// it, as it is computed, and not merely where triangles are apart: far triangles that lie in one
+// plane but for rounding can pass that test. The reasons, u = 2^-24:
+//
+// - An edge from p to q passes a triangle with corner a and normal n only if 0 <= t <= d for
+//   t = (p - a) n and d = (p - q) n, both computed with the same n. Each differs from the exact
+//   product with that n by at most 4 u |p - a| |n| and 4 u |p - q| |n|. So no edge passes if all
+//   corners are on one side of the plane through a by more than 8 u (|p - a| + |p - q|) |n|. The
+//   cone is of the normals as computed, so a sliver's counts as it comes out. A triangle whose
+//   computed normal is 0 lets nothing pass.
+// - B's normals come from corners that the matrix has moved and rounded, by rho at most. That turns
+//   a normal by asin(blur (10 rho / scale + 24 u * radius)), where blur is the longer edge at the
+//   first corner over the length of the normal.
+// - Boxes of leaves overlap where their triangles are compared, so only corners of A and B that are
+//   not farther apart than the reach of both together need an argument; a slab that is farther off
+//   is out at once.
+// - Both ways must fail, edges of B in triangles of A and edges of A in triangles of B.
+//
+// Matrices that are not a similarity to within 1e-4, scales beyond 1e-3 to 1e3 and coordinates
+// beyond 1e12 get no filter. 52 bytes for each node of the tree.
+//
+// Threads: those of bih_companions. For the library's own source files.
+
+#include <cstdint>
+#include <vector>
+
+#include <morva/collision/morva_osg_lanes.h>
+#include <morva/core/morva_math.h>
+#include <morva/picking/morva_osg_attach_bih.h>
+#include <morva/trees/bih_records.h>
+
+namespace morva::osg {
+
+/// What lies below a node; in the core's coordinates.
+struct fitted_box {
+    float center[3] = {};
+    float radius = 0.F;              ///< no corner is farther from the centre
+    float axis[3] = {1.F, 0.F, 0.F}; ///< of length 1
+    float low = 0.F, high = 0.F;     ///< of the slab along `axis`, from the centre
+    float spread = 0.F;              ///< sine of the cone's half angle; 1: normals of all kinds
+    float blur = 0.F;                ///< largest edge by length of normal, 1 / length
+    float reach = 0.F; ///< diagonal of the largest box of a leaf; < 0 if all are empty
+};
+
+struct fitted_boxes : bih_companion {
+    std::vector<fitted_box> nodes; ///< one per node of the tree
+    float3 low, high;              ///< box of all triangles
+    std::uint64_t depth = 0;       ///< of the tree
+};
+
+/// Makes the companion of a tree over a list; the caller publishes it, or destroys it.
+/// errors  std::bad_alloc
+fitted_boxes* fitBoxes(const bih_tree<float>& tree, const triangle_list& list);
+
+/// Rules out pairs of nodes of two trees in one pose.
+class fitted_filter {
+  public:
+    /// Where a side's descent begins.
+    struct side {
+        const fitted_boxes& boxes;
+        float3 low, high; ///< box that the descent gives the root, in the core's coordinates
+    };
+
+    fitted_filter(const side& a, const side& b, const math::transformation_matrix<float>& b_to_a);
+
+    /// Whether it may be used with this matrix.
+    bool suits() const { return suits_; }
+    bool rejects(std::uint64_t node_a, std::uint64_t node_b) const;
+
+  private:
+    const fitted_box* a_;
+    const fitted_box* b_;
+    lanes columns_[4];  ///< of the matrix
+    float scale_;       ///< of the matrix
+    float reach_scale_; ///< from a reach of B to the diagonal of its box in A's coordinates
+    float reach_more_;  ///< that boxes of leaves may be larger than the reaches say
+    float rounding_;    ///< of positions worked out here
+    float blur_scale_;  ///< length by which B's normals are blurred, in B's coordinates
+    float skew_;        ///< sine of the angle by which the matrix bends
+    bool suits_ = false;
+};
+
+} // namespace morva::osg
