@@ -29,6 +29,46 @@ bool isBeyond(const near_query& query, const double (&low)[3], const double (&hi
 
 } // namespace
 
+bool isBeyond(const near_query& query, const placed_ball& ball) {
+    return !query.everywhere && isFinite(ball) &&
+           isBeyond(query, ball.center, ball.center, ball.radius);
+}
+
+placed_ball ballAround(const std::vector<placed_ball>& balls) {
+    placed_ball around = balls.front();
+    double low[3], high[3], square = 0.0;
+    std::copy_n(around.center, 3, low);
+    std::copy_n(around.center, 3, high);
+    for (const placed_ball& ball : balls) {
+        if (!isFinite(ball))
+            return ball;
+        for (std::size_t k = 0; k < 3; ++k) {
+            low[k] = std::min(low[k], ball.center[k]);
+            high[k] = std::max(high[k], ball.center[k]);
+        }
+        around.radius = std::max(around.radius, ball.radius);
+    }
+    for (std::size_t k = 0; k < 3; ++k) {
+        around.center[k] = (low[k] + high[k]) * 0.5;
+        square += (high[k] - low[k]) * (high[k] - low[k]) * 0.25;
+    }
+    around.radius += std::sqrt(square) * (1.0 + 1e-9);
+    return around;
+}
+
+near_query joined(const near_query& a, const near_query& b) {
+    near_query both{};
+    both.everywhere = a.everywhere || b.everywhere;
+    for (std::size_t k = 0; k < 3; ++k) {
+        const double low = std::min(a.center[k] - a.half[k], b.center[k] - b.half[k]);
+        const double high = std::max(a.center[k] + a.half[k], b.center[k] + b.half[k]);
+        both.center[k] = (low + high) * 0.5;
+        both.half[k] = (high - low) * (0.5 + 1e-9);
+        both.growth[k] = std::max(a.growth[k], b.growth[k]);
+    }
+    return both;
+}
+
 ball_tree::ball_tree(std::vector<placed_ball> balls) : balls_(std::move(balls)) {
     for (std::uint32_t i = 0; i < balls_.size(); ++i)
         (isFinite(balls_[i]) ? order_ : everywhere_).push_back(i);
@@ -69,7 +109,9 @@ std::uint32_t ball_tree::build(std::uint32_t first, std::uint32_t count) {
 
 void ball_tree::findNear(const near_query& query, std::vector<std::uint32_t>& found) const {
     found = everywhere_;
-    if (!nodes_.empty())
+    if (query.everywhere)
+        found.insert(found.end(), order_.begin(), order_.end());
+    else if (!nodes_.empty())
         search(0, query, found);
     std::sort(found.begin(), found.end());
 }

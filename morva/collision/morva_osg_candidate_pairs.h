@@ -13,6 +13,7 @@ struct near_query {
     double center[3];
     double half[3];   ///< of the box
     double growth[3]; ///< for each unit of the other's radius
+    bool everywhere;  ///< nothing can be ruled out; the rest means nothing
 };
 
 /// A ball in world coordinates. One that is not finite is near everything.
@@ -21,12 +22,21 @@ struct placed_ball {
     double radius;
 };
 
+/// Whether a query rules a ball out: its centre is not within the box grown for its radius.
+bool isBeyond(const near_query& query, const placed_ball& ball);
+
+/// A ball around all centres, with the largest radius on top; balls that are not finite make it
+/// infinite. At least one ball.
+placed_ball ballAround(const std::vector<placed_ball>& balls);
+
+/// A query that rules out what each of two does.
+near_query joined(const near_query& a, const near_query& b);
+
 class ball_tree {
   public:
     explicit ball_tree(std::vector<placed_ball> balls);
 
-    /// The numbers of the balls that a query can't rule out, ascending: those whose centre is
-    /// within the box grown for their radius.
+    /// The numbers of the balls that a query can't rule out, ascending.
     void findNear(const near_query& query, std::vector<std::uint32_t>& found) const;
 
   private:
@@ -42,8 +52,8 @@ class ball_tree {
     void search(std::uint32_t at, const near_query& query, std::vector<std::uint32_t>& found) const;
 
     std::vector<placed_ball> balls_;
-    std::vector<std::uint32_t> order_;
-    std::vector<std::uint32_t> everywhere_; ///< balls that are not finite
+    std::vector<std::uint32_t> order_;      ///< the finite ones
+    std::vector<std::uint32_t> everywhere_; ///< the others
     std::vector<node> nodes_;
 };
 

@@ -21,11 +21,12 @@ namespace morva::osg {
 
 namespace {
 
-/// As many pairs of nodes make the companions worth their time.
-constexpr std::uint64_t least_patience = 64;
+/// Uses of a tree after which its companion is due. A descent counts for as many as it has visited
+/// of the pairs that are worth the companions of both.
+constexpr std::uint32_t uses_of_companion = 32;
 
-/// Below this many pairs each is asked.
-constexpr std::size_t few_pairs = 256;
+/// Up to this many pairs of nodes are looked at one by one.
+constexpr std::size_t few_pairs = 4096;
 
 /// A box in single precision.
 struct float_bounds {
@@ -56,20 +57,24 @@ float3 pointOf(const ::osg::Pnt3f& p) {
     return point;
 }
 
-/// The companion of a tree, or null. Made if `wanted`, by whoever wants it first; null without
-/// memory.
-const fitted_boxes* fittedBoxes(const BIHAttachPayload& payload, bool wanted) {
+/// The companion of a tree, or null.
+const fitted_boxes* fittedBoxes(const BIHAttachPayload& payload) {
+    return static_cast<const fitted_boxes*>(
+        payload.tree->companions.find(companion_slot::fitted_boxes));
+}
+
+/// Counts uses of a tree; whoever completes them makes the companion. Without memory it stays away.
+void countUses(const BIHAttachPayload& payload, std::uint32_t uses) {
     const bih_companions& companions = payload.tree->companions;
-    const bih_companion* found = companions.find(companion_slot::fitted_boxes);
-    if (found == nullptr && wanted && companions.due(companion_slot::fitted_boxes, 1)) {
-        try {
-            fitted_boxes* const made = fitBoxes(*payload.tree, *payload.geoset);
-            companions.publish(companion_slot::fitted_boxes, made);
-            found = made;
-        } catch (const std::bad_alloc&) { // without it, then
-        }
+    bool due = false;
+    for (std::uint32_t i = 0; i < uses && !due; ++i)
+        due = companions.due(companion_slot::fitted_boxes, uses_of_companion);
+    if (!due)
+        return;
+    try {
+        companions.publish(companion_slot::fitted_boxes, fitBoxes(*payload.tree, *payload.geoset));
+    } catch (const std::bad_alloc&) { // the literal way stays
     }
-    return static_cast<const fitted_boxes*>(found);
 }
 
 /// Two trees in one pose.
@@ -79,53 +84,51 @@ class tree_pair {
               const placed_node& place_a, const placed_node& place_b, const float_bounds& b_box)
         : a_(a), b_(b), low_a_(pointOf(place_a.low)), high_a_(pointOf(place_a.high)),
           low_b_(pointOf(place_b.low)),
-          high_b_(pointOf(place_b.high)), boxes_{lanesOf(low_a_),
-                                                 lanesOf(high_a_),
-                                                 lanesOf(pointOf(b_box.low)),
-                                                 lanesOf(pointOf(b_box.high)),
-                                                 low_b_,
-                                                 high_b_} {
+          high_b_(pointOf(place_b.high)), box_b_{lanesOf(pointOf(b_box.low)),
+                                                 lanesOf(pointOf(b_box.high)), low_b_, high_b_} {
         set(matrix_, b_to_a);
     }
 
     /// The first contact, in A's coordinates.
     bool touch(float3& contact) const {
-        const std::uint64_t patience =
-            least_patience + (a_.tree->node_count + b_.tree->node_count) / 2;
-        bool gave_up = false, found = false;
-        if (filtered(false, found, contact))
+        bool found = false;
+        if (filtered(found, contact))
             return found;
-        found = descend(any_pair(), patience, gave_up, contact);
-        if (!gave_up || filtered(true, found, contact))
+        const std::uint64_t patience = (a_.tree->node_count + b_.tree->node_count) / 2;
+        pair_descent<any_pair> descent(a_side(), b_side(), matrix_, any_, patience);
+        found = start(descent, contact);
+        const std::uint32_t uses =
+            descent.gaveUp()
+                ? uses_of_companion
+                : static_cast<std::uint32_t>(descent.visits() * uses_of_companion / (patience + 1));
+        countUses(a_, uses);
+        countUses(b_, uses);
+        if (!descent.gaveUp() || filtered(found, contact))
             return found;
-        return descend(any_pair(), unlimited_patience, gave_up, contact);
+        pair_descent<any_pair> patient(a_side(), b_side(), matrix_, any_);
+        return start(patient, contact);
     }
 
   private:
-    static constexpr std::uint64_t unlimited_patience = std::numeric_limits<std::uint64_t>::max();
+    tree_side a_side() const { return {*a_.tree, *a_.geoset}; }
+    tree_side b_side() const { return {*b_.tree, *b_.geoset}; }
 
-    /// With the companions; false if they are not there, and can't be made or were not `wanted`.
-    bool filtered(bool wanted, bool& found, float3& contact) const {
-        const fitted_boxes* const a = fittedBoxes(a_, wanted);
-        const fitted_boxes* const b = fittedBoxes(b_, wanted);
+    /// With the companions; false if they are not there, or don't suit the pose.
+    bool filtered(bool& found, float3& contact) const {
+        const fitted_boxes *const a = fittedBoxes(a_), *const b = fittedBoxes(b_);
         if (a == nullptr || b == nullptr)
             return false;
         const fitted_filter filter({*a, low_a_, high_a_}, {*b, low_b_, high_b_}, matrix_);
         if (!filter.suits())
             return false;
-        bool gave_up = false;
-        found = descend(filter, unlimited_patience, gave_up, contact);
+        pair_descent<fitted_filter> descent(a_side(), b_side(), matrix_, filter);
+        found = start(descent, contact);
         return true;
     }
 
-    template <typename Filter>
-    bool descend(const Filter& filter, std::uint64_t patience, bool& gave_up,
-                 float3& contact) const {
-        pair_descent<Filter> descent({*a_.tree, *a_.geoset}, {*b_.tree, *b_.geoset}, matrix_,
-                                     filter, patience);
-        const bool ended = descent.visit(0, 0, boxes_);
-        gave_up = descent.gaveUp();
-        if (!ended || gave_up)
+    template <typename Filter> bool start(pair_descent<Filter>& descent, float3& contact) const {
+        const bool ended = descent.visit(0, 0, {lanesOf(low_a_), lanesOf(high_a_)}, box_b_);
+        if (!ended || descent.gaveUp())
             return false;
         contact = descent.contact();
         return true;
@@ -134,8 +137,9 @@ class tree_pair {
     const BIHAttachPayload& a_;
     const BIHAttachPayload& b_;
     const float3 low_a_, high_a_, low_b_, high_b_;
-    const pair_boxes boxes_;
+    const carried_box box_b_;
     math::transformation_matrix<float> matrix_;
+    any_pair any_;
 };
 
 bool overlap(const placed_node& a, const float_bounds& b) {
@@ -186,33 +190,60 @@ bool boxesMeet(const ::osg::NodePtr& a, const ::osg::NodePtr& b, float tolerance
     return box_a.intersect(box_b);
 }
 
+/// The nodes of a list that some query can't rule out, in order.
+template <typename IsBeyond>
+void keepNear(std::vector<placed_node>& nodes, const IsBeyond& is_beyond) {
+    nodes.erase(std::remove_if(nodes.begin(), nodes.end(), is_beyond), nodes.end());
+}
+
+/// The geometry nodes of two subtrees, without those whose boxes meet none of the other side.
+struct node_lists {
+    std::vector<placed_node> a, b;
+    std::vector<near_query> queries; ///< one per node of `a`
+    std::vector<placed_ball> balls;  ///< one per node of `b`
+
+    node_lists(const ::osg::NodePtr& root_a, const ::osg::NodePtr& root_b)
+        : a(placeGeometryNodes(root_a)), b(placeGeometryNodes(root_b)) {
+        if (a.empty() || b.empty())
+            return;
+        near_query all = nearQueryOf(a.front());
+        for (const placed_node& node : a)
+            all = joined(all, nearQueryOf(node));
+        keepNear(b, [&](const placed_node& node) { return isBeyond(all, ballOf(node)); });
+        std::transform(b.begin(), b.end(), std::back_inserter(balls), ballOf);
+        if (b.empty())
+            return;
+        const placed_ball around = ballAround(balls);
+        keepNear(a, [&](const placed_node& node) { return isBeyond(nearQueryOf(node), around); });
+        std::transform(a.begin(), a.end(), std::back_inserter(queries), nearQueryOf);
+    }
+};
+
 /// Tells `tell` of each pair of geometry nodes in contact, in the order of the lists, until it
 /// answers true. Pairs whose boxes can't meet are not asked.
 template <typename Tell>
 void findContacts(const ::osg::NodePtr& a, const ::osg::NodePtr& b, const Tell& tell) {
-    const std::vector<placed_node> list_a = placeGeometryNodes(a), list_b = placeGeometryNodes(b);
-    std::vector<std::uint32_t> all(list_b.size()), near;
-    for (std::uint32_t i = 0; i < all.size(); ++i)
-        all[i] = i;
-    std::vector<placed_ball> balls;
-    if (list_a.size() * list_b.size() > few_pairs)
-        std::transform(list_b.begin(), list_b.end(), std::back_inserter(balls), ballOf);
-    const ball_tree places(std::move(balls));
+    const node_lists lists(a, b);
+    const bool many = lists.a.size() * lists.b.size() > few_pairs;
+    const ball_tree places(many ? lists.balls : std::vector<placed_ball>());
+    std::vector<std::uint32_t> near;
     CollisionResults contact;
     contact.collided = true;
-    for (const placed_node& node_a : list_a) {
-        ::osg::Matrix world_to_a;
-        near_query query;
-        const bool choosy = invert(node_a.to_world, world_to_a) &&
-                            list_a.size() * list_b.size() > few_pairs &&
-                            nearQueryOf(node_a, world_to_a, query);
-        if (choosy)
-            places.findNear(query, near);
-        for (const std::uint32_t i : choosy ? near : all) {
-            if (!touch(node_a, world_to_a, list_b[i], contact.point))
+    for (std::size_t i = 0; i < lists.a.size(); ++i) {
+        near.clear();
+        if (many)
+            places.findNear(lists.queries[i], near);
+        for (std::uint32_t j = 0; !many && j < lists.b.size(); ++j)
+            if (!isBeyond(lists.queries[i], lists.balls[j]))
+                near.push_back(j);
+        if (near.empty())
+            continue;
+        const ::osg::Matrix world_to_a = inverseOrIdentity(lists.a[i].to_world);
+        for (const std::uint32_t j : near) {
+            if (!touch(lists.a[i], world_to_a, lists.b[j], contact.point))
                 continue;
-            contact.nodeA = node_a.node;
-            contact.nodeB = list_b[i].node;
+            contact.nodeA = lists.a[i].node;
+            contact.nodeB = lists.b[j].node;
             if (tell(contact))
                 return;
         }
@@ -241,9 +272,7 @@ bool do_collide(::osg::NodePtr a, ::osg::NodePtr b, CollisionResults& results) {
     results.collided = false;
     if (!node_a.usable || !node_b.usable)
         return false;
-    ::osg::Matrix world_to_a;
-    invert(node_a.to_world, world_to_a);
-    results.collided = touch(node_a, world_to_a, node_b, results.point);
+    results.collided = touch(node_a, inverseOrIdentity(node_a.to_world), node_b, results.point);
     return results.collided;
 }
 

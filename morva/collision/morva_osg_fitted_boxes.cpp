@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <limits>
 #include <memory>
 
@@ -14,6 +15,11 @@ namespace {
 constexpr float half_ulp = 5.9604645e-8F; // 2^-24, the relative error of one operation
 constexpr double root3 = 1.7320508075688772;
 constexpr float unlimited = 1e30F;
+constexpr float axis_unit = 1.F / 32767.F;
+
+/// Of the distance of corners: a gap that leaves no doubt, unless edges lie in planes they are
+/// apart from.
+constexpr float clear_gap = 1.F / 256.F;
 
 double dot(const float3& a, const float3& b) {
     return double{a[0]} * double{b[0]} + double{a[1]} * double{b[1]} + double{a[2]} * double{b[2]};
@@ -143,34 +149,39 @@ class box_fitter {
 
     fitted_box boxOf(const node_sums& sums) const {
         fitted_box box;
-        box.reach = sums.reach;
-        box.blur = sums.blur;
         if (sums.count == 0)
             return box;
-        double square = 0.0;
+        double side[3], square = 0.0;
         for (std::size_t k = 0; k < 3; ++k) {
             box.center[k] = (sums.low[k] + sums.high[k]) * 0.5F;
-            const double side = std::max(double{sums.high[k]} - double{box.center[k]},
-                                         double{box.center[k]} - double{sums.low[k]});
-            square += side * side;
+            side[k] = std::max(double{sums.high[k]} - double{box.center[k]},
+                               double{box.center[k]} - double{sums.low[k]});
+            square += side[k] * side[k];
         }
-        box.radius = upwards(std::sqrt(square) * (1.0 + 1e-7));
-        box.spread = spreadOf(sums, box.axis);
+        box.radius = upwards(std::sqrt(square) * 1.0002); // also along an axis a little too long
+        for (std::size_t k = 0; k < 3 && square > 0.0; ++k)
+            box.half[k] = static_cast<std::uint8_t>(
+                std::min(255.0, std::ceil(side[k] / double{box.radius} * 255.0 + 1e-3)));
+        box.reach = upper_float(sums.reach);
+        box.blur = upper_float(sums.blur);
+        box.spread = upper_float(spreadOf(sums, box.axis));
         slabOf(sums, box);
         return box;
     }
 
     /// The sine of the cone about the mean normal, which goes to `axis`.
-    float spreadOf(const node_sums& sums, float (&axis)[3]) const {
+    float spreadOf(const node_sums& sums, std::int16_t (&axis)[3]) const {
         const double* n = sums.normals;
         const double size = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
         if (!(size > 0.0))
             return sums.clear && allOf(sums, faced_triangle::nowhere) ? 0.F : 1.F;
-        for (std::size_t k = 0; k < 3; ++k)
-            axis[k] = static_cast<float>(n[k] / size);
+        float3 mean;
+        for (std::size_t k = 0; k < 3; ++k) {
+            axis[k] = static_cast<std::int16_t>(std::lround(n[k] / size * 32767.0));
+            mean[k] = axis[k] * axis_unit;
+        }
         if (!sums.clear)
             return 1.F;
-        const float3 mean{axis[0], axis[1], axis[2]};
         double square = 0.0;
         for (std::uint64_t i = sums.first; i < sums.first + sums.count; ++i) {
             if (sorted_[i].faces != faced_triangle::known)
@@ -179,7 +190,7 @@ class box_fitter {
                 return 1.F;
             square = std::max(square, squareOfSine(mean, sorted_[i].normal));
         }
-        return upwards(std::min(1.0, std::sqrt(square) + 1e-6));
+        return upwards(std::min(1.0, std::sqrt(square) * 1.0002 + 1e-6));
     }
 
     static double squareOfSine(const float3& a, const float3& b) {
@@ -200,23 +211,23 @@ class box_fitter {
 
     /// The corners along the axis; where normals go everywhere the ball around the box will do.
     void slabOf(const node_sums& sums, fitted_box& box) const {
-        box.low = -box.radius;
-        box.high = box.radius;
-        if (!(box.spread < 1.F))
-            return;
         double low = std::numeric_limits<double>::max(), high = -low;
-        for (std::uint64_t i = sums.first; i < sums.first + sums.count; ++i) {
+        for (std::uint64_t i = sums.first; box.spread.value() < 1.F && i < sums.first + sums.count;
+             ++i) {
             const float_triangle& triangle = *sorted_[i].corners;
             for (const float3* corner : {&triangle.a, &triangle.b, &triangle.c}) {
                 double along = 0.0;
                 for (std::size_t k = 0; k < 3; ++k)
-                    along += double{box.axis[k]} * (double{(*corner)[k]} - double{box.center[k]});
+                    along += double{box.axis[k] * axis_unit} *
+                             (double{(*corner)[k]} - double{box.center[k]});
                 low = std::min(low, along);
                 high = std::max(high, along);
             }
         }
-        box.low = -upwards(-low);
-        box.high = upwards(high);
+        const double unit = 32767.0 / double{box.radius};
+        const bool flat = !(box.radius > 0.F), open = low > high;
+        box.low = static_cast<std::int16_t>(flat || open ? -32767 : std::floor(low * unit));
+        box.high = static_cast<std::int16_t>(flat || open ? 32767 : std::ceil(high * unit));
     }
 
     const bih_tree<float>& tree_;
@@ -247,12 +258,30 @@ double excessOf(const fitted_filter::side& side) {
     return std::sqrt(square);
 }
 
-float dot3(lanes a, lanes b) {
-    const lanes products = a * b;
-    return products[0] + products[1] + products[2];
-}
+/// A fitted box in registers.
+struct seen_box {
+    explicit seen_box(const fitted_box& from) : box(from) {
+        using shorts = std::int16_t __attribute__((vector_size(8)));
+        shorts packed;
+        std::memcpy(&ball, &from, sizeof ball);
+        std::memcpy(&packed, from.axis, sizeof packed); // the low side as well
+        axis = __builtin_convertvector(__builtin_convertvector(packed, lane_mask), lanes) *
+               allLanes(axis_unit);
+    }
+    float radius() const { return ball[3]; }
+    float high() const { return static_cast<float>(box.high) * axis_unit; }
+    lanes half() const {
+        using bytes = std::uint8_t __attribute__((vector_size(4)));
+        bytes packed;
+        std::memcpy(&packed, box.half, sizeof packed);
+        return __builtin_convertvector(__builtin_convertvector(packed, lane_mask), lanes) *
+               allLanes(radius() * (1.00001F / 255.F));
+    }
 
-lanes load3(const float (&values)[3]) { return lanes{values[0], values[1], values[2], 0.F}; }
+    const fitted_box& box;
+    lanes ball; ///< centre and radius
+    lanes axis; ///< and the slab's low side in radii
+};
 
 /// Values from `low` to `high`.
 struct range {
@@ -261,10 +290,10 @@ struct range {
 
 /// What lies in a slab and in a ball about its middle, along another axis: the two are `sine`
 /// apart, and one goes against the other where `cosine` is negative.
-range seenAlong(const range& slab, float radius, float cosine, float sine) {
+range seenAlong(const range& slab, float radius, bool same_way, float sine) {
     const float more = sine * radius;
-    const range seen = cosine >= 0.F ? range{slab.low - more, slab.high + more}
-                                     : range{-slab.high - more, more - slab.low};
+    const range seen = same_way ? range{slab.low - more, slab.high + more}
+                                : range{-slab.high - more, more - slab.low};
     return {std::max(seen.low, -radius), std::min(seen.high, radius)};
 }
 
@@ -314,6 +343,16 @@ fitted_filter::fitted_filter(const side& a, const side& b,
     suits_ = skew < 1e-4 && scale > 1e-3 && scale < 1e3 && farthest < 1e12;
     const double rho = 8.0 * double{half_ulp} * farthest_b;
     scale_ = static_cast<float>(scale);
+    aligned_ = true;
+    for (std::size_t c = 0; c < 3; ++c) {
+        turned_[c] = columns_[c] * allLanes(1.F / scale_);
+        spread_b_[c] = columns_[c] < lanes{} ? -columns_[c] : columns_[c];
+        for (std::size_t r = 0; r < 3; ++r) {
+            const float part = std::abs(b_to_a[4 * c + r]) / scale_;
+            spread_a_[r][c] = part;
+            aligned_ = aligned_ && (part < 1e-3F || part > 0.999F);
+        }
+    }
     reach_scale_ = static_cast<float>(root3 * scale);
     const double drift =
         8.0 * double{half_ulp} * farthest * static_cast<double>(a.boxes.depth + b.boxes.depth + 4);
@@ -325,37 +364,56 @@ fitted_filter::fitted_filter(const side& a, const side& b,
 }
 
 bool fitted_filter::rejects(std::uint64_t node_a, std::uint64_t node_b) const {
-    const fitted_box& a = a_[node_a];
-    const fitted_box& b = b_[node_b];
-    if (a.reach < 0.F || b.reach < 0.F)
+    const seen_box a(a_[node_a]), b(b_[node_b]);
+    if (a.radius() < 0.F || b.radius() < 0.F)
         return true;
-    const lanes way = columns_[0] * allLanes(b.center[0]) + columns_[1] * allLanes(b.center[1]) +
-                      columns_[2] * allLanes(b.center[2]) + columns_[3] - load3(a.center);
-    const lanes axis_a = load3(a.axis);
-    const lanes axis_b = (columns_[0] * allLanes(b.axis[0]) + columns_[1] * allLanes(b.axis[1]) +
-                          columns_[2] * allLanes(b.axis[2])) *
-                         allLanes(1.F / scale_);
-    const float radius = b.radius * scale_;
-    const range slab_a{a.low, a.high};
-    const range slab_b{b.low * scale_ - skew_ * radius, b.high * scale_ + skew_ * radius};
-    const float along_a = dot3(axis_a, way), along_b = dot3(axis_b, way);
-    const float cosine = dot3(axis_a, axis_b);
-    const lanes apart = cosine >= 0.F ? axis_a - axis_b : axis_a + axis_b;
-    const float sine = std::sqrt(dot3(apart, apart)) + skew_; // not less than the sine
+    const lanes way = columns_[0] * allLanes(b.ball[0]) + columns_[1] * allLanes(b.ball[1]) +
+                      columns_[2] * allLanes(b.ball[2]) + columns_[3] - a.ball;
+    const lanes axis_b = turned_[0] * allLanes(b.axis[0]) + turned_[1] * allLanes(b.axis[1]) +
+                         turned_[2] * allLanes(b.axis[2]);
+    const lanes with = a.axis - axis_b, against = a.axis + axis_b;
+    const lanes sums = sumsOf(a.axis * way, axis_b * way, with * with, against * against);
+    const lanes squares = way * way;
+    const bool same_way = sums[2] <= sums[3];
+    const float sine = std::sqrt(same_way ? sums[2] : sums[3]) + skew_; // not less than the sine
 
-    const float reach = a.reach + b.reach * reach_scale_ + reach_more_;
+    const float radius_a = a.radius(), radius_b = b.radius() * scale_;
+    const range slab_a{a.axis[3] * radius_a, a.high() * radius_a};
+    const range slab_b{(b.axis[3] - skew_) * radius_b, (b.high() + skew_) * radius_b};
+    const float off_a = offSlab(slab_a, sums[0], seenAlong(slab_b, radius_b, same_way, sine));
+    const float off_b = offSlab(slab_b, -sums[1], seenAlong(slab_a, radius_a, same_way, sine));
+
+    // Of corners that matter.
+    const float reach = a.box.reach.value() + b.box.reach.value() * reach_scale_ + reach_more_;
     const float farthest =
-        std::min(reach, std::sqrt(dot3(way, way)) + a.radius + radius); // of corners that matter
-    const float margin = rounding_ + 2e-6F * (farthest + a.radius + radius);
-    const float off_a = offSlab(slab_a, along_a, seenAlong(slab_b, radius, cosine, sine));
-    if (off_a > reach + margin)
+        std::min(reach, std::sqrt(squares[0] + squares[1] + squares[2]) + radius_a + radius_b);
+    const float margin = rounding_ + 2e-6F * (farthest + radius_a + radius_b);
+    const float off = std::max(off_a, off_b);
+    const float apart = boxGap(a.half(), b.half(), way);
+    if (std::max(off, apart) > reach + margin)
         return true;
-    const float off_b = offSlab(slab_b, -along_b, seenAlong(slab_a, a.radius, cosine, sine));
-    if (off_b > reach + margin)
-        return true;
-    const float spread_b = b.spread + b.blur * (blur_scale_ + 24.F * half_ulp * b.radius) + skew_;
-    return onOneSide(off_a, a.spread, farthest, margin) &&
+    const float spread_a = a.box.spread.value();
+    const float spread_b = b.box.spread.value() + skew_ +
+                           b.box.blur.value() * (blur_scale_ + 24.F * half_ulp * b.radius());
+    if (!aligned_) {
+        const float tilt = std::min(1.F, spread_a + spread_b + sine);
+        if (off > margin + farthest * tilt * clear_gap || apart > margin + farthest * clear_gap)
+            return true;
+    }
+    return onOneSide(off_a, spread_a, farthest, margin) &&
            onOneSide(off_b, spread_b, farthest, margin);
+}
+
+float fitted_filter::boxGap(lanes half_a, lanes half_b, lanes way) const {
+    const auto magnitude = [](lanes v) { return v < lanes{} ? -v : v; };
+    const lanes along_a = magnitude(way) - half_a - spread_b_[0] * allLanes(half_b[0]) -
+                          spread_b_[1] * allLanes(half_b[1]) - spread_b_[2] * allLanes(half_b[2]);
+    const lanes seen = sumsOf(turned_[0] * way, turned_[1] * way, turned_[2] * way, lanes{});
+    const lanes along_b = magnitude(seen) - allLanes(scale_) * half_b -
+                          spread_a_[0] * allLanes(half_a[0]) - spread_a_[1] * allLanes(half_a[1]) -
+                          spread_a_[2] * allLanes(half_a[2]);
+    const lanes most = along_a > along_b ? along_a : along_b;
+    return std::max({most[0], most[1], most[2]});
 }
 
 } // namespace morva::osg

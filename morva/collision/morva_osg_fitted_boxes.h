@@ -27,11 +27,12 @@
 // - Both ways must fail, edges of B in triangles of A and edges of A in triangles of B.
 //
 // Matrices that are not a similarity to within 1e-4, scales beyond 1e-3 to 1e3 and coordinates
-// beyond 1e12 get no filter. 52 bytes for each node of the tree.
+// beyond 1e12 get no filter. 36 bytes for each node of the tree.
 //
 // Threads: those of bih_companions. For the library's own source files.
 
 #include <cstdint>
+#include <cstring>
 #include <vector>
 
 #include <morva/collision/morva_osg_lanes.h>
@@ -41,16 +42,39 @@
 
 namespace morva::osg {
 
+/// A number of at least 0 in 16 bits, rounded up by less than 1 %: the upper half of a float.
+class upper_float {
+  public:
+    upper_float() = default;
+    explicit upper_float(float value) {
+        std::uint32_t bits;
+        std::memcpy(&bits, &value, sizeof bits);
+        bits_ = static_cast<std::uint16_t>((bits + 0xFFFFU) >> 16);
+    }
+    float value() const {
+        const std::uint32_t bits = std::uint32_t{bits_} << 16;
+        float result;
+        std::memcpy(&result, &bits, sizeof result);
+        return result;
+    }
+
+  private:
+    std::uint16_t bits_ = 0;
+};
+
 /// What lies below a node; in the core's coordinates.
 struct fitted_box {
     float center[3] = {};
-    float radius = 0.F;              ///< no corner is farther from the centre
-    float axis[3] = {1.F, 0.F, 0.F}; ///< of length 1
-    float low = 0.F, high = 0.F;     ///< of the slab along `axis`, from the centre
-    float spread = 0.F;              ///< sine of the cone's half angle; 1: normals of all kinds
-    float blur = 0.F;                ///< largest edge by length of normal, 1 / length
-    float reach = 0.F; ///< diagonal of the largest box of a leaf; < 0 if all are empty
+    float radius = -1.F;       ///< no corner is farther from the centre; < 0: no triangles
+    std::int16_t axis[3] = {}; ///< times 32767; its length is within 1e-4 of 1, or 0
+    std::int16_t low = 0;      ///< of the slab along `axis` from the centre: times radius / 32767
+    std::int16_t high = 0;     ///< the same
+    upper_float spread;        ///< sine of the cone's half angle; 1 or more: normals of all kinds
+    upper_float blur;          ///< longest edge by length of normal, 1 / length
+    upper_float reach;         ///< diagonal of the largest box of a leaf
+    std::uint8_t half[4] = {}; ///< sides of the box from the centre: times radius / 255; last 0
 };
+static_assert(sizeof(fitted_box) == 36);
 
 struct fitted_boxes : bih_companion {
     std::vector<fitted_box> nodes; ///< one per node of the tree
@@ -78,15 +102,22 @@ class fitted_filter {
     bool rejects(std::uint64_t node_a, std::uint64_t node_b) const;
 
   private:
+    /// How far boxes are apart along the axes of one of them; negative if they are not.
+    float boxGap(lanes half_a, lanes half_b, lanes way) const;
+
     const fitted_box* a_;
     const fitted_box* b_;
-    lanes columns_[4];  ///< of the matrix
-    float scale_;       ///< of the matrix
-    float reach_scale_; ///< from a reach of B to the diagonal of its box in A's coordinates
-    float reach_more_;  ///< that boxes of leaves may be larger than the reaches say
-    float rounding_;    ///< of positions worked out here
-    float blur_scale_;  ///< length by which B's normals are blurred, in B's coordinates
-    float skew_;        ///< sine of the angle by which the matrix bends
+    lanes columns_[4];    ///< of the matrix
+    lanes turned_[3];     ///< the first three over the scale
+    lanes spread_b_[3];   ///< magnitudes of the first three
+    lanes spread_a_[3]{}; ///< magnitudes of what was turned, row by row
+    float scale_;         ///< of the matrix
+    float reach_scale_;   ///< from a reach of B to the diagonal of its box in A's coordinates
+    float reach_more_;    ///< that boxes of leaves may be larger than the reaches say
+    float rounding_;      ///< of positions worked out here
+    float blur_scale_;    ///< length by which B's normals are blurred, in B's coordinates
+    float skew_;          ///< sine of the angle by which the matrix bends
+    bool aligned_;        ///< the axes of A and B are parallel
     bool suits_ = false;
 };
 

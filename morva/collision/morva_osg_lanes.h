@@ -15,9 +15,31 @@ using lane_mask = std::int32_t __attribute__((vector_size(16))); ///< -1 or 0 in
 inline lanes allLanes(float value) { return lanes{value, value, value, value}; }
 
 inline bool anyLane(lane_mask mask) {
+#ifdef __SSE__
+    return __builtin_ia32_movmskps(reinterpret_cast<lanes>(mask)) != 0;
+#else
     using halves = std::int64_t __attribute__((vector_size(16)));
     const halves both = reinterpret_cast<halves>(mask);
     return (both[0] | both[1]) != 0;
+#endif
+}
+
+/// `value` where the mask is set, else 0.
+inline lanes where(lane_mask mask, lanes value) {
+    return reinterpret_cast<lanes>(mask & reinterpret_cast<lane_mask>(value));
+}
+
+/// A point with another value on one axis.
+inline lanes withAxis(lanes point, std::size_t axis, float value) {
+    constexpr lane_mask only[3] = {{-1, 0, 0, 0}, {0, -1, 0, 0}, {0, 0, -1, 0}};
+    return reinterpret_cast<lanes>((only[axis] & reinterpret_cast<lane_mask>(allLanes(value))) |
+                                   (~only[axis] & reinterpret_cast<lane_mask>(point)));
+}
+
+/// The sums over the first three lanes of each.
+inline lanes sumsOf(lanes a, lanes b, lanes c, lanes d) {
+    return lanes{a[0], b[0], c[0], d[0]} + lanes{a[1], b[1], c[1], d[1]} +
+           lanes{a[2], b[2], c[2], d[2]};
 }
 
 /// A point in one register; the last lane is 0.

@@ -3,26 +3,26 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
-#include <list>
 
-#include <morva/core/morva_osg_tools.h>
+#include <OpenSG/OSGGeometry.h>
 
 namespace morva::osg {
 
 namespace {
 
 constexpr double rounding = 64.0 / (1 << 24);
-constexpr double largest_growth = 4.0;
+/// Matrices that are a similarity but for this are taken for one; growth is more by twice as much.
+constexpr double largest_skew = 1e-3;
 
-/// Centre and half sides of the world's box around a node's box.
-void worldBox(const placed_node& node, double (&center)[3], double (&half)[3]) {
+/// Sets centre and half sides of the world's box around a node's box.
+void setWorldBox(placed_node& node) {
     for (::osg::UInt32 r = 0; r < 3; ++r) {
-        center[r] = double{node.to_world[3][r]};
-        half[r] = 0.0;
+        node.center[r] = double{node.to_world[3][r]};
+        node.half[r] = 0.0;
         for (::osg::UInt32 c = 0; c < 3; ++c) {
             const double low{node.low[c]}, high{node.high[c]}, factor{node.to_world[c][r]};
-            center[r] += factor * (low + high) * 0.5;
-            half[r] += std::abs(factor * (high - low) * 0.5);
+            node.center[r] += factor * (low + high) * 0.5;
+            node.half[r] += std::abs(factor * (high - low) * 0.5);
         }
     }
 }
@@ -67,71 +67,101 @@ bool isFinite(const ::osg::Matrix& matrix) {
     return std::all_of(values, values + 16, [](float value) { return std::isfinite(value); });
 }
 
-bool invert(const ::osg::Matrix& matrix, ::osg::Matrix& inverse) {
+::osg::Matrix inverseOrIdentity(const ::osg::Matrix& matrix) {
     const double_matrix values(matrix);
     double determinant = 0.0;
     for (std::size_t c = 0; c < 4; ++c)
         determinant += values.m[0][c] * values.cofactor(0, c);
-    inverse.setIdentity();
+    ::osg::Matrix inverse;
     if (std::abs(determinant) < 1e-30)
-        return false;
+        return inverse;
     for (::osg::UInt32 r = 0; r < 4; ++r)
         for (::osg::UInt32 c = 0; c < 4; ++c)
             inverse[c][r] = static_cast<float>(values.cofactor(c, r) / determinant);
-    return true;
+    return inverse;
 }
 
-placed_node placeNode(const ::osg::NodePtr& node) {
+namespace {
+
+/// Reads a node whose matrix is known.
+placed_node placeBehind(const ::osg::NodePtr& node, const ::osg::Matrix& to_world) {
     placed_node placed;
     placed.node = node;
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
-        return placed;
     node->updateVolume();
     if (!node->getVolume().isValid() || node->getVolume().isEmpty())
         return placed;
     node->getVolume().getBounds(placed.low, placed.high);
-    placed.to_world = node->getToWorld();
-    placed.usable = isFinite(placed.to_world);
+    placed.to_world = to_world;
+    placed.usable = isFinite(to_world);
+    setWorldBox(placed);
     return placed;
 }
 
-std::vector<placed_node> placeGeometryNodes(const ::osg::NodePtr& root) {
-    std::list<::osg::NodePtr> nodes;
-    collect_geo_nodes(root, nodes);
-    std::vector<placed_node> placed;
-    placed.reserve(nodes.size());
-    for (const ::osg::NodePtr& node : nodes) {
-        placed.push_back(placeNode(node));
-        if (!placed.back().usable)
-            placed.pop_back();
+/// The walk of collect_geo_nodes(), with the matrix of the parent at hand.
+void placeBelow(const ::osg::NodePtr& node, ::osg::Matrix to_world,
+                std::vector<placed_node>& placed) {
+    const ::osg::NodeCorePtr core = node->getCore();
+    if (core != ::osg::NullFC) {
+        core->accumulateMatrix(to_world);
+        if (core->getType() == ::osg::Geometry::getClassType()) {
+            placed.push_back(placeBehind(node, to_world));
+            if (!placed.back().usable)
+                placed.pop_back();
+        }
     }
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        placeBelow(node->getChild(i), to_world, placed);
+}
+
+} // namespace
+
+placed_node placeNode(const ::osg::NodePtr& node) {
+    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+        return {};
+    return placeBehind(node, node->getToWorld());
+}
+
+std::vector<placed_node> placeGeometryNodes(const ::osg::NodePtr& root) {
+    std::vector<placed_node> placed;
+    const ::osg::NodePtr parent = root->getParent();
+    placeBelow(root, parent != ::osg::NullFC ? parent->getToWorld() : ::osg::Matrix(), placed);
     return placed;
 }
 
 placed_ball ballOf(const placed_node& b) {
     placed_ball ball{};
-    double half[3];
-    worldBox(b, ball.center, half);
-    ball.radius = std::sqrt(half[0] * half[0] + half[1] * half[1] + half[2] * half[2]) +
-                  rounding * largestOf(ball.center, half);
+    std::copy_n(b.center, 3, ball.center);
+    ball.radius = std::sqrt(b.half[0] * b.half[0] + b.half[1] * b.half[1] + b.half[2] * b.half[2]) +
+                  rounding * largestOf(b.center, b.half);
     return ball;
 }
 
-bool nearQueryOf(const placed_node& a, const ::osg::Matrix& from_world, near_query& query) {
-    worldBox(a, query.center, query.half);
-    const double more = rounding * largestOf(query.center, query.half);
-    for (::osg::UInt32 r = 0; r < 3; ++r) {
-        query.growth[r] = 0.0;
-        for (::osg::UInt32 k = 0; k < 3; ++k) {
-            const double x{from_world[0][k]}, y{from_world[1][k]}, z{from_world[2][k]};
-            query.growth[r] +=
-                std::abs(double{a.to_world[k][r]}) * std::sqrt(x * x + y * y + z * z);
+near_query nearQueryOf(const placed_node& a) {
+    near_query query{};
+    double square[3], mixed[3];
+    for (::osg::UInt32 c = 0; c < 3; ++c) {
+        const ::osg::Vec4f &u = a.to_world[c], &v = a.to_world[(c + 1) % 3];
+        square[c] = mixed[c] = 0.0;
+        for (::osg::UInt32 r = 0; r < 3; ++r) {
+            square[c] += double{u[r]} * double{u[r]};
+            mixed[c] += double{u[r]} * double{v[r]};
         }
-        if (!(query.growth[r] <= largest_growth))
-            return false;
-        query.half[r] += query.growth[r] * more;
     }
-    return std::isfinite(more);
+    const double mean = (square[0] + square[1] + square[2]) / 3.0, limit = largest_skew * mean;
+    const double scale = std::sqrt(mean), more = rounding * largestOf(a.center, a.half);
+    bool similar = scale > 1e-9 && std::isfinite(more);
+    for (std::size_t c = 0; c < 3; ++c)
+        similar = similar && std::abs(square[c] - mean) < limit && std::abs(mixed[c]) < limit;
+    query.everywhere = !similar;
+    for (::osg::UInt32 r = 0; r < 3 && similar; ++r) {
+        double sum = 0.0;
+        for (::osg::UInt32 k = 0; k < 3; ++k)
+            sum += std::abs(double{a.to_world[k][r]});
+        query.center[r] = a.center[r];
+        query.growth[r] = sum / scale * (1.0 + 4.0 * largest_skew);
+        query.half[r] = a.half[r] + query.growth[r] * more;
+    }
+    return query;
 }
 
 } // namespace morva::osg

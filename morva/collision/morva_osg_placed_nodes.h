@@ -19,6 +19,7 @@ struct placed_node {
     bool usable = false; ///< it has a core, a volume that is valid and not empty, a finite matrix
     ::osg::Pnt3f low, high; ///< bounds of its volume, in its parent's coordinates
     ::osg::Matrix to_world;
+    double center[3], half[3]; ///< of the world's box around its box
 };
 
 /// Reads a node; null is legal. Brings its volume up to date.
@@ -27,9 +28,9 @@ placed_node placeNode(const ::osg::NodePtr& node);
 /// The geometry nodes below `root` that are usable, in the order of the walk.
 std::vector<placed_node> placeGeometryNodes(const ::osg::NodePtr& root);
 
-/// The inverse, worked out in double precision and rounded once. Where the determinant is below
-/// 1e-30 in magnitude the result is false and `inverse` the identity.
-bool invert(const ::osg::Matrix& matrix, ::osg::Matrix& inverse);
+/// The inverse, worked out in double precision and rounded once; the identity where the determinant
+/// is below 1e-30 in magnitude.
+::osg::Matrix inverseOrIdentity(const ::osg::Matrix& matrix);
 
 bool isFinite(const ::osg::Matrix& matrix);
 
@@ -37,15 +38,12 @@ bool isFinite(const ::osg::Matrix& matrix);
 placed_ball ballOf(const placed_node& b);
 
 /// Where the balls of nodes B must be for the box of B in A's coordinates to meet that of A, as
-/// do_collide() computes it.
+/// do_collide() computes it; everywhere where A's matrix does more than turn, scale and move.
 ///
-/// from_world  inverse of A's matrix, which has one
-/// returns     false where all nodes must be asked: the matrix skews a lot
-///
-/// B's box in A's coordinates is within r |row k of the inverse| of its centre on axis k, for r the
-/// radius of B's ball. So its centre is within A's box grown by that, and on world axis i within
-/// that of A grown by r times the sum of |A_ik| |row k|, at most the root of 3 for a rotation. Both
+/// B's box in A's coordinates is within r / scale of its centre on each axis, for r the radius of
+/// B's ball. So its centre is within A's box grown by that, and on a world axis within that of A
+/// grown by r times the sum of the magnitudes in a row of the rotation, at most the root of 3. Both
 /// sides are 64 * 2^-24 of their coordinates larger, more than the rounding of the matrices.
-bool nearQueryOf(const placed_node& a, const ::osg::Matrix& from_world, near_query& query);
+near_query nearQueryOf(const placed_node& a);
 
 } // namespace morva::osg

@@ -18,10 +18,9 @@ bool test_nodes(const float3& a_min, const float3& a_max, const float3& b_min, c
         return false;
     const any_pair all;
     pair_descent<any_pair> descent({treeA, listA}, {treeB, listB}, b_to_a, all);
-    const pair_boxes boxes{lanesOf(a_min), lanesOf(a_max), lanesOf(b_min),
-                           lanesOf(b_max), b_own_min,      b_own_max};
-    const bool found =
-        descent.visit(static_cast<std::uint64_t>(nodeA), static_cast<std::uint64_t>(nodeB), boxes);
+    const bool found = descent.visit(
+        static_cast<std::uint64_t>(nodeA), static_cast<std::uint64_t>(nodeB),
+        {lanesOf(a_min), lanesOf(a_max)}, {lanesOf(b_min), lanesOf(b_max), b_own_min, b_own_max});
     pairs += descent.pairs();
     if (found)
         contact = descent.contact();

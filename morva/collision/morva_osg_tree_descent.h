@@ -3,7 +3,7 @@
 // The descent of two trees at once, in the order that decides which contact is the first.
 //
 //     pair_descent<any_pair> descent(a, b, b_to_a, any_pair());
-//     if (descent.visit(0, 0, boxes)) ... descent.contact(), descent.pairs()
+//     if (descent.visit(0, 0, box_a, box_b)) ... descent.contact(), descent.pairs()
 //
 // The box of B in A's coordinates is never made from corners again: a plane that cuts a slice of
 // width w off B's own box on axis k moves a side of the box in A's coordinates by w times the
@@ -31,11 +31,15 @@ struct tree_side {
     const triangle_list& list;
 };
 
-/// The boxes of a pair of nodes. In A's coordinates, but for B's own.
-struct pair_boxes {
-    lanes a_min, a_max;
-    lanes b_min, b_max;
-    float3 own_min, own_max; ///< of B, in B's coordinates
+/// The box of a node of A.
+struct descent_box {
+    lanes min, max;
+};
+
+/// The box of a node of B, in A's coordinates and in its own.
+struct carried_box {
+    lanes min, max;
+    float3 own_min, own_max;
 };
 
 /// Rules out nothing.
@@ -49,78 +53,73 @@ template <typename Filter> class pair_descent {
     pair_descent(const tree_side& a, const tree_side& b,
                  const math::transformation_matrix<float>& b_to_a, const Filter& filter,
                  std::uint64_t patience = std::numeric_limits<std::uint64_t>::max())
-        : a_(a), b_(b), matrix_(b_to_a), filter_(filter), patience_(patience) {
+        : a_(a), b_(b), matrix_(b_to_a), filter_(filter), patience_(patience), left_(patience) {
         for (std::size_t k = 0; k < 3; ++k)
             columns_[k] = lanes{b_to_a[4 * k], b_to_a[4 * k + 1], b_to_a[4 * k + 2], 0.F};
     }
 
     /// Looks for a contact below two nodes; true ends the descent: found, or given up.
-    bool visit(std::uint64_t node_a, std::uint64_t node_b, const pair_boxes& boxes) {
-        if (anyLane((boxes.b_min > boxes.a_max) | (boxes.a_min > boxes.b_max)))
+    bool visit(std::uint64_t node_a, std::uint64_t node_b, const descent_box& box_a,
+               const carried_box& box_b) {
+        if (anyLane((box_b.min > box_a.max) | (box_a.min > box_b.max)))
             return false;
         if (filter_.rejects(node_a, node_b))
             return false;
-        if (patience_-- == 0)
+        if (left_ == 0)
             return gave_up_ = true;
+        --left_;
         const bih_node<float>& a = a_.tree.nodes[node_a];
         const bih_node<float>& b = b_.tree.nodes[node_b];
         if (a.is_leaf() && b.is_leaf())
             return compare(a, node_b, b);
         if (a.is_leaf())
-            return visit(node_a, node_b + 1, leftOfB(boxes, b)) ||
-                   visit(node_a, rightOf(b), rightOfB(boxes, b));
+            return visit(node_a, node_b + 1, box_a, leftOf(box_b, b)) ||
+                   visit(node_a, rightOf(b), box_a, rightOf(box_b, b));
         if (b.is_leaf())
-            return visit(node_a + 1, node_b, leftOfA(boxes, a)) ||
-                   visit(rightOf(a), node_b, rightOfA(boxes, a));
-        const pair_boxes left_b = leftOfB(boxes, b), right_b = rightOfB(boxes, b);
-        return visit(rightOf(a), node_b + 1, rightOfA(left_b, a)) ||
-               visit(node_a + 1, rightOf(b), leftOfA(right_b, a)) ||
-               visit(node_a + 1, node_b + 1, leftOfA(left_b, a)) ||
-               visit(rightOf(a), rightOf(b), rightOfA(right_b, a));
+            return visit(node_a + 1, node_b, leftOf(box_a, a), box_b) ||
+                   visit(rightOf(a), node_b, rightOf(box_a, a), box_b);
+        const descent_box left_a = leftOf(box_a, a), right_a = rightOf(box_a, a);
+        const carried_box left_b = leftOf(box_b, b), right_b = rightOf(box_b, b);
+        return visit(rightOf(a), node_b + 1, right_a, left_b) ||
+               visit(node_a + 1, rightOf(b), left_a, right_b) ||
+               visit(node_a + 1, node_b + 1, left_a, left_b) ||
+               visit(rightOf(a), rightOf(b), right_a, right_b);
     }
 
     bool gaveUp() const { return gave_up_; }
-    const float3& contact() const { return contact_; } ///< after visit() found one
-    std::uint64_t pairs() const { return pairs_; }     ///< of triangles; those of equal ones, too
+    std::uint64_t visits() const { return patience_ - left_; } ///< pairs of nodes
+    const float3& contact() const { return contact_; }         ///< after visit() found one
+    std::uint64_t pairs() const { return pairs_; } ///< of triangles; those of equal ones, too
 
   private:
     static std::uint64_t rightOf(const bih_node<float>& node) {
         return static_cast<std::uint64_t>(node.right);
     }
-    static lanes onAxis(std::size_t axis, lanes where, float value) {
-        where[axis] = value;
-        return where;
+    static descent_box leftOf(const descent_box& box, const bih_node<float>& a) {
+        return {box.min, withAxis(box.max, static_cast<std::size_t>(a.axis), a.left_plane)};
     }
-    static pair_boxes leftOfA(pair_boxes boxes, const bih_node<float>& a) {
-        boxes.a_max = onAxis(static_cast<std::size_t>(a.axis), boxes.a_max, a.left_plane);
-        return boxes;
-    }
-    static pair_boxes rightOfA(pair_boxes boxes, const bih_node<float>& a) {
-        boxes.a_min = onAxis(static_cast<std::size_t>(a.axis), boxes.a_min, a.right_plane);
-        return boxes;
-    }
-    static lanes where(lane_mask mask, lanes value) {
-        return reinterpret_cast<lanes>(mask & reinterpret_cast<lane_mask>(value));
+    static descent_box rightOf(const descent_box& box, const bih_node<float>& a) {
+        return {withAxis(box.min, static_cast<std::size_t>(a.axis), a.right_plane), box.max};
     }
     /// Without what lies above the left plane.
-    pair_boxes leftOfB(pair_boxes boxes, const bih_node<float>& b) const {
+    carried_box leftOf(carried_box box, const bih_node<float>& b) const {
         const auto k = static_cast<std::size_t>(b.axis);
-        const lanes shift = allLanes(boxes.own_max[k] - b.left_plane) * columns_[k];
+        const lanes shift = allLanes(box.own_max[k] - b.left_plane) * columns_[k];
         const lane_mask high = columns_[k] >= lanes{};
-        boxes.b_max -= where(high, shift);
-        boxes.b_min -= where(~high, shift);
-        boxes.own_max[k] = b.left_plane;
-        return boxes;
+        box.max -= where(high, shift);
+        box.min -= where(~high, shift);
+        box.own_max[k] = b.left_plane;
+        return box;
     }
     /// Without what lies below the right plane.
-    pair_boxes rightOfB(pair_boxes boxes, const bih_node<float>& b) const {
+    carried_box rightOf(carried_box box, const bih_node<float>& b) const {
         const auto k = static_cast<std::size_t>(b.axis);
-        const lanes shift = allLanes(b.right_plane - boxes.own_min[k]) * columns_[k];
+        const lanes shift = allLanes(b.right_plane - box.own_min[k]) * columns_[k];
         const lane_mask low = columns_[k] >= lanes{};
-        boxes.b_min += where(low, shift);
-        boxes.b_max += where(~low, shift);
-        boxes.own_min[k] = b.right_plane;
-        return boxes;
+        box.min += where(low, shift);
+        box.max += where(~low, shift);
+        box.own_min[k] = b.right_plane;
+        return box;
     }
 
     /// Each triangle of A's leaf with each of B's.
@@ -151,7 +150,8 @@ template <typename Filter> class pair_descent {
     std::vector<leaf_entry> entries_;
     leaf_packs packs_;
     std::uint64_t loaded_ = none; ///< the leaf of B that is in `packs_`
-    std::uint64_t patience_;
+    const std::uint64_t patience_;
+    std::uint64_t left_; ///< of the patience
     std::uint64_t pairs_ = 0;
     float3 contact_;
     bool gave_up_ = false;
