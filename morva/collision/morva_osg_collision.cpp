@@ -190,12 +190,6 @@ bool boxesMeet(const ::osg::NodePtr& a, const ::osg::NodePtr& b, float tolerance
     return box_a.intersect(box_b);
 }
 
-/// The nodes of a list that some query can't rule out, in order.
-template <typename IsBeyond>
-void keepNear(std::vector<placed_node>& nodes, const IsBeyond& is_beyond) {
-    nodes.erase(std::remove_if(nodes.begin(), nodes.end(), is_beyond), nodes.end());
-}
-
 /// The geometry nodes of two subtrees, without those whose boxes meet none of the other side.
 struct node_lists {
     std::vector<placed_node> a, b;
@@ -206,16 +200,35 @@ struct node_lists {
         : a(placeGeometryNodes(root_a)), b(placeGeometryNodes(root_b)) {
         if (a.empty() || b.empty())
             return;
-        near_query all = nearQueryOf(a.front());
-        for (const placed_node& node : a)
-            all = joined(all, nearQueryOf(node));
-        keepNear(b, [&](const placed_node& node) { return isBeyond(all, ballOf(node)); });
+        std::transform(a.begin(), a.end(), std::back_inserter(queries), nearQueryOf);
+        near_query all = queries.front();
+        for (const near_query& query : queries)
+            all = joined(all, query);
         std::transform(b.begin(), b.end(), std::back_inserter(balls), ballOf);
+        keep(b, balls, [&all](const placed_ball& ball) { return !isBeyond(all, ball); });
         if (b.empty())
             return;
         const placed_ball around = ballAround(balls);
-        keepNear(a, [&](const placed_node& node) { return isBeyond(nearQueryOf(node), around); });
-        std::transform(a.begin(), a.end(), std::back_inserter(queries), nearQueryOf);
+        keep(a, queries, [&around](const near_query& query) { return !isBeyond(query, around); });
+    }
+
+  private:
+    /// Keeps the nodes whose place does, in order.
+    template <typename Place, typename IsKept>
+    static void keep(std::vector<placed_node>& nodes, std::vector<Place>& places,
+                     const IsKept& is_kept) {
+        std::size_t kept = 0;
+        for (std::size_t i = 0; i < nodes.size(); ++i) {
+            if (!is_kept(places[i]))
+                continue;
+            if (kept != i) {
+                nodes[kept] = nodes[i];
+                places[kept] = places[i];
+            }
+            ++kept;
+        }
+        nodes.resize(kept);
+        places.resize(kept);
     }
 };
 

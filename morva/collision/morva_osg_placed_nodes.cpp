@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
+#include <cstring>
 
 #include <OpenSG/OSGGeometry.h>
 
@@ -63,8 +65,12 @@ struct double_matrix {
 } // namespace
 
 bool isFinite(const ::osg::Matrix& matrix) {
-    const ::osg::Real32* const values = matrix.getValues();
-    return std::all_of(values, values + 16, [](float value) { return std::isfinite(value); });
+    std::uint32_t bits[16], infinite = 0;
+    static_assert(sizeof bits == 16 * sizeof(::osg::Real32));
+    std::memcpy(bits, matrix.getValues(), sizeof bits);
+    for (const std::uint32_t word : bits) // all ones in the exponent: infinite or not a number
+        infinite |= (word & 0x7F800000U) == 0x7F800000U ? 1U : 0U;
+    return infinite == 0;
 }
 
 ::osg::Matrix inverseOrIdentity(const ::osg::Matrix& matrix) {
@@ -84,17 +90,16 @@ bool isFinite(const ::osg::Matrix& matrix) {
 namespace {
 
 /// Reads a node whose matrix is known.
-placed_node placeBehind(const ::osg::NodePtr& node, const ::osg::Matrix& to_world) {
-    placed_node placed;
+void placeBehind(const ::osg::NodePtr& node, const ::osg::Matrix& to_world, placed_node& placed) {
     placed.node = node;
     node->updateVolume();
-    if (!node->getVolume().isValid() || node->getVolume().isEmpty())
-        return placed;
-    node->getVolume().getBounds(placed.low, placed.high);
+    const ::osg::DynamicVolume& volume = node->getVolume();
+    if (!volume.isValid() || volume.isEmpty())
+        return;
+    volume.getBounds(placed.low, placed.high);
     placed.to_world = to_world;
     placed.usable = isFinite(to_world);
     setWorldBox(placed);
-    return placed;
 }
 
 /// The walk of collect_geo_nodes(), with the matrix of the parent at hand.
@@ -104,7 +109,8 @@ void placeBelow(const ::osg::NodePtr& node, ::osg::Matrix to_world,
     if (core != ::osg::NullFC) {
         core->accumulateMatrix(to_world);
         if (core->getType() == ::osg::Geometry::getClassType()) {
-            placed.push_back(placeBehind(node, to_world));
+            placed.emplace_back();
+            placeBehind(node, to_world, placed.back());
             if (!placed.back().usable)
                 placed.pop_back();
         }
@@ -116,13 +122,15 @@ void placeBelow(const ::osg::NodePtr& node, ::osg::Matrix to_world,
 } // namespace
 
 placed_node placeNode(const ::osg::NodePtr& node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
-        return {};
-    return placeBehind(node, node->getToWorld());
+    placed_node placed;
+    if (node != ::osg::NullFC && node->getCore() != ::osg::NullFC)
+        placeBehind(node, node->getToWorld(), placed);
+    return placed;
 }
 
 std::vector<placed_node> placeGeometryNodes(const ::osg::NodePtr& root) {
     std::vector<placed_node> placed;
+    placed.reserve(64);
     const ::osg::NodePtr parent = root->getParent();
     placeBelow(root, parent != ::osg::NullFC ? parent->getToWorld() : ::osg::Matrix(), placed);
     return placed;
