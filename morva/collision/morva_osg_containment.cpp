@@ -112,24 +112,23 @@ struct bounds {
     }
 };
 
-/// A number for each corner, three to a triangle; corners within `tolerance` on each axis share
-/// one, and so do those that a chain of such corners leads to.
+/// A number for each point; points within `tolerance` on each axis share one, and so do those that
+/// a chain of such points leads to.
 ///
 /// method  axis by axis: numbers are runs of sorted coordinates without a gap, within equal numbers
 ///         of the axis before
-std::vector<std::uint32_t> weldedCorners(const surface& triangles, double tolerance) {
-    std::vector<std::uint32_t> number(3 * triangles.size(), 0), order(number.size());
+std::vector<std::uint32_t> weldedPoints(const std::vector<point>& points, double tolerance) {
+    std::vector<std::uint32_t> number(points.size(), 0), order(points.size());
     std::iota(order.begin(), order.end(), 0U);
-    for (std::size_t k = 0; k < 3; ++k) {
-        const auto coordinate = [&](std::uint32_t c) { return triangles[c / 3][c % 3][k]; };
+    for (std::size_t k = 0; k < 3 && !order.empty(); ++k) {
         std::sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-            return number[a] != number[b] ? number[a] < number[b] : coordinate(a) < coordinate(b);
+            return number[a] != number[b] ? number[a] < number[b] : points[a][k] < points[b][k];
         });
         std::uint32_t next = 0, before = number[order[0]];
         for (std::size_t i = 0; i < order.size(); ++i) {
             const std::uint32_t old = number[order[i]];
             if (i != 0 &&
-                (old != before || coordinate(order[i]) - coordinate(order[i - 1]) > tolerance))
+                (old != before || points[order[i]][k] - points[order[i - 1]][k] > tolerance))
                 ++next;
             before = old;
             number[order[i]] = next;
@@ -138,23 +137,61 @@ std::vector<std::uint32_t> weldedCorners(const surface& triangles, double tolera
     return number;
 }
 
-/// Whether every edge goes as often one way as the other.
-bool isClosed(const surface& triangles) {
-    if (triangles.empty())
-        return false;
-    const std::vector<std::uint32_t> corner =
-        weldedCorners(triangles, 1e-6 * bounds(triangles).diagonal());
-    std::vector<std::array<std::uint32_t, 2>> ways, back;
-    for (std::size_t i = 0; i < corner.size(); ++i) {
-        const std::uint32_t from = corner[i], to = corner[i / 3 * 3 + (i + 1) % 3];
-        if (from == to)
-            continue;
-        ways.push_back({from, to});
-        back.push_back({to, from});
+/// From one corner to another.
+struct edge {
+    point from, to;
+};
+
+/// The edges that don't go as often one way as the other, once corners within the tolerance are
+/// one.
+std::vector<edge> openEdges(const std::vector<edge>& edges, double tolerance) {
+    std::vector<point> ends;
+    for (const edge& one : edges)
+        ends.insert(ends.end(), {one.from, one.to});
+    const std::vector<std::uint32_t> number = weldedPoints(ends, tolerance);
+    struct way {
+        std::uint32_t low, high; ///< numbers of its ends
+        std::size_t index;       ///< of the edge
+    };
+    std::vector<way> ways;
+    for (std::size_t i = 0; i < edges.size(); ++i)
+        if (number[2 * i] != number[2 * i + 1])
+            ways.push_back({std::min(number[2 * i], number[2 * i + 1]),
+                            std::max(number[2 * i], number[2 * i + 1]), i});
+    const auto less = [](const way& a, const way& b) {
+        return a.low != b.low ? a.low < b.low : a.high < b.high;
+    };
+    std::sort(ways.begin(), ways.end(), less);
+    std::vector<edge> open;
+    for (auto first = ways.begin(); first != ways.end();) {
+        const auto last = std::upper_bound(first, ways.end(), *first, less);
+        std::ptrdiff_t balance = 0;
+        for (auto i = first; i != last; ++i)
+            balance += number[2 * i->index] == i->low ? 1 : -1;
+        for (auto i = first; balance != 0 && i != last; ++i)
+            open.push_back(edges[i->index]);
+        first = last;
     }
-    std::sort(ways.begin(), ways.end());
-    std::sort(back.begin(), back.end());
-    return !ways.empty() && ways == back;
+    return open;
+}
+
+/// Whether every edge goes as often one way as the other. Corners that are equal are one first, so
+/// that only seams are left for the tolerance.
+bool isClosed(const surface& triangles) {
+    std::vector<edge> edges;
+    for (const triangle& t : triangles)
+        for (std::size_t k = 0; k < 3; ++k)
+            if (t[k] != t[(k + 1) % 3])
+                edges.push_back({t[k], t[(k + 1) % 3]});
+    if (edges.empty())
+        return false;
+    const double tolerance = 1e-6 * bounds(triangles).diagonal();
+    edges = openEdges(edges, 0.0);
+    // A seam of edges no longer than the tolerance would close by itself.
+    const bool fine = std::any_of(edges.begin(), edges.end(), [tolerance](const edge& one) {
+        return dot(one.to - one.from, one.to - one.from) <= 100.0 * tolerance * tolerance;
+    });
+    return edges.empty() || (!fine && openEdges(edges, tolerance).empty());
 }
 
 /// What a ray has to do with a triangle.

@@ -93,6 +93,7 @@ MORVA_API bool hasVertexColors(std::vector<::osg::NodePtr>& nodes);
 /// they are. -0 and 0 are different, equal NaNs are equal. Does what ::osg::createSharedIndex is
 /// meant to do; some releases of that one join with the first of several unlike vertices at one
 /// place alone. cost   linear on average method open addressing on the bytes of the elements
+/// Trees for picking stay as they are: call mark_bih().
 MORVA_API void joinEqualVertices(const ::osg::GeometryPtr& geometry);
 
 /// Flattens a geometry to one run of triangles and indexes every property on its own.
@@ -104,10 +105,12 @@ MORVA_API void joinEqualVertices(const ::osg::GeometryPtr& geometry);
 /// components. Lines and points go; other properties stay and are mapped no more.
 /// cost   linear on average
 /// method open addressing on the bits of the values
+/// Trees for picking stay as they are: call mark_bih().
 MORVA_API void createSharedIndex(::osg::GeometryPtr geometry);
 
 /// createSharedIndex(), then one common index: every distinct corner stands once in each of the
 /// five properties, corners numbered by first use. The index mapping ends empty.
+/// Trees for picking stay as they are: call mark_bih().
 MORVA_API void createSingleIndex(::osg::GeometryPtr geometry);
 
 /// Turns a uniform vertex colour (equal within 1e-6 per component) into a material of the

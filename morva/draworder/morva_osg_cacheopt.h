@@ -45,7 +45,8 @@ namespace morva::osg {
 ///              what is thrown later ends the work with a line, and the result is what there is
 ///
 /// The result has no reference, and it is up to the caller to put it in the node's place. The
-/// source keeps an index of shared vertices. Triangles that is_rogue() holds for are dropped, and
+/// source keeps an index of shared vertices; a tree for picking on it stays as it is: call
+/// mark_bih(). Triangles that is_rogue() holds for are dropped, and
 /// so are those whose position index leads nowhere; another such index reads as zero.
 /// cost         linear in the triangles
 MORVA_API ::osg::NodePtr optimizeCache(::osg::NodePtr geoNode, bool& aboveLimit, unsigned int limit,

@@ -30,15 +30,16 @@
 namespace morva::osg {
 
 /// Moves every position, used or not, by a matrix; the bottom row of the matrix has no say. All
-/// arithmetic is in double precision.
+/// arithmetic is in double precision. Trees for picking stay as they are: call mark_bih().
 MORVA_API void applyTransform(::osg::GeometryPtr geometry,
                               ::osg::TransformationMatrix<double> const& matrix);
 /// The same for the topmost geometries of a subtree, once per node. Transforms on the way do not
-/// count: the matrix acts in each geometry's own space.
+/// count: the matrix acts in each geometry's own space. Call mark_bih() here, too.
 MORVA_API void applyTransform(::osg::NodePtr node,
                               ::osg::TransformationMatrix<double> const& matrix);
 
 /// Scales and moves a scene into a box: the lower corners meet, and the tightest axis fills it.
+/// Trees for picking stay as they are, with all three forms: call mark_bih().
 ///
 /// min, max  lowest and highest corner, world units; a NaN passes for valid
 /// prints    why nothing is done: the box is flat or inside out, or the scene's is empty or flat
@@ -62,7 +63,8 @@ MORVA_API void centerGeoPositions(::osg::NodePtr node, std::string list);
 /// position, axis by axis. Keeps the precision of models that lie far from the origin.
 ///
 /// Does nothing if a transform stands above some geometry. Nodes under switches and levels of
-/// detail, and those that must be left alone, stay.
+/// detail, and those that must be left alone, stay. Trees for picking stay as they are: call
+/// mark_bih().
 MORVA_API void baseGeoPositions(::osg::NodePtr node);
 
 /// Gives `node` a material: through the outermost material group above it, or else in its own

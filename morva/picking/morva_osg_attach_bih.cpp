@@ -33,7 +33,8 @@ bool isExactGeometry(const NodePtr& node) {
 }
 
 MorvaAttachBIHPtr attachmentOf(const NodeCorePtr& core) {
-    return MorvaAttachBIHPtr::dcast(core->findAttachment(MorvaAttachBIH::getClassGroupId()));
+    return MorvaAttachBIHPtr::dcast(
+        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
 }
 
 /// Whether another container has the attachment, too: the copy of a core shares what it carries.
@@ -62,63 +63,78 @@ void resizeList(triangle_list& list, unsigned int count) {
     list.count = count;
 }
 
-/// Stores what is kept, and returns how many triangles are not; their numbers go to `left_out`.
-int storeTriangles(const ::osg::GeometryPtr& geometry, triangle_list& list,
-                   std::vector<std::uint32_t>* left_out) {
-    constexpr vertex_property place[] = {vertex_property::position};
-    const geometry_columns columns(geometry, place);
+/// Enters the triangles that a list leaves out, and returns how many there are with and without.
+std::uint32_t findLeftOut(const geometry_columns& columns, std::vector<std::uint32_t>& left_out) {
     const property_column& positions = columns[vertex_property::position];
-    std::uint64_t stored = 0;
     std::uint32_t number = 0;
     forEachTriangle(columns, rest_rule::continued,
                     [&](std::size_t first, std::size_t second, std::size_t third) {
                         const auto* a = positions.find<::osg::Pnt3f>(first);
                         const auto* b = positions.find<::osg::Pnt3f>(second);
                         const auto* c = positions.find<::osg::Pnt3f>(third);
-                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c)) {
-                            float_triangle& triangle = list.triangles[stored++];
-                            set(triangle.a, *a);
-                            set(triangle.b, *b);
-                            set(triangle.c, *c);
-                        } else if (left_out != nullptr) {
-                            left_out->push_back(number);
-                        }
+                        if (a == nullptr || b == nullptr || c == nullptr || is_rogue(*a, *b, *c))
+                            left_out.push_back(number);
                         ++number;
                     });
-    return static_cast<int>(number - stored);
+    return number;
 }
 
-/// extract_node(), which also tells the triangles that it leaves out.
+/// Stores all triangles but those left out; the list has as many entries.
+void storeTriangles(const geometry_columns& columns, const std::vector<std::uint32_t>& left_out,
+                    triangle_list& list) {
+    const property_column& positions = columns[vertex_property::position];
+    const auto place = [&positions](float3& to, std::size_t corner) {
+        set(to, *positions.find<::osg::Pnt3f>(corner));
+    };
+    float_triangle* next = list.triangles;
+    auto gone = left_out.begin();
+    std::uint32_t number = 0;
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        const bool is_gone = gone != left_out.end() && *gone == number;
+                        ++number;
+                        if (is_gone) {
+                            ++gone;
+                            return;
+                        }
+                        place(next->a, first);
+                        place(next->b, second);
+                        place(next->c, third);
+                        ++next;
+                    });
+}
+
+/// extract_node(), which also tells the triangles that it leaves out: none of an empty list.
 int extractTriangles(const NodePtr& node, triangle_list& list,
-                     std::vector<std::uint32_t>* left_out) {
+                     std::vector<std::uint32_t>& left_out) {
     if (!isExactGeometry(node))
         return 0;
-    if (left_out != nullptr)
-        left_out->clear();
+    left_out.clear();
     try {
-        const ::osg::GeometryPtr geometry = ::osg::GeometryPtr::dcast(node->getCore());
-        const unsigned int count = count_triangles(geometry);
-        if (count == 0) {
-            emptyList(list);
-            return 0;
+        constexpr vertex_property place[] = {vertex_property::position};
+        const geometry_columns columns(::osg::GeometryPtr::dcast(node->getCore()), place);
+        const std::uint32_t all = findLeftOut(columns, left_out);
+        const auto count = static_cast<std::uint32_t>(all - left_out.size());
+        if (count != 0) {
+            resizeList(list, count);
+            storeTriangles(columns, left_out, list);
+            return static_cast<int>(left_out.size());
         }
-        resizeList(list, count);
-        return storeTriangles(geometry, list, left_out);
     } catch (const std::bad_alloc&) {
-        emptyList(list);
-        if (left_out != nullptr)
-            left_out->clear();
         say_error({"Out of memory!"});
-        return 0;
     }
+    emptyList(list);
+    left_out.clear();
+    return 0;
 }
 
 /// Reads the triangles of a node's core into a payload and builds the tree over them.
 void fillPayload(const NodePtr& node, BIHAttachPayload& payload) {
     triangle_list& list = *payload.geoset;
     list_facts* const facts = payload_access::facts(payload).get();
+    list_facts unasked;
     payload.tree->release();
-    extractTriangles(node, list, facts != nullptr ? &facts->left_out : nullptr);
+    extractTriangles(node, list, (facts != nullptr ? *facts : unasked).left_out);
     if (facts != nullptr)
         facts->box = corners_of_elements(list);
     compile(list, *payload.tree, picking_setup); // nothing without triangles
@@ -169,7 +185,8 @@ bool isReady(const NodePtr& node, BIHAttachPayload& payload) {
 }
 
 template <typename List> int extract_node(NodePtr node, List& list) {
-    return extractTriangles(node, list, nullptr);
+    std::vector<std::uint32_t> left_out;
+    return extractTriangles(node, list, left_out);
 }
 template int extract_node<triangle_list>(NodePtr, triangle_list&);
 

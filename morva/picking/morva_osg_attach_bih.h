@@ -27,7 +27,6 @@
 #include <OpenSG/OSGMField.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGSField.h>
-#include <OpenSG/OSGSimpleAttachment.h>
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_math.h>

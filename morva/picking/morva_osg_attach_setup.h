@@ -11,7 +11,6 @@
 #include <OpenSG/OSGConfig.h>
 #include <OpenSG/OSGMField.h>
 #include <OpenSG/OSGSField.h>
-#include <OpenSG/OSGSimpleAttachment.h>
 
 #include <morva/core/morva_export.h>
 

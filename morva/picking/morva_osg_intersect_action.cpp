@@ -100,7 +100,7 @@ bool isBehind(const BIHAttachPayload& payload, const ::osg::Line& line, double r
 template <bool both_sides> Action::ResultE exactEnter(CNodePtr& node, Action* action) {
     auto* const picking = dynamic_cast<IntersectAction*>(action);
     const NodePtr at(node);
-    if (picking == nullptr)
+    if (picking == nullptr || at == ::osg::NullFC)
         return Action::Continue;
     const exact_ray ray = rayOf(picking->getLine());
     if (isMissed(at->getVolume(), ray, reachOf(*picking)))
@@ -134,7 +134,7 @@ void unregister_morva_intersect() {
 Action::ResultE geometry_enter(CNodePtr& node, Action* action) {
     auto* const picking = dynamic_cast<IntersectAction*>(action);
     const NodePtr at(node);
-    if (picking == nullptr)
+    if (picking == nullptr || at == ::osg::NullFC)
         return Action::Continue;
     const ::osg::Line& line = picking->getLine();
     const ::osg::DynamicVolume& volume = at->getVolume();
@@ -167,7 +167,7 @@ Action::ResultE geometry_enter(CNodePtr& node, Action* action) {
 Action::ResultE bbox_enter(CNodePtr& node, Action* action) {
     auto* const picking = dynamic_cast<IntersectAction*>(action);
     const NodePtr at(node);
-    if (picking == nullptr)
+    if (picking == nullptr || at == ::osg::NullFC)
         return Action::Continue;
     float enter = 0.0F, exit = 0.0F;
     if (!at->getVolume().isValid())
@@ -189,8 +189,8 @@ std::string get_info(::osg::NodeCorePtr core) {
     using ::osg::MorvaAttachBIH;
     if (core == ::osg::NullFC)
         return "No BIHTree.";
-    const auto found =
-        ::osg::MorvaAttachBIHPtr::dcast(core->findAttachment(MorvaAttachBIH::getClassGroupId()));
+    const auto found = ::osg::MorvaAttachBIHPtr::dcast(
+        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
     if (found == ::osg::NullFC)
         return "No BIHTree.";
     const BIHAttachPayload& payload = found->getFieldPtr()->getValue();

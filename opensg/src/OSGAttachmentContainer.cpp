@@ -24,10 +24,10 @@ AttachmentMap& AttachmentMap::operator=(const AttachmentMap& other) {
 AttachmentMap::~AttachmentMap() { clear(); }
 
 void AttachmentMap::set(UInt32 key, const AttachmentPtr& attachment) {
-    addRefCP(attachment);
-    AttachmentPtr& slot = _entries[key];
+    AttachmentPtr& slot = _entries[key]; // first: without memory nothing is referenced
     AttachmentPtr old = slot;
     slot = attachment;
+    addRefCP(attachment);
     subRefCP(old);
 }
 

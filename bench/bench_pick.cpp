@@ -1,0 +1,110 @@
+// Picks in 100 engines, one at a time, as a user at a screen makes them: the time that 99 of 100
+// stay below counts, not the mean.
+
+#include <algorithm>
+#include <chrono>
+#include <cstddef>
+#include <memory>
+#include <random>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+
+#include <OpenSG/OSGIntersectAction.h>
+#include <OpenSG/OSGLine.h>
+
+#include <morva/picking/morva_osg_attach_bih.h>
+#include <morva/picking/morva_osg_intersect_action.h>
+#include <morva/picking/morva_osg_ray_hits.h>
+
+#include "scenes.h"
+
+namespace {
+
+/// Rays from places around a scene to places in its box.
+std::vector<::osg::Line> raysInto(const ::osg::NodePtr& root, std::size_t count) {
+    root->updateVolume();
+    ::osg::Pnt3f low, high;
+    root->getVolume().getBounds(low, high);
+    const ::osg::Vec3f size = high - low;
+    std::mt19937 rng(2026);
+    const auto inBox = [&](float scale) {
+        ::osg::Pnt3f point;
+        for (::osg::UInt32 i = 0; i < 3; ++i)
+            point[i] = low[i] + size[i] * (0.5F + std::uniform_real_distribution<float>(
+                                                      -0.5F * scale, 0.5F * scale)(rng));
+        return point;
+    };
+    std::vector<::osg::Line> rays;
+    for (std::size_t i = 0; i < count; ++i) {
+        const ::osg::Pnt3f eye = inBox(3.0F);
+        rays.emplace_back(eye, inBox(1.0F));
+    }
+    return rays;
+}
+
+/// Picks with each ray in turn; `pick` returns whether it hit.
+template <typename Pick>
+void pickInEngines(benchmark::State& state, bool own_cores, const Pick& pick) {
+    using clock = std::chrono::steady_clock;
+    constexpr std::size_t rays = 4096;
+    const ::osg::NodeRefPtr root = morva_bench::engineGrid(100, own_cores);
+    morva::osg::precalc_BIH(root.get());
+    const std::vector<::osg::Line> lines = raysInto(root.get(), rays);
+    std::vector<double> times;
+    std::size_t next = 0, hits = 0;
+    for (auto _ : state) {
+        const clock::time_point start = clock::now();
+        const bool hit = pick(root.get(), lines[next++ % rays]);
+        times.push_back(std::chrono::duration<double, std::milli>(clock::now() - start).count());
+        hits += hit ? 1 : 0;
+    }
+    std::sort(times.begin(), times.end());
+    const auto part = [&times](std::size_t percent) {
+        return times[std::min(times.size() - 1, times.size() * percent / 100)];
+    };
+    state.counters["p50_ms"] = part(50);
+    state.counters["p99_ms"] = part(99);
+    state.counters["max_ms"] = times.back();
+    state.counters["hits"] = static_cast<double>(hits) / static_cast<double>(times.size());
+}
+
+bool byAction(const ::osg::NodePtr& root, const ::osg::Line& line) {
+    const std::unique_ptr<::osg::IntersectAction> action(::osg::IntersectAction::create(line));
+    action->apply(root);
+    return action->didHit();
+}
+
+/// By the enter function of the trees.
+void pickByTrees(benchmark::State& state) {
+    morva::osg::register_morva_intersect();
+    pickInEngines(state, state.range(0) != 0, byAction);
+    morva::osg::unregister_morva_intersect();
+}
+BENCHMARK(pickByTrees)
+    ->ArgName("own_cores")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(20000)
+    ->Unit(benchmark::kMicrosecond);
+
+/// In world coordinates and double precision.
+void pickFirstHit(benchmark::State& state) {
+    pickInEngines(state, state.range(0) != 0,
+                  [](const ::osg::NodePtr& root, const ::osg::Line& line) {
+                      morva::osg::ray_hit hit;
+                      return morva::osg::first_hit(root, line, true, hit);
+                  });
+}
+BENCHMARK(pickFirstHit)
+    ->ArgName("own_cores")
+    ->Arg(0)
+    ->Arg(1)
+    ->Iterations(20000)
+    ->Unit(benchmark::kMicrosecond);
+
+/// By the scene graph itself, triangle by triangle.
+void pickBySceneGraph(benchmark::State& state) { pickInEngines(state, false, byAction); }
+BENCHMARK(pickBySceneGraph)->Iterations(500)->Unit(benchmark::kMicrosecond);
+
+} // namespace

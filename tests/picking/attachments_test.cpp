@@ -1,0 +1,348 @@
+// The types of the attachments, the walkers, and what becomes of a tree while its core changes.
+
+#include "pick_scenes.h"
+#include "tests/support/shortage.h"
+
+#include <OpenSG/OSGChangeList.h>
+#include <OpenSG/OSGSceneFileHandler.h>
+#include <OpenSG/OSGThread.h>
+#include <OpenSG/OSGThreadManager.h>
+
+#include <morva/core/morva_osg.h>
+#include <morva/picking/morva_osg_attach_setup.h>
+
+namespace {
+
+using namespace picking_test;
+using morva::osg::BIHAttachPayload;
+using morva::osg::get_info, morva::osg::num_attachments;
+using ::osg::AttachmentContainer;
+using ::osg::MorvaAttachBIH;
+using ::osg::MorvaAttachBIHPtr;
+
+MorvaAttachBIHPtr attachmentOn(const NodePtr& node) {
+    return MorvaAttachBIHPtr::dcast(
+        node->getCore()->findAttachment(MorvaAttachBIH::getClassType().getGroupId(), 0));
+}
+BIHAttachPayload& payloadOn(const NodePtr& node) {
+    return attachmentOn(node)->getFieldPtr()->getValue();
+}
+
+const char* const no_tree = "No BIHTree.";
+const char* const inactive = "BIHTree, A/N/L/D/MP/NT, bbox:  INACTIVE/";
+/// Of quads(1): no plane divides two triangles with their centres on it.
+const char* const active =
+    "BIHTree, A/N/L/D/MP/NT, bbox:  ACTIVE/2/2/0/2/2 (0, 0, -0.05)/(1, 1, 0.05)";
+const Line onto(Pnt3f(.25F, .5F, 10), Vec3f(0, 0, -1));
+
+bool isHit(const NodePtr& root) { return std::get<0>(pick(root, onto)); }
+
+template <typename Attached, typename Payload>
+void checkType(const char* data, const char* single, const char* multi, const char* type,
+               const char* field) {
+    SCOPED_TRACE(type);
+    const auto& factory = *::osg::FieldContainerFactory::the();
+    const ::osg::FieldContainerType* const found = factory.findType(type);
+    ASSERT_NE(found, nullptr);
+    EXPECT_EQ(found->getId(), Attached::getClassType().getId());
+    EXPECT_STREQ(found->getParent()->getCName(), "Attachment");
+    EXPECT_STREQ(factory.findGroupName(found->getGroupId()), field);
+    const ::osg::FieldDescription* const desc = found->findFieldDescription(field);
+    ASSERT_NE(desc, nullptr);
+    EXPECT_EQ(desc->getFieldMask(), 8U);
+    EXPECT_EQ(desc->getFieldId(), 3U);
+    for (const ::osg::FieldType* one :
+         {&::osg::SField<Payload>::getClassType(), &::osg::MField<Payload>::getClassType()}) {
+        EXPECT_STREQ(one->getCName(), one == &desc->getType() ? single : multi);
+        EXPECT_STREQ(one->getCParentName(), "Field");
+        EXPECT_STREQ(one->getContentType().getCName(), data);
+    }
+
+    const ::osg::RefPtr<typename Attached::PtrType> one(Attached::create()),
+        other(Attached::create());
+    std::string text = "text";
+    auto& value = one->getField();
+    value.pushValueByStr("anything");
+    EXPECT_EQ(value.getValueByStr(text), "\"\"");
+    EXPECT_TRUE(value.getSize() == 1 && !value.isEmpty());
+    other->getField().setAbstrValue(value);
+    EXPECT_TRUE(other->getField().getValue() == value.getValue());
+    ::osg::MField<Payload> many;
+    EXPECT_TRUE(many.isEmpty());
+    many.pushValueByStr("anything");
+    many.pushValueByStr("");
+    text.clear();
+    EXPECT_EQ(many.getValueByStr(text), "\"\", \"\"");
+    EXPECT_EQ(many.getSize(), 2U);
+    const stream_capture out(std::cout);
+    many.dump();
+    value.dump();
+    EXPECT_EQ(out.text(), "STMFST : \n\n");
+    // The fields of the base class alone travel.
+    EXPECT_EQ(one->getBinSize(8), 0U);
+    EXPECT_EQ(one->getBinSize(::osg::FieldBits::AllFields), one->getBinSize(6));
+}
+
+TEST(TreeAttachments, HaveTheirNamesAndTheirFieldsFunctions) {
+    checkType<MorvaAttachBIH, BIHAttachPayload>("BIHAttachPayload", "SFBIH_Tree", "MFBIH_Tree",
+                                                "MorvaBIH", "morvabih");
+    checkType<::osg::MorvaAttachSetup, morva::osg::SetupAttachPayload>(
+        "SetupAttachPayload", "SFMorva_Setup", "MFMorva_Setup", "MorvaSetup", "morvasetup");
+    const BIHAttachPayload made, copy = made;
+    EXPECT_TRUE(made.tree != nullptr && made.geoset->count == 0 && !made.dirty);
+    EXPECT_TRUE(copy == made && copy.tree == made.tree && copy.geoset == made.geoset);
+    EXPECT_FALSE(BIHAttachPayload() == made);
+}
+
+TEST(TreeAttachments, ComeByEachWalkerAsItSays) {
+    const NodePtr part = meshNode(quads(1));
+    const node_ref root(group({part, group({nodeOf(part->getCore())}), meshNode(row(6, 1)),
+                               meshNode(mesh_data()), ::osg::Node::create()}));
+    root->getChild(4)->addChild(meshNode(soup(*std::make_unique<std::mt19937>(1), 40)));
+    const NodePtr below = root->getChild(4)->getChild(0);
+    const auto counted = [&](void (*function)(NodePtr)) {
+        const unsigned before = num_attachments();
+        function(root.get());
+        function(::osg::NullFC);
+        return num_attachments() - before;
+    };
+    EXPECT_EQ(get_info(part->getCore()), no_tree);
+    EXPECT_EQ(get_info(::osg::NullFC), no_tree);
+    EXPECT_EQ(counted(morva::osg::mark_bih) + counted(morva::osg::update_bih_node), 0U);
+    EXPECT_EQ(counted(morva::osg::precalc_BIH), 4U) << "a core of two nodes once";
+    EXPECT_EQ(counted(morva::osg::precalc_BIH), 0U);
+    EXPECT_EQ(get_info(part->getCore()), active);
+    EXPECT_EQ(get_info(root->getChild(2)->getCore()), inactive);
+    EXPECT_EQ(get_info(root->getCore()), no_tree);
+    const ::osg::UInt32 first = attachmentOn(part).getFieldContainerId();
+    EXPECT_EQ(counted(morva::osg::update_bih), 5U) << "every visit";
+    const node_ref before(::osg::Node::create());
+    EXPECT_EQ(counted(morva::osg::update_bih), 5U);
+    const node_ref behind(::osg::Node::create());
+    EXPECT_EQ(behind.get().getFieldContainerId() - before.get().getFieldContainerId(), 5U)
+        << "but each core is built once";
+    EXPECT_NE(attachmentOn(part).getFieldContainerId(), first);
+    EXPECT_EQ(part->getCore()->getSFAttachments()->getValue().size(), 1U);
+    const auto tree = payloadOn(below).tree;
+    morva::osg::mark_bih(root.get());
+    EXPECT_TRUE(payloadOn(below).dirty && payloadOn(part).dirty);
+    morva::osg::update_bih_node(below);
+    EXPECT_TRUE(!payloadOn(below).dirty && payloadOn(part).dirty);
+    EXPECT_EQ(payloadOn(below).tree, tree) << "in place";
+}
+
+void setMesh(const NodePtr& node, const mesh_data& mesh) {
+    const geometry_ref other(geometryOf(mesh));
+    coreOf(node)->setTypes(other->getTypes());
+    coreOf(node)->setLengths(other->getLengths());
+    coreOf(node)->setPositions(other->getPositions());
+}
+
+TEST(TreeAttachments, FollowACoreThatIsEmptiedAndFilledAgain) {
+    const registered picking(morva::osg::register_morva_intersect);
+    const node_ref root(meshNode(mesh_data()));
+    EXPECT_FALSE(isHit(root.get()));
+    for (int round = 0; round < 2; ++round) {
+        setMesh(root.get(), quads(1));
+        morva::osg::mark_bih(root.get());
+        EXPECT_FALSE(isHit(root.get())) << "not looked at again by a pick";
+        if (round == 0)
+            morva::osg::update_bih_node(root.get());
+        else
+            morva::osg::update_bih(root.get());
+        EXPECT_EQ(get_info(root->getCore()), active);
+        EXPECT_TRUE(isHit(root.get()));
+        mesh_data away = quads(3);
+        for (Pnt3f& corner : away.positions)
+            corner += Vec3f(4, 0, 0);
+        setMesh(root.get(), away);
+        EXPECT_TRUE(isHit(root.get())) << "nobody said a word";
+        morva::osg::mark_bih(root.get());
+        EXPECT_FALSE(isHit(root.get()));
+        EXPECT_EQ(payloadOn(root.get()).geoset->count, 6U);
+        EXPECT_FALSE(payloadOn(root.get()).dirty);
+        setMesh(root.get(), row(4, 1));
+        morva::osg::mark_bih(root.get());
+        morva::osg::ray_hit hit;
+        const Line through(Pnt3f(0, 0, 3), Vec3f(0, 0, -1)); // where an empty box is
+        EXPECT_FALSE(round == 1 && morva::osg::first_hit(root.get(), through, true, hit));
+        EXPECT_FALSE(isHit(root.get()));
+        EXPECT_EQ(get_info(root->getCore()), inactive);
+        EXPECT_EQ(payloadOn(root.get()).geoset->count, 0U);
+        EXPECT_EQ(payloadOn(root.get()).tree->nodes, nullptr);
+    }
+}
+
+TEST(TreeAttachments, ThatAreNotTheCoresOwnAreReplaced) {
+    const registered picking(morva::osg::register_morva_intersect);
+    const node_ref made(meshNode(quads(1))), node(meshNode(quads(1)));
+    made->getCore()->addAttachment(::osg::AttachmentPtr::dcast(
+        ::osg::FieldContainerFactory::the()->createFieldContainer("MorvaBIH")));
+    EXPECT_EQ(get_info(made->getCore()), inactive);
+    const unsigned before = num_attachments();
+    EXPECT_TRUE(isHit(made.get()));
+    morva::osg::precalc_BIH(node.get());
+    const node_ref copy(nodeOf(::osg::NodeCorePtr::dcast(node->getCore()->shallowCopy())));
+    EXPECT_EQ(attachmentOn(copy.get()), attachmentOn(node.get()));
+    setMesh(copy.get(), row(4, 1));
+    morva::osg::update_bih_node(copy.get());
+    EXPECT_NE(attachmentOn(copy.get()), attachmentOn(node.get()));
+    EXPECT_EQ(get_info(node->getCore()), active);
+    EXPECT_TRUE(isHit(node.get()));
+    EXPECT_FALSE(isHit(copy.get()));
+    EXPECT_EQ(num_attachments() - before, 3U);
+
+    // Picked as they are, before anybody calls a function.
+    const node_ref third(nodeOf(::osg::NodeCorePtr::dcast(node->getCore()->shallowCopy())));
+    EXPECT_TRUE(isHit(third.get()));
+    EXPECT_NE(attachmentOn(third.get()), attachmentOn(node.get()));
+
+    // A file has none of it, and the scene read from it gets its own.
+    std::stringstream file;
+    ASSERT_TRUE(::osg::SceneFileHandler::the().write(node.get(), file, "osb"));
+    EXPECT_EQ(file.str().find("MorvaBIH"), std::string::npos);
+    const node_ref again(::osg::SceneFileHandler::the().read(file, "osb"));
+    ASSERT_NE(again.get(), ::osg::NullFC);
+    EXPECT_EQ(get_info(again->getCore()), no_tree);
+    EXPECT_TRUE(isHit(again.get()));
+}
+
+TEST(ExtractNode, KeepsWhatIsNoRogue) {
+    mesh_data mesh = quads(1); // 2 triangles, then one of each kind that is left out
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    mesh.positions.insert(mesh.positions.end(), {{5, 5, 5}, {5, 5, 5}, {6, 7, 8}});
+    mesh.positions.insert(mesh.positions.end(), {{0, 0, nan}, {1, 0, 0}, {1, 1, 0}});
+    mesh.positions.insert(mesh.positions.end(), {{2, 0, 0}, {3, 0, 0}, {3, 1, 0}});
+    mesh.primitives.emplace_back(GL_TRIANGLES, 9);
+    for (unsigned i = 0; i < 13; ++i)
+        mesh.indices.push_back(i);
+    mesh.indices.insert(mesh.indices.end(), {1, 2, 77}); // leads nowhere
+    mesh.primitives.emplace_back(GL_TRIANGLES, 3);
+    const node_ref node(meshNode(mesh));
+    BIHAttachPayload payload;
+    morva::osg::triangle_list& list = *payload.geoset;
+    EXPECT_EQ(morva::osg::extract_node(node.get(), list), 3);
+    ASSERT_EQ(list.count, 3U);
+    EXPECT_EQ(list.triangles[2].c[1], 1.F);
+    const auto* const array = list.triangles;
+    setMesh(node.get(), triangles({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}));
+    coreOf(node.get())->setIndices(::osg::NullFC);
+    EXPECT_EQ(morva::osg::extract_node(node.get(), list), 0);
+    EXPECT_TRUE(list.count == 1 && list.triangles == array) << "the array is used again";
+    EXPECT_EQ(morva::osg::extract_node(NodePtr(::osg::NullFC), list), 0);
+    EXPECT_EQ(morva::osg::extract_node(group(), list), 0);
+    EXPECT_EQ(list.count, 1U) << "left alone";
+    strays_expected = true; // the group
+}
+
+TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
+    const registered picking(morva::osg::register_morva_intersect);
+    std::mt19937 rng(7);
+    mesh_data mesh = quads(1);
+    const mesh_data more = soup(rng, 400);
+    mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());
+    mesh.primitives.insert(mesh.primitives.end(), more.primitives.begin(), more.primitives.end());
+    const node_ref whole(meshNode(mesh));
+    morva::osg::attach_bih(whole.get());
+    const morva::osg::triangle_list& kept = *payloadOn(whole.get()).geoset;
+    for (const bool again : {false, true}) {
+        SCOPED_TRACE(again);
+        failInTurn(1, [&](const auto& starved) {
+            const node_ref root(group({meshNode(mesh), meshNode(mesh)}));
+            if (again)
+                morva::osg::precalc_BIH(root.get());
+            const stream_capture error(std::cerr);
+            const bool failed = starved([&] {
+                for (const ::osg::UInt32 i : {0, 1})
+                    (again ? morva::osg::update_bih_node
+                           : morva::osg::attach_bih)(root->getChild(i));
+            });
+            EXPECT_TRUE(error.text().empty() || error.text() == "Out of memory!\n");
+            for (const NodePtr& part : geometryNodes(root.get())) {
+                const std::string info = get_info(part->getCore());
+                const bool is_active = info.find(" ACTIVE") != std::string::npos;
+                EXPECT_TRUE(failed || is_active) << info;
+                if (is_active) {
+                    const morva::osg::triangle_list& list = *payloadOn(part).geoset;
+                    ASSERT_EQ(list.count, kept.count);
+                    EXPECT_EQ(std::memcmp(list.triangles, kept.triangles, 36 * kept.count), 0);
+                }
+                EXPECT_EQ(isHit(part), info != inactive) << "a missing tree is made";
+            }
+            morva::osg::update_bih(root.get());
+            EXPECT_TRUE(isHit(root->getChild(0)) && isHit(root->getChild(1)));
+        });
+    }
+}
+
+::osg::Thread* named(const char* name) {
+    return dynamic_cast<::osg::Thread*>(::osg::ThreadManager::the()->getThread(name, "OSGThread"));
+}
+
+void runIn(::osg::Thread* thread, ::osg::UInt32 aspect, const std::function<void()>& work) {
+    std::function<void()> copy = work;
+    ASSERT_TRUE(thread->runFunction([](void* f) { (*static_cast<std::function<void()>*>(f))(); },
+                                    aspect, &copy));
+    ::osg::BaseThread::join(thread);
+}
+
+/// What the calling thread's list says of two containers since it was cleared.
+std::set<std::pair<bool, ::osg::BitVector>> entriesOf(const NodePtr& node) {
+    ::osg::ChangeList& list = *::osg::Thread::getCurrentChangeList();
+    std::set<std::pair<bool, ::osg::BitVector>> entries;
+    for (auto it = list.beginChanged(); it != list.endChanged(); ++it) {
+        if (it->first == attachmentOn(node).getFieldContainerId())
+            entries.emplace(true, it->second);
+        if (it->first == node->getCore().getFieldContainerId())
+            entries.emplace(false, it->second);
+    }
+    return entries;
+}
+
+TEST(PickingAspectThreads, ShareTreesAndSeeLaterRebuilds) {
+    const registered picking(morva::osg::register_morva_intersect);
+    const ::osg::BitVector tree = MorvaAttachBIH::SimpleFieldMask,
+                           attachments = AttachmentContainer::AttachmentsFieldMask;
+    ::osg::ChangeList::setReadWriteDefault(true);
+    ::osg::Thread *const builder = named("tree builder"), *const viewer = named("tree viewer");
+    const auto shown = [&] { builder->getChangeList()->applyToCurrent(); };
+    node_ref root;
+    runIn(builder, 0, [&] {
+        const NodePtr part = meshNode(quads(1));
+        root = group({part});
+        for (const ::osg::FieldContainerPtr& made : std::initializer_list<::osg::FieldContainerPtr>{
+                 part, part->getCore(), coreOf(part)->getTypes(), coreOf(part)->getLengths(),
+                 coreOf(part)->getPositions(), root.get(), root->getCore()})
+            ::osg::endEditCP(made);
+        morva::osg::precalc_BIH(root.get());
+        const auto entries = entriesOf(part);
+        EXPECT_EQ(entries.count({true, tree}) + entries.count({false, attachments}), 2U);
+    });
+    const unsigned before = num_attachments();
+    runIn(viewer, 1, [&] {
+        shown();
+        EXPECT_TRUE(isHit(root.get()));
+        EXPECT_EQ(num_attachments(), before) << "the tree came over";
+    });
+    runIn(builder, 0, [&] {
+        const NodePtr part = root->getChild(0);
+        setMesh(part, row(4, 1)); // in this aspect alone
+        morva::osg::mark_bih(root.get());
+        EXPECT_EQ(entriesOf(part).count({true, tree}), 1U);
+        ::osg::Thread::getCurrentChangeList()->clearAll();
+        morva::osg::update_bih_node(part);
+        const auto entries = entriesOf(part);
+        EXPECT_EQ(entries.count({true, tree}) + entries.count({false, attachments}), 2U);
+    });
+    runIn(viewer, 1, [&] {
+        EXPECT_FALSE(isHit(root.get())) << "the tree is one for all";
+        shown();
+        EXPECT_EQ(get_info(root->getChild(0)->getCore()), inactive);
+    });
+    runIn(builder, 0, [&] { root = ::osg::NullFC; });
+    runIn(viewer, 1, shown);
+    ::osg::ChangeList::setReadWriteDefault(false);
+    ::osg::Thread::getCurrentChangeList()->clearAll();
+}
+
+} // namespace
