@@ -12,61 +12,44 @@ namespace {
 constexpr std::uint32_t balls_of_a_leaf = 4;
 
 bool isFinite(const placed_ball& ball) {
-    return std::isfinite(ball.center[0]) && std::isfinite(ball.center[1]) &&
-           std::isfinite(ball.center[2]) && std::isfinite(ball.radius);
+    const lanes nothing = (ball.center + allLanes(ball.radius)) * lanes{};
+    return !anyLane(nothing != lanes{});
 }
 
-/// Whether a box of centres with radii of at most `radius` is out of a query's reach.
-bool isBeyond(const near_query& query, const double (&low)[3], const double (&high)[3],
-              double radius) {
-    for (std::size_t k = 0; k < 3; ++k) {
-        const double reach = query.half[k] + query.growth[k] * radius;
-        if (low[k] > query.center[k] + reach || high[k] < query.center[k] - reach)
-            return true;
-    }
-    return false;
+/// Whether a box of centres with radii of at most `radius` is out of a query's reach; a NaN is not.
+bool isBeyond(const near_query& query, lanes low, lanes high, float radius) {
+    const lanes reach = query.half + query.growth * allLanes(radius);
+    return anyLane((low > query.center + reach) | (high < query.center - reach));
 }
 
 } // namespace
 
 bool isBeyond(const near_query& query, const placed_ball& ball) {
-    return !query.everywhere && isFinite(ball) &&
-           isBeyond(query, ball.center, ball.center, ball.radius);
+    return !query.everywhere && isBeyond(query, ball.center, ball.center, ball.radius);
 }
 
 placed_ball ballAround(const std::vector<placed_ball>& balls) {
     placed_ball around = balls.front();
-    double low[3], high[3], square = 0.0;
-    std::copy_n(around.center, 3, low);
-    std::copy_n(around.center, 3, high);
+    lanes low = around.center, high = around.center;
     for (const placed_ball& ball : balls) {
         if (!isFinite(ball))
             return ball;
-        for (std::size_t k = 0; k < 3; ++k) {
-            low[k] = std::min(low[k], ball.center[k]);
-            high[k] = std::max(high[k], ball.center[k]);
-        }
+        low = smaller(low, ball.center);
+        high = larger(high, ball.center);
         around.radius = std::max(around.radius, ball.radius);
     }
-    for (std::size_t k = 0; k < 3; ++k) {
-        around.center[k] = (low[k] + high[k]) * 0.5;
-        square += (high[k] - low[k]) * (high[k] - low[k]) * 0.25;
-    }
-    around.radius += std::sqrt(square) * (1.0 + 1e-9);
+    around.center = (low + high) * allLanes(0.5F);
+    const lanes half = larger(high - around.center, around.center - low);
+    around.radius = (around.radius + std::max({half[0], half[1], half[2]})) * 1.00001F;
     return around;
 }
 
 near_query joined(const near_query& a, const near_query& b) {
-    near_query both{};
-    both.everywhere = a.everywhere || b.everywhere;
-    for (std::size_t k = 0; k < 3; ++k) {
-        const double low = std::min(a.center[k] - a.half[k], b.center[k] - b.half[k]);
-        const double high = std::max(a.center[k] + a.half[k], b.center[k] + b.half[k]);
-        both.center[k] = (low + high) * 0.5;
-        both.half[k] = (high - low) * (0.5 + 1e-9);
-        both.growth[k] = std::max(a.growth[k], b.growth[k]);
-    }
-    return both;
+    const lanes low = smaller(a.center - a.half, b.center - b.half);
+    const lanes high = larger(a.center + a.half, b.center + b.half);
+    const lanes center = (low + high) * allLanes(0.5F);
+    return {center, larger(high - center, center - low) * allLanes(1.00001F),
+            larger(a.growth, b.growth), a.everywhere || b.everywhere};
 }
 
 ball_tree::ball_tree(std::vector<placed_ball> balls) : balls_(std::move(balls)) {
@@ -81,12 +64,11 @@ std::uint32_t ball_tree::build(std::uint32_t first, std::uint32_t count) {
     node here{};
     here.first = first;
     here.count = count;
+    here.low = here.high = balls_[order_[first]].center;
     for (std::uint32_t i = first; i < first + count; ++i) {
         const placed_ball& ball = balls_[order_[i]];
-        for (std::size_t k = 0; k < 3; ++k) {
-            here.low[k] = i == first ? ball.center[k] : std::min(here.low[k], ball.center[k]);
-            here.high[k] = i == first ? ball.center[k] : std::max(here.high[k], ball.center[k]);
-        }
+        here.low = smaller(here.low, ball.center);
+        here.high = larger(here.high, ball.center);
         here.radius = std::max(here.radius, ball.radius);
     }
     nodes_.push_back(here);

@@ -6,20 +6,22 @@
 #include <cstdint>
 #include <vector>
 
+#include <morva/collision/morva_osg_lanes.h>
+
 namespace morva::osg {
 
-/// A box in world coordinates, and how it grows with the size of what is near it.
+/// A box in world coordinates, and how it grows with the size of what is near it. Last lanes are 0.
 struct near_query {
-    double center[3];
-    double half[3];   ///< of the box
-    double growth[3]; ///< for each unit of the other's radius
-    bool everywhere;  ///< nothing can be ruled out; the rest means nothing
+    lanes center;
+    lanes half;      ///< of the box
+    lanes growth;    ///< for each unit of the other's radius; at least 1
+    bool everywhere; ///< nothing can be ruled out; the rest means nothing
 };
 
 /// A ball in world coordinates. One that is not finite is near everything.
 struct placed_ball {
-    double center[3];
-    double radius;
+    lanes center; ///< the last lane is 0
+    float radius;
 };
 
 /// Whether a query rules a ball out: its centre is not within the box grown for its radius.
@@ -42,8 +44,8 @@ class ball_tree {
   private:
     /// Centres and the largest radius of a range of `order_`.
     struct node {
-        double low[3], high[3];
-        double radius;
+        lanes low, high;
+        float radius;
         std::uint32_t first, count;
         std::uint32_t right; ///< 0 in a leaf; the left child is the next node
     };

@@ -26,27 +26,29 @@ namespace {
 constexpr std::uint32_t uses_of_companion = 32;
 
 /// Up to this many pairs of nodes are looked at one by one.
-constexpr std::size_t few_pairs = 4096;
+constexpr std::size_t few_pairs = 1024;
 
-/// A box in single precision.
+/// A box in single precision; last lanes are 0.
 struct float_bounds {
-    ::osg::Pnt3f low, high;
+    lanes low, high;
 };
 
-/// The box around the eight corners of a box behind a matrix.
+/// The box around the eight corners of a box behind a matrix, each as the matrix itself would move
+/// it: x, y, z and the translation are added in this order.
 float_bounds boxBehind(const ::osg::Matrix& matrix, const ::osg::Pnt3f& low,
                        const ::osg::Pnt3f& high) {
-    float_bounds box;
+    lanes side[3][2], shift{matrix[3][0], matrix[3][1], matrix[3][2], 0.F};
+    for (::osg::UInt32 c = 0; c < 3; ++c) {
+        const lanes column{matrix[c][0], matrix[c][1], matrix[c][2], 0.F};
+        side[c][0] = allLanes(low[c]) * column;
+        side[c][1] = allLanes(high[c]) * column;
+    }
+    float_bounds box{};
     for (unsigned corner = 0; corner < 8; ++corner) {
-        ::osg::Pnt3f p((corner & 1) != 0 ? high[0] : low[0], (corner & 2) != 0 ? high[1] : low[1],
-                       (corner & 4) != 0 ? high[2] : low[2]);
-        matrix.multMatrixPnt(p);
-        for (::osg::UInt32 k = 0; k < 3; ++k) {
-            if (corner == 0 || p[k] < box.low[k])
-                box.low[k] = p[k];
-            if (corner == 0 || p[k] > box.high[k])
-                box.high[k] = p[k];
-        }
+        const lanes p =
+            side[0][corner & 1] + side[1][corner >> 1 & 1] + side[2][corner >> 2] + shift;
+        box.low = corner == 0 ? p : smaller(p, box.low);
+        box.high = corner == 0 ? p : larger(p, box.high);
     }
     return box;
 }
@@ -84,8 +86,7 @@ class tree_pair {
               const placed_node& place_a, const placed_node& place_b, const float_bounds& b_box)
         : a_(a), b_(b), low_a_(pointOf(place_a.low)), high_a_(pointOf(place_a.high)),
           low_b_(pointOf(place_b.low)),
-          high_b_(pointOf(place_b.high)), box_b_{lanesOf(pointOf(b_box.low)),
-                                                 lanesOf(pointOf(b_box.high)), low_b_, high_b_} {
+          high_b_(pointOf(place_b.high)), box_b_{b_box.low, b_box.high, low_b_, high_b_} {
         set(matrix_, b_to_a);
     }
 
@@ -143,10 +144,7 @@ class tree_pair {
 };
 
 bool overlap(const placed_node& a, const float_bounds& b) {
-    for (::osg::UInt32 k = 0; k < 3; ++k)
-        if (b.low[k] > a.high[k] || a.low[k] > b.high[k])
-            return false;
-    return true;
+    return !anyLane((b.low > lanesOf(pointOf(a.high))) | (lanesOf(pointOf(a.low)) > b.high));
 }
 
 /// Whether the triangles of two usable nodes touch; the first contact in world coordinates.

@@ -346,7 +346,7 @@ fitted_filter::fitted_filter(const side& a, const side& b,
     aligned_ = true;
     for (std::size_t c = 0; c < 3; ++c) {
         turned_[c] = columns_[c] * allLanes(1.F / scale_);
-        spread_b_[c] = columns_[c] < lanes{} ? -columns_[c] : columns_[c];
+        spread_b_[c] = magnitude(columns_[c]);
         for (std::size_t r = 0; r < 3; ++r) {
             const float part = std::abs(b_to_a[4 * c + r]) / scale_;
             spread_a_[r][c] = part;
@@ -405,14 +405,13 @@ bool fitted_filter::rejects(std::uint64_t node_a, std::uint64_t node_b) const {
 }
 
 float fitted_filter::boxGap(lanes half_a, lanes half_b, lanes way) const {
-    const auto magnitude = [](lanes v) { return v < lanes{} ? -v : v; };
     const lanes along_a = magnitude(way) - half_a - spread_b_[0] * allLanes(half_b[0]) -
                           spread_b_[1] * allLanes(half_b[1]) - spread_b_[2] * allLanes(half_b[2]);
     const lanes seen = sumsOf(turned_[0] * way, turned_[1] * way, turned_[2] * way, lanes{});
     const lanes along_b = magnitude(seen) - allLanes(scale_) * half_b -
                           spread_a_[0] * allLanes(half_a[0]) - spread_a_[1] * allLanes(half_a[1]) -
                           spread_a_[2] * allLanes(half_a[2]);
-    const lanes most = along_a > along_b ? along_a : along_b;
+    const lanes most = larger(along_a, along_b);
     return std::max({most[0], most[1], most[2]});
 }
 

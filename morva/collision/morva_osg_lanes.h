@@ -42,6 +42,10 @@ inline lanes sumsOf(lanes a, lanes b, lanes c, lanes d) {
            lanes{a[2], b[2], c[2], d[2]};
 }
 
+inline lanes smaller(lanes a, lanes b) { return a < b ? a : b; }
+inline lanes larger(lanes a, lanes b) { return a > b ? a : b; }
+inline lanes magnitude(lanes v) { return v < lanes{} ? -v : v; }
+
 /// A point in one register; the last lane is 0.
 inline lanes lanesOf(const float3& p) { return lanes{p[0], p[1], p[2], 0.F}; }
 

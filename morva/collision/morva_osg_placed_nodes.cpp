@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <limits>
 
 #include <OpenSG/OSGGeometry.h>
 
@@ -12,29 +13,37 @@ namespace morva::osg {
 
 namespace {
 
-constexpr double rounding = 64.0 / (1 << 24);
-/// Matrices that are a similarity but for this are taken for one; growth is more by twice as much.
-constexpr double largest_skew = 1e-3;
+constexpr float rounding = 64.F / (1 << 24);
+
+/// Matrices that are a similarity but for this are taken for one; growth is more by four times
+/// that.
+constexpr float largest_skew = 1e-3F;
+
+lanes columnOf(const ::osg::Matrix& matrix, ::osg::UInt32 column) {
+    const ::osg::Vec4f& values = matrix[column];
+    return lanes{values[0], values[1], values[2], 0.F};
+}
+
+/// Whether the lower row is that of a matrix that moves points without a division.
+bool isAffine(const ::osg::Matrix& matrix) {
+    return matrix[0][3] == 0.F && matrix[1][3] == 0.F && matrix[2][3] == 0.F && matrix[3][3] == 1.F;
+}
 
 /// Sets centre and half sides of the world's box around a node's box.
 void setWorldBox(placed_node& node) {
-    for (::osg::UInt32 r = 0; r < 3; ++r) {
-        node.center[r] = double{node.to_world[3][r]};
-        node.half[r] = 0.0;
-        for (::osg::UInt32 c = 0; c < 3; ++c) {
-            const double low{node.low[c]}, high{node.high[c]}, factor{node.to_world[c][r]};
-            node.center[r] += factor * (low + high) * 0.5;
-            node.half[r] += std::abs(factor * (high - low) * 0.5);
-        }
+    node.center = columnOf(node.to_world, 3);
+    node.half = lanes{};
+    for (::osg::UInt32 c = 0; c < 3; ++c) {
+        const lanes column = columnOf(node.to_world, c);
+        node.center += column * allLanes((node.low[c] + node.high[c]) * 0.5F);
+        node.half += magnitude(column * allLanes((node.high[c] - node.low[c]) * 0.5F));
     }
 }
 
-/// The largest coordinate, by magnitude.
-double largestOf(const double (&center)[3], const double (&half)[3]) {
-    double most = 0.0;
-    for (std::size_t k = 0; k < 3; ++k)
-        most = std::max(most, std::abs(center[k]) + half[k]);
-    return most;
+/// The coordinates that may have been rounded on the way, by magnitude.
+float largestOf(const placed_node& node) {
+    const lanes most = magnitude(node.center) + node.half + magnitude(columnOf(node.to_world, 3));
+    return std::max({most[0], most[1], most[2]});
 }
 
 /// 4x4 numbers, [row][column].
@@ -137,38 +146,29 @@ std::vector<placed_node> placeGeometryNodes(const ::osg::NodePtr& root) {
 }
 
 placed_ball ballOf(const placed_node& b) {
-    placed_ball ball{};
-    std::copy_n(b.center, 3, ball.center);
-    ball.radius = std::sqrt(b.half[0] * b.half[0] + b.half[1] * b.half[1] + b.half[2] * b.half[2]) +
-                  rounding * largestOf(b.center, b.half);
-    return ball;
+    if (!isAffine(b.to_world))
+        return {b.center, std::numeric_limits<float>::infinity()};
+    const lanes squares = b.half * b.half;
+    return {b.center, std::sqrt(squares[0] + squares[1] + squares[2]) + rounding * largestOf(b)};
 }
 
 near_query nearQueryOf(const placed_node& a) {
     near_query query{};
-    double square[3], mixed[3];
-    for (::osg::UInt32 c = 0; c < 3; ++c) {
-        const ::osg::Vec4f &u = a.to_world[c], &v = a.to_world[(c + 1) % 3];
-        square[c] = mixed[c] = 0.0;
-        for (::osg::UInt32 r = 0; r < 3; ++r) {
-            square[c] += double{u[r]} * double{u[r]};
-            mixed[c] += double{u[r]} * double{v[r]};
-        }
-    }
-    const double mean = (square[0] + square[1] + square[2]) / 3.0, limit = largest_skew * mean;
-    const double scale = std::sqrt(mean), more = rounding * largestOf(a.center, a.half);
-    bool similar = scale > 1e-9 && std::isfinite(more);
-    for (std::size_t c = 0; c < 3; ++c)
-        similar = similar && std::abs(square[c] - mean) < limit && std::abs(mixed[c]) < limit;
-    query.everywhere = !similar;
-    for (::osg::UInt32 r = 0; r < 3 && similar; ++r) {
-        double sum = 0.0;
-        for (::osg::UInt32 k = 0; k < 3; ++k)
-            sum += std::abs(double{a.to_world[k][r]});
-        query.center[r] = a.center[r];
-        query.growth[r] = sum / scale * (1.0 + 4.0 * largest_skew);
-        query.half[r] = a.half[r] + query.growth[r] * more;
-    }
+    const lanes x = columnOf(a.to_world, 0), y = columnOf(a.to_world, 1),
+                z = columnOf(a.to_world, 2);
+    const lanes square = sumsOf(x * x, y * y, z * z, lanes{});
+    const lanes mixed = sumsOf(x * y, y * z, z * x, lanes{});
+    const float mean = (square[0] + square[1] + square[2]) / 3.F, scale = std::sqrt(mean);
+    const lanes skew = larger(magnitude(square - lanes{mean, mean, mean, 0.F}), magnitude(mixed));
+    const float more = rounding * largestOf(a);
+    query.everywhere = anyLane(skew > allLanes(largest_skew * mean)) || !(scale > 1e-9F) ||
+                       !std::isfinite(more) || !std::isfinite(mean) || !isAffine(a.to_world);
+    if (query.everywhere)
+        return query;
+    query.center = a.center;
+    query.growth =
+        (magnitude(x) + magnitude(y) + magnitude(z)) * allLanes((1.F + 4.F * largest_skew) / scale);
+    query.half = a.half + query.growth * allLanes(more);
     return query;
 }
 

@@ -19,7 +19,7 @@ struct placed_node {
     bool usable = false; ///< it has a core, a volume that is valid and not empty, a finite matrix
     ::osg::Pnt3f low, high; ///< bounds of its volume, in its parent's coordinates
     ::osg::Matrix to_world;
-    double center[3], half[3]; ///< of the world's box around its box
+    lanes center, half; ///< of the world's box around its box; last lanes are 0
 };
 
 /// Reads a node; null is legal. Brings its volume up to date.

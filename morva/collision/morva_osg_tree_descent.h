@@ -71,7 +71,7 @@ template <typename Filter> class pair_descent {
         const bih_node<float>& a = a_.tree.nodes[node_a];
         const bih_node<float>& b = b_.tree.nodes[node_b];
         if (a.is_leaf() && b.is_leaf())
-            return compare(a, node_b, b);
+            return compare(node_a, node_b);
         if (a.is_leaf())
             return visit(node_a, node_b + 1, box_a, leftOf(box_b, b)) ||
                    visit(node_a, rightOf(b), box_a, rightOf(box_b, b));
@@ -122,16 +122,24 @@ template <typename Filter> class pair_descent {
         return box;
     }
 
-    /// Each triangle of A's leaf with each of B's.
-    bool compare(const bih_node<float>& a, std::uint64_t node_b, const bih_node<float>& b) {
-        if (loaded_ != node_b) {
-            readLeaf(b_.tree, b_.list, b, entries_);
-            packs_.load(entries_, matrix_);
-            loaded_ = node_b;
+    /// Each triangle of A's leaf with each of B's. Leaves stay at hand: where only one side goes
+    /// on, the other one's is not read again.
+    bool compare(std::uint64_t node_a, std::uint64_t node_b) {
+        const bih_node<float>& a = a_.tree.nodes[node_a];
+        const bih_node<float>& b = b_.tree.nodes[node_b];
+        if (a.count == 0 || b.count == 0)
+            return false;
+        if (loaded_b_ != node_b) {
+            readLeaf(b_.tree, b_.list, b, entries_b_);
+            packs_.load(entries_b_, matrix_);
+            loaded_b_ = node_b;
         }
-        readLeaf(a_.tree, a_.list, a, entries_);
+        if (loaded_a_ != node_a) {
+            readLeaf(a_.tree, a_.list, a, entries_a_);
+            loaded_a_ = node_a;
+        }
         std::uint32_t place = 0;
-        for (const leaf_entry& entry : entries_) {
+        for (const leaf_entry& entry : entries_a_) {
             if (!packs_.firstContact(*entry.triangle, place, contact_))
                 continue;
             pairs_ += std::uint64_t{entry.place} * b.count + place + 1;
@@ -147,9 +155,10 @@ template <typename Filter> class pair_descent {
     const math::transformation_matrix<float>& matrix_;
     const Filter& filter_;
     lanes columns_[3]; ///< of the matrix, without the translation
-    std::vector<leaf_entry> entries_;
+    std::vector<leaf_entry> entries_a_, entries_b_;
     leaf_packs packs_;
-    std::uint64_t loaded_ = none; ///< the leaf of B that is in `packs_`
+    std::uint64_t loaded_a_ = none; ///< the leaf of A that is in `entries_a_`
+    std::uint64_t loaded_b_ = none; ///< the leaf of B that is in `packs_`
     const std::uint64_t patience_;
     std::uint64_t left_; ///< of the patience
     std::uint64_t pairs_ = 0;
