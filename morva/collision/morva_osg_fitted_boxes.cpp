@@ -1,9 +1,11 @@
 #include <morva/collision/morva_osg_fitted_boxes.h>
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <cstring>
 #include <limits>
+#include <map>
 #include <memory>
 
 #include <morva/trees/ray_traversal.h>
@@ -16,6 +18,10 @@ constexpr float half_ulp = 5.9604645e-8F; // 2^-24, the relative error of one op
 constexpr double root3 = 1.7320508075688772;
 constexpr float unlimited = 1e30F;
 constexpr float axis_unit = 1.F / 32767.F;
+
+/// Of the surface, that a plane face has at least, and how many count.
+constexpr double least_share = 1.0 / 2000.0;
+constexpr std::size_t most_faces = 24;
 
 /// Of the distance of corners: a gap that leaves no doubt, unless edges lie in planes they are
 /// apart from.
@@ -36,6 +42,7 @@ struct faced_triangle {
     const float_triangle* corners;
     float3 normal; ///< of length 1; 0 if `faces` is not `known`
     enum { known, nowhere, unclear } faces;
+    double area = 0.0; ///< twice the area
 };
 
 /// Boxes and sums of what lies below a node, on the way up.
@@ -61,9 +68,41 @@ class box_fitter {
         for (std::uint64_t i = 0; i < list_.count; ++i)
             extend(boxes_.low, boxes_.high, list_.triangles[i]);
         fit(0, boxes_.low, boxes_.high);
+        findFaces();
     }
 
   private:
+    /// The normals that the most of the surface has, if it is a share worth the name.
+    void findFaces() {
+        struct face {
+            double area = 0.0;
+            float3 normal;
+        };
+        std::map<std::array<int, 3>, face> faces;
+        double all = 0.0;
+        for (const faced_triangle& triangle : sorted_) {
+            if (triangle.faces != faced_triangle::known)
+                continue;
+            const float3& n = triangle.normal;
+            const std::size_t sign = n[2] != 0.F ? 2 : n[1] != 0.F ? 1 : 0;
+            std::array<int, 3> cell;
+            for (std::size_t k = 0; k < 3; ++k)
+                cell[k] = static_cast<int>(std::lround((n[sign] < 0.F ? -n[k] : n[k]) * 512.F));
+            face& here = faces[cell];
+            here.area += triangle.area;
+            here.normal = n;
+            all += triangle.area;
+        }
+        std::vector<face> large;
+        for (const auto& [cell, one] : faces)
+            if (one.area > all * least_share)
+                large.push_back(one);
+        std::stable_sort(large.begin(), large.end(),
+                         [](const face& a, const face& b) { return a.area > b.area; });
+        for (std::size_t i = 0; i < std::min(large.size(), most_faces); ++i)
+            boxes_.faces.push_back(large[i].normal);
+    }
+
     static void extend(float3& low, float3& high, const float_triangle& triangle) {
         for (const float3* corner : {&triangle.a, &triangle.b, &triangle.c}) {
             for (std::size_t k = 0; k < 3; ++k) {
@@ -117,6 +156,7 @@ class box_fitter {
             sums.clear = false;
         } else {
             sums.blur = std::max(sums.blur, upwards(std::max(length(ab), length(ac)) / size));
+            faced.area = size;
             for (std::size_t k = 0; k < 3; ++k) {
                 sums.normals[k] += double{normal[k]};
                 faced.normal[k] = static_cast<float>(double{normal[k]} / size);
@@ -244,6 +284,19 @@ double largest(const float3& low, const float3& high) {
     return double{most};
 }
 
+/// Whether a normal of A is parallel to one of B, turned, to within 0.005.
+bool haveParallel(const std::vector<float3>& a, const std::vector<float3>& b,
+                  const lanes (&turned)[3]) {
+    for (const float3& normal : b) {
+        const lanes there = turned[0] * allLanes(normal[0]) + turned[1] * allLanes(normal[1]) +
+                            turned[2] * allLanes(normal[2]);
+        for (const float3& here : a)
+            if (std::abs(here[0] * there[0] + here[1] * there[1] + here[2] * there[2]) > 0.99998F)
+                return true;
+    }
+    return false;
+}
+
 /// How much longer boxes get that begin with the box of a side; `unlimited` where that box does not
 /// hold the triangles.
 double excessOf(const fitted_filter::side& side) {
@@ -343,16 +396,13 @@ fitted_filter::fitted_filter(const side& a, const side& b,
     suits_ = skew < 1e-4 && scale > 1e-3 && scale < 1e3 && farthest < 1e12;
     const double rho = 8.0 * double{half_ulp} * farthest_b;
     scale_ = static_cast<float>(scale);
-    aligned_ = true;
     for (std::size_t c = 0; c < 3; ++c) {
         turned_[c] = columns_[c] * allLanes(1.F / scale_);
         spread_b_[c] = magnitude(columns_[c]);
-        for (std::size_t r = 0; r < 3; ++r) {
-            const float part = std::abs(b_to_a[4 * c + r]) / scale_;
-            spread_a_[r][c] = part;
-            aligned_ = aligned_ && (part < 1e-3F || part > 0.999F);
-        }
+        for (std::size_t r = 0; r < 3; ++r)
+            spread_a_[r][c] = magnitude(turned_[c])[r];
     }
+    strict_ = axesAreParallel() || haveParallel(a.boxes.faces, b.boxes.faces, turned_);
     reach_scale_ = static_cast<float>(root3 * scale);
     const double drift =
         8.0 * double{half_ulp} * farthest * static_cast<double>(a.boxes.depth + b.boxes.depth + 4);
@@ -361,6 +411,14 @@ fitted_filter::fitted_filter(const side& a, const side& b,
     rounding_ = static_cast<float>(16.0 * double{half_ulp} * farthest + 1e-12);
     blur_scale_ = static_cast<float>(10.0 * rho / scale);
     skew_ = static_cast<float>(8.0 * skew + 4e-6);
+}
+
+bool fitted_filter::axesAreParallel() const {
+    for (const lanes& row : spread_a_)
+        for (std::size_t c = 0; c < 3; ++c)
+            if (row[c] > 1e-3F && row[c] < 0.999F)
+                return false;
+    return true;
 }
 
 bool fitted_filter::rejects(std::uint64_t node_a, std::uint64_t node_b) const {
@@ -395,7 +453,7 @@ bool fitted_filter::rejects(std::uint64_t node_a, std::uint64_t node_b) const {
     const float spread_a = a.box.spread.value();
     const float spread_b = b.box.spread.value() + skew_ +
                            b.box.blur.value() * (blur_scale_ + 24.F * half_ulp * b.radius());
-    if (!aligned_) {
+    if (!strict_) {
         const float tilt = std::min(1.F, spread_a + spread_b + sine);
         if (off > margin + farthest * tilt * clear_gap || apart > margin + farthest * clear_gap)
             return true;

@@ -27,10 +27,10 @@
 //    over the plane, is at most 8 u (2 + 3 tilt |p - a| / h) of what it could be: below 4e-4, since
 //    h is at least 1/256 of tilt |p - a|, the tilt being the sine between edges and the plane
 //    across the gap. Such an edge lies in the plane of a triangle that it is apart from. Faces of
-//    parts do where axes are parallel, and there this rule is not used (`aligned_`). In any other
-//    pose it takes a coincidence of two numbers to that precision, and then another one for the
-//    rounding errors to come out in order: it is the one case in which the literal way could report
-//    a contact, of triangles that are apart, that is not reported with the companions.
+//    parts do where axes or large faces are parallel, and there this rule is not used (`strict_`).
+//    In any other pose it takes a coincidence of two numbers to that precision, and then another
+//    one for the rounding errors to come out in order: it is the one case in which the literal way
+//    could report a contact, of triangles that are apart, that is not reported with the companions.
 //
 // Matrices that are not a similarity to within 1e-4, scales beyond 1e-3 to 1e3 and coordinates
 // beyond 1e12 get no filter. 36 bytes for each node of the tree, which has 1.6 for a triangle of a
@@ -85,6 +85,7 @@ static_assert(sizeof(fitted_box) == 36);
 
 struct fitted_boxes : bih_companion {
     std::vector<fitted_box> nodes; ///< one per node of the tree
+    std::vector<float3> faces;     ///< normals of the largest plane faces, either way; at most 24
     float3 low, high;              ///< box of all triangles
     std::uint64_t depth = 0;       ///< of the tree
 };
@@ -109,6 +110,8 @@ class fitted_filter {
     bool rejects(std::uint64_t node_a, std::uint64_t node_b) const;
 
   private:
+    bool axesAreParallel() const;
+
     /// How far boxes are apart along the axes of one of them; negative if they are not.
     float boxGap(lanes half_a, lanes half_b, lanes way) const;
 
@@ -124,7 +127,7 @@ class fitted_filter {
     float rounding_;      ///< of positions worked out here
     float blur_scale_;    ///< length by which B's normals are blurred, in B's coordinates
     float skew_;          ///< sine of the angle by which the matrix bends
-    bool aligned_;        ///< the axes of A and B are parallel
+    bool strict_;         ///< axes or large faces of A and B are parallel
     bool suits_ = false;
 };
 

@@ -56,8 +56,14 @@ Matrix shifted(const Vec3f& by) {
     return matrix;
 }
 
+/// Parts are built along these axes.
+Matrix obliqueAxes() {
+    std::mt19937 rng(4);
+    return placed(rng, Vec3f(0, 0, 0), Vec3f(1, 1, 1));
+}
+
 std::vector<thing> things(std::mt19937& rng) {
-    const Matrix oblique = placed(rng, Vec3f(0, 0, 0), Vec3f(1, 1, 1));
+    const Matrix oblique = obliqueAxes();
     std::vector<thing> all;
     for (const mesh_data& mesh :
          {ballMesh(6), ballMesh(16), blockMesh(1), blockMesh(6), baked(blockMesh(5), oblique),
@@ -74,12 +80,17 @@ void pose(std::mt19937& rng, unsigned kind, const thing& a, const thing& b) {
     const Vec3f near = randomVector(rng, 2.F), even(size, size, size);
     Matrix place_a, place_b = placed(rng, near, Vec3f(other, other, other));
     switch (kind % 10) {
-    case 0: // nothing but a shift: axes parallel, faces in one plane
+    case 0: // nothing but a shift
         place_b = shifted(near);
         break;
-    case 1: // along an axis alone
-        place_b = shifted(Vec3f(near[0] + 1.F, 0.F, 0.F));
+    case 1: { // faces in one plane that is on no axis, with a gap in between
+        Vec3f along(2.F + 0.1F * size, 0.2F * near[1], 0.F);
+        obliqueAxes().multMatrixVec(along);
+        place_b = shifted(along);
+        if (kind % 20 == 1) // B as built along its own axes, and turned to those of A
+            place_b.mult(obliqueAxes());
         break;
+    }
     case 2: // one inside the other
         place_b = placed(rng, 0.05F * near, Vec3f(0.3F, 0.3F, 0.3F) * other);
         break;
