@@ -73,7 +73,7 @@ body engine() {
     return bodyOf(grid.get());
 }
 
-/// A ball of 4 * n * n + ... triangles: rings of quads between two caps.
+/// A ball of 4 rings (rings - 1) triangles.
 body ball(double radius, unsigned rings) {
     const unsigned columns = 2 * rings;
     const auto types = ::osg::GeoPTypesUI8::create();

@@ -43,21 +43,20 @@ bool contactOf(const float_triangle& a, const float_triangle& b, float3& point) 
     return true;
 }
 
-bool sameBits(const float_triangle& a, const float_triangle& b) {
-    return std::memcmp(&a, &b, sizeof a) == 0;
-}
-
-/// Any order in which triangles of equal bits are neighbours.
-bool lessBits(const leaf_entry& a, const leaf_entry& b) {
-    const int order = std::memcmp(a.triangle, b.triangle, sizeof *a.triangle);
-    return order != 0 ? order < 0 : a.place < b.place;
+/// Orders triangles by their bits, in any way that makes equal ones neighbours; 0 for equal ones.
+int orderOfBits(const float_triangle& a, const float_triangle& b) {
+    // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison): -0 and 0 are not the same here
+    return std::memcmp(&a, &b, sizeof a);
 }
 
 void keepDifferent(std::vector<leaf_entry>& entries) {
-    std::sort(entries.begin(), entries.end(), lessBits);
+    std::sort(entries.begin(), entries.end(), [](const leaf_entry& a, const leaf_entry& b) {
+        const int order = orderOfBits(*a.triangle, *b.triangle);
+        return order != 0 ? order < 0 : a.place < b.place;
+    });
     entries.erase(std::unique(entries.begin(), entries.end(),
                               [](const leaf_entry& a, const leaf_entry& b) {
-                                  return sameBits(*a.triangle, *b.triangle);
+                                  return orderOfBits(*a.triangle, *b.triangle) == 0;
                               }),
                   entries.end());
     std::sort(entries.begin(), entries.end(),

@@ -27,21 +27,18 @@ inline mesh_data ballMesh(unsigned rings) {
     const double pi = std::acos(-1.0);
     const auto at = [&](unsigned i, unsigned j) {
         const double theta = pi * i / rings, phi = pi * (j % (2 * rings)) / rings;
-        return ::osg::Pnt3f(static_cast<float>(std::sin(theta) * std::cos(phi)),
-                            static_cast<float>(std::sin(theta) * std::sin(phi)),
-                            i == 0 || i == rings ? (i == 0 ? 1.F : -1.F)
-                                                 : static_cast<float>(std::cos(theta)));
-    };
-    const auto pole = [&](unsigned i, unsigned j) {
-        return i == 0 || i == rings ? ::osg::Pnt3f(0.F, 0.F, i == 0 ? 1.F : -1.F) : at(i, j);
+        const double around = i == 0 || i == rings ? 0.0 : std::sin(theta); // poles are one point
+        return ::osg::Pnt3f(static_cast<float>(around * std::cos(phi)),
+                            static_cast<float>(around * std::sin(phi)),
+                            static_cast<float>(std::cos(theta)));
     };
     std::vector<::osg::Pnt3f> corners;
     for (unsigned i = 0; i < rings; ++i) {
         for (unsigned j = 0; j < 2 * rings; ++j) {
             if (i != 0)
-                corners.insert(corners.end(), {pole(i, j), pole(i + 1, j), pole(i, j + 1)});
+                corners.insert(corners.end(), {at(i, j), at(i + 1, j), at(i, j + 1)});
             if (i + 1 != rings)
-                corners.insert(corners.end(), {pole(i, j + 1), pole(i + 1, j), pole(i + 1, j + 1)});
+                corners.insert(corners.end(), {at(i, j + 1), at(i + 1, j), at(i + 1, j + 1)});
         }
     }
     return meshOfTriangles(corners);
