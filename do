@@ -174,7 +174,7 @@ fuzz() {
 }
 
 bench() {
-    need libbenchmark-dev libmeshoptimizer-dev libfcl-dev gltfpack
+    need libbenchmark-dev libmeshoptimizer-dev libembree-dev libfcl-dev gltfpack
     build release -DMORVA_BENCH=ON
     say "benchmarks"
     ./bench/run.sh build/release/bench

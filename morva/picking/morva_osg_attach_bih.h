@@ -12,8 +12,8 @@
 //     update_bih(root);        or all at once
 //
 // Moving a node needs no rebuild. All aspects share tree and list, so that a rebuild in one is seen
-// by all; what is told beside them (`dirty`) goes by the change list. A payload is never written to
-// a file or sent to another machine.
+// by all; what a payload says beside them (`dirty`) goes by the change list. A payload is never
+// written to a file or sent to another machine.
 //
 // Threads: any number may read a tree that is not `dirty`. Whoever builds or marks one is alone
 // with its core; the caller sees to that.
@@ -89,7 +89,8 @@ MORVA_API void update_bih_node(::osg::NodePtr node);
 MORVA_API void update_bih_payload(::osg::NodePtr node, BIHAttachPayload& payload);
 
 /// Says that the geometry below `node` has changed: the next pick or collision of each core that
-/// has a tree builds it anew. Nothing is built here.
+/// has a tree builds it anew. Nothing is built here. Enters the attachments in the thread's change
+/// list.
 ///
 /// A core that had no triangles when its tree was made is not looked at again by a pick: call
 /// update_bih_node() for it.

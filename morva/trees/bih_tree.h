@@ -44,7 +44,7 @@ inline void check_bih_count(std::uint64_t count) {
 constexpr std::uint32_t bih_depth_limit = 1000;
 
 /// The axis of the longest extent; of equal ones the last.
-template <typename Box> int longest_axis(const Box& box) {
+template <typename Box> int longest_axis_of_bih(const Box& box) {
     const auto& size = box.extent;
     if (size[0] > size[1])
         return size[0] > size[2] ? 0 : 2;
@@ -65,7 +65,7 @@ template <typename Geoset, typename Box> class bih_builder {
                 std::uint32_t depth) {
         tree_.check_resize(node);
         tree_.max_depth_reached = std::max<std::uint64_t>(tree_.max_depth_reached, depth);
-        const int axis = longest_axis(box);
+        const int axis = longest_axis_of_bih(box);
         const auto a = static_cast<std::size_t>(axis);
         const scalar middle = box.extent[a] * scalar(0.5f) + box.min[a];
         const cut here = partition(first, count, axis, middle, box.min[a], box.max[a]);

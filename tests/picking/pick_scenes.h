@@ -8,6 +8,7 @@
 #include <OpenSG/OSGIntersectAction.h>
 #include <OpenSG/OSGQuaternion.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/picking/morva_osg_attach_bih.h>
 #include <morva/picking/morva_osg_intersect_action.h>
 #include <morva/picking/morva_osg_ray_hits.h>
@@ -114,43 +115,66 @@ inline NodePtr anyScene(std::mt19937& rng) {
     return root;
 }
 
+using wide = std::array<long double, 3>;
+
+/// To the world by one matrix after the other, not rounded to single precision.
+inline wide inWorld(wide p, const NodePtr& node) {
+    const auto transform = ::osg::TransformPtr::dcast(node->getCore());
+    if (transform != ::osg::NullFC) {
+        const Matrix& m = transform->getMatrix();
+        const wide q = p;
+        for (unsigned r = 0; r < 3; ++r)
+            p[r] = m[0][r] * q[0] + m[1][r] * q[1] + m[2][r] * q[2] + m[3][r];
+    }
+    return node->getParent() == ::osg::NullFC ? p : inWorld(p, node->getParent());
+}
+
 /// A triangle of a scene where it stands.
 struct placed_triangle {
     NodePtr node;
     unsigned number; ///< by the iterator
-    Pnt3f corners[3];
+    wide corners[3];
+    bool rogue;
+
+    /// The first corner, and so much of the ways from there to the other two.
+    Pnt3f at(float u, float v) const {
+        Pnt3f point;
+        for (unsigned i = 0; i < 3; ++i)
+            point[i] = static_cast<float>(corners[0][i] + (corners[1][i] - corners[0][i]) * u +
+                                          (corners[2][i] - corners[0][i]) * v);
+        return point;
+    }
 };
 
-/// All triangles below a node, hidden ones too, but for those without an area.
+/// All triangles below a node, also those that are not shown.
 inline std::vector<placed_triangle> placedTriangles(const NodePtr& root) {
     std::vector<placed_triangle> all;
     for (const NodePtr& node : geometryNodes(root)) {
-        const Matrix place = node->getToWorld();
-        ::osg::TriangleIterator it = coreOf(node)->beginTriangles();
-        for (; it != coreOf(node)->endTriangles(); ++it) {
-            placed_triangle t{node, static_cast<unsigned>(it.getIndex()), {}};
-            for (::osg::Int32 k = 0; k < 3; ++k)
-                place.multMatrixPnt(it.getPosition(k), t.corners[k]);
-            all.push_back(t);
+        for (auto it = coreOf(node)->beginTriangles(); it != coreOf(node)->endTriangles(); ++it) {
+            const Pnt3f p[3] = {it.getPosition(0), it.getPosition(1), it.getPosition(2)};
+            all.push_back({node,
+                           static_cast<unsigned>(it.getIndex()),
+                           {},
+                           morva::osg::is_rogue(p[0], p[1], p[2])});
+            for (unsigned k = 0; k < 3; ++k)
+                all.back().corners[k] = inWorld({p[k][0], p[k][1], p[k][2]}, node);
         }
     }
     return all;
 }
 
-/// A ray at a place of some triangle, or along an axis, or from within a triangle's plane.
+/// A ray at a place of some triangle, or along an axis, or from a corner.
 inline Line anyRay(std::mt19937& rng, const std::vector<placed_triangle>& world) {
     const Pnt3f eye(anyVector(rng, 60.F));
     if (world.empty())
         return {eye, anyVector(rng, 1.F)};
     const placed_triangle& t = world[rng() % world.size()];
     const float u = between(rng, 0, 1), v = between(rng, 0, 1 - u);
-    const Pnt3f aim =
-        t.corners[0] + (t.corners[1] - t.corners[0]) * u + (t.corners[2] - t.corners[0]) * v;
     if (rng() % 4 != 0)
-        return {eye, aim};
+        return {eye, t.at(u, v)};
     Vec3f axis;
     axis[rng() % 3] = rng() % 2 == 0 ? 1.F : -1.F;
-    return {rng() % 4 == 0 ? t.corners[0] : aim - axis * between(rng, 0, 40), axis};
+    return {rng() % 4 == 0 ? t.at(0, 0) : t.at(u, v) - axis * between(rng, 0, 40), axis};
 }
 
 /// What an action found, to the last bit.

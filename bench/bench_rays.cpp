@@ -1,0 +1,271 @@
+// Rays at the engine beside Embree: one thread, single rays, closest hit, back faces dropped, on
+// the same triangles and rays, in turn. Then what trees cost: builds of two threads, and equal
+// parts.
+
+#include <algorithm>
+#include <chrono>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <random>
+#include <vector>
+
+#include <benchmark/benchmark.h>
+#include <embree3/rtcore.h>
+
+#include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/trees/bih_tree.h>
+#include <morva/trees/ray_traversal.h>
+
+#include "scenes.h"
+
+namespace {
+
+using morva::float3;
+using flat_list = morva::geo_set_convertable<morva::float_triangle, morva::float_triangle>;
+using ray_hit = morva::intersection_point<float, float3, float3>;
+
+constexpr morva::build_setup picking{3, 50};
+
+/// The triangles of a scene, `copies` times at the same place.
+std::vector<morva::float_triangle> trianglesOf(const ::osg::NodePtr& node, unsigned copies) {
+    morva::osg::osg_geoset geoset;
+    const auto collect = [&](const auto& self, const ::osg::NodePtr& at) -> void {
+        if (::osg::GeometryPtr::dcast(at->getCore()) != ::osg::NullFC)
+            morva::osg::extract(at, geoset, true, false, false, false, false);
+        for (::osg::UInt32 i = 0; i < at->getNChildren(); ++i)
+            self(self, at->getChild(i));
+    };
+    collect(collect, node);
+    geoset.setup();
+    geoset.convert();
+    std::vector<morva::float_triangle> triangles;
+    for (unsigned copy = 0; copy < copies; ++copy)
+        triangles.insert(triangles.end(), geoset.simple_tris, geoset.simple_tris + geoset.size);
+    return triangles;
+}
+
+std::vector<morva::float_triangle> engineTriangles(unsigned copies) {
+    const morva_bench::silence quiet;
+    return trianglesOf(morva_bench::engineGrid(1, false).get(), copies);
+}
+
+/// A list with its tree.
+struct ray_scene {
+    std::vector<morva::float_triangle> triangles;
+    flat_list list;
+    morva::bih_tree<float> tree;
+
+    explicit ray_scene(std::vector<morva::float_triangle> from) : triangles(std::move(from)) {
+        list.triangles = triangles.data();
+        list.count = triangles.size();
+        compile(list, tree, picking);
+    }
+};
+
+struct ray {
+    float3 from, direction; ///< of unit length
+};
+
+ray_hit fire(const ray_scene& scene, const ray& r) {
+    ray_hit hit;
+    float entry, exit;
+    if (!morva::clip_ray(scene.list.box, r.from, r.direction, entry, exit))
+        return hit;
+    float3 to, inverse;
+    for (std::size_t a = 0; a < 3; ++a) {
+        to[a] = r.from[a] + r.direction[a] * exit;
+        inverse[a] = 1 / r.direction[a];
+    }
+    morva::empty_trace_statistics none;
+    fire_ray_rec(scene.tree, 0, scene.list, r.from, to, inverse, entry, exit, hit, none, -1);
+    return hit;
+}
+
+/// The same triangles in Embree.
+class embree_scene {
+  public:
+    explicit embree_scene(const ray_scene& scene)
+        : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
+        const std::size_t count = scene.triangles.size();
+        const RTCGeometry mesh = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
+        std::memcpy(rtcSetNewGeometryBuffer(mesh, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, 12,
+                                            3 * count),
+                    scene.triangles.data(), 36 * count);
+        auto* const corners = static_cast<std::uint32_t*>(
+            rtcSetNewGeometryBuffer(mesh, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 12, count));
+        for (std::size_t i = 0; i < 3 * count; ++i)
+            corners[i] = static_cast<std::uint32_t>(i);
+        rtcSetGeometryIntersectFilterFunction(mesh, dropBackFace);
+        rtcCommitGeometry(mesh);
+        rtcAttachGeometry(scene_, mesh);
+        rtcReleaseGeometry(mesh);
+        rtcCommitScene(scene_);
+    }
+    embree_scene(const embree_scene&) = delete;
+    embree_scene& operator=(const embree_scene&) = delete;
+    ~embree_scene() {
+        rtcReleaseScene(scene_);
+        rtcReleaseDevice(device_);
+    }
+
+    RTCRayHit fire(const ray& r) const {
+        RTCIntersectContext context;
+        rtcInitIntersectContext(&context);
+        RTCRayHit query;
+        query.ray.org_x = r.from[0];
+        query.ray.org_y = r.from[1];
+        query.ray.org_z = r.from[2];
+        query.ray.dir_x = r.direction[0];
+        query.ray.dir_y = r.direction[1];
+        query.ray.dir_z = r.direction[2];
+        query.ray.tnear = query.ray.time = 0;
+        query.ray.tfar = 1e30f;
+        query.ray.mask = 0xffffffffU;
+        query.ray.flags = 0;
+        query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
+        rtcIntersect1(scene_, &context, &query);
+        return query;
+    }
+
+  private:
+    static void dropBackFace(const RTCFilterFunctionNArguments* arguments) {
+        const auto* const r = reinterpret_cast<const RTCRay*>(arguments->ray);
+        const auto* const hit = reinterpret_cast<const RTCHit*>(arguments->hit);
+        if (hit->Ng_x * r->dir_x + hit->Ng_y * r->dir_y + hit->Ng_z * r->dir_z >= 0)
+            arguments->valid[0] = 0;
+    }
+
+    RTCDevice device_;
+    RTCScene scene_;
+};
+
+/// A camera's rays: 500 times 500, a third of which hit.
+std::vector<ray> cameraRays(const ray_scene& scene) {
+    float3 eye, ahead;
+    const auto& box = scene.list.box;
+    const float size = std::sqrt(box.extent[0] * box.extent[0] + box.extent[1] * box.extent[1] +
+                                 box.extent[2] * box.extent[2]);
+    const float aside[3] = {0.7f, 0.5f, 0.6f};
+    for (std::size_t a = 0; a < 3; ++a) {
+        eye[a] = box.min[a] + box.extent[a] / 2 + aside[a] * size;
+        ahead[a] = -aside[a];
+    }
+    ahead.normalize();
+    float3 right{-ahead[2], 0, ahead[0]};
+    right.normalize();
+    const float3 up{right[1] * ahead[2] - right[2] * ahead[1],
+                    right[2] * ahead[0] - right[0] * ahead[2],
+                    right[0] * ahead[1] - right[1] * ahead[0]};
+    std::vector<ray> rays;
+    for (int i = 0; i < 250000; ++i) {
+        const float x = (static_cast<float>(i % 500) / 500 - 0.5f) * 0.8f;
+        const float y = (static_cast<float>(i / 500) / 500 - 0.5f) * 0.8f;
+        ray r{eye, {}};
+        for (std::size_t a = 0; a < 3; ++a)
+            r.direction[a] = ahead[a] + x * right[a] + y * up[a];
+        r.direction.normalize();
+        rays.push_back(r);
+    }
+    return rays;
+}
+
+/// Where those hit, one ray each, by the cosine around the normal.
+std::vector<ray> bouncedRays(const ray_scene& scene) {
+    std::mt19937 random(5);
+    std::normal_distribution<float> normal;
+    std::vector<ray> rays;
+    for (const ray& r : cameraRays(scene)) {
+        ray_hit hit = fire(scene, r);
+        if (!hit.hit)
+            continue;
+        hit.normal.normalize();
+        float3 off{normal(random), normal(random), normal(random)};
+        off.normalize();
+        ray bounced{hit.point, {}};
+        for (std::size_t a = 0; a < 3; ++a) {
+            bounced.direction[a] = 1.001f * hit.normal[a] + off[a];
+            bounced.from[a] += 1e-4f * scene.list.box.extent[0] * hit.normal[a];
+        }
+        bounced.direction.normalize();
+        rays.push_back(bounced);
+    }
+    return rays;
+}
+
+/// Whether both saw the same: nothing, one triangle, or two at the same place.
+bool sameAnswer(const ray& r, const ray_hit& ours, const RTCRayHit& theirs) {
+    if (ours.hit != (theirs.hit.geomID != RTC_INVALID_GEOMETRY_ID))
+        return false;
+    if (!ours.hit || static_cast<std::uint32_t>(ours.index) == theirs.hit.primID)
+        return true;
+    const float way =
+        std::hypot(ours.point[0] - r.from[0], ours.point[1] - r.from[1], ours.point[2] - r.from[2]);
+    return std::abs(way - theirs.ray.tfar) <= 1e-5f * way;
+}
+
+template <typename Fire> double secondsOf(const std::vector<ray>& rays, const Fire& fire_one) {
+    const auto start = std::chrono::steady_clock::now();
+    for (const ray& r : rays)
+        benchmark::DoNotOptimize(fire_one(r));
+    return std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+}
+
+/// Best times of both, in turn. The first round makes our tree's companion.
+void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
+    const ray_scene scene(engineTriangles(1));
+    const embree_scene rival(scene);
+    const std::vector<ray> rays = raysOf(scene);
+    double equal = 0;
+    for (const ray& r : rays)
+        equal += sameAnswer(r, fire(scene, r), rival.fire(r)) ? 1 : 0;
+    double ours = 1e9, theirs = 1e9;
+    for (auto _ : state) {
+        ours = std::min(ours, secondsOf(rays, [&](const ray& r) { return fire(scene, r); }));
+        theirs = std::min(theirs, secondsOf(rays, [&](const ray& r) { return rival.fire(r); }));
+    }
+    const auto count = static_cast<double>(rays.size());
+    state.counters["ours_per_s"] = count / ours;
+    state.counters["embree_per_s"] = count / theirs;
+    state.counters["ratio"] = theirs / ours;
+    state.counters["unequal"] = count - equal;
+}
+BENCHMARK_CAPTURE(besideEmbree, camera, cameraRays)->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(besideEmbree, bounces, bouncedRays)
+    ->Iterations(10)
+    ->Unit(benchmark::kMillisecond);
+
+/// Trees of the engine, one after the other in each thread.
+void bihBuild(benchmark::State& state) {
+    ray_scene scene(engineTriangles(1));
+    for (auto _ : state)
+        compile(scene.list, scene.tree, picking);
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * scene.list.count));
+}
+BENCHMARK(bihBuild)->Threads(1)->Threads(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+/// The engine several times at the same place: nodes below the root, their bound, time of a camera
+/// ray, and memory of a tree that rays have gone through, list included.
+void equalParts(benchmark::State& state) {
+    const auto copies = static_cast<unsigned>(state.range(0));
+    const ray_scene scene(engineTriangles(copies));
+    const std::vector<ray> rays = cameraRays(scene);
+    double best = 1e9;
+    for (auto _ : state)
+        best = std::min(best, secondsOf(rays, [&](const ray& r) { return fire(scene, r); }));
+    const auto count = static_cast<double>(scene.list.count);
+    state.counters["ns_per_ray"] = 1e9 * best / static_cast<double>(rays.size());
+    state.counters["nodes"] = static_cast<double>(scene.tree.node_count);
+    state.counters["bound"] =
+        std::max(2.0, 2.0 * (picking.max_depth + 1) * count / (picking.max_elements + 1));
+    const auto* const companion = static_cast<const morva::detail::ray_companion*>(
+        scene.tree.companions.find(morva::companion_slot::rays));
+    state.counters["bytes_each"] =
+        (36 * count + 8 * count + 24 * static_cast<double>(scene.tree.node_capacity) +
+         static_cast<double>(companion->bytes())) /
+        count;
+}
+BENCHMARK(equalParts)->Arg(1)->Arg(2)->Arg(4)->Arg(8)->Iterations(5)->Unit(benchmark::kMillisecond);
+
+} // namespace

@@ -1,0 +1,210 @@
+#include "tests/support/shortage.h"
+
+#include "ray_scenes.h"
+
+namespace {
+
+using morva::bih_tree;
+using morva::build_setup;
+using morva::compile;
+using morva::empty_trace_statistics;
+using morva::refresh_bounding_box;
+using morva::triangle_count;
+
+/// Nodes as plain numbers, planes to the last bit.
+using node_numbers = std::vector<std::array<std::int64_t, 4>>;
+node_numbers numbers_of(const bih_tree<float>& tree) {
+    node_numbers numbers;
+    for (std::uint64_t i = 0; tree.nodes != nullptr && i <= tree.node_count; ++i) {
+        const auto& n = tree.nodes[i];
+        if (n.is_leaf())
+            numbers.push_back({n.right, n.axis, n.first, n.count});
+        else
+            numbers.push_back({n.right, n.axis, bits_of(n.left_plane), bits_of(n.right_plane)});
+    }
+    return numbers;
+}
+
+void expect_same(const bih_tree<float>& tree, const naive_bih& twin) {
+    node_numbers numbers;
+    for (const naive_bih_node& n : twin.nodes) {
+        if (n.axis < 0)
+            numbers.push_back({-1, -1, std::int64_t(n.first), std::int64_t(n.count)});
+        else
+            numbers.push_back({n.right, n.axis, bits_of(n.left_plane), bits_of(n.right_plane)});
+    }
+    EXPECT_EQ(numbers_of(tree), numbers);
+    EXPECT_EQ(std::vector(tree.indices, tree.indices + tree.index_count), twin.indices);
+    EXPECT_EQ(tree.leaf_count, twin.leaves);
+    EXPECT_EQ(tree.max_depth_reached, twin.deepest);
+    EXPECT_EQ(tree.max_leaf_size, twin.fullest);
+    std::uint64_t room = 2 * twin.indices.size();
+    while (room < twin.nodes.size())
+        room *= 2;
+    EXPECT_EQ(tree.node_capacity, room);
+    EXPECT_EQ(tree.active, 1);
+    EXPECT_EQ(triangle_count<float>(tree, 0), twin.indices.size());
+    EXPECT_EQ(triangle_count<float>(tree, unsigned(twin.nodes.size())), 0U);
+}
+
+void expect_empty(const bih_tree<float>& tree) {
+    EXPECT_EQ(tree.active, 0);
+    EXPECT_TRUE(tree.nodes == nullptr && tree.indices == nullptr);
+    EXPECT_EQ(tree.node_capacity + tree.index_count + tree.node_count + tree.leaf_count +
+                  tree.max_depth_reached + tree.max_leaf_size,
+              0U);
+}
+
+/// Triangles whose corners lie in the boxes, at their ends.
+flat_triangles triangles_in(const std::vector<box3>& boxes, std::mt19937& random) {
+    flat_triangles triangles(boxes.size());
+    for (std::size_t i = 0; i < boxes.size(); ++i)
+        for (float3* corner : {&triangles[i].a, &triangles[i].b, &triangles[i].c})
+            for (std::size_t a = 0; a < 3; ++a)
+                (*corner)[a] = boxes[i][a][random() % 2];
+    return triangles;
+}
+
+TEST(BihCompile, BuildsTheTreeOfItsNaiveTwinOverArraysAndOverFlatTriangles) {
+    std::mt19937 random(310);
+    bih_tree<float> tree, flat;
+    for (int round = 0; round < 1500; ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        const build_setup setup{std::uint32_t(random() % 6),
+                                std::array<std::uint32_t, 5>{0, 1, 5, 50, 5000}[random() % 5]};
+        const std::size_t few = setup.max_elements;
+        const std::size_t count =
+            std::array<std::size_t, 6>{1, 2, few, few + 1, 40, 200}[random() % 6];
+        auto boxes = make_boxes(random, std::max<std::size_t>(count, 1),
+                                trouble(round % int(trouble::count)));
+        for (box3& box : boxes) // a moderate distance, and the planes of the halves at times
+            for (auto& range : box)
+                if (round % 5 == 0)
+                    range = {range[0] + 1e6f, range[1] + 1e6f};
+        whole_boxes geoset(boxes);
+        compile(geoset, tree, setup);
+        expect_same(tree, naive_bih(boxes, geoset.bbox, setup));
+        flat_triangles triangles = triangles_in(boxes, random);
+        flat_list list = list_of(triangles);
+        compile(list, flat, setup);
+        expect_same(flat, naive_bih(extents_of(triangles), calc_bounding_box(list), setup));
+        EXPECT_EQ(bits_of(list.box.max[2]), bits_of(calc_bounding_box(list).max[2]));
+    }
+}
+
+TEST(BihCompile, StaysBoundedForEqualElements) {
+    std::mt19937 random(311);
+    for (const unsigned deep : {0U, 50U, 100000U})
+        for (const std::size_t copies : {1, 2, 4, 8, 40}) {
+            std::vector<box3> boxes = make_boxes(random, 200 / copies, trouble::none);
+            const std::size_t distinct = boxes.size();
+            for (std::size_t i = distinct; i < copies * distinct; ++i)
+                boxes.push_back(boxes[i % distinct]);
+            whole_boxes geoset(boxes);
+            bih_tree<float> tree;
+            compile(geoset, tree, {3, deep});
+            const std::uint64_t levels = std::min(deep, 1000U) + 1;
+            EXPECT_LE(tree.node_count, std::max<std::uint64_t>(2, 2 * levels * boxes.size() / 4));
+            EXPECT_EQ(tree.max_depth_reached >= 1000, copies > 3 && deep > 1000);
+            EXPECT_LE(tree.max_depth_reached, 1000U);
+        }
+}
+
+/// More elements than there are numbers for; none of them is ever asked for.
+struct endless {
+    using scalar_type = float;
+    std::uint64_t size = std::uint64_t(1) << 31;
+    float* axis_min[3] = {};
+    float* axis_max[3] = {};
+    morva::float_box bbox;
+};
+
+TEST(BihCompile, FailsAsAWholeAndLeavesWhatItDoesNotBegin) {
+    std::mt19937 random(312);
+    const auto boxes = make_boxes(random, 30, trouble::coincident);
+    whole_boxes geoset(boxes), none({});
+    endless many;
+    const naive_bih twin(boxes, refresh_bounding_box(geoset), {1, 300});
+    failInTurn(1, [&](const auto& starved) {
+        bih_tree<float> tree;
+        compile(geoset, tree, {2, 7});
+        const auto before = numbers_of(tree);
+        compile(none, tree, {1, 300});
+        EXPECT_THROW(compile(many, tree, {1, 300}), std::length_error);
+        EXPECT_EQ(numbers_of(tree), before);
+        EXPECT_EQ(tree.active, 1);
+        if (starved([&] { compile(geoset, tree, {1, 300}); }))
+            expect_empty(tree);
+        else
+            expect_same(tree, twin);
+    });
+    bih_tree<float> tree;
+    tree.node_count = (std::uint64_t(1) << 31) - 2; // the next node has no number
+    EXPECT_THROW(process_node(tree, 0, geoset, 0, 0, geoset.bbox, 0, build_setup{1, 1}),
+                 std::length_error);
+    tree.release();
+    expect_empty(tree);
+    EXPECT_EQ(triangle_count<float>(tree, 0), 0U);
+}
+
+TEST(BihProcessNode, BuildsByHandFromNoRoomOnAndDropsCompanions) {
+    static int alive = 0;
+    struct counted : morva::bih_companion {};
+    std::mt19937 random(313);
+    const auto boxes = make_boxes(random, 1, trouble::none);
+    whole_boxes geoset(boxes);
+    const auto box = refresh_bounding_box(geoset);
+    bih_tree<float> tree;
+    tree.indices = new std::uint64_t[1]{0};
+    tree.index_count = 1;
+    EXPECT_FALSE(tree.companions.due(morva::companion_slot::rays, 2));
+    EXPECT_TRUE(tree.companions.due(morva::companion_slot::rays, 2));
+    EXPECT_FALSE(tree.companions.due(morva::companion_slot::rays, 2)) << "somebody is at it";
+    auto* const companion = new counted;
+    companion->destroy = [](morva::bih_companion* gone) {
+        delete static_cast<counted*>(gone);
+        --alive;
+    };
+    ++alive;
+    tree.companions.publish(morva::companion_slot::rays, companion);
+    EXPECT_EQ(tree.companions.find(morva::companion_slot::rays), companion);
+    EXPECT_EQ(tree.companions.find(morva::companion_slot::fitted_boxes), nullptr);
+    process_node(tree, 0, geoset, 0, 1, box, 0, build_setup{3, 50});
+    EXPECT_EQ(alive, 0);
+    EXPECT_EQ(tree.companions.find(morva::companion_slot::rays), nullptr);
+    EXPECT_TRUE(tree.companions.due(morva::companion_slot::rays, 1)) << "counted anew";
+    EXPECT_EQ(tree.node_capacity, 4U) << "2 for the root, twice that for its children";
+    EXPECT_EQ(tree.node_count, 2U);
+    EXPECT_EQ(triangle_count<float>(tree, 1) + triangle_count<float>(tree, 2), 1U);
+}
+
+TEST(FireRayRec, GoesOnWithoutACompanionWhereMemoryOrItsTrianglesAreGone) {
+    ball_rays ball(2000);
+    flat_triangles moved = ball.triangles;
+    flat_list other = list_of(moved);
+    failInTurn(1, [&](const auto& starved) {
+        bih_tree<float> tree;
+        compile(ball.list, tree, {3, 50});
+        std::size_t wrong = 0;
+        const bool failed = starved([&] {
+            for (std::size_t i = 0; i < ball.rays.size(); ++i) {
+                test_ray ray = ball.rays[i];
+                fire(tree, i < 1500 ? ball.list : other, ray);
+                wrong += same_hits(ray.hit, ball.twins[i].hit) ? 0 : 1;
+            }
+        });
+        EXPECT_EQ(wrong, 0U);
+        EXPECT_EQ(companion_of(tree) == nullptr, failed);
+    });
+    bih_tree<float> tree; // and in a tree without nodes, or at a node that is not there, none
+    test_ray ray = ball.rays[0];
+    empty_trace_statistics none;
+    for (const int node : {0, -1, 100000}) {
+        fire_ray_rec(tree, node, ball.list, ray.from, ray.to, ray.inverse, 0.0f, 1.0f, ray.hit,
+                     none, -1);
+        EXPECT_EQ(ray.hit.hit, ball.rays[0].hit.hit);
+        compile(ball.list, tree, {3, 50});
+    }
+}
+
+} // namespace

@@ -1,0 +1,177 @@
+#pragma once
+
+// Triangles and rays that make trouble: on edge, in the planes of triangles, along axes, far, tiny.
+
+#include "naive_bih.h"
+
+namespace morva_test {
+
+using morva::bih_tree;
+using morva::empty_trace_statistics;
+
+struct test_ray {
+    float3 from, to, inverse;
+    float t_min = 0, t_max = 0;
+    int ignored = -1;
+    ray_hit hit;
+};
+
+/// Floats by their bits, where not even NaN equals all others.
+inline std::uint32_t kind_of(float x) { return std::isnan(x) ? 0x7fc00000U : bits_of(x); }
+
+inline bool same_hits(const ray_hit& a, const ray_hit& b) {
+    bool same = a.hit == b.hit && a.index == b.index && a.two_sided == b.two_sided &&
+                a.extra == b.extra && kind_of(a.t) == kind_of(b.t);
+    for (std::size_t i = 0; i < 3; ++i)
+        same = same && kind_of(a.point[i]) == kind_of(b.point[i]) &&
+               kind_of(a.normal[i]) == kind_of(b.normal[i]);
+    return same;
+}
+
+/// What is wrong with the triangles of a scene.
+enum class mesh { soup, ball, slivers, stairs, far_ball, tiny, huge, copies, spoiled, count };
+
+inline float3 point_in(std::mt19937& random, float size) {
+    std::uniform_real_distribution<float> unit(-size, size);
+    return {unit(random), unit(random), unit(random)};
+}
+
+inline float3 on_ball(int step, int turn) {
+    const float a = 0.13f * float(step), b = 0.29f * float(turn);
+    return {std::sin(a) * std::cos(b), std::sin(a) * std::sin(b), std::cos(a)};
+}
+
+inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
+    flat_triangles made;
+    const auto add = [&](const float3& a, const float3& b, const float3& c) {
+        made.push_back({a, b, c});
+    };
+    const auto shifted = [](float3 p, const float3& by, float factor) {
+        for (std::size_t i = 0; i < 3; ++i)
+            p[i] += by[i] * factor;
+        return p;
+    };
+    for (int i = 0; i < 300 && (kind == mesh::soup || kind == mesh::spoiled); ++i) {
+        const float3 a = point_in(random, 1);
+        const float3 b = shifted(a, point_in(random, 1), 0.2f);
+        add(a, b, i % 7 == 0 ? b : shifted(a, point_in(random, 1), 0.2f));
+    }
+    for (int i = 0; i < 400 && kind == mesh::slivers; ++i) { // in few planes, long and thin
+        const float3 side = point_in(random, 1), a = point_in(random, i % 2 ? 1.0f : 0.0f);
+        const float thin = std::pow(0.1f, float(i % 9));
+        const float3 b = shifted(a, side, 1);
+        add(a, b, shifted(shifted(b, side, 0.1f), point_in(random, 1), thin));
+    }
+    for (int i = 0; i < 100 && kind == mesh::stairs; ++i) { // across the axes, on one grid
+        const float x = float(i % 10) * 0.25f, y = float(i / 10) * 0.25f, z = float(i % 4) * 0.25f;
+        const float3 p{x, y, z}, u{x + 0.25f, y, z}, v{x, y + 0.25f, z}, w{x, y, z + 0.25f};
+        add(p, u, v);
+        add(u, {x + 0.25f, y + 0.25f, z}, v);
+        add(p, v, w);
+        add(p, w, u);
+    }
+    const int patches = !made.empty() ? 0 : kind == mesh::copies ? 88 : 24 * 22;
+    for (int i = 0; i < patches; ++i) {
+        const int s = i / 22, t = i % 22;
+        add(on_ball(s, t), on_ball(s + 1, t), on_ball(s + 1, t + 1));
+        add(on_ball(s, t), on_ball(s + 1, t + 1), on_ball(s, t + 1));
+    }
+    const float scale = kind == mesh::tiny ? 1e-7f : kind == mesh::huge ? 3e12f : 1.0f;
+    for (auto& t : made)
+        for (float3* corner : {&t.a, &t.b, &t.c})
+            for (std::size_t i = 0; i < 3; ++i)
+                (*corner)[i] = (*corner)[i] * scale + (kind == mesh::far_ball ? 3e4f : 0.0f);
+    if (kind == mesh::spoiled)
+        for (std::size_t i = 0; i < 30; ++i)
+            made[random() % made.size()].b[random() % 3] = i % 2 ? NAN : INFINITY;
+    for (std::size_t i = 0, n = made.size(); kind == mesh::copies && i < 7 * n; ++i)
+        made.push_back(made[i % n]);
+    return made;
+}
+
+/// A ray at the triangles, of one of several troublesome kinds.
+inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
+                         const flat_list& list) {
+    const auto any = [&]() -> const morva::float_triangle& {
+        return triangles[random() % triangles.size()];
+    };
+    std::uniform_real_distribution<float> unit(-0.2f, 1.2f);
+    const auto at = [](const morva::float_triangle& t, float v, float w) {
+        float3 p;
+        for (std::size_t i = 0; i < 3; ++i)
+            p[i] = t.a[i] + v * (t.b[i] - t.a[i]) + w * (t.c[i] - t.a[i]);
+        return p;
+    };
+    const float size = std::max({list.box.extent[0], list.box.extent[1], list.box.extent[2]});
+    test_ray ray;
+    const auto &t = any(), &u = any();
+    ray.from = at(t, unit(random), unit(random)); // in a plane; outside, often
+    float3 goal = random() % 4 == 0 ? u.b : at(u, unit(random), 0.5f * unit(random));
+    const auto kind = random() % 8;
+    if (kind < 3) // from outside, from near or from far
+        for (std::size_t i = 0; i < 3; ++i)
+            ray.from[i] += (random() % 2 ? 1.0f : -1.0f) * size * (kind == 2 ? 30.0f : 1.0f);
+    if (kind == 3) // along the plane that it starts in
+        goal = at(t, 5 * unit(random) - 2, 5 * unit(random) - 2);
+    float3 direction;
+    for (std::size_t i = 0; i < 3; ++i)
+        direction[i] = goal[i] - ray.from[i];
+    if (kind == 4 || kind == 5) // along an axis, or across one; both zeros
+        for (std::size_t i = 0; i < 3; ++i)
+            if ((i == random() % 3) == (kind == 5))
+                direction[i] = random() % 2 ? 0.0f : -0.0f;
+    if (random() % 4 != 0)
+        direction.normalize();
+    for (std::size_t i = 0; i < 3; ++i)
+        ray.inverse[i] = 1 / direction[i];
+    if (random() % 16 == 0 ||
+        !morva::clip_ray(list.box, ray.from, direction, ray.t_min, ray.t_max)) {
+        ray.t_min = 0;
+        ray.t_max = 4 * size;
+    }
+    for (std::size_t i = 0; i < 3; ++i)
+        ray.to[i] = direction[i] * ray.t_max + ray.from[i];
+    if (random() % 32 == 0) // where even triangles without area are hit
+        ray.to[random() % 3] = random() % 2 ? INFINITY : NAN;
+    if (random() % 8 == 0)
+        ray.ignored = int(random() % triangles.size());
+    if (random() % 32 == 0) { // a hit is there already
+        ray.hit.hit = ray.hit.two_sided = true;
+        ray.hit.t = unit(random);
+        ray.hit.point = goal;
+        ray.hit.extra = 7;
+    }
+    return ray;
+}
+
+inline void fire(const bih_tree<float>& tree, const flat_list& list, test_ray& ray) {
+    empty_trace_statistics none;
+    fire_ray_rec(tree, 0, list, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit, none,
+                 ray.ignored);
+}
+
+inline const void* companion_of(const bih_tree<float>& tree) {
+    return tree.companions.find(morva::companion_slot::rays);
+}
+
+/// Rays and what the naive descent finds, at a ball.
+struct ball_rays {
+    std::mt19937 random{331};
+    flat_triangles triangles = make_mesh(random, mesh::ball);
+    flat_list list = list_of(triangles);
+    std::vector<test_ray> rays, twins;
+
+    explicit ball_rays(std::size_t count) {
+        bih_tree<float> tree; // less used than what gets a companion
+        for (std::size_t i = 0; i < count; ++i) {
+            if (i % 100 == 0)
+                compile(list, tree, {3, 50});
+            rays.push_back(make_ray(random, triangles, list));
+            twins.push_back(rays.back());
+            fire(tree, list, twins.back());
+        }
+        EXPECT_EQ(companion_of(tree), nullptr);
+    }
+};
+
+} // namespace morva_test

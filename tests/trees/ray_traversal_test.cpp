@@ -1,0 +1,149 @@
+#include <atomic>
+#include <list>
+
+#include "ray_scenes.h"
+
+namespace {
+
+using morva::bih_tree;
+using morva::empty_trace_statistics;
+
+class FireRayRecOracle : public testing::TestWithParam<int> {};
+
+// 120,000 rays of each kind: over a million.
+TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
+    std::mt19937 random(330);
+    std::size_t hits = 0;
+    for (unsigned scene = 0; scene < 6; ++scene) {
+        flat_triangles triangles = make_mesh(random, mesh(GetParam()));
+        flat_list list = list_of(triangles);
+        bih_tree<float> tree;
+        const morva::build_setup setup{scene % 2 == 0 ? 3U : 9U, 50};
+        compile(list, tree, setup);
+        const naive_bih naive(extents_of(triangles), list.box, setup);
+        for (int i = 0; i < 20000; ++i) {
+            test_ray ray = make_ray(random, triangles, list), twin = ray;
+            fire(tree, list, ray);
+            naive_ray{naive, triangles, twin.from, twin.to, twin.inverse, twin.ignored, twin.hit}
+                .fire(0, twin.t_min, twin.t_max);
+            ASSERT_TRUE(same_hits(ray.hit, twin.hit)) << "scene " << scene << ", ray " << i;
+            hits += ray.hit.hit ? 1 : 0;
+        }
+        EXPECT_NE(companion_of(tree), nullptr);
+    }
+    EXPECT_GT(hits, 6000U);
+}
+
+INSTANTIATE_TEST_SUITE_P(Meshes, FireRayRecOracle, testing::Range(0, int(mesh::count)));
+
+TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
+    const ball_rays ball(4000);
+    for (int round = 0; round < 8; ++round) {
+        flat_list list = ball.list;
+        bih_tree<float> tree;
+        compile(list, tree, {3, 50});
+        std::atomic<int> wrong{0};
+        inThreads(4, [&](unsigned) {
+            for (std::size_t i = 0; i < ball.rays.size(); ++i) {
+                test_ray ray = ball.rays[i];
+                fire(tree, list, ray);
+                wrong += same_hits(ray.hit, ball.twins[i].hit) ? 0 : 1;
+            }
+        });
+        EXPECT_EQ(wrong, 0);
+        EXPECT_NE(companion_of(tree), nullptr);
+    }
+}
+
+/// A scene of geosets with trees of their own, as far as rays look into it.
+struct scene_of_lists : whole_boxes {
+    struct element : flat_list {
+        morva::float_box bbox;
+    };
+    unsigned built_count = 0;
+    bih_tree<float> trees[3];
+    element geosets[3];
+
+    /// Sheets across z, 2 wide, to be seen from below.
+    explicit scene_of_lists(const std::vector<float>& heights) : whole_boxes({}) {
+        for (const float z : heights) {
+            sheets_.push_back(
+                {{{-1, -1, z}, {-1, 1, z}, {1, -1, z}}, {{1, 1, z}, {1, -1, z}, {-1, 1, z}}});
+            element& made = geosets[built_count];
+            static_cast<flat_list&>(made) = list_of(sheets_.back());
+            compile(static_cast<flat_list&>(made), trees[built_count++], {3, 50});
+            made.bbox = {{-1, -1, z}, {1, 1, z}, {2, 2, 0}};
+            add({{{-1, 1}, {-1, 1}, {z, z}}});
+        }
+    }
+
+  private:
+    std::list<flat_triangles> sheets_;
+};
+
+TEST(FireRayRec, FindsTheNearestElementOfASceneByDistance) {
+    const struct {
+        std::vector<float> heights;
+        float x;
+        int not_built, ignored, index;
+        float distance;
+        const char* told;
+    } rows[] = {{{5, 3, 9}, 0.5f, 0, -1, 1, 2, ""},  {{5, 3, 9}, 0.5f, 0, 1, 0, 4, ""},
+                {{5, 3, 9}, 1.5f, 0, -1, -1, 0, ""}, // beside all of them, on an axis across
+                {{3, 3}, 0.5f, 0, -1, 0, 2, ""},     // the first stays
+                {{3}, 0.5f, 1, 0, 1, 2, "1\n"},      // the last that there is
+                {{}, 0.5f, 1, -1, -1, 0, "0\n"}};
+    for (const auto& row : rows) {
+        scene_of_lists scene(row.heights);
+        for (int i = 0; i < row.not_built; ++i)
+            scene.add({{{-1, 1}, {-1, 1}, {3, 3}}});
+        bih_tree<float> tree;
+        compile(scene, tree, {1, 20});
+        ray_hit hit;
+        empty_trace_statistics none;
+        const stream_capture told(std::cout);
+        fire_ray_rec(tree, 0, scene, float3{row.x, 0.5f, 1}, float3{row.x, 0.5f, 9},
+                     float3{INFINITY, INFINITY, 1}, 0.0f, 8.0f, hit, none, row.ignored);
+        const std::string message = "Morva_osg_scene_geoset.simple_object(), no element with ";
+        EXPECT_EQ(told.text(), *row.told == 0 ? "" : message + row.told);
+        EXPECT_EQ(hit.hit ? hit.index : -1, row.index);
+        EXPECT_EQ(hit.t, row.distance);
+        EXPECT_EQ(hit.normal[2], hit.hit ? -1.0f : 0.0f);
+    }
+}
+
+TEST(IntersectSegTriangle, TriesTheBackFirstIfAskedAndCountsEdgesAndEnds) {
+    std::mt19937 random(332);
+    const naive_bih no_tree({}, {}, {});
+    for (int i = 0; i < 40000; ++i) {
+        const bool exact = i % 2 == 0; // on a grid of a few points edges and ends are common
+        const auto point = [&] {
+            float3 p = point_in(random, 2);
+            for (std::size_t a = 0; exact && a < 3; ++a)
+                p[a] = std::round(p[a]);
+            return p;
+        };
+        const float3 a = point(), b = point(), c = point(), p = point(), q = point();
+        ray_hit hit, twin;
+        hit.hit = i % 3 == 0;
+        hit.index = twin.index = 5;
+        hit.two_sided = twin.two_sided = i % 4 < 2;
+        for (const bool reversed : {true, false}) {
+            if (reversed ? !hit.two_sided : twin.hit)
+                continue;
+            const flat_triangles one{reversed ? morva::float_triangle{a, c, b}
+                                              : morva::float_triangle{a, b, c}};
+            naive_ray{no_tree, one, p, q, {}, -1, twin}.triangle(0);
+            const auto n = cross_of(less(one[0].b, a), less(one[0].c, a));
+            twin.normal = {n[0], n[1], n[2]};
+        }
+        intersect_seg_triangle(a, b, c, p, q, hit);
+        twin.index = 5;
+        twin.two_sided = i % 4 < 2;
+        if (!hit.hit)
+            twin.t = hit.t;
+        ASSERT_TRUE(same_hits(hit, twin)) << i;
+    }
+}
+
+} // namespace
