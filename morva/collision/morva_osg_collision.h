@@ -17,8 +17,8 @@
 // contains() of morva_osg_containment.h. Switches and levels of detail count with all children.
 //
 // Trees are made or built anew on demand, and stay when a node moves. After a core's tree was asked
-// a lot, a companion of it (morva_osg_fitted_boxes.h) makes the descent skip what can't touch,
-// with the same answer.
+// a lot, a companion of it makes the descent skip what can't touch, with the same answer: that of
+// every step in single precision, contacts by rounding of faces in one plane included.
 //
 // Threads: one at a time for the same cores; volumes are brought up to date.
 
