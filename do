@@ -175,7 +175,7 @@ fuzz() {
 }
 
 bench() {
-    need libbenchmark-dev libmeshoptimizer-dev libembree-dev gltfpack
+    need libbenchmark-dev libmeshoptimizer-dev libembree-dev libfcl-dev gltfpack
     build release -DMORVA_BENCH=ON
     say "benchmarks"
     ./bench/run.sh build/release/bench

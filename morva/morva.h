@@ -2,6 +2,8 @@
 
 // Every public header of the library: these, and what they include, are what is installed.
 
+#include <morva/collision/morva_osg_collision.h>
+#include <morva/collision/morva_osg_containment.h>
 #include <morva/core/morva_huge_pages.h>
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_osg.h>
