@@ -52,7 +52,9 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         return p;
     };
     for (int i = 0; i < 300 && (kind == mesh::soup || kind == mesh::spoiled); ++i) {
-        const float3 a = point_in(random, 1);
+        float3 a = point_in(random, 1); // half of them in heaps, with much between
+        for (std::size_t k = 0; i % 2 == 0 && k < 3; ++k)
+            a[k] = std::round(a[k]) + 0.05f * a[k];
         const float3 b = shifted(a, point_in(random, 1), 0.2f);
         add(a, b, i % 7 == 0 ? b : shifted(a, point_in(random, 1), 0.2f));
     }
@@ -131,11 +133,13 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
     }
     for (std::size_t i = 0; i < 3; ++i)
         ray.to[i] = direction[i] * ray.t_max + ray.from[i];
+    if (random() % 8 == 0) // hits lie beyond
+        ray.t_max *= unit(random);
     if (random() % 32 == 0) // where even triangles without area are hit
         ray.to[random() % 3] = random() % 2 ? INFINITY : NAN;
     if (random() % 8 == 0)
         ray.ignored = int(random() % triangles.size());
-    if (random() % 32 == 0) { // a hit is there already
+    if (random() % 8 == 0) { // a hit is there already
         ray.hit.hit = ray.hit.two_sided = true;
         ray.hit.t = unit(random);
         ray.hit.point = goal;
