@@ -76,6 +76,14 @@ template <typename scalar_type, typename point_type, typename vector_type> struc
     }
 };
 
+/// The axis on which a box is longest, by its stored extent; of equal ones the highest.
+template <typename Box> int longest_axis(const Box& box) {
+    const auto& extent = box.extent;
+    if (extent[0] > extent[1])
+        return extent[0] > extent[2] ? 0 : 2;
+    return extent[1] > extent[2] ? 1 : 2;
+}
+
 /// Three corners in winding order, without normal or index.
 template <typename Scalar, typename Point, typename Vector> struct simple_triangle {
     using scalar_type = Scalar;

@@ -43,14 +43,6 @@ inline void check_bih_count(std::uint64_t count) {
 /// Levels below this are not made, however deep a setup wants to go: descents are recursive.
 constexpr std::uint32_t bih_depth_limit = 1000;
 
-/// The axis of the longest extent; of equal ones the last.
-template <typename Box> int longest_axis_of_bih(const Box& box) {
-    const auto& size = box.extent;
-    if (size[0] > size[1])
-        return size[0] > size[2] ? 0 : 2;
-    return size[1] > size[2] ? 1 : 2;
-}
-
 /// Builds a tree from one node on, in pre-order.
 template <typename Geoset, typename Box> class bih_builder {
   public:
@@ -65,7 +57,7 @@ template <typename Geoset, typename Box> class bih_builder {
                 std::uint32_t depth) {
         tree_.check_resize(node);
         tree_.max_depth_reached = std::max<std::uint64_t>(tree_.max_depth_reached, depth);
-        const int axis = longest_axis_of_bih(box);
+        const int axis = longest_axis(box);
         const auto a = static_cast<std::size_t>(axis);
         const scalar middle = box.extent[a] * scalar(0.5f) + box.min[a];
         const cut here = partition(first, count, axis, middle, box.min[a], box.max[a]);

@@ -240,14 +240,6 @@ class ranges_on_stack {
     side_lists sides_;
 };
 
-/// The longest axis of a box; of equal ones the highest.
-template <typename Box> int longest_axis(const Box& box) {
-    const auto& extent = box.extent;
-    if (extent[0] > extent[1])
-        return extent[0] > extent[2] ? 0 : 2;
-    return extent[1] > extent[2] ? 1 : 2;
-}
-
 /// The nodes in pre-order; one object per build.
 template <typename Geoset, typename Box, typename Strategy, typename Ranges> class kd_builder {
   public:
