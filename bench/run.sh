@@ -12,6 +12,9 @@ for program in "$programs"/bench_*; do
     "$program" --benchmark_counters_tabular=true
 done
 
+echo "== picks in optimised scenes: how many tell the part that they tell in the file, in percent"
+"$programs/morva_pick_equivalence"
+
 # Times and peaks of first calls: in turn, so that a slow minute of the machine meets all alike.
 echo "== bench_merge_threads, five processes for each row"
 for _ in 1 2 3 4 5; do

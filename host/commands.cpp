@@ -1,8 +1,5 @@
 #include "commands.h"
 
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -18,6 +15,8 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
+#include "collide_command.h"
+#include "console.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -28,6 +27,7 @@
 #include "parameter_notes.h"
 #include "part_names.h"
 #include "part_table.h"
+#include "pick_command.h"
 #include "report.h"
 #include "scene_walk.h"
 #include "staged_output.h"
@@ -100,25 +100,8 @@ morva::output_sink shownParts(bool lines, progress& steps) {
     return ::osg::NodeRefPtr(result);
 }
 
-void tellNotes(const std::vector<std::string>& notes, bool quiet) {
-    if (quiet)
-        return;
-    for (const std::string& note : notes)
-        std::cerr << "morva: note: " << note << "\n";
-}
-
 staged_output* addUnlessEmpty(output_set& outputs, const std::string& path) {
     return path.empty() ? nullptr : &outputs.add(path);
-}
-
-/// Prints what is to be told on standard output and makes sure that it went out.
-void tell(const std::string& text) {
-    errno = 0;
-    std::cout << text << std::flush;
-    // The second remembers what went wrong with the optimiser's lines.
-    if (!std::cout || std::ferror(stdout) != 0)
-        throw host_error(std::string("cannot write to standard output") +
-                         (errno != 0 ? std::string(": ") + std::strerror(errno) : ""));
 }
 
 /// The end of every command: tells, and puts all files in their places if that went well.
@@ -147,12 +130,6 @@ void noteBroughtIds(std::size_t cores, run_report& report) {
         report.notes.push_back(std::to_string(cores) +
                                (cores == 1 ? " geometry brings" : " geometries bring") +
                                " IDs in coordinate set 7: those of the ID map take their place");
-}
-
-void refuseFaults(const scene_statistics& scene, const std::string& path) {
-    if (scene.faulty_cores != 0)
-        throw host_error("'" + path + "' is damaged: " + std::to_string(scene.faulty_cores) +
-                         " geometries have indices behind their last position");
 }
 
 void refuseEmpty(const scene_statistics& scene) {
@@ -238,6 +215,23 @@ void info(const options& chosen) {
     finish(chosen, report, report_stage, outputs);
 }
 
+namespace {
+
+void carryOut(const options& chosen) {
+    switch (chosen.what) {
+    case command::optimize:
+        return optimize(chosen);
+    case command::info:
+        return info(chosen);
+    case command::pick:
+        return pick(chosen);
+    case command::collide:
+        return collide(chosen);
+    }
+}
+
+} // namespace
+
 int run(int argc, const char* const* argv) {
     const memory_watch memory;
     try {
@@ -246,18 +240,15 @@ int run(int argc, const char* const* argv) {
             tell("");
             return exit_good;
         }
-        if (chosen->what == command::optimize)
-            optimize(*chosen);
-        else
-            info(*chosen);
+        carryOut(*chosen);
         return exit_good;
     } catch (const host_error& error) {
-        std::cerr << "morva: " << error.what() << "\n";
+        tellError(error.what());
         return error.code;
     } catch (const std::bad_alloc&) {
-        std::cerr << "morva: out of memory\n";
+        tellError("out of memory");
     } catch (const std::exception& error) {
-        std::cerr << "morva: " << error.what() << "\n";
+        tellError(error.what());
     }
     return exit_failed;
 }

@@ -12,49 +12,117 @@ namespace morva::host {
 
 namespace {
 
-void addCommon(CLI::App& app, options& chosen) {
+void addInput(CLI::App& app, options& chosen) {
     app.add_option("IN", chosen.input, "model file to read")->required();
+}
+
+void addCommon(CLI::App& app, options& chosen) {
+    addInput(app, chosen);
     app.add_option("--report", chosen.report, "write the figures as JSON to this file");
     app.add_flag("-q,--quiet", chosen.quiet, "print errors only");
+}
+
+CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
+    CLI::App& optimize = *app.add_subcommand("optimize", "read, optimise, write, report");
+    addCommon(optimize, chosen);
+    optimize.add_option("-o,--output", chosen.output, "model file to write")->required();
+    optimize
+        .add_option("-p,--parameters", chosen.parameters,
+                    "what to do, as key(value),key(value),...")
+        ->capture_default_str();
+    optimize
+        .add_option("--names", names,
+                    "unique: give each part a path-like name of its own; keep: leave names")
+        ->check(CLI::IsMember({"keep", "unique"}))
+        ->capture_default_str();
+    optimize.add_flag("--overwrite", chosen.overwrite,
+                      "OUT may be IN, and files that belong to OUT may replace others");
+    optimize.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
+    return optimize;
+}
+
+/// The rays of `morva pick` as they are written.
+struct ray_texts {
+    std::string from, direction, to, file;
+};
+
+CLI::App& addPick(CLI::App& app, options& chosen, ray_texts& rays) {
+    CLI::App& pick = *app.add_subcommand("pick", "tell which part a ray hits, and where");
+    addInput(pick, chosen);
+    CLI::Option* const file = pick.add_option(
+        "--rays", rays.file, "file with one ray a line: six numbers, origin and direction");
+    CLI::Option* const from = pick.add_option("--from", rays.from, "origin of a ray, in the world");
+    CLI::Option* const direction =
+        pick.add_option("--dir", rays.direction, "its direction, of any length");
+    CLI::Option* const to = pick.add_option("--to", rays.to, "or a point that it goes through");
+    file->type_name("FILE");
+    for (CLI::Option* const triple : {from, direction, to})
+        triple->type_name("X,Y,Z");
+    file->excludes(from)->excludes(direction)->excludes(to);
+    direction->needs(from)->excludes(to);
+    to->needs(from);
+    pick.add_flag("--all", chosen.pick.all, "every hit along the ray, near ones first");
+    pick.add_flag("--both-sides", chosen.pick.both_sides, "triangles seen from behind count, too");
+    pick.add_flag("--json", chosen.pick.json, "one object a ray and line, null for a miss");
+    pick.add_option("-p,--parameters", chosen.pick.parameters,
+                    "optimise the scene in memory as well, and show both answers side by side");
+    return pick;
+}
+
+CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
+    CLI::App& collide = *app.add_subcommand("collide", "tell whether two parts touch, and where");
+    addInput(collide, chosen);
+    collide
+        .add_option("--a", chosen.collide.a, "part or assembly: its path, or a name it alone has")
+        ->type_name("NAME")
+        ->required();
+    collide.add_option("--b", chosen.collide.b, "another one, or rest: all but A")
+        ->type_name("NAME")
+        ->required();
+    collide.add_flag("--all", chosen.collide.all, "every pair of parts that touch");
+    collide
+        .add_option("--poses", poses,
+                    "file with one pose of B a line: its matrix to the world, 16 numbers, row by "
+                    "row")
+        ->type_name("FILE");
+    collide.add_flag("--json", chosen.collide.json, "one object a line");
+    return collide;
 }
 
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
-    if (chosen.what != command::optimize)
-        return;
-    if (!canWrite(chosen.output))
+    if (chosen.what == command::optimize && !canWrite(chosen.output))
         throw host_error("cannot write files like '" + chosen.output +
                              "'; known extensions: " + writableExtensions(),
                          exit_usage);
+}
+
+std::vector<pick_ray> raysOf(const CLI::App& pick, const ray_texts& texts) {
+    if (pick.count("--rays") != 0)
+        return readRays(texts.file);
+    if (pick.count("--dir") == 0 && pick.count("--to") == 0)
+        throw host_error("pick needs --rays, or --from with --dir or --to; see morva pick --help",
+                         exit_usage);
+    return {pick.count("--to") != 0 ? rayTo(texts.from, texts.to)
+                                    : rayAlong(texts.from, texts.direction)};
 }
 
 } // namespace
 
 std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     options chosen;
-    std::string names = "unique";
-    CLI::App app("Rebuilds model files into few, bounded geometry cores.", "morva");
+    std::string names = "unique", poses;
+    ray_texts rays;
+    CLI::App app("Rebuilds model files into few, bounded geometry cores, and looks into them.",
+                 "morva");
     app.set_version_flag("--version", std::string("morva ") + version);
     app.require_subcommand(1);
-
-    CLI::App* optimize = app.add_subcommand("optimize", "read, optimise, write, report");
-    addCommon(*optimize, chosen);
-    optimize->add_option("-o,--output", chosen.output, "model file to write")->required();
-    optimize
-        ->add_option("-p,--parameters", chosen.parameters,
-                     "what to do, as key(value),key(value),...")
-        ->capture_default_str();
-    optimize
-        ->add_option("--names", names,
-                     "unique: give each part a path-like name of its own; keep: leave names")
-        ->check(CLI::IsMember({"keep", "unique"}))
-        ->capture_default_str();
-    optimize->add_flag("--overwrite", chosen.overwrite,
-                       "OUT may be IN, and files that belong to OUT may replace others");
-    optimize->add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
-    CLI::App* info = app.add_subcommand("info", "read and print the figures");
-    addCommon(*info, chosen);
+    const CLI::App& optimize = addOptimize(app, chosen, names);
+    CLI::App& info = *app.add_subcommand("info", "read and print the figures");
+    addCommon(info, chosen);
+    const CLI::App& pick = addPick(app, chosen, rays);
+    const CLI::App& collide = addCollide(app, chosen, poses);
 
     try {
         app.parse(argc, argv);
@@ -65,9 +133,16 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
         }
         throw host_error(std::string(error.what()) + "; see morva --help", exit_usage);
     }
-    chosen.what = optimize->parsed() ? command::optimize : command::info;
+    chosen.what = optimize.parsed() ? command::optimize
+                  : info.parsed()   ? command::info
+                  : pick.parsed()   ? command::pick
+                                    : command::collide;
     chosen.keep_names = names == "keep";
     check(chosen);
+    if (pick.parsed())
+        chosen.pick.rays = raysOf(pick, rays);
+    if (collide.count("--poses") != 0)
+        chosen.collide.poses = readPoses(poses);
     return chosen;
 }
 

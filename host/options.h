@@ -4,10 +4,31 @@
 
 #include <optional>
 #include <string>
+#include <vector>
+
+#include "collide_poses.h"
+#include "pick_rays.h"
 
 namespace morva::host {
 
-enum class command { optimize, info };
+enum class command { optimize, info, pick, collide };
+
+/// What `morva pick` is asked.
+struct pick_options {
+    std::vector<pick_ray> rays;
+    bool all = false;        ///< every hit along a ray
+    bool both_sides = false; ///< triangles seen from behind, too
+    bool json = false;
+    std::optional<std::string> parameters; ///< of the run whose result is picked beside the file
+};
+
+/// What `morva collide` is asked.
+struct collide_options {
+    std::string a, b; ///< names of nodes; "rest" for `b`: all but `a`
+    bool all = false; ///< every pair in contact
+    bool json = false;
+    std::optional<std::vector<collide_pose>> poses; ///< of `b`; none: as it stands
+};
 
 struct options {
     command what = command::info;
@@ -18,13 +39,15 @@ struct options {
     bool keep_names = false;                                    ///< optimize only
     bool overwrite = false;                                     ///< optimize only
     bool quiet = false, verbose = false;
+    pick_options pick;       ///< pick only
+    collide_options collide; ///< collide only
 };
 
-/// Reads the command line.
+/// Reads the command line, and the files of rays and poses that it names.
 ///
 /// returns  the options, or nothing if the command line asked for help or the version, which is
 ///          then printed
-/// errors   host_error with exit_usage
+/// errors   host_error, with exit_usage if the command line or a line of these files is wrong
 std::optional<options> parseCommandLine(int argc, const char* const* argv);
 
 } // namespace morva::host

@@ -55,6 +55,18 @@ std::string withValue(const std::string& parameters, const std::string& key,
     return found ? text : parameters;
 }
 
+std::string withMapInRoot(const std::string& parameters) {
+    if (parameters.empty())
+        return parameters;
+    std::string text = "idmapinroot(true)";
+    for (const std::string& token : morva::osg::tokensOf(parameters, ",")) {
+        const auto entry = entryOf(token);
+        if (entry.count("idmap") == 0 && entry.count("idmapinroot") == 0)
+            text += "," + token;
+    }
+    return text;
+}
+
 std::string withThreads(const std::string& parameters) {
     std::string text = parameters;
     if (text.empty() || morva::osg::parseOptTreeParams(text).count("numthreads") != 0)

@@ -17,6 +17,10 @@ std::vector<std::string> parameterNotes(const std::string& parameters);
 std::string withValue(const std::string& parameters, const std::string& key,
                       const std::string& value);
 
+/// The same parameters without the ID map's file and with the ID map in the root; empty parameters,
+/// which ask for no run, stay empty.
+std::string withMapInRoot(const std::string& parameters);
+
 /// The parameters of a run: with as many threads as there are processors, unless they name the
 /// key. Empty parameters, which ask for no run, stay empty.
 std::string withThreads(const std::string& parameters);

@@ -79,6 +79,7 @@ struct walk {
     bool rename;
     name_register names;
     std::vector<named_part> parts;
+    std::vector<named_part> others; ///< no geometry nodes; their paths are not yet unique
 
     void visit(const ::osg::NodePtr& node, const std::string& above, ::osg::UInt32 place) {
         const std::string own = nameOf(node);
@@ -92,6 +93,8 @@ struct walk {
                 setName(node, unique);
             parts.push_back(
                 {node, node.getFieldContainerId(), original, unique, rename ? unique : original});
+        } else {
+            others.push_back({node, node.getFieldContainerId(), original, path, original});
         }
         for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
             visit(node->getChild(i), path + "/", i);
@@ -114,9 +117,20 @@ void makeTreeSafe(const ::osg::NodePtr& root) {
 }
 
 std::vector<named_part> namedParts(const ::osg::NodePtr& root, bool rename) {
-    walk through{rename, {}, {}};
+    walk through{rename, {}, {}, {}};
     through.visit(root, std::string(), 0);
     return std::move(through.parts);
+}
+
+std::vector<named_part> namedNodes(const ::osg::NodePtr& root) {
+    walk through{false, {}, {}, {}};
+    through.visit(root, std::string(), 0);
+    std::vector<named_part> nodes = std::move(through.parts);
+    for (named_part& other : through.others) {
+        other.path = through.names.unique(other.path);
+        nodes.push_back(std::move(other));
+    }
+    return nodes;
 }
 
 } // namespace morva::host

@@ -16,11 +16,11 @@
 
 namespace morva::host {
 
-/// A geometry node and what it is called in the file.
+/// A node and what it is called in the file.
 struct named_part {
     ::osg::NodePtr node;
     ::osg::UInt32 node_id;     ///< the node's container: no other one ever gets it
-    std::string original_name; ///< of the node or else of its core; empty if neither has one
+    std::string original_name; ///< of the node or else of its geometry; empty if neither has one
     std::string path;          ///< the unique name
     std::string name;          ///< what the node is called: the unique name, or the original one
 };
@@ -29,6 +29,10 @@ struct named_part {
 ///
 /// rename  gives every one of them a unique name; group names and core names stay
 std::vector<named_part> namedParts(const ::osg::NodePtr& root, bool rename);
+
+/// Lists all nodes below `root`, itself included, as they are. Geometry nodes come first, with the
+/// paths that they have for namedParts(); a path is taken by one node alone.
+std::vector<named_part> namedNodes(const ::osg::NodePtr& root);
 
 /// Makes the other texts of the tree that go into the ID map file safe in the same way: names of
 /// groups and cores, keys and values of string attributes. Values keep quotes and backslashes,

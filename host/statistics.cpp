@@ -3,6 +3,7 @@
 #include <map>
 #include <set>
 
+#include "host_error.h"
 #include "parallel.h"
 #include "scene_walk.h"
 
@@ -159,6 +160,12 @@ scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
     if (stored_triangles != 0)
         total.acmr = static_cast<double>(misses) / static_cast<double>(stored_triangles);
     return total;
+}
+
+void refuseFaults(const scene_statistics& scene, const std::string& path) {
+    if (scene.faulty_cores != 0)
+        throw host_error("'" + path + "' is damaged: " + std::to_string(scene.faulty_cores) +
+                         " geometries have indices behind their last position");
 }
 
 } // namespace morva::host

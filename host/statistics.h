@@ -11,6 +11,7 @@
 // only among the nodes.
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include <OpenSG/OSGNode.h>
@@ -42,6 +43,9 @@ enum class measure { counts, all };
 
 /// Measures a scene. O(corners), on up to four threads.
 scene_statistics measureScene(const ::osg::NodePtr& root, measure what = measure::all);
+
+/// errors  host_error: the scene, read from `path`, has cores that cannot be drawn
+void refuseFaults(const scene_statistics& scene, const std::string& path);
 
 /// Misses of a cache of 32 vertices, least recently used first out, over the triangles of a core
 /// drawn once, from an empty cache. `vertex_of_corner` numbers the corners' vertices.
