@@ -6,9 +6,11 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <new>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <system_error>
 #include <utility>
 #include <vector>
 
@@ -179,6 +181,20 @@ std::string runFolderName() {
     return ".morva-" + own.process + "-" + own.start + "-" + placePrint(own) + "-XXXXXX";
 }
 
+void removeRunFolder(const std::string& path, std::error_code& error) {
+    try {
+        std::error_code ignored;
+        fs::directory_iterator entry(path, ignored);
+        for (; !ignored && entry != fs::directory_iterator(); entry.increment(ignored)) {
+            std::error_code stays;
+            if (entry->path().filename() != run_marker_name)
+                fs::remove_all(entry->path(), stays);
+        }
+    } catch (const std::bad_alloc&) { // then the mark goes with the rest
+    }
+    fs::remove_all(path, error);
+}
+
 void sweepEndedRuns(const std::string& folder) {
     std::error_code error, ignored;
     std::vector<fs::path> marked, unmarked;
@@ -195,7 +211,7 @@ void sweepEndedRuns(const std::string& folder) {
             unmarked.push_back(path);
     }
     for (const fs::path& path : marked)
-        fs::remove_all(path, ignored);
+        removeRunFolder(path.string(), ignored);
     for (const fs::path& path : unmarked) {
         fs::remove(path / run_marker_name, ignored); // empty, if it is there
         fs::remove(path, ignored);                   // fails if anything is in it

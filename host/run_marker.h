@@ -16,6 +16,7 @@
 //     .morva-4711-815162-9c01f2aa03b7d4e6-XXXXXX   process, start, print of the lines above them
 
 #include <string>
+#include <system_error>
 
 namespace morva::host {
 
@@ -27,6 +28,10 @@ std::string runMarker();
 
 /// The name for a folder of this run, as a template for mkdtemp().
 std::string runFolderName();
+
+/// Removes a folder with all that it holds, the mark last: if the process is killed meanwhile, what
+/// is left still tells whose it is.
+void removeRunFolder(const std::string& path, std::error_code& error);
 
 /// Removes the folders ".morva-*" in `folder` that hold the mark of a run of this machine that is
 /// over, and those of such a run by name that hold nothing yet. Over means that its process is gone

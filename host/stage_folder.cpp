@@ -36,7 +36,7 @@ void removeBusyFolder(const std::string& path) {
     for (int tries = 0; tries < 200 && fs::exists(path, error); ++tries) {
         if (tries != 0)
             std::this_thread::sleep_for(std::chrono::milliseconds(5));
-        fs::remove_all(path, error);
+        removeRunFolder(path, error);
     }
 }
 
@@ -61,7 +61,7 @@ stage_folder::stage_folder(const std::string& folder)
         fs::create_directory(old());
     } catch (const std::exception& error) {
         std::error_code ignored;
-        fs::remove_all(path_, ignored);
+        removeRunFolder(path_, ignored);
         all.paths.pop_back();
         throw host_error("cannot write in the folder '" + folder + "': " + error.what());
     }
@@ -71,9 +71,9 @@ stage_folder::~stage_folder() {
     stage_registry& all = registry();
     const std::lock_guard<std::mutex> guard(all.mutex);
     std::error_code ignored;
-    fs::remove_all(path_, ignored);
+    removeRunFolder(path_, ignored);
     if (ignored) // it may only have lacked a little memory
-        fs::remove_all(path_, ignored);
+        removeRunFolder(path_, ignored);
     all.paths.erase(std::find(all.paths.begin(), all.paths.end(), path_));
 }
 
