@@ -123,7 +123,8 @@ template <typename Value> class column_numbering {
             seen_.resize(source_.size(), no_number);
     }
 
-    std::vector<Value> run() {
+    /// Out of line: with both kinds of values in one function it takes 8 % more instructions.
+    [[gnu::noinline]] std::vector<Value> run() {
         for (std::size_t first = 0; first < table_.corners; first += batch_size) {
             const std::size_t count = std::min(batch_size, table_.corners - first);
             fetch(first, count);
