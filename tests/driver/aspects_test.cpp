@@ -1,10 +1,9 @@
 // What the library changes, as another aspect sees it once the change list was applied to it.
 
+#include "tests/support/aspect_threads.h"
 #include "tests/support/test.h"
 
 #include <OpenSG/OSGChangeList.h>
-#include <OpenSG/OSGThread.h>
-#include <OpenSG/OSGThreadManager.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
@@ -38,17 +37,6 @@ std::string described(::osg::UInt32 first, ::osg::UInt32 last) {
             out << ", named " << ::osg::getName(attached);
     }
     return out.str();
-}
-
-::osg::Thread* named(const char* name) {
-    return dynamic_cast<::osg::Thread*>(::osg::ThreadManager::the()->getThread(name, "OSGThread"));
-}
-
-void runIn(::osg::Thread* thread, ::osg::UInt32 aspect, const std::function<void()>& work) {
-    std::function<void()> copy = work;
-    ASSERT_TRUE(thread->runFunction([](void* f) { (*static_cast<std::function<void()>*>(f))(); },
-                                    aspect, &copy));
-    ::osg::BaseThread::join(thread);
 }
 
 /// A bit of everything that a pass may meet; equal squares, `size` of them in each part.
@@ -123,7 +111,7 @@ struct comparison {
 };
 
 comparison compare(const pass& act, std::size_t size) {
-    ::osg::Thread *builder = named("builder"), *viewer = named("viewer");
+    ::osg::Thread *builder = threadOf("builder"), *viewer = threadOf("viewer");
     ::osg::UInt32 first = 0, last = 0;
     const auto newNumber = [] {
         return node_ref(::osg::Node::create()).get().getFieldContainerId();

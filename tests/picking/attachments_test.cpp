@@ -1,12 +1,11 @@
 // The types of the attachments, the walkers, and what becomes of a tree while its core changes.
 
 #include "pick_scenes.h"
+#include "tests/support/aspect_threads.h"
 #include "tests/support/shortage.h"
 
 #include <OpenSG/OSGChangeList.h>
 #include <OpenSG/OSGSceneFileHandler.h>
-#include <OpenSG/OSGThread.h>
-#include <OpenSG/OSGThreadManager.h>
 
 #include <morva/core/morva_osg.h>
 #include <morva/picking/morva_osg_attach_setup.h>
@@ -275,17 +274,6 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
     }
 }
 
-::osg::Thread* named(const char* name) {
-    return dynamic_cast<::osg::Thread*>(::osg::ThreadManager::the()->getThread(name, "OSGThread"));
-}
-
-void runIn(::osg::Thread* thread, ::osg::UInt32 aspect, const std::function<void()>& work) {
-    std::function<void()> copy = work;
-    ASSERT_TRUE(thread->runFunction([](void* f) { (*static_cast<std::function<void()>*>(f))(); },
-                                    aspect, &copy));
-    ::osg::BaseThread::join(thread);
-}
-
 /// What the calling thread's list says of two containers since it was cleared.
 std::set<std::pair<bool, ::osg::BitVector>> entriesOf(const NodePtr& node) {
     ::osg::ChangeList& list = *::osg::Thread::getCurrentChangeList();
@@ -304,7 +292,8 @@ TEST(PickingAspectThreads, ShareTreesAndSeeLaterRebuilds) {
     const ::osg::BitVector tree = MorvaAttachBIH::SimpleFieldMask,
                            attachments = AttachmentContainer::AttachmentsFieldMask;
     ::osg::ChangeList::setReadWriteDefault(true);
-    ::osg::Thread *const builder = named("tree builder"), *const viewer = named("tree viewer");
+    ::osg::Thread* const builder = threadOf("tree builder");
+    ::osg::Thread* const viewer = threadOf("tree viewer");
     const auto shown = [&] { builder->getChangeList()->applyToCurrent(); };
     node_ref root;
     runIn(builder, 0, [&] {
