@@ -79,12 +79,14 @@ class undo_list {
 
 } // namespace
 
-void moveAll(const std::vector<file_move>& moves) {
+void moveAll(const std::vector<file_move>& moves, const std::vector<std::string>& gone) {
     const std::unique_lock<std::mutex> hold = holdStageFolders();
     undo_list done(moves.size());
     for (const file_move& move : moves)
         done.carryOut(move);
     done.forget();
+    for (const std::string& path : gone)
+        std::remove(path.c_str()); // what stays does no harm
 }
 
 } // namespace morva::host

@@ -16,7 +16,9 @@ struct file_move {
 
 /// Carries out the moves in their order; no signal ends the process in between. A replaced file
 /// hands on its owner, if the system lets it, and its permissions.
+///
+/// gone    files that nobody needs once all moves are done: removed then
 /// errors  host_error with the system's reason: everything is as before, but for `from`
-void moveAll(const std::vector<file_move>& moves);
+void moveAll(const std::vector<file_move>& moves, const std::vector<std::string>& gone = {});
 
 } // namespace morva::host

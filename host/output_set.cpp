@@ -92,11 +92,7 @@ void output_set::check() const { plannedMoves(); }
 
 void output_set::commit() {
     const std::vector<file_move> moves = plannedMoves();
-    const std::vector<std::string> gone = buffersWithoutModel();
-    moveAll(moves);
-    std::error_code ignored; // what stays does no harm
-    for (const std::string& path : gone)
-        fs::remove(path, ignored);
+    moveAll(moves, buffersWithoutModel());
 }
 
 std::vector<file_move> output_set::plannedMoves() const {
