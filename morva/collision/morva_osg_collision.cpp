@@ -68,10 +68,7 @@ const fitted_boxes* fittedBoxes(const BIHAttachPayload& payload) {
 /// Counts uses of a tree; whoever completes them makes the companion. Without memory it stays away.
 void countUses(const BIHAttachPayload& payload, std::uint32_t uses) {
     const bih_companions& companions = payload.tree->companions;
-    bool due = false;
-    for (std::uint32_t i = 0; i < uses && !due; ++i)
-        due = companions.due(companion_slot::fitted_boxes, uses_of_companion);
-    if (!due)
+    if (!companions.due(companion_slot::fitted_boxes, uses_of_companion, uses))
         return;
     try {
         companions.publish(companion_slot::fitted_boxes, fitBoxes(*payload.tree, *payload.geoset));

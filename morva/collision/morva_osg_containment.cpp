@@ -49,21 +49,16 @@ bool isFinite(const triangle& t) {
 surface surfaceOf(const ::osg::NodePtr& node) {
     constexpr vertex_property place[] = {vertex_property::position};
     const geometry_columns columns(::osg::GeometryPtr::dcast(node->getCore()), place);
-    const property_column& positions = columns[vertex_property::position];
     const ::osg::Matrix matrix = node->getToWorld();
     surface triangles;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        const auto* a = positions.find<::osg::Pnt3f>(first);
-                        const auto* b = positions.find<::osg::Pnt3f>(second);
-                        const auto* c = positions.find<::osg::Pnt3f>(third);
-                        if (a == nullptr || b == nullptr || c == nullptr)
-                            return;
-                        triangles.push_back({transformed(matrix, *a), transformed(matrix, *b),
-                                             transformed(matrix, *c)});
-                        if (!isFinite(triangles.back()))
-                            triangles.pop_back();
-                    });
+    forEachPlacedTriangle(columns, [&](const auto* a, const auto* b, const auto* c) {
+        if (a == nullptr || b == nullptr || c == nullptr)
+            return;
+        triangles.push_back(
+            {transformed(matrix, *a), transformed(matrix, *b), transformed(matrix, *c)});
+        if (!isFinite(triangles.back()))
+            triangles.pop_back();
+    });
     return triangles;
 }
 

@@ -299,6 +299,19 @@ void forEachTriangle(const geometry_columns& columns, rest_rule rest, const Use&
     });
 }
 
+/// Calls `use` with the places of the three corners of each triangle, as the scene graph's iterator
+/// has them: null for a corner that leads nowhere.
+template <typename Use>
+void forEachPlacedTriangle(const geometry_columns& columns, const Use& use) {
+    const property_column& positions = columns[vertex_property::position];
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        use(positions.find<::osg::Pnt3f>(first),
+                            positions.find<::osg::Pnt3f>(second),
+                            positions.find<::osg::Pnt3f>(third));
+                    });
+}
+
 /// Calls `use` with the two corners of each line.
 template <typename Use>
 void forEachLine(const geometry_columns& columns, rest_rule rest, const Use& use) {

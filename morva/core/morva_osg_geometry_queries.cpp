@@ -77,17 +77,12 @@ unsigned int counttriangles(const ::osg::GeometryPtr& geometry) {
     if (geometry == ::osg::NullFC)
         return 0;
     constexpr vertex_property place[] = {vertex_property::position};
-    const geometry_columns columns(geometry, place);
-    const property_column& positions = columns[vertex_property::position];
     unsigned int count = 0;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        const auto* a = positions.find<::osg::Pnt3f>(first);
-                        const auto* b = positions.find<::osg::Pnt3f>(second);
-                        const auto* c = positions.find<::osg::Pnt3f>(third);
-                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c))
-                            ++count;
-                    });
+    forEachPlacedTriangle(
+        geometry_columns(geometry, place), [&count](const auto* a, const auto* b, const auto* c) {
+            if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c))
+                ++count;
+        });
     return count;
 }
 

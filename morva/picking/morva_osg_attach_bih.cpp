@@ -32,11 +32,6 @@ bool isExactGeometry(const NodePtr& node) {
            node->getCore()->getType() == ::osg::Geometry::getClassType();
 }
 
-MorvaAttachBIHPtr attachmentOf(const NodeCorePtr& core) {
-    return MorvaAttachBIHPtr::dcast(
-        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
-}
-
 /// Whether another container has the attachment, too: the copy of a core shares what it carries.
 bool isShared(const MorvaAttachBIHPtr& attachment, const NodeCorePtr& core) {
     const auto& parents = attachment->getParents();
@@ -63,45 +58,24 @@ void resizeList(triangle_list& list, unsigned int count) {
     list.count = count;
 }
 
-/// Enters the triangles that a list leaves out, and returns how many there are with and without.
-std::uint32_t findLeftOut(const geometry_columns& columns, std::vector<std::uint32_t>& left_out) {
-    const property_column& positions = columns[vertex_property::position];
-    std::uint32_t number = 0;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        const auto* a = positions.find<::osg::Pnt3f>(first);
-                        const auto* b = positions.find<::osg::Pnt3f>(second);
-                        const auto* c = positions.find<::osg::Pnt3f>(third);
-                        if (a == nullptr || b == nullptr || c == nullptr || is_rogue(*a, *b, *c))
-                            left_out.push_back(number);
-                        ++number;
-                    });
-    return number;
-}
-
 /// Stores all triangles but those left out; the list has as many entries.
 void storeTriangles(const geometry_columns& columns, const std::vector<std::uint32_t>& left_out,
                     triangle_list& list) {
-    const property_column& positions = columns[vertex_property::position];
-    const auto place = [&positions](float3& to, std::size_t corner) {
-        set(to, *positions.find<::osg::Pnt3f>(corner));
-    };
     float_triangle* next = list.triangles;
     auto gone = left_out.begin();
     std::uint32_t number = 0;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        const bool is_gone = gone != left_out.end() && *gone == number;
-                        ++number;
-                        if (is_gone) {
-                            ++gone;
-                            return;
-                        }
-                        place(next->a, first);
-                        place(next->b, second);
-                        place(next->c, third);
-                        ++next;
-                    });
+    forEachPlacedTriangle(columns, [&](const auto* a, const auto* b, const auto* c) {
+        const bool is_gone = gone != left_out.end() && *gone == number;
+        ++number;
+        if (is_gone) {
+            ++gone;
+            return;
+        }
+        set(next->a, *a);
+        set(next->b, *b);
+        set(next->c, *c);
+        ++next;
+    });
 }
 
 /// extract_node(), which also tells the triangles that it leaves out: none of an empty list.
@@ -155,6 +129,26 @@ void updateBelow(const NodePtr& node, std::unordered_set<::osg::UInt32>& built) 
 
 } // namespace
 
+std::uint32_t findLeftOut(const geometry_columns& columns, std::vector<std::uint32_t>& left_out) {
+    std::uint32_t number = 0;
+    forEachPlacedTriangle(columns, [&](const auto* a, const auto* b, const auto* c) {
+        if (a == nullptr || b == nullptr || c == nullptr || is_rogue(*a, *b, *c))
+            left_out.push_back(number);
+        ++number;
+    });
+    return number;
+}
+
+MorvaAttachBIHPtr attachmentOf(const NodeCorePtr& core) {
+    return core == ::osg::NullFC ? MorvaAttachBIHPtr()
+                                 : MorvaAttachBIHPtr::dcast(core->findAttachment(
+                                       MorvaAttachBIH::getClassType().getGroupId()));
+}
+
+bool hasTree(const BIHAttachPayload& payload) {
+    return payload.tree != nullptr && payload.geoset != nullptr && payload.tree->active != 0;
+}
+
 MorvaAttachBIHPtr ownAttachment(const NodeCorePtr& core) {
     const MorvaAttachBIHPtr found = attachmentOf(core);
     const bool own = found != ::osg::NullFC && !isShared(found, core) &&
@@ -174,14 +168,11 @@ BIHAttachPayload* payloadFor(const NodePtr& node) {
 }
 
 bool isReady(const NodePtr& node, BIHAttachPayload& payload) {
-    const auto active = [&payload] {
-        return payload.tree != nullptr && payload.geoset != nullptr && payload.tree->active != 0;
-    };
-    if (!active())
+    if (!hasTree(payload))
         return false;
     if (payload.dirty)
         update_bih_payload(node, payload);
-    return active();
+    return hasTree(payload);
 }
 
 template <typename List> int extract_node(NodePtr node, List& list) {
@@ -223,7 +214,7 @@ void update_bih(NodePtr node) {
 }
 
 void update_bih_node(NodePtr node) {
-    if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+    if (node == ::osg::NullFC)
         return;
     const MorvaAttachBIHPtr found = attachmentOf(node->getCore());
     if (found == ::osg::NullFC)
@@ -241,8 +232,7 @@ void update_bih_payload(NodePtr node, BIHAttachPayload& payload) {
     if (payload.geoset == nullptr)
         payload.geoset = newTriangleList();
     const NodeCorePtr core = node != ::osg::NullFC ? node->getCore() : NodeCorePtr();
-    const MorvaAttachBIHPtr found =
-        core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
+    const MorvaAttachBIHPtr found = attachmentOf(core);
     if (found == ::osg::NullFC || &payloadOf(found) != &payload) {
         fillPayload(node, payload);
         return;
@@ -255,9 +245,7 @@ void update_bih_payload(NodePtr node, BIHAttachPayload& payload) {
 void mark_bih(NodePtr node) {
     if (node == ::osg::NullFC)
         return;
-    const NodeCorePtr core = node->getCore();
-    const MorvaAttachBIHPtr found =
-        core != ::osg::NullFC ? attachmentOf(core) : MorvaAttachBIHPtr();
+    const MorvaAttachBIHPtr found = attachmentOf(node->getCore());
     if (found != ::osg::NullFC) {
         const open_edit edit(found, MorvaAttachBIH::SimpleFieldMask);
         payloadOf(found).dirty = true;

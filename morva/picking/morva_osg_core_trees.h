@@ -13,6 +13,7 @@
 #include <vector>
 
 #include <morva/core/morva_math.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/picking/morva_osg_attach_bih.h>
 
 namespace morva::osg {
@@ -35,6 +36,9 @@ struct payload_access {
 /// A new empty list, which frees its triangles.
 boost::shared_ptr<triangle_list> newTriangleList();
 
+/// The attachment of a core, whoever made or shares it; null if there is none, and for a null core.
+::osg::MorvaAttachBIHPtr attachmentOf(const ::osg::NodeCorePtr& core);
+
 /// The attachment of a core that is its own and that attach_bih() filled; null if there is none.
 ::osg::MorvaAttachBIHPtr ownAttachment(const ::osg::NodeCorePtr& core);
 
@@ -42,11 +46,17 @@ boost::shared_ptr<triangle_list> newTriangleList();
 /// where that makes none, and for a null node.
 BIHAttachPayload* payloadFor(const ::osg::NodePtr& node);
 
+/// Whether a payload has a tree over triangles, dirty or not.
+bool hasTree(const BIHAttachPayload& payload);
+
 /// Whether a payload has a tree to ask; one that has and is dirty is built anew first.
 bool isReady(const ::osg::NodePtr& node, BIHAttachPayload& payload);
 
-/// The triangle, by the scene graph's iterator, of an object in the list of a payload that
-/// attach_bih() filled.
-std::uint32_t triangleOfObject(const BIHAttachPayload& payload, std::uint32_t object);
+/// Enters the triangles that a list leaves out, ascending, and returns how many there are with and
+/// without.
+std::uint32_t findLeftOut(const geometry_columns& columns, std::vector<std::uint32_t>& left_out);
+
+/// The triangle, by the scene graph's iterator, of an object of a list that leaves some out.
+std::uint32_t triangleOfObject(const std::vector<std::uint32_t>& left_out, std::uint32_t object);
 
 } // namespace morva::osg

@@ -6,6 +6,7 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/picking/morva_osg_core_trees.h>
+#include <morva/trees/ray_triangle.h>
 
 namespace morva::osg {
 
@@ -21,12 +22,9 @@ double3 minus(const float3& a, const double3& b) {
             static_cast<double>(a[2]) - b[2]};
 }
 
-/// Exactly the opposite for exchanged arguments.
-double3 cross(const double3& a, const double3& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
+using detail::cross; // exactly the opposite for exchanged arguments
 
-double dot(const double3& a, const double3& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+double dot(const double3& a, const double3& b) { return detail::dot<double>(a, b); }
 
 bool isFinite(const double3& v) {
     return std::isfinite(v[0]) && std::isfinite(v[1]) && std::isfinite(v[2]);

@@ -19,26 +19,14 @@ const BIHAttachPayload* numbersOf(const ::osg::GeometryPtr& geometry) {
     if (own == ::osg::NullFC)
         return nullptr;
     const BIHAttachPayload& payload = own->getFieldPtr()->getValue();
-    const bool in_use = !payload.dirty && payload.tree != nullptr && payload.tree->active != 0;
-    return in_use && payload.geoset != nullptr ? &payload : nullptr;
+    return !payload.dirty && hasTree(payload) ? &payload : nullptr;
 }
 
-/// The same by counting what a list would keep.
+/// The triangle of an object by looking at what a list would keep.
 unsigned int countedTriangle(const ::osg::GeometryPtr& geometry, unsigned int object) {
-    const geometry_columns columns(geometry, place);
-    const property_column& positions = columns[vertex_property::position];
-    unsigned int number = 0, kept = 0, found = no_triangle;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        const auto* a = positions.find<::osg::Pnt3f>(first);
-                        const auto* b = positions.find<::osg::Pnt3f>(second);
-                        const auto* c = positions.find<::osg::Pnt3f>(third);
-                        if (a != nullptr && b != nullptr && c != nullptr && !is_rogue(*a, *b, *c) &&
-                            kept++ == object)
-                            found = number;
-                        ++number;
-                    });
-    return found;
+    std::vector<std::uint32_t> left_out;
+    const std::uint32_t all = findLeftOut(geometry_columns(geometry, place), left_out);
+    return object < all - left_out.size() ? triangleOfObject(left_out, object) : no_triangle;
 }
 
 /// The first corner of a triangle; `no_run` if there is no such triangle.
@@ -56,8 +44,7 @@ std::size_t firstCorner(const ::osg::GeometryPtr& geometry, unsigned int triangl
 
 } // namespace
 
-std::uint32_t triangleOfObject(const BIHAttachPayload& payload, std::uint32_t object) {
-    const std::vector<std::uint32_t>& gone = payload_access::facts(payload)->left_out;
+std::uint32_t triangleOfObject(const std::vector<std::uint32_t>& gone, std::uint32_t object) {
     // Of the triangles gone those count that `gone[i] - i` kept ones, at most `object`, stand
     // before.
     std::uint32_t before = 0, behind = static_cast<std::uint32_t>(gone.size());
@@ -77,7 +64,9 @@ unsigned int triangle_of_object(const ::osg::GeometryPtr& geometry, unsigned int
     const BIHAttachPayload* const payload = numbersOf(geometry);
     if (payload == nullptr)
         return countedTriangle(geometry, object);
-    return object < payload->geoset->count ? triangleOfObject(*payload, object) : no_triangle;
+    return object < payload->geoset->count
+               ? triangleOfObject(payload_access::facts(*payload)->left_out, object)
+               : no_triangle;
 }
 
 int id_of_object(const ::osg::GeometryPtr& geometry, unsigned int object, vertex_property id_set) {

@@ -186,18 +186,14 @@ Action::ResultE bbox_enter(CNodePtr& node, Action* action) {
 }
 
 std::string get_info(::osg::NodeCorePtr core) {
-    using ::osg::MorvaAttachBIH;
-    if (core == ::osg::NullFC)
-        return "No BIHTree.";
-    const auto found = ::osg::MorvaAttachBIHPtr::dcast(
-        core->findAttachment(MorvaAttachBIH::getClassType().getGroupId()));
+    const ::osg::MorvaAttachBIHPtr found = attachmentOf(core);
     if (found == ::osg::NullFC)
         return "No BIHTree.";
     const BIHAttachPayload& payload = found->getFieldPtr()->getValue();
     std::ostringstream text;
     text.imbue(std::locale::classic());
     text << "BIHTree, A/N/L/D/MP/NT, bbox: ";
-    if (payload.tree == nullptr || payload.geoset == nullptr || payload.tree->active == 0) {
+    if (!hasTree(payload)) {
         text << " INACTIVE/";
         return text.str();
     }

@@ -146,7 +146,7 @@ struct scene_hit {
 
 scene_hit sceneHit(const core_hit& hit, const NodePtr& node, const from_world& frame,
                    const BIHAttachPayload& payload) {
-    return {hit, node, triangleOfObject(payload, hit.object),
+    return {hit, node, triangleOfObject(payload_access::facts(payload)->left_out, hit.object),
             frame.worldNormal(normalOf(payload, hit.object))};
 }
 

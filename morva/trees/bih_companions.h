@@ -46,13 +46,15 @@ class bih_companions {
         return place(slot).companion.load(std::memory_order_acquire);
     }
 
-    /// Counts a use of the tree without a companion. True for exactly one caller, with the use
-    /// number `uses`, at least 1: it is the one to make the companion.
-    bool due(companion_slot slot, std::uint32_t uses) const {
+    /// Counts a use of the tree without a companion, or one that is worth `more` of them. True for
+    /// exactly one caller, with the use number `uses`, at least 1: it is the one to make the
+    /// companion.
+    bool due(companion_slot slot, std::uint32_t uses, std::uint32_t more = 1) const {
         std::atomic<std::uint32_t>& count = place(slot).uses;
         if (count.load(std::memory_order_relaxed) >= uses)
             return false;
-        return count.fetch_add(1, std::memory_order_relaxed) + 1 == uses;
+        const std::uint32_t before = count.fetch_add(more, std::memory_order_relaxed);
+        return before < uses && before + more >= uses;
     }
 
     /// Shows a finished companion to all threads; it now belongs to the tree. One for a slot.
