@@ -36,24 +36,19 @@ struct side_lists {
     std::vector<std::uint64_t> right;
 };
 
-/// Sorts a range where no index is added; returns the left count. Without branches: the side that
-/// an element falls on cannot be predicted. A NaN among the bounds of an element sends it right,
-/// that of a point left.
+/// Sorts a range where no index is added; returns the left count. A NaN among the bounds of an
+/// element sends it right, that of a point left.
 template <typename Extents>
 std::uint64_t partition_whole(const Extents& extents, std::uint64_t* range, std::uint64_t count,
                               float plane) {
     std::uint64_t left = 0;
     float lo{}, hi{};
     for (std::uint64_t p = 0; p < count; ++p) {
-        const std::uint64_t e = range[p];
-        extents.read(e, lo, hi);
-        bool goes_left = !(lo >= plane);
-        if constexpr (!Extents::flat)
-            goes_left = goes_left & ((plane >= hi) | (plane > (hi - lo) * 0.5f + lo));
-        const std::uint64_t other = range[left];
-        range[p] = goes_left ? other : e;
-        range[left] = goes_left ? e : other;
-        left += goes_left ? 1 : 0;
+        extents.read(range[p], lo, hi);
+        if (lo >= plane)
+            continue;
+        if (Extents::flat || plane >= hi || plane > (hi - lo) * 0.5f + lo)
+            std::swap(range[p], range[left++]);
     }
     return left;
 }

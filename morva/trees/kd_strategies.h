@@ -67,11 +67,13 @@ template <typename Geoset> bool holds_nan(const kd_range<Geoset>& range) {
     for (int axis = 0; axis < 3; ++axis) {
         const auto extents = extents_on_axis(range.geoset, axis);
         float lo{}, hi{};
+        bool found = false;
         for (std::uint64_t p = 0; p < range.count; ++p) {
             extents.read(range.elements[p], lo, hi);
-            if (std::isnan(lo) || std::isnan(hi))
-                return true;
+            found |= std::isunordered(lo, hi);
         }
+        if (found)
+            return true;
     }
     return false;
 }
