@@ -27,7 +27,7 @@ MAY_SEE = {
     "merge": {SCENE, "core", "trees", "idmap", "geosets", "draworder", "textures"},
     "picking": {SCENE, "core", "trees"},
     "collision": {SCENE, "core", "trees", "picking"},
-    "occlusion": {SCENE, "core", "trees", "geosets", "merge"},
+    "occlusion": {SCENE, "core", "trees", "idmap", "geosets", "merge"},
 }
 MAY_SEE["driver"] = {SCENE, *MAY_SEE} - {"tools"}
 MAY_SEE["tools"] = {SCENE, *MAY_SEE, "driver"}

@@ -33,6 +33,7 @@
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/picking/morva_osg_attach_bih.h>
 #include <morva/picking/morva_osg_attach_setup.h>
 #include <morva/picking/morva_osg_intersect_action.h>

@@ -126,13 +126,14 @@ struct MORVA_API optTree_setup {
     mergeGeo_setup merge;
     unsigned int maxtris = 0;          ///< triangles per output core; not 0: geometry is merged
     unsigned int maxtexturesize = 0;   ///< side of a texture atlas; no stage makes one yet
-    unsigned int ambientocclusion = 0; ///< shots per vertex; no stage fires them yet
+    unsigned int ambientocclusion = 0; ///< shots per vertex; not 0: occlusion is baked in
     bool mostusedmaterial = false;     ///< one material for the whole scene
     bool removelod = false;            ///< levels of detail give way to their first child
     bool removeswitch = false;         ///< switches give way to what they show
-    bool ambientgutout = false;        ///< what nobody sees goes; no stage does it yet
-    bool buildhull = false;            ///< a hull in place of the model; no stage builds it yet
-    bool buildhullwithcolors = false;  ///< the same, with colours in its vertices
+    bool aoreplace = true;             ///< baking replaces colours and materials, or multiplies
+    bool ambientgutout = false;        ///< what nobody sees goes
+    bool buildhull = false;            ///< a hull in place of the model
+    bool buildhullwithcolors = false;  ///< the same, by values in the vertex colours
     bool idmapinroot = false;          ///< the ID map is attached to the new root
     bool onegeometry = false;          ///< as few geometries as possible
     std::optional<std::string> help;   ///< the help text is printed if the key is there
@@ -150,6 +151,7 @@ template <typename Visit> void forEachKey(optTree_setup& setup, const Visit& vis
     visit("maxtris", setup.maxtris);
     visit("maxtexturesize", setup.maxtexturesize);
     visit("ambientocclusion", setup.ambientocclusion);
+    visit("aoreplace", setup.aoreplace);
     visit("mostusedmaterial", setup.mostusedmaterial);
     visit("removelod", setup.removelod);
     visit("removeswitch", setup.removeswitch);

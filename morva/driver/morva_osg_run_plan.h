@@ -37,8 +37,13 @@ struct run_plan {
     kd_build_setup tree; ///< given to it
     unsigned int cache_entries = cache_limit; ///< of one property of a core, with `cacheopt`
 
-    /// Stages that make or remove triangles are asked for. None of them is there yet; the keys
-    /// `ambientgutout`, `buildhull`, `buildhullwithcolors` and `maxtexturesize` have no effect.
+    /// The merge stage puts cores into cache order: `cacheopt`, or a hull is built, which asks for
+    /// it whatever the key says, so that cores are as large as groups and `maxtris` bounds none.
+    bool orders_cache = false;
+
+    bool removes_parts = false; ///< parts that nobody sees go, as a whole
+    bool builds_hull = false;   ///< single triangles go
+    /// A stage that changes triangles is asked for and not there yet: `maxtexturesize`.
     bool changes_triangles = false;
 
     bool tracks_ids = false; ///< output vertices tell their input node, if the run merges

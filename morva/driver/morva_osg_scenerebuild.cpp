@@ -7,6 +7,7 @@
 #include <OpenSG/OSGMaterialMergeGraphOp.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_sink.h>
@@ -16,6 +17,9 @@
 #include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_geomerge_stages.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
 
 // The plan of a run and what carries it out stand together: a stage says in planOf() what follows
 // from its key, and is called where its turn is.
@@ -28,6 +32,8 @@ namespace {
 constexpr unsigned int one_geometry_limit = 2000000;
 /// Triangles per core up to which the cache stage stays.
 constexpr unsigned int cache_keeps_limit = 10;
+/// Steps of the rays of interior removal, which no part may slip through, and of hulls.
+constexpr int gutout_shots = 15, hull_shots = 3;
 
 } // namespace
 
@@ -47,11 +53,13 @@ run_plan planOf(std::string parameters) {
         // Behind the test of maxtris: one geometry keeps the cache stage that was asked for.
         setup.maxtris = one_geometry_limit;
     }
-    plan.merges = setup.maxtris != 0 || merge.cacheopt;
+    plan.removes_parts = setup.ambientgutout;
+    plan.builds_hull = setup.buildhull || setup.buildhullwithcolors;
+    plan.orders_cache = merge.cacheopt || plan.builds_hull;
+    plan.merges = setup.maxtris != 0 || plan.orders_cache;
     plan.tree.max_elements = setup.maxtris;
     plan.tree.max_depth = tree_depth_limit;
-    plan.changes_triangles = setup.ambientgutout || setup.buildhull || setup.buildhullwithcolors ||
-                             setup.maxtexturesize != 0;
+    plan.changes_triangles = setup.maxtexturesize != 0;
 
     plan.tracks_ids = !merge.idmap.empty() || setup.idmapinroot;
     if (!merge.idmap.empty())
@@ -117,13 +125,35 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
         say({"Removing Switch parts."});
         removeSwitchParts(root);
     }
+    const unsigned int threads = threadsOf(setup.merge);
+    if (setup.ambientgutout) {
+        say({"Gut out model with ambient occlusion"});
+        takeInteriorOff(root, gutout_shots, 0.0F, threads);
+    }
+    if (setup.ambientocclusion != 0) {
+        say({"Adding ambient occlusion"});
+        bakeOcclusion(root, setup.aoreplace, static_cast<int>(setup.ambientocclusion), threads);
+    }
+}
+
+/// The hulls that are asked for, the second one of the first one; null for none.
+::osg::NodePtr runHulls(const optTree_setup& setup, const ::osg::NodePtr& root) {
+    fresh<::osg::NodePtr> hull(::osg::NullFC);
+    if (setup.buildhull)
+        hull.reset(hullOf(root, setup.merge, setup.maxtris, hull_shots, threadsOf(setup.merge)));
+    if (setup.buildhullwithcolors)
+        hull.reset(
+            buildModelHullWithVertexColors(setup.buildhull ? hull.get() : root, setup.maxtris));
+    return hull.release();
 }
 
 ::osg::NodePtr runMerge(const run_plan& plan, const ::osg::NodePtr& root) {
     if (!plan.merges)
         return root;
-    printSetting("Merge Geometry. Cacheopt: ", plan.setup.merge.cacheopt);
-    const ::osg::NodePtr result = mergeGeo(root, plan.tree, plan.setup.merge);
+    mergeGeo_setup setup = plan.setup.merge;
+    setup.cacheopt = plan.orders_cache;
+    printSetting("Merge Geometry. Cacheopt: ", setup.cacheopt);
+    const ::osg::NodePtr result = mergeGeo(root, plan.tree, setup);
     getIDmapHandler().merged = true;
     return result;
 }
@@ -143,8 +173,9 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
 }
 
 /// Everything between taking the root off its parent and putting it back.
-::osg::NodePtr runStages(const ::osg::NodePtr& root, const run_plan& plan,
-                         const scene_guard& guard) {
+///
+/// root  in and out: a hull takes its place
+::osg::NodePtr runStages(::osg::NodePtr& root, const run_plan& plan, const scene_guard& guard) {
     idmapHandler& handler = getIDmapHandler();
     handler.reset();
     if (plan.tracks_ids)
@@ -154,6 +185,8 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     printSettings(plan.setup.merge);
     runInputStages(plan.setup, root);
     guard.after("stages of the input", root);
+    if (plan.builds_hull)
+        root = runHulls(plan.setup, root);
     handler.prefix = plan.setup.prefix;
 
     const ::osg::NodePtr result = runMerge(plan, root);
@@ -179,10 +212,14 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (!plan.runs)
         return root;
 
+    const ::osg::NodePtr input = root;
     const ::osg::NodePtr result = runStages(root, plan, guard);
-    // The parent gets the input tree back; the optimised scene is what is returned.
+    // The parent gets the input tree back, or the hull in its place; the optimised scene is what is
+    // returned.
     if (parent != ::osg::NullFC)
         addChildTo(parent, root);
+    else if (root != input && root != result)
+        const fresh<::osg::NodePtr> unwanted(root);
     return result;
 }
 

@@ -21,6 +21,4 @@ void CacheOptMultithread(void* arguments) {
     });
 }
 
-void saveAOinTC6MT(void*) {}
-
 } // namespace morva::osg

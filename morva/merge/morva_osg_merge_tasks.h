@@ -51,10 +51,4 @@ struct cacheoptMTArguments {
 /// Runs optimizeCache() on a cacheoptMTArguments, as a worker.
 MORVA_API void CacheOptMultithread(void* arguments);
 
-/// The record of saveAOinTC6MT().
-struct SAO6Arguments {};
-
-/// Does nothing: there is no work of this kind. Kept for callers that start it themselves.
-MORVA_API void saveAOinTC6MT(void* arguments);
-
 } // namespace morva::osg

@@ -1,0 +1,158 @@
+#pragma once
+
+// Rays in double precision, for those that met nothing: whether single precision lost a hit.
+//
+// The same trees, by their planes and the boxes of the parts, a little widened, so that a triangle
+// is never missed for a part of it that lies on the edge of a box. Front faces alone count.
+// Any number of threads may ask.
+
+#include <algorithm>
+#include <array>
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <limits>
+
+#include <morva/core/morva_math.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_rays.h>
+
+namespace morva::osg {
+
+/// Finds the first front face that a ray meets within a reach.
+template <typename Tree, typename Scene> class exact_rays {
+  public:
+    /// reach  world units, beyond which hits do not matter
+    exact_rays(const Tree& over_parts, const Scene& of_parts, double farthest)
+        : tree_(over_parts), scene_(of_parts), reach_(farthest) {}
+
+    bool operator()(const occlusion_ray& ray, float3& point) const {
+        if (!ray.isFired() || tree_.nodes == nullptr)
+            return false;
+        walk on(ray, reach_);
+        on.descend(tree_, 0, 0.0, on.best, [&](std::uint64_t part) {
+            if (part < scene_.built_count && on.reaches(scene_.geosets[part].bbox) &&
+                scene_.trees[part].nodes != nullptr)
+                on.descend(scene_.trees[part], 0, 0.0, on.best, [&](std::uint64_t triangle) {
+                    on.meet(scene_.geosets[part].simple_tris[triangle]);
+                });
+        });
+        for (std::size_t k = 0; k < 3; ++k)
+            point[k] = static_cast<float>(on.from[k] + on.way[k] * on.best);
+        return on.hit;
+    }
+
+  private:
+    using triple = std::array<double, 3>;
+
+    /// One ray on its way.
+    struct walk {
+        walk(const occlusion_ray& ray, double farthest) {
+            double length = 0.0;
+            for (std::size_t k = 0; k < 3; ++k) {
+                from[k] = static_cast<double>(ray.from[k]);
+                way[k] = static_cast<double>(ray.direction[k]);
+                length += way[k] * way[k];
+            }
+            best = farthest * widened / std::sqrt(length);
+        }
+
+        /// Calls `use` with the elements of the leaves that the ray may come to between `near` and
+        /// `far` times its way. Nearer ones first, so that `best` soon cuts the rest off.
+        template <typename Use>
+        void descend(const Tree& tree, std::uint64_t node, double near, double far,
+                     const Use& use) {
+            far = std::min(far, best);
+            if (near > far)
+                return;
+            const auto& here = tree.nodes[node];
+            if (here.is_leaf()) {
+                for (std::uint32_t k = 0; k < here.count; ++k)
+                    use(tree.indices[here.first + std::uint64_t(k)]);
+                return;
+            }
+            const auto axis = static_cast<std::size_t>(here.axis);
+            const double left = static_cast<double>(here.left_plane) - from[axis];
+            const double right = static_cast<double>(here.right_plane) - from[axis];
+            const auto below = [&] { // as far as the ray is below the left plane
+                double to = far, since = near;
+                clip(left, way[axis], since, to);
+                descend(tree, node + 1, since, to, use);
+            };
+            const auto above = [&] {
+                double to = far, since = near;
+                clip(-right, -way[axis], since, to);
+                descend(tree, static_cast<std::uint64_t>(here.right), since, to, use);
+            };
+            if (way[axis] < 0.0) {
+                above();
+                below();
+            } else {
+                below();
+                above();
+            }
+        }
+
+        /// Narrows a range to where `t * slope` is at most `bound`, or a little above.
+        static void clip(double bound, double slope, double& since, double& to) {
+            const double t = bound / slope;
+            const double spare = std::abs(t) * (widened - 1.0);
+            if (slope > 0.0)
+                to = std::min(to, t + spare);
+            else if (slope < 0.0)
+                since = std::max(since, t - spare);
+            else if (bound < 0.0)
+                to = -1.0;
+        }
+
+        template <typename Box> bool reaches(const Box& box) const {
+            double since = 0.0, to = best;
+            for (std::size_t k = 0; k < 3; ++k) {
+                clip(static_cast<double>(box.max[k]) - from[k], way[k], since, to);
+                clip(from[k] - static_cast<double>(box.min[k]), -way[k], since, to);
+            }
+            return since <= to;
+        }
+
+        /// Keeps the hit of a triangle if it is nearer than what there is.
+        template <typename Triangle> void meet(const Triangle& triangle) {
+            triple ab, ac, ap;
+            for (std::size_t k = 0; k < 3; ++k) {
+                const auto a = static_cast<double>(triangle.a[k]);
+                ab[k] = static_cast<double>(triangle.b[k]) - a;
+                ac[k] = static_cast<double>(triangle.c[k]) - a;
+                ap[k] = from[k] - a;
+            }
+            const triple normal = cross(ab, ac);
+            const double d = -dot(way, normal), s = dot(ap, normal);
+            if (!(d > 0.0) || s < 0.0)
+                return;
+            const triple e = cross(ap, way); // way back times ap
+            const double v = dot(ac, e), w = -dot(ab, e);
+            if (v < 0.0 || w < 0.0 || v + w > d || s / d > best)
+                return;
+            best = s / d;
+            hit = true;
+        }
+
+        static triple cross(const triple& a, const triple& b) {
+            return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
+                    a[0] * b[1] - a[1] * b[0]};
+        }
+        static double dot(const triple& a, const triple& b) {
+            return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+        }
+
+        triple from, way;
+        double best; ///< how often the way fits in between, to the hit or to the reach
+        bool hit = false;
+    };
+
+    /// Share by which ranges are wider than they should be.
+    static constexpr double widened = 1.0 + 1e-9;
+
+    const Tree& tree_;
+    const Scene& scene_;
+    double reach_;
+};
+
+} // namespace morva::osg

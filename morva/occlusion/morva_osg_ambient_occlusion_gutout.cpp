@@ -1,0 +1,167 @@
+// Interior removal: the parts of which no vertex sees a way out.
+
+#include <atomic>
+#include <map>
+#include <memory>
+#include <set>
+#include <string>
+
+#include <OpenSG/OSGGroup.h>
+
+#include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_bake.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_exact.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_prepare.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_work.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// Shares of the scene's diagonal: up to where a hit counts whole, and how far a vertex is moved
+/// off its surface.
+constexpr double distance_share = 0.05, offset_share = 1e-5;
+
+/// A distance along a ray lies this much off that from its point at most; twice of what the lattice
+/// and its offset come to.
+constexpr double start_slack = 4.0 * occlusion_ray::start_offset;
+
+/// Whether a vertex is open, its rays fired in turn until that is certain.
+class openness_test {
+  public:
+    openness_test(const traced_scene& scene, span<const float3> of_set, double diagonal,
+                  float more_than)
+        : rays_(of_set), distance_(diagonal * distance_share),
+          offset_(static_cast<float>(diagonal * offset_share)), threshold_(more_than),
+          trace_(scene.rays()), again_(scene.tree, scene.parts, 2.0 * distance_ + start_slack) {}
+
+    bool operator()(const world_vertices& vertices, std::size_t vertex) const {
+        const float3 normal = vertices.normal(vertex);
+        float3 position = vertices.position(vertex);
+        for (std::size_t k = 0; k < 3; ++k)
+            position[k] += normal[k] * offset_;
+        occlusion_sum sum;
+        std::size_t left = rays_.size();
+        for (const float3& vector : rays_) {
+            const occlusion_ray ray(position, normal, vector);
+            float3 point;
+            // Single precision loses a few hits on the edges of boxes, and one open ray is enough.
+            if (trace_(ray, point) || again_(ray, point))
+                sum.add(detail::distance<float, float3>(position, point), distance_);
+            if (isCertain(sum, --left))
+                return true;
+        }
+        return sum.value(rays_.size()) > threshold_;
+    }
+
+  private:
+    /// Whether the vertex is open even if all rays that are left count whole. Sums are rounded:
+    /// what is close waits for the last ray.
+    bool isCertain(occlusion_sum sum, std::size_t left) const {
+        constexpr double rounding = 1e-3;
+        sum.partial += static_cast<double>(left) + rounding;
+        return sum.value(rays_.size()) > threshold_;
+    }
+
+    span<const float3> rays_;
+    double distance_;
+    float offset_; ///< world units
+    float threshold_;
+    occlusion_rays trace_;
+    exact_rays<bih_tree<float>, occlusion_geoset> again_;
+};
+
+/// A geometry and whether a vertex of it is open.
+struct questioned {
+    ::osg::RefPtr<::osg::NodePtr> node;
+    world_vertices vertices;
+    std::atomic<bool> open{false};
+
+    explicit questioned(const ::osg::NodePtr& asked) : node(asked), vertices(asked) {}
+};
+
+/// Takes nodes off their parents. One with children stays, with an empty group as its core.
+void takeOff(const std::vector<::osg::NodePtr>& nodes) {
+    std::map<::osg::UInt32, ::osg::NodePtr> parents;
+    std::set<::osg::UInt32> leaving;
+    for (const ::osg::NodePtr& node : nodes) {
+        if (node->getNChildren() != 0) {
+            const ::osg::RefPtr<::osg::GroupPtr> empty(::osg::Group::create());
+            giveCore(node, empty.get());
+        } else if (node->getParent() != ::osg::NullFC) {
+            leaving.insert(node.getFieldContainerId());
+            parents.emplace(node->getParent().getFieldContainerId(), node->getParent());
+        }
+    }
+    for (const auto& [id, parent] : parents) {
+        for (::osg::UInt32 i = parent->getNChildren(); i-- > 0;) { // those in front stay in place
+            if (leaving.count(parent->getChild(i).getFieldContainerId()) != 0)
+                takeChildOff(parent, i);
+        }
+    }
+}
+
+/// Asks the vertices of all geometries, and gives those of which none is open.
+std::vector<::osg::NodePtr> closedOnes(const std::vector<std::unique_ptr<questioned>>& all,
+                                       const openness_test& isOpen, unsigned int threads) {
+    std::vector<::osg::NodePtr> closed;
+    work_progress progress;
+    vertex_work work;
+    for (const auto& one : all)
+        work.counts.push_back(one->vertices.size());
+    work.piece = [&](std::size_t geometry, std::size_t first, std::size_t last) {
+        questioned& asked = *all[geometry];
+        for (std::size_t vertex = first; vertex < last && !asked.open; ++vertex) {
+            if (isOpen(asked.vertices, vertex))
+                asked.open = true;
+        }
+    };
+    work.end = [&](std::size_t geometry) {
+        if (!all[geometry]->vertices.hasPositions())
+            return sayNoPositions();
+        if (!all[geometry]->open)
+            closed.push_back(all[geometry]->node.get());
+        progress.sayEnd(geometry, all.size());
+    };
+    doInOrder(work, threads, progress);
+    return closed;
+}
+
+} // namespace
+
+void takeInteriorOff(const ::osg::NodePtr& root, int shots, float threshold, unsigned int threads) {
+    if (root == ::osg::NullFC)
+        return;
+    const span<const float3> rays = rayVecsOf(shots);
+    if (rays.empty())
+        return sayNoRays(shots);
+    const walk_start start(root);
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(start.get(), nodes, false);
+    for (const ::osg::NodePtr& node : nodes)
+        giveNewNormals(geometryOf(node));
+    const traced_scene scene(start.get());
+    const openness_test isOpen(scene, rays, diagonalOf(root), threshold);
+    say({"Calc Ambient Occlusion: "});
+    std::vector<std::unique_ptr<questioned>> all;
+    for (const ::osg::NodePtr& node : nodes)
+        all.push_back(std::make_unique<questioned>(node));
+    const std::vector<::osg::NodePtr> closed = closedOnes(all, isOpen, threads);
+    const std::string primitives = std::to_string(getNumberOfPrimitives(closed));
+    takeOff(closed);
+    say_over_progress({"done. Removed ", std::to_string(closed.size()), " geometries with ",
+                       primitives, " primitives."});
+}
+
+void gutOutModelPerAmbientOcclusion(::osg::NodePtr root, int shots, float threshold, unsigned int) {
+    takeInteriorOff(root, shots, threshold, 1);
+}
+
+} // namespace morva::osg

@@ -1,0 +1,201 @@
+// Interior removal: which parts go, how they go, and what is said.
+
+#include "naive_occlusion.h"
+#include "tests/collision/solids.h"
+
+#include <morva/core/morva_osg_scene_rules.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
+
+namespace {
+
+::osg::Matrix scaled(const ::osg::Vec3f& by, const ::osg::Vec3f& to = {0, 0, 0}) {
+    ::osg::Matrix matrix;
+    matrix.setTransform(to, ::osg::Quaternion(), by);
+    return matrix;
+}
+
+mesh_data ball(float radius) { return baked(ballMesh(5), scaled({radius, radius, radius})); }
+
+mesh_data both(mesh_data mesh, const mesh_data& more) {
+    mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());
+    mesh.primitives = {{4, static_cast<unsigned>(mesh.positions.size())}};
+    return mesh;
+}
+
+mesh_data turnedOver(mesh_data mesh) {
+    for (std::size_t i = 0; i < mesh.positions.size(); i += 3)
+        std::swap(mesh.positions[i], mesh.positions[i + 1]);
+    return mesh;
+}
+
+/// Outside and inside of a ball.
+mesh_data shell(float radius) { return both(ball(radius), turnedOver(ball(0.9F * radius))); }
+
+/// A wall of a box from -1 to 1, a little larger than its side.
+mesh_data panel(unsigned side, float thickness) {
+    ::osg::Vec3f by(1.2F, 1.2F, 1.2F), to(0, 0, 0);
+    by[side / 2] = thickness;
+    to[side / 2] = side % 2 == 0 ? 1 : -1;
+    return baked(blockMesh(1), scaled(by, to));
+}
+
+/// A sheet that is seen from both sides.
+mesh_data sheet(unsigned side) {
+    mesh_data face = panel(side, 0);
+    face.positions.resize(6); // of one side of the block
+    for (std::size_t i = 0; i < 6; ++i) {
+        ::osg::Pnt3f& p = face.positions[i];
+        const float u = i % 6 == 1 || i % 6 == 2 || i % 6 == 4 ? 1.2F : -1.2F;
+        const float v = i % 6 == 2 || i % 6 == 4 || i % 6 == 5 ? 1.2F : -1.2F;
+        p[side / 2] = side % 2 == 0 ? 1 : -1;
+        p[(side / 2 + 1) % 3] = u;
+        p[(side / 2 + 2) % 3] = v;
+    }
+    face.primitives = {{4, 6}};
+    return both(face, turnedOver(face));
+}
+
+/// The parts around a place far from a small one that makes the scene large: hits count up to a
+/// twentieth of that.
+::osg::NodePtr inLargeScene(const node_list& parts) {
+    node_list all = parts;
+    all.push_back(moved({60, 0, 0}, {named("far", meshNode(blockMesh(1)))}));
+    return group(all);
+}
+
+::osg::NodePtr box(unsigned sides, bool sheets) {
+    node_list parts;
+    for (unsigned side = 0; side < sides; ++side)
+        parts.push_back(
+            named("w" + std::to_string(side), meshNode(sheets ? sheet(side) : panel(side, 0.1F))));
+    parts.push_back(named("kernel", meshNode(ball(0.5F))));
+    return inLargeScene(parts);
+}
+
+::osg::NodePtr sceneOfKind(const std::string& kind) {
+    if (kind == "panels" || kind == "sheets")
+        return box(6, kind == "sheets");
+    if (kind == "open box")
+        return box(5, false);
+    if (kind == "shells")
+        return inLargeScene({named("outer", meshNode(shell(1.5F))),
+                             named("inner", meshNode(shell(1))),
+                             named("lining", meshNode(turnedOver(ball(1.2F)))),
+                             moved({0.1F, 0, 0}, {named("kernel", meshNode(ball(0.5F)))})});
+    if (kind == "children") { // a part in the shell holds one within and one outside
+        const ::osg::NodePtr holder = named("holder", meshNode(ball(0.7F)));
+        holder->addChild(named("within", meshNode(ball(0.3F))));
+        holder->addChild(moved({9, 0, 0}, {named("outside", meshNode(ball(0.3F)))}));
+        return inLargeScene({named("outer", meshNode(shell(1))), holder});
+    }
+    if (kind == "odd") {
+        const ::osg::GeometryPtr none = geometryOf(blockMesh(1));
+        none->setPositions(::osg::GeoPositions3f::create());
+        return inLargeScene(
+            {named("empty", nodeOf(none)), named("bare", nodeOf(::osg::Geometry::create())),
+             named("outer", hidden(meshNode(shell(1)))), named("kernel", meshNode(ball(0.5F)))});
+    }
+    return named("alone", meshNode(shell(1)));
+}
+
+std::vector<std::string> drawn(const ::osg::NodePtr& root) {
+    std::vector<std::string> names = namesOf(geometryNodes(root));
+    std::sort(names.begin(), names.end());
+    return names;
+}
+
+TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
+    const struct {
+        const char* kind;
+        std::set<std::string> gone;
+        const char* removed;
+    } rows[] = {{"panels", {"kernel"}, "1 geometries with 80"},
+                {"sheets", {"kernel"}, "1 geometries with 80"},
+                {"open box", {}, "0 geometries with 0"},
+                {"shells", {"inner", "kernel", "lining"}, "3 geometries with 320"},
+                {"children", {"holder", "within"}, "2 geometries with 160"},
+                {"odd", {"empty"}, "1 geometries with 12"}, // as its lengths claim
+                {"alone", {}, "0 geometries with 0"}};
+    for (const auto& row : rows) {
+        for (const unsigned threads : {1, 3}) {
+            SCOPED_TRACE(row.kind);
+            const node_ref root(sceneOfKind(row.kind));
+            std::vector<std::string> expected = drawn(root.get());
+            const std::size_t before = expected.size();
+            expected.erase(std::remove_if(expected.begin(), expected.end(),
+                                          [&](const auto& name) { return row.gone.count(name); }),
+                           expected.end());
+            ASSERT_EQ(before - expected.size(), row.gone.size());
+            const stream_capture out(std::cout);
+            morva::osg::takeInteriorOff(root.get(), 3, 0, threads);
+            EXPECT_EQ(drawn(root.get()), expected);
+            const std::string end =
+                "\rdone. Removed " + std::string(row.removed) + " primitives.\n";
+            const std::string text = out.text();
+            EXPECT_EQ(text.substr(text.size() - std::min(text.size(), end.size())), end);
+            EXPECT_EQ(text.substr(0, 17), "Prepare Geoset: \n");
+            EXPECT_NE(text.find("\nCalc Ambient Occlusion: \n\r0%"), std::string::npos) << text;
+        }
+    }
+}
+
+TEST(GutOutModel, ANodeWithChildrenStaysAsAGroup) {
+    const node_ref root(sceneOfKind("children"));
+    const stream_capture out(std::cout);
+    morva::osg::gutOutModelPerAmbientOcclusion(root.get(), 3, 0, 1);
+    const ::osg::NodePtr holder = nodeNamed(root.get(), "holder");
+    ASSERT_NE(holder, ::osg::NullFC);
+    EXPECT_EQ(holder->getCore()->getType(), ::osg::Group::getClassType());
+    EXPECT_EQ(holder->getNChildren(), 1U);
+    EXPECT_EQ(morva::osg::broken_rule_of(root.get()), "");
+}
+
+/// The most open vertex of each geometry of a scene that was asked before.
+std::vector<float> naiveOpenness(const ::osg::NodePtr& root) {
+    const naive_scene naive(root);
+    const double diagonal = morva_test::diagonalOf(root);
+    std::vector<float> values;
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        const auto& core = *coreOf(node);
+        values.push_back(0);
+        for (::osg::UInt32 i = 0; i < core.getPositions()->size(); ++i) {
+            ::osg::Pnt3f at;
+            ::osg::Vec3f normal = core.getNormals()->getValue(i);
+            node->getToWorld().multMatrixPnt(core.getPositions()->getValue(i), at);
+            if (normal.length() > 0)
+                normal.normalize();
+            const float value = naive.value(plain(at + normal * float(diagonal * 1e-5)),
+                                            {normal[0], normal[1], normal[2]}, 3, diagonal * 0.05);
+            values.back() = std::max(values.back(), value);
+        }
+    }
+    return values;
+}
+
+TEST(GutOutModel, AThresholdTakesWhatIsLessOpen) {
+    const auto scene = [] {
+        std::mt19937 rng(3);
+        const ::osg::NodePtr root = group();
+        for (int i = 0; i < 10; ++i)
+            root->addChild(moved(randomVector(rng, 0.3F), {meshNode(ball(0.4F))}));
+        return inLargeScene({root});
+    };
+    const stream_capture out(std::cout);
+    const node_ref twin(scene());
+    morva::osg::gutOutModelPerAmbientOcclusion(twin.get(), 3, -1, 1); // new normals alone
+    const std::vector<float> values = naiveOpenness(twin.get());
+    std::set<long> counts;
+    for (const float threshold : {0.F, 0.96F, 0.975F, 0.99F, 1.F}) {
+        const node_ref root(scene());
+        morva::osg::gutOutModelPerAmbientOcclusion(root.get(), 3, threshold, 1);
+        const long open = std::count_if(values.begin(), values.end(),
+                                        [&](float value) { return value > threshold; });
+        counts.insert(open);
+        EXPECT_EQ(long(geometryNodes(root.get()).size()), open) << threshold;
+    }
+    EXPECT_GT(counts.size(), 3U) << testing::PrintToString(values);
+}
+
+} // namespace
