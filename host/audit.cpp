@@ -257,9 +257,25 @@ void compareSums(const audit_plan& plan, const expectation& all, const amount& o
         verdict.differences.push_back(
             std::to_string(verdict.in) + " triangles went in, " +
             std::to_string(verdict.degenerate) + " of them degenerate and " +
-            std::to_string(verdict.left_out) + " left out by rule, but " + textOfCount(all, out));
+            std::to_string(verdict.left_out) + " left out by rule" +
+            (verdict.removed != 0 ? " and " + std::to_string(verdict.removed) + " removed" : "") +
+            ", but " + textOfCount(all, out));
     else if (plan.areas && !plan.by_part)
         compare(all, out, true, "all parts", verdict.differences);
+}
+
+void compareHull(const audit_plan& plan, const ::osg::NodePtr& result, audit_verdict& verdict) {
+    if (!plan.hull_source)
+        return;
+    print_list prints;
+    for (const ::osg::NodePtr& node : geometryNodes(result)) {
+        const placement world(node);
+        addPrints(geometry_view(::osg::GeometryPtr::dcast(node->getCore())), 0, prints, &world);
+    }
+    const std::uint64_t strangers = countStrangers(*plan.hull_source, std::move(prints));
+    if (strangers != 0)
+        verdict.differences.push_back("the hull has " + std::to_string(strangers) +
+                                      " triangles that did not go in");
 }
 
 void sumUp(const audit_plan& plan, const expectation& all, audit_verdict& verdict) {
@@ -268,6 +284,7 @@ void sumUp(const audit_plan& plan, const expectation& all, audit_verdict& verdic
         const bool drops = part.fate == part_fate::merged || part.least != part.most;
         verdict.degenerate += drops && part.fate != part_fate::open ? part.degenerate : 0;
         verdict.left_out += part.fate == part_fate::left_out ? part.triangles : 0;
+        verdict.removed += part.fate == part_fate::removed ? part.triangles : 0;
     }
     verdict.least = all.least;
     verdict.most = all.most;
@@ -327,12 +344,13 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         compareByName(expected, out_by_name, plan.areas, verdict);
     noteNameless(plan, verdict);
     compareReordered(plan, result, verdict);
+    compareHull(plan, result, verdict);
     compareSums(plan, all, sum, verdict);
     return verdict;
 }
 
 const char* textOf(part_fate fate) {
-    static const char* const texts[] = {"merged", "carried over", "left out", "open"};
+    static const char* const texts[] = {"merged", "carried over", "left out", "removed", "open"};
     return texts[static_cast<int>(fate)];
 }
 

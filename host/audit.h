@@ -17,11 +17,15 @@
 // triangles were dropped the new order may show a triangle twice and leave another out; that is
 // told, and is no failure.
 //
+// Interior removal takes whole parts: noteRemoved() tells which, and they count as none. Of a hull
+// single triangles are left: each must be one that went in.
+//
 // Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
 // those at least as many triangles must come out as went in, with the same area.
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,6 +42,7 @@ enum class part_fate {
     merged,   ///< poured together and cut: degenerate triangles go
     carried,  ///< taken over as it is
     left_out, ///< not in the output, by rule
+    removed,  ///< not in the output: nobody sees it
     open      ///< the parameters ask for more than can be foretold: some of it may be left
 };
 
@@ -60,6 +65,8 @@ struct audit_plan {
     bool has_ids = false; ///< the run writes IDs
     bool by_part = false; ///< and they tell each part, so that each can be checked
     bool areas = false;   ///< some part is cut, and the output is in the world
+    /// Triangles of all parts where they are in the output, for a hull: others must not be there.
+    std::optional<print_list> hull_source;
     print_list reordered; ///< triangles of the parts that are carried over in a new draw order
 };
 
@@ -78,7 +85,7 @@ struct core_record {
 };
 
 struct audit_verdict {
-    std::uint64_t in = 0, degenerate = 0, left_out = 0;
+    std::uint64_t in = 0, degenerate = 0, left_out = 0, removed = 0;
     std::uint64_t least = 0, most = 0;
     std::uint64_t out = 0; ///< without those that are degenerate and were not before
     bool by_part = false;
@@ -93,6 +100,9 @@ struct audit_verdict {
 /// Counts what the parts hold and foretells what comes out. Reads the scene; O(triangles).
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters);
+
+/// Takes it down that interior removal took these parts, by their places, off the scene.
+void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan);
 
 /// Counts the triangles below `result`, hidden ones too, and compares.
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result);

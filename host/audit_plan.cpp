@@ -44,10 +44,22 @@ struct part_lists {
     node_ids plain, switched, transparent, hidden;
 };
 
+/// Whether baking leaves a transparent part as it is: its image says what can be seen through.
+bool staysTransparent(const ::osg::NodePtr& node, const run_plan& run) {
+    const morva::osg::optTree_setup& setup = run.setup;
+    return setup.ambientocclusion == 0 ||
+           (!setup.aoreplace && morva::osg::getImage(node) != ::osg::NullFC);
+}
+
+/// Whether the merge carries a part over because one can see through it.
+bool isTransparent(const ::osg::NodePtr& node, const part_lists& lists, const run_plan& run) {
+    return !run.setup.merge.alphageometry &&
+           lists.transparent.count(node.getFieldContainerId()) != 0 && staysTransparent(node, run);
+}
+
 /// Whether the merge hands the part to the draw order as it is.
 bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_plan& run) {
-    return run.setup.merge.cacheopt && !run.setup.merge.alphageometry &&
-           lists.transparent.count(node.getFieldContainerId()) != 0;
+    return run.orders_cache && isTransparent(node, lists, run);
 }
 
 /// What the draw order leaves of a part that is carried over: degenerate triangles go, and where
@@ -75,9 +87,9 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     const morva::osg::optTree_setup& setup = run.setup;
     if (!run.merges || (hidden && setup.merge.keeprenderfalse))
         set(part_fate::carried, part.triangles, part.triangles);
-    else if (transparent && !setup.merge.alphageometry) {
+    else if (isTransparent(node, lists, run)) {
         set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
-        if (setup.merge.cacheopt)
+        if (run.orders_cache)
             foretellReordered(part, node, run);
     } else if (transparent || lists.plain.count(id) != 0)
         set(part_fate::merged, sound, sound);
@@ -87,8 +99,11 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     // What hangs below switches may come to light.
     const bool moves = (setup.removelod || setup.removeswitch) &&
                        (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
-    if (run.changes_triangles || moves)
+    if (run.changes_triangles || run.builds_hull || moves)
         set(part_fate::open, 0, part.triangles);
+    // Equal vertices are joined on the way: a strip shows its degenerate triangles no more.
+    else if ((run.removes_parts || setup.ambientocclusion != 0) && part.fate == part_fate::carried)
+        set(part.fate, sound, part.triangles);
     // One material for all may turn carried parts into merged ones, and the other way round.
     else if (setup.mostusedmaterial && run.merges && part.fate != part_fate::left_out)
         set(part.degenerate != 0 ? part_fate::open : part.fate, sound, part.triangles);
@@ -141,7 +156,9 @@ double areaOf(const counting_task& task, const audited_part& part) {
 /// are kept.
 bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
     const morva::osg::mergeGeo_setup& setup = run.setup.merge;
-    return run.merges && setup.optimizetc > 0 && reachesBeyond(view, setup.optimizetc) &&
+    const bool loses_image = run.setup.ambientocclusion != 0 && run.setup.aoreplace;
+    return run.merges && !loses_image && setup.optimizetc > 0 &&
+           reachesBeyond(view, setup.optimizetc) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
 }
 
@@ -171,14 +188,43 @@ class view_store {
     std::map<::osg::UInt32, std::unique_ptr<geometry_view>> views_;
 };
 
+/// Notes the triangles that a hull may have. One that is cut on the way can't be told.
+void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run,
+                    audit_plan& plan) {
+    if (!run.builds_hull || std::any_of(plan.parts.begin(), plan.parts.end(),
+                                        [](const audited_part& part) { return part.cut; }))
+        return;
+    plan.hull_source.emplace();
+    for (const counting_task& task : tasks) {
+        addPrints(*task.view, 0, *plan.hull_source, &task.world);
+        if (!run.setup.merge.toworld) // carried over parts are moved all the same
+            addPrints(*task.view, 0, *plan.hull_source);
+    }
+}
+
 } // namespace
+
+void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
+    for (const std::size_t place : places) {
+        audited_part& part = plan.parts[place];
+        part.fate = part_fate::removed;
+        part.least = part.most = part.kept_degenerate = 0;
+        part.area = 0.0;
+        part.cut = part.renamed = false;
+    }
+    const auto isGone = [&plan](const triangle_print& print) {
+        return plan.parts[print.part].fate == part_fate::removed;
+    };
+    plan.reordered.erase(std::remove_if(plan.reordered.begin(), plan.reordered.end(), isGone),
+                         plan.reordered.end());
+}
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters) {
     audit_plan plan;
     plan.sources = nodesOf(parts);
     const run_plan run = morva::osg::planOf(parameters);
-    const bool reorders = run.setup.merge.cacheopt;
+    const bool reorders = run.orders_cache;
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
@@ -213,6 +259,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
+    noteHullSource(tasks, run, plan);
     countKept(tasks, run, plan);
     measureAreas(tasks, run, plan);
     return plan;

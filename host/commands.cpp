@@ -3,6 +3,7 @@
 #include <exception>
 #include <iostream>
 #include <new>
+#include <optional>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -15,6 +16,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "audit.h"
+#include "bake_notes.h"
 #include "collide_command.h"
 #include "console.h"
 #include "host_error.h"
@@ -28,6 +30,7 @@
 #include "part_names.h"
 #include "part_table.h"
 #include "pick_command.h"
+#include "removed_parts.h"
 #include "report.h"
 #include "scene_walk.h"
 #include "staged_output.h"
@@ -137,6 +140,28 @@ void refuseEmpty(const scene_statistics& scene) {
         throw host_error("nothing is left to draw: every triangle is degenerate or left out");
 }
 
+/// Notes what stages with rays do, and says at once how long they may take.
+void tellOfOcclusion(const model& source, const std::vector<named_part>& parts,
+                     const std::string& parameters, bool quiet, run_report& report) {
+    for (std::string& note : bakeNotes(parts, parameters))
+        report.notes.push_back(std::move(note));
+    const std::string estimate = bakeEstimate(source.root.get(), withThreads(parameters));
+    if (!estimate.empty())
+        tellNotes({estimate}, quiet);
+}
+
+/// Writes the parts that interior removal took off; no file if there are none.
+void writeRemoved(const removal_watch& watch, const std::vector<std::size_t>& gone,
+                  const image_sources& images, const staged_output& stage, output_set& outputs,
+                  run_report& report) {
+    if (gone.empty()) {
+        report.notes.push_back("no part was removed: no file is written for them");
+        return outputs.drop(stage);
+    }
+    for (std::string& note : writeModel(watch.sceneOf(gone).get(), images, stage.path()))
+        report.notes.push_back("removed parts: " + std::move(note));
+}
+
 } // namespace
 
 void optimize(const options& chosen) {
@@ -147,9 +172,11 @@ void optimize(const options& chosen) {
     output_set outputs(chosen.input, chosen.overwrite);
     const staged_output& stage = outputs.addModel(chosen.output);
     staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
-    id_map_output id_map(chosen.parameters, outputs);
     progress steps(chosen.quiet);
+    const std::string parameters = withKeptColors(chosen.parameters, chosen.ao_replace);
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
+    id_map_output id_map(parameters, outputs);
+    staged_output* const removed_stage = addUnlessEmpty(outputs, chosen.removed);
     const measure wanted = nobody_reads ? measure::counts : measure::all;
 
     steps.begin("read");
@@ -163,12 +190,19 @@ void optimize(const options& chosen) {
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
-    report.plan = planAudit(source.root.get(), parts, chosen.parameters);
+    report.plan = planAudit(source.root.get(), parts, parameters);
+    tellOfOcclusion(source, parts, parameters, chosen.quiet, report);
+    std::optional<removal_watch> watch;
+    if (morva::osg::planOf(parameters).removes_parts)
+        watch.emplace(source.root.get(), parts);
     if (report.plan->has_ids)
         noteBroughtIds(dropBroughtIds(parts), report);
     steps.begin("optimise");
     const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps);
     steps.begin("audit");
+    const std::vector<std::size_t> gone =
+        watch ? watch->removed(result.get()) : std::vector<std::size_t>();
+    noteRemoved(gone, *report.plan);
     report.after = measureScene(result.get(), wanted);
     report.verdict = judge(*report.plan, result.get());
     for (const std::string& note : report.verdict->notes)
@@ -184,8 +218,12 @@ void optimize(const options& chosen) {
             report.notes.push_back(std::move(note));
         report.output = {chosen.output, stage.bytes()};
         id_map.check(outputs, report);
+        if (removed_stage != nullptr)
+            writeRemoved(*watch, gone, source.images, *removed_stage, outputs, report);
     } else {
         outputs.drop(stage);
+        if (removed_stage != nullptr)
+            outputs.drop(*removed_stage);
         id_map.drop(outputs);
     }
     steps.end();

@@ -4,6 +4,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <morva/driver/morva_osg_run_plan.h>
+
 #include "host_error.h"
 #include "model_export.h"
 #include "version.h"
@@ -37,6 +39,12 @@ CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
         ->capture_default_str();
     optimize.add_flag("--overwrite", chosen.overwrite,
                       "OUT may be IN, and files that belong to OUT may replace others");
+    optimize.add_flag("--ao-replace", chosen.ao_replace,
+                      "ambientocclusion makes grey parts; else colours and textures stay");
+    optimize
+        .add_option("--removed", chosen.removed,
+                    "write the parts that ambientgutout removes to this model file")
+        ->type_name("FILE");
     optimize.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
     return optimize;
 }
@@ -92,10 +100,16 @@ CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
-    if (chosen.what == command::optimize && !canWrite(chosen.output))
-        throw host_error("cannot write files like '" + chosen.output +
-                             "'; known extensions: " + writableExtensions(),
-                         exit_usage);
+    if (chosen.what != command::optimize)
+        return;
+    for (const std::string& file : {chosen.output, chosen.removed}) {
+        if (!file.empty() && !canWrite(file))
+            throw host_error("cannot write files like '" + file +
+                                 "'; known extensions: " + writableExtensions(),
+                             exit_usage);
+    }
+    if (!chosen.removed.empty() && !morva::osg::planOf(chosen.parameters).removes_parts)
+        throw host_error("--removed goes with the parameter ambientgutout(true)", exit_usage);
 }
 
 std::vector<pick_ray> raysOf(const CLI::App& pick, const ray_texts& texts) {

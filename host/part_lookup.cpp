@@ -50,10 +50,11 @@ part_label file_parts::of(const morva::osg::ray_hit& hit) const {
 }
 
 std::vector<std::string> carriedParts(const ::osg::NodePtr& root, const std::string& parameters) {
-    const morva::osg::optTree_setup setup = morva::osg::planOf(parameters).setup;
+    const morva::osg::run_plan plan = morva::osg::planOf(parameters);
+    const morva::osg::optTree_setup& setup = plan.setup;
     // What the stages before the merge make transparent or lay open cannot be foretold.
-    if (!setup.merge.cacheopt || setup.merge.alphageometry || setup.mostusedmaterial ||
-        setup.removelod || setup.removeswitch)
+    if (!plan.orders_cache || setup.merge.alphageometry || setup.mostusedmaterial ||
+        setup.removelod || setup.removeswitch || setup.ambientocclusion != 0 || plan.builds_hull)
         return {};
     std::vector<::osg::NodePtr> plain, transparent;
     morva::osg::getGeometryNodes(root, plain, transparent, false);

@@ -60,6 +60,7 @@ std::string auditLine(const audit_verdict& verdict) {
     std::string text = "audit: " + withCommas(verdict.in) + " triangles in, " +
                        withCommas(verdict.degenerate) + " degenerate, " +
                        withCommas(verdict.left_out) + " left out by rule, " +
+                       (verdict.removed != 0 ? withCommas(verdict.removed) + " removed, " : "") +
                        withCommas(verdict.out) +
                        (verdict.cut && verdict.out > verdict.most ? " out in pieces: " : " out: ");
     text += verdict.differences.empty() ? "passed" : "FAILED";
@@ -95,6 +96,7 @@ ordered_json jsonOf(const audit_verdict& verdict) {
             {"triangles_in", verdict.in},
             {"degenerate", verdict.degenerate},
             {"left_out", verdict.left_out},
+            {"removed", verdict.removed},
             {"triangles_out", verdict.out},
             {"least_expected", verdict.least},
             {"most_expected", verdict.most},

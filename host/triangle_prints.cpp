@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <iterator>
 #include <map>
 #include <tuple>
 
@@ -16,8 +17,10 @@ using corner_bits = std::array<std::uint32_t, 3>;
 
 corner_bits bitsOf(const ::osg::Pnt3f& point) {
     corner_bits bits;
-    for (::osg::UInt32 axis = 0; axis < 3; ++axis)
-        std::memcpy(&bits[axis], &point[axis], sizeof(float));
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
+        const float place = point[axis] + 0.0F; // -0 is 0: a new index may swap them
+        std::memcpy(&bits[axis], &place, sizeof place);
+    }
     return bits;
 }
 
@@ -39,10 +42,10 @@ bool isBefore(const triangle_print& a, const triangle_print& b) {
 
 } // namespace
 
-void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints) {
-    const auto point = [&](std::uint32_t corner) {
-        return *view.positions.find<::osg::Pnt3f>(corner);
-    };
+void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints,
+               const placement* to) {
+    const std::vector<::osg::Pnt3f> moved = placed(view, to);
+    const auto point = [&](std::uint32_t corner) { return moved[view.positions.row(corner)]; };
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         const ::osg::Pnt3f points[3] = {point(a), point(b), point(c)};
         if (morva::osg::is_rogue(points[0], points[1], points[2]))
@@ -53,6 +56,18 @@ void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints
                     corners.end());
         prints.push_back({hashOf(corners), part});
     });
+}
+
+std::uint64_t countStrangers(print_list before, print_list after) {
+    const auto isLess = [](const triangle_print& a, const triangle_print& b) {
+        return a.print < b.print;
+    };
+    std::sort(before.begin(), before.end(), isLess);
+    std::sort(after.begin(), after.end(), isLess);
+    print_list strangers;
+    std::set_difference(after.begin(), after.end(), before.begin(), before.end(),
+                        std::back_inserter(strangers), isLess);
+    return strangers.size();
 }
 
 std::vector<print_difference> comparePrints(print_list before, print_list after) {

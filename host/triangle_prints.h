@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "geometry_view.h"
+#include "triangle_measures.h"
 
 namespace morva::host {
 
@@ -31,8 +32,12 @@ struct print_difference {
     std::uint64_t lost = 0;
 };
 
-/// Appends the prints of a core's triangles, in the core's own space.
-void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints);
+/// Appends the prints of a core's triangles, in the core's own space or moved.
+void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints,
+               const placement* to = nullptr);
+
+/// How many prints of `after` are not in `before`, each of which serves once. O(n log n).
+std::uint64_t countStrangers(print_list before, print_list after);
 
 /// One entry per part of `before` with a difference, in part order. Prints that are not in
 /// `before` do not count; the part numbers of `after` are not read. O(n log n).
