@@ -5,6 +5,7 @@
 #include <OpenSG/OSGDynamicVolume.h>
 
 #include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_value_hash.h>
@@ -28,6 +29,16 @@ class registration_pause {
     bool was_off_;
 };
 
+/// Frees what rays don't ask for, once the trees are built: all but corners, boxes and trees.
+void keepCornersAlone(occlusion_geoset& parts) {
+    for (std::uint32_t i = 0; i < parts.built_count; ++i) {
+        parts.geosets[i].dropExtents();
+        for (const vertex_property which : all_properties)
+            setProperty(parts.geosets[i].geometry.get(), which, ::osg::NullFC);
+        parts.geosets[i].prepareSimpleTris(0); // finds no field, and lets go of those before
+    }
+}
+
 /// A vector of this length or more is brought to length 1.
 constexpr float shortest_normal = 1e-6F;
 
@@ -40,6 +51,7 @@ traced_scene::traced_scene(const ::osg::NodePtr& root) {
         parts.with_geosets = true;
         parts.build(root, parts_setup);
     }
+    keepCornersAlone(parts);
     say({""});
     compile(parts, tree, tree_setup);
 }

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdio>
 #include <exception>
@@ -17,6 +18,8 @@ namespace {
 
 /// Elements of a piece: some milliseconds of rays.
 constexpr std::size_t piece_size = 32;
+/// Between two words on how far a geometry is.
+constexpr std::chrono::milliseconds progress_pause{50};
 /// More threads than this would only stand in each other's way.
 constexpr std::size_t most_threads = 64;
 
@@ -134,8 +137,12 @@ void doInOrder(const vertex_work& work, unsigned int threads, work_progress& pro
         progress.total += count;
     const std::size_t wanted = std::min({std::size_t(threads), queue.pieces(), most_threads});
     const helper_threads helpers(queue, wanted > 1 ? wanted - 1 : 0);
+    auto said = std::chrono::steady_clock::now();
     for (std::size_t geometry = 0; geometry < work.counts.size(); ++geometry) {
         while (!queue.isFinished(geometry) && queue.doNext()) {
+            if (std::chrono::steady_clock::now() - said < progress_pause)
+                continue;
+            said = std::chrono::steady_clock::now();
             progress.done = queue.elementsDone();
             progress.sayPiece();
         }

@@ -1,7 +1,7 @@
 // Interior removal: which parts go, how they go, and what is said.
 
-#include "naive_occlusion.h"
 #include "tests/collision/solids.h"
+#include "tests/support/test.h"
 
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_tools.h>
@@ -20,8 +20,7 @@ mesh_data ball(float radius) { return baked(ballMesh(5), scaled({radius, radius,
 
 mesh_data both(mesh_data mesh, const mesh_data& more) {
     mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());
-    mesh.primitives = {{4, static_cast<unsigned>(mesh.positions.size())}};
-    return mesh;
+    return meshOfTriangles(mesh.positions);
 }
 
 mesh_data turnedOver(mesh_data mesh) {
@@ -43,18 +42,15 @@ mesh_data panel(unsigned side, float thickness) {
 
 /// A sheet that is seen from both sides.
 mesh_data sheet(unsigned side) {
-    mesh_data face = panel(side, 0);
-    face.positions.resize(6); // of one side of the block
-    for (std::size_t i = 0; i < 6; ++i) {
-        ::osg::Pnt3f& p = face.positions[i];
-        const float u = i % 6 == 1 || i % 6 == 2 || i % 6 == 4 ? 1.2F : -1.2F;
-        const float v = i % 6 == 2 || i % 6 == 4 || i % 6 == 5 ? 1.2F : -1.2F;
-        p[side / 2] = side % 2 == 0 ? 1 : -1;
-        p[(side / 2 + 1) % 3] = u;
-        p[(side / 2 + 2) % 3] = v;
+    std::vector<::osg::Pnt3f> face;
+    for (const unsigned corner : {0, 1, 3, 0, 3, 2}) {
+        ::osg::Pnt3f p;
+        p[side / 2] = side % 2 == 0 ? 1.F : -1.F;
+        p[(side / 2 + 1) % 3] = corner % 2 == 0 ? -1.2F : 1.2F;
+        p[(side / 2 + 2) % 3] = corner < 2 ? -1.2F : 1.2F;
+        face.push_back(p);
     }
-    face.primitives = {{4, 6}};
-    return both(face, turnedOver(face));
+    return both(meshOfTriangles(face), turnedOver(meshOfTriangles(face)));
 }
 
 /// The parts around a place far from a small one that makes the scene large: hits count up to a
@@ -150,52 +146,6 @@ TEST(GutOutModel, ANodeWithChildrenStaysAsAGroup) {
     EXPECT_EQ(holder->getCore()->getType(), ::osg::Group::getClassType());
     EXPECT_EQ(holder->getNChildren(), 1U);
     EXPECT_EQ(morva::osg::broken_rule_of(root.get()), "");
-}
-
-/// The most open vertex of each geometry of a scene that was asked before.
-std::vector<float> naiveOpenness(const ::osg::NodePtr& root) {
-    const naive_scene naive(root);
-    const double diagonal = morva_test::diagonalOf(root);
-    std::vector<float> values;
-    for (const ::osg::NodePtr& node : geometryNodes(root)) {
-        const auto& core = *coreOf(node);
-        values.push_back(0);
-        for (::osg::UInt32 i = 0; i < core.getPositions()->size(); ++i) {
-            ::osg::Pnt3f at;
-            ::osg::Vec3f normal = core.getNormals()->getValue(i);
-            node->getToWorld().multMatrixPnt(core.getPositions()->getValue(i), at);
-            if (normal.length() > 0)
-                normal.normalize();
-            const float value = naive.value(plain(at + normal * float(diagonal * 1e-5)),
-                                            {normal[0], normal[1], normal[2]}, 3, diagonal * 0.05);
-            values.back() = std::max(values.back(), value);
-        }
-    }
-    return values;
-}
-
-TEST(GutOutModel, AThresholdTakesWhatIsLessOpen) {
-    const auto scene = [] {
-        std::mt19937 rng(3);
-        const ::osg::NodePtr root = group();
-        for (int i = 0; i < 10; ++i)
-            root->addChild(moved(randomVector(rng, 0.3F), {meshNode(ball(0.4F))}));
-        return inLargeScene({root});
-    };
-    const stream_capture out(std::cout);
-    const node_ref twin(scene());
-    morva::osg::gutOutModelPerAmbientOcclusion(twin.get(), 3, -1, 1); // new normals alone
-    const std::vector<float> values = naiveOpenness(twin.get());
-    std::set<long> counts;
-    for (const float threshold : {0.F, 0.96F, 0.975F, 0.99F, 1.F}) {
-        const node_ref root(scene());
-        morva::osg::gutOutModelPerAmbientOcclusion(root.get(), 3, threshold, 1);
-        const long open = std::count_if(values.begin(), values.end(),
-                                        [&](float value) { return value > threshold; });
-        counts.insert(open);
-        EXPECT_EQ(long(geometryNodes(root.get()).size()), open) << threshold;
-    }
-    EXPECT_GT(counts.size(), 3U) << testing::PrintToString(values);
 }
 
 } // namespace
