@@ -1,11 +1,13 @@
 // Interior removal: which parts go, how they go, and what is said.
 
+#include "naive_occlusion.h"
 #include "tests/collision/solids.h"
-#include "tests/support/test.h"
 
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_exact.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_scene.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
 
 namespace {
@@ -146,6 +148,67 @@ TEST(GutOutModel, ANodeWithChildrenStaysAsAGroup) {
     EXPECT_EQ(holder->getCore()->getType(), ::osg::Group::getClassType());
     EXPECT_EQ(holder->getNChildren(), 1U);
     EXPECT_EQ(morva::osg::broken_rule_of(root.get()), "");
+}
+
+/// How far a ray gets along its way before it meets a front face, by all triangles in double.
+double naiveWay(const naive_scene& scene, const morva::osg::occlusion_ray& ray) {
+    using triple = std::array<double, 3>;
+    const auto cross = [](const triple& a, const triple& b) {
+        return triple{a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
+                      a[0] * b[1] - a[1] * b[0]};
+    };
+    const auto dot = [](const triple& a, const triple& b) {
+        return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+    };
+    double best = std::numeric_limits<double>::infinity();
+    for (const flat_triangles& part : scene.parts)
+        for (const auto& t : part) {
+            triple ab, ac, ap, way;
+            for (std::size_t k = 0; k < 3; ++k) {
+                ab[k] = double(t.b[k]) - double(t.a[k]);
+                ac[k] = double(t.c[k]) - double(t.a[k]);
+                ap[k] = double(ray.from[k]) - double(t.a[k]);
+                way[k] = double(ray.direction[k]);
+            }
+            const triple n = cross(ab, ac);
+            const double d = -dot(way, n), s = dot(ap, n), v = dot(ac, cross(ap, way)),
+                         w = -dot(ab, cross(ap, way));
+            if (d > 0 && s >= 0 && v >= 0 && w >= 0 && v + w <= d)
+                best = std::min(best, s / d);
+        }
+    return best;
+}
+
+TEST(ExactRays, MissNothingAndTheOthersLittle) {
+    std::mt19937 rng(9);
+    const node_ref root(group({meshNode(shell(1)), meshNode(withNormals(soup(rng, 150), rng)),
+                               moved({0.5F, 0, 0}, {meshNode(waveMesh(6))}),
+                               moved({0, 2, 0}, {meshNode(blockMesh(2))}), meshNode(quads(3))}));
+    const stream_capture out(std::cout);
+    const morva::osg::traced_scene scene(root.get());
+    const naive_scene naive(root.get());
+    const morva::osg::exact_rays<morva::bih_tree<float>, morva::osg::occlusion_geoset> exact(
+        scene.tree, scene.parts, 1.0);
+    int hits = 0, lost = 0;
+    for (int i = 0; i < 20000; ++i) {
+        const ::osg::Vec3f at = randomVector(rng, 1.5F), by = randomVector(rng, 1);
+        morva::osg::occlusion_ray ray({at[0], at[1], at[2]}, {by[0], by[1], by[2]}, {});
+        if (i % 3 == 0) // along the sides of boxes
+            ray.direction[rng() % 3] = 0;
+        const double length = std::sqrt(double(by[0] * by[0] + by[1] * by[1] + by[2] * by[2]));
+        const double way = naiveWay(naive, ray);
+        float3 point;
+        if (i % 3 != 0)
+            EXPECT_TRUE(exact(ray, point) == (way * length <= 1) ||
+                        std::abs(way * length - 1) < 1e-6)
+                << way * length;
+        else
+            EXPECT_TRUE(exact(ray, point) || !(way * length < 1));
+        hits += way < 1e9 ? 1 : 0;
+        lost += way < 1e9 && !scene.rays()(ray, point) ? 1 : 0;
+    }
+    EXPECT_GT(hits, 5000);
+    EXPECT_LE(lost * 1000, hits) << lost << " of " << hits;
 }
 
 } // namespace
