@@ -1,6 +1,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 
 #include <mutex>
+#include <new>
 #include <utility>
 #include <vector>
 
@@ -193,9 +194,28 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     guard.after("merge, input", root);
     guard.after("merge, result", result);
     runIdmap(plan, result);
-    handler.releaseHeldLock();
     return result;
 }
+
+/// Gives the parent of a scene its root back, or the hull in its place, however a run ends; a hull
+/// that nobody gets is destroyed.
+struct root_return {
+    ::osg::NodePtr parent, input; ///< `parent` is null without one
+    ::osg::NodePtr root;          ///< as the run leaves it
+    ::osg::NodePtr result;        ///< null until the run is over
+
+    ~root_return() {
+        getIDmapHandler().releaseHeldLock();
+        try {
+            if (parent != ::osg::NullFC)
+                addChildTo(parent, root);
+            else if (root != input && root != result)
+                const fresh<::osg::NodePtr> unwanted(root);
+        } catch (const std::bad_alloc&) {
+            // No room among the children: the root stays off its parent, with its caller.
+        }
+    }
+};
 
 } // namespace
 
@@ -212,15 +232,10 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (!plan.runs)
         return root;
 
-    const ::osg::NodePtr input = root;
-    const ::osg::NodePtr result = runStages(root, plan, guard);
-    // The parent gets the input tree back, or the hull in its place; the optimised scene is what is
-    // returned.
-    if (parent != ::osg::NullFC)
-        addChildTo(parent, root);
-    else if (root != input && root != result)
-        const fresh<::osg::NodePtr> unwanted(root);
-    return result;
+    // The optimised scene is what is returned, and not what goes back.
+    root_return end{parent, root, root, ::osg::NullFC};
+    end.result = runStages(end.root, plan, guard);
+    return end.result;
 }
 
 } // namespace morva::osg

@@ -10,6 +10,9 @@
 //     equal materials merged            always
 //     one material for all              mostusedmaterial, onegeometry
 //     levels of detail, switches out    removelod, removeswitch
+//     unseen parts out                  ambientgutout
+//     occlusion baked in                ambientocclusion
+//     hulls in the root's place         buildhull, buildhullwithcolors
 //     geometry merged and cut           maxtris, cacheopt, onegeometry
 //     ID map written to a file          idmap
 //     ID map attached to the root       idmapinroot
@@ -36,7 +39,8 @@ namespace morva::osg {
 ///             built a new tree. The input tree stays; only transparent and hidden geometry that
 ///             is carried over leaves it
 /// prints      the settings and the stages to standard output
-/// errors      none; a stage that fails prints a line and hands on what it has
+/// errors      std::bad_alloc of the stages that fire rays; others that fail print a line and hand
+///             on what they have. The root goes back to its parent all the same
 MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters);
 
 } // namespace morva::osg
