@@ -221,7 +221,7 @@ TEST(AddAmbientOcclusion, AgreesWithTheNaiveTwin) {
 TEST(AddAmbientOcclusion, ThreadsGiveTheSameBitsAndTheSameOutput) {
     for (unsigned number = 0; number < scene_count; ++number) {
         const node_ref one(sceneNumber(number)), three(sceneNumber(number));
-        EXPECT_EQ(bake(one.get(), true, 2), bake(three.get(), true, 2, 3));
+        EXPECT_EQ(bake(one.get(), true, 3), bake(three.get(), true, 3, 3));
         EXPECT_EQ(colorBits(one.get()), colorBits(three.get())) << number;
     }
 }
