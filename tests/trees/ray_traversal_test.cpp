@@ -36,6 +36,42 @@ TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
 
 INSTANTIATE_TEST_SUITE_P(Meshes, FireRayRecOracle, testing::Range(0, int(mesh::count)));
 
+// Which of the two functions rays take is up to the processor.
+TEST(AnyMet, TellsOfPacketsWhatTheTestTellsOfTheirTriangles) {
+    std::mt19937 random(333);
+    std::size_t told[2] = {};
+    flat_triangles triangles;
+    flat_list list;
+    for (int i = 0; i < 100000; ++i) {
+        if (i % 1000 == 0) {
+            triangles = make_mesh(random, mesh(i / 1000 % int(mesh::count)));
+            list = list_of(triangles);
+            refresh_bounding_box(list);
+        }
+        const test_ray ray = make_ray(random, triangles, list);
+        if (!std::isfinite(ray.to[0] + ray.to[1] + ray.to[2]))
+            continue;
+        const float nearest = i % 2 ? NAN : float(random() % 100) / 50;
+        morva::detail::triangle_packet packets[2];
+        bool met = false;
+        for (std::size_t k = random() % 17; k-- > 0;) {
+            const auto& t = triangles[random() % triangles.size()];
+            packets[k / 8].put(k % 8, t);
+            float3 normal;
+            float way;
+            met |= morva::detail::meets(t.a, t.b, t.c, ray.from, ray.to, normal, way) &&
+                   !(way >= nearest);
+        }
+        const morva::detail::packet_segment segment(ray.from, ray.to);
+        ASSERT_EQ(morva::detail::any_met_sse2(packets, 2, segment, nearest), met) << i;
+        if (morva::detail::wide_registers) {
+            ASSERT_EQ(morva::detail::any_met_avx2(packets, 2, segment, nearest), met) << i;
+        }
+        ++told[met ? 1 : 0];
+    }
+    EXPECT_GT(std::min(told[0], told[1]), 3000U);
+}
+
 TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
     const ball_rays ball(4000);
     for (int round = 0; round < 8; ++round) {
