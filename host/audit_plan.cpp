@@ -73,7 +73,9 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
         part.most = most;
     };
     const morva::osg::optTree_setup& setup = run.setup;
-    if (!run.merges || (hidden && setup.merge.keeprenderfalse))
+    if (!run.merges && run.builds_hierarchy && !transparent && lists.plain.count(id) == 0)
+        set(part_fate::left_out, 0, 0);
+    else if (!run.merges || (hidden && setup.merge.keeprenderfalse))
         set(part_fate::carried, part.triangles, part.triangles);
     else if (transparent && !setup.merge.alphageometry) {
         set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
@@ -179,6 +181,9 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     plan.sources = nodesOf(parts);
     const run_plan run = morva::osg::planOf(parameters);
     const bool reorders = run.setup.merge.cacheopt;
+    plan.hierarchy = run.builds_hierarchy;
+    plan.merges = run.merges;
+    plan.order_is_new = reorders && !run.setup.merge.alphageometry;
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.

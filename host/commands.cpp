@@ -164,6 +164,7 @@ void optimize(const options& chosen) {
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
     report.plan = planAudit(source.root.get(), parts, chosen.parameters);
+    report.tells_hierarchy = report.plan->hierarchy;
     if (report.plan->has_ids)
         noteBroughtIds(dropBroughtIds(parts), report);
     steps.begin("optimise");
@@ -201,6 +202,7 @@ void optimize(const options& chosen) {
 void info(const options& chosen) {
     run_report report;
     report.command = "info";
+    report.tells_hierarchy = true;
     output_set outputs(chosen.input, false);
     staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
     progress steps(chosen.quiet);

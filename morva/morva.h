@@ -26,6 +26,7 @@
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
+#include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>

@@ -36,6 +36,8 @@ struct run_plan {
     bool merges = false; ///< mergeGeo() makes a new tree
     kd_build_setup tree; ///< given to it
     unsigned int cache_entries = cache_limit; ///< of one property of a core, with `cacheopt`
+    bool builds_hierarchy = false; ///< buildSceneHierarchy() makes a new tree of what there is
+                                   ///< then: without a merge, of what a merge would take
 
     /// Stages that make or remove triangles are asked for. None of them is there yet; the keys
     /// `ambientgutout`, `buildhull`, `buildhullwithcolors` and `maxtexturesize` have no effect.

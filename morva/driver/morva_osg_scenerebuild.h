@@ -11,6 +11,7 @@
 //     one material for all              mostusedmaterial, onegeometry
 //     levels of detail, switches out    removelod, removeswitch
 //     geometry merged and cut           maxtris, cacheopt, onegeometry
+//     parts in a hierarchy in space     flat(false)
 //     ID map written to a file          idmap
 //     ID map attached to the root       idmapinroot
 //

@@ -16,7 +16,7 @@
 namespace morva {
 
 /// How a tree is built; in use are (3, 50) for picking and (5, 100) for occlusion.
-struct build_setup {
+struct MORVA_API build_setup {
     std::uint32_t max_elements = 0; ///< a child with more is divided
     std::uint32_t max_depth = 0;    ///< children of a node this deep are leaves; at most 1000 count
 };

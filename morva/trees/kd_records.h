@@ -16,7 +16,7 @@
 namespace morva {
 
 /// How a kd-tree is built; usually written as seven values in this order.
-struct kd_build_setup {
+struct MORVA_API kd_build_setup {
     std::uint32_t max_elements = 0; ///< a cell with more is cut; 0: only empty cells stay
     std::uint32_t max_depth = 0;    ///< a node this deep is not cut; 0: one leaf
     std::int32_t straddle_mode = 3; ///< 1 cut, 2 reference on both sides, else keep whole

@@ -180,10 +180,13 @@ template <typename T, typename P, typename V, typename Geoset, typename Stats> c
         T entry, exit;
         if (!clip_ray(element.bbox, from_, direction, entry, exit))
             return;
-        const P end{direction[0] * exit + from_[0], direction[1] * exit + from_[1],
-                    direction[2] * exit + from_[2]};
+        // A little behind the box, by rounding: else faces that lie on it are lost. Not beyond all
+        // numbers, as with a direction of nearly no length.
+        const T far = smaller(exit * T(1.00001f), std::numeric_limits<T>::max());
+        const P end{direction[0] * far + from_[0], direction[1] * far + from_[1],
+                    direction[2] * far + from_[2]};
         intersection_point<T, P, V> local;
-        fire_ray_rec(geoset_.trees[built], 0, element, from_, end, inverse_, entry, exit, local,
+        fire_ray_rec(geoset_.trees[built], 0, element, from_, end, inverse_, entry, far, local,
                      stats_, -1);
         local.t = distance<T, V>(from_, local.point);
         local.normal.normalize();
