@@ -4,7 +4,7 @@
 // touches few lines of the cache. Include <morva/trees/ray_traversal.h>.
 //
 //     nodes      16 bytes each, in the order of the tree; what a leaf is stands with its parent
-//     packets    eight triangles each, those of a small subtree in one or two
+//     packets    eight triangles each, those of a small subtree in one to four
 //
 // A small subtree is one leaf here. Its triangles are tested all at once, whatever the planes
 // between them say: a subtree none of whose triangles is met changes nothing, so a ray passes it
