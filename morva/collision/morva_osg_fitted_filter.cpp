@@ -225,8 +225,8 @@ unsigned fitted_filter::rejects(const next_nodes& next_a, const next_nodes& next
     const lanes apart = larger(largest(along_a), largest(along_b));
 
     // Of corners that matter.
-    const lanes reach = ofA<2>(a[0].measures, a[1].measures) +
-                        ofB<2>(b[0].measures, b[1].measures) * allLanes(reach_scale_) +
+    const lanes reach = ofA<3>(a[0].measures, a[1].measures) +
+                        ofB<3>(b[0].measures, b[1].measures) * allLanes(reach_scale_) +
                         allLanes(reach_more_);
     const lanes both = radius_a + radius_b;
     const lanes farthest = smaller(reach, squareRoots(dot(way, way)) + both);

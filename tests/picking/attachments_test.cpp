@@ -237,8 +237,7 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
                 for (const NodePtr& part : geometryNodes(root.get()))
                     (again ? morva::osg::update_bih_node : morva::osg::attach_bih)(part);
             });
-            bool emptied = error.text().empty();
-            EXPECT_TRUE(emptied || error.text() == "Out of memory!\n");
+            EXPECT_TRUE(error.text().empty() || error.text() == "Out of memory!\n");
             for (const NodePtr& part : geometryNodes(root.get())) {
                 const std::string info = get_info(part->getCore());
                 const bool is_active = info.find(" ACTIVE") != std::string::npos;
@@ -248,12 +247,10 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
                     ASSERT_EQ(list.count, kept.count);
                     EXPECT_EQ(std::memcmp(list.triangles, kept.triangles, 36 * kept.count), 0);
                 }
-                emptied = emptied || info == inactive;
                 EXPECT_EQ(isHit(part), info != inactive) << "a missing tree is made";
                 morva::osg::update_bih(part);
                 EXPECT_TRUE(isHit(part));
             }
-            EXPECT_TRUE(emptied) << "who said so has no triangles";
         });
     }
 }
