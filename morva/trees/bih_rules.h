@@ -21,13 +21,12 @@
 namespace morva {
 namespace detail {
 
-/// The box that a build began with.
+/// The box that a build began with, which lists and scenes call `box`.
 template <typename Geoset> auto box_of_build(const Geoset& geoset) -> decltype(geoset.bbox) {
     return geoset.bbox;
 }
-template <typename Element, typename Object>
-auto box_of_build(const geo_set_convertable<Element, Object>& list) -> decltype(list.box) {
-    return list.box;
+template <typename Geoset> auto box_of_build(const Geoset& geoset) -> decltype(geoset.box) {
+    return geoset.box;
 }
 
 /// Walks a tree in the order of its nodes and notes the first rule that fails.
