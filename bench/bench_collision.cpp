@@ -145,6 +145,7 @@ std::vector<pose> randomPoses(std::size_t count, float reach) {
 
 bool oursTouch(const body& a, body& b, const pose& place) {
     b.place->setMatrix(place.matrix);
+    ::osg::endEditCP(b.place, ::osg::Transform::MatrixFieldMask); // the boxes follow
     morva::osg::CollisionResults results;
     return morva::osg::collision(a.root.get(), b.root.get(), morva::osg::CollisionParam(), results);
 }

@@ -49,6 +49,7 @@ void mergeEngines(benchmark::State& state) {
     morva::osg::mergeGeo_setup setup;
     setup.silent = true;
     setup.numthreads = static_cast<int>(state.range(1));
+    setup.mergehierarchy = state.range(2) != 0;
     ::osg::NodeRefPtr result;
     for (auto _ : state) {
         result = morva::osg::mergeGeo(root.get(), morva_bench::treeSetup(5000, 3), setup);
@@ -60,11 +61,13 @@ void mergeEngines(benchmark::State& state) {
         static_cast<double>(morva_bench::peakBytes()) / static_cast<double>(triangles);
 }
 BENCHMARK(mergeEngines)
-    ->ArgNames({"engines", "threads"})
-    ->Args({16, 1})
-    ->Args({16, 2})
-    ->Args({100, 1})
-    ->Args({100, 2})
+    ->ArgNames({"engines", "threads", "by_tree"})
+    ->Args({16, 1, 0})
+    ->Args({16, 1, 1})
+    ->Args({16, 2, 0})
+    ->Args({16, 2, 1})
+    ->Args({100, 1, 0})
+    ->Args({100, 2, 0})
     ->Iterations(1)
     ->UseRealTime()
     ->Unit(benchmark::kMillisecond);

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include <time.h>
@@ -15,6 +17,7 @@
 #include <OpenSG/OSGIntersectAction.h>
 #include <OpenSG/OSGLine.h>
 
+#include <morva/core/morva_osg_tools.h>
 #include <morva/picking/morva_osg_attach_bih.h>
 #include <morva/picking/morva_osg_intersect_action.h>
 #include <morva/picking/morva_osg_ray_hits.h>
@@ -109,6 +112,38 @@ BENCHMARK(pickFirstHit)
     ->Arg(1)
     ->Iterations(20000)
     ->Unit(benchmark::kMicrosecond);
+
+/// Trees for all parts of eight engines by as many threads as told, each for parts of its own: the
+/// library itself starts none.
+void prepareParts(benchmark::State& state) {
+    constexpr unsigned engines = 8;
+    const ::osg::NodeRefPtr root = morva_bench::engineGrid(engines, true);
+    std::vector<::osg::NodePtr> parts;
+    morva::osg::getGeometryNodes(root.get(), parts, false);
+    const auto threads = static_cast<std::size_t>(state.range(0));
+    const auto prepare = [&](std::size_t first) {
+        for (std::size_t i = first; i < parts.size(); i += threads) {
+            morva::osg::BIHAttachPayload payload;
+            morva::osg::update_bih_payload(parts[i], payload);
+        }
+    };
+    for (auto _ : state) {
+        std::vector<std::thread> others;
+        for (std::size_t i = 1; i < threads; ++i)
+            others.emplace_back(prepare, i);
+        prepare(0);
+        for (std::thread& other : others)
+            other.join();
+    }
+    state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations()) * engines *
+                            morva_bench::triangles_per_engine);
+}
+BENCHMARK(prepareParts)
+    ->ArgName("threads")
+    ->Arg(1)
+    ->Arg(2)
+    ->UseRealTime()
+    ->Unit(benchmark::kMillisecond);
 
 /// By the scene graph itself, triangle by triangle.
 void pickBySceneGraph(benchmark::State& state) { pickInEngines(state, false, byAction); }

@@ -1,6 +1,6 @@
 // Rays at the engine beside Embree: one thread, single rays, closest hit, back faces dropped, on
-// the same triangles and rays, in turn. Then what trees cost: builds of two threads, and equal
-// parts.
+// the same triangles and rays, in turn; from vertices, beside its any hit. Then what trees cost:
+// builds of two threads, companions, and equal parts.
 
 #include <algorithm>
 #include <chrono>
@@ -98,6 +98,7 @@ class embree_scene {
         for (std::size_t i = 0; i < 3 * count; ++i)
             corners[i] = static_cast<std::uint32_t>(i);
         rtcSetGeometryIntersectFilterFunction(mesh, dropBackFace);
+        rtcSetGeometryOccludedFilterFunction(mesh, dropBackFace);
         rtcCommitGeometry(mesh);
         rtcAttachGeometry(scene_, mesh);
         rtcReleaseGeometry(mesh);
@@ -114,22 +115,35 @@ class embree_scene {
         RTCIntersectContext context;
         rtcInitIntersectContext(&context);
         RTCRayHit query;
-        query.ray.org_x = r.from[0];
-        query.ray.org_y = r.from[1];
-        query.ray.org_z = r.from[2];
-        query.ray.dir_x = r.direction[0];
-        query.ray.dir_y = r.direction[1];
-        query.ray.dir_z = r.direction[2];
-        query.ray.tnear = query.ray.time = 0;
-        query.ray.tfar = 1e30f;
-        query.ray.mask = 0xffffffffU;
-        query.ray.flags = 0;
+        query.ray = rayOf(r);
         query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
         rtcIntersect1(scene_, &context, &query);
         return query;
     }
 
+    bool isStopped(const ray& r) const {
+        RTCIntersectContext context;
+        rtcInitIntersectContext(&context);
+        RTCRay query = rayOf(r);
+        rtcOccluded1(scene_, &context, &query);
+        return query.tfar < 0;
+    }
+
   private:
+    static RTCRay rayOf(const ray& r) {
+        RTCRay query;
+        query.org_x = r.from[0];
+        query.org_y = r.from[1];
+        query.org_z = r.from[2];
+        query.dir_x = r.direction[0];
+        query.dir_y = r.direction[1];
+        query.dir_z = r.direction[2];
+        query.tnear = query.time = 0;
+        query.tfar = 1e30f;
+        query.mask = 0xffffffffU;
+        query.flags = 0;
+        return query;
+    }
     static void dropBackFace(const RTCFilterFunctionNArguments* arguments) {
         const auto* const r = reinterpret_cast<const RTCRay*>(arguments->ray);
         const auto* const hit = reinterpret_cast<const RTCHit*>(arguments->hit);
@@ -171,25 +185,66 @@ std::vector<ray> cameraRays(const ray_scene& scene) {
     return rays;
 }
 
-/// Where those hit, one ray each, by the cosine around the normal.
+/// A ray from just above a surface, by the cosine around its normal.
+ray rayFrom(const ray_scene& scene, const float3& point, const float3& unit, std::mt19937& random) {
+    std::normal_distribution<float> normal;
+    float3 off{normal(random), normal(random), normal(random)};
+    off.normalize();
+    ray r{point, {}};
+    for (std::size_t a = 0; a < 3; ++a) {
+        r.direction[a] = 1.001f * unit[a] + off[a];
+        r.from[a] += 1e-4f * scene.list.box.extent[0] * unit[a];
+    }
+    r.direction.normalize();
+    return r;
+}
+
+/// Where those hit, one ray each.
 std::vector<ray> bouncedRays(const ray_scene& scene) {
     std::mt19937 random(5);
-    std::normal_distribution<float> normal;
     std::vector<ray> rays;
     for (const ray& r : cameraRays(scene)) {
         ray_hit hit = fire(scene, r);
         if (!hit.hit)
             continue;
         hit.normal.normalize();
-        float3 off{normal(random), normal(random), normal(random)};
-        off.normalize();
-        ray bounced{hit.point, {}};
+        rays.push_back(rayFrom(scene, hit.point, hit.normal, random));
+    }
+    return rays;
+}
+
+/// From corners of every 40th triangle, 64 each.
+std::vector<ray> vertexRays(const ray_scene& scene) {
+    std::mt19937 random(6);
+    std::vector<ray> rays;
+    for (std::size_t i = 0; i < scene.triangles.size(); i += 40) {
+        const auto& [a, b, c] = scene.triangles[i];
+        float3 normal = morva::detail::cross(morva::detail::difference<float3>(b, a),
+                                             morva::detail::difference<float3>(c, a));
+        normal.normalize();
+        for (int k = 0; k < 64 && std::abs(normal[0]) <= 1; ++k)
+            rays.push_back(rayFrom(scene, a, normal, random));
+    }
+    return rays;
+}
+
+/// Between points of the box, every second one along an axis.
+std::vector<ray> straightRays(const ray_scene& scene) {
+    std::mt19937 random(7);
+    std::uniform_real_distribution<float> unit(0, 1);
+    const auto& box = scene.list.box;
+    std::vector<ray> rays;
+    for (std::size_t i = 0; i < 200000; ++i) {
+        ray r;
+        float3 end;
         for (std::size_t a = 0; a < 3; ++a) {
-            bounced.direction[a] = 1.001f * hit.normal[a] + off[a];
-            bounced.from[a] += 1e-4f * scene.list.box.extent[0] * hit.normal[a];
+            r.from[a] = box.min[a] + box.extent[a] * unit(random);
+            end[a] = i % 2 == 0 && i / 2 % 3 != a ? r.from[a]
+                                                  : box.min[a] + box.extent[a] * unit(random);
+            r.direction[a] = end[a] - r.from[a];
         }
-        bounced.direction.normalize();
-        rays.push_back(bounced);
+        r.direction.normalize();
+        rays.push_back(r);
     }
     return rays;
 }
@@ -213,17 +268,20 @@ template <typename Fire> double secondsOf(const std::vector<ray>& rays, const Fi
 }
 
 /// Best times of both, in turn. The first round makes our tree's companion.
-void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
+template <typename Same, typename Rival>
+void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&),
+                  const Same& same, const Rival& rivalFire) {
     const ray_scene scene(engineTriangles(1));
     const embree_scene rival(scene);
     const std::vector<ray> rays = raysOf(scene);
     double equal = 0;
     for (const ray& r : rays)
-        equal += sameAnswer(r, fire(scene, r), rival.fire(r)) ? 1 : 0;
+        equal += same(r, fire(scene, r), rivalFire(rival, r)) ? 1 : 0;
     double ours = 1e9, theirs = 1e9;
     for (auto _ : state) {
         ours = std::min(ours, secondsOf(rays, [&](const ray& r) { return fire(scene, r); }));
-        theirs = std::min(theirs, secondsOf(rays, [&](const ray& r) { return rival.fire(r); }));
+        theirs =
+            std::min(theirs, secondsOf(rays, [&](const ray& r) { return rivalFire(rival, r); }));
     }
     const auto count = static_cast<double>(rays.size());
     state.counters["ours_per_s"] = count / ours;
@@ -231,10 +289,22 @@ void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_
     state.counters["ratio"] = theirs / ours;
     state.counters["unequal"] = count - equal;
 }
-BENCHMARK_CAPTURE(besideEmbree, camera, cameraRays)->Iterations(10)->Unit(benchmark::kMillisecond);
-BENCHMARK_CAPTURE(besideEmbree, bounces, bouncedRays)
+void closestHit(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
+    besideEmbree(state, raysOf, sameAnswer,
+                 [](const embree_scene& rival, const ray& r) { return rival.fire(r); });
+}
+void anyHit(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
+    besideEmbree(
+        state, raysOf,
+        [](const ray&, const ray_hit& ours, bool theirs) { return ours.hit == theirs; },
+        [](const embree_scene& rival, const ray& r) { return rival.isStopped(r); });
+}
+BENCHMARK_CAPTURE(closestHit, camera, cameraRays)->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(closestHit, bounces, bouncedRays)->Iterations(10)->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(closestHit, straight, straightRays)
     ->Iterations(10)
     ->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(anyHit, vertices, vertexRays)->Iterations(10)->Unit(benchmark::kMillisecond);
 
 /// Trees of the engine, one after the other in each thread.
 void bihBuild(benchmark::State& state) {
@@ -244,6 +314,16 @@ void bihBuild(benchmark::State& state) {
     state.SetItemsProcessed(static_cast<std::int64_t>(state.iterations() * scene.list.count));
 }
 BENCHMARK(bihBuild)->Threads(1)->Threads(2)->UseRealTime()->Unit(benchmark::kMillisecond);
+
+/// What the rays keep with that tree.
+void companionBuild(benchmark::State& state) {
+    const ray_scene scene(engineTriangles(1));
+    for (auto _ : state)
+        benchmark::DoNotOptimize(
+            morva::detail::ray_companion_builder(scene.tree, scene.triangles.data()).run());
+    state.counters["pays_after"] = morva::detail::rays_before_companion(scene.list.count);
+}
+BENCHMARK(companionBuild)->Unit(benchmark::kMillisecond);
 
 /// The engine several times at the same place: nodes below the root, their bound, time of a camera
 /// ray, and memory of a tree that rays have gone through, list included.

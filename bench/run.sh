@@ -20,9 +20,12 @@ echo "== bench_merge_threads, five processes for each row"
 for _ in 1 2 3 4 5; do
     for engines in 16 100; do
         for threads in 1 2; do
-            "$programs/bench_merge_threads" \
-                --benchmark_filter="engines:$engines/threads:$threads/" 2>/dev/null |
-                grep mergeEngines
+            for by_tree in 0 1; do
+                [ "$engines$by_tree" != 1001 ] || continue
+                row="engines:$engines/threads:$threads/by_tree:$by_tree/"
+                "$programs/bench_merge_threads" --benchmark_filter="$row" 2>/dev/null |
+                    grep mergeEngines
+            done
         done
     done
 done

@@ -11,8 +11,8 @@
 
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "geometry_view.h"
@@ -132,14 +132,18 @@ core_record recordOf(const std::string& name, const std::vector<int>& ids,
     return record;
 }
 
-/// Below the transforms that hold what the merge carried over.
-print_list carriedPrints(const ::osg::NodePtr& result) {
+/// Of what the merge carried over: nodes of the source, and transparent ones in a new order.
+print_list carriedPrints(const audit_plan& plan, const ::osg::NodePtr& result) {
+    std::vector<::osg::NodePtr> merged, switched, transparent;
+    morva::osg::getGeometryNodesForTree(result, merged, switched, transparent);
+    node_numbers carried = plan.sources;
+    for (const ::osg::NodePtr& node : transparent) {
+        if (plan.order_is_new)
+            carried.insert(node.getFieldContainerId());
+    }
     print_list prints;
-    for (::osg::UInt32 i = 0; i < result->getNChildren(); ++i) {
-        const ::osg::NodePtr child = result->getChild(i);
-        if (::osg::TransformPtr::dcast(child->getCore()) == ::osg::NullFC)
-            continue;
-        for (const ::osg::NodePtr& node : geometryNodes(child))
+    for (const ::osg::NodePtr& node : geometryNodes(result)) {
+        if (carried.count(node.getFieldContainerId()) != 0)
             addPrints(geometry_view(::osg::GeometryPtr::dcast(node->getCore())), 0, prints);
     }
     return prints;
@@ -150,7 +154,7 @@ void compareReordered(const audit_plan& plan, const ::osg::NodePtr& result,
     if (plan.reordered.empty())
         return;
     for (const print_difference& difference :
-         comparePrints(plan.reordered, carriedPrints(result))) {
+         comparePrints(plan.reordered, carriedPrints(plan, result))) {
         const audited_part& part = plan.parts[difference.part];
         std::string text = "part '" + part.name + "': the new draw order shows " +
                            std::to_string(difference.again) + " triangles once too often and " +
@@ -308,6 +312,24 @@ void noteNameless(const audit_plan& plan, audit_verdict& verdict) {
         " under the first named part, '" + validUtf8(verdict.ids[0].name) + "'");
 }
 
+/// A hierarchy without a merge leaves out what a merge would: whoever asked for it is to know.
+void noteLeftOut(const audit_plan& plan, audit_verdict& verdict) {
+    constexpr std::size_t named = 20;
+    if (!plan.hierarchy || plan.merges)
+        return;
+    std::string names;
+    std::size_t count = 0;
+    for (const audited_part& part : plan.parts) {
+        if (part.fate == part_fate::left_out && count++ < named)
+            names += (count == 1 ? "'" : ", '") + validUtf8(part.name) + "'";
+    }
+    if (count != 0)
+        verdict.notes.push_back("parts that are hidden, below a switch or level of detail, or to "
+                                "be left alone are not in the hierarchy, " +
+                                std::to_string(count) + " of them: " + names +
+                                (count > named ? ", ..." : ""));
+}
+
 } // namespace
 
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
@@ -343,6 +365,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     if (plan.by_part)
         compareByName(expected, out_by_name, plan.areas, verdict);
     noteNameless(plan, verdict);
+    noteLeftOut(plan, verdict);
     compareReordered(plan, result, verdict);
     compareHull(plan, result, verdict);
     compareSums(plan, all, sum, verdict);

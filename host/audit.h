@@ -61,13 +61,16 @@ struct audited_part {
 
 struct audit_plan {
     std::vector<audited_part> parts;
-    node_numbers sources; ///< nodes of the parts: those in the output are carried over
-    bool has_ids = false; ///< the run writes IDs
-    bool by_part = false; ///< and they tell each part, so that each can be checked
-    bool areas = false;   ///< some part is cut, and the output is in the world
+    node_numbers sources;      ///< nodes of the parts: those in the output are carried over
+    bool has_ids = false;      ///< the run writes IDs
+    bool by_part = false;      ///< and they tell each part, so that each can be checked
+    bool areas = false;        ///< some part is cut, and the output is in the world
+    bool hierarchy = false;    ///< the run puts the parts into a hierarchy
+    bool merges = false;       ///< and pours them together before
+    bool order_is_new = false; ///< transparent parts are carried over in a new draw order
     /// Triangles of all parts where they are in the output, for a hull: others must not be there.
     std::optional<print_list> hull_source;
-    print_list reordered; ///< triangles of the parts that are carried over in a new draw order
+    print_list reordered; ///< triangles of the parts that are carried over while orders are made
 };
 
 /// An ID of the run: an input name and where its geometry went.

@@ -85,7 +85,9 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
         part.most = most;
     };
     const morva::osg::optTree_setup& setup = run.setup;
-    if (!run.merges || (hidden && setup.merge.keeprenderfalse))
+    if (!run.merges && run.builds_hierarchy && !transparent && lists.plain.count(id) == 0)
+        set(part_fate::left_out, 0, 0);
+    else if (!run.merges || (hidden && setup.merge.keeprenderfalse))
         set(part_fate::carried, part.triangles, part.triangles);
     else if (isTransparent(node, lists, run)) {
         set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
@@ -225,6 +227,9 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     plan.sources = nodesOf(parts);
     const run_plan run = morva::osg::planOf(parameters);
     const bool reorders = run.orders_cache;
+    plan.hierarchy = run.builds_hierarchy;
+    plan.merges = run.merges;
+    plan.order_is_new = reorders && !run.setup.merge.alphageometry;
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.

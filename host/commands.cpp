@@ -191,6 +191,7 @@ void optimize(const options& chosen) {
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
     report.plan = planAudit(source.root.get(), parts, parameters);
+    report.tells_hierarchy = report.plan->hierarchy;
     tellOfOcclusion(source, parts, parameters, chosen.quiet, report);
     std::optional<removal_watch> watch;
     if (morva::osg::planOf(parameters).removes_parts)
@@ -239,6 +240,7 @@ void optimize(const options& chosen) {
 void info(const options& chosen) {
     run_report report;
     report.command = "info";
+    report.tells_hierarchy = true;
     output_set outputs(chosen.input, false);
     staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
     progress steps(chosen.quiet);

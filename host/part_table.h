@@ -5,9 +5,8 @@
 //     row     name       path                  told by
 //     0       "bolt"     "engine/bolt"         the IDs of the vertices, for all that was merged
 //     1       "bolt"     "engine/bolt~2"
-//     2       "hood"     "engine/#1/hood"      the core that the part alone draws with, or the
-//     node's
-//                                              name, for what is carried over as it is
+//     2       "hood"     "engine/#1/hood"      what is carried over as it is: the core that the
+//                                              part alone draws with, or the node's name
 //
 // Rows of IDs come first, in the order of the ID map.
 

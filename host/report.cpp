@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <iterator>
 #include <unordered_map>
 #include <utility>
 
@@ -23,10 +24,13 @@ std::string fixed(double value, int digits) {
 struct figure {
     const char *title, *key;
     std::uint64_t scene_statistics::*count; ///< null: cache misses per triangle
+    bool of_hierarchy = false;              ///< told where the report tells the hierarchy
 };
 
 const figure figures[] = {
     {"nodes", "nodes", &scene_statistics::nodes},
+    {"levels of nodes", "levels", &scene_statistics::levels, true},
+    {"leaves", "leaves", &scene_statistics::leaves, true},
     {"geometry cores", "geometry_cores", &scene_statistics::geometry_cores},
     {"draw calls", "draw_calls", &scene_statistics::draw_calls},
     {"materials", "materials", &scene_statistics::materials},
@@ -67,9 +71,17 @@ std::string auditLine(const audit_verdict& verdict) {
     return text + (verdict.by_part ? ", part by part\n" : "\n");
 }
 
-ordered_json jsonOf(const scene_statistics& scene) {
+/// The figures that a report tells.
+std::vector<figure> figuresOf(const run_report& report) {
+    std::vector<figure> told;
+    std::copy_if(std::begin(figures), std::end(figures), std::back_inserter(told),
+                 [&](const figure& what) { return report.tells_hierarchy || !what.of_hierarchy; });
+    return told;
+}
+
+ordered_json jsonOf(const scene_statistics& scene, const std::vector<figure>& told) {
     ordered_json json;
-    for (const figure& what : figures) {
+    for (const figure& what : told) {
         if (what.count == nullptr)
             json[what.key] = scene.acmr;
         else
@@ -178,7 +190,7 @@ std::string tableOf(const run_report& report) {
     std::string text;
     const bool two = report.after.has_value();
     addLine(text, "", two ? "before" : "", "after", two);
-    for (const figure& what : figures)
+    for (const figure& what : figuresOf(report))
         addLine(text, what.title, textOf(report.before, what),
                 two ? textOf(*report.after, what) : "", two);
     addLine(text, "file bytes", withCommas(report.input.bytes), withCommas(report.output.bytes),
@@ -210,9 +222,9 @@ ordered_json jsonOf(const run_report& report) {
         if (report.id_map)
             file["id_map"] = jsonOf(*report.id_map);
     }
-    file["before"] = jsonOf(report.before);
+    file["before"] = jsonOf(report.before, figuresOf(report));
     if (report.after)
-        file["after"] = jsonOf(*report.after);
+        file["after"] = jsonOf(*report.after, figuresOf(report));
     if (report.verdict)
         file["audit"] = jsonOf(*report.verdict);
     ordered_json stages = ordered_json::array();

@@ -28,6 +28,7 @@ struct run_report {
     std::optional<file_record> id_map; ///< if one was written
     scene_statistics before;
     std::optional<scene_statistics> after;
+    bool tells_hierarchy = false; ///< levels and leaves are among the figures
     std::optional<audit_plan> plan;
     std::optional<audit_verdict> verdict;
     std::vector<stage_record> stages;

@@ -1,5 +1,6 @@
 #include "statistics.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -83,6 +84,15 @@ core_figures figuresOf(const geometry_view& view, measure what) {
     return figures;
 }
 
+/// Counts nodes, levels and leaves from a node of that level on.
+void countTree(const ::osg::NodePtr& node, std::uint64_t level, scene_statistics& total) {
+    ++total.nodes;
+    total.levels = std::max(total.levels, level);
+    total.leaves += node->getNChildren() == 0 ? 1 : 0;
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        countTree(node->getChild(i), level + 1, total);
+}
+
 /// Bytes of a property, counted once for all cores that share it.
 template <typename Property>
 std::uint64_t bytesOf(const Property& property, std::set<::osg::UInt32>& seen) {
@@ -119,7 +129,7 @@ std::uint64_t countCacheMisses(const geometry_view& view,
 
 scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
     scene_statistics total;
-    total.nodes = countNodes(root);
+    countTree(root, 1, total);
     std::map<::osg::UInt32, std::size_t> place_of_core;
     std::vector<geometry_view> views;
     std::vector<std::uint64_t> uses;

@@ -22,6 +22,8 @@ namespace morva::host {
 
 struct scene_statistics {
     std::uint64_t nodes = 0;
+    std::uint64_t levels = 0;         ///< nodes on the longest way down, the root included
+    std::uint64_t leaves = 0;         ///< nodes without children
     std::uint64_t draw_calls = 0;     ///< nodes that draw a core
     std::uint64_t geometry_cores = 0; ///< different cores among them
     std::uint64_t materials = 0;      ///< different material objects in use, equal or not

@@ -18,34 +18,55 @@ struct near_query {
     bool everywhere; ///< nothing can be ruled out; the rest means nothing
 };
 
-/// A ball in world coordinates. One that is not finite is near everything.
+/// A ball in world coordinates.
 struct placed_ball {
-    lanes center; ///< the last lane is 0
-    float radius;
+    lanes center; ///< finite; the last lane is 0
+    float radius; ///< infinity: near everything
 };
 
-/// Whether a query rules a ball out: its centre is not within the box grown for its radius.
-bool isBeyond(const near_query& query, const placed_ball& ball);
+/// Several balls: the box of their centres and the largest radius.
+struct ball_heap {
+    lanes low, high;
+    float radius;
 
-/// A ball around all centres, with the largest radius on top; balls that are not finite make it
-/// infinite. At least one ball.
-placed_ball ballAround(const std::vector<placed_ball>& balls);
+    explicit ball_heap(const placed_ball& ball)
+        : low(ball.center), high(ball.center), radius(ball.radius) {}
+    void add(const placed_ball& ball);
+};
+
+/// Whether a query rules all balls of a heap out: no centre is within the box grown for a radius.
+bool isBeyond(const near_query& query, const ball_heap& balls);
 
 /// A query that rules out what each of two does.
 near_query joined(const near_query& a, const near_query& b);
 
-class ball_tree {
+/// Balls four at a time, for lists in which a tree does not pay.
+class ball_rows {
   public:
-    explicit ball_tree(std::vector<placed_ball> balls);
+    explicit ball_rows(const std::vector<placed_ball>& balls);
 
     /// The numbers of the balls that a query can't rule out, ascending.
     void findNear(const near_query& query, std::vector<std::uint32_t>& found) const;
 
   private:
-    /// Centres and the largest radius of a range of `order_`.
+    struct row {
+        lanes x, y, z, radius;
+    };
+    std::vector<row> rows_;
+    std::uint32_t count_;
+};
+
+class ball_tree {
+  public:
+    explicit ball_tree(std::vector<placed_ball> balls);
+
+    /// As ball_rows::findNear().
+    void findNear(const near_query& query, std::vector<std::uint32_t>& found) const;
+
+  private:
+    /// The balls of a range of `order_`.
     struct node {
-        lanes low, high;
-        float radius;
+        ball_heap balls;
         std::uint32_t first, count;
         std::uint32_t right; ///< 0 in a leaf; the left child is the next node
     };
@@ -54,8 +75,7 @@ class ball_tree {
     void search(std::uint32_t at, const near_query& query, std::vector<std::uint32_t>& found) const;
 
     std::vector<placed_ball> balls_;
-    std::vector<std::uint32_t> order_;      ///< the finite ones
-    std::vector<std::uint32_t> everywhere_; ///< the others
+    std::vector<std::uint32_t> order_; ///< all of them, neighbours side by side
     std::vector<node> nodes_;
 };
 

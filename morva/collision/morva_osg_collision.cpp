@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <iterator>
 #include <limits>
 #include <new>
 #include <utility>
@@ -26,7 +25,7 @@ namespace {
 constexpr std::uint32_t uses_of_companion = 32;
 
 /// Up to this many pairs of nodes are looked at one by one.
-constexpr std::size_t few_pairs = 1024;
+constexpr std::size_t few_pairs = 8192;
 
 /// A box in single precision; last lanes are 0.
 struct float_bounds {
@@ -144,11 +143,11 @@ bool overlap(const placed_node& a, const float_bounds& b) {
     return !anyLane((b.low > lanesOf(pointOf(a.high))) | (lanesOf(pointOf(a.low)) > b.high));
 }
 
-/// Whether the triangles of two usable nodes touch; the first contact in world coordinates.
+/// Whether the triangles of two nodes touch; the first contact in A's coordinates.
 bool touch(const placed_node& a, const ::osg::Matrix& world_to_a, const placed_node& b,
-           ::osg::Pnt3f& point) {
+           const ::osg::Matrix& b_to_world, ::osg::Pnt3f& point) {
     ::osg::Matrix b_to_a = world_to_a;
-    b_to_a.mult(b.to_world);
+    b_to_a.mult(b_to_world);
     if (!isFinite(b_to_a))
         return false;
     const float_bounds b_box = boxBehind(b_to_a, b.low, b.high);
@@ -164,7 +163,6 @@ bool touch(const placed_node& a, const ::osg::Matrix& world_to_a, const placed_n
     if (!tree_pair(*tree_a, *tree_b, b_to_a, a, b, b_box).touch(contact))
         return false;
     set(point, contact);
-    a.to_world.multMatrixPnt(point);
     return true;
 }
 
@@ -187,27 +185,37 @@ bool boxesMeet(const ::osg::NodePtr& a, const ::osg::NodePtr& b, float tolerance
 
 /// The geometry nodes of two subtrees, without those whose boxes meet none of the other side.
 struct node_lists {
-    std::vector<placed_node> a, b;
+    placed_list a, b;
     std::vector<near_query> queries; ///< one per node of `a`
     std::vector<placed_ball> balls;  ///< one per node of `b`
 
     node_lists(const ::osg::NodePtr& root_a, const ::osg::NodePtr& root_b)
-        : a(placeGeometryNodes(root_a)), b(placeGeometryNodes(root_b)) {
-        if (a.empty() || b.empty())
-            return;
-        std::transform(a.begin(), a.end(), std::back_inserter(queries), nearQueryOf);
-        near_query all = queries.front();
-        for (const near_query& query : queries)
-            all = joined(all, query);
-        std::transform(b.begin(), b.end(), std::back_inserter(balls), ballOf);
-        keep(b, balls, [&all](const placed_ball& ball) { return !isBeyond(all, ball); });
-        if (b.empty())
-            return;
-        const placed_ball around = ballAround(balls);
-        keep(a, queries, [&around](const near_query& query) { return !isBeyond(query, around); });
+        : a(placeGeometryNodes(root_a)), b(placeGeometryNodes(root_b)), queries(nearQueriesOf(a)),
+          balls(ballsOf(b)) {
+        keepNearQueries();
+        keepNearBalls();
+        keepNearQueries();
     }
 
   private:
+    void keepNearQueries() {
+        if (balls.empty())
+            return;
+        ball_heap all(balls.front());
+        for (const placed_ball& ball : balls)
+            all.add(ball);
+        keep(a.nodes, queries, [&all](const near_query& query) { return !isBeyond(query, all); });
+    }
+    void keepNearBalls() {
+        if (queries.empty())
+            return;
+        near_query all = queries.front();
+        for (const near_query& query : queries)
+            all = joined(all, query);
+        keep(b.nodes, balls,
+             [&all](const placed_ball& ball) { return !isBeyond(all, ball_heap(ball)); });
+    }
+
     /// Keeps the nodes whose place does, in order.
     template <typename Place, typename IsKept>
     static void keep(std::vector<placed_node>& nodes, std::vector<Place>& places,
@@ -227,35 +235,42 @@ struct node_lists {
     }
 };
 
-/// Tells `tell` of each pair of geometry nodes in contact, in the order of the lists, until it
-/// answers true. Pairs whose boxes can't meet are not asked.
-template <typename Tell>
-void findContacts(const ::osg::NodePtr& a, const ::osg::NodePtr& b, const Tell& tell) {
-    const node_lists lists(a, b);
-    const bool many = lists.a.size() * lists.b.size() > few_pairs;
-    const ball_tree places(many ? lists.balls : std::vector<placed_ball>());
+/// Tells `tell` of each pair of nodes in contact, in the order of the lists, until it answers true.
+/// Pairs whose boxes can't meet are not asked.
+template <typename Neighbours, typename Tell>
+void findContacts(const node_lists& lists, const Neighbours& neighbours, const Tell& tell) {
     std::vector<std::uint32_t> near;
     CollisionResults contact;
     contact.collided = true;
-    for (std::size_t i = 0; i < lists.a.size(); ++i) {
-        near.clear();
-        if (many)
-            places.findNear(lists.queries[i], near);
-        for (std::uint32_t j = 0; !many && j < lists.b.size(); ++j)
-            if (!isBeyond(lists.queries[i], lists.balls[j]))
-                near.push_back(j);
+    for (std::size_t i = 0; i < lists.queries.size(); ++i) {
+        neighbours.findNear(lists.queries[i], near);
         if (near.empty())
             continue;
-        const ::osg::Matrix world_to_a = inverseOrIdentity(lists.a[i].to_world);
+        const placed_node& a = lists.a.nodes[i];
+        const ::osg::Matrix& a_to_world = lists.a.toWorld(a);
+        const ::osg::Matrix world_to_a = inverseOrIdentity(a_to_world);
         for (const std::uint32_t j : near) {
-            if (!touch(lists.a[i], world_to_a, lists.b[j], contact.point))
+            const placed_node& b = lists.b.nodes[j];
+            if (!touch(a, world_to_a, b, lists.b.toWorld(b), contact.point))
                 continue;
-            contact.nodeA = lists.a[i].node;
-            contact.nodeB = lists.b[j].node;
+            a_to_world.multMatrixPnt(contact.point);
+            contact.nodeA = a.node;
+            contact.nodeB = b.node;
             if (tell(contact))
                 return;
         }
     }
+}
+
+template <typename Tell>
+void findContacts(const ::osg::NodePtr& a, const ::osg::NodePtr& b, const Tell& tell) {
+    const node_lists lists(a, b);
+    if (lists.queries.empty() || lists.balls.empty())
+        return;
+    if (lists.queries.size() * lists.balls.size() > few_pairs)
+        findContacts(lists, ball_tree(lists.balls), tell);
+    else
+        findContacts(lists, ball_rows(lists.balls), tell);
 }
 
 } // namespace
@@ -276,12 +291,17 @@ bool collision(::osg::NodePtr a, ::osg::NodePtr b, CollisionParam const& param,
 }
 
 bool do_collide(::osg::NodePtr a, ::osg::NodePtr b, CollisionResults& results) {
-    const placed_node node_a = placeNode(a), node_b = placeNode(b);
+    const placed_list place_a = placeNode(a), place_b = placeNode(b);
     results.collided = false;
-    if (!node_a.usable || !node_b.usable)
+    if (place_a.nodes.empty() || place_b.nodes.empty())
         return false;
-    results.collided = touch(node_a, inverseOrIdentity(node_a.to_world), node_b, results.point);
-    return results.collided;
+    const placed_node &node_a = place_a.nodes[0], &node_b = place_b.nodes[0];
+    const ::osg::Matrix& a_to_world = place_a.toWorld(node_a);
+    ::osg::Pnt3f point;
+    if (!touch(node_a, inverseOrIdentity(a_to_world), node_b, place_b.toWorld(node_b), point))
+        return false;
+    a_to_world.multMatrixPnt(point, results.point);
+    return results.collided = true;
 }
 
 std::vector<CollisionResults> collisions(::osg::NodePtr a, ::osg::NodePtr b,

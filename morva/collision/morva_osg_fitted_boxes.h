@@ -43,6 +43,7 @@
 #include <vector>
 
 #include <morva/collision/morva_osg_lanes.h>
+#include <morva/collision/morva_osg_tree_descent.h>
 #include <morva/core/morva_math.h>
 #include <morva/picking/morva_osg_attach_bih.h>
 #include <morva/trees/bih_records.h>
@@ -69,6 +70,11 @@ class upper_float {
     std::uint16_t bits_ = 0;
 };
 
+/// More than any measure of a box.
+inline constexpr float unlimited = 1e30F;
+
+inline constexpr float axis_unit = 1.F / 32767.F;
+
 /// What lies below a node; in the core's coordinates.
 struct fitted_box {
     float center[3] = {};
@@ -86,6 +92,7 @@ static_assert(sizeof(fitted_box) == 36);
 struct fitted_boxes : bih_companion {
     std::vector<fitted_box> nodes; ///< one per node of the tree
     std::vector<float3> faces;     ///< normals of the largest plane faces, either way; at most 24
+    std::vector<lanes3> face_rows; ///< the same four at a time, and 0 beyond
     float3 low, high;              ///< box of all triangles
     std::uint64_t depth = 0;       ///< of the tree
 };
@@ -107,13 +114,13 @@ class fitted_filter {
 
     /// Whether it may be used with this matrix.
     bool suits() const { return suits_; }
-    bool rejects(std::uint64_t node_a, std::uint64_t node_b) const;
+
+    /// Which of the pairs hold no contact, as pair_bits.
+    unsigned rejects(const next_nodes& a, const next_nodes& b) const;
 
   private:
     bool axesAreParallel() const;
-
-    /// How far boxes are apart along the axes of one of them; negative if they are not.
-    float boxGap(lanes half_a, lanes half_b, lanes way) const;
+    lanes3 turnedBack(const lanes3& v) const; ///< to B's axes
 
     const fitted_box* a_;
     const fitted_box* b_;

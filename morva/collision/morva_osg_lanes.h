@@ -2,6 +2,7 @@
 
 // Four numbers at a time. Each lane is computed as it would be alone, bit for bit.
 
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 
@@ -21,6 +22,15 @@ inline bool anyLane(lane_mask mask) {
     using halves = std::int64_t __attribute__((vector_size(16)));
     const halves both = reinterpret_cast<halves>(mask);
     return (both[0] | both[1]) != 0;
+#endif
+}
+
+/// A bit for each lane that is set, the first one lowest.
+inline unsigned bitsOf(lane_mask mask) {
+#ifdef __SSE__
+    return static_cast<unsigned>(__builtin_ia32_movmskps(reinterpret_cast<lanes>(mask)));
+#else
+    return (mask[0] & 1U) | (mask[1] & 2U) | (mask[2] & 4U) | (mask[3] & 8U);
 #endif
 }
 
@@ -46,6 +56,14 @@ inline lanes smaller(lanes a, lanes b) { return a < b ? a : b; }
 inline lanes larger(lanes a, lanes b) { return a > b ? a : b; }
 inline lanes magnitude(lanes v) { return v < lanes{} ? -v : v; }
 
+inline lanes squareRoots(lanes v) {
+#ifdef __SSE__
+    return __builtin_ia32_sqrtps(v);
+#else
+    return lanes{std::sqrt(v[0]), std::sqrt(v[1]), std::sqrt(v[2]), std::sqrt(v[3])};
+#endif
+}
+
 /// A point in one register; the last lane is 0.
 inline lanes lanesOf(const float3& p) { return lanes{p[0], p[1], p[2], 0.F}; }
 
@@ -58,6 +76,10 @@ inline lanes3 allLanes(const float3& p) { return {allLanes(p[0]), allLanes(p[1])
 inline lanes3 operator-(const lanes3& a, const lanes3& b) {
     return {a.x - b.x, a.y - b.y, a.z - b.z};
 }
+inline lanes3 magnitude(const lanes3& v) {
+    return {magnitude(v.x), magnitude(v.y), magnitude(v.z)};
+}
+inline lanes largest(const lanes3& v) { return larger(larger(v.x, v.y), v.z); }
 inline lanes dot(const lanes3& a, const lanes3& b) { return a.x * b.x + a.y * b.y + a.z * b.z; }
 inline lanes3 cross(const lanes3& a, const lanes3& b) {
     return {a.y * b.z - a.z * b.y, a.z * b.x - a.x * b.z, a.x * b.y - a.y * b.x};

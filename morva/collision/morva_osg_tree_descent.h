@@ -42,9 +42,18 @@ struct carried_box {
     float3 own_min, own_max;
 };
 
+/// One or two nodes of a tree that are next; the same one twice stands for one.
+struct next_nodes {
+    std::uint64_t left, right;
+};
+
+/// Pairs of two nodes of A with two of B, as bits: right and left of A with the left one of B, then
+/// the right one.
+enum pair_bits : unsigned { right_left = 1, right_right = 2, left_left = 4, left_right = 8 };
+
 /// Rules out nothing.
 struct any_pair {
-    static constexpr bool rejects(std::uint64_t, std::uint64_t) { return false; }
+    static constexpr unsigned rejects(const next_nodes&, const next_nodes&) { return 0; }
 };
 
 template <typename Filter> class pair_descent {
@@ -63,8 +72,6 @@ template <typename Filter> class pair_descent {
                const carried_box& box_b) {
         if (anyLane((box_b.min > box_a.max) | (box_a.min > box_b.max)))
             return false;
-        if (filter_.rejects(node_a, node_b))
-            return false;
         if (left_ == 0)
             return gave_up_ = true;
         --left_;
@@ -72,18 +79,28 @@ template <typename Filter> class pair_descent {
         const bih_node<float>& b = b_.tree.nodes[node_b];
         if (a.is_leaf() && b.is_leaf())
             return compare(node_a, node_b);
+        const next_nodes next_a = nextOf(node_a, a), next_b = nextOf(node_b, b);
+        for (const std::uint64_t next : {next_a.left, next_a.right})
+            __builtin_prefetch(a_.tree.nodes + next); // in time for what is visited
+        for (const std::uint64_t next : {next_b.left, next_b.right})
+            __builtin_prefetch(b_.tree.nodes + next);
+        const unsigned out = filter_.rejects(next_a, next_b);
         if (a.is_leaf())
-            return visit(node_a, node_b + 1, box_a, leftOf(box_b, b)) ||
-                   visit(node_a, rightOf(b), box_a, rightOf(box_b, b));
+            return ((out & left_left) == 0 &&
+                    visit(node_a, next_b.left, box_a, leftOf(box_b, b))) ||
+                   ((out & left_right) == 0 &&
+                    visit(node_a, next_b.right, box_a, rightOf(box_b, b)));
         if (b.is_leaf())
-            return visit(node_a + 1, node_b, leftOf(box_a, a), box_b) ||
-                   visit(rightOf(a), node_b, rightOf(box_a, a), box_b);
+            return ((out & left_left) == 0 &&
+                    visit(next_a.left, node_b, leftOf(box_a, a), box_b)) ||
+                   ((out & right_left) == 0 &&
+                    visit(next_a.right, node_b, rightOf(box_a, a), box_b));
         const descent_box left_a = leftOf(box_a, a), right_a = rightOf(box_a, a);
         const carried_box left_b = leftOf(box_b, b), right_b = rightOf(box_b, b);
-        return visit(rightOf(a), node_b + 1, right_a, left_b) ||
-               visit(node_a + 1, rightOf(b), left_a, right_b) ||
-               visit(node_a + 1, node_b + 1, left_a, left_b) ||
-               visit(rightOf(a), rightOf(b), right_a, right_b);
+        return ((out & right_left) == 0 && visit(next_a.right, next_b.left, right_a, left_b)) ||
+               ((out & left_right) == 0 && visit(next_a.left, next_b.right, left_a, right_b)) ||
+               ((out & left_left) == 0 && visit(next_a.left, next_b.left, left_a, left_b)) ||
+               ((out & right_right) == 0 && visit(next_a.right, next_b.right, right_a, right_b));
     }
 
     bool gaveUp() const { return gave_up_; }
@@ -92,8 +109,9 @@ template <typename Filter> class pair_descent {
     std::uint64_t pairs() const { return pairs_; } ///< of triangles; those of equal ones, too
 
   private:
-    static std::uint64_t rightOf(const bih_node<float>& node) {
-        return static_cast<std::uint64_t>(node.right);
+    static next_nodes nextOf(std::uint64_t index, const bih_node<float>& node) {
+        return node.is_leaf() ? next_nodes{index, index}
+                              : next_nodes{index + 1, static_cast<std::uint64_t>(node.right)};
     }
     static descent_box leftOf(const descent_box& box, const bih_node<float>& a) {
         return {box.min, withAxis(box.max, static_cast<std::size_t>(a.axis), a.left_plane)};

@@ -16,12 +16,15 @@ using hit_record = intersection_point<float, float3, float3>;
 lane_mask mayMeet(const lanes3& p, const lanes3& q, const lanes3& a, const lanes3& ab,
                   const lanes3& ac, const lanes3& normal) {
     const lanes zero{};
-    const lanes3 qp = p - q;
-    const lanes d = dot(qp, normal);
     const lanes3 ap = p - a;
     const lanes t = dot(ap, normal);
-    lane_mask out = (d <= zero) | (t < zero) | (t > d);
-    if (!anyLane(~out))
+    lane_mask out = t < zero;
+    if (bitsOf(out) == 15)
+        return ~out;
+    const lanes3 qp = p - q;
+    const lanes d = dot(qp, normal);
+    out |= (d <= zero) | (t > d);
+    if (bitsOf(out) == 15)
         return ~out;
     const lanes3 e = cross(qp, ap);
     const lanes v = dot(ac, e), w = dot(ab, e);

@@ -36,6 +36,8 @@ struct run_plan {
     bool merges = false; ///< mergeGeo() makes a new tree
     kd_build_setup tree; ///< given to it
     unsigned int cache_entries = cache_limit; ///< of one property of a core, with `cacheopt`
+    bool builds_hierarchy = false; ///< buildSceneHierarchy() makes a new tree of what there is
+                                   ///< then: without a merge, of what a merge would take
 
     /// The merge stage puts cores into cache order: `cacheopt`, or a hull is built, which asks for
     /// it whatever the key says, so that cores are as large as groups and `maxtris` bounds none.

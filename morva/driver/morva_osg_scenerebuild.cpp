@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_hierarchy_stage.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
@@ -60,6 +61,7 @@ run_plan planOf(std::string parameters) {
     plan.merges = setup.maxtris != 0 || plan.orders_cache;
     plan.tree.max_elements = setup.maxtris;
     plan.tree.max_depth = tree_depth_limit;
+    plan.builds_hierarchy = plan.runs && !merge.flat;
     plan.changes_triangles = setup.maxtexturesize != 0;
 
     plan.tracks_ids = !merge.idmap.empty() || setup.idmapinroot;
@@ -159,6 +161,11 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
     return result;
 }
 
+/// What the run returns: `merged` itself, or its parts in a hierarchy.
+::osg::NodePtr runHierarchy(const run_plan& plan, const ::osg::NodePtr& merged) {
+    return plan.builds_hierarchy ? buildSceneHierarchy(merged, plan.merges) : merged;
+}
+
 /// Hands the ID map out, as far as it is asked for: to a file and to the root.
 void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (!plan.tracks_ids)
@@ -190,9 +197,12 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
         root = runHulls(plan.setup, root);
     handler.prefix = plan.setup.prefix;
 
-    const ::osg::NodePtr result = runMerge(plan, root);
+    const ::osg::NodePtr merged = runMerge(plan, root);
     guard.after("merge, input", root);
-    guard.after("merge, result", result);
+    guard.after("merge, result", merged);
+    const ::osg::NodePtr result = runHierarchy(plan, merged);
+    guard.after("hierarchy, input", root);
+    guard.after("hierarchy, result", result);
     runIdmap(plan, result);
     return result;
 }

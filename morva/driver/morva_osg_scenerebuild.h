@@ -14,6 +14,7 @@
 //     occlusion baked in                ambientocclusion
 //     hulls in the root's place         buildhull, buildhullwithcolors
 //     geometry merged and cut           maxtris, cacheopt, onegeometry
+//     parts in a hierarchy in space     flat(false)
 //     ID map written to a file          idmap
 //     ID map attached to the root       idmapinroot
 //

@@ -110,6 +110,22 @@ void moved_nodes::add(const ::osg::NodePtr& node) {
     else
         entry.to_world.setIdentity();
     entry.at_origin = isIdentity(entry.to_world);
+    if (how_ == taking::the_node)
+        settleBelow(node);
+}
+
+void moved_nodes::settleBelow(const ::osg::NodePtr& node) {
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) {
+        const ::osg::NodePtr child = node->getChild(i);
+        if (!settled_.insert(child.getFieldContainerId()).second)
+            continue; // by a node in between
+        if (geometryOf(child) != ::osg::NullFC) {
+            const ::osg::RefPtr<::osg::NodeCorePtr> core(cores_.coreFor(child));
+            if (core.get() != child->getCore())
+                giveCore(child, core.get());
+        }
+        settleBelow(child);
+    }
 }
 
 void moved_nodes::detach() {
@@ -122,10 +138,14 @@ void moved_nodes::detach() {
             parents.emplace(parent.getFieldContainerId(), parent);
     }
     for (const auto& [number, parent] : parents) {
-        for (::osg::UInt32 i = parent->getNChildren(); i-- > 0;) { // the others keep their places
-            if (nodes_.count(parent->getChild(i).getFieldContainerId()) != 0)
-                takeChildOff(parent, i);
+        // From the end, and what is to stay as well: taking single ones out would move all behind.
+        std::vector<::osg::RefPtr<::osg::NodePtr>> staying;
+        for (::osg::UInt32 i = parent->getNChildren(); i-- > 0; takeChildOff(parent, i)) {
+            if (nodes_.count(parent->getChild(i).getFieldContainerId()) == 0)
+                staying.emplace_back(parent->getChild(i));
         }
+        for (auto child = staying.rbegin(); child != staying.rend(); ++child)
+            addChildTo(parent, child->get());
     }
 }
 

@@ -71,9 +71,13 @@ class moved_nodes {
         bool at_origin = true; ///< `to_world` is the identity
     };
 
+    /// Gives what goes along with a node, hidden or not, the materials that it shows.
+    void settleBelow(const ::osg::NodePtr& node);
+
     taking how_;
     std::set<::osg::UInt32> above_goal_;
     std::map<::osg::UInt32, noted> nodes_; ///< by container number
+    std::set<::osg::UInt32> settled_;      ///< nodes below noted ones
     settled_cores cores_;
 };
 

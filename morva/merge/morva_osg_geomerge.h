@@ -29,6 +29,8 @@
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/geosets/morva_osg_scene_geoset.h>
+#include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_tree.h>
 
 namespace morva::osg {
@@ -114,5 +116,22 @@ MORVA_API ::osg::NodePtr mergeGeometryInVector(::osg::MaterialPtr material,
                                                const std::vector<::osg::NodePtr>& nodes,
                                                const kd_build_setup& kd,
                                                const mergeGeo_setup& setup, unsigned int limit);
+
+/// The same with batches that a tree over the nodes decides on: as long as the nodes below a tree
+/// node have `limit` triangles or more, each of its children gets batches of its own.
+///
+/// A batch takes the next nodes of the list, as many as there are below its tree node, and not
+/// those that stand there: what lies together need not come into one batch. Fewer triangles than
+/// `limit` give the result of mergeGeometryInVector().
+/// errors  as above
+MORVA_API ::osg::NodePtr mergeGeometryInVectorWithHierarchy(
+    ::osg::MaterialPtr material, const std::vector<::osg::NodePtr>& nodes, const kd_build_setup& kd,
+    const mergeGeo_setup& setup, unsigned int limit);
+
+/// The part of it below `node` of a tree over a scene geoset; null if there are no nodes.
+MORVA_API ::osg::NodePtr
+mergeGeometryInVectorWithHierarchy(::osg::MaterialPtr material, const bih_tree<float>& tree,
+                                   const bih_scene_geoset& scene, const kd_build_setup& kd,
+                                   const mergeGeo_setup& setup, unsigned int limit, int node);
 
 } // namespace morva::osg

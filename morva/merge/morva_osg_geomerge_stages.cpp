@@ -90,11 +90,25 @@ void printProgress(std::size_t index, std::size_t count) {
     say_progress(index, count, {text.str()});
 }
 
+/// Brings the volumes up to date that a tree over the nodes of a group asks for.
+void settleVolumes(const GeoMerge& merge) {
+    for (const auto& [material, nodes] : merge.groups()) {
+        for (const ::osg::NodePtr& node : nodes) {
+            if (node != ::osg::NullFC)
+                node->updateVolume();
+        }
+    }
+}
+
 /// mergeGroups() with a task for each group, once the sources are settled.
 void mergeOnWorkers(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
                     threadHandler& handler, const ::osg::NodePtr& result) {
     const settled_names names(merge, setup); // after the sources: editing invalidates volumes
-    task_list<mergeGeometryMTArguments> tasks(handler, mergeGeometryInVectorMultithread);
+    if (setup.mergehierarchy)
+        settleVolumes(merge);
+    task_list<mergeGeometryMTArguments> tasks(
+        handler, setup.mergehierarchy ? mergeGeometryInVectorWithHierarchyMultithread
+                                      : mergeGeometryInVectorMultithread);
     std::vector<const GeoMerge::group_map::value_type*> groups;
     std::vector<std::uint64_t> work;
     for (const auto& group : merge.groups()) {
@@ -123,7 +137,10 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
     }
     for (const auto& [material, nodes] : merge.groups()) {
         const held_lock_end end;
-        fresh<::osg::NodePtr> group(mergeGeometryInVector(material, nodes, kd, setup, batch_limit));
+        fresh<::osg::NodePtr> group(
+            setup.mergehierarchy
+                ? mergeGeometryInVectorWithHierarchy(material, nodes, kd, setup, batch_limit)
+                : mergeGeometryInVector(material, nodes, kd, setup, batch_limit));
         if (group.get() == ::osg::NullFC)
             continue;
         addChildTo(result, group.get());

@@ -14,6 +14,14 @@ void mergeGeometryInVectorMultithread(void* arguments) {
     });
 }
 
+void mergeGeometryInVectorWithHierarchyMultithread(void* arguments) {
+    auto& task = *static_cast<mergeGeometryMTArguments*>(arguments);
+    runWorker(task, [&task] {
+        return mergeGeometryInVectorWithHierarchy(*task.material, *task.nodes, *task.kd,
+                                                  *task.setup, task.limit);
+    });
+}
+
 void CacheOptMultithread(void* arguments) {
     auto& task = *static_cast<cacheoptMTArguments*>(arguments);
     runWorker(task, [&task] {

@@ -35,6 +35,10 @@ struct mergeGeometryMTArguments {
 /// Runs mergeGeometryInVector() on a mergeGeometryMTArguments, as a worker.
 MORVA_API void mergeGeometryInVectorMultithread(void* arguments);
 
+/// Runs mergeGeometryInVectorWithHierarchy() on a mergeGeometryMTArguments, as a worker. Volumes of
+/// the nodes are to be up to date.
+MORVA_API void mergeGeometryInVectorWithHierarchyMultithread(void* arguments);
+
 /// A task of the cache stage: one geometry node.
 struct cacheoptMTArguments {
     unsigned int limit = cache_limit;

@@ -94,7 +94,7 @@ bool canForetellNames(const GeoMerge& merge, const mergeGeo_setup& setup) {
             some_do_not = some_do_not || !bringsIds(core);
             vertices += cornersOf(core);
         }
-        if (some_do_not && vertices > batch_limit)
+        if (some_do_not && (vertices > batch_limit || setup.mergehierarchy))
             return false;
     }
     return true;

@@ -22,7 +22,7 @@ namespace morva::osg {
 
 /// Whether it is known before extraction which names it will enter. It is not where some nodes of
 /// a group bring IDs and others do not, nobody wants IDs, and the group may fill several batches:
-/// where a batch ends depends on what extraction leaves out.
+/// where a batch ends depends on what extraction leaves out, or on the tree of `mergehierarchy`.
 bool canForetellNames(const GeoMerge& merge, const mergeGeo_setup& setup);
 
 /// Enters the names and brings the volumes up to date that are asked for by it. While it lives

@@ -21,6 +21,13 @@ struct MORVA_API build_setup {
     std::uint32_t max_depth = 0;    ///< children of a node this deep are leaves; at most 1000 count
 };
 
+namespace detail {
+
+/// Levels below this are not made, however deep a setup wants to go: descents are recursive.
+constexpr std::uint32_t bih_depth_limit = 1000;
+
+} // namespace detail
+
 /// One node. The intervals of an inner node's children may overlap or leave a gap; together they
 /// cover every element below it, and 1 % of the node's box more on either side.
 template <typename T> struct MORVA_API bih_node {

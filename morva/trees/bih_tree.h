@@ -20,7 +20,9 @@
 // released, must have no reader.
 // Method: "Instant Ray Tracing: The Bounding Interval Hierarchy", 2006.
 
+#include <morva/core/morva_validate.h>
 #include <morva/trees/bih_records.h>
+#include <morva/trees/bih_rules.h>
 #include <morva/trees/geoset_access.h>
 
 #include <algorithm>
@@ -39,9 +41,6 @@ inline void check_bih_count(std::uint64_t count) {
     if (count > static_cast<std::uint64_t>(std::numeric_limits<std::int32_t>::max()))
         throw std::length_error("too many elements for a bih_tree");
 }
-
-/// Levels below this are not made, however deep a setup wants to go: descents are recursive.
-constexpr std::uint32_t bih_depth_limit = 1000;
 
 /// Builds a tree from one node on, in pre-order.
 template <typename Geoset, typename Box> class bih_builder {
@@ -186,6 +185,7 @@ void compile(Geoset& geoset, bih_tree<typename Geoset::scalar_type>& tree,
         throw;
     }
     tree.active = 1;
+    validate("compile", [&] { return broken_rule_of(tree, geoset, setup); });
 }
 
 /// Sum of the leaves' counts below `node`; 0 for a tree without nodes.

@@ -4,38 +4,40 @@
 // touches few lines of the cache. Include <morva/trees/ray_traversal.h>.
 //
 //     nodes      16 bytes each, in the order of the tree; what a leaf is stands with its parent
-//     corners    36 bytes a triangle, in the order of the leaves, up to four side by side
+//     packets    eight triangles each, those of a small subtree in one to four
 //
-// Nothing is left out but what no segment of finite length can hit: empty leaves, and those with
-// normals of exactly 0 alone. So the descent makes the same steps to the same triangles, and comes
-// to the same bits, with no assumption about the ray. Boxes tighter than the planes would not do:
-// on edge, where rounding decides, the test of a triangle takes it from anywhere in its plane,
-// which single precision makes as thick as a few ten-thousandths of the scene; whether a box is
-// missed does not tell.
+// A small subtree is one leaf here. Its triangles are tested all at once, whatever the planes
+// between them say: a subtree none of whose triangles is met changes nothing, so a ray passes it
+// by, and only where one is met it goes down there step by step in the tree itself. Above, the
+// steps are those of the tree. So every ray comes to the same bits, with no assumption about it but
+// that its length is finite. Boxes tighter than the planes would not do: on edge, where rounding
+// decides, the test of a triangle takes it from anywhere in its plane, which single precision makes
+// as thick as a few ten-thousandths of the scene; whether a box is missed does not tell.
 
 #include <morva/core/morva_math.h>
 #include <morva/trees/bih_records.h>
+#include <morva/trees/ray_packets.h>
 #include <morva/trees/ray_triangle.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <new>
 #include <vector>
 
 namespace morva {
 namespace detail {
 
-/// Where a child is: nothing, a node, or a leaf.
+/// Where a child is: nothing, a node, or packets.
 struct packed_child {
-    static constexpr std::uint32_t index_bits = 26; ///< of places and big leaves
+    static constexpr std::uint32_t index_bits = 26; ///< of packets and big subtrees
     static constexpr std::uint32_t count_mask = 7;
     static constexpr std::uint32_t axis_shift = 29;
     static constexpr std::uint32_t leaf_flag = 1U << 31;
 
-    /// Bit 31: a leaf. Bits 30 and 29: axis of the node that the child belongs to, of its left
-    /// child alone. A leaf's lower bits: its length, and its place in `bih_tree::indices`; or 0,
-    /// and its number among the big ones. A node's lower bits: its index, and 0 is nothing.
+    /// Bit 31: packets. Bits 30 and 29: axis of the node that the child belongs to, of its left
+    /// child alone. Lower bits of packets: how many, and the first; or 0, and their number among
+    /// the big ones. Those of a node: its index, and 0 is nothing.
     std::uint32_t bits = 0;
 
     bool is_leaf() const { return (bits & leaf_flag) != 0; }
@@ -53,35 +55,37 @@ struct packed_node {
 };
 static_assert(sizeof(packed_node) == 16, "four nodes are one line of the cache");
 
-/// A leaf of more elements than a child has bits for.
+/// Packets that are more than a child has bits for.
 struct big_leaf {
-    std::uint64_t first;
-    std::uint32_t count;
+    std::uint32_t first, count;
 };
 
 /// The whole. It holds for one array of triangles, as they were when it was made.
 struct ray_companion : bih_companion {
     const float_triangle* triangles = nullptr; ///< the array
     std::vector<packed_node> nodes;            ///< the root is the first
+    std::vector<std::uint32_t> subtrees;       ///< one per packet: the tree's node above it
     std::vector<big_leaf> big_leaves;
-    /// Nine floats for each entry of `bih_tree::indices`: a, ab, ac. Up to four neighbours in a
-    /// leaf make a packet: their first floats, their second floats and so on. 4 to spare.
-    std::unique_ptr<float[]> corners;
-
-    std::size_t corner_count = 0; ///< floats in `corners`
+    triangle_packet* packets = nullptr; ///< as many as `subtrees`, in `storage`
+    std::unique_ptr<unsigned char[]> storage;
 
     /// What it takes of memory.
     std::size_t bytes() const {
         return sizeof *this + nodes.capacity() * sizeof(packed_node) +
-               big_leaves.capacity() * sizeof(big_leaf) + corner_count * sizeof(float);
+               subtrees.capacity() * sizeof(std::uint32_t) +
+               big_leaves.capacity() * sizeof(big_leaf) + storage_bytes();
     }
+    std::size_t storage_bytes() const { return (subtrees.size() + 1) * sizeof(triangle_packet); }
 
     static void free(bih_companion* companion) { delete static_cast<ray_companion*>(companion); }
 };
 
-/// Trees beyond go without: deeper ones, and such with more elements than places have bits.
+/// Trees beyond go without: deeper ones, and such with more elements than packets have numbers.
 constexpr std::uint64_t deepest_packed = 120;
 constexpr std::uint64_t largest_packed = std::uint64_t(1) << packed_child::index_bits;
+
+/// A subtree of so many triangles is tested as a whole. Measured: 8 and 64 are slower.
+constexpr std::uint64_t largest_cluster = 32;
 
 /// Packs a tree.
 class ray_companion_builder {
@@ -98,10 +102,14 @@ class ray_companion_builder {
         if (tree_.max_depth_reached > deepest_packed || tree_.index_count > largest_packed ||
             tree_.nodes[0].is_leaf())
             return nullptr;
-        made_->nodes.reserve(tree_.node_count + 1 - tree_.leaf_count);
-        made_->corner_count = 9 * tree_.index_count + 4;
-        made_->corners.reset(new float[made_->corner_count]());
         inner(0);
+        std::size_t room = made_->storage_bytes();
+        made_->storage.reset(new unsigned char[room]);
+        void* start = made_->storage.get();
+        std::align(alignof(triangle_packet), room - sizeof(triangle_packet), start, room);
+        made_->packets = static_cast<triangle_packet*>(start);
+        for (std::size_t packet = 0; packet < made_->subtrees.size();)
+            packet += fill(packet);
         return std::move(made_);
     }
 
@@ -112,10 +120,6 @@ class ray_companion_builder {
         made_->nodes.push_back({here.left_plane, here.right_plane, {}});
         packed_child left = child(node + 1);
         const packed_child right = child(static_cast<std::uint64_t>(here.right));
-        if (left.bits == 0 && right.bits == 0 && at != 0) { // and so nothing came after it
-            made_->nodes.pop_back();
-            return {};
-        }
         left.bits |= static_cast<std::uint32_t>(here.axis) << packed_child::axis_shift;
         made_->nodes[at].child[0] = left;
         made_->nodes[at].child[1] = right;
@@ -123,15 +127,36 @@ class ray_companion_builder {
     }
 
     packed_child child(std::uint64_t node) {
-        const bih_node<float>& here = tree_.nodes[node];
-        return here.is_leaf() ? leaf(here.first, here.count) : inner(node);
+        const range all = range_of(node);
+        if (all.count <= largest_cluster || tree_.nodes[node].is_leaf())
+            return cluster(node, all);
+        return inner(node);
     }
 
-    packed_child leaf(std::uint32_t first, std::uint32_t count) {
-        bool alive = false;
-        for (std::uint32_t k = 0; k < count; ++k)
-            alive |= put_corners(first, k, count);
-        if (!alive)
+    /// Elements below a node.
+    struct range {
+        std::uint64_t first, count;
+    };
+    range range_of(std::uint64_t node) const {
+        std::uint64_t first = node, last = node;
+        while (!tree_.nodes[first].is_leaf())
+            ++first;
+        while (!tree_.nodes[last].is_leaf())
+            last = static_cast<std::uint64_t>(tree_.nodes[last].right);
+        const bih_node<float>&a = tree_.nodes[first], &b = tree_.nodes[last];
+        return {a.first, std::uint64_t(b.first) + b.count - a.first};
+    }
+
+    static std::uint64_t packets_for(const range& all) {
+        return (all.count + packet_width - 1) / packet_width;
+    }
+
+    /// Numbers the packets of what is below a node.
+    packed_child cluster(std::uint64_t node, const range& all) {
+        const auto first = static_cast<std::uint32_t>(made_->subtrees.size());
+        const auto count = static_cast<std::uint32_t>(packets_for(all));
+        made_->subtrees.insert(made_->subtrees.end(), count, static_cast<std::uint32_t>(node));
+        if (count == 0)
             return {};
         if (count <= packed_child::count_mask)
             return {packed_child::leaf_flag | count << packed_child::index_bits | first};
@@ -139,16 +164,16 @@ class ray_companion_builder {
         return {packed_child::leaf_flag | static_cast<std::uint32_t>(made_->big_leaves.size() - 1)};
     }
 
-    /// Stores a triangle; false if its normal is 0, and so is what has to be above 0 for a hit.
-    bool put_corners(std::uint32_t first, std::uint32_t k, std::uint32_t count) {
-        const float_triangle& t = triangles_[tree_.indices[first + std::uint64_t(k)]];
-        const std::uint32_t lane = k % 4, width = std::min(4U, count - (k - lane));
-        float* const packet = made_->corners.get() + 9 * (first + std::uint64_t(k - lane));
-        const float3 rows[3] = {t.a, difference<float3>(t.b, t.a), difference<float3>(t.c, t.a)};
-        for (std::uint32_t i = 0; i < 9; ++i)
-            packet[i * width + lane] = rows[i / 3][i % 3];
-        const float3 n = cross(rows[1], rows[2]);
-        return !(n[0] == 0 && n[1] == 0 && n[2] == 0);
+    /// Fills the packets below the node of this one, and tells how many they are.
+    std::uint64_t fill(std::size_t packet) {
+        const range all = range_of(made_->subtrees[packet]);
+        triangle_packet* const packets = made_->packets + packet;
+        for (std::uint64_t k = 0; k < packets_for(all); ++k)
+            new (packets + k) triangle_packet;
+        for (std::uint64_t k = 0; k < all.count; ++k)
+            packets[k / packet_width].put(k % packet_width,
+                                          triangles_[tree_.indices[all.first + k]]);
+        return packets_for(all);
     }
 
     const bih_tree<float>& tree_;

@@ -98,6 +98,7 @@ std::string described(const morva::osg::run_plan& plan) {
         {all.mostusedmaterial, "one"},
         {all.removelod, "lod"},
         {all.removeswitch, "switch"},
+        {plan.builds_hierarchy, "hierarchy"},
         {plan.changes_triangles, "changes"},
         {plan.removes_parts, "removes"},
         {plan.builds_hull, "hull"},
@@ -118,6 +119,7 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
     const std::pair<const char*, const char*> rows[] = {
         {"", ""},
         {"flat(true)", "runs "},
+        {"flat(false)", "runs hierarchy "},
         {"cacheopt(true),maxtris(10),silent(0)", "runs merges:10 cache "},
         {"cacheopt(true),maxtris(11)", "runs merges:11 "},
         {"cacheopt(true)", "runs merges:0 cache "},

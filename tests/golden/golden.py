@@ -35,6 +35,8 @@ PARAMETERS = {  # and the formats that are written beside .osb
     "opt(3),maxtris(0),cacheopt(true),keeprenderfalse(true),removelod(true),removeswitch(true)": "glb",
     "opt(2),onegeometry(true),cacheopt(true),optimizetc(1),idmap(map)": "glb gltf",
     "opt(3),maxtris(700),mostusedmaterial(true),ignorematerial(true),alphageometry(true)": "glb",
+    "opt(1),maxtris(500),flat(false),mergehierarchy(true),keeprenderfalse(true),idmap(map)": "glb",
+    "flat(false)": "glb",
 }
 
 

@@ -74,10 +74,20 @@ TEST(Audit, TellsTheFateOfEachPartAndMissesATriangle) {
     EXPECT_TRUE(runAudit(everyFate(), "maxtris(10),buildhull(1)").plan.parts[0].fate ==
                 morva::host::part_fate::open);
 
+    const audited_run halves = runAudit(everyFate(), "flat(false)");
+    EXPECT_EQ(halves.verdict.differences, texts{});
+    EXPECT_EQ(halves.verdict.out, 60u + 50 + 6 + 6 + 6);
+    EXPECT_EQ(halves.verdict.notes,
+              texts{"parts that are hidden, below a switch or level of detail, or to be left alone "
+                    "are not in the hierarchy, 5 of them: 'top/hidden', 'top/hidden/in hidden', "
+                    "'top/#3/chosen', 'top/#3/#1', 'top/cube map'"});
+
     const node_ref fewer(group({meshNode(quads(1))}));
-    const audit_verdict verdict = morva::host::judge(run.plan, fewer.get());
-    ASSERT_EQ(verdict.differences.size(), 1u);
-    EXPECT_NE(verdict.differences[0].find("but 2 came out"), std::string::npos);
+    for (const audit_plan& plan : {run.plan, halves.plan}) {
+        const audit_verdict verdict = morva::host::judge(plan, fewer.get());
+        ASSERT_EQ(verdict.differences.size(), 1u);
+        EXPECT_NE(verdict.differences[0].find("but 2 came out"), std::string::npos);
+    }
 
     // All are there, but some of them came to nothing.
     for (const ::osg::NodePtr& node : geometryNodes(run.result.get())) {
@@ -116,7 +126,8 @@ TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {
     else if (lost >= 0)
         kept.positions.erase(at(lost), at(lost + 1));
     kept.primitives = {{4, static_cast<unsigned>(kept.positions.size())}};
-    return group({group(), moved({3, 0, 0}, {named("_G_1", meshNode(kept))})});
+    return group(
+        {group(), moved({3, 0, 0}, {named("_G_1", meshNode(kept, chunked({1, 1, 1, .5f})))})});
 }
 
 TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {

@@ -54,7 +54,8 @@ std::string mapOf(const ::osg::NodePtr& result) {
 /// without an image, all kinds of primitives, glass, names for several nodes or none, and if asked
 /// for IDs of their own.
 struct crowded_scene {
-    crowded_scene(bool images_by_group, bool own_ids, bool backwards) : root(group({})) {
+    crowded_scene(bool images_by_group, bool own_ids, bool backwards, bool short_strips)
+        : root(group({})) {
         std::mt19937 rng(5202);
         materials.resize(9);
         for (std::size_t i = 0; i < 9; ++i) { // whichever the scene graph made first
@@ -80,6 +81,8 @@ struct crowded_scene {
                 if (i % 5 == 0)
                     core->setTexCoords(coordinates);
             }
+            if (short_strips && i % 2 == 0) // counted as billions, so that a group has many batches
+                addShortStrips(core);
             const ::osg::NodePtr node = nodeOf(core);
             if (i % 9 != 8)
                 named("part" + std::to_string(i * 7 % 23), node);
@@ -90,6 +93,12 @@ struct crowded_scene {
         }
         root->addChild(moved({3, 2, 1}, {part(materials[10].get(), 0, 5, "pane")}));
         root->addChild(named("wire", meshNode(row(9, 3))));
+    }
+    static void addShortStrips(const ::osg::GeometryPtr& core) {
+        for (int i = 0; i < 99; ++i) {
+            core->getTypes()->addValue(5);
+            core->getLengths()->addValue(0);
+        }
     }
     static ::osg::GeometryPtr meshOf(std::mt19937& rng, bool own_ids = false) {
         mesh_data mesh = withCoordinates(withNormals(soup(rng, 30), rng), rng);
@@ -131,6 +140,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         bool cacheopt, ids, same_name, images_by_group, own_ids;
         int opt;
         int vertexcolor = -1;
+        bool by_tree = false;
     };
     for (const setup_case& c :
          {setup_case{"plain", false, false, false, false, false, 1},
@@ -141,13 +151,15 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
           {"the order of groups decides", false, true, true, true, false, 1},
           {"baked", false, true, false, false, false, 1, 150},
           {"IDs of their own", false, true, false, false, true, 1},
+          {"batches by a tree", false, true, false, false, false, 1, -1, true},
+          {"batches by a tree, IDs of their own", false, false, false, false, true, 1, -1, true},
           {"IDs of their own, none wanted: volumes were asked for below those of another group",
            false, false, false, false, true, 1}}) {
         SCOPED_TRACE(c.name);
         std::string alone;
         for (int run = 0; run <= 12; ++run) {
             const auto scene = [&] {
-                return crowded_scene(c.images_by_group, c.own_ids, run % 4 > 1);
+                return crowded_scene(c.images_by_group, c.own_ids, run % 4 > 1, c.by_tree);
             };
             mergeGeo_setup setup = quiet();
             setup.numthreads = run == 12 ? 0x7fffffff : run == 0 ? 1 : run % 2 == 0 ? 2 : 8;
@@ -156,6 +168,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
             setup.mergesamename = c.same_name;
             setup.opt = c.opt;
             setup.vertexcolor = c.vertexcolor;
+            setup.mergehierarchy = c.by_tree;
             const std::string text = textAfter(scene, [&setup](const ::osg::NodePtr& root) {
                 return mergeGeo(root, cells(20), setup);
             });
@@ -165,6 +178,29 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         }
         EXPECT_GT(alone.size(), 10000U);
     }
+}
+
+TEST(MergeThreads, BatchesByATreeHoldTheSamePartsAsBatchesByTheList) {
+    std::vector<std::string> names[2];
+    world_mesh shapes[2];
+    std::size_t cores[2];
+    for (const bool by_tree : {false, true}) {
+        mergeGeo_setup setup = quiet();
+        setup.mergehierarchy = by_tree;
+        setup.idmap = "map";
+        morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
+        handler.reset();
+        const crowded_scene source(false, false, false, true);
+        const node_ref result = quietMerge(source.root.get(), setup);
+        handler.releaseHeldLock();
+        names[by_tree] = handler.names;
+        shapes[by_tree] = shapeOf(result.get());
+        cores[by_tree] = geometryNodes(result.get()).size();
+        handler.reset();
+    }
+    EXPECT_EQ(names[0], names[1]);
+    EXPECT_EQ(firstDifference(shapes[0], shapes[1]), "");
+    EXPECT_LT(cores[0], cores[1]);
 }
 
 TEST(MergeThreads, NamesCannotBeForetoldWhereABatchOfSomeIdsMayEnd) {

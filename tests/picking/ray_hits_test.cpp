@@ -7,11 +7,6 @@ namespace {
 using namespace picking_test;
 using morva::osg::all_hits, morva::osg::first_hit, morva::osg::no_triangle, morva::osg::ray_hit;
 
-wide minus(const wide& a, const wide& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
-wide cross(const wide& a, const wide& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-long double dot(const wide& a, const wide& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
 /// Whether an action would come to a node.
 bool isShown(const NodePtr& node) {
     const NodePtr above = node->getParent();
@@ -27,40 +22,38 @@ bool isShown(const NodePtr& node) {
 
 /// What a ray meets, by node and triangle.
 struct naive_hit {
-    long double t;
+    double t;
     bool back_face;
-    wide normal;
+    Vec3d normal;
 };
 using naive_hits = std::map<std::pair<NodePtr, unsigned>, naive_hit>;
 
 /// `sure` is cleared if an edge or the start is too near to tell.
 naive_hits naiveHits(const std::vector<placed_triangle>& world, const Line& line, bool both_sides,
                      bool& sure) {
-    wide o, d, p;
-    for (unsigned i = 0; i < 3; ++i)
-        o[i] = line.getPosition()[i], d[i] = line.getDirection()[i];
+    const Pnt3f start = line.getPosition();
+    const Vec3f way = line.getDirection();
+    const Pnt3d o(start[0], start[1], start[2]);
+    const Vec3d d(way[0], way[1], way[2]);
     naive_hits hits;
     for (const placed_triangle& t : world) {
-        const wide &a = t.corners[0], &b = t.corners[1], &c = t.corners[2];
-        const wide n = cross(minus(b, a), minus(c, a));
-        const long double facing = dot(d, n), length = std::sqrt(dot(n, n));
-        if (facing == 0.0L || t.rogue || !isShown(t.node))
+        const Pnt3d &a = t.corners[0], &b = t.corners[1], &c = t.corners[2];
+        const Vec3d n = (b - a).cross(c - a);
+        const double facing = d.dot(n), length = n.length();
+        if (facing == 0.0 || t.rogue || !isShown(t.node))
             continue;
-        const long double at = dot(minus(a, o), n) / facing;
-        for (unsigned i = 0; i < 3; ++i)
-            p[i] = o[i] + at * d[i];
-        long double least = 1.0L; // distance to an edge, by that of the corner across
+        const double at = (a - o).dot(n) / facing;
+        const Pnt3d p = o + d * at;
+        double least = 1.0; // distance to an edge, by that of the corner across
         for (const auto& [u, v] : {std::pair(a, b), std::pair(b, c), std::pair(c, a)})
-            least = std::min(least, dot(cross(minus(v, u), minus(p, u)), n) / (length * length));
-        if (std::abs(least) < 1e-6L || std::abs(at) < 1e-6L || std::abs(facing) < 1e-6L * length)
-            sure = sure && least < -1e-3L;
+            least = std::min(least, (v - u).cross(p - u).dot(n) / (length * length));
+        if (std::abs(least) < 1e-6 || std::abs(at) < 1e-6 || std::abs(facing) < 1e-6 * length)
+            sure = sure && least < -1e-3;
         // The front is a matter of the core's frame, and so is the side of the normal.
-        const long double side = t.node->getToWorld().det3() < 0.F ? -1.0L : 1.0L;
-        const bool back = facing * side > 0.0L;
-        if (least >= 0.0L && at >= 0.0L && (both_sides || !back)) {
-            const long double unit = side / length;
-            hits[{t.node, t.number}] = {at, back, {n[0] * unit, n[1] * unit, n[2] * unit}};
-        }
+        const double side = t.node->getToWorld().det3() < 0.F ? -1.0 : 1.0;
+        const bool back = facing * side > 0.0;
+        if (least >= 0.0 && at >= 0.0 && (both_sides || !back))
+            hits[{t.node, t.number}] = {at, back, n * (side / length)};
     }
     return hits;
 }
@@ -131,43 +124,51 @@ TEST(RayHits, AreThoseOfAllTrianglesOneByOne) {
     EXPECT_GT(by_action, 11700U) << "of 12000";
 }
 
-TEST(RayHits, SlipThroughNoSeam) {
-    const node_ref tiles(meshNode(quads(4))); // exactly onto edges and corners
-    for (const Pnt3f& at : {Pnt3f(1, .5F, 1), Pnt3f(.5F, .5F, 1), Pnt3f(2, 0, 1), Pnt3f(0, 0, 1),
-                            Pnt3f(.5F, 0, 1), Pnt3f(3, 1, 1), Pnt3f(4, 1, 1)})
-        EXPECT_FALSE(all_hits(tiles.get(), Line(at, Vec3f(0, 0, -1)), false).empty()) << at;
-}
-
-TEST(RayHits, FindFlatPartsAwayFromZeroAndNothingWhereThereIsNoRay) {
-    mesh_data wall = triangles({{0, 0, 5}, {4, 0, 5}, {0, 4, 5}});
-    const node_ref root(group({meshNode(wall)}));
-    const Line near(Pnt3f(1, 1, 6), Vec3f(0, 0, -1)), behind(Pnt3f(1, 1, 3), Vec3f(0, 0, 1));
-    {
-        // The list's box lies around 0; a ray that starts beyond it finds nothing.
-        const registered picking(morva::osg::register_morva_intersect);
-        EXPECT_TRUE(std::get<0>(pick(root.get(), near)));
-        EXPECT_FALSE(std::get<0>(pick(root.get(), Line(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)))));
-    }
-    EXPECT_EQ(all_hits(root.get(), near, false).size(), 1U);
-    EXPECT_EQ(all_hits(root.get(), Line(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)), false).size(), 1U);
-    EXPECT_EQ(all_hits(root.get(), behind, false).size(), 0U);
-    EXPECT_TRUE(all_hits(root.get(), behind, true).at(0).back_face);
+TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
     const float inf = std::numeric_limits<float>::infinity(), nan = inf - inf;
-    ray_hit untouched;
-    untouched.object = 17;
-    for (const Line& line :
-         {Line(Pnt3f(1, 1, 6), Vec3f(0, 0, 0)), Line(Pnt3f(nan, 1, 6), Vec3f(0, 0, -1)),
-          Line(Pnt3f(1, 1, inf), Vec3f(0, 0, -1)), Line(Pnt3f(1, 1, 6), Vec3f(0, nan, -1))}) {
-        EXPECT_TRUE(all_hits(root.get(), line, true).empty());
-        EXPECT_FALSE(first_hit(root.get(), line, true, untouched));
-    }
-    EXPECT_FALSE(first_hit(::osg::NullFC, near, true, untouched));
-    EXPECT_EQ(untouched.object, 17U);
+    const Vec3f down(0, 0, -1);
+    const mesh_data wall = triangles({{0, 0, 5}, {4, 0, 5}, {0, 4, 5}});
     Matrix flattened;
     flattened.setScale(Vec3f(1, 1, 0));
+    const node_ref tiles(meshNode(quads(4))), root(group({meshNode(wall)}));
     const node_ref gone(group({transformed(flattened, {meshNode(wall)}), ::osg::Node::create()}));
     gone->getChild(1)->addChild(meshNode(wall)); // below a node without a core
-    EXPECT_EQ(all_hits(gone.get(), near, true).size(), 1U);
+    const Line near(Pnt3f(1, 1, 6), down), slanted(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)),
+        behind(Pnt3f(1, 1, 3), Vec3f(0, 0, 1));
+    const struct {
+        const char* name;
+        NodePtr node;
+        Line ray;
+        std::size_t fronts, both;
+    } rows[] = {{"an edge", tiles.get(), Line(Pnt3f(2, .5F, 1), down), 2, 2},
+                {"a diagonal", tiles.get(), Line(Pnt3f(.5F, .5F, 1), down), 2, 2},
+                {"a border", tiles.get(), Line(Pnt3f(.5F, 0, 1), down), 1, 1},
+                {"corners", tiles.get(), Line(Pnt3f(1, 0, 1), down), 3, 3},
+                {"a flat part", root.get(), near, 1, 1},
+                {"from beyond its box", root.get(), slanted, 1, 1},
+                {"from the back", root.get(), behind, 0, 1},
+                {"no direction", root.get(), Line(Pnt3f(1, 1, 6), Vec3f(0, 0, 0)), 0, 0},
+                {"nowhere", root.get(), Line(Pnt3f(nan, 1, 6), down), 0, 0},
+                {"endless", root.get(), Line(Pnt3f(1, 1, inf), down), 0, 0},
+                {"to nowhere", root.get(), Line(Pnt3f(1, 1, 6), Vec3f(0, nan, -1)), 0, 0},
+                {"flattened, and without a core", gone.get(), near, 1, 1},
+                {"null", NodePtr(), near, 0, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const bool both_sides : {false, true}) {
+            const std::size_t count = both_sides ? row.both : row.fronts;
+            ray_hit first;
+            first.object = 17;
+            EXPECT_EQ(all_hits(row.node, row.ray, both_sides).size(), count);
+            EXPECT_EQ(first_hit(row.node, row.ray, both_sides, first), count != 0);
+            EXPECT_EQ(first.object == 17, count == 0);
+            EXPECT_EQ(first.back_face, row.both > row.fronts && both_sides);
+        }
+    }
+    // By the list's box, which lies around 0, a ray that starts beyond it finds nothing.
+    const registered picking(morva::osg::register_morva_intersect);
+    EXPECT_TRUE(std::get<0>(pick(root.get(), near)));
+    EXPECT_FALSE(std::get<0>(pick(root.get(), slanted)));
 }
 
 TEST(ObjectNumbers, LeadToTrianglesAndParts) {

@@ -4,9 +4,12 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
+#include "../../host/audit.h"
 #include "../../host/model.h"
+#include "../../host/statistics.h"
 
 namespace {
 
@@ -73,5 +76,75 @@ std::vector<model_case> modelCases() {
 }
 
 INSTANTIATE_TEST_SUITE_P(, ModelRoad, testing::ValuesIn(modelCases()));
+
+/// A model with a part of glass, one that is hidden, one below a switch, and all of it moved.
+node_ref withAllFates(const std::string& file) {
+    const morva::host::model source = morva::host::readModel(file);
+    const node_list nodes = geometryNodes(source.root);
+    const ::osg::GeometryPtr glass = coreOf(nodes[1])->clone();
+    glass->setMaterial(chunked({1, 1, 1, 0.5F}));
+    nodes[1]->setCore(glass);
+    hidden(nodes[2]);
+    ::osg::Matrix turned;
+    turned.setTransform(::osg::Vec3f(3, -2, 5), ::osg::Quaternion(::osg::Vec3f(1, 2, 3), 0.7F));
+    return node_ref(group({transformed(turned, {source.root.get()}),
+                           switched(0, {named("choice", meshNode(quads(2)))})}));
+}
+
+class FlatRoad : public testing::TestWithParam<std::tuple<std::string, const char*>> {};
+
+TEST_P(FlatRoad, AHierarchyHoldsWhatAFlatSceneDoes) {
+    const auto& [file, given] = GetParam();
+    const std::string parameters = given;
+    const bool merges = parameters.find("maxtris(0)") == std::string::npos;
+    const bool keeps = parameters.find("keeprenderfalse") != std::string::npos;
+    node_ref roots[2], results[2];
+    for (const bool flat : {false, true}) {
+        roots[flat] = withAllFates(file);
+        const std::string all = parameters + (flat ? ",flat(true)" : ",flat(false)");
+        const stream_capture out(std::cout);
+        const auto parts = morva::host::namedParts(roots[flat].get(), true);
+        const auto plan = morva::host::planAudit(roots[flat].get(), parts, all);
+        results[flat] = node_ref(morva::osg::optTree(roots[flat].get(), all));
+        const auto verdict = morva::host::judge(plan, results[flat].get());
+        EXPECT_EQ(verdict.differences, std::vector<std::string>());
+        EXPECT_EQ(verdict.notes.size(), merges || flat ? 0U : 1U);
+    }
+    // Without a merge, what is hidden or below a switch stays behind, and the input stays whole.
+    node_ref expected = results[true];
+    if (!merges) {
+        expected = withAllFates(file);
+        morva::osg::deleteTravMaskZeroNodes(expected.get());
+        expected->subChild(1);
+        EXPECT_EQ(firstDifference(worldMesh(roots[true].get()), worldMesh(roots[false].get())), "");
+    }
+    EXPECT_EQ(firstDifference(worldMesh(expected.get()), worldMesh(results[false].get())), "");
+    std::multiset<std::string> colors[2];
+    for (const bool flat : {false, true}) {
+        for (const ::osg::NodePtr& node :
+             geometryNodes(flat ? expected.get() : results[false].get())) {
+            ::osg::Color4f diffuse, rest;
+            float shininess = 0;
+            morva::osg::getColor(node, diffuse, rest, rest, rest, shininess);
+            std::ostringstream text;
+            text << diffuse << (node->getTravMask() == 0 ? " hidden" : "");
+            colors[flat].insert(text.str());
+        }
+    }
+    EXPECT_EQ(colors[false], colors[true]);
+    const auto figures = morva::host::measureScene(results[false].get());
+    EXPECT_GT(figures.levels, 3U);
+    EXPECT_LT(figures.levels, 155U); // halves of halves, down to one part
+    EXPECT_EQ(figures.leaves, geometryNodes(results[false].get()).size());
+    EXPECT_TRUE(keeps || !merges || figures.draw_calls == figures.leaves);
+}
+
+INSTANTIATE_TEST_SUITE_P(, FlatRoad,
+                         testing::Combine(testing::Values(engine, house, truck),
+                                          testing::Values("maxtris(0)",
+                                                          "maxtris(300),idmapinroot(1)",
+                                                          "maxtris(300),keeprenderfalse(true)",
+                                                          "maxtris(9),cacheopt(true),toworld(0)",
+                                                          "maxtris(500),mergehierarchy(true)")));
 
 } // namespace

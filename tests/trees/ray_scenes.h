@@ -29,7 +29,19 @@ inline bool same_hits(const ray_hit& a, const ray_hit& b) {
 }
 
 /// What is wrong with the triangles of a scene.
-enum class mesh { soup, ball, slivers, stairs, far_ball, tiny, huge, copies, spoiled, count };
+enum class mesh {
+    soup,
+    ball,
+    slivers,
+    sheets,
+    stairs,
+    far_ball,
+    tiny,
+    huge,
+    copies,
+    spoiled,
+    count
+};
 
 inline float3 point_in(std::mt19937& random, float size) {
     std::uniform_real_distribution<float> unit(-size, size);
@@ -64,6 +76,15 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         const float3 b = shifted(a, side, 1);
         add(a, b, shifted(shifted(b, side, 0.1f), point_in(random, 1), thin));
     }
+    const float3 sides[] = {point_in(random, 1), point_in(random, 1), point_in(random, 1)};
+    for (int i = 0; i < 300 && kind == mesh::sheets; ++i) { // all over each other in three planes
+        float3 corner[3];
+        for (float3& c : corner) {
+            const float3 at = point_in(random, i % 4 == 0 ? 1.0f : 0.1f);
+            c = shifted(shifted(c, sides[i % 3], at[0]), sides[(i + 1) % 3], at[1]);
+        }
+        add(corner[0], corner[1], corner[2]);
+    }
     for (int i = 0; i < 100 && kind == mesh::stairs; ++i) { // across the axes, on one grid
         const float x = float(i % 10) * 0.25f, y = float(i / 10) * 0.25f, z = float(i % 4) * 0.25f;
         const float3 p{x, y, z}, u{x + 0.25f, y, z}, v{x, y + 0.25f, z}, w{x, y, z + 0.25f};
@@ -78,11 +99,12 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         add(on_ball(s, t), on_ball(s + 1, t), on_ball(s + 1, t + 1));
         add(on_ball(s, t), on_ball(s + 1, t + 1), on_ball(s, t + 1));
     }
+    const float away = kind != mesh::far_ball ? 0.0f : random() % 2 ? 1e6f : 3e4f;
     const float scale = kind == mesh::tiny ? 1e-7f : kind == mesh::huge ? 3e12f : 1.0f;
     for (auto& t : made)
         for (float3* corner : {&t.a, &t.b, &t.c})
             for (std::size_t i = 0; i < 3; ++i)
-                (*corner)[i] = (*corner)[i] * scale + (kind == mesh::far_ball ? 3e4f : 0.0f);
+                (*corner)[i] = (*corner)[i] * scale + away;
     if (kind == mesh::spoiled)
         for (std::size_t i = 0; i < 30; ++i)
             made[random() % made.size()].b[random() % 3] = i % 2 ? NAN : INFINITY;

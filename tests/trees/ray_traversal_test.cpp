@@ -1,5 +1,4 @@
 #include <atomic>
-#include <list>
 
 #include "ray_scenes.h"
 
@@ -36,6 +35,42 @@ TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
 
 INSTANTIATE_TEST_SUITE_P(Meshes, FireRayRecOracle, testing::Range(0, int(mesh::count)));
 
+// Which of the two functions rays take is up to the processor.
+TEST(AnyMet, TellsOfPacketsWhatTheTestTellsOfTheirTriangles) {
+    std::mt19937 random(333);
+    std::size_t told[2] = {};
+    flat_triangles triangles;
+    flat_list list;
+    for (int i = 0; i < 100000; ++i) {
+        if (i % 1000 == 0) {
+            triangles = make_mesh(random, mesh(i / 1000 % int(mesh::count)));
+            list = list_of(triangles);
+            refresh_bounding_box(list);
+        }
+        const test_ray ray = make_ray(random, triangles, list);
+        if (!std::isfinite(ray.to[0] + ray.to[1] + ray.to[2]))
+            continue;
+        const float nearest = i % 2 ? NAN : float(random() % 100) / 50;
+        morva::detail::triangle_packet packets[2];
+        bool met = false;
+        for (std::size_t k = random() % 17; k-- > 0;) {
+            const auto& t = triangles[random() % triangles.size()];
+            packets[k / 8].put(k % 8, t);
+            float3 normal;
+            float way;
+            met |= morva::detail::meets(t.a, t.b, t.c, ray.from, ray.to, normal, way) &&
+                   !(way >= nearest);
+        }
+        const morva::detail::packet_segment segment(ray.from, ray.to);
+        ASSERT_EQ(morva::detail::any_met_sse2(packets, 2, segment, nearest), met) << i;
+        if (morva::detail::wide_registers) {
+            ASSERT_EQ(morva::detail::any_met_avx2(packets, 2, segment, nearest), met) << i;
+        }
+        ++told[met ? 1 : 0];
+    }
+    EXPECT_GT(std::min(told[0], told[1]), 3000U);
+}
+
 TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
     const ball_rays ball(4000);
     for (int round = 0; round < 8; ++round) {
@@ -52,63 +87,6 @@ TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
         });
         EXPECT_EQ(wrong, 0);
         EXPECT_NE(companion_of(tree), nullptr);
-    }
-}
-
-/// A scene of geosets with trees of their own, as far as rays look into it.
-struct scene_of_lists : whole_boxes {
-    struct element : flat_list {
-        morva::float_box bbox;
-    };
-    unsigned built_count = 0;
-    bih_tree<float> trees[3];
-    element geosets[3];
-
-    /// Sheets across z, 2 wide, to be seen from below.
-    explicit scene_of_lists(const std::vector<float>& heights) : whole_boxes({}) {
-        for (const float z : heights) {
-            sheets_.push_back(
-                {{{-1, -1, z}, {-1, 1, z}, {1, -1, z}}, {{1, 1, z}, {1, -1, z}, {-1, 1, z}}});
-            element& made = geosets[built_count];
-            static_cast<flat_list&>(made) = list_of(sheets_.back());
-            compile(static_cast<flat_list&>(made), trees[built_count++], {3, 50});
-            made.bbox = {{-1, -1, z}, {1, 1, z}, {2, 2, 0}};
-            add({{{-1, 1}, {-1, 1}, {z, z}}});
-        }
-    }
-
-  private:
-    std::list<flat_triangles> sheets_;
-};
-
-TEST(FireRayRec, FindsTheNearestElementOfASceneByDistance) {
-    const struct {
-        std::vector<float> heights;
-        float x;
-        int not_built, ignored, index;
-        float distance;
-        const char* told;
-    } rows[] = {{{5, 3, 9}, 0.5f, 0, -1, 1, 2, ""},  {{5, 3, 9}, 0.5f, 0, 1, 0, 4, ""},
-                {{5, 3, 9}, 1.5f, 0, -1, -1, 0, ""}, // beside all of them, on an axis across
-                {{3, 3}, 0.5f, 0, -1, 0, 2, ""},     // the first stays
-                {{3}, 0.5f, 1, 0, 1, 2, "1\n"},      // the last that there is
-                {{}, 0.5f, 1, -1, -1, 0, "0\n"}};
-    for (const auto& row : rows) {
-        scene_of_lists scene(row.heights);
-        for (int i = 0; i < row.not_built; ++i)
-            scene.add({{{-1, 1}, {-1, 1}, {3, 3}}});
-        bih_tree<float> tree;
-        compile(scene, tree, {1, 20});
-        ray_hit hit;
-        empty_trace_statistics none;
-        const stream_capture told(std::cout);
-        fire_ray_rec(tree, 0, scene, float3{row.x, 0.5f, 1}, float3{row.x, 0.5f, 9},
-                     float3{INFINITY, INFINITY, 1}, 0.0f, 8.0f, hit, none, row.ignored);
-        const std::string message = "Morva_osg_scene_geoset.simple_object(), no element with ";
-        EXPECT_EQ(told.text(), *row.told == 0 ? "" : message + row.told);
-        EXPECT_EQ(hit.hit ? hit.index : -1, row.index);
-        EXPECT_EQ(hit.t, row.distance);
-        EXPECT_EQ(hit.normal[2], hit.hit ? -1.0f : 0.0f);
     }
 }
 

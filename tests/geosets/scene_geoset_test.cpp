@@ -1,0 +1,439 @@
+// Whole nodes as elements: what is built, what a tree over them gives, and rays through both.
+
+#include "tests/support/test.h"
+
+#include <ctime>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_scene_rules.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_scene_geoset.h>
+#include <morva/geosets/morva_osg_scene_hierarchy.h>
+#include <morva/trees/ray_traversal.h>
+
+namespace {
+
+using morva::build_setup;
+using morva::float3;
+using morva::kd_build_setup;
+using morva::osg::taking;
+using bih = morva::bih_tree<float>;
+using kd = morva::kd_tree<float>;
+using bih_scene = morva::osg::bih_scene_geoset;
+using kd_scene = morva::osg::kd_scene_geoset;
+
+build_setup setupOf(const bih_scene&) { return {3, 20}; }
+kd_build_setup setupOf(const kd_scene&) { return {3, 20, 3, 1.0F, 2.0F, 0.95F, false}; }
+template <typename Scene> void sortNodes(Scene& scene, bih& tree) { compile(scene, tree, {1, 9}); }
+template <typename Scene> void sortNodes(Scene& scene, kd& tree) {
+    compile(scene, tree, {1, 9, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
+}
+
+/// Parts in all that matters: without triangles or with degenerate ones alone, below each other,
+/// moved, of cores that are shown in several materials, named; and places of null in their list.
+struct mixed_scene {
+    explicit mixed_scene(std::mt19937& rng) : root(group()) {
+        const ::osg::MaterialRefPtr red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
+        std::vector<geometry_ref> cores;
+        node_list inner = {root.get()};
+        for (unsigned i = 0, count = rng() % 14; i < count; ++i) {
+            const ::osg::NodePtr above = inner[rng() % inner.size()];
+            const ::osg::Vec3f by(float(rng() % 3), 0, rng() % 2 ? 0.1F : 0.0F);
+            const ::osg::NodePtr between[] = {group(), moved(by, {}), materialGroup(red.get(), {}),
+                                              materialGroup(blue.get(), {})};
+            const auto kind = rng() % 5;
+            if (kind < 4)
+                above->addChild(between[kind]);
+            const node_ref unused[] = {node_ref(between[0]), node_ref(between[1]),
+                                       node_ref(between[2]), node_ref(between[3])};
+            const ::osg::NodePtr parent = kind < 4 ? between[kind] : above;
+            if (cores.empty() || rng() % 3 != 0) {
+                mesh_data mesh =
+                    rng() % 5 == 0 ? row(3, 1) : withNormals(soup(rng, rng() % 9), rng);
+                for (::osg::Pnt3f& p : mesh.positions)
+                    p = rng() % 7 == 0 ? p : p * 0.5F + ::osg::Vec3f(float(i), 0, 0);
+                if (rng() % 6 == 0)
+                    mesh.positions.assign(mesh.positions.size(), ::osg::Pnt3f(2, 2, 2));
+                cores.emplace_back(geometryOf(mesh, rng() % 3 == 0 ? ::osg::MaterialPtr(blue.get())
+                                                                   : ::osg::MaterialPtr()));
+            }
+            const ::osg::NodePtr node = nodeOf(cores[rng() % cores.size()].get());
+            node->setTravMask(rng() % 4 == 0 ? 6 : ~::osg::UInt32(0));
+            node->addAttachment(::osg::StringAttributeMap::create(), 3);
+            parent->addChild(named("n" + std::to_string(i), node));
+            inner.insert(inner.end(), {node, parent});
+        }
+        for (const ::osg::NodePtr& node : geometryNodes(root.get())) {
+            while (rng() % 8 == 0)
+                list.emplace_back();
+            list.push_back(node);
+            materials[::osg::getName(node)] = morva::osg::getMaterial(node);
+            masks[::osg::getName(node)] = node->getTravMask();
+        }
+    }
+
+    node_ref root;
+    node_list list;
+    std::map<std::string, ::osg::MaterialPtr> materials;
+    std::map<std::string, ::osg::UInt32> masks;
+};
+
+/// The scene geoset once more, by the list alone.
+struct naive_scene {
+    naive_scene(const node_list& list, bool with_geosets) : geosets_built(with_geosets) {
+        ::osg::Pnt3f low, high;
+        for (const ::osg::NodePtr& node : list) {
+            unsigned count = morva::osg::getNumberOfTriangles(node);
+            if (with_geosets) {
+                morva::osg::osg_geoset soup;
+                const stream_capture quiet(std::cout);
+                extract(node, soup, true, false, false, true, true);
+                if (soup.size == 0)
+                    continue;
+                low = ::osg::Pnt3f(soup.bbox.min[0], soup.bbox.min[1], soup.bbox.min[2]);
+                high = ::osg::Pnt3f(soup.bbox.max[0], soup.bbox.max[1], soup.bbox.max[2]);
+                count = static_cast<unsigned>(soup.size);
+            } else if (node != ::osg::NullFC) {
+                ::osg::DynamicVolume volume;
+                node->getWorldVolume(volume);
+                low = high = ::osg::Pnt3f();
+                if (!volume.isEmpty())
+                    volume.getBounds(low, high);
+            }
+            nodes.push_back(node);
+            boxes.emplace_back(low, high);
+            triangles.push_back(count);
+        }
+    }
+
+    /// Places of the elements below a tree node, which are their numbers, too.
+    template <typename Tree> std::vector<std::uint64_t> below(const Tree& tree, int node) const {
+        const auto& here = tree.nodes[node];
+        std::vector<std::uint64_t> places;
+        if (here.is_leaf()) {
+            for (std::uint64_t k = here.first; k < here.first + std::uint64_t(here.count); ++k)
+                places.push_back(k);
+            return places;
+        }
+        for (const int child : {node + 1, int(here.right)}) {
+            const auto more = below(tree, child);
+            places.insert(places.end(), more.begin(), more.end());
+        }
+        return places;
+    }
+
+    template <typename Tree> std::string grown(const Tree& tree, int node) const {
+        const auto& here = tree.nodes[node];
+        if (!here.is_leaf())
+            return "(" + grown(tree, node + 1) + ")(" + grown(tree, int(here.right)) + ")";
+        std::string text;
+        for (std::uint64_t k = here.first; k < here.first + std::uint64_t(here.count); ++k) {
+            const ::osg::NodePtr shown = nodes[tree.indices[k]];
+            if (shown == ::osg::NullFC)
+                continue;
+            ::osg::Matrix none;
+            none.setIdentity();
+            const ::osg::Matrix place = shown->getParent()->getToWorld();
+            const bool same = std::memcmp(&place, &none, sizeof none) == 0;
+            text += (same ? " " : " ~") + std::string(::osg::getName(shown));
+        }
+        return text;
+    }
+
+    bool geosets_built;
+    node_list nodes; ///< of the elements
+    std::vector<std::pair<::osg::Pnt3f, ::osg::Pnt3f>> boxes;
+    std::vector<unsigned> triangles;
+};
+
+/// What hangs below a node that was grown: groups, names, "~" for a transform.
+std::string grownText(const ::osg::NodePtr& node) {
+    std::string text;
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) {
+        const ::osg::NodePtr child = node->getChild(i);
+        if (coreOf(child) != ::osg::NullFC)
+            text += std::string(" ") + ::osg::getName(child);
+        else if (::osg::TransformPtr::dcast(child->getCore()) != ::osg::NullFC)
+            text += " ~" + grownText(child).substr(1);
+        else
+            text += "(" + grownText(child) + ")";
+    }
+    return text;
+}
+
+template <typename Scene> void expectBuilt(const Scene& scene, const naive_scene& twin) {
+    ASSERT_EQ(scene.element_count(), twin.nodes.size());
+    EXPECT_EQ(scene.trees != nullptr, twin.geosets_built && scene.node_count != 0);
+    morva::float_box box;
+    for (std::size_t a = 0; a < 3 && !twin.boxes.empty(); ++a) {
+        box.min[a] = std::numeric_limits<float>::max();
+        box.max[a] = -box.min[a];
+    }
+    for (std::size_t e = 0; e < twin.nodes.size(); ++e) {
+        EXPECT_EQ(scene.node(e), twin.nodes[e]);
+        EXPECT_EQ(scene.triangles_of(e, 1), twin.triangles[e]);
+        for (unsigned a = 0; a < 3; ++a) {
+            const float low = twin.boxes[e].first[a], high = twin.boxes[e].second[a];
+            float lo = 7, hi = 7;
+            scene.axis_min_max(e, int(a), lo, hi);
+            EXPECT_TRUE(lo == low && hi == high) << e;
+            box.min[a] = std::min(box.min[a], low);
+            box.max[a] = std::max(box.max[a], high);
+        }
+        if (!twin.geosets_built)
+            continue;
+        EXPECT_TRUE(scene.geosets[e].lean && scene.geosets[e].simple_tris != nullptr);
+        EXPECT_EQ(scene.geosets[e].geometry->getMaterial(), coreOf(twin.nodes[e])->getMaterial());
+        EXPECT_EQ(scene.geosets[e].geometry->getLengths()->getValue(0), 3 * twin.triangles[e]);
+    }
+    box.refresh_extent();
+    repair_flat_axes(box);
+    for (std::size_t a = 0; a < 3; ++a)
+        EXPECT_TRUE(scene.box.min[a] == box.min[a] && scene.box.max[a] == box.max[a]);
+}
+
+template <typename Scene, typename Tree>
+void expectCollected(const Scene& scene, const Tree& tree, const naive_scene& twin) {
+    for (int node = 0; node <= int(tree.node_count); ++node) {
+        const auto places = twin.below(tree, node);
+        std::uint32_t sum = 0;
+        for (const std::uint64_t k : places)
+            sum += twin.triangles[k];
+        EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(tree, scene, node), sum);
+        node_list found;
+        collectNodesFromSceneGeoset(scene, tree, unsigned(node), found);
+        ASSERT_EQ(found.size(), tree.node_count == 0 ? 0 : places.size());
+        for (std::size_t i = 0; i < found.size(); ++i) {
+            if (twin.geosets_built) {
+                EXPECT_EQ(node_ref(found[i])->getCore(), scene.geosets[places[i]].geometry.get());
+            } else {
+                EXPECT_EQ(found[i], twin.nodes[places[i]]);
+            }
+        }
+    }
+}
+
+/// Grows a scene in both ways, and looks at what is drawn, and how.
+template <typename Scene, typename Tree>
+void expectGrown(Scene& scene, Tree& tree, const naive_scene& twin, const mixed_scene& made) {
+    mesh_choice listed; // a node of degenerate triangles alone may be no element
+    listed.dropped = morva::osg::is_rogue;
+    const world_mesh before = worldMesh(made.root.get(), listed);
+    const std::string expected = tree.nodes == nullptr ? "" : twin.grown(tree, 0);
+    const std::string input = textOf(made.root.get());
+    const node_ref copied(group()), moved_to(group());
+    if constexpr (std::is_same_v<Scene, bih_scene> && std::is_same_v<Tree, kd>) {
+        growHierarchy(copied.get(), scene, tree, 0, taking::a_new_node);
+        EXPECT_EQ(textOf(made.root.get()), input);
+    }
+    const bool was_copied = copied->getNChildren() != 0;
+    recBuild(moved_to.get(), scene, tree, 0);
+    for (const node_ref& top : {copied, moved_to}) {
+        if (top == copied && !was_copied)
+            continue;
+        EXPECT_EQ(grownText(top.get()), expected);
+        EXPECT_EQ(firstDifference(before, worldMesh(top.get(), listed)), "");
+        EXPECT_EQ(morva::osg::broken_rule_of(top.get()), "");
+        for (const ::osg::NodePtr& node : geometryNodes(top.get())) {
+            const std::string name = ::osg::getName(node);
+            EXPECT_EQ(coreOf(node)->getMaterial(), made.materials.at(name));
+            EXPECT_EQ(node->getTravMask(), made.masks.at(name));
+            EXPECT_TRUE(node->findAttachment(::osg::StringAttributeMap::getClassType(), 3) !=
+                        ::osg::NullFC);
+        }
+    }
+}
+
+template <typename Scene, typename Tree> void compareAll(unsigned seed, bool with_geosets) {
+    std::mt19937 rng(seed);
+    const mixed_scene made(rng);
+    const naive_scene twin(made.list, with_geosets);
+    Scene scene;
+    scene.with_geosets = with_geosets;
+    scene.nodes = made.list;
+    const stream_capture told(std::cout);
+    for (const bool again : {false, true}) { // the second time in place of the first
+        scene.build(again ? made.root.get() : ::osg::NodePtr(), setupOf(scene));
+        expectBuilt(scene, twin);
+    }
+    Tree tree;
+    sortNodes(scene, tree);
+    if (tree.nodes != nullptr && scene.element_count() != 0)
+        expectCollected(scene, tree, twin);
+    expectGrown(scene, tree, twin, made);
+    const auto nulls = std::count(made.list.begin(), made.list.end(), ::osg::NullFC);
+    std::string expected;
+    for (std::ptrdiff_t i = 0; i < 2 * nulls; ++i)
+        expected += "NULLFC\n";
+    if (!with_geosets) {
+        EXPECT_EQ(told.text(), expected);
+    } else if (!twin.nodes.empty()) { // how many nodes were tried, empty ones too
+        EXPECT_NE(told.text().find(" of " + std::to_string(made.list.size())), std::string::npos);
+    }
+}
+
+TEST(SceneGeoset, IsBuiltCollectedAndGrownAsByItsTwin) {
+    for (unsigned seed = 4500; seed < 4650; ++seed) {
+        SCOPED_TRACE(seed);
+        compareAll<bih_scene, kd>(seed, false);
+        compareAll<bih_scene, bih>(seed, seed % 2 == 0);
+        compareAll<kd_scene, kd>(seed, true);
+        compareAll<kd_scene, bih>(seed, seed % 2 != 0);
+        if (HasFailure())
+            return;
+    }
+}
+
+TEST(SceneGeoset, WithoutAnElementNothingIsReadOrSaid) {
+    const node_ref root(group({group(), meshNode(row(4, 1))}));
+    for (const bool with_geosets : {false, true}) {
+        const stream_capture told(std::cout);
+        bih_scene scene(with_geosets ? root.get() : root->getChild(0), {5, 100}, with_geosets);
+        EXPECT_EQ(scene.built_count, 0U);
+        EXPECT_EQ(scene.node_count, with_geosets ? 1U : 0U);
+        EXPECT_EQ(scene.box.extent[0], 0.0F);
+        bih nodes;
+        compile(scene, nodes, {1, 9});
+        EXPECT_EQ(nodes.nodes, nullptr);
+        kd cells;
+        sortNodes(scene, cells);
+        EXPECT_EQ(cells.leaf_count, 1U);
+        node_list found;
+        const node_ref top(group());
+        recBuild(top.get(), scene, nodes, 0);
+        recBuild(top.get(), scene, cells, 0);
+        collectNodesFromSceneGeoset(scene, nodes, 0, found);
+        EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(nodes, scene, 0), 0U);
+        EXPECT_EQ(top->getNChildren() + found.size(), 0U);
+        EXPECT_EQ(told.text(), "");
+    }
+}
+
+TEST(SceneGeoset, SaysWhichElementThereIsNot) {
+    const node_ref root(group({meshNode(quads(1)), meshNode(quads(2))}));
+    const stream_capture quiet(std::cout);
+    const bih_scene scene(root.get(), {5, 100}, true);
+    const stream_capture told(std::cout);
+    float low = 3, high = 4;
+    scene.axis_min_max(2, 0, low, high);
+    EXPECT_TRUE(low == 3 && high == 4);
+    EXPECT_EQ(scene.node(2), ::osg::NullFC);
+    EXPECT_EQ(scene.simple_object(9), 1);
+    EXPECT_EQ(bih_scene().simple_object(0), -1);
+    EXPECT_EQ(told.text(), "Morva_osg_scene_Geost::axis_min_max: Index out of bounce. \n"
+                           "Morva_osg_scene_geoset: No Node with index 2\n"
+                           "Morva_osg_scene_geoset.simple_object(), no element with 9\n"
+                           "Morva_osg_scene_geoset.simple_object(), no element with 0\n");
+}
+
+double secondsToGrow(unsigned count, bool new_nodes) {
+    const node_ref root(group());
+    geometry_ref core;
+    for (unsigned i = 0; i < count; ++i) { // all below one group
+        if (i % 500 == 0)
+            core = geometry_ref(geometryOf(quads(1)));
+        const ::osg::NodePtr node = nodeOf(core.get());
+        if (i % 2 == 0)
+            root->addChild(node);
+        else
+            root->addChild(moved({float(i % 317), float(i / 317), 0}, {node}));
+    }
+    const node_ref top(group());
+    const std::clock_t start = std::clock();
+    bih_scene scene(root.get(), {1, 9}, false);
+    kd tree;
+    compile(scene, tree, {1, 150, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
+    growHierarchy(top.get(), scene, tree, 0, new_nodes ? taking::a_new_node : taking::the_node);
+    const double seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
+    EXPECT_EQ(geometryNodes(top.get()).size(), count);
+    return seconds;
+}
+
+TEST(SceneGeoset, GrowsInLinearTime) {
+    for (const bool new_nodes : {false, true}) {
+        const double small = secondsToGrow(12500, new_nodes);
+        EXPECT_LT(secondsToGrow(100000, new_nodes), 20 * small + 0.2) << "8 times as many";
+    }
+}
+
+using ray_hit = morva::intersection_point<float, float3, float3>;
+
+/// Sheets of three squares along x, one for each place.
+node_ref sheetsAt(const std::vector<::osg::Vec3f>& places, bool from_below) {
+    const node_ref root(group());
+    for (const ::osg::Vec3f& place : places) {
+        mesh_data sheet = quads(3);
+        if (from_below)
+            std::reverse(sheet.positions.begin(), sheet.positions.end());
+        root->addChild(moved(place, {meshNode(sheet)}));
+    }
+    return root;
+}
+
+TEST(SceneGeosetRays, FindTheNearestElementByDistance) {
+    const struct {
+        std::vector<float> heights;
+        float x;
+        unsigned of_tree, ignored; ///< elements that the tree has more
+        int index;
+        float distance;
+        const char* told;
+    } rows[] = {{{5, 3, 9}, 0.5F, 0, 9, 1, 2, ""},  {{5, 3, 9}, 0.5F, 0, 1, 0, 4, ""},
+                {{5, 3, 9}, 3.5F, 0, 9, -1, 0, ""}, // beside all of them, on an axis across
+                {{3, 3}, 0.5F, 0, 9, 0, 2, ""},     // the first stays
+                {{3}, 0.5F, 1, 0, 1, 2, "1\n"},     // the last that there is
+                {{}, 0.5F, 1, 9, -1, 0, "0\n"}};
+    for (const auto& row : rows) {
+        std::vector<::osg::Vec3f> places;
+        for (const float z : row.heights)
+            places.emplace_back(0, 0, z);
+        bih tree;
+        const stream_capture told(std::cout);
+        const morva::sink_scope no_progress({nullptr, nullptr, [](std::size_t, std::size_t) {}});
+        bih_scene scene(sheetsAt(places, true).get(), {5, 100}, true);
+        for (unsigned i = 0; i < row.of_tree; ++i)
+            places.emplace_back(0, 0, 3);
+        bih_scene other(sheetsAt(places, true).get(), {5, 100}, true);
+        compile(other, tree, {1, 20});
+        ray_hit hit;
+        morva::empty_trace_statistics none;
+        fire_ray_rec(tree, 0, scene, float3{row.x, 0.5F, 1}, float3{row.x, 0.5F, 9},
+                     float3{INFINITY, INFINITY, 1}, 0.0F, 8.0F, hit, none, int(row.ignored));
+        const std::string message = "Morva_osg_scene_geoset.simple_object(), no element with ";
+        EXPECT_EQ(told.text(), *row.told == 0 ? "" : message + row.told);
+        EXPECT_EQ(hit.hit ? hit.index : -1, row.index);
+        EXPECT_NEAR(hit.t, row.distance, 1e-6F);
+        EXPECT_EQ(hit.normal[2], hit.hit ? -1.0F : 0.0F);
+    }
+}
+
+TEST(SceneGeosetRays, HitFacesThatLieOnTheBoxOfTheirElement) {
+    std::mt19937 rng(4599);
+    std::uniform_real_distribution<float> unit(0.0F, 1.0F);
+    std::vector<::osg::Vec3f> places;
+    for (int i = 0; i < 20; ++i)
+        places.emplace_back(3.3F * float(i), 0, -0.7F * float(i));
+    const stream_capture quiet(std::cout);
+    bih_scene scene(sheetsAt(places, false).get(), {5, 100}, true);
+    bih tree;
+    compile(scene, tree, {1, 20});
+    int lost = 0;
+    for (int i = 0; i < 4000; ++i) {
+        const ::osg::Vec3f& sheet = places[rng() % 20];
+        const float3 goal{sheet[0] + 2.8F * unit(rng) + 0.1F, 0.1F + 0.8F * unit(rng), sheet[2]};
+        const float3 from{goal[0] + unit(rng), goal[1] - unit(rng), 2 + 7 * unit(rng)};
+        float3 way{goal[0] - from[0], goal[1] - from[1], goal[2] - from[2]}, inverse, to;
+        way.normalize();
+        for (std::size_t a = 0; a < 3; ++a) {
+            inverse[a] = 1 / way[a];
+            to[a] = from[a] + 99 * way[a];
+        }
+        ray_hit hit;
+        morva::empty_trace_statistics none;
+        fire_ray_rec(tree, 0, scene, from, to, inverse, 0.0F, 99.0F, hit, none, -1);
+        lost += hit.hit ? 0 : 1;
+    }
+    EXPECT_LE(lost, 4);
+}
+
+} // namespace
