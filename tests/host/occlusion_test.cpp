@@ -27,8 +27,8 @@ mesh_data scaledBlock(const ::osg::Vec3f& by, const ::osg::Vec3f& to) {
     }
     const ::osg::Pnt3f m(0, 0, 0), a(-1, -1, 0), b(1, -1, 0), c(1, 1, 0), d(-1, 1, 0);
     const std::vector<::osg::Pnt3f> floor = {m, a, b, m, b, c, m, c, d, m, d, a};
-    return group({named("walls", meshNode(meshOfTriangles(sides))),
-                  named("floor", meshNode(meshOfTriangles(floor))),
+    return group({named("walls", meshNode(triangles(sides))),
+                  named("floor", meshNode(triangles(floor))),
                   named("box", meshNode(scaledBlock({0.05F, 0.05F, 0.05F}, {0.8F, 0, 0.05F}),
                                         simple({0.5F, 1, 0})))});
 }
@@ -92,7 +92,7 @@ TEST(Occlusion, RemovedPartsAreNamedAndCanBeKept) {
     for (::osg::Pnt3f& p : inside.positions)
         p = p + (::osg::Pnt3f(0, 0, 0) - p) * 0.1F;
     shell.positions.insert(shell.positions.end(), inside.positions.begin(), inside.positions.end());
-    shell = meshOfTriangles(shell.positions);
+    shell = triangles(shell.positions);
     const ::osg::MaterialRefPtr held(simple({1, 0, 0}));
     const ::osg::MaterialPtr red = held.get();
     const auto scene = [&](bool with_kernel) {

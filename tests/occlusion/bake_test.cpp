@@ -36,9 +36,7 @@ mesh_data insideOut(mesh_data mesh) {
     return node;
 }
 
-::osg::Matrix aside(std::mt19937& rng) {
-    return placed(rng, randomVector(rng, 2), {1.5F, 0.5F, -1});
-}
+::osg::Matrix aside(std::mt19937& rng) { return placed(rng, anyVector(rng, 2), {1.5F, 0.5F, -1}); }
 
 /// Scenes with trouble, one for each number below `scene_count`.
 ::osg::NodePtr sceneNumber(unsigned number) {
