@@ -314,20 +314,17 @@ void noteNameless(const audit_plan& plan, audit_verdict& verdict) {
 
 /// A hierarchy without a merge leaves out what a merge would: whoever asked for it is to know.
 void noteLeftOut(const audit_plan& plan, audit_verdict& verdict) {
-    constexpr std::size_t named = 20;
     if (!plan.hierarchy || plan.merges)
         return;
-    std::string names;
-    std::size_t count = 0;
+    std::vector<std::string> names;
     for (const audited_part& part : plan.parts) {
-        if (part.fate == part_fate::left_out && count++ < named)
-            names += (count == 1 ? "'" : ", '") + validUtf8(part.name) + "'";
+        if (part.fate == part_fate::left_out)
+            names.push_back(part.name);
     }
-    if (count != 0)
+    if (!names.empty())
         verdict.notes.push_back("parts that are hidden, below a switch or level of detail, or to "
                                 "be left alone are not in the hierarchy, " +
-                                std::to_string(count) + " of them: " + names +
-                                (count > named ? ", ..." : ""));
+                                std::to_string(names.size()) + " of them: " + quotedNames(names));
 }
 
 } // namespace

@@ -20,9 +20,6 @@ namespace {
 /// Rays of one thread in a second, on a model of some hundred thousand triangles.
 constexpr double rays_per_second = 1e6;
 
-/// Shots of the library's own stages.
-constexpr int interior_shots = 15, hull_shots = 3;
-
 std::uint64_t bakedVertices(const ::osg::NodePtr& root) {
     std::vector<::osg::NodePtr> nodes;
     morva::osg::getGeometryNodes(root, nodes, false);
@@ -43,20 +40,19 @@ std::string textOfTime(double seconds) {
 
 /// The first shots of a run: those of its set of rays.
 int firstShots(const morva::osg::optTree_setup& setup) {
-    return setup.ambientgutout ? interior_shots : static_cast<int>(setup.ambientocclusion);
+    return setup.ambientgutout ? morva::osg::gutout_shots
+                               : static_cast<int>(setup.ambientocclusion);
 }
 
 /// Names of parts that a hull by colours leaves out.
 std::string namesWithoutColors(const std::vector<named_part>& parts) {
-    constexpr std::size_t most = 20;
-    std::string names;
-    std::size_t count = 0;
+    std::vector<std::string> names;
     for (const named_part& part : parts) {
         const auto core = ::osg::GeometryPtr::dcast(part.node->getCore());
-        if (core != ::osg::NullFC && core->getColors() == ::osg::NullFC && count++ < most)
-            names += (names.empty() ? "'" : ", '") + validUtf8(part.name) + "'";
+        if (core != ::osg::NullFC && core->getColors() == ::osg::NullFC)
+            names.push_back(part.name);
     }
-    return count > most ? names + ", ..." : names;
+    return quotedNames(names);
 }
 
 } // namespace
@@ -95,7 +91,7 @@ std::vector<std::string> bakeNotes(const std::vector<named_part>& parts,
         notes.push_back("ambientgutout makes all normals anew");
     const std::size_t rays = morva::osg::raysInForce(firstShots(setup));
     if (rays != 0 && ((setup.ambientgutout && bakes) ||
-                      (setup.buildhull && rays != morva::osg::raysInForce(hull_shots))))
+                      (setup.buildhull && rays != morva::osg::raysInForce(morva::osg::hull_shots))))
         notes.push_back("the set of rays is that of the first stage that fires some: " +
                         withCommas(rays) + " for each vertex in all stages");
     if (plan.builds_hull)

@@ -63,6 +63,14 @@ std::string validUtf8(const std::string& text) {
     return plain;
 }
 
+std::string quotedNames(const std::vector<std::string>& names) {
+    constexpr std::size_t most = 20;
+    std::string text;
+    for (std::size_t i = 0; i < names.size() && i < most; ++i)
+        text += (i == 0 ? "'" : ", '") + validUtf8(names[i]) + "'";
+    return names.size() > most ? text + ", ..." : text;
+}
+
 std::string encodedUri(const std::string& name) {
     std::string uri;
     for (const char letter : name) {

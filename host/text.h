@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 namespace morva::host {
 
@@ -12,6 +13,9 @@ std::string extensionOf(const std::string& path);
 
 /// The text if it is valid UTF-8; otherwise each byte above 127 becomes "_".
 std::string validUtf8(const std::string& text);
+
+/// "'bolt', 'nut'": the first 20, and ", ..." where there are more.
+std::string quotedNames(const std::vector<std::string>& names);
 
 /// A file name as a reference inside a file: all but letters, digits and "-_.~" as %XX.
 std::string encodedUri(const std::string& name);

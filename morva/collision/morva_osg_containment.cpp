@@ -16,6 +16,7 @@
 
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/trees/ray_triangle.h>
 
 namespace morva::osg {
 
@@ -26,10 +27,8 @@ using triangle = std::array<point, 3>;
 using surface = std::vector<triangle>;
 
 point operator-(const point& a, const point& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
-point cross(const point& a, const point& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-double dot(const point& a, const point& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+using detail::cross;
+double dot(const point& a, const point& b) { return detail::dot<double>(a, b); }
 
 point transformed(const ::osg::Matrix& matrix, const ::osg::Pnt3f& p) {
     point result;

@@ -17,6 +17,7 @@
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_property_blocks.h>
+#include <morva/core/morva_osg_property_edits.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -143,38 +144,14 @@ std::size_t largestPosition(const ::osg::GeometryPtr& geometry, int slot) {
     return colors;
 }
 
-/// Lets the colours share the index of the positions, where a mapping tells who takes which.
-void mapColorsWithPositions(const ::osg::GeometryPtr& geometry) {
-    const int slot = positionSlot(geometry);
-    if (slot < 0)
-        return;
-    const unsigned int color = ::osg::Geometry::MapColor;
-    auto& mapping = *geometry->editMFIndexMapping();
-    for (::osg::UInt32 i = 0; i < mapping.size(); ++i) {
-        // An entry that named colours before there were any must not be the one that counts.
-        const unsigned int bits = mapping[i] & ~color;
-        mapping[i] = static_cast<::osg::UInt16>(static_cast<int>(i) == slot ? bits | color : bits);
-    }
-}
-
 /// Mixes every present colour half and half.
 void mixColors(const ::osg::GeoColorsPtr& colors, const ::osg::Color4f& color) {
-    // Writing through the role makes a colour opaque; the stored alpha stays.
-    const auto floats = ::osg::GeoColors4fPtr::dcast(colors);
-    const auto bytes = ::osg::GeoColors4ubPtr::dcast(colors);
     const open_edit edit(colors);
-    for (::osg::UInt32 i = 0; i < colors->size(); ++i) {
-        const float alpha = floats != ::osg::NullFC ? floats->editField()[i][3] : 0.0F;
-        const ::osg::UInt8 alpha_byte = bytes != ::osg::NullFC ? bytes->editField()[i][3] : 0;
-        ::osg::Color3f mixed = colors->getValue(i);
-        for (unsigned int k = 0; k < 3; ++k)
-            mixed[k] = (mixed[k] + color[k]) * 0.5F;
-        colors->setValue(mixed, i);
-        if (floats != ::osg::NullFC)
-            floats->editField()[i][3] = alpha;
-        if (bytes != ::osg::NullFC)
-            bytes->editField()[i][3] = alpha_byte;
-    }
+    changeColors(colors, static_cast<::osg::UInt32>(colors->size()),
+                 [&color](::osg::Color3f& mixed, ::osg::UInt32) {
+                     for (unsigned int k = 0; k < 3; ++k)
+                         mixed[k] = (mixed[k] + color[k]) * 0.5F;
+                 });
 }
 
 ::osg::GeometryPtr freshGeometry(unsigned int type) {
@@ -239,7 +216,7 @@ bool MaterialColorIntoVertex(::osg::NodePtr node) {
     geometry->setMaterial(::osg::NullFC);
     if (geometry->getColors() == ::osg::NullFC) {
         geometry->setColors(made.get());
-        mapColorsWithPositions(geometry);
+        mapWithPositions(geometry, vertex_property::color);
     } else {
         mixColors(geometry->getColors(), color);
     }

@@ -24,6 +24,9 @@
 
 namespace morva::osg {
 
+/// Shots of the rays of interior removal, which no part may slip through, and of hulls.
+constexpr int gutout_shots = 15, hull_shots = 3;
+
 /// A run: its options and what follows from them.
 struct run_plan {
     /// Every option as it holds in the run, where one key changes what another one asked for:

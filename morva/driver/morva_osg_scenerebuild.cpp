@@ -34,8 +34,6 @@ namespace {
 constexpr unsigned int one_geometry_limit = 2000000;
 /// Triangles per core up to which the cache stage stays.
 constexpr unsigned int cache_keeps_limit = 10;
-/// Steps of the rays of interior removal, which no part may slip through, and of hulls.
-constexpr int gutout_shots = 15, hull_shots = 3;
 
 } // namespace
 

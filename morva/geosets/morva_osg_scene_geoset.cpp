@@ -11,7 +11,7 @@
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
-#include <morva/geosets/morva_osg_node_ranges.h>
+#include <morva/trees/tree_ranges.h>
 
 namespace morva::osg {
 
@@ -202,7 +202,7 @@ void collectNodesFromSceneGeoset(const osg_scene_geoset<Tree, Setup, Geoset>& sc
                                  std::vector<::osg::NodePtr>& out) {
     if (tree.node_count == 0)
         return;
-    const index_range range = rangeBelow(tree, node);
+    const index_range range = range_below(tree, node);
     for (std::uint64_t k = range.first; k < range.first + range.count; ++k) {
         out.emplace_back(); // room first: a new node is nobody's yet
         out.back() = nodeToCollect(scene, k);
@@ -215,7 +215,7 @@ template <typename NodeTree, typename Tree, typename Setup, typename Geoset>
 std::uint32_t getNumberOfTrianglesInSceneGeoset(const NodeTree& tree,
                                                 const osg_scene_geoset<Tree, Setup, Geoset>& scene,
                                                 int node) {
-    const index_range range = rangeBelow(tree, static_cast<std::uint64_t>(node));
+    const index_range range = range_below(tree, static_cast<std::uint64_t>(node));
     const std::uint64_t end = range.first + range.count;
     const std::uint64_t known = std::min(end, scene.element_count());
     std::uint64_t triangles =

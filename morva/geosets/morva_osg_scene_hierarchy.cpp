@@ -5,28 +5,17 @@
 #include <vector>
 
 #include <OpenSG/OSGSimpleAttachments.h>
-#include <OpenSG/OSGTransform.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_matrix.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/geosets/morva_osg_node_ranges.h>
+#include <morva/trees/tree_ranges.h>
 
 namespace morva::osg {
 
 namespace {
-
-/// To the last bit; a NaN is no identity.
-bool isIdentity(const ::osg::Matrix& matrix) {
-    for (::osg::UInt32 column = 0; column < 4; ++column) {
-        for (::osg::UInt32 row = 0; row < 4; ++row) {
-            if (!(matrix[column][row] == (row == column ? 1.0F : 0.0F)))
-                return false;
-        }
-    }
-    return true;
-}
 
 /// Whether all nodes with a core show it in one material.
 bool showsAlike(const ::osg::GeometryPtr& core, const ::osg::MaterialPtr& material) {
@@ -37,10 +26,8 @@ bool showsAlike(const ::osg::GeometryPtr& core, const ::osg::MaterialPtr& materi
 }
 
 ::osg::GeometryPtr copyWith(const ::osg::GeometryPtr& core, const ::osg::MaterialPtr& material) {
-    fresh<::osg::GeometryPtr> copy(core->clone());
+    fresh<::osg::GeometryPtr> copy(copyOfCore(core));
     copy->setMaterial(material);
-    if (const ::osg::Char8* name = ::osg::getName(core))
-        ::osg::setName(copy.get(), name);
     reportWhole(copy.get());
     return copy.release();
 }
@@ -58,13 +45,6 @@ bool showsAlike(const ::osg::GeometryPtr& core, const ::osg::MaterialPtr& materi
     if (const ::osg::Char8* name = ::osg::getName(node))
         ::osg::setName(made.get(), name);
     return made.release();
-}
-
-::osg::NodePtr newTransformNode(const ::osg::Matrix& matrix) {
-    const ::osg::RefPtr<::osg::TransformPtr> transform(::osg::Transform::create());
-    const open_edit edit(transform.get(), ::osg::Transform::MatrixFieldMask);
-    transform->setMatrix(matrix);
-    return newNodeWith(transform.get());
 }
 
 } // namespace
@@ -183,8 +163,8 @@ template <typename NodeTree> struct growth {
     /// Two groups for the children of each inner node, and what stands in the leaves.
     void grow(const ::osg::NodePtr& parent, std::uint64_t node) const {
         std::uint64_t left = 0, right = 0;
-        if (!childrenOf(tree, node, left, right)) {
-            const index_range leaf = rangeOf(tree.nodes[node]);
+        if (!children_of(tree, node, left, right)) {
+            const index_range leaf = range_of(tree.nodes[node]);
             for (std::uint64_t k = 0; k < leaf.count; ++k)
                 moved.hang(parent, listed[leaf.first - range.first + k]);
             return;
@@ -207,9 +187,9 @@ template <typename Tree, typename Setup, typename Geoset, typename NodeTree>
 void growHierarchy(const ::osg::NodePtr& parent, const osg_scene_geoset<Tree, Setup, Geoset>& scene,
                    const NodeTree& tree, int node, taking how) {
     const auto start = static_cast<std::uint64_t>(node);
-    if (parent == ::osg::NullFC || !hasNode(tree, start))
+    if (parent == ::osg::NullFC || !has_node(tree, start))
         return;
-    growth<NodeTree> all{tree, rangeBelow(tree, start), {}, moved_nodes(how, parent)};
+    growth<NodeTree> all{tree, range_below(tree, start), {}, moved_nodes(how, parent)};
     for (std::uint64_t k = all.range.first; k < all.range.first + all.range.count; ++k) {
         all.listed.push_back(scene.node(tree.indices[k]));
         all.moved.add(all.listed.back());

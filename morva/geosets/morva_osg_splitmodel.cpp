@@ -29,6 +29,7 @@
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
 #include <morva/idmap/morva_osg_late_names.h>
+#include <morva/trees/tree_ranges.h>
 
 namespace morva::osg {
 
@@ -268,18 +269,14 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     }
 }
 
+/// Whether the tree has that node; it has none below 0.
 template <typename T> bool hasNode(const T& tree, int node) {
-    return tree.nodes != nullptr && node >= 0 &&
-           static_cast<std::uint64_t>(node) <= tree.node_count;
+    return has_node(tree, static_cast<std::uint64_t>(node));
 }
 
 /// Start of the run of objects below a node: that of its leftmost leaf.
 template <typename T> unsigned int firstBelow(const T& tree, int node) {
-    if (!hasNode(tree, node))
-        return 0;
-    while (!tree.nodes[node].is_leaf())
-        ++node;
-    return tree.nodes[node].range_first();
+    return static_cast<unsigned int>(range_below(tree, static_cast<std::uint64_t>(node)).first);
 }
 
 /// Objects below each node of a subtree, counted once.

@@ -103,13 +103,11 @@ void giveLengths(const ::osg::NodePtr& node) {
     if (core == ::osg::NullFC || core->getTypes() == ::osg::NullFC ||
         core->getLengths() != ::osg::NullFC)
         return;
-    const ::osg::RefPtr<::osg::GeometryPtr> own(core->clone());
+    const ::osg::RefPtr<::osg::GeometryPtr> own(copyOfCore(core));
     const ::osg::GeoPLengthsUI32Ptr lengths = ::osg::GeoPLengthsUI32::create();
     own->setLengths(lengths);
     lengths->editField().resize(core->getTypes()->size(),
                                 static_cast<::osg::UInt32>(cornersOf(core)));
-    if (const ::osg::Char8* name = ::osg::getName(core))
-        ::osg::setName(own.get(), name);
     reportWhole(own.get());
     giveCore(node, own.get());
 }
@@ -123,11 +121,7 @@ void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& r
     for (::osg::NodePtr node : nodes) {
         if (node == ::osg::NullFC)
             continue;
-        const ::osg::TransformPtr transform = ::osg::Transform::create();
-        fresh<::osg::NodePtr> holder(newNodeWith(transform));
-        ::osg::beginEditCP(transform, ::osg::Transform::MatrixFieldMask);
-        transform->setMatrix(node->getToWorld());
-        ::osg::endEditCP(transform, ::osg::Transform::MatrixFieldMask);
+        fresh<::osg::NodePtr> holder(newTransformNode(node->getToWorld()));
         setMaterialInGeometry(node);
         giveLengths(node);
         moveChildrenUp(node);

@@ -4,6 +4,7 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_property_edits.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/core/morva_osg_walk_start.h>
@@ -32,25 +33,6 @@ void replaceByGrey(const vertex_values& baked) {
     mapWithPositions(geometry, vertex_property::color);
 }
 
-/// Scales the first colours of a property of any form, which keeps its alpha.
-void scaleColors(const ::osg::GeoColorsPtr& colors, const vertex_values& baked) {
-    const auto floats = ::osg::GeoColors4fPtr::dcast(colors);
-    const auto bytes = ::osg::GeoColors4ubPtr::dcast(colors);
-    for (::osg::UInt32 i = 0; i < baked.vertices.size(); ++i) {
-        // Writing through the role makes a colour opaque.
-        const float alpha = floats != ::osg::NullFC ? floats->editField()[i][3] : 0.0F;
-        const ::osg::UInt8 alpha_byte = bytes != ::osg::NullFC ? bytes->editField()[i][3] : 0;
-        ::osg::Color3f scaled = colors->getValue(i);
-        for (unsigned int k = 0; k < 3; ++k)
-            scaled[k] *= baked.of(i);
-        colors->setValue(scaled, i);
-        if (floats != ::osg::NullFC)
-            floats->editField()[i][3] = alpha;
-        if (bytes != ::osg::NullFC)
-            bytes->editField()[i][3] = alpha_byte;
-    }
-}
-
 void multiplyColors(const vertex_values& baked) {
     const ::osg::GeometryPtr geometry = baked.vertices.geometry();
     const geometry_edit edit(geometry);
@@ -60,7 +42,11 @@ void multiplyColors(const vertex_values& baked) {
     const open_edit values(colors);
     while (colors->size() < baked.vertices.size())
         colors->addValue(::osg::Color3f(fill_grey, fill_grey, fill_grey));
-    scaleColors(colors, baked);
+    changeColors(colors, static_cast<::osg::UInt32>(baked.vertices.size()),
+                 [&baked](::osg::Color3f& scaled, ::osg::UInt32 i) {
+                     for (unsigned int k = 0; k < 3; ++k)
+                         scaled[k] *= baked.of(i);
+                 });
 }
 
 /// Brings the scene into the form in which it is baked, and lists its geometry.

@@ -1,8 +1,8 @@
 #include <morva/occlusion/morva_osg_ambient_occlusion_bake.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_property_edits.h>
 #include <morva/core/morva_osg_sink.h>
-#include <morva/occlusion/morva_osg_ambient_occlusion_prepare.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_work.h>
 
 namespace morva::osg {

@@ -122,24 +122,16 @@ template <typename Tree, typename Scene> class exact_rays {
                 ac[k] = static_cast<double>(triangle.c[k]) - a;
                 ap[k] = from[k] - a;
             }
-            const triple normal = cross(ab, ac);
-            const double d = -dot(way, normal), s = dot(ap, normal);
+            const triple normal = detail::cross(ab, ac);
+            const double d = -detail::dot<double>(way, normal), s = detail::dot<double>(ap, normal);
             if (!(d > 0.0) || s < 0.0)
                 return;
-            const triple e = cross(ap, way); // way back times ap
-            const double v = dot(ac, e), w = -dot(ab, e);
+            const triple e = detail::cross(ap, way); // way back times ap
+            const double v = detail::dot<double>(ac, e), w = -detail::dot<double>(ab, e);
             if (v < 0.0 || w < 0.0 || v + w > d || s / d > best)
                 return;
             best = s / d;
             hit = true;
-        }
-
-        static triple cross(const triple& a, const triple& b) {
-            return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2],
-                    a[0] * b[1] - a[1] * b[0]};
-        }
-        static double dot(const triple& a, const triple& b) {
-            return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
         }
 
         triple from, way;

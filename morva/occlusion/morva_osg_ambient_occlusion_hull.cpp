@@ -5,10 +5,9 @@
 #include <string>
 #include <vector>
 
-#include <OpenSG/OSGTransform.h>
-
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_matrix.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
@@ -87,15 +86,9 @@ struct placed_nodes {
 
   private:
     static ::osg::NodePtr holderOf(const ::osg::NodePtr& parent, const ::osg::Matrix& matrix) {
-        const ::osg::Matrix none;
-        if (std::equal(matrix.getValues(), matrix.getValues() + 16, none.getValues()))
+        if (isIdentity(matrix))
             return parent;
-        const ::osg::TransformPtr transform = ::osg::Transform::create();
-        fresh<::osg::NodePtr> holder(newNodeWith(transform));
-        {
-            const open_edit edit(transform, ::osg::Transform::MatrixFieldMask);
-            transform->setMatrix(matrix);
-        }
+        fresh<::osg::NodePtr> holder(newTransformNode(matrix));
         addChildTo(parent, holder.get());
         return holder.release();
     }

@@ -6,12 +6,12 @@
 #include <OpenSG/OSGGeoFunctions.h>
 #include <OpenSG/OSGGroup.h>
 #include <OpenSG/OSGMaterialGroup.h>
-#include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_property_edits.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 
@@ -23,6 +23,7 @@ using node_ids = std::set<::osg::UInt32>;
 
 void giveCopy(const ::osg::NodePtr& node) {
     const ::osg::RefPtr<::osg::GeometryPtr> own(copyOfCore(geometryOf(node)));
+    reportWhole(own.get());
     giveCore(node, own.get());
 }
 
@@ -66,14 +67,6 @@ void prepare(const ::osg::NodePtr& node, bool replaceColors, const node_ids& tre
 }
 
 } // namespace
-
-::osg::GeometryPtr copyOfCore(const ::osg::GeometryPtr& core) {
-    fresh<::osg::GeometryPtr> copy(core->clone());
-    if (const ::osg::Char8* name = ::osg::getName(core))
-        ::osg::setName(copy.get(), name);
-    reportWhole(copy.get());
-    return copy.release();
-}
 
 void giveOwnCore(const ::osg::NodePtr& node) {
     if (node->getCore()->getParents().size() > 1)
@@ -122,19 +115,6 @@ void giveNewNormals(const ::osg::GeometryPtr& geometry) {
     ::osg::calcVertexNormals(geometry);
     mapWithPositions(geometry, vertex_property::normal);
     ::osg::createSingleIndex(geometry);
-}
-
-void mapWithPositions(const ::osg::GeometryPtr& geometry, vertex_property property) {
-    auto& mapping = *geometry->editMFIndexMapping();
-    const ::osg::Int16 slot = geometry->calcMappingIndex(mappingBit(vertex_property::position));
-    if (mapping.size() == 0 || slot < 0)
-        return;
-    const unsigned int bit = mappingBit(property);
-    for (::osg::UInt32 i = 0; i < mapping.size(); ++i) {
-        // An entry that named the property before must not be the one that counts.
-        const unsigned int bits = mapping[i] & ~bit;
-        mapping[i] = static_cast<::osg::UInt16>(static_cast<int>(i) == slot ? bits | bit : bits);
-    }
 }
 
 } // namespace morva::osg

@@ -13,13 +13,7 @@
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGNode.h>
 
-#include <morva/core/morva_osg_geometry_columns.h>
-#include <morva/core/morva_span.h>
-
 namespace morva::osg {
-
-/// A copy of a core with properties of its own, under its name; nobody's yet.
-::osg::GeometryPtr copyOfCore(const ::osg::GeometryPtr& core);
 
 /// Gives a node a copy of its core if another node holds that core, too.
 void giveOwnCore(const ::osg::NodePtr& node);
@@ -39,8 +33,5 @@ void giveSingleIndex(const ::osg::GeometryPtr& geometry);
 
 /// The same with normals made anew in between, smooth over each shared position.
 void giveNewNormals(const ::osg::GeometryPtr& geometry);
-
-/// Lets a property share the index of the positions, where a mapping tells who takes which.
-void mapWithPositions(const ::osg::GeometryPtr& geometry, vertex_property property);
 
 } // namespace morva::osg

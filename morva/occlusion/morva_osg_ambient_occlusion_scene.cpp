@@ -1,11 +1,10 @@
 #include <morva/occlusion/morva_osg_ambient_occlusion_scene.h>
 
-#include <algorithm>
-
 #include <OpenSG/OSGDynamicVolume.h>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_columns.h>
+#include <morva/core/morva_osg_matrix.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_value_hash.h>
@@ -94,11 +93,7 @@ float3 world_vertices::normal(std::size_t vertex) const {
     return normal;
 }
 
-bool world_vertices::isInWorld() const {
-    const ::osg::Matrix none; // its own comparison allows for some rounding
-    const ::osg::Real32* const own = to_world_.getValues();
-    return std::equal(own, own + 16, none.getValues());
-}
+bool world_vertices::isInWorld() const { return isIdentity(to_world_); }
 
 world_vertices::distinct world_vertices::distinctOnes(bool by_normal) const {
     const auto normalOf = [this](std::size_t v) {

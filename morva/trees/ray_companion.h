@@ -18,6 +18,7 @@
 #include <morva/trees/bih_records.h>
 #include <morva/trees/ray_packets.h>
 #include <morva/trees/ray_triangle.h>
+#include <morva/trees/tree_ranges.h>
 
 #include <cstddef>
 #include <cstdint>
@@ -127,32 +128,18 @@ class ray_companion_builder {
     }
 
     packed_child child(std::uint64_t node) {
-        const range all = range_of(node);
+        const index_range all = range_below(tree_, node);
         if (all.count <= largest_cluster || tree_.nodes[node].is_leaf())
             return cluster(node, all);
         return inner(node);
     }
 
-    /// Elements below a node.
-    struct range {
-        std::uint64_t first, count;
-    };
-    range range_of(std::uint64_t node) const {
-        std::uint64_t first = node, last = node;
-        while (!tree_.nodes[first].is_leaf())
-            ++first;
-        while (!tree_.nodes[last].is_leaf())
-            last = static_cast<std::uint64_t>(tree_.nodes[last].right);
-        const bih_node<float>&a = tree_.nodes[first], &b = tree_.nodes[last];
-        return {a.first, std::uint64_t(b.first) + b.count - a.first};
-    }
-
-    static std::uint64_t packets_for(const range& all) {
+    static std::uint64_t packets_for(const index_range& all) {
         return (all.count + packet_width - 1) / packet_width;
     }
 
     /// Numbers the packets of what is below a node.
-    packed_child cluster(std::uint64_t node, const range& all) {
+    packed_child cluster(std::uint64_t node, const index_range& all) {
         const auto first = static_cast<std::uint32_t>(made_->subtrees.size());
         const auto count = static_cast<std::uint32_t>(packets_for(all));
         made_->subtrees.insert(made_->subtrees.end(), count, static_cast<std::uint32_t>(node));
@@ -166,7 +153,7 @@ class ray_companion_builder {
 
     /// Fills the packets below the node of this one, and tells how many they are.
     std::uint64_t fill(std::size_t packet) {
-        const range all = range_of(made_->subtrees[packet]);
+        const index_range all = range_below(tree_, made_->subtrees[packet]);
         triangle_packet* const packets = made_->packets + packet;
         for (std::uint64_t k = 0; k < packets_for(all); ++k)
             new (packets + k) triangle_packet;

@@ -2,8 +2,8 @@
 
 // The range of a tree's indices below one of its nodes, for both kinds of trees. Include the tree.
 //
-//     rangeBelow(tree, node)                    {first, count}: the leaves lie end to end
-//     childrenOf(tree, node, left, right)       false for a leaf
+//     range_below(tree, node)                    {first, count}: the leaves lie end to end
+//     children_of(tree, node, left, right)       false for a leaf
 //
 // A tree without nodes and a node that it does not have give an empty range. Any thread.
 
@@ -12,7 +12,7 @@
 #include <morva/trees/bih_records.h>
 #include <morva/trees/kd_records.h>
 
-namespace morva::osg {
+namespace morva {
 
 /// A part of `tree.indices`.
 struct index_range {
@@ -20,19 +20,19 @@ struct index_range {
     std::uint64_t count = 0;
 };
 
-inline index_range rangeOf(const bih_node<float>& leaf) { return {leaf.first, leaf.count}; }
-inline index_range rangeOf(const kd_node<float>& leaf) {
+inline index_range range_of(const bih_node<float>& leaf) { return {leaf.first, leaf.count}; }
+inline index_range range_of(const kd_node<float>& leaf) {
     return {leaf.range_first(), leaf.range_count()};
 }
 
 /// Whether the tree has that node.
-template <typename Tree> bool hasNode(const Tree& tree, std::uint64_t node) {
+template <typename Tree> bool has_node(const Tree& tree, std::uint64_t node) {
     return tree.nodes != nullptr && node <= tree.node_count;
 }
 
 /// The children of an inner node, out; false for a leaf.
 template <typename Tree>
-bool childrenOf(const Tree& tree, std::uint64_t node, std::uint64_t& left, std::uint64_t& right) {
+bool children_of(const Tree& tree, std::uint64_t node, std::uint64_t& left, std::uint64_t& right) {
     if (tree.nodes[node].is_leaf())
         return false;
     left = node + 1;
@@ -41,17 +41,17 @@ bool childrenOf(const Tree& tree, std::uint64_t node, std::uint64_t& left, std::
 }
 
 /// What all leaves below a node have. O(depth).
-template <typename Tree> index_range rangeBelow(const Tree& tree, std::uint64_t node) {
-    if (!hasNode(tree, node) || (tree.node_count == 0 && !tree.nodes[node].is_leaf()))
+template <typename Tree> index_range range_below(const Tree& tree, std::uint64_t node) {
+    if (!has_node(tree, node) || (tree.node_count == 0 && !tree.nodes[node].is_leaf()))
         return {};
     std::uint64_t first = node, last = node, other = 0, next = 0;
-    while (childrenOf(tree, first, next, other))
+    while (children_of(tree, first, next, other))
         first = next;
-    while (childrenOf(tree, last, other, next))
+    while (children_of(tree, last, other, next))
         last = next;
-    const std::uint64_t begin = rangeOf(tree.nodes[first]).first;
-    const index_range end = rangeOf(tree.nodes[last]);
+    const std::uint64_t begin = range_of(tree.nodes[first]).first;
+    const index_range end = range_of(tree.nodes[last]);
     return {begin, end.first + end.count - begin};
 }
 
-} // namespace morva::osg
+} // namespace morva
