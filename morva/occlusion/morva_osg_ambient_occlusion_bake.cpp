@@ -25,12 +25,13 @@ void bakeAll(std::vector<vertex_values>& geometries, const occlusion_rays& scene
         work.counts.push_back(one.values.size());
     work.piece = [&](std::size_t geometry, std::size_t first, std::size_t last) {
         vertex_values& own = geometries[geometry];
+        occlusion_rays trace = scene;
         for (std::size_t i = first; i < last; ++i) {
             const std::size_t vertex = own.distinct.vertices[i];
             const float3 normal =
                 setup.view == vertex_view::along_normal ? own.vertices.normal(vertex) : float3();
             own.values[i] = opennessOf(setup.rays, own.vertices.position(vertex), normal,
-                                       setup.distance, scene);
+                                       setup.distance, trace);
         }
     };
     work.end = [&](std::size_t geometry) {

@@ -29,10 +29,6 @@ namespace {
 /// off its surface.
 constexpr double distance_share = 0.05, offset_share = 1e-5;
 
-/// A distance along a ray lies this much off that from its point at most; twice of what the lattice
-/// and its offset come to.
-constexpr double start_slack = 4.0 * occlusion_ray::start_offset;
-
 /// Whether a vertex is open, its rays fired in turn until that is certain.
 class openness_test {
   public:
@@ -40,22 +36,29 @@ class openness_test {
                   float more_than)
         : rays_(of_set), distance_(diagonal * distance_share),
           offset_(static_cast<float>(diagonal * offset_share)), threshold_(more_than),
-          trace_(scene.rays()), again_(scene.tree, scene.parts, 2.0 * distance_ + start_slack) {}
+          trace_(scene.rays()),
+          again_(scene.tree, scene.parts, 2.0 * distance_ + occlusion_ray::start_slack) {}
 
-    bool operator()(const world_vertices& vertices, std::size_t vertex) const {
+    /// For one thread at a time.
+    occlusion_rays trace() const { return trace_; }
+
+    bool operator()(const world_vertices& vertices, std::size_t vertex,
+                    occlusion_rays& trace) const {
         const float3 normal = vertices.normal(vertex);
         float3 position = vertices.position(vertex);
         for (std::size_t k = 0; k < 3; ++k)
             position[k] += normal[k] * offset_;
         occlusion_sum sum;
-        std::size_t left = rays_.size();
-        for (const float3& vector : rays_) {
-            const occlusion_ray ray(position, normal, vector);
+        occlusion_rays::view near = trace.near(position, distance_);
+        for (std::size_t i = 0; i < rays_.size(); ++i) {
+            const occlusion_ray ray(position, normal, rays_[i]);
             float3 point;
             // Single precision loses a few hits on the edges of boxes, and one open ray is enough.
-            if (trace_(ray, point) || again_(ray, point))
+            if (near.stops(i, ray))
+                sum.addNear();
+            else if (trace(ray, point) || again_(ray, point))
                 sum.add(detail::distance<float, float3>(position, point), distance_);
-            if (isCertain(sum, --left))
+            if (isCertain(sum, rays_.size() - i - 1))
                 return true;
         }
         return sum.value(rays_.size()) > threshold_;
@@ -118,8 +121,9 @@ std::vector<::osg::NodePtr> closedOnes(const std::vector<std::unique_ptr<questio
         work.counts.push_back(one->vertices.size());
     work.piece = [&](std::size_t geometry, std::size_t first, std::size_t last) {
         questioned& asked = *all[geometry];
+        occlusion_rays trace = isOpen.trace();
         for (std::size_t vertex = first; vertex < last && !asked.open; ++vertex) {
-            if (isOpen(asked.vertices, vertex))
+            if (isOpen(asked.vertices, vertex, trace))
                 asked.open = true;
         }
     };

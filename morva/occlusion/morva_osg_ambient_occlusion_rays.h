@@ -67,6 +67,9 @@ struct occlusion_ray {
 
     /// Share of the vector by which the start lies off the point.
     static constexpr double start_offset = 0.0001;
+    /// A distance from the start differs from that from the point by less, in world units: twice
+    /// what the longest vector and its offset come to.
+    static constexpr double start_slack = 4.0 * start_offset;
 
     float3 from;
     float3 direction; ///< of any length
@@ -96,6 +99,12 @@ template <typename Tree, typename Scene> class scene_rays {
         return hit.hit;
     }
 
+    /// What is known to be near a place without a descent: nothing.
+    struct view {
+        bool stops(std::size_t, const occlusion_ray&) const { return false; }
+    };
+    view near(const float3&, double) const { return {}; }
+
   private:
     const Tree& tree_;
     const Scene& scene_;
@@ -106,12 +115,14 @@ struct occlusion_sum {
     std::int32_t full = 0; ///< hits nearer than the distance
     double partial = 0.0;  ///< shares of those up to twice as far
 
+    void addNear() { ++full; }
+
     /// Counts a hit that lies `d` from the point. Up to `distance` it counts whole; behind, its
     /// share grows from 0 at `distance` to 1 at twice that. On purpose: values lean on it.
     void add(float d, double distance) {
         const auto far = static_cast<double>(d);
         if (far < distance)
-            ++full;
+            addNear();
         else if (far < 2.0 * distance)
             partial += (far - distance) / distance;
     }
@@ -126,14 +137,20 @@ struct occlusion_sum {
 ///
 /// position, normal  in the world; a zero normal lets the rays go to all sides
 /// distance          world units, up to which a hit counts whole
-/// trace             bool(const occlusion_ray&, float3& point): whether and where it hits
+/// trace             bool(const occlusion_ray&, float3& point): whether and where a ray hits; and
+///                   near(position, distance), something that has stops(number, ray), true where
+///                   the hit of that ray of the set is certain to be nearer
 template <typename Trace>
 float opennessOf(span<const float3> rays, const float3& position, const float3& normal,
-                 double distance, const Trace& trace) {
+                 double distance, Trace&& trace) {
     occlusion_sum sum;
-    for (const float3& vector : rays) {
+    auto near = trace.near(position, distance);
+    for (std::size_t i = 0; i < rays.size(); ++i) {
+        const occlusion_ray ray(position, normal, rays[i]);
         float3 point;
-        if (trace(occlusion_ray(position, normal, vector), point))
+        if (near.stops(i, ray))
+            sum.addNear();
+        else if (trace(ray, point))
             sum.add(detail::distance<float, float3>(position, point), distance);
     }
     return sum.value(rays.size());

@@ -53,6 +53,7 @@ traced_scene::traced_scene(const ::osg::NodePtr& root) {
     keepCornersAlone(parts);
     say({""});
     compile(parts, tree, tree_setup);
+    quick = near_hits::of(tree, parts);
 }
 
 double diagonalOf(const ::osg::NodePtr& node) {

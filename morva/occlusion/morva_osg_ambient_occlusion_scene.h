@@ -2,6 +2,7 @@
 
 // A scene made ready for the rays of occlusion, and the vertices that fire them.
 
+#include <memory>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
@@ -12,13 +13,51 @@
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_near.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_rays.h>
 #include <morva/trees/bih_tree.h>
 
 namespace morva::osg {
 
-using occlusion_geoset = osg_scene_geoset<bih_tree<float>, build_setup, osg_geoset>;
-using occlusion_rays = scene_rays<bih_tree<float>, occlusion_geoset>;
+/// Fires at such a scene: by descents, but for what is known without. It remembers what stopped
+/// each ray of the set last, which is likely to stop the same ray of a point beside. One thread at
+/// a time; copies know nothing of each other.
+class occlusion_rays {
+  public:
+    /// quick  of that scene, or null
+    occlusion_rays(const bih_tree<float>& tree, const occlusion_geoset& parts,
+                   const near_hits* quick = nullptr)
+        : descents_(tree, parts), quick_(quick) {}
+
+    bool operator()(const occlusion_ray& ray, float3& point) const { return descents_(ray, point); }
+
+    /// What is known to be near a place, see opennessOf(). Until the next is asked for.
+    class view {
+      public:
+        bool stops(std::size_t number, const occlusion_ray& ray) {
+            if (number >= likely_.size())
+                likely_.resize(number + 1, near_hits::none);
+            return near_.stops(ray, likely_[number]);
+        }
+
+      private:
+        friend class occlusion_rays;
+        view(const near_hits::view& near, std::vector<std::uint32_t>& likely)
+            : near_(near), likely_(likely) {}
+
+        near_hits::view near_;
+        std::vector<std::uint32_t>& likely_; ///< leaf by number of the ray
+    };
+    view near(const float3& position, double reach) {
+        return {quick_ == nullptr ? near_hits::view() : near_hits::view(*quick_, position, reach),
+                likely_};
+    }
+
+  private:
+    scene_rays<bih_tree<float>, occlusion_geoset> descents_;
+    const near_hits* quick_;
+    std::vector<std::uint32_t> likely_;
+};
 
 /// The parts of a scene with a tree each, and a tree over them. Any number of threads may fire.
 struct traced_scene {
@@ -29,10 +68,11 @@ struct traced_scene {
     traced_scene(const traced_scene&) = delete;
     traced_scene& operator=(const traced_scene&) = delete;
 
-    occlusion_rays rays() const { return {tree, parts}; }
+    occlusion_rays rays() const { return {tree, parts, quick.get()}; }
 
     occlusion_geoset parts;
     bih_tree<float> tree;
+    std::unique_ptr<near_hits> quick; ///< or null
 };
 
 /// Length of the diagonal of a node's volume, brought up to date.

@@ -44,6 +44,38 @@ struct is_scene<Geoset, std::void_t<decltype(std::declval<const Geoset&>().built
                                     decltype(std::declval<const Geoset&>().geosets[0].bbox)>>
     : std::true_type {};
 
+/// 1 / direction, per component.
+template <typename V> V inverse_of(const V& direction) {
+    V inverse;
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        inverse[axis] = 1 / direction[axis];
+    return inverse;
+}
+
+/// See below; `inverse` is that of the direction.
+template <typename T, typename Box, typename P, typename V>
+bool clip_ray(const Box& box, const P& from, const V& direction, const V& inverse, T& entry,
+              T& exit) {
+    entry = T(0);
+    exit = static_cast<T>(std::numeric_limits<float>::max());
+    for (std::size_t axis = 0; axis < 3; ++axis) {
+        if (std::abs(direction[axis]) < T(1e-6f)) {
+            if (from[axis] < box.min[axis] || from[axis] > box.max[axis])
+                return false;
+            continue;
+        }
+        T first = (box.min[axis] - from[axis]) * inverse[axis];
+        T second = (box.max[axis] - from[axis]) * inverse[axis];
+        if (first > second)
+            std::swap(first, second);
+        entry = detail::larger(first, entry);
+        exit = detail::smaller(second, exit);
+        if (entry > exit)
+            return false;
+    }
+    return true;
+}
+
 } // namespace detail
 
 /// Clips a ray against a box, axis by axis, in the range from 0 to the largest value of T.
@@ -54,26 +86,39 @@ struct is_scene<Geoset, std::void_t<decltype(std::declval<const Geoset&>().built
 /// returns      false if the range is empty: the ray misses the box
 template <typename T, typename Box, typename P, typename V>
 bool clip_ray(const Box& box, const P& from, const V& direction, T& entry, T& exit) {
-    entry = T(0);
-    exit = static_cast<T>(std::numeric_limits<float>::max());
-    for (std::size_t axis = 0; axis < 3; ++axis) {
-        if (std::abs(direction[axis]) < T(1e-6f)) {
-            if (from[axis] < box.min[axis] || from[axis] > box.max[axis])
-                return false;
-            continue;
-        }
-        const T inverse = T(1) / direction[axis];
-        T first = (box.min[axis] - from[axis]) * inverse;
-        T second = (box.max[axis] - from[axis]) * inverse;
-        if (first > second)
-            std::swap(first, second);
-        entry = detail::larger(first, entry);
-        exit = detail::smaller(second, exit);
-        if (entry > exit)
-            return false;
-    }
-    return true;
+    return detail::clip_ray(box, from, direction, detail::inverse_of(direction), entry, exit);
 }
+
+namespace detail {
+
+/// How a ray goes into the trees of a scene's elements.
+template <typename T, typename V> class element_rays {
+  public:
+    explicit element_rays(const V& inverse_direction)
+        : direction_(inverse_of(inverse_direction)), inverse_(inverse_of(direction_)) {}
+
+    /// Whether it meets an element's box. Then it goes on from `from` to `end` there.
+    ///
+    /// entry, far  out: its range; `end` is at `far`
+    template <typename Box, typename P>
+    bool enters(const Box& box, const P& from, T& entry, T& far, P& end) const {
+        T exit;
+        if (!clip_ray(box, from, direction_, inverse_, entry, exit))
+            return false;
+        // A little behind the box, by rounding: else faces that lie on it are lost. Not beyond all
+        // numbers, as with a direction of nearly no length.
+        far = smaller(exit * T(1.00001f), std::numeric_limits<T>::max());
+        for (std::size_t axis = 0; axis < 3; ++axis)
+            end[axis] = direction_[axis] * far + from[axis];
+        return true;
+    }
+
+  private:
+    V direction_; ///< as it comes back from its inverse
+    V inverse_;   ///< of that
+};
+
+} // namespace detail
 
 template <typename T, typename P, typename V, typename Geoset, typename Stats>
 void fire_ray_rec(const bih_tree<T>& tree, int node, const Geoset& geoset, const P& from,
@@ -176,15 +221,10 @@ template <typename T, typename P, typename V, typename Geoset, typename Stats> c
             built = geoset_.built_count - 1;
         }
         const auto& element = geoset_.geosets[built];
-        const V direction{T(1) / inverse_[0], T(1) / inverse_[1], T(1) / inverse_[2]};
-        T entry, exit;
-        if (!clip_ray(element.bbox, from_, direction, entry, exit))
+        T entry, far;
+        P end;
+        if (!element_rays<T, V>(inverse_).enters(element.bbox, from_, entry, far, end))
             return;
-        // A little behind the box, by rounding: else faces that lie on it are lost. Not beyond all
-        // numbers, as with a direction of nearly no length.
-        const T far = smaller(exit * T(1.00001f), std::numeric_limits<T>::max());
-        const P end{direction[0] * far + from_[0], direction[1] * far + from_[1],
-                    direction[2] * far + from_[2]};
         intersection_point<T, P, V> local;
         fire_ray_rec(geoset_.trees[built], 0, element, from_, end, inverse_, entry, far, local,
                      stats_, -1);

@@ -59,29 +59,56 @@ struct eight_vectors {
     return _mm256_cmp_ps(a, b, _CMP_GT_OQ);
 }
 
+/// What meets() works out of eight triangles: the lanes that it lets go, and what a hit's fraction
+/// comes from.
+struct eight_meetings {
+    __m256 out, d, s;
+};
+
+[[gnu::target("avx2")]] inline eight_meetings
+meet8(const triangle_packet& packet, const eight_vectors& p, const eight_vectors& qp) {
+    const __m256 zero = _mm256_setzero_ps();
+    const eight_vectors ab = load8(packet.ab), ac = load8(packet.ac), n = cross8(ab, ac);
+    const eight_vectors a = load8(packet.a), ap{p.x - a.x, p.y - a.y, p.z - a.z};
+    const eight_vectors e = cross8(qp, ap);
+    const __m256 d = dot8(qp, n), s = dot8(ap, n), v = dot8(ac, e), w = dot8(ab, e);
+    __m256 out = _mm256_or_ps(_mm256_cmp_ps(zero, d, _CMP_GE_OQ), is_above(zero, s));
+    out = _mm256_or_ps(out, _mm256_or_ps(is_above(s, d), is_above(zero, v)));
+    out = _mm256_or_ps(out, _mm256_or_ps(is_above(v, d), is_above(w, zero)));
+    out = _mm256_or_ps(out, is_above(v - w, d));
+    return {out, d, s};
+}
+
 /// Whether a segment of finite length meets any triangle of `count` packets, by meets() to the last
 /// bit, nearer than `nearest`: a fraction of it, or NaN for anywhere.
 [[gnu::target("avx2")]] inline bool any_met_avx2(const triangle_packet* packets, std::size_t count,
                                                  const packet_segment& segment, float nearest) {
     const eight_vectors p = repeat8(segment.p), qp = repeat8(segment.qp);
-    const __m256 zero = _mm256_setzero_ps(), one = _mm256_set1_ps(1);
     for (const triangle_packet* const end = packets + count; packets != end; ++packets) {
-        const eight_vectors ab = load8(packets->ab), ac = load8(packets->ac), n = cross8(ab, ac);
-        const eight_vectors a = load8(packets->a), ap{p.x - a.x, p.y - a.y, p.z - a.z};
-        const eight_vectors e = cross8(qp, ap);
-        const __m256 d = dot8(qp, n), s = dot8(ap, n), v = dot8(ac, e), w = dot8(ab, e);
-        __m256 out = _mm256_or_ps(_mm256_cmp_ps(zero, d, _CMP_GE_OQ), is_above(zero, s));
-        out = _mm256_or_ps(out, _mm256_or_ps(is_above(s, d), is_above(zero, v)));
-        out = _mm256_or_ps(out, _mm256_or_ps(is_above(v, d), is_above(w, zero)));
-        out = _mm256_or_ps(out, is_above(v - w, d));
-        if (_mm256_movemask_ps(out) == 255)
+        const eight_meetings tried = meet8(*packets, p, qp);
+        if (_mm256_movemask_ps(tried.out) == 255)
             continue;
-        const __m256 t = one / d * s;
-        out = _mm256_or_ps(out, _mm256_cmp_ps(t, _mm256_set1_ps(nearest), _CMP_GE_OQ));
+        const __m256 t = _mm256_set1_ps(1) / tried.d * tried.s;
+        const __m256 out =
+            _mm256_or_ps(tried.out, _mm256_cmp_ps(t, _mm256_set1_ps(nearest), _CMP_GE_OQ));
         if (_mm256_movemask_ps(out) != 255)
             return true;
     }
     return false;
+}
+
+/// Which triangles of a packet a segment of finite length meets, a bit each, and where: by meets()
+/// to the last bit.
+///
+/// fractions  out: of the segment, for those that are met
+[[gnu::target("avx2")]] inline unsigned lanes_met_avx2(const triangle_packet& packet,
+                                                       const packet_segment& segment,
+                                                       float (&fractions)[packet_width]) {
+    const eight_meetings tried = meet8(packet, repeat8(segment.p), repeat8(segment.qp));
+    const int out = _mm256_movemask_ps(tried.out);
+    if (out != 255)
+        _mm256_storeu_ps(fractions, _mm256_set1_ps(1) / tried.d * tried.s);
+    return static_cast<unsigned>(out ^ 255);
 }
 
 /// Whether this processor has such registers.
