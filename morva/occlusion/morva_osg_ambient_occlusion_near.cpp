@@ -47,10 +47,6 @@ double farthestOf(const float3& from, const wide_item& box) {
     return std::sqrt(sum);
 }
 
-double lengthOf(const float3& v) {
-    return static_cast<double>(std::sqrt(detail::dot<float>(v, v)));
-}
-
 } // namespace
 
 /// A part, and where it is among them.
@@ -189,8 +185,10 @@ class near_hits::firing {
                                               detail::packet_segment(ray_.from, end_), fractions);
         for (; met != 0; met &= met - 1) {
             const auto lane = static_cast<std::size_t>(__builtin_ctz(met));
-            if (comes_to(hits_.cells_[leaf.cells[lane]], ray_.from, inverse_, since_, far_) &&
-                (view_.all_is_near_ || isNear(detail::point_at(ray_.from, end_, fractions[lane]))))
+            float since = since_;
+            if (comes_to(hits_.cells_[leaf.cells[lane]], ray_.from, inverse_, since, far_) &&
+                (view_.all_is_near_ ||
+                 isNear(detail::point_at(ray_.from, end_, fractions[lane]), since)))
                 return true;
         }
         return false;
@@ -203,19 +201,20 @@ class near_hits::firing {
             return comes_;
         part_ = part;
         const part_place& place = hits_.parts_[part];
-        comes_ = comes_to(place.cell, ray_.from, inverse_, entry_, exit_) &&
+        part_since_ = entry_;
+        comes_ = comes_to(place.cell, ray_.from, inverse_, part_since_, exit_) &&
                  in_parts_.enters(place.box, ray_.from, since_, far_, end_) &&
                  std::isfinite(end_[0] * 0.0F + end_[1] * 0.0F + end_[2] * 0.0F);
         return comes_;
     }
 
-    /// Whether the descent, were this one of the hits that lie open to it, comes to a near one. On
-    /// its way it takes distances for parameters, so that with a direction shorter than 1 a hit
-    /// which lies farther, by as much as that is shorter, may keep it from this one.
-    bool isNear(const float3& hit) const {
+    /// Whether the descent, to which this one of the hits lies open, comes to a near one. On its
+    /// way it takes distances for parameters: what may keep it from this hit is nearer than the
+    /// larger of the parameters at which the ray enters the cells.
+    bool isNear(const float3& hit, float since) const {
         const auto way = static_cast<double>(detail::distance<float, float3>(view_.position_, hit));
-        const double longest = (way + hits_.slack_) / std::min(lengthOf(ray_.direction), 1.0);
-        return longest * (1.0 + relative_slack) + hits_.slack_ < view_.reach_;
+        const auto kept_off_by = static_cast<double>(std::max(since, part_since_));
+        return std::max(way, kept_off_by) * (1.0 + relative_slack) + hits_.slack_ < view_.reach_;
     }
 
     const view& view_;
@@ -227,6 +226,7 @@ class near_hits::firing {
     std::uint32_t last_ = none;                                      ///< leaf tried last
     std::uint32_t part_ = std::numeric_limits<std::uint32_t>::max(); ///< asked for last
     bool comes_ = false;
+    float part_since_ = 0.0F;         ///< where the ray enters its cell
     float since_ = 0.0F, far_ = 0.0F; ///< range in that part
     float3 end_;
 };

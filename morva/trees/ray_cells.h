@@ -46,9 +46,11 @@ void for_each_cell(const bih_tree<float>& tree, std::uint64_t node, const ray_ce
 /// Whether a ray surely comes to the leaf of a cell, if nothing that it hits stops it before. A NaN
 /// is passed over, as in the descent.
 ///
-/// t_min, t_max  as given to fire_ray_rec()
+/// t_min   in and out: as given to fire_ray_rec(), then where the ray enters the cell. Only a hit
+///         whose distance is less may keep it from the leaf
+/// t_max   as given to fire_ray_rec()
 inline bool comes_to(const ray_cell& cell, const float3& from, const float3& inverse_direction,
-                     float t_min, float t_max) {
+                     float& t_min, float t_max) {
     for (std::size_t axis = 0; axis < 3; ++axis) {
         const float inverse = inverse_direction[axis];
         const bool down = 0.0F > inverse;
