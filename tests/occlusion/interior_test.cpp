@@ -16,9 +16,7 @@ namespace {
     return matrix;
 }
 
-mesh_data ball(float radius, unsigned rings = 5) {
-    return baked(ballMesh(rings), scaled({radius, radius, radius}));
-}
+mesh_data ball(float radius) { return baked(ballMesh(5), scaled({radius, radius, radius})); }
 
 mesh_data both(mesh_data mesh, const mesh_data& more) {
     mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());
@@ -32,9 +30,7 @@ mesh_data turnedOver(mesh_data mesh) {
 }
 
 /// Outside and inside of a ball.
-mesh_data shell(float radius, unsigned rings = 5) {
-    return both(ball(radius, rings), turnedOver(ball(0.9F * radius, rings)));
-}
+mesh_data shell(float radius) { return both(ball(radius), turnedOver(ball(0.9F * radius))); }
 
 /// A wall of a box from -1 to 1, a little larger than its side.
 mesh_data panel(unsigned side, float thickness) {
@@ -89,14 +85,8 @@ mesh_data sheet(unsigned side) {
         }
         return root;
     }
-    if (kind == "turned") { // single precision alone loses a hit of some of these rays
-        const ::osg::NodePtr root = inLargeScene({});
-        for (int i = 0; i < 3; ++i)
-            root->addChild(transformed(placed(rng, {5, 0, float(6 * i)}, {1, 1, 1}),
-                                       {named("outer", meshNode(shell(1, 14))),
-                                        named("kernel", meshNode(ball(0.7F, 12)))}));
-        return root;
-    }
+    if (kind == "far") // single precision alone loses hits on walls there
+        return moved({3000, 2000, 0}, {box(6, false)});
     if (kind == "skin") // vertices are moved off their surface, here to behind the skin
         return inLargeScene({transformed(placed(rng, {}, {1, 1, 1}),
                                          {named("skin", meshNode(turnedOver(ball(0.5003F)))),
@@ -140,7 +130,7 @@ TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
                 {"sheets", {"kernel"}, "1 geometries with 100"},
                 {"open box", {}, "0 geometries with 0"},
                 {"seen through", {}, "0 geometries with 0"},
-                {"turned", {"kernel"}, "3 geometries with 1728"},
+                {"far", {"kernel"}, "1 geometries with 100"},
                 {"skin", {}, "0 geometries with 0"},
                 {"wide", {}, "0 geometries with 0"},
                 {"shells", {"inner", "kernel", "lining"}, "3 geometries with 400"},
@@ -156,7 +146,7 @@ TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
             expected.erase(std::remove_if(expected.begin(), expected.end(),
                                           [&](const auto& name) { return row.gone.count(name); }),
                            expected.end());
-            ASSERT_GE(before - expected.size(), row.gone.size());
+            ASSERT_EQ(before - expected.size(), row.gone.size());
             const stream_capture out(std::cout);
             morva::osg::takeInteriorOff(root.get(), 3, 0, threads);
             EXPECT_EQ(drawn(root.get()), expected);
