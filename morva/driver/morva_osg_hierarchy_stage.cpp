@@ -71,12 +71,12 @@ void takeRest(const ::osg::NodePtr& top, const ::osg::NodePtr& root) {
         growBelow(top.get(), root, own ? taking::the_node : taking::a_new_node);
         if (own)
             takeRest(top.get(), root);
+        removeEmptyParts(top.get());
     } catch (...) {
         print_caught(hierarchy_failure);
         if (!own || top->getNChildren() == 0)
             return root;
     }
-    removeEmptyParts(top.get());
     say({"done."});
     if (own)
         const fresh<::osg::NodePtr> rest(root);

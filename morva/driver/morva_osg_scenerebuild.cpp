@@ -196,12 +196,16 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     handler.prefix = plan.setup.prefix;
 
     const ::osg::NodePtr merged = runMerge(plan, root);
+    fresh<::osg::NodePtr> made(merged != root ? merged : ::osg::NullFC); // goes with an exception
     guard.after("merge, input", root);
     guard.after("merge, result", merged);
     const ::osg::NodePtr result = runHierarchy(plan, merged);
+    made.release();
+    made.reset(result != root ? result : ::osg::NullFC);
     guard.after("hierarchy, input", root);
     guard.after("hierarchy, result", result);
     runIdmap(plan, result);
+    made.release();
     return result;
 }
 

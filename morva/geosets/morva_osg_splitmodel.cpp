@@ -263,7 +263,9 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
 /// What stands for a core that could not be made; null if even that cannot be made.
 ::osg::NodePtr emptyGeometryNode() {
     try {
-        return newNodeWith(createGeo());
+        const ::osg::GeometryPtr none = createGeo();
+        none->getTypes()->clear(); // it has no length, either
+        return newNodeWith(none);
     } catch (...) {
         return ::osg::NullFC;
     }

@@ -9,6 +9,7 @@
 #include <OpenSG/OSGStringAttributeMap.h>
 
 #include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_fresh.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -80,10 +81,10 @@ std::string joined(const std::set<std::string>& texts) {
 
 /// Makes an empty attribute map that the root holds under `binding`.
 ::osg::StringAttributeMapPtr newMap(const ::osg::NodePtr& root, ::osg::UInt16 binding) {
-    const ::osg::StringAttributeMapPtr map = ::osg::StringAttributeMap::create();
+    fresh<::osg::StringAttributeMapPtr> map(::osg::StringAttributeMap::create());
     const open_edit edit(root, ::osg::AttachmentContainer::AttachmentsFieldMask);
-    root->addAttachment(map, binding);
-    return map;
+    root->addAttachment(map.get(), binding);
+    return map.release();
 }
 
 } // namespace

@@ -119,7 +119,12 @@ void AttachmentContainer::addAttachment(const AttachmentPtr& attachment, UInt16 
     }
     attachment->addParent(getUntypedPtr());
     endEditNotChangedCP(attachment, Attachment::ParentsFieldMask);
-    attachments.set(key, attachment);
+    try {
+        attachments.set(key, attachment);
+    } catch (const std::bad_alloc&) {
+        attachment->subParent(getUntypedPtr());
+        throw;
+    }
 }
 
 void AttachmentContainer::subAttachment(const AttachmentPtr& attachment, UInt16 binding) {

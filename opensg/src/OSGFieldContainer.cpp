@@ -200,14 +200,20 @@ namespace {
 thread_local std::vector<FieldContainerPtrBase>* dyingNext = nullptr;
 
 /// Destroys a container, and then whatever died with it, one after the other: a long chain of
-/// containers needs no deep stack.
+/// containers needs no deep stack. Without memory for the list the container goes at once: what
+/// destroys can't throw.
 void destroyInTurn(const FieldContainerPtrBase& dying) {
     if (dyingNext != nullptr) {
-        dyingNext->push_back(dying);
+        try {
+            dyingNext->push_back(dying);
+        } catch (const std::bad_alloc&) {
+            ContainerAllocator::destroy(dying);
+        }
         return;
     }
-    std::vector<FieldContainerPtrBase> next{dying};
+    std::vector<FieldContainerPtrBase> next;
     dyingNext = &next;
+    ContainerAllocator::destroy(dying);
     while (!next.empty()) {
         const FieldContainerPtrBase first = next.back();
         next.pop_back();

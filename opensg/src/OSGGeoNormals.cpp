@@ -51,17 +51,20 @@ std::vector<face> facesOf(const GeometryPtr& geometry) {
 }
 
 /// The normals to write to: 3f if there are none; a copy if other geometries have them too.
-GeoNormalsPtr ownNormals(const GeometryPtr& geometry) {
+GeoNormalsPtr ownNormals(const GeometryPtr& geometry, std::size_t count) {
     const GeoNormalsPtr normals = geometry->getNormals();
     if (normals == NullFC)
-        geometry->setNormals(GeoNormals3f::create());
+        filledIn(GeoNormals3f::create(), [&](const GeoNormals3fPtr& made) {
+            made->resize(count); // before indices lead there
+            geometry->setNormals(made);
+        });
     else if (normals->getParents().size() > 1)
         geometry->setNormals(normals->clone());
     return geometry->getNormals();
 }
 
 void writeNormals(const GeometryPtr& geometry, const std::vector<Vec3f>& values) {
-    const GeoNormalsPtr normals = ownNormals(geometry);
+    const GeoNormalsPtr normals = ownNormals(geometry, values.size());
     const GeoNormals3fPtr plain = GeoNormals3fPtr::dcast(normals);
     if (plain != NullFC) {
         plain->editField().setValues(values);

@@ -195,25 +195,24 @@ GeoPropertyArrayInterface* Geometry::getProperty(Int32 mapBit) const {
 }
 
 GeometryPtr Geometry::clone() const {
-    const GeometryPtr copy = create();
-    copy->setMaterial(getMaterial());
-    copy->_mfIndexMapping = _mfIndexMapping;
-    copy->_sfDlistCache.setValue(getDlistCache());
-    std::vector<FieldContainerPtr> clones;
-    const_cast<Geometry*>(this)->forEachProperty([&clones](auto& field, UInt32) {
-        clones.push_back(field.getValue() != NullFC
-                             ? FieldContainerPtr::dcast(field.getValue()->clone())
-                             : FieldContainerPtr());
+    return filledIn(create(), [this](const GeometryPtr& copy) {
+        copy->setMaterial(getMaterial());
+        copy->_mfIndexMapping = _mfIndexMapping;
+        copy->_sfDlistCache.setValue(getDlistCache());
+        std::vector<FieldContainerPtr> sources;
+        const_cast<Geometry*>(this)->forEachProperty(
+            [&sources](auto& field, UInt32) { sources.push_back(field.getValue()); });
+        std::size_t next = 0;
+        copy->forEachProperty([&](auto& field, UInt32 fieldId) {
+            typedef typename std::decay_t<decltype(field)>::StoredType PropertyPtr;
+            const PropertyPtr source = PropertyPtr::ofKnownClass(sources[next++]);
+            if (source == NullFC)
+                return;
+            filledIn(PropertyPtr(source->clone()), [&](const PropertyPtr& property) {
+                copy->setProperty(field, property, fieldId);
+            });
+        });
     });
-    std::size_t next = 0;
-    copy->forEachProperty([&](auto& field, UInt32 fieldId) {
-        typedef typename std::decay_t<decltype(field)>::StoredType PropertyPtr;
-        const FieldContainerPtr property = clones[next++];
-        if (property != NullFC) {
-            copy->setProperty(field, PropertyPtr::ofKnownClass(property), fieldId);
-        }
-    });
-    return copy;
 }
 
 void Geometry::unshareProperties() {

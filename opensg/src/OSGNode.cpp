@@ -91,6 +91,8 @@ void Node::insertChild(UInt32 index, const NodePtr& added) {
         SWARNING << "Node::addChild: a node can't come below itself" << endLog;
         return;
     }
+    if (getNChildren() == _mfChildren.capacity()) // first: without memory the child stays
+        _mfChildren.reserve(std::max<std::size_t>(1, 2 * _mfChildren.capacity()));
     addRefCP(child);
     adopt(child);
     index = std::min(index, getNChildren());

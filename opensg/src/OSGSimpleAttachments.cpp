@@ -39,8 +39,8 @@ void setName(const AttachmentContainerPtr& container, const std::string& text) {
     }
     NamePtr name = nameOf(container);
     if (name == NullFC) {
-        name = Name::create();
-        container->addAttachment(name);
+        name =
+            filledIn(Name::create(), [&](const NamePtr& made) { container->addAttachment(made); });
         endEditCP(container, AttachmentContainer::AttachmentsFieldMask);
     }
     name->getFieldPtr()->setValue(text);

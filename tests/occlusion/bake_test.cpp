@@ -6,8 +6,10 @@
 #include <OpenSG/OSGGeoFunctions.h>
 
 #include <morva/core/morva_osg_scene_rules.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_work.h>
 
 namespace {
 
@@ -27,13 +29,35 @@ mesh_data insideOut(mesh_data mesh) {
     return mesh;
 }
 
-::osg::NodePtr recolored(const ::osg::NodePtr& node, bool bytes) {
-    const ::osg::GeoColorsPtr colors = coreOf(node)->getColors();
-    if (bytes)
-        coreOf(node)->setColors(inOtherForm<::osg::GeoColors4ub>(colors));
-    else
-        coreOf(node)->setColors(inOtherForm<::osg::GeoColors4f>(colors));
+/// Sets a colour of a form with alpha, which stays; false for another form.
+template <typename Form>
+bool setBesideAlpha(const ::osg::GeoColorsPtr& colors, const ::osg::Color3f& color,
+                    ::osg::UInt32 i) {
+    const auto form = Form::PtrType::dcast(colors);
+    if (form == ::osg::NullFC)
+        return false;
+    const auto alpha = form->getField()[i][3];
+    form->setValue(color, i);
+    form->editField()[i][3] = alpha;
+    return true;
+}
+
+/// A node with colours of another form, each with another alpha.
+template <typename Form>::osg::NodePtr recolored(const ::osg::NodePtr& node) {
+    const auto colors = Form::PtrType::dcast(inOtherForm<Form>(coreOf(node)->getColors()));
+    for (auto& color : colors->editField())
+        color[3] =
+            static_cast<std::decay_t<decltype(color[3])>>(color[3] * color[0] / 2 + color[1] / 3);
+    coreOf(node)->setColors(colors);
     return node;
+}
+
+/// A mesh with rows of its own for each property, whose index serves the positions alone.
+mesh_data mappedMesh() {
+    mesh_data mesh = quads(1);
+    mesh.indices = {3, 2, 1, 0};
+    mesh.mapping = {::osg::Geometry::MapPosition};
+    return mesh;
 }
 
 ::osg::Matrix aside(std::mt19937& rng) { return placed(rng, anyVector(rng, 2), {1.5F, 0.5F, -1}); }
@@ -64,21 +88,25 @@ mesh_data insideOut(mesh_data mesh) {
                       transformed(aside(rng), {nodeOf(core, {meshNode(plainSoup())})})});
     }
     case 4: // colours of other forms, too few of them, materials
-        return group(
-            {recolored(meshNode(withColors(plainSoup(), rng), simple({1, 0.5F, 0})), false),
-             recolored(meshNode(withColors(plainSoup(), rng)), true),
-             materialGroup(simple({0, 1, 0.5F}), {meshNode(plainSoup()), meshNode(cube()),
-                                                  switched(0, {meshNode(quads(1))})}),
-             [&] {
-                 mesh_data few = withColors(plainSoup(), rng);
-                 few.colors.resize(7);
-                 return meshNode(few, chunked({1, 1, 0, 1}, imageOf(6407, 2, 2)));
-             }()});
+        return group({recolored<::osg::GeoColors4f>(
+                          meshNode(withColors(plainSoup(), rng), simple({1, 0.5F, 0}))),
+                      recolored<::osg::GeoColors4f>(meshNode(withColors(plainSoup(), rng))),
+                      meshNode(mappedMesh()),
+                      recolored<::osg::GeoColors4ub>(meshNode(withColors(plainSoup(), rng))),
+                      materialGroup(simple({0, 1, 0.5F}), {meshNode(plainSoup()), meshNode(cube()),
+                                                           switched(0, {meshNode(quads(1))})}),
+                      [&] {
+                          mesh_data few = withColors(plainSoup(), rng);
+                          few.colors.resize(7);
+                          return meshNode(few, chunked({1, 1, 0, 1}, imageOf(6407, 2, 2)));
+                      }()});
     case 5: { // places and normals that are no numbers, and many equal ones
         mesh_data mesh = withNormals(plainSoup(), rng);
         mesh.positions[4][1] = mesh.normals[9][0] = std::numeric_limits<float>::quiet_NaN();
         mesh.positions[11][2] = std::numeric_limits<float>::infinity();
         mesh.normals[14] = {0, 0, 0};
+        mesh.normals[15] = {1e-4F, 0, 0};
+        mesh.normals[16] = {0, 9e-7F, 0};
         mesh.normals.resize(40);
         return group({meshNode(mesh), meshNode(pileMesh(9))});
     }
@@ -98,14 +126,6 @@ mesh_data insideOut(mesh_data mesh) {
     }
 }
 constexpr unsigned scene_count = 11;
-
-node_list listed(const ::osg::NodePtr& root) {
-    node_list nodes;
-    if (coreOf(root) != ::osg::NullFC)
-        return {root};
-    morva::osg::getGeometryNodes(root, nodes, false);
-    return nodes;
-}
 
 /// Bakes a scene by single steps.
 void naiveBake(const ::osg::NodePtr& root, bool replace, int shots) {
@@ -141,17 +161,15 @@ void naiveBake(const ::osg::NodePtr& root, bool replace, int shots) {
             core->setColors(propertyOf<::osg::GeoColors3f>(greys));
             continue;
         }
-        const auto four = ::osg::GeoColors4fPtr::dcast(core->getColors());
         for (::osg::UInt32 i = 0; i < values.size(); ++i) {
             if (i == core->getColors()->size())
                 core->getColors()->addValue({0.5F, 0.5F, 0.5F});
-            const float alpha = four != ::osg::NullFC ? four->getField()[i][3] : 0;
             ::osg::Color3f color = core->getColors()->getValue(i);
             for (unsigned k = 0; k < 3; ++k)
                 color[k] *= values[i];
-            core->getColors()->setValue(color, i);
-            if (four != ::osg::NullFC)
-                four->editField()[i][3] = alpha;
+            if (!setBesideAlpha<::osg::GeoColors4f>(core->getColors(), color, i) &&
+                !setBesideAlpha<::osg::GeoColors4ub>(core->getColors(), color, i))
+                core->getColors()->setValue(color, i);
         }
     }
 }
@@ -174,17 +192,22 @@ std::string expectedOutput(const node_list& nodes) {
 }
 
 /// All colours of the scene's geometry by their bits, with the alpha that they have.
-std::vector<std::vector<std::array<std::uint32_t, 4>>> colorBits(const ::osg::NodePtr& root) {
-    std::vector<std::vector<std::array<std::uint32_t, 4>>> all;
+std::vector<std::string> colorBits(const ::osg::NodePtr& root) {
+    std::vector<std::string> all;
     for (const ::osg::NodePtr& node : listed(root)) {
-        all.emplace_back();
-        const ::osg::GeoColorsPtr colors = coreOf(node)->getColors();
-        const auto four = ::osg::GeoColors4fPtr::dcast(colors);
+        const ::osg::GeometryPtr core = coreOf(node);
+        const ::osg::GeoColorsPtr colors = core->getColors();
+        std::ostringstream text;
+        text << std::hex;
         for (::osg::UInt32 i = 0; colors != ::osg::NullFC && i < colors->size(); ++i) {
             const ::osg::Color3f c = colors->getValue(i);
-            const float alpha = four != ::osg::NullFC ? four->getField()[i][3] : 1;
-            all.back().push_back({bits_of(c[0]), bits_of(c[1]), bits_of(c[2]), bits_of(alpha)});
+            text << ' ' << bits_of(c[0]) << ' ' << bits_of(c[1]) << ' ' << bits_of(c[2]);
+            if (const auto four = ::osg::GeoColors4fPtr::dcast(colors); four != ::osg::NullFC)
+                text << ' ' << bits_of(four->getField()[i][3]);
+            if (const auto bytes = ::osg::GeoColors4ubPtr::dcast(colors); bytes != ::osg::NullFC)
+                text << ' ' << bytes->getField()[i][3];
         }
+        all.push_back(text.str());
     }
     return all;
 }
@@ -192,11 +215,13 @@ std::vector<std::vector<std::array<std::uint32_t, 4>>> colorBits(const ::osg::No
 /// Bakes a scene, and gives what is printed.
 std::string bake(const ::osg::NodePtr& root, bool replace, int shots, unsigned threads = 1) {
     const stream_capture out(std::cout);
+    const bool ids_are_kept = morva::osg::getIDmapHandler().merged;
     std::cout << std::scientific << std::setprecision(7); // must not reach the numbers
     if (threads == 1)
         AddAmbientOcclusion(root, replace, shots, 1);
     else
         morva::osg::bakeOcclusion(root, replace, shots, threads);
+    EXPECT_EQ(morva::osg::getIDmapHandler().merged, ids_are_kept);
     return out.text();
 }
 
@@ -211,8 +236,11 @@ TEST(AddAmbientOcclusion, AgreesWithTheNaiveTwin) {
         EXPECT_EQ(bake(root.get(), replace, shots), expectedOutput(listed(root.get())));
         EXPECT_EQ(colorBits(root.get()), colorBits(twin.get()));
         EXPECT_TRUE(!whole || morva::osg::broken_rule_of(root.get()).empty());
-        for (const ::osg::NodePtr& node : listed(root.get()))
+        for (const ::osg::NodePtr& node : listed(root.get())) {
+            EXPECT_EQ(coreOf(node)->calcMappingIndex(::osg::Geometry::MapColor),
+                      coreOf(node)->calcMappingIndex(::osg::Geometry::MapPosition));
             EXPECT_TRUE(!replace || morva::osg::getMaterial(node) == ::osg::NullFC);
+        }
     }
 }
 
@@ -224,20 +252,89 @@ TEST(AddAmbientOcclusion, ThreadsGiveTheSameBitsAndTheSameOutput) {
     }
 }
 
+TEST(VertexWork, ThreadsDoEachPieceOnceAndTheCallerEndsThemInOrder) {
+    std::mt19937 rng(21);
+    for (int round = 0; round < 300; ++round) {
+        morva::osg::vertex_work work;
+        std::vector<std::vector<int>> asked;
+        for (unsigned i = rng() % 12; i > 0; --i) {
+            work.counts.push_back(rng() % 3 == 0 ? 0 : rng() % 700);
+            asked.emplace_back(work.counts.back(), 0);
+        }
+        const bool fails = round % 5 == 0;
+        const std::size_t bad = asked.empty() ? 0 : rng() % asked.size();
+        work.piece = [&](std::size_t geometry, std::size_t first, std::size_t last) {
+            if (fails && geometry == bad && first >= 64)
+                throw std::bad_alloc();
+            for (std::size_t i = first; i < last; ++i)
+                ++asked[geometry][i];
+        };
+        std::size_t ended = 0, total = 0, next = 0;
+        morva::osg::work_progress progress;
+        work.end = [&](std::size_t geometry) {
+            EXPECT_EQ(geometry, next++);
+            for (const int times : asked[geometry])
+                EXPECT_EQ(times, 1);
+            ended += asked[geometry].size();
+            EXPECT_GE(progress.done, ended);
+        };
+        for (const auto& one : asked)
+            total += one.size();
+        try {
+            doInOrder(work, unsigned(round % 6), progress);
+            EXPECT_TRUE(next == asked.size() && ended == total && progress.done <= total);
+            EXPECT_FALSE(fails && !asked.empty() && asked[bad].size() > 64);
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(fails && asked[bad].size() > 64 && next <= bad);
+        }
+    }
+}
+
 TEST(AddAmbientOcclusion, LeavesTheRestOfAModelAsItWas) {
     const ::osg::GeometryPtr shared = geometryOf(quads(2));
-    const node_ref root(group({materialGroup(
-        simple({1, 0, 0}), {named("baked", nodeOf(shared)), hidden(named("hidden", nodeOf(shared))),
-                            switched(0, {named("switched", meshNode(quads(1)))})})}));
+    const node_ref outside(group({nodeOf(shared), nodeOf(geometryOf(quads(2)))}));
+    const node_ref root(group(
+        {materialGroup(simple({1, 0, 0}),
+                       {named("baked", nodeOf(shared)), hidden(named("hidden", nodeOf(shared))),
+                        switched(0, {named("switched", meshNode(quads(1)))})}),
+         hidden(named("elsewhere", nodeOf(shared)))}));
+    const node_ref alone(nodeOf(outside->getChild(1)->getCore()));
+    mesh_data grey = quads(2);
+    grey.positions = {{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 1, 0}, {2, 0, 0}, {2, 1, 0}};
+    grey.indices = {0, 1, 2, 3, 1, 4, 5, 2};
+    grey.colors.assign(6, {0.5F, 0.5F, 0.5F});
+    const node_ref one(group({meshNode(grey), meshNode(quads(2))})), other(meshNode(grey));
+    coreOf(one->getChild(0))->setColors(coreOf(other.get())->getColors());
     bake(root.get(), true, 3);
+    bake(alone.get(), true, 3);
+    bake(one.get(), false, 3);
+    for (::osg::UInt32 i = 0; i < 6; ++i)
+        EXPECT_EQ(coreOf(other.get())->getColors()->getValue(i), grey.colors[i]);
     EXPECT_EQ(morva::osg::getMaterial(nodeNamed(root.get(), "baked")), ::osg::NullFC);
-    for (const char* name : {"hidden", "switched"}) {
-        const ::osg::NodePtr node = nodeNamed(root.get(), name);
+    const ::osg::NodePtr kept[] = {
+        nodeNamed(root.get(), "hidden"), nodeNamed(root.get(), "switched"),
+        nodeNamed(root.get(), "elsewhere"), outside->getChild(0), outside->getChild(1)};
+    for (const ::osg::NodePtr& node : kept) {
         const auto material = ::osg::SimpleMaterialPtr::dcast(morva::osg::getMaterial(node));
-        ASSERT_NE(material, ::osg::NullFC) << name;
-        EXPECT_EQ(material->getDiffuse(), ::osg::Color3f(1, 0, 0));
+        ASSERT_EQ(material != ::osg::NullFC, node == kept[0] || node == kept[1]);
+        EXPECT_TRUE(material == ::osg::NullFC || material->getDiffuse() == ::osg::Color3f(1, 0, 0));
         EXPECT_EQ(coreOf(node)->getColors(), ::osg::NullFC);
         EXPECT_EQ(coreOf(node)->getIndices(), ::osg::NullFC);
+    }
+}
+
+TEST(Occlusion, ThreadsGetTheOneSetOfTheFirstCallerInOrder) {
+    std::vector<std::vector<float3>> sets(4); // in a process of its own these are the first calls
+    inThreads(4, [&](unsigned t) { sets[t] = morva::osg::getRayVecs(3 + t % 2); });
+    const auto shots = unsigned(shotsHere());
+    for (const std::vector<float3>& rays : sets) {
+        ASSERT_EQ(rays.size(), morva::osg::raysInForce(9));
+        const std::size_t edge = shots + 1;
+        for (std::size_t i = 0; i < rays.size(); ++i) {
+            const std::size_t steps[] = {i / edge / edge, i / edge % edge, i % edge};
+            for (std::size_t k = 0; k < 3; ++k)
+                EXPECT_EQ(rays[i][k], float(2.0 * double(steps[k]) / shots - 1));
+        }
     }
 }
 

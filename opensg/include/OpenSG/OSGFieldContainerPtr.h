@@ -198,6 +198,17 @@ OSG_BASE_DLLMAPPING void subRefCP(const FieldContainerPtrBase& container);
 OSG_BASE_DLLMAPPING void setRefdCP(FieldContainerPtrBase& target,
                                    const FieldContainerPtrBase& value);
 OSG_BASE_DLLMAPPING void clearRefCP(FieldContainerPtrBase& target);
+/// Fills in a new container, and destroys it where that throws.
+template <class Ptr, class Fill> Ptr filledIn(const Ptr& made, const Fill& fill) {
+    try {
+        fill(made);
+    } catch (...) {
+        addRefCP(made);
+        subRefCP(Ptr(made));
+        throw;
+    }
+    return made;
+}
 
 OSG_BASE_DLLMAPPING void beginEditCP(const FieldContainerPtr& container,
                                      BitVector which = FieldBits::AllFields,

@@ -119,9 +119,9 @@ template <class Desc> class GeoProperty : public AbstractGeoProperty<typename De
         return true;
     }
     typename Role::RolePtr clone() const override {
-        const FormPtr copy = create();
-        copy->_mfGeoPropData.setValues(_mfGeoPropData.getValues());
-        return copy;
+        return filledIn(create(), [this](const FormPtr& copy) {
+            copy->_mfGeoPropData.setValues(_mfGeoPropData.getValues());
+        });
     }
 
   protected:
