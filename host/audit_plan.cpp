@@ -62,15 +62,15 @@ bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_
     return run.orders_cache && isTransparent(node, lists, run);
 }
 
-/// What the draw order leaves of a part that is carried over: degenerate triangles go, and where
-/// there are lines it keeps nothing else.
+/// What the draw order leaves of a part that is carried over: degenerate triangles go, if only
+/// because a strip whose equal vertices were joined passes them over, and where there are lines a
+/// large part keeps nothing else.
 void foretellReordered(audited_part& part, const ::osg::NodePtr& node, const run_plan& run) {
     part.renamed = true;
-    if (morva::osg::isVertexCountBelowThreshold(node, run.cache_entries))
-        return;
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-    const bool lines = morva::osg::getNumberOfLines(core) != 0;
-    part.least = lines ? 0 : part.triangles - part.degenerate;
+    const bool lines_alone = !morva::osg::isVertexCountBelowThreshold(node, run.cache_entries) &&
+                             morva::osg::getNumberOfLines(core) != 0;
+    part.least = lines_alone ? 0 : part.triangles - part.degenerate;
 }
 
 void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& lists,
