@@ -91,19 +91,19 @@ struct SAO6Arguments {};
 /// Does nothing: there is no work of this kind. Kept for callers that start it themselves.
 MORVA_API void saveAOinTC6MT(SAO6Arguments arguments);
 
-/// Takes the geometry nodes off a scene of which no vertex is open: all its rays hit something
-/// within twice 5 % of the scene's diagonal, so that its value is at most `threshold`.
+/// Takes the geometry nodes off a scene of which no vertex is open: its value is at most
+/// `threshold`, where hits up to 5 % of the scene's diagonal count whole.
 ///
 /// root       null is left alone
 /// shots      as for AddAmbientOcclusion()
-/// threshold  0: all rays hit something near
+/// threshold  0: all rays hit something as near as that
 /// The last argument has no effect.
 ///
 /// All normals are made anew, smooth over shared positions. A node with children stays, with an
 /// empty group as its core; one without vertices goes; one without positions stays, after a line. A
 /// root that is a geometry itself stays. A part is kept for a single open ray, so that each ray
-/// that meets nothing is fired again in double precision. prints  what is being done, the share
-/// after each geometry, and how many went
+/// that meets nothing near is fired again in double precision.
+/// prints  what is being done, the share after each geometry, and how many went
 MORVA_API void gutOutModelPerAmbientOcclusion(::osg::NodePtr root, int shots, float threshold,
                                               unsigned int);
 
