@@ -18,7 +18,8 @@
 // told, and is no failure.
 //
 // Interior removal takes whole parts: noteRemoved() tells which, and they count as none. Of a hull
-// single triangles are left: each must be one that went in.
+// single triangles are left: each must be one that went in. How many depends on their values, but
+// for a hull that may have as many as there are: it has them all.
 //
 // Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
 // those at least as many triangles must come out as went in, with the same area.

@@ -7,6 +7,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_run_plan.h>
@@ -62,19 +63,20 @@ bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_
     return run.orders_cache && isTransparent(node, lists, run);
 }
 
-/// What the draw order leaves of a part that is carried over: degenerate triangles go, and where
-/// there are lines it keeps nothing else.
+/// What the draw order leaves of a part that is carried over: degenerate triangles go, if only
+/// because a strip whose equal vertices were joined passes them over, and where there are lines a
+/// large part keeps nothing else.
 void foretellReordered(audited_part& part, const ::osg::NodePtr& node, const run_plan& run) {
     part.renamed = true;
-    if (morva::osg::isVertexCountBelowThreshold(node, run.cache_entries))
-        return;
     const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-    const bool lines = morva::osg::getNumberOfLines(core) != 0;
-    part.least = lines ? 0 : part.triangles - part.degenerate;
+    const bool lines_alone = !morva::osg::isVertexCountBelowThreshold(node, run.cache_entries) &&
+                             morva::osg::getNumberOfLines(core) != 0;
+    part.least = lines_alone ? 0 : part.triangles - part.degenerate;
 }
 
+/// hull_is_whole  a hull leaves all of what is merged or carried over
 void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& lists,
-              const run_plan& run) {
+              const run_plan& run, bool hull_is_whole) {
     const ::osg::UInt32 id = node.getFieldContainerId();
     const bool transparent = lists.transparent.count(id) != 0;
     const bool hidden = lists.hidden.count(id) != 0;
@@ -101,8 +103,10 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     // What hangs below switches may come to light.
     const bool moves = (setup.removelod || setup.removeswitch) &&
                        (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
-    if (run.changes_triangles || run.builds_hull || moves)
-        set(part_fate::open, 0, part.triangles);
+    if (run.changes_triangles || run.builds_hull || moves) {
+        const bool stays = hull_is_whole && !run.changes_triangles && !moves;
+        set(part_fate::open, stays ? std::min(part.least, sound) : 0, part.triangles);
+    }
     // Equal vertices are joined on the way: a strip shows its degenerate triangles no more.
     else if ((run.removes_parts || setup.ambientocclusion != 0) && part.fate == part_fate::carried)
         set(part.fate, sound, part.triangles);
@@ -162,6 +166,27 @@ bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_p
     return run.merges && !loses_image && setup.optimizetc > 0 &&
            reachesBeyond(view, setup.optimizetc) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
+}
+
+/// Whether a hull may have as many elements as there are, so that none is left out. By colours the
+/// black ones go all the same.
+bool isWholeHull(const std::vector<named_part>& parts, const std::vector<counting_task>& tasks,
+                 const audit_plan& plan, const run_plan& run) {
+    if (!run.setup.buildhull || run.setup.buildhullwithcolors)
+        return false;
+    std::uint64_t elements = 0;
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(parts[i].node->getCore());
+        if (mayBeCut(*tasks[i].view, parts[i].node, run))
+            return false; // into any number of pieces
+        const std::uint64_t others =
+            core->getLengths() == ::osg::NullFC // counts by length miss it
+                ? morva::osg::cornersOf(core)
+                : morva::osg::getNumberOfLines(core) + morva::osg::getNumberOfPoints(core);
+        elements += std::max<std::uint64_t>(plan.parts[i].triangles + others,
+                                            morva::osg::getNumberOfPrimitives(parts[i].node));
+    }
+    return elements <= run.setup.maxtris;
 }
 
 /// Notes the area of each part if the output can be compared by it.
@@ -254,8 +279,9 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     }
     runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
 
+    const bool whole = isWholeHull(parts, tasks, plan, run);
     for (std::size_t i = 0; i < parts.size(); ++i) {
-        foretell(plan.parts[i], parts[i].node, lists, run);
+        foretell(plan.parts[i], parts[i].node, lists, run, whole);
         audited_part& part = plan.parts[i];
         part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
                    mayBeCut(*tasks[i].view, parts[i].node, run);

@@ -135,9 +135,13 @@ void noteBroughtIds(std::size_t cores, run_report& report) {
                                " IDs in coordinate set 7: those of the ID map take their place");
 }
 
-void refuseEmpty(const scene_statistics& scene) {
-    if (scene.triangles + scene.lines + scene.points == 0)
-        throw host_error("nothing is left to draw: every triangle is degenerate or left out");
+void refuseEmpty(const run_report& report, bool quiet) {
+    if (report.after->triangles + report.after->lines + report.after->points != 0)
+        return;
+    tellNotes(report.notes, quiet); // they may say why
+    if (morva::osg::planOf(report.parameters).builds_hull)
+        throw host_error("nothing is left to draw: no triangle is open enough for the hull");
+    throw host_error("nothing is left to draw: every triangle is degenerate or left out");
 }
 
 /// Notes what stages with rays do, and says at once how long they may take.
@@ -208,7 +212,7 @@ void optimize(const options& chosen) {
     report.verdict = judge(*report.plan, result.get());
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
-    refuseEmpty(*report.after);
+    refuseEmpty(report, chosen.quiet);
     const bool passed = report.verdict->differences.empty();
     if (passed) {
         steps.begin("write");

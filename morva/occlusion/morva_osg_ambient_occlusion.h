@@ -91,19 +91,19 @@ struct SAO6Arguments {};
 /// Does nothing: there is no work of this kind. Kept for callers that start it themselves.
 MORVA_API void saveAOinTC6MT(SAO6Arguments arguments);
 
-/// Takes the geometry nodes off a scene of which no vertex is open: all its rays hit something
-/// within twice 5 % of the scene's diagonal, so that its value is at most `threshold`.
+/// Takes the geometry nodes off a scene of which no vertex is open: its value is at most
+/// `threshold`, where hits up to 5 % of the scene's diagonal count whole.
 ///
 /// root       null is left alone
 /// shots      as for AddAmbientOcclusion()
-/// threshold  0: all rays hit something near
+/// threshold  0: all rays hit something as near as that
 /// The last argument has no effect.
 ///
 /// All normals are made anew, smooth over shared positions. A node with children stays, with an
 /// empty group as its core; one without vertices goes; one without positions stays, after a line. A
 /// root that is a geometry itself stays. A part is kept for a single open ray, so that each ray
-/// that meets nothing is fired again in double precision. prints  what is being done, the share
-/// after each geometry, and how many went
+/// that meets nothing near is fired again in double precision.
+/// prints  what is being done, the share after each geometry, and how many went
 MORVA_API void gutOutModelPerAmbientOcclusion(::osg::NodePtr root, int shots, float threshold,
                                               unsigned int);
 
@@ -112,10 +112,11 @@ MORVA_API void gutOutModelPerAmbientOcclusion(::osg::NodePtr root, int shots, fl
 ///
 /// root           merged as by mergeGeo(), whose notes hold; the result is a new tree
 /// setup          of the merge, which makes single-indexed cores whatever it says
-/// maxPrimitives  so many stay at most, as getNumberOfPrimitives() counts: those above the value
-///                with that many elements behind it, and of equal ones the first in walk order. One
-///                less without ties. With at least as many as there are, the merged nodes come back
-///                as they are; 0 drops only those without a value above 0
+/// maxPrimitives  about so many stay, as getNumberOfPrimitives() counts: those above the value with
+///                that many elements behind it, in single precision, and of equal ones the first in
+///                walk order. One less without ties; rounding can keep or drop what ties with it.
+///                With at least as many as there are, the merged nodes come back as they are; 0
+///                drops only those without a value above 0
 /// shots          as for AddAmbientOcclusion(); out of its range `root` comes back, after one line
 /// The last argument has no effect.
 ///
@@ -129,7 +130,8 @@ MORVA_API ::osg::NodePtr buildModelHull(::osg::NodePtr root, mergeGeo_setup cons
 /// The same by values that stand in the vertex colours: the mean of their components. Nothing is
 /// merged or traced: the nodes leave `root` for the result, with what hangs below them. Points and
 /// lines count among `maxPrimitives`, but triangles alone are kept; colours go. A node without
-/// colours has no core afterwards.
+/// colours has no core afterwards. Children of `root` that hold hidden geometry go along with all
+/// that is left in them.
 MORVA_API ::osg::NodePtr buildModelHullWithVertexColors(::osg::NodePtr root,
                                                         unsigned int maxPrimitives);
 

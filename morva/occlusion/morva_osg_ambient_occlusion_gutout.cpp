@@ -1,6 +1,8 @@
 // Interior removal: the parts of which no vertex sees a way out.
 
+#include <algorithm>
 #include <atomic>
+#include <limits>
 #include <map>
 #include <memory>
 #include <set>
@@ -52,12 +54,10 @@ class openness_test {
         occlusion_rays::view near = trace.near(position, distance_);
         for (std::size_t i = 0; i < rays_.size(); ++i) {
             const occlusion_ray ray(position, normal, rays_[i]);
-            float3 point;
-            // Single precision loses a few hits on the edges of boxes, and one open ray is enough.
             if (near.stops(i, ray))
                 sum.addNear();
-            else if (trace(ray, point) || again_(ray, point))
-                sum.add(detail::distance<float, float3>(position, point), distance_);
+            else
+                sum.add(wayOf(ray, position, trace), distance_);
             if (isCertain(sum, rays_.size() - i - 1))
                 return true;
         }
@@ -65,6 +65,20 @@ class openness_test {
     }
 
   private:
+    /// How far from `position` a ray meets something; infinite for nothing. Single precision loses
+    /// a few hits on the edges of boxes and between triangles, and then meets nothing or what lies
+    /// behind. One open ray is enough, so that the second look has the last word.
+    float wayOf(const occlusion_ray& ray, const float3& position,
+                const occlusion_rays& trace) const {
+        float way = std::numeric_limits<float>::infinity();
+        float3 point;
+        if (trace(ray, point))
+            way = detail::distance<float, float3>(position, point);
+        if (!(static_cast<double>(way) < distance_) && again_(ray, point))
+            way = std::min(way, detail::distance<float, float3>(position, point));
+        return way;
+    }
+
     /// Whether the vertex is open even if all rays that are left count whole. Sums are rounded:
     /// what is close waits for the last ray.
     bool isCertain(occlusion_sum sum, std::size_t left) const {

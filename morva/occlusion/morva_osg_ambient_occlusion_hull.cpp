@@ -66,6 +66,15 @@ std::vector<double> valuesOfElements(const std::vector<::osg::NodePtr>& nodes,
     return values;
 }
 
+/// Where a child of a node has this matrix to the world: the node, or a new transform below it.
+::osg::NodePtr placeBelow(const ::osg::NodePtr& parent, const ::osg::Matrix& matrix) {
+    if (isIdentity(matrix))
+        return parent;
+    fresh<::osg::NodePtr> place(newTransformNode(matrix));
+    addChildTo(parent, place.get());
+    return place.release();
+}
+
 /// Nodes of a scene and where they stand in the world, before any of them moves.
 struct placed_nodes {
     explicit placed_nodes(const std::vector<::osg::NodePtr>& list) {
@@ -78,33 +87,30 @@ struct placed_nodes {
     /// Moves them below a node, each below a transform that keeps its place if it needs one.
     void moveTo(const ::osg::NodePtr& parent) const {
         for (std::size_t i = 0; i < nodes.size(); ++i)
-            addChildTo(holderOf(parent, matrices[i]), nodes[i].get());
+            addChildTo(placeBelow(parent, matrices[i]), nodes[i].get());
     }
 
     std::vector<::osg::RefPtr<::osg::NodePtr>> nodes;
     std::vector<::osg::Matrix> matrices;
-
-  private:
-    static ::osg::NodePtr holderOf(const ::osg::NodePtr& parent, const ::osg::Matrix& matrix) {
-        if (isIdentity(matrix))
-            return parent;
-        fresh<::osg::NodePtr> holder(newTransformNode(matrix));
-        addChildTo(parent, holder.get());
-        return holder.release();
-    }
 };
 
-/// The topmost children that hold hidden geometry: what the merge carried over of it.
-std::vector<::osg::NodePtr> hiddenHolders(const ::osg::NodePtr& merged) {
+/// The topmost children that hold hidden geometry.
+std::vector<::osg::NodePtr> hiddenHolders(const ::osg::NodePtr& top) {
     std::vector<::osg::NodePtr> hidden, holders;
-    getTravMaskZeroNodes(merged, hidden, false);
+    getTravMaskZeroNodes(top, hidden, false);
     for (::osg::NodePtr node : hidden) {
-        while (node->getParent() != merged)
+        while (node != top && node->getParent() != top)
             node = node->getParent();
-        if (holders.empty() || holders.back() != node) // the list is in the order of the children
+        if (node != top && (holders.empty() || holders.back() != node)) // in order of the children
             holders.push_back(node);
     }
     return holders;
+}
+
+/// Moves what holds hidden geometry over to the place of what was shown.
+void moveHidden(const ::osg::NodePtr& from, const ::osg::NodePtr& to) {
+    for (const ::osg::NodePtr& holder : hiddenHolders(from))
+        addChildTo(placeBelow(to, from->getToWorld()), holder);
 }
 
 /// Gives each node the elements that stay.
@@ -157,8 +163,7 @@ void traceAndReduce(const ::osg::NodePtr& merged, const std::vector<::osg::NodeP
     if (getNumberOfPrimitives(nodes) > maxPrimitives)
         traceAndReduce(merged.get(), nodes, maxPrimitives, how);
     placed_nodes(nodes).moveTo(result.get());
-    for (const ::osg::NodePtr& holder : hiddenHolders(merged.get()))
-        addChildTo(result.get(), holder);
+    moveHidden(merged.get(), result.get());
     return result.release();
 }
 
@@ -181,6 +186,7 @@ void traceAndReduce(const ::osg::NodePtr& merged, const std::vector<::osg::NodeP
     const placed_nodes placed(nodes);
     reduce(nodes, kept, copyPrimitivesWithAOThresholdInColors);
     placed.moveTo(result.get());
+    moveHidden(root, result.get());
     return result.release();
 }
 

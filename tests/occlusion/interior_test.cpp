@@ -105,6 +105,19 @@ mesh_data sheet(unsigned side) {
         holder->addChild(moved({9, 0, 0}, {named("outside", meshNode(ball(0.3F)))}));
         return inLargeScene({named("outer", meshNode(shell(1))), holder});
     }
+    if (kind == "edges") { // rays that slip through an edge of the box meet the sky far behind it
+        const auto block = [](float size, const ::osg::Vec3f& at) {
+            return baked(blockMesh(1), scaled({size, size, size}, at));
+        };
+        node_list parts = {
+            named("sky", meshNode(turnedOver(ball(70)))),
+            named("box", meshNode(both(block(2, {0, 0, 3}), turnedOver(block(1.96F, {0, 0, 3})))))};
+        for (int i = 0; i < 40; ++i) {
+            const float at = 0.07F * static_cast<float>(i) - 1.4F;
+            parts.push_back(named("kernel", meshNode(block(0.03F, {at, at, 3 - 0.5F * at}))));
+        }
+        return inLargeScene(parts);
+    }
     if (kind == "odd") {
         const ::osg::GeometryPtr none = geometryOf(blockMesh(1));
         none->setPositions(::osg::GeoPositions3f::create());
@@ -135,6 +148,7 @@ TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
                 {"wide", {}, "0 geometries with 0"},
                 {"shells", {"inner", "kernel", "lining"}, "3 geometries with 400"},
                 {"children", {"holder", "within"}, "2 geometries with 200"},
+                {"edges", {"kernel"}, "40 geometries with 480"},
                 {"odd", {"empty"}, "1 geometries with 12"}, // as its lengths claim
                 {"alone", {}, "0 geometries with 0"}};
     for (const auto& row : rows) {
@@ -146,7 +160,7 @@ TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
             expected.erase(std::remove_if(expected.begin(), expected.end(),
                                           [&](const auto& name) { return row.gone.count(name); }),
                            expected.end());
-            ASSERT_EQ(before - expected.size(), row.gone.size());
+            ASSERT_GE(before - expected.size(), row.gone.size());
             const stream_capture out(std::cout);
             morva::osg::takeInteriorOff(root.get(), 3, 0, threads);
             EXPECT_EQ(drawn(root.get()), expected);
