@@ -24,14 +24,62 @@ struct placed_size {
     texturinfo size, place;
 };
 
+/// Corners by which rectangles find each other.
+enum class corner { origin, right, below };
+
+/// Free rectangles by number, each entered under its corners.
+class corner_table {
+  public:
+    using number = std::uint32_t;
+    static constexpr number none = std::numeric_limits<number>::max();
+
+    /// Where a corner of a rectangle is.
+    struct point {
+        std::int64_t x, y;
+    };
+    static point pointOf(const placed_size& of, corner which) {
+        const std::int64_t x = of.place.width, y = of.place.height;
+        return {which == corner::right ? x + of.size.width : x,
+                which == corner::below ? y + of.size.height : y};
+    }
+
+    bool hasRoomFor(std::size_t more) const { return 2 * (entered_ + more) <= heads_.size(); }
+    /// Drops all, and makes room for so many.
+    void clear(std::size_t rectangles);
+    void enter(number rectangle, const placed_size& of);
+
+    /// Calls `use` with those that may have a corner at a point, others among them.
+    template <typename Use> void each(corner which, const point& at, const Use& use) const {
+        if (heads_.empty())
+            return;
+        for (number entry = heads_[slotOf(which, at)]; entry != none; entry = next_[entry]) {
+            if (entry % 3 == static_cast<number>(which))
+                use(entry / 3);
+        }
+    }
+
+  private:
+    std::size_t slotOf(corner which, const point& at) const {
+        std::uint64_t hash = static_cast<std::uint64_t>(at.x) * 0x9E3779B97F4A7C15U +
+                             static_cast<std::uint64_t>(at.y) * 0xC2B2AE3D27D4EB4FU +
+                             static_cast<std::uint64_t>(which);
+        hash ^= hash >> 32U;
+        return static_cast<std::size_t>(hash * 0x9E3779B97F4A7C15U >> 20U) & (heads_.size() - 1);
+    }
+
+    std::vector<number> heads_; ///< by hash of corner and point: the first entry
+    std::vector<number> next_;  ///< entry 3 * rectangle + corner: the next one of its hash
+    std::size_t entered_ = 0;   ///< rectangles
+};
+
 class free_pool {
   public:
     explicit free_pool(const texturatlas::map& content);
     texturatlas::map content() const;
 
-    bool empty() const { return spaces_.empty(); }
-    std::size_t size() const { return spaces_.size(); }
-    const placed_size& operator[](std::size_t at) const { return spaces_[at]; }
+    bool empty() const { return sorted_.empty(); }
+    std::size_t size() const { return sorted_.size(); }
+    const placed_size& operator[](std::size_t at) const { return sorted_[at].space; }
 
     /// Where the first one is that does not come before a size.
     std::size_t notBefore(const texturinfo& size) const;
@@ -39,11 +87,41 @@ class free_pool {
     void add(std::int64_t width, std::int64_t height, std::int64_t x, std::int64_t y);
     void remove(std::size_t at);
 
-    /// See texturatlas::combineFreeSpaces().
+    /// See texturatlas::combineFreeSpaces(). Costs what has changed since the last time.
     void combine();
 
   private:
-    std::vector<placed_size> spaces_; ///< in order
+    using number = corner_table::number;
+
+    struct numbered {
+        placed_size space;
+        number own;
+    };
+
+    void add(const placed_size& space);
+    std::size_t placeOf(number rectangle) const;
+    bool isBefore(number a, number b) const;
+
+    void askFresh();
+    void ask(number rectangle);
+    void askBeside(number rectangle);
+    number take();
+    number partnerOf(number asked) const;
+    void join(number a, number b);
+    void enter(const std::vector<number>& fresh);
+    template <typename Use>
+    void eachBeside(corner theirs, const corner_table::point& at, bool by_height,
+                    const placed_size& side, const Use& use) const;
+
+    std::vector<numbered> sorted_; ///< those that there are
+
+    // Of every rectangle that ever was, by its number, which tells its age.
+    std::vector<placed_size> spaces_;
+    std::vector<bool> alive_;
+
+    std::vector<number> fresh_; ///< added since the last combine(): no others can have a partner
+    std::vector<number> queue_; ///< within combine(): a heap of those that may have one, or be gone
+    corner_table corners_;      ///< all but the fresh ones
 };
 
 } // namespace morva
