@@ -36,13 +36,13 @@ free_pool::free_pool(const texturatlas::map& content) {
 texturatlas::map free_pool::content() const {
     texturatlas::map made;
     for (const numbered& one : sorted_)
-        made.emplace_hint(made.end(), one.space.size, one.space.place);
+        made.emplace_hint(made.end(), one.size, spaces_[one.own].place);
     return made;
 }
 
 std::size_t free_pool::notBefore(const texturinfo& size) const {
-    const auto found = std::partition_point(
-        sorted_.begin(), sorted_.end(), [&](const numbered& one) { return one.space.size < size; });
+    const auto found = std::partition_point(sorted_.begin(), sorted_.end(),
+                                            [&](const numbered& one) { return one.size < size; });
     return static_cast<std::size_t>(found - sorted_.begin());
 }
 
@@ -53,9 +53,9 @@ void free_pool::add(std::int64_t width, std::int64_t height, std::int64_t x, std
 void free_pool::add(const placed_size& space) {
     const auto behind =
         std::partition_point(sorted_.begin(), sorted_.end(),
-                             [&](const numbered& one) { return !(space.size < one.space.size); });
+                             [&](const numbered& one) { return !(space.size < one.size); });
     const auto own = static_cast<number>(spaces_.size());
-    sorted_.insert(behind, {space, own});
+    sorted_.insert(behind, {space.size, own});
     spaces_.push_back(space);
     alive_.push_back(true);
     fresh_.push_back(own);
@@ -120,12 +120,15 @@ free_pool::number free_pool::partnerOf(number asked) const {
     return first;
 }
 
-/// Asks those that a rectangle lies right of or below.
-void free_pool::askBeside(number rectangle) {
+/// Asks those older than `youngest` that a rectangle lies right of or below.
+void free_pool::askBeside(number rectangle, number youngest) {
     const placed_size space = spaces_[rectangle];
     for (const corner side : {corner::right, corner::below})
         eachBeside(side, corner_table::pointOf(space, corner::origin), side == corner::right, space,
-                   [this](number beside) { ask(beside); });
+                   [&](number beside) {
+                       if (beside < youngest)
+                           ask(beside);
+                   });
 }
 
 void free_pool::enter(const std::vector<number>& fresh) {
@@ -138,7 +141,7 @@ void free_pool::enter(const std::vector<number>& fresh) {
     }
     corners_.clear(2 * sorted_.size());
     for (const numbered& one : sorted_)
-        corners_.enter(one.own, one.space);
+        corners_.enter(one.own, spaces_[one.own]);
 }
 
 void free_pool::join(number a, number b) {
@@ -166,8 +169,9 @@ void free_pool::askFresh() {
     for (const number one : fresh) {
         if (!alive_[one])
             continue;
-        ask(one);
-        askBeside(one);
+        if (partnerOf(one) != corner_table::none)
+            ask(one);
+        askBeside(one, fresh.front()); // which come one after the other, and are asked themselves
     }
 }
 

@@ -79,7 +79,8 @@ class free_pool {
 
     bool empty() const { return sorted_.empty(); }
     std::size_t size() const { return sorted_.size(); }
-    const placed_size& operator[](std::size_t at) const { return sorted_[at].space; }
+    const texturinfo& sizeOf(std::size_t at) const { return sorted_[at].size; }
+    const texturinfo& placeAt(std::size_t at) const { return spaces_[sorted_[at].own].place; }
 
     /// Where the first one is that does not come before a size.
     std::size_t notBefore(const texturinfo& size) const;
@@ -94,7 +95,7 @@ class free_pool {
     using number = corner_table::number;
 
     struct numbered {
-        placed_size space;
+        texturinfo size;
         number own;
     };
 
@@ -104,7 +105,7 @@ class free_pool {
 
     void askFresh();
     void ask(number rectangle);
-    void askBeside(number rectangle);
+    void askBeside(number rectangle, number youngest);
     number take();
     number partnerOf(number asked) const;
     void join(number a, number b);

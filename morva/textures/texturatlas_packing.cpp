@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstddef>
+#include <iterator>
 #include <vector>
 
 #include <morva/textures/texturatlas_free_pool.h>
@@ -136,7 +137,7 @@ class packing {
             const std::size_t found = freePlaceFor(size);
             if (found == pool_.size())
                 break;
-            const placed_size space = pool_[found];
+            const placed_size space{pool_.sizeOf(found), pool_.placeAt(found)};
             pool_.remove(found);
             cutOff(space, size);
             put(size, space.place.width, space.place.height);
@@ -152,10 +153,10 @@ class packing {
         // stand before are too low.
         std::size_t at = pool_.notBefore(size);
         while (at < pool_.size()) {
-            const placed_size& space = pool_[at];
-            if (space.size.width < size.width || space.size.height < size.height)
+            const texturinfo& space = pool_.sizeOf(at);
+            if (space.width < size.width || space.height < size.height)
                 ++at;
-            else if (isFree(size, space.place.width, space.place.height))
+            else if (isFree(size, pool_.placeAt(at).width, pool_.placeAt(at).height))
                 break;
             else
                 pool_.remove(at);
@@ -271,9 +272,17 @@ texturatlas::map byOwnSizes(const std::vector<placed_size>& places,
                             const std::vector<placed_size>& items, const bordered& border) {
     texturatlas::map placed;
     const std::size_t others = places.size() - items.size();
+    auto last = placed.end();
     for (std::size_t i = 0; i < places.size(); ++i) {
         const texturinfo& size = i < others ? places[i].size : items[i - others].place;
-        placed.emplace(size, border.inside(places[i].place));
+        const texturinfo place = border.inside(places[i].place);
+        // Sizes mostly come from the largest down: their places in the map are known then.
+        if (last == placed.end() || size < placed.begin()->first)
+            last = placed.emplace_hint(placed.begin(), size, place);
+        else if (size == last->first)
+            last = placed.emplace_hint(std::next(last), size, place);
+        else
+            last = placed.emplace(size, place);
     }
     return placed;
 }
