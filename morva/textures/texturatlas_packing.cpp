@@ -231,8 +231,11 @@ std::vector<placed_size> sortedItems(const texturatlas& atlas, const bordered& b
     sorted.reserve(atlas.items.size());
     for (auto item = atlas.items.rbegin(); item != atlas.items.rend(); ++item)
         sorted.push_back({border(*item), *item});
-    std::stable_sort(sorted.begin(), sorted.end(),
-                     [](const placed_size& a, const placed_size& b) { return b.size < a.size; });
+    const auto is_larger = [](const placed_size& x, const placed_size& y) {
+        return y.size < x.size;
+    };
+    if (!std::is_sorted(sorted.begin(), sorted.end(), is_larger)) // borders have changed the order
+        std::stable_sort(sorted.begin(), sorted.end(), is_larger);
     return sorted;
 }
 
