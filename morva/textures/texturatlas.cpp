@@ -10,7 +10,7 @@ namespace morva {
 namespace {
 
 /// The largest divisor of a number that is not above its root and not below 3; 0 if there is none.
-std::int64_t divisorNearRoot(std::int64_t number) {
+std::int64_t divisor_near_root(std::int64_t number) {
     auto divisor = static_cast<std::int64_t>(std::sqrt(static_cast<double>(number)));
     while (divisor >= 3 && number % divisor != 0)
         --divisor;
@@ -19,9 +19,9 @@ std::int64_t divisorNearRoot(std::int64_t number) {
 
 /// The columns of the arrangement of 11 or more that leaves the fewest places empty, and of those
 /// the squarest. Of 3 rows at most two places stay empty, so that no more need be looked at.
-std::int64_t columnsOf(std::int64_t count) {
+std::int64_t columns_of(std::int64_t count) {
     for (std::int64_t empty = 0;; ++empty) {
-        const std::int64_t rows = divisorNearRoot(count + empty);
+        const std::int64_t rows = divisor_near_root(count + empty);
         if (rows != 0)
             return (count + empty) / rows;
     }
@@ -38,7 +38,7 @@ int texturatlas::calcItemsInRow(int count) const {
     const auto root = static_cast<int>(std::sqrt(static_cast<double>(count)));
     if (root * root == count)
         return root;
-    std::int64_t columns = columnsOf(count);
+    std::int64_t columns = columns_of(count);
     if (!groupSizes.empty()) {
         const std::int64_t wide = groupSizes[0].width, high = groupSizes[0].height;
         if (high > 2 * wide)

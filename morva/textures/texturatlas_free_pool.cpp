@@ -4,7 +4,7 @@ namespace morva {
 
 namespace {
 
-bool hasArea(const texturinfo& size) { return size.width != 0 && size.height != 0; }
+bool has_area(const texturinfo& size) { return size.width != 0 && size.height != 0; }
 
 } // namespace
 
@@ -21,7 +21,7 @@ void corner_table::enter(number rectangle, const placed_size& of) {
         next_.resize(std::max(2 * next_.size(), 3 * (std::size_t{rectangle} + 1)));
     for (const corner which : {corner::origin, corner::right, corner::below}) {
         const number entry = 3 * rectangle + static_cast<number>(which);
-        number& head = heads_[slotOf(which, pointOf(of, which))];
+        number& head = heads_[slot_of(which, point_of(of, which))];
         next_[entry] = head;
         head = entry;
     }
@@ -40,7 +40,7 @@ texturatlas::map free_pool::content() const {
     return made;
 }
 
-std::size_t free_pool::notBefore(const texturinfo& size) const {
+std::size_t free_pool::not_before(const texturinfo& size) const {
     const auto found = std::partition_point(sorted_.begin(), sorted_.end(),
                                             [&](const numbered& one) { return one.size < size; });
     return static_cast<std::size_t>(found - sorted_.begin());
@@ -66,14 +66,16 @@ void free_pool::remove(std::size_t at) {
     sorted_.erase(sorted_.begin() + static_cast<std::ptrdiff_t>(at));
 }
 
-std::size_t free_pool::placeOf(number rectangle) const {
-    std::size_t at = notBefore(spaces_[rectangle].size);
-    while (sorted_[at].own != rectangle)
-        ++at;
-    return at;
+std::size_t free_pool::place_of(number rectangle) const {
+    const texturinfo& size = spaces_[rectangle].size;
+    const auto found =
+        std::partition_point(sorted_.begin(), sorted_.end(), [&](const numbered& one) {
+            return one.size == size ? one.own < rectangle : one.size < size;
+        });
+    return static_cast<std::size_t>(found - sorted_.begin());
 }
 
-bool free_pool::isBefore(number a, number b) const {
+bool free_pool::is_before(number a, number b) const {
     const texturinfo &left = spaces_[a].size, &right = spaces_[b].size;
     return left == right ? a < b : left < right;
 }
@@ -81,12 +83,12 @@ bool free_pool::isBefore(number a, number b) const {
 void free_pool::ask(number rectangle) {
     queue_.push_back(rectangle);
     std::push_heap(queue_.begin(), queue_.end(),
-                   [this](number a, number b) { return isBefore(b, a); });
+                   [this](number a, number b) { return is_before(b, a); });
 }
 
 free_pool::number free_pool::take() {
     std::pop_heap(queue_.begin(), queue_.end(),
-                  [this](number a, number b) { return isBefore(b, a); });
+                  [this](number a, number b) { return is_before(b, a); });
     const number taken = queue_.back();
     queue_.pop_back();
     return taken;
@@ -94,45 +96,45 @@ free_pool::number free_pool::take() {
 
 /// Calls `use` with those that have a corner at a point, and share that side with `side`.
 template <typename Use>
-void free_pool::eachBeside(corner theirs, const corner_table::point& at, bool by_height,
-                           const placed_size& side, const Use& use) const {
+void free_pool::each_beside(corner theirs, const corner_table::point& at, bool by_height,
+                            const placed_size& side, const Use& use) const {
     corners_.each(theirs, at, [&](number other) {
         const placed_size& space = spaces_[other];
         const bool fits =
             by_height ? space.size.height == side.size.height : space.size.width == side.size.width;
-        const corner_table::point own = corner_table::pointOf(space, theirs);
+        const corner_table::point own = corner_table::point_of(space, theirs);
         if (fits && alive_[other] && own.x == at.x && own.y == at.y)
             use(other);
     });
 }
 
 /// The first in order that lies right of or below one; none if there is none.
-free_pool::number free_pool::partnerOf(number asked) const {
+free_pool::number free_pool::partner_of(number asked) const {
     const placed_size& space = spaces_[asked];
     number first = corner_table::none;
     const auto take_first = [&](number other) {
-        if (first == corner_table::none || isBefore(other, first))
+        if (first == corner_table::none || is_before(other, first))
             first = other;
     };
     for (const corner side : {corner::right, corner::below})
-        eachBeside(corner::origin, corner_table::pointOf(space, side), side == corner::right, space,
-                   take_first);
+        each_beside(corner::origin, corner_table::point_of(space, side), side == corner::right,
+                    space, take_first);
     return first;
 }
 
 /// Asks those older than `youngest` that a rectangle lies right of or below.
-void free_pool::askBeside(number rectangle, number youngest) {
+void free_pool::ask_beside(number rectangle, number youngest) {
     const placed_size space = spaces_[rectangle];
     for (const corner side : {corner::right, corner::below})
-        eachBeside(side, corner_table::pointOf(space, corner::origin), side == corner::right, space,
-                   [&](number beside) {
-                       if (beside < youngest)
-                           ask(beside);
-                   });
+        each_beside(side, corner_table::point_of(space, corner::origin), side == corner::right,
+                    space, [&](number beside) {
+                        if (beside < youngest)
+                            ask(beside);
+                    });
 }
 
 void free_pool::enter(const std::vector<number>& fresh) {
-    if (corners_.hasRoomFor(fresh.size())) {
+    if (corners_.has_room_for(fresh.size())) {
         for (const number one : fresh) {
             if (alive_[one])
                 corners_.enter(one, spaces_[one]);
@@ -151,34 +153,34 @@ void free_pool::join(number a, number b) {
         both.size.width = saturated(std::int64_t{both.size.width} + other.size.width);
     else
         both.size.height = saturated(std::int64_t{both.size.height} + other.size.height);
-    remove(placeOf(b));
-    remove(placeOf(a));
-    if (hasArea(both.size))
+    remove(place_of(b));
+    remove(place_of(a));
+    if (has_area(both.size))
         add(both);
 }
 
 /// Takes the fresh ones in: drops those without area, and asks the others and who is beside them.
-void free_pool::askFresh() {
+void free_pool::ask_fresh() {
     const std::vector<number> fresh = std::move(fresh_);
     fresh_.clear();
     for (const number one : fresh) {
-        if (alive_[one] && !hasArea(spaces_[one].size))
-            remove(placeOf(one));
+        if (alive_[one] && !has_area(spaces_[one].size))
+            remove(place_of(one));
     }
     enter(fresh);
     for (const number one : fresh) {
         if (!alive_[one])
             continue;
-        if (partnerOf(one) != corner_table::none)
+        if (partner_of(one) != corner_table::none)
             ask(one);
-        askBeside(one, fresh.front()); // which come one after the other, and are asked themselves
+        ask_beside(one, fresh.front()); // which come one after the other, and are asked themselves
     }
 }
 
 void free_pool::combine() {
-    for (askFresh(); !queue_.empty(); askFresh()) {
+    for (ask_fresh(); !queue_.empty(); ask_fresh()) {
         const number asked = take();
-        const number partner = alive_[asked] ? partnerOf(asked) : corner_table::none;
+        const number partner = alive_[asked] ? partner_of(asked) : corner_table::none;
         if (partner != corner_table::none)
             join(asked, partner);
     }

@@ -37,13 +37,13 @@ class corner_table {
     struct point {
         std::int64_t x, y;
     };
-    static point pointOf(const placed_size& of, corner which) {
+    static point point_of(const placed_size& of, corner which) {
         const std::int64_t x = of.place.width, y = of.place.height;
         return {which == corner::right ? x + of.size.width : x,
                 which == corner::below ? y + of.size.height : y};
     }
 
-    bool hasRoomFor(std::size_t more) const { return 2 * (entered_ + more) <= heads_.size(); }
+    bool has_room_for(std::size_t more) const { return 2 * (entered_ + more) <= heads_.size(); }
     /// Drops all, and makes room for so many.
     void clear(std::size_t rectangles);
     void enter(number rectangle, const placed_size& of);
@@ -52,14 +52,14 @@ class corner_table {
     template <typename Use> void each(corner which, const point& at, const Use& use) const {
         if (heads_.empty())
             return;
-        for (number entry = heads_[slotOf(which, at)]; entry != none; entry = next_[entry]) {
+        for (number entry = heads_[slot_of(which, at)]; entry != none; entry = next_[entry]) {
             if (entry % 3 == static_cast<number>(which))
                 use(entry / 3);
         }
     }
 
   private:
-    std::size_t slotOf(corner which, const point& at) const {
+    std::size_t slot_of(corner which, const point& at) const {
         std::uint64_t hash = static_cast<std::uint64_t>(at.x) * 0x9E3779B97F4A7C15U +
                              static_cast<std::uint64_t>(at.y) * 0xC2B2AE3D27D4EB4FU +
                              static_cast<std::uint64_t>(which);
@@ -77,13 +77,12 @@ class free_pool {
     explicit free_pool(const texturatlas::map& content);
     texturatlas::map content() const;
 
-    bool empty() const { return sorted_.empty(); }
     std::size_t size() const { return sorted_.size(); }
-    const texturinfo& sizeOf(std::size_t at) const { return sorted_[at].size; }
-    const texturinfo& placeAt(std::size_t at) const { return spaces_[sorted_[at].own].place; }
+    const texturinfo& size_of(std::size_t at) const { return sorted_[at].size; }
+    const texturinfo& place_at(std::size_t at) const { return spaces_[sorted_[at].own].place; }
 
     /// Where the first one is that does not come before a size.
-    std::size_t notBefore(const texturinfo& size) const;
+    std::size_t not_before(const texturinfo& size) const;
     /// Adds one behind those of its size.
     void add(std::int64_t width, std::int64_t height, std::int64_t x, std::int64_t y);
     void remove(std::size_t at);
@@ -100,19 +99,19 @@ class free_pool {
     };
 
     void add(const placed_size& space);
-    std::size_t placeOf(number rectangle) const;
-    bool isBefore(number a, number b) const;
+    std::size_t place_of(number rectangle) const;
+    bool is_before(number a, number b) const;
 
-    void askFresh();
+    void ask_fresh();
     void ask(number rectangle);
-    void askBeside(number rectangle, number youngest);
+    void ask_beside(number rectangle, number youngest);
     number take();
-    number partnerOf(number asked) const;
+    number partner_of(number asked) const;
     void join(number a, number b);
     void enter(const std::vector<number>& fresh);
     template <typename Use>
-    void eachBeside(corner theirs, const corner_table::point& at, bool by_height,
-                    const placed_size& side, const Use& use) const;
+    void each_beside(corner theirs, const corner_table::point& at, bool by_height,
+                     const placed_size& side, const Use& use) const;
 
     std::vector<numbered> sorted_; ///< those that there are
 

@@ -44,12 +44,12 @@ class packing {
   public:
     /// groups  counts and sizes, the largest first; not empty
     packing(const texturatlas& groups, free_pool& pool, bool apart)
-        : groups_(groups), pool_(pool), rows_(apart ? tallestOf(groups) : 0) {}
+        : groups_(groups), pool_(pool), rows_(apart ? tallest_of(groups) : 0) {}
 
     /// All of one size, in rows.
     void grid() {
         const texturinfo size = groups_.groupSizes[0];
-        const int columns = columnsFor(groups_.groupCounts[0]);
+        const int columns = columns_for(groups_.groupCounts[0]);
         std::int64_t x = 0, y = 0;
         for (int i = 0, column = 0; i < groups_.groupCounts[0]; ++i, ++column) {
             if (column == columns) {
@@ -66,10 +66,10 @@ class packing {
 
     /// Group after group, in shelves.
     void shelves(std::int64_t widest, unsigned int maximumWidth) {
-        chooseWidth(widest, maximumWidth);
+        choose_width(widest, maximumWidth);
         height = groups_.groupSizes[0].height;
         for (std::size_t i = 0; i < groups_.groupSizes.size(); ++i)
-            placeGroup(groups_.groupSizes[i], groups_.groupCounts[i]);
+            place_group(groups_.groupSizes[i], groups_.groupCounts[i]);
     }
 
     std::vector<placed_size> places; ///< in the order of placing
@@ -77,18 +77,18 @@ class packing {
     std::int64_t height = 0;         ///< lower end of the last shelf
 
   private:
-    static std::int32_t tallestOf(const texturatlas& groups) {
+    static std::int32_t tallest_of(const texturatlas& groups) {
         std::int32_t tallest = 0;
         for (const texturinfo& size : groups.groupSizes)
             tallest = std::max(tallest, size.height);
         return tallest;
     }
 
-    int columnsFor(std::int64_t count) const { return groups_.calcItemsInRow(saturated(count)); }
+    int columns_for(std::int64_t count) const { return groups_.calcItemsInRow(saturated(count)); }
 
     /// How many rectangles of the largest size a group is worth; 0 where a side of 0 leaves that
     /// open.
-    double worthOf(std::size_t group) const {
+    double worth_of(std::size_t group) const {
         const texturinfo largest = groups_.groupSizes[0], size = groups_.groupSizes[group];
         const auto ratio = [](std::int32_t a, std::int32_t b) {
             return static_cast<double>(a) / static_cast<double>(b);
@@ -99,13 +99,13 @@ class packing {
     }
 
     /// What all groups are worth in rectangles of the largest size, in about a square of those.
-    void chooseWidth(std::int64_t widest, unsigned int maximumWidth) {
+    void choose_width(std::int64_t widest, unsigned int maximumWidth) {
         double worth = 0.0;
         for (std::size_t i = 1; i < groups_.groupSizes.size(); ++i)
-            worth += worthOf(i);
+            worth += worth_of(i);
         constexpr double most = 1e18;
         const auto whole = static_cast<std::int64_t>(std::clamp(worth + 0.5, -most, most));
-        const std::int64_t columns = columnsFor(whole + groups_.groupCounts[0]);
+        const std::int64_t columns = columns_for(whole + groups_.groupCounts[0]);
         width = std::max(columns * groups_.groupSizes[0].width, widest);
         if (maximumWidth >= 1 && maximumWidth <= widest_limit)
             width = std::min<std::int64_t>(width, maximumWidth);
@@ -115,31 +115,31 @@ class packing {
         places.push_back({size, {saturated(x), saturated(y)}});
         rows_.add(places.back());
     }
-    bool isFree(const texturinfo& size, std::int64_t x, std::int64_t y) const {
+    bool is_free(const texturinfo& size, std::int64_t x, std::int64_t y) const {
         return !rows_.meets({size, {saturated(x), saturated(y)}});
     }
 
-    void placeGroup(const texturinfo& size, int count) {
+    void place_group(const texturinfo& size, int count) {
         start_x_ = x_;
         y_ = row_y_;
         stacked_ = new_shelf_ = false;
-        for (int left = count - placeInPool(size, count); left > 0; --left)
-            placeOnShelf(size);
+        for (int left = count - place_in_pool(size, count); left > 0; --left)
+            place_on_shelf(size);
         if (!new_shelf_ && start_x_ != 0)
-            freeBelowLine(size);
+            free_below_line(size);
         row_y_ = y_;
     }
 
     /// Returns how many were placed.
-    int placeInPool(const texturinfo& size, int count) {
+    int place_in_pool(const texturinfo& size, int count) {
         int done = 0;
         while (done < count) {
-            const std::size_t found = freePlaceFor(size);
+            const std::size_t found = free_place_for(size);
             if (found == pool_.size())
                 break;
-            const placed_size space{pool_.sizeOf(found), pool_.placeAt(found)};
+            const placed_size space{pool_.size_of(found), pool_.place_at(found)};
             pool_.remove(found);
-            cutOff(space, size);
+            cut_off(space, size);
             put(size, space.place.width, space.place.height);
             ++done;
         }
@@ -148,15 +148,15 @@ class packing {
 
     /// The first of a size itself, or else the first with room for it; the end if there is none.
     /// What holds an item already goes.
-    std::size_t freePlaceFor(const texturinfo& size) {
+    std::size_t free_place_for(const texturinfo& size) {
         // All of a size itself stand in front of those that are only large enough, and those that
         // stand before are too low.
-        std::size_t at = pool_.notBefore(size);
+        std::size_t at = pool_.not_before(size);
         while (at < pool_.size()) {
-            const texturinfo& space = pool_.sizeOf(at);
+            const texturinfo& space = pool_.size_of(at);
             if (space.width < size.width || space.height < size.height)
                 ++at;
-            else if (isFree(size, pool_.placeAt(at).width, pool_.placeAt(at).height))
+            else if (is_free(size, pool_.place_at(at).width, pool_.place_at(at).height))
                 break;
             else
                 pool_.remove(at);
@@ -165,7 +165,7 @@ class packing {
     }
 
     /// Keeps what an item leaves of a free rectangle: below it, and all of the height beside it.
-    void cutOff(const placed_size& space, const texturinfo& size) {
+    void cut_off(const placed_size& space, const texturinfo& size) {
         const std::int64_t x = space.place.width, y = space.place.height;
         const std::int64_t wide = space.size.width, high = space.size.height;
         if (size.height < high)
@@ -174,25 +174,25 @@ class packing {
             pool_.add(wide - size.width, high, x + size.width, y);
     }
 
-    void placeOnShelf(const texturinfo& size) {
+    void place_on_shelf(const texturinfo& size) {
         const std::int64_t w = size.width, h = size.height;
-        if (x_ + w > width || !isFree(size, x_, y_)) {
+        if (x_ + w > width || !is_free(size, x_, y_)) {
             if (width - x_ > 0)
                 pool_.add(width - x_, h, x_, y_);
             // A line that would fit exactly is not taken.
-            if (y_ + 2 * h < height && start_x_ + w < width && isFree(size, start_x_, y_ + h)) {
+            if (y_ + 2 * h < height && start_x_ + w < width && is_free(size, start_x_, y_ + h)) {
                 y_ += h;
                 x_ = start_x_;
                 stacked_ = true;
             } else {
-                openShelf(h);
+                open_shelf(h);
             }
         }
         put(size, x_, y_);
         x_ += w;
     }
 
-    void openShelf(std::int64_t h) {
+    void open_shelf(std::int64_t h) {
         if (y_ + h < height)
             pool_.add(width - start_x_, height - h - y_, start_x_, y_ + h);
         pool_.combine();
@@ -203,14 +203,14 @@ class packing {
     }
 
     /// Keeps what a group leaves free under its line.
-    void freeBelowLine(const texturinfo& size) {
+    void free_below_line(const texturinfo& size) {
         const std::int64_t h = size.height, rest = height - h - row_y_;
         if (rest < 1 || y_ >= height)
             return;
         if (!stacked_)
             pool_.add(x_ - start_x_, rest, start_x_, row_y_ + h);
-        else if (y_ + h < height &&
-                 width - x_ > 0) // wide from x on, but from the start: on purpose
+        // As wide as the last line leaves, but from the start of the lines: on purpose.
+        else if (y_ + h < height && width - x_ > 0)
             pool_.add(width - x_, height - y_ - h, start_x_, y_ + h);
     }
 
@@ -226,7 +226,7 @@ class packing {
 };
 
 /// Items, the largest first: of each, its size as packed, and its own in the place of its place.
-std::vector<placed_size> sortedItems(const texturatlas& atlas, const bordered& border) {
+std::vector<placed_size> sorted_items(const texturatlas& atlas, const bordered& border) {
     std::vector<placed_size> sorted;
     sorted.reserve(atlas.items.size());
     for (auto item = atlas.items.rbegin(); item != atlas.items.rend(); ++item)
@@ -239,7 +239,7 @@ std::vector<placed_size> sortedItems(const texturatlas& atlas, const bordered& b
     return sorted;
 }
 
-void addGroups(const std::vector<placed_size>& items, texturatlas& groups) {
+void add_groups(const std::vector<placed_size>& items, texturatlas& groups) {
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (i != 0 && items[i].size == items[i - 1].size) {
             ++groups.groupCounts.back();
@@ -250,7 +250,7 @@ void addGroups(const std::vector<placed_size>& items, texturatlas& groups) {
     }
 }
 
-std::int64_t widestOf(const std::vector<placed_size>& items) {
+std::int64_t widest_of(const std::vector<placed_size>& items) {
     std::int64_t widest = items[0].size.width;
     for (const placed_size& item : items)
         widest = std::max<std::int64_t>(widest, item.size.width);
@@ -258,7 +258,7 @@ std::int64_t widestOf(const std::vector<placed_size>& items) {
 }
 
 /// The right end of all that is placed.
-std::int64_t extentOf(const texturatlas::map& before, const std::vector<placed_size>& places) {
+std::int64_t extent_of(const texturatlas::map& before, const std::vector<placed_size>& places) {
     std::int64_t extent = 0;
     const auto reach = [&extent](const texturinfo& size, const texturinfo& place) {
         extent = std::max(extent, std::int64_t{place.width} + size.width);
@@ -271,8 +271,8 @@ std::int64_t extentOf(const texturatlas::map& before, const std::vector<placed_s
 }
 
 /// Items by their own sizes, behind what else was placed.
-texturatlas::map byOwnSizes(const std::vector<placed_size>& places,
-                            const std::vector<placed_size>& items, const bordered& border) {
+texturatlas::map by_own_sizes(const std::vector<placed_size>& places,
+                              const std::vector<placed_size>& items, const bordered& border) {
     texturatlas::map placed;
     const std::size_t others = places.size() - items.size();
     auto last = placed.end();
@@ -297,22 +297,22 @@ void pack(texturatlas& atlas, unsigned int maximumWidth, const packing_rules& ru
         return;
     atlas.items.sort();
     const bordered border(rules.padding);
-    const std::vector<placed_size> items = sortedItems(atlas, border);
+    const std::vector<placed_size> items = sorted_items(atlas, border);
     texturatlas groups; // with those of runs before
     groups.groupCounts = atlas.groupCounts;
     groups.groupSizes = atlas.groupSizes;
     groups.groupCounts.resize(groups.groupSizes.size());
-    addGroups(items, groups);
+    add_groups(items, groups);
 
     free_pool pool(atlas.freeSpaces);
     packing run(groups, pool, rules.apart);
     if (groups.groupSizes.size() == 1) {
         run.grid();
     } else {
-        run.shelves(widestOf(items), maximumWidth);
-        run.width = extentOf(atlas.placed, run.places);
+        run.shelves(widest_of(items), maximumWidth);
+        run.width = extent_of(atlas.placed, run.places);
     }
-    texturatlas::map placed = byOwnSizes(run.places, items, border);
+    texturatlas::map placed = by_own_sizes(run.places, items, border);
     texturatlas::map free_spaces = pool.content();
 
     // Nothing fails from here on.

@@ -21,7 +21,7 @@ class placed_rows {
 
     void add(const placed_size& item) {
         if (on_)
-            rows_[rowOf(item.place.height)].push_back(item);
+            rows_[row_of(item.place.height)].push_back(item);
     }
 
     /// Whether an item and a place share some area.
@@ -29,8 +29,8 @@ class placed_rows {
         if (!on_)
             return false;
         // An item that begins above the row before ends above the place.
-        const std::int64_t last = rowOf(std::int64_t{place.place.height} + place.size.height);
-        for (std::int64_t row = rowOf(place.place.height) - 1; row <= last; ++row) {
+        const std::int64_t last = row_of(std::int64_t{place.place.height} + place.size.height);
+        for (std::int64_t row = row_of(place.place.height) - 1; row <= last; ++row) {
             const auto found = rows_.find(row);
             if (found == rows_.end())
                 continue;
@@ -46,7 +46,7 @@ class placed_rows {
     }
 
   private:
-    std::int64_t rowOf(std::int64_t y) const { return y >> shift_; }
+    std::int64_t row_of(std::int64_t y) const { return y >> shift_; }
 
     static bool overlap(std::int64_t a, std::int64_t a_size, std::int64_t b, std::int64_t b_size) {
         return a_size > 0 && b_size > 0 && a < b + b_size && b < a + a_size;
