@@ -155,8 +155,7 @@ void free_pool::join(number a, number b) {
         both.size.height = saturated(std::int64_t{both.size.height} + other.size.height);
     remove(place_of(b));
     remove(place_of(a));
-    if (has_area(both.size))
-        add(both);
+    add(both);
 }
 
 /// Takes the fresh ones in: drops those without area, and asks the others and who is beside them.
