@@ -7,17 +7,16 @@
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
-#include <cstring>
 #include <random>
 #include <vector>
 
 #include <benchmark/benchmark.h>
-#include <embree3/rtcore.h>
 
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/trees/bih_tree.h>
 #include <morva/trees/ray_traversal.h>
 
+#include "embree_scene.h"
 #include "scenes.h"
 
 namespace {
@@ -28,27 +27,17 @@ using ray_hit = morva::intersection_point<float, float3, float3>;
 
 constexpr morva::build_setup picking{3, 50};
 
-/// The triangles of a scene, `copies` times at the same place.
-std::vector<morva::float_triangle> trianglesOf(const ::osg::NodePtr& node, unsigned copies) {
-    morva::osg::osg_geoset geoset;
-    const auto collect = [&](const auto& self, const ::osg::NodePtr& at) -> void {
-        if (::osg::GeometryPtr::dcast(at->getCore()) != ::osg::NullFC)
-            morva::osg::extract(at, geoset, true, false, false, false, false);
-        for (::osg::UInt32 i = 0; i < at->getNChildren(); ++i)
-            self(self, at->getChild(i));
-    };
-    collect(collect, node);
-    geoset.setup();
-    geoset.convert();
-    std::vector<morva::float_triangle> triangles;
-    for (unsigned copy = 0; copy < copies; ++copy)
-        triangles.insert(triangles.end(), geoset.simple_tris, geoset.simple_tris + geoset.size);
-    return triangles;
-}
+using morva_bench::embree_scene;
 
+/// The triangles of the engine, `copies` times at the same place.
 std::vector<morva::float_triangle> engineTriangles(unsigned copies) {
     const morva_bench::silence quiet;
-    return trianglesOf(morva_bench::engineGrid(1, false).get(), copies);
+    const std::vector<morva::float_triangle> one =
+        morva_bench::trianglesOf(morva_bench::engineGrid(1, false).get());
+    std::vector<morva::float_triangle> triangles;
+    for (unsigned copy = 0; copy < copies; ++copy)
+        triangles.insert(triangles.end(), one.begin(), one.end());
+    return triangles;
 }
 
 /// A list with its tree.
@@ -82,78 +71,6 @@ ray_hit fire(const ray_scene& scene, const ray& r) {
     fire_ray_rec(scene.tree, 0, scene.list, r.from, to, inverse, entry, exit, hit, none, -1);
     return hit;
 }
-
-/// The same triangles in Embree.
-class embree_scene {
-  public:
-    explicit embree_scene(const ray_scene& scene)
-        : device_(rtcNewDevice("threads=1")), scene_(rtcNewScene(device_)) {
-        const std::size_t count = scene.triangles.size();
-        const RTCGeometry mesh = rtcNewGeometry(device_, RTC_GEOMETRY_TYPE_TRIANGLE);
-        std::memcpy(rtcSetNewGeometryBuffer(mesh, RTC_BUFFER_TYPE_VERTEX, 0, RTC_FORMAT_FLOAT3, 12,
-                                            3 * count),
-                    scene.triangles.data(), 36 * count);
-        auto* const corners = static_cast<std::uint32_t*>(
-            rtcSetNewGeometryBuffer(mesh, RTC_BUFFER_TYPE_INDEX, 0, RTC_FORMAT_UINT3, 12, count));
-        for (std::size_t i = 0; i < 3 * count; ++i)
-            corners[i] = static_cast<std::uint32_t>(i);
-        rtcSetGeometryIntersectFilterFunction(mesh, dropBackFace);
-        rtcSetGeometryOccludedFilterFunction(mesh, dropBackFace);
-        rtcCommitGeometry(mesh);
-        rtcAttachGeometry(scene_, mesh);
-        rtcReleaseGeometry(mesh);
-        rtcCommitScene(scene_);
-    }
-    embree_scene(const embree_scene&) = delete;
-    embree_scene& operator=(const embree_scene&) = delete;
-    ~embree_scene() {
-        rtcReleaseScene(scene_);
-        rtcReleaseDevice(device_);
-    }
-
-    RTCRayHit fire(const ray& r) const {
-        RTCIntersectContext context;
-        rtcInitIntersectContext(&context);
-        RTCRayHit query;
-        query.ray = rayOf(r);
-        query.hit.geomID = RTC_INVALID_GEOMETRY_ID;
-        rtcIntersect1(scene_, &context, &query);
-        return query;
-    }
-
-    bool isStopped(const ray& r) const {
-        RTCIntersectContext context;
-        rtcInitIntersectContext(&context);
-        RTCRay query = rayOf(r);
-        rtcOccluded1(scene_, &context, &query);
-        return query.tfar < 0;
-    }
-
-  private:
-    static RTCRay rayOf(const ray& r) {
-        RTCRay query;
-        query.org_x = r.from[0];
-        query.org_y = r.from[1];
-        query.org_z = r.from[2];
-        query.dir_x = r.direction[0];
-        query.dir_y = r.direction[1];
-        query.dir_z = r.direction[2];
-        query.tnear = query.time = 0;
-        query.tfar = 1e30f;
-        query.mask = 0xffffffffU;
-        query.flags = 0;
-        return query;
-    }
-    static void dropBackFace(const RTCFilterFunctionNArguments* arguments) {
-        const auto* const r = reinterpret_cast<const RTCRay*>(arguments->ray);
-        const auto* const hit = reinterpret_cast<const RTCHit*>(arguments->hit);
-        if (hit->Ng_x * r->dir_x + hit->Ng_y * r->dir_y + hit->Ng_z * r->dir_z >= 0)
-            arguments->valid[0] = 0;
-    }
-
-    RTCDevice device_;
-    RTCScene scene_;
-};
 
 /// A camera's rays: 500 times 500, a third of which hit.
 std::vector<ray> cameraRays(const ray_scene& scene) {
@@ -272,7 +189,7 @@ template <typename Same, typename Rival>
 void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&),
                   const Same& same, const Rival& rivalFire) {
     const ray_scene scene(engineTriangles(1));
-    const embree_scene rival(scene);
+    const embree_scene rival(scene.triangles);
     const std::vector<ray> rays = raysOf(scene);
     double equal = 0;
     for (const ray& r : rays)
@@ -290,14 +207,17 @@ void besideEmbree(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_
     state.counters["unequal"] = count - equal;
 }
 void closestHit(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
-    besideEmbree(state, raysOf, sameAnswer,
-                 [](const embree_scene& rival, const ray& r) { return rival.fire(r); });
+    besideEmbree(state, raysOf, sameAnswer, [](const embree_scene& rival, const ray& r) {
+        return rival.fire(r.from, r.direction);
+    });
 }
 void anyHit(benchmark::State& state, std::vector<ray> (*raysOf)(const ray_scene&)) {
     besideEmbree(
         state, raysOf,
         [](const ray&, const ray_hit& ours, bool theirs) { return ours.hit == theirs; },
-        [](const embree_scene& rival, const ray& r) { return rival.isStopped(r); });
+        [](const embree_scene& rival, const ray& r) {
+            return rival.isStopped(r.from, r.direction);
+        });
 }
 BENCHMARK_CAPTURE(closestHit, camera, cameraRays)->Iterations(10)->Unit(benchmark::kMillisecond);
 BENCHMARK_CAPTURE(closestHit, bounces, bouncedRays)->Iterations(10)->Unit(benchmark::kMillisecond);

@@ -13,6 +13,9 @@ SCENE = "OpenSG"
 PLAIN = {
     "core/morva_export.h", "core/morva_math.h", "core/morva_span.h", "core/morva_twister.h",
     "core/morva_twister.cpp", "textures/texturatlas.h", "textures/texturatlas.cpp",
+    "textures/texturatlas_free_pool.h", "textures/texturatlas_free_pool.cpp",
+    "textures/texturatlas_packing.h", "textures/texturatlas_packing.cpp",
+    "textures/texturatlas_rows.h",
     "core/morva_osg_limits.h", "core/morva_osg_params.h", "core/morva_osg_params.cpp",
     "core/morva_osg_sink.h", "core/morva_osg_sink.cpp", "core/morva_validate.h",
 }

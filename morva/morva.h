@@ -40,6 +40,7 @@
 #include <morva/picking/morva_osg_ray_hits.h>
 #include <morva/textures/morva_osg_atlas_images.h>
 #include <morva/textures/morva_osg_texcoords.h>
+#include <morva/textures/texturatlas.h>
 #include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/kd_tree.h>
