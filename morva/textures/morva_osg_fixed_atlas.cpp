@@ -126,40 +126,33 @@ void makeMinified(FixedTextureAtlas& atlas) {
     atlas.usedHeight = atlas.height;
 }
 
-::osg::StateChunkPtr newTexture(const ::osg::ImagePtr& image) {
-    const ::osg::TextureChunkPtr texture = ::osg::TextureChunk::create();
-    ::osg::ImagePtr shown = image; // the setter of some releases takes a reference
-    texture->setImage(shown);
-    return texture;
-}
-
-::osg::StateChunkPtr newBlending() {
-    const ::osg::BlendChunkPtr blending = ::osg::BlendChunk::create();
-    blending->setSrcFactor(gl_src_alpha);
-    blending->setDestFactor(gl_one_minus_src_alpha);
-    return blending;
-}
-
-::osg::StateChunkPtr newColors() {
-    const ::osg::MaterialChunkPtr colors = ::osg::MaterialChunk::create();
-    colors->setColorMaterial(gl_ambient_and_diffuse);
-    return colors;
-}
-
-void addTo(const ::osg::ChunkMaterialPtr& material, const ::osg::StateChunkPtr& chunk) {
-    const ::osg::RefPtr<::osg::StateChunkPtr> held(chunk);
-    const open_edit whole(chunk);
-    material->addChunk(chunk, any_slot);
+/// Makes a chunk of this kind, fills it and adds it.
+template <typename Chunk, typename Fill>
+void addNew(const ::osg::ChunkMaterialPtr& material, const Fill& fill) {
+    const ::osg::RefPtr<typename Chunk::Ptr> chunk(Chunk::create());
+    const open_edit whole(chunk.get());
+    fill(chunk.get());
+    material->addChunk(chunk.get(), any_slot);
 }
 
 void addChunks(const FixedTextureAtlas& atlas, const ::osg::ChunkMaterialPtr& material) {
     const open_edit edit(material);
     try {
-        addTo(material, newTexture(atlas.minifiedImage.get()));
-        if (atlas.transparent)
-            addTo(material, newBlending());
-        if (atlas.hasVertexColors)
-            addTo(material, newColors());
+        addNew<::osg::TextureChunk>(material, [&atlas](const ::osg::TextureChunkPtr& texture) {
+            ::osg::ImagePtr shown = atlas.minifiedImage.get(); // some setters take a reference
+            texture->setImage(shown);
+        });
+        if (atlas.transparent) {
+            addNew<::osg::BlendChunk>(material, [](const ::osg::BlendChunkPtr& blending) {
+                blending->setSrcFactor(gl_src_alpha);
+                blending->setDestFactor(gl_one_minus_src_alpha);
+            });
+        }
+        if (atlas.hasVertexColors) {
+            addNew<::osg::MaterialChunk>(material, [](const ::osg::MaterialChunkPtr& colors) {
+                colors->setColorMaterial(gl_ambient_and_diffuse);
+            });
+        }
     } catch (const std::bad_alloc&) {
         material->clearChunks(); // one chunk alone would count as done
         throw;
