@@ -39,13 +39,30 @@ drawn_area clipped(const drawn_area& area, const canvas& target) {
             std::max<std::int64_t>(bottom - top, 0)};
 }
 
-/// Copies pixels into a canvas of another format.
-void convertPixels(const unsigned char* from, std::int64_t from_bytes, unsigned char* to,
-                   std::int64_t to_bytes, std::int64_t count) {
-    // Four bytes at once, one of them the neighbour's or to be overwritten, but for the last pixel.
+/// The bytes of one RGBA pixel as a number, so that four are handled at once.
+std::uint32_t wordAt(const unsigned char* bytes) {
+    std::uint32_t word = 0;
+    std::memcpy(&word, bytes, 4);
+    return word;
+}
+
+/// Adds alpha, 255. Words reach into the next pixel, but for the last.
+void widenPixels(const unsigned char* from, unsigned char* to, std::int64_t count) {
+    constexpr unsigned char alpha[4] = {0, 0, 0, 255};
+    const std::uint32_t full = wordAt(alpha);
+    for (std::int64_t i = 0; i + 1 < count; ++i) {
+        const std::uint32_t pixel = wordAt(from + 3 * i) | full;
+        std::memcpy(to + 4 * i, &pixel, 4);
+    }
+    std::memcpy(to + 4 * (count - 1), from + 3 * (count - 1), 3);
+    to[4 * count - 1] = 255;
+}
+
+/// Leaves alpha out. The next pixel is written over it; the last has none to write.
+void narrowPixels(const unsigned char* from, unsigned char* to, std::int64_t count) {
     for (std::int64_t i = 0; i + 1 < count; ++i)
-        std::memcpy(to + to_bytes * i, from + from_bytes * i, 4);
-    std::memcpy(to + to_bytes * (count - 1), from + from_bytes * (count - 1), 3);
+        std::memcpy(to + 3 * i, from + 4 * i, 4);
+    std::memcpy(to + 3 * (count - 1), from + 4 * (count - 1), 3);
 }
 
 void copyPixels(const unsigned char* from, bool fromAlpha, unsigned char* to, const canvas& target,
@@ -54,11 +71,13 @@ void copyPixels(const unsigned char* from, bool fromAlpha, unsigned char* to, co
         return;
     if (fromAlpha == target.hasAlpha) {
         std::memcpy(to, from, static_cast<std::size_t>(count * target.pixelBytes()));
+        if (fromAlpha && target.opaque)
+            makeOpaque(to, count);
+    } else if (fromAlpha) {
+        narrowPixels(from, to, count);
     } else {
-        convertPixels(from, fromAlpha ? 4 : 3, to, target.pixelBytes(), count);
+        widenPixels(from, to, count);
     }
-    if (target.hasAlpha && (target.opaque || !fromAlpha))
-        makeOpaque(to, count);
 }
 
 /// Fills a row of `count` pixels with a row of the image that repeats, from pixel `first` on.
