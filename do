@@ -20,7 +20,8 @@ TEXT
 }
 
 BUILD_PACKAGES="g++ cmake ninja-build libgtest-dev libassimp-dev libcli11-dev nlohmann-json3-dev
-    libstb-dev libboost-filesystem-dev libboost-system-dev zlib1g-dev assimp-testmodels python3"
+    libstb-dev libpng-dev libboost-filesystem-dev libboost-system-dev zlib1g-dev
+    assimp-testmodels python3"
 MODELS=/usr/share/assimp/models
 ENGINE=$MODELS/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb
 JOBS=$(nproc)

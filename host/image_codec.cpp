@@ -9,17 +9,12 @@
 
 namespace {
 
-/// Memory for the decoder, which asks whether it got any, and for the encoder, which does not.
-struct if_there_is {
-    static void* take(std::size_t bytes) { return ::operator new(bytes, std::nothrow); }
-};
-struct or_throw {
-    static void* take(std::size_t bytes) { return ::operator new(bytes); }
-};
+/// Memory for the decoder, which asks whether it got any.
+void* memoryIfThereIs(std::size_t bytes) { return ::operator new(bytes, std::nothrow); }
 
 /// A longer block with the same contents; the old one stays if there is none.
-template <typename Policy> void* regrown(void* block, std::size_t old_bytes, std::size_t bytes) {
-    void* const larger = Policy::take(bytes);
+void* regrown(void* block, std::size_t old_bytes, std::size_t bytes) {
+    void* const larger = memoryIfThereIs(bytes);
     if (larger == nullptr || block == nullptr)
         return larger;
     std::memcpy(larger, block, std::min(old_bytes, bytes));
@@ -34,19 +29,12 @@ template <typename Policy> void* regrown(void* block, std::size_t old_bytes, std
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #define STBI_MAX_DIMENSIONS 32768
 #define STBI_NO_STDIO
-#define STBI_MALLOC(bytes) if_there_is::take(bytes)
-#define STBI_REALLOC_SIZED(block, old, bytes) regrown<if_there_is>(block, old, bytes)
+#define STBI_MALLOC(bytes) memoryIfThereIs(bytes)
+#define STBI_REALLOC_SIZED(block, old, bytes) regrown(block, old, bytes)
 #define STBI_FREE(block) ::operator delete(block)
 #define STB_IMAGE_STATIC
 #define STB_IMAGE_IMPLEMENTATION
 #include <stb/stb_image.h>
-#define STBI_WRITE_NO_STDIO
-#define STBIW_MALLOC(bytes) or_throw::take(bytes)
-#define STBIW_REALLOC_SIZED(block, old, bytes) regrown<or_throw>(block, old, bytes)
-#define STBIW_FREE(block) ::operator delete(block)
-#define STB_IMAGE_WRITE_STATIC
-#define STB_IMAGE_WRITE_IMPLEMENTATION
-#include <stb/stb_image_write.h>
 #pragma GCC diagnostic pop
 
 namespace morva::host {
@@ -58,28 +46,6 @@ namespace {
     static const ::osg::UInt32 formats[] = {::osg::Image::OSG_L_PF, ::osg::Image::OSG_LA_PF,
                                             ::osg::Image::OSG_RGB_PF, ::osg::Image::OSG_RGBA_PF};
     return formats[channels - 1];
-}
-
-/// 0 if the pixels are not 1 to 4 bytes.
-int channelsOf(const ::osg::ImagePtr& image) {
-    if (image->getDataType() != ::osg::Image::OSG_UINT8_IMAGEDATA)
-        return 0;
-    switch (image->getPixelFormat()) {
-    case ::osg::Image::OSG_L_PF:
-    case ::osg::Image::OSG_I_PF:
-    case ::osg::Image::OSG_A_PF:
-        return 1;
-    case ::osg::Image::OSG_LA_PF:
-        return 2;
-    case ::osg::Image::OSG_RGB_PF:
-    case ::osg::Image::OSG_BGR_PF:
-        return 3;
-    case ::osg::Image::OSG_RGBA_PF:
-    case ::osg::Image::OSG_BGRA_PF:
-        return 4;
-    default:
-        return 0;
-    }
 }
 
 std::vector<std::uint8_t> turnRows(const std::uint8_t* rows, std::size_t row_bytes,
@@ -114,12 +80,6 @@ std::vector<std::uint8_t> withoutAlpha(const std::vector<std::uint8_t>& pixels, 
                static_cast<::osg::Int32>(height), 1, 1, 1, 0.0, pixels.data());
     endEditCP(image);
     return image;
-}
-
-void append(void* target, void* data, int size) {
-    auto& bytes = *static_cast<std::vector<std::uint8_t>*>(target);
-    const auto* from = static_cast<const std::uint8_t*>(data);
-    bytes.insert(bytes.end(), from, from + size);
 }
 
 /// FNV-1a over the pixels and sizes.
@@ -159,26 +119,6 @@ std::uint64_t fingerprint(const ::osg::ImagePtr& image) {
                                  std::vector<std::uint8_t> rgba, bool keep_alpha) {
     return imageFromBottomRows(width, height, 4,
                                turnRows(rgba.data(), std::size_t{4} * width, height), keep_alpha);
-}
-
-std::vector<std::uint8_t> encodePng(const ::osg::ImagePtr& image) {
-    std::vector<std::uint8_t> bytes;
-    const int channels = channelsOf(image);
-    const ::osg::UInt8* data = image->getData();
-    if (channels == 0 || data == nullptr)
-        return bytes;
-    const int width = image->getWidth(), height = image->getHeight();
-    const auto row_bytes = static_cast<std::size_t>(width) * static_cast<std::size_t>(channels);
-    std::vector<std::uint8_t> rows = turnRows(data, row_bytes, static_cast<std::size_t>(height));
-    const ::osg::UInt32 format = image->getPixelFormat();
-    if (format == ::osg::Image::OSG_BGR_PF || format == ::osg::Image::OSG_BGRA_PF) {
-        for (std::size_t i = 0; i + 2 < rows.size(); i += static_cast<std::size_t>(channels))
-            std::swap(rows[i], rows[i + 2]);
-    }
-    if (stbi_write_png_to_func(&append, &bytes, width, height, channels, rows.data(),
-                               static_cast<int>(row_bytes)) == 0)
-        bytes.clear();
-    return bytes;
 }
 
 void image_sources::remember(const ::osg::ImagePtr& image, encoded_image file) {

@@ -24,7 +24,10 @@ namespace morva::host {
 ::osg::ImagePtr imageFromTopRows(std::uint32_t width, std::uint32_t height,
                                  std::vector<std::uint8_t> rgba, bool keep_alpha);
 
-/// The first picture of an image as PNG; empty for a format without whole bytes per channel.
+/// The first picture of an image as PNG; empty for a format without whole bytes per channel and for
+/// more than a million pixels on a side. Packed for speed, not for size.
+///
+/// errors  std::bad_alloc
 std::vector<std::uint8_t> encodePng(const ::osg::ImagePtr& image);
 
 /// The file that an image came from, for writing it again without a second coding.

@@ -2,12 +2,16 @@
 
 #include <morva/core/morva_osg_tools.h>
 
+#include <algorithm>
+#include <cstddef>
+
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMaterialChunk.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 #include <OpenSG/OSGSwitchMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
 
+#include <morva/core/morva_osg_alpha_scans.h>
 #include <morva/core/morva_osg_sink.h>
 
 namespace morva::osg {
@@ -54,18 +58,29 @@ bool resolveSwitch(::osg::MaterialPtr& material) {
     return ::osg::Color4f(color[0], color[1], color[2], 1.0F);
 }
 
-/// Whether an alpha byte of the first slice is below 255.
-bool hasAlphaBelowFull(const ::osg::ImagePtr& image) {
-    const ::osg::UInt8* pixels = image->getData();
-    if (pixels == nullptr || image->getBpp() != 4)
-        return false;
-    const std::size_t count =
-        static_cast<std::size_t>(image->getWidth()) * static_cast<std::size_t>(image->getHeight());
-    for (std::size_t i = 0; i < count; ++i) {
-        if (pixels[i * 4 + 3] < 255)
-            return true;
+/// What a material shows, and how it is mixed with the colour.
+struct shown_image {
+    ::osg::ImagePtr image; ///< null for none and for one without width or height
+    bool blends = false;
+};
+
+shown_image shownBy(const ::osg::MaterialPtr& material) {
+    shown_image shown;
+    const auto textured = ::osg::SimpleTexturedMaterialPtr::dcast(material);
+    if (textured != ::osg::NullFC) {
+        shown.blends = textured->getEnvMode() == gl_blend;
+        shown.image = textured->getImage();
+    } else if (const auto chunk = chunkOf<::osg::TextureChunkPtr>(material, true);
+               chunk != ::osg::NullFC) {
+        shown.blends =
+            (chunk->getEnvMode() == gl_combine && chunk->getEnvCombineRGB() == gl_modulate) ||
+            chunk->getEnvMode() == gl_blend;
+        shown.image = chunk->getImage();
     }
-    return false;
+    if (shown.image != ::osg::NullFC &&
+        (shown.image->getWidth() < 1 || shown.image->getHeight() < 1))
+        shown.image = ::osg::NullFC;
+    return shown;
 }
 
 } // namespace
@@ -123,28 +138,38 @@ bool getBackColor(::osg::NodePtr node, ::osg::Color4f& diffuse, ::osg::Color4f& 
            getBackColor(material, diffuse, specular, ambient, emission, shininess);
 }
 
-::osg::ImagePtr getImage(::osg::MaterialPtr material, bool& hasTransparentPixels,
-                         bool& blendsWithEnv) {
-    ::osg::ImagePtr image;
-    const auto textured = ::osg::SimpleTexturedMaterialPtr::dcast(material);
-    if (textured != ::osg::NullFC) {
-        if (textured->getEnvMode() == gl_blend)
-            blendsWithEnv = true;
-        image = textured->getImage();
-    } else {
-        const auto chunk = chunkOf<::osg::TextureChunkPtr>(material, true);
-        if (chunk == ::osg::NullFC)
-            return ::osg::NullFC;
-        if ((chunk->getEnvMode() == gl_combine && chunk->getEnvCombineRGB() == gl_modulate) ||
-            chunk->getEnvMode() == gl_blend)
-            blendsWithEnv = true;
-        image = chunk->getImage();
+bool hasAlphaBelowFull(const ::osg::UInt8* pixels, std::size_t count, unsigned int channels) {
+    constexpr std::size_t block = 4096; // an end for each, and a loop without one within
+    const ::osg::UInt8* alpha = pixels + channels - 1;
+    for (std::size_t first = 0; first < count; first += block) {
+        const std::size_t pixels_here = std::min(block, count - first);
+        unsigned int common = 255;
+        for (std::size_t i = 0; i < pixels_here; ++i)
+            common &= alpha[i * channels];
+        if (common != 255)
+            return true;
+        alpha += pixels_here * channels;
     }
-    if (image == ::osg::NullFC || image->getWidth() < 1 || image->getHeight() < 1)
-        return ::osg::NullFC;
-    if (image->getPixelFormat() == gl_rgba && hasAlphaBelowFull(image))
-        hasTransparentPixels = true;
-    return image;
+    return false;
+}
+
+bool hasTransparentPixels(const ::osg::ImagePtr& image) {
+    const ::osg::UInt8* pixels = image->getData();
+    return image->getPixelFormat() == gl_rgba && pixels != nullptr && image->getBpp() == 4 &&
+           hasAlphaBelowFull(pixels,
+                             static_cast<std::size_t>(image->getWidth()) *
+                                 static_cast<std::size_t>(image->getHeight()),
+                             4);
+}
+
+::osg::ImagePtr imageOf(const ::osg::MaterialPtr& material) { return shownBy(material).image; }
+
+::osg::ImagePtr getImage(::osg::MaterialPtr material, bool& hasTransparent, bool& blendsWithEnv) {
+    const shown_image shown = shownBy(material);
+    blendsWithEnv = blendsWithEnv || shown.blends;
+    hasTransparent =
+        hasTransparent || (shown.image != ::osg::NullFC && hasTransparentPixels(shown.image));
+    return shown.image;
 }
 
 ::osg::ImagePtr getImage(::osg::NodePtr node, bool& hasTransparentPixels, bool& blendsWithEnv) {
@@ -156,11 +181,7 @@ bool getBackColor(::osg::NodePtr node, ::osg::Color4f& diffuse, ::osg::Color4f& 
     return getImage(material, hasTransparentPixels, blendsWithEnv);
 }
 
-::osg::ImagePtr getImage(::osg::NodePtr node) {
-    bool transparent = false;
-    bool blends = false;
-    return getImage(node, transparent, blends);
-}
+::osg::ImagePtr getImage(::osg::NodePtr node) { return imageOf(getMaterial(node)); }
 
 bool hasMaterialAlpha(::osg::NodePtr node) {
     const auto chunk = chunkOf<::osg::MaterialChunkPtr>(getMaterial(node), true);

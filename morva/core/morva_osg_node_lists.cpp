@@ -11,6 +11,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSwitch.h>
 
+#include <morva/core/morva_osg_alpha_scans.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_walk_start.h>
 
@@ -133,9 +134,9 @@ void collectsubTree(::osg::NodePtr node, std::vector<::osg::NodePtr>& nodes) {
         collectsubTree(node->getChild(i), nodes);
 }
 
-void getGeometryNodesForTree(::osg::NodePtr node, std::vector<::osg::NodePtr>& plain,
+void getGeometryNodesForTree(const ::osg::NodePtr& node, std::vector<::osg::NodePtr>& plain,
                              std::vector<::osg::NodePtr>& switches,
-                             std::vector<::osg::NodePtr>& transparent) {
+                             std::vector<::osg::NodePtr>& transparent, alpha_scans& scans) {
     if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC || node->getTravMask() == 0)
         return;
     if (isKindOf<::osg::Switch>(node) || isKindOf<::osg::DistanceLOD>(node)) {
@@ -143,37 +144,45 @@ void getGeometryNodesForTree(::osg::NodePtr node, std::vector<::osg::NodePtr>& p
         return;
     }
     if (isKindOf<::osg::Geometry>(node)) {
-        if (shouldSkipNode(node))
+        ::osg::NodePtr shown = node;
+        if (shouldSkipNode(shown))
             return;
-        bool transparent_pixels = false;
-        bool blends = false;
-        getImage(node, transparent_pixels, blends);
-        (transparent_pixels || hasMaterialAlpha(node) ? transparent : plain).push_back(node);
+        const bool see_through = scans.isTransparent(getImage(node)) || hasMaterialAlpha(node);
+        (see_through ? transparent : plain).push_back(node);
     }
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        getGeometryNodesForTree(node->getChild(i), plain, switches, transparent);
+        getGeometryNodesForTree(node->getChild(i), plain, switches, transparent, scans);
 }
 
-unsigned int getGeometryNodes(::osg::NodePtr node, std::vector<::osg::NodePtr>& plain,
-                              std::vector<::osg::NodePtr>& transparent, bool withSwitches) {
+void getGeometryNodesForTree(::osg::NodePtr node, std::vector<::osg::NodePtr>& plain,
+                             std::vector<::osg::NodePtr>& switches,
+                             std::vector<::osg::NodePtr>& transparent) {
+    alpha_scans scans;
+    getGeometryNodesForTree(node, plain, switches, transparent, scans);
+}
+
+unsigned int getGeometryNodes(const ::osg::NodePtr& node, std::vector<::osg::NodePtr>& plain,
+                              std::vector<::osg::NodePtr>& transparent, bool withSwitches,
+                              alpha_scans& scans) {
     if (node == ::osg::NullFC)
         return 0;
     std::vector<::osg::NodePtr> switches;
-    getGeometryNodesForTree(walkable(node), plain, switches, transparent);
+    getGeometryNodesForTree(walkable(node), plain, switches, transparent, scans);
     if (withSwitches)
         append(plain, switches);
     return static_cast<unsigned int>(switches.size());
 }
 
+unsigned int getGeometryNodes(::osg::NodePtr node, std::vector<::osg::NodePtr>& plain,
+                              std::vector<::osg::NodePtr>& transparent, bool withSwitches) {
+    alpha_scans scans;
+    return getGeometryNodes(node, plain, transparent, withSwitches, scans);
+}
+
 unsigned int getGeometryNodes(::osg::NodePtr node, std::vector<::osg::NodePtr>& nodes,
                               bool withSwitches) {
-    if (node == ::osg::NullFC)
-        return static_cast<unsigned int>(nodes.size());
-    std::vector<::osg::NodePtr> switches;
     std::vector<::osg::NodePtr> transparent;
-    getGeometryNodesForTree(walkable(node), nodes, switches, transparent);
-    if (withSwitches)
-        append(nodes, switches);
+    getGeometryNodes(node, nodes, transparent, withSwitches);
     const auto ahead = static_cast<unsigned int>(nodes.size());
     append(nodes, transparent);
     return ahead;

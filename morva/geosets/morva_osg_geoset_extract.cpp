@@ -182,10 +182,9 @@ unsigned int extractElements(const ::osg::NodePtr& node, Geoset& geoset,
     const element_offer offer = offerOf(source, Geoset::corners);
     if (offer.room == 0)
         return 0;
-    bool transparent = false, blends = false;
     // A source without coordinates is not even edited: it may be read by other threads.
     if (Geoset::corners == 3 && options.clean_texcoords && hasTexCoords(source) &&
-        getImage(node, transparent, blends) == ::osg::NullFC)
+        getImage(node) == ::osg::NullFC)
         dropTexCoords(source);
 
     unsigned int rogue = 0;

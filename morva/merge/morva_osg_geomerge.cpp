@@ -7,6 +7,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTransform.h>
 
+#include <morva/core/morva_osg_alpha_scans.h>
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
@@ -53,8 +54,9 @@ void collectBelowGeometry(::osg::NodePtr root, const mergeGeo_setup& setup, scen
     if (root->getTravMask() == 0 || shouldSkipNode(root))
         return;
     std::vector<::osg::NodePtr> switches, transparent;
+    alpha_scans scans;
     for (::osg::UInt32 i = 0; i < root->getNChildren(); ++i)
-        getGeometryNodesForTree(root->getChild(i), parts.nodes, switches, transparent);
+        getGeometryNodesForTree(root->getChild(i), parts.nodes, switches, transparent, scans);
     std::vector<::osg::NodePtr>& to = setup.alphageometry ? parts.nodes : parts.transparent;
     to.insert(to.end(), transparent.begin(), transparent.end());
 }

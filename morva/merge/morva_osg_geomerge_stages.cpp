@@ -12,6 +12,7 @@
 
 #include <OpenSG/OSGGeometry.h>
 
+#include <morva/core/morva_osg_alpha_scans.h>
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_new_nodes.h>
@@ -30,10 +31,7 @@ namespace morva::osg {
 namespace {
 
 /// Whether a material has an image that shows.
-bool hasImage(const ::osg::MaterialPtr& material) {
-    bool transparent = false, blends = false;
-    return material != ::osg::NullFC && getImage(material, transparent, blends) != ::osg::NullFC;
-}
+bool hasImage(const ::osg::MaterialPtr& material) { return imageOf(material) != ::osg::NullFC; }
 
 /// Brings source nodes into the state in which extraction leaves them, so that tasks side by side
 /// only read what they share: cores and properties.

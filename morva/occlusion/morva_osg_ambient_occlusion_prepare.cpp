@@ -59,10 +59,9 @@ void takeMaterial(const ::osg::NodePtr& node, const node_ids& treated) {
 void prepare(const ::osg::NodePtr& node, bool replaceColors, const node_ids& treated) {
     if (geometryOf(node) == ::osg::NullFC)
         return;
-    bool transparent = false, blends = false;
     if (replaceColors)
         takeMaterial(node, treated);
-    else if (getImage(node, transparent, blends) == ::osg::NullFC)
+    else if (getImage(node) == ::osg::NullFC)
         MaterialColorIntoVertex(node);
 }
 

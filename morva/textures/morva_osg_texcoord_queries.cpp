@@ -96,8 +96,7 @@ bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
 }
 
 bool checkGeoForTexIndex(::osg::NodePtr node, float limit, int maxImageSide) {
-    bool transparent = false, blends = false;
-    const ::osg::ImagePtr image = getImage(node, transparent, blends);
+    const ::osg::ImagePtr image = getImage(node);
     if (image != ::osg::NullFC &&
         (image->getWidth() > maxImageSide || image->getHeight() > maxImageSide))
         return true;

@@ -96,13 +96,19 @@ void scaleLevel(const image_extent& fromExtent, const UInt8* from, const image_e
     const std::vector<std::size_t> zs = nearestSamples(fromExtent.depth, toExtent.depth);
     const std::size_t rowBytes = static_cast<std::size_t>(fromExtent.width) * pixelBytes;
     const std::size_t sliceBytes = static_cast<std::size_t>(fromExtent.height) * rowBytes;
+    const std::size_t scaledBytes = xs.size() * pixelBytes;
+    const UInt8* last = nullptr; // the row sampled before
     for (const std::size_t z : zs) {
         for (const std::size_t y : ys) {
             const UInt8* row = from + z * sliceBytes + y * rowBytes;
-            for (const std::size_t x : xs) {
-                std::memcpy(to, row + x * pixelBytes, pixelBytes);
-                to += pixelBytes;
+            if (row == last) {
+                std::memcpy(to, to - scaledBytes, scaledBytes);
+            } else {
+                for (std::size_t i = 0; i < xs.size(); ++i)
+                    std::memcpy(to + i * pixelBytes, row + xs[i] * pixelBytes, pixelBytes);
             }
+            last = row;
+            to += scaledBytes;
         }
     }
 }
@@ -174,6 +180,13 @@ bool Image::set(const ImagePtr& image) {
     return set(image->getPixelFormat(), image->getWidth(), image->getHeight(), image->getDepth(),
                image->getMipMapCount(), image->getFrameCount(), image->getFrameDelay(),
                image->getData(), image->getDataType(), hasStore, image->getSideCount());
+}
+
+void Image::takeOver(Image& other) {
+    set(other.getPixelFormat(), other.getWidth(), other.getHeight(), other.getDepth(),
+        other.getMipMapCount(), other.getFrameCount(), other.getFrameDelay(), nullptr,
+        other.getDataType(), false, other.getSideCount());
+    _mfPixel.swap(other._mfPixel);
 }
 
 bool Image::setData(const UInt8* data) {
@@ -268,7 +281,8 @@ bool Image::scale(Int32 width, Int32 height, Int32 depth, ImagePtr destination) 
             }
         }
     }
-    return target->set(scaled);
+    target->takeOver(*scaled.getCPtr());
+    return true;
 }
 
 bool Image::scaleNextPower2(ImagePtr destination) {
@@ -301,7 +315,8 @@ bool Image::reformat(PixelFormat pixelFormat, ImagePtr destination) {
                           count)) {
         return refuse("reformat", "no conversion between these formats");
     }
-    return targetOf(destination)->set(converted);
+    targetOf(destination)->takeOver(*converted.getCPtr());
+    return true;
 }
 
 void Image::clear(UChar8 pixelValue) {

@@ -3,6 +3,7 @@
 
 #include "tests/support/test.h"
 
+#include <morva/core/morva_osg_alpha_scans.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -267,6 +268,24 @@ TEST(NodeLists, GetGeometryNodesSortsPlainThenSwitchesThenTransparent) {
         EXPECT_EQ(morva::osg::getGeometryNodes(node, switches, true), 4U) << "nothing is added";
         EXPECT_EQ(morva::osg::getGeometryNodes(node, switches, transparent, true), 0U);
         EXPECT_EQ(switches.size() + transparent.size(), 6U);
+    }
+}
+
+TEST(NodeLists, AlphaIsLookedAtOncePerImage) {
+    using Image = ::osg::Image;
+    for (const int width : {1, 4096, 4097}) {
+        const ::osg::RefPtr<::osg::ImagePtr> image(imageOf(Image::OSG_RGBA_PF, width, 2));
+        const node_ref root(group({named("a", meshNode(quads(1), chunked({1, 1, 1, 1}, image))),
+                                   named("b", meshNode(quads(1), chunked({0, 1, 1, 1}, image)))}));
+        morva::osg::alpha_scans scans;
+        for (const bool clear : {false, true}) {
+            image->getData()[image->getSize() - 1] = clear ? 254 : 255;
+            node_list plain, transparent, all;
+            morva::osg::getGeometryNodes(root.get(), plain, transparent, false, scans);
+            EXPECT_EQ(namesOf(plain), (names{"a", "b"})) << "known from the first look";
+            EXPECT_EQ(morva::osg::getGeometryNodes(root.get(), all, false), clear ? 0U : 2U);
+        }
+        EXPECT_FALSE(scans.isTransparent(::osg::NullFC));
     }
 }
 

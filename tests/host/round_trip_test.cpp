@@ -91,19 +91,29 @@ TEST(RoundTrip, GltfKeepsTheLookOfMaterials) {
 }
 
 TEST(ImageCodec, PngKeepsEveryChannelAndTheOrderOfRows) {
-    for (const ::osg::UInt32 format : {::osg::Image::OSG_L_PF, ::osg::Image::OSG_LA_PF,
-                                       ::osg::Image::OSG_RGB_PF, ::osg::Image::OSG_RGBA_PF}) {
-        const ::osg::ImageRefPtr image(imageOf(format, 5, 3));
+    using Image = ::osg::Image;
+    const std::pair<::osg::UInt32, ::osg::UInt32> formats[] = {
+        {Image::OSG_L_PF, Image::OSG_L_PF},     {Image::OSG_LA_PF, Image::OSG_LA_PF},
+        {Image::OSG_RGB_PF, Image::OSG_RGB_PF}, {Image::OSG_RGBA_PF, Image::OSG_RGBA_PF},
+        {Image::OSG_BGR_PF, Image::OSG_RGB_PF}, {Image::OSG_BGRA_PF, Image::OSG_RGBA_PF}};
+    for (const auto& [format, read_as] : formats) {
+        const ::osg::ImageRefPtr image(imageOf(format, 5, 3)), expected(Image::create());
         ::osg::UInt8* pixels = image->getData();
         for (unsigned long i = 0; i < image->getSize(); ++i)
             pixels[i] = static_cast<::osg::UInt8>(7 * i + 1);
+        expected->set(read_as, 5, 3, 1, 1, 1, 0.0, pixels);
+        for (unsigned long i = 0; format != read_as && i < 15; ++i)
+            std::swap(expected->getData()[i * image->getBpp()],
+                      expected->getData()[i * image->getBpp() + 2]);
         const auto bytes = morva::host::encodePng(image.get());
         const ::osg::ImageRefPtr again(morva::host::decodeImage(bytes.data(), bytes.size(), true));
         ASSERT_TRUE(again != ::osg::NullFC);
-        EXPECT_TRUE(*again.get() == *image.get());
+        EXPECT_TRUE(*again.get() == *expected.get()) << format;
         EXPECT_TRUE(morva::host::decodeImage(bytes.data(), bytes.size() / 2, true) ==
                     ::osg::NullFC);
     }
+    const ::osg::ImageRefPtr bare(Image::create()), long_row(imageOf(Image::OSG_L_PF, 1000001, 1));
+    EXPECT_TRUE(morva::host::encodePng(bare).empty() && morva::host::encodePng(long_row).empty());
 }
 
 TEST(ImageCodec, AnEditedImageForgetsItsFile) {

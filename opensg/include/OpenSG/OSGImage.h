@@ -146,6 +146,8 @@ class OSG_BASE_DLLMAPPING Image : public AttachmentContainer {
 
   private:
     ImagePtr targetOf(const ImagePtr& destination) const;
+    /// Becomes a valid image without a copy of its pixels, which the other one loses.
+    void takeOver(Image& other);
     bool refuse(const Char8* what, const Char8* why) const;
 
     MFUInt8 _mfPixel;

@@ -1,0 +1,114 @@
+// Atlases when memory runs out: one large allocation fails, every one in turn. And how much of it
+// they take.
+
+#include "../support/shortage.h"
+
+#include "atlas_support.h"
+
+#include <morva/textures/morva_osg_atlas_sources.h>
+#include <morva/textures/morva_osg_kept_images.h>
+#include <morva/textures/texturatlas.h>
+
+namespace {
+
+using namespace morva::osg;
+
+/// Large enough that their pixels are watched, and nothing else.
+constexpr unsigned side = 80;
+constexpr std::size_t watched = 2048;
+
+TEST(AtlasShortage, LeavesRecordsWholeAndNothingBehind) {
+    strays_expected = true; // of conversions, which are counted
+    std::mt19937 rng(1);
+    bytes pixels = randomPixels(rng, side * side, true);
+    const ImageData image = recordOf(side, side, &pixels, true);
+    failInTurn(watched, [&](const auto& starved) {
+        const unsigned live = liveContainers();
+        const std::size_t kept = keptImages();
+        unsigned char* made = nullptr;
+        std::vector<ImageData> images(3, image);
+        bool shrunk = false;
+        const bool failed = starved([&] {
+            made = image.convertToRGB();
+            shrunk = scaleImages(images, 1, 32);
+        });
+        EXPECT_TRUE(shrunk) << "the others are halved";
+        std::size_t halves = 0;
+        for (const ImageData& record : images) {
+            halves += record.width == side / 2 ? 1 : 0;
+            EXPECT_TRUE(record.width == side / 2 || record.data == pixels.data());
+            EXPECT_EQ(record.scalePriority, -1);
+        }
+        EXPECT_EQ(failed ? 3U : 4U, halves + (made != nullptr ? 1 : 0));
+        EXPECT_EQ(keptImages() - kept, halves + (made != nullptr ? 1 : 0));
+        EXPECT_EQ(liveContainers() - live, keptImages() - kept);
+    });
+}
+
+TEST(AtlasShortage, FillsTheWholeTargetOrNone) {
+    std::mt19937 rng(1);
+    bytes pixels = randomPixels(rng, side * side, true);
+    failInTurn(watched, [&](const auto& starved) {
+        const ::osg::ImageRefPtr target(imageOf(6407, 2, 2)), grey(imageOf(6409, side, side));
+        std::vector<ImageData> images = {recordOf(side, side, &pixels, true)};
+        morva::texturatlas atlas;
+        ASSERT_TRUE(createAtlas(atlas, images, false, 10000));
+        const stream_capture out(std::cout);
+        FixedTextureAtlas fixed;
+        fixed.width = fixed.height = side;
+        fixed.image = imageOf(6407, int(side), int(side));
+        fixed.freeSpaces = {{0, 64, side, side - 64}};
+        fixed.transparent = fixed.hasVertexColors = true;
+        atlas_sources sources(image_equality::whole);
+        bool filled = false;
+        const atlas_source* source = nullptr;
+        const bool failed = starved([&] {
+            filled = fillNewTexture(atlas, images, target, false);
+            source = &sources.of(grey);
+            fixed.getMinifiedMaterial();
+        });
+        EXPECT_EQ(out.text(), filled ? "" : "Scale Texture Image failed.\n");
+        EXPECT_EQ(atlas.placed.size(), filled ? 0U : 1U);
+        EXPECT_EQ(target->getWidth(), filled ? int(side) : 2);
+        const bool cut = fixed.minifiedImage.get() != fixed.image.get();
+        EXPECT_EQ(fixed.usedHeight, cut ? 64U : side) << "uncut, and the sides say so";
+        EXPECT_EQ(fixed.getMinifiedMaterial()->getMFChunks()->size(), 3U);
+        EXPECT_EQ(failed, !filled || source->pixels == nullptr || !cut);
+    });
+}
+
+TEST(AtlasShortage, GivesAMaterialAllItsChunksOrNone) {
+    strays_expected = true; // a container whose first reference finds no room in the change list
+    for (long index = 0; index < 200; ++index) {
+        FixedTextureAtlas fixed;
+        fixed.transparent = fixed.hasVertexColors = true;
+        fixed.minifiedMaterial = ::osg::ChunkMaterial::create();
+        try {
+            const shortage one(index, 1, 1);
+            fixed.getMinifiedMaterial();
+        } catch (const std::bad_alloc&) {
+            EXPECT_TRUE(fixed.minifiedMaterial->getMFChunks()->empty()) << index;
+        }
+        EXPECT_EQ(fixed.getMinifiedMaterial()->getMFChunks()->size(), 3U) << index;
+    }
+}
+
+TEST(AtlasPeak, IsTheResultAlone) {
+    std::vector<bytes> store;
+    std::vector<ImageData> images;
+    for (int i = 0; i < 4; ++i) {
+        store.emplace_back(std::size_t(512 * 512 * 4), std::uint8_t(i));
+        images.push_back(tiled(recordOf(512, 512, &store.back(), true), 2, 2));
+    }
+    const std::size_t result = 2048 * 2048 * 3;
+    const ::osg::ImageRefPtr target(imageOf(6407, 2, 2));
+    const std::size_t held = shortage::mostHeldBy([&] {
+        morva::texturatlas atlas;
+        ASSERT_TRUE(createAtlas(atlas, images, false, 10000));
+        ASSERT_TRUE(fillNewTexture(atlas, images, target, false));
+    });
+    EXPECT_EQ(target->getSize(), result);
+    EXPECT_LT(held, result + result / 50) << "no copy of an image, none of the target";
+}
+
+} // namespace
