@@ -75,6 +75,11 @@ struct occlusion_ray {
     float3 direction; ///< of any length
 };
 
+/// What is known of the rays of a place without firing them: nothing.
+struct nothing_near {
+    bool stops(std::size_t, const occlusion_ray&) const { return false; }
+};
+
 /// Fires at a scene whose parts have trees of their own, see osg_scene_geoset. A copy costs
 /// nothing; any number of threads may fire.
 template <typename Tree, typename Scene> class scene_rays {
@@ -99,11 +104,7 @@ template <typename Tree, typename Scene> class scene_rays {
         return hit.hit;
     }
 
-    /// What is known to be near a place without a descent: nothing.
-    struct view {
-        bool stops(std::size_t, const occlusion_ray&) const { return false; }
-    };
-    view near(const float3&, double) const { return {}; }
+    nothing_near near(const float3&, double) const { return {}; }
 
   private:
     const Tree& tree_;
