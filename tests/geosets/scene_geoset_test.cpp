@@ -335,7 +335,7 @@ TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
     const node_ref root(
         group({named("x", group()), named("a", meshNode(quads(1))), named("y", group()),
                named("z", group()), moved({3, 0, 0}, {named("b", meshNode(quads(1)))}),
-               named("holder", meshNode(quads(9)))}));
+               named("holder", meshNode(quads(2)))}));
     nodeNamed(root.get(), "holder")->addChild(goal);
     bih_scene scene(root.get(), {1, 9}, false);
     const ::osg::UInt32 held = scene.nodes[0].getFieldContainerId();
