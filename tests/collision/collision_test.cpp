@@ -134,7 +134,6 @@ TEST(CollisionOracle, AnswersAndPointsAreThoseOfEveryStep) {
 TEST(Collision, FindsThePairsOfTwoScenesInTheOrderOfTheLists) {
     std::mt19937 rng(5);
     const auto scene = [&rng](int frames) {
-        const node_ref root(anyScene(rng, frames));
         mesh_data shape = ballMesh(3);
         for (Pnt3f& corner : shape.positions)
             corner *= 20.F;
@@ -142,18 +141,28 @@ TEST(Collision, FindsThePairsOfTwoScenesInTheOrderOfTheLists) {
         flat[1] = ::osg::Vec4f(0.F, 0.F, 0.F, 0.F);
         flat[3][0] = 1e3F; // its inverse counts as the identity: what it meets is elsewhere
         endless[3][0] = infinity;
-        for (const Matrix& matrix : {flat, endless})
-            root->addChild(transformed(matrix, {meshNode(shape)}));
+        // Without frames the one node that meets something is far from where that is.
+        const node_ref root(frames == 0 ? group({moved(Vec3f(5e3F, 0, 0), {meshNode(shape)})})
+                                        : anyScene(rng, frames));
+        root->addChild(transformed(flat, {meshNode(shape)}));
+        if (frames != 0)
+            root->addChild(transformed(endless, {meshNode(shape)}));
         return root;
     };
     std::size_t contacts = 0;
-    for (int round = 0; round < 9; ++round) {
+    for (int round = 0; round < 10; ++round) {
         SCOPED_TRACE(round);
-        const node_ref a = scene(15 << (round % 3)), b = scene(25 << (round % 3));
+        const node_ref a = scene(round == 9 ? 0 : 15 << (round % 3));
+        const mesh_data slab = triangles({{-40, -1, 1}, {40, -1, 1}, {0, 40, 1}});
+        const node_ref b =
+            round == 9
+                ? node_ref(group({meshNode(slab), moved(Vec3f(5e3F, 0, 0), {meshNode(slab)})}))
+                : scene(25 << (round % 3));
         const std::vector<naive_pair> expected = naiveContacts(a.get(), b.get());
         std::vector<CollisionResults> found =
             morva::osg::collisions(a.get(), b.get(), CollisionParam());
         ASSERT_EQ(found.size(), expected.size());
+        ASSERT_FALSE(found.empty());
         contacts += found.size();
         CollisionResults first;
         if (morva::osg::collision(a.get(), b.get(), CollisionParam(), first) || !found.empty())

@@ -69,13 +69,14 @@ struct mixed_scene {
             list.push_back(node);
             materials[::osg::getName(node)] = morva::osg::getMaterial(node);
             masks[::osg::getName(node)] = node->getTravMask();
+            origins[::osg::getName(node)] = node->getCore().getFieldContainerId();
         }
     }
 
     node_ref root;
     node_list list;
     std::map<std::string, ::osg::MaterialPtr> materials;
-    std::map<std::string, ::osg::UInt32> masks;
+    std::map<std::string, ::osg::UInt32> masks, origins; ///< the latter are cores
 };
 
 /// The scene geoset once more, by the list alone.
@@ -234,8 +235,11 @@ void expectGrown(Scene& scene, Tree& tree, const naive_scene& twin, const mixed_
         EXPECT_EQ(grownText(top.get()), expected);
         EXPECT_EQ(firstDifference(before, worldMesh(top.get(), listed)), "");
         EXPECT_EQ(morva::osg::broken_rule_of(top.get()), "");
+        std::map<std::pair<::osg::UInt32, ::osg::MaterialPtr>, ::osg::NodeCorePtr> shared;
         for (const ::osg::NodePtr& node : geometryNodes(top.get())) {
             const std::string name = ::osg::getName(node);
+            const auto own = std::pair(made.origins.at(name), made.materials.at(name));
+            EXPECT_EQ(shared.emplace(own, node->getCore()).first->second, node->getCore());
             EXPECT_EQ(coreOf(node)->getMaterial(), made.materials.at(name));
             EXPECT_EQ(node->getTravMask(), made.masks.at(name));
             EXPECT_TRUE(node->findAttachment(::osg::StringAttributeMap::getClassType(), 3) !=
@@ -324,6 +328,35 @@ TEST(SceneGeoset, SaysWhichElementThereIsNot) {
                            "Morva_osg_scene_geoset: No Node with index 2\n"
                            "Morva_osg_scene_geoset.simple_object(), no element with 9\n"
                            "Morva_osg_scene_geoset.simple_object(), no element with 0\n");
+}
+
+TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
+    const ::osg::NodePtr goal = group();
+    const node_ref root(
+        group({named("x", group()), named("a", meshNode(quads(1))), named("y", group()),
+               named("z", group()), moved({3, 0, 0}, {named("b", meshNode(quads(1)))}),
+               named("holder", meshNode(quads(2)))}));
+    nodeNamed(root.get(), "holder")->addChild(goal);
+    bih_scene scene(root.get(), {1, 9}, false);
+    const ::osg::UInt32 held = scene.nodes[0].getFieldContainerId();
+    bih tree;
+    sortNodes(scene, tree);
+    const auto right = std::size_t(tree.nodes[0].right);
+    ASSERT_TRUE(tree.nodes[right].is_leaf());
+    std::string expected; // but for the node that the goal is below
+    for (std::uint64_t k = 0; k < tree.nodes[right].count; ++k) {
+        const ::osg::NodePtr node = scene.node(tree.indices[tree.nodes[right].first + k]);
+        if (node != goal->getParent())
+            expected +=
+                (node->getParent() == root.get() ? " " : " ~") + std::string(::osg::getName(node));
+    }
+    recBuild(goal, scene, tree, int(right));
+    EXPECT_EQ(grownText(goal), expected);
+    recBuild(goal, scene, tree, 0); // what is there already moves again
+    EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"x", "y", "z", "", "holder"}));
+    EXPECT_EQ(geometryNodes(goal).size(), 2U);
+    root->subChild(root->getNChildren() - 1);
+    EXPECT_TRUE(isAlive(held)) << "by the scene";
 }
 
 double secondsToGrow(unsigned count, bool new_nodes) {

@@ -125,6 +125,15 @@ TEST(CopyPrimitives, KeepsWhatIsAboveTheThresholdAndTheFirstOfEqualOnes) {
         EXPECT_EQ(morva::osg::broken_rule_of(node_ref(nodeOf(copy)).get()), "");
     }
     unsigned none = 0;
+    mesh_data crossed = quads(1); // slot 6 is asked by the positions, whatever index it has
+    crossed.mapping = {::osg::Geometry::MapPosition, ::osg::Geometry::MapTexCoords6};
+    crossed.indices = {0, 3, 1, 2, 2, 1, 3, 0};
+    const node_ref by_positions(meshNode(crossed));
+    coreOf(by_positions.get())
+        ->setTexCoords6(propertyOf<::osg::GeoTexCoords1f>(std::vector<float>{1, 0, 0, 0}));
+    const geometry_ref both(
+        morva::osg::copyPrimitivesWithAOThreshold(by_positions.get(), 0.2, none));
+    EXPECT_EQ(both->getTypes()->size(), 2U);
     const node_ref plain(meshNode(quads(1))), empty(group());
     for (const ::osg::NodePtr& node : {plain.get(), empty.get(), ::osg::NodePtr()}) {
         EXPECT_EQ(morva::osg::copyPrimitivesWithAOThreshold(node, 0, none), ::osg::NullFC);

@@ -85,8 +85,19 @@ mesh_data sheet(unsigned side) {
         }
         return root;
     }
-    if (kind == "far") // single precision alone loses hits on walls there
-        return moved({3000, 2000, 0}, {box(6, false)});
+    if (kind == "corners") { // where single precision alone loses hits
+        const ::osg::NodePtr root = inLargeScene({});
+        for (int i = 0; i < 9; ++i) {
+            const float size = 0.7F + 0.013F * float(i), within = 0.4F * size;
+            const mesh_data walls = baked(blockMesh(2), scaled({size, size, size}));
+            root->addChild(
+                moved({0.1F, 0.2F + 3.F * float(i), 0.3F},
+                      {named("room", meshNode(both(walls, turnedOver(walls)))),
+                       named("kernel",
+                             meshNode(baked(blockMesh(2), scaled({within, within, within}))))}));
+        }
+        return root;
+    }
     if (kind == "skin") // vertices are moved off their surface, here to behind the skin
         return inLargeScene({transformed(placed(rng, {}, {1, 1, 1}),
                                          {named("skin", meshNode(turnedOver(ball(0.5003F)))),
@@ -143,7 +154,7 @@ TEST(GutOutModel, ExactlyTheEnclosedPartsGo) {
                 {"sheets", {"kernel"}, "1 geometries with 100"},
                 {"open box", {}, "0 geometries with 0"},
                 {"seen through", {}, "0 geometries with 0"},
-                {"far", {"kernel"}, "1 geometries with 100"},
+                {"corners", {"kernel"}, "9 geometries with 432"},
                 {"skin", {}, "0 geometries with 0"},
                 {"wide", {}, "0 geometries with 0"},
                 {"shells", {"inner", "kernel", "lining"}, "3 geometries with 400"},
