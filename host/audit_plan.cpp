@@ -258,10 +258,13 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
     // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
-    // Normals made anew where no index follows leave IDs that no index leads to.
+    // Normals made anew where no index follows leave IDs that no index leads to. What the first
+    // merge of a hull carries over hidden may come out of the second one in any way.
     const morva::osg::mergeGeo_setup& merge = run.setup.merge;
     const bool lost_ids = merge.calcnormals && (merge.opt < 1 || merge.opt > 3);
-    plan.by_part = plan.has_ids && !lost_ids && !(reorders && run.setup.mostusedmaterial) &&
+    const bool merges_hidden = run.builds_hull && merge.keeprenderfalse && !lists.hidden.empty();
+    plan.by_part = plan.has_ids && !lost_ids && !merges_hidden &&
+                   !(reorders && run.setup.mostusedmaterial) &&
                    std::none_of(parts.begin(), parts.end(),
                                 [](const named_part& part) { return part.name.empty(); });
 
