@@ -87,15 +87,16 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
         part.most = most;
     };
     const morva::osg::optTree_setup& setup = run.setup;
-    if (!run.merges && run.builds_hierarchy && !transparent && lists.plain.count(id) == 0)
-        set(part_fate::left_out, 0, 0);
-    else if (!run.merges || (hidden && setup.merge.keeprenderfalse))
+    const bool listed = transparent || lists.plain.count(id) != 0;
+    const bool stays =
+        run.merges ? hidden && setup.merge.keeprenderfalse : listed || !run.builds_hierarchy;
+    if (stays)
         set(part_fate::carried, part.triangles, part.triangles);
     else if (isTransparent(node, lists, run)) {
         set(part_fate::carried, part.triangles, part.triangles); // unless its order is made anew
         if (run.orders_cache)
             foretellReordered(part, node, run);
-    } else if (transparent || lists.plain.count(id) != 0)
+    } else if (listed)
         set(part_fate::merged, sound, sound);
     else
         set(part_fate::left_out, 0, 0);
@@ -104,8 +105,8 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     const bool moves = (setup.removelod || setup.removeswitch) &&
                        (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
     if (run.changes_triangles || run.builds_hull || moves) {
-        const bool stays = hull_is_whole && !run.changes_triangles && !moves;
-        set(part_fate::open, stays ? std::min(part.least, sound) : 0, part.triangles);
+        const bool is_whole = hull_is_whole && !run.changes_triangles && !moves;
+        set(part_fate::open, is_whole ? std::min(part.least, sound) : 0, part.triangles);
     }
     // Equal vertices are joined on the way: a strip shows its degenerate triangles no more.
     else if ((run.removes_parts || setup.ambientocclusion != 0) && part.fate == part_fate::carried)
@@ -229,6 +230,20 @@ void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run
     }
 }
 
+/// Whether the IDs of a run tell each part. A nameless part gets none. One material for all lets
+/// nobody tell what is carried over. Normals made anew where no index follows leave IDs that no
+/// index leads to. What the first merge of a hull carries over hidden may come out of the second
+/// one in any way.
+bool tellsParts(const std::vector<named_part>& parts, const part_lists& lists,
+                const run_plan& run) {
+    const morva::osg::mergeGeo_setup& merge = run.setup.merge;
+    const bool lost_ids = merge.calcnormals && (merge.opt < 1 || merge.opt > 3);
+    const bool merges_hidden = run.builds_hull && merge.keeprenderfalse && !lists.hidden.empty();
+    return !lost_ids && !merges_hidden && !(run.orders_cache && run.setup.mostusedmaterial) &&
+           std::none_of(parts.begin(), parts.end(),
+                        [](const named_part& part) { return part.name.empty(); });
+}
+
 } // namespace
 
 void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
@@ -257,13 +272,7 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     plan.order_is_new = reorders && !run.setup.merge.alphageometry;
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
-    // A nameless part gets no ID. One material for all lets nobody tell what is carried over.
-    // Normals made anew where no index follows leave IDs that no index leads to.
-    const morva::osg::mergeGeo_setup& merge = run.setup.merge;
-    const bool lost_ids = merge.calcnormals && (merge.opt < 1 || merge.opt > 3);
-    plan.by_part = plan.has_ids && !lost_ids && !(reorders && run.setup.mostusedmaterial) &&
-                   std::none_of(parts.begin(), parts.end(),
-                                [](const named_part& part) { return part.name.empty(); });
+    plan.by_part = plan.has_ids && tellsParts(parts, lists, run);
 
     view_store views;
     std::vector<counting_task> tasks;

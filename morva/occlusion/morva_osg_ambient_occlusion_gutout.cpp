@@ -169,6 +169,7 @@ void takeInteriorOff(const ::osg::NodePtr& root, int shots, float threshold, uns
     const openness_test isOpen(scene, rays, diagonalOf(root), threshold);
     say({"Calc Ambient Occlusion: "});
     std::vector<std::unique_ptr<questioned>> all;
+    all.reserve(nodes.size());
     for (const ::osg::NodePtr& node : nodes)
         all.push_back(std::make_unique<questioned>(node));
     const std::vector<::osg::NodePtr> closed = closedOnes(all, isOpen, threads);

@@ -1,3 +1,4 @@
+#include "tests/support/placed_scenes.h"
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
@@ -189,20 +190,27 @@ TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
     EXPECT_EQ(judged(glass, -1, 17).differences.size(), 2u) << "one of the parts, one of the sum";
 }
 
-/// Carried over, they lose what joining equal vertices lets a strip pass over, and no more.
-TEST(Audit, PassesTransparentPartsOfAllPrimitives) {
-    for (unsigned seed = 0; seed < 60; ++seed) {
-        std::mt19937 rng(seed);
-        mesh_data mesh = mixture(rng, 1 + seed % 9);
-        if (seed % 3 != 0)
-            mesh = seed % 3 == 1 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
-        const ::osg::NodePtr scene =
-            group({moved({3, 0, 0}, {named("glass", meshNode(mesh, chunked({1, 1, 1, .5f})))}),
-                   named("plate", meshNode(quads(2)))});
-        const char* const rows[] = {"maxtris(10),cacheopt(true)",
-                                    "cacheopt(true),idmapinroot(true)",
-                                    "maxtris(10),cacheopt(true),flat(false)"};
-        EXPECT_EQ(runAudit(scene, rows[seed % 3]).verdict.differences, texts{}) << "seed " << seed;
+/// Strips that pass over what equal vertices make degenerate, hidden parts that come to light.
+TEST(Audit, PassesAnySceneWithHiddenAndTransparentParts) {
+    const char* const rows[] = {
+        "maxtris(10),cacheopt(1),keeprenderfalse(1),idmapinroot(1)",
+        "buildhull(1),maxtris(1000000),keeprenderfalse(1),idmapinroot(1)",
+        "mergehierarchy(1),maxtris(10),cacheopt(1),flat(0),numthreads(2),idmapinroot(1)"};
+    const ::osg::MaterialRefPtr glass(chunked({1, 1, 1, .5F})), red(simple({1, 0, 0}));
+    for (unsigned seed = 0; seed < 110; ++seed) {
+        for (const char* row : rows) {
+            SCOPED_TRACE(testing::Message() << seed << ": " << row);
+            std::mt19937 rng(seed);
+            const node_ref scene(anyScene(rng, 3));
+            for (unsigned i = 1; i < 5; ++i)
+                scene->addChild(meshNode(mixture(rng, i * 2)));
+            unsigned number = 0;
+            for (const ::osg::NodePtr& node : geometryNodes(scene.get())) {
+                named("n" + std::to_string(number++), node);
+                coreOf(node)->setMaterial(rng() % 3 == 0 ? glass.get() : red.get());
+            }
+            EXPECT_EQ(runAudit(scene.get(), row).verdict.differences, texts{});
+        }
     }
 }
 
