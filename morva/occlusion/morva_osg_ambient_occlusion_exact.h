@@ -113,25 +113,31 @@ template <typename Tree, typename Scene> class exact_rays {
             return since <= to;
         }
 
-        /// Keeps the hit of a triangle if it is nearer than what there is.
+        /// Keeps the hit of a triangle if it is nearer than what there is. An edge says the same to
+        /// both triangles that share it, to the last bit: nothing slips through between them.
         template <typename Triangle> void meet(const Triangle& triangle) {
-            triple ab, ac, ap;
-            for (std::size_t k = 0; k < 3; ++k) {
-                const auto a = static_cast<double>(triangle.a[k]);
-                ab[k] = static_cast<double>(triangle.b[k]) - a;
-                ac[k] = static_cast<double>(triangle.c[k]) - a;
-                ap[k] = from[k] - a;
+            const triple a = seen(triangle.a), b = seen(triangle.b), c = seen(triangle.c);
+            const triple sides[] = {detail::cross(c, b), detail::cross(a, c), detail::cross(b, a)};
+            double d = 0.0; // way back times normal
+            for (const triple& side : sides) {
+                const double inside = detail::dot<double>(way, side);
+                if (inside < 0.0)
+                    return;
+                d += inside;
             }
-            const triple normal = detail::cross(ab, ac);
-            const double d = -detail::dot<double>(way, normal), s = detail::dot<double>(ap, normal);
-            if (!(d > 0.0) || s < 0.0)
-                return;
-            const triple e = detail::cross(ap, way); // way back times ap
-            const double v = detail::dot<double>(ac, e), w = -detail::dot<double>(ab, e);
-            if (v < 0.0 || w < 0.0 || v + w > d || s / d > best)
+            const double s = detail::dot<double>(a, sides[0]); // start above its plane times normal
+            if (!(d > 0.0) || s < 0.0 || s / d > best)
                 return;
             best = s / d;
             hit = true;
+        }
+
+        /// A corner from where the ray starts.
+        template <typename Point> triple seen(const Point& corner) const {
+            triple way_there;
+            for (std::size_t k = 0; k < 3; ++k)
+                way_there[k] = static_cast<double>(corner[k]) - from[k];
+            return way_there;
         }
 
         triple from, way;
