@@ -278,7 +278,8 @@ class wide_tree_builder {
 
     /// Leaves that a ray has to test, were its chance to meet the box its surface.
     static float costOf(const wide_box& box, std::size_t count) {
-        return box.area() * static_cast<float>((count + wide_width - 1) / wide_width);
+        const std::size_t leaves = (count + wide_width - 1) / wide_width;
+        return box.area() * static_cast<float>(leaves);
     }
 
     std::vector<wide_item>& items_;
