@@ -183,13 +183,16 @@ std::string runFolderName() {
 
 void removeRunFolder(const std::string& path, std::error_code& error) {
     try {
+        // An open folder takes a buffer: one at a time, since there may be no room for two.
         std::error_code ignored;
-        fs::directory_iterator entry(path, ignored);
-        for (; !ignored && entry != fs::directory_iterator(); entry.increment(ignored)) {
-            std::error_code stays;
+        std::vector<fs::path> all;
+        for (fs::directory_iterator entry(path, ignored);
+             !ignored && entry != fs::directory_iterator(); entry.increment(ignored)) {
             if (entry->path().filename() != run_marker_name)
-                fs::remove_all(entry->path(), stays);
+                all.push_back(entry->path());
         }
+        for (const fs::path& one : all)
+            fs::remove_all(one, ignored);
     } catch (const std::bad_alloc&) { // then the mark goes with the rest
     }
     fs::remove_all(path, error);
