@@ -104,8 +104,8 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     // What hangs below switches may come to light.
     const bool moves = (setup.removelod || setup.removeswitch) &&
                        (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
-    if (run.changes_triangles || run.builds_hull || moves) {
-        const bool is_whole = hull_is_whole && !run.changes_triangles && !moves;
+    if (run.atlas.has_value() || run.builds_hull || moves) {
+        const bool is_whole = hull_is_whole && !run.atlas.has_value() && !moves;
         set(part_fate::open, is_whole ? std::min(part.least, sound) : 0, part.triangles);
     }
     // Equal vertices are joined on the way: a strip shows its degenerate triangles no more.

@@ -14,6 +14,9 @@ inline ::osg::GeometryPtr geometryOf(const ::osg::NodePtr& node) {
     return ::osg::GeometryPtr::dcast(node->getCore());
 }
 
+/// Type of the attachment that is a picking tree: it goes with its core, and no copy takes it over.
+constexpr const char* picking_tree_type = "MorvaBIH";
+
 /// Whether the core is a `Core` or derived from it; false without a core. `node` must not be null.
 template <typename Core> bool isKindOf(const ::osg::NodePtr& node) {
     return node->getCore() != ::osg::NullFC &&

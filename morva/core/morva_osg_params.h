@@ -73,7 +73,7 @@ MORVA_API std::string optTreeDoc();
 struct MORVA_API mergeGeo_setup {
     int vertexcolor = -1; ///< groups below this many triangles bake their colour in; < 1: off
     int texcoords = 2;    ///< coordinate limit of the atlas; -1 once the atlas stage has run
-    int optimizetc = 2;   ///< target of the coordinate cutting, > 0: on; -1 after the atlas stage
+    int optimizetc = 2;   ///< target of the coordinate cutting, > 0: on; -1 after that stage
     int opt = 1;          ///< output level 0 to 3
     int numthreads = 1;   ///< above 1: workers, one per material group, at most this many at once
     bool silent = false;  ///< less printing
@@ -82,7 +82,7 @@ struct MORVA_API mergeGeo_setup {
     bool flat = true;             ///< no scene hierarchy
     bool cacheopt = false;        ///< run the vertex-cache stage, with cells of a whole batch
     bool calcnormals = false;     ///< make new normals after the rebuild
-    bool addcolorstex = false;    ///< plain colours join the atlas as textures
+    bool addcolorstex = false;    ///< printed; nothing acts on it
     bool deleteunusedtc = true;   ///< drop texture coordinates that no texture uses
     bool mergesamename = false;   ///< merge only nodes of equal name within a material
     bool mergehierarchy = false;  ///< merge by the hierarchical road
@@ -125,7 +125,9 @@ template <typename Visit> void forEachKey(mergeGeo_setup& setup, const Visit& vi
 struct MORVA_API optTree_setup {
     mergeGeo_setup merge;
     unsigned int maxtris = 0;          ///< triangles per output core; not 0: geometry is merged
-    unsigned int maxtexturesize = 0;   ///< side of a texture atlas; no stage makes one yet
+    unsigned int maxtexturesize = 0;   ///< side of a texture atlas; not 0: images go into some
+    bool exactatlas = false;           ///< nothing looks different in an atlas: see atlas_options
+    unsigned int atlaspadding = 0;     ///< texels around each image in an atlas, at most 64
     unsigned int ambientocclusion = 0; ///< shots per vertex; not 0: occlusion is baked in
     bool mostusedmaterial = false;     ///< one material for the whole scene
     bool removelod = false;            ///< levels of detail give way to their first child
@@ -150,6 +152,8 @@ template <typename Visit> void forEachKey(optTree_setup& setup, const Visit& vis
     forEachKey(setup.merge, visit);
     visit("maxtris", setup.maxtris);
     visit("maxtexturesize", setup.maxtexturesize);
+    visit("exactatlas", setup.exactatlas);
+    visit("atlaspadding", setup.atlaspadding);
     visit("ambientocclusion", setup.ambientocclusion);
     visit("aoreplace", setup.aoreplace);
     visit("mostusedmaterial", setup.mostusedmaterial);

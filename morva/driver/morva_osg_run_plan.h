@@ -15,11 +15,13 @@
 //
 // Plain values, no state, any thread.
 
+#include <optional>
 #include <string>
 
 #include <morva/core/morva_export.h>
 #include <morva/core/morva_osg_limits.h>
 #include <morva/core/morva_osg_params.h>
+#include <morva/textures/morva_osg_atlas_options.h>
 #include <morva/trees/kd_records.h>
 
 namespace morva::osg {
@@ -48,8 +50,9 @@ struct run_plan {
 
     bool removes_parts = false; ///< parts that nobody sees go, as a whole
     bool builds_hull = false;   ///< single triangles go
-    /// A stage that changes triangles is asked for and not there yet: `maxtexturesize`.
-    bool changes_triangles = false;
+    /// Images go into atlases; triangles are cut there and not by the merge, which leaves
+    /// coordinates alone then.
+    std::optional<atlas_options> atlas;
 
     bool tracks_ids = false; ///< output vertices tell their input node, if the run merges
     std::string idmap_file;  ///< the ID map's file, with its extension; empty: none

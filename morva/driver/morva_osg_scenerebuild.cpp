@@ -22,6 +22,7 @@
 #include <morva/merge/morva_osg_geomerge_stages.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
+#include <morva/textures/morva_osg_scene_atlas.h>
 
 // The plan of a run and what carries it out stand together: a stage says in planOf() what follows
 // from its key, and is called where its turn is.
@@ -34,6 +35,16 @@ namespace {
 constexpr unsigned int one_geometry_limit = 2000000;
 /// Triangles per core up to which the cache stage stays.
 constexpr unsigned int cache_keeps_limit = 10;
+
+atlas_options atlasOf(const optTree_setup& setup) {
+    atlas_options options;
+    options.textureSize = setup.maxtexturesize;
+    options.texcoords = static_cast<unsigned int>(setup.merge.texcoords);
+    options.optimizetc = static_cast<unsigned int>(setup.merge.optimizetc);
+    options.exact = setup.exactatlas;
+    options.padding = setup.atlaspadding;
+    return options;
+}
 
 } // namespace
 
@@ -60,7 +71,8 @@ run_plan planOf(std::string parameters) {
     plan.tree.max_elements = setup.maxtris;
     plan.tree.max_depth = tree_depth_limit;
     plan.builds_hierarchy = plan.runs && !merge.flat;
-    plan.changes_triangles = setup.maxtexturesize != 0;
+    if (setup.maxtexturesize != 0)
+        plan.atlas = atlasOf(setup);
 
     plan.tracks_ids = !merge.idmap.empty() || setup.idmapinroot;
     if (!merge.idmap.empty())
@@ -153,6 +165,8 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
         return root;
     mergeGeo_setup setup = plan.setup.merge;
     setup.cacheopt = plan.orders_cache;
+    if (plan.atlas) // coordinates lead into an atlas now
+        setup.texcoords = setup.optimizetc = -1;
     printSetting("Merge Geometry. Cacheopt: ", setup.cacheopt);
     const ::osg::NodePtr result = mergeGeo(root, plan.tree, setup);
     getIDmapHandler().merged = true;
@@ -181,7 +195,8 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
 /// Everything between taking the root off its parent and putting it back.
 ///
 /// root  in and out: a hull takes its place
-::osg::NodePtr runStages(::osg::NodePtr& root, const run_plan& plan, const scene_guard& guard) {
+::osg::NodePtr runStages(::osg::NodePtr& root, const run_plan& plan, const scene_guard& guard,
+                         run_record& record) {
     idmapHandler& handler = getIDmapHandler();
     handler.reset();
     if (plan.tracks_ids)
@@ -194,6 +209,10 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (plan.builds_hull)
         root = runHulls(plan.setup, root);
     handler.prefix = plan.setup.prefix;
+    if (plan.atlas) {
+        createTextureAtlas(root, *plan.atlas, record.atlas);
+        guard.after("texture atlas", root);
+    }
 
     const ::osg::NodePtr merged = runMerge(plan, root);
     fresh<::osg::NodePtr> made(merged != root ? merged : ::osg::NullFC); // goes with an exception
@@ -232,6 +251,12 @@ struct root_return {
 } // namespace
 
 ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters) {
+    run_record record;
+    return optTree(root, std::move(parameters), record);
+}
+
+::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters, run_record& record) {
+    record = {};
     say({"Optimizing Tree..."});
     const ::osg::NodePtr parent = root->getParent();
     if (parent != ::osg::NullFC) {
@@ -246,7 +271,7 @@ struct root_return {
 
     // The optimised scene is what is returned, and not what goes back.
     root_return end{parent, root, root, ::osg::NullFC};
-    end.result = runStages(end.root, plan, guard);
+    end.result = runStages(end.root, plan, guard, record);
     return end.result;
 }
 

@@ -13,6 +13,7 @@
 //     unseen parts out                  ambientgutout
 //     occlusion baked in                ambientocclusion
 //     hulls in the root's place         buildhull, buildhullwithcolors
+//     images into atlases               maxtexturesize
 //     geometry merged and cut           maxtris, cacheopt, onegeometry
 //     parts in a hierarchy in space     flat(false)
 //     ID map written to a file          idmap
@@ -26,8 +27,14 @@
 #include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_export.h>
+#include <morva/textures/morva_osg_atlas_record.h>
 
 namespace morva::osg {
+
+/// What a run tells besides its result.
+struct run_record {
+    atlas_record atlas; ///< empty without `maxtexturesize`
+};
 
 /// Optimises a scene.
 ///
@@ -40,8 +47,14 @@ namespace morva::osg {
 ///             built a new tree. The input tree stays; only transparent and hidden geometry that
 ///             is carried over leaves it
 /// prints      the settings and the stages to standard output
-/// errors      std::bad_alloc of the stages that fire rays; others that fail print a line and hand
+/// errors      std::bad_alloc of the stages that fire rays or make atlases; others that fail print
+/// a line and hand
 ///             on what they have. The root goes back to its parent all the same
 MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters);
+
+/// The same.
+///
+/// record  out: what it held goes, also with an exception
+MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters, run_record& record);
 
 } // namespace morva::osg

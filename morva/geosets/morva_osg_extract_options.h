@@ -20,6 +20,7 @@ struct extract_options {
     bool write_ids = false;       ///< texture coordinates 7 get the node's ID
     bool run_setup = false;       ///< setup() at the end
     bool clean_texcoords = false; ///< of triangles: see the published extract()
+    bool known_ids_only = false;  ///< IDs that vertices have are copied, and the node gets none
 };
 
 unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset,

@@ -149,7 +149,8 @@ struct element_appender {
                       corners == 3 ? GL_TRIANGLES : GL_LINES);
         element_intake<corners> intake(from, target.fields, geoset.vertex_count, target.room(),
                                        left_out);
-        intake.id = vertexId(node, source, options.to_world, write_ids);
+        intake.id =
+            options.known_ids_only ? 0 : vertexId(node, source, options.to_world, write_ids);
         intake.write_ids = write_ids;
         const to_world_move move(node);
         if (options.to_world)
@@ -234,17 +235,18 @@ unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset,
 
 unsigned int extract(const ::osg::NodePtr& node, osg_geoset& geoset, bool toWorld,
                      bool searchMaterial, bool writeIds, bool runSetup, bool cleanTexCoords) {
-    return extract(node, geoset, {toWorld, searchMaterial, writeIds, runSetup, cleanTexCoords});
+    return extract(node, geoset,
+                   {toWorld, searchMaterial, writeIds, runSetup, cleanTexCoords, false});
 }
 
 unsigned int extract(const ::osg::NodePtr& node, osg_line_geoset& geoset, bool toWorld,
                      bool searchMaterial, bool writeIds, bool runSetup) {
-    return extract(node, geoset, {toWorld, searchMaterial, writeIds, runSetup, false});
+    return extract(node, geoset, {toWorld, searchMaterial, writeIds, runSetup, false, false});
 }
 
 unsigned int extract(const ::osg::NodePtr& node, osg_point_geoset& geoset, bool toWorld,
                      bool searchMaterial, bool writeIds, bool runSetup) {
-    return extract(node, geoset, {toWorld, searchMaterial, writeIds, runSetup, false});
+    return extract(node, geoset, {toWorld, searchMaterial, writeIds, runSetup, false, false});
 }
 
 bool hasTexCoords(const ::osg::GeometryPtr& geometry) {

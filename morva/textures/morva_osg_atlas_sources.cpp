@@ -5,6 +5,7 @@
 #include <new>
 
 #include <morva/core/morva_osg_alpha_scans.h>
+#include <morva/textures/morva_osg_kept_images.h>
 
 namespace morva::osg {
 
@@ -39,20 +40,13 @@ std::size_t pixelsIn(std::uint32_t width, std::uint32_t height) {
     return static_cast<std::size_t>(width) * height;
 }
 
-/// The copy as RGB; empty for an image that has none.
-std::vector<unsigned char> copyAsRGB(const ::osg::UInt8* from, std::size_t count,
-                                     const pixel_recipe& recipe) {
-    if (recipe.channels == 0 ||
-        (recipe.has_alpha && hasAlphaBelowFull(from, count, recipe.channels)))
-        return {};
-    std::vector<unsigned char> copy(3 * count);
-    unsigned char* to = copy.data();
+void convertToRGB(const ::osg::UInt8* from, std::size_t count, const pixel_recipe& recipe,
+                  unsigned char* to) {
     for (std::size_t i = 0; i < count; ++i, from += recipe.channels, to += 3) {
         to[0] = from[recipe.red];
         to[1] = from[recipe.green];
         to[2] = from[recipe.blue];
     }
-    return copy;
 }
 
 /// Eight bytes at a time (multiply and fold); the rest by itself.
@@ -81,7 +75,39 @@ std::size_t comparedBytes(image_equality equality, std::uint32_t width, std::uin
     return pixelsIn(width, height) * (equality == image_equality::whole ? channels : 1);
 }
 
+std::uint64_t hashOf(image_equality equality, const unsigned char* pixels, std::uint32_t width,
+                     std::uint32_t height, bool hasAlpha) {
+    const std::uint64_t size = std::uint64_t{width} << 32U | height;
+    return hashOf(pixels, comparedBytes(equality, width, height, hasAlpha), size);
+}
+
 } // namespace
+
+/// Null for an image that has no copy, and without memory.
+unsigned char* atlas_sources::copyAsRGB(const ::osg::ImagePtr& image) {
+    const auto width = static_cast<std::uint32_t>(image->getWidth());
+    const auto height = static_cast<std::uint32_t>(image->getHeight());
+    const std::size_t count = pixelsIn(width, height);
+    const ::osg::UInt8* const from = image->getData();
+    const pixel_recipe recipe = recipeFor(image->getPixelFormat());
+    if (recipe.channels == 0 ||
+        (recipe.has_alpha && hasAlphaBelowFull(from, count, recipe.channels)))
+        return nullptr;
+    unsigned char* to = nullptr;
+    if (owner_ == copy_owner::process) {
+        const ::osg::ImagePtr kept = newKeptImage(width, height, false);
+        to = kept != ::osg::NullFC ? kept->getData() : nullptr;
+    } else {
+        try {
+            to = copies_.emplace_back(3 * count).data();
+        } catch (const std::bad_alloc&) {
+            return nullptr;
+        }
+    }
+    if (to != nullptr)
+        convertToRGB(from, count, recipe, to);
+    return to;
+}
 
 const atlas_source& atlas_sources::of(const ::osg::ImagePtr& image) {
     const auto [known, is_new] = by_container_.try_emplace(image.getFieldContainerId());
@@ -91,28 +117,21 @@ const atlas_source& atlas_sources::of(const ::osg::ImagePtr& image) {
         image->getWidth() < 1 || image->getHeight() < 1)
         return source;
 
-    atlas_source found;
-    found.width = static_cast<std::uint32_t>(image->getWidth());
-    found.height = static_cast<std::uint32_t>(image->getHeight());
-    found.hasAlpha = image->getPixelFormat() == ::osg::Image::OSG_RGBA_PF;
-    if (found.hasAlpha || image->getPixelFormat() == ::osg::Image::OSG_RGB_PF) {
-        found.pixels = pixels;
-    } else {
-        try {
-            copies_.push_back(copyAsRGB(pixels, pixelsIn(found.width, found.height),
-                                        recipeFor(image->getPixelFormat())));
-        } catch (const std::bad_alloc&) {
-            return source;
-        }
-        if (copies_.back().empty())
-            return source;
-        found.pixels = copies_.back().data();
-    }
-    const std::uint64_t size = std::uint64_t{found.width} << 32U | found.height;
-    found.hash = hashOf(found.pixels,
-                        comparedBytes(equality_, found.width, found.height, found.hasAlpha), size);
-    source = found;
+    source.width = static_cast<std::uint32_t>(image->getWidth());
+    source.height = static_cast<std::uint32_t>(image->getHeight());
+    source.hasAlpha = image->getPixelFormat() == ::osg::Image::OSG_RGBA_PF;
+    const bool as_it_is = source.hasAlpha || image->getPixelFormat() == ::osg::Image::OSG_RGB_PF;
+    source.pixels = as_it_is ? pixels : copyAsRGB(image);
+    if (source.pixels != nullptr)
+        source.hash =
+            hashOf(equality_, source.pixels, source.width, source.height, source.hasAlpha);
     return source;
+}
+
+void image_finder::enter(std::uint32_t number, const ImageData& image) {
+    if (image.data != nullptr)
+        numbers_[hashOf(equality_, image.data, image.width, image.height, image.hasAlpha)]
+            .push_back(number);
 }
 
 std::uint32_t image_finder::find(const std::vector<ImageData>& images,

@@ -3,13 +3,13 @@
 // The images of a scene as an atlas takes them: RGB or RGBA, 8 bits a channel.
 //
 //     RGB, RGBA                               the image's own pixels
-//     L, I, BGR                               a private copy as RGB
+//     L, I, BGR                               a copy as RGB
 //     LA, A, BGRA, if all alpha is 255        the same; A is white
 //     other alpha, wider channels, packed
 //     or no pixels                            an atlas can't show it
 //
-// The images are only read. Each is looked at once, however many nodes show it; the copies go with
-// this object. One thread; the images must not be edited meanwhile.
+// The images are only read. Each is looked at once, however many nodes show it. One thread; the
+// images must not be edited meanwhile.
 
 #include <cstddef>
 #include <cstdint>
@@ -28,6 +28,12 @@ enum class image_equality {
     whole        ///< format and all pixels
 };
 
+/// Who has the copies.
+enum class copy_owner {
+    the_run, ///< they go with the atlas_sources
+    process  ///< they stay: a caller sees their pixels
+};
+
 /// An image as an atlas reads it. Valid as long as the `atlas_sources` that gave it.
 struct atlas_source {
     unsigned char* pixels = nullptr; ///< only read; null where an atlas can't show the image
@@ -40,15 +46,21 @@ struct atlas_source {
 /// The images of one run.
 class atlas_sources {
   public:
-    explicit atlas_sources(image_equality equality) : equality_(equality) {}
+    explicit atlas_sources(image_equality equality, copy_owner owner = copy_owner::the_run)
+        : equality_(equality), owner_(owner) {}
     atlas_sources(const atlas_sources&) = delete;
     atlas_sources& operator=(const atlas_sources&) = delete;
 
     /// `image` must not be null. One without memory for its copy can't be shown.
     const atlas_source& of(const ::osg::ImagePtr& image);
 
+    image_equality equality() const { return equality_; }
+
   private:
+    unsigned char* copyAsRGB(const ::osg::ImagePtr& image);
+
     image_equality equality_;
+    copy_owner owner_;
     std::unordered_map<::osg::UInt32, atlas_source> by_container_;
     std::vector<std::vector<unsigned char>> copies_;
 };
@@ -65,6 +77,8 @@ class image_finder {
     void enter(std::uint32_t number, const atlas_source& source) {
         numbers_[source.hash].push_back(number);
     }
+    /// The same for an image of another origin. One without pixels is never found.
+    void enter(std::uint32_t number, const ImageData& image);
 
   private:
     image_equality equality_;

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <map>
 #include <optional>
 #include <vector>
 
 #include <OpenSG/OSGGeoFunctions.h>
+#include <OpenSG/OSGSimpleAttachments.h>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
@@ -239,12 +241,24 @@ void fitToTriangles(osg_geoset& geoset) {
     geoset.clear();
 }
 
+/// Gives a core the name and the attachments of the one whose place it takes.
+void takeOver(const ::osg::GeometryPtr& from, const ::osg::GeometryPtr& to) {
+    for (const auto& [key, attachment] : from->getSFAttachments()->getValue()) {
+        const bool is_name = ::osg::NamePtr::dcast(attachment) != ::osg::NullFC;
+        if (!is_name && std::strcmp(attachment->getType().getCName(), picking_tree_type) != 0)
+            to->addAttachment(attachment, static_cast<::osg::UInt16>(key & 0xffffU));
+    }
+    if (const ::osg::Char8* name = ::osg::getName(from)) // one of its own: both can be renamed
+        ::osg::setName(to, name);
+}
+
 } // namespace
 
 int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     osg_geoset geoset;
     extract_options wanted;
     wanted.search_material = wanted.run_setup = wanted.clean_texcoords = true;
+    wanted.known_ids_only = true;
     extract(node, geoset, wanted);
     const ::osg::GeometryPtr source = geometryOf(node);
     // Without memory extraction brings nothing; that is no reason to lose what there is.
@@ -253,6 +267,7 @@ int optimizeTexCoords(::osg::NodePtr& node, int maxTC, int cutLimit) {
     const int added = optimizeTexCoords(geoset, maxTC, cutLimit);
     if (geoset.geometry->getPositions() != ::osg::NullFC)
         fitToTriangles(geoset);
+    takeOver(source, geoset.geometry.get());
     reportWhole(geoset.geometry.get());
     giveCore(node, geoset.geometry.get());
     return added;

@@ -68,8 +68,9 @@ MORVA_API int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit);
 ///
 /// The new core has three rows per triangle and one primitive, the material of the old one or of
 /// the material group above the node, and no other kind of primitive: lines, points and degenerate
-/// triangles are gone. A node without texture image loses its coordinates 0 to 3, also in the old
-/// core. Prints what extract() prints.
+/// triangles are gone. It takes over name and attachments, but no picking tree, and the IDs that
+/// vertices have; the node gets none. A node without texture image loses its coordinates 0 to 3,
+/// also in the old core. Prints what extract() prints.
 /// errors   std::bad_alloc; the node then has its old core, as it has if extraction finds no
 ///          memory. If memory runs out in the end, a line goes to standard error and the new core
 ///          is empty

@@ -99,7 +99,7 @@ std::string described(const morva::osg::run_plan& plan) {
         {all.removelod, "lod"},
         {all.removeswitch, "switch"},
         {plan.builds_hierarchy, "hierarchy"},
-        {plan.changes_triangles, "changes"},
+        {plan.atlas.has_value(), "changes"},
         {plan.removes_parts, "removes"},
         {plan.builds_hull, "hull"},
         {plan.orders_cache && !all.merge.cacheopt, "orders"},

@@ -1,0 +1,277 @@
+#include <morva/textures/morva_osg_atlas_building.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <unordered_map>
+#include <utility>
+
+#include <OpenSG/OSGGroup.h>
+#include <OpenSG/OSGMaterialGroup.h>
+
+#include <morva/core/morva_osg_edits.h>
+#include <morva/core/morva_osg_new_nodes.h>
+#include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_scene_hierarchy.h>
+#include <morva/textures/morva_osg_atlas_collection.h>
+#include <morva/textures/morva_osg_atlas_materials.h>
+#include <morva/textures/morva_osg_image_tiles.h>
+#include <morva/textures/morva_osg_scene_atlas.h>
+
+namespace morva::osg {
+
+namespace {
+
+/// An atlas with its images in it.
+struct drawn_atlas {
+    FixedTextureAtlas atlas;
+    std::vector<std::size_t> placed; ///< numbers of its images
+    std::uint32_t kept_width = 0;    ///< sides of the kept part, of which `atlas` is told when
+    std::uint32_t kept_height = 0;   ///< its first geometry is there
+    material_copies copies;          ///< of the materials of its geometry, if they stay
+};
+
+/// A geometry on its way to an atlas.
+struct atlas_user {
+    ::osg::RefPtr<::osg::NodePtr> node;
+    std::uint32_t image = no_image; ///< number in the list
+    std::size_t atlas = 0;
+};
+
+/// The core of a node, which no other node has: a copy where others have it, too.
+::osg::GeometryPtr ownCoreOf(const ::osg::NodePtr& node) {
+    const ::osg::GeometryPtr core = geometryOf(node);
+    if (core->getParents().size() <= 1)
+        return core;
+    fresh<::osg::GeometryPtr> copy(copyOfCore(core));
+    copy->setMaterial(core->getMaterial());
+    reportWhole(copy.get());
+    giveCore(node, copy.get());
+    return copy.release();
+}
+
+/// Gives the geometry below a node that has no material the one that it shows.
+void settleMaterials(const ::osg::NodePtr& node, settled_cores& settled) {
+    if (geometryOf(node) != ::osg::NullFC) {
+        const ::osg::RefPtr<::osg::NodeCorePtr> core(settled.coreFor(node));
+        if (core.get() != node->getCore())
+            giveCore(node, core.get());
+    }
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        settleMaterials(node->getChild(i), settled);
+}
+
+/// Makes the material group above a node a plain group; false if there is none.
+bool dropMaterialGroup(const ::osg::NodePtr& node) {
+    const ::osg::NodePtr group = searchMaterialGroup(node);
+    if (group == ::osg::NullFC)
+        return false;
+    settled_cores settled;
+    settleMaterials(group, settled);
+    giveCore(group, ::osg::Group::create());
+    return true;
+}
+
+/// Moves geometry from its images to the atlases.
+class texture_replacement {
+  public:
+    texture_replacement(atlas_sources& sources, const std::vector<ImageData>& images, bool exact)
+        : numbers_(sources, images), images_(images), exact_(exact) {}
+
+    /// The nodes that show an image of one of the atlases.
+    std::vector<atlas_user> usersAmong(const std::vector<::osg::NodePtr>& nodes,
+                                       std::size_t atlases) {
+        std::vector<atlas_user> users;
+        for (const ::osg::NodePtr& node : nodes) {
+            const std::uint32_t number =
+                geometryOf(node) != ::osg::NullFC ? numbers_.of(getImage(node)) : no_image;
+            if (number >= images_.size() || images_[number].atlasIndex < 0 ||
+                static_cast<std::size_t>(images_[number].atlasIndex) >= atlases)
+                continue;
+            users.push_back({::osg::RefPtr<::osg::NodePtr>(node), number,
+                             static_cast<std::size_t>(images_[number].atlasIndex)});
+        }
+        return users;
+    }
+
+    /// drawn  the same atlas, or null for one that finds out by itself what is kept of it
+    void replace(const atlas_user& user, FixedTextureAtlas& atlas, const drawn_atlas* drawn) {
+        const ::osg::NodePtr node = user.node.get();
+        const ImageData& image = images_[user.image];
+        const ::osg::GeometryPtr geometry = ownCoreOf(node);
+        // Whoever comes first finds the sides of a new atlas: its material tells the kept ones.
+        const std::uint32_t width = atlas.usedWidth, height = atlas.usedHeight;
+        const ::osg::MaterialPtr material =
+            exact_ ? drawn->copies.of(getMaterial(node)) : atlas.getMinifiedMaterial();
+        if (drawn != nullptr) {
+            atlas.usedWidth = drawn->kept_width;
+            atlas.usedHeight = drawn->kept_height;
+        }
+        adjustTexCoords(geometry, width, height, image.width, image.height,
+                        static_cast<unsigned int>(image.x), static_cast<unsigned int>(image.y));
+        giveMaterial(geometry, material);
+        while (dropMaterialGroup(node) && exact_) {
+        }
+    }
+
+  private:
+    image_numbers numbers_;
+    const std::vector<ImageData>& images_;
+    bool exact_;
+};
+
+void giveUp(std::vector<ImageData>& images, const drawn_atlas& target) {
+    for (const std::size_t number : target.placed) {
+        ImageData& image = images[number];
+        image.inAtlas = false;
+        image.x = image.y = image.atlasIndex = -1;
+    }
+}
+
+/// Places and draws the images.
+///
+/// no_memory  out: an atlas was given up
+std::vector<drawn_atlas> drawAtlases(std::vector<ImageData>& images, const atlas_form& form,
+                                     bool& no_memory) {
+    std::vector<drawn_atlas> atlases;
+    std::size_t total = 0;
+    while (total < images.size()) {
+        drawn_atlas next;
+        next.atlas = emptyAtlas(form, static_cast<std::uint32_t>(atlases.size()));
+        next.placed = placeImages(images, next.atlas, form.padding);
+        if (next.placed.empty())
+            break;
+        if (!makeKeptPart(next.atlas, form, images, next.placed)) {
+            giveUp(images, next);
+            no_memory = true;
+            break;
+        }
+        total += next.placed.size();
+        next.kept_width = next.atlas.usedWidth;
+        next.kept_height = next.atlas.usedHeight;
+        if (!form.exact)
+            next.atlas.usedWidth = next.atlas.usedHeight = form.told_side;
+        atlases.push_back(std::move(next));
+    }
+    return atlases;
+}
+
+/// Writes down what became of a list of images.
+class atlas_report {
+  public:
+    atlas_report(const std::vector<ImageData>& images, const atlas_form& form,
+                 atlas_sources& sources, atlas_record& record)
+        : images_(images), form_(form), numbers_(sources, images), record_(record) {}
+
+    /// Before anything is replaced: nodes show their own images.
+    void noteNodes(const std::vector<::osg::NodePtr>& nodes, bool no_memory) {
+        for (const ::osg::NodePtr& node : nodes) {
+            const ::osg::ImagePtr picture = getImage(node);
+            const std::uint32_t number = numbers_.of(picture);
+            if (number == no_image)
+                continue;
+            pictures_.emplace(number, picture);
+            if (images_[number].inAtlas)
+                ++record_.geometries;
+            else
+                record_.leaveOut(picture, obstacleOf(images_[number], no_memory));
+        }
+    }
+
+    void noteAtlas(const drawn_atlas& target) {
+        recorded_atlas entry;
+        entry.image = target.atlas.minifiedImage;
+        entry.width = target.kept_width;
+        entry.height = target.kept_height;
+        entry.transparent = form_.transparent;
+        double filled = 0;
+        for (const std::size_t number : target.placed) {
+            const ImageData& image = images_[number];
+            const image_footprint room = footprintOf(image, form_.padding);
+            filled += static_cast<double>(room.width) * room.height;
+            placed_image place;
+            place.image = pictures_[static_cast<std::uint32_t>(number)];
+            place.x = static_cast<std::uint32_t>(image.x);
+            place.y = static_cast<std::uint32_t>(image.y);
+            place.width = image.width;
+            place.height = image.height;
+            place.columns = static_cast<std::uint32_t>(tileCount(image.maxTexCoordU));
+            place.rows = static_cast<std::uint32_t>(tileCount(image.maxTexCoordV));
+            entry.images.push_back(place);
+        }
+        entry.occupancy = std::min(1.0, filled / (static_cast<double>(entry.width) * entry.height));
+        record_.atlases.push_back(std::move(entry));
+    }
+
+  private:
+    atlas_obstacle obstacleOf(const ImageData& image, bool no_memory) const {
+        if (images_.size() < 2)
+            return atlas_obstacle::only_image;
+        const image_footprint room = footprintOf(image, form_.padding);
+        if (room.width == 0 || room.height == 0)
+            return atlas_obstacle::no_area;
+        const auto side = static_cast<std::int32_t>(form_.side);
+        return no_memory && room.width <= side && room.height <= side
+                   ? atlas_obstacle::no_memory
+                   : atlas_obstacle::larger_than_atlas;
+    }
+
+    const std::vector<ImageData>& images_;
+    const atlas_form& form_;
+    image_numbers numbers_;
+    std::unordered_map<std::uint32_t, ::osg::RefPtr<::osg::ImagePtr>> pictures_;
+    atlas_record& record_;
+};
+
+} // namespace
+
+unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<ImageData>& images,
+                          const atlas_form& form, atlas_sources& sources, atlas_record& record) {
+    bool no_memory = false;
+    std::vector<drawn_atlas> atlases;
+    if (images.size() >= 2) {
+        std::sort(images.begin(), images.end());
+        std::reverse(images.begin(), images.end());
+        atlases = drawAtlases(images, form, no_memory);
+    }
+    atlas_report report(images, form, sources, record);
+    report.noteNodes(nodes, no_memory);
+    unsigned int placed = 0;
+    for (const drawn_atlas& target : atlases) {
+        report.noteAtlas(target);
+        placed += static_cast<unsigned int>(target.placed.size());
+    }
+
+    texture_replacement replacement(sources, images, form.exact);
+    const std::vector<atlas_user> users = replacement.usersAmong(nodes, atlases.size());
+    if (form.exact) {
+        for (const atlas_user& user : users)
+            atlases[user.atlas].copies.want(getMaterial(user.node.get()));
+        for (drawn_atlas& target : atlases)
+            target.copies.make(target.atlas.minifiedImage.get());
+    }
+    for (const atlas_user& user : users) {
+        drawn_atlas& target = atlases[user.atlas];
+        replacement.replace(user, target.atlas, &target);
+    }
+    return placed;
+}
+
+unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<ImageData>& images,
+                          bool transparent, unsigned int textureSize, bool hasVertexColors) {
+    atlas_sources sources(image_equality::first_bytes);
+    atlas_record record;
+    return buildAtlases(nodes, images, formFor(textureSize, transparent, hasVertexColors), sources,
+                        record);
+}
+
+void replaceTexturesByTextureAtlas(const std::vector<::osg::NodePtr>& nodes,
+                                   const std::vector<ImageData>& images,
+                                   std::vector<FixedTextureAtlas>& atlases) {
+    atlas_sources sources(image_equality::first_bytes);
+    texture_replacement replacement(sources, images, false);
+    for (const atlas_user& user : replacement.usersAmong(nodes, atlases.size()))
+        replacement.replace(user, atlases[user.atlas], nullptr);
+}
+
+} // namespace morva::osg
