@@ -39,6 +39,7 @@
 #include <morva/picking/morva_osg_intersect_action.h>
 #include <morva/picking/morva_osg_ray_hits.h>
 #include <morva/textures/morva_osg_atlas_images.h>
+#include <morva/textures/morva_osg_object_texcoords.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/textures/texturatlas.h>

@@ -87,6 +87,13 @@ TEST(OptTree, PrintsTheSettingsThatHold) {
     }
 }
 
+std::string described(const morva::osg::atlas_options& atlas) {
+    std::ostringstream text;
+    text << atlas.textureSize << ":" << atlas.texcoords << ":" << atlas.optimizetc << ":"
+         << atlas.exact << ":" << atlas.padding;
+    return text.str();
+}
+
 /// What differs from a plan that does nothing.
 std::string described(const morva::osg::run_plan& plan) {
     const morva::osg::optTree_setup& all = plan.setup;
@@ -99,7 +106,7 @@ std::string described(const morva::osg::run_plan& plan) {
         {all.removelod, "lod"},
         {all.removeswitch, "switch"},
         {plan.builds_hierarchy, "hierarchy"},
-        {plan.atlas.has_value(), "changes"},
+        {plan.atlas.has_value(), plan.atlas ? "atlas:" + described(*plan.atlas) : ""},
         {plan.removes_parts, "removes"},
         {plan.builds_hull, "hull"},
         {plan.orders_cache && !all.merge.cacheopt, "orders"},
@@ -135,7 +142,9 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         {"ambientgutout(1)", "runs removes "},
         {"buildhull(1),maxtris(70)", "runs merges:70 hull orders "},
         {"buildhullwithcolors(1),aoreplace(0)", "runs merges:0 hull orders keeps "},
-        {"maxtexturesize(64)", "runs changes "},
+        {"maxtexturesize(64)", "runs atlas:64:2:2:0:0 "},
+        {"maxtexturesize(-1),texcoords(-1),optimizetc(0),exactatlas(1),atlaspadding(7)",
+         "runs atlas:4294967295:4294967295:0:1:7 "},
         {"maxtexturesize(0),ambientocclusion(9)", "runs "},
         {"removeLODParts(true),centerBB(10)", "runs "},
         {")(,,((x,opt,maxtris,1(2)3)", "runs "}};
