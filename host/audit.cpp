@@ -172,6 +172,7 @@ void compareReordered(const audit_plan& plan, const ::osg::NodePtr& result,
 struct expectation {
     std::uint64_t least = 0, most = 0;
     std::uint64_t kept_degenerate = 0;
+    std::uint64_t sound = 0; ///< of `least`, those that are not degenerate in any case
     double area = 0.0;
     bool cut = false;  ///< or more, as pieces
     bool open = false; ///< less area as well
@@ -181,6 +182,7 @@ void add(const audited_part& part, expectation& sum) {
     sum.least += part.least;
     sum.most += part.most;
     sum.kept_degenerate += part.kept_degenerate;
+    sum.sound += std::min(part.least, part.triangles - part.kept_degenerate);
     sum.area += part.area;
     sum.cut = sum.cut || part.cut;
     sum.open = sum.open || part.fate == part_fate::open;
@@ -201,7 +203,8 @@ std::uint64_t collapsed(const expectation& expected, const amount& out) {
 
 bool isRightCount(const expectation& expected, const amount& out) {
     const std::uint64_t seen = out.triangles - collapsed(expected, out);
-    return seen >= expected.least && (seen <= expected.most || expected.cut);
+    return seen >= expected.least && out.triangles - out.degenerate >= expected.sound &&
+           (seen <= expected.most || expected.cut);
 }
 
 /// "48 came out", and how many more are degenerate.

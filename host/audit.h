@@ -21,6 +21,9 @@
 // single triangles are left: each must be one that went in. How many depends on their values, but
 // for a hull that may have as many as there are: it has them all.
 //
+// With texture atlases parts may lose the triangles that are degenerate in their own space before
+// anything else happens to them.
+//
 // Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
 // those at least as many triangles must come out as went in, with the same area.
 
@@ -53,10 +56,12 @@ struct audited_part {
     part_fate fate = part_fate::merged;
     std::uint64_t triangles = 0;
     std::uint64_t degenerate = 0;      ///< of those, dropped if the part is merged
+    std::uint64_t dropped = 0;         ///< these and what the way to atlases drops, if it has one
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
     std::uint64_t kept_degenerate = 0; ///< degenerate ones that may be among them
     double area = 0.0;                 ///< of what is to come out, if the plan compares areas
     bool cut = false;                  ///< more than `most` may come out, as pieces
+    bool flattened = false;            ///< on the way to atlases indices may go, see above
     bool renamed = false;              ///< comes out under another name, see above
 };
 

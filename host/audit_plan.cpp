@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_run_plan.h>
 
+#include "atlas_forecast.h"
 #include "geometry_view.h"
 #include "parallel.h"
 #include "triangle_measures.h"
@@ -42,6 +43,11 @@ struct part_lists {
         transparent = idsOf(third);
         hidden = idsOf(fourth);
     }
+    /// Whether the merge takes the part, one way or the other.
+    bool has(const ::osg::NodePtr& node) const {
+        const ::osg::UInt32 id = node.getFieldContainerId();
+        return plain.count(id) != 0 || transparent.count(id) != 0;
+    }
     node_ids plain, switched, transparent, hidden;
 };
 
@@ -58,9 +64,22 @@ bool isTransparent(const ::osg::NodePtr& node, const part_lists& lists, const ru
            lists.transparent.count(node.getFieldContainerId()) != 0 && staysTransparent(node, run);
 }
 
-/// Whether the merge hands the part to the draw order as it is.
-bool isReordered(const ::osg::NodePtr& node, const part_lists& lists, const run_plan& run) {
-    return run.orders_cache && isTransparent(node, lists, run);
+/// Whether a part that the merge would carry over may come out merged, or the other way round.
+bool mayChangeSides(const audited_part& part, const ::osg::NodePtr& node, const part_lists& lists,
+                    const run_plan& run) {
+    return run.merges &&
+           (run.setup.mostusedmaterial ||
+            (part.flattened && isTransparent(node, lists, run) && mayTurnOpaque(node, run)));
+}
+
+/// Whether degenerate triangles of a part are asked for in its own space alone.
+bool staysInPlace(const audited_part& part, const ::osg::NodePtr& node, const part_lists& lists,
+                  const run_plan& run) {
+    if (!run.setup.merge.toworld || (run.atlas && !run.merges))
+        return true;
+    if (!isTransparent(node, lists, run))
+        return false;
+    return part.flattened ? !mayChangeSides(part, node, lists, run) : run.orders_cache;
 }
 
 /// What the draw order leaves of a part that is carried over: degenerate triangles go, if only
@@ -104,23 +123,24 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     // What hangs below switches may come to light.
     const bool moves = (setup.removelod || setup.removeswitch) &&
                        (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
-    if (run.atlas.has_value() || run.builds_hull || moves) {
-        const bool is_whole = hull_is_whole && !run.atlas.has_value() && !moves;
+    if (run.builds_hull || moves) {
+        const bool is_whole = hull_is_whole && !moves;
         set(part_fate::open, is_whole ? std::min(part.least, sound) : 0, part.triangles);
     }
     // Equal vertices are joined on the way: a strip shows its degenerate triangles no more.
     else if ((run.removes_parts || setup.ambientocclusion != 0) && part.fate == part_fate::carried)
         set(part.fate, sound, part.triangles);
-    // One material for all may turn carried parts into merged ones, and the other way round.
-    else if (setup.mostusedmaterial && run.merges && part.fate != part_fate::left_out)
+    else if (part.fate != part_fate::left_out && mayChangeSides(part, node, lists, run))
         set(part.degenerate != 0 ? part_fate::open : part.fate, sound, part.triangles);
+    part.least = std::min(part.least, part.triangles - part.dropped);
 }
 
 /// What counting one part needs, free of the scene graph.
 struct counting_task {
     const geometry_view* view;
     placement world;
-    bool to_world;
+    bool to_world;  ///< the merge sees the part in the world
+    bool flattened; ///< the texture stage sees it in its own space before
 };
 
 /// Triangles of a part and how many of them are degenerate where the merge will see them.
@@ -129,7 +149,9 @@ void countPart(const counting_task& task, audited_part& part) {
     const std::vector<::osg::Pnt3f> moved = placed(view, task.to_world ? &task.world : nullptr);
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         ++part.triangles;
-        part.degenerate += isDegenerate(view, moved, a, b, c) ? 1 : 0;
+        const bool degenerate = isDegenerate(view, moved, a, b, c);
+        part.degenerate += degenerate ? 1 : 0;
+        part.dropped += task.flattened && (degenerate || isDegenerate(view, a, b, c)) ? 1 : 0;
     });
 }
 
@@ -151,22 +173,33 @@ void countKept(const std::vector<counting_task>& tasks, const run_plan& run, aud
 double areaOf(const counting_task& task, const audited_part& part) {
     const geometry_view& view = *task.view;
     const std::vector<::osg::Pnt3f> moved = placed(view, &task.world);
+    const bool merged = part.fate != part_fate::carried;
     double area = 0.0;
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
-        if (part.fate == part_fate::carried || !isDegenerate(view, moved, a, b, c))
+        if (!(merged && isDegenerate(view, moved, a, b, c)) &&
+            !(part.flattened && isDegenerate(view, a, b, c)))
             area += triangleArea(view, moved, a, b, c).area;
     });
     return area;
 }
 
 /// Whether the merge may cut a part: some triangle's coordinates reach beyond the limit, and they
-/// are kept.
-bool mayBeCut(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
+/// are kept. With atlases only the merge for a hull does.
+bool mayBeCutInMerge(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
     const morva::osg::mergeGeo_setup& setup = run.setup.merge;
     const bool loses_image = run.setup.ambientocclusion != 0 && run.setup.aoreplace;
-    return run.merges && !loses_image && setup.optimizetc > 0 &&
+    return (run.atlas ? run.setup.buildhull : run.merges) && !loses_image && setup.optimizetc > 0 &&
            reachesBeyond(view, setup.optimizetc) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
+}
+
+/// Whether more triangles of a part may come out than went in.
+bool mayBeCut(const audited_part& part, const geometry_view& view, const ::osg::NodePtr& node,
+              const run_plan& run) {
+    const bool merged = part.fate == part_fate::merged || part.fate == part_fate::open;
+    return (merged && mayBeCutInMerge(view, node, run)) ||
+           (part.flattened && part.fate != part_fate::left_out &&
+            mayBeCutForAtlas(view, node, run));
 }
 
 /// Whether a hull may have as many elements as there are, so that none is left out. By colours the
@@ -178,7 +211,7 @@ bool isWholeHull(const std::vector<named_part>& parts, const std::vector<countin
     std::uint64_t elements = 0;
     for (std::size_t i = 0; i < parts.size(); ++i) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(parts[i].node->getCore());
-        if (mayBeCut(*tasks[i].view, parts[i].node, run))
+        if (mayBeCutInMerge(*tasks[i].view, parts[i].node, run))
             return false; // into any number of pieces
         const std::uint64_t others =
             core->getLengths() == ::osg::NullFC // counts by length miss it
@@ -193,7 +226,8 @@ bool isWholeHull(const std::vector<named_part>& parts, const std::vector<countin
 /// Notes the area of each part if the output can be compared by it.
 void measureAreas(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
     const auto cut = [](const audited_part& part) { return part.cut; };
-    plan.areas = run.setup.merge.toworld && std::any_of(plan.parts.begin(), plan.parts.end(), cut);
+    plan.areas = (run.setup.merge.toworld || !run.merges) &&
+                 std::any_of(plan.parts.begin(), plan.parts.end(), cut);
     if (!plan.areas)
         return;
     runParallel(tasks.size(), [&](std::size_t i) {
@@ -230,16 +264,18 @@ void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run
     }
 }
 
-/// Whether the IDs of a run tell each part. A nameless part gets none. One material for all lets
-/// nobody tell what is carried over. Normals made anew where no index follows leave IDs that no
-/// index leads to. What the first merge of a hull carries over hidden may come out of the second
-/// one in any way.
+/// Whether the IDs of a run tell each part. A nameless part gets none. One material for all, or
+/// those of atlases, let nobody tell what is carried over. Normals made anew where no index follows
+/// leave IDs that no index leads to. What the first merge of a hull carries over hidden may come
+/// out of the second one in any way.
 bool tellsParts(const std::vector<named_part>& parts, const part_lists& lists,
                 const run_plan& run) {
     const morva::osg::mergeGeo_setup& merge = run.setup.merge;
     const bool lost_ids = merge.calcnormals && (merge.opt < 1 || merge.opt > 3);
     const bool merges_hidden = run.builds_hull && merge.keeprenderfalse && !lists.hidden.empty();
-    return !lost_ids && !merges_hidden && !(run.orders_cache && run.setup.mostusedmaterial) &&
+    const bool new_materials = run.setup.mostusedmaterial ||
+                               (run.atlas && !run.atlas->exact && !lists.transparent.empty());
+    return !lost_ids && !merges_hidden && !(run.orders_cache && new_materials) &&
            std::none_of(parts.begin(), parts.end(),
                         [](const named_part& part) { return part.name.empty(); });
 }
@@ -252,7 +288,7 @@ void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
         part.fate = part_fate::removed;
         part.least = part.most = part.kept_degenerate = 0;
         part.area = 0.0;
-        part.cut = part.renamed = false;
+        part.cut = part.renamed = part.flattened = false;
     }
     const auto isGone = [&plan](const triangle_print& print) {
         return plan.parts[print.part].fate == part_fate::removed;
@@ -278,27 +314,32 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
     std::vector<counting_task> tasks;
     for (const named_part& part : parts) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(part.node->getCore());
-        const bool reordered = isReordered(part.node, lists, run);
-        tasks.push_back(
-            {&views.of(core), placement(part.node), run.setup.merge.toworld && !reordered});
         audited_part entry;
         entry.name = part.name;
         entry.original_name = part.original_name;
+        entry.flattened = mayBeFlattened(part.node, lists.has(part.node), run);
+        tasks.push_back({&views.of(core), placement(part.node),
+                         !staysInPlace(entry, part.node, lists, run), entry.flattened});
         plan.parts.push_back(std::move(entry));
     }
     runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
 
     const bool whole = isWholeHull(parts, tasks, plan, run);
+    bool follows = reorders; // the triangles of what the draw order gets
     for (std::size_t i = 0; i < parts.size(); ++i) {
         foretell(plan.parts[i], parts[i].node, lists, run, whole);
         audited_part& part = plan.parts[i];
-        part.cut = (part.fate == part_fate::merged || part.fate == part_fate::open) &&
-                   mayBeCut(*tasks[i].view, parts[i].node, run);
+        part.cut = mayBeCut(part, *tasks[i].view, parts[i].node, run);
+        // Pieces are new triangles, and equal ones of other parts would pass for its own.
+        if (mayChangeSides(part, parts[i].node, lists, run) || (part.renamed && part.cut))
+            follows = false;
         // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        if (reorders && !run.setup.mostusedmaterial && part.fate == part_fate::carried &&
+        if (follows && part.fate == part_fate::carried &&
             part.least + part.degenerate >= part.triangles)
             addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
     }
+    if (!follows)
+        plan.reordered.clear();
     noteHullSource(tasks, run, plan);
     countKept(tasks, run, plan);
     measureAreas(tasks, run, plan);

@@ -1,5 +1,6 @@
 #include "commands.h"
 
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <new>
@@ -15,10 +16,12 @@
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 
+#include "atlas_notes.h"
 #include "audit.h"
 #include "bake_notes.h"
 #include "collide_command.h"
 #include "console.h"
+#include "contact_sheet.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -34,6 +37,7 @@
 #include "report.h"
 #include "scene_walk.h"
 #include "staged_output.h"
+#include "text.h"
 
 namespace morva::host {
 
@@ -93,10 +97,13 @@ morva::output_sink shownParts(bool lines, progress& steps) {
 
 /// Keeps the input and, where it is another one, the result.
 ::osg::NodeRefPtr optimised(const model& source, const options& chosen,
-                            const std::string& parameters, progress& steps) {
-    const bool help = morva::osg::planOf(parameters).setup.help.has_value();
-    const morva::sink_scope shown(shownParts(chosen.verbose || help, steps));
-    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), withThreads(parameters));
+                            const std::string& parameters, progress& steps, run_report& report) {
+    const morva::osg::run_plan plan = morva::osg::planOf(parameters);
+    const morva::sink_scope shown(shownParts(chosen.verbose || plan.setup.help, steps));
+    morva::osg::run_record record;
+    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), withThreads(parameters), record);
+    if (plan.atlas)
+        report.atlases = std::move(record.atlas);
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
@@ -126,6 +133,31 @@ model readChecked(const options& chosen, run_report& report) {
     report.input = {chosen.input, source.file_bytes};
     report.notes = source.notes;
     return source;
+}
+
+/// Names the atlases and makes them ready to be written; notes what is to be known of them.
+void tellOfAtlases(const options& chosen, image_sources& images, run_report& report) {
+    if (!report.atlases || report.atlases->atlases.empty())
+        return;
+    nameAtlases(*report.atlases);
+    const std::string growth =
+        extensionOf(chosen.output) != "osb" ? codeAtlases(*report.atlases, images) : std::string();
+    if (!growth.empty())
+        report.notes.push_back(growth);
+    for (std::string& note : notesOnAtlases(*report.atlases, report.plan->has_ids))
+        report.notes.push_back(std::move(note));
+    memory_watch::check("coding atlases");
+}
+
+/// Writes the picture of all atlases; no file if there are none.
+void writeContactSheet(const staged_output& stage, output_set& outputs, run_report& report) {
+    if (report.atlases->atlases.empty()) {
+        report.notes.push_back("there is no atlas: no contact sheet is written");
+        return outputs.drop(stage);
+    }
+    const std::vector<std::uint8_t> file = encodePng(contactSheet(*report.atlases).get());
+    writeFile(stage.path(), std::string(file.begin(), file.end()));
+    memory_watch::check("writing the contact sheet");
 }
 
 void noteBroughtIds(std::size_t cores, run_report& report) {
@@ -177,14 +209,16 @@ void optimize(const options& chosen) {
     const staged_output& stage = outputs.addModel(chosen.output);
     staged_output* const report_stage = addUnlessEmpty(outputs, chosen.report);
     progress steps(chosen.quiet);
-    const std::string parameters = withKeptColors(chosen.parameters, chosen.ao_replace);
+    const std::string parameters =
+        withExactAtlas(withKeptColors(chosen.parameters, chosen.ao_replace));
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     id_map_output id_map(parameters, outputs);
     staged_output* const removed_stage = addUnlessEmpty(outputs, chosen.removed);
+    staged_output* const sheet_stage = addUnlessEmpty(outputs, chosen.contact_sheet);
     const measure wanted = nobody_reads ? measure::counts : measure::all;
 
     steps.begin("read");
-    const model source = readChecked(chosen, report);
+    model source = readChecked(chosen, report);
     outputs.keepOff(source.files_read);
     for (std::string& note : parameterNotes(chosen.parameters))
         report.notes.push_back(std::move(note));
@@ -197,13 +231,15 @@ void optimize(const options& chosen) {
     report.plan = planAudit(source.root.get(), parts, parameters);
     report.tells_hierarchy = report.plan->hierarchy;
     tellOfOcclusion(source, parts, parameters, chosen.quiet, report);
+    for (std::string& note : atlasNotes(*report.plan, parameters))
+        report.notes.push_back(std::move(note));
     std::optional<removal_watch> watch;
     if (morva::osg::planOf(parameters).removes_parts)
         watch.emplace(source.root.get(), parts);
     if (report.plan->has_ids)
         noteBroughtIds(dropBroughtIds(parts), report);
     steps.begin("optimise");
-    const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps);
+    const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps, report);
     steps.begin("audit");
     const std::vector<std::size_t> gone =
         watch ? watch->removed(result.get()) : std::vector<std::size_t>();
@@ -216,6 +252,7 @@ void optimize(const options& chosen) {
     const bool passed = report.verdict->differences.empty();
     if (passed) {
         steps.begin("write");
+        tellOfAtlases(chosen, source.images, report);
         const part_table table =
             report.plan->has_ids ? partTableOf(parts, result.get()) : part_table();
         const part_table* const known = report.plan->has_ids ? &table : nullptr;
@@ -225,10 +262,14 @@ void optimize(const options& chosen) {
         id_map.check(outputs, report);
         if (removed_stage != nullptr)
             writeRemoved(*watch, gone, source.images, *removed_stage, outputs, report);
+        if (sheet_stage != nullptr)
+            writeContactSheet(*sheet_stage, outputs, report);
     } else {
         outputs.drop(stage);
         if (removed_stage != nullptr)
             outputs.drop(*removed_stage);
+        if (sheet_stage != nullptr)
+            outputs.drop(*sheet_stage);
         id_map.drop(outputs);
     }
     steps.end();

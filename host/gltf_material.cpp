@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstddef>
+#include <string>
 
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
@@ -58,6 +60,12 @@ int wrapCode(::osg::UInt32 wrap) {
     return wrap == GL_CLAMP || wrap == GL_CLAMP_TO_EDGE ? GL_CLAMP_TO_EDGE
            : wrap == GL_MIRRORED_REPEAT                 ? GL_MIRRORED_REPEAT
                                                         : GL_REPEAT;
+}
+
+/// Names may tell where an image was on somebody's disk.
+std::string fileName(const std::string& name) {
+    const std::size_t end = name.find_last_of("/\\");
+    return end == std::string::npos ? name : name.substr(end + 1);
 }
 
 } // namespace
@@ -167,6 +175,9 @@ int gltf_materials::imageNumber(const ::osg::ImagePtr& image) {
         number = static_cast<int>(images_.size());
         images_.push_back(
             {{"bufferView", buffer_.addBytes(file->bytes)}, {"mimeType", file->mime_type}});
+        const std::string name = fileName(nameOf(image));
+        if (!name.empty() && name[0] != '*')
+            images_.back()["name"] = validUtf8(name);
     }
     image_numbers_.emplace(image.getFieldContainerId(), number);
     return number;

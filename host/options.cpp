@@ -8,6 +8,7 @@
 
 #include "host_error.h"
 #include "model_export.h"
+#include "text.h"
 #include "version.h"
 
 namespace morva::host {
@@ -45,6 +46,12 @@ CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
         .add_option("--removed", chosen.removed,
                     "write the parts that ambientgutout removes to this model file")
         ->type_name("FILE");
+    optimize
+        .add_option("--contact-sheet", chosen.contact_sheet,
+                    "write a picture of all atlases of maxtexturesize to this .png")
+        ->type_name("FILE");
+    optimize.footer("With maxtexturesize all looks as before: exactatlas(false) takes more images, "
+                    "and edges may\nshow; atlaspadding(N), 0 to 64, puts N texels around each.");
     optimize.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
     return optimize;
 }
@@ -97,6 +104,18 @@ CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
     return collide;
 }
 
+void checkContactSheet(const options& chosen) {
+    const std::string& file = chosen.contact_sheet;
+    if (file.empty())
+        return;
+    if (extensionOf(file) != "png")
+        throw host_error("--contact-sheet writes PNG: '" + file + "' does not end in .png",
+                         exit_usage);
+    if (!morva::osg::planOf(chosen.parameters).atlas)
+        throw host_error("--contact-sheet goes with the parameter maxtexturesize(SIDE)",
+                         exit_usage);
+}
+
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
@@ -108,6 +127,7 @@ void check(const options& chosen) {
                                  "'; known extensions: " + writableExtensions(),
                              exit_usage);
     }
+    checkContactSheet(chosen);
     if (!chosen.removed.empty() && !morva::osg::planOf(chosen.parameters).removes_parts)
         throw host_error("--removed goes with the parameter ambientgutout(true)", exit_usage);
 }

@@ -38,8 +38,9 @@ struct options {
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize only
     bool overwrite = false;                                     ///< optimize only
-    bool ao_replace = false; ///< optimize only: baking replaces colours and materials
-    std::string removed;     ///< optimize only: model file of removed parts; empty: none
+    bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
+    std::string removed;       ///< optimize only: model file of removed parts; empty: none
+    std::string contact_sheet; ///< optimize only: picture of all atlases; empty: none
     bool quiet = false, verbose = false;
     pick_options pick;       ///< pick only
     collide_options collide; ///< collide only

@@ -10,6 +10,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/picking/morva_osg_ray_hits.h>
 
+#include "atlas_notes.h"
 #include "console.h"
 #include "host_error.h"
 #include "memory_watch.h"
@@ -110,7 +111,8 @@ run_result optimisedInMemory(const ::osg::NodePtr& root, const std::vector<named
     const std::vector<std::string> carried = carriedParts(root, parameters);
     const morva::sink_scope silent(
         {[](std::string_view) {}, nullptr, [](std::size_t, std::size_t) {}});
-    const ::osg::NodePtr result = morva::osg::optTree(root, withThreads(withMapInRoot(parameters)));
+    const ::osg::NodePtr result =
+        morva::osg::optTree(root, withThreads(withMapInRoot(withExactAtlas(parameters))));
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");

@@ -6,6 +6,7 @@
 #include <unordered_map>
 #include <utility>
 
+#include "atlas_report.h"
 #include "text.h"
 
 namespace morva::host {
@@ -195,6 +196,8 @@ std::string tableOf(const run_report& report) {
                 two ? textOf(*report.after, what) : "", two);
     addLine(text, "file bytes", withCommas(report.input.bytes), withCommas(report.output.bytes),
             two);
+    if (report.atlases)
+        text += "\n" + atlasLines(*report.atlases);
     if (!report.stages.empty()) {
         text += "\n";
         addLine(text, "stage", "seconds", "peak memory", true);
@@ -225,6 +228,8 @@ ordered_json jsonOf(const run_report& report) {
     file["before"] = jsonOf(report.before, figuresOf(report));
     if (report.after)
         file["after"] = jsonOf(*report.after, figuresOf(report));
+    if (report.atlases)
+        file["atlases"] = jsonOf(*report.atlases);
     if (report.verdict)
         file["audit"] = jsonOf(*report.verdict);
     ordered_json stages = ordered_json::array();

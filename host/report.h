@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <morva/textures/morva_osg_atlas_record.h>
+
 #include "audit.h"
 #include "stage_clock.h"
 #include "statistics.h"
@@ -31,6 +33,7 @@ struct run_report {
     bool tells_hierarchy = false; ///< levels and leaves are among the figures
     std::optional<audit_plan> plan;
     std::optional<audit_verdict> verdict;
+    std::optional<morva::osg::atlas_record> atlases; ///< if the run was to make some
     std::vector<stage_record> stages;
     std::vector<std::string> notes;
 };

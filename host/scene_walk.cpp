@@ -4,6 +4,7 @@
 
 #include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGDistanceLOD.h>
+#include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 #include <OpenSG/OSGSwitch.h>
 #include <OpenSG/OSGSwitchMaterial.h>
@@ -112,6 +113,13 @@ std::vector<::osg::ImagePtr> imagesOf(const ::osg::MaterialPtr& material) {
             images.push_back(texture->getImage());
     }
     return images;
+}
+
+std::string nameOf(const ::osg::ImagePtr& image) {
+    if (!image->getName().empty())
+        return image->getName();
+    const ::osg::Char8* name = getName(image);
+    return name != nullptr ? name : "";
 }
 
 } // namespace morva::host

@@ -4,6 +4,7 @@
 // levels of detail their first child. Statistics count and writers write what this walk meets.
 
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
@@ -42,5 +43,9 @@ bool placementOf(const ::osg::NodePtr& node, ::osg::Matrix& matrix);
 
 /// The images that a material uses, in chunk order.
 std::vector<::osg::ImagePtr> imagesOf(const ::osg::MaterialPtr& material);
+
+/// What an image is called: by its field, or by the attachment that readers give it. "*3" is the
+/// one of that number within a model file; empty without a name.
+std::string nameOf(const ::osg::ImagePtr& image);
 
 } // namespace morva::host
