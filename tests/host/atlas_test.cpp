@@ -1,0 +1,217 @@
+// Texture atlases by the command: what is reported, noted and written.
+
+#include <nlohmann/json.hpp>
+
+#include "atlas_notes.h"
+#include "atlas_report.h"
+#include "contact_sheet.h"
+#include "model.h"
+#include "scene_walk.h"
+#include "tests/host/host_files.h"
+
+namespace morva_test {
+namespace {
+
+using morva::osg::atlas_record;
+
+/// A plate that shows all of an image.
+::osg::NodePtr plate(const std::string& name, const ::osg::MaterialPtr& material) {
+    mesh_data mesh = quads(1);
+    mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+    return named(name, meshNode(mesh, material));
+}
+
+/// An image whose pixels all differ; `seed` is their first byte.
+::osg::ImagePtr picture(const std::string& name, ::osg::UInt32 format, int side, unsigned seed) {
+    const ::osg::ImagePtr image = imageOf(format, side, side);
+    for (unsigned long i = 0; i < image->getSize(); ++i)
+        image->getData()[i] = static_cast<std::uint8_t>(seed + 7 * i + i / 256);
+    image->setName(name);
+    return image;
+}
+
+/// Two opaque images and two transparent ones, one that is too large, and one with two textures.
+::osg::NodePtr gallery() {
+    const auto rgb = ::osg::Image::OSG_RGB_PF, rgba = ::osg::Image::OSG_RGBA_PF;
+    const auto look = [](const ::osg::ImagePtr& image) { return chunked({1, 1, 1, 1}, image); };
+    const ::osg::ChunkMaterialPtr two = look(picture("two", rgb, 4, 9));
+    const ::osg::TextureChunkPtr second = ::osg::TextureChunk::create();
+    second->setImage(imageOf(rgb, 4, 4));
+    two->addChunk(second, 1);
+    return group({plate("a", look(picture("a.jpg", rgb, 16, 1))),
+                  plate("b", look(picture("sub/b.jpg", rgb, 8, 77))),
+                  plate("c", look(picture("c.png", rgba, 16, 3))),
+                  plate("d", look(picture("", rgba, 8, 5))),
+                  plate("e", look(picture("large", rgb, 40, 8))), plate("f", two)});
+}
+
+TEST(Atlases, AreToldShownAndWrittenOnce) {
+    const temporary_folder folder;
+    modelFile(folder.file("in.osb"), gallery());
+    const command_result done =
+        runMorva(wordsOf("optimize @in.osb -o @o.gltf --report @r.json --contact-sheet @s.png -v "
+                         "-p maxtexturesize(32),maxtris(100),idmapinroot(1)",
+                         folder));
+    ASSERT_EQ(done.code, 0) << done.err;
+    for (const char* line :
+         {"\natlas 0: 32 x 16, 2 images, 62.5 % filled\n",
+          "\natlas 1: 32 x 16, 2 images, 62.5 % filled, transparent\n",
+          "\n1 image of 1 geometry left out, larger than half of the atlas: 'large'\n",
+          "\n2 solid images processed.\n", "\n2 transparent images processed.\n"})
+        EXPECT_NE(done.out.find(line), std::string::npos) << line << done.out;
+    for (const char* note : {"note: 2 transparent parts come out without indices and not merged: ",
+                             "note: appearances in the ID map are those of the atlases\n"})
+        EXPECT_NE(done.err.find(note), std::string::npos) << done.err;
+
+    const auto report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
+    EXPECT_EQ(report["before"]["textures"], 7);
+    EXPECT_EQ(report["after"]["textures"], 5) << "two atlases, one that is large, two of one part";
+    const auto& made = report["atlases"]["made"];
+    EXPECT_EQ(made[0]["images"][1]["name"], "sub/b.jpg");
+    EXPECT_EQ(made[1]["images"][1]["name"], "image of 8 x 8");
+    EXPECT_EQ(report["atlases"]["left_out"].size(), 2U);
+    EXPECT_EQ(report["atlases"]["left_out"][1]["reason"], "a material with several textures");
+
+    // Every texel is where the report says, from the lowest row on.
+    const std::string sheet = bytesOf(folder.file("s.png"));
+    const ::osg::ImageRefPtr shown(morva::host::decodeImage(
+        reinterpret_cast<const std::uint8_t*>(sheet.data()), sheet.size(), true));
+    ASSERT_EQ(shown->getWidth(), 64);
+    const auto source = morva::host::readModel(folder.file("in.osb"));
+    const node_list nodes = geometryNodes(source.root.get());
+    for (std::size_t i = 0; i < 4; ++i) {
+        const ::osg::ImagePtr image = morva::host::imagesOf(coreOf(nodes[i])->getMaterial())[0];
+        const auto& placed = made[i / 2]["images"][i % 2];
+        const std::size_t channels = image->getComponents();
+        const auto width = static_cast<std::size_t>(image->getWidth());
+        std::size_t wrong = 0;
+        for (std::size_t texel = 0; texel < width * width; ++texel) {
+            const std::size_t x = placed["x"].get<std::size_t>() + texel % width + 32 * (i / 2);
+            const std::size_t y = placed["y"].get<std::size_t>() + texel / width;
+            for (std::size_t k = 0; k < channels; ++k)
+                wrong += shown->getData()[4 * (64 * y + x) + k] !=
+                         image->getData()[channels * texel + k];
+        }
+        EXPECT_EQ(wrong, 0U) << placed;
+    }
+
+    const auto file = nlohmann::json::parse(bytesOf(folder.file("o.gltf")));
+    std::map<std::string, std::string> modes; ///< by the image of the material
+    for (const auto& material : file["materials"]) {
+        const auto& texture =
+            file["textures"]
+                [material["pbrMetallicRoughness"]["baseColorTexture"]["index"].get<std::size_t>()];
+        const auto& sampler = file["samplers"][texture["sampler"].get<std::size_t>()];
+        const auto name = file["images"][texture["source"].get<std::size_t>()].value("name", "");
+        modes[name] = material.value("alphaMode", "OPAQUE");
+        EXPECT_EQ(sampler["wrapS"], GL_REPEAT);
+    }
+    EXPECT_EQ(file["images"].size(), 4U);
+    EXPECT_EQ(modes.count("atlas 0") + modes.count("atlas 1"), 2U);
+    EXPECT_EQ(modes["atlas 0"], "OPAQUE");
+}
+
+/// Many images left out and many atlases make few lines, and all stand in the report.
+TEST(Atlases, OfManyImagesMakeFewLines) {
+    atlas_record record;
+    const ::osg::ImageRefPtr image(imageOf(::osg::Image::OSG_RGB_PF, 2, 3));
+    for (int i = 0; i < 3000; ++i) {
+        record.atlases.push_back({image, 2, 3, false, 1.0, {{image, 0, 0, 2, 3}}});
+        record.left_out.push_back({image,
+                                   i % 2 == 0 ? morva::osg::atlas_obstacle::clamped
+                                              : morva::osg::atlas_obstacle::above_half,
+                                   2});
+    }
+    const std::string lines = morva::host::atlasLines(record);
+    EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 16 + 1 + 2);
+    EXPECT_LT(lines.size(), 2500U);
+    EXPECT_NE(lines.find("\nand 2,984 more\n1,500 images of 3,000 geometries left out, larger"),
+              std::string::npos)
+        << lines;
+    const auto json = morva::host::jsonOf(record);
+    EXPECT_EQ(json["made"].size() + json["left_out"].size(), 6000U);
+}
+
+TEST(ContactSheet, IsAsWideAsItMayBeAndShowsMeans) {
+    const auto sheetOf = [](const std::vector<::osg::ImageRefPtr>& images) {
+        atlas_record record;
+        for (const ::osg::ImageRefPtr& image : images)
+            record.atlases.push_back({image, 0, 0, false, 0.0, {}});
+        return morva::host::contactSheet(record);
+    };
+    const ::osg::ImageRefPtr wide(picture("", ::osg::Image::OSG_RGB_PF, 1, 0));
+    wide->set(::osg::Image::OSG_RGB_PF, 5000, 3);
+    for (unsigned long i = 0; i < wide->getSize(); ++i)
+        wide->getData()[i] = static_cast<std::uint8_t>(i * i);
+    const ::osg::ImageRefPtr clear(imageOf(::osg::Image::OSG_RGBA_PF, 5001, 1, 90));
+    const ::osg::ImageRefPtr sheet = sheetOf({wide, clear}); // a quarter: 1250 and 1251
+    ASSERT_EQ(sheet->getWidth(), 2501);
+    ASSERT_EQ(sheet->getHeight(), 1);
+    for (int x = 0; x < 1250; ++x) {
+        for (int k = 0; k < 3; ++k) {
+            int sum = 6;
+            for (int y = 0; y < 3; ++y)
+                for (int i = 4 * x; i < 4 * x + 4; ++i)
+                    sum += wide->getData()[3 * (5000 * y + i) + k];
+            ASSERT_EQ(sheet->getData()[4 * x + k], sum / 12);
+        }
+        ASSERT_EQ(sheet->getData()[4 * x + 3], 255);
+    }
+    EXPECT_EQ(sheet->getData()[4 * 2500 + 3], 90) << "the mean of the one texel that is left";
+    // No room for all at one pixel each.
+    const ::osg::ImageRefPtr many = sheetOf(std::vector<::osg::ImageRefPtr>(5000, clear));
+    EXPECT_EQ(std::pair(many->getWidth(), many->getHeight()), std::pair(4096, 2));
+}
+
+TEST(Atlases, NotesSayWhatTheirKeysDoNot) {
+    const struct {
+        const char* keys;
+        const char* note; ///< empty: none
+        int code = 0;
+    } rows[] = {{"maxtexturesize(16),maxtris(9)", "8192 is taken in place of 16\n"},
+                {"maxtexturesize(31),maxtris(9)", "8192 is taken in place of 31\n"},
+                {"maxtexturesize(8193),maxtris(9)", "8192 is taken in place of 8,193\n"},
+                {"maxtexturesize(-1),maxtris(9)", "8192 is taken in place of 4,294,967,295\n"},
+                {"maxtexturesize(junk),maxtris(9)", ""},
+                {"maxtexturesize(32),maxtris(9),alphageometry(1)", ""},
+                {"maxtexturesize(8192),maxtris(9),alphageometry(1)", ""},
+                {"maxtexturesize(4000)", "without maxtris, maxtexturesize leaves geometry"},
+                {"maxtexturesize(32),maxtris(9)", "2 transparent parts come out without indices"},
+                {"maxtexturesize(32),maxtris(9),ambientocclusion(1),aoreplace(1)",
+                 "ambientocclusion takes all images away"},
+                {"maxtexturesize(32),maxtris(9),exactatlas(0),alphageometry(1)",
+                 "images reach beyond what is kept of their atlas"}};
+    const temporary_folder folder;
+    modelFile(folder.file("in.osb"), gallery());
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.keys);
+        const command_result done =
+            runMorva(wordsOf(std::string("optimize @in.osb -o @o.osb -p ") + row.keys, folder));
+        EXPECT_EQ(done.code, row.code) << done.err;
+        EXPECT_NE(done.err.find(row.note), std::string::npos) << done.err;
+        EXPECT_EQ(done.err.empty(), *row.note == 0) << done.err;
+    }
+}
+
+/// A file that was small as it came, and the same pixels in an atlas.
+TEST(Atlases, ThatAreLargerThanTheirFilesSaySo) {
+    atlas_record record;
+    morva::host::image_sources files;
+    const ::osg::ImageRefPtr atlas(picture("", ::osg::Image::OSG_RGB_PF, 64, 1));
+    const ::osg::ImageRefPtr image(picture("x", ::osg::Image::OSG_RGB_PF, 8, 1));
+    record.atlases.push_back({atlas, 64, 64, false, 1.0, {{image, 0, 0, 8, 8}}});
+    EXPECT_EQ(morva::host::codeAtlases(record, files), "");
+    EXPECT_EQ(files.find(atlas.get()), nullptr) << "the files are not known";
+    files.remember(image.get(), {"image/jpeg", std::vector<std::uint8_t>(100)});
+    const std::string note = morva::host::codeAtlases(record, files);
+    EXPECT_EQ(note.find("images that took 100 bytes in files of their own take "), 0U) << note;
+    ASSERT_NE(files.find(atlas.get()), nullptr);
+    EXPECT_EQ(files.find(atlas.get())->bytes, morva::host::encodePng(atlas.get()));
+    files.remember(image.get(), {"image/png", std::vector<std::uint8_t>(100000)});
+    EXPECT_EQ(morva::host::codeAtlases(record, files), "");
+    morva::host::nameAtlases(record);
+    EXPECT_STREQ(getName(atlas.get()), "atlas 0");
+}
+
+} // namespace
+} // namespace morva_test
