@@ -39,6 +39,12 @@ PARAMETERS = {  # and the formats that are written beside .osb
     "flat(false)": "glb",
 }
 
+SPIDER = DEBIAN / "OBJ/spider.obj"
+ATLASES = {  # of its four images
+    "maxtexturesize(2048),maxtris(300),optimizetc(1),idmap(map)": "glb gltf",
+    "maxtexturesize(2000),exactatlas(false),atlaspadding(5),flat(false)": "glb",
+}
+
 
 def report_of(folder, command):
     """The command's process and its report, which is gone from the folder then."""
@@ -91,6 +97,8 @@ def main():
     morva = os.path.abspath(sys.argv[1])
     jobs = [(morva, model, parameters, suffix) for model in MODELS
             for parameters, formats in PARAMETERS.items() for suffix in ["osb"] + formats.split()]
+    jobs += [(morva, SPIDER, parameters, suffix)
+             for parameters, formats in ATLASES.items() for suffix in ["osb"] + formats.split()]
     with ThreadPoolExecutor() as pool:
         lines = [line for part in pool.map(lambda job: lines_of(*job), jobs) for line in part]
     stored = HERE / "golden.txt"

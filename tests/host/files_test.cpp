@@ -85,6 +85,12 @@ void fill(const temporary_folder& folder) {
     for (::osg::Pnt3f& position : endless.positions)
         position[1] = std::numeric_limits<float>::infinity();
     modelFile(folder.file("endless.glb"), group({meshNode(endless)}));
+    const auto seen = [](int side) {
+        mesh_data mesh = quads(1);
+        mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+        return meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, side, side)));
+    };
+    modelFile(folder.file("pair.osb"), group({seen(4), seen(8)}));
     modelFile(folder.file("nameless.osb"),
               group({meshNode(quads(3)), named("z", meshNode(quads(1)))}));
     const std::pair<const char*, std::string> texts[] = {
@@ -153,6 +159,21 @@ const file_case file_cases[] = {
      "morva: note: 1 part has no name: where it is merged with named ones, the ID map lists it "
      "under the first named part, 'z'\n",
      "+m.json +o.glb"},
+    // Pictures of atlases.
+    {"optimize @pair.osb -o @o.glb -p maxtexturesize(64),maxtris(9) --contact-sheet @s.PNG", 0, "",
+     "+o.glb +s.PNG"},
+    {"optimize @in.glb -o @o.glb -p maxtexturesize(64),maxtris(9) --contact-sheet @s.png", 0,
+     "no contact sheet is written", "+o.glb"},
+    {"optimize @in.obj -o @o.glb -p maxtexturesize(64) --contact-sheet @in_1.png", 1,
+     "the input refers to it", ""},
+    {"optimize @pair.osb -o @o.obj -p maxtexturesize(64),maxtris(9) --contact-sheet @o_1.png", 1,
+     "goes there", ""},
+    {"optimize @pair.osb -o @o.glb -p maxtexturesize(64) --report @s.png --contact-sheet @./s.png",
+     2, "cannot be one file", ""},
+    {"optimize @pair.osb -o @o.glb -p maxtexturesize(64) --contact-sheet @s.jpg", 2,
+     "does not end in .png", ""},
+    {"optimize @pair.osb -o @o.glb -p maxtexturesize(0) --contact-sheet @s.png", 2,
+     "--contact-sheet goes with the parameter maxtexturesize(SIDE)", ""},
     // Command lines and inputs that are wrong.
     {" ", 2, "subcommand", ""},
     {"optimize @in.glb -o @o.glb --fast", 2, "--fast", ""},
