@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <unordered_map>
+#include <unordered_set>
 #include <utility>
 
 #include <OpenSG/OSGGroup.h>
@@ -75,18 +76,20 @@ bool dropMaterialGroup(const ::osg::NodePtr& node) {
 /// Moves geometry from its images to the atlases.
 class texture_replacement {
   public:
-    texture_replacement(atlas_sources& sources, const std::vector<ImageData>& images, bool exact)
-        : numbers_(sources, images), images_(images), exact_(exact) {}
+    texture_replacement(image_numbers& numbers, const std::vector<ImageData>& images, bool exact)
+        : numbers_(numbers), images_(images), exact_(exact) {}
 
-    /// The nodes that show an image of one of the atlases.
+    /// The nodes that show an image of one of the atlases, each once.
     std::vector<atlas_user> usersAmong(const std::vector<::osg::NodePtr>& nodes,
                                        std::size_t atlases) {
         std::vector<atlas_user> users;
+        std::unordered_set<::osg::UInt32> seen;
         for (const ::osg::NodePtr& node : nodes) {
             const std::uint32_t number =
                 geometryOf(node) != ::osg::NullFC ? numbers_.of(getImage(node)) : no_image;
             if (number >= images_.size() || images_[number].atlasIndex < 0 ||
-                static_cast<std::size_t>(images_[number].atlasIndex) >= atlases)
+                static_cast<std::size_t>(images_[number].atlasIndex) >= atlases ||
+                !seen.insert(node.getFieldContainerId()).second)
                 continue;
             users.push_back({::osg::RefPtr<::osg::NodePtr>(node), number,
                              static_cast<std::size_t>(images_[number].atlasIndex)});
@@ -115,7 +118,7 @@ class texture_replacement {
     }
 
   private:
-    image_numbers numbers_;
+    image_numbers& numbers_;
     const std::vector<ImageData>& images_;
     bool exact_;
 };
@@ -160,8 +163,8 @@ std::vector<drawn_atlas> drawAtlases(std::vector<ImageData>& images, const atlas
 class atlas_report {
   public:
     atlas_report(const std::vector<ImageData>& images, const atlas_form& form,
-                 atlas_sources& sources, atlas_record& record)
-        : images_(images), form_(form), numbers_(sources, images), record_(record) {}
+                 image_numbers& numbers, atlas_record& record)
+        : images_(images), form_(form), numbers_(numbers), record_(record) {}
 
     /// Before anything is replaced: nodes show their own images.
     void noteNodes(const std::vector<::osg::NodePtr>& nodes, bool no_memory) {
@@ -218,7 +221,7 @@ class atlas_report {
 
     const std::vector<ImageData>& images_;
     const atlas_form& form_;
-    image_numbers numbers_;
+    image_numbers& numbers_;
     std::unordered_map<std::uint32_t, ::osg::RefPtr<::osg::ImagePtr>> pictures_;
     atlas_record& record_;
 };
@@ -234,7 +237,8 @@ unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<
         std::reverse(images.begin(), images.end());
         atlases = drawAtlases(images, form, no_memory);
     }
-    atlas_report report(images, form, sources, record);
+    image_numbers numbers(sources, images);
+    atlas_report report(images, form, numbers, record);
     report.noteNodes(nodes, no_memory);
     unsigned int placed = 0;
     for (const drawn_atlas& target : atlases) {
@@ -242,7 +246,7 @@ unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<
         placed += static_cast<unsigned int>(target.placed.size());
     }
 
-    texture_replacement replacement(sources, images, form.exact);
+    texture_replacement replacement(numbers, images, form.exact);
     const std::vector<atlas_user> users = replacement.usersAmong(nodes, atlases.size());
     if (form.exact) {
         for (const atlas_user& user : users)
@@ -269,7 +273,8 @@ void replaceTexturesByTextureAtlas(const std::vector<::osg::NodePtr>& nodes,
                                    const std::vector<ImageData>& images,
                                    std::vector<FixedTextureAtlas>& atlases) {
     atlas_sources sources(image_equality::first_bytes);
-    texture_replacement replacement(sources, images, false);
+    image_numbers numbers(sources, images);
+    texture_replacement replacement(numbers, images, false);
     for (const atlas_user& user : replacement.usersAmong(nodes, atlases.size()))
         replacement.replace(user, atlases[user.atlas], nullptr);
 }

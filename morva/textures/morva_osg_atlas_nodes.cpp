@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <optional>
 
-#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_tools.h>
@@ -51,17 +50,8 @@ void look(const triangle_uv& t, coordinate_reach& reach) {
 }
 
 coordinate_reach reachOf(const ::osg::GeometryPtr& geometry) {
-    constexpr vertex_property read[] = {vertex_property::position, vertex_property::texcoords};
-    const geometry_columns columns(geometry, read);
-    const property_column& coordinates = columns[vertex_property::texcoords];
     coordinate_reach reach;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        look({coordinates.valueOf<::osg::Vec2f>(first),
-                              coordinates.valueOf<::osg::Vec2f>(second),
-                              coordinates.valueOf<::osg::Vec2f>(third)},
-                             reach);
-                    });
+    forEachTriangleUv(geometry, [&reach](const triangle_uv& t) { look(t, reach); });
     return reach;
 }
 

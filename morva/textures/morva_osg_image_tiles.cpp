@@ -5,6 +5,8 @@
 #include <cstddef>
 #include <cstring>
 
+#include <morva/textures/morva_osg_pixel_rows.h>
+
 namespace morva::osg {
 
 namespace {
@@ -37,32 +39,6 @@ drawn_area clipped(const drawn_area& area, const canvas& target) {
     const std::int64_t bottom = std::min(area.top + area.height, target.height);
     return {left, top, std::max<std::int64_t>(right - left, 0),
             std::max<std::int64_t>(bottom - top, 0)};
-}
-
-/// The bytes of one RGBA pixel as a number, so that four are handled at once.
-std::uint32_t wordAt(const unsigned char* bytes) {
-    std::uint32_t word = 0;
-    std::memcpy(&word, bytes, 4);
-    return word;
-}
-
-/// Adds alpha, 255. Words reach into the next pixel, but for the last.
-void widenPixels(const unsigned char* from, unsigned char* to, std::int64_t count) {
-    constexpr unsigned char alpha[4] = {0, 0, 0, 255};
-    const std::uint32_t full = wordAt(alpha);
-    for (std::int64_t i = 0; i + 1 < count; ++i) {
-        const std::uint32_t pixel = wordAt(from + 3 * i) | full;
-        std::memcpy(to + 4 * i, &pixel, 4);
-    }
-    std::memcpy(to + 4 * (count - 1), from + 3 * (count - 1), 3);
-    to[4 * count - 1] = 255;
-}
-
-/// Leaves alpha out. The next pixel is written over it; the last has none to write.
-void narrowPixels(const unsigned char* from, unsigned char* to, std::int64_t count) {
-    for (std::int64_t i = 0; i + 1 < count; ++i)
-        std::memcpy(to + 3 * i, from + 4 * i, 4);
-    std::memcpy(to + 3 * (count - 1), from + 4 * (count - 1), 3);
 }
 
 void copyPixels(const unsigned char* from, bool fromAlpha, unsigned char* to, const canvas& target,

@@ -4,12 +4,15 @@
 // neighbours, and optimizeTexCoords(), which go through these.
 
 #include <cmath>
+#include <cstddef>
 #include <cstdint>
 #include <limits>
 
 #include <OpenSG/OSGGeoProperty.h>
+#include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGVector.h>
 
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 
 namespace morva::osg {
@@ -122,6 +125,20 @@ inline float largest(const triangle_uv& t) {
         high = (*point)[1] > high ? (*point)[1] : high;
     }
     return high;
+}
+
+/// Calls `use` with the coordinates of each triangle that a geometry draws; a corner without any
+/// has (0, 0).
+template <typename Use> void forEachTriangleUv(const ::osg::GeometryPtr& geometry, const Use& use) {
+    constexpr vertex_property read[] = {vertex_property::position, vertex_property::texcoords};
+    const geometry_columns columns(geometry, read);
+    const property_column& coordinates = columns[vertex_property::texcoords];
+    forEachTriangle(columns, rest_rule::continued,
+                    [&](std::size_t first, std::size_t second, std::size_t third) {
+                        use(triangle_uv{coordinates.valueOf<::osg::Vec2f>(first),
+                                        coordinates.valueOf<::osg::Vec2f>(second),
+                                        coordinates.valueOf<::osg::Vec2f>(third)});
+                    });
 }
 
 /// Coordinates 0 of a geoset; null for none.

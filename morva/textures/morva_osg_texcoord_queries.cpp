@@ -9,7 +9,6 @@
 #include <OpenSG/OSGMaterialGroup.h>
 
 #include <morva/core/morva_osg_edits.h>
-#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
@@ -78,20 +77,13 @@ bool hasTCabove(::osg::NodePtr node, float limit, bool normalised) {
             return point[0] > threshold || point[1] > threshold;
         });
     }
-    constexpr vertex_property read[] = {vertex_property::position, vertex_property::texcoords};
-    const geometry_columns columns(geometry, read);
-    const property_column& coordinates = columns[vertex_property::texcoords];
     bool above = false;
-    forEachTriangle(columns, rest_rule::continued,
-                    [&](std::size_t first, std::size_t second, std::size_t third) {
-                        if (above)
-                            return;
-                        triangle_uv t{coordinates.valueOf<::osg::Vec2f>(first),
-                                      coordinates.valueOf<::osg::Vec2f>(second),
-                                      coordinates.valueOf<::osg::Vec2f>(third)};
-                        normalise(t, static_cast<float>(usual_cut_limit));
-                        above = largest(t) > threshold;
-                    });
+    forEachTriangleUv(geometry, [&](triangle_uv t) {
+        if (above)
+            return;
+        normalise(t, static_cast<float>(usual_cut_limit));
+        above = largest(t) > threshold;
+    });
     return above;
 }
 
