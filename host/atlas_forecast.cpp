@@ -4,6 +4,7 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/textures/morva_osg_texcoords.h>
 
 #include "atlas_notes.h"
@@ -22,11 +23,13 @@ bool comesFirst(const run_plan& run) {
            !run.removes_parts && setup.ambientocclusion == 0 && !run.builds_hull;
 }
 
-bool losesImage(const run_plan& run) {
-    return run.setup.ambientocclusion != 0 && run.setup.aoreplace;
-}
-
 } // namespace
+
+bool losesImages(const run_plan& run) {
+    const morva::osg::optTree_setup& setup = run.setup;
+    return setup.ambientocclusion != 0 && setup.aoreplace &&
+           morva::osg::raysInForce(static_cast<int>(setup.ambientocclusion)) != 0;
+}
 
 bool mayBeFlattened(const ::osg::NodePtr& node, bool listed, const run_plan& run) {
     if (!run.atlas || !(listed || run.setup.removelod || run.setup.removeswitch))
@@ -42,7 +45,7 @@ bool mayBeCutForAtlas(const geometry_view& view, const ::osg::NodePtr& node, con
     const auto limit = static_cast<int>(run.atlas->optimizetc);
     const bool has_image =
         run.setup.mostusedmaterial || morva::osg::getImage(node) != ::osg::NullFC;
-    return limit > 0 && has_image && !losesImage(run) && reachesBeyond(view, limit);
+    return limit > 0 && has_image && !losesImages(run) && reachesBeyond(view, limit);
 }
 
 bool mayTurnOpaque(const ::osg::NodePtr& node, const run_plan& run) {

@@ -10,6 +10,9 @@
 
 namespace morva::host {
 
+/// Whether baking takes all images away, before anything asks for them.
+bool losesImages(const morva::osg::run_plan& run);
+
 /// Whether a part may come out as triangles without indices, the degenerate ones of its own space
 /// left out.
 ///

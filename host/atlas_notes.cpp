@@ -8,6 +8,7 @@
 
 #include <morva/core/morva_osg_params.h>
 
+#include "atlas_forecast.h"
 #include "atlas_report.h"
 #include "scene_walk.h"
 #include "text.h"
@@ -66,7 +67,7 @@ std::vector<std::string> atlasNotes(const audit_plan& plan, const std::string& p
     if (sideOf(*run.atlas) != run.atlas->textureSize)
         notes.push_back("maxtexturesize takes 32 to 8192: 8192 is taken in place of " +
                         withCommas(run.atlas->textureSize));
-    if (run.setup.ambientocclusion != 0 && run.setup.aoreplace)
+    if (losesImages(run))
         notes.push_back("ambientocclusion takes all images away before there are atlases");
     const std::uint64_t transparent = run.merges ? count(plan, &staysTransparent) : 0;
     if (!run.merges && count(plan, &isFlattened) != 0)

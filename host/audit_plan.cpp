@@ -187,9 +187,8 @@ double areaOf(const counting_task& task, const audited_part& part) {
 /// are kept. With atlases only the merge for a hull does.
 bool mayBeCutInMerge(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
     const morva::osg::mergeGeo_setup& setup = run.setup.merge;
-    const bool loses_image = run.setup.ambientocclusion != 0 && run.setup.aoreplace;
-    return (run.atlas ? run.setup.buildhull : run.merges) && !loses_image && setup.optimizetc > 0 &&
-           reachesBeyond(view, setup.optimizetc) &&
+    return (run.atlas ? run.setup.buildhull : run.merges) && !losesImages(run) &&
+           setup.optimizetc > 0 && reachesBeyond(view, setup.optimizetc) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
 }
 

@@ -53,8 +53,10 @@ std::vector<std::string> carriedParts(const ::osg::NodePtr& root, const std::str
     const morva::osg::run_plan plan = morva::osg::planOf(parameters);
     const morva::osg::optTree_setup& setup = plan.setup;
     // What the stages before the merge make transparent or lay open cannot be foretold.
-    if (!plan.orders_cache || setup.merge.alphageometry || setup.mostusedmaterial ||
-        setup.removelod || setup.removeswitch || setup.ambientocclusion != 0 || plan.builds_hull)
+    const bool new_materials = plan.atlas && !plan.atlas->exact;
+    if (!plan.orders_cache || new_materials || setup.merge.alphageometry ||
+        setup.mostusedmaterial || setup.removelod || setup.removeswitch ||
+        setup.ambientocclusion != 0 || plan.builds_hull)
         return {};
     std::vector<::osg::NodePtr> plain, transparent;
     morva::osg::getGeometryNodes(root, plain, transparent, false);

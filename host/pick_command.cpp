@@ -108,11 +108,11 @@ run_result optimisedInMemory(const ::osg::NodePtr& root, const std::vector<named
                              const node_parts& nodes, const std::string& parameters) {
     if (morva::osg::planOf(parameters).merges)
         dropBroughtIds(parts);
-    const std::vector<std::string> carried = carriedParts(root, parameters);
+    const std::string run = withThreads(withMapInRoot(withExactAtlas(parameters)));
+    const std::vector<std::string> carried = carriedParts(root, run);
     const morva::sink_scope silent(
         {[](std::string_view) {}, nullptr, [](std::size_t, std::size_t) {}});
-    const ::osg::NodePtr result =
-        morva::osg::optTree(root, withThreads(withMapInRoot(withExactAtlas(parameters))));
+    const ::osg::NodePtr result = morva::osg::optTree(root, run);
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
