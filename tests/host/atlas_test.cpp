@@ -106,13 +106,9 @@ TEST(Atlases, AreToldShownAndWrittenOnce) {
 TEST(Atlases, OfManyImagesMakeFewLines) {
     atlas_record record;
     const ::osg::ImageRefPtr image(imageOf(::osg::Image::OSG_RGB_PF, 2, 3));
-    for (int i = 0; i < 3000; ++i) {
-        record.atlases.push_back({image, 2, 3, false, 1.0, {{image, 0, 0, 2, 3}}});
-        record.left_out.push_back({image,
-                                   i % 2 == 0 ? morva::osg::atlas_obstacle::clamped
-                                              : morva::osg::atlas_obstacle::above_half,
-                                   2});
-    }
+    record.atlases.assign(3000, {image, 2, 3, false, 1.0, {{image, 0, 0, 2, 3}}});
+    record.left_out.assign(1500, {image, morva::osg::atlas_obstacle::clamped, 2});
+    record.left_out.resize(3000, {image, morva::osg::atlas_obstacle::above_half, 2});
     const std::string lines = morva::host::atlasLines(record);
     EXPECT_EQ(std::count(lines.begin(), lines.end(), '\n'), 16 + 1 + 2);
     EXPECT_LT(lines.size(), 2500U);
@@ -130,23 +126,17 @@ TEST(ContactSheet, IsAsWideAsItMayBeAndShowsMeans) {
             record.atlases.push_back({image, 0, 0, false, 0.0, {}});
         return morva::host::contactSheet(record);
     };
-    const ::osg::ImageRefPtr wide(picture("", ::osg::Image::OSG_RGB_PF, 1, 0));
-    wide->set(::osg::Image::OSG_RGB_PF, 5000, 3);
+    const ::osg::ImageRefPtr wide(imageOf(::osg::Image::OSG_RGB_PF, 5000, 3));
     for (unsigned long i = 0; i < wide->getSize(); ++i)
         wide->getData()[i] = static_cast<std::uint8_t>(i * i);
     const ::osg::ImageRefPtr clear(imageOf(::osg::Image::OSG_RGBA_PF, 5001, 1, 90));
     const ::osg::ImageRefPtr sheet = sheetOf({wide, clear}); // a quarter: 1250 and 1251
-    ASSERT_EQ(sheet->getWidth(), 2501);
-    ASSERT_EQ(sheet->getHeight(), 1);
-    for (int x = 0; x < 1250; ++x) {
-        for (int k = 0; k < 3; ++k) {
-            int sum = 6;
-            for (int y = 0; y < 3; ++y)
-                for (int i = 4 * x; i < 4 * x + 4; ++i)
-                    sum += wide->getData()[3 * (5000 * y + i) + k];
-            ASSERT_EQ(sheet->getData()[4 * x + k], sum / 12);
-        }
-        ASSERT_EQ(sheet->getData()[4 * x + 3], 255);
+    ASSERT_EQ(std::pair(sheet->getWidth(), sheet->getHeight()), std::pair(2501, 1));
+    for (int i = 0; i < 1250 * 4; ++i) {
+        int sum = i % 4 == 3 ? 12 * 255 : 6;
+        for (int k = 0; k < 12 && i % 4 != 3; ++k)
+            sum += wide->getData()[3 * (5000 * (k / 4) + i / 4 * 4 + k % 4) + i % 4];
+        ASSERT_EQ(sheet->getData()[i], sum / 12);
     }
     EXPECT_EQ(sheet->getData()[4 * 2500 + 3], 90) << "the mean of the one texel that is left";
     // No room for all at one pixel each.
@@ -158,7 +148,6 @@ TEST(Atlases, NotesSayWhatTheirKeysDoNot) {
     const struct {
         const char* keys;
         const char* note; ///< empty: none
-        int code = 0;
     } rows[] = {{"maxtexturesize(16),maxtris(9)", "8192 is taken in place of 16\n"},
                 {"maxtexturesize(31),maxtris(9)", "8192 is taken in place of 31\n"},
                 {"maxtexturesize(8193),maxtris(9)", "8192 is taken in place of 8,193\n"},
@@ -176,7 +165,7 @@ TEST(Atlases, NotesSayWhatTheirKeysDoNot) {
         SCOPED_TRACE(row.keys);
         const command_result done =
             runMorva(wordsOf(std::string("optimize @in.osb -o @o.osb -p ") + row.keys, folder));
-        EXPECT_EQ(done.code, row.code) << done.err;
+        EXPECT_EQ(done.code, 0) << done.err;
         EXPECT_NE(done.err.find(row.note), std::string::npos) << done.err;
         EXPECT_EQ(done.err.empty(), *row.note == 0) << done.err;
     }
@@ -186,24 +175,20 @@ TEST(Atlases, NotesSayWhatTheirKeysDoNot) {
     EXPECT_EQ(morva::host::atlasNotes({}, baked + "(256)").size(), 0U) << "nothing is baked";
 }
 
-/// A file that was small as it came, and the same pixels in an atlas.
 TEST(Atlases, ThatAreLargerThanTheirFilesSaySo) {
     atlas_record record;
     morva::host::image_sources files;
     const ::osg::ImageRefPtr atlas(picture("", ::osg::Image::OSG_RGB_PF, 64, 1));
     const ::osg::ImageRefPtr image(picture("x", ::osg::Image::OSG_RGB_PF, 8, 1));
     record.atlases.push_back({atlas, 64, 64, false, 1.0, {{image, 0, 0, 8, 8}}});
-    EXPECT_EQ(morva::host::codeAtlases(record, files), "");
-    EXPECT_EQ(files.find(atlas.get()), nullptr) << "the files are not known";
-    files.remember(image.get(), {"image/jpeg", std::vector<std::uint8_t>(100)});
-    const std::string note = morva::host::codeAtlases(record, files);
-    EXPECT_EQ(note.find("images that took 100 bytes in files of their own take "), 0U) << note;
-    ASSERT_NE(files.find(atlas.get()), nullptr);
-    EXPECT_EQ(files.find(atlas.get())->bytes, morva::host::encodePng(atlas.get()));
-    files.remember(image.get(), {"image/png", std::vector<std::uint8_t>(100000)});
-    EXPECT_EQ(morva::host::codeAtlases(record, files), "");
-    morva::host::nameAtlases(record);
-    EXPECT_STREQ(getName(atlas.get()), "atlas 0");
+    for (const std::size_t bytes : {0, 100, 100000}) {
+        if (bytes != 0)
+            files.remember(image.get(), {"image/jpeg", std::vector<std::uint8_t>(bytes)});
+        EXPECT_EQ(morva::host::codeAtlases(record, files).find("images that took 100 bytes in ") ==
+                      0,
+                  bytes == 100);
+        EXPECT_EQ(files.find(atlas.get()) != nullptr, bytes != 0);
+    }
 }
 
 } // namespace
