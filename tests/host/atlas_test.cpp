@@ -184,9 +184,9 @@ TEST(Atlases, ThatAreLargerThanTheirFilesSaySo) {
     for (const std::size_t bytes : {0, 100, 100000}) {
         if (bytes != 0)
             files.remember(image.get(), {"image/jpeg", std::vector<std::uint8_t>(bytes)});
-        EXPECT_EQ(morva::host::codeAtlases(record, files).find("images that took 100 bytes in ") ==
-                      0,
-                  bytes == 100);
+        const std::string note = morva::host::codeAtlases(record, files);
+        EXPECT_EQ(note.empty(), bytes != 100) << note;
+        EXPECT_EQ(note.find("images that took 100 bytes in ") == 0, bytes == 100) << note;
         EXPECT_EQ(files.find(atlas.get()) != nullptr, bytes != 0);
     }
 }
