@@ -117,7 +117,7 @@ std::string codeAtlases(const morva::osg::atlas_record& record, image_sources& i
         encoded_image file{"image/png", encodePng(atlas.image.get())};
         before += bytes;
         after += file.bytes.size();
-        images.remember(atlas.image.get(), std::move(file));
+        images.rememberFinal(atlas.image.get(), std::move(file));
     }
     if (after <= before)
         return {};

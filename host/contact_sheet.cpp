@@ -88,7 +88,7 @@ void writeMean(const texels& from, std::uint32_t x, std::uint32_t y, std::uint32
                 sums[k] += texel[k];
         }
     }
-    const std::uint64_t count = std::uint64_t{right - x} * (top - y);
+    const std::uint64_t count = std::max<std::uint64_t>(1, std::uint64_t{right - x} * (top - y));
     to[3] = 255;
     for (std::size_t k = 0; k < from.channels; ++k)
         to[k] = static_cast<std::uint8_t>((sums[k] + count / 2) / count);

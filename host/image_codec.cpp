@@ -125,9 +125,14 @@ void image_sources::remember(const ::osg::ImagePtr& image, encoded_image file) {
     by_container_[image.getFieldContainerId()] = {std::move(file), fingerprint(image)};
 }
 
+void image_sources::rememberFinal(const ::osg::ImagePtr& image, encoded_image file) {
+    by_container_[image.getFieldContainerId()] = {std::move(file), std::nullopt};
+}
+
 const encoded_image* image_sources::find(const ::osg::ImagePtr& image) const {
     const auto found = by_container_.find(image.getFieldContainerId());
-    if (found == by_container_.end() || found->second.pixels != fingerprint(image))
+    if (found == by_container_.end() ||
+        (found->second.pixels && *found->second.pixels != fingerprint(image)))
         return nullptr;
     return &found->second.file;
 }

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_map>
 #include <vector>
@@ -40,13 +41,15 @@ struct encoded_image {
 class image_sources {
   public:
     void remember(const ::osg::ImagePtr& image, encoded_image file);
+    /// The same for an image that nobody edits from now on: its pixels are not looked at.
+    void rememberFinal(const ::osg::ImagePtr& image, encoded_image file);
     /// Null if the image is unknown or has other pixels than when it was remembered.
     const encoded_image* find(const ::osg::ImagePtr& image) const;
 
   private:
     struct entry {
         encoded_image file;
-        std::uint64_t pixels = 0;
+        std::optional<std::uint64_t> pixels; ///< a print of them; none: they stay
     };
     std::unordered_map<::osg::UInt32, entry> by_container_;
 };
