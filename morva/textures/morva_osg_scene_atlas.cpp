@@ -10,6 +10,7 @@
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 #include <morva/textures/morva_osg_atlas_building.h>
 #include <morva/textures/morva_osg_atlas_collection.h>
 #include <morva/textures/morva_osg_atlas_nodes.h>
@@ -56,8 +57,9 @@ class scene_atlas {
           sources_(options.exact ? image_equality::whole : image_equality::first_bytes) {}
 
     unsigned int run(const ::osg::NodePtr& root) {
+        const walk_start start(root); // a root's stand-in goes with it
         alpha_scans scans;
-        getGeometryNodes(root, solid_.nodes, transparent_.nodes, false, scans);
+        getGeometryNodes(start.get(), solid_.nodes, transparent_.nodes, false, scans);
         keepAtlasNodes(solid_.nodes, options_, false, sources_, record_);
         keepAtlasNodes(transparent_.nodes, options_, true, sources_, record_);
         for (atlas_list* list : {&solid_, &transparent_})
