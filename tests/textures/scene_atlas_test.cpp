@@ -7,6 +7,10 @@
 
 #include "tests/support/picture_sampler.h"
 
+#include <OpenSG/OSGSceneFileHandler.h>
+
+#include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 
 namespace {
@@ -119,6 +123,52 @@ TEST(SceneAtlas, ShowsTheSamePictureIfItIsToBeExact) {
     EXPECT_GT(moved, 450U);
     EXPECT_GT(pieces, 2000U);
     EXPECT_LE(inset, 1.01);
+}
+
+/// A run on a random scene: what is written of the result, and what its ID map says.
+std::string resultOf(unsigned seed, const std::string& parameters) {
+    const node_ref root(textured_scene(seed).root());
+    const stream_capture out(std::cout);
+    idmapHandler& ids = getIDmapHandler();
+    ids.maxGeoCount = ids.mergedCount = 0; // names go on counting over runs
+    const node_ref result(optTree(root.get(), parameters));
+    std::ostringstream text;
+    EXPECT_TRUE(::osg::SceneFileHandler::the().write(result.get(), text, "osb"));
+    for (const auto& [id, nodes] : ids.usage) {
+        for (const std::string& name : nodes)
+            text << "\n" << ids.names[std::size_t(id)] << " in " << name;
+    }
+    return text.str();
+}
+
+TEST(SceneAtlas, GivesTheSameBytesForAnyNumberOfThreads) {
+    const std::string atlas = "maxtexturesize(128),texcoords(5),idmapinroot(true),";
+    for (const char* more : {"", "maxtris(7)", "maxtris(100),exactatlas(true),atlaspadding(3)",
+                             "maxtris(100),alphageometry(true)",
+                             "maxtris(0),exactatlas(true),alphageometry(true),optimizetc(3)"}) {
+        for (unsigned seed = 0; seed < 6; ++seed) {
+            SCOPED_TRACE(testing::Message() << more << " " << seed);
+            const std::string one = resultOf(seed, atlas + more);
+            EXPECT_GT(one.size(), 2000U);
+            for (const char* threads : {",numthreads(1)", ",numthreads(2)", ",numthreads(8)"})
+                EXPECT_TRUE(one == resultOf(seed, atlas + more + threads)) << threads;
+        }
+    }
+}
+
+TEST(SceneAtlas, KeepsTheIDsOfTriangles) {
+    for (unsigned seed = 0; seed < 30; ++seed) {
+        SCOPED_TRACE(seed);
+        std::set<std::string> found[2];
+        for (const bool atlas : {false, true}) {
+            resultOf(seed, std::string("idmapinroot(true),maxtris(1000)") +
+                               (atlas ? ",maxtexturesize(128),texcoords(5)" : ""));
+            for (const auto& [id, nodes] : getIDmapHandler().usage)
+                found[atlas].insert(getIDmapHandler().names[std::size_t(id)]);
+        }
+        EXPECT_EQ(found[0], found[1]);
+        EXPECT_GT(found[0].size(), 1U);
+    }
 }
 
 } // namespace
