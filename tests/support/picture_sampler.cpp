@@ -327,6 +327,11 @@ std::string checkAtlas(const picture& before, const picture& after, const record
     for (const placed_image& one : atlas.images) {
         const pictured_image* image = before.imageOf(one.image.get());
         const block all(one, padding);
+        std::int64_t step = padding > 0 ? 1 : 0;
+        while (step < padding)
+            step *= 2;
+        if (step > 0 && (one.x % step != 0 || one.y % step != 0))
+            return "an image is not where smaller levels stay clean";
         if (image == nullptr || !holdsAll(*whole, *image, one, all))
             return "an atlas lacks an image";
         for (const placed_image& other : atlas.images) {

@@ -41,6 +41,8 @@ struct atlas {
         for (const space& a : spaces) {
             for (const space& b : spaces) {
                 space both = a;
+                if (&a == &b)
+                    continue;
                 if (b.y == a.y + a.height && b.width == a.width && b.x == a.x)
                     both.height += b.height;
                 else if (b.x == a.x + a.width && b.height == a.height && b.y == a.y)

@@ -88,8 +88,15 @@ TEST(BuildOneAtlas, PlacesAsItsTwin) {
             atlas.width = atlas.height = side;
             atlas.index = u32(index);
             atlas.powerOfTwo = power;
-            atlas.freeSpaces = {{0, 0, side, side}};
             naive::atlas twin{side};
+            if (rng() % 8 == 0) // as nobody leaves it: on a coarse grid many meet
+                twin.spaces.clear();
+            for (unsigned i = twin.spaces.empty() ? rng() % 14 : 0; i > 0; --i)
+                twin.spaces.push_back({u32(rng() % 4) * 8, u32(rng() % 4) * 8, u32(rng() % 3) * 8,
+                                       u32(rng() % 3) * 8});
+            atlas.freeSpaces.clear();
+            for (const naive::space& one : twin.spaces)
+                atlas.freeSpaces.push_back({one.x, one.y, one.width, one.height});
             const auto before = std::count_if(images.begin(), images.end(),
                                               [](const ImageData& one) { return one.inAtlas; });
             const u32 count = buildOneAtlas(images, atlas);

@@ -90,8 +90,12 @@ TEST(ReplaceTextures, MovesWhatSeveralHaveOnce) {
 TEST(CollectImageData, TellsImagesAndHowFarTheyReach) {
     strays_expected = true; // copies as RGB stay
     const ::osg::ImageRefPtr first(picture(4, 2)), grey(picture(3, 3, 6409));
-    const ::osg::ImageRefPtr wide(::osg::Image::create()), clear(imageOf(6410, 2, 2, 9));
-    wide->set(6407, 2, 2, 1, 1, 1, 0.0, nullptr, ::osg::Image::OSG_UINT16_IMAGEDATA);
+    using Image = ::osg::Image;
+    const ::osg::ImageRefPtr wide(Image::create()), clear(imageOf(6410, 2, 2, 9)),
+        packed(Image::create()), bare(Image::create());
+    wide->set(6407, 2, 2, 1, 1, 1, 0.0, nullptr, Image::OSG_UINT16_IMAGEDATA);
+    packed->set(Image::OSG_RGB_DXT1, 4, 4);
+    bare->set(6407, 1, 1, 1, 1, 1, 0.0, nullptr, Image::OSG_UINT8_IMAGEDATA, false);
     const auto show = [](float reach, const ::osg::ImagePtr& image) {
         return meshNode(square(reach), chunked({1, 1, 1, 1}, image));
     };
@@ -139,17 +143,26 @@ TEST(CreateTextureAtlas, TellsWhyAnImageStays) {
     const auto colored = [](auto& material, auto) {
         material.addChunk(::osg::MaterialChunk::create());
     };
-    const ::osg::ImageRefPtr wide(imageOf(6410, 4, 4, 9));
+    const auto second = [](auto& material, auto texture) {
+        const ::osg::TextureChunkRefPtr held(texture);
+        material.subChunk(texture);
+        material.addChunk(texture, 1);
+    };
+    const ::osg::ImageRefPtr wide(imageOf(6410, 4, 4, 9)), film(::osg::Image::create());
+    film->set(6407, 4, 4, 1, 1, 2);
     const struct {
         ::osg::NodePtr node;
         atlas_obstacle obstacle;
     } cases[] = {{meshNode(square(), chunked({1, 1, 1, 1}, wide)), atlas_obstacle::image_format},
+                 {meshNode(square(), chunked({1, 1, 1, 1}, film)), atlas_obstacle::image_format},
                  {meshNode(lines(), look(8, as_it_is)), atlas_obstacle::no_triangles},
                  {meshNode(square(), look(33, as_it_is)), atlas_obstacle::above_half},
                  {meshNode(square(9), look(4, as_it_is)), atlas_obstacle::coordinates_beyond},
                  {meshNode(square(2), look(8, clamped)), atlas_obstacle::clamped},
                  {meshNode(square(), look(8, twice)), atlas_obstacle::several_textures},
                  {meshNode(square(), look(8, colored)), atlas_obstacle::other_effects},
+                 {meshNode(square(), look(8, second)), atlas_obstacle::other_effects},
+                 {meshNode(square(60.5F), look(8, as_it_is)), atlas_obstacle::coordinates_bent},
                  {meshNode(square(0), look(8, as_it_is)), atlas_obstacle::no_area},
                  {meshNode(square(4), look(20, as_it_is)), atlas_obstacle::larger_than_atlas},
                  {meshNode(square(), look(8, as_it_is, 6408)), atlas_obstacle::only_image}};
@@ -220,7 +233,8 @@ TEST(CreateTextureAtlas, TakesManyNodesOnOneImage) {
         for (int i = 0; i < 10000; ++i) // some equal looks, in materials of their own
             top->addChild(meshNode(square(), chunked({float(i % 2), 1, 1, 1}, image)));
         atlas_options options;
-        options.textureSize = 64;
+        options.textureSize = 512;
+        options.padding = 1000; // of which 64 are taken
         options.exact = exact;
         atlas_record record;
         const stream_capture out(std::cout);
@@ -231,6 +245,21 @@ TEST(CreateTextureAtlas, TakesManyNodesOnOneImage) {
             materials.insert(coreOf(node)->getMaterial());
         EXPECT_EQ(materials.size(), exact ? 2U : 1U);
     }
+}
+
+TEST(CreateTextureAtlas, LeavesAGroupWithoutMaterialWhereThatWouldShow) {
+    const auto look = [](int side) { return chunked({1, 1, 1, 1}, picture(side, side)); };
+    const ::osg::NodePtr plain = meshNode(square());
+    const node_ref root(group({meshNode(square(), look(4)),
+                               materialGroup(::osg::NullFC, {meshNode(square(), look(8)),
+                                                             materialGroup(look(2), {plain})})}));
+    atlas_options options;
+    options.textureSize = 64;
+    options.exact = true;
+    atlas_record record;
+    const stream_capture out(std::cout);
+    EXPECT_EQ(createTextureAtlas(root.get(), options, record), 2U);
+    EXPECT_TRUE(getMaterial(plain) == ::osg::NullFC);
 }
 
 } // namespace

@@ -79,7 +79,13 @@ class textured_scene {
             const ::osg::SimpleTexturedMaterialPtr plain = ::osg::SimpleTexturedMaterial::create();
             ::osg::ImagePtr image = someImage();
             plain->setImage(image);
+            plain->setAmbient(::osg::Color3f(0.1F, 0, 0));
             plain->setDiffuse(::osg::Color3f(1, 0.5F, 0));
+            plain->setSpecular(::osg::Color3f(0, 0.2F, 0));
+            plain->setEmission(::osg::Color3f(0, 0, 0.3F));
+            plain->setShininess(9);
+            plain->setLit(rarely());
+            plain->setMagFilter(0x2600);
             return plain;
         }
         const ::osg::ChunkMaterialPtr material =
