@@ -148,15 +148,22 @@ TEST(AtlasShortage, LeavesASceneWithAllItsGeometry) {
             atlas_record record;
             const stream_capture out(std::cout), err(std::cerr);
             unsigned placed = 0;
-            const bool failed =
-                starved([&] { placed = createTextureAtlas(root.get(), options, record); });
+            std::size_t shown = 0;
+            bool ended = false;
+            const bool failed = starved([&] {
+                placed = createTextureAtlas(root.get(), options, record);
+                ended = true;
+            });
             EXPECT_EQ(broken_rule_of(root.get()), "");
             EXPECT_EQ(firstDifference(before, worldMesh(root, shape)), "");
             EXPECT_TRUE(failed || placed == 5) << placed;
             for (const ::osg::NodePtr& node : geometryNodes(root)) {
                 ASSERT_TRUE(getMaterial(node) != ::osg::NullFC);
                 ASSERT_TRUE(getImage(node) != ::osg::NullFC);
+                for (const recorded_atlas& atlas : record.atlases)
+                    shown += getImage(node) == atlas.image.get() ? 1 : 0;
             }
+            EXPECT_TRUE(!ended || shown == record.geometries);
             // What failed can be tried again.
             EXPECT_TRUE(!failed || createTextureAtlas(root.get(), options, record) <= 5);
             root = ::osg::NullFC;
