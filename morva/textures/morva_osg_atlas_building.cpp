@@ -63,9 +63,14 @@ void settleMaterials(const ::osg::NodePtr& node, settled_cores& settled) {
 }
 
 /// Makes the material group above a node a plain group; false if there is none.
-bool dropMaterialGroup(const ::osg::NodePtr& node) {
+///
+/// keep_empty  one without a material stays: it hides those of the groups below it
+bool dropMaterialGroup(const ::osg::NodePtr& node, bool keep_empty) {
     const ::osg::NodePtr group = searchMaterialGroup(node);
     if (group == ::osg::NullFC)
+        return false;
+    const auto core = ::osg::MaterialGroupPtr::dcast(group->getCore());
+    if (keep_empty && core->getMaterial() == ::osg::NullFC)
         return false;
     settled_cores settled;
     settleMaterials(group, settled);
@@ -113,7 +118,7 @@ class texture_replacement {
         adjustTexCoords(geometry, width, height, image.width, image.height,
                         static_cast<unsigned int>(image.x), static_cast<unsigned int>(image.y));
         giveMaterial(geometry, material);
-        while (dropMaterialGroup(node) && exact_) {
+        while (dropMaterialGroup(node, exact_) && exact_) {
         }
     }
 

@@ -257,6 +257,7 @@ void material_copies::want(const ::osg::MaterialPtr& material) {
 
 void material_copies::make(const ::osg::ImagePtr& image) {
     copies_.clear();
+    copies_.reserve(sources_.size()); // a new copy is lost if its place can't be made
     for (const auto& source : sources_)
         copies_.emplace_back(copyOf(::osg::ChunkMaterialPtr::dcast(source.get())));
     mergeEqual(copies_);

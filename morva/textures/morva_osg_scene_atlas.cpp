@@ -9,6 +9,8 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/core/morva_osg_walk_start.h>
 #include <morva/textures/morva_osg_atlas_building.h>
 #include <morva/textures/morva_osg_atlas_collection.h>
 #include <morva/textures/morva_osg_atlas_nodes.h>
@@ -55,8 +57,9 @@ class scene_atlas {
           sources_(options.exact ? image_equality::whole : image_equality::first_bytes) {}
 
     unsigned int run(const ::osg::NodePtr& root) {
+        const walk_start start(root); // a root's stand-in goes with it
         alpha_scans scans;
-        getGeometryNodes(root, solid_.nodes, transparent_.nodes, false, scans);
+        getGeometryNodes(start.get(), solid_.nodes, transparent_.nodes, false, scans);
         keepAtlasNodes(solid_.nodes, options_, false, sources_, record_);
         keepAtlasNodes(transparent_.nodes, options_, true, sources_, record_);
         for (atlas_list* list : {&solid_, &transparent_})
@@ -79,8 +82,15 @@ class scene_atlas {
   private:
     void flatten(atlas_list& list) const {
         const auto max = static_cast<int>(options_.optimizetc);
-        for (::osg::NodePtr& node : list.nodes)
-            optimizeTexCoords(node, max, usual_cut_limit);
+        for (::osg::NodePtr& node : list.nodes) {
+            if (!options_.exact || !takesCoordinatesOfOthers(node))
+                optimizeTexCoords(node, max, usual_cut_limit);
+        }
+    }
+
+    /// Without an image the old core loses its coordinates, too: another node may show one with it.
+    static bool takesCoordinatesOfOthers(const ::osg::NodePtr& node) {
+        return node->getCore()->getParents().size() > 1 && getImage(node) == ::osg::NullFC;
     }
 
     void collect(atlas_list& list) {

@@ -51,10 +51,11 @@ NodePtr variety(std::size_t size) {
     };
     const ::osg::MaterialPtr red = simple({1, 0, 0}),
                              image = chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2)),
+                             other = chunked({0, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 4, 2)),
                              glass = chunked({0, 0, 1, 0.5F});
     using morva_test::named;
     // A core of two nodes and a property of two cores: one of each lets go of it.
-    const NodePtr a = named("a", meshNode(squares(false), red));
+    const NodePtr a = named("a", meshNode(squares(false), other));
     const NodePtr green = named("green", meshNode(squares(true)));
     const NodePtr near = named("near", meshNode(squares(false), red));
     coreOf(near)->setColors(coreOf(green)->getColors());
@@ -159,6 +160,8 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
         {"threads",
          optTreeBy("maxtris(100),opt(2),calcnormals(true),vertexcolor(9),numthreads(2)")},
         {"cache", optTreeBy("cacheopt(true),onegeometry(true),removeswitch(true),removelod(true)")},
+        {"atlas", optTreeBy("maxtexturesize(64),texcoords(9),maxtris(100)")},
+        {"exact atlas", optTreeBy("maxtexturesize(64),texcoords(9),exactatlas(true)")},
         {"nothing", optTreeBy("")},
         {"colours",
          [](const NodePtr& root) {

@@ -2,8 +2,6 @@
 
 #include "atlas_support.h"
 
-#include <morva/textures/morva_osg_atlas_sources.h>
-#include <morva/textures/morva_osg_image_tiles.h>
 #include <morva/textures/morva_osg_kept_images.h>
 
 namespace {
@@ -87,100 +85,6 @@ TEST(ImageMeasures, FollowTheirTable) {
         EXPECT_EQ(Indexrebuild(images, cut_at, ceiling, count * row.indices), row.pays);
         EXPECT_EQ(cut_at, row.cut_at);
         EXPECT_EQ(ceiling, row.ceiling);
-    }
-}
-
-TEST(ImageOrder, IsByHeightThenWidthAsLaidOut) {
-    const float n = not_a_number;
-    const ImageData ascending[] = {
-        tiled(recordOf(9, 9), n, n),     tiled(recordOf(9, 9), 1, -5),
-        tiled(recordOf(9, 9), 2.5F, -5), tiled(recordOf(7, 3), 1, 1),
-        tiled(recordOf(8, 3), 1, 1),     tiled(recordOf(7, 3), 1.5F, 1),
-        tiled(recordOf(1, 3), 1, 1.01F), tiled(recordOf(1, 0x80000000), 1, 1)};
-    for (std::size_t a = 0; a < std::size(ascending); ++a) {
-        for (std::size_t b = 0; b < std::size(ascending); ++b)
-            EXPECT_EQ(ascending[a] < ascending[b], a < b) << a << " " << b;
-    }
-    const float inf = std::numeric_limits<float>::infinity();
-    EXPECT_EQ(tiledWidth(tiled(recordOf(2, 2), 1e9F, 1)), 2000000000);
-    EXPECT_EQ(tiledWidth(tiled(recordOf(3, 2), 1e9F, 1)), 0x7FFFFFFF);
-    EXPECT_EQ(tiledHeight(tiled(recordOf(0xFFFFFFFF, 0xFFFFFFFF), inf, inf)), 0x7FFFFFFF);
-    EXPECT_EQ(tiledHeight(tiled(recordOf(0, 0), inf, inf)), 0);
-    EXPECT_EQ(tiledHeight(tiled(recordOf(1, 1), 1, n)), 0);
-}
-
-TEST(AtlasSources, ShowWhatLooksTheSameAsRGB) {
-    using Image = ::osg::Image;
-    const struct {
-        ::osg::UInt32 format;
-        bytes pixel, shown; ///< of two pixels the second; the first is full throughout
-    } cases[] = {{Image::OSG_RGB_PF, {1, 2, 3}, {1, 2, 3}},
-                 {Image::OSG_RGBA_PF, {1, 2, 3, 4}, {1, 2, 3, 4}},
-                 {Image::OSG_L_PF, {9}, {9, 9, 9}},
-                 {Image::OSG_I_PF, {9}, {9, 9, 9}},
-                 {Image::OSG_BGR_PF, {1, 2, 3}, {3, 2, 1}},
-                 {Image::OSG_LA_PF, {9, 255}, {9, 9, 9}},
-                 {Image::OSG_LA_PF, {9, 254}, {}},
-                 {Image::OSG_A_PF, {255}, {255, 255, 255}},
-                 {Image::OSG_A_PF, {254}, {}},
-                 {Image::OSG_BGRA_PF, {1, 2, 3, 255}, {3, 2, 1}},
-                 {Image::OSG_BGRA_PF, {1, 2, 3, 0}, {}}};
-    atlas_sources sources(image_equality::whole);
-    const ::osg::ImageRefPtr wide(Image::create()), packed(Image::create()), bare(Image::create());
-    wide->set(Image::OSG_RGB_PF, 1, 1, 1, 1, 1, 0.0, nullptr, Image::OSG_UINT16_IMAGEDATA);
-    packed->set(Image::OSG_RGB_DXT1, 4, 4);
-    bare->set(Image::OSG_RGB_PF, 1, 1, 1, 1, 1, 0.0, nullptr, Image::OSG_UINT8_IMAGEDATA, false);
-    for (const ::osg::ImagePtr& image : {wide.get(), packed.get(), bare.get()})
-        EXPECT_EQ(sources.of(image).pixels, nullptr);
-    for (const auto& row : cases) {
-        const ::osg::ImageRefPtr image(imageOf(row.format, 2, 1));
-        std::copy(row.pixel.begin(), row.pixel.end(), image->getData() + row.pixel.size());
-        const bytes before = pixelsOf(image);
-        const atlas_source& source = sources.of(image);
-        ASSERT_EQ(source.pixels != nullptr, !row.shown.empty()) << row.format;
-        if (source.pixels == nullptr)
-            continue;
-        const std::size_t channels = row.shown.size();
-        EXPECT_EQ(source.hasAlpha, channels == 4);
-        EXPECT_EQ(source.pixels == image->getData(), row.pixel.size() >= 3 && row.shown[0] == 1);
-        EXPECT_EQ(bytes(source.pixels, source.pixels + channels), bytes(channels, 255));
-        EXPECT_EQ(bytes(source.pixels + channels, source.pixels + 2 * channels), row.shown);
-        EXPECT_EQ(sources.of(image).pixels, source.pixels) << "one copy";
-        EXPECT_EQ(pixelsOf(image), before);
-    }
-}
-
-TEST(ImageFinder, FindsWhatTheSearchFinds) {
-    std::mt19937 rng(64);
-    for (const image_equality equality : {image_equality::first_bytes, image_equality::whole}) {
-        atlas_sources sources(equality);
-        image_finder finder(equality);
-        std::vector<ImageData> images;
-        std::vector<::osg::ImageRefPtr> held;
-        std::vector<std::size_t> first;             // of `held`: those that made a record
-        for (int round = 0; round < 300; ++round) { // few sizes, few values: many are equal
-            const bool alpha = rng() % 2 == 0;
-            const int width = 1 + int(rng() % 3), height = 1 + int(rng() % 3);
-            held.emplace_back(imageOf(alpha ? 6408 : 6407, width, height, 3));
-            held.back()->getData()[rng() % held.back()->getSize()] = 4;
-            const atlas_source& source = sources.of(held.back());
-            std::uint32_t expected =
-                searchImageData(images, source.pixels, source.width, source.height);
-            if (equality == image_equality::whole) {
-                const auto same = std::find_if(first.begin(), first.end(), [&](std::size_t number) {
-                    return *held[number].get() == *held.back().get();
-                });
-                expected = same == first.end() ? none : std::uint32_t(same - first.begin());
-            }
-            EXPECT_EQ(finder.find(images, source), expected);
-            if (expected != none)
-                continue;
-            finder.enter(std::uint32_t(images.size()), source);
-            first.push_back(held.size() - 1);
-            images.push_back(recordOf(source.width, source.height, nullptr, source.hasAlpha));
-            images.back().data = source.pixels;
-        }
-        EXPECT_GT(images.size(), 20U);
     }
 }
 

@@ -5,8 +5,11 @@
 
 #include "atlas_support.h"
 
+#include <morva/core/morva_osg_scene_rules.h>
+#include <morva/core/morva_osg_tools.h>
 #include <morva/textures/morva_osg_atlas_sources.h>
 #include <morva/textures/morva_osg_kept_images.h>
+#include <morva/textures/morva_osg_scene_atlas.h>
 #include <morva/textures/texturatlas.h>
 
 namespace {
@@ -109,6 +112,84 @@ TEST(AtlasPeak, IsTheResultAlone) {
     });
     EXPECT_EQ(target->getSize(), result);
     EXPECT_LT(held, result + result / 50) << "no copy of an image, none of the target";
+}
+
+/// Two opaque images, each with looks and a group of its own, and one that two nodes share a core
+/// for; a transparent pair; one that stays.
+::osg::NodePtr texturedScene() {
+    const auto square = [] {
+        mesh_data mesh = quads(2);
+        mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 3}, {0, 0}, {1, 0}, {1, 1}, {0, 1}};
+        return mesh;
+    };
+    const auto look = [](unsigned format, std::uint8_t value) {
+        return chunked({1, 1, 1, 1}, imageOf(format, 12, 16, value));
+    };
+    const ::osg::GeometryPtr core = geometryOf(square(), look(6407, 3));
+    return group({nodeOf(core), nodeOf(core), meshNode(square(), look(6409, 4)),
+                  meshNode(square(), look(6408, 5)), meshNode(square(), look(6408, 6)),
+                  materialGroup(look(6407, 7), {meshNode(square()), meshNode(row(4, 1)),
+                                                switched(0, {meshNode(square())})}),
+                  meshNode(square(), look(6410, 8))});
+}
+
+TEST(AtlasShortage, LeavesASceneWithAllItsGeometry) {
+    for (const bool exact : {false, true}) {
+        failInTurn(33, [&](const auto& starved) {
+            const unsigned live = liveContainers();
+            node_ref root(texturedScene());
+            const mesh_choice shape = {false, false, false, false, nullptr};
+            const world_mesh before = worldMesh(root, shape);
+            atlas_options options;
+            options.textureSize = 64;
+            options.texcoords = 5;
+            options.optimizetc = 0;
+            options.exact = exact;
+            atlas_record record;
+            const stream_capture out(std::cout), err(std::cerr);
+            unsigned placed = 0;
+            std::size_t shown = 0;
+            bool ended = false;
+            const bool failed = starved([&] {
+                placed = createTextureAtlas(root.get(), options, record);
+                ended = true;
+            });
+            EXPECT_EQ(broken_rule_of(root.get()), "");
+            EXPECT_EQ(firstDifference(before, worldMesh(root, shape)), "");
+            EXPECT_TRUE(failed || placed == 5) << placed;
+            for (const ::osg::NodePtr& node : geometryNodes(root)) {
+                ASSERT_TRUE(getMaterial(node) != ::osg::NullFC);
+                ASSERT_TRUE(getImage(node) != ::osg::NullFC);
+                for (const recorded_atlas& atlas : record.atlases)
+                    shown += getImage(node) == atlas.image.get() ? 1 : 0;
+            }
+            EXPECT_TRUE(!ended || shown == record.geometries);
+            // What failed can be tried again.
+            EXPECT_TRUE(!failed || createTextureAtlas(root.get(), options, record) <= 5);
+            root = ::osg::NullFC;
+            record = {};
+            EXPECT_EQ(liveContainers(), live);
+        });
+    }
+}
+
+TEST(AtlasPeak, OfASceneIsTheKeptPartAlone) {
+    node_ref root(group());
+    for (const std::uint8_t value : {1, 2, 3, 4}) {
+        mesh_data mesh = quads(1);
+        mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
+        root->addChild(meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(6407, 4096, 2048, value))));
+    }
+    const std::size_t kept = std::size_t{8192} * 4096 * 3; // as much as all four
+    for (const bool exact : {false, true}) {
+        atlas_options options;
+        options.exact = exact;
+        atlas_record record;
+        const stream_capture out(std::cout);
+        const std::size_t held = shortage::mostHeldBy(
+            [&] { EXPECT_EQ(createTextureAtlas(root.get(), options, record), exact ? 0U : 4U); });
+        EXPECT_LT(held, exact ? kept / 10 : kept + kept / 10);
+    }
 }
 
 } // namespace

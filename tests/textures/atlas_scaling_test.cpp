@@ -121,78 +121,47 @@ TEST(ScaleImages, SaysWhatItMakesOfItsShare) {
 
 TEST(CreateAtlas, ShrinksUntilBothSidesAreAccepted) {
     strays_expected = true;
-    const std::string reset = bad_share;
+    const std::string reset = bad_share + std::string("Reset from "),
+                      failed = "Morva::osg::createAtlas failed! Vec: 1 maxSize: 10000 percent: ";
     const struct {
         const char* name;
-        std::vector<ImageData> images;
-        bool fixed;
-        unsigned max_size;
+        unsigned side, other; ///< of the one image
+        float u;
+        unsigned max_size; ///< 10000, or that of a fixed size
         bool made;
         int width, height;
         std::string text;
-    } cases[] = {{"no images", {}, false, 10000, true, 1, 1, ""},
-                 {"fits", {recordOf(8192, 70)}, false, 10000, true, 8192, 70, ""},
-                 {"8193",
-                  {recordOf(8193, 70)},
-                  false,
-                  10000,
-                  true,
-                  4096,
-                  35,
-                  reset + "Reset from -0.220554 to 0.25\n"},
-                 {"10000",
-                  {recordOf(70, 10000)},
-                  false,
-                  10000,
-                  true,
-                  35,
-                  5000,
-                  reset + "Reset from 0 to 0.25\n"},
-                 {"above", {recordOf(70, 10001)}, false, 10000, true, 35, 5000, ""},
-                 {"twice", {recordOf(30000, 140)}, false, 10000, true, 7500, 35, ""},
-                 {"tiles", {tiled(recordOf(100, 70), 150.5F, 1)}, false, 10000, true, 7550, 35, ""},
-                 {"floor",
-                  {recordOf(12000, 32)},
-                  false,
-                  10000,
-                  false,
-                  1,
-                  1,
-                  "Morva::osg::createAtlas failed! Vec: 1 maxSize: 10000 percent: 0.166667\n"},
-                 {"floor after one step",
-                  {tiled(recordOf(100, 33), 200, 1)},
-                  false,
-                  10000,
-                  false,
-                  1,
-                  1,
-                  reset +
-                      "Reset from 0 to 0.25\nMorva::osg::createAtlas failed! Vec: 1 maxSize: 10000 "
-                      "percent: 0\n"},
-                 {"no limit to tiles",
-                  {tiled(recordOf(33, 33), 1e9F, 0)},
-                  false,
-                  10000,
-                  false,
-                  1,
-                  1,
-                  "Morva::osg::createAtlas failed! Vec: 1 maxSize: 10000 percent: 0.999995\n"},
-                 {"fixed, above", {recordOf(9000, 70)}, true, 4096, false, 9000, 70, ""},
-                 {"fixed, but too large", {recordOf(9000, 70)}, true, 10000, false, 1, 1, ""},
-                 {"fixed, at the limit", {recordOf(4096, 70)}, true, 4096, true, 4096, 70, ""}};
+    } cases[] = {
+        {"fits", 8192, 70, 1, 10000, true, 8192, 70, ""},
+        {"8193", 8193, 70, 1, 10000, true, 4096, 35, reset + "-0.220554 to 0.25\n"},
+        {"10000", 10000, 70, 1, 10000, true, 5000, 35, reset + "0 to 0.25\n"},
+        {"above", 10001, 70, 1, 10000, true, 5000, 35, ""},
+        {"twice", 30000, 140, 1, 10000, true, 7500, 35, ""},
+        {"tiles", 100, 70, 150.5F, 10000, true, 7550, 35, ""},
+        {"floor", 12000, 32, 1, 10000, false, 1, 1, failed + "0.166667\n"},
+        {"floor later", 100, 33, 200, 10000, false, 1, 1, reset + "0 to 0.25\n" + failed + "0\n"},
+        {"no limit to tiles", 33, 33, 1e9F, 10000, false, 1, 1, failed + "0.999995\n"},
+        {"fixed, above", 9000, 70, 1, 4096, false, 9000, 70, ""},
+        {"fixed, but too large", 9000, 70, 1, 9999, false, 1, 1, ""},
+        {"fixed, at the limit", 4096, 70, 1, 4096, true, 4096, 70, ""}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);
         morva::texturatlas atlas;
-        for (const int earlier : {0, 1}) { // the second time with what the first one left
-            std::vector<ImageData> images = row.images;
+        for (const bool upright : {false, true}) { // then with what the first one left
+            std::vector<ImageData> images = {upright
+                                                 ? tiled(recordOf(row.other, row.side), 1, row.u)
+                                                 : tiled(recordOf(row.side, row.other), row.u, 1)};
             const stream_capture out(std::cout);
-            EXPECT_EQ(createAtlas(atlas, images, row.fixed, row.max_size), row.made) << earlier;
-            EXPECT_EQ(atlas.width, row.width);
-            EXPECT_EQ(atlas.height, row.height);
+            EXPECT_EQ(createAtlas(atlas, images, row.max_size != 10000, row.max_size), row.made);
+            EXPECT_EQ(atlas.width, upright ? row.height : row.width);
+            EXPECT_EQ(atlas.height, upright ? row.width : row.height);
             EXPECT_EQ(atlas.placed.size(), atlas.itemCount);
             EXPECT_EQ(out.text(), row.text);
         }
     }
+    morva::texturatlas atlas;
+    std::vector<ImageData> nothing;
+    EXPECT_TRUE(createAtlas(atlas, nothing, false, 10000) && atlas.width == 1);
 }
 
 TEST(ScaleImagesInTree, DividesEachImageOnce) {

@@ -1,0 +1,455 @@
+#include "picture_sampler.h"
+
+#include "test.h"
+
+#include <optional>
+
+#include <OpenSG/OSGFieldContainerType.h>
+#include <OpenSG/OSGSimpleTexturedMaterial.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+
+namespace morva_test {
+
+namespace {
+
+using morva::osg::placed_image;
+using morva::osg::recorded_atlas;
+using weights = std::array<double, 3>;
+using vec2 = std::array<double, 2>;
+
+constexpr ::osg::UInt32 repeating = 0x2901;
+/// Of an image's side, for values near whole numbers. What comes of cutting is seen to again.
+constexpr double snap = 0.0011, snap_of_pieces = 3 * snap;
+
+/// All values of a material or chunk in words, without what it holds and belongs to, its image and
+/// how that is wrapped.
+std::string valuesOf(::osg::FieldContainerPtr container) {
+    const std::set<std::string> left_out = {"parents", "attachments", "chunks",   "image",
+                                            "wrapS",   "wrapT",       "materials"};
+    const ::osg::FieldContainerType& type = container->getType();
+    std::string text = std::string(type.getCName()) + "(";
+    for (::osg::UInt32 id = 1; id <= type.getNumFieldDescs(); ++id) {
+        const ::osg::FieldDescription* field = type.getFieldDescription(id);
+        if (field == nullptr || field->isInternal() || left_out.count(field->getCName()) > 0)
+            continue;
+        std::string value;
+        text += std::string(field->getCName()) + "=" +
+                container->getField(id)->getValueByStr(value) + " ";
+    }
+    return text + ")";
+}
+
+::osg::MaterialPtr materialOf(const ::osg::NodePtr& node) {
+    const ::osg::MaterialPtr own = coreOf(node)->getMaterial();
+    ::osg::MaterialPtr outermost = ::osg::NullFC;
+    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
+        const auto group = ::osg::MaterialGroupPtr::dcast(up->getCore());
+        if (group != ::osg::NullFC)
+            outermost = group->getMaterial();
+    }
+    return own != ::osg::NullFC ? own : outermost;
+}
+
+/// The material in words, and its image and wrapping.
+::osg::ImagePtr describe(const ::osg::MaterialPtr& material, pictured_node& shown) {
+    ::osg::ImagePtr image = ::osg::NullFC;
+    shown.wrap = {repeating, repeating};
+    shown.material = material == ::osg::NullFC ? "none" : valuesOf(material);
+    const auto plain = ::osg::SimpleTexturedMaterialPtr::dcast(material);
+    const auto chunked = ::osg::ChunkMaterialPtr::dcast(material);
+    if (chunked != ::osg::NullFC) {
+        for (const ::osg::StateChunkPtr& chunk : *chunked->getMFChunks()) {
+            shown.material += valuesOf(chunk);
+            const auto texture = ::osg::TextureChunkPtr::dcast(chunk);
+            if (texture == ::osg::NullFC)
+                continue;
+            image = texture->getImage();
+            shown.wrap = {texture->getWrapS(), texture->getWrapT()};
+        }
+    }
+    if (plain != ::osg::NullFC)
+        image = plain->getImage();
+    return image;
+}
+
+/// One texel, as a number; images with other channels are not read.
+std::uint32_t texelAt(const ::osg::UInt8* p, ::osg::UInt32 format) {
+    const auto all = [](unsigned r, unsigned g, unsigned b, unsigned a) {
+        return r << 24U | g << 16U | b << 8U | a;
+    };
+    switch (format) {
+    case ::osg::Image::OSG_RGB_PF:
+        return all(p[0], p[1], p[2], 255);
+    case ::osg::Image::OSG_RGBA_PF:
+        return all(p[0], p[1], p[2], p[3]);
+    case ::osg::Image::OSG_BGR_PF:
+        return all(p[2], p[1], p[0], 255);
+    case ::osg::Image::OSG_BGRA_PF:
+        return all(p[2], p[1], p[0], p[3]);
+    case ::osg::Image::OSG_LA_PF:
+        return all(p[0], p[0], p[0], p[1]);
+    case ::osg::Image::OSG_A_PF:
+        return all(255, 255, 255, p[0]);
+    default:
+        return all(p[0], p[0], p[0], 255);
+    }
+}
+
+weights crossOf(const weights& a, const weights& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+double dot(const weights& a, const weights& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
+weights between(const ::osg::Pnt3f& from, const ::osg::Pnt3f& to) {
+    return {double(to[0]) - double(from[0]), double(to[1]) - double(from[1]),
+            double(to[2]) - double(from[2])};
+}
+double areaOf(const pictured_triangle& t) {
+    const weights n =
+        crossOf(between(t.corners[0], t.corners[1]), between(t.corners[0], t.corners[2]));
+    return 0.5 * std::sqrt(dot(n, n));
+}
+
+/// Not so for what passes drop, and for a line.
+bool showsSomething(const pictured_triangle& t) {
+    const weights a = between(t.corners[0], t.corners[1]), b = between(t.corners[0], t.corners[2]);
+    return !morva::osg::is_rogue(t.corners[0], t.corners[1], t.corners[2]) &&
+           areaOf(t) > 1e-7 * std::max(dot(a, a), dot(b, b));
+}
+
+/// Where a point lies on a triangle; none if it is off it.
+std::optional<weights> placeOn(const pictured_triangle& t, const ::osg::Pnt3f& point) {
+    for (std::size_t k = 0; k < 3; ++k) {
+        if (t.corners[k] == point)
+            return weights{k == 0 ? 1.0 : 0.0, k == 1 ? 1.0 : 0.0, k == 2 ? 1.0 : 0.0};
+    }
+    const weights a = between(t.corners[0], t.corners[1]), b = between(t.corners[0], t.corners[2]),
+                  p = between(t.corners[0], point), n = crossOf(a, b);
+    const double square = dot(n, n), size = std::sqrt(std::max(dot(a, a), dot(b, b)));
+    if (!(square > 0) || std::abs(dot(p, n)) > 1e-4 * size * std::sqrt(square))
+        return std::nullopt;
+    const double second = dot(crossOf(p, b), n) / square, third = dot(crossOf(a, p), n) / square;
+    const weights all = {1 - second - third, second, third};
+    if (*std::min_element(all.begin(), all.end()) < -1e-3)
+        return std::nullopt;
+    return all;
+}
+
+vec2 coordinateAt(const pictured_triangle& t, const weights& w) {
+    vec2 sum{};
+    for (std::size_t k = 0; k < 3; ++k) {
+        for (::osg::UInt32 axis = 0; axis < 2; ++axis)
+            sum[axis] += w[k] * double(t.coordinates[k][axis]);
+    }
+    return sum;
+}
+
+/// How one node's coordinates are to be read: in tiles of its image before.
+struct reading {
+    const pictured_image* shown = nullptr; ///< now
+    const placed_image* place = nullptr;   ///< null for an image that stayed
+    std::array<::osg::UInt32, 2> wrap{};   ///< before
+    const pictured_image* before = nullptr;
+    vec2 side{}; ///< of that
+
+    /// From what a coordinate is now to tiles.
+    double inTiles(double value, std::size_t axis) const {
+        if (place == nullptr)
+            return value;
+        const double whole = double(axis == 0 ? shown->width : shown->height);
+        return (value * whole - double(axis == 0 ? place->x : place->y)) / side[axis];
+    }
+    double tiles(std::size_t axis) const {
+        return double(axis == 0 ? place->columns : place->rows);
+    }
+};
+
+struct search {
+    picture_comparison& result;
+    const reading& how;
+    std::string why; ///< what was wrong with the last candidate
+
+    bool wrong(const std::string& text) {
+        why = text;
+        return false;
+    }
+
+    /// Whether the coordinates of a piece are those of the triangle below it, along one axis.
+    bool followsAlong(std::size_t axis, const std::array<vec2, 3>& was,
+                      const pictured_triangle& now, double near_whole) {
+        std::array<double, 3> move{};
+        double low = 0, high = 0;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const double tile = how.inTiles(double(now.coordinates[k][::osg::UInt32(axis)]), axis);
+            move[k] = tile - was[k][axis];
+            low = std::min(low, was[k][axis]);
+            high = std::max(high, std::abs(was[k][axis]));
+            // In texels of the block; a coordinate at its far edge would show the neighbour.
+            if (how.place != nullptr && (tile < -1e-6 || tile > how.tiles(axis) - 1e-6))
+                return wrong("leaves its block: " + std::to_string(tile) + " tiles");
+        }
+        const double whole =
+            how.wrap[axis] == repeating ? std::round((move[0] + move[1] + move[2]) / 3) : 0;
+        const double texel = how.place == nullptr ? 0 : 1 / how.side[axis];
+        const double slack = texel + near_whole + 2e-5 * (1 + high);
+        for (const double one : move) {
+            if (std::abs(one - whole) > slack)
+                return wrong("moved by " + std::to_string(one) + " tiles");
+            if (how.place != nullptr)
+                result.inset = std::max(result.inset, (std::abs(one - whole) - near_whole) / texel);
+        }
+        return true;
+    }
+
+    /// Whether a texel within an inset of a coordinate before is what is shown now.
+    bool showsTexelOf(const vec2& was, const vec2& now) {
+        const auto wrapped = [](double value, std::int64_t side) {
+            const std::int64_t rest = std::int64_t(std::floor(value + 1e-6)) % side;
+            return rest < 0 ? rest + side : rest;
+        };
+        const pictured_image &a = *how.before, &b = *how.shown;
+        const std::uint32_t seen =
+            b.texels[std::size_t(wrapped(now[1] * double(b.height), b.height) * b.width +
+                                 wrapped(now[0] * double(b.width), b.width))];
+        const double room_u = 1.01 + snap_of_pieces * how.side[0],
+                     room_v = 1.01 + snap_of_pieces * how.side[1];
+        for (double v = -std::ceil(room_v); v <= std::ceil(room_v); ++v) {
+            for (double u = -std::ceil(room_u); u <= std::ceil(room_u); ++u) {
+                if (a.texels[std::size_t(wrapped(was[1] * how.side[1] + v, a.height) * a.width +
+                                         wrapped(was[0] * how.side[0] + u, a.width))] == seen)
+                    return true;
+            }
+        }
+        return wrong("shows another texel");
+    }
+
+    bool isPieceOf(const pictured_triangle& whole, const pictured_triangle& piece) {
+        std::array<weights, 3> at;
+        std::array<vec2, 3> was;
+        for (std::size_t k = 0; k < 3; ++k) {
+            const auto place = placeOn(whole, piece.corners[k]);
+            if (!place)
+                return why.empty() ? wrong("is on no triangle") : false;
+            at[k] = *place;
+            was[k] = coordinateAt(whole, *place);
+        }
+        const bool cut = whole.corners != piece.corners;
+        for (const std::size_t axis : {std::size_t{0}, std::size_t{1}}) {
+            if (!followsAlong(axis, was, piece, cut ? snap_of_pieces : snap))
+                return false;
+        }
+        constexpr double in = 0.05;
+        for (const weights& w : {weights{1 - 2 * in, in, in}, weights{in, 1 - 2 * in, in},
+                                 weights{in, in, 1 - 2 * in}, weights{0.4, 0.3, 0.3}}) {
+            weights below{};
+            for (std::size_t k = 0; k < 3; ++k) {
+                for (std::size_t i = 0; i < 3; ++i)
+                    below[i] += w[k] * at[k][i];
+            }
+            if (how.place != nullptr &&
+                !showsTexelOf(coordinateAt(whole, below), coordinateAt(piece, w)))
+                return false;
+        }
+        return true;
+    }
+};
+
+/// Finds each triangle of a node on those before, and all of those covered.
+std::string compareTriangles(const pictured_node& before, const pictured_node& after,
+                             const reading& how, picture_comparison& result) {
+    const std::size_t count = before.triangles.size();
+    std::vector<double> left;
+    for (const pictured_triangle& t : before.triangles)
+        left.push_back(areaOf(t));
+    const std::vector<double> all = left;
+    std::size_t hint = 0;
+    for (const pictured_triangle& piece : after.triangles) {
+        search one{result, how, ""};
+        const double area = areaOf(piece);
+        std::size_t tries = 0;
+        for (; tries < count; ++tries, ++hint) { // mostly in order
+            hint %= count;
+            if (left[hint] > 0.99 * area - 1e-9 * all[hint] - 1e-30 &&
+                one.isPieceOf(before.triangles[hint], piece))
+                break;
+        }
+        if (tries == count)
+            return "a triangle " + (one.why.empty() ? "too many" : one.why) +
+                   (how.place == nullptr ? ", its image stayed" : "");
+        result.pieces += area < 0.9 * all[hint] ? 1 : 0;
+        left[hint] -= area;
+        hint += left[hint] <= 0.01 * all[hint] ? 1 : 0;
+    }
+    for (std::size_t i = 0; i < count; ++i) {
+        if (left[i] > 0.01 * all[i])
+            return "triangle " + std::to_string(i) + " is not covered";
+    }
+    return "";
+}
+
+/// Where an image is to be in an atlas, with all its repetitions and what surrounds it.
+struct block {
+    std::int64_t left, top, right, bottom;
+
+    block(const placed_image& at, std::int64_t padding)
+        : left(at.x - padding), top(at.y - padding),
+          right(at.x + std::int64_t{at.width} * at.columns + padding),
+          bottom(at.y + std::int64_t{at.height} * at.rows + padding) {}
+    bool meets(const block& other) const {
+        return left < other.right && other.left < right && top < other.bottom && other.top < bottom;
+    }
+};
+
+bool holdsAll(const pictured_image& atlas, const pictured_image& image, const placed_image& at,
+              const block& all) {
+    if (image.width != at.width || image.height != at.height || all.left < 0 || all.top < 0 ||
+        all.right > atlas.width || all.bottom > atlas.height)
+        return false;
+    for (std::int64_t y = all.top; y < all.bottom; ++y) {
+        const std::int64_t row = (y - at.y + 64 * image.height) % image.height;
+        for (std::int64_t x = all.left; x < all.right; ++x) {
+            const std::int64_t column = (x - at.x + 64 * image.width) % image.width;
+            if (atlas.texels[std::size_t(y * atlas.width + x)] !=
+                image.texels[std::size_t(row * image.width + column)])
+                return false;
+        }
+    }
+    return true;
+}
+
+std::string checkAtlas(const picture& before, const picture& after, const recorded_atlas& atlas,
+                       std::int64_t padding) {
+    const pictured_image* whole = after.imageOf(atlas.image.get());
+    if (whole == nullptr)
+        return "nobody shows an atlas";
+    if (whole->width != atlas.width || whole->height != atlas.height)
+        return "an atlas has other sides";
+    for (const placed_image& one : atlas.images) {
+        const pictured_image* image = before.imageOf(one.image.get());
+        const block all(one, padding);
+        std::int64_t step = padding > 0 ? 1 : 0;
+        while (step < padding)
+            step *= 2;
+        if (step > 0 && (one.x % step != 0 || one.y % step != 0))
+            return "an image is not where smaller levels stay clean";
+        if (image == nullptr || !holdsAll(*whole, *image, one, all))
+            return "an atlas lacks an image";
+        for (const placed_image& other : atlas.images) {
+            if (&one != &other && all.meets(block(other, padding)))
+                return "two images overlap";
+        }
+    }
+    return "";
+}
+
+/// The place of what a node showed in the atlas that it shows now.
+const placed_image* placeIn(const recorded_atlas& atlas, const picture& before,
+                            const pictured_image& image) {
+    for (const placed_image& one : atlas.images) {
+        const pictured_image* placed = before.imageOf(one.image.get());
+        if (placed != nullptr && placed->width == image.width && placed->texels == image.texels)
+            return &one;
+    }
+    return nullptr;
+}
+
+std::string compareNode(const picture& pictured, const pictured_node& before,
+                        const pictured_node& after, const morva::osg::atlas_record& record,
+                        picture_comparison& result) {
+    if (before.material != after.material)
+        return "other material: " + before.material + " / " + after.material;
+    if ((before.image == nullptr) != (after.image == nullptr))
+        return "image gone";
+    if (before.image == nullptr)
+        return "";
+    reading how;
+    how.shown = after.image;
+    how.before = before.image;
+    how.wrap = before.wrap;
+    how.side = {double(before.image->width), double(before.image->height)};
+    if (before.image->container != after.image->container) {
+        for (const recorded_atlas& atlas : record.atlases) {
+            if (atlas.image.get().getFieldContainerId() == after.image->container)
+                how.place = placeIn(atlas, pictured, *before.image);
+        }
+        if (how.place == nullptr)
+            return "an image that is not that of its atlas";
+        if (after.wrap[0] != repeating || after.wrap[1] != repeating)
+            return "an atlas that doesn't repeat";
+        ++result.moved;
+    } else if (before.wrap != after.wrap || before.image->texels != after.image->texels) {
+        return "its image changed";
+    }
+    return compareTriangles(before, after, how, result);
+}
+
+} // namespace
+
+picture::picture(const ::osg::NodePtr& root) {
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        pictured_node& shown = nodes_[node.getFieldContainerId()];
+        const char* name = ::osg::getName(node);
+        shown.name = name == nullptr ? "" : name;
+        shown.image = enter(describe(materialOf(node), shown));
+        const ::osg::GeometryPtr core = coreOf(node);
+        if (core->getPositions() == ::osg::NullFC)
+            continue;
+        for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
+            pictured_triangle triangle;
+            for (::osg::Int32 k = 0; k < 3; ++k) {
+                triangle.corners[std::size_t(k)] = it.getPosition(k);
+                triangle.coordinates[std::size_t(k)] = it.getTexCoords(k);
+            }
+            if (showsSomething(triangle))
+                shown.triangles.push_back(triangle);
+        }
+    }
+}
+
+const pictured_image* picture::imageOf(const ::osg::ImagePtr& image) const {
+    const auto found = images_.find(image.getFieldContainerId());
+    return found == images_.end() ? nullptr : &found->second;
+}
+
+const pictured_image* picture::enter(const ::osg::ImagePtr& image) {
+    if (image == ::osg::NullFC || image->getWidth() < 1 || image->getHeight() < 1 ||
+        image->getData() == nullptr)
+        return nullptr;
+    const auto [entry, is_new] = images_.try_emplace(image.getFieldContainerId());
+    pictured_image& copy = entry->second;
+    if (is_new) {
+        copy.container = image.getFieldContainerId();
+        copy.width = image->getWidth();
+        copy.height = image->getHeight();
+        const std::size_t count = std::size_t(copy.width * copy.height), bytes = image->getBpp();
+        const bool narrow = image->getDataType() == ::osg::Image::OSG_UINT8_IMAGEDATA;
+        for (std::size_t i = 0; narrow && i < count; ++i)
+            copy.texels.push_back(texelAt(image->getData() + i * bytes, image->getPixelFormat()));
+    }
+    return &copy;
+}
+
+picture_comparison comparePictures(const picture& before, const picture& after,
+                                   const morva::osg::atlas_record& record, unsigned padding) {
+    picture_comparison result;
+    for (const recorded_atlas& atlas : record.atlases) {
+        result.fault = checkAtlas(before, after, atlas, padding);
+        if (!result.fault.empty())
+            return result;
+    }
+    if (before.nodes().size() != after.nodes().size())
+        result.fault = "nodes came or went";
+    for (const auto& [number, node] : before.nodes()) {
+        const auto now = after.nodes().find(number);
+        if (now == after.nodes().end())
+            result.fault = "a node is gone";
+        if (!result.fault.empty())
+            return result;
+        result.fault = compareNode(before, node, now->second, record, result);
+        if (!result.fault.empty())
+            result.fault = "node \"" + node.name + "\": " + result.fault;
+    }
+    return result;
+}
+
+} // namespace morva_test
