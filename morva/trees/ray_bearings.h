@@ -64,9 +64,9 @@ class bearing_list {
             std::max({dot<float>(ab, ab), dot<float>(ac, ac), dot<float>(bc, bc)});
         const float length = std::sqrt(dot<float>(n, n));
         const float least = least_slope * longest / length + slope_spare;
-        const bool is_proven =
-            least < 0.99F && longest > shortest_edge_proven * shortest_edge_proven &&
-            std::isfinite(t.a[0] + t.a[1] + t.a[2]) && std::isfinite(n[0] + n[1] + n[2]);
+        const bool is_proven = least < 0.99F &&
+                               longest > shortest_edge_proven * shortest_edge_proven &&
+                               std::isfinite(n[0] + n[1] + n[2]);
         insert(is_proven ? bearing{{n[0] / length, n[1] / length, n[2] / length}, least} : never());
     }
 
