@@ -36,7 +36,7 @@ bool isTame(const float_triangle& triangle) {
 }
 
 /// From a point to the farthest corner of a box.
-double farthestOf(const float3& from, const wide_item& box) {
+double farthestOf(const float3& from, const detail::wide_box& box) {
     double sum = 0.0;
     for (std::size_t axis = 0; axis < 3; ++axis) {
         const auto at = static_cast<double>(from[axis]);
@@ -68,14 +68,13 @@ std::unique_ptr<near_hits> near_hits::of(const bih_tree<float>& tree,
                                          const occlusion_geoset& parts) {
     if (!detail::wide_registers || tree.nodes == nullptr)
         return nullptr;
-    std::uint64_t triangles = 0;
     for (std::uint32_t part = 0; part < parts.built_count; ++part) {
         const osg_geoset& geoset = parts.geosets[part];
-        triangles += geoset.size;
         if (parts.trees[part].nodes == nullptr || geoset.simple_tris == nullptr ||
             !std::all_of(geoset.simple_tris, geoset.simple_tris + geoset.size, isTame))
             return nullptr;
     }
+    const std::uint64_t triangles = parts.triangles_of(0, parts.built_count);
     if (triangles == 0 || triangles >= wide_tree::leaf_flag)
         return nullptr;
     try {
@@ -99,19 +98,18 @@ near_hits::near_hits(const bih_tree<float>& tree, const occlusion_geoset& parts)
     });
     std::vector<wide_item> items;
     std::vector<taken_triangle> taken;
+    const std::uint64_t triangles = parts.triangles_of(0, parts.built_count);
+    items.reserve(triangles);
+    taken.reserve(triangles);
     for (std::uint32_t part = 0; part < parts.built_count; ++part)
         takePart(parts, part, items, taken);
     tree_ = std::make_unique<wide_tree>(items);
     packLeaves(parts, items, taken);
+    for (const wide_item& item : items)
+        bounds_.grow(item);
     float largest = 0.0F;
-    bounds_ = items.front();
-    for (const wide_item& item : items) {
-        for (std::size_t axis = 0; axis < 3; ++axis) {
-            bounds_.low[axis] = std::min(bounds_.low[axis], item.low[axis]);
-            bounds_.high[axis] = std::max(bounds_.high[axis], item.high[axis]);
-            largest = std::max({largest, -item.low[axis], item.high[axis]});
-        }
-    }
+    for (std::size_t axis = 0; axis < 3; ++axis)
+        largest = std::max({largest, -bounds_.low[axis], bounds_.high[axis]});
     slack_ = occlusion_ray::start_slack + coordinate_slack * static_cast<double>(largest);
 }
 

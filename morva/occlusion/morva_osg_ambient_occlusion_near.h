@@ -76,7 +76,7 @@ class near_hits {
     std::vector<ray_cell> cells_; ///< around the leaves of all parts
     std::unique_ptr<wide_tree> tree_;
     std::vector<packed_leaf> leaves_; ///< as those of the tree
-    wide_item bounds_{};              ///< box of all triangles
+    detail::wide_box bounds_;         ///< of all triangles
     double slack_ = 0.0;              ///< world units that a place may be off
 };
 

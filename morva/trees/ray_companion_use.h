@@ -27,7 +27,7 @@ constexpr std::uint64_t fewest_for_companion = 16;
 /// Rays of a tree that go without a companion: making it takes as long as some of them, and more
 /// in a large tree.
 inline std::uint32_t rays_before_companion(std::uint64_t triangles) {
-    return 300 + static_cast<std::uint32_t>(triangles / 64);
+    return 300 + static_cast<std::uint32_t>(triangles / 16);
 }
 
 /// Makes the companion, if memory allows.

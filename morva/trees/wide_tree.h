@@ -119,7 +119,7 @@ class wide_tree_builder {
         const std::size_t count = divideAll(parts, level);
         tree_.nodes[index].axis = sortParts(parts, count);
         for (std::size_t lane = 0; lane < wide_width; ++lane)
-            place(index, lane, lane < count ? parts[lane].box : wide_box(), 0);
+            place(index, lane, lane < count ? parts[lane].box : wide_box());
         for (std::size_t lane = 0; lane < count; ++lane) {
             const std::uint32_t child =
                 isLeaf(parts[lane]) ? leaf(parts[lane]) : node(parts[lane], level + 1);
@@ -145,13 +145,12 @@ class wide_tree_builder {
         return widest;
     }
 
-    void place(std::uint32_t index, std::size_t lane, const wide_box& box, std::uint32_t child) {
+    void place(std::uint32_t index, std::size_t lane, const wide_box& box) {
         wide_node& here = tree_.nodes[index];
         for (std::size_t axis = 0; axis < 3; ++axis) {
             here.planes[axis][lane] = box.low[axis];
             here.planes[axis + 3][lane] = box.high[axis];
         }
-        here.child[lane] = child;
     }
 
     std::uint32_t leaf(const part& items) {

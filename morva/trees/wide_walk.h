@@ -14,15 +14,17 @@
 namespace morva {
 namespace detail {
 
-/// For each set of lanes, a bit each, those of the set, from low to high or the other way round.
+/// For each set of lanes, a bit each, those of the set: the order in which they wait, the first to
+/// be visited last. A ray that goes up along the node's axis visits the lowest first, so that there
+/// the highest stands first.
 struct lane_orders {
     std::array<std::array<std::uint8_t, wide_width>, 256> lanes{};
 
-    explicit constexpr lane_orders(bool falling) {
+    explicit constexpr lane_orders(bool highest_first) {
         for (unsigned set = 0; set < 256; ++set) {
             std::size_t count = 0;
             for (unsigned k = 0; k < wide_width; ++k) {
-                const unsigned lane = falling ? wide_width - 1 - k : k;
+                const unsigned lane = highest_first ? wide_width - 1 - k : k;
                 if ((set >> lane & 1) != 0)
                     lanes[set][count++] = static_cast<std::uint8_t>(lane);
             }

@@ -135,8 +135,10 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
     if (kind < 3) // from outside, from near or from far
         for (std::size_t i = 0; i < 3; ++i)
             ray.from[i] += (random() % 2 ? 1.0f : -1.0f) * size * (kind == 2 ? 30.0f : 1.0f);
-    if (kind == 3) // along the plane that it starts in
+    if (kind == 3) { // along the plane that it starts in, or at an angle of next to nothing
         goal = at(t, 5 * unit(random) - 2, 5 * unit(random) - 2);
+        goal[random() % 3] += size * std::array<float, 4>{0.0f, 1e-6f, 1e-5f, 1e-4f}[random() % 4];
+    }
     float3 direction;
     for (std::size_t i = 0; i < 3; ++i)
         direction[i] = goal[i] - ray.from[i];
