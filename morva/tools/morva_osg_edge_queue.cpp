@@ -14,10 +14,9 @@ using ::osg::UInt32;
 namespace {
 
 constexpr double never = std::numeric_limits<double>::infinity();
-constexpr double taken = std::numeric_limits<double>::quiet_NaN();
 constexpr std::size_t fan_out = 8;
 
-/// The least of eight numbers; a NaN is none.
+/// The least of eight numbers.
 double leastOf(const double* numbers) {
     double least = never;
     for (std::size_t i = 0; i < fan_out; ++i)
@@ -30,7 +29,7 @@ std::size_t filledUp(std::size_t count) { return (count + fan_out - 1) / fan_out
 } // namespace
 
 vertex_uses::vertex_uses(std::size_t vertices, span<const UInt32> vertex_of_corner)
-    : first(vertices + 2), corners(vertex_of_corner.size()) {
+    : first(vertices + 2), corners(vector_in_huge_pages<UInt32>(vertex_of_corner.size())) {
     for (const UInt32 vertex : vertex_of_corner)
         ++first[vertex + 2];
     for (std::size_t v = 2; v < first.size(); ++v)
@@ -113,32 +112,60 @@ std::vector<edge_queue::vertex_state> edge_queue::statesOf(span<const ::osg::Pnt
     return states;
 }
 
-std::vector<double> edge_queue::costsOf(const std::vector<vertex_state>& vertices,
-                                        span<const UInt32> corners,
-                                        const std::vector<bool>& locked) {
-    std::vector<double> costs;
-    const std::size_t room = filledUp(corners.size());
-    costs.reserve(room);
-    wish_huge_pages(costs.data(), room * sizeof(double));
-    for (std::size_t edge = 0; edge < corners.size(); ++edge) {
-        const UInt32 start = corners[edge], end = corners[endOf(edge)];
-        const bool free = locked.empty() || (!locked[start] && !locked[end]);
-        costs.push_back(free ? cost(vertices[start], vertices[end]) : taken);
-    }
-    return costs;
-}
-
 edge_queue::edge_queue(span<const ::osg::Pnt3f> places, span<const UInt32> corners,
                        const vertex_uses& uses, const std::vector<bool>& locked)
     : corners_(corners), uses_(uses), vertices_(statesOf(places, uses)),
-      costs_(costsOf(vertices_, corners, locked)), left_(corners.size()), chosen_(0) {
-    if (corners.empty() || std::isnan(costs_[0]))
+      closed_(closedEdges(corners, locked)), costs_(leastCosts()), left_(corners.size()) {
+    if (closed_.empty() || (closed_[0] & 1U) != 0)
         findNext();
+    else
+        chosen_ = 0;
 }
 
-double edge_queue::cost(const vertex_state& start, const vertex_state& end) {
-    const double sum = distanceBetween(start.place, end.place) + start.references + end.references;
-    return sum < std::numeric_limits<double>::max() ? sum : never; // a NaN, too
+std::vector<std::uint8_t> edge_queue::closedEdges(span<const UInt32> corners,
+                                                  const std::vector<bool>& locked) {
+    std::vector<std::uint8_t> closed(corners.size() / 3);
+    for (std::size_t edge = 0; edge < corners.size() && !locked.empty(); ++edge) {
+        if (locked[corners[edge]] || locked[corners[endOf(edge)]])
+            closed[edge / 3] = static_cast<std::uint8_t>(closed[edge / 3] | 1U << edge % 3);
+    }
+    return closed;
+}
+
+std::vector<double> edge_queue::leastCosts() const {
+    std::vector<double> costs;
+    const std::size_t room = filledUp(closed_.size());
+    costs.reserve(room);
+    wish_huge_pages(costs.data(), room * sizeof(double));
+    for (std::size_t triangle = 0; triangle < closed_.size(); ++triangle)
+        costs.push_back(leastCost(triangle));
+    return costs;
+}
+
+double edge_queue::costOf(std::size_t edge) const {
+    if ((closed_[edge / 3] >> edge % 3 & 1U) != 0)
+        return never;
+    const vertex_state& start = vertices_[corners_[edge]];
+    const vertex_state& end = vertices_[corners_[endOf(edge)]];
+    const double cost = distanceBetween(start.place, end.place) + start.references + end.references;
+    return cost < std::numeric_limits<double>::max() ? cost : never; // a NaN, too
+}
+
+double edge_queue::leastCost(std::size_t triangle) const {
+    if (closed_[triangle] == all_closed)
+        return never;
+    return std::min({costOf(3 * triangle), costOf(3 * triangle + 1), costOf(3 * triangle + 2)});
+}
+
+bool edge_queue::findNext() {
+    const std::size_t triangle = costs_.least();
+    chosen_ = triangle == least_tree::none ? triangle : 3 * triangle;
+    if (chosen_ == least_tree::none)
+        return false;
+    while (costOf(chosen_) != costs_[triangle])
+        ++chosen_;
+    __builtin_prefetch(&uses_.first[corners_[chosen_]]);
+    return true;
 }
 
 vertex_pair edge_queue::collapse() {
@@ -148,27 +175,28 @@ vertex_pair edge_queue::collapse() {
     const vertex_state& gone = vertices_[pair.gone];
     moveToMiddle(kept.place, gone.place);
     kept.references += gone.references - 1;
-    costs_.put(edge, taken);
+    closed_[edge / 3] = static_cast<std::uint8_t>(closed_[edge / 3] | 1U << edge % 3);
     --left_;
-    costs_.mend(edge);
-    recalculate(pair.kept);
+    recalculate(pair.kept); // its triangle among the others
     return pair;
 }
 
 void edge_queue::recalculate(std::size_t vertex) {
     const span<const UInt32> at = uses_.of(vertex);
-    const bool all = 2 * at.size() > costs_.mendsOfAll();
-    const auto put = [&](std::size_t edge, double value) {
-        if (std::isnan(costs_[edge]))
-            return;
-        costs_.put(edge, value);
-        if (!all)
-            costs_.mend(edge);
-    };
+    // Out of the cache, all of it: asked for together.
     for (const UInt32 corner : at) {
-        const std::size_t to = edgeTo(corner);
-        put(corner, cost(vertices_[vertex], vertices_[corners_[endOf(corner)]]));
-        put(to, cost(vertices_[corners_[to]], vertices_[vertex]));
+        costs_.fetch(corner / 3);
+        __builtin_prefetch(&corners_[corner]);
+    }
+    for (const UInt32 corner : at) {
+        __builtin_prefetch(&vertices_[corners_[endOf(corner)]]);
+        __builtin_prefetch(&vertices_[corners_[edgeTo(corner)]]);
+    }
+    const bool all = at.size() > costs_.mendsOfAll();
+    for (const UInt32 corner : at) {
+        costs_.put(corner / 3, leastCost(corner / 3));
+        if (!all)
+            costs_.mend(corner / 3);
     }
     if (all)
         costs_.mendAll();

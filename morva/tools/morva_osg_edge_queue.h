@@ -6,21 +6,23 @@
 //     cost            length + references of its start + references of its end
 //     first of all    of equal costs the edge with the lowest number
 //
-//         5                    least of all            a node: the least of eight below it, in
-//      5       6               one node per eight      one line of the cache; a change goes up
-//     9 5 7   6 8              costs by edge number    as long as it changes the node above
+//         5                         least of all         a node: the least of eight below it,
+//      5       6                    one node per eight   in one line of the cache; a change goes
+//     9 5 7   6 8                   least cost by        up as long as it changes the node above
+//     | | |   | |                   triangle
 //
-//     edge_queue queue(places, corners);
-//     for (bool more = queue.edges() > 0; more; more = queue.findNext())
+//     edge_queue queue(places, corners, uses);
+//     for (bool more = queue.hasNext(); more; more = queue.findNext())
 //         const vertex_pair taken = queue.collapse();
 //
 // A collapse of the edge (a, b) moves a to the middle, and a takes over the references of b. The
 // ends of other edges stay: one that names b still means the place that b had. So only the edges
-// at a change, and their number never grows.
+// that name a change, and which those are never changes.
 // One thread.
 
 #include <cmath>
 #include <cstddef>
+#include <cstdint>
 #include <numeric>
 #include <vector>
 
@@ -60,6 +62,12 @@ std::vector<::osg::UInt32> fates(std::size_t vertices, const Pairs& pairs, std::
     return fate;
 }
 
+/// The edges of triangles at the corners of one vertex.
+inline std::size_t edgeFrom(std::size_t corner) { return corner; }
+inline std::size_t edgeTo(std::size_t corner) { return corner % 3 == 0 ? corner + 2 : corner - 1; }
+/// The corner that an edge leads to.
+inline std::size_t endOf(std::size_t edge) { return edge % 3 == 2 ? edge - 2 : edge + 1; }
+
 /// Corners by vertex: those of vertex v are `corners[first[v]]` up to `corners[first[v + 1]]`.
 struct vertex_uses {
     vertex_uses(std::size_t vertices, span<const ::osg::UInt32> vertex_of_corner);
@@ -80,10 +88,15 @@ std::vector<bool> borderVertices(const vertex_uses& uses, span<const ::osg::UInt
 /// Numbers whose least can be asked for while they change.
 class least_tree {
   public:
-    /// Takes the numbers; those that are not below the largest double never come out.
+    /// Takes the numbers, none of them a NaN; what is not below the largest double never comes out.
     explicit least_tree(std::vector<double> numbers);
 
     double operator[](std::size_t place) const { return levels_[0][place]; }
+    /// Asks for a number and the node above.
+    void fetch(std::size_t place) const {
+        __builtin_prefetch(&levels_[0][place]);
+        __builtin_prefetch(&levels_[1][place / 8]);
+    }
     /// Changes a number without the nodes above it: mend(place) or mendAll() must follow.
     void put(std::size_t place, double number) { levels_[0][place] = number; }
     void mend(std::size_t place);
@@ -118,11 +131,11 @@ class edge_queue {
 
     /// Chooses the edge of the least cost; false if none is left that has one. NaN and infinity
     /// are none.
-    bool findNext() {
-        chosen_ = costs_.least();
-        return chosen_ != least_tree::none;
-    }
+    bool findNext();
     bool hasNext() const { return chosen_ != least_tree::none; }
+
+    /// The ends of the chosen edge.
+    vertex_pair next() const { return {corners_[chosen_], corners_[endOf(chosen_)]}; }
 
     ::osg::Pnt3f place(std::size_t vertex) const { return vertices_[vertex].place; }
 
@@ -131,27 +144,24 @@ class edge_queue {
         ::osg::Pnt3f place;
         ::osg::UInt32 references;
     };
+    static constexpr std::uint8_t all_closed = 7;
 
     static std::vector<vertex_state> statesOf(span<const ::osg::Pnt3f> places,
                                               const vertex_uses& uses);
-    static std::vector<double> costsOf(const std::vector<vertex_state>& vertices,
-                                       span<const ::osg::UInt32> corners,
-                                       const std::vector<bool>& locked);
-    static double cost(const vertex_state& start, const vertex_state& end);
+    static std::vector<std::uint8_t> closedEdges(span<const ::osg::UInt32> corners,
+                                                 const std::vector<bool>& locked);
+    std::vector<double> leastCosts() const;
+    double costOf(std::size_t edge) const;
+    double leastCost(std::size_t triangle) const;
     void recalculate(std::size_t vertex);
 
     span<const ::osg::UInt32> corners_;
     const vertex_uses& uses_;
     std::vector<vertex_state> vertices_;
-    least_tree costs_; ///< per edge; NaN: taken or locked, infinity: no cost that can be chosen
+    std::vector<std::uint8_t> closed_; ///< per triangle a bit for each edge: taken, or locked
+    least_tree costs_;                 ///< per triangle: of its edges that are not closed
     std::size_t left_;
-    std::size_t chosen_;
+    std::size_t chosen_ = 0;
 };
-
-/// The edges of triangles at the corners of one vertex.
-inline std::size_t edgeFrom(std::size_t corner) { return corner; }
-inline std::size_t edgeTo(std::size_t corner) { return corner % 3 == 0 ? corner + 2 : corner - 1; }
-/// The corner that an edge leads to.
-inline std::size_t endOf(std::size_t edge) { return edge % 3 == 2 ? edge - 2 : edge + 1; }
 
 } // namespace morva::osg

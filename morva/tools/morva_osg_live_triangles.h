@@ -23,21 +23,31 @@ class live_triangles {
     live_triangles(span<const ::osg::UInt32> corners, const vertex_uses& uses);
 
     ::osg::UInt32 count() const { return live_; }
+    /// Asks for what join() will look at first.
+    void fetch(vertex_pair pair) const {
+        __builtin_prefetch(&vertices_[pair.kept]);
+        __builtin_prefetch(&vertices_[pair.gone]);
+    }
     /// Lets those at the name `gone` join those at `kept`.
     void join(vertex_pair pair);
 
   private:
     static constexpr ::osg::UInt32 nobody = static_cast<::osg::UInt32>(-1);
 
+    /// What a number stands for as a name, a vertex and a class, together: most are all three.
+    struct vertex_state {
+        ::osg::UInt32 class_at = 0; ///< of those at the name, or `nobody`
+        ::osg::UInt32 class_of = 0; ///< of the vertex
+        ::osg::UInt32 next = 0;     ///< vertex: the next of its class, in a ring
+        ::osg::UInt32 use = 0;      ///< class: corners at its vertices
+    };
+
     void killBetween(::osg::UInt32 smaller, ::osg::UInt32 larger);
 
     span<const ::osg::UInt32> corners_;
     const vertex_uses& uses_;
-    std::vector<::osg::UInt32> class_at_;  ///< per name: a class, or `nobody`
-    std::vector<::osg::UInt32> class_of_;  ///< per vertex
-    std::vector<::osg::UInt32> next_;      ///< per vertex: the next of its class, in a ring
-    std::vector<::osg::UInt32> class_use_; ///< per class: corners at its vertices
-    std::vector<bool> dead_;               ///< per triangle
+    std::vector<vertex_state> vertices_; ///< one per number
+    std::vector<bool> dead_;             ///< per triangle
     ::osg::UInt32 live_ = 0;
 };
 

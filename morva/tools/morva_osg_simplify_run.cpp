@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 
+#include <morva/core/morva_huge_pages.h>
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_sink.h>
@@ -91,7 +92,7 @@ template <typename Values>
 void weld(simplification& run, const property_column& places, const Values& values) {
     number_table known(run.corners.size());
     std::vector<UInt32> first; // corner that each vertex was met at
-    run.vertices.resize(run.corners.size());
+    run.vertices = vector_in_huge_pages<UInt32>(run.corners.size());
     UInt32 hashes[batch_size];
     for (std::size_t start = 0; start < run.corners.size(); start += batch_size) {
         const std::size_t count = std::min(batch_size, run.corners.size() - start);
@@ -139,11 +140,13 @@ void collapseDownTo(simplification& run, UInt32 target) {
                      run.options.lock_borders ? borderVertices(uses, run.vertices)
                                               : std::vector<bool>());
     std::size_t worth = 0; // steps up to the last that a triangle went with
-    for (bool more = queue.hasNext(); more && alive.count() > target; more = queue.findNext()) {
+    for (bool more = queue.hasNext(); more && alive.count() > target;) {
         if (run.steps.size() % steps_between_reports == 0)
             say_progress(run.live - alive.count(), run.live - target, {}, flush::no);
         const UInt32 before = alive.count();
+        alive.fetch(queue.next());
         const vertex_pair pair = queue.collapse();
+        more = queue.findNext(); // on its way while the triangles are counted
         alive.join(pair);
         run.steps.push_back({pair.kept, pair.gone, alive.count()});
         worth = alive.count() < before ? run.steps.size() : worth;
