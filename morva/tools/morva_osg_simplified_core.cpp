@@ -108,6 +108,8 @@ simplified_triangles simplifiedTriangles(const simplification& run, std::size_t 
 }
 
 ::osg::GeometryPtr simplifiedCore(const simplification& run, std::size_t collapses) {
+    if (run.source == ::osg::NullFC)
+        return ::osg::NullFC;
     fresh<::osg::GeometryPtr> owned(::osg::Geometry::create());
     const ::osg::GeometryPtr geometry = owned.get();
     {

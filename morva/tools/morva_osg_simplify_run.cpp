@@ -172,7 +172,8 @@ simplification simplify(const ::osg::GeometryPtr& geometry, const std::vector<UI
     simplification run;
     run.source = geometry;
     run.options = options;
-    readTriangles(run);
+    if (geometry != ::osg::NullFC)
+        readTriangles(run);
     collapseDownTo(run, targets.empty() ? static_cast<UInt32>(run.corners.size() / 3)
                                         : *std::min_element(targets.begin(), targets.end()));
     for (const UInt32 target : targets)

@@ -23,7 +23,8 @@ struct naive_simplifier {
     std::vector<morva::osg::edge> edges;
     std::set<unsigned> locked; ///< vertices whose edges are not taken
     std::size_t chosen = 0;
-    bool more; ///< an edge is chosen
+    bool more;                           ///< an edge is chosen
+    std::pair<unsigned, unsigned> taken; ///< start and end of the last one
 
     naive_simplifier(std::vector<::osg::Pnt3f> at, std::vector<::osg::UInt32> corners, bool lock)
         : places(std::move(at)), index(std::move(corners)) {
@@ -70,8 +71,8 @@ struct naive_simplifier {
         }
         return best < none;
     }
-    /// Takes the chosen edge out of the list and chooses the next; start and end of the former.
-    std::pair<unsigned, unsigned> collapse() {
+    /// Takes the chosen edge out of the list and chooses the next.
+    void collapse() {
         const unsigned a = edges[chosen].start, b = edges[chosen].end;
         edges.erase(edges.begin() + static_cast<std::ptrdiff_t>(chosen));
         for (unsigned i = 0; i < 3; ++i) {
@@ -86,7 +87,7 @@ struct naive_simplifier {
                 e.cost = cost(e.start, e.end);
         }
         more = search();
-        return {a, b};
+        taken = {a, b};
     }
     unsigned live() const {
         unsigned count = 0;

@@ -69,11 +69,11 @@ TEST(EdgeQueue, TakesTheEdgesThatAScanOfTheListWouldTake) {
         std::vector<vertex_pair> pairs;
         bool more = queue.hasNext();
         for (; naive.more && more && !HasFailure(); more = queue.findNext()) {
-            const auto [kept, gone] = naive.collapse();
+            naive.collapse();
             pairs.push_back(queue.collapse());
             alive.join(pairs.back());
-            ASSERT_EQ(pairs.back().kept, kept);
-            ASSERT_EQ(pairs.back().gone, gone);
+            const unsigned kept = pairs.back().kept;
+            ASSERT_EQ(std::make_pair(kept, pairs.back().gone), naive.taken);
             ASSERT_TRUE(sameBits(queue.place(kept), naive.places[kept]));
             ASSERT_EQ(queue.edges(), naive.edges.size());
             ASSERT_EQ(alive.count(), naive.live());
@@ -110,9 +110,21 @@ values valuesAt(const geometry_columns& columns, std::size_t corner) {
     return all;
 }
 
+/// The same at another place.
+values movedTo(const Pnt3f& place, const geometry_columns& attributes, std::size_t corner) {
+    values all = valuesAt(attributes, corner);
+    all.insert(all.begin(), {place[0], place[1], place[2]});
+    return all;
+}
+
 constexpr vertex_property places_only[] = {vertex_property::position};
 /// All but places and normals.
 const morva::span<const vertex_property> attributes(all_properties + 2, vertex_properties - 2);
+const std::vector<vertex_property> all_but_normals = [] {
+    std::vector<vertex_property> chosen(std::begin(all_properties), std::end(all_properties));
+    chosen.erase(chosen.begin() + 1);
+    return chosen;
+}();
 
 /// The soft triangles of a geometry, welded.
 struct naive_weld {
@@ -148,58 +160,30 @@ struct naive_weld {
 
 /// Triangles of every primitive kind, with and without attributes and indices.
 mesh_data anyMesh(std::mt19937& rng) {
-    mesh_data mesh;
-    switch (rng() % 7) {
-    case 0:
-        mesh = soup(rng, rng() % 30);
-        break;
-    case 1:
-        mesh = strip(3 + rng() % 20);
-        break;
-    case 2:
-        mesh = strip(4 + rng() % 20, 8);
-        break;
-    case 3:
-        mesh = fan(3 + rng() % 20);
-        break; // a hub
-    case 4:
-        mesh = quads(1 + rng() % 10);
-        break;
-    case 5:
-        mesh = cube();
-        return rng() % 2 == 0 ? mesh : withColors(mesh, rng);
-    default:
-        mesh = mixture(rng, 1 + rng() % 5);
-        break;
-    }
-    switch (rng() % 4) {
-    case 0:
-        break;
-    case 1:
-        mesh = withIds(mesh);
-        break;
-    case 2:
-        mesh = withNormals(mesh, rng);
-        break;
-    default:
-        mesh = withAttributes(mesh, rng);
-        break;
-    }
+    const auto size = [&rng](unsigned least) { return least + rng() % 20; };
+    const mesh_data shapes[] = {
+        soup(rng, size(0)), strip(size(3)), strip(size(4), 8),          fan(size(3)),
+        quads(size(1)),     cube(),         mixture(rng, 1 + rng() % 5)};
+    mesh_data mesh = shapes[rng() % 7];
+    if (!mesh.mapping.empty())
+        return mesh;
+    const mesh_data dressed[] = {mesh, withIds(mesh), withNormals(mesh, rng),
+                                 withAttributes(mesh, rng)};
+    mesh = dressed[rng() % 4];
     if (rng() % 3 == 0)
-        mesh.secondary = std::vector<::osg::Color3f>(mesh.positions.size(), {0.5F, 0.0F, 1.0F});
-    const unsigned form = rng() % 4;
-    return form == 0 ? withIndex(mesh, rng) : form == 1 ? withIndexPerProperty(mesh, rng) : mesh;
+        mesh.secondary.assign(mesh.positions.size(), {0.5F, 0.0F, 1.0F});
+    const mesh_data indexed[] = {mesh, mesh, withIndex(mesh, rng), withIndexPerProperty(mesh, rng)};
+    return indexed[rng() % 4];
 }
 
-/// A core of such a mesh; some have a second set of coordinates.
+/// A core of such a mesh; some have coordinates that index rebuilding leaves out.
 geometry_ref anyCore(std::mt19937& rng, const mesh_data& mesh) {
     const geometry_ref core(geometryOf(mesh));
-    if (rng() % 3 == 0 && mesh.mapping.empty()) {
-        std::vector<::osg::Vec2f> rows;
-        for (std::size_t i = 0; i < mesh.positions.size(); ++i)
-            rows.emplace_back(float(rng() % 2), 0.5F);
+    std::vector<::osg::Vec2f> rows(mesh.positions.size(), {0.0F, 0.5F});
+    for (::osg::Vec2f& row : rows)
+        row[0] = float(rng() % 2);
+    if (rng() % 3 == 0 && mesh.mapping.empty())
         core->setTexCoords2(propertyOf<::osg::GeoTexCoords2f>(rows));
-    }
     return core;
 }
 
@@ -216,12 +200,6 @@ bool isShared(const ::osg::GeometryPtr& geometry) {
     return shared && known.size() == geometry->getPositions()->size();
 }
 
-void expectFiniteNormals(const ::osg::GeometryPtr& geometry) {
-    ASSERT_TRUE(geometry->getNormals() != ::osg::NullFC);
-    for (UInt32 i = 0; i < geometry->getNormals()->size(); ++i)
-        EXPECT_TRUE(std::isfinite(geometry->getNormals()->getValue(i).length()));
-}
-
 // -------------------------------------------------------------------------------- runs and stops
 
 /// A state of the run beside that of the naive one.
@@ -229,8 +207,7 @@ void expectState(const simplification& run, std::size_t collapses, const naive_s
                  const naive_weld& welded) {
     const simplified_triangles mesh = simplifiedTriangles(run, collapses);
     const geometry_ref core(simplifiedCore(run, collapses));
-    const geometry_columns was(run.source.get(), attributes), is(core.get(), attributes),
-        at(core.get(), places_only);
+    const geometry_columns was(run.source.get(), attributes), is(core.get(), all_but_normals);
     const bool by_place = run.options.weld == simplify_weld::position;
     std::size_t next = 0;
     for (std::size_t t = 0; t < naive.index.size() / 3; ++t) {
@@ -242,17 +219,16 @@ void expectState(const simplification& run, std::size_t collapses, const naive_s
         for (std::size_t k = 0; k < 3; ++k, ++next) {
             ASSERT_EQ(mesh.vertices[next], v[k]);
             ASSERT_TRUE(sameBits(mesh.places[v[k]], naive.places[v[k]]));
-            const Pnt3f& place = naive.places[v[k]];
-            ASSERT_EQ(valuesAt(at, next), (values{place[0], place[1], place[2]}));
             ASSERT_EQ(valuesAt(is, next),
-                      valuesAt(was, by_place ? welded.corners[3 * t + k] : welded.first[v[k]]));
+                      movedTo(naive.places[v[k]], was,
+                              by_place ? welded.corners[3 * t + k] : welded.first[v[k]]));
         }
     }
     EXPECT_EQ(mesh.vertices.size(), next);
     EXPECT_EQ(core->getLengths()->getValue(0), next);
     EXPECT_TRUE(isShared(core.get()));
-    if (next > 0)
-        expectFiniteNormals(core.get());
+    for (::osg::TriangleIterator it = core->beginTriangles(); !it.isAtEnd(); ++it)
+        EXPECT_TRUE(std::isfinite(it.getNormal(0).length()));
 }
 
 TEST(Simplify, EveryTargetIsAPrefixOfTheNaiveRun) {
@@ -270,58 +246,49 @@ TEST(Simplify, EveryTargetIsAPrefixOfTheNaiveRun) {
                                 options.weld == simplify_weld::position
                                     ? morva::span<const vertex_property>(places_only)
                                     : morva::span<const vertex_property>(all_properties));
-        naive_simplifier naive(welded.places, welded.index, options.lock_borders);
-        const std::vector<UInt32> targets{naive.live() / 2, naive.live(),
-                                          UInt32(rng() % (naive.live() + 1)), naive.live() / 5};
+        std::vector<naive_simplifier> states;
+        states.emplace_back(welded.places, welded.index, options.lock_borders);
+        const UInt32 live = states[0].live(), low = live / 5;
+        const std::vector<UInt32> targets{live / 2, live, UInt32(low + rng() % (live - low + 1)),
+                                          low};
+        while (states.back().more && states.back().live() > low) {
+            states.push_back(states.back());
+            states.back().collapse();
+        }
+        const UInt32 floor = states.back().live();
         const simplification run = simplify(core.get(), targets, options);
         ASSERT_EQ(run.vertices, welded.index);
-        ASSERT_EQ(run.live, naive.live());
-
-        std::vector<simplify_stop> stops(targets.size());
-        std::vector<bool> open(targets.size(), true);
-        std::size_t steps = 0, worth = 0;
-        for (UInt32 before = naive.live(); !HasFailure(); ++steps) {
-            worth = naive.live() < before ? steps : worth;
-            before = naive.live();
-            for (std::size_t i = 0; i < targets.size(); ++i) {
-                if (!open[i] || before > targets[i])
-                    continue;
-                open[i] = false;
-                stops[i] = {steps, true};
-                expectState(run, steps, naive, welded);
-            }
-            if (!naive.more || std::count(open.begin(), open.end(), true) == 0)
-                break;
-            const auto [kept, gone] = naive.collapse();
-            if (steps >= run.steps.size())
-                continue; // steps that no triangle goes with
-            ASSERT_EQ(std::make_pair(run.steps[steps].kept, run.steps[steps].gone),
-                      std::make_pair(kept, gone));
-            ASSERT_EQ(run.steps[steps].live, naive.live());
+        ASSERT_EQ(run.live, live);
+        ASSERT_LT(run.steps.size(), states.size());
+        for (std::size_t i = 0; i < run.steps.size(); ++i) {
+            ASSERT_EQ(std::make_pair(run.steps[i].kept, run.steps[i].gone), states[i + 1].taken);
+            ASSERT_EQ(run.steps[i].live, states[i + 1].live());
         }
         for (std::size_t i = 0; i < targets.size(); ++i) {
-            floors += open[i] ? 1 : 0;
-            EXPECT_EQ(run.stops[i].reached, !open[i]);
-            EXPECT_EQ(run.stops[i].collapses, open[i] ? worth : stops[i].collapses);
+            const auto stop = std::find_if(states.begin(), states.end(), [&](const auto& state) {
+                return state.live() <= std::max(floor, targets[i]);
+            });
+            floors += floor > targets[i] ? 1 : 0;
+            EXPECT_EQ(run.stops[i].reached, floor <= targets[i]);
+            ASSERT_EQ(run.stops[i].collapses, stop - states.begin());
+            expectState(run, run.stops[i].collapses, *stop, welded);
         }
-        EXPECT_EQ(run.steps.size(), worth);
     }
     EXPECT_GT(floors, 20U);
 }
 
 TEST(Simplify, CoreKeepsMaterialNameAndAlpha) {
     const geometry_ref core(geometryOf(quads(3), simple({1, 0, 0})));
-    core->setColors(propertyOf<::osg::GeoColors4f>(
-        std::vector<::osg::Color4f>(12, {0.5F, 0.25F, 1.0F, 0.75F})));
+    const ::osg::Color4f glassy(0.5F, 0.25F, 1.0F, 0.75F);
+    core->setColors(propertyOf<::osg::GeoColors4f>(std::vector<::osg::Color4f>(12, glassy)));
     ::osg::setName(core.get(), "sheet");
-    const simplification run = simplify(core.get(), {4});
-    const geometry_ref made(simplifiedCore(run, run.stops[0].collapses));
+    const geometry_ref made(simplifiedCore(simplify(core.get(), {4}), 99));
     EXPECT_EQ(made->getMaterial(), core->getMaterial());
     EXPECT_STREQ(::osg::getName(made.get()), "sheet");
     const auto colors = ::osg::GeoColors4fPtr::dcast(made->getColors());
-    ASSERT_TRUE(colors != ::osg::NullFC);
-    ASSERT_EQ(colors->size(), 1U);
-    EXPECT_EQ(colors->editField()[0], ::osg::Color4f(0.5F, 0.25F, 1.0F, 0.75F));
+    ASSERT_TRUE(colors != ::osg::NullFC && colors->size() == 1);
+    EXPECT_EQ(colors->editField()[0], glassy);
+    EXPECT_TRUE(simplifiedCore(simplify(::osg::NullFC, {4}), 0) == ::osg::NullFC);
 }
 
 // --------------------------------------------------------------------------------------- the tool
@@ -374,13 +341,12 @@ struct naive_tool {
         std::map<values, UInt32> known;
         for (const UInt32 vertex : naive.index) {
             const Pnt3f& at = naive.places[vertex];
-            corners.push_back({at[0], at[1], at[2]});
-            const auto entered = known.emplace(corners.back(), static_cast<UInt32>(known.size()));
+            corners.push_back(movedTo(at, were, welded.first[vertex]));
+            const auto entered =
+                known.emplace(values{at[0], at[1], at[2]}, static_cast<UInt32>(known.size()));
             if (entered.second)
                 shared.positions.push_back(at);
             shared.indices.push_back(entered.first->second);
-            const values rest = valuesAt(were, welded.first[vertex]);
-            corners.back().insert(corners.back().end(), rest.begin(), rest.end());
         }
         shared.primitives = {{4, static_cast<unsigned>(shared.indices.size())}};
         if (known.size() < 3)
@@ -393,24 +359,16 @@ struct naive_tool {
     }
 };
 
-std::vector<values> cornersOf(const ::osg::GeometryPtr& geometry) {
-    const geometry_columns places(geometry, places_only), rest(geometry, attributes);
-    std::vector<values> corners;
-    for (std::size_t i = 0; i < places.corners(); ++i) {
-        corners.push_back(valuesAt(places, i));
-        const values more = valuesAt(rest, i);
-        corners.back().insert(corners.back().end(), more.begin(), more.end());
-    }
-    return corners;
-}
-
 void expectSame(const ::osg::GeometryPtr& made, const naive_tool& naive) {
-    ASSERT_EQ(cornersOf(made), naive.corners);
+    const geometry_columns is(made, all_but_normals);
+    ASSERT_EQ(is.corners(), naive.corners.size());
     EXPECT_TRUE(isShared(made));
     std::size_t corner = 0;
     for (::osg::TriangleIterator it = made->beginTriangles(); !it.isAtEnd(); ++it)
-        for (int k = 0; k < 3; ++k, ++corner)
+        for (int k = 0; k < 3; ++k, ++corner) {
+            ASSERT_EQ(valuesAt(is, corner), naive.corners[corner]);
             ASSERT_TRUE(naive.normals.empty() || it.getNormal(k) == naive.normals[corner]);
+        }
 }
 
 /// The current directory for as long as this lives.
