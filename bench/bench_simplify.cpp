@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <filesystem>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -18,6 +19,7 @@
 #include "scenes.h"
 #include "sizes.h"
 #include "tests/support/shortage.h"
+#include "tests/support/temporary_folder.h"
 
 namespace {
 
@@ -69,6 +71,9 @@ void meshoptimizer(benchmark::State& state) {
 /// Bytes held at once beside the scene, per triangle.
 void memory(benchmark::State& state) {
     const morva_bench::silence quiet;
+    const morva_test::temporary_folder folder; // the tool leaves a file where it is called
+    const std::filesystem::path before = std::filesystem::current_path();
+    std::filesystem::current_path(folder.path());
     const auto sheet = morva_bench::triangleGrid(static_cast<unsigned>(state.range(0)), true);
     const auto target = half(state);
     std::size_t of_record = 0, of_all = 0, of_tool = 0;
@@ -85,6 +90,7 @@ void memory(benchmark::State& state) {
                 morva::osg::simplifyGeometry(sheet.get(), target));
         });
     }
+    std::filesystem::current_path(before);
     const auto each = [&](std::size_t bytes) {
         return static_cast<double>(bytes) / static_cast<double>(state.range(0));
     };

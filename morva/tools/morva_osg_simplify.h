@@ -82,7 +82,7 @@ struct simplify_step {
     ::osg::UInt32 live = 0; ///< triangles with three different corners afterwards
 };
 
-/// Where a run came below one of its targets.
+/// Where a run came down to one of its targets.
 struct simplify_stop {
     std::size_t collapses = 0; ///< steps up to there
     bool reached = false;      ///< false: a floor, since no more edges could be taken
