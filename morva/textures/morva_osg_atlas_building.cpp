@@ -140,7 +140,7 @@ void giveUp(std::vector<ImageData>& images, const drawn_atlas& target) {
 ///
 /// no_memory  out: an atlas was given up
 std::vector<drawn_atlas> drawAtlases(std::vector<ImageData>& images, const atlas_form& form,
-                                     bool& no_memory) {
+                                     const atlas_sources& sources, bool& no_memory) {
     std::vector<drawn_atlas> atlases;
     std::size_t total = 0;
     while (total < images.size()) {
@@ -149,7 +149,7 @@ std::vector<drawn_atlas> drawAtlases(std::vector<ImageData>& images, const atlas
         next.placed = placeImages(images, next.atlas, form.padding);
         if (next.placed.empty())
             break;
-        if (!makeKeptPart(next.atlas, form, images, next.placed)) {
+        if (!makeKeptPart(next.atlas, form, images, next.placed, sources)) {
             giveUp(images, next);
             no_memory = true;
             break;
@@ -240,7 +240,7 @@ unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<
     if (images.size() >= 2) {
         std::sort(images.begin(), images.end());
         std::reverse(images.begin(), images.end());
-        atlases = drawAtlases(images, form, no_memory);
+        atlases = drawAtlases(images, form, sources, no_memory);
     }
     image_numbers numbers(sources, images);
     atlas_report report(images, form, numbers, record);

@@ -10,9 +10,9 @@
 namespace morva::osg {
 
 image_numbers::image_numbers(atlas_sources& sources, const std::vector<ImageData>& images)
-    : sources_(sources), images_(images), finder_(sources.equality()) {
+    : sources_(sources), finder_(sources.equality()) {
     for (std::size_t i = 0; i < images.size(); ++i)
-        finder_.enter(static_cast<std::uint32_t>(i), images[i]);
+        finder_.enter(static_cast<std::uint32_t>(i), sources.of(images[i]));
 }
 
 std::uint32_t image_numbers::of(const ::osg::ImagePtr& image) {
@@ -20,7 +20,7 @@ std::uint32_t image_numbers::of(const ::osg::ImagePtr& image) {
         return no_image;
     const auto [known, is_new] = known_.try_emplace(image.getFieldContainerId(), no_image);
     if (is_new && sources_.of(image).pixels != nullptr)
-        known->second = finder_.find(images_, sources_.of(image));
+        known->second = finder_.find(sources_.of(image));
     return known->second;
 }
 
@@ -53,7 +53,7 @@ std::uint32_t image_collection::append(const ::osg::ImagePtr& image) {
 }
 
 void collectImageData(const std::vector<::osg::NodePtr>& nodes, std::vector<ImageData>& images) {
-    atlas_sources sources(image_equality::first_bytes, copy_owner::process);
+    atlas_sources sources(image_equality::first_bytes, other_formats::as_copies);
     image_collection collection(sources, images);
     for (const ::osg::NodePtr& node : nodes)
         collection.add(node);

@@ -34,7 +34,6 @@ class image_numbers {
 
   protected:
     atlas_sources& sources_;
-    const std::vector<ImageData>& images_;
     image_finder finder_;
     std::unordered_map<::osg::UInt32, std::uint32_t> known_; ///< by container number
 };

@@ -79,10 +79,11 @@ class free_spaces {
     bool joined_ = false;
 };
 
-void draw(const canvas& target, const ImageData& image, unsigned int padding) {
+void draw(const canvas& target, const ImageData& image, unsigned int padding,
+          const pixel_recipe* recipe) {
     const image_footprint room = footprintOf(image, padding);
     const drawn_area area{image.x - room.inset, image.y - room.inset, room.width, room.height};
-    drawRepeated(target, area, image, image.x, image.y);
+    drawRepeated(target, area, image, image.x, image.y, recipe);
 }
 
 } // namespace
@@ -137,7 +138,8 @@ std::vector<std::size_t> placeImages(std::vector<ImageData>& images, FixedTextur
 }
 
 bool makeKeptPart(FixedTextureAtlas& atlas, const atlas_form& form,
-                  const std::vector<ImageData>& images, const std::vector<std::size_t>& placed) {
+                  const std::vector<ImageData>& images, const std::vector<std::size_t>& placed,
+                  const atlas_sources& sources) {
     settleKeptPart(atlas, form.exact ? cut_rule::whole_side : cut_rule::any_place);
     try {
         const ::osg::RefPtr<::osg::ImagePtr> kept(::osg::Image::create());
@@ -146,7 +148,7 @@ bool makeKeptPart(FixedTextureAtlas& atlas, const atlas_form& form,
             return false;
         const canvas target = canvasOf(kept.get());
         for (const std::size_t number : placed)
-            draw(target, images[number], form.padding);
+            draw(target, images[number], form.padding, sources.recipeOf(images[number]));
         atlas.minifiedImage = kept;
         return true;
     } catch (const std::bad_alloc&) {
@@ -161,7 +163,7 @@ unsigned int buildOneAtlas(std::vector<ImageData>& images, FixedTextureAtlas& at
         return atlas.imageCount;
     const open_edit pixels(atlas.image.get(), ::osg::Image::PixelFieldMask);
     for (const std::size_t number : placed)
-        draw(target, images[number], 0);
+        draw(target, images[number], 0, nullptr);
     return atlas.imageCount;
 }
 

@@ -4,13 +4,14 @@
 //
 //     FixedTextureAtlas atlas = emptyAtlas(form, 0);
 //     const std::vector<std::size_t> placed = placeImages(images, atlas, form.padding);
-//     makeKeptPart(atlas, form, images, placed);          // allocates no more than is kept
+//     makeKeptPart(atlas, form, images, placed, sources); // allocates no more than is kept
 
 #include <cstddef>
 #include <cstdint>
 #include <vector>
 
 #include <morva/textures/morva_osg_atlas_images.h>
+#include <morva/textures/morva_osg_atlas_sources.h>
 
 namespace morva::osg {
 
@@ -41,8 +42,10 @@ std::vector<std::size_t> placeImages(std::vector<ImageData>& images, FixedTextur
 /// Settles which part of an atlas is kept and draws the images into an image of that size, which
 /// becomes `minifiedImage`.
 ///
+/// sources  tell how the pixels of the images are read
 /// returns  false without memory for it
 bool makeKeptPart(FixedTextureAtlas& atlas, const atlas_form& form,
-                  const std::vector<ImageData>& images, const std::vector<std::size_t>& placed);
+                  const std::vector<ImageData>& images, const std::vector<std::size_t>& placed,
+                  const atlas_sources& sources);
 
 } // namespace morva::osg

@@ -4,8 +4,7 @@
 #include <cmath>
 #include <cstddef>
 #include <cstring>
-
-#include <morva/textures/morva_osg_pixel_rows.h>
+#include <vector>
 
 namespace morva::osg {
 
@@ -111,7 +110,7 @@ canvas canvasOf(const ::osg::ImagePtr& image) {
 }
 
 void drawRepeated(const canvas& target, const drawn_area& area, const ImageData& image,
-                  std::int64_t x, std::int64_t y) {
+                  std::int64_t x, std::int64_t y, const pixel_recipe* recipe) {
     const drawn_area shown = clipped(area, target);
     const std::int64_t width = image.width;
     const std::int64_t height = image.height;
@@ -120,7 +119,10 @@ void drawRepeated(const canvas& target, const drawn_area& area, const ImageData&
         return;
 
     const std::int64_t to_row = target.width * target.pixelBytes();
-    const std::int64_t from_row = width * (image.hasAlpha ? 4 : 3);
+    const std::int64_t from_row = width * (recipe != nullptr ? recipe->channels
+                                           : image.hasAlpha  ? 4
+                                                             : 3);
+    std::vector<unsigned char> as_rgb(recipe != nullptr ? static_cast<std::size_t>(3 * width) : 0);
     unsigned char* to = target.pixels + shown.top * to_row + shown.left * target.pixelBytes();
     const std::int64_t first = restOf(shown.left - x, width);
     for (std::int64_t row = 0; row < shown.height; ++row, to += to_row) {
@@ -130,6 +132,10 @@ void drawRepeated(const canvas& target, const drawn_area& area, const ImageData&
             continue;
         }
         const unsigned char* from = image.data + restOf(shown.top + row - y, height) * from_row;
+        if (recipe != nullptr) {
+            readAsRGB(from, width, *recipe, as_rgb.data());
+            from = as_rgb.data();
+        }
         drawRow(image, from, first, to, target, shown.width);
     }
 }

@@ -16,6 +16,7 @@
 #include <OpenSG/OSGImage.h>
 
 #include <morva/textures/morva_osg_atlas_images.h>
+#include <morva/textures/morva_osg_pixel_rows.h>
 
 namespace morva::osg {
 
@@ -66,8 +67,11 @@ struct drawn_area {
 /// Fills an area with an image that repeats in both directions, one of its corners at (x, y).
 /// Draws in the canvas's format: alpha is dropped, or 255 where the image has none. Nothing is
 /// drawn outside the canvas, and nothing of an image without pixels.
+///
+/// recipe  how `image.data` is read, a row at a time, where it is of another format
+/// errors  std::bad_alloc with a recipe
 void drawRepeated(const canvas& target, const drawn_area& area, const ImageData& image,
-                  std::int64_t x, std::int64_t y);
+                  std::int64_t x, std::int64_t y, const pixel_recipe* recipe = nullptr);
 
 /// Makes the alpha of `count` pixels of four channels 255.
 void makeOpaque(unsigned char* pixels, std::int64_t count);

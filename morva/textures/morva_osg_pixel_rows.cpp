@@ -72,6 +72,15 @@ std::uint32_t wordAt(const unsigned char* bytes) {
 
 } // namespace
 
+void readAsRGB(const unsigned char* from, std::int64_t count, const pixel_recipe& recipe,
+               unsigned char* to) {
+    for (std::int64_t i = 0; i < count; ++i, from += recipe.channels, to += 3) {
+        to[0] = from[recipe.red];
+        to[1] = from[recipe.green];
+        to[2] = from[recipe.blue];
+    }
+}
+
 /// Adds alpha, 255. Words reach into the next pixel, but for the last.
 void widenPixels(const unsigned char* from, unsigned char* to, std::int64_t count) {
     if (count <= 0)

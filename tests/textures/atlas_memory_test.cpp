@@ -7,7 +7,7 @@
 
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_tools.h>
-#include <morva/textures/morva_osg_atlas_sources.h>
+#include <morva/textures/morva_osg_atlas_places.h>
 #include <morva/textures/morva_osg_kept_images.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 #include <morva/textures/texturatlas.h>
@@ -52,7 +52,7 @@ TEST(AtlasShortage, FillsTheWholeTargetOrNone) {
     std::mt19937 rng(1);
     bytes pixels = randomPixels(rng, side * side, true);
     failInTurn(watched, [&](const auto& starved) {
-        const ::osg::ImageRefPtr target(imageOf(6407, 2, 2)), grey(imageOf(6409, side, side));
+        const ::osg::ImageRefPtr target(imageOf(6407, 2, 2));
         std::vector<ImageData> images = {recordOf(side, side, &pixels, true)};
         morva::texturatlas atlas;
         ASSERT_TRUE(createAtlas(atlas, images, false, 10000));
@@ -62,12 +62,19 @@ TEST(AtlasShortage, FillsTheWholeTargetOrNone) {
         fixed.image = imageOf(6407, int(side), int(side));
         fixed.freeSpaces = {{0, 64, side, side - 64}};
         fixed.transparent = fixed.hasVertexColors = true;
+        // Grey is read a row at a time.
+        const ::osg::ImageRefPtr grey(imageOf(6409, 1000, 2));
         atlas_sources sources(image_equality::whole);
-        bool filled = false;
-        const atlas_source* source = nullptr;
+        ImageData row = recordOf(1000, 2);
+        row.data = sources.of(grey).pixels;
+        std::vector<ImageData> rows = {row};
+        const atlas_form form = formFor(1024, false, false);
+        FixedTextureAtlas drawn = emptyAtlas(form, 0);
+        const std::vector<std::size_t> placed = placeImages(rows, drawn, 0);
+        bool filled = false, kept = false;
         const bool failed = starved([&] {
             filled = fillNewTexture(atlas, images, target, false);
-            source = &sources.of(grey);
+            kept = makeKeptPart(drawn, form, rows, placed, sources);
             fixed.getMinifiedMaterial();
         });
         EXPECT_EQ(out.text(), filled ? "" : "Scale Texture Image failed.\n");
@@ -76,7 +83,8 @@ TEST(AtlasShortage, FillsTheWholeTargetOrNone) {
         const bool cut = fixed.minifiedImage.get() != fixed.image.get();
         EXPECT_EQ(fixed.usedHeight, cut ? 64U : side) << "uncut, and the sides say so";
         EXPECT_EQ(fixed.getMinifiedMaterial()->getMFChunks()->size(), 3U);
-        EXPECT_EQ(failed, !filled || source->pixels == nullptr || !cut);
+        EXPECT_EQ(kept, drawn.minifiedImage != ::osg::NullFC);
+        EXPECT_EQ(failed, !filled || !kept || !cut);
     });
 }
 
@@ -178,7 +186,8 @@ TEST(AtlasPeak, OfASceneIsTheKeptPartAlone) {
     for (const std::uint8_t value : {1, 2, 3, 4}) {
         mesh_data mesh = quads(1);
         mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
-        root->addChild(meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(6407, 4096, 2048, value))));
+        root->addChild(meshNode(
+            mesh, chunked({1, 1, 1, 1}, imageOf(value > 2 ? 6409 : 6407, 4096, 2048, value))));
     }
     const std::size_t kept = std::size_t{8192} * 4096 * 3; // as much as all four
     for (const bool exact : {false, true}) {
