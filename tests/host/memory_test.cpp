@@ -148,16 +148,19 @@ TEST(Memory, ALimitGivesTheWholeOutputOrNone) {
     const program_run whole = runProgram("", arguments);
     ASSERT_EQ(whole.files.size(), 1u);
     std::map<int, std::string> faults;
-    int good = 0;
+    int good = 0, begun = 0;
     for (int megabytes = 24; megabytes <= 80; megabytes += 4) {
-        const program_run run =
-            runProgram("ulimit -v " + std::to_string(megabytes * 1024) + " &&", arguments);
+        const std::string limit = "ulimit -v " + std::to_string(megabytes * 1024) + " &&";
+        if (runProgram(limit, "--version").code != 0)
+            continue; // libraries that it links end it before it begins
+        ++begun;
+        const program_run run = runProgram(limit, arguments);
         good += run.code == 0 ? 1 : 0;
         if (const std::string fault = faultOf(run, whole); !fault.empty())
             faults[megabytes] = fault;
     }
     EXPECT_EQ(faults, decltype(faults)());
-    EXPECT_TRUE(good > 2 && good < 12) << good;
+    EXPECT_TRUE(good > 2 && good < begun) << good << " of " << begun;
 }
 
 } // namespace
