@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <optional>
 #include <unordered_map>
 #include <unordered_set>
 #include <utility>
@@ -34,7 +35,7 @@ struct drawn_atlas {
 
 /// A geometry on its way to an atlas.
 struct atlas_user {
-    ::osg::RefPtr<::osg::NodePtr> node;
+    ::osg::NodePtr node;
     std::uint32_t image = no_image; ///< number in the list
     std::size_t atlas = 0;
 };
@@ -51,21 +52,25 @@ struct atlas_user {
     return copy.release();
 }
 
-/// Gives the geometry below a node that has no material the one that it shows.
-void settleMaterials(const ::osg::NodePtr& node, settled_cores& settled) {
-    if (geometryOf(node) != ::osg::NullFC) {
+using node_numbers = std::unordered_set<::osg::UInt32>;
+
+/// Gives the geometry below a node that has no material the one that it shows, but for nodes that
+/// are `left`.
+void settleMaterials(const ::osg::NodePtr& node, const node_numbers& left, settled_cores& settled) {
+    if (geometryOf(node) != ::osg::NullFC && left.count(node.getFieldContainerId()) == 0) {
         const ::osg::RefPtr<::osg::NodeCorePtr> core(settled.coreFor(node));
         if (core.get() != node->getCore())
             giveCore(node, core.get());
     }
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        settleMaterials(node->getChild(i), settled);
+        settleMaterials(node->getChild(i), left, settled);
 }
 
 /// Makes the material group above a node a plain group; false if there is none.
 ///
+/// left        nodes that are not settled
 /// keep_empty  one without a material stays: it hides those of the groups below it
-bool dropMaterialGroup(const ::osg::NodePtr& node, bool keep_empty) {
+bool dropMaterialGroup(const ::osg::NodePtr& node, const node_numbers& left, bool keep_empty) {
     const ::osg::NodePtr group = searchMaterialGroup(node);
     if (group == ::osg::NullFC)
         return false;
@@ -73,7 +78,7 @@ bool dropMaterialGroup(const ::osg::NodePtr& node, bool keep_empty) {
     if (keep_empty && core->getMaterial() == ::osg::NullFC)
         return false;
     settled_cores settled;
-    settleMaterials(group, settled);
+    settleMaterials(group, left, settled);
     giveCore(group, ::osg::Group::create());
     return true;
 }
@@ -81,30 +86,33 @@ bool dropMaterialGroup(const ::osg::NodePtr& node, bool keep_empty) {
 /// Moves geometry from its images to the atlases.
 class texture_replacement {
   public:
-    texture_replacement(image_numbers& numbers, const std::vector<ImageData>& images, bool exact)
-        : numbers_(numbers), images_(images), exact_(exact) {}
-
-    /// The nodes that show an image of one of the atlases, each once.
-    std::vector<atlas_user> usersAmong(const std::vector<::osg::NodePtr>& nodes,
-                                       std::size_t atlases) {
-        std::vector<atlas_user> users;
-        std::unordered_set<::osg::UInt32> seen;
+    /// nodes  that it will be asked for
+    texture_replacement(const std::vector<::osg::NodePtr>& nodes, image_numbers& numbers,
+                        const std::vector<ImageData>& images, bool exact)
+        : numbers_(numbers), images_(images), exact_(exact) {
         for (const ::osg::NodePtr& node : nodes) {
-            const std::uint32_t number =
-                geometryOf(node) != ::osg::NullFC ? numbers_.of(getImage(node)) : no_image;
-            if (number >= images_.size() || images_[number].atlasIndex < 0 ||
-                static_cast<std::size_t>(images_[number].atlasIndex) >= atlases ||
-                !seen.insert(node.getFieldContainerId()).second)
-                continue;
-            users.push_back({::osg::RefPtr<::osg::NodePtr>(node), number,
-                             static_cast<std::size_t>(images_[number].atlasIndex)});
+            if (!exact && node != ::osg::NullFC)
+                left_.insert(node.getFieldContainerId());
         }
-        return users;
+    }
+
+    /// What a node shows now, if that is in one of the atlases. Each node is taken once.
+    std::optional<atlas_user> userOf(const ::osg::NodePtr& node, std::size_t atlases) {
+        if (geometryOf(node) == ::osg::NullFC || seen_.count(node.getFieldContainerId()) != 0)
+            return std::nullopt;
+        const ::osg::ImagePtr picture = getImage(node);
+        const std::uint32_t number = numbers_.of(picture);
+        if (number >= images_.size() || images_[number].atlasIndex < 0 ||
+            static_cast<std::size_t>(images_[number].atlasIndex) >= atlases)
+            return std::nullopt;
+        seen_.insert(node.getFieldContainerId());
+        held_.emplace_back(picture); // images are compared until all nodes are through
+        return atlas_user{node, number, static_cast<std::size_t>(images_[number].atlasIndex)};
     }
 
     /// drawn  the same atlas, or null for one that finds out by itself what is kept of it
     void replace(const atlas_user& user, FixedTextureAtlas& atlas, const drawn_atlas* drawn) {
-        const ::osg::NodePtr node = user.node.get();
+        const ::osg::NodePtr& node = user.node;
         const ImageData& image = images_[user.image];
         const ::osg::GeometryPtr geometry = ownCoreOf(node);
         // Whoever comes first finds the sides of a new atlas: its material tells the kept ones.
@@ -118,7 +126,7 @@ class texture_replacement {
         adjustTexCoords(geometry, width, height, image.width, image.height,
                         static_cast<unsigned int>(image.x), static_cast<unsigned int>(image.y));
         giveMaterial(geometry, material);
-        while (dropMaterialGroup(node, exact_) && exact_) {
+        while (dropMaterialGroup(node, left_, exact_) && exact_) {
         }
     }
 
@@ -126,6 +134,9 @@ class texture_replacement {
     image_numbers& numbers_;
     const std::vector<ImageData>& images_;
     bool exact_;
+    node_numbers seen_;
+    node_numbers left_; ///< their own turn decides what they show
+    std::vector<::osg::RefPtr<::osg::ImagePtr>> held_;
 };
 
 void giveUp(std::vector<ImageData>& images, const drawn_atlas& target) {
@@ -179,9 +190,7 @@ class atlas_report {
             if (number == no_image)
                 continue;
             pictures_.emplace(number, picture);
-            if (images_[number].inAtlas)
-                ++record_.geometries;
-            else
+            if (!images_[number].inAtlas)
                 record_.leaveOut(picture, obstacleOf(images_[number], no_memory));
         }
     }
@@ -231,6 +240,37 @@ class atlas_report {
     atlas_record& record_;
 };
 
+/// Gives the nodes what they show of the atlases; how many do.
+std::size_t replaceAll(const std::vector<::osg::NodePtr>& nodes, std::vector<drawn_atlas>& atlases,
+                       texture_replacement replacement, bool exact) {
+    std::size_t replaced = 0;
+    // Where materials stay, all that an atlas is shown in must be known before the first copy.
+    std::vector<atlas_user> waiting;
+    const auto replace = [&](const atlas_user& user) {
+        drawn_atlas& target = atlases[user.atlas];
+        replacement.replace(user, target.atlas, &target);
+    };
+    for (const ::osg::NodePtr& node : nodes) {
+        const std::optional<atlas_user> user = replacement.userOf(node, atlases.size());
+        if (!user)
+            continue;
+        ++replaced;
+        if (exact) {
+            atlases[user->atlas].copies.want(getMaterial(node));
+            waiting.push_back(*user);
+        } else {
+            replace(*user);
+        }
+    }
+    if (exact) {
+        for (drawn_atlas& target : atlases)
+            target.copies.make(target.atlas.minifiedImage.get());
+    }
+    for (const atlas_user& user : waiting)
+        replace(user);
+    return replaced;
+}
+
 } // namespace
 
 unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<ImageData>& images,
@@ -251,18 +291,8 @@ unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<
         placed += static_cast<unsigned int>(target.placed.size());
     }
 
-    texture_replacement replacement(numbers, images, form.exact);
-    const std::vector<atlas_user> users = replacement.usersAmong(nodes, atlases.size());
-    if (form.exact) {
-        for (const atlas_user& user : users)
-            atlases[user.atlas].copies.want(getMaterial(user.node.get()));
-        for (drawn_atlas& target : atlases)
-            target.copies.make(target.atlas.minifiedImage.get());
-    }
-    for (const atlas_user& user : users) {
-        drawn_atlas& target = atlases[user.atlas];
-        replacement.replace(user, target.atlas, &target);
-    }
+    record.geometries +=
+        replaceAll(nodes, atlases, {nodes, numbers, images, form.exact}, form.exact);
     return placed;
 }
 
@@ -279,9 +309,11 @@ void replaceTexturesByTextureAtlas(const std::vector<::osg::NodePtr>& nodes,
                                    std::vector<FixedTextureAtlas>& atlases) {
     atlas_sources sources(image_equality::first_bytes);
     image_numbers numbers(sources, images);
-    texture_replacement replacement(numbers, images, false);
-    for (const atlas_user& user : replacement.usersAmong(nodes, atlases.size()))
-        replacement.replace(user, atlases[user.atlas], nullptr);
+    texture_replacement replacement(nodes, numbers, images, false);
+    for (const ::osg::NodePtr& node : nodes) {
+        if (const std::optional<atlas_user> user = replacement.userOf(node, atlases.size()))
+            replacement.replace(*user, atlases[user->atlas], nullptr);
+    }
 }
 
 } // namespace morva::osg

@@ -137,7 +137,7 @@ class textured_scene {
         node_list below;
         for (unsigned i = 1 + rng_() % 3; i > 0; --i)
             below.push_back(anyBranch(depth - 1));
-        return rng_() % 3 == 0 ? materialGroup(someMaterial(), below)
+        return rng_() % 3 == 0 ? materialGroup(rarely() ? ::osg::NullFC : someMaterial(), below)
                : rarely()      ? switched(int(rng_() % 2), below)
                : rarely()      ? hidden(group(below))
                                : group(below);
