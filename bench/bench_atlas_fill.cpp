@@ -1,8 +1,11 @@
-// Images drawn side by side into an atlas of 4096 x 4096, beside memcpy of as many bytes. RGB
-// images into RGB, and what has to be converted.
+// Images drawn side by side into an atlas of 4096 x 4096, beside memcpy of as many bytes: RGB
+// images into RGB, and what has to be converted. And such an atlas of photographs, written as PNG.
 
 #include <cstddef>
+#include <cstdint>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <vector>
 
 #include <benchmark/benchmark.h>
@@ -11,6 +14,8 @@
 
 #include <morva/textures/morva_osg_atlas_images.h>
 #include <morva/textures/texturatlas.h>
+
+#include "host/image_codec.h"
 
 namespace {
 
@@ -56,5 +61,31 @@ void BM_FillAtlas(benchmark::State& state) {
 BENCHMARK(BM_FillAtlas)
     ->ArgsProduct({{64, 512, 2048}, {3, 4}, {3, 4}})
     ->Unit(benchmark::kMillisecond);
+
+/// Two times two copies of a texture of 2048 x 2048, into memory.
+void BM_WritePng(benchmark::State& state) {
+    std::ifstream file("/usr/share/assimp/models/glTF/CesiumMilkTruck/CesiumMilkTruck.png",
+                       std::ios::binary);
+    const std::vector<char> bytes{std::istreambuf_iterator<char>(file), {}};
+    const ::osg::ImageRefPtr texture(morva::host::decodeImage(
+        reinterpret_cast<const std::uint8_t*>(bytes.data()), bytes.size(), false));
+    if (texture == ::osg::NullFC || texture->getSize() != std::size_t{2048} * 2048 * 3) {
+        state.SkipWithError("the texture is missing");
+        return;
+    }
+    morva::osg::ImageData image;
+    image.data = texture->getData();
+    image.width = image.height = 2048;
+    image.maxTexCoordU = image.maxTexCoordV = 1;
+    std::vector<morva::osg::ImageData> images(4, image);
+    const ::osg::ImageRefPtr target(::osg::Image::create());
+    target->set(::osg::Image::OSG_RGB_PF, 2, 2);
+    morva::texturatlas atlas;
+    morva::osg::createAtlas(atlas, images, false, side);
+    morva::osg::fillNewTexture(atlas, images, target, false);
+    for (auto _ : state)
+        state.counters["bytes"] = static_cast<double>(morva::host::encodePng(target).size());
+}
+BENCHMARK(BM_WritePng)->Unit(benchmark::kMillisecond);
 
 } // namespace
