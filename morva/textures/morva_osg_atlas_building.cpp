@@ -169,7 +169,7 @@ std::vector<drawn_atlas> drawAtlases(std::vector<ImageData>& images, const atlas
         next.kept_width = next.atlas.usedWidth;
         next.kept_height = next.atlas.usedHeight;
         if (!form.exact)
-            next.atlas.usedWidth = next.atlas.usedHeight = form.told_side;
+            next.atlas.usedWidth = next.atlas.usedHeight = form.rounded_side;
         atlases.push_back(std::move(next));
     }
     return atlases;

@@ -90,10 +90,10 @@ void draw(const canvas& target, const ImageData& image, unsigned int padding,
 
 atlas_form formFor(unsigned int textureSize, bool transparent, bool hasVertexColors) {
     atlas_form form;
-    form.told_side = 1;
-    for (int doublings = 0; doublings < 31 && form.told_side < textureSize; ++doublings)
-        form.told_side *= 2;
-    form.side = std::max(std::min(form.told_side, longest_atlas_side), shortest_atlas_side);
+    form.rounded_side = 1;
+    for (int doublings = 0; doublings < 31 && form.rounded_side < textureSize; ++doublings)
+        form.rounded_side *= 2;
+    form.side = std::max(std::min(form.rounded_side, longest_atlas_side), shortest_atlas_side);
     form.transparent = transparent;
     form.hasVertexColors = hasVertexColors;
     return form;
@@ -102,7 +102,7 @@ atlas_form formFor(unsigned int textureSize, bool transparent, bool hasVertexCol
 FixedTextureAtlas emptyAtlas(const atlas_form& form, std::uint32_t index) {
     FixedTextureAtlas atlas;
     atlas.width = atlas.height = form.side;
-    atlas.usedWidth = atlas.usedHeight = form.told_side;
+    atlas.usedWidth = atlas.usedHeight = form.rounded_side;
     atlas.index = index;
     atlas.transparent = form.transparent;
     atlas.hasVertexColors = form.hasVertexColors;

@@ -17,8 +17,8 @@ namespace morva::osg {
 
 /// What the atlases of one list of images have in common.
 struct atlas_form {
-    std::uint32_t side = 8192;      ///< a power of two, 32 to 8192
-    std::uint32_t told_side = 8192; ///< the same before these limits: `usedWidth` of a new atlas
+    std::uint32_t side = 8192;         ///< a power of two, 32 to 8192
+    std::uint32_t rounded_side = 8192; ///< the same before these limits: `usedWidth` of a new atlas
     bool transparent = false;
     bool hasVertexColors = false;
     bool exact = false;       ///< see atlas_options
