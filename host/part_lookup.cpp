@@ -61,6 +61,7 @@ std::vector<std::string> carriedParts(const ::osg::NodePtr& root, const std::str
     std::vector<::osg::NodePtr> plain, transparent;
     morva::osg::getGeometryNodes(root, plain, transparent, false);
     std::vector<std::string> names;
+    names.reserve(transparent.size());
     for (const ::osg::NodePtr& node : transparent)
         names.push_back(nameOf(node));
     return names;
@@ -84,7 +85,7 @@ result_parts::result_parts(const ::osg::NodePtr& result, const node_parts& sourc
 std::string result_parts::nameOf(const morva::osg::ray_hit& hit, const std::string& core) const {
     if (sources_->at(core) != nullptr)
         return core;
-    const std::string name = ids_.nameOf(hit.node, hit.object);
+    std::string name = ids_.nameOf(hit.node, hit.object);
     if (!name.empty())
         return name;
     ::osg::NodePtr top = hit.node;

@@ -289,9 +289,9 @@ TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
         SCOPED_TRACE(testing::Message() << name << " after " << after);
         const auto start = std::chrono::steady_clock::now();
         // In the foreground it outlives what it kills: nothing of that runs on.
-        const std::string timeout = "timeout --foreground --preserve-status -s ";
-        const int code = shell(folder.path(), timeout + name + " " + std::to_string(after) + " " +
-                                                  optimise + "'(500)'");
+        std::string timed = "timeout --foreground --preserve-status -s ";
+        timed.append(name).append(" ").append(std::to_string(after)).append(" ").append(optimise);
+        const int code = shell(folder.path(), timed + "'(500)'");
         const std::chrono::duration<double> taken = std::chrono::steady_clock::now() - start;
         snapshot now = snapshotOf(folder.path());
         EXPECT_TRUE(code == 0 || code == ended) << code;

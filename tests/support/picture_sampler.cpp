@@ -213,8 +213,9 @@ struct search {
                                  wrapped(now[0] * double(b.width), b.width))];
         const double room_u = 1.01 + snap_of_pieces * how.side[0],
                      room_v = 1.01 + snap_of_pieces * how.side[1];
-        for (double v = -std::ceil(room_v); v <= std::ceil(room_v); ++v) {
-            for (double u = -std::ceil(room_u); u <= std::ceil(room_u); ++u) {
+        const int most_u = int(std::ceil(room_u)), most_v = int(std::ceil(room_v));
+        for (int v = -most_v; v <= most_v; ++v) {
+            for (int u = -most_u; u <= most_u; ++u) {
                 if (a.texels[std::size_t(wrapped(was[1] * how.side[1] + v, a.height) * a.width +
                                          wrapped(was[0] * how.side[0] + u, a.width))] == seen)
                     return true;

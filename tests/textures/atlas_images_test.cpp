@@ -42,7 +42,7 @@ struct measured_case {
     std::vector<std::array<float, 2>> coordinates;
     unsigned side;    ///< of all images
     unsigned indices; ///< for each image
-    float highest;
+    double highest;
     double ignored; ///< at a limit of 2; -1 stands for a NaN, as below
     double cut;     ///< from 1 to 3
     unsigned cut_at, ceiling;

@@ -25,7 +25,6 @@ void PrintTo(const texturinfo& size, std::ostream* out) {
 
 namespace {
 
-using morva::packing_rules;
 using morva::texturatlas;
 using morva::texturinfo;
 using long_int = std::int64_t;

@@ -22,7 +22,9 @@ using ::osg::Pnt3f;
 using ::osg::UInt32;
 using namespace morva::osg;
 
-bool sameBits(const Pnt3f& a, const Pnt3f& b) { return std::memcmp(&a, &b, sizeof(Pnt3f)) == 0; }
+bool sameBits(const Pnt3f& a, const Pnt3f& b) {
+    return std::memcmp(a.getValues(), b.getValues(), 3 * sizeof(float)) == 0;
+}
 
 // ------------------------------------------------------------------------------------ the queue
 

@@ -5,7 +5,6 @@
 namespace {
 
 using morva::bih_tree;
-using morva::empty_trace_statistics;
 
 class FireRayRecOracle : public testing::TestWithParam<int> {};
 
