@@ -22,10 +22,6 @@ using ::osg::Pnt3f;
 using ::osg::UInt32;
 using namespace morva::osg;
 
-bool sameBits(const Pnt3f& a, const Pnt3f& b) {
-    return std::memcmp(a.getValues(), b.getValues(), 3 * sizeof(float)) == 0;
-}
-
 // ------------------------------------------------------------------------------------ the queue
 
 struct raw_mesh {
