@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdint>
+#include <iterator>
 #include <type_traits>
 #include <vector>
 
@@ -122,6 +123,15 @@ void closeUp(const column& c, const std::vector<::osg::UInt32>& first) {
 }
 
 } // namespace
+
+bool hasFurtherProperties(const ::osg::GeometryPtr& geometry) {
+    const auto left_out = [&geometry](vertex_property which) {
+        return geometry->getProperty(mappingBit(which)) != nullptr &&
+               std::find(std::begin(basic_properties), std::end(basic_properties), which) ==
+                   std::end(basic_properties);
+    };
+    return std::any_of(std::begin(all_properties), std::end(all_properties), left_out);
+}
 
 void unindexVertices(const ::osg::GeometryPtr& geometry) {
     const geometry_columns columns(geometry, all_properties);

@@ -28,4 +28,7 @@ void indexVertices(const ::osg::GeometryPtr& geometry, bool per_property);
 /// errors  as for indexVertices()
 void unindexVertices(const ::osg::GeometryPtr& geometry);
 
+/// Whether a geometry has properties that rebuildAsTriangles() leaves out.
+bool hasFurtherProperties(const ::osg::GeometryPtr& geometry);
+
 } // namespace morva::osg

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
-#include <iterator>
 #include <string>
 #include <type_traits>
 #include <utility>
@@ -182,16 +181,6 @@ void calculateNormals(const ::osg::GeometryPtr& geometry) {
     joinEqualVertices(geometry);
     ::osg::createSingleIndex(geometry);
     calcCreaseNormals(geometry, crease_angle);
-}
-
-/// Whether a geometry has properties that rebuildAsTriangles() leaves out.
-bool hasFurtherProperties(const ::osg::GeometryPtr& geometry) {
-    const auto left_out = [&geometry](vertex_property which) {
-        return geometry->getProperty(mappingBit(which)) != nullptr &&
-               std::find(std::begin(basic_properties), std::end(basic_properties), which) ==
-                   std::end(basic_properties);
-    };
-    return std::any_of(std::begin(all_properties), std::end(all_properties), left_out);
 }
 
 /// The index of the output levels 1 and 2 over all properties, in the forms of the functions that

@@ -96,6 +96,9 @@ class texture_replacement {
         }
     }
 
+    /// Geometry gets copies of its own materials.
+    bool keepsMaterials() const { return exact_; }
+
     /// What a node shows now, if that is in one of the atlases. Each node is taken once.
     std::optional<atlas_user> userOf(const ::osg::NodePtr& node, std::size_t atlases) {
         if (geometryOf(node) == ::osg::NullFC || seen_.count(node.getFieldContainerId()) != 0)
@@ -242,7 +245,7 @@ class atlas_report {
 
 /// Gives the nodes what they show of the atlases; how many do.
 std::size_t replaceAll(const std::vector<::osg::NodePtr>& nodes, std::vector<drawn_atlas>& atlases,
-                       texture_replacement replacement, bool exact) {
+                       texture_replacement replacement) {
     std::size_t replaced = 0;
     // Where materials stay, all that an atlas is shown in must be known before the first copy.
     std::vector<atlas_user> waiting;
@@ -255,14 +258,14 @@ std::size_t replaceAll(const std::vector<::osg::NodePtr>& nodes, std::vector<dra
         if (!user)
             continue;
         ++replaced;
-        if (exact) {
+        if (replacement.keepsMaterials()) {
             atlases[user->atlas].copies.want(getMaterial(node));
             waiting.push_back(*user);
         } else {
             replace(*user);
         }
     }
-    if (exact) {
+    if (replacement.keepsMaterials()) {
         for (drawn_atlas& target : atlases)
             target.copies.make(target.atlas.minifiedImage.get());
     }
@@ -290,9 +293,7 @@ unsigned int buildAtlases(const std::vector<::osg::NodePtr>& nodes, std::vector<
         report.noteAtlas(target);
         placed += static_cast<unsigned int>(target.placed.size());
     }
-
-    record.geometries +=
-        replaceAll(nodes, atlases, {nodes, numbers, images, form.exact}, form.exact);
+    record.geometries += replaceAll(nodes, atlases, {nodes, numbers, images, form.exact});
     return placed;
 }
 

@@ -66,21 +66,9 @@ unsigned int leftOutOf(const ::osg::NodePtr& node) {
     return extract(node, geoset, options);
 }
 
-/// Whether index rebuilding would leave out one of the properties.
-bool hasFurther(const ::osg::GeometryPtr& geometry) {
-    unsigned int rest = 0x0FFF;
-    for (const vertex_property basic : basic_properties)
-        rest &= ~static_cast<unsigned int>(mappingBit(basic));
-    for (const vertex_property which : all_properties) {
-        if ((rest & mappingBit(which)) != 0 && geometry->getProperty(mappingBit(which)) != nullptr)
-            return true;
-    }
-    return false;
-}
-
 /// createSharedIndex() or createSingleIndex() over all properties that there are.
 void index(const ::osg::GeometryPtr& geometry, triangle_index form) {
-    if (!hasFurther(geometry))
+    if (!hasFurtherProperties(geometry))
         return rebuildAsTriangles(geometry, form);
     unindexVertices(geometry);
     indexVertices(geometry, form == triangle_index::per_property);
