@@ -24,6 +24,7 @@
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/geosets/morva_osg_cell_rebuild.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_line_geoset_tools.h>
 #include <morva/geosets/morva_osg_point_geoset_tools.h>
