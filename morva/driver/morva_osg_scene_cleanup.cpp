@@ -13,7 +13,9 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_node_looks.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_osg_taken_children.h>
 #include <morva/core/morva_osg_tools.h>
 
 namespace morva::osg {
@@ -212,6 +214,18 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
     }
 }
 
+/// Makes a parentless node what its only child is. A child without children is a leaf that gives
+/// its core alone; what hangs below another one stays under its looks.
+void becomeChild(const ::osg::NodePtr& node, const ::osg::NodePtr& child) {
+    const ::osg::RefPtr<::osg::NodePtr> held(child);
+    giveCore(node, child->getCore());
+    takeChildOff(node, 0);
+    if (child->getNChildren() == 0)
+        return;
+    takeOverLooks(node, child);
+    taken_children(child, 0).setHome(node);
+}
+
 /// Collapses the subtree. If `node` itself gave way to its only child, its parent is returned:
 /// the child stands at the end of the parent's list.
 ::osg::NodePtr collapse(const ::osg::NodePtr& node) {
@@ -231,8 +245,7 @@ void pullUpOnlyGroup(const ::osg::NodePtr& node) {
     if (parent != ::osg::NullFC) {
         replaceByChild(node, child);
     } else {
-        giveCore(node, child->getCore());
-        takeChildOff(node, 0);
+        becomeChild(node, child);
     }
     return parent;
 }

@@ -61,8 +61,8 @@ MORVA_API bool removeNonGeoParts(::osg::NodePtr node);
 
 /// Takes out nodes that only pass through: a plain group that is an only child gives its children
 /// to its parent node, and a plain group with one other child gives way to that child. A group
-/// root with one geometry child becomes the geometry node itself, and what hangs below that child
-/// goes. Transforms stay.
+/// root with one other child takes over its core; if the child has children, these too, and its
+/// mask, name and attachments. Transforms stay.
 MORVA_API void RemoveGroupNodes(::osg::NodePtr node);
 
 /// Replaces the core of every transform by a new plain group. Positions stay as they are.
