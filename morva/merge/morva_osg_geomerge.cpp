@@ -116,10 +116,11 @@ void giveLengths(const ::osg::NodePtr& node) {
 
 /// Moves nodes below the result, each under a transform that keeps its place in the world.
 ///
-/// cache  not null: what optimizeCache() gives for the node stands in its place; the node itself
-///        then stays where it is, unless it is handed through
+/// cache   not null: what optimizeCache() gives for the node stands in its place; the node itself
+///         then stays where it is, unless it is handed through
+/// poured  takes those that stay
 void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& result,
-               const mergeGeo_setup* cache = nullptr) {
+               const mergeGeo_setup* cache = nullptr, poured_nodes poured = nullptr) {
     for (::osg::NodePtr node : nodes) {
         if (node == ::osg::NullFC)
             continue;
@@ -130,9 +131,12 @@ void carryOver(const std::vector<::osg::NodePtr>& nodes, const ::osg::NodePtr& r
         fresh<::osg::NodePtr> carried(cache != nullptr ? optimizeNode(node, *cache) : node);
         if (carried.get() != ::osg::NullFC)
             addChildTo(holder.get(), carried.get()); // the node itself leaves its old parent
+        const bool copied = carried.get() != ::osg::NullFC && carried.get() != node;
         carried.release();
         addChildTo(result, holder.get());
         holder.release();
+        if (copied && poured != nullptr)
+            poured->push_back(node);
     }
 }
 
@@ -149,7 +153,7 @@ void groupParts(scene_parts& parts, const mergeGeo_setup& setup, GeoMerge& merge
 
 /// The whole pass into `result`; what throws leaves there what was finished.
 void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const kd_build_setup& kd,
-               const mergeGeo_setup& setup) {
+               const mergeGeo_setup& setup, poured_nodes poured) {
     const walk_start start(root, newLikeness(root));
     scene_parts parts;
     collectParts(root, start.get(), setup, parts);
@@ -163,11 +167,11 @@ void mergeInto(fresh<::osg::NodePtr>& result, const ::osg::NodePtr& root, const 
     GeoMerge merge(setup);
     groupParts(parts, setup, merge);
     threadHandler handler("MORVA_GEOMERGE", threadsOf(setup));
-    mergeGroups(merge, local, setup, handler, result.get());
+    mergeGroups(merge, local, setup, handler, result.get(), poured);
     say_over_progress({"Done merging.        "});
     if (setup.cacheopt)
         result.reset(optimizeNodeCache(result.get(), setup));
-    carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr);
+    carryOver(parts.transparent, result.get(), setup.cacheopt ? &setup : nullptr, poured);
     carryOver(parts.hidden, result.get());
 }
 
@@ -246,9 +250,14 @@ void GeoMerge::bakeSmallGroups(int triangle_limit) {
 
 ::osg::NodePtr mergeGeo(::osg::NodePtr root, const kd_build_setup& kd,
                         const mergeGeo_setup& setup) {
+    return mergeGeo(root, kd, setup, nullptr);
+}
+
+::osg::NodePtr mergeGeo(const ::osg::NodePtr& root, const kd_build_setup& kd,
+                        const mergeGeo_setup& setup, poured_nodes poured) {
     fresh<::osg::NodePtr> result(newGroupNode());
     try {
-        mergeInto(result, root, kd, setup);
+        mergeInto(result, root, kd, setup, poured);
     } catch (...) {
         print_caught(merge_failure);
     }

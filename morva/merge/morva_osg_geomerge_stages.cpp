@@ -98,9 +98,14 @@ void settleVolumes(const GeoMerge& merge) {
     }
 }
 
+void notePoured(const std::vector<::osg::NodePtr>& nodes, poured_nodes poured) {
+    if (poured != nullptr)
+        poured->insert(poured->end(), nodes.begin(), nodes.end());
+}
+
 /// mergeGroups() with a task for each group, once the sources are settled.
 void mergeOnWorkers(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
-                    threadHandler& handler, const ::osg::NodePtr& result) {
+                    threadHandler& handler, const ::osg::NodePtr& result, poured_nodes poured) {
     const settled_names names(merge, setup); // after the sources: editing invalidates volumes
     if (setup.mergehierarchy)
         settleVolumes(merge);
@@ -122,15 +127,15 @@ void mergeOnWorkers(const GeoMerge& merge, const kd_build_setup& kd, const merge
         task.limit = batch_limit;
         tasks.start(task, place);
     }
-    tasks.joinInto(result);
+    tasks.joinInto(result, [&](std::size_t place) { notePoured(groups[place]->second, poured); });
 }
 
 } // namespace
 
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
-                 threadHandler& handler, const ::osg::NodePtr& result) {
+                 threadHandler& handler, const ::osg::NodePtr& result, poured_nodes poured) {
     if (setup.numthreads > 1 && canForetellNames(merge, setup) && settleSources(merge, setup)) {
-        mergeOnWorkers(merge, kd, setup, handler, result);
+        mergeOnWorkers(merge, kd, setup, handler, result, poured);
         return;
     }
     for (const auto& [material, nodes] : merge.groups()) {
@@ -143,6 +148,7 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
             continue;
         addChildTo(result, group.get());
         group.release();
+        notePoured(nodes, poured);
     }
 }
 

@@ -38,12 +38,17 @@ struct primitive_sums {
 /// Sums over the nodes that are not null.
 primitive_sums sumPrimitives(const std::vector<::osg::NodePtr>& nodes);
 
+/// Input nodes whose geometry is in the result as well; null: not asked for.
+using poured_nodes = std::vector<::osg::NodePtr>*;
+
 /// Merges group after group into children of `result`.
 ///
+/// poured  the nodes of each group that came to its end are appended
 /// errors  on one thread they leave the function; on workers each costs one group, and one line
 ///         on standard error
 void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo_setup& setup,
-                 threadHandler& handler, const ::osg::NodePtr& result);
+                 threadHandler& handler, const ::osg::NodePtr& result,
+                 poured_nodes poured = nullptr);
 
 /// Puts the geometry nodes below `merged` into cache order, and returns a new group of what
 /// optimizeCache() gives for them, in their order. Nodes that it hands through move there.
@@ -54,5 +59,12 @@ void mergeGroups(const GeoMerge& merge, const kd_build_setup& kd, const mergeGeo
 
 /// optimizeCache() as the merge pass asks for it.
 ::osg::NodePtr optimizeNode(const ::osg::NodePtr& node, const mergeGeo_setup& setup);
+
+/// mergeGeo(), for a caller that takes the input apart afterwards.
+///
+/// poured  the nodes that are still where they were, and have come out as well, are appended: those
+///         that were poured together, and transparent ones that came out in cache order
+::osg::NodePtr mergeGeo(const ::osg::NodePtr& root, const kd_build_setup& kd,
+                        const mergeGeo_setup& setup, poured_nodes poured);
 
 } // namespace morva::osg

@@ -101,6 +101,10 @@ template <typename Arguments> class task_list {
     /// Joins all tasks and adds their results to `parent`, in the order of their places, in which
     /// they get their names, too.
     void joinInto(const ::osg::NodePtr& parent) {
+        joinInto(parent, [](std::size_t) {});
+    }
+    /// The same; `added` is told the place of each that has a result.
+    template <typename Added> void joinInto(const ::osg::NodePtr& parent, const Added& added) {
         joinAll();
         for (const auto& [place, index] : record_at_) {
             fresh<::osg::NodePtr> made(std::exchange(records_[index].result, ::osg::NodePtr()));
@@ -112,6 +116,7 @@ template <typename Arguments> class task_list {
             reportChange(made.release());
             reportChange(parent);
             records_[index].names->give();
+            added(place);
         }
     }
 
