@@ -42,6 +42,8 @@
 
 namespace morva::host {
 
+struct auto_road;
+
 enum class part_fate {
     merged,   ///< poured together and cut: degenerate triangles go
     carried,  ///< taken over as it is
@@ -109,6 +111,10 @@ struct audit_verdict {
 /// Counts what the parts hold and foretells what comes out. Reads the scene; O(triangles).
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters);
+
+/// The same for a run with empty parameters.
+audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
+                     const auto_road& road);
 
 /// Takes it down that interior removal took these parts, by their places, off the scene.
 void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan);

@@ -13,8 +13,10 @@
 #include <morva/driver/morva_osg_run_plan.h>
 
 #include "atlas_forecast.h"
+#include "auto_road.h"
 #include "geometry_view.h"
 #include "parallel.h"
+#include "scene_walk.h"
 #include "triangle_measures.h"
 
 namespace morva::host {
@@ -155,6 +157,30 @@ void countPart(const counting_task& task, audited_part& part) {
     });
 }
 
+/// Whether the first primitive is empty, or there are none: such geometry may go as a whole.
+bool beginsEmpty(const ::osg::NodePtr& node) {
+    const ::osg::GeoPLengthsPtr lengths = ::osg::GeometryPtr::dcast(node->getCore())->getLengths();
+    return lengths == ::osg::NullFC || lengths->size() == 0 || lengths->getValue(0) == 0;
+}
+
+/// What becomes of a part where some must be left alone: what a merge takes comes out in cells,
+/// the rest stays where it is.
+void foretellBesideSkipped(audited_part& part, const ::osg::NodePtr& node,
+                           const part_lists& lists) {
+    part.least = part.most = part.triangles;
+    part.fate = part_fate::carried;
+    if (isHidden(node)) {
+        part.fate = part_fate::left_out;
+        part.least = part.most = 0;
+    } else if (beginsEmpty(node)) {
+        part.fate = part_fate::open;
+        part.least = 0;
+    } else if (lists.has(node)) {
+        part.fate = part_fate::merged;
+        part.least = part.most = part.triangles - part.dropped;
+    }
+}
+
 /// Notes the degenerate triangles of parts that may be taken over as they are.
 void countKept(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
     runParallel(tasks.size(), [&](std::size_t i) {
@@ -197,7 +223,7 @@ bool mayBeCut(const audited_part& part, const geometry_view& view, const ::osg::
               const run_plan& run) {
     const bool merged = part.fate == part_fate::merged || part.fate == part_fate::open;
     return (merged && mayBeCutInMerge(view, node, run)) ||
-           (part.flattened && part.fate != part_fate::left_out &&
+           (run.atlas && part.flattened && part.fate != part_fate::left_out &&
             mayBeCutForAtlas(view, node, run));
 }
 
@@ -279,6 +305,68 @@ bool tellsParts(const std::vector<named_part>& parts, const part_lists& lists,
                         [](const named_part& part) { return part.name.empty(); });
 }
 
+/// Where a part of a run with parts to be left alone is looked at: in the world, where it is
+/// merged, and before in its own space, where a draw order may be made.
+counting_task taskBesideSkipped(const geometry_view& view, const named_part& part,
+                                const part_lists& lists) {
+    const bool listed = lists.has(part.node);
+    return {&view, placement(part.node), listed, listed};
+}
+
+/// besides_skipped  the result of the merge comes out in cells, behind it what is left alone
+audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
+                     const run_plan& run, bool besides_skipped) {
+    audit_plan plan;
+    plan.sources = nodesOf(parts);
+    const bool reorders = run.orders_cache && !besides_skipped;
+    plan.hierarchy = run.builds_hierarchy;
+    plan.merges = run.merges;
+    plan.order_is_new = reorders && !run.setup.merge.alphageometry;
+    const part_lists lists(root);
+    plan.has_ids = run.merges && run.tracks_ids;
+    plan.by_part = plan.has_ids && tellsParts(parts, lists, run);
+
+    view_store views;
+    std::vector<counting_task> tasks;
+    for (const named_part& part : parts) {
+        const geometry_view& view = views.of(::osg::GeometryPtr::dcast(part.node->getCore()));
+        audited_part entry;
+        entry.name = part.name;
+        entry.original_name = part.original_name;
+        entry.flattened = mayBeFlattened(part.node, lists.has(part.node), run);
+        tasks.push_back(besides_skipped ? taskBesideSkipped(view, part, lists)
+                                        : counting_task{&view, placement(part.node),
+                                                        !staysInPlace(entry, part.node, lists, run),
+                                                        entry.flattened});
+        plan.parts.push_back(std::move(entry));
+    }
+    runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
+
+    const bool whole = isWholeHull(parts, tasks, plan, run);
+    bool follows = reorders; // the triangles of what the draw order gets
+    for (std::size_t i = 0; i < parts.size(); ++i) {
+        audited_part& part = plan.parts[i];
+        if (besides_skipped)
+            foretellBesideSkipped(part, parts[i].node, lists);
+        else
+            foretell(part, parts[i].node, lists, run, whole);
+        part.cut = mayBeCut(part, *tasks[i].view, parts[i].node, run);
+        // Pieces are new triangles, and equal ones of other parts would pass for its own.
+        if (mayChangeSides(part, parts[i].node, lists, run) || (part.renamed && part.cut))
+            follows = false;
+        // Where there are lines the draw order keeps nothing else: nothing to follow then.
+        if (follows && part.fate == part_fate::carried &&
+            part.least + part.degenerate >= part.triangles)
+            addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
+    }
+    if (!follows)
+        plan.reordered.clear();
+    noteHullSource(tasks, run, plan);
+    countKept(tasks, run, plan);
+    measureAreas(tasks, run, plan);
+    return plan;
+}
+
 } // namespace
 
 void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
@@ -298,51 +386,12 @@ void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const std::string& parameters) {
-    audit_plan plan;
-    plan.sources = nodesOf(parts);
-    const run_plan run = morva::osg::planOf(parameters);
-    const bool reorders = run.orders_cache;
-    plan.hierarchy = run.builds_hierarchy;
-    plan.merges = run.merges;
-    plan.order_is_new = reorders && !run.setup.merge.alphageometry;
-    const part_lists lists(root);
-    plan.has_ids = run.merges && run.tracks_ids;
-    plan.by_part = plan.has_ids && tellsParts(parts, lists, run);
+    return planOfRun(root, parts, morva::osg::planOf(parameters), false);
+}
 
-    view_store views;
-    std::vector<counting_task> tasks;
-    for (const named_part& part : parts) {
-        const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(part.node->getCore());
-        audited_part entry;
-        entry.name = part.name;
-        entry.original_name = part.original_name;
-        entry.flattened = mayBeFlattened(part.node, lists.has(part.node), run);
-        tasks.push_back({&views.of(core), placement(part.node),
-                         !staysInPlace(entry, part.node, lists, run), entry.flattened});
-        plan.parts.push_back(std::move(entry));
-    }
-    runParallel(tasks.size(), [&](std::size_t i) { countPart(tasks[i], plan.parts[i]); });
-
-    const bool whole = isWholeHull(parts, tasks, plan, run);
-    bool follows = reorders; // the triangles of what the draw order gets
-    for (std::size_t i = 0; i < parts.size(); ++i) {
-        foretell(plan.parts[i], parts[i].node, lists, run, whole);
-        audited_part& part = plan.parts[i];
-        part.cut = mayBeCut(part, *tasks[i].view, parts[i].node, run);
-        // Pieces are new triangles, and equal ones of other parts would pass for its own.
-        if (mayChangeSides(part, parts[i].node, lists, run) || (part.renamed && part.cut))
-            follows = false;
-        // Where there are lines the draw order keeps nothing else: nothing to follow then.
-        if (follows && part.fate == part_fate::carried &&
-            part.least + part.degenerate >= part.triangles)
-            addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.reordered);
-    }
-    if (!follows)
-        plan.reordered.clear();
-    noteHullSource(tasks, run, plan);
-    countKept(tasks, run, plan);
-    measureAreas(tasks, run, plan);
-    return plan;
+audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
+                     const auto_road& road) {
+    return planOfRun(root, parts, morva::osg::planOf(road.parameters), road.scene.with_skipped);
 }
 
 } // namespace morva::host

@@ -18,6 +18,7 @@
 
 #include "atlas_notes.h"
 #include "audit.h"
+#include "auto_road.h"
 #include "bake_notes.h"
 #include "collide_command.h"
 #include "console.h"
@@ -101,9 +102,12 @@ morva::output_sink shownParts(bool lines, progress& steps) {
     const morva::osg::run_plan plan = morva::osg::planOf(parameters);
     const morva::sink_scope shown(shownParts(chosen.verbose || plan.setup.help, steps));
     morva::osg::run_record record;
-    ::osg::NodePtr result = morva::osg::optTree(source.root.get(), withThreads(parameters), record);
+    const ::osg::NodePtr result = runOptimiser(source.root.get(), parameters, record);
     if (plan.atlas)
         report.atlases = std::move(record.atlas);
+    if (record.automatic && record.automatic->has_images)
+        report.atlases = atlasesOf(*record.automatic);
+    report.automatic = std::move(record.automatic);
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
@@ -151,7 +155,7 @@ void tellOfAtlases(const options& chosen, image_sources& images, run_report& rep
 
 /// Writes the picture of all atlases; no file if there are none.
 void writeContactSheet(const staged_output& stage, output_set& outputs, run_report& report) {
-    if (report.atlases->atlases.empty()) {
+    if (!report.atlases || report.atlases->atlases.empty()) {
         report.notes.push_back("there is no atlas: no contact sheet is written");
         return outputs.drop(stage);
     }
@@ -174,6 +178,26 @@ void refuseEmpty(const run_report& report, bool quiet) {
     if (morva::osg::planOf(report.parameters).builds_hull)
         throw host_error("nothing is left to draw: no triangle is open enough for the hull");
     throw host_error("nothing is left to draw: every triangle is degenerate or left out");
+}
+
+void addTexts(const std::vector<std::string>& more, std::vector<std::string>& texts) {
+    texts.insert(texts.end(), more.begin(), more.end());
+}
+
+/// Plans the audit, and notes what is to be known of the run before it.
+void planRun(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
+             const std::string& parameters, run_report& report) {
+    std::string equal = parameters;
+    if (morva::osg::planOf(parameters).is_automatic) {
+        const auto_road road = autoRoadOf(root);
+        report.plan = planAudit(root, parts, road);
+        addTexts(notesOn(road, parts, *report.plan), report.notes);
+        equal = road.parameters;
+    } else {
+        report.plan = planAudit(root, parts, parameters);
+    }
+    report.tells_hierarchy = report.plan->hierarchy;
+    addTexts(atlasNotes(*report.plan, equal), report.notes);
 }
 
 /// Notes what stages with rays do, and says at once how long they may take.
@@ -202,7 +226,7 @@ void writeRemoved(const removal_watch& watch, const std::vector<std::size_t>& go
 
 void optimize(const options& chosen) {
     run_report report;
-    report.command = "optimize";
+    report.command = chosen.what == command::automatic ? "auto" : "optimize";
     report.parameters = chosen.parameters;
     // First of all, so that a wrong folder shows before the work is done.
     output_set outputs(chosen.input, chosen.overwrite);
@@ -228,11 +252,8 @@ void optimize(const options& chosen) {
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
-    report.plan = planAudit(source.root.get(), parts, parameters);
-    report.tells_hierarchy = report.plan->hierarchy;
+    planRun(source.root.get(), parts, parameters, report);
     tellOfOcclusion(source, parts, parameters, chosen.quiet, report);
-    for (std::string& note : atlasNotes(*report.plan, parameters))
-        report.notes.push_back(std::move(note));
     std::optional<removal_watch> watch;
     if (morva::osg::planOf(parameters).removes_parts)
         watch.emplace(source.root.get(), parts);
@@ -305,6 +326,7 @@ namespace {
 void carryOut(const options& chosen) {
     switch (chosen.what) {
     case command::optimize:
+    case command::automatic:
         return optimize(chosen);
     case command::info:
         return info(chosen);

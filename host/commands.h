@@ -10,7 +10,7 @@ namespace morva::host {
 /// standard error stream, in lines that begin with "morva: ".
 int run(int argc, const char* const* argv);
 
-/// `morva optimize`; throws host_error.
+/// `morva optimize`, and `morva auto`, which is that without parameters; throws host_error.
 void optimize(const options& chosen);
 
 /// `morva info`; throws host_error.

@@ -25,35 +25,44 @@ void addCommon(CLI::App& app, options& chosen) {
     app.add_flag("-q,--quiet", chosen.quiet, "print errors only");
 }
 
-CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
-    CLI::App& optimize = *app.add_subcommand("optimize", "read, optimise, write, report");
-    addCommon(optimize, chosen);
-    optimize.add_option("-o,--output", chosen.output, "model file to write")->required();
-    optimize
-        .add_option("-p,--parameters", chosen.parameters,
-                    "what to do, as key(value),key(value),...")
-        ->capture_default_str();
-    optimize
-        .add_option("--names", names,
-                    "unique: give each part a path-like name of its own; keep: leave names")
+/// What all that write a model and report on it have.
+void addOutput(CLI::App& app, options& chosen, std::string& names) {
+    addCommon(app, chosen);
+    app.add_option("-o,--output", chosen.output, "model file to write")->required();
+    app.add_option("--names", names,
+                   "unique: give each part a path-like name of its own; keep: leave names")
         ->check(CLI::IsMember({"keep", "unique"}))
         ->capture_default_str();
-    optimize.add_flag("--overwrite", chosen.overwrite,
-                      "OUT may be IN, and files that belong to OUT may replace others");
+    app.add_flag("--overwrite", chosen.overwrite,
+                 "OUT may be IN, and files that belong to OUT may replace others");
+    app.add_option("--contact-sheet", chosen.contact_sheet,
+                   "write a picture of all atlases to this .png")
+        ->type_name("FILE");
+    app.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
+}
+
+CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
+    CLI::App& optimize = *app.add_subcommand("optimize", "read, optimise, write, report");
+    addOutput(optimize, chosen, names);
+    optimize
+        .add_option("-p,--parameters", chosen.parameters,
+                    "what to do, as key(value),key(value),...; empty: as morva auto")
+        ->capture_default_str();
     optimize.add_flag("--ao-replace", chosen.ao_replace,
                       "ambientocclusion makes grey parts; else colours and textures stay");
     optimize
         .add_option("--removed", chosen.removed,
                     "write the parts that ambientgutout removes to this model file")
         ->type_name("FILE");
-    optimize
-        .add_option("--contact-sheet", chosen.contact_sheet,
-                    "write a picture of all atlases of maxtexturesize to this .png")
-        ->type_name("FILE");
     optimize.footer("With maxtexturesize all looks as before: exactatlas(false) takes more images, "
                     "and edges may\nshow; atlaspadding(N), 0 to 64, puts N texels around each.");
-    optimize.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
     return optimize;
+}
+
+CLI::App& addAuto(CLI::App& app, options& chosen, std::string& names) {
+    CLI::App& automatic = *app.add_subcommand("auto", "optimise in the way that suits the model");
+    addOutput(automatic, chosen, names);
+    return automatic;
 }
 
 /// The rays of `morva pick` as they are written.
@@ -111,7 +120,8 @@ void checkContactSheet(const options& chosen) {
     if (extensionOf(file) != "png")
         throw host_error("--contact-sheet writes PNG: '" + file + "' does not end in .png",
                          exit_usage);
-    if (!morva::osg::planOf(chosen.parameters).atlas)
+    const morva::osg::run_plan plan = morva::osg::planOf(chosen.parameters);
+    if (!plan.atlas && !plan.is_automatic)
         throw host_error("--contact-sheet goes with the parameter maxtexturesize(SIDE)",
                          exit_usage);
 }
@@ -119,7 +129,7 @@ void checkContactSheet(const options& chosen) {
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
-    if (chosen.what != command::optimize)
+    if (chosen.what != command::optimize && chosen.what != command::automatic)
         return;
     for (const std::string& file : {chosen.output, chosen.removed}) {
         if (!file.empty() && !canWrite(file))
@@ -153,6 +163,7 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     app.set_version_flag("--version", std::string("morva ") + version);
     app.require_subcommand(1);
     const CLI::App& optimize = addOptimize(app, chosen, names);
+    const CLI::App& automatic = addAuto(app, chosen, names);
     CLI::App& info = *app.add_subcommand("info", "read and print the figures");
     addCommon(info, chosen);
     const CLI::App& pick = addPick(app, chosen, rays);
@@ -167,10 +178,13 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
         }
         throw host_error(std::string(error.what()) + "; see morva --help", exit_usage);
     }
-    chosen.what = optimize.parsed() ? command::optimize
-                  : info.parsed()   ? command::info
-                  : pick.parsed()   ? command::pick
-                                    : command::collide;
+    chosen.what = optimize.parsed()    ? command::optimize
+                  : automatic.parsed() ? command::automatic
+                  : info.parsed()      ? command::info
+                  : pick.parsed()      ? command::pick
+                                       : command::collide;
+    if (automatic.parsed())
+        chosen.parameters.clear();
     chosen.keep_names = names == "keep";
     check(chosen);
     if (pick.parsed())

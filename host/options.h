@@ -11,7 +11,7 @@
 
 namespace morva::host {
 
-enum class command { optimize, info, pick, collide };
+enum class command { optimize, automatic, info, pick, collide };
 
 /// What `morva pick` is asked.
 struct pick_options {
@@ -33,14 +33,14 @@ struct collide_options {
 struct options {
     command what = command::info;
     std::string input;
-    std::string output;                                         ///< optimize only
-    std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< optimize only
+    std::string output;                                         ///< optimize and auto
+    std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< of optimize; of auto empty
     std::string report;                                         ///< JSON file; empty: none
-    bool keep_names = false;                                    ///< optimize only
-    bool overwrite = false;                                     ///< optimize only
+    bool keep_names = false;                                    ///< optimize and auto
+    bool overwrite = false;                                     ///< optimize and auto
     bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
     std::string removed;       ///< optimize only: model file of removed parts; empty: none
-    std::string contact_sheet; ///< optimize only: picture of all atlases; empty: none
+    std::string contact_sheet; ///< optimize and auto: picture of all atlases; empty: none
     bool quiet = false, verbose = false;
     pick_options pick;       ///< pick only
     collide_options collide; ///< collide only

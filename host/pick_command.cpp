@@ -11,6 +11,7 @@
 #include <morva/picking/morva_osg_ray_hits.h>
 
 #include "atlas_notes.h"
+#include "auto_road.h"
 #include "console.h"
 #include "host_error.h"
 #include "memory_watch.h"
@@ -108,11 +109,12 @@ run_result optimisedInMemory(const ::osg::NodePtr& root, const std::vector<named
                              const node_parts& nodes, const std::string& parameters) {
     if (morva::osg::planOf(parameters).merges)
         dropBroughtIds(parts);
-    const std::string run = withThreads(withMapInRoot(withExactAtlas(parameters)));
+    const std::string run = withMapInRoot(withExactAtlas(parameters));
     const std::vector<std::string> carried = carriedParts(root, run);
     const morva::sink_scope silent(
         {[](std::string_view) {}, nullptr, [](std::size_t, std::size_t) {}});
-    const ::osg::NodePtr result = morva::osg::optTree(root, run);
+    morva::osg::run_record record;
+    const ::osg::NodePtr result = runOptimiser(root, run, record);
     memory_watch::check("optimising");
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");

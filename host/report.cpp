@@ -7,6 +7,7 @@
 #include <utility>
 
 #include "atlas_report.h"
+#include "auto_road.h"
 #include "text.h"
 
 namespace morva::host {
@@ -228,6 +229,8 @@ ordered_json jsonOf(const run_report& report) {
     file["before"] = jsonOf(report.before, figuresOf(report));
     if (report.after)
         file["after"] = jsonOf(*report.after, figuresOf(report));
+    if (report.automatic)
+        file["road"] = jsonOf(*report.automatic);
     if (report.atlases)
         file["atlases"] = jsonOf(*report.atlases);
     if (report.verdict)

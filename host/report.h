@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <morva/driver/morva_osg_auto.h>
 #include <morva/textures/morva_osg_atlas_record.h>
 
 #include "audit.h"
@@ -24,7 +25,7 @@ struct file_record {
 
 /// Everything that a run tells. `after` and what belongs to it is absent for `morva info`.
 struct run_report {
-    std::string command;    ///< "optimize" or "info"
+    std::string command;    ///< "optimize", "auto" or "info"
     std::string parameters; ///< as given
     file_record input, output;
     std::optional<file_record> id_map; ///< if one was written
@@ -33,7 +34,8 @@ struct run_report {
     bool tells_hierarchy = false; ///< levels and leaves are among the figures
     std::optional<audit_plan> plan;
     std::optional<audit_verdict> verdict;
-    std::optional<morva::osg::atlas_record> atlases; ///< if the run was to make some
+    std::optional<morva::osg::atlas_record> atlases;  ///< if the run was to make some
+    std::optional<morva::osg::auto_record> automatic; ///< of a run with empty parameters
     std::vector<stage_record> stages;
     std::vector<std::string> notes;
 };

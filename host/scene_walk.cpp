@@ -68,6 +68,12 @@ std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root) {
     return found;
 }
 
+bool isHidden(::osg::NodePtr node) {
+    while (node != ::osg::NullFC && node->getTravMask() != 0)
+        node = node->getParent();
+    return node != ::osg::NullFC;
+}
+
 std::uint64_t countNodes(const ::osg::NodePtr& root) {
     std::uint64_t count = 1;
     for (::osg::UInt32 i = 0; i < root->getNChildren(); ++i)

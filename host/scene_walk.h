@@ -31,6 +31,9 @@ std::vector<::osg::NodePtr> shownChildren(const ::osg::NodePtr& node);
 /// The nodes of a tree with a geometry core, shown or not, in walk order.
 std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root);
 
+/// Whether the mask of a node or of one above it is 0.
+bool isHidden(::osg::NodePtr node);
+
 /// Number of all nodes of a tree, shown or not, the root included.
 std::uint64_t countNodes(const ::osg::NodePtr& root);
 

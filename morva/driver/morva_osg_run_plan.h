@@ -37,9 +37,10 @@ struct run_plan {
     /// `tracks_ids`.
     optTree_setup setup;
 
-    bool runs = false;   ///< false for the empty string: equal materials are merged and no more
-    bool merges = false; ///< mergeGeo() makes a new tree
-    kd_build_setup tree; ///< given to it
+    /// For the empty string: optTreeAuto(), which sees for itself. The rest of this says nothing.
+    bool is_automatic = false;
+    bool merges = false;                      ///< mergeGeo() makes a new tree
+    kd_build_setup tree;                      ///< given to it
     unsigned int cache_entries = cache_limit; ///< of one property of a core, with `cacheopt`
     bool builds_hierarchy = false; ///< buildSceneHierarchy() makes a new tree of what there is
                                    ///< then: without a merge, of what a merge would take

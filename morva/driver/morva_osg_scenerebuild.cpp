@@ -12,6 +12,7 @@
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_help.h>
 #include <morva/driver/morva_osg_hierarchy_stage.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -50,7 +51,7 @@ atlas_options atlasOf(const optTree_setup& setup) {
 
 run_plan planOf(std::string parameters) {
     run_plan plan;
-    plan.runs = !parameters.empty();
+    plan.is_automatic = parameters.empty();
     plan.setup = optTree_setup(parseOptTreeParams(parameters));
     optTree_setup& setup = plan.setup;
     mergeGeo_setup& merge = setup.merge;
@@ -70,7 +71,7 @@ run_plan planOf(std::string parameters) {
     plan.merges = setup.maxtris != 0 || plan.orders_cache;
     plan.tree.max_elements = setup.maxtris;
     plan.tree.max_depth = tree_depth_limit;
-    plan.builds_hierarchy = plan.runs && !merge.flat;
+    plan.builds_hierarchy = !merge.flat;
     if (setup.maxtexturesize != 0)
         plan.atlas = atlasOf(setup);
 
@@ -103,13 +104,6 @@ void printSettings(const mergeGeo_setup& setup) {
     printSetting("alphaGeometry:  ", setup.alphageometry);
     printSetting("ignoreMaterial: ", setup.ignorematerial);
     printSetting("keepRenderFalse:", setup.keeprenderfalse);
-}
-
-void sayHelp() {
-    std::string text = optTreeDoc();
-    text.pop_back(); // its last line end comes anew
-    say({"Available parameters are: "});
-    say({text}, flush::no);
 }
 
 /// Merges equal materials. The operation is kept for the rest of the process, as every caller's
@@ -255,24 +249,42 @@ struct root_return {
     return optTree(root, std::move(parameters), record);
 }
 
-::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters, run_record& record) {
-    record = {};
+namespace {
+
+/// What all roads begin with: the root comes off its parent, equal materials become one.
+void begin(::osg::NodePtr& root, const scene_guard& guard) {
     say({"Optimizing Tree..."});
     const ::osg::NodePtr parent = root->getParent();
-    if (parent != ::osg::NullFC) {
+    if (parent != ::osg::NullFC)
         takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(root)));
-    }
-    const scene_guard guard(root);
     mergeEqualMaterials(root);
     guard.after("merge of equal materials", root);
-    const run_plan plan = planOf(std::move(parameters));
-    if (!plan.runs)
-        return root;
+}
 
+} // namespace
+
+::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters, run_record& record) {
+    record = {};
+    const run_plan plan = planOf(std::move(parameters));
+    if (plan.is_automatic) {
+        record.automatic.emplace();
+        return optTree(root, auto_options(), *record.automatic);
+    }
+    const ::osg::NodePtr parent = root->getParent();
+    const scene_guard guard(root);
+    begin(root, guard);
     // The optimised scene is what is returned, and not what goes back.
     root_return end{parent, root, root, ::osg::NullFC};
     end.result = runStages(end.root, plan, guard, record);
     return end.result;
+}
+
+::osg::NodePtr optTree(::osg::NodePtr root, const auto_options& options, auto_record& record) {
+    const scene_guard guard(root);
+    begin(root, guard);
+    const ::osg::NodePtr result = optTreeAuto(root, options, record);
+    guard.after("automatic road", result);
+    return result;
 }
 
 } // namespace morva::osg

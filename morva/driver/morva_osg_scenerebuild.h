@@ -22,18 +22,21 @@
 // Runs on the caller's thread and in its aspect. Two runs must not overlap: they share the ID map
 // handler of the process.
 
+#include <optional>
 #include <string>
 
 #include <OpenSG/OSGNode.h>
 
 #include <morva/core/morva_export.h>
+#include <morva/driver/morva_osg_auto.h>
 #include <morva/textures/morva_osg_atlas_record.h>
 
 namespace morva::osg {
 
 /// What a run tells besides its result.
 struct run_record {
-    atlas_record atlas; ///< empty without `maxtexturesize`
+    atlas_record atlas;                   ///< empty without `maxtexturesize`
+    std::optional<auto_record> automatic; ///< of the empty string
 };
 
 /// Optimises a scene.
@@ -41,20 +44,25 @@ struct run_record {
 /// root        must not be null. With a parent, the caller must hold a reference of its own: the
 ///             root is off its parent during the run and goes back at the end
 /// parameters  see optTree_setup for the keys and planOf() for what they do; unknown keys and bad
-///             values are no errors. Empty: equal materials are merged and the root comes back,
-///             off its parent for good
+///             values are no errors. Empty: equal materials are merged, and optTreeAuto() does
+///             the rest; the root stays off its parent for good
 /// returns     the new root, without a reference of the library's, or `root` itself if no stage
 ///             built a new tree. The input tree stays; only transparent and hidden geometry that
-///             is carried over leaves it
+///             is carried over leaves it, and all that optWithSkippedGeo() takes
 /// prints      the settings and the stages to standard output
 /// errors      std::bad_alloc of the stages that fire rays or make atlases; others that fail print
-/// a line and hand
-///             on what they have. The root goes back to its parent all the same
+///             a line and hand on what they have. The root goes back to its parent all the same
 MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters);
 
 /// The same.
 ///
 /// record  out: what it held goes, also with an exception
 MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, std::string parameters, run_record& record);
+
+/// The road of the empty string, with options.
+///
+/// record  out, as above
+MORVA_API ::osg::NodePtr optTree(::osg::NodePtr root, const auto_options& options,
+                                 auto_record& record);
 
 } // namespace morva::osg

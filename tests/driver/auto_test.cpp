@@ -2,11 +2,172 @@
 
 #include "tests/merge/merge_scenes.h"
 
+#include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_auto.h>
+#include <morva/driver/morva_osg_scene_cleanup.h>
+#include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
+using morva::osg::auto_options;
+using morva::osg::auto_record;
 using ::osg::NodePtr;
+
+/// Materials of every kind, by the names of their meshes and groups.
+struct palette {
+    ::osg::MaterialRefPtr red{simple({1, 0, 0})}, blue{simple({0, 0, 1})},
+        glass{chunked({1, 1, 1, 0.5F})}, cube{cubeTextured()},
+        choice{choiceOf(0, {simple({0, 1, 0})})},
+        image{chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 4, 4))},
+        grey{chunked({1, 1, 0, 1}, imageOf(::osg::Image::OSG_L_PF, 8, 4))};
+    material_map names{{"red", red.get()},   {"blue", blue.get()},     {"glass", glass.get()},
+                       {"cube", cube.get()}, {"choice", choice.get()}, {"image", image.get()},
+                       {"grey", grey.get()}};
+};
+
+/// Gives each mesh with an image coordinates, some of them high, and brings others in disorder.
+NodePtr withCoordinatesBelow(const NodePtr& root) {
+    for (const NodePtr& node : geometryNodes(root)) {
+        const auto made = ::osg::GeoTexCoords2f::create();
+        for (::osg::UInt32 i = 0; i < coreOf(node)->getPositions()->size(); ++i)
+            made->addValue(::osg::Vec2f(static_cast<float>(i % 2), i % 3 == 0 ? 0.0F : 1.5F));
+        coreOf(node)->setTexCoords(made);
+    }
+    return root;
+}
+
+std::string randomScene(std::mt19937& rng, int depth) {
+    static const char* const meshes[] = {"red",    "blue", "glass", "cube",
+                                         "choice", "none", "image", "grey"};
+    const std::string mask = rng() % 10 == 0 ? "!" : "";
+    if (depth == 0 || rng() % 3 == 0)
+        return mask + meshes[rng() % 8];
+    static const char* const groups[] = {"g", "~t", "$red", "$choice", "?0s", "%l", "g", "~t"};
+    std::string text =
+        mask + (rng() % 6 == 0 ? std::string("#") + meshes[rng() % 8] : groups[rng() % 8]) + "(";
+    for (unsigned count = 1 + rng() % 3; count > 0; --count)
+        text += randomScene(rng, depth - 1) + (count > 1 ? " " : "");
+    return text + ")";
+}
+
+world_mesh bothOf(const NodePtr& a, const NodePtr& b) {
+    world_mesh all = shapeOf(a), more = shapeOf(b);
+    all.insert(all.end(), more.begin(), more.end());
+    std::sort(all.begin(), all.end());
+    return all;
+}
+
+TEST(OptWithSkippedGeo, ShowsEachTriangleOnce) {
+    const char* const scenes[] = {"g(red choice)",
+                                  "g(red cube ~t(blue))",
+                                  "g(red !blue)",
+                                  "~t(red choice)",
+                                  "~t(g(choice))",
+                                  "g(choice cube)",
+                                  "choice",
+                                  "red",
+                                  "!red",
+                                  "!g(red choice)",
+                                  "#red(choice blue)",
+                                  "g(#choice(red))",
+                                  "g(#red(#blue(choice)))",
+                                  "g($choice(none) $red(none))",
+                                  "g(?0s(red !blue) %l(cube image) glass)",
+                                  "g(glass #glass(red))",
+                                  "g(image grey image red)",
+                                  "g(a() .b red)"};
+    const palette colors;
+    std::mt19937 rng(5);
+    for (unsigned round = 0; round < 500; ++round) {
+        const std::string text =
+            round < std::size(scenes) ? scenes[round] : "g(" + randomScene(rng, 3) + ")";
+        const bool drops = round % 3 == 0;
+        SCOPED_TRACE(text);
+        const node_ref root(withCoordinatesBelow(sceneOf(text, colors.names)));
+        const node_ref expected(withCoordinatesBelow(sceneOf(text, colors.names)));
+        if (coreOf(root.get()) != ::osg::NullFC && root->getTravMask() == 0)
+            expected->setCore(::osg::Group::create()); // what stands in for a geometry can go
+        morva::osg::deleteTravMaskZeroNodes(expected.get());
+
+        const stream_capture out(std::cout), error(std::cerr);
+        morva::osg::getIDmapHandler().reset();
+        mergeGeo_setup setup = quiet();
+        setup.idmap = round % 2 == 0 ? "names" : "";
+        setup.cacheopt = round % 5 < 3;
+        setup.optimizetc = -1;
+        if (!setup.idmap.empty())
+            morva::osg::getIDmapHandler().writeTree(root.get(), 0);
+        const bool is_core = coreOf(root.get()) != ::osg::NullFC;
+        auto_options options;
+        options.exactatlas = round % 7 < 3;
+        auto_record record;
+        const node_ref result(morva::osg::optWithSkippedGeo(root.get(), setup, cells(25000), false,
+                                                            drops && !is_core, options, record));
+        EXPECT_EQ(firstDifference(shapeOf(expected.get()), drops && !is_core
+                                                               ? bothOf(result.get(), root.get())
+                                                               : shapeOf(result.get())),
+                  "");
+        EXPECT_TRUE(morva::osg::getIDmapHandler().merged);
+        EXPECT_NE(out.text().find("Rebuilded Scene contains "), std::string::npos);
+        EXPECT_EQ(error.text(), "");
+    }
+    morva::osg::getIDmapHandler().reset();
+}
+
+TEST(OptTreeAuto, TakesTheRoadThatSuitsTheScene) {
+    const palette colors;
+    const std::string head =
+        "Optimization called withoud parameters. Automated optimization started.\n"
+        "Available parameters are: \n" +
+        morva::osg::optTreeDoc();
+    const struct {
+        const char* scene;  ///< empty: null
+        const char* begins; ///< what is said next
+        std::size_t triangles;
+        std::size_t hidden, left_alone, below_switches;
+    } rows[] = {
+        {"", "Merging Geometry with 0 G", 0, 0, 0, 0},
+        {"g()", "Merging Geometry with 0 G", 0, 0, 0, 0},
+        {".g(red)", "Merging Geometry with 0 G", 0, 0, 0, 0},
+        {"red", "Merging Geometry with 1 G", 1, 0, 0, 0},
+        {"g(red ?0s(blue red) %l(red) !h(blue))", "Merging Geometry with 1 G", 1, 0, 0, 3},
+        {"g(red choice ?0s(blue))", "Optimizing: Some Nodes are skipped.\n", 3, 0, 1, 1},
+        {"g(red #!blue(red) cube ?0s(!blue))", "Optimizing: Some Nodes are skipped.\n", 2, 2, 1, 1},
+        {"!red", "Optimizing: Some Nodes are skipped.\n", 0, 1, 0, 0},
+        {"g(image grey)", "", 2, 0, 0, 0}};
+    const std::size_t each = shapeOf(node_ref(sceneOf("red")).get()).size();
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.scene);
+        const bool is_null = *row.scene == 0;
+        const node_ref root(is_null ? NodePtr()
+                                    : withCoordinatesBelow(sceneOf(row.scene, colors.names)));
+        auto_record record;
+        const stream_capture out(std::cout);
+        const node_ref result(morva::osg::optTreeAuto(root.get(), auto_options(), record));
+        EXPECT_EQ(out.text().substr(0, head.size()), head);
+        EXPECT_EQ(out.text().substr(head.size(), std::strlen(row.begins)), row.begins);
+        EXPECT_EQ(shapeOf(result.get()).size(), row.triangles * each);
+        EXPECT_EQ(record.hidden, row.hidden);
+        EXPECT_EQ(record.left_alone, row.left_alone);
+        EXPECT_EQ(record.below_switches, row.below_switches);
+        EXPECT_EQ(record.with_skipped, row.hidden + row.left_alone > 0);
+        EXPECT_EQ(record.atlas.atlases.size(), record.has_images ? 1U : 0U);
+    }
+}
+
+TEST(OptTreeAuto, IsTheRoadOfTheEmptyString) {
+    const palette colors;
+    const node_ref parent(group({sceneOf("g(red blue choice red)", colors.names)}));
+    const node_ref root(parent->getChild(0));
+    const stream_capture out(std::cout);
+    morva::osg::run_record record;
+    const node_ref result(morva::osg::optTree(root.get(), "", record));
+    EXPECT_EQ(out.text().rfind("Optimizing Tree...\nOptimization called withoud", 0), 0U);
+    EXPECT_EQ(parent->getNChildren(), 0U) << "off for good";
+    ASSERT_TRUE(record.automatic.has_value());
+    EXPECT_TRUE(record.automatic->with_skipped);
+}
 
 TEST(Auto, TrianglesPerCoreRiseBetweenTheBounds) {
     const std::pair<unsigned, unsigned> rows[] = {

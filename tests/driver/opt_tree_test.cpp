@@ -38,16 +38,13 @@ std::string settings(const std::string& cacheopt = "0", const std::string& idmap
 }
 
 TEST(OptTree, WithoutAStageTheGivenRootComesBackUnderItsParent) {
-    for (const std::string parameters : {"maxtris(0)", ""}) {
-        const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
-        const node_ref root(parent->getChild(1));
-        const stream_capture out(std::cout);
-        std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
-        EXPECT_EQ(morva::osg::optTree(root.get(), parameters), root.get());
-        // At the end of the list; of the empty text it stays off for good.
-        EXPECT_EQ(parent->findChild(root.get()), parameters.empty() ? -1 : 2);
-        EXPECT_EQ(out.text(), first_line + (parameters.empty() ? "" : settings()));
-    }
+    const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
+    const node_ref root(parent->getChild(1));
+    const stream_capture out(std::cout);
+    std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+    EXPECT_EQ(morva::osg::optTree(root.get(), "maxtris(0)"), root.get());
+    EXPECT_EQ(parent->findChild(root.get()), 2); // at the end of the list
+    EXPECT_EQ(out.text(), first_line + settings());
 }
 
 TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
@@ -98,7 +95,7 @@ std::string described(const morva::osg::atlas_options& atlas) {
 std::string described(const morva::osg::run_plan& plan) {
     const morva::osg::optTree_setup& all = plan.setup;
     const std::pair<bool, std::string> facts[] = {
-        {plan.runs, "runs"},
+        {!plan.is_automatic, "runs"},
         {plan.merges, "merges:" + std::to_string(plan.tree.max_elements)},
         {all.merge.cacheopt, "cache"},
         {all.merge.alphageometry, "alpha"},
