@@ -8,6 +8,7 @@
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_new_nodes.h>
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_axis_arrays.h>
@@ -27,6 +28,18 @@ void sortTriangles(osg_geoset& geoset, bih_tree<float>& tree, const build_setup&
 
 void sortTriangles(osg_geoset& geoset, kd_tree<float>& tree, const kd_build_setup& setup) {
     compile(geoset, tree, setup, kd_strategy_SAH());
+}
+
+/// Extracts a node for the core alone.
+void extractBare(const ::osg::NodePtr& node, osg_geoset& geoset) {
+    const ::osg::GeometryPtr source = geometryOf(node);
+    const bool shared = source != ::osg::NullFC && source->getParents().size() > 1;
+    extract(node, geoset, true, false, false, true, !shared);
+    const ::osg::GeometryPtr core = geoset.geometry.get();
+    if (shared && hasTexCoords(core) && getImage(node) == ::osg::NullFC)
+        dropTexCoords(core);
+    if (!hasTexCoords(core))
+        geoset.dropExtents();
 }
 
 /// A geoset as a new one is: clear() would leave a large budget and what it took in a material.
@@ -100,19 +113,32 @@ void osg_scene_geoset<Tree, Setup, Geoset>::buildGeosets(const Setup& setup) {
     built_nodes.reserve(node_count);
     const std::string all = std::to_string(node_count);
     for (std::uint32_t i = 1; i <= node_count; ++i) {
-        Geoset& geoset = geosets[built_count];
-        geoset.lean = true;
-        extract(nodes[i - 1], geoset, true, false, false, true, true);
-        if (geoset.size == 0) { // the next node gets the slot
-            makeFresh(geoset);
-            continue;
-        }
-        sortTriangles(geoset, trees[built_count], setup);
-        geoset.convert();
+        if (!buildGeoset(nodes[i - 1], geosets[built_count], trees[built_count], setup))
+            continue; // the next node gets the slot
         built_nodes.push_back(static_cast<int>(i - 1));
         ++built_count;
         say_progress(i, node_count, {"\rDone ", std::to_string(i), " of ", all});
     }
+}
+
+/// False, and nothing is built, for a node without triangles.
+template <typename Tree, typename Setup, typename Geoset>
+bool osg_scene_geoset<Tree, Setup, Geoset>::buildGeoset(const ::osg::NodePtr& node, Geoset& geoset,
+                                                        Tree& tree, const Setup& setup) {
+    geoset.lean = true;
+    if (bare)
+        extractBare(node, geoset);
+    else
+        extract(node, geoset, true, false, false, true, true);
+    if (geoset.size == 0) {
+        makeFresh(geoset);
+        return false;
+    }
+    if (!bare) {
+        sortTriangles(geoset, tree, setup);
+        geoset.convert();
+    }
+    return true;
 }
 
 template <typename Tree, typename Setup, typename Geoset>
@@ -148,8 +174,11 @@ template <typename Tree, typename Setup, typename Geoset>
 void osg_scene_geoset<Tree, Setup, Geoset>::countTriangles() {
     triangles_before_.reserve(std::size_t(1) + element_count());
     for (std::uint64_t e = 0; e < element_count(); ++e) {
-        const std::uint64_t here =
-            with_geosets ? triangle_count(trees[e], 0) : getNumberOfTriangles(nodes[e]);
+        std::uint64_t here = 0;
+        if (with_geosets)
+            here = bare ? geosets[e].size : triangle_count(trees[e], 0);
+        else
+            here = getNumberOfTriangles(nodes[e]);
         triangles_before_.push_back(triangles_before_.back() + here);
     }
 }

@@ -53,6 +53,10 @@ template <typename Tree, typename Setup, typename Geoset> class MORVA_API osg_sc
     std::vector<::osg::NodePtr> nodes; ///< null ones stay in their places
     std::vector<int> built_nodes;      ///< place in `nodes` of each built element
     bool with_geosets = false;         ///< a geoset and a tree per node are wanted
+    /// With geosets: only their cores are wanted. Trees stay empty, there are no triangles for
+    /// rays, and extents only where coordinates may be cut. A core that others show, too, stays as
+    /// it is.
+    bool bare = false;
 
     /// Empty, for callers that fill `nodes` themselves before build().
     osg_scene_geoset() = default;
@@ -102,6 +106,7 @@ template <typename Tree, typename Setup, typename Geoset> class MORVA_API osg_sc
   private:
     void buildAll(const Setup& setup);
     void buildGeosets(const Setup& setup);
+    bool buildGeoset(const ::osg::NodePtr& node, Geoset& geoset, Tree& tree, const Setup& setup);
     void storeBoxes();
     void countTriangles();
     void release();

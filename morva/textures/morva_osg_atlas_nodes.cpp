@@ -60,11 +60,13 @@ bool isPlain(const ::osg::ImagePtr& image) {
     return image->getDepth() <= 1 && image->getFrameCount() <= 1 && image->getMipMapCount() <= 1;
 }
 
-/// Why a node would look different with an atlas.
+} // namespace
+
 std::optional<atlas_obstacle> obstacleToExactness(const ::osg::NodePtr& node,
-                                                  const ::osg::ImagePtr& image, bool transparent) {
+                                                  const ::osg::ImagePtr& image, bool transparent,
+                                                  atlas_sources& sources) {
     const ::osg::GeometryPtr geometry = geometryOf(node);
-    if (!isPlain(image))
+    if (sources.of(image).pixels == nullptr || !isPlain(image))
         return atlas_obstacle::image_format;
     const texture_use use = textureUse(getMaterial(node), image, transparent);
     if (use.obstacle)
@@ -78,6 +80,8 @@ std::optional<atlas_obstacle> obstacleToExactness(const ::osg::NodePtr& node,
         return atlas_obstacle::clamped;
     return std::nullopt;
 }
+
+namespace {
 
 /// Why a node stays out.
 ///
@@ -96,7 +100,7 @@ std::optional<atlas_obstacle> obstacleOf(const ::osg::NodePtr& node, const ::osg
         return std::nullopt;
     if (sources.of(image).pixels == nullptr)
         return atlas_obstacle::image_format;
-    return options.exact ? obstacleToExactness(node, image, transparent) : std::nullopt;
+    return options.exact ? obstacleToExactness(node, image, transparent, sources) : std::nullopt;
 }
 
 } // namespace

@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <mutex>
 #include <new>
-#include <vector>
-
-#include <OpenSG/OSGRefPtr.h>
 
 #include <morva/textures/morva_osg_image_tiles.h>
 
@@ -24,13 +21,24 @@ image_list& kept() {
     return list;
 }
 
+/// Of this thread; null: images stay.
+thread_local passing_images* passing = nullptr;
+
 } // namespace
+
+passing_images::passing_images() { passing = this; }
+
+passing_images::~passing_images() { passing = nullptr; }
 
 ::osg::ImagePtr newKeptImage(std::uint32_t width, std::uint32_t height, bool hasAlpha) {
     try {
         const ::osg::RefPtr<::osg::ImagePtr> image(::osg::Image::create());
         if (!makeBlack(image.get(), std::max(width, 1U), std::max(height, 1U), hasAlpha))
             return ::osg::NullFC;
+        if (passing != nullptr) {
+            passing->take(image);
+            return image.get();
+        }
         image_list& list = kept();
         const std::lock_guard<std::mutex> guard(list.mutex);
         list.images.push_back(image);

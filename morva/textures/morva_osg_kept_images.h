@@ -6,10 +6,27 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <vector>
 
 #include <OpenSG/OSGImage.h>
+#include <OpenSG/OSGRefPtr.h>
 
 namespace morva::osg {
+
+/// Images that a thread makes while this lives go with it instead: for a pass that hands none of
+/// their pixels out. One at a time in a thread.
+class passing_images {
+  public:
+    passing_images();
+    passing_images(const passing_images&) = delete;
+    passing_images& operator=(const passing_images&) = delete;
+    ~passing_images();
+
+    void take(const ::osg::RefPtr<::osg::ImagePtr>& image) { images_.push_back(image); }
+
+  private:
+    std::vector<::osg::RefPtr<::osg::ImagePtr>> images_;
+};
 
 /// Makes a black image, RGBA with alpha 255 or RGB, that stays. Sides of 0 count as 1.
 ///

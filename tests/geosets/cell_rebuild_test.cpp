@@ -1,0 +1,193 @@
+// Scenes in cells: which elements come together, that nothing is lost, and what stays.
+
+#include "cell_scenes.h"
+
+#include <morva/geosets/morva_osg_cell_rebuild.h>
+
+namespace {
+
+using namespace morva::osg;
+using morva::kd_build_setup;
+using morva::kd_tree;
+
+kd_build_setup wholes(unsigned elements, unsigned depth) {
+    return {elements, depth, 3, 1.0F, 2.0F, 0.95F, false};
+}
+
+/// A cell by its elements.
+struct naive_cell {
+    std::vector<std::uint64_t> elements;
+    bool is_cut = false;
+};
+
+/// The shape of what is to come, and the cells in order: a walk that counts each leaf by itself.
+struct naive_walk {
+    const kd_tree<float>& tree;
+    const kd_scene_geoset& scene;
+    unsigned limit;
+    std::vector<naive_cell> cells;
+
+    std::vector<std::uint64_t> below(int node) const {
+        const auto& here = tree.nodes[node];
+        std::vector<std::uint64_t> places;
+        for (unsigned k = 0; here.is_leaf() && k < here.count; ++k)
+            places.push_back(here.first + k);
+        for (const int child : {node + 1, here.is_leaf() ? 0 : here.right_child()}) {
+            const auto more = here.is_leaf() ? std::vector<std::uint64_t>() : below(child);
+            places.insert(places.end(), more.begin(), more.end());
+        }
+        return places;
+    }
+    unsigned count(int node) const {
+        unsigned sum = 0;
+        for (const std::uint64_t element : below(node))
+            sum += tree.node_count == 0 ? 0 : unsigned(scene.geosets[element].size);
+        return sum;
+    }
+    /// Groups as brackets, cells as "c", cut ones as "C".
+    std::string walk(int node) {
+        const unsigned triangles = count(node);
+        if (limit <= triangles && !tree.nodes[node].is_leaf()) {
+            std::string text;
+            for (const int child : {node + 1, tree.nodes[node].right_child()})
+                text += count(child) != 0 ? walk(child) : "";
+            return "(" + text + ")";
+        }
+        cells.push_back({below(node), limit < triangles});
+        return limit < triangles ? "(C)" : "(c)";
+    }
+};
+
+/// What a walk has built, against what it was to build.
+void compareWalk(const ::osg::NodePtr& built, const std::string& shape, std::size_t& at,
+                 std::vector<naive_cell>& left, const kd_scene_geoset& scene, unsigned limit) {
+    ASSERT_EQ(shape[at++], '(');
+    for (::osg::UInt32 i = 0; i < built->getNChildren(); ++i) {
+        const ::osg::NodePtr child = built->getChild(i);
+        ASSERT_LT(at, shape.size());
+        if (shape[at] == '(') {
+            compareWalk(child, shape, at, left, scene, limit);
+            continue;
+        }
+        ++at;
+        const naive_cell cell = left.front();
+        left.erase(left.begin());
+        node_list elements;
+        std::vector<node_ref> held;
+        for (const std::uint64_t element : cell.elements) {
+            held.emplace_back(nodeOf(scene.geosets[element].geometry.get()));
+            elements.push_back(held.back().get());
+        }
+        EXPECT_EQ(firstDifference(worldTriangles(elements), worldTriangles({child})), "");
+        for (const ::osg::NodePtr& node : cell.is_cut ? geometryNodes(child) : node_list()) {
+            const auto soup = worldTriangles({node}); // centres in one point are never parted
+            EXPECT_TRUE(soup.size() <= limit || summaryOf(soup).max[0] - summaryOf(soup).min[0] < 9)
+                << soup.size() << " triangles in a core";
+        }
+    }
+    ASSERT_EQ(shape[at++], ')');
+}
+
+TEST(SplitbyTrisinCell, TakesTheRunsOfANaiveWalk) {
+    for (unsigned seed = 0; seed < 600; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        const node_ref root(wildScene(seed, true));
+        const stream_capture out(std::cout);
+        kd_scene_geoset scene(root, wholes(5, 0), true);
+        kd_tree<float> tree;
+        compile(scene, tree,
+                wholes(1 + seed % 3, seed % 7 == 0   ? 0
+                                     : seed % 5 == 0 ? 2
+                                                     : 150),
+                morva::kd_strategy_ObjMedian());
+        const unsigned limits[] = {0, 1, 2, 7, 30, 100000};
+        const unsigned limit = limits[seed % std::size(limits)];
+        naive_walk naive{tree, scene, std::max(limit, 1u), {}};
+        const std::string shape = naive.walk(0);
+        const node_ref built(SplitbyTrisinCell(tree, scene, 0, limit, int(seed % 4), -1, true));
+        std::size_t at = 0;
+        compareWalk(built, shape, at, naive.cells, scene, std::max(limit, 1u));
+        EXPECT_EQ(at, shape.size());
+    }
+}
+
+struct rebuilt_scene {
+    rebuilt_scene(const node_ref& root, const kd_build_setup& kd, const cell_options& options)
+        : result(buildSceneTree(root.get(), kd, options, record)) {}
+    cell_record record;
+    node_ref result;
+};
+
+/// Names of the geometry nodes that stay where they are.
+std::multiset<std::string> stayingNames(const ::osg::NodePtr& root, bool all) {
+    std::vector<::osg::NodePtr> listed;
+    getGeometryNodes(root, listed, false);
+    std::multiset<std::string> names;
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        const bool goes = std::find(listed.begin(), listed.end(), node) != listed.end() &&
+                          !worldTriangles({alone(node).get()}).empty();
+        const char* name = ::osg::getName(node);
+        if (all || !goes || !worldLines({alone(node).get()}).empty())
+            names.insert(name == nullptr ? "" : name);
+    }
+    return names;
+}
+
+/// Of each triangle the materials that it is shown in.
+std::map<std::vector<float>, std::multiset<::osg::UInt32>> looks(const node_list& roots) {
+    std::map<std::vector<float>, std::multiset<::osg::UInt32>> all;
+    for (const ::osg::NodePtr& root : roots) {
+        for (const ::osg::NodePtr& node : geometryNodes(root)) {
+            ::osg::MaterialPtr material = getMaterial(node);
+            const world_mesh mesh = worldTriangles({alone(node).get()});
+            for (const world_triangle& triangle : mesh) {
+                std::vector<float> place;
+                for (const world_corner& corner : triangle.corners)
+                    place.insert(place.end(), corner.values.begin(), corner.values.begin() + 3);
+                all[place].insert(material == ::osg::NullFC ? 0 : material.getFieldContainerId());
+            }
+        }
+    }
+    return all;
+}
+
+TEST(buildSceneTree, LosesNothingAndLeavesWhatIsNoElement) {
+    for (unsigned seed = 0; seed < 800; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        const bool plain = seed % 2 == 0;
+        const node_ref root(wildScene(seed, plain));
+        const world_mesh before = worldTriangles({root.get()});
+        const line_list lines = worldLines({root.get()});
+        const auto shown = looks({root.get()});
+        const auto staying = stayingNames(root.get(), false);
+        cell_options options;
+        options.flat = seed % 4 < 2;
+        options.opt = int(seed / 4 % 4);
+        options.optimizetc = seed % 3 == 0 ? 1 : -1;
+        options.exact = seed % 5 < 2;
+        options.padding = seed % 10;
+        const unsigned limits[] = {0, 1, 5, 20, 25000};
+        const stream_capture out(std::cout);
+        const rebuilt_scene rebuilt(root, wholes(limits[seed % std::size(limits)], 0), options);
+        const node_list both = {root.get(), rebuilt.result.get()};
+        const world_mesh after =
+            worldTriangles(rebuilt.result == ::osg::NullFC ? node_list{root.get()} : both);
+        if (plain) {
+            EXPECT_EQ(firstDifference(before, after), "");
+        } else {
+            EXPECT_NEAR(summaryOf(before).area, summaryOf(after).area,
+                        1e-4 * summaryOf(before).area);
+            EXPECT_EQ(summaryOf(before).min, summaryOf(after).min);
+            EXPECT_EQ(summaryOf(before).max, summaryOf(after).max);
+        }
+        EXPECT_EQ(lines, worldLines({root.get()}));
+        EXPECT_EQ(staying, stayingNames(root.get(), true));
+        if (rebuilt.result == ::osg::NullFC)
+            continue;
+        EXPECT_TRUE(!plain || shown == looks(both));
+        for (::osg::UInt32 i = 0; options.flat && i < rebuilt.result->getNChildren(); ++i)
+            EXPECT_LE(rebuilt.result->getChild(i)->getNChildren(), 128U);
+    }
+}
+
+} // namespace
