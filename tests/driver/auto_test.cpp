@@ -79,7 +79,7 @@ TEST(OptWithSkippedGeo, ShowsEachTriangleOnce) {
                                   "g(a() .b red)"};
     const palette colors;
     std::mt19937 rng(5);
-    for (unsigned round = 0; round < 500; ++round) {
+    for (unsigned round = 0; round < 1500; ++round) {
         const std::string text =
             round < std::size(scenes) ? scenes[round] : "g(" + randomScene(rng, 3) + ")";
         const bool drops = round % 3 == 0;

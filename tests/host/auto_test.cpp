@@ -4,6 +4,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
 #include "auto_road.h"
 #include "scene_walk.h"
 #include "tests/host/host_files.h"
@@ -57,8 +59,7 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
           "merged by material, in cache order",
           "hidden parts are left out, 1 of them: 'top/#6/unseen'",
           "parts below a switch or level of detail are left out, 2 of them: 'top/#5/chosen', "
-          "'top/#5/not'",
-          "parts whose image repeats more than twice may be cut there, 1 of them: 'top/tiles'"}},
+          "'top/#5/not'"}},
         {true,
          14 + 8,
          {"merged", "merged", "merged", "carried over", "left out", "carried over", "left out"},
@@ -95,12 +96,19 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
     }
 }
 
+/// As in a new process.
+void startNames() {
+    morva::osg::idmapHandler& handler = morva::osg::getIDmapHandler();
+    handler.mergedCount = handler.maxGeoCount = 0;
+}
+
 TEST(AutoRoad, IsTheSameByBothCommands) {
     const temporary_folder folder;
     for (const bool skipped : {false, true}) {
         SCOPED_TRACE(skipped);
         modelFile(folder.file("in.osb"), variety(skipped));
         texts arguments = wordsOf("auto @in.osb -o @a.glb --report @a.json --overwrite", folder);
+        startNames();
         const command_result first = runMorva(arguments);
         EXPECT_EQ(first.code, 0) << first.err;
         EXPECT_NE(first.err.find("morva: note: automatic road: "), std::string::npos);
@@ -113,8 +121,9 @@ TEST(AutoRoad, IsTheSameByBothCommands) {
 
         arguments = wordsOf("optimize @in.osb -o @b.glb --overwrite -q -p", folder);
         arguments.emplace_back();
+        startNames();
         EXPECT_EQ(runMorva(arguments).code, 0);
-        EXPECT_EQ(bytesOf(folder.file("a.glb")), bytesOf(folder.file("b.glb")));
+        EXPECT_TRUE(bytesOf(folder.file("a.glb")) == bytesOf(folder.file("b.glb")));
     }
 }
 
