@@ -6,6 +6,7 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 #include "../../host/audit.h"
 #include "../../host/model.h"
@@ -76,6 +77,51 @@ std::vector<model_case> modelCases() {
 }
 
 INSTANTIATE_TEST_SUITE_P(, ModelRoad, testing::ValuesIn(modelCases()));
+
+/// How a model goes through the automatic roads.
+enum class automatic { plain, beside_others, by_ids };
+
+class AutoModelRoad : public testing::TestWithParam<std::tuple<std::string, automatic>> {};
+
+TEST_P(AutoModelRoad, KeepsEveryTriangle) {
+    const auto& [file, way] = GetParam();
+    const morva::host::model source = morva::host::readModel(file);
+    const node_ref root(group({source.root.get()}));
+    if (way != automatic::plain)
+        root->addChild(named("cube", meshNode(quads(4), cubeTextured())));
+    mesh_choice kept; // cells make normals anew, and atlases other coordinates
+    kept.normals = kept.coordinates = false;
+    kept.dropped = morva::osg::is_rogue;
+    const world_mesh before = worldMesh(root.get(), kept);
+    const stream_capture out(std::cout);
+    morva::osg::mergeGeo_setup setup;
+    setup.idmap = "names";
+    morva::osg::getIDmapHandler().reset();
+    if (way == automatic::by_ids)
+        morva::osg::getIDmapHandler().writeTree(root.get(), 0);
+    const node_ref result(
+        way == automatic::by_ids
+            ? morva::osg::optWithSkippedGeo(root.get(), setup,
+                                            {25000, 100, 3, 1.0F, 2.0F, 0.95F, false}, true, false)
+            : morva::osg::optTreeAuto(root.get()));
+    morva::osg::getIDmapHandler().reset();
+    float size = 0.F;
+    const mesh_summary was = summaryOf(before);
+    for (unsigned axis = 0; axis < 3; ++axis)
+        size = std::max(size, was.max[axis] - was.min[axis]);
+    EXPECT_EQ(firstDifference(before, worldMesh(result.get(), kept), {2e-6F * size, 1, 1e-6F}), "");
+    if (way == automatic::plain)
+        return;
+    EXPECT_NE(nodeNamed(result.get(), "cube"), ::osg::NullFC);
+    for (const ::osg::NodePtr& node : geometryNodes(result.get()))
+        EXPECT_LE(morva::osg::counttriangles(coreOf(node)), 25000U);
+}
+
+INSTANTIATE_TEST_SUITE_P(, AutoModelRoad,
+                         testing::Combine(testing::Values(engine, house, truck),
+                                          testing::Values(automatic::plain,
+                                                          automatic::beside_others,
+                                                          automatic::by_ids)));
 
 /// A model with a part of glass, one that is hidden, one below a switch, and all of it moved.
 node_ref withAllFates(const std::string& file) {
