@@ -19,6 +19,7 @@
 #include <morva/core/morva_twister.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/draworder/morva_osg_line_cacheopt.h>
+#include <morva/driver/morva_osg_auto.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/driver/morva_osg_scene_placement.h>

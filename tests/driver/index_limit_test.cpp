@@ -1,0 +1,254 @@
+// Geometry cut until no index is too long, beside a walk that starts anew behind each cut.
+
+#include "tests/merge/merge_scenes.h"
+
+#include <pthread.h>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_tools.h>
+#include <morva/driver/morva_osg_auto.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+
+namespace {
+
+using morva::osg::maxGeoIndexSize;
+using ::osg::NodePtr;
+
+/// Lines and points of a core, by the lengths of its primitives.
+std::array<std::size_t, 2> thinOnes(const NodePtr& node) {
+    std::array<std::size_t, 2> counts{};
+    const ::osg::GeometryPtr core = coreOf(node);
+    for (::osg::UInt32 i = 0; i < core->getTypes()->size(); ++i) {
+        const std::size_t type = core->getTypes()->getValue(i);
+        const std::size_t length = core->getLengths()->getValue(i);
+        if (type == 0)
+            counts[1] += length;
+        else if (type < 4 && length > 1)
+            counts[0] += type == 1 ? length / 2 : type == 2 ? length : length - 1;
+    }
+    return counts;
+}
+
+/// The triangles that are no line or point.
+world_mesh drawnBy(const NodePtr& node) {
+    mesh_choice choice;
+    choice.normals = choice.colors = choice.coordinates = false;
+    choice.dropped = morva::osg::is_rogue;
+    return worldMesh(node, choice);
+}
+
+bool isGood(const NodePtr& source, const NodePtr& result) {
+    const node_ref alone(nodeOf(source->getCore()));
+    const auto before = thinOnes(source);
+    const world_mesh whole = drawnBy(alone.get());
+    std::array<std::size_t, 3> cores{}, fewer{};
+    std::array<std::size_t, 2> sums{};
+    for (const NodePtr& part : geometryNodes(result)) {
+        const auto thin = thinOnes(part);
+        const std::array<std::size_t, 3> all{drawnBy(part).size(), thin[0], thin[1]};
+        const std::array<std::size_t, 3> limits{whole.size(), before[0], before[1]};
+        for (std::size_t k = 0; k < 3; ++k) {
+            cores[k] += all[k] > 0 ? 1 : 0;
+            fewer[k] += all[k] > 0 && all[k] < limits[k] ? 1 : 0;
+            if (k > 0)
+                sums[k - 1] += all[k];
+        }
+    }
+    if (whole != drawnBy(result) || sums[0] < before[0] || sums[1] < before[1])
+        return false;
+    for (std::size_t k = 0; k < 3; ++k) {
+        if (cores[k] >= 2 && fewer[k] == cores[k])
+            return true;
+    }
+    return false;
+}
+
+/// The walk as it reads: behind a cut the parent is walked again, and then what came of it.
+unsigned naiveLimit(const NodePtr& node, unsigned limit, int opt, std::set<NodePtr>& stuck) {
+    NodePtr local = node;
+    unsigned count = 0;
+    if (coreOf(node) != ::osg::NullFC) {
+        const ::osg::GeoIndicesPtr indices = coreOf(node)->getIndices();
+        const NodePtr parent = node->getParent();
+        if (indices == ::osg::NullFC || indices->size() <= limit || parent == ::osg::NullFC ||
+            stuck.count(node) != 0)
+            return 0;
+        std::vector<node_ref> children;
+        while (node->getNChildren() > 0) {
+            children.emplace_back(node->getChild(0));
+            node->subChild(::osg::UInt32(0));
+        }
+        mergeGeo_setup setup = quiet();
+        setup.opt = opt;
+        setup.toworld = false;
+        const bool merges = !morva::osg::hasMaterialAlpha(node) &&
+                            !morva::osg::shouldSkipNode(local); // else it would be moved
+        const node_ref result(merges ? morva::osg::mergeGeo(node, {10, 1}, setup) : group());
+        if (!isGood(node, result.get())) {
+            stuck.insert(node);
+            for (const node_ref& child : children)
+                node->addChild(child.get());
+            return 0;
+        }
+        for (const node_ref& child : children)
+            parent->addChild(child.get());
+        result->setTravMask(node->getTravMask());
+        if (::osg::getName(node) != nullptr)
+            ::osg::setName(result.get(), ::osg::getName(node));
+        parent->addChild(result.get());
+        const node_ref held(parent); // alive with its core while its own parent is cut
+        parent->subChild(node);
+        count = 1 + naiveLimit(parent, limit, 2, stuck);
+        local = result.get();
+    }
+    for (::osg::UInt32 i = 0; i < local->getNChildren(); ++i)
+        count += naiveLimit(local->getChild(i), limit, 2, stuck);
+    return count;
+}
+
+/// Nodes with mask, place of the core in the index property and what they draw, in walk order.
+std::string told(const NodePtr& node) {
+    std::ostringstream out;
+    out << (::osg::getName(node) == nullptr ? "-" : ::osg::getName(node)) << ' '
+        << node->getTravMask();
+    if (coreOf(node) != ::osg::NullFC) {
+        const node_ref alone(nodeOf(node->getCore()));
+        out << ' ' << drawnBy(alone.get()).size() << ' ' << thinOnes(node)[0] << ' '
+            << thinOnes(node)[1] << ' '
+            << (coreOf(node)->getIndices() == ::osg::NullFC ? 0
+                                                            : coreOf(node)->getIndices()->size());
+    }
+    out << '(';
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        out << told(node->getChild(i)) << ' ';
+    return out.str() + ')';
+}
+
+/// A mesh with an index: single triangles, lines and points among them.
+mesh_data someMesh(std::mt19937& rng) {
+    const unsigned size = 1 + rng() % 60;
+    mesh_data mesh;
+    switch (rng() % 8) {
+    case 0:
+        mesh = row(size, rng() % 4);
+        break;
+    case 1:
+        mesh = mixture(rng, 1 + size / 6);
+        break;
+    case 2:
+        mesh = strip(size + 3, 5 + 3 * (rng() % 2));
+        break;
+    case 3:
+        mesh = quads(size);
+        break;
+    default:
+        mesh = soup(rng, size);
+    }
+    if (rng() % 2 == 0)
+        mesh = withNormals(mesh, rng);
+    if (rng() % 8 == 0)
+        return mesh;
+    return rng() % 2 == 0 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
+}
+
+using material_list = std::vector<::osg::MaterialRefPtr>;
+
+NodePtr someScene(std::mt19937& rng, int depth, const material_list& materials,
+                  std::vector<NodePtr>& all) {
+    node_list children;
+    for (unsigned count = depth == 0 ? 0 : rng() % 4; count > 0; --count)
+        children.push_back(someScene(rng, depth - 1, materials, all));
+    const auto material = [&] {
+        const unsigned pick = rng() % 12;
+        return pick < 4 ? materials[pick].get() : ::osg::MaterialPtr(::osg::NullFC);
+    };
+    NodePtr node;
+    const unsigned kind = children.empty() ? 0 : rng() % 8;
+    if (kind == 1)
+        node = moved({1, 2, 3}, children);
+    else if (kind == 2)
+        node = materialGroup(material(), children);
+    else if (kind == 3)
+        node = switched(0, children);
+    else if (kind > 3)
+        node = group(children);
+    else if (rng() % 6 == 0 && !all.empty() && coreOf(all.back()) != ::osg::NullFC)
+        node = nodeOf(all.back()->getCore(), children);
+    else
+        node = nodeOf(geometryOf(someMesh(rng), material()), children);
+    if (rng() % 8 == 0)
+        hidden(node);
+    all.push_back(named("n" + std::to_string(all.size()), node));
+    return node;
+}
+
+TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
+    const stream_capture out(std::cout);
+    const material_list materials{material_ref(plain(1)), material_ref(chunked({1, 1, 1, 0.5F})),
+                                  material_ref(cubeTextured()),
+                                  material_ref(choiceOf(0, {simple({1, 0, 0})}))};
+    unsigned cuts = 0, from_below = 0;
+    for (unsigned seed = 0; seed < 1500; ++seed) {
+        SCOPED_TRACE(seed);
+        std::string ends[2];
+        unsigned counts[2] = {0, 0};
+        for (int naive = 0; naive < 2; ++naive) {
+            std::mt19937 rng(seed);
+            std::vector<NodePtr> all;
+            const node_ref root(someScene(rng, 3, materials, all));
+            const unsigned limit = rng() % 3 == 0 ? rng() % 4 : rng() % 90;
+            const int opt = 1 + static_cast<int>(rng() % 3);
+            const NodePtr start = all[rng() % 2 == 0 ? all.size() - 1 : rng() % all.size()];
+            const world_mesh before = drawnBy(root.get());
+            morva::osg::getIDmapHandler().mergedCount = 0;
+            std::set<NodePtr> stuck;
+            from_below += coreOf(start) != ::osg::NullFC ? 1 : 0;
+            counts[naive] = naive == 0 ? maxGeoIndexSize(start, limit, opt, false)
+                                       : naiveLimit(start, limit, opt, stuck);
+            ends[naive] = told(root.get());
+            EXPECT_EQ(firstDifference(before, drawnBy(root.get())), "");
+        }
+        EXPECT_EQ(ends[0], ends[1]);
+        EXPECT_EQ(counts[0], counts[1]);
+        cuts += counts[0];
+    }
+    EXPECT_GT(cuts, 1000U);
+    EXPECT_GT(from_below, 500U);
+    EXPECT_EQ(maxGeoIndexSize(::osg::NullFC, 0, 1, true), 0U);
+}
+
+TEST(MaxGeoIndexSize, TakesTimeAndStackForWhatIsCut) {
+    const node_ref root(group());
+    mesh_data mesh = quads(12);
+    for (unsigned i = 0; i < 48; ++i)
+        mesh.indices.push_back(i);
+    const geometry_ref core(geometryOf(mesh));
+    for (unsigned i = 0; i < 10000; ++i)
+        root->addChild(nodeOf(core.get()));
+    NodePtr deep = root.get();
+    for (unsigned i = 0; i < 20000; ++i, deep = deep->getChild(deep->getNChildren() - 1))
+        deep->addChild(group());
+    deep->addChild(nodeOf(core.get()));
+    const stream_capture out(std::cout);
+    pthread_attr_t small;
+    pthread_attr_init(&small);
+    pthread_attr_setstacksize(&small, 256 * 1024);
+    std::pair<NodePtr, unsigned> work{root.get(), 0};
+    pthread_t thread{};
+    ASSERT_EQ(pthread_create(
+                  &thread, &small,
+                  [](void* given) -> void* {
+                      auto& job = *static_cast<std::pair<NodePtr, unsigned>*>(given);
+                      job.second = maxGeoIndexSize(job.first, 47, 1, false);
+                      return nullptr;
+                  },
+                  &work),
+              0);
+    pthread_join(thread, nullptr);
+    EXPECT_EQ(work.second,
+              3U * 10001U); // quarters: two indices per corner, since there are normals
+    EXPECT_EQ(root->getNChildren(), 10001U);
+    EXPECT_EQ(coreOf(root->getChild(1)), ::osg::NullFC);
+}
+
+} // namespace
