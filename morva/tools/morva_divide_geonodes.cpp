@@ -7,11 +7,13 @@
 
 #include <OpenSG/OSGDynamicVolume.h>
 #include <OpenSG/OSGGeometry.h>
+#include <OpenSG/OSGRefPtr.h>
 
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_auto.h>
 #include <morva/tools/morva_osg_divide_parts.h>
 
 namespace morva::osg {
@@ -139,6 +141,62 @@ bool divideOne(const NodePtr& node, unsigned int limit, const division_options& 
     return true;
 }
 
+/// Brings the triangles of a geometry node into one core with an index. Returns the node that has
+/// it, or null if the node stays.
+NodePtr rebuilt(const NodePtr& node, const division_options& options) {
+    fresh<NodePtr> made{NodePtr()};
+    {
+        node_triangles triangles(node, options);
+        if (!triangles.sort(treeOf(5, 1, 3)))
+            return ::osg::NullFC;
+        made.reset(triangles.split(1, 0, options));
+        if (!valid_volume(made.get()))
+            return ::osg::NullFC;
+    }
+    return putInPlace(node, made);
+}
+
+/// Brings one geometry node below so many indices. Returns how many changes that took.
+unsigned int limitIndices(const NodePtr& node, unsigned int maxIndex, bool force,
+                          const division_options& options) {
+    if (node->getParent() == ::osg::NullFC)
+        return 0;
+    const ::osg::GeoIndicesPtr indices = geometryOf(node)->getIndices();
+    if (indices != ::osg::NullFC && indices->size() >= maxIndex)
+        return maxGeoIndexSize(node, maxIndex, options.level, false);
+    if (indices != ::osg::NullFC && !force)
+        return 0;
+    const NodePtr made = rebuilt(node, options);
+    return made == ::osg::NullFC ? 0 : 1 + maxGeoIndexSize(made, maxIndex, options.level, false);
+}
+
+/// Does so with all geometry nodes of a subtree, and calls `visit` for each node with a core.
+template <typename Visit>
+unsigned int limitAllIndices(const NodePtr& top, unsigned int maxIndex, bool force,
+                             division_options options, const Visit& visit) {
+    if (options.level < 1 || options.level > 3)
+        options.level = 1;
+    unsigned int changes = 0;
+    std::vector<::osg::RefPtr<NodePtr>> held; // some leave the scene before it is their turn
+    const auto look = [&](const NodePtr& node) {
+        if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)
+            return;
+        visit();
+        if (geometryOf(node) != ::osg::NullFC)
+            changes += limitIndices(node, maxIndex, force, options);
+        else
+            for (::osg::UInt32 i = node->getNChildren(); i-- > 0;)
+                held.emplace_back(node->getChild(i));
+    };
+    look(top); // not held: perhaps nobody does
+    while (!held.empty()) {
+        const ::osg::RefPtr<NodePtr> next = held.back();
+        held.pop_back();
+        look(next.get());
+    }
+    return changes;
+}
+
 } // namespace
 
 bool valid_volume(NodePtr node) {
@@ -214,6 +272,18 @@ unsigned int divideByTriangles(const NodePtr& node, unsigned int maxTriangles, b
 
 void split_Geometries(NodePtr node, unsigned int maxTriangles, bool force, int opt) {
     divideByTriangles(node, maxTriangles, force, published(opt, 3));
+}
+
+unsigned int divideByIndices(const NodePtr& node, unsigned int maxIndex, bool force,
+                             const division_options& options) {
+    return limitAllIndices(node, maxIndex, force, options, [] {});
+}
+
+void split_GeometriesByIndex(NodePtr node, unsigned int maxIndex, bool force, int opt) {
+    // Said of every node, whatever the level was.
+    limitAllIndices(node, maxIndex, force, published(opt, 3), [] {
+        say({"morva::osg::split_GeometriesByIndex: OptLevel set to 1. Range [1-3]."});
+    });
 }
 
 } // namespace morva::osg

@@ -69,6 +69,18 @@ MORVA_API void check_and_split(::osg::NodePtr node, float limit, unsigned int ma
 MORVA_API void split_Geometries(::osg::NodePtr node, unsigned int maxTriangles, bool force,
                                 int opt);
 
+/// Brings the geometry nodes of a subtree to at most `maxIndex` indices, by maxGeoIndexSize(): what
+/// it does with siblings holds here. Nodes without indices get them first, in one core. A node
+/// without a parent stays.
+///
+/// maxIndex  nodes with as many indices or more are handed to maxGeoIndexSize()
+/// force     rebuilds nodes with fewer indices, too
+/// opt       output level 1 to 3 of new cores; any other is 1. Those of later cuts have 2
+/// prints    for each node with a core that it comes to, a line that says that the level is now 1,
+///           true or not; and what maxGeoIndexSize() prints
+MORVA_API void split_GeometriesByIndex(::osg::NodePtr node, unsigned int maxIndex, bool force,
+                                       int opt);
+
 /// What the divisions above have fixed. Published: with new normals, and with coordinates taken
 /// off nodes that show no image.
 struct division_options {
@@ -87,5 +99,10 @@ MORVA_API unsigned int divideBySize(const ::osg::NodePtr& node, const ::osg::Vec
 /// split_Geometries() by options. Returns how many nodes it divided or rebuilt.
 MORVA_API unsigned int divideByTriangles(const ::osg::NodePtr& node, unsigned int maxTriangles,
                                          bool force, const division_options& options);
+
+/// split_GeometriesByIndex() by options, without its line; triangles stay whole. Returns how many
+/// cores it rebuilt and how many cuts followed.
+MORVA_API unsigned int divideByIndices(const ::osg::NodePtr& node, unsigned int maxIndex,
+                                       bool force, const division_options& options);
 
 } // namespace morva::osg

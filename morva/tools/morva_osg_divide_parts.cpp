@@ -1,6 +1,7 @@
 #include <morva/tools/morva_osg_divide_parts.h>
 
 #include <cstddef>
+#include <new>
 #include <vector>
 
 #include <OpenSG/OSGGL.h>
@@ -11,6 +12,8 @@
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_node_looks.h>
+#include <morva/core/morva_osg_taken_children.h>
 #include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/trees/kd_strategies.h>
@@ -52,19 +55,6 @@ bool node_triangles::allOnOneSide() const {
 
 namespace {
 
-/// Takes over what a node is apart from its core and children. The name is its own: a change of one
-/// is none of the other.
-void takeLikeness(const NodePtr& from, const NodePtr& to) {
-    const open_edit edit(to);
-    to->setTravMask(from->getTravMask());
-    for (const auto& [key, attachment] : from->getSFAttachments()->getValue()) {
-        if (::osg::NamePtr::dcast(attachment) == ::osg::NullFC)
-            to->addAttachment(attachment, static_cast<::osg::UInt16>(key & 0xffffU));
-    }
-    if (const ::osg::Char8* name = ::osg::getName(from))
-        ::osg::setName(to, name);
-}
-
 /// The primitives of lines and points of a core.
 std::vector<primitive_run> thinPrimitives(const ::osg::GeometryPtr& core) {
     std::vector<primitive_run> runs;
@@ -75,31 +65,32 @@ std::vector<primitive_run> thinPrimitives(const ::osg::GeometryPtr& core) {
     return runs;
 }
 
-/// The indices of the runs' corners as they are; a corner without any takes the row of its number.
+/// Gives a geometry the indices of the runs' corners as they are; a corner without any takes the
+/// row of its number.
 template <typename Form>
-typename Form::PtrType indicesOf(const ::osg::GeometryPtr& core,
-                                 const std::vector<primitive_run>& runs) {
+void setThinIndices(const ::osg::GeometryPtr& geometry, const ::osg::GeometryPtr& core,
+                    const std::vector<primitive_run>& runs) {
     const property_block<::osg::UInt32> all = readBlock(core->getIndices());
     const bool indexed = core->getIndices() != ::osg::NullFC;
     const std::size_t stride = indexed ? indicesPerCorner(core) : 1;
-    fresh<typename Form::PtrType> chosen(Form::create());
+    const ::osg::RefPtr<typename Form::PtrType> chosen(Form::create());
     using value = typename Form::StoredType;
     for (const primitive_run& run : runs) {
         for (std::size_t i = run.first * stride; i < (run.first + run.length) * stride; ++i)
             chosen->editField().push_back(static_cast<value>(indexed ? all[i] : i));
     }
-    return chosen.release();
+    geometry->setIndices(chosen.get());
 }
 
 void setThinPrimitives(const ::osg::GeometryPtr& geometry, const std::vector<primitive_run>& runs) {
-    const ::osg::GeoPTypesUI8Ptr types = ::osg::GeoPTypesUI8::create();
-    geometry->setTypes(types);
-    const ::osg::GeoPLengthsUI32Ptr lengths = ::osg::GeoPLengthsUI32::create();
-    geometry->setLengths(lengths);
+    const ::osg::RefPtr<::osg::GeoPTypesUI8Ptr> types(::osg::GeoPTypesUI8::create());
+    const ::osg::RefPtr<::osg::GeoPLengthsUI32Ptr> lengths(::osg::GeoPLengthsUI32::create());
     for (const primitive_run& run : runs) {
         types->editField().push_back(static_cast<::osg::UInt8>(run.type));
         lengths->editField().push_back(static_cast<::osg::UInt32>(run.length));
     }
+    geometry->setTypes(types.get());
+    geometry->setLengths(lengths.get());
 }
 
 /// A node with the lines and points of a core, null if it has none. It shares the core's
@@ -112,9 +103,9 @@ NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
     fresh<NodePtr> node(newNodeWith(geometry));
     setThinPrimitives(geometry, runs);
     if (::osg::GeoIndicesUI16Ptr::dcast(core->getIndices()) != ::osg::NullFC)
-        geometry->setIndices(indicesOf<::osg::GeoIndicesUI16>(core, runs));
+        setThinIndices<::osg::GeoIndicesUI16>(geometry, core, runs);
     else
-        geometry->setIndices(indicesOf<::osg::GeoIndicesUI32>(core, runs));
+        setThinIndices<::osg::GeoIndicesUI32>(geometry, core, runs);
     for (const vertex_property which : all_properties) {
         withProperty(core, geometry, which,
                      [](const auto& property, const auto& take) { take(property); });
@@ -130,40 +121,62 @@ NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
     return node.release();
 }
 
-/// Moves all children of a node behind those of another one.
-void moveChildren(const NodePtr& from, const NodePtr& to) {
-    while (from->getNChildren() > 0)
-        addChildTo(to, from->getChild(0));
+/// Makes room for more children, so that adding them can't fail.
+void reserveChildren(const NodePtr& node, std::size_t more) {
+    node->editMFChildren()->reserve(node->getNChildren() + more);
 }
 
-void replaceInParent(const NodePtr& node, const NodePtr& by) {
+/// Makes a change that is done, or not, whatever it throws behind that: then only a line in the
+/// change list has no room, this aspect is right, and others learn of it later.
+template <typename Change, typename IsDone>
+void changeOnce(const Change& change, const IsDone& isDone) {
+    try {
+        change();
+    } catch (const std::bad_alloc&) {
+        if (!isDone())
+            throw;
+    }
+}
+
+/// Puts core and children of `made` into a node without a parent.
+void fillRoot(const NodePtr& node, const NodePtr& made) {
+    reserveChildren(node, made->getNChildren() + 1);
+    const taken_children own(node, 0); // come back last
+    taken_children parts(made, 0);
+    const ::osg::NodeCorePtr core = made->getCore();
+    changeOnce([&] { giveCore(node, core); }, [&] { return node->getCore() == core; });
+    parts.setHome(node);
+}
+
+/// Puts `made` in the place of a node with a parent.
+void replace(const NodePtr& node, const NodePtr& made) {
     const NodePtr parent = node->getParent();
+    takeOverLooks(made, node);
+    reserveChildren(made, node->getNChildren() + 1);
+    reserveChildren(parent, 1);
+    const ::osg::RefPtr<NodePtr> replaced(node);
+    taken_children own(node, 0);
     const open_edit of_parent(parent, Node::ChildrenFieldMask);
-    const open_edit of_node(node, Node::ParentFieldMask), of_new(by, Node::ParentFieldMask);
-    parent->replaceChildBy(node, by);
+    const open_edit of_node(node, Node::ParentFieldMask), of_new(made, Node::ParentFieldMask);
+    changeOnce([&] { parent->replaceChildBy(node, made); },
+               [&] { return made->getParent() == parent; });
+    own.setHome(made);
 }
 
 } // namespace
 
 NodePtr putInPlace(const NodePtr& node, fresh<NodePtr>& made) {
+    // All that needs memory comes first: behind it no part of the node is left out.
     fresh<NodePtr> thin(nodeOfThinPrimitives(geometryOf(node)));
-    const bool is_root = node->getParent() == ::osg::NullFC;
-    // What has no parent is perhaps held by nobody, and would go with the hold.
-    const ::osg::RefPtr<NodePtr> replaced(is_root ? NodePtr() : node);
     NodePtr now = node;
-    if (is_root) {
-        moveChildren(node, made.get());
-        giveCore(node, made->getCore());
-        moveChildren(made.get(), node);
-        made.reset(NodePtr());
+    if (node->getParent() == ::osg::NullFC) {
+        fillRoot(node, made.get());
     } else {
-        takeLikeness(node, made.get());
-        replaceInParent(node, made.get());
+        replace(node, made.get());
         now = made.release();
-        moveChildren(node, now);
     }
     if (thin.get() != ::osg::NullFC)
-        addChildTo(now, thin.get());
+        changeOnce([&] { addChildTo(now, thin.get()); }, [&] { return thin->getParent() == now; });
     thin.release();
     return now;
 }
