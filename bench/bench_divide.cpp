@@ -65,7 +65,8 @@ struct part_sums {
 };
 
 /// A sheet below a group, divided again and again.
-template <typename Divide> void divideSheet(benchmark::State& state, const Divide& divide) {
+template <typename Divide>
+void divideSheet(benchmark::State& state, bool indexed, const Divide& divide) {
     const morva_bench::silence quiet;
     part_sums sums;
     for (auto _ : state) {
@@ -73,7 +74,7 @@ template <typename Divide> void divideSheet(benchmark::State& state, const Divid
         ::osg::NodeRefPtr root(::osg::Node::create());
         root->setCore(::osg::Group::create());
         root->addChild(
-            morva_bench::triangleGrid(static_cast<unsigned>(state.range(0)), true).get());
+            morva_bench::triangleGrid(static_cast<unsigned>(state.range(0)), indexed).get());
         state.ResumeTiming();
         divide(root.get());
         state.PauseTiming();
@@ -86,14 +87,21 @@ template <typename Divide> void divideSheet(benchmark::State& state, const Divid
 }
 
 void kept(benchmark::State& state) {
-    divideSheet(state, [](const ::osg::NodePtr& root) {
+    divideSheet(state, true, [](const ::osg::NodePtr& root) {
         morva::osg::divideByTriangles(root, most_triangles, false, {});
     });
 }
 
 void published(benchmark::State& state) {
-    divideSheet(state, [](const ::osg::NodePtr& root) {
+    divideSheet(state, true, [](const ::osg::NodePtr& root) {
         morva::osg::split_Geometries(root, most_triangles, false, 1);
+    });
+}
+
+/// Cores of at most 65,534 indices, from one that has three for each triangle, or none.
+void by_indices(benchmark::State& state, bool indexed) {
+    divideSheet(state, indexed, [](const ::osg::NodePtr& root) {
+        morva::osg::split_GeometriesByIndex(root, 65534, false, 1);
     });
 }
 
@@ -123,6 +131,8 @@ void assimp(benchmark::State& state) {
 
 BENCHMARK(kept)->Apply(morva_bench::sizes);
 BENCHMARK(published)->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(by_indices, indexed, true)->Apply(morva_bench::sizes);
+BENCHMARK_CAPTURE(by_indices, unindexed, false)->Apply(morva_bench::sizes);
 BENCHMARK(assimp)->Apply(morva_bench::sizes);
 
 } // namespace
