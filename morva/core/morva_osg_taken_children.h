@@ -43,7 +43,11 @@ class taken_children {
         }
     }
 
-    void setHome(const ::osg::NodePtr& home) { home_ = home; }
+    /// Makes the room there first: without it the home so far stays.
+    void setHome(const ::osg::NodePtr& home) {
+        home->editMFChildren()->reserve(home->getNChildren() + children_.size());
+        home_ = home;
+    }
 
     /// Lets the `i`th of those that were taken go.
     void drop(std::size_t i) { children_[children_.size() - 1 - i] = ::osg::NullFC; }

@@ -1,0 +1,411 @@
+// Division of nodes, beside a twin that takes the steps one by one and calls itself.
+
+#include <morva/tools/morva_divide_geonodes.h>
+
+#include <OpenSG/OSGPrimitiveIterator.h>
+
+#include <morva/core/morva_osg.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_scene_rules.h>
+#include <morva/core/morva_osg_sink.h>
+#include <morva/driver/morva_osg_auto.h>
+#include <morva/geosets/morva_osg_splitmodel.h>
+
+#include "tests/collision/solids.h"
+#include "tests/geosets/triangle_scenes.h"
+#include "tests/support/shortage.h"
+
+namespace {
+
+using namespace morva::osg;
+using ::osg::NodePtr;
+using ::osg::Vec3f;
+
+// ---------------------------------------------------------------------------------- the twin
+
+Vec3f worldSize(const NodePtr& node) {
+    ::osg::DynamicVolume volume;
+    node->getWorldVolume(volume);
+    ::osg::Pnt3f low, high;
+    volume.getBounds(low, high);
+    return high - low;
+}
+
+/// Lines and points of a node, corner by corner, below a node of their own; null for none.
+NodePtr thinNode(const NodePtr& node) {
+    mesh_data mesh;
+    const ::osg::GeometryPtr core = coreOf(node);
+    for (auto it = core->beginPrimitives(); !it.isAtEnd(); ++it) {
+        const auto length = it.getType() <= 3 ? it.getLength() : 0;
+        if (length > 0)
+            mesh.primitives.push_back({it.getType(), length});
+        for (::osg::UInt32 i = 0; i < length; ++i) {
+            const tri::corner c = tri::cornerAt(it, static_cast<::osg::Int32>(i));
+            mesh.positions.push_back(c.position);
+            mesh.normals.push_back(c.normal);
+            mesh.colors.push_back(c.color);
+            mesh.coordinates.push_back(c.uv[0]);
+            mesh.ids.push_back(c.id);
+        }
+    }
+    return mesh.primitives.empty() ? NodePtr() : meshNode(mesh, core->getMaterial());
+}
+
+struct naive_tree {
+    osg_geoset geoset;
+    morva::kd_tree<float> tree;
+    std::uint64_t leaf(std::size_t node) const { return tree.nodes[node].range_count(); }
+};
+
+/// What is divided, and how.
+struct wishes {
+    Vec3f reference;
+    float limit;
+    unsigned most; ///< levels, triangles or indices
+    bool force;
+    int mode, opt;
+};
+
+/// Puts what Split() makes of a geometry node in its place if it is good. Null if it stays.
+template <typename Good>
+node_ref naivePut(const NodePtr& node, const morva::kd_build_setup& setup, int parts,
+                  unsigned limit, int opt, const Good& good) {
+    naive_tree sorted;
+    extract(node, sorted.geoset, false, false, false, true, true);
+    if (sorted.geoset.size == 0)
+        return {};
+    morva::compile(sorted.geoset, sorted.tree, setup, morva::kd_strategy_median());
+    const NodePtr parent = node->getParent(), thin = thinNode(node);
+    const node_ref made(
+        Split(sorted.tree, sorted.geoset, 0, parts, limit, ::osg::NullFC, opt, true));
+    const node_ref brought(thin == ::osg::NullFC ? group() : thin);
+    if (!good(sorted, made.get()))
+        return {};
+    const node_ref kept(parent == ::osg::NullFC ? NodePtr() : node);
+    if (parent != ::osg::NullFC && ::osg::getName(node) != nullptr)
+        ::osg::setName(made.get(), ::osg::getName(node));
+    made->setTravMask(node->getTravMask());
+    while (node->getNChildren() > 0)
+        made->addChild(node->getChild(0));
+    if (thin != ::osg::NullFC)
+        made->addChild(thin);
+    if (parent != ::osg::NullFC)
+        parent->replaceChildBy(node, made.get());
+    return made;
+}
+
+/// A root takes what was made for it, at last.
+void becomeRoot(const NodePtr& node, const node_ref& made) {
+    if (made == ::osg::NullFC || made->getParent() != ::osg::NullFC)
+        return;
+    node->setCore(made->getCore());
+    while (made->getNChildren() > 0)
+        node->addChild(made->getChild(0));
+}
+
+void naiveCheck(const NodePtr& node, const wishes& w, unsigned depth) {
+    if (depth + 1 > w.most)
+        return;
+    const Vec3f size = worldSize(node);
+    if (coreOf(node) == ::osg::NullFC) {
+        for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+            naiveCheck(node->getChild(i), w, depth + 1);
+        return;
+    }
+    bool above = false;
+    for (::osg::UInt32 axis = 0; axis < 3; ++axis)
+        above = above || size[axis] / w.reference[axis] > w.limit;
+    if (!above)
+        return;
+    const node_ref made = naivePut(node, {1, 1, w.mode, 1.0F, 2.0F, 0.95F, false}, 2, 0, w.opt,
+                                   [](const naive_tree& sorted, const NodePtr& parts) {
+                                       return parts->getNChildren() >= 2 &&
+                                              sorted.leaf(1) != sorted.geoset.size &&
+                                              sorted.leaf(2) != sorted.geoset.size;
+                                   });
+    for (::osg::UInt32 i = 0; made != ::osg::NullFC && i < 2; ++i)
+        naiveCheck(made->getChild(i), w, depth + 1);
+    becomeRoot(node, made);
+}
+
+void naiveSplit(const NodePtr& node, const wishes& w) {
+    if (node->getCore() == ::osg::NullFC)
+        return;
+    for (::osg::UInt32 i = 0; coreOf(node) == ::osg::NullFC && i < node->getNChildren(); ++i)
+        naiveSplit(node->getChild(i), w);
+    const unsigned most = std::max(1U, w.most);
+    if (coreOf(node) == ::osg::NullFC || (!w.force && getNumberOfTriangles(coreOf(node)) <= most))
+        return;
+    becomeRoot(node, naivePut(node, {most, 30, 3, 1.0F, 2.0F, 0.95F, false}, 0, most, w.opt,
+                              [most](const naive_tree& sorted, const NodePtr& made) {
+                                  return geometryNodes(made).size() > 1 ||
+                                         sorted.geoset.size <= most;
+                              }));
+}
+
+void naiveByIndex(const NodePtr& node, const wishes& w, int opt) {
+    if (node->getCore() == ::osg::NullFC)
+        return;
+    std::cout << "morva::osg::split_GeometriesByIndex: OptLevel set to 1. Range [1-3].\n";
+    opt = opt < 1 || opt > 3 ? 1 : opt;
+    if (coreOf(node) == ::osg::NullFC) {
+        std::vector<node_ref> children;
+        for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+            children.emplace_back(node->getChild(i));
+        for (const node_ref& child : children)
+            naiveByIndex(child.get(), w, opt);
+        return;
+    }
+    if (node->getParent() == ::osg::NullFC)
+        return;
+    const ::osg::GeoIndicesPtr indices = coreOf(node)->getIndices();
+    if (indices != ::osg::NullFC && indices->size() >= w.most) {
+        maxGeoIndexSize(node, w.most, opt, false);
+    } else if (indices == ::osg::NullFC || w.force) {
+        const node_ref made = naivePut(node, {5, 1, 3, 1.0F, 2.0F, 0.95F, false}, 1, 0, opt,
+                                       [](const auto&, const auto&) { return true; });
+        if (made != ::osg::NullFC)
+            maxGeoIndexSize(made.get(), w.most, opt, false);
+    }
+}
+
+// ------------------------------------------------------------------------- scenes and their text
+
+/// Everything that a scene is: nodes, cores, and of geometry the corners in their order, as bits.
+std::string described(const NodePtr& node) {
+    const char* name = ::osg::getName(node);
+    const auto number = [](std::size_t value) { return std::to_string(value) + ' '; };
+    std::string out = (name != nullptr ? name : "-") + (' ' + number(node->getTravMask()));
+    if (node->getCore() != ::osg::NullFC)
+        out += node->getCore()->getType().getCName();
+    if (coreOf(node) != ::osg::NullFC) {
+        out += coreOf(node)->getMaterial() == ::osg::NullFC ? " bare " : " red ";
+        for (auto it = coreOf(node)->beginPrimitives(); !it.isAtEnd(); ++it) {
+            out += number(it.getType()) + number(it.getLength());
+            for (::osg::UInt32 i = 0; i < it.getLength(); ++i) {
+                const auto values = tri::numbersOf(tri::cornerAt(it, static_cast<int>(i)));
+                out.append(reinterpret_cast<const char*>(values.data()),
+                           values.size() * sizeof(float));
+            }
+        }
+    }
+    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+        out += '(' + described(node->getChild(i)) + ')';
+    return out;
+}
+
+/// Triangles of many kinds, some with lines and points, with no extent, in one place, or far off.
+mesh_data anyMesh(std::mt19937& rng) {
+    const std::size_t count = rng() % 24;
+    const mesh_data shapes[] = {soup(rng, count),          strip(3 + count),
+                                quads(1 + count),          mixture(rng, 1 + rng() % 6),
+                                row(2 + count, rng() % 4), fan(3 + count)};
+    mesh_data mesh = shapes[rng() % 6];
+    const unsigned kind = rng() % 8;
+    for (::osg::Pnt3f& p : mesh.positions)
+        p = kind == 0 ? ::osg::Pnt3f(p[0] + 1e6F, p[1] - 1e6F, p[2]) : p;
+    for (std::size_t i = 3; kind == 1 && i < mesh.positions.size(); ++i)
+        mesh.positions[i] = mesh.positions[i % 3];
+    mesh = rng() % 3 == 0 ? mesh : withAttributes(mesh, rng);
+    return rng() % 3 == 0 ? withIndexPerProperty(mesh, rng) : mesh;
+}
+
+NodePtr anyScene(std::mt19937& rng, const material_map& materials, unsigned levels) {
+    node_list children;
+    for (unsigned i = rng() % 4; levels > 0 && i > 0; --i)
+        children.push_back(anyScene(rng, materials, levels - 1));
+    const unsigned kind = levels > 0 ? rng() % 9 : 0;
+    NodePtr node;
+    if (kind < 4) {
+        const mesh_data mesh = anyMesh(rng);
+        node = nodeOf(
+            morva_test::geometryOf(mesh, rng() % 2 == 0 ? materials.at("plain") : ::osg::NullFC),
+            children);
+    } else {
+        node = kind == 4   ? moved({1e6F, 0.5F, 3}, children)
+               : kind == 5 ? switched(0, children)
+               : kind == 6 ? detailed(children)
+               : kind == 7 ? materialGroup(materials.at("image"), children)
+                           : group(children);
+    }
+    node = rng() % 2 == 0 ? node : named("n" + std::to_string(rng() % 100), node);
+    return rng() % 9 == 0 ? hidden(node) : node;
+}
+
+TEST(Division, AgreesWithTheStepsTakenOneByOne) {
+    const ::osg::RefPtr<::osg::MaterialPtr> plain(simple({1, 0, 0}));
+    const ::osg::RefPtr<::osg::MaterialPtr> image(chunked({1, 1, 1, 1}, imageOf(0x1907, 2, 2)));
+    const material_map materials{{"plain", plain.get()}, {"image", image.get()}};
+    const float limits[] = {0.5F, 0.1F, 0, -1, tri::nan_value, 0.01F, 1, 0.25F};
+    const tri::registration_off ids_are_kept;
+    unsigned& names = getIDmapHandler().mergedCount;
+    std::array<unsigned, 3> changed{};
+    for (unsigned round = 0; round < 2400 && !HasFailure(); ++round) {
+        SCOPED_TRACE(testing::Message() << "round " << round);
+        std::mt19937 rng(round), again(round), dice(round);
+        const auto below = [&dice](unsigned end) { return static_cast<unsigned>(dice() % end); };
+        const node_ref scene(anyScene(rng, materials, round % 4));
+        const node_ref twin(anyScene(again, materials, round % 4));
+        const std::string before = described(scene.get());
+        const wishes w{worldSize(twin.get()), limits[below(8)],  below(12),
+                       below(3) == 0,         int(1 + below(3)), int(below(5))};
+        const unsigned first = names;
+        const std::string told = tri::toldBy([&] {
+            if (round % 3 == 0)
+                check_and_split(scene.get(), w.limit, w.most, w.mode, w.opt);
+            else if (round % 3 == 1)
+                split_Geometries(scene.get(), w.most, w.force, w.opt);
+            else
+                split_GeometriesByIndex(scene.get(), 6 * w.most, w.force, w.opt);
+        });
+        names = first;
+        EXPECT_EQ(told, tri::toldBy([&] {
+                      if (round % 3 == 0)
+                          naiveCheck(twin.get(), w, 0);
+                      else if (round % 3 == 1)
+                          naiveSplit(twin.get(), w);
+                      else
+                          naiveByIndex(twin.get(), {{}, 0, 6 * w.most, w.force, 3, w.opt}, w.opt);
+                  }));
+        ASSERT_TRUE(described(scene.get()) == described(twin.get()))
+            << textOf(scene.get()) << " for " << textOf(twin.get());
+        changed[round % 3] += described(scene.get()) != before ? 1 : 0;
+    }
+    for (const unsigned count : changed)
+        EXPECT_GT(count, 200U);
+}
+
+// -------------------------------------------------------------------------------- on their own
+
+/// Directed edges of the triangles that have no opposite one.
+std::size_t openEdges(const NodePtr& root) {
+    std::map<std::pair<std::vector<float>, std::vector<float>>, int> edges;
+    for (const world_triangle& t : worldMesh(root)) {
+        for (std::size_t k = 0; k < 3; ++k) {
+            const float *a = &t.corners[k].values[0], *b = &t.corners[(k + 1) % 3].values[0];
+            ++edges[{{a, a + 3}, {b, b + 3}}];
+            --edges[{{b, b + 3}, {a, a + 3}}];
+        }
+    }
+    return static_cast<std::size_t>(
+        std::count_if(edges.begin(), edges.end(), [](const auto& e) { return e.second > 0; }));
+}
+
+TEST(Division, CutKeepsTheAreaAndTheSeamIsClosed) {
+    mesh_data ball = ballMesh(20);
+    for (::osg::Pnt3f& p : ball.positions)
+        p[0] += 0.37F * p[1];
+    const node_ref whole(meshNode(ball)), halved(meshNode(ball)), parts(meshNode(ball));
+    check_and_split(halved.get(), 0.9F, 1, 1, 0);
+    EXPECT_EQ(halved->getNChildren(), 2U);
+    EXPECT_EQ(openEdges(halved.get()), 0U);
+    division_options cut;
+    cut.straddle_mode = 1;
+    EXPECT_EQ(divideByTriangles(parts.get(), 50, false, cut), 1U);
+    const double area = summaryOf(worldMesh(whole.get())).area;
+    for (const node_ref& node : {halved, parts}) {
+        EXPECT_NEAR(summaryOf(worldMesh(node.get())).area, area, 1e-4);
+        EXPECT_GT(worldMesh(node.get()).size(), worldMesh(whole.get()).size());
+    }
+}
+
+TEST(Division, OptionsKeepNormalsCoordinatesAndIds) {
+    std::mt19937 rng(12);
+    mesh_choice all;
+    all.ids = true;
+    all.dropped = is_rogue;
+    for (unsigned round = 0; round < 60; ++round) {
+        const node_ref root(group({meshNode(withAttributes(soup(rng, 90), rng))}));
+        const world_mesh before = worldMesh(root.get(), all);
+        const division_options options;
+        const unsigned changes = round % 3 == 0 ? divideByTriangles(root.get(), 7, false, options)
+                                 : round % 3 == 1
+                                     ? divideBySize(root.get(), {1, 1, 1}, 1, 9, options)
+                                     : divideByIndices(root.get(), 999, false, options);
+        EXPECT_GE(changes, 1U);
+        EXPECT_EQ(geometryNodes(root.get()).size() > 1, round % 3 < 2);
+        EXPECT_EQ(firstDifference(before, worldMesh(root.get(), all)), "");
+    }
+}
+
+TEST(Division, TakesNoStackForTheLevelsAbove) {
+    NodePtr top = meshNode(quads(9));
+    for (unsigned level = 0; level < 50000; ++level)
+        top = group({top});
+    const node_ref scene(top);
+    check_and_split(scene.get(), 0.5F, std::numeric_limits<unsigned>::max(), 3, 1);
+    split_Geometries(scene.get(), 2, false, 1);
+    tri::toldBy([&] { split_GeometriesByIndex(scene.get(), 5, true, 1); });
+    EXPECT_GT(geometryNodes(scene.get()).size(), 4U);
+}
+
+std::size_t linesBelow(const NodePtr& root) {
+    std::size_t count = 0;
+    for (const NodePtr& node : geometryNodes(root))
+        for (auto it = coreOf(node)->beginLines(); !it.isAtEnd(); ++it)
+            ++count;
+    return count;
+}
+
+TEST(Division, WithoutMemoryLosesNoMoreThanItNames) {
+    mesh_data mesh = quads(40);
+    mesh.primitives = {{7, 152}, {1, 8}};
+    unsigned dropped[2] = {}; // lines "SubChild 1" and "SubChild 2"
+    for (unsigned family = 0; family < 5; ++family) {
+        failInTurn(48, [&](const auto& starved) {
+            const node_ref body(named("body", nodeOf(morva_test::geometryOf(mesh))));
+            const node_ref lamp(group()), root(family < 2 ? body.get() : group({body.get()}));
+            body->addChild(lamp.get());
+            unsigned lost = 0;
+            const morva::sink_scope sink(
+                {[&](std::string_view line) {
+                     for (unsigned i = 0; i < 2; ++i) {
+                         const char end = static_cast<char>('1' + i);
+                         if (line.substr(0, 9) == "SubChild " && line.back() == end) {
+                             ++dropped[i];
+                             ++lost;
+                         }
+                     }
+                 },
+                 [](std::string_view) {}, [](std::size_t, std::size_t) {}});
+            starved([&] {
+                if (family == 4)
+                    split_GeometriesByIndex(root.get(), 60, false, 1);
+                else if (family % 2 == 1)
+                    split_Geometries(root.get(), 20, false, 1);
+                else
+                    check_and_split(root.get(), 0.9F, family == 0 ? 1 : 2, 3, 1);
+            });
+            EXPECT_EQ(broken_rule_of(root.get()), "");
+            EXPECT_EQ(worldMesh(root.get()).size() + 38 * lost, 76U);
+            EXPECT_EQ(linesBelow(root.get()), 4U);
+            EXPECT_FALSE(lamp->getParent() == ::osg::NullFC) << "family " << family;
+        });
+    }
+    EXPECT_GT(dropped[0], 0U);
+    EXPECT_GT(dropped[1], 0U);
+}
+
+TEST(ValidVolume, AsksForAGeometryWithPositionsLengthsAndTypes) {
+    const node_ref node(meshNode(quads(1))), other(group());
+    const ::osg::GeometryPtr core = coreOf(node.get());
+    EXPECT_FALSE(valid_volume(::osg::NullFC) || valid_volume(other.get()));
+    EXPECT_TRUE(valid_volume(node.get()));
+    const auto without = [&](const auto& take, const auto& give) {
+        take();
+        EXPECT_FALSE(valid_volume(node.get()));
+        give();
+    };
+    const ::osg::GeoPositionsPtr positions = core->getPositions()->clone();
+    const ::osg::GeoPLengthsPtr lengths = core->getLengths()->clone();
+    const ::osg::GeoPTypesPtr types = core->getTypes()->clone();
+    without([&] { core->getPositions()->clear(); }, [&] { core->setPositions(positions); });
+    without([&] { core->setLengths(::osg::NullFC); }, [&] { core->setLengths(lengths); });
+    without([&] { core->getTypes()->clear(); }, [&] { core->setTypes(types); });
+    EXPECT_TRUE(valid_volume(node.get()));
+    check_and_split(::osg::NullFC, 1, 9, 3, 1);
+    split_Geometries(::osg::NullFC, 1, true, 1);
+    EXPECT_EQ(tri::toldBy([] { split_GeometriesByIndex(::osg::NullFC, 1, true, 1); }), "");
+}
+
+} // namespace
