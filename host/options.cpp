@@ -25,10 +25,16 @@ void addCommon(CLI::App& app, options& chosen) {
     app.add_flag("-q,--quiet", chosen.quiet, "print errors only");
 }
 
+void addOutput(CLI::App& app, options& chosen) {
+    app.add_option("-o,--output", chosen.output, "model file to write")->required();
+    app.add_flag("--overwrite", chosen.overwrite,
+                 "OUT may be IN, and files that belong to OUT may replace others");
+}
+
 CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
     CLI::App& optimize = *app.add_subcommand("optimize", "read, optimise, write, report");
     addCommon(optimize, chosen);
-    optimize.add_option("-o,--output", chosen.output, "model file to write")->required();
+    addOutput(optimize, chosen);
     optimize
         .add_option("-p,--parameters", chosen.parameters,
                     "what to do, as key(value),key(value),...")
@@ -38,8 +44,6 @@ CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
                     "unique: give each part a path-like name of its own; keep: leave names")
         ->check(CLI::IsMember({"keep", "unique"}))
         ->capture_default_str();
-    optimize.add_flag("--overwrite", chosen.overwrite,
-                      "OUT may be IN, and files that belong to OUT may replace others");
     optimize.add_flag("--ao-replace", chosen.ao_replace,
                       "ambientocclusion makes grey parts; else colours and textures stay");
     optimize
@@ -104,6 +108,14 @@ CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
     return collide;
 }
 
+CLI::App& addSimplify(CLI::App& app, options& chosen, simplify_texts& texts) {
+    CLI::App& simplify = *app.add_subcommand("simplify", "fewer triangles, part by part");
+    addCommon(simplify, chosen);
+    addOutput(simplify, chosen);
+    addSimplifyOptions(simplify, texts);
+    return simplify;
+}
+
 void checkContactSheet(const options& chosen) {
     const std::string& file = chosen.contact_sheet;
     if (file.empty())
@@ -119,7 +131,7 @@ void checkContactSheet(const options& chosen) {
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
-    if (chosen.what != command::optimize)
+    if (chosen.what != command::optimize && chosen.what != command::simplify)
         return;
     for (const std::string& file : {chosen.output, chosen.removed}) {
         if (!file.empty() && !canWrite(file))
@@ -127,6 +139,8 @@ void check(const options& chosen) {
                                  "'; known extensions: " + writableExtensions(),
                              exit_usage);
     }
+    if (chosen.what == command::simplify)
+        return;
     checkContactSheet(chosen);
     if (!chosen.removed.empty() && !morva::osg::planOf(chosen.parameters).removes_parts)
         throw host_error("--removed goes with the parameter ambientgutout(true)", exit_usage);
@@ -157,6 +171,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     addCommon(info, chosen);
     const CLI::App& pick = addPick(app, chosen, rays);
     const CLI::App& collide = addCollide(app, chosen, poses);
+    simplify_texts simplification;
+    const CLI::App& simplify = addSimplify(app, chosen, simplification);
 
     try {
         app.parse(argc, argv);
@@ -167,14 +183,17 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
         }
         throw host_error(std::string(error.what()) + "; see morva --help", exit_usage);
     }
-    chosen.what = optimize.parsed() ? command::optimize
-                  : info.parsed()   ? command::info
-                  : pick.parsed()   ? command::pick
-                                    : command::collide;
+    chosen.what = optimize.parsed()   ? command::optimize
+                  : info.parsed()     ? command::info
+                  : pick.parsed()     ? command::pick
+                  : simplify.parsed() ? command::simplify
+                                      : command::collide;
     chosen.keep_names = names == "keep";
     check(chosen);
     if (pick.parsed())
         chosen.pick.rays = raysOf(pick, rays);
+    if (simplify.parsed())
+        chosen.simplify = requestOf(simplification);
     if (collide.count("--poses") != 0)
         chosen.collide.poses = readPoses(poses);
     return chosen;
