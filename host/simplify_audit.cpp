@@ -46,7 +46,7 @@ struct triangle_box {
 /// What the triangles of a core come to.
 struct core_facts {
     std::uint64_t triangles = 0, degenerate = 0;
-    std::uint64_t odd_normals = 0; ///< not finite
+    std::uint64_t odd_normals = 0; ///< not of length 1
     triangle_box box;              ///< of those that are not degenerate
 };
 
@@ -63,7 +63,8 @@ core_facts factsOf(const geometry_view& view) {
             if (!view.normals.present)
                 continue;
             const float* n = view.normals.at(view.normals.row(corner));
-            facts.odd_normals += std::isfinite(n[0] + n[1] + n[2]) ? 0 : 1;
+            const float length = std::sqrt(n[0] * n[0] + n[1] * n[1] + n[2] * n[2]);
+            facts.odd_normals += std::abs(length - 1) < 1e-3F ? 0 : 1;
         }
     });
     return facts;
@@ -98,7 +99,7 @@ void judgePart(const simplified_part& part, std::size_t level, audit_verdict& ve
     if (facts.degenerate != 0)
         fail(std::to_string(facts.degenerate) + " degenerate triangles came out");
     if (!is.normals.present || facts.odd_normals != 0)
-        fail(std::to_string(facts.odd_normals) + " normals are not finite");
+        fail(std::to_string(facts.odd_normals) + " normals have not the length 1");
     if (!factsOf(was).box.holds(facts.box))
         fail("it reaches out of the box of its source");
     if (presentOf(is) != presentOf(was))
@@ -117,10 +118,10 @@ simplify_audit::simplify_audit(const ::osg::NodePtr& root,
         const ::osg::NodeCorePtr core = part.node->getCore();
         const bool changes =
             core != ::osg::NullFC && simplified.count(core.getFieldContainerId()) != 0;
-        nodes_.push_back({part.node, part.node->getParent(), nameText(part.node),
+        nodes_.push_back({::osg::NodeRefPtr(part.node), part.node->getParent(), nameText(part.node),
                           core != ::osg::NullFC ? nameText(core) : "",
-                          changes ? ::osg::NodeCorePtr() : core,
-                          morva::osg::getMaterial(part.node)});
+                          ::osg::NodeCoreRefPtr(changes ? ::osg::NodeCorePtr() : core),
+                          ::osg::MaterialRefPtr(morva::osg::getMaterial(part.node))});
     }
 }
 
@@ -137,11 +138,12 @@ simplify_audit::drawn_counts simplify_audit::countDrawn(const ::osg::NodePtr& ro
 
 void simplify_audit::judgeNodes(audit_verdict& verdict) const {
     for (const node_facts& was : nodes_) {
-        const ::osg::NodeCorePtr core = was.node->getCore();
-        const bool same = was.node->getParent() == was.parent && nameText(was.node) == was.name &&
-                          (was.core == ::osg::NullFC || core == was.core) &&
+        const ::osg::NodePtr node = was.node.get();
+        const ::osg::NodeCorePtr core = node->getCore();
+        const bool same = node->getParent() == was.parent && nameText(node) == was.name &&
+                          (was.core == ::osg::NullFC || core == was.core.get()) &&
                           (core == ::osg::NullFC || nameText(core) == was.core_name) &&
-                          morva::osg::getMaterial(was.node) == was.material;
+                          morva::osg::getMaterial(node) == was.material.get();
         if (!same)
             verdict.differences.push_back("node '" + was.name +
                                           "' is not as before: its place, name, core or material");

@@ -8,7 +8,7 @@
 //
 // Told from the scene alone: every node is there, in its place, with its name and material. A part
 // has as many triangles as its stop tells, none of them degenerate, none outside of the source's
-// box, with finite normals and all other properties that the source has. Lines, points, and
+// box, with normals of length 1 and all other properties that the source has. Lines, points, and
 // whatever is not simplified are as before.
 
 #include <cstdint>
@@ -30,10 +30,11 @@ class simplify_audit {
   private:
     /// A node of the source.
     struct node_facts {
-        ::osg::NodePtr node, parent;
+        ::osg::NodeRefPtr node;
+        ::osg::NodePtr parent;
         std::string name, core_name;
-        ::osg::NodeCorePtr core; ///< null for a part that is simplified
-        ::osg::MaterialPtr material;
+        ::osg::NodeCoreRefPtr core; ///< null for a part that is simplified
+        ::osg::MaterialRefPtr material;
     };
     /// What is drawn, by kind.
     struct drawn_counts {

@@ -256,7 +256,9 @@ void carryOut(std::vector<distance_task>& tasks, std::size_t level) {
             task.to_result = distanceToResult(*task.source, *task.result);
     });
     for (const distance_task& task : tasks) {
-        const surface_distance both = task.to_source + task.to_result;
+        surface_distance both = task.to_source + task.to_result;
+        if (task.part->stops[level].steps == 0)
+            both.largest = both.integral = 0; // but for rounding
         surface_distance& sum = task.part->stops[level].distance;
         sum = sum + surface_distance{both.largest * task.space->scale,
                                      both.integral * task.space->integrals,

@@ -22,8 +22,9 @@ std::uint64_t drawnLive(const simplify_record& record) {
     return sum;
 }
 
-std::string countOfParts(std::size_t count) {
-    return withCommas(count) + (count == 1 ? " part" : " parts");
+/// "1 part", "2 parts"
+std::string countOf(std::uint64_t count, const std::string& what) {
+    return withCommas(count) + " " + what + (count == 1 ? "" : "s");
 }
 
 ordered_json jsonOf(const simplified_source& part, const part_stop& stop, bool measured) {
@@ -78,7 +79,7 @@ level_sums sumsOf(const simplify_record& record, const simplified_level& level) 
 
 std::string titleOf(const simplify_record& record, const simplified_level& level) {
     if (level.asked.triangles)
-        return withCommas(*level.asked.triangles) + " triangles";
+        return countOf(*level.asked.triangles, "triangle");
     if (level.asked.ratio)
         return "ratio " + shortNumberText(*level.asked.ratio);
     return "distance " + shortNumberText(*record.request.max_error);
@@ -90,12 +91,13 @@ std::vector<std::string> notesOn(const simplify_record& record, const simplified
     const std::string with = "; " + withCommas(sums.live) + " live triangles are left";
     std::vector<std::string> notes;
     if (sums.limited != 0)
-        notes.push_back(reached + "the largest distance ends " + countOfParts(sums.limited) + with);
+        notes.push_back(reached + "the largest distance ends " + countOf(sums.limited, "part") +
+                        with);
     const bool asked = level.asked.ratio || level.asked.triangles;
     if (!asked)
         return notes;
     if (sums.floors != 0)
-        notes.push_back(reached + "floor reached in " + countOfParts(sums.floors) +
+        notes.push_back(reached + "floor reached in " + countOf(sums.floors, "part") +
                         ", where no further edge can go" + with);
     const auto apart = static_cast<double>(sums.live) - static_cast<double>(sums.asked);
     if (notes.empty() && std::abs(apart) > 0.01 * static_cast<double>(sums.asked) &&

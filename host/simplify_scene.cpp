@@ -1,7 +1,11 @@
 #include "simplify_scene.h"
 
+#include <algorithm>
+
 #include <OpenSG/OSGGL.h>
 #include <OpenSG/OSGSimpleAttachments.h>
+
+#include <morva/core/morva_osg_property_blocks.h>
 
 #include "geometry_view.h"
 
@@ -39,26 +43,41 @@ void copyName(const ::osg::AttachmentContainerPtr& from, const ::osg::Attachment
 /// What is no triangle, in a core of its own; null if there is none of it.
 ::osg::RefPtr<::osg::GeometryPtr> restOf(const ::osg::GeometryPtr& source) {
     const geometry_view view(source);
-    const ::osg::GeoPTypesPtr types = ::osg::GeoPTypesUI8::create();
-    const ::osg::GeoPLengthsPtr lengths = ::osg::GeoPLengthsUI32::create();
-    const ::osg::GeoIndicesUI32Ptr indices = ::osg::GeoIndicesUI32::create();
-    const std::size_t stride = view.columns.stride();
-    for (const primitive_run& run : view.runs) {
-        if (run.type > GL_LINE_STRIP)
-            continue;
-        types->addValue(run.type);
-        lengths->addValue(static_cast<::osg::UInt32>(run.length));
-        for (std::size_t i = run.first * stride; i < (run.first + run.length) * stride; ++i)
-            indices->addValue(view.columns.indexed() ? view.columns.indices()[i]
-                                                     : static_cast<::osg::UInt32>(i));
-    }
-    if (types->size() == 0)
+    std::vector<primitive_run> runs = view.runs;
+    const auto fills = [](const primitive_run& run) { return run.type > GL_LINE_STRIP; };
+    runs.erase(std::remove_if(runs.begin(), runs.end(), fills), runs.end());
+    if (runs.empty())
         return {};
     const ::osg::RefPtr<::osg::GeometryPtr> rest(sharingProperties(source));
-    rest->setTypes(types);
-    rest->setLengths(lengths);
-    rest->setIndices(indices);
+    rest->setTypes(::osg::GeoPTypesUI8::create());
+    rest->setLengths(::osg::GeoPLengthsUI32::create());
+    rest->setIndices(::osg::GeoIndicesUI32::create());
+    const std::size_t stride = view.columns.stride();
+    for (const primitive_run& run : runs) {
+        rest->getTypes()->addValue(run.type);
+        rest->getLengths()->addValue(static_cast<::osg::UInt32>(run.length));
+        for (std::size_t i = run.first * stride; i < (run.first + run.length) * stride; ++i)
+            rest->getIndices()->addValue(view.columns.indexed() ? view.columns.indices()[i]
+                                                                : static_cast<::osg::UInt32>(i));
+    }
     return rest;
+}
+
+/// Corners of triangles with next to no area have normals without a length: nobody sees them, but
+/// readers complain.
+void giveLengthToNormals(const ::osg::GeometryPtr& core) {
+    const auto normals = ::osg::GeoNormals3fPtr::dcast(core->getNormals());
+    for (::osg::Vec3f& normal : morva::osg::editSpan(normals)) {
+        if (!(normal.squareLength() > 0.5F))
+            normal.setValues(0, 0, 1);
+    }
+}
+
+/// The core of a level that differs from the source's.
+::osg::GeometryPtr newCore(const simplified_part& part, std::size_t steps) {
+    const ::osg::GeometryPtr core = morva::osg::simplifiedCore(part.run, steps);
+    giveLengthToNormals(core);
+    return core;
 }
 
 void addRests(simplified_part& part) {
@@ -88,8 +107,8 @@ void showLevel(std::vector<simplified_part>& parts, std::size_t level) {
         stop.triangles = morva::osg::simplifiedTriangles(part.run, stop.steps).of.size();
         stop.untouched = stop.steps == 0 && stop.triangles == part.triangles;
         dropRests(part);
-        const ::osg::RefPtr<::osg::GeometryPtr> core(
-            stop.untouched ? part.core.get() : morva::osg::simplifiedCore(part.run, stop.steps));
+        const ::osg::RefPtr<::osg::GeometryPtr> core(stop.untouched ? part.core.get()
+                                                                    : newCore(part, stop.steps));
         for (const ::osg::NodePtr& node : part.nodes)
             node->setCore(core.get());
         if (!stop.untouched)
