@@ -25,16 +25,21 @@ void addCommon(CLI::App& app, options& chosen) {
     app.add_flag("-q,--quiet", chosen.quiet, "print errors only");
 }
 
-/// What all that write a model and report on it have.
-void addOutput(CLI::App& app, options& chosen, std::string& names) {
+/// What all that write a model have.
+void addOutput(CLI::App& app, options& chosen) {
     addCommon(app, chosen);
     app.add_option("-o,--output", chosen.output, "model file to write")->required();
+    app.add_flag("--overwrite", chosen.overwrite,
+                 "OUT may be IN, and files that belong to OUT may replace others");
+}
+
+/// What all that optimise have.
+void addOptimiser(CLI::App& app, options& chosen, std::string& names) {
+    addOutput(app, chosen);
     app.add_option("--names", names,
                    "unique: give each part a path-like name of its own; keep: leave names")
         ->check(CLI::IsMember({"keep", "unique"}))
         ->capture_default_str();
-    app.add_flag("--overwrite", chosen.overwrite,
-                 "OUT may be IN, and files that belong to OUT may replace others");
     app.add_option("--contact-sheet", chosen.contact_sheet,
                    "write a picture of all atlases to this .png")
         ->type_name("FILE");
@@ -43,7 +48,7 @@ void addOutput(CLI::App& app, options& chosen, std::string& names) {
 
 CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
     CLI::App& optimize = *app.add_subcommand("optimize", "read, optimise, write, report");
-    addOutput(optimize, chosen, names);
+    addOptimiser(optimize, chosen, names);
     optimize
         .add_option("-p,--parameters", chosen.parameters,
                     "what to do, as key(value),key(value),...; empty: as morva auto")
@@ -61,7 +66,7 @@ CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
 
 CLI::App& addAuto(CLI::App& app, options& chosen, std::string& names) {
     CLI::App& automatic = *app.add_subcommand("auto", "optimise in the way that suits the model");
-    addOutput(automatic, chosen, names);
+    addOptimiser(automatic, chosen, names);
     return automatic;
 }
 
@@ -113,6 +118,13 @@ CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
     return collide;
 }
 
+CLI::App& addSimplify(CLI::App& app, options& chosen, simplify_texts& texts) {
+    CLI::App& simplify = *app.add_subcommand("simplify", "fewer triangles, part by part");
+    addOutput(simplify, chosen);
+    addSimplifyOptions(simplify, texts);
+    return simplify;
+}
+
 void checkContactSheet(const options& chosen) {
     const std::string& file = chosen.contact_sheet;
     if (file.empty())
@@ -129,7 +141,8 @@ void checkContactSheet(const options& chosen) {
 void check(const options& chosen) {
     if (chosen.quiet && chosen.verbose)
         throw host_error("--quiet and --verbose exclude each other", exit_usage);
-    if (chosen.what != command::optimize && chosen.what != command::automatic)
+    if (chosen.what != command::optimize && chosen.what != command::automatic &&
+        chosen.what != command::simplify)
         return;
     for (const std::string& file : {chosen.output, chosen.removed}) {
         if (!file.empty() && !canWrite(file))
@@ -137,6 +150,8 @@ void check(const options& chosen) {
                                  "'; known extensions: " + writableExtensions(),
                              exit_usage);
     }
+    if (chosen.what == command::simplify)
+        return;
     checkContactSheet(chosen);
     if (!chosen.removed.empty() && !morva::osg::planOf(chosen.parameters).removes_parts)
         throw host_error("--removed goes with the parameter ambientgutout(true)", exit_usage);
@@ -168,6 +183,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     addCommon(info, chosen);
     const CLI::App& pick = addPick(app, chosen, rays);
     const CLI::App& collide = addCollide(app, chosen, poses);
+    simplify_texts simplification;
+    const CLI::App& simplify = addSimplify(app, chosen, simplification);
 
     try {
         app.parse(argc, argv);
@@ -182,6 +199,7 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
                   : automatic.parsed() ? command::automatic
                   : info.parsed()      ? command::info
                   : pick.parsed()      ? command::pick
+                  : simplify.parsed()  ? command::simplify
                                        : command::collide;
     if (automatic.parsed())
         chosen.parameters.clear();
@@ -189,6 +207,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     check(chosen);
     if (pick.parsed())
         chosen.pick.rays = raysOf(pick, rays);
+    if (simplify.parsed())
+        chosen.simplify = requestOf(simplification);
     if (collide.count("--poses") != 0)
         chosen.collide.poses = readPoses(poses);
     return chosen;

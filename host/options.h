@@ -8,10 +8,11 @@
 
 #include "collide_poses.h"
 #include "pick_rays.h"
+#include "simplify_line.h"
 
 namespace morva::host {
 
-enum class command { optimize, automatic, info, pick, collide };
+enum class command { optimize, automatic, info, pick, collide, simplify };
 
 /// What `morva pick` is asked.
 struct pick_options {
@@ -33,17 +34,18 @@ struct collide_options {
 struct options {
     command what = command::info;
     std::string input;
-    std::string output;                                         ///< optimize and auto
+    std::string output;                                         ///< optimize, auto, simplify
     std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< of optimize; of auto empty
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize and auto
-    bool overwrite = false;                                     ///< optimize and auto
+    bool overwrite = false;                                     ///< optimize, auto, simplify
     bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
     std::string removed;       ///< optimize only: model file of removed parts; empty: none
     std::string contact_sheet; ///< optimize and auto: picture of all atlases; empty: none
     bool quiet = false, verbose = false;
-    pick_options pick;       ///< pick only
-    collide_options collide; ///< collide only
+    pick_options pick;         ///< pick only
+    collide_options collide;   ///< collide only
+    simplify_request simplify; ///< simplify only
 };
 
 /// Reads the command line, and the files of rays and poses that it names.

@@ -118,6 +118,19 @@ ordered_json jsonOf(const audit_verdict& verdict) {
             {"notes", jsonOfTexts(verdict.notes)}};
 }
 
+/// The simplification with the files and scenes of its levels.
+ordered_json jsonOfLevels(const run_report& report) {
+    ordered_json json = jsonOf(*report.simplified);
+    for (std::size_t i = 0; i < report.simplified->levels.size(); ++i) {
+        const simplified_level& level = report.simplified->levels[i];
+        ordered_json& entry = json["levels"][i];
+        entry["output"] = jsonOf(level.output);
+        entry["after"] = jsonOf(level.after, figuresOf(report));
+        entry["audit"] = jsonOf(level.verdict);
+    }
+    return json;
+}
+
 /// Where the names of parts lead: to the ID of the name, and from it to the parts.
 struct name_index {
     explicit name_index(const run_report& report) {
@@ -212,6 +225,11 @@ std::string tableOf(const run_report& report) {
         }
         addLine(text, "all", fixed(seconds, 3), readableBytes(peak), true);
     }
+    if (report.simplified) {
+        text += "\n" + linesOf(*report.simplified) + "\n";
+        for (const simplified_level& level : report.simplified->levels)
+            text += auditLine(level.verdict);
+    }
     if (report.verdict)
         text += "\n" + auditLine(*report.verdict);
     return text;
@@ -220,17 +238,20 @@ std::string tableOf(const run_report& report) {
 ordered_json jsonOf(const run_report& report) {
     ordered_json file = {{"schema", "morva-report-1"}, {"command", report.command}};
     file["input"] = jsonOf(report.input);
-    if (report.after) {
+    const bool optimised = report.after && !report.simplified;
+    if (optimised) {
         file["output"] = jsonOf(report.output);
         file["parameters"] = validUtf8(report.parameters);
         if (report.id_map)
             file["id_map"] = jsonOf(*report.id_map);
     }
     file["before"] = jsonOf(report.before, figuresOf(report));
-    if (report.after)
+    if (optimised)
         file["after"] = jsonOf(*report.after, figuresOf(report));
     if (report.automatic)
         file["road"] = jsonOf(*report.automatic);
+    if (report.simplified)
+        file["simplified"] = jsonOfLevels(report);
     if (report.atlases)
         file["atlases"] = jsonOf(*report.atlases);
     if (report.verdict)

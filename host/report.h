@@ -12,20 +12,16 @@
 #include <morva/textures/morva_osg_atlas_record.h>
 
 #include "audit.h"
+#include "simplify_record.h"
 #include "stage_clock.h"
 #include "statistics.h"
 
 namespace morva::host {
 
-/// A model file as reported.
-struct file_record {
-    std::string path;
-    std::uint64_t bytes = 0; ///< with the files that were written beside it; 0 if not written
-};
-
-/// Everything that a run tells. `after` and what belongs to it is absent for `morva info`.
+/// Everything that a run tells. `after` and what belongs to it is absent for `morva info`, and for
+/// `morva simplify` with several outputs.
 struct run_report {
-    std::string command;    ///< "optimize", "auto" or "info"
+    std::string command;    ///< "optimize", "auto", "info" or "simplify"
     std::string parameters; ///< as given
     file_record input, output;
     std::optional<file_record> id_map; ///< if one was written
@@ -36,6 +32,7 @@ struct run_report {
     std::optional<audit_verdict> verdict;
     std::optional<morva::osg::atlas_record> atlases;  ///< if the run was to make some
     std::optional<morva::osg::auto_record> automatic; ///< of a run with empty parameters
+    std::optional<simplify_record> simplified;        ///< of `morva simplify`
     std::vector<stage_record> stages;
     std::vector<std::string> notes;
 };

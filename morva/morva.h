@@ -47,6 +47,8 @@
 #include <morva/textures/texturatlas.h>
 #include <morva/tools/morva_divide_geonodes.h>
 #include <morva/tools/morva_osg_simplify.h>
+#include <morva/tools/morva_osg_simplify_limit.h>
+#include <morva/tools/morva_osg_surface_distance.h>
 #include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/kd_tree.h>

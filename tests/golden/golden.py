@@ -45,6 +45,11 @@ ATLASES = {  # of its four images
     "maxtexturesize(2000),exactatlas(false),atlaspadding(5),flat(false)": "glb",
 }
 
+SIMPLIFIED = {  # in place of parameters, the options of simplify
+    "--lods 0.7,0.2 --max-error 3": "glb",
+    "--triangles 900 --weld corner --lock-borders": "",
+}
+
 
 def report_of(folder, command):
     """The command's process and its report, which is gone from the folder then."""
@@ -63,18 +68,20 @@ def outputs_of(morva, model, parameters, suffix, threads):
         folder = Path(name)
         if OWN in model.parents:  # by a name that is the same everywhere
             model = Path(shutil.copy(model, folder)).relative_to(folder)
-        done, report = report_of(folder, [morva, "optimize", str(model), "-v", "-o", f"out.{suffix}",
-                                          "-p", f"{parameters},numthreads({threads})"])
+        command = (["simplify", str(model), *parameters.split()] if parameters.startswith("--") else
+                   ["optimize", str(model), "-v", "-p", f"{parameters},numthreads({threads})"])
+        done, report = report_of(folder, [morva, *command, "-o", f"out.{suffix}"])
         text = re.sub(rb'"\./\.morva-[^/]*/', b'"', done.stdout + done.stderr)
         text = re.sub(rb"\nstage .*?\nall [^\n]*\n", b"", text, flags=re.DOTALL)
         yield f"text.{suffix}", text + b"exit %d" % done.returncode
-        del report["stages"], report["parameters"]
+        del report["stages"]
+        report.pop("parameters", None)
         yield f"files.{suffix}", json.dumps(report).encode()
         for path in sorted(folder.iterdir()):
             if path != folder / model:
                 yield ("map" if path.name == "map.json" else f"files.{suffix}",
                        path.name.encode() + path.read_bytes())
-        if threads == 1 and suffix != "obj" and DEBIAN in model.parents:
+        if threads == 1 and "after" in report and suffix != "obj" and DEBIAN in model.parents:
             read = report_of(folder, [morva, "info", f"out.{suffix}"])[1]["before"]
             for count in ("triangles", "lines", "draw_calls", "vertices"):
                 if read[count] != report["after"][count]:
@@ -99,6 +106,8 @@ def main():
             for parameters, formats in PARAMETERS.items() for suffix in ["osb"] + formats.split()]
     jobs += [(morva, SPIDER, parameters, suffix)
              for parameters, formats in ATLASES.items() for suffix in ["osb"] + formats.split()]
+    jobs += [(morva, model, parameters, suffix) for model in MODELS
+             for parameters, formats in SIMPLIFIED.items() for suffix in ["osb"] + formats.split()]
     with ThreadPoolExecutor() as pool:
         lines = [line for part in pool.map(lambda job: lines_of(*job), jobs) for line in part]
     stored = HERE / "golden.txt"
