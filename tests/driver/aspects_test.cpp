@@ -12,6 +12,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
+#include <morva/tools/morva_divide_geonodes.h>
 
 namespace {
 
@@ -174,6 +175,19 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
          }},
         {"clean-up", cleanUp},
         {"cores", changeCores},
+        {"division",
+         [](const NodePtr& root) {
+             morva::osg::split_Geometries(root, 3, true, 2);
+             morva::osg::check_and_split(root, 0.2F, 9, 1, 1);
+             morva::osg::split_GeometriesByIndex(root, 9, true, 1);
+             return node_ref();
+         }},
+        {"division of a root",
+         [](const NodePtr& root) {
+             const node_ref alone(nodeOf(coreOf(nodeNamed(root, "green"))));
+             morva::osg::split_Geometries(alone.get(), 1, true, 1);
+             return alone;
+         }},
     };
     ::osg::ChangeList::setReadWriteDefault(true);
     for (const auto& row : rows) {

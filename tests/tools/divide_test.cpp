@@ -194,7 +194,7 @@ std::string described(const NodePtr& node) {
     return out;
 }
 
-/// Triangles of many kinds, some with lines and points, with no extent, in one place, or far off.
+/// Triangles of many kinds, some with lines and points; some far off, in one place, or one huge.
 mesh_data anyMesh(std::mt19937& rng) {
     const std::size_t count = rng() % 24;
     const mesh_data shapes[] = {soup(rng, count),          strip(3 + count),
@@ -202,10 +202,13 @@ mesh_data anyMesh(std::mt19937& rng) {
                                 row(2 + count, rng() % 4), fan(3 + count)};
     mesh_data mesh = shapes[rng() % 6];
     const unsigned kind = rng() % 8;
-    for (::osg::Pnt3f& p : mesh.positions)
-        p = kind == 0 ? ::osg::Pnt3f(p[0] + 1e6F, p[1] - 1e6F, p[2]) : p;
-    for (std::size_t i = 3; kind == 1 && i < mesh.positions.size(); ++i)
-        mesh.positions[i] = mesh.positions[i % 3];
+    for (std::size_t i = 0; i < mesh.positions.size(); ++i) {
+        ::osg::Pnt3f& p = mesh.positions[i];
+        p = kind == 0            ? ::osg::Pnt3f(p[0] + 1e6F, p[1] - 1e6F, p[2])
+            : kind == 1 && i > 2 ? mesh.positions[i % 3]
+            : kind == 2 && i < 3 ? ::osg::Pnt3f(500 * p[0], 70 * p[1], 9 * p[2])
+                                 : p;
+    }
     mesh = rng() % 3 == 0 ? mesh : withAttributes(mesh, rng);
     return rng() % 3 == 0 ? withIndexPerProperty(mesh, rng) : mesh;
 }
