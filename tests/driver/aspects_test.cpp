@@ -5,6 +5,7 @@
 
 #include <OpenSG/OSGChangeList.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -183,8 +184,12 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
              return node_ref();
          }},
         {"division of a root",
-         [](const NodePtr& root) {
-             const node_ref alone(nodeOf(coreOf(nodeNamed(root, "green"))));
+         [](const NodePtr&) {
+             mesh_data mesh = quads(8);
+             mesh.primitives = {{7, 24}, {1, 8}};
+             const node_ref alone(meshNode(mesh));
+             morva::osg::reportWhole(coreOf(alone.get()));
+             morva::osg::reportChange(alone.get());
              morva::osg::split_Geometries(alone.get(), 1, true, 1);
              return alone;
          }},
