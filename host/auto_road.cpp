@@ -1,7 +1,7 @@
 #include "auto_road.h"
 
 #include <functional>
-#include <utility>
+#include <thread>
 
 #include <OpenSG/OSGDistanceLOD.h>
 #include <OpenSG/OSGSwitch.h>
@@ -72,10 +72,11 @@ auto_road autoRoadOf(const ::osg::NodePtr& root) {
                             morva::osg::run_record& record) {
     if (!morva::osg::planOf(parameters).is_automatic)
         return morva::osg::optTree(root, withThreads(parameters), record);
-    morva::osg::auto_options exact;
-    exact.exactatlas = true;
+    morva::osg::auto_options options;
+    options.exactatlas = true;
+    options.numthreads = static_cast<int>(std::thread::hardware_concurrency());
     record = {};
-    return morva::osg::optTree(root, exact, record.automatic.emplace());
+    return morva::osg::optTree(root, options, record.automatic.emplace());
 }
 
 std::vector<std::string> notesOn(const auto_road& road, const std::vector<named_part>& parts,

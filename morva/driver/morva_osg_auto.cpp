@@ -80,6 +80,7 @@ void sayHelp() {
     mergeGeo_setup setup;
     setup.silent = true;
     setup.cacheopt = true;
+    setup.numthreads = options.numthreads;
     if (record.with_skipped) {
         say({"Optimizing: Some Nodes are skipped."});
         return optWithSkippedGeo(root, setup, kd, false, false, options, record);

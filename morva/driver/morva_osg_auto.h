@@ -32,6 +32,7 @@ struct auto_options {
     bool exactatlas = false;       ///< nothing looks different in an atlas: see atlas_options and
                                    ///< cell_options
     unsigned int atlaspadding = 0; ///< texels around each image there, at most 64
+    int numthreads = 1;            ///< of the merge, see mergeGeo_setup; the result is the same
 };
 
 /// What an automatic run tells besides its result.
@@ -76,8 +77,9 @@ MORVA_API ::osg::NodePtr optTreeAuto(::osg::NodePtr root, const auto_options& op
 /// Optimises a scene of which some geometry must be left alone, as shouldSkipNode() tells.
 ///
 /// root             is used up: hidden parts go, and what draws nothing; what was merged leaves it;
-///                  the rest comes behind the new parts. Null counts as an empty scene. For a
-///                  geometry a node with its core, material, looks and children stands in
+///                  the rest comes behind the new parts, unless all of it is hidden. Null counts as
+///                  an empty scene. For a geometry a node with its core, material, looks and
+///                  children stands in
 /// setup, kd        of the merge; `max_elements` bounds the triangles of a cell as well
 /// noTexCoordLimit  `setup.texcoords` counts as -1
 /// dropRest         the rest stays where it is

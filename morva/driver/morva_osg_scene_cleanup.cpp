@@ -228,14 +228,18 @@ void becomeChild(const ::osg::NodePtr& node, const ::osg::NodePtr& child) {
 
 /// Collapses the subtree. If `node` itself gave way to its only child, its parent is returned:
 /// the child stands at the end of the parent's list.
-::osg::NodePtr collapse(const ::osg::NodePtr& node) {
+::osg::NodePtr collapse(const ::osg::NodePtr& node, below_choices below) {
+    if (below == below_choices::stay &&
+        (isKindOf<::osg::Switch>(node) || isKindOf<::osg::DistanceLOD>(node)))
+        return ::osg::NullFC;
     pullUpOnlyGroup(node);
     if (node->getNChildren() == 0)
         return ::osg::NullFC;
     if (node->getNChildren() > 1) {
         // What took a child's place comes next; the children in front are done.
-        walkShrinkingChildren(
-            node, [](const ::osg::NodePtr& child) { return collapse(child) != ::osg::NullFC; });
+        walkShrinkingChildren(node, [below](const ::osg::NodePtr& child) {
+            return collapse(child, below) != ::osg::NullFC;
+        });
         return ::osg::NullFC;
     }
     if (!isPlainGroup(node))
@@ -252,10 +256,12 @@ void becomeChild(const ::osg::NodePtr& node, const ::osg::NodePtr& child) {
 
 } // namespace
 
-void RemoveGroupNodes(::osg::NodePtr node) {
+void removeGroupNodes(::osg::NodePtr node, below_choices below) {
     while (node != ::osg::NullFC)
-        node = collapse(node);
+        node = collapse(node, below);
 }
+
+void RemoveGroupNodes(::osg::NodePtr node) { removeGroupNodes(node, below_choices::collapse); }
 
 void RemoveTransforms(::osg::NodePtr node) {
     if (node == ::osg::NullFC || node->getCore() == ::osg::NullFC)

@@ -65,6 +65,12 @@ MORVA_API bool removeNonGeoParts(::osg::NodePtr node);
 /// mask, name and attachments. Transforms stay.
 MORVA_API void RemoveGroupNodes(::osg::NodePtr node);
 
+/// What becomes of groups below switches and levels of detail: a collapse changes the places of
+/// their children, and with them what is shown.
+enum class below_choices { collapse, stay };
+/// The same with a choice; RemoveGroupNodes() collapses there, too.
+void removeGroupNodes(::osg::NodePtr node, below_choices below);
+
 /// Replaces the core of every transform by a new plain group. Positions stay as they are.
 MORVA_API void RemoveTransforms(::osg::NodePtr node);
 

@@ -196,11 +196,12 @@ NodePtr optWithSkippedGeo(NodePtr root, mergeGeo_setup setup, kd_build_setup kd,
         setup.texcoords = -1;
     fresh<NodePtr> result(rebuilt(top, setup, kd, options, record));
     const bool is_unused = wrapper.get() != ::osg::NullFC && wrapper->getNChildren() == 0;
-    if (!dropRest && !is_unused && top != ::osg::NullFC) {
+    // A hidden root is no part of what is shown; its mask would go with it below.
+    if (!dropRest && !is_unused && top != ::osg::NullFC && top->getTravMask() != 0) {
         addChildTo(result.get(), top);
         wrapper.release();
     }
-    RemoveGroupNodes(result.get());
+    removeGroupNodes(result.get(), below_choices::stay);
     std::vector<NodePtr> cores;
     const walk_start start(result.get());
     getGeometryNodes(start.get(), cores, false);

@@ -14,21 +14,6 @@ namespace {
 using morva::osg::maxGeoIndexSize;
 using ::osg::NodePtr;
 
-/// Lines and points of a core, by the lengths of its primitives.
-std::array<std::size_t, 2> thinOnes(const NodePtr& node) {
-    std::array<std::size_t, 2> counts{};
-    const ::osg::GeometryPtr core = coreOf(node);
-    for (::osg::UInt32 i = 0; i < core->getTypes()->size(); ++i) {
-        const std::size_t type = core->getTypes()->getValue(i);
-        const std::size_t length = core->getLengths()->getValue(i);
-        if (type == 0)
-            counts[1] += length;
-        else if (type < 4 && length > 1)
-            counts[0] += type == 1 ? length / 2 : type == 2 ? length : length - 1;
-    }
-    return counts;
-}
-
 /// The triangles that are no line or point.
 world_mesh drawnBy(const NodePtr& node) {
     mesh_choice choice;

@@ -34,6 +34,21 @@ inline world_mesh shapeOf(const ::osg::NodePtr& root) {
     return worldMesh(root, choice);
 }
 
+/// Lines and points of a core, by the lengths of its primitives.
+inline std::array<std::size_t, 2> thinOnes(const ::osg::NodePtr& node) {
+    std::array<std::size_t, 2> counts{};
+    const ::osg::GeometryPtr core = coreOf(node);
+    for (::osg::UInt32 i = 0; i < core->getTypes()->size(); ++i) {
+        const std::size_t type = core->getTypes()->getValue(i);
+        const std::size_t length = core->getLengths()->getValue(i);
+        if (type == 0)
+            counts[1] += length;
+        else if (type < 4 && length > 1)
+            counts[0] += type == 1 ? length / 2 : type == 2 ? length : length - 1;
+    }
+    return counts;
+}
+
 /// Settings that print no more than they must.
 inline mergeGeo_setup quiet() {
     mergeGeo_setup setup;
