@@ -41,6 +41,18 @@ double squaredToLine(const point3d& p, const point3d& a, const point3d& b) {
     return dot(apart, apart);
 }
 
+/// To the box around a triangle.
+double squaredToBox(const point3d& p, const std::array<::osg::Pnt3f, 3>& t) {
+    double squared = 0;
+    for (unsigned int i = 0; i < 3; ++i) {
+        const double low = double{std::min({t[0][i], t[1][i], t[2][i]})};
+        const double high = double{std::max({t[0][i], t[1][i], t[2][i]})};
+        const double apart = std::max({low - p[i], p[i] - high, 0.0});
+        squared += apart * apart;
+    }
+    return squared;
+}
+
 /// A child that waits, with the square of the distance to its box.
 struct waiting_child {
     double squared;
@@ -102,6 +114,8 @@ nearest_triangles::nearest_triangles(const simplified_triangles& mesh, const lin
 void nearest_triangles::searchLeaf(const wide_tree::leaf& leaf, const point3d& p,
                                    nearest_hit& hit) const {
     for (std::uint32_t i = leaf.first; i < leaf.first + leaf.count; ++i) {
+        if (!(squaredToBox(p, corners_[i]) < hit.squared))
+            continue;
         const double squared = squaredDistance(p, corners(i));
         if (squared < hit.squared)
             hit = {squared, i};
