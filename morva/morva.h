@@ -43,6 +43,7 @@
 #include <morva/textures/morva_osg_scene_atlas.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/textures/texturatlas.h>
+#include <morva/tools/morva_osg_model_cells.h>
 #include <morva/tools/morva_osg_simplify.h>
 #include <morva/trees/bih_tree.h>
 #include <morva/trees/kd_strategies.h>
