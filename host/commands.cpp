@@ -20,8 +20,10 @@
 #include "audit.h"
 #include "bake_notes.h"
 #include "collide_command.h"
+#include "command_steps.h"
 #include "console.h"
 #include "contact_sheet.h"
+#include "divide_command.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -42,46 +44,6 @@
 namespace morva::host {
 
 namespace {
-
-/// Stages by name: timed, and told on a terminal while they run.
-class progress {
-  public:
-    explicit progress(bool quiet) : shown_(!quiet && isatty(STDERR_FILENO) != 0) {}
-    ~progress() { clear(); }
-
-    void begin(const std::string& name) {
-        clear();
-        name_ = name;
-        if (shown_)
-            std::cerr << name << " ..." << std::flush;
-        clock_.begin(name);
-    }
-    void end() {
-        clock_.end();
-        clear();
-    }
-    /// How far the stage is.
-    void tell(std::size_t done, std::size_t total) {
-        clear();
-        if (!shown_)
-            return;
-        std::ostringstream text;
-        text.precision(4);
-        text << name_ << " ... " << 100.0 * static_cast<double>(done) / static_cast<double>(total);
-        std::cerr << text.str() << "% " << std::flush;
-    }
-    const std::vector<stage_record>& stages() const { return clock_.stages(); }
-
-  private:
-    void clear() {
-        if (shown_)
-            std::cerr << "\r\033[K" << std::flush;
-    }
-
-    bool shown_;
-    std::string name_;
-    stage_clock clock_;
-};
 
 /// What is shown of what the optimiser says: its lines, if at all, and its progress on a terminal
 /// only.
@@ -108,31 +70,6 @@ morva::output_sink shownParts(bool lines, progress& steps) {
     if (result == ::osg::NullFC)
         throw host_error("the optimiser gave no scene");
     return ::osg::NodeRefPtr(result);
-}
-
-staged_output* addUnlessEmpty(output_set& outputs, const std::string& path) {
-    return path.empty() ? nullptr : &outputs.add(path);
-}
-
-/// The end of every command: tells, and puts all files in their places if that went well.
-void finish(const options& chosen, const run_report& report, staged_output* report_stage,
-            output_set& outputs) {
-    if (report_stage != nullptr) {
-        const auto replace = nlohmann::json::error_handler_t::replace;
-        writeFile(report_stage->path(), jsonOf(report).dump(2, ' ', false, replace) + "\n");
-        memory_watch::check("writing the report");
-    }
-    outputs.check();
-    tellNotes(report.notes, chosen.quiet);
-    tell(chosen.quiet ? std::string() : tableOf(report));
-    outputs.commit();
-}
-
-model readChecked(const options& chosen, run_report& report) {
-    model source = readModel(chosen.input);
-    report.input = {chosen.input, source.file_bytes};
-    report.notes = source.notes;
-    return source;
 }
 
 /// Names the atlases and makes them ready to be written; notes what is to be known of them.
@@ -312,6 +249,8 @@ void carryOut(const options& chosen) {
         return pick(chosen);
     case command::collide:
         return collide(chosen);
+    case command::divide:
+        return divide(chosen);
     }
 }
 

@@ -104,6 +104,16 @@ CLI::App& addCollide(CLI::App& app, options& chosen, std::string& poses) {
     return collide;
 }
 
+CLI::App& addDivide(CLI::App& app, options& chosen, divide_texts& texts) {
+    CLI::App& divide = *app.add_subcommand("divide", "cut a model into cells, one file each");
+    addInput(divide, chosen);
+    addDivideOptions(divide, chosen.divide, texts);
+    divide.add_flag("--overwrite", chosen.overwrite,
+                    "DIR may hold files; the cells of an earlier run go");
+    divide.add_flag("-q,--quiet", chosen.quiet, "print errors only");
+    return divide;
+}
+
 void checkContactSheet(const options& chosen) {
     const std::string& file = chosen.contact_sheet;
     if (file.empty())
@@ -157,6 +167,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     addCommon(info, chosen);
     const CLI::App& pick = addPick(app, chosen, rays);
     const CLI::App& collide = addCollide(app, chosen, poses);
+    divide_texts cells;
+    const CLI::App& divide = addDivide(app, chosen, cells);
 
     try {
         app.parse(argc, argv);
@@ -170,11 +182,14 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     chosen.what = optimize.parsed() ? command::optimize
                   : info.parsed()   ? command::info
                   : pick.parsed()   ? command::pick
+                  : divide.parsed() ? command::divide
                                     : command::collide;
     chosen.keep_names = names == "keep";
     check(chosen);
     if (pick.parsed())
         chosen.pick.rays = raysOf(pick, rays);
+    if (divide.parsed())
+        readDivideOptions(divide, cells, chosen.divide);
     if (collide.count("--poses") != 0)
         chosen.collide.poses = readPoses(poses);
     return chosen;

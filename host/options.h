@@ -7,11 +7,12 @@
 #include <vector>
 
 #include "collide_poses.h"
+#include "divide_options.h"
 #include "pick_rays.h"
 
 namespace morva::host {
 
-enum class command { optimize, info, pick, collide };
+enum class command { optimize, info, pick, collide, divide };
 
 /// What `morva pick` is asked.
 struct pick_options {
@@ -37,13 +38,14 @@ struct options {
     std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< optimize only
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize only
-    bool overwrite = false;                                     ///< optimize only
+    bool overwrite = false;                                     ///< optimize and divide only
     bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
     std::string removed;       ///< optimize only: model file of removed parts; empty: none
     std::string contact_sheet; ///< optimize only: picture of all atlases; empty: none
     bool quiet = false, verbose = false;
     pick_options pick;       ///< pick only
     collide_options collide; ///< collide only
+    divide_options divide;   ///< divide only
 };
 
 /// Reads the command line, and the files of rays and poses that it names.

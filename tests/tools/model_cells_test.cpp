@@ -298,15 +298,16 @@ TEST(DivideModel, CutsIntoPiecesWithinTheirCellsOfEqualAreaWithClosedSeams) {
 
 TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     const auto nan = std::numeric_limits<double>::quiet_NaN();
-    mesh_data stack, huge, scattered = row(7, 0);
+    mesh_data stack, huge, beyond, scattered = row(7, 0);
     for (int i = 0; i < 3000; ++i)
         stack.positions.insert(stack.positions.end(), {{0.1F, 0, 0}, {1, 0.3F, 0}, {0, 1, 0.7F}});
     stack.primitives = {{4, 9000}};
     huge.positions = {{-1e30F, 0, 0}, {1e30F, 0, 0}, {0, 1e30F, 1}};
-    huge.primitives = {{4, 3}};
+    beyond.positions = {{-3e38F, 0, 0}, {3e38F, 0, 0}, {0, 1, 1}};
+    huge.primitives = beyond.primitives = {{4, 3}};
     scattered.positions[3][1] = float(nan);
-    const node_ref coincident(meshNode(stack)), large(meshNode(huge)), points(meshNode(scattered)),
-        two(meshNode(quads(1))),
+    const node_ref coincident(meshNode(stack)), large(meshNode(huge)),
+        endless_one(meshNode(beyond)), points(meshNode(scattered)), two(meshNode(quads(1))),
         many(group({meshNode(quads(50)), moved({1e6F, 1e6F, 1e6F}, {meshNode(quads(50))})}));
     struct {
         const char* name;
@@ -330,6 +331,7 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
         {"a limit below one", {two.get()}, {cell_measure::triangles, 0.5}, 1, 1},
         {"one huge triangle", {large.get()}, {cell_measure::triangles, 1}, 1, 0},
         {"the same into small cells", {large.get()}, {cell_measure::size, 1.0}, 1, 1},
+        {"one that no box can halve", {endless_one.get()}, {cell_measure::triangles, 1}, 0, 0},
         {"points alone, one without a place", {points.get()}, {cell_measure::triangles, 1}, 1, 0},
         {"far apart", geometryNodes(many.get()), {cell_measure::triangles, 100}, 2, 0},
     };
