@@ -7,6 +7,7 @@
 #include "host_error.h"
 #include "model_export.h"
 #include "number_text.h"
+#include "text.h"
 
 namespace morva::host {
 
@@ -85,7 +86,7 @@ void readDivideOptions(const CLI::App& divide, const divide_texts& texts, divide
         chosen.cells.straddle = morva::osg::cell_straddle::cut;
     if (texts.normals == "recalc")
         chosen.cells.normals = morva::osg::cell_normals::recalc;
-    chosen.format = texts.format.substr(texts.format.rfind('.') + 1); // npos + 1 is 0
+    chosen.format = extensionOf("cell." + texts.format); // with a dot in front or without
     if (!canWrite("cell." + chosen.format))
         throw host_error("cannot write cells as '" + texts.format +
                              "'; known extensions: " + writableExtensions(),

@@ -55,6 +55,8 @@ struct cell_strategy {
 
   private:
     static double trianglesOf(const kd_range<cell_triangles>& range) {
+        if (range.geoset.outlines.empty())
+            return static_cast<double>(range.count);
         std::uint64_t count = 0;
         for (std::uint64_t i = 0; i < range.count; ++i)
             count += range.geoset.trianglesOf(range.elements[i]);
