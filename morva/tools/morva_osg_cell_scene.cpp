@@ -64,6 +64,26 @@ bool makeUnit(float* normal) {
     return true;
 }
 
+/// Scales normals to length 1. Those of small triangles come out too short, or as nothing where
+/// there is no area to go by: these look along z.
+void repairNormals(const ::osg::GeometryPtr& core) {
+    const auto normals = ::osg::GeoNormals3fPtr::dcast(core->getNormals());
+    if (normals == ::osg::NullFC)
+        return;
+    for (::osg::Vec3f& normal : normals->editField()) {
+        double square = 0.0;
+        for (UInt32 k = 0; k < 3; ++k)
+            square += double{normal[k]} * double{normal[k]};
+        const double length = std::sqrt(square);
+        if (length > 0.0) {
+            for (UInt32 k = 0; k < 3; ++k)
+                normal[k] = static_cast<float>(double{normal[k]} / length);
+        } else {
+            normal = ::osg::Vec3f(0.0F, 0.0F, 1.0F);
+        }
+    }
+}
+
 /// A cut point takes the values of the corner that it is nearest to by weight.
 UInt32 heaviest(const row_source& row) {
     const float* weight = row.cut->weight;
@@ -239,8 +259,10 @@ class cell_scene_maker {
             setIndex<::osg::GeoIndicesUI16>(core, corners);
         else
             setIndex<::osg::GeoIndicesUI32>(core, corners);
-        if (anew)
+        if (anew) {
             calcCreaseNormals(core, crease_angle);
+            repairNormals(core);
+        }
     }
 
     /// Whether some of a share's triangles, which come next, are cut.

@@ -148,10 +148,12 @@ void cell_triangles::splitElement(unsigned long element, double plane, int axis,
         low[a].emplace_back();
         high[a].emplace_back();
     }
-    setOutline(element, sides[0]);
-    setExtent(element, sides[0]);
-    setOutline(size, sides[1]);
-    setExtent(size, sides[1]);
+    // The sort puts what is new where its bounds are, and the rest by its centre, which rounding
+    // lifts onto the plane if it is thin: this is right above it alone.
+    setOutline(element, sides[1]);
+    setExtent(element, sides[1]);
+    setOutline(size, sides[0]);
+    setExtent(size, sides[0]);
     ++size;
     added = 1;
 }

@@ -56,7 +56,7 @@ struct cell_triangles {
         return count == 0 ? 1 : count - 2;
     }
 
-    /// Cuts an element at a plane that its extent crosses: it keeps what is below, what is above
+    /// Cuts an element at a plane that its extent crosses: it keeps what is above, what is below
     /// comes as a new one. Nothing happens where either would lose its shape, since two corners
     /// would coincide.
     /// errors  std::length_error: more than `most_corners`
