@@ -1,5 +1,5 @@
 # Installed: the library, the bundled scene graph if it is the provider, the public headers, a CMake
-# package (find_package(morva), target morva::morva), a pkg-config file, the report's schema.
+# package (find_package(morva), target morva::morva), a pkg-config file, the schemas of report and manifest.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -22,7 +22,7 @@ install(TARGETS ${installed} EXPORT morva-targets
 install(EXPORT morva-targets NAMESPACE morva:: DESTINATION ${package_dir})
 if(TARGET morva_command)
     install(TARGETS morva_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
-    install(FILES docs/report.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morva)
+    install(FILES docs/manifest.schema.json docs/report.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morva)
 endif()
 
 # The public headers: morva.h, and what it includes, directly or not.

@@ -24,6 +24,7 @@
 #include "command_steps.h"
 #include "console.h"
 #include "contact_sheet.h"
+#include "divide_command.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -273,6 +274,8 @@ void carryOut(const options& chosen) {
         return collide(chosen);
     case command::simplify:
         return simplify(chosen);
+    case command::divide:
+        return divide(chosen);
     }
 }
 

@@ -125,6 +125,16 @@ CLI::App& addSimplify(CLI::App& app, options& chosen, simplify_texts& texts) {
     return simplify;
 }
 
+CLI::App& addDivide(CLI::App& app, options& chosen, divide_texts& texts) {
+    CLI::App& divide = *app.add_subcommand("divide", "cut a model into cells, one file each");
+    addInput(divide, chosen);
+    addDivideOptions(divide, chosen.divide, texts);
+    divide.add_flag("--overwrite", chosen.overwrite,
+                    "DIR may hold files; the cells of an earlier run go");
+    divide.add_flag("-q,--quiet", chosen.quiet, "print errors only");
+    return divide;
+}
+
 void checkContactSheet(const options& chosen) {
     const std::string& file = chosen.contact_sheet;
     if (file.empty())
@@ -185,6 +195,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     const CLI::App& collide = addCollide(app, chosen, poses);
     simplify_texts simplification;
     const CLI::App& simplify = addSimplify(app, chosen, simplification);
+    divide_texts cells;
+    const CLI::App& divide = addDivide(app, chosen, cells);
 
     try {
         app.parse(argc, argv);
@@ -200,6 +212,7 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
                   : info.parsed()      ? command::info
                   : pick.parsed()      ? command::pick
                   : simplify.parsed()  ? command::simplify
+                  : divide.parsed()    ? command::divide
                                        : command::collide;
     if (automatic.parsed())
         chosen.parameters.clear();
@@ -209,6 +222,8 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
         chosen.pick.rays = raysOf(pick, rays);
     if (simplify.parsed())
         chosen.simplify = requestOf(simplification);
+    if (divide.parsed())
+        readDivideOptions(divide, cells, chosen.divide);
     if (collide.count("--poses") != 0)
         chosen.collide.poses = readPoses(poses);
     return chosen;

@@ -7,12 +7,13 @@
 #include <vector>
 
 #include "collide_poses.h"
+#include "divide_options.h"
 #include "pick_rays.h"
 #include "simplify_line.h"
 
 namespace morva::host {
 
-enum class command { optimize, automatic, info, pick, collide, simplify };
+enum class command { optimize, automatic, info, pick, collide, simplify, divide };
 
 /// What `morva pick` is asked.
 struct pick_options {
@@ -38,7 +39,7 @@ struct options {
     std::string parameters = "opt(1),maxtris(5000),flat(true)"; ///< of optimize; of auto empty
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize and auto
-    bool overwrite = false;                                     ///< optimize, auto, simplify
+    bool overwrite = false;                                     ///< of all that write
     bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
     std::string removed;       ///< optimize only: model file of removed parts; empty: none
     std::string contact_sheet; ///< optimize and auto: picture of all atlases; empty: none
@@ -46,6 +47,7 @@ struct options {
     pick_options pick;         ///< pick only
     collide_options collide;   ///< collide only
     simplify_request simplify; ///< simplify only
+    divide_options divide;     ///< divide only
 };
 
 /// Reads the command line, and the files of rays and poses that it names.

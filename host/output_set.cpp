@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <set>
 
 #include "file_references.h"
@@ -90,9 +91,12 @@ void output_set::drop(const staged_output& output) {
 
 void output_set::check() const { plannedMoves(); }
 
-void output_set::commit() {
+void output_set::commit(const std::vector<std::string>& gone) {
     const std::vector<file_move> moves = plannedMoves();
-    moveAll(moves, buffersWithoutModel());
+    std::vector<std::string> all_gone = buffersWithoutModel();
+    std::copy_if(gone.begin(), gone.end(), std::back_inserter(all_gone),
+                 [this](const std::string& path) { return !wasRead(path); });
+    moveAll(moves, all_gone);
 }
 
 std::vector<file_move> output_set::plannedMoves() const {
@@ -115,7 +119,8 @@ void output_set::planSideFiles(const staged_output& output, std::vector<file_mov
         if (fs::exists(fs::symlink_status(folder / name, error)))
             present.insert(name);
     }
-    const std::set<std::string> referred = referredFiles(output.target(), present);
+    const std::set<std::string> referred =
+        overwrite_ ? std::set<std::string>() : referredFiles(output.target(), present);
     for (const std::string& name : names) {
         const std::string from = output.folder() + "/" + name, to = (folder / name).string();
         if (present.count(name) != 0 && haveSameContent(from, to))

@@ -53,8 +53,9 @@ class output_set {
     /// Puts all files in their places: those that belong to others before them, the model last.
     /// A replaced file hands on its permissions; a file that is there with the same content stays.
     /// Buffers named by their content that only the replaced model referred to go.
+    /// gone    more files that nobody needs then; one that was read stays
     /// errors  host_error: those of check(), or the disk; all files are then as before
-    void commit();
+    void commit(const std::vector<std::string>& gone = {});
 
   private:
     std::vector<file_move> plannedMoves() const;

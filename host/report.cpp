@@ -201,6 +201,20 @@ ordered_json jsonOfCores(const run_report& report) {
 
 } // namespace
 
+std::string stageLines(const std::vector<stage_record>& stages) {
+    std::string text;
+    addLine(text, "stage", "seconds", "peak memory", true);
+    double seconds = 0.0;
+    std::uint64_t peak = 0;
+    for (const stage_record& stage : stages) {
+        addLine(text, stage.name, fixed(stage.seconds, 3), readableBytes(stage.peak_bytes), true);
+        seconds += stage.seconds;
+        peak = std::max(peak, stage.peak_bytes);
+    }
+    addLine(text, "all", fixed(seconds, 3), readableBytes(peak), true);
+    return text;
+}
+
 std::string tableOf(const run_report& report) {
     std::string text;
     const bool two = report.after.has_value();
@@ -212,19 +226,8 @@ std::string tableOf(const run_report& report) {
             two);
     if (report.atlases)
         text += "\n" + atlasLines(*report.atlases);
-    if (!report.stages.empty()) {
-        text += "\n";
-        addLine(text, "stage", "seconds", "peak memory", true);
-        double seconds = 0.0;
-        std::uint64_t peak = 0;
-        for (const stage_record& stage : report.stages) {
-            addLine(text, stage.name, fixed(stage.seconds, 3), readableBytes(stage.peak_bytes),
-                    true);
-            seconds += stage.seconds;
-            peak = std::max(peak, stage.peak_bytes);
-        }
-        addLine(text, "all", fixed(seconds, 3), readableBytes(peak), true);
-    }
+    if (!report.stages.empty())
+        text += "\n" + stageLines(report.stages);
     if (report.simplified) {
         text += "\n" + linesOf(*report.simplified) + "\n";
         for (const simplified_level& level : report.simplified->levels)

@@ -40,6 +40,9 @@ struct run_report {
 /// The table: one line per figure, with one column or two; then the stages and the audit.
 std::string tableOf(const run_report& report);
 
+/// The stages, one line each, and their sum.
+std::string stageLines(const std::vector<stage_record>& stages);
+
 /// The report; keys never change their meaning within one number of "schema".
 nlohmann::ordered_json jsonOf(const run_report& report);
 

@@ -9,6 +9,9 @@
 #include <thread>
 #include <vector>
 
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include "host_error.h"
 #include "output_file.h"
 #include "run_marker.h"
@@ -22,6 +25,7 @@ namespace {
 struct stage_registry {
     std::mutex mutex;
     std::vector<std::string> paths; ///< folders that are there
+    std::vector<std::string> made;  ///< folders for files
 };
 
 /// Never destroyed: a signal may come while the process ends.
@@ -77,6 +81,30 @@ stage_folder::~stage_folder() {
     all.paths.erase(std::find(all.paths.begin(), all.paths.end(), path_));
 }
 
+made_folder::made_folder(const std::string& path) {
+    stage_registry& all = registry();
+    const std::lock_guard<std::mutex> guard(all.mutex);
+    std::error_code error;
+    if (fs::is_directory(path, error))
+        return;
+    path_ = fs::absolute(path).string();
+    all.made.push_back(path_); // first: it may throw
+    if (mkdir(path_.c_str(), 0777) == 0)
+        return;
+    const int reason = errno;
+    all.made.pop_back();
+    throw host_error("cannot make the folder '" + path + "': " + std::strerror(reason));
+}
+
+made_folder::~made_folder() {
+    if (path_.empty())
+        return;
+    stage_registry& all = registry();
+    const std::lock_guard<std::mutex> guard(all.mutex);
+    rmdir(path_.c_str());
+    all.made.erase(std::find(all.made.begin(), all.made.end(), path_));
+}
+
 std::unique_lock<std::mutex> holdStageFolders() {
     return std::unique_lock<std::mutex>(registry().mutex);
 }
@@ -86,6 +114,8 @@ void removeStageFolders() {
     all.mutex.lock(); // for good
     for (const std::string& path : all.paths)
         removeBusyFolder(path);
+    for (const std::string& path : all.made)
+        rmdir(path.c_str());
 }
 
 } // namespace morva::host

@@ -32,11 +32,26 @@ class stage_folder {
     std::string path_;
 };
 
+/// A folder that a run makes for its files: it goes with its owner, or when a signal ends the
+/// process, if it is empty then.
+class made_folder {
+  public:
+    /// Makes the folder unless there is one, which then stays.
+    /// errors  host_error: it can't be made, or a file is there
+    explicit made_folder(const std::string& path);
+    ~made_folder();
+    made_folder(const made_folder&) = delete;
+    made_folder& operator=(const made_folder&) = delete;
+
+  private:
+    std::string path_; ///< empty: it was there
+};
+
 /// While the result lives, removeStageFolders() waits: for what must be done whole.
 std::unique_lock<std::mutex> holdStageFolders();
 
-/// Removes all stage folders of the process and lets no thread make or finish one any more: only
-/// for a process that ends now.
+/// Removes all stage folders of the process, and those made for files, and lets no thread make or
+/// finish one any more: only for a process that ends now.
 void removeStageFolders();
 
 } // namespace morva::host

@@ -46,6 +46,7 @@
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/textures/texturatlas.h>
 #include <morva/tools/morva_divide_geonodes.h>
+#include <morva/tools/morva_osg_model_cells.h>
 #include <morva/tools/morva_osg_simplify.h>
 #include <morva/tools/morva_osg_simplify_limit.h>
 #include <morva/tools/morva_osg_surface_distance.h>

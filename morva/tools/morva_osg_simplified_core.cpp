@@ -13,6 +13,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/geosets/morva_osg_element_index.h>
 #include <morva/tools/morva_osg_edge_queue.h>
+#include <morva/tools/morva_osg_gathered_property.h>
 
 namespace morva::osg {
 
@@ -47,20 +48,6 @@ std::vector<float> valuesAt(const property_column& column, const std::vector<UIn
     return values;
 }
 
-/// Like makeProperty(), for colours of four components, too.
-::osg::RefPtr<::osg::AttachmentPtr> propertyOf(const ::osg::GeometryPtr& geometry,
-                                               vertex_property which, const property_column& column,
-                                               const std::vector<float>& values) {
-    if (column.width != 4)
-        return makeProperty(geometry, which, values);
-    const ::osg::RefPtr<::osg::GeoColors4fPtr> colors(::osg::GeoColors4f::create());
-    const auto* rows = reinterpret_cast<const ::osg::Color4f*>(values.data());
-    colors->editField().reserve(values.size() / 4);
-    for (std::size_t i = 0; i < values.size() / 4; ++i)
-        colors->editField().push_back(rows[i]);
-    return ::osg::RefPtr<::osg::AttachmentPtr>(colors.get());
-}
-
 void setPlaces(const ::osg::GeometryPtr& geometry, const simplified_triangles& mesh) {
     const ::osg::GeoPositions3fPtr positions = ::osg::GeoPositions3f::create();
     geometry->setPositions(positions);
@@ -82,7 +69,7 @@ void setFurther(const ::osg::GeometryPtr& geometry, const simplification& run,
     const geometry_columns columns(run.source.get(), further, color_form::rgba_where_stored);
     const std::vector<UInt32> corners = sourceCorners(run, mesh);
     columns.forEachPresent([&](vertex_property which, const property_column& column) {
-        const auto made = propertyOf(geometry, which, column, valuesAt(column, corners));
+        const auto made = gatheredProperty(geometry, which, column, valuesAt(column, corners));
         setProperty(geometry, which, made.get());
     });
 }

@@ -174,6 +174,39 @@ const file_case file_cases[] = {
      "does not end in .png", ""},
     {"optimize @pair.osb -o @o.glb -p maxtexturesize(0) --contact-sheet @s.png", 2,
      "--contact-sheet goes with the parameter maxtexturesize(SIDE)", ""},
+    // Cells.
+    {"divide @in.glb --cells @c --triangles 30", 0, "",
+     "+c +c/cell_0000.glb +c/cell_0001.glb +c/cell_0002.glb +c/manifest.json"},
+    {"divide @in.glb --cells @c --triangles 20; divide @in.glb --cells @c --triangles 100", 2,
+     "is not empty: --overwrite", ""},
+    {"divide @in.glb --cells @c --triangles 20 --format .obj; "
+     "divide @in.glb --cells @c --triangles 30 --overwrite --format obj",
+     0, "",
+     "!c/cell_0001.mtl !c/cell_0001.obj !c/cell_0002.mtl !c/cell_0002.obj !c/manifest.json "
+     "-c/cell_0002_1.png -c/cell_0003.mtl -c/cell_0003.obj"},
+    {"divide @in.glb --cells @sub --overwrite --triangles 100", 0, "",
+     "+sub/cell_0000.glb +sub/manifest.json"},
+    {"divide @in.glb --cells @c --triangles 20; divide @c/cell_0002.glb --cells @c --overwrite "
+     "--size 1000",
+     0, "",
+     "!c/cell_0000.glb !c/manifest.json -c/cell_0001.glb -c/cell_0003.glb"}, // not what was read
+    {"divide @in.glb --cells @c --triangles 20; divide @c/cell_0000.glb --cells @c --overwrite "
+     "--triangles 9",
+     1, "the input refers to it", ""},
+    {"divide @in.glb --plan --indices 60", 0, "", ""},
+    {"divide @in.glb --cells @x.mtl --size 1", 1, "cannot make the folder", ""},
+    {"divide @in.glb --cells @none/c --size 1", 1, "cannot make the folder", ""},
+    {"divide @endless.glb --cells @c --size 1", 1, "nothing to divide", ""},
+    {"divide @in.glb --cells @c --size 1e-6 --straddle cut", 1, "choose a larger limit", ""},
+    {"divide @in.glb --cells @c", 2, "needs --triangles, --size or --indices", ""},
+    {"divide @in.glb --size 1", 2, "needs --cells DIR, or --plan", ""},
+    {"divide @in.glb --plan --size 1 --indices 9", 2, "excludes", ""},
+    {"divide @in.glb --plan --triangles 0", 2, "at least 1", ""},
+    {"divide @in.glb --plan --triangles 2.5", 2, "whole number", ""},
+    {"divide @in.glb --plan --indices 2", 2, "at least 3", ""},
+    {"divide @in.glb --plan --size -0", 2, "above 0", ""},
+    {"divide @in.glb --plan --size nan", 2, "not finite", ""},
+    {"divide @in.glb --cells @c --size 1 --format exe", 2, "known extensions", ""},
     // Command lines and inputs that are wrong.
     {" ", 2, "subcommand", ""},
     {"optimize @in.glb -o @o.glb --fast", 2, "--fast", ""},
@@ -230,19 +263,23 @@ TEST(FullDisk, LeavesAllOldFilesOrNone) {
     // "old.old.old." is all that a failed run may leave.
     writeBytes(folder.file("replace.sh"),
                "mount -t tmpfs -o size=$1k none 'd(,k'; cd 'd(,k'\n"
-               "for f in m.json $2 r.json; do echo old >$f || exit 3; done\n" MORVA_COMMAND
-               " optimize ../in.glb -q -o $2 --report r.json -p 'maxtris(9),idmap(m)' 2>../err && "
-               "exit 0\n"
+               "for f in $2; do echo old >$f || exit 3; done\n" MORVA_COMMAND
+               " $3 ../in.glb -q 2>../err && exit 0\n"
                "grep -q 'cannot write' ../err && "
                "test $(cat $(ls -A) | tr '\\n' .) = old.old.old. && exit 1\n");
-    for (const std::string name : {"o.glb", "o.gltf", "o.obj", "o.ply", "o.osb"}) {
+    std::map<std::string, std::string> commands = {{"divide --cells . --overwrite --triangles 9",
+                                                    "cell_0000.glb cell_0004.glb manifest.json"}};
+    for (const std::string name : {"o.glb", "o.gltf", "o.obj", "o.ply", "o.osb"})
+        commands["optimize --report r.json -p maxtris(9),idmap(m) -o " + name] =
+            "m.json r.json " + name;
+    for (const auto& [command, names] : commands) {
         std::map<int, int> codes;
         for (int size = 16; codes[0] == 0 && size < 200; size += 4) // KiB
-            ++codes[shell(folder.path(),
-                          "unshare -Urm sh replace.sh " + std::to_string(size) + " " + name)];
-        EXPECT_EQ(codes[0], 1) << name;
-        EXPECT_GT(codes[1], 3) << name;
-        EXPECT_EQ(codes.size(), 2U) << name;
+            ++codes[shell(folder.path(), "unshare -Urm sh replace.sh " + std::to_string(size) +
+                                             " '" + names + "' '" + command + "'")];
+        EXPECT_EQ(codes[0], 1) << command;
+        EXPECT_GT(codes[1], 3) << command;
+        EXPECT_EQ(codes.size(), 2U) << command;
     }
 }
 
@@ -252,7 +289,8 @@ TEST(StandardOutput, ThatTakesNothingIsAFailureThatLeavesNothing) {
     for (const char* command :
          {"morva --help >/dev/full", "morva info in.glb >/dev/full", "morva info in.glb >&-",
           "morva optimize in.glb -o o.glb >/dev/full",
-          "morva optimize in.glb -o o.glb -v --report r.json >/dev/full"})
+          "morva optimize in.glb -o o.glb -v --report r.json >/dev/full",
+          "morva divide in.glb --cells c --triangles 9 >/dev/full"})
         EXPECT_EQ(shell(folder.path(), command + std::string(" 2>/dev/null")), 1) << command;
     EXPECT_EQ(folder.entries(), std::vector<std::string>{"in.glb"});
 }
@@ -314,6 +352,27 @@ TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
     }
     EXPECT_GT(stopped, 10);
     EXPECT_NE(changes(before, done), "");
+}
+
+TEST(Signal, AtAnyMomentLeavesAllCellsOrNoFolder) {
+    const temporary_folder folder;
+    std::mt19937 rng(51);
+    modelFile(folder.file("in.glb"), group({meshNode(soup(rng, 3000))}));
+    int stopped = 0;
+    for (int round = 0; round < 30; ++round) {
+        const std::string after = std::to_string(0.002 * (1 + round));
+        const int code = shell(folder.path(),
+                               "timeout --foreground --preserve-status -s TERM " + after +
+                                   " " MORVA_COMMAND " divide in.glb -q --cells c --triangles 40");
+        SCOPED_TRACE(after);
+        EXPECT_TRUE(code == 0 || code == 143) << code;
+        stopped += code == 143 ? 1 : 0;
+        EXPECT_EQ(fs::exists(folder.file("c")), fs::exists(folder.file("c/manifest.json")));
+        EXPECT_TRUE(code != 0 || fs::exists(folder.file("c")));
+        fs::remove_all(folder.file("c"));
+        EXPECT_EQ(folder.entries(), std::vector<std::string>{"in.glb"});
+    }
+    EXPECT_GT(stopped, 2);
 }
 
 TEST(OutputSet, WritesTheReportAloneWhereTheModelIsDropped) {

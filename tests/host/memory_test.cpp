@@ -3,6 +3,7 @@
 #include "tests/support/test.h"
 
 #include <mutex>
+#include <regex>
 
 #include <sys/wait.h>
 
@@ -70,20 +71,22 @@ TEST(Memory, EachAllocationThatFailsGivesTheWholeOutputOrNone) {
     const char* const wish = std::getenv("MORVA_ALLOCATION_STEP");
     const std::size_t step = wish != nullptr ? std::stoul(wish) : 20;
     const temporary_folder folder;
-    for (const char* format : {"obj", "osb"}) {
+    const std::string optimise = // with two workers wherever it runs
+        " -o o.glb --report r.json -p 'maxtris(500),optimizetc(2),idmap(m),numthreads(2)'";
+    for (const auto& [format, arguments] :
+         {std::pair("obj", "optimize @" + optimise), std::pair("osb", "optimize @" + optimise),
+          std::pair("osb", std::string("divide @ --cells . --triangles 4 --straddle cut"))}) {
         const std::string in = modelFile(folder.file(std::string("in.") + format), twoParts());
-        const std::string arguments = // with two workers wherever it runs
-            "optimize " + in +
-            " -o o.glb --report r.json -p 'maxtris(500),optimizetc(2),idmap(m),numthreads(2)'";
+        const std::string command = std::regex_replace(arguments, std::regex("@"), in);
         const auto failing = [&](std::size_t number) {
             return runProgram("LD_PRELOAD=" MORVA_FAILING_ALLOCATION " FAILING_ALLOCATION=" +
                                   std::to_string(number) +
                                   " ALLOCATION_COUNT=" + folder.file("count"),
-                              arguments);
+                              command);
         };
         const program_run whole = failing(0);
         ASSERT_EQ(whole.code, 0) << whole.err;
-        ASSERT_EQ(whole.files.size(), 3u);
+        ASSERT_GE(whole.files.size(), 3u);
         const std::size_t count = std::stoul(bytesOf(folder.file("count")));
         EXPECT_GT(count, 1000u);
         std::mutex lock;
@@ -97,7 +100,7 @@ TEST(Memory, EachAllocationThatFailsGivesTheWholeOutputOrNone) {
             if (!fault.empty())
                 faults[1 + i * step] = fault;
         });
-        EXPECT_EQ(faults, decltype(faults)()) << "of " << count << " with " << format;
+        EXPECT_EQ(faults, decltype(faults)()) << "of " << count << " with " << command;
         EXPECT_GT(stopped, count / step / 2);
     }
 }
