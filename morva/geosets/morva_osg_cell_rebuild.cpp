@@ -145,6 +145,8 @@ class cell_builder {
         mergeGeo_setup setup;
         setup.silent = true;
         setup.opt = options_.opt;
+        if (options_.exact)
+            setup.optimizetc = -1; // coordinates that an image is not repeated for stay
         fresh<::osg::NodePtr> merged(mergeGeo(plain.get(), wholeElements(64000, 0), setup));
         for (const ::osg::NodePtr& node : nodes) {
             if (node->getParent() != plain.get()) // transparent: it was carried over itself
