@@ -42,6 +42,22 @@ void addNew(const ::osg::NodePtr& parent, const ::osg::NodePtr& child) {
     made.release();
 }
 
+/// Triangles below a node that was made here, as deep as a tree is.
+std::uint64_t trianglesIn(const ::osg::NodePtr& made) {
+    std::uint64_t sum = getNumberOfTriangles(made);
+    for (::osg::UInt32 i = 0; made != ::osg::NullFC && i < made->getNChildren(); ++i)
+        sum += trianglesIn(made->getChild(i));
+    return sum;
+}
+
+/// What makes cores ends with a line where memory runs out, and sources must not go then.
+///
+/// errors  std::bad_alloc if fewer triangles came out than went in
+void requireTriangles(const ::osg::NodePtr& made, std::uint64_t wanted) {
+    if (trianglesIn(made) < wanted)
+        throw std::bad_alloc();
+}
+
 /// The way down a tree over elements, and what is built where it ends.
 class cell_builder {
   public:
@@ -98,12 +114,14 @@ class cell_builder {
             scene_.geosets[element].clear(); // its fields hold the properties, too
     }
 
-    /// All that is shown in one material as one geometry; null if it has no triangles.
+    /// All that is shown in one material as one geometry.
     ::osg::NodePtr texturedNode(const cell_run& run, const textured_objects& textured) const {
         osg_geoset geoset;
         geoset.lean = true;
+        std::uint64_t triangles = 0;
         for (const std::size_t object : textured.objects)
-            geoset.vertex_capacity += 3 * scene_.geosets[run.elementQuietly(object)].size;
+            triangles += scene_.geosets[run.elementQuietly(object)].size;
+        geoset.vertex_capacity = 3 * triangles;
         extract_options options;
         options.to_world = true;
         options.clean_texcoords = true;
@@ -114,16 +132,13 @@ class cell_builder {
             extract(node.get(), geoset, options);
         }
         geoset.setup();
-        if (geoset.size == 0)
-            return ::osg::NullFC;
         kd_tree<float> tree;
         compile(geoset, tree, wholeElements(5, 0), kd_strategy_median());
         geoset.dropExtents();
         fresh<::osg::NodePtr> made(
             Split(tree, geoset, 0, 1, 0, ::osg::NodePtr(), options_.opt, true));
-        const ::osg::GeometryPtr core = geometryOf(made.get());
-        if (core != ::osg::NullFC)
-            giveMaterial(core, textured.material.get());
+        requireTriangles(made.get(), triangles);
+        giveMaterial(geometryOf(made.get()), textured.material.get());
         return made.release();
     }
 
@@ -131,10 +146,12 @@ class cell_builder {
     ::osg::NodePtr mergedNode(const cell_run& run, const std::vector<std::size_t>& objects) const {
         fresh<::osg::NodePtr> plain(newGroupNode());
         std::vector<::osg::NodePtr> nodes;
+        std::uint64_t triangles = 0;
         for (const std::size_t object : objects) {
             const std::int64_t element = run.element(object);
             if (element < 0)
                 continue;
+            triangles += scene_.geosets[element].size;
             nodes.emplace_back();
             nodes.back() = newNodeWith(scene_.geosets[element].geometry.get());
             addNew(plain.get(), nodes.back());
@@ -145,7 +162,10 @@ class cell_builder {
         mergeGeo_setup setup;
         setup.silent = true;
         setup.opt = options_.opt;
+        if (options_.exact)
+            setup.optimizetc = -1; // coordinates that an image is not repeated for stay
         fresh<::osg::NodePtr> merged(mergeGeo(plain.get(), wholeElements(64000, 0), setup));
+        requireTriangles(merged.get(), triangles);
         for (const ::osg::NodePtr& node : nodes) {
             if (node->getParent() != plain.get()) // transparent: it was carried over itself
                 reportWhole(geometryOf(node));
@@ -165,8 +185,12 @@ class cell_builder {
             kd_tree<float> tree;
             compile(geoset, tree, wholeElements(limit_, 30), kd_strategy_ObjMedian());
             geoset.dropExtents();
-            addNew(group.get(),
-                   Split(tree, geoset, 0, 0, limit_, ::osg::NodePtr(), options_.opt, true));
+            fresh<::osg::NodePtr> made(
+                Split(tree, geoset, 0, 0, limit_, ::osg::NodePtr(), options_.opt, true));
+            // In strips there are triangles without area, which are not extracted.
+            requireTriangles(made.get(),
+                             options_.opt == 3 ? geoset.size : getNumberOfTriangles(node));
+            addNew(group.get(), made.release());
         }
         return group.release();
     }
@@ -244,28 +268,6 @@ void sayStatistics(const kd_tree<float>& tree, const kd_scene_geoset& scene) {
     return top.release();
 }
 
-std::uint64_t drawnTriangles(const ::osg::NodePtr& root) {
-    std::vector<::osg::NodePtr> nodes;
-    getGeometryNodes(root, nodes, false);
-    std::uint64_t sum = 0;
-    for (const ::osg::NodePtr& node : nodes)
-        sum += getNumberOfTriangles(node);
-    return sum;
-}
-
-/// All cells. What merges and makes cores ends with a line where memory runs out: sources must not
-/// go then.
-::osg::NodePtr buildCells(const kd_tree<float>& tree, kd_scene_geoset& scene, unsigned int limit,
-                          const cell_options& options, cell_record& record) {
-    say({"Rebuilding Scene..."});
-    fresh<::osg::NodePtr> rebuilt(
-        cell_builder(tree, scene, limit, options, true, record).split(0, options.hasIdMap));
-    if (drawnTriangles(rebuilt.get()) < scene.triangles_of(0, scene.element_count()))
-        throw std::bad_alloc();
-    say({"done."});
-    return rebuilt.release();
-}
-
 } // namespace
 
 ::osg::NodePtr buildSceneTree(::osg::NodePtr root, kd_build_setup const& kd,
@@ -296,7 +298,10 @@ std::uint64_t drawnTriangles(const ::osg::NodePtr& root) {
         elements.push_back(scene.nodes[static_cast<std::size_t>(place)]);
     record.elements = elements.size();
 
-    const fresh<::osg::NodePtr> rebuilt(buildCells(tree, scene, limit, options, record));
+    say({"Rebuilding Scene..."});
+    const fresh<::osg::NodePtr> rebuilt(
+        cell_builder(tree, scene, limit, options, true, record).split(0, options.hasIdMap));
+    say({"done."});
     fresh<::osg::NodePtr> result(options.flat ? inPacks(rebuilt.get())
                                               : inHierarchy(rebuilt.get()));
     source_removal(elements).run(); // the last thing that can fail

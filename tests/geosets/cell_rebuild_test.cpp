@@ -163,7 +163,7 @@ TEST(buildSceneTree, LosesNothingAndLeavesWhatIsNoElement) {
         cell_options options;
         options.flat = seed % 4 < 2;
         options.opt = int(seed / 4 % 4);
-        options.optimizetc = seed % 3 == 0 ? 1 : -1;
+        options.optimizetc = seed % 5 > 2 ? 3 : -1;
         options.exact = seed % 5 < 2;
         options.padding = seed % 10;
         const unsigned limits[] = {0, 1, 5, 20, 25000};
@@ -188,6 +188,103 @@ TEST(buildSceneTree, LosesNothingAndLeavesWhatIsNoElement) {
         for (::osg::UInt32 i = 0; options.flat && i < rebuilt.result->getNChildren(); ++i)
             EXPECT_LE(rebuilt.result->getChild(i)->getNChildren(), 128U);
     }
+}
+
+/// `count` squares in places of a row that begins anew after 50, or all in one.
+::osg::NodePtr squares(unsigned count, float apart, const ::osg::MaterialPtr& material) {
+    const ::osg::NodePtr root = group();
+    for (unsigned i = 0; i < count; ++i)
+        root->addChild(moved({apart * float(i % 50), apart * float(i / 50), 0},
+                             {meshNode(quads(1), material)}));
+    return root;
+}
+
+struct count_case {
+    unsigned nodes;
+    float apart;
+    unsigned limit;
+    std::vector<unsigned> packs; ///< cores in each
+    unsigned cells;
+};
+
+TEST(buildSceneTree, CountsNodesAndPacks) {
+    const count_case cases[] = {
+        {1, 2, 25, {1}, 1},         {1, 2, 1, {1}, 1}, // a single leaf counts no triangles
+        {2, 2, 1, {2}, 2},          {2, 2, 0, {2}, 2}, // the same as 1: squares of 2 are cut
+        {2, 2, 2, {2}, 2},          {2, 2, 4, {2}, 2}, // a cell with just as many is cut
+        {2, 2, 5, {1}, 1},          {128, 2, 2, {128}, 128},
+        {129, 2, 2, {128, 1}, 129}, {300, 2, 2, {128, 128, 44}, 300},
+    };
+    for (const count_case& each : cases) {
+        SCOPED_TRACE(testing::Message() << each.nodes << " at " << each.limit);
+        const ::osg::MaterialRefPtr red(simple({1, 0, 0}));
+        const node_ref root(squares(each.nodes, each.apart, red.get()));
+        const world_mesh before = worldTriangles({root.get()});
+        const stream_capture out(std::cout);
+        cell_options options;
+        const rebuilt_scene rebuilt(root, wholes(each.limit, 0), options);
+        std::vector<unsigned> packs;
+        for (::osg::UInt32 i = 0; i < rebuilt.result->getNChildren(); ++i)
+            packs.push_back(rebuilt.result->getChild(i)->getNChildren());
+        EXPECT_EQ(packs, each.packs);
+        EXPECT_EQ(rebuilt.record.nodes, each.nodes);
+        EXPECT_EQ(rebuilt.record.elements, each.nodes);
+        EXPECT_EQ(rebuilt.record.cells, each.cells);
+        EXPECT_EQ(firstDifference(before, worldTriangles({rebuilt.result.get()})), "");
+        EXPECT_EQ(root->getNChildren(), 0U);
+    }
+}
+
+/// What is said, and the tree that comes of it.
+std::string saidOf(const ::osg::NodePtr& root, bool flat) {
+    const node_ref held(root);
+    const stream_capture out(std::cout);
+    const node_ref result(buildSceneTree(root, wholes(3, 0), flat, 1, -1, false));
+    std::string text = out.text() + (result == ::osg::NullFC ? "null" : textOf(result));
+    for (std::size_t at = text.find("MG_"); at != std::string::npos; at = text.find("MG_", at))
+        text.erase(at + 2, text.find_first_not_of("0123456789", at + 3) - at - 2); // numbers run on
+    return text;
+}
+
+TEST(buildSceneTree, SaysWhatItDoes) {
+    EXPECT_EQ(saidOf(::osg::NullFC, true), "null");
+    EXPECT_EQ(saidOf(group({group(), hidden(meshNode(quads(1)))}), true), "null");
+    const auto statistics = [](const char* depth, const char* nodes, const char* inner,
+                               const char* leaves, const char* fullest) {
+        return std::string("\nScene KD compiled!\nScene-KD-Tree Statistics:\n"
+                           " # max depth          : 0\n # avg depth          : ") +
+               depth + "\n # tris registered    : " + nodes + "\n # inner nodes        : " + inner +
+               "\n # leaves             : " + leaves + "\n # max prims in a leaf: " + fullest +
+               "\n # avg prims in a leaf: " + fullest + "\nRebuilding Scene...\n";
+    };
+    const std::string lines = "Rebuilding Scene with 1 GeometryCore(s)...\nCompiling Scene KD\n" +
+                              statistics("0", "0", "0", "1", "0") + "done.\n";
+    EXPECT_EQ(saidOf(group({meshNode(row(2, 1))}), true), lines + "-(-)");
+    EXPECT_EQ(saidOf(group({meshNode(row(2, 1))}), false), lines + "Building Scene Hierarchy\n-");
+    const std::string one = "Found 1 different Materials.\n\rDone merging.        \n",
+                      done = "\rDone 1 of 2\rDone 2 of 2",
+                      two = "Rebuilding Scene with 2 GeometryCore(s)...\nCompiling Scene KD\n" +
+                            done + statistics("1", "2", "2", "2", "1") + one + one + "done.\n";
+    EXPECT_EQ(saidOf(squares(2, 2, ::osg::NullFC), true), two + "-(-(MG MG))");
+    EXPECT_EQ(saidOf(squares(2, 2, ::osg::NullFC), false),
+              two + "Building Scene Hierarchy\n" + done + "-(MG MG)");
+}
+
+/// All centres in one point: no tree parts them, and the one cell is above the limit.
+TEST(buildSceneTree, CutsALeafAboveTheLimit) {
+    const ::osg::MaterialRefPtr red(simple({1, 0, 0}));
+    const node_ref root(
+        group({squares(3, 0, red.get()), moved({60, 0, 0}, {meshNode(quads(40))})}));
+    const world_mesh before = worldTriangles({root.get()});
+    const stream_capture out(std::cout);
+    const node_ref result(buildSceneTree(root.get(), wholes(5, 0), true, 1, -1, false));
+    EXPECT_EQ(firstDifference(before, worldTriangles({result.get()})), "");
+    std::multiset<unsigned> counts;
+    for (const ::osg::NodePtr& node : geometryNodes(result))
+        counts.insert(getNumberOfTriangles(node));
+    EXPECT_EQ(*counts.rbegin(), 6U); // what coincides stays together
+    EXPECT_EQ(counts.count(6), 1U);
+    EXPECT_GE(counts.size(), 1U + 16U);
 }
 
 } // namespace

@@ -430,27 +430,83 @@ const pictured_image* picture::enter(const ::osg::ImagePtr& image) {
     return &copy;
 }
 
+namespace {
+
+/// Sorts the triangles of a picture by the nodes on whose triangles they lie in another one.
+std::map<::osg::UInt32, pictured_node> regroup(const picture& before, const picture& after,
+                                               std::string& fault) {
+    std::map<::osg::UInt32, pictured_node> parts;
+    for (const auto& [number, node] : after.nodes()) {
+        for (const pictured_triangle& piece : node.triangles) {
+            const auto holds = [&piece](const pictured_triangle& whole) {
+                return placeOn(whole, piece.corners[0]) && placeOn(whole, piece.corners[1]) &&
+                       placeOn(whole, piece.corners[2]);
+            };
+            auto owner = before.nodes().begin();
+            while (
+                owner != before.nodes().end() &&
+                std::none_of(owner->second.triangles.begin(), owner->second.triangles.end(), holds))
+                ++owner;
+            if (owner == before.nodes().end()) {
+                fault = "a triangle of nobody";
+                return parts;
+            }
+            const auto [part, is_new] = parts.try_emplace(owner->first, node);
+            if (is_new)
+                part->second.triangles.clear();
+            if (part->second.image != node.image || part->second.material != node.material)
+                fault = "a node in two looks";
+            part->second.triangles.push_back(piece);
+        }
+    }
+    return parts;
+}
+
+std::string checkAtlases(const picture& before, const picture& after,
+                         const morva::osg::atlas_record& record, unsigned padding) {
+    for (const recorded_atlas& atlas : record.atlases) {
+        const std::string fault = checkAtlas(before, after, atlas, padding);
+        if (!fault.empty())
+            return fault;
+    }
+    return "";
+}
+
+picture_comparison compareNodes(const picture& before,
+                                const std::map<::osg::UInt32, pictured_node>& after,
+                                const morva::osg::atlas_record& record) {
+    picture_comparison result;
+    for (const auto& [number, node] : before.nodes()) {
+        const auto now = after.find(number);
+        if (now == after.end() && !node.triangles.empty())
+            result.fault = "a node is gone";
+        if (now != after.end())
+            result.fault = compareNode(before, node, now->second, record, result);
+        if (!result.fault.empty()) {
+            result.fault = "node \"" + node.name + "\": " + result.fault;
+            return result;
+        }
+    }
+    return result;
+}
+
+} // namespace
+
 picture_comparison comparePictures(const picture& before, const picture& after,
                                    const morva::osg::atlas_record& record, unsigned padding) {
     picture_comparison result;
-    for (const recorded_atlas& atlas : record.atlases) {
-        result.fault = checkAtlas(before, after, atlas, padding);
-        if (!result.fault.empty())
-            return result;
-    }
+    result.fault = checkAtlases(before, after, record, padding);
     if (before.nodes().size() != after.nodes().size())
         result.fault = "nodes came or went";
-    for (const auto& [number, node] : before.nodes()) {
-        const auto now = after.nodes().find(number);
-        if (now == after.nodes().end())
-            result.fault = "a node is gone";
-        if (!result.fault.empty())
-            return result;
-        result.fault = compareNode(before, node, now->second, record, result);
-        if (!result.fault.empty())
-            result.fault = "node \"" + node.name + "\": " + result.fault;
-    }
-    return result;
+    return result.fault.empty() ? compareNodes(before, after.nodes(), record) : result;
+}
+
+picture_comparison compareRegrouped(const picture& before, const picture& after,
+                                    const morva::osg::atlas_record& record, unsigned padding) {
+    picture_comparison result;
+    result.fault = checkAtlases(before, after, record, padding);
+    const auto parts = regroup(before, after, result.fault);
+    return result.fault.empty() ? compareNodes(before, parts, record) : result;
 }
 
 } // namespace morva_test

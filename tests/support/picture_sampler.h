@@ -79,4 +79,9 @@ struct picture_comparison {
 picture_comparison comparePictures(const picture& before, const picture& after,
                                    const morva::osg::atlas_record& record, unsigned padding = 0);
 
+/// The same where nodes are new and hold triangles of several ones before, each in its old place in
+/// the coordinates of its node. Nodes before lie apart; those without an image are not looked at.
+picture_comparison compareRegrouped(const picture& before, const picture& after,
+                                    const morva::osg::atlas_record& record, unsigned padding = 0);
+
 } // namespace morva_test

@@ -1,0 +1,60 @@
+// Cells when memory runs out: single large allocations fail, every one in turn.
+
+#include "../support/shortage.h"
+
+#include "cell_scenes.h"
+
+#include <morva/geosets/morva_osg_cell_rebuild.h>
+#include <morva/textures/morva_osg_kept_images.h>
+
+namespace {
+
+using namespace morva::osg;
+
+::osg::NodePtr boxes(unsigned count, float at, const ::osg::MaterialPtr& material) {
+    mesh_data mesh = quads(count);
+    for (::osg::Pnt3f& p : mesh.positions) {
+        mesh.coordinates.emplace_back(p[0] / float(count), p[1]);
+        p[2] = at;
+    }
+    if (count == 3) { // and a line
+        mesh.positions.insert(mesh.positions.end(), {{0, 0, 9}, {1, 1, 9}});
+        mesh.coordinates.resize(mesh.positions.size());
+        mesh.primitives.emplace_back(1, 2);
+    }
+    return meshNode(mesh, material);
+}
+
+TEST(CellShortage, LosesNothing) {
+    for (const bool exact : {false, true}) {
+        SCOPED_TRACE(exact);
+        failInTurn(1000, [&](const auto& starved) {
+            const ::osg::MaterialRefPtr red(simple({1, 0, 0})),
+                first(chunked({1, 1, 1, 1}, imageOf(6407, 40, 40, 7))),
+                second(chunked({1, 1, 1, 1}, imageOf(6409, 30, 40, 9)));
+            const node_ref root(
+                group({boxes(20, 0, red.get()), boxes(20, 5, red.get()), boxes(15, 1, first.get()),
+                       boxes(15, 2, second.get()), group({boxes(3, 3, first.get())}),
+                       boxes(90, 40, red.get())}));
+            const world_mesh before = worldTriangles({root.get()});
+            const line_list lines = worldLines({root.get()});
+            const std::size_t kept = keptImages();
+            cell_options options;
+            options.exact = exact;
+            options.flat = exact;
+            node_ref result;
+            cell_record record;
+            const stream_capture out(std::cout), err(std::cerr);
+            starved([&] {
+                result = buildSceneTree(root.get(), {exact ? 1000U : 100U, 0}, options, record);
+            });
+            const node_ref after(result == ::osg::NullFC ? group() : result.get());
+            EXPECT_EQ(firstDifference(before, worldTriangles({root.get(), after.get()})), "");
+            EXPECT_EQ(lines, worldLines({root.get(), after.get()}));
+            EXPECT_EQ(keptImages(), kept);
+            record = {};
+        });
+    }
+}
+
+} // namespace
