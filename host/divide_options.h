@@ -13,7 +13,7 @@ class App;
 namespace morva::host {
 
 struct divide_options {
-    morva::osg::cell_options cells;
+    morva::osg::model_cell_options cells;
     std::string by;             ///< "triangles", "size" or "indices"
     double limit = 0.0;         ///< as asked: of those
     std::string folder;         ///< for the cells; empty for a plan

@@ -18,13 +18,14 @@ struct cell_elements {
 };
 
 struct cell_contents {
-    explicit cell_contents(const std::vector<::osg::NodePtr>& nodes, const cell_options& chosen)
+    explicit cell_contents(const std::vector<::osg::NodePtr>& nodes,
+                           const model_cell_options& chosen)
         : options(chosen), parts(cellPartsOf(nodes)),
           triangles(parts, chosen.straddle == cell_straddle::cut) {}
     cell_contents(const cell_contents&) = delete; // the triangles refer to the parts
     cell_contents& operator=(const cell_contents&) = delete;
 
-    cell_options options;
+    model_cell_options options;
     std::vector<cell_part> parts;
     cell_triangles triangles; ///< without extents once the division is done
     std::vector<cell_elements> cells;

@@ -30,7 +30,7 @@ template <typename Box> bool isWithin(const Box& box, double limit) {
 /// Where triangles are cut, and are counted, a plane that all of them cross gains nothing: the next
 /// longest axis is tried.
 struct cell_strategy {
-    cell_options options;
+    model_cell_options options;
 
     struct build_state {
         std::uint64_t planes = 0;

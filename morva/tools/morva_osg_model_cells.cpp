@@ -240,7 +240,7 @@ class cell_division_maker {
 
     cell_contents& contents_;
     cell_division& division_;
-    const cell_options& options_;
+    const model_cell_options& options_;
     kd_tree<float> tree_;
     std::vector<leaf> leaves_;
     std::vector<std::size_t> leaf_of_node_; ///< of leaves: their place among these
@@ -248,10 +248,11 @@ class cell_division_maker {
 
 } // namespace
 
-cell_division divideModel(const std::vector<::osg::NodePtr>& parts, const cell_options& options) {
+cell_division divideModel(const std::vector<::osg::NodePtr>& parts,
+                          const model_cell_options& options) {
     if (!(options.limit > 0.0)) // true for NaN
         throw std::invalid_argument("the limit of a cell must be above 0");
-    cell_options chosen = options;
+    model_cell_options chosen = options;
     if (chosen.measure == cell_measure::triangles)
         chosen.limit = std::max(1.0, std::floor(chosen.limit));
     const auto contents = std::make_shared<cell_contents>(parts, chosen);

@@ -55,7 +55,7 @@ enum class cell_normals {
     recalc, ///< made anew within the cell, with creases from 30 degrees on
 };
 
-struct cell_options {
+struct model_cell_options {
     cell_measure measure = cell_measure::triangles;
     double limit = 5000.0; ///< above 0; of triangles the whole ones count, at least 1
     cell_straddle straddle = cell_straddle::centre;
@@ -114,7 +114,7 @@ constexpr std::uint64_t most_cell_planes = 1000000;
 /// cost     O(n log n); about 60 bytes per triangle while it runs, 30 after it;
 ///          with cuts 8 more, and about 220 per piece
 MORVA_API cell_division divideModel(const std::vector<::osg::NodePtr>& parts,
-                                    const cell_options& options);
+                                    const model_cell_options& options);
 
 /// A cell as a scene, held by nobody yet: a group, in it for each share a geometry node with the
 /// part's name, traversal mask and the material that it shows, below a transform where the part is

@@ -103,7 +103,7 @@ std::vector<naive_element> elementsOf(const node_list& parts) {
 
 /// The tree from the words of its header, by copies.
 void divideNaively(const std::vector<naive_element>& here, Pnt3f low, Pnt3f high,
-                   const cell_options& options, std::vector<naive_cell>& cells) {
+                   const model_cell_options& options, std::vector<naive_cell>& cells) {
     std::vector<naive_element> triangles;
     std::copy_if(here.begin(), here.end(), std::back_inserter(triangles),
                  [](const auto& e) { return e.kind == 3; });
@@ -155,7 +155,7 @@ TEST(DivideModel, WithoutCutsGivesTheCellsOfANaiveTreeAndEveryTriangleOnceToTheB
         SCOPED_TRACE(testing::Message() << "round " << round);
         const node_ref root = someScene(rng);
         const node_list parts = geometryNodes(root.get());
-        cell_options options{cell_measure::triangles, double(1 + rng() % 40)};
+        model_cell_options options{cell_measure::triangles, double(1 + rng() % 40)};
         if (rng() % 3 == 0)
             options = {cell_measure::size, 0.5 * double(1 + rng() % 20)};
         const cell_division division = divideModel(parts, options);
@@ -249,7 +249,8 @@ TEST(DivideModel, CutsIntoPiecesWithinTheirCellsOfEqualAreaWithClosedSeams) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const node_ref root(group({tetrahedra(rng, 1 + rng() % 12, round % 3 == 0 ? 100.0F : 0)}));
         const node_list parts = geometryNodes(root.get());
-        cell_options options{cell_measure::triangles, double(8 + rng() % 40), cell_straddle::cut};
+        model_cell_options options{cell_measure::triangles, double(8 + rng() % 40),
+                                   cell_straddle::cut};
         if (rng() % 2 == 0)
             options = {cell_measure::size, 0.25 * double(1 + rng() % 8), cell_straddle::cut};
         const cell_division division = divideModel(parts, options);
@@ -312,7 +313,7 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     struct {
         const char* name;
         node_list parts;
-        cell_options options;
+        model_cell_options options;
         std::size_t cells, above;
     } const cases[] = {
         {"nothing", {}, {}, 0, 0},
