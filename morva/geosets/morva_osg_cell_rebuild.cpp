@@ -165,11 +165,13 @@ class cell_builder {
         if (options_.exact)
             setup.optimizetc = -1; // coordinates that an image is not repeated for stay
         fresh<::osg::NodePtr> merged(mergeGeo(plain.get(), wholeElements(64000, 0), setup));
-        requireTriangles(merged.get(), triangles);
-        for (const ::osg::NodePtr& node : nodes) {
-            if (node->getParent() != plain.get()) // transparent: it was carried over itself
+        for (::osg::NodePtr& node : nodes) {
+            if (shouldSkipNode(node)) // the merge leaves it where it is
+                addChildTo(merged.get(), node);
+            if (node->getParent() != plain.get()) // itself, as what is transparent
                 reportWhole(geometryOf(node));
         }
+        requireTriangles(merged.get(), triangles);
         return merged.release();
     }
 

@@ -47,7 +47,8 @@ struct cell_record {
     std::size_t nodes = 0;    ///< geometry nodes below the root
     std::size_t elements = 0; ///< of these in cells; the others had no triangles and stay
     std::size_t cells = 0;
-    /// An atlas for each cell that has one, and why the other images are in none.
+    /// The atlases of the cells, and why the other images are in none. Without `exact` places are
+    /// those before an atlas is scaled to powers of two.
     atlas_record textures;
 };
 
@@ -59,7 +60,7 @@ struct cell_record {
 ///             see cell_options
 /// returns     a new root without reference; null without geometry nodes
 /// prints      progress and statistics to standard output
-/// errors      std::bad_alloc; nodes that have not come into a cell by then stay
+/// errors      std::bad_alloc, also if a core came out short of triangles; all nodes then stay
 ///
 /// Nodes with triangles leave the tree by deleteNode() when all cells stand. Their lines and points
 /// stay: a node with those beside triangles keeps its place, in a core of its own. Cells are in
