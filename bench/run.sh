@@ -52,5 +52,8 @@ ours=$(best_of_five "$programs/../host/morva" optimize "$work/engines.glb" \
 theirs=$(best_of_five gltfpack -noq -i "$work/engines.glb" -o "$work/theirs.glb")
 awk -v ours="$ours" -v theirs="$theirs" \
     'BEGIN { printf "morva %s s, gltfpack -noq %s s, ratio %.2f\n", ours, theirs, ours / theirs }'
+automatic=$(best_of_five "$programs/../host/morva" auto "$work/engines.glb" -o "$work/auto.glb" --quiet)
+awk -v ours="$automatic" -v theirs="$theirs" \
+    'BEGIN { printf "morva auto %s s, gltfpack -noq %s s, ratio %.2f\n", ours, theirs, ours / theirs }'
 echo "where the time goes:"
 "$programs/../host/morva" optimize "$work/engines.glb" -o "$work/ours.glb" | sed -n '/^stage/,/^all/p'

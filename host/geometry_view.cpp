@@ -46,8 +46,14 @@ void geometry_view::checkRanges() {
         if (stride == 1) {
             highest[0] = *std::max_element(indices, indices + entries);
         } else {
-            for (std::size_t i = 0; i < entries; ++i)
-                highest[i % stride] = std::max(highest[i % stride], indices[i]);
+            equal_indices = true;
+            for (std::size_t first = 0; first < entries; first += stride) {
+                for (std::size_t slot = 0; slot < stride; ++slot) {
+                    const std::uint32_t index = indices[first + slot];
+                    highest[slot] = std::max(highest[slot], index);
+                    equal_indices = equal_indices && index == indices[first];
+                }
+            }
         }
     }
     const auto leadsOut = [&](const property_column& column) {
@@ -119,7 +125,7 @@ vertex_numbering numberVertices(const geometry_view& view) {
         }
         result.of_corner[corner] = place;
     };
-    if (view.one_index_per_corner) {
+    if (view.one_index_per_corner || view.equal_indices) {
         std::vector<std::uint32_t> number(view.positions.rows, no_number);
         for (std::size_t corner = 0; corner < end; ++corner)
             numberOf(number[view.positions.row(corner)], corner);

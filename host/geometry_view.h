@@ -42,6 +42,7 @@ struct geometry_view {
     bool faulty = false;                  ///< indices point past the positions: no runs then
     /// Every present column follows the same index: an index is a vertex.
     bool one_index_per_corner = true;
+    bool equal_indices = false; ///< there are several per corner, and they are equal in each one
 
     /// Corners of the runs, all of them in front.
     std::size_t usedCorners() const {

@@ -57,12 +57,11 @@ class vertex_rows {
             if (index >= column.count)
                 continue;
             const ::osg::UInt8* row = column.row(index);
-            for (std::size_t done = 0; done < column.bytes; done += 4) {
-                UInt32 word = 0;
-                std::memcpy(&word, row + done, std::min<std::size_t>(column.bytes - done, 4));
-                sum = (sum ^ word) * 0x9E3779B97F4A7C15ULL;
-                sum ^= sum >> 29;
-            }
+            std::size_t done = 0;
+            for (; done + 4 <= column.bytes; done += 4) // of a fixed size: no call
+                sum = mixed(sum, row + done, 4);
+            if (done < column.bytes)
+                sum = mixed(sum, row + done, column.bytes - done);
         }
         return hashOfSum(sum);
     }
@@ -77,31 +76,72 @@ class vertex_rows {
     }
 
   private:
+    static std::uint64_t mixed(std::uint64_t sum, const ::osg::UInt8* bytes, std::size_t count) {
+        UInt32 word = 0;
+        std::memcpy(&word, bytes, count);
+        sum = (sum ^ word) * 0x9E3779B97F4A7C15ULL;
+        return sum ^ sum >> 29;
+    }
+
     std::vector<byte_rows> columns_;
     std::size_t rows_ = 0; ///< of the longest column
+};
+
+/// Finds for each index the first equal one, in the order of use.
+class equal_rows {
+  public:
+    equal_rows(const vertex_rows& rows, std::size_t corners)
+        : first_of_(rows.size(), no_number), rows_(rows), known_(corners) {}
+
+    /// Takes an index in. Most are used several times, and looked up once.
+    void add(UInt32 index) {
+        if (index >= first_of_.size() || first_of_[index] != no_number)
+            return;
+        first_of_[index] = index; // until it is looked up
+        waiting_[count_] = {index, rows_.hash(index)};
+        known_.fetch(waiting_[count_].hash);
+        if (++count_ == batch_size)
+            lookUp();
+    }
+    void lookUp() {
+        for (std::size_t i = 0; i < count_; ++i) {
+            const UInt32 index = waiting_[i].index;
+            const auto next = static_cast<UInt32>(firsts_.size());
+            const UInt32 number = known_.findOrEnter(waiting_[i].hash, next, [&](UInt32 other) {
+                return rows_.equal(firsts_[other], index);
+            });
+            if (number == next)
+                firsts_.push_back(index);
+            first_of_[index] = firsts_[number];
+        }
+        count_ = 0;
+    }
+
+    /// After the last lookUp(). What leads nowhere stays.
+    UInt32 firstOf(UInt32 index) const {
+        return index < first_of_.size() ? first_of_[index] : index;
+    }
+
+  private:
+    struct entry {
+        UInt32 index, hash;
+    };
+    std::vector<UInt32> first_of_, firsts_;
+    const vertex_rows& rows_;
+    number_table known_;
+    entry waiting_[batch_size] = {}; ///< their places in the table are on the way
+    std::size_t count_ = 0;
 };
 
 /// Joins within one entry of the mapping, whose index is every `stride`-th from `slot`.
 void join(std::vector<UInt32>& indices, const vertex_rows& rows, std::size_t slot,
           std::size_t stride) {
-    std::vector<UInt32> first_of(rows.size(), no_number); // most elements are used several times
-    std::vector<UInt32> firsts;
-    number_table known(indices.size() / stride);
-    for (std::size_t place = slot; place < indices.size(); place += stride) {
-        const UInt32 index = indices[place];
-        if (index >= rows.size())
-            continue;
-        if (first_of[index] == no_number) {
-            const auto next = static_cast<UInt32>(firsts.size());
-            const UInt32 number = known.findOrEnter(rows.hash(index), next, [&](UInt32 other) {
-                return rows.equal(firsts[other], index);
-            });
-            if (number == next)
-                firsts.push_back(index);
-            first_of[index] = firsts[number];
-        }
-        indices[place] = first_of[index];
-    }
+    equal_rows equal(rows, indices.size() / stride);
+    for (std::size_t place = slot; place < indices.size(); place += stride)
+        equal.add(indices[place]);
+    equal.lookUp();
+    for (std::size_t place = slot; place < indices.size(); place += stride)
+        indices[place] = equal.firstOf(indices[place]);
 }
 
 /// The index 0, 1, 2, ..., one for all properties: a mapping has no meaning without indices.

@@ -41,11 +41,25 @@ constexpr caught_texts cell_failure{
     "bad_alloc caught in optWithSkippedGeo: ", "Standard exception in optWithSkippedGeo: ",
     "Error occured in optWithSkippedGeo."};
 
+using node_numbers = std::unordered_set<::osg::UInt32>;
+
+/// Takes the children with these numbers off; the others keep their order.
+void takeChildrenOff(const NodePtr& parent, const node_numbers& numbers) {
+    std::vector<::osg::UInt32> places;
+    for (::osg::UInt32 i = 0; i < parent->getNChildren(); ++i) {
+        if (numbers.count(parent->getChild(i).getFieldContainerId()) != 0)
+            places.push_back(i);
+    }
+    taken_children rest(parent, places.front());
+    for (const ::osg::UInt32 place : places)
+        rest.drop(place - places.front());
+}
+
 /// Takes nodes off their parents, and then the parents that are left empty, and theirs, as
 /// deleteNode() does with one; a geometry that is left empty stays.
 void takeOff(held_nodes leaving) {
     while (!leaving.empty()) {
-        std::unordered_set<::osg::UInt32> numbers, known;
+        node_numbers numbers, known;
         std::vector<NodePtr> parents;
         for (const auto& node : leaving) {
             const NodePtr parent = node->getParent();
@@ -55,24 +69,9 @@ void takeOff(held_nodes leaving) {
         }
         held_nodes emptied;
         for (const NodePtr& parent : parents) {
-            const auto leaves = [&](::osg::UInt32 i) {
-                return numbers.count(parent->getChild(i).getFieldContainerId()) != 0;
-            };
-            ::osg::UInt32 first = 0;
-            while (!leaves(first))
-                ++first;
-            std::vector<std::size_t> places;
-            for (::osg::UInt32 i = first; i < parent->getNChildren(); ++i) {
-                if (leaves(i))
-                    places.push_back(i - first);
-            }
-            {
-                taken_children rest(parent, first);
-                for (const std::size_t place : places)
-                    rest.drop(place);
-            }
+            takeChildrenOff(parent, numbers);
             if (parent->getNChildren() == 0 && geometryOf(parent) == ::osg::NullFC &&
-                parent->getParent() != ::osg::NullFC)
+                parent->getParent() != ::osg::NullFC) // a root may have no reference to be held by
                 emptied.emplace_back(parent);
         }
         leaving.swap(emptied);

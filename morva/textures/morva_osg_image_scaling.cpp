@@ -12,6 +12,7 @@
 #include <string>
 
 #include <OpenSG/OSGSimpleAttachments.h>
+#include <OpenSG/OSGStringAttributeMap.h>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_sink.h>
@@ -102,6 +103,7 @@ void rename(const ::osg::ImagePtr& image, const std::string& name) {
     image->setName(name);
     ::osg::setName(image, name);
     image->setAttachmentField("fileName", name);
+    ::osg::endEditCP(image->findAttachment(::osg::StringAttributeMap::getClassType()));
 }
 
 } // namespace

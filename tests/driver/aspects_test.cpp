@@ -164,7 +164,7 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
         {"cache", optTreeBy("cacheopt(true),onegeometry(true),removeswitch(true),removelod(true)")},
         {"atlas", optTreeBy("maxtexturesize(64),texcoords(9),maxtris(100)")},
         {"exact atlas", optTreeBy("maxtexturesize(64),texcoords(9),exactatlas(true)")},
-        {"nothing", optTreeBy("")},
+        {"automatic", optTreeBy("")},
         {"colours",
          [](const NodePtr& root) {
              morva::osg::VertexColorIntoMaterial(coreOf(nodeNamed(root, "green")), false);
