@@ -121,7 +121,10 @@ std::vector<NodePtr> partsOf(const NodePtr& made) {
 /// Whether the parts are worth their place: they have all triangles, and are several where a single
 /// one is too large.
 bool isDivision(const std::vector<NodePtr>& parts, std::uint64_t triangles, unsigned int limit) {
-    return !parts.empty() && std::all_of(parts.begin(), parts.end(), valid_volume) &&
+    std::uint64_t there = 0; // strips claim more than they have
+    for (const NodePtr& part : parts)
+        there += getNumberOfTriangles(part);
+    return std::all_of(parts.begin(), parts.end(), valid_volume) && there >= triangles &&
            (parts.size() > 1 || triangles <= limit);
 }
 

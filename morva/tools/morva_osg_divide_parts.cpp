@@ -1,7 +1,10 @@
 #include <morva/tools/morva_osg_divide_parts.h>
 
+#include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <new>
+#include <type_traits>
 #include <vector>
 
 #include <OpenSG/OSGGL.h>
@@ -65,21 +68,83 @@ std::vector<primitive_run> thinPrimitives(const ::osg::GeometryPtr& core) {
     return runs;
 }
 
-/// Gives a geometry the indices of the runs' corners as they are; a corner without any takes the
-/// row of its number.
-template <typename Form>
-void setThinIndices(const ::osg::GeometryPtr& geometry, const ::osg::GeometryPtr& core,
-                    const std::vector<primitive_run>& runs) {
-    const property_block<::osg::UInt32> all = readBlock(core->getIndices());
-    const bool indexed = core->getIndices() != ::osg::NullFC;
-    const std::size_t stride = indexed ? indicesPerCorner(core) : 1;
-    const ::osg::RefPtr<typename Form::PtrType> chosen(Form::create());
-    using value = typename Form::StoredType;
+/// Numbers of rows, each once, rising.
+using row_list = std::vector<::osg::UInt32>;
+
+/// Gives a geometry those rows of a core's property that there are, byte by byte, in its own form.
+void copyRows(const ::osg::GeometryPtr& core, const ::osg::GeometryPtr& geometry,
+              vertex_property which, const row_list& rows) {
+    withProperty(core, geometry, which, [&](const auto& source, const auto& take) {
+        if (source == ::osg::NullFC)
+            return;
+        const ::osg::RefPtr<std::decay_t<decltype(source)>> copy(source->clone());
+        // Colours of three bytes don't tell their size on every platform.
+        const auto* stored = core->getProperty(mappingBit(which));
+        const std::size_t bytes = dynamic_cast<const ::osg::GeoColors3ub*>(stored) != nullptr
+                                      ? 3
+                                      : copy->getDimension() * copy->getFormatSize();
+        const auto end = std::lower_bound(rows.begin(), rows.end(), source->size());
+        ::osg::UInt8* to = copy->getData();
+        for (auto row = rows.begin(); row != end; ++row, to += bytes) // never behind its source
+            std::memmove(to, copy->getData() + *row * bytes, bytes);
+        copy->resize(static_cast<std::size_t>(end - rows.begin()));
+        copy->shrink();
+        take(copy.get());
+    });
+}
+
+/// What the runs use of one of a core's indices; without any, their corners.
+row_list rowsOf(const property_block<::osg::UInt32>& all, std::size_t slot, std::size_t stride,
+                const std::vector<primitive_run>& runs) {
+    row_list rows;
     for (const primitive_run& run : runs) {
-        for (std::size_t i = run.first * stride; i < (run.first + run.length) * stride; ++i)
-            chosen->editField().push_back(static_cast<value>(indexed ? all[i] : i));
+        for (std::size_t corner = run.first; corner < run.first + run.length; ++corner)
+            rows.push_back(all.empty() ? static_cast<::osg::UInt32>(corner)
+                                       : all[corner * stride + slot]);
     }
-    geometry->setIndices(chosen.get());
+    return rows;
+}
+
+/// Takes over the vertices of the runs: unindexed as they were, or with as many indices.
+///
+/// returns  the new indices, none if there were none
+std::vector<::osg::UInt32> takeThinVertices(const ::osg::GeometryPtr& core,
+                                            const ::osg::GeometryPtr& geometry,
+                                            const std::vector<primitive_run>& runs) {
+    const auto all = readBlock(core->getIndices());
+    const auto& mapping = core->getIndexMapping();
+    const bool one_for_all = all.empty() || mapping.size() == 0;
+    const std::size_t stride = one_for_all ? 1 : mapping.size();
+    std::vector<::osg::UInt32> indices;
+    for (std::size_t slot = 0; slot < stride; ++slot) {
+        const row_list used = rowsOf(all, slot, stride, runs);
+        row_list rows = used;
+        std::sort(rows.begin(), rows.end());
+        rows.erase(std::unique(rows.begin(), rows.end()), rows.end());
+        for (const vertex_property which : all_properties) {
+            if (one_for_all ||
+                core->calcMappingIndex(mappingBit(which)) == static_cast<::osg::Int16>(slot))
+                copyRows(core, geometry, which, rows);
+        }
+        if (all.empty())
+            break;
+        indices.resize(used.size() * stride);
+        for (std::size_t i = 0; i < used.size(); ++i)
+            indices[i * stride + slot] = static_cast<::osg::UInt32>(
+                std::lower_bound(rows.begin(), rows.end(), used[i]) - rows.begin());
+        if (!one_for_all)
+            geometry->editMFIndexMapping()->push_back(mapping[static_cast<::osg::UInt32>(slot)]);
+    }
+    return indices;
+}
+
+/// Gives a geometry indices in a form; they are not greater than those that had it before.
+template <typename Form>
+void setIndices(const ::osg::GeometryPtr& geometry, const std::vector<::osg::UInt32>& indices) {
+    const ::osg::RefPtr<typename Form::PtrType> made(Form::create());
+    for (const ::osg::UInt32 index : indices)
+        made->editField().push_back(static_cast<typename Form::StoredType>(index));
+    geometry->setIndices(made.get());
 }
 
 void setThinPrimitives(const ::osg::GeometryPtr& geometry, const std::vector<primitive_run>& runs) {
@@ -93,8 +158,8 @@ void setThinPrimitives(const ::osg::GeometryPtr& geometry, const std::vector<pri
     geometry->setLengths(lengths.get());
 }
 
-/// A node with the lines and points of a core, null if it has none. It shares the core's
-/// properties, whatever their form, and has an index to what it takes of them.
+/// A node with the lines and points of a core, null if it has none. It shares no property, and has
+/// no more of them than it uses.
 NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
     const std::vector<primitive_run> runs = thinPrimitives(core);
     if (runs.empty())
@@ -102,18 +167,11 @@ NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
     const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
     fresh<NodePtr> node(newNodeWith(geometry));
     setThinPrimitives(geometry, runs);
+    const std::vector<::osg::UInt32> indices = takeThinVertices(core, geometry, runs);
     if (::osg::GeoIndicesUI16Ptr::dcast(core->getIndices()) != ::osg::NullFC)
-        setThinIndices<::osg::GeoIndicesUI16>(geometry, core, runs);
-    else
-        setThinIndices<::osg::GeoIndicesUI32>(geometry, core, runs);
-    for (const vertex_property which : all_properties) {
-        withProperty(core, geometry, which,
-                     [](const auto& property, const auto& take) { take(property); });
-    }
-    if (core->getIndices() != ::osg::NullFC) { // else there is one index, which leads everywhere
-        for (const ::osg::UInt16 bits : core->getIndexMapping())
-            geometry->editMFIndexMapping()->push_back(bits);
-    }
+        setIndices<::osg::GeoIndicesUI16>(geometry, indices);
+    else if (!indices.empty())
+        setIndices<::osg::GeoIndicesUI32>(geometry, indices);
     geometry->setMaterial(core->getMaterial());
     if (const ::osg::Char8* name = ::osg::getName(core))
         ::osg::setName(geometry, name);
