@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <iostream>
+#include <optional>
 #include <utility>
 
 #include "command_steps.h"
@@ -9,8 +10,10 @@
 #include "memory_watch.h"
 #include "model_export.h"
 #include "simplify_audit.h"
+#include "simplify_ids.h"
 #include "simplify_parts.h"
 #include "simplify_scene.h"
+#include "text.h"
 
 namespace morva::host {
 
@@ -39,9 +42,9 @@ simplify_record recordOf(const simplify_request& request, const std::vector<simp
 /// The road of a level once its parts are settled: show, measure, audit, write.
 class level_writer {
   public:
-    level_writer(const options& chosen, const model& source, std::vector<simplified_part>& parts,
-                 progress& steps)
-        : chosen_(chosen), source_(source), parts_(parts), steps_(steps),
+    level_writer(const options& chosen, const model& source, std::optional<part_table> table,
+                 std::vector<simplified_part>& parts, progress& steps)
+        : chosen_(chosen), source_(source), table_(std::move(table)), parts_(parts), steps_(steps),
           audit_(source.root.get(), parts), wants_all_(!chosen.quiet || !chosen.report.empty()) {}
 
     bool wantsAll() const { return wants_all_; }
@@ -68,7 +71,9 @@ class level_writer {
         if (!written.verdict.differences.empty())
             return written;
         steps_.begin("write");
-        for (std::string& note : writeModel(source_.root.get(), source_.images, stage.path()))
+        const part_table* const known = table_ ? &*table_ : nullptr;
+        for (std::string& note :
+             writeModel(source_.root.get(), source_.images, stage.path(), known))
             notes.push_back(std::move(note));
         written.output.bytes = stage.bytes();
         return written;
@@ -77,6 +82,7 @@ class level_writer {
   private:
     const options& chosen_;
     const model& source_;
+    std::optional<part_table> table_; ///< that the input has
     std::vector<simplified_part>& parts_;
     progress& steps_;
     simplify_audit audit_;
@@ -108,11 +114,15 @@ void simplify(const options& chosen) {
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     report.before = measureScene(source.root.get(), nobody_reads ? measure::counts : measure::all);
     refuseFaults(report.before, chosen.input);
+    std::optional<part_table> table;
+    const std::string format = extensionOf(chosen.output);
+    if (format == "glb" || format == "gltf")
+        table = enterParts(chosen.input, source);
     std::vector<simplified_part> parts =
         partsToSimplify(source.root.get(), chosen.simplify.options);
     if (parts.empty())
         report.notes.emplace_back("there are no triangles to simplify");
-    level_writer writer(chosen, source, parts, steps);
+    level_writer writer(chosen, source, std::move(table), parts, steps);
     report.simplified = recordOf(chosen.simplify, parts, writer.wantsAll());
     steps.begin("simplify");
     simplifyParts(parts, chosen.simplify,

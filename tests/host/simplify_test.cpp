@@ -11,6 +11,7 @@
 
 #include <morva/tools/morva_osg_simplify_limit.h>
 
+#include "feature_ids.h"
 #include "geometry_view.h"
 #include "model.h"
 #include "scene_walk.h"
@@ -199,6 +200,27 @@ TEST(SimplifyCommand, ChangesTheTrianglesOfPartsAndNothingElse) {
             EXPECT_EQ(rest.normals.present, frame.normals.present);
         }
     }
+}
+
+TEST(SimplifyCommand, KeepsThePartsThatAFileTellsOf) {
+    const temporary_folder folder;
+    modelFile(folder.file("m.osb"), group({named("a", meshNode(hills(7), simple({1, 0, 0}))),
+                                           named("b", meshNode(hills(5), simple({1, 0, 0})))}));
+    for (const char* line : {"optimize @m.osb -o @in.glb -q -p maxtris(5000),idmap(@map)",
+                             "simplify @in.glb -o @out.glb -q --ratio .7"})
+        ASSERT_EQ(runMorva(wordsOf(line, folder)).code, 0);
+    std::map<std::string, unsigned> counts[2];
+    for (const char* name : {"in.glb", "out.glb"}) {
+        const morva::host::model read = morva::host::readModel(folder.file(name));
+        const auto features = morva::host::readFeatureIds(folder.file(name), read);
+        for (const ::osg::NodePtr& node : geometryNodes(read.root.get()))
+            for (std::size_t t = 0; t < trianglesOf(node); ++t)
+                ++counts[name[0] == 'o' ? 1 : 0][features.partOf(node, t)->path];
+    }
+    EXPECT_EQ(counts[0], (std::map<std::string, unsigned>{{"#0/a", 98}, {"#0/b", 50}}));
+    EXPECT_EQ(counts[1].size(), 2U);
+    for (const auto& [path, count] : counts[1])
+        EXPECT_LT(count, counts[0][path]);
 }
 
 TEST(SimplifyCommand, TellsDistancesInTheWorldAndKeepsWithinThem) {
