@@ -9,6 +9,8 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 
+#include "parallel.h"
+
 namespace morva::host {
 
 namespace {
@@ -71,8 +73,10 @@ std::uint64_t countStrangers(print_list before, print_list after) {
 }
 
 std::vector<print_difference> comparePrints(print_list before, print_list after) {
-    std::sort(before.begin(), before.end(), isBefore);
-    std::sort(after.begin(), after.end(), isBefore);
+    runParallel(2, [&](std::size_t i) {
+        print_list& list = i == 0 ? before : after;
+        std::sort(list.begin(), list.end(), isBefore);
+    });
     std::map<std::uint32_t, print_difference> by_part;
     auto out = after.begin();
     for (auto in = before.begin(); in != before.end();) {
