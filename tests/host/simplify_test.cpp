@@ -214,8 +214,10 @@ TEST(SimplifyCommand, KeepsThePartsThatAFileTellsOf) {
         const morva::host::model read = morva::host::readModel(folder.file(name));
         const auto features = morva::host::readFeatureIds(folder.file(name), read);
         for (const ::osg::NodePtr& node : geometryNodes(read.root.get()))
-            for (std::size_t t = 0; t < trianglesOf(node); ++t)
-                ++counts[name[0] == 'o' ? 1 : 0][features.partOf(node, t)->path];
+            for (std::size_t t = 0; t < trianglesOf(node); ++t) {
+                const auto* const part = features.partOf(node, t);
+                ++counts[name[0] == 'o' ? 1 : 0][part != nullptr ? part->path : "none"];
+            }
     }
     EXPECT_EQ(counts[0], (std::map<std::string, unsigned>{{"#0/a", 98}, {"#0/b", 50}}));
     EXPECT_EQ(counts[1].size(), 2U);
