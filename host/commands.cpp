@@ -5,7 +5,6 @@
 #include <iostream>
 #include <new>
 #include <optional>
-#include <sstream>
 #include <string>
 #include <string_view>
 #include <utility>

@@ -56,7 +56,12 @@ json addPoints(const std::vector<part_row>& rows, ::osg::Pnt3f part_row::*field,
 } // namespace
 
 int gltf_features::setOf(const ::osg::NodePtr& node) const {
-    return parts_ != nullptr ? idSetOf(node, parts_->sources) : -1;
+    if (parts_ == nullptr)
+        return -1;
+    if (!parts_->brought)
+        return idSetOf(node, parts_->sources);
+    const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
+    return core->getTexCoords7() != ::osg::NullFC ? 7 : -1;
 }
 
 /// A row per vertex; empty if nothing is known of the core.

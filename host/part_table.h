@@ -44,6 +44,7 @@ using node_numbers = std::unordered_set<::osg::UInt32>;
 struct part_table {
     std::vector<part_row> rows;
     std::size_t ids = 0;  ///< so many rows, from the first one, are those of the ID map
+    bool brought = false; ///< not of a run: the IDs are in coordinate set 7 of all cores with some
     node_numbers sources; ///< nodes of the input
     /// The row of each core that one part draws with, and no other one, by container.
     std::unordered_map<::osg::UInt32, std::uint32_t> row_of_core;

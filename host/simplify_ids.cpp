@@ -56,6 +56,7 @@ std::optional<part_table> enterParts(const std::string& path, const model& sourc
     part_table table;
     table.rows = features.parts();
     table.ids = table.rows.size();
+    table.brought = true;
     return table;
 }
 

@@ -56,7 +56,7 @@ std::vector<std::string> notesOn(const simplify_record& record, const simplified
 /// Lines of the table: one per level.
 std::string linesOf(const simplify_record& record);
 
-/// figures   of a scene, as the report has them
+/// The part of the report, but for files, figures and audits.
 nlohmann::ordered_json jsonOf(const simplify_record& record);
 
 } // namespace morva::host

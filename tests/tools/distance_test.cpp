@@ -87,12 +87,17 @@ surface_distance naiveDistance(const std::vector<triangle>& from, const std::vec
     return sum;
 }
 
-/// Soups, sheets with hills, far away ones; some flat.
+/// Soups, bands and rings, some far away, some flat.
 geometry_ref anyCore(std::mt19937& rng) {
-    mesh_data mesh = rng() % 2 == 0 ? soup(rng, 2 + rng() % 30) : strip(3 + rng() % 50);
-    const bool flat = rng() % 3 == 0;
+    mesh_data mesh = rng() % 3 == 0 ? soup(rng, 2 + rng() % 30) : strip(3 + rng() % 50);
+    const bool flat = rng() % 3 == 0, ring = rng() % 2 == 0 && mesh.primitives[0].first == 5;
     const float far = rng() % 4 == 0 ? 4096.0F : 0.0F;
-    for (Pnt3f& p : mesh.positions) {
+    const float turn = 6.2831853F / float(mesh.positions.size() - 2);
+    for (std::size_t i = 0; i < mesh.positions.size(); ++i) {
+        Pnt3f& p = mesh.positions[i];
+        const float angle = turn * float(i), radius = i % 2 == 0 ? 1.0F : 1.25F;
+        if (ring)
+            p.setValues(radius * std::cos(angle), radius * std::sin(angle), 0);
         p[2] = flat ? 0.0F : p[2] + 0.125F * float(rng() % 8);
         p[0] += far;
     }
