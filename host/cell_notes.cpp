@@ -10,7 +10,6 @@ namespace morva::host {
 
 namespace {
 
-using morva::osg::cell_box;
 using morva::osg::model_cell;
 
 /// Sums and extremes over the cells.

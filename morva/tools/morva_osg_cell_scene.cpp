@@ -119,7 +119,7 @@ class corner_list {
   public:
     /// number_of  per vertex of any core: scratch, all `no_number` between uses
     corner_list(const cell_source& source, bool shared, std::vector<UInt32>& number_of)
-        : source_(source), shared_(shared), number_of_(number_of) {
+        : shared_(shared), number_of_(number_of) {
         if (shared_ && number_of_.size() < source.corner_of.size())
             number_of_.resize(source.corner_of.size(), no_number);
     }
@@ -165,7 +165,6 @@ class corner_list {
         indices_.push_back(number);
     }
 
-    const cell_source& source_;
     bool shared_;
     std::vector<UInt32>& number_of_;
     std::vector<row_source> rows_;
