@@ -93,7 +93,7 @@ unsigned naiveLimit(const NodePtr& node, unsigned limit, int opt, std::set<NodeP
 }
 
 /// Nodes with mask, place of the core in the index property and what they draw, in walk order.
-std::string told(const NodePtr& node) {
+std::string described(const NodePtr& node) {
     std::ostringstream out;
     out << (::osg::getName(node) == nullptr ? "-" : ::osg::getName(node)) << ' '
         << node->getTravMask();
@@ -106,7 +106,7 @@ std::string told(const NodePtr& node) {
     }
     out << '(';
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        out << told(node->getChild(i)) << ' ';
+        out << described(node->getChild(i)) << ' ';
     return out.str() + ')';
 }
 
@@ -160,7 +160,7 @@ TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
             from_below += coreOf(start) != ::osg::NullFC ? 1 : 0;
             counts[naive] = naive == 0 ? maxGeoIndexSize(start, limit, opt, false)
                                        : naiveLimit(start, limit, opt, stuck);
-            ends[naive] = told(root.get());
+            ends[naive] = described(root.get());
             EXPECT_EQ(firstDifference(before, drawnBy(root.get())), "");
         }
         EXPECT_EQ(ends[0], ends[1]);
