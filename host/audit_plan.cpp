@@ -177,7 +177,8 @@ void foretellBesideSkipped(audited_part& part, const ::osg::NodePtr& node,
         part.least = 0;
     } else if (lists.has(node)) {
         part.fate = part_fate::merged;
-        part.least = part.most = part.triangles - part.dropped;
+        part.most = part.triangles - part.degenerate;
+        part.least = part.triangles - std::max(part.dropped, part.degenerate);
     }
 }
 
@@ -306,11 +307,11 @@ bool tellsParts(const std::vector<named_part>& parts, const part_lists& lists,
 }
 
 /// Where a part of a run with parts to be left alone is looked at: in the world, where it is
-/// merged, and before in its own space, where a draw order may be made.
+/// merged; what one can see through in its own space before, where a draw order is made.
 counting_task taskBesideSkipped(const geometry_view& view, const named_part& part,
                                 const part_lists& lists) {
-    const bool listed = lists.has(part.node);
-    return {&view, placement(part.node), listed, listed};
+    const bool ordered = lists.transparent.count(part.node.getFieldContainerId()) != 0;
+    return {&view, placement(part.node), lists.has(part.node), ordered};
 }
 
 /// besides_skipped  the result of the merge comes out in cells, behind it what is left alone

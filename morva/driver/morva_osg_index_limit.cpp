@@ -191,7 +191,7 @@ unsigned int maxGeoIndexSize(NodePtr node, unsigned int limit, int opt, bool /*i
         if (isOver(node, limit))
             made.back() = cut(node, opt);
         if (made.back() == ::osg::NullFC) {
-            // Nobody comes by below a geometry, so the parts of the nodes so far are told here.
+            // Nobody comes by below a geometry, so the parts of the nodes so far are walked here.
             made.pop_back();
             for (std::size_t i = made.size(); i-- > 0;)
                 cuts += cutting.below(made[i]);

@@ -1,5 +1,6 @@
 // Geometry cut until no index is too long, beside a walk that starts anew behind each cut.
 
+#include "tests/driver/random_scenes.h"
 #include "tests/merge/merge_scenes.h"
 
 #include <pthread.h>
@@ -92,7 +93,7 @@ unsigned naiveLimit(const NodePtr& node, unsigned limit, int opt, std::set<NodeP
 }
 
 /// Nodes with mask, place of the core in the index property and what they draw, in walk order.
-std::string told(const NodePtr& node) {
+std::string described(const NodePtr& node) {
     std::ostringstream out;
     out << (::osg::getName(node) == nullptr ? "-" : ::osg::getName(node)) << ' '
         << node->getTravMask();
@@ -105,7 +106,7 @@ std::string told(const NodePtr& node) {
     }
     out << '(';
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        out << told(node->getChild(i)) << ' ';
+        out << described(node->getChild(i)) << ' ';
     return out.str() + ')';
 }
 
@@ -136,42 +137,9 @@ mesh_data someMesh(std::mt19937& rng) {
     return rng() % 2 == 0 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
 }
 
-using material_list = std::vector<::osg::MaterialRefPtr>;
-
-NodePtr someScene(std::mt19937& rng, int depth, const material_list& materials,
-                  std::vector<NodePtr>& all) {
-    node_list children;
-    for (unsigned count = depth == 0 ? 0 : rng() % 4; count > 0; --count)
-        children.push_back(someScene(rng, depth - 1, materials, all));
-    const auto material = [&] {
-        const unsigned pick = rng() % 12;
-        return pick < 4 ? materials[pick].get() : ::osg::MaterialPtr(::osg::NullFC);
-    };
-    NodePtr node;
-    const unsigned kind = children.empty() ? 0 : rng() % 8;
-    if (kind == 1)
-        node = moved({1, 2, 3}, children);
-    else if (kind == 2)
-        node = materialGroup(material(), children);
-    else if (kind == 3)
-        node = switched(0, children);
-    else if (kind > 3)
-        node = group(children);
-    else if (rng() % 6 == 0 && !all.empty() && coreOf(all.back()) != ::osg::NullFC)
-        node = nodeOf(all.back()->getCore(), children);
-    else
-        node = nodeOf(geometryOf(someMesh(rng), material()), children);
-    if (rng() % 8 == 0)
-        hidden(node);
-    all.push_back(named("n" + std::to_string(all.size()), node));
-    return node;
-}
-
 TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
     const stream_capture out(std::cout);
-    const material_list materials{material_ref(plain(1)), material_ref(chunked({1, 1, 1, 0.5F})),
-                                  material_ref(cubeTextured()),
-                                  material_ref(choiceOf(0, {simple({1, 0, 0})}))};
+    const palette colors;
     unsigned cuts = 0, from_below = 0;
     for (unsigned seed = 0; seed < 1500; ++seed) {
         SCOPED_TRACE(seed);
@@ -179,18 +147,20 @@ TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
         unsigned counts[2] = {0, 0};
         for (int naive = 0; naive < 2; ++naive) {
             std::mt19937 rng(seed);
-            std::vector<NodePtr> all;
-            const node_ref root(someScene(rng, 3, materials, all));
+            const node_ref root(sceneOf("g(" + randomScene(rng, 3) + ")", colors.names));
+            const node_list nodes = geometryNodes(root.get());
+            for (const NodePtr& node : nodes)
+                node->setCore(geometryOf(someMesh(rng), coreOf(node)->getMaterial()));
             const unsigned limit = rng() % 3 == 0 ? rng() % 4 : rng() % 90;
             const int opt = 1 + static_cast<int>(rng() % 3);
-            const NodePtr start = all[rng() % 2 == 0 ? all.size() - 1 : rng() % all.size()];
+            const NodePtr start = rng() % 2 == 0 ? root.get() : nodes[rng() % nodes.size()];
             const world_mesh before = drawnBy(root.get());
             morva::osg::getIDmapHandler().mergedCount = 0;
             std::set<NodePtr> stuck;
             from_below += coreOf(start) != ::osg::NullFC ? 1 : 0;
             counts[naive] = naive == 0 ? maxGeoIndexSize(start, limit, opt, false)
                                        : naiveLimit(start, limit, opt, stuck);
-            ends[naive] = told(root.get());
+            ends[naive] = described(root.get());
             EXPECT_EQ(firstDifference(before, drawnBy(root.get())), "");
         }
         EXPECT_EQ(ends[0], ends[1]);
