@@ -6,8 +6,8 @@
 #include <stdexcept>
 #include <utility>
 
-#include <morva/tools/morva_osg_cell_contents.h>
-#include <morva/tools/morva_osg_cell_strategy.h>
+#include <morva/tools/morva_osg_model_cell_contents.h>
+#include <morva/tools/morva_osg_model_cell_strategy.h>
 #include <morva/trees/kd_tree.h>
 
 namespace morva::osg {

@@ -15,8 +15,8 @@
 #include <morva/core/morva_osg_matrix.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/geosets/morva_osg_element_index.h>
-#include <morva/tools/morva_osg_cell_contents.h>
 #include <morva/tools/morva_osg_gathered_property.h>
+#include <morva/tools/morva_osg_model_cell_contents.h>
 
 namespace morva::osg {
 

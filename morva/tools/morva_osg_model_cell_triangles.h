@@ -21,7 +21,7 @@
 
 #include <morva/core/morva_math.h>
 #include <morva/core/morva_span.h>
-#include <morva/tools/morva_osg_cell_parts.h>
+#include <morva/tools/morva_osg_model_cell_parts.h>
 #include <morva/trees/geoset_access.h>
 
 namespace morva::osg {

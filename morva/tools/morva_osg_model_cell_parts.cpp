@@ -1,4 +1,4 @@
-#include <morva/tools/morva_osg_cell_parts.h>
+#include <morva/tools/morva_osg_model_cell_parts.h>
 
 #include <cmath>
 #include <limits>

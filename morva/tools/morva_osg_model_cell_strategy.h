@@ -9,7 +9,7 @@
 #include <string>
 #include <utility>
 
-#include <morva/tools/morva_osg_cell_triangles.h>
+#include <morva/tools/morva_osg_model_cell_triangles.h>
 #include <morva/tools/morva_osg_model_cells.h>
 #include <morva/trees/kd_tree.h>
 

@@ -1,4 +1,4 @@
-#include <morva/tools/morva_osg_cell_triangles.h>
+#include <morva/tools/morva_osg_model_cell_triangles.h>
 
 #include <algorithm>
 #include <iterator>

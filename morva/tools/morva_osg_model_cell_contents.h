@@ -5,8 +5,8 @@
 #include <cstdint>
 #include <vector>
 
-#include <morva/tools/morva_osg_cell_parts.h>
-#include <morva/tools/morva_osg_cell_triangles.h>
+#include <morva/tools/morva_osg_model_cell_parts.h>
+#include <morva/tools/morva_osg_model_cell_triangles.h>
 #include <morva/tools/morva_osg_model_cells.h>
 
 namespace morva::osg {
