@@ -22,6 +22,9 @@ namespace morva::host {
 
 namespace {
 
+/// Two open folders take 32 kB each. Below what malloc() maps by itself, so that it is in the heap.
+constexpr std::size_t reserved_bytes = 96U << 10U;
+
 struct stage_registry {
     std::mutex mutex;
     std::vector<std::string> paths; ///< folders that are there
@@ -47,7 +50,7 @@ void removeBusyFolder(const std::string& path) {
 } // namespace
 
 stage_folder::stage_folder(const std::string& folder)
-    : path_((fs::path(folder) / runFolderName()).string()) {
+    : path_((fs::path(folder) / runFolderName()).string()), reserve_(reserved_bytes) {
     sweepEndedRuns(folder);
     const std::string marker = runMarker();
     stage_registry& all = registry();
@@ -72,6 +75,7 @@ stage_folder::stage_folder(const std::string& folder)
 }
 
 stage_folder::~stage_folder() {
+    std::vector<char>().swap(reserve_); // the run may have ended for want of memory
     stage_registry& all = registry();
     const std::lock_guard<std::mutex> guard(all.mutex);
     std::error_code ignored;

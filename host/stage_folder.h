@@ -11,6 +11,7 @@
 
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace morva::host {
 
@@ -30,6 +31,7 @@ class stage_folder {
 
   private:
     std::string path_;
+    std::vector<char> reserve_; ///< room for the buffers of open folders, let go to remove them
 };
 
 /// A folder that a run makes for its files: it goes with its owner, or when a signal ends the
