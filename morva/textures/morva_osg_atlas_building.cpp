@@ -18,6 +18,7 @@
 #include <morva/textures/morva_osg_atlas_collection.h>
 #include <morva/textures/morva_osg_atlas_materials.h>
 #include <morva/textures/morva_osg_image_tiles.h>
+#include <morva/textures/morva_osg_placed_record.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 
 namespace morva::osg {
@@ -206,21 +207,10 @@ class atlas_report {
         entry.transparent = form_.transparent;
         double filled = 0;
         for (const std::size_t number : target.placed) {
-            const ImageData& image = images_[number];
-            const image_footprint room = footprintOf(image, form_.padding);
-            filled += static_cast<double>(room.width) * room.height;
-            placed_image place;
-            place.image = pictures_[static_cast<std::uint32_t>(number)];
-            place.x = static_cast<std::uint32_t>(image.x);
-            place.y = static_cast<std::uint32_t>(image.y);
-            place.width = image.width;
-            place.height = image.height;
-            place.columns = static_cast<std::uint32_t>(tileCount(image.maxTexCoordU));
-            place.rows = static_cast<std::uint32_t>(tileCount(image.maxTexCoordV));
-            entry.images.push_back(place);
+            filled += recordPlaced(images_[number], pictures_[static_cast<std::uint32_t>(number)],
+                                   form_.padding, entry);
         }
-        entry.occupancy = std::min(1.0, filled / (static_cast<double>(entry.width) * entry.height));
-        record_.atlases.push_back(std::move(entry));
+        recordFilled(std::move(entry), filled, record_);
     }
 
   private:

@@ -15,9 +15,9 @@
 #include <morva/textures/morva_osg_atlas_collection.h>
 #include <morva/textures/morva_osg_atlas_materials.h>
 #include <morva/textures/morva_osg_atlas_nodes.h>
-#include <morva/textures/morva_osg_cell_record.h>
 #include <morva/textures/morva_osg_image_tiles.h>
 #include <morva/textures/morva_osg_kept_images.h>
+#include <morva/textures/morva_osg_placed_record.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 #include <morva/textures/morva_osg_texcoord_form.h>
 #include <morva/textures/morva_osg_texcoords.h>

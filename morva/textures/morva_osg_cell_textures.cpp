@@ -12,10 +12,10 @@
 #include <morva/core/morva_osg_fresh.h>
 #include <morva/textures/morva_osg_atlas_images.h>
 #include <morva/textures/morva_osg_atlas_sources.h>
-#include <morva/textures/morva_osg_cell_record.h>
 #include <morva/textures/morva_osg_image_tiles.h>
 #include <morva/textures/morva_osg_kept_images.h>
 #include <morva/textures/morva_osg_object_texcoords.h>
+#include <morva/textures/morva_osg_placed_record.h>
 #include <morva/textures/morva_osg_texcoord_form.h>
 #include <morva/textures/morva_osg_texcoords.h>
 #include <morva/textures/texturatlas.h>

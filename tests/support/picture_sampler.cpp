@@ -1,12 +1,9 @@
 #include "picture_sampler.h"
 
+#include "picture_material.h"
 #include "test.h"
 
 #include <optional>
-
-#include <OpenSG/OSGFieldContainerType.h>
-#include <OpenSG/OSGSimpleTexturedMaterial.h>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 
 namespace morva_test {
@@ -18,60 +15,8 @@ using morva::osg::recorded_atlas;
 using weights = std::array<double, 3>;
 using vec2 = std::array<double, 2>;
 
-constexpr ::osg::UInt32 repeating = 0x2901;
 /// Of an image's side, for values near whole numbers. What comes of cutting is seen to again.
 constexpr double snap = 0.0011, snap_of_pieces = 3 * snap;
-
-/// All values of a material or chunk in words, without what it holds and belongs to, its image and
-/// how that is wrapped.
-std::string valuesOf(::osg::FieldContainerPtr container) {
-    const std::set<std::string> left_out = {"parents", "attachments", "chunks",   "image",
-                                            "wrapS",   "wrapT",       "materials"};
-    const ::osg::FieldContainerType& type = container->getType();
-    std::string text = std::string(type.getCName()) + "(";
-    for (::osg::UInt32 id = 1; id <= type.getNumFieldDescs(); ++id) {
-        const ::osg::FieldDescription* field = type.getFieldDescription(id);
-        if (field == nullptr || field->isInternal() || left_out.count(field->getCName()) > 0)
-            continue;
-        std::string value;
-        text += std::string(field->getCName()) + "=" +
-                container->getField(id)->getValueByStr(value) + " ";
-    }
-    return text + ")";
-}
-
-::osg::MaterialPtr materialOf(const ::osg::NodePtr& node) {
-    const ::osg::MaterialPtr own = coreOf(node)->getMaterial();
-    ::osg::MaterialPtr outermost = ::osg::NullFC;
-    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
-        const auto group = ::osg::MaterialGroupPtr::dcast(up->getCore());
-        if (group != ::osg::NullFC)
-            outermost = group->getMaterial();
-    }
-    return own != ::osg::NullFC ? own : outermost;
-}
-
-/// The material in words, and its image and wrapping.
-::osg::ImagePtr describe(const ::osg::MaterialPtr& material, pictured_node& shown) {
-    ::osg::ImagePtr image = ::osg::NullFC;
-    shown.wrap = {repeating, repeating};
-    shown.material = material == ::osg::NullFC ? "none" : valuesOf(material);
-    const auto plain = ::osg::SimpleTexturedMaterialPtr::dcast(material);
-    const auto chunked = ::osg::ChunkMaterialPtr::dcast(material);
-    if (chunked != ::osg::NullFC) {
-        for (const ::osg::StateChunkPtr& chunk : *chunked->getMFChunks()) {
-            shown.material += valuesOf(chunk);
-            const auto texture = ::osg::TextureChunkPtr::dcast(chunk);
-            if (texture == ::osg::NullFC)
-                continue;
-            image = texture->getImage();
-            shown.wrap = {texture->getWrapS(), texture->getWrapT()};
-        }
-    }
-    if (plain != ::osg::NullFC)
-        image = plain->getImage();
-    return image;
-}
 
 /// One texel, as a number; images with other channels are not read.
 std::uint32_t texelAt(const ::osg::UInt8* p, ::osg::UInt32 format) {
