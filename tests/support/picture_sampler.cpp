@@ -3,8 +3,8 @@
 #include "picture_material.h"
 #include "test.h"
 
-#include <optional>
 #include <morva/core/morva_osg_geometry_tools.h>
+#include <optional>
 
 namespace morva_test {
 
