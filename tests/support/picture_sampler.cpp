@@ -1,10 +1,11 @@
 #include "picture_sampler.h"
 
-#include "picture_material.h"
-#include "test.h"
+#include <optional>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <optional>
+
+#include "picture_material.h"
+#include "test.h"
 
 namespace morva_test {
 
