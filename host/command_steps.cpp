@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include "console.h"
+#include "host_error.h"
 #include "memory_watch.h"
 #include "output_file.h"
 
@@ -63,6 +64,14 @@ model readChecked(const options& chosen, run_report& report) {
     report.input = {chosen.input, source.file_bytes};
     report.notes = source.notes;
     return source;
+}
+
+void refuseDifferences(const std::vector<std::string>& differences, const std::string& what) {
+    if (differences.empty())
+        return;
+    for (const std::string& difference : differences)
+        tellError("audit: " + difference);
+    throw host_error("the audit failed: " + what + " not hold what went in");
 }
 
 } // namespace morva::host

@@ -49,4 +49,9 @@ model readChecked(const options& chosen, run_report& report);
 void finish(const options& chosen, const run_report& report, staged_output* report_stage,
             output_set& outputs);
 
+/// Tells each difference that an audit found.
+/// what    the output in the plural or singular, with its verb: "the output does"
+/// errors  host_error, if there are any
+void refuseDifferences(const std::vector<std::string>& differences, const std::string& what);
+
 } // namespace morva::host

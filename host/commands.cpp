@@ -2,7 +2,6 @@
 
 #include <cstdint>
 #include <exception>
-#include <iostream>
 #include <new>
 #include <optional>
 #include <string>
@@ -234,10 +233,7 @@ void optimize(const options& chosen) {
 
     report.stages = steps.stages();
     finish(chosen, report, report_stage, outputs);
-    for (const std::string& difference : report.verdict->differences)
-        std::cerr << "morva: audit: " << difference << "\n";
-    if (!passed)
-        throw host_error("the audit failed: the output does not hold what went in");
+    refuseDifferences(report.verdict->differences, "the output does");
 }
 
 void info(const options& chosen) {

@@ -85,14 +85,6 @@ void writeCells(const model& source, const cell_ids& ids, const cell_folder& fol
     }
 }
 
-void refuseDifferences(const std::vector<std::string>& differences) {
-    if (differences.empty())
-        return;
-    for (const std::string& difference : differences)
-        tellError("audit: " + difference);
-    throw host_error("the audit failed: the cells do not hold what went in");
-}
-
 } // namespace
 
 void divide(const options& chosen) {
@@ -127,7 +119,7 @@ void divide(const options& chosen) {
                      record.asked.cells.straddle == morva::osg::cell_straddle::cut);
     writeCells(source, ids, *folder, steps, audit, record);
     steps.begin("audit");
-    refuseDifferences(audit.judge());
+    refuseDifferences(audit.judge(), "the cells do");
     record.triangles_in = audit.trianglesIn();
     record.triangles_out = audit.trianglesOut();
     steps.begin("manifest");

@@ -1,7 +1,6 @@
 #include "simplify_command.h"
 
 #include <algorithm>
-#include <iostream>
 #include <optional>
 #include <utility>
 
@@ -42,12 +41,11 @@ simplify_record recordOf(const simplify_request& request, const std::vector<simp
 /// The road of a level once its parts are settled: show, measure, audit, write.
 class level_writer {
   public:
+    /// wants_all  somebody reads the figures
     level_writer(const options& chosen, const model& source, std::optional<part_table> table,
-                 std::vector<simplified_part>& parts, progress& steps)
+                 std::vector<simplified_part>& parts, progress& steps, bool wants_all)
         : chosen_(chosen), source_(source), table_(std::move(table)), parts_(parts), steps_(steps),
-          audit_(source.root.get(), parts), wants_all_(!chosen.quiet || !chosen.report.empty()) {}
-
-    bool wantsAll() const { return wants_all_; }
+          audit_(source.root.get(), parts), wants_all_(wants_all) {}
 
     simplified_level write(std::size_t level, const staged_output& stage,
                            std::vector<std::string>& notes) {
@@ -86,7 +84,7 @@ class level_writer {
     std::vector<simplified_part>& parts_;
     progress& steps_;
     simplify_audit audit_;
-    bool wants_all_; ///< somebody reads the figures
+    bool wants_all_;
 };
 
 /// The notes of several outputs, each once.
@@ -111,8 +109,8 @@ void simplify(const options& chosen) {
     const model source = readChecked(chosen, report);
     outputs.keepOff(source.files_read);
     steps.begin("measure");
-    const bool nobody_reads = chosen.quiet && chosen.report.empty();
-    report.before = measureScene(source.root.get(), nobody_reads ? measure::counts : measure::all);
+    const bool wants_all = !chosen.quiet || !chosen.report.empty();
+    report.before = measureScene(source.root.get(), wants_all ? measure::all : measure::counts);
     refuseFaults(report.before, chosen.input);
     std::optional<part_table> table;
     const std::string format = extensionOf(chosen.output);
@@ -122,17 +120,18 @@ void simplify(const options& chosen) {
         partsToSimplify(source.root.get(), chosen.simplify.options);
     if (parts.empty())
         report.notes.emplace_back("there are no triangles to simplify");
-    level_writer writer(chosen, source, std::move(table), parts, steps);
-    report.simplified = recordOf(chosen.simplify, parts, writer.wantsAll());
+    level_writer writer(chosen, source, std::move(table), parts, steps, wants_all);
+    report.simplified = recordOf(chosen.simplify, parts, wants_all);
     steps.begin("simplify");
     simplifyParts(parts, chosen.simplify,
                   [&](std::size_t done, std::size_t total) { steps.tell(done, total); });
     memory_watch::check("simplifying");
-    bool passed = true;
+    std::vector<std::string> differences;
     for (std::size_t i = 0; i < stages.size(); ++i) {
         std::vector<std::string> notes;
         simplified_level level = writer.write(i, *stages[i], notes);
-        passed = passed && level.verdict.differences.empty();
+        const std::vector<std::string>& found = level.verdict.differences;
+        differences.insert(differences.end(), found.begin(), found.end());
         addNotes(notesOn(*report.simplified, level), report);
         addNotes(notes, report);
         report.simplified->levels.push_back(std::move(level));
@@ -143,16 +142,11 @@ void simplify(const options& chosen) {
         report.after = report.simplified->levels[0].after;
         report.output = report.simplified->levels[0].output;
     }
-    for (std::size_t i = 0; i < stages.size() && !passed; ++i)
+    for (std::size_t i = 0; i < stages.size() && !differences.empty(); ++i)
         outputs.drop(*stages[i]);
     report.stages = steps.stages();
     finish(chosen, report, report_stage, outputs);
-    for (const simplified_level& level : report.simplified->levels) {
-        for (const std::string& difference : level.verdict.differences)
-            std::cerr << "morva: audit: " << difference << "\n";
-    }
-    if (!passed)
-        throw host_error("the audit failed: the output does not hold what went in");
+    refuseDifferences(differences, "the output does");
 }
 
 } // namespace morva::host

@@ -59,4 +59,13 @@ class taken_children {
     std::vector<::osg::RefPtr<::osg::NodePtr>> children_; ///< the last one first
 };
 
+/// Takes children off, by their places, which rise; the others keep their order.
+inline void dropChildren(const ::osg::NodePtr& parent, const std::vector<::osg::UInt32>& places) {
+    if (places.empty())
+        return;
+    taken_children rest(parent, places.front());
+    for (const ::osg::UInt32 place : places)
+        rest.drop(place - places.front());
+}
+
 } // namespace morva::osg

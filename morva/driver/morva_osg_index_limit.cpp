@@ -163,13 +163,7 @@ class walk {
   private:
     /// Ends the last frame.
     void leave() {
-        const frame& done = frames_.back();
-        if (!done.replaced.empty()) {
-            const ::osg::UInt32 first = done.replaced.front();
-            taken_children rest(done.group, first);
-            for (const ::osg::UInt32 place : done.replaced)
-                rest.drop(place - first);
-        }
+        dropChildren(frames_.back().group, frames_.back().replaced);
         frames_.pop_back();
     }
 

@@ -50,9 +50,7 @@ void takeChildrenOff(const NodePtr& parent, const node_numbers& numbers) {
         if (numbers.count(parent->getChild(i).getFieldContainerId()) != 0)
             places.push_back(i);
     }
-    taken_children rest(parent, places.front());
-    for (const ::osg::UInt32 place : places)
-        rest.drop(place - places.front());
+    dropChildren(parent, places);
 }
 
 /// Takes nodes off their parents, and then the parents that are left empty, and theirs, as

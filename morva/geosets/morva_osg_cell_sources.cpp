@@ -6,6 +6,7 @@
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_new_nodes.h>
 #include <morva/core/morva_osg_node_core.h>
+#include <morva/core/morva_osg_thin_primitives.h>
 #include <morva/geosets/morva_osg_scene_hierarchy.h>
 
 namespace morva::osg {
@@ -20,27 +21,18 @@ void settleSources(const std::vector<::osg::NodePtr>& nodes) {
 }
 
 ::osg::GeometryPtr restOf(const ::osg::GeometryPtr& core) {
-    const geometry_columns columns(core, {});
-    std::vector<primitive_run> runs;
-    forEachPrimitive(core, columns.corners(), rest_rule::left_out, [&](const primitive_run& run) {
-        if (run.type <= GL_LINE_STRIP && run.length > 0)
-            runs.push_back(run);
-    });
+    const std::vector<primitive_run> runs = thinPrimitives(core);
     if (runs.empty())
         return ::osg::NullFC;
 
     fresh<::osg::GeometryPtr> rest(copyOfCore(core));
     rest->setMaterial(core->getMaterial());
-    const ::osg::GeoPTypesPtr types = ::osg::GeoPTypesUI8::create();
-    rest->setTypes(types);
-    const ::osg::GeoPLengthsPtr lengths = ::osg::GeoPLengthsUI32::create();
-    rest->setLengths(lengths);
+    setPrimitives(rest.get(), runs);
     const ::osg::GeoIndicesUI32Ptr indices = ::osg::GeoIndicesUI32::create();
     rest->setIndices(indices);
+    const geometry_columns columns(core, {});
     const std::size_t stride = columns.indexed() ? columns.stride() : 1;
     for (const primitive_run& run : runs) {
-        types->addValue(run.type);
-        lengths->addValue(static_cast<::osg::UInt32>(run.length));
         for (std::size_t i = run.first * stride; i < (run.first + run.length) * stride; ++i)
             indices->editField().push_back(columns.indexed() ? columns.indices()[i]
                                                              : static_cast<::osg::UInt32>(i));

@@ -40,13 +40,8 @@ void image_collection::add(const ::osg::NodePtr& node) {
 /// Without coordinates yet.
 std::uint32_t image_collection::append(const ::osg::ImagePtr& image) {
     const atlas_source& source = sources_.of(image);
-    ImageData record;
-    record.data = source.pixels;
-    record.width = source.width;
-    record.height = source.height;
-    record.hasAlpha = source.hasAlpha;
     const auto number = static_cast<std::uint32_t>(growing_.size());
-    growing_.push_back(record);
+    growing_.push_back(entryOf(source));
     finder_.enter(number, source);
     known_[image.getFieldContainerId()] = number;
     return number;

@@ -45,6 +45,16 @@ struct atlas_source {
     std::uint64_t hash = 0; ///< of size and compared bytes
 };
 
+/// A new entry for an image, without coordinates and place.
+inline ImageData entryOf(const atlas_source& source) {
+    ImageData entry;
+    entry.data = source.pixels;
+    entry.width = source.width;
+    entry.height = source.height;
+    entry.hasAlpha = source.hasAlpha;
+    return entry;
+}
+
 /// The images of one run.
 class atlas_sources {
   public:

@@ -130,13 +130,8 @@ class cell_atlas {
     }
 
     std::uint32_t append(const ::osg::ImagePtr& picture, const atlas_source& source) {
-        ImageData image;
-        image.data = source.pixels;
-        image.width = source.width;
-        image.height = source.height;
-        image.hasAlpha = source.hasAlpha;
         const auto number = static_cast<std::uint32_t>(images_.size());
-        images_.push_back(image);
+        images_.push_back(entryOf(source));
         pictures_.emplace_back(picture);
         finder_.enter(number, source);
         return number;

@@ -7,7 +7,6 @@
 #include <type_traits>
 #include <vector>
 
-#include <OpenSG/OSGGL.h>
 #include <OpenSG/OSGGeometry.h>
 #include <OpenSG/OSGSimpleAttachments.h>
 
@@ -17,6 +16,7 @@
 #include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_node_looks.h>
 #include <morva/core/morva_osg_taken_children.h>
+#include <morva/core/morva_osg_thin_primitives.h>
 #include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/trees/kd_strategies.h>
@@ -57,16 +57,6 @@ bool node_triangles::allOnOneSide() const {
 }
 
 namespace {
-
-/// The primitives of lines and points of a core.
-std::vector<primitive_run> thinPrimitives(const ::osg::GeometryPtr& core) {
-    std::vector<primitive_run> runs;
-    forEachPrimitive(core, cornersOf(core), rest_rule::left_out, [&](const primitive_run& run) {
-        if (run.type <= GL_LINE_STRIP && run.length > 0)
-            runs.push_back(run);
-    });
-    return runs;
-}
 
 /// Numbers of rows, each once, rising.
 using row_list = std::vector<::osg::UInt32>;
@@ -147,17 +137,6 @@ void setIndices(const ::osg::GeometryPtr& geometry, const std::vector<::osg::UIn
     geometry->setIndices(made.get());
 }
 
-void setThinPrimitives(const ::osg::GeometryPtr& geometry, const std::vector<primitive_run>& runs) {
-    const ::osg::RefPtr<::osg::GeoPTypesUI8Ptr> types(::osg::GeoPTypesUI8::create());
-    const ::osg::RefPtr<::osg::GeoPLengthsUI32Ptr> lengths(::osg::GeoPLengthsUI32::create());
-    for (const primitive_run& run : runs) {
-        types->editField().push_back(static_cast<::osg::UInt8>(run.type));
-        lengths->editField().push_back(static_cast<::osg::UInt32>(run.length));
-    }
-    geometry->setTypes(types.get());
-    geometry->setLengths(lengths.get());
-}
-
 /// A node with the lines and points of a core, null if it has none. It shares no property, and has
 /// no more of them than it uses.
 NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
@@ -166,7 +145,7 @@ NodePtr nodeOfThinPrimitives(const ::osg::GeometryPtr& core) {
         return ::osg::NullFC;
     const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
     fresh<NodePtr> node(newNodeWith(geometry));
-    setThinPrimitives(geometry, runs);
+    setPrimitives(geometry, runs);
     const std::vector<::osg::UInt32> indices = takeThinVertices(core, geometry, runs);
     if (::osg::GeoIndicesUI16Ptr::dcast(core->getIndices()) != ::osg::NullFC)
         setIndices<::osg::GeoIndicesUI16>(geometry, indices);
