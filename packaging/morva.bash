@@ -11,8 +11,9 @@ _morva() {
             $(grep -oE -e '--[a-z-]+' <<<"$help" | sort -u)" -- "$word"))
         return
     fi
-    help=$("${COMP_WORDS[0]}" help ${verb#help} 2>/dev/null)
-    if [ "$verb" = help ]; then
+    [ "$verb" != help ] || verb=--help
+    help=$("${COMP_WORDS[0]}" "$verb" --help 2>/dev/null)
+    if [ "$verb" = --help ]; then
         # shellcheck disable=SC2207
         COMPREPLY=($(compgen -W "$(sed -n '/^Subcommands:/,/^$/s/^  \([a-z]\+\).*/\1/p' <<<"$help")" -- "$word"))
     elif [[ $word == -* ]]; then

@@ -32,7 +32,7 @@ bash_offers() {
         COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)); _morva; echo "${COMPREPLY[*]}"' bash "$@"
 }
 
-# What zsh makes of a line that is typed in and ended with the tabulator.
+# What a line comes to that is typed into zsh, completed with the tabulator and carried out.
 zsh_completes() {
     zsh -f -c 'zmodload zsh/zpty
         zpty shell zsh -f -i
@@ -51,8 +51,9 @@ try_completion() {
     [ "$(bash_offers morva simp)" = simplify ] || fail "bash does not complete a verb"
     [ "$(bash_offers morva divide --stra)" = --straddle ] || fail "bash does not complete an option"
     [ "$(bash_offers morva divide --straddle c)" = "centre cut" ] || fail "bash offers no words"
-    zsh_completes 'morva simp' | grep -q 'morva simplify' || fail "zsh does not complete a verb"
-    zsh_completes 'morva divide --stra' | grep -q -e '--straddle' ||
+    zsh_completes 'morva simp' | grep -q 'morva: IN is required' ||
+        fail "zsh does not complete a verb"
+    zsh_completes 'morva divide --stra' | grep -q 'morva: --straddle: 1 required' ||
         fail "zsh does not complete an option"
 }
 
