@@ -19,64 +19,8 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t most_nested = 500;
 constexpr std::uint32_t magic_of_file = 0x46546C67u, kind_json = 0x4E4F534Au,
                         kind_binary = 0x004E4942u;
-
-/// Builds the tree of a text. Stops at a key that an object has already, and at deep nesting:
-/// copies and comparisons of the tree recurse.
-class tree_builder : public nlohmann::json_sax<json> {
-  public:
-    explicit tree_builder(json& root) : root_(root) {}
-
-    bool null() override { return add(nullptr); }
-    bool boolean(bool value) override { return add(value); }
-    bool number_integer(number_integer_t value) override { return add(value); }
-    bool number_unsigned(number_unsigned_t value) override { return add(value); }
-    bool number_float(number_float_t value, const string_t&) override { return add(value); }
-    bool string(string_t& value) override { return add(std::move(value)); }
-    bool binary(binary_t&) override { return false; }
-    bool start_object(std::size_t) override { return open(json::object()); }
-    bool start_array(std::size_t) override { return open(json::array()); }
-    bool end_object() override { return close(); }
-    bool end_array() override { return close(); }
-    bool key(string_t& name) override {
-        const auto added =
-            open_.back()->get_ref<json::object_t&>().emplace(std::move(name), nullptr);
-        place_ = &added.first->second;
-        return added.second;
-    }
-    bool parse_error(std::size_t, const std::string&, const json::exception&) override {
-        return false;
-    }
-
-  private:
-    /// Puts a value where the text is. Only the innermost list grows, so that all others stay.
-    json& put(json value) {
-        if (open_.empty())
-            return root_ = std::move(value);
-        if (open_.back()->is_object())
-            return *place_ = std::move(value);
-        auto& list = open_.back()->get_ref<json::array_t&>();
-        return list.emplace_back(std::move(value));
-    }
-    bool add(json value) {
-        put(std::move(value));
-        return true;
-    }
-    bool open(json value) {
-        open_.push_back(&put(std::move(value)));
-        return open_.size() <= most_nested;
-    }
-    bool close() {
-        open_.pop_back();
-        return true;
-    }
-
-    json& root_;
-    json* place_ = nullptr; ///< of the value whose key was read last
-    std::vector<json*> open_;
-};
 
 std::uint32_t wordAt(const std::uint8_t* bytes) {
     std::uint32_t word = 0;
@@ -98,20 +42,6 @@ unsigned versionIn(const json& text) {
         return 0;
     const std::string& figures = version->get_ref<const std::string&>();
     return figures.compare(0, 1, "1") == 0 ? 1 : figures.compare(0, 1, "2") == 0 ? 2 : 0;
-}
-
-std::size_t componentsOf(const json& accessor) {
-    const auto type = accessor.find("type");
-    if (type == accessor.end() || !type->is_string())
-        return 0;
-    const std::string& name = type->get_ref<const std::string&>();
-    return name == "SCALAR" ? 1 : name == "VEC2" ? 2 : name == "VEC3" ? 3 : name == "VEC4" ? 4 : 0;
-}
-
-/// A whole number that may be missing; nothing if it is something else.
-std::optional<std::size_t> wholeNumberOr(const json& object, const char* key,
-                                         std::size_t otherwise) {
-    return object.contains(key) ? wholeNumber(object, key) : otherwise;
 }
 
 } // namespace
@@ -144,10 +74,9 @@ gltf_document::gltf_document(const std::string& path) : path_(path), file_(path)
     const gltf_bytes place = extensionOf(path) == "glb" ? findChunks() : gltf_bytes{0, file_.bytes};
     std::vector<char> text(place.count);
     readAt(place.first, place.count, text.data());
-    tree_builder builder(json_);
-    if (!nlohmann::json::sax_parse(text.begin(), text.end(), &builder) || !json_.is_object())
+    if (!readText(text, text_))
         refuse("its text is no JSON");
-    version_ = versionIn(json_);
+    version_ = versionIn(text_.json);
     if (version_ == 0)
         refuse("it is no glTF 1.0 or 2.0");
 }
@@ -203,53 +132,44 @@ void gltf_document::read(const gltf_bytes& from, void* to) const {
 }
 
 const nlohmann::json* gltf_document::entry(const char* list, std::size_t index) const {
-    const auto found = json_.find(list);
-    if (found == json_.end() || !found->is_array() || index >= found->size() ||
+    const auto found = text_.json.find(list);
+    if (found == text_.json.end() || !found->is_array() || index >= found->size() ||
         !(*found)[index].is_object())
         return nullptr;
     return &(*found)[index];
 }
 
 std::optional<gltf_bytes> gltf_document::view(std::size_t index) const {
-    const nlohmann::json* const view = entry("bufferViews", index);
     const nlohmann::json* const buffer = entry("buffers", 0);
-    if (view == nullptr || buffer == nullptr || buffer->contains("uri") ||
-        wholeNumber(*view, "buffer") != 0)
+    if (index >= text_.views.size() || buffer == nullptr || buffer->contains("uri"))
         return std::nullopt;
-    const auto first = wholeNumberOr(*view, "byteOffset", 0);
-    const auto count = wholeNumber(*view, "byteLength");
-    if (!first || !count || *first > binary_.count || *count > binary_.count - *first)
+    const gltf_view_record& view = text_.views[index];
+    if (!view.plain || view.buffer != 0 || view.offset > binary_.count ||
+        view.bytes > binary_.count - view.offset)
         return std::nullopt;
-    return gltf_bytes{*first, *count};
+    return gltf_bytes{view.offset, view.bytes};
 }
 
 std::optional<gltf_accessor> gltf_document::accessor(std::size_t index) const {
-    const nlohmann::json* const from = entry("accessors", index);
-    if (from == nullptr || from->contains("sparse"))
+    if (index >= text_.accessors.size())
         return std::nullopt;
-    const auto view_index = wholeNumber(*from, "bufferView");
-    if (!view_index)
+    const gltf_accessor_record& from = text_.accessors[index];
+    const auto all = from.plain ? view(from.view) : std::nullopt;
+    if (!all || from.components == 0 || from.component_type < 5120 || from.component_type > 5126 ||
+        from.component_type == 5124 || from.count > std::numeric_limits<std::uint32_t>::max() ||
+        from.offset > all->count)
         return std::nullopt;
-    const auto all = view(*view_index);
-    const auto offset = wholeNumberOr(*from, "byteOffset", 0);
-    const auto type = wholeNumber(*from, "componentType"), count = wholeNumber(*from, "count");
     gltf_accessor found;
-    found.components = componentsOf(*from);
-    if (!all || !offset || !type || !count || found.components == 0 || *type < 5120 ||
-        *type > 5126 || *type == 5124 || *count > std::numeric_limits<std::uint32_t>::max() ||
-        *offset > all->count)
+    found.first = all->first + from.offset;
+    found.count = from.count;
+    found.components = from.components;
+    found.component_type = static_cast<unsigned>(from.component_type);
+    found.normalized = from.normalized;
+    const std::uint64_t stride = text_.views[from.view].stride;
+    found.stride = stride == 0 ? found.valueBytes() : stride;
+    if (stride > 0xFFFF || found.stride < found.valueBytes() ||
+        found.bytes().count > all->count - from.offset)
         return std::nullopt;
-    found.first = all->first + *offset;
-    found.count = *count;
-    found.component_type = static_cast<unsigned>(*type);
-    const auto stride = wholeNumberOr(*entry("bufferViews", *view_index), "byteStride", 0);
-    if (!stride || *stride > 0xFFFF || (*stride != 0 && *stride < found.valueBytes()))
-        return std::nullopt;
-    found.stride = *stride == 0 ? found.valueBytes() : *stride;
-    if (found.bytes().count > all->count - *offset)
-        return std::nullopt;
-    const auto normalized = from->find("normalized");
-    found.normalized = normalized != from->end() && *normalized == true;
     return found;
 }
 
