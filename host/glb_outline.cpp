@@ -1,5 +1,6 @@
 #include "glb_outline.h"
 
+#include <algorithm>
 #include <string>
 #include <utility>
 
@@ -157,6 +158,8 @@ class outline_builder {
         handOver(meshes_, made.mMeshes, made.mNumMeshes);
         handOver(made_materials_, made.mMaterials, made.mNumMaterials);
         handOver(materials_.images(), made.mTextures, made.mNumTextures);
+        cameras_.erase(std::remove(cameras_.begin(), cameras_.end(), nullptr), cameras_.end());
+        handOver(cameras_, made.mCameras, made.mNumCameras);
         return std::move(outline_);
     }
 
@@ -203,16 +206,30 @@ class outline_builder {
         const json* const from = document_.entry("nodes", index);
         requirePlain(from != nullptr && !node_used_[index] && open_.size() < mostLevels());
         node_used_[index] = true;
-        for (const char* const key : {"skin", "camera", "weights", "extensions"})
+        for (const char* const key : {"skin", "weights", "extensions"})
             requirePlain(!from->contains(key));
         const std::string name = textOf(*from, "name");
         place = new aiNode(name.empty() ? "nodes[" + std::to_string(index) + "]" : name);
         place->mParent = parent;
         place->mTransformation = matrixOf(*from);
+        if (const auto camera = numberOf(*from, "camera"))
+            addCamera(*camera);
         const json* const children = listOf(*from, "children");
         if (children != nullptr && !children->empty())
             makeChildren(*place, children->size());
         open_.push_back({from, place, children, 0});
+    }
+
+    /// Nothing more than that there is one.
+    void addCamera(std::size_t index) {
+        const json* const from = document_.entry("cameras", index);
+        requirePlain(from != nullptr);
+        const bool flat = textOf(*from, "type") == "orthographic";
+        requirePlain(objectOf(*from, flat ? "orthographic" : "perspective") != nullptr);
+        if (cameras_.size() <= index)
+            cameras_.resize(index + 1);
+        if (cameras_[index] == nullptr)
+            cameras_[index] = std::make_unique<aiCamera>();
     }
 
     void setMeshes(const json& from, aiNode& node) {
@@ -265,6 +282,7 @@ class outline_builder {
     std::vector<mesh_place> mesh_places_; ///< of each mesh of the file
     std::vector<std::unique_ptr<aiMesh>> meshes_;
     std::vector<std::unique_ptr<aiMaterial>> made_materials_;
+    std::vector<std::unique_ptr<aiCamera>> cameras_; ///< by their number in the file
     std::vector<bool> node_used_;
     std::vector<open_node> open_;
 };

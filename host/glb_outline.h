@@ -43,7 +43,7 @@ struct glb_outline {
 
 /// Takes a file apart.
 /// errors  host_error for whatever is not of the plain kind: skins, morph targets, animations,
-///         cameras, lights, texture transforms, compression, sparse or quantised values, images
+///         lights, texture transforms, compression, sparse or quantised values, images
 ///         outside of the file, required extensions, material extensions with textures, strips,
 ///         fans and loops, node graphs that are no trees, and all that the format forbids;
 ///         std::bad_alloc
