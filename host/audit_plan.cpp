@@ -210,12 +210,25 @@ double areaOf(const counting_task& task, const audited_part& part) {
     return area;
 }
 
+/// Whether some triangle of a part reaches beyond the limit where its image repeats, which all
+/// images do for a merge that asks no material. Under that of others it may repeat either way.
+bool reachesBeyondInMerge(const geometry_view& view, const ::osg::NodePtr& node,
+                          const run_plan& run) {
+    const int limit = run.setup.merge.optimizetc;
+    if (run.setup.merge.ignorematerial)
+        return reachesBeyond(view, limit);
+    if (!run.setup.mostusedmaterial)
+        return reachesBeyond(view, limit, morva::osg::repeatsOf(morva::osg::getMaterial(node)));
+    return reachesBeyond(view, limit) || reachesBeyond(view, limit, {true, false}) ||
+           reachesBeyond(view, limit, {false, true});
+}
+
 /// Whether the merge may cut a part: some triangle's coordinates reach beyond the limit, and they
 /// are kept. With atlases only the merge for a hull does.
 bool mayBeCutInMerge(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
     const morva::osg::mergeGeo_setup& setup = run.setup.merge;
     return (run.atlas ? run.setup.buildhull : run.merges) && !losesImages(run) &&
-           setup.optimizetc > 0 && reachesBeyond(view, setup.optimizetc) &&
+           setup.optimizetc > 0 && reachesBeyondInMerge(view, node, run) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
 }
 

@@ -16,6 +16,7 @@
 #include "assimp_import.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "mirrored_parts.h"
 #include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
@@ -130,6 +131,8 @@ model readModel(const std::string& path) {
         throw host_error(tooDeep());
     if (!drawsSomething(result.root.get()))
         throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
+    uprightMirroredParts(result.root.get());
+    memory_watch::check(doing);
     return result;
 }
 

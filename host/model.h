@@ -27,7 +27,7 @@ struct model {
 };
 
 /// Reads a model file by its extension: .osb through the scene graph, everything else through
-/// the import library.
+/// the import library. No part hangs below a matrix that mirrors (see uprightMirroredParts()).
 ///
 /// errors  host_error: the file is missing, empty, damaged, of an unknown format or holds
 ///         nothing to draw

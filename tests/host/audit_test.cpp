@@ -354,6 +354,24 @@ TEST(AuditOfPieces, PassesPartsThatAreCut) {
         EXPECT_GE(run.verdict.out, row.least);
         EXPECT_TRUE(row.least != 6 || run.verdict.out == 6);
     }
+    // A clamped direction has nothing cut, a mirrored one neither, unless nobody asks the material.
+    for (const auto& [parameters, cut] : {std::pair("maxtris(100),idmapinroot(true)", 0),
+                                          std::pair("maxtris(100),mostusedmaterial(1)", 0),
+                                          std::pair("maxtris(100),ignorematerial(1)", 1)}) {
+        for (const GLenum wrap : {GLenum{GL_CLAMP}, GLenum{GL_MIRRORED_REPEAT}}) {
+            SCOPED_TRACE(testing::Message() << parameters << ", " << wrap);
+            const ::osg::NodePtr room = tiledRoom();
+            const auto texture = ::osg::TextureChunkPtr::dcast(
+                ::osg::ChunkMaterialPtr::dcast(coreOf(room->getChild(1))->getMaterial())
+                    ->getChunks(1));
+            texture->setWrapS(wrap);
+            texture->setWrapT(wrap);
+            const audited_run run = runAudit(room, parameters);
+            EXPECT_EQ(run.verdict.differences, texts{});
+            EXPECT_EQ(run.verdict.out > 6, cut == 1);
+            EXPECT_TRUE(run.plan.parts[0].cut == (cut == 1) || run.verdict.out == 6);
+        }
+    }
     // Only coordinates that an image needs, and that reach too far, can have a part cut.
     const audited_run run = runAudit(tiledRoom(), "maxtris(100)");
     ASSERT_EQ(run.plan.parts.size(), 3U);
