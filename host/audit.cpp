@@ -80,9 +80,15 @@ std::map<int, amount> countById(const output_node& node) {
     return counts;
 }
 
-/// Names and counts of the output nodes that hold geometry, in walk order.
-std::vector<std::pair<std::string, std::map<int, amount>>>
-countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
+/// What an output node that holds geometry has.
+struct counted_node {
+    std::string name;
+    std::map<int, amount> by_id;
+    std::uint64_t line_ends = 0, points = 0;
+};
+
+/// In walk order.
+std::vector<counted_node> countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
     const std::vector<::osg::NodePtr> nodes = geometryNodes(result);
     std::deque<output_node> outputs;
     for (const ::osg::NodePtr& node : nodes) {
@@ -90,10 +96,14 @@ countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
         outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
                            plan.areas ? std::optional<placement>(node) : std::nullopt});
     }
-    std::vector<std::pair<std::string, std::map<int, amount>>> counted(outputs.size());
-    runParallel(outputs.size(), [&](std::size_t i) { counted[i].second = countById(outputs[i]); });
+    std::vector<counted_node> counted(outputs.size());
+    runParallel(outputs.size(), [&](std::size_t i) {
+        counted[i].by_id = countById(outputs[i]);
+        forEachLine(outputs[i].view, [&](std::size_t, std::size_t) { counted[i].line_ends += 2; });
+        forEachPoint(outputs[i].view, [&](std::size_t) { ++counted[i].points; });
+    });
     for (std::size_t i = 0; i < nodes.size(); ++i)
-        counted[i].first = nameOf(nodes[i]);
+        counted[i].name = nameOf(nodes[i]);
     return counted;
 }
 
@@ -330,6 +340,35 @@ void noteLeftOut(const audit_plan& plan, audit_verdict& verdict) {
                                 std::to_string(names.size()) + " of them: " + quotedNames(names));
 }
 
+/// Says by how many something that was counted changed; empty if it did not.
+std::string textOfChange(std::uint64_t in, std::uint64_t out, const std::string& what) {
+    if (out > in)
+        return withCommas(out - in) + " " + what + " more come out than went in";
+    return out == in
+               ? std::string()
+               : withCommas(in - out) + " of " + withCommas(in) + " " + what + " do not come out";
+}
+
+void noteThin(const audit_plan& plan, std::uint64_t line_ends, std::uint64_t points,
+              audit_verdict& verdict) {
+    std::uint64_t ends_in = 0, points_in = 0;
+    bool points_alone = false;
+    for (const audited_part& part : plan.parts) {
+        ends_in += part.line_ends;
+        points_in += part.points;
+        points_alone =
+            points_alone || (part.points != 0 && part.line_ends == 0 && part.triangles == 0);
+    }
+    const std::string of_lines = textOfChange(ends_in, line_ends, "line ends");
+    if (!of_lines.empty())
+        verdict.notes.push_back(of_lines);
+    const std::string of_points = textOfChange(points_in, points, "points");
+    if (!of_points.empty())
+        verdict.notes.push_back(of_points + (points_alone && plan.merges && points < points_in
+                                                 ? ": parts of points alone are not merged"
+                                                 : ""));
+}
+
 } // namespace
 
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
@@ -343,8 +382,12 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         verdict.ids = idsOfRun();
 
     amount sum;
+    std::uint64_t line_ends = 0, points = 0;
     std::map<std::string, amount> out_by_name;
-    for (const auto& [name, counts] : countOutputs(plan, result)) {
+    for (const counted_node& node : countOutputs(plan, result)) {
+        const auto& [name, counts, ends_here, points_here] = node;
+        line_ends += ends_here;
+        points += points_here;
         for (const auto& [id, counted] : counts) {
             add(counted, sum);
             if (!plan.by_part)
@@ -366,6 +409,7 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         compareByName(expected, out_by_name, plan.areas, verdict);
     noteNameless(plan, verdict);
     noteLeftOut(plan, verdict);
+    noteThin(plan, line_ends, points, verdict);
     compareReordered(plan, result, verdict);
     compareHull(plan, result, verdict);
     compareSums(plan, all, sum, verdict);

@@ -24,6 +24,9 @@
 // With texture atlases parts may lose the triangles that are degenerate in their own space before
 // anything else happens to them.
 //
+// Lines and points are counted, too: where their number changes, a note says by how many. Parts
+// that hold points alone are no parts to a merge.
+//
 // Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
 // those at least as many triangles must come out as went in, with the same area.
 
@@ -61,10 +64,11 @@ struct audited_part {
     std::uint64_t dropped = 0;         ///< these and what the way to atlases drops, if it has one
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
     std::uint64_t kept_degenerate = 0; ///< degenerate ones that may be among them
-    double area = 0.0;                 ///< of what is to come out, if the plan compares areas
-    bool cut = false;                  ///< more than `most` may come out, as pieces
-    bool flattened = false;            ///< on the way to atlases indices may go, see above
-    bool renamed = false;              ///< comes out under another name, see above
+    std::uint64_t line_ends = 0, points = 0; ///< where the part stands: each line has two ends
+    double area = 0.0;                       ///< of what is to come out, if the plan compares areas
+    bool cut = false;                        ///< more than `most` may come out, as pieces
+    bool flattened = false;                  ///< on the way to atlases indices may go, see above
+    bool renamed = false;                    ///< comes out under another name, see above
 };
 
 struct audit_plan {

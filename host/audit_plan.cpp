@@ -155,6 +155,8 @@ void countPart(const counting_task& task, audited_part& part) {
         part.degenerate += degenerate ? 1 : 0;
         part.dropped += task.flattened && (degenerate || isDegenerate(view, a, b, c)) ? 1 : 0;
     });
+    forEachLine(view, [&](std::size_t, std::size_t) { part.line_ends += 2; });
+    forEachPoint(view, [&](std::size_t) { ++part.points; });
 }
 
 /// Whether the first primitive is empty, or there are none: such geometry may go as a whole.

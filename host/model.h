@@ -21,6 +21,7 @@ struct model {
     std::map<std::string, ::osg::ImageRefPtr> images_by_name; ///< those read so far
     std::size_t other_textures = 0;      ///< textures without a place in the scene, left out
     std::vector<std::string> notes;      ///< what was left out or looks wrong, one sentence each
+    std::uint64_t loose_points = 0;      ///< vertices of meshes left out for lack of faces
     std::uint64_t file_bytes = 0;        ///< of the file itself, without those it refers to
     std::vector<std::string> files_read; ///< the file itself and all others opened for it
     std::future<void> clean_up;          ///< the importer's own scene going, beside the next stages

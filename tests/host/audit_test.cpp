@@ -299,6 +299,25 @@ TEST(Audit, PassesAnySceneWithHiddenAndTransparentParts) {
     }
 }
 
+TEST(Audit, SaysHowManyPointsAndLineEndsGoOrCome) {
+    const auto scene = [] {
+        return group({named("cloud", meshNode(row(5, 0))), named("plate", meshNode(quads(2))),
+                      named("loop", meshNode(row(4, 2))),
+                      switched(0, {named("wire", meshNode(row(3, 3)))})});
+    };
+    const std::string points =
+        "5 of 5 points do not come out: parts of points alone are not merged";
+    EXPECT_EQ(runAudit(scene(), "maxtris(9)").verdict.notes,
+              (texts{"4 of 12 line ends do not come out", points}));
+    EXPECT_EQ(runAudit(scene(), "maxtris(9),removeswitch(1)").verdict.notes, texts{points});
+    EXPECT_EQ(runAudit(scene(), "maxtris(0)").verdict.notes, texts{});
+    // More than went in.
+    const audited_run run = runAudit(scene(), "maxtris(0)");
+    const node_ref twice(group({scene(), meshNode(row(1, 0))}));
+    EXPECT_EQ(morva::host::judge(run.plan, twice.get()).notes,
+              texts{"1 points more come out than went in"});
+}
+
 TEST(Audit, DegenerateIsAskedWhereTheMergeAsks) {
     // Shrunk to a point in the world, sound in its own space.
     ::osg::Matrix tiny;
