@@ -281,15 +281,56 @@ void compareSums(const audit_plan& plan, const expectation& all, const amount& o
         compare(all, out, true, "all parts", verdict.differences);
 }
 
-void compareHull(const audit_plan& plan, const ::osg::NodePtr& result, audit_verdict& verdict) {
-    if (!plan.hull_source)
-        return;
+print_list printsInWorld(const ::osg::NodePtr& result) {
     print_list prints;
     for (const ::osg::NodePtr& node : geometryNodes(result)) {
         const placement world(node);
         addPrints(geometry_view(::osg::GeometryPtr::dcast(node->getCore())), 0, prints, &world);
     }
-    const std::uint64_t strangers = countStrangers(*plan.hull_source, std::move(prints));
+    return prints;
+}
+
+void compareUntouched(const audit_plan& plan, const ::osg::NodePtr& result,
+                      audit_verdict& verdict) {
+    if (plan.untouched.empty())
+        return;
+    for (const print_difference& difference :
+         comparePrints(plan.untouched, printsInWorld(result))) {
+        if (difference.lost != 0)
+            verdict.differences.push_back("part '" + plan.parts[difference.part].name +
+                                          "': " + std::to_string(difference.lost) +
+                                          " triangles are not where they were");
+    }
+}
+
+/// Compares what is gone with what interior removal says that it took off.
+void compareRemoved(const audit_plan& plan, audit_verdict& verdict) {
+    const auto gone = static_cast<std::size_t>(
+        std::count_if(plan.parts.begin(), plan.parts.end(),
+                      [](const audited_part& part) { return part.fate == part_fate::removed; }));
+    if (plan.removed_parts && gone != *plan.removed_parts)
+        verdict.differences.push_back(std::to_string(*plan.removed_parts) +
+                                      " parts were removed, but " + std::to_string(gone) +
+                                      " are gone");
+}
+
+/// Whether no part can lose triangles on its way from a hull to the output: a new draw order keeps
+/// nothing beside lines.
+bool keepsHull(const audit_plan& plan) {
+    return std::none_of(plan.parts.begin(), plan.parts.end(), [](const audited_part& part) {
+        return part.renamed && part.line_ends != 0;
+    });
+}
+
+void compareHull(const audit_plan& plan, const ::osg::NodePtr& result, const amount& out,
+                 audit_verdict& verdict) {
+    const std::uint64_t sound = out.triangles - out.degenerate;
+    if (plan.hull_triangles && keepsHull(plan) && sound < *plan.hull_triangles)
+        verdict.differences.push_back("the hull has kept " + std::to_string(*plan.hull_triangles) +
+                                      " triangles, but " + std::to_string(sound) + " came out");
+    if (!plan.hull_source)
+        return;
+    const std::uint64_t strangers = countStrangers(*plan.hull_source, printsInWorld(result));
     if (strangers != 0)
         verdict.differences.push_back("the hull has " + std::to_string(strangers) +
                                       " triangles that did not go in");
@@ -411,7 +452,9 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     noteLeftOut(plan, verdict);
     noteThin(plan, line_ends, points, verdict);
     compareReordered(plan, result, verdict);
-    compareHull(plan, result, verdict);
+    compareRemoved(plan, verdict);
+    compareUntouched(plan, result, verdict);
+    compareHull(plan, result, sum, verdict);
     compareSums(plan, all, sum, verdict);
     return verdict;
 }

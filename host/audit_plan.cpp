@@ -305,6 +305,31 @@ void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run
     }
 }
 
+/// Whether stages before the merge may take something off a scene.
+bool mayTakeBefore(const run_plan& run) {
+    return run.atlas || run.removes_parts || run.builds_hull || run.setup.removelod ||
+           run.setup.removeswitch;
+}
+
+/// Whether all that is not degenerate of a part comes out as it is. A new draw order does not tell
+/// where degenerate triangles were.
+bool staysUntouched(const audited_part& part) {
+    const bool odd_order = part.renamed && part.degenerate != 0;
+    return part.fate != part_fate::left_out && !part.cut && !odd_order &&
+           part.least + std::max(part.degenerate, part.dropped) >= part.triangles;
+}
+
+/// Notes the triangles that must come out where they are in the world.
+void noteUntouched(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
+    if (!mayTakeBefore(run) || (run.merges && !run.setup.merge.toworld))
+        return;
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        if (staysUntouched(plan.parts[i]))
+            addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.untouched,
+                      &tasks[i].world, sound_where::in_own_space_too);
+    }
+}
+
 /// Whether the IDs of a run tell each part. A nameless part gets none. One material for all, or
 /// those of atlases, let nobody tell what is carried over. Normals made anew where no index follows
 /// leave IDs that no index leads to. What the first merge of a hull carries over hidden may come
@@ -378,6 +403,8 @@ audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& 
     if (!follows)
         plan.reordered.clear();
     noteHullSource(tasks, run, plan);
+    if (!besides_skipped)
+        noteUntouched(tasks, run, plan);
     countKept(tasks, run, plan);
     measureAreas(tasks, run, plan);
     return plan;
@@ -396,8 +423,13 @@ void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
     const auto isGone = [&plan](const triangle_print& print) {
         return plan.parts[print.part].fate == part_fate::removed;
     };
-    plan.reordered.erase(std::remove_if(plan.reordered.begin(), plan.reordered.end(), isGone),
-                         plan.reordered.end());
+    for (print_list* list : {&plan.reordered, &plan.untouched})
+        list->erase(std::remove_if(list->begin(), list->end(), isGone), list->end());
+}
+
+void noteStages(const morva::osg::run_record& record, audit_plan& plan) {
+    plan.removed_parts = record.removed_parts;
+    plan.hull_triangles = record.hull_triangles;
 }
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,

@@ -65,6 +65,7 @@ morva::output_sink shownParts(bool lines, progress& steps) {
     const morva::sink_scope shown(shownParts(chosen.verbose || plan.setup.help, steps));
     morva::osg::run_record record;
     const ::osg::NodePtr result = runOptimiser(source.root.get(), parameters, record);
+    noteStages(record, *report.plan);
     if (plan.atlas)
         report.atlases = std::move(record.atlas);
     if (record.automatic && record.automatic->has_images)
