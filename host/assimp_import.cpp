@@ -183,6 +183,7 @@ class tree_builder {
                                                : importMesh(mesh, material.coordinate_set, target_);
         cores_[index] = ::osg::GeometryRefPtr(core);
         if (core == ::osg::NullFC) {
+            target_.loose_points += mesh.mNumVertices;
             target_.notes.push_back("mesh '" + std::string(mesh.mName.C_Str()) +
                                     "' has no faces; it is left out");
             return core;

@@ -17,6 +17,7 @@
 #include "glb_reader.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "mirrored_parts.h"
 #include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
@@ -129,8 +130,13 @@ model readModel(const std::string& path) {
     memory_watch::check(doing);
     if (isTooDeep(result.root.get()))
         throw host_error(tooDeep());
+    if (!drawsSomething(result.root.get()) && result.loose_points != 0)
+        throw host_error("'" + path + "' holds nothing to draw: points alone, " +
+                         withCommas(result.loose_points) + " of them, and no faces or lines");
     if (!drawsSomething(result.root.get()))
         throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
+    uprightMirroredParts(result.root.get());
+    memory_watch::check(doing);
     return result;
 }
 
