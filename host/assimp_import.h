@@ -8,8 +8,8 @@
 //     aiNode, identity, one mesh, no children: the Geometry node itself
 //
 // Nothing is merged, reordered or made up: vertices, faces and materials stay as they are in the
-// file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: counts,
-// indices, pointers and the shape of the node tree are checked.
+// file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: the
+// library runs in a process of its own (import_process.h), and what comes from there is checked.
 
 #include <string>
 
@@ -21,6 +21,7 @@
 #include <OpenSG/OSGMaterial.h>
 
 #include "model.h"
+#include "scene_handover.h"
 
 namespace morva::host {
 
@@ -29,9 +30,9 @@ namespace morva::host {
 void importThroughAssimp(const std::string& path, model& target);
 
 /// Converts a scene of the import library; `folder` is where textures in files are looked for.
-/// errors  host_error for contents that cannot be a scene: indices out of range, null arrays, a
-///         node tree that is no tree, matrices that are not finite
-void importScene(const aiScene& scene, const std::string& folder, model& target);
+/// errors  host_error for contents that cannot be a scene: indices out of range, a tree too deep,
+///         matrices that are not finite
+void importScene(const handed_scene& source, const std::string& folder, model& target);
 
 /// A material and the set of texture coordinates that its texture wants.
 struct imported_material {
@@ -47,9 +48,11 @@ struct imported_material {
 imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
                                  const std::string& folder, model& target);
 
-/// Converts one mesh; null if it has no faces. `coordinate_set` becomes the first set.
+/// Converts one mesh, whose own list of faces is not looked at; null if it has no faces.
+/// `coordinate_set` becomes the first set.
 /// errors  host_error
-::osg::GeometryPtr importMesh(const aiMesh& mesh, unsigned coordinate_set, model& target);
+::osg::GeometryPtr importMesh(const aiMesh& mesh, const face_lists& faces, unsigned coordinate_set,
+                              model& target);
 
 /// Shininess of a roughness and back; both ends are exact.
 float shininessOf(float roughness);

@@ -3,7 +3,6 @@
 // A model file as a scene, and what the host knows of it beside the scene graph.
 
 #include <cstdint>
-#include <future>
 #include <map>
 #include <string>
 #include <vector>
@@ -23,7 +22,6 @@ struct model {
     std::vector<std::string> notes;      ///< what was left out or looks wrong, one sentence each
     std::uint64_t file_bytes = 0;        ///< of the file itself, without those it refers to
     std::vector<std::string> files_read; ///< the file itself and all others opened for it
-    std::future<void> clean_up;          ///< the importer's own scene going, beside the next stages
 };
 
 /// Reads a model file by its extension: .osb through the scene graph, everything else through

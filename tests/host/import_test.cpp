@@ -1,5 +1,7 @@
 #include "tests/support/test.h"
 
+#include <unistd.h>
+
 #include <assimp/material.h>
 #include <assimp/mesh.h>
 #include <assimp/scene.h>
@@ -13,6 +15,17 @@ namespace {
 
 using morva::host::host_error;
 using morva::host::model;
+
+/// Sends a scene to itself: small ones fit into a pipe.
+morva::host::handed_scene handedOver(const aiScene& scene) {
+    int ends[2];
+    EXPECT_EQ(pipe(ends), 0);
+    morva::host::pipe_reader in(ends[0]);
+    morva::host::pipe_writer out(ends[1]);
+    morva::host::sendScene(scene, {}, out);
+    out.flush();
+    return morva::host::receiveScene(in);
+}
 
 /// A root "root" with two children, "a" and "b", that share one mesh of one triangle.
 std::unique_ptr<aiScene> smallScene() {
@@ -55,7 +68,7 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
     model target;
-    const geometry_ref core(morva::host::importMesh(mesh, 0, target));
+    const geometry_ref core(morva::host::importMesh(mesh, morva::host::readFaces(mesh), 0, target));
     std::vector<std::pair<unsigned, unsigned>> primitives;
     for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
         primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
@@ -142,7 +155,7 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
         std::string message;
         try {
             model target;
-            morva::host::importScene(*scene, "", target);
+            morva::host::importScene(handedOver(*scene), "", target);
             morva::host::measureScene(target.root.get());
         } catch (const host_error& error) {
             message = error.what();

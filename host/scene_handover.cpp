@@ -1,0 +1,356 @@
+#include "scene_handover.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <unordered_set>
+#include <utility>
+
+#include "host_error.h"
+#include "stack_room.h"
+
+namespace morva::host {
+
+namespace {
+
+enum class handover : char { scene, failure, shortage };
+
+[[noreturn]] void damaged(const aiMesh& mesh, const std::string& what) {
+    throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) + "' " + what);
+}
+
+// ---- sending
+
+/// Nodes from the root on, each before its children, and these in order.
+std::vector<const aiNode*> nodesOf(const aiScene& scene) {
+    std::vector<const aiNode*> nodes;
+    std::unordered_set<const aiNode*> seen;
+    std::vector<std::pair<const aiNode*, std::size_t>> todo = {{scene.mRootNode, 1}};
+    const std::size_t most_levels = mostLevels();
+    while (!todo.empty()) {
+        const auto [node, level] = todo.back();
+        todo.pop_back();
+        if (level > most_levels)
+            throw host_error(tooDeep());
+        if (!seen.insert(node).second)
+            throw host_error("the file is damaged: its node tree is no tree");
+        if ((node->mNumChildren != 0 && node->mChildren == nullptr) ||
+            (node->mNumMeshes != 0 && node->mMeshes == nullptr))
+            throw host_error("the file is damaged: a node lacks its list of children or meshes");
+        nodes.push_back(node);
+        for (unsigned i = node->mNumChildren; i-- > 0;) {
+            if (node->mChildren[i] != nullptr)
+                todo.emplace_back(node->mChildren[i], level + 1);
+        }
+    }
+    return nodes;
+}
+
+std::vector<face_lists> facesOf(const aiScene& scene) {
+    std::vector<face_lists> faces(scene.mNumMeshes);
+    for (unsigned i = 0; i < scene.mNumMeshes; ++i) {
+        if (scene.mMeshes[i] != nullptr)
+            faces[i] = readFaces(*scene.mMeshes[i]);
+    }
+    return faces;
+}
+
+void sendName(const aiString& name, pipe_writer& out) {
+    out.text({name.data, std::min<std::size_t>(name.length, sizeof name.data - 1)});
+}
+
+void sendNodes(const std::vector<const aiNode*>& nodes, pipe_writer& out) {
+    for (const aiNode* node : nodes) {
+        sendName(node->mName, out);
+        out.value(node->mTransformation);
+        out.value(node->mNumMeshes);
+        out.array(node->mMeshes, node->mNumMeshes);
+        unsigned children = 0;
+        for (unsigned i = 0; i < node->mNumChildren; ++i)
+            children += node->mChildren[i] != nullptr ? 1 : 0;
+        out.value(children);
+    }
+}
+
+template <typename T> void sendArray(const T* first, std::size_t count, pipe_writer& out) {
+    out.value(first != nullptr);
+    if (first != nullptr)
+        out.array(first, count);
+}
+
+void sendMesh(const aiMesh& mesh, const face_lists& faces, pipe_writer& out) {
+    sendName(mesh.mName, out);
+    out.value(mesh.mMaterialIndex);
+    out.value(mesh.mNumVertices);
+    sendArray(mesh.mVertices, mesh.mNumVertices, out);
+    sendArray(mesh.mNormals, mesh.mNumVertices, out);
+    for (const aiColor4D* colors : mesh.mColors)
+        sendArray(colors, mesh.mNumVertices, out);
+    for (const aiVector3D* coordinates : mesh.mTextureCoords)
+        sendArray(coordinates, mesh.mNumVertices, out);
+    for (const auto* list :
+         {&faces.triangles, &faces.lines, &faces.points, &faces.polygons, &faces.polygon_lengths})
+        out.list(*list);
+}
+
+void sendMaterial(const aiMaterial& material, pipe_writer& out) {
+    const auto isThere = [](const aiMaterialProperty* property) {
+        return property != nullptr && property->mData != nullptr;
+    };
+    aiMaterialProperty* const* const first = material.mProperties;
+    aiMaterialProperty* const* const end = first + (first != nullptr ? material.mNumProperties : 0);
+    out.value<std::uint64_t>(std::count_if(first, end, isThere));
+    for (aiMaterialProperty* const* at = first; at != end; ++at) {
+        if (!isThere(*at))
+            continue;
+        const aiMaterialProperty* property = *at;
+        sendName(property->mKey, out);
+        out.value(property->mSemantic);
+        out.value(property->mIndex);
+        out.value(property->mType);
+        out.value(property->mDataLength);
+        out.array(property->mData, property->mDataLength);
+    }
+}
+
+std::size_t bytesOf(const aiTexture& texture) {
+    return texture.mHeight == 0 ? texture.mWidth
+                                : sizeof(aiTexel) * texture.mWidth * texture.mHeight;
+}
+
+void sendTexture(const aiTexture& texture, pipe_writer& out) {
+    sendName(texture.mFilename, out);
+    out.value(texture.mWidth);
+    out.value(texture.mHeight);
+    out.value(texture.achFormatHint);
+    sendArray(reinterpret_cast<const char*>(texture.pcData), bytesOf(texture), out);
+}
+
+left_out restOf(const aiScene& scene) {
+    left_out rest;
+    rest.animations = scene.mNumAnimations;
+    rest.cameras = scene.mNumCameras;
+    rest.lights = scene.mNumLights;
+    for (unsigned i = 0; i < scene.mNumMeshes; ++i) {
+        const aiMesh* mesh = scene.mMeshes[i];
+        rest.skins += mesh != nullptr && mesh->mNumBones != 0 ? 1 : 0;
+        rest.morphs += mesh != nullptr && mesh->mNumAnimMeshes != 0 ? 1 : 0;
+    }
+    return rest;
+}
+
+/// Sends pointers that may be null; `send` is called for the others.
+template <typename T, typename Send>
+void sendEach(T* const* items, unsigned count, pipe_writer& out, Send send) {
+    out.value<unsigned>(items != nullptr ? count : 0);
+    for (unsigned i = 0; items != nullptr && i < count; ++i) {
+        out.value(items[i] != nullptr);
+        if (items[i] != nullptr)
+            send(i);
+    }
+}
+
+// ---- receiving
+
+void receiveName(pipe_reader& in, aiString& name) { name.Set(in.text()); }
+
+/// The fields of one node; returns how many children follow.
+unsigned receiveNode(pipe_reader& in, aiNode& node) {
+    receiveName(in, node.mName);
+    in.bytes(&node.mTransformation, sizeof node.mTransformation);
+    const auto meshes = in.value<unsigned>();
+    node.mMeshes = new unsigned[meshes];
+    in.array(node.mMeshes, meshes);
+    node.mNumMeshes = meshes;
+    return in.value<unsigned>();
+}
+
+void receiveNodes(pipe_reader& in, aiScene& scene) {
+    scene.mRootNode = new aiNode;
+    std::vector<std::pair<aiNode*, unsigned>> open; ///< with the children that are to come
+    const auto add = [&](aiNode& node) {
+        const unsigned children = receiveNode(in, node);
+        node.mChildren = new aiNode*[children];
+        if (open.size() >= mostLevels())
+            throw host_error(tooDeep());
+        open.emplace_back(&node, children);
+    };
+    add(*scene.mRootNode);
+    while (!open.empty()) {
+        auto& [parent, left] = open.back();
+        if (left == 0) {
+            open.pop_back();
+            continue;
+        }
+        --left;
+        auto* const child = new aiNode;
+        child->mParent = parent;
+        parent->mChildren[parent->mNumChildren++] = child;
+        add(*child);
+    }
+}
+
+template <typename T> void receiveArray(pipe_reader& in, T*& array, std::size_t count) {
+    if (!in.value<bool>())
+        return;
+    // Without the zeros of the vectors' own constructors.
+    array = static_cast<T*>(::operator new[](count * sizeof(T)));
+    in.bytes(array, count * sizeof(T));
+}
+
+void receiveMesh(pipe_reader& in, aiMesh& mesh, face_lists& faces) {
+    receiveName(in, mesh.mName);
+    mesh.mMaterialIndex = in.value<unsigned>();
+    mesh.mNumVertices = in.value<unsigned>();
+    receiveArray(in, mesh.mVertices, mesh.mNumVertices);
+    receiveArray(in, mesh.mNormals, mesh.mNumVertices);
+    for (aiColor4D*& colors : mesh.mColors)
+        receiveArray(in, colors, mesh.mNumVertices);
+    for (aiVector3D*& coordinates : mesh.mTextureCoords)
+        receiveArray(in, coordinates, mesh.mNumVertices);
+    for (auto* list :
+         {&faces.triangles, &faces.lines, &faces.points, &faces.polygons, &faces.polygon_lengths})
+        in.list(*list);
+}
+
+void receiveMaterial(pipe_reader& in, aiMaterial& material) {
+    const auto count = in.value<std::uint64_t>();
+    delete[] material.mProperties;
+    material.mProperties = nullptr;
+    material.mProperties = new aiMaterialProperty*[count];
+    material.mNumAllocated = static_cast<unsigned>(count);
+    for (std::uint64_t i = 0; i < count; ++i) {
+        auto* const property = new aiMaterialProperty;
+        material.mProperties[material.mNumProperties++] = property;
+        receiveName(in, property->mKey);
+        property->mSemantic = in.value<unsigned>();
+        property->mIndex = in.value<unsigned>();
+        property->mType = in.value<aiPropertyTypeInfo>();
+        const auto bytes = in.value<unsigned>();
+        property->mData = new char[bytes];
+        in.array(property->mData, bytes);
+        property->mDataLength = bytes;
+    }
+}
+
+void receiveTexture(pipe_reader& in, aiTexture& texture) {
+    receiveName(in, texture.mFilename);
+    texture.mWidth = in.value<unsigned>();
+    texture.mHeight = in.value<unsigned>();
+    in.bytes(texture.achFormatHint, sizeof texture.achFormatHint);
+    if (!in.value<bool>())
+        return;
+    const std::size_t bytes = bytesOf(texture);
+    texture.pcData = new aiTexel[(bytes + sizeof(aiTexel) - 1) / sizeof(aiTexel)];
+    in.bytes(texture.pcData, bytes);
+}
+
+/// Counterpart of sendEach(). An item that is not there stays null, or is an empty one.
+template <typename T, typename Receive>
+void receiveEach(pipe_reader& in, T**& items, unsigned& count, bool empty_ones, Receive receive) {
+    const auto all = in.value<unsigned>();
+    items = new T*[all]();
+    count = all;
+    for (unsigned i = 0; i < all; ++i) {
+        const bool there = in.value<bool>();
+        if (there || empty_ones)
+            items[i] = new T;
+        if (there)
+            receive(i);
+    }
+}
+
+} // namespace
+
+std::uint32_t face_lists::highest() const {
+    std::uint32_t most = 0;
+    for (const auto* list : {&triangles, &lines, &points, &polygons}) {
+        for (const std::uint32_t index : *list)
+            most = std::max(most, index);
+    }
+    return most;
+}
+
+face_lists readFaces(const aiMesh& mesh) {
+    face_lists lists;
+    if (mesh.mNumFaces != 0 && mesh.mFaces == nullptr)
+        damaged(mesh, "has faces without an array");
+    if (mesh.mPrimitiveTypes == aiPrimitiveType_TRIANGLE)
+        lists.triangles.reserve(std::size_t{3} * mesh.mNumFaces);
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const aiFace& face = mesh.mFaces[f];
+        if (face.mNumIndices == 0)
+            continue;
+        if (face.mIndices == nullptr)
+            damaged(mesh, "has a face without indices");
+        std::vector<std::uint32_t>& list = face.mNumIndices == 3   ? lists.triangles
+                                           : face.mNumIndices == 2 ? lists.lines
+                                           : face.mNumIndices == 1 ? lists.points
+                                                                   : lists.polygons;
+        list.insert(list.end(), face.mIndices, face.mIndices + face.mNumIndices);
+        if (face.mNumIndices > 3)
+            lists.polygon_lengths.push_back(face.mNumIndices);
+    }
+    if (lists.size() != 0 && lists.highest() >= mesh.mNumVertices)
+        damaged(mesh, "has a face that uses vertex " + std::to_string(lists.highest()) + " of " +
+                          std::to_string(mesh.mNumVertices));
+    return lists;
+}
+
+void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_writer& out) {
+    if (scene.mRootNode == nullptr)
+        throw host_error("the file holds no scene");
+    if (scene.mNumMeshes != 0 && scene.mMeshes == nullptr)
+        throw host_error("the file is damaged: it lacks its list of meshes");
+    const std::vector<const aiNode*> nodes = nodesOf(scene);
+    const std::vector<face_lists> faces = facesOf(scene);
+    out.value(handover::scene);
+    out.value<std::uint64_t>(files.size());
+    for (const std::string& file : files)
+        out.text(file);
+    out.value(restOf(scene));
+    sendNodes(nodes, out);
+    sendEach(scene.mMaterials, scene.mNumMaterials, out,
+             [&](unsigned i) { sendMaterial(*scene.mMaterials[i], out); });
+    sendEach(scene.mTextures, scene.mNumTextures, out,
+             [&](unsigned i) { sendTexture(*scene.mTextures[i], out); });
+    sendEach(scene.mMeshes, scene.mNumMeshes, out,
+             [&](unsigned i) { sendMesh(*scene.mMeshes[i], faces[i], out); });
+}
+
+void sendFailure(const std::string& reason, pipe_writer& out) {
+    out.value(handover::failure);
+    out.text(reason);
+}
+
+void sendShortage(pipe_writer& out) { out.value(handover::shortage); }
+
+handed_scene receiveScene(pipe_reader& in) {
+    switch (in.value<handover>()) {
+    case handover::scene:
+        break;
+    case handover::failure:
+        throw host_error(in.text());
+    case handover::shortage:
+        throw std::bad_alloc();
+    }
+    handed_scene result;
+    result.scene = std::make_unique<aiScene>();
+    aiScene& scene = *result.scene;
+    for (auto left = in.value<std::uint64_t>(); left != 0; --left)
+        result.files.push_back(in.text());
+    result.rest = in.value<left_out>();
+    receiveNodes(in, scene);
+    receiveEach(in, scene.mMaterials, scene.mNumMaterials, false,
+                [&](unsigned i) { receiveMaterial(in, *scene.mMaterials[i]); });
+    receiveEach(in, scene.mTextures, scene.mNumTextures, true, // which its search expects
+                [&](unsigned i) { receiveTexture(in, *scene.mTextures[i]); });
+    receiveEach(in, scene.mMeshes, scene.mNumMeshes, false, [&](unsigned i) {
+        result.faces.resize(scene.mNumMeshes);
+        receiveMesh(in, *scene.mMeshes[i], result.faces[i]);
+    });
+    result.faces.resize(scene.mNumMeshes);
+    return result;
+}
+
+} // namespace morva::host

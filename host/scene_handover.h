@@ -1,0 +1,66 @@
+#pragma once
+
+// The import library's scene on its way to another process. What is sent is what the host makes use
+// of: nodes, meshes, materials, embedded textures, and counts of what it names as left out. Bones,
+// morph targets, animations, cameras, lights and metadata stay behind.
+//
+// Faces arrive as one list of indices for each kind: the library has an array for each face.
+
+#include <cstdint>
+#include <memory>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <assimp/mesh.h>
+#include <assimp/scene.h>
+
+#include "byte_pipe.h"
+
+namespace morva::host {
+
+/// The faces of a mesh as index lists, sorted by kind, in the order of the file.
+struct face_lists {
+    std::vector<std::uint32_t> triangles, lines, points;
+    std::vector<std::uint32_t> polygons;        ///< corners of all polygons, end to end
+    std::vector<std::uint32_t> polygon_lengths; ///< of each polygon, above 3
+    std::size_t size() const {
+        return triangles.size() + lines.size() + points.size() + polygons.size();
+    }
+    std::uint32_t highest() const;
+};
+
+/// errors  host_error: arrays that are not there, or an index that has no vertex
+face_lists readFaces(const aiMesh& mesh);
+
+/// What the scene holds that nothing is made of.
+struct left_out {
+    unsigned animations = 0, cameras = 0, lights = 0;
+    unsigned skins = 0;  ///< meshes with bones
+    unsigned morphs = 0; ///< meshes with morph targets
+};
+
+/// A scene as it arrives: well formed, but with values as they were.
+struct handed_scene {
+    std::unique_ptr<aiScene> scene; ///< its meshes have no faces
+    std::vector<face_lists> faces;  ///< of each mesh
+    left_out rest;
+    std::vector<std::string> files; ///< opened for it
+};
+
+/// files   opened for the scene
+/// errors  host_error, before anything is sent, for contents that cannot be a scene: null arrays, a
+///         node tree that is no tree or too deep, indices without a vertex
+void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_writer& out);
+
+/// Sends that there is no scene, and why.
+void sendFailure(const std::string& reason, pipe_writer& out);
+
+/// Sends that memory ran out.
+void sendShortage(pipe_writer& out);
+
+/// errors  pipe_ended; host_error with the reason that was sent; std::bad_alloc if memory ran out
+///         here or there
+handed_scene receiveScene(pipe_reader& in);
+
+} // namespace morva::host
