@@ -56,12 +56,15 @@ void setNameUnlessEmpty(const ::osg::AttachmentContainerPtr& container, const st
         setName(container, name);
 }
 
+using mesh_source = std::function<std::unique_ptr<handed_mesh>()>;
+
 /// Walks the source tree and builds ours; meshes and materials are converted at first use.
 class tree_builder {
   public:
-    tree_builder(const handed_scene& source, const std::string& folder, model& target)
-        : scene_(*source.scene), faces_(source.faces), folder_(folder), target_(target),
-          cores_(scene_.mNumMeshes), converted_(scene_.mNumMeshes, false),
+    tree_builder(const handed_scene& source, const std::string& folder, const mesh_source& next,
+                 model& target)
+        : scene_(*source.scene), folder_(folder), next_(next), target_(target),
+          cores_(source.meshes), names_(source.meshes), converted_(source.meshes, false),
           materials_(scene_.mNumMaterials) {}
 
     void build() {
@@ -131,40 +134,39 @@ class tree_builder {
 
     /// Adds a geometry node, named after its mesh, or `fallback` if the mesh has no name.
     void addMesh(unsigned index, const ::osg::NodePtr& parent, const std::string& fallback) {
-        if (index >= scene_.mNumMeshes || scene_.mMeshes[index] == nullptr)
+        if (index >= cores_.size())
             throw host_error("the file is damaged: a node uses mesh " + std::to_string(index) +
-                             " of " + std::to_string(scene_.mNumMeshes));
-        const ::osg::GeometryPtr core = coreOf(index);
+                             " of " + std::to_string(cores_.size()));
+        if (!converted_[index])
+            convertNext(index);
+        const ::osg::GeometryPtr core = cores_[index].get();
         if (core == ::osg::NullFC)
             return;
-        const std::string name = givenName(scene_.mMeshes[index]->mName);
         const ::osg::NodePtr node = ::osg::Node::create();
         beginEditCP(node);
         node->setCore(core);
-        setNameUnlessEmpty(node, name.empty() ? fallback : name);
+        setNameUnlessEmpty(node, names_[index].empty() ? fallback : names_[index]);
         parent->addChild(node);
         endEditCP(node);
     }
 
-    ::osg::GeometryPtr coreOf(unsigned index) {
-        if (converted_[index])
-            return cores_[index].get();
+    void convertNext(unsigned index) {
         converted_[index] = true;
-        const aiMesh& mesh = *scene_.mMeshes[index];
+        const std::unique_ptr<handed_mesh> source = next_();
+        const aiMesh& mesh = source->mesh;
         const imported_material& material = materialOf(mesh.mMaterialIndex);
-        const ::osg::GeometryPtr core =
-            importMesh(mesh, faces_[index], material.coordinate_set, target_);
+        const ::osg::GeometryPtr core = importMesh(*source, material.coordinate_set, target_);
         cores_[index] = ::osg::GeometryRefPtr(core);
         if (core == ::osg::NullFC) {
             target_.notes.push_back("mesh '" + std::string(mesh.mName.C_Str()) +
                                     "' has no faces; it is left out");
-            return core;
+            return;
         }
+        names_[index] = givenName(mesh.mName);
         beginEditCP(core, ::osg::Geometry::MaterialFieldMask);
         core->setMaterial(material.material.get());
         endEditCP(core, ::osg::Geometry::MaterialFieldMask);
-        setNameUnlessEmpty(core, givenName(mesh.mName));
-        return core;
+        setNameUnlessEmpty(core, names_[index]);
     }
 
     const imported_material& materialOf(unsigned index) {
@@ -178,10 +180,11 @@ class tree_builder {
     }
 
     const aiScene& scene_;
-    const std::vector<face_lists>& faces_;
     const std::string& folder_;
+    const mesh_source& next_;
     model& target_;
     std::vector<::osg::GeometryRefPtr> cores_;
+    std::vector<std::string> names_; ///< of the meshes
     std::vector<bool> converted_;
     std::vector<imported_material> materials_;
     std::vector<step> todo_;
@@ -195,8 +198,9 @@ std::string folderOf(const std::string& path) {
 
 } // namespace
 
-void importScene(const handed_scene& source, const std::string& folder, model& target) {
-    tree_builder(source, folder, target).build();
+void importScene(const handed_scene& source, const std::string& folder, const mesh_source& next,
+                 model& target) {
+    tree_builder(source, folder, next, target).build();
     target.images_by_name.clear();
     if (target.other_textures != 0)
         target.notes.push_back(std::to_string(target.other_textures) +
@@ -207,10 +211,11 @@ void importScene(const handed_scene& source, const std::string& folder, model& t
 }
 
 void importThroughAssimp(const std::string& path, model& target) {
-    const imported_scene read = readThroughLibrary(path, target.file_bytes);
-    target.files_read.insert(target.files_read.end(), read.contents.files.begin(),
-                             read.contents.files.end());
-    importScene(read.contents, folderOf(path), target);
+    importing_library library(path, target.file_bytes);
+    const handed_scene scene = library.scene();
+    target.files_read.insert(target.files_read.end(), scene.files.begin(), scene.files.end());
+    importScene(
+        scene, folderOf(path), [&] { return library.nextMesh(); }, target);
 }
 
 } // namespace morva::host

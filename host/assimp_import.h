@@ -11,6 +11,8 @@
 // file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: the
 // library runs in a process of its own (import_process.h), and what comes from there is checked.
 
+#include <functional>
+#include <memory>
 #include <string>
 
 #include <assimp/material.h>
@@ -29,10 +31,14 @@ namespace morva::host {
 /// errors  host_error
 void importThroughAssimp(const std::string& path, model& target);
 
-/// Converts a scene of the import library; `folder` is where textures in files are looked for.
+/// Converts a scene of the import library.
+///
+/// folder  where textures in files are looked for
+/// next    called for each mesh, in the order in which they were sent
 /// errors  host_error for contents that cannot be a scene: indices out of range, a tree too deep,
-///         matrices that are not finite
-void importScene(const handed_scene& source, const std::string& folder, model& target);
+///         matrices that are not finite; what `next` throws
+void importScene(const handed_scene& source, const std::string& folder,
+                 const std::function<std::unique_ptr<handed_mesh>()>& next, model& target);
 
 /// A material and the set of texture coordinates that its texture wants.
 struct imported_material {
@@ -48,11 +54,9 @@ struct imported_material {
 imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
                                  const std::string& folder, model& target);
 
-/// Converts one mesh, whose own list of faces is not looked at; null if it has no faces.
-/// `coordinate_set` becomes the first set.
+/// Converts one mesh; null if it has no faces. `coordinate_set` becomes the first set.
 /// errors  host_error
-::osg::GeometryPtr importMesh(const aiMesh& mesh, const face_lists& faces, unsigned coordinate_set,
-                              model& target);
+::osg::GeometryPtr importMesh(const handed_mesh& source, unsigned coordinate_set, model& target);
 
 /// Shininess of a roughness and back; both ends are exact.
 float shininessOf(float roughness);

@@ -126,8 +126,9 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
 
 } // namespace
 
-::osg::GeometryPtr importMesh(const aiMesh& mesh, const face_lists& faces, unsigned coordinate_set,
-                              model& target) {
+::osg::GeometryPtr importMesh(const handed_mesh& source, unsigned coordinate_set, model& target) {
+    const aiMesh& mesh = source.mesh;
+    const face_lists& faces = source.faces;
     static_assert(sizeof(aiVector3D) == sizeof(::osg::Pnt3f) &&
                       sizeof(aiColor4D) == sizeof(::osg::Color4f),
                   "positions and colours are copied as blocks");

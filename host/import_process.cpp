@@ -89,7 +89,7 @@ void checkIndices(const aiScene& scene) {
     }
 }
 
-/// Reads, and sends the scene or nothing.
+/// Reads and sends the scene.
 void import(const std::string& path, pipe_writer& out) {
     // Its own end recurses and takes as long again: it goes with the process.
     Assimp::Importer& importer = *std::make_unique<Assimp::Importer>().release();
@@ -133,22 +133,25 @@ void importOrTell(const std::string& path, pipe_writer& out) {
 
 } // namespace
 
-imported_scene readThroughLibrary(const std::string& path, std::uint64_t file_bytes) {
-    imported_scene result;
-    result.library = std::make_unique<child_process>([&](pipe_writer& out) {
-        try {
-            runOnStack(stackForReading(path, file_bytes), [&] { importOrTell(path, out); });
-        } catch (const std::bad_alloc&) { // there is no thread to be had
-            sendShortage(out);
-        }
-    });
+importing_library::importing_library(const std::string& path, std::uint64_t file_bytes)
+    : path_(path), child_([&](pipe_writer& out) {
+          try {
+              runOnStack(stackForReading(path, file_bytes), [&] { importOrTell(path, out); });
+          } catch (const std::bad_alloc&) { // there is no thread to be had
+              sendShortage(out);
+          }
+      }) {}
+
+template <typename Receive> auto importing_library::received(Receive receive) {
     try {
-        result.contents = receiveScene(result.library->output());
+        return receive(child_.output());
     } catch (const pipe_ended&) {
-        throw host_error("cannot read '" + path + "': the import library " +
-                         result.library->crash());
+        throw host_error("cannot read '" + path_ + "': the import library " + child_.crash());
     }
-    return result;
 }
+
+handed_scene importing_library::scene() { return received(receiveScene); }
+
+std::unique_ptr<handed_mesh> importing_library::nextMesh() { return received(receiveMesh); }
 
 } // namespace morva::host

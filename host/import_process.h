@@ -12,14 +12,23 @@
 
 namespace morva::host {
 
-struct imported_scene {
-    /// Goes with the rest, and takes a while to: it gives back all that the library took.
-    std::unique_ptr<child_process> library;
-    handed_scene contents;
-};
+class importing_library {
+  public:
+    /// Starts to read a file and to cut its polygons into triangles.
+    /// errors  host_error or std::bad_alloc: there is no process to be had
+    importing_library(const std::string& path, std::uint64_t file_bytes);
 
-/// Reads a file and cuts its polygons into triangles.
-/// errors  host_error: it cannot be read, or the library crashed; std::bad_alloc
-imported_scene readThroughLibrary(const std::string& path, std::uint64_t file_bytes);
+    /// To be called once. errors  host_error: the file cannot be read, or the library crashed;
+    /// std::bad_alloc
+    handed_scene scene();
+    /// The meshes that nodes use, one by one. errors  the same
+    std::unique_ptr<handed_mesh> nextMesh();
+
+  private:
+    template <typename Receive> auto received(Receive receive);
+
+    std::string path_;
+    child_process child_; ///< takes a while to end: it gives back all that the library took
+};
 
 } // namespace morva::host

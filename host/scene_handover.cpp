@@ -13,7 +13,8 @@ namespace morva::host {
 
 namespace {
 
-enum class handover : char { scene, failure, shortage };
+/// What follows in the stream.
+enum class handover : char { what_was_asked, failure, shortage };
 
 [[noreturn]] void damaged(const aiMesh& mesh, const std::string& what) {
     throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) + "' " + what);
@@ -46,13 +47,22 @@ std::vector<const aiNode*> nodesOf(const aiScene& scene) {
     return nodes;
 }
 
-std::vector<face_lists> facesOf(const aiScene& scene) {
-    std::vector<face_lists> faces(scene.mNumMeshes);
-    for (unsigned i = 0; i < scene.mNumMeshes; ++i) {
-        if (scene.mMeshes[i] != nullptr)
-            faces[i] = readFaces(*scene.mMeshes[i]);
+/// The meshes that nodes use, by first use.
+std::vector<const aiMesh*> meshesOf(const aiScene& scene, const std::vector<const aiNode*>& nodes) {
+    std::vector<const aiMesh*> meshes;
+    std::vector<bool> used(scene.mNumMeshes, false);
+    for (const aiNode* node : nodes) {
+        for (unsigned i = 0; i < node->mNumMeshes; ++i) {
+            const unsigned index = node->mMeshes[i];
+            if (index >= scene.mNumMeshes || scene.mMeshes[index] == nullptr)
+                throw host_error("the file is damaged: a node uses mesh " + std::to_string(index) +
+                                 " of " + std::to_string(scene.mNumMeshes));
+            if (!used[index])
+                meshes.push_back(scene.mMeshes[index]);
+            used[index] = true;
+        }
     }
-    return faces;
+    return meshes;
 }
 
 void sendName(const aiString& name, pipe_writer& out) {
@@ -78,7 +88,9 @@ template <typename T> void sendArray(const T* first, std::size_t count, pipe_wri
         out.array(first, count);
 }
 
-void sendMesh(const aiMesh& mesh, const face_lists& faces, pipe_writer& out) {
+void sendMesh(const aiMesh& mesh, pipe_writer& out) {
+    const face_lists faces = readFaces(mesh);
+    out.value(handover::what_was_asked);
     sendName(mesh.mName, out);
     out.value(mesh.mMaterialIndex);
     out.value(mesh.mNumVertices);
@@ -152,6 +164,18 @@ void sendEach(T* const* items, unsigned count, pipe_writer& out, Send send) {
 
 // ---- receiving
 
+/// Throws what was sent in place of what was asked for.
+void expect(pipe_reader& in) {
+    switch (in.value<handover>()) {
+    case handover::what_was_asked:
+        return;
+    case handover::failure:
+        throw host_error(in.text());
+    case handover::shortage:
+        throw std::bad_alloc();
+    }
+}
+
 void receiveName(pipe_reader& in, aiString& name) { name.Set(in.text()); }
 
 /// The fields of one node; returns how many children follow.
@@ -196,21 +220,6 @@ template <typename T> void receiveArray(pipe_reader& in, T*& array, std::size_t 
     // Without the zeros of the vectors' own constructors.
     array = static_cast<T*>(::operator new[](count * sizeof(T)));
     in.bytes(array, count * sizeof(T));
-}
-
-void receiveMesh(pipe_reader& in, aiMesh& mesh, face_lists& faces) {
-    receiveName(in, mesh.mName);
-    mesh.mMaterialIndex = in.value<unsigned>();
-    mesh.mNumVertices = in.value<unsigned>();
-    receiveArray(in, mesh.mVertices, mesh.mNumVertices);
-    receiveArray(in, mesh.mNormals, mesh.mNumVertices);
-    for (aiColor4D*& colors : mesh.mColors)
-        receiveArray(in, colors, mesh.mNumVertices);
-    for (aiVector3D*& coordinates : mesh.mTextureCoords)
-        receiveArray(in, coordinates, mesh.mNumVertices);
-    for (auto* list :
-         {&faces.triangles, &faces.lines, &faces.points, &faces.polygons, &faces.polygon_lengths})
-        in.list(*list);
 }
 
 void receiveMaterial(pipe_reader& in, aiMaterial& material) {
@@ -303,19 +312,20 @@ void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_wr
     if (scene.mNumMeshes != 0 && scene.mMeshes == nullptr)
         throw host_error("the file is damaged: it lacks its list of meshes");
     const std::vector<const aiNode*> nodes = nodesOf(scene);
-    const std::vector<face_lists> faces = facesOf(scene);
-    out.value(handover::scene);
+    const std::vector<const aiMesh*> meshes = meshesOf(scene, nodes);
+    out.value(handover::what_was_asked);
     out.value<std::uint64_t>(files.size());
     for (const std::string& file : files)
         out.text(file);
     out.value(restOf(scene));
+    out.value(scene.mNumMeshes);
     sendNodes(nodes, out);
     sendEach(scene.mMaterials, scene.mNumMaterials, out,
              [&](unsigned i) { sendMaterial(*scene.mMaterials[i], out); });
     sendEach(scene.mTextures, scene.mNumTextures, out,
              [&](unsigned i) { sendTexture(*scene.mTextures[i], out); });
-    sendEach(scene.mMeshes, scene.mNumMeshes, out,
-             [&](unsigned i) { sendMesh(*scene.mMeshes[i], faces[i], out); });
+    for (const aiMesh* mesh : meshes)
+        sendMesh(*mesh, out);
 }
 
 void sendFailure(const std::string& reason, pipe_writer& out) {
@@ -326,30 +336,39 @@ void sendFailure(const std::string& reason, pipe_writer& out) {
 void sendShortage(pipe_writer& out) { out.value(handover::shortage); }
 
 handed_scene receiveScene(pipe_reader& in) {
-    switch (in.value<handover>()) {
-    case handover::scene:
-        break;
-    case handover::failure:
-        throw host_error(in.text());
-    case handover::shortage:
-        throw std::bad_alloc();
-    }
+    expect(in);
     handed_scene result;
-    result.scene = std::make_unique<aiScene>();
-    aiScene& scene = *result.scene;
     for (auto left = in.value<std::uint64_t>(); left != 0; --left)
         result.files.push_back(in.text());
     result.rest = in.value<left_out>();
+    result.meshes = in.value<unsigned>();
+    result.scene = std::make_unique<aiScene>();
+    aiScene& scene = *result.scene;
     receiveNodes(in, scene);
     receiveEach(in, scene.mMaterials, scene.mNumMaterials, false,
                 [&](unsigned i) { receiveMaterial(in, *scene.mMaterials[i]); });
     receiveEach(in, scene.mTextures, scene.mNumTextures, true, // which its search expects
                 [&](unsigned i) { receiveTexture(in, *scene.mTextures[i]); });
-    receiveEach(in, scene.mMeshes, scene.mNumMeshes, false, [&](unsigned i) {
-        result.faces.resize(scene.mNumMeshes);
-        receiveMesh(in, *scene.mMeshes[i], result.faces[i]);
-    });
-    result.faces.resize(scene.mNumMeshes);
+    return result;
+}
+
+std::unique_ptr<handed_mesh> receiveMesh(pipe_reader& in) {
+    expect(in);
+    auto result = std::make_unique<handed_mesh>();
+    aiMesh& mesh = result->mesh;
+    receiveName(in, mesh.mName);
+    mesh.mMaterialIndex = in.value<unsigned>();
+    mesh.mNumVertices = in.value<unsigned>();
+    receiveArray(in, mesh.mVertices, mesh.mNumVertices);
+    receiveArray(in, mesh.mNormals, mesh.mNumVertices);
+    for (aiColor4D*& colors : mesh.mColors)
+        receiveArray(in, colors, mesh.mNumVertices);
+    for (aiVector3D*& coordinates : mesh.mTextureCoords)
+        receiveArray(in, coordinates, mesh.mNumVertices);
+    face_lists& faces = result->faces;
+    for (auto* list :
+         {&faces.triangles, &faces.lines, &faces.points, &faces.polygons, &faces.polygon_lengths})
+        in.list(*list);
     return result;
 }
 

@@ -42,18 +42,26 @@ struct left_out {
 
 /// A scene as it arrives: well formed, but with values as they were.
 struct handed_scene {
-    std::unique_ptr<aiScene> scene; ///< its meshes have no faces
-    std::vector<face_lists> faces;  ///< of each mesh
+    std::unique_ptr<aiScene> scene; ///< its meshes are to come
+    unsigned meshes = 0;            ///< how many it has
     left_out rest;
     std::vector<std::string> files; ///< opened for it
 };
 
+struct handed_mesh {
+    aiMesh mesh; ///< without faces of its own
+    face_lists faces;
+};
+
+/// Sends a scene, and after it each mesh that a node uses, in the order of first use: nodes come
+/// before their children, and these in order.
+///
 /// files   opened for the scene
-/// errors  host_error, before anything is sent, for contents that cannot be a scene: null arrays, a
-///         node tree that is no tree or too deep, indices without a vertex
+/// errors  host_error, sent as well, for contents that cannot be a scene: null arrays, a node tree
+///         that is no tree or too deep, indices without a vertex, meshes that are not there
 void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_writer& out);
 
-/// Sends that there is no scene, and why.
+/// Sends why there is nothing to come.
 void sendFailure(const std::string& reason, pipe_writer& out);
 
 /// Sends that memory ran out.
@@ -62,5 +70,8 @@ void sendShortage(pipe_writer& out);
 /// errors  pipe_ended; host_error with the reason that was sent; std::bad_alloc if memory ran out
 ///         here or there
 handed_scene receiveScene(pipe_reader& in);
+
+/// The next mesh. errors  the same
+std::unique_ptr<handed_mesh> receiveMesh(pipe_reader& in);
 
 } // namespace morva::host

@@ -16,15 +16,17 @@ namespace {
 using morva::host::host_error;
 using morva::host::model;
 
-/// Sends a scene to itself: small ones fit into a pipe.
-morva::host::handed_scene handedOver(const aiScene& scene) {
+/// Sends a scene to this process, which small ones can, and converts what arrives.
+void importHandedOver(const aiScene& scene, model& target) {
     int ends[2];
-    EXPECT_EQ(pipe(ends), 0);
+    ASSERT_EQ(pipe(ends), 0);
     morva::host::pipe_reader in(ends[0]);
     morva::host::pipe_writer out(ends[1]);
     morva::host::sendScene(scene, {}, out);
     out.flush();
-    return morva::host::receiveScene(in);
+    const morva::host::handed_scene handed = morva::host::receiveScene(in);
+    morva::host::importScene(
+        handed, "", [&] { return morva::host::receiveMesh(in); }, target);
 }
 
 /// A root "root" with two children, "a" and "b", that share one mesh of one triangle.
@@ -55,7 +57,8 @@ std::unique_ptr<aiScene> smallScene() {
 }
 
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
-    aiMesh mesh;
+    morva::host::handed_mesh source;
+    aiMesh& mesh = source.mesh;
     mesh.mNumVertices = 5;
     mesh.mVertices = new aiVector3D[5];
     const std::vector<std::vector<unsigned>> faces = {
@@ -68,7 +71,8 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
     model target;
-    const geometry_ref core(morva::host::importMesh(mesh, morva::host::readFaces(mesh), 0, target));
+    source.faces = morva::host::readFaces(mesh);
+    const geometry_ref core(morva::host::importMesh(source, 0, target));
     std::vector<std::pair<unsigned, unsigned>> primitives;
     for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
         primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
@@ -155,7 +159,7 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
         std::string message;
         try {
             model target;
-            morva::host::importScene(handedOver(*scene), "", target);
+            importHandedOver(*scene, target);
             morva::host::measureScene(target.root.get());
         } catch (const host_error& error) {
             message = error.what();
