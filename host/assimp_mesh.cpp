@@ -14,10 +14,6 @@ namespace {
 
 using ::osg::UInt32;
 
-[[noreturn]] void damaged(const aiMesh& mesh, const std::string& what) {
-    throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) + "' " + what);
-}
-
 /// A new property of `count` entries, filled with their bytes.
 template <typename Property>
 typename Property::PtrType filled(const void* values, std::size_t count, std::size_t bytes) {
@@ -135,9 +131,9 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
     if (faces.size() == 0)
         return ::osg::NullFC;
     if (mesh.mVertices == nullptr)
-        damaged(mesh, "has no vertices");
-    if (faces.highest() >= mesh.mNumVertices)
-        damaged(mesh, "has a face without a vertex");
+        throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) +
+                         "' has no vertices");
+    checkIndex(mesh, faces.highest());
 
     const std::size_t bad = countNotFinite(mesh.mVertices, mesh.mNumVertices);
     if (bad != 0)

@@ -85,7 +85,7 @@ std::string reasonOf(const Assimp::Importer& importer) {
 void checkIndices(const aiScene& scene) {
     for (unsigned m = 0; m < scene.mNumMeshes; ++m) {
         if (scene.mMeshes[m] != nullptr)
-            readFaces(*scene.mMeshes[m]);
+            checkFaces(*scene.mMeshes[m]);
     }
 }
 

@@ -88,8 +88,83 @@ template <typename T> void sendArray(const T* first, std::size_t count, pipe_wri
         out.array(first, count);
 }
 
-void sendMesh(const aiMesh& mesh, pipe_writer& out) {
-    const face_lists faces = readFaces(mesh);
+/// Corners of a face, whose indices are there. errors  host_error
+unsigned cornersOf(const aiMesh& mesh, const aiFace& face) {
+    if (face.mNumIndices != 0 && face.mIndices == nullptr)
+        damaged(mesh, "has a face without indices");
+    return face.mNumIndices;
+}
+
+/// The kinds of faces in the order in which they are sent; polygons are all above 3.
+enum face_kind : std::size_t { triangle, line, point, polygon, kinds };
+
+face_kind kindOf(unsigned corners) {
+    return corners == 3 ? triangle : corners == 2 ? line : corners == 1 ? point : polygon;
+}
+
+struct face_counts {
+    std::uint64_t corners[kinds] = {};
+    std::uint64_t polygons = 0;
+};
+
+face_counts countFaces(const aiMesh& mesh) {
+    if (mesh.mNumFaces != 0 && mesh.mFaces == nullptr)
+        damaged(mesh, "has faces without an array");
+    face_counts counts;
+    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+        const unsigned corners = cornersOf(mesh, mesh.mFaces[f]);
+        counts.corners[kindOf(corners)] += corners;
+        counts.polygons += corners > 3 ? 1 : 0;
+    }
+    return counts;
+}
+
+/// Gathers numbers to be sent in large pieces.
+class number_sender {
+  public:
+    explicit number_sender(pipe_writer& out) : out_(out) { piece_.reserve(most); }
+    void send(const unsigned* numbers, std::size_t count) {
+        if (piece_.size() + count > most)
+            flush();
+        if (count > most)
+            out_.array(numbers, count);
+        else
+            piece_.insert(piece_.end(), numbers, numbers + count);
+    }
+    void flush() {
+        out_.array(piece_.data(), piece_.size());
+        piece_.clear();
+    }
+
+  private:
+    static constexpr std::size_t most = 32 << 10;
+    pipe_writer& out_;
+    std::vector<unsigned> piece_;
+};
+
+void sendFaces(const aiMesh& mesh, const face_counts& counts, number_sender& numbers,
+               pipe_writer& out) {
+    for (const face_kind kind : {triangle, line, point, polygon}) {
+        out.value(counts.corners[kind]);
+        if (counts.corners[kind] == 0)
+            continue;
+        for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
+            const aiFace& face = mesh.mFaces[f];
+            if (kindOf(face.mNumIndices) == kind)
+                numbers.send(face.mIndices, face.mNumIndices);
+        }
+        numbers.flush();
+    }
+    out.value(counts.polygons);
+    for (unsigned f = 0; counts.polygons != 0 && f < mesh.mNumFaces; ++f) {
+        if (mesh.mFaces[f].mNumIndices > 3)
+            numbers.send(&mesh.mFaces[f].mNumIndices, 1);
+    }
+    numbers.flush();
+}
+
+void sendMesh(const aiMesh& mesh, number_sender& numbers, pipe_writer& out) {
+    const face_counts counts = countFaces(mesh);
     out.value(handover::what_was_asked);
     sendName(mesh.mName, out);
     out.value(mesh.mMaterialIndex);
@@ -100,9 +175,7 @@ void sendMesh(const aiMesh& mesh, pipe_writer& out) {
         sendArray(colors, mesh.mNumVertices, out);
     for (const aiVector3D* coordinates : mesh.mTextureCoords)
         sendArray(coordinates, mesh.mNumVertices, out);
-    for (const auto* list :
-         {&faces.triangles, &faces.lines, &faces.points, &faces.polygons, &faces.polygon_lengths})
-        out.list(*list);
+    sendFaces(mesh, counts, numbers, out);
 }
 
 void sendMaterial(const aiMaterial& material, pipe_writer& out) {
@@ -271,6 +344,12 @@ void receiveEach(pipe_reader& in, T**& items, unsigned& count, bool empty_ones, 
 
 } // namespace
 
+void checkIndex(const aiMesh& mesh, std::uint32_t index) {
+    if (index >= mesh.mNumVertices)
+        damaged(mesh, "has a face that uses vertex " + std::to_string(index) + " of " +
+                          std::to_string(mesh.mNumVertices));
+}
+
 std::uint32_t face_lists::highest() const {
     std::uint32_t most = 0;
     for (const auto* list : {&triangles, &lines, &points, &polygons}) {
@@ -280,30 +359,15 @@ std::uint32_t face_lists::highest() const {
     return most;
 }
 
-face_lists readFaces(const aiMesh& mesh) {
-    face_lists lists;
+void checkFaces(const aiMesh& mesh) {
     if (mesh.mNumFaces != 0 && mesh.mFaces == nullptr)
         damaged(mesh, "has faces without an array");
-    if (mesh.mPrimitiveTypes == aiPrimitiveType_TRIANGLE)
-        lists.triangles.reserve(std::size_t{3} * mesh.mNumFaces);
     for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-        const aiFace& face = mesh.mFaces[f];
-        if (face.mNumIndices == 0)
-            continue;
-        if (face.mIndices == nullptr)
-            damaged(mesh, "has a face without indices");
-        std::vector<std::uint32_t>& list = face.mNumIndices == 3   ? lists.triangles
-                                           : face.mNumIndices == 2 ? lists.lines
-                                           : face.mNumIndices == 1 ? lists.points
-                                                                   : lists.polygons;
-        list.insert(list.end(), face.mIndices, face.mIndices + face.mNumIndices);
-        if (face.mNumIndices > 3)
-            lists.polygon_lengths.push_back(face.mNumIndices);
+        const unsigned* const indices = mesh.mFaces[f].mIndices;
+        const unsigned corners = cornersOf(mesh, mesh.mFaces[f]);
+        for (unsigned i = 0; i < corners; ++i)
+            checkIndex(mesh, indices[i]);
     }
-    if (lists.size() != 0 && lists.highest() >= mesh.mNumVertices)
-        damaged(mesh, "has a face that uses vertex " + std::to_string(lists.highest()) + " of " +
-                          std::to_string(mesh.mNumVertices));
-    return lists;
 }
 
 void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_writer& out) {
@@ -324,8 +388,9 @@ void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_wr
              [&](unsigned i) { sendMaterial(*scene.mMaterials[i], out); });
     sendEach(scene.mTextures, scene.mNumTextures, out,
              [&](unsigned i) { sendTexture(*scene.mTextures[i], out); });
+    number_sender numbers(out);
     for (const aiMesh* mesh : meshes)
-        sendMesh(*mesh, out);
+        sendMesh(*mesh, numbers, out);
 }
 
 void sendFailure(const std::string& reason, pipe_writer& out) {

@@ -30,8 +30,11 @@ struct face_lists {
     std::uint32_t highest() const;
 };
 
-/// errors  host_error: arrays that are not there, or an index that has no vertex
-face_lists readFaces(const aiMesh& mesh);
+/// errors  host_error: there is no such vertex
+void checkIndex(const aiMesh& mesh, std::uint32_t index);
+
+/// Checks each face of a mesh. errors  the same, and for arrays that are not there
+void checkFaces(const aiMesh& mesh);
 
 /// What the scene holds that nothing is made of.
 struct left_out {
@@ -58,7 +61,7 @@ struct handed_mesh {
 ///
 /// files   opened for the scene
 /// errors  host_error, sent as well, for contents that cannot be a scene: null arrays, a node tree
-///         that is no tree or too deep, indices without a vertex, meshes that are not there
+///         that is no tree or too deep, meshes that are not there. Indices are not checked
 void sendScene(const aiScene& scene, const std::set<std::string>& files, pipe_writer& out);
 
 /// Sends why there is nothing to come.

@@ -1,5 +1,8 @@
 #include "tests/support/test.h"
 
+#include <csignal>
+#include <numeric>
+
 #include <unistd.h>
 
 #include <assimp/material.h>
@@ -7,6 +10,7 @@
 #include <assimp/scene.h>
 
 #include "assimp_import.h"
+#include "child_process.h"
 #include "host_error.h"
 #include "statistics.h"
 
@@ -57,8 +61,10 @@ std::unique_ptr<aiScene> smallScene() {
 }
 
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
-    morva::host::handed_mesh source;
-    aiMesh& mesh = source.mesh;
+    const std::unique_ptr<aiScene> scene = smallScene();
+    aiMesh& mesh = *scene->mMeshes[0];
+    delete[] mesh.mVertices;
+    delete[] mesh.mFaces;
     mesh.mNumVertices = 5;
     mesh.mVertices = new aiVector3D[5];
     const std::vector<std::vector<unsigned>> faces = {
@@ -71,8 +77,8 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
     model target;
-    source.faces = morva::host::readFaces(mesh);
-    const geometry_ref core(morva::host::importMesh(source, 0, target));
+    importHandedOver(*scene, target);
+    const auto core = ::osg::GeometryPtr::dcast(target.root.get()->getChild(0)->getCore());
     std::vector<std::pair<unsigned, unsigned>> primitives;
     for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
         primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
@@ -173,6 +179,48 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
             scene->mRootNode->mChildren[0] == scene->mRootNode->mChildren[1])
             scene->mRootNode->mNumChildren = 1;
     }
+}
+
+TEST(ChildProcess, SendsValuesOfAnySizeAndTellsHowItEnded) {
+    using morva::host::pipe_writer;
+    std::vector<unsigned> numbers(3000000);
+    std::iota(numbers.begin(), numbers.end(), 7u);
+    const struct {
+        std::function<void(pipe_writer&)> end;
+        const char* told;
+    } rows[] = {{[](pipe_writer&) { std::raise(SIGABRT); }, "gave up (abort)"},
+                {[](pipe_writer&) { std::raise(SIGKILL); }, "was killed"},
+                {[](pipe_writer&) { throw std::bad_alloc(); }, "ended early"},
+                {[](pipe_writer& out) { out.value('x'); }, "ended early"}};
+    for (const auto& row : rows) {
+        morva::host::child_process child([&](pipe_writer& out) {
+            std::cerr << "nobody hears this";
+            out.text("abc");
+            out.list(numbers);
+            out.list(std::vector<char>());
+            out.flush();
+            row.end(out);
+        });
+        EXPECT_EQ(child.output().text(), "abc");
+        std::vector<unsigned> came;
+        child.output().list(came);
+        EXPECT_TRUE(came == numbers);
+        EXPECT_EQ(child.output().value<std::uint64_t>(), 0u);
+        EXPECT_THROW(child.output().value<int>(), morva::host::pipe_ended);
+        EXPECT_EQ(child.crash().substr(0, std::strlen(row.told)), row.told);
+    }
+}
+
+TEST(ChildProcess, GoesWithItsOwner) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    {
+        const morva::host::child_process endless([](morva::host::pipe_writer&) { pause(); });
+    }
+    close(ends[1]);
+    char nothing = 0;
+    EXPECT_EQ(read(ends[0], &nothing, 1), 0) << "somebody still has the other end";
+    close(ends[0]);
 }
 
 } // namespace
