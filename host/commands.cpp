@@ -23,6 +23,7 @@
 #include "console.h"
 #include "contact_sheet.h"
 #include "divide_command.h"
+#include "growth_notes.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -206,6 +207,8 @@ void optimize(const options& chosen) {
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
     refuseEmpty(report, chosen.quiet);
+    addTexts(growthNotes(report.before, *report.after, morva::osg::planOf(parameters)),
+             report.notes);
     const bool passed = report.verdict->differences.empty();
     if (passed) {
         steps.begin("write");
