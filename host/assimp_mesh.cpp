@@ -14,47 +14,6 @@ namespace {
 
 using ::osg::UInt32;
 
-/// The faces of a mesh as index lists, sorted by kind, in the order of the file.
-struct face_lists {
-    std::vector<UInt32> triangles, lines, points;
-    std::vector<UInt32> polygons;        ///< corners of all polygons, end to end
-    std::vector<UInt32> polygon_lengths; ///< of each polygon, above 3
-    std::size_t size() const {
-        return triangles.size() + lines.size() + points.size() + polygons.size();
-    }
-};
-
-[[noreturn]] void damaged(const aiMesh& mesh, const std::string& what) {
-    throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) + "' " + what);
-}
-
-face_lists readFaces(const aiMesh& mesh) {
-    face_lists lists;
-    lists.triangles.reserve(std::size_t{3} * mesh.mNumFaces);
-    UInt32 highest = 0;
-    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-        const aiFace& face = mesh.mFaces[f];
-        if (face.mNumIndices == 0)
-            continue;
-        if (face.mIndices == nullptr)
-            damaged(mesh, "has a face without indices");
-        std::vector<UInt32>& list = face.mNumIndices == 3   ? lists.triangles
-                                    : face.mNumIndices == 2 ? lists.lines
-                                    : face.mNumIndices == 1 ? lists.points
-                                                            : lists.polygons;
-        for (unsigned i = 0; i < face.mNumIndices; ++i) {
-            list.push_back(face.mIndices[i]);
-            highest = std::max(highest, face.mIndices[i]);
-        }
-        if (face.mNumIndices > 3)
-            lists.polygon_lengths.push_back(face.mNumIndices);
-    }
-    if (lists.size() != 0 && highest >= mesh.mNumVertices)
-        damaged(mesh, "has a face that uses vertex " + std::to_string(highest) + " of " +
-                          std::to_string(mesh.mNumVertices));
-    return lists;
-}
-
 ::osg::GeoTexCoordsPtr importCoordinates(const aiVector3D* coordinates, unsigned count) {
     std::vector<::osg::Vec2f> plain(count);
     for (unsigned i = 0; i < count; ++i)
@@ -121,17 +80,18 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
 
 } // namespace
 
-::osg::GeometryPtr importMesh(const aiMesh& mesh, unsigned coordinate_set, model& target) {
+::osg::GeometryPtr importMesh(const handed_mesh& source, unsigned coordinate_set, model& target) {
+    const aiMesh& mesh = source.mesh;
+    const face_lists& faces = source.faces;
     static_assert(sizeof(aiVector3D) == sizeof(::osg::Pnt3f) &&
                       sizeof(aiColor4D) == sizeof(::osg::Color4f),
                   "positions and colours are copied as blocks");
-    if (mesh.mNumFaces != 0 && mesh.mFaces == nullptr)
-        damaged(mesh, "has faces without an array");
-    const face_lists lists = readFaces(mesh);
-    if (lists.size() == 0)
+    if (faces.size() == 0)
         return ::osg::NullFC;
     if (mesh.mVertices == nullptr)
-        damaged(mesh, "has no vertices");
+        throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) +
+                         "' has no vertices");
+    checkIndex(mesh, faces.highest());
 
     const std::size_t bad = countNotFinite(mesh.mVertices, mesh.mNumVertices);
     if (bad != 0)
@@ -150,7 +110,7 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
     if (mesh.mColors[0] != nullptr)
         geometry->setColors(colorsOf(&mesh.mColors[0]->r, mesh.mNumVertices));
     setCoordinates(geometry, importChannels(mesh), coordinate_set);
-    setPrimitives(geometry, lists, hasNarrowIndices(mesh.mNumVertices));
+    setPrimitives(geometry, faces, hasNarrowIndices(mesh.mNumVertices));
     endEditCP(geometry);
     return geometry;
 }

@@ -1,5 +1,6 @@
 #include "glb_reader.h"
 
+#include <memory>
 #include <utility>
 
 #include "assimp_import.h"
@@ -13,9 +14,19 @@ namespace morva::host {
 namespace {
 
 void readPlain(const gltf_document& document, model& target) {
-    const glb_outline outline = outlineOf(document);
+    glb_outline outline = outlineOf(document);
     glb_values values(document, outline.primitives);
-    importScene(*outline.scene, std::string(), target, [&](unsigned mesh, unsigned coordinate_set) {
+    handed_scene source;
+    source.scene = std::move(outline.scene);
+    source.meshes = source.scene->mNumMeshes;
+    const auto next = [&source](unsigned mesh) {
+        const aiMesh& from = *source.scene->mMeshes[mesh];
+        auto made = std::make_unique<handed_mesh>();
+        made->mesh.mName = from.mName;
+        made->mesh.mMaterialIndex = from.mMaterialIndex;
+        return made;
+    };
+    importScene(source, std::string(), next, target, [&](unsigned mesh, unsigned coordinate_set) {
         return values.coreOf(mesh, coordinate_set);
     });
     values.fill();

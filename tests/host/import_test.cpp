@@ -1,10 +1,16 @@
 #include "tests/support/test.h"
 
+#include <csignal>
+#include <numeric>
+
+#include <unistd.h>
+
 #include <assimp/material.h>
 #include <assimp/mesh.h>
 #include <assimp/scene.h>
 
 #include "assimp_import.h"
+#include "child_process.h"
 #include "geometry_view.h"
 #include "host_error.h"
 #include "mirrored_parts.h"
@@ -17,6 +23,19 @@ namespace {
 
 using morva::host::host_error;
 using morva::host::model;
+
+/// Sends a scene to this process, which small ones can, and converts what arrives.
+void importHandedOver(const aiScene& scene, model& target) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    morva::host::pipe_reader in(ends[0]);
+    morva::host::pipe_writer out(ends[1]);
+    morva::host::sendScene(scene, {}, out);
+    out.flush();
+    const morva::host::handed_scene handed = morva::host::receiveScene(in);
+    morva::host::importScene(
+        handed, "", [&](unsigned) { return morva::host::receiveMesh(in); }, target);
+}
 
 /// A root "root" with two children, "a" and "b", that share one mesh of one triangle.
 std::unique_ptr<aiScene> smallScene() {
@@ -46,7 +65,10 @@ std::unique_ptr<aiScene> smallScene() {
 }
 
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
-    aiMesh mesh;
+    const std::unique_ptr<aiScene> scene = smallScene();
+    aiMesh& mesh = *scene->mMeshes[0];
+    delete[] mesh.mVertices;
+    delete[] mesh.mFaces;
     mesh.mNumVertices = 5;
     mesh.mVertices = new aiVector3D[5];
     const std::vector<std::vector<unsigned>> faces = {
@@ -59,7 +81,8 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
     model target;
-    const geometry_ref core(morva::host::importMesh(mesh, 0, target));
+    importHandedOver(*scene, target);
+    const auto core = ::osg::GeometryPtr::dcast(target.root.get()->getChild(0)->getCore());
     std::vector<std::pair<unsigned, unsigned>> primitives;
     for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
         primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
@@ -146,7 +169,7 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
         std::string message;
         try {
             model target;
-            morva::host::importScene(*scene, "", target);
+            importHandedOver(*scene, target);
             morva::host::measureScene(target.root.get());
         } catch (const host_error& error) {
             message = error.what();
@@ -251,6 +274,48 @@ TEST(Import, MakesMirroredPartsUprightWhereTheyAre) {
         EXPECT_EQ(cores.size(), used.size()) << "one copy for all that share a core";
     }
     EXPECT_GT(mirrored, 100U);
+}
+
+TEST(ChildProcess, SendsValuesOfAnySizeAndTellsHowItEnded) {
+    using morva::host::pipe_writer;
+    std::vector<unsigned> numbers(3000000);
+    std::iota(numbers.begin(), numbers.end(), 7u);
+    const struct {
+        std::function<void(pipe_writer&)> end;
+        const char* told;
+    } rows[] = {{[](pipe_writer&) { std::raise(SIGABRT); }, "gave up (abort)"},
+                {[](pipe_writer&) { std::raise(SIGKILL); }, "was killed"},
+                {[](pipe_writer&) { throw std::bad_alloc(); }, "ended early"},
+                {[](pipe_writer& out) { out.value('x'); }, "ended early"}};
+    for (const auto& row : rows) {
+        morva::host::child_process child([&](pipe_writer& out) {
+            std::cerr << "nobody hears this";
+            out.text("abc");
+            out.list(numbers);
+            out.list(std::vector<char>());
+            out.flush();
+            row.end(out);
+        });
+        EXPECT_EQ(child.output().text(), "abc");
+        std::vector<unsigned> came;
+        child.output().list(came);
+        EXPECT_TRUE(came == numbers);
+        EXPECT_EQ(child.output().value<std::uint64_t>(), 0u);
+        EXPECT_THROW(child.output().value<int>(), morva::host::pipe_ended);
+        EXPECT_EQ(child.crash().substr(0, std::strlen(row.told)), row.told);
+    }
+}
+
+TEST(ChildProcess, GoesWithItsOwner) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    {
+        const morva::host::child_process endless([](morva::host::pipe_writer&) { pause(); });
+    }
+    close(ends[1]);
+    char nothing = 0;
+    EXPECT_EQ(read(ends[0], &nothing, 1), 0) << "somebody still has the other end";
+    close(ends[0]);
 }
 
 } // namespace
