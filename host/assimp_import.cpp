@@ -72,8 +72,9 @@ void setNameUnlessEmpty(const ::osg::AttachmentContainerPtr& container, const st
 /// Walks the source tree and builds ours; meshes and materials are converted at first use.
 class tree_builder {
   public:
-    tree_builder(const aiScene& scene, const std::string& folder, model& target)
-        : scene_(scene), folder_(folder), target_(target), cores_(scene.mNumMeshes),
+    tree_builder(const aiScene& scene, const std::string& folder, model& target,
+                 const core_maker& maker)
+        : scene_(scene), folder_(folder), target_(target), maker_(maker), cores_(scene.mNumMeshes),
           converted_(scene.mNumMeshes, false), materials_(scene.mNumMaterials) {}
 
     void build() {
@@ -90,6 +91,13 @@ class tree_builder {
             target_.root->subChild(only.get());
             target_.root = only;
         }
+    }
+
+    std::vector<::osg::MaterialRefPtr> materials() const {
+        std::vector<::osg::MaterialRefPtr> made;
+        for (const imported_material& one : materials_)
+            made.push_back(one.material);
+        return made;
     }
 
   private:
@@ -171,7 +179,8 @@ class tree_builder {
         converted_[index] = true;
         const aiMesh& mesh = *scene_.mMeshes[index];
         const imported_material& material = materialOf(mesh.mMaterialIndex);
-        const ::osg::GeometryPtr core = importMesh(mesh, material.coordinate_set, target_);
+        const ::osg::GeometryPtr core = maker_ ? maker_(index, material.coordinate_set)
+                                               : importMesh(mesh, material.coordinate_set, target_);
         cores_[index] = ::osg::GeometryRefPtr(core);
         if (core == ::osg::NullFC) {
             target_.notes.push_back("mesh '" + std::string(mesh.mName.C_Str()) +
@@ -198,6 +207,7 @@ class tree_builder {
     const aiScene& scene_;
     const std::string& folder_;
     model& target_;
+    const core_maker& maker_; ///< none: the meshes have their values
     std::vector<::osg::GeometryRefPtr> cores_;
     std::vector<bool> converted_;
     std::vector<imported_material> materials_;
@@ -287,12 +297,14 @@ std::string reasonOf(const Assimp::Importer& importer) {
 
 } // namespace
 
-void importScene(const aiScene& scene, const std::string& folder, model& target) {
+std::vector<::osg::MaterialRefPtr> importScene(const aiScene& scene, const std::string& folder,
+                                               model& target, const core_maker& cores) {
     if (scene.mRootNode == nullptr)
         throw host_error("the file holds no scene");
     if (scene.mNumMeshes != 0 && scene.mMeshes == nullptr)
         throw host_error("the file is damaged: it lacks its list of meshes");
-    tree_builder(scene, folder, target).build();
+    tree_builder builder(scene, folder, target, cores);
+    builder.build();
     target.images_by_name.clear();
     if (target.other_textures != 0)
         target.notes.push_back(std::to_string(target.other_textures) +
@@ -300,6 +312,7 @@ void importScene(const aiScene& scene, const std::string& folder, model& target)
     const unsigned moving = scene.mNumAnimations;
     if (moving != 0)
         target.notes.push_back(std::to_string(moving) + " animations are left out");
+    return builder.materials();
 }
 
 void importThroughAssimp(const std::string& path, model& target) {

@@ -11,7 +11,9 @@
 // file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: counts,
 // indices, pointers and the shape of the node tree are checked.
 
+#include <functional>
 #include <string>
+#include <vector>
 
 #include <assimp/material.h>
 #include <assimp/mesh.h>
@@ -28,10 +30,18 @@ namespace morva::host {
 /// errors  host_error
 void importThroughAssimp(const std::string& path, model& target);
 
+/// Makes the core of a mesh, by its number in the scene, with a set of texture coordinates in
+/// front; null if it has no faces. Asked once for each mesh that is drawn.
+using core_maker = std::function<::osg::GeometryPtr(unsigned mesh, unsigned coordinate_set)>;
+
 /// Converts a scene of the import library; `folder` is where textures in files are looked for.
-/// errors  host_error for contents that cannot be a scene: indices out of range, null arrays, a
-///         node tree that is no tree, matrices that are not finite
-void importScene(const aiScene& scene, const std::string& folder, model& target);
+/// With `cores` the meshes of the scene need no values: they are known elsewhere.
+///
+/// returns  the materials that are drawn, by their number in the scene; null for all others
+/// errors   host_error for contents that cannot be a scene: indices out of range, null arrays, a
+///          node tree that is no tree, matrices that are not finite
+std::vector<::osg::MaterialRefPtr> importScene(const aiScene& scene, const std::string& folder,
+                                               model& target, const core_maker& cores = {});
 
 /// A material and the set of texture coordinates that its texture wants.
 struct imported_material {

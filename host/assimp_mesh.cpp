@@ -1,11 +1,11 @@
 #include "assimp_import.h"
 
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include <OpenSG/OSGGL.h>
 
+#include "core_layout.h"
 #include "host_error.h"
 
 namespace morva::host {
@@ -55,30 +55,6 @@ face_lists readFaces(const aiMesh& mesh) {
     return lists;
 }
 
-/// A new property of `count` entries, filled with their bytes.
-template <typename Property>
-typename Property::PtrType filled(const void* values, std::size_t count, std::size_t bytes) {
-    typename Property::PtrType property = Property::create();
-    beginEditCP(property);
-    property->resize(count);
-    if (count != 0)
-        std::memcpy(property->getData(), values, count * bytes);
-    endEditCP(property);
-    return property;
-}
-
-::osg::GeoColorsPtr importColors(const aiColor4D* colors, unsigned count) {
-    bool opaque = true;
-    for (unsigned i = 0; i < count && opaque; ++i)
-        opaque = colors[i].a == 1.f;
-    if (!opaque)
-        return filled<::osg::GeoColors4f>(colors, count, sizeof(aiColor4D));
-    std::vector<::osg::Color3f> plain(count);
-    for (unsigned i = 0; i < count; ++i)
-        plain[i] = ::osg::Color3f(colors[i].r, colors[i].g, colors[i].b);
-    return filled<::osg::GeoColors3f>(plain.data(), count, sizeof(::osg::Color3f));
-}
-
 ::osg::GeoTexCoordsPtr importCoordinates(const aiVector3D* coordinates, unsigned count) {
     std::vector<::osg::Vec2f> plain(count);
     for (unsigned i = 0; i < count; ++i)
@@ -86,31 +62,13 @@ typename Property::PtrType filled(const void* values, std::size_t count, std::si
     return filled<::osg::GeoTexCoords2f>(plain.data(), count, sizeof(::osg::Vec2f));
 }
 
-/// Channels 0 to 3, with `first` in front: the library keeps those, and 7 is its own.
-void setCoordinates(const ::osg::GeometryPtr& geometry, const aiMesh& mesh, unsigned first) {
-    if (first > 3 || !mesh.HasTextureCoords(first))
-        first = 0;
-    for (unsigned set = 0; set < 4; ++set) {
-        const unsigned channel = set == 0 ? first : set == first ? 0 : set;
-        if (mesh.mTextureCoords[channel] == nullptr)
-            continue;
-        const ::osg::GeoTexCoordsPtr property =
-            importCoordinates(mesh.mTextureCoords[channel], mesh.mNumVertices);
-        switch (set) {
-        case 0:
-            geometry->setTexCoords(property);
-            break;
-        case 1:
-            geometry->setTexCoords1(property);
-            break;
-        case 2:
-            geometry->setTexCoords2(property);
-            break;
-        default:
-            geometry->setTexCoords3(property);
-            break;
-        }
+coordinate_channels importChannels(const aiMesh& mesh) {
+    coordinate_channels channels;
+    for (unsigned i = 0; i < channels.size(); ++i) {
+        if (mesh.mTextureCoords[i] != nullptr)
+            channels[i] = importCoordinates(mesh.mTextureCoords[i], mesh.mNumVertices);
     }
+    return channels;
 }
 
 void setPrimitives(const ::osg::GeometryPtr& geometry, const face_lists& lists, bool narrow) {
@@ -190,9 +148,9 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
         geometry->setNormals(
             filled<::osg::GeoNormals3f>(mesh.mNormals, mesh.mNumVertices, sizeof(aiVector3D)));
     if (mesh.mColors[0] != nullptr)
-        geometry->setColors(importColors(mesh.mColors[0], mesh.mNumVertices));
-    setCoordinates(geometry, mesh, coordinate_set);
-    setPrimitives(geometry, lists, mesh.mNumVertices <= 0x10000u);
+        geometry->setColors(colorsOf(&mesh.mColors[0]->r, mesh.mNumVertices));
+    setCoordinates(geometry, importChannels(mesh), coordinate_set);
+    setPrimitives(geometry, lists, hasNarrowIndices(mesh.mNumVertices));
     endEditCP(geometry);
     return geometry;
 }

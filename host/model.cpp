@@ -15,6 +15,7 @@
 
 #include "assimp_import.h"
 #include "facet_normals.h"
+#include "glb_reader.h"
 #include "host_error.h"
 #include "memory_watch.h"
 #include "scene_walk.h"
@@ -119,7 +120,7 @@ model readModel(const std::string& path) {
     try {
         if (extensionOf(path) == "osb")
             readSceneFile(path, result);
-        else
+        else if (extensionOf(path) != "glb" || !readGlb(path, result))
             importWatched(path, doing, result);
     } catch (const std::bad_alloc&) {
         throw host_error("out of memory while " + doing);
