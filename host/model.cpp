@@ -14,6 +14,7 @@
 #include <OpenSG/OSGSceneFileHandler.h>
 
 #include "assimp_import.h"
+#include "facet_normals.h"
 #include "glb_reader.h"
 #include "host_error.h"
 #include "memory_watch.h"
@@ -76,6 +77,10 @@ void readSceneFile(const std::string& path, model& target) {
 void importWatched(const std::string& path, const std::string& doing, model& target) {
     memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
     importThroughAssimp(path, target);
+    const std::size_t mended = extensionOf(path) == "stl" ? mendFacetNormals(target.root.get()) : 0;
+    if (mended != 0)
+        target.notes.push_back("normals that are 0 or against the winding are made anew for " +
+                               withCommas(mended) + " triangles");
 }
 
 bool isTooDeep(const ::osg::NodePtr& root) {
