@@ -32,8 +32,8 @@ namespace morva::host {
 /// errors  host_error
 void importThroughAssimp(const std::string& path, model& target);
 
-/// Hands over a mesh, by its number in the scene. Asked once for each that is drawn, in the order of
-/// first use: nodes come before their children, and these in order.
+/// Hands over a mesh, by its number in the scene. Asked once for each that is drawn, in the order
+/// of first use: nodes come before their children, and these in order.
 using mesh_source = std::function<std::unique_ptr<handed_mesh>(unsigned mesh)>;
 
 /// Makes the core of a mesh, by its number in the scene, with a set of texture coordinates in
