@@ -22,6 +22,7 @@
 #include <morva/core/morva_osg_platform.h>
 #include <morva/core/morva_osg_property_blocks.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_shared_steps.h>
 #include <morva/core/morva_span.h>
 #include <morva/geosets/morva_osg_element_index.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
@@ -260,6 +261,28 @@ void fillGeometry(const ::osg::GeometryPtr& geometry, const object_run& run, con
     }
 }
 
+/// A geometry node under the next name, to be filled.
+::osg::NodePtr newNamedGeometry() {
+    fresh<::osg::NodePtr> node(newNodeWith(::osg::Geometry::create()));
+    nameGeometry(node.get(), &idmapHandler::getNextMergedGeometryName);
+    return node.release();
+}
+
+void printCoreError() {
+    print_caught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
+                  "Error occured in MakeGeoCore."});
+}
+
+/// What `make` gives, or what stands for it if it throws, after a line.
+template <typename Make> ::osg::NodePtr orEmpty(const Make& make) {
+    try {
+        return make();
+    } catch (...) {
+        printCoreError();
+    }
+    return emptyGeometryNode();
+}
+
 /// Whether the tree has that node; it has none below 0.
 template <typename T> bool hasNode(const T& tree, int node) {
     return has_node(tree, static_cast<std::uint64_t>(node));
@@ -310,6 +333,26 @@ void addFresh(const ::osg::NodePtr& parent, const ::osg::NodePtr& child) {
     made.release();
 }
 
+/// A core that is named and in its place, and still to be filled.
+struct waiting_core {
+    ::osg::NodePtr node;       ///< has a parent
+    unsigned int first, count; ///< range in the tree's indices
+    bool failed = false;       ///< could not be filled
+};
+
+/// Puts what stands for a core that could not be made in its place.
+void replaceByEmpty(const ::osg::NodePtr& failed) {
+    const ::osg::NodePtr parent = failed->getParent();
+    fresh<::osg::NodePtr> empty(emptyGeometryNode());
+    if (empty.get() == ::osg::NullFC) {
+        takeChildOff(parent, static_cast<::osg::UInt32>(parent->findChild(failed)));
+        return;
+    }
+    const open_edit edit(parent);
+    parent->replaceChildBy(failed, empty.get());
+    reportChange(empty.release());
+}
+
 /// What stays the same in all steps of one cut.
 template <typename T, typename G> struct cut_context {
     const T& tree;
@@ -318,9 +361,28 @@ template <typename T, typename G> struct cut_context {
     unsigned int limit; ///< objects of one core
     int opt;
     bool calcnormals;
+    std::vector<waiting_core>* waiting; ///< takes cores in, to be filled later; null: done at once
 
     ::osg::NodePtr core(unsigned int first, unsigned int count) const {
-        return MakeGeoCore(tree, geoset, first, count, opt, calcnormals);
+        if (waiting == nullptr)
+            return MakeGeoCore(tree, geoset, first, count, opt, calcnormals);
+        return orEmpty([&] {
+            fresh<::osg::NodePtr> node(newNamedGeometry());
+            waiting->push_back({node.get(), first, count});
+            return node.release();
+        });
+    }
+
+    /// Any thread.
+    void fill(waiting_core& core) const noexcept {
+        try {
+            const auto geometry = ::osg::GeometryPtr::dcast(core.node->getCore());
+            fillGeometry(geometry, validRun(tree, geoset, core.first, core.count), geoset, opt,
+                         calcnormals);
+        } catch (...) {
+            printCoreError();
+            core.failed = true;
+        }
     }
 };
 
@@ -359,23 +421,32 @@ template <typename T, typename G>
     return group.release();
 }
 
+/// cutCell() of a node that is cut, for a task that may be helped: first all cores in their places
+/// and under their names, in their order, then what is in them.
+template <typename T, typename G>
+::osg::NodePtr cutInSteps(cut_context<T, G> context, int node, int parts) {
+    std::vector<waiting_core> waiting;
+    context.waiting = &waiting;
+    fresh<::osg::NodePtr> group(cutCell(context, node, parts));
+    shareSteps(waiting.size(), [&](std::size_t i) { context.fill(waiting[i]); });
+    for (const waiting_core& core : waiting) {
+        if (core.failed)
+            replaceByEmpty(core.node);
+    }
+    return group.release();
+}
+
 } // namespace
 
 template <typename T, typename G>
 ::osg::NodePtr MakeGeoCore(T const& tree, G const& geoset, unsigned int first, unsigned int count,
                            int opt, bool calcnormals) {
-    try {
-        const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
-        fresh<::osg::NodePtr> node(newNodeWith(geometry));
-        nameGeometry(node.get(), &idmapHandler::getNextMergedGeometryName);
-        const object_run run = validRun(tree, geoset, first, count);
-        fillGeometry(geometry, run, geoset, opt, calcnormals);
+    return orEmpty([&] {
+        fresh<::osg::NodePtr> node(newNamedGeometry());
+        fillGeometry(::osg::GeometryPtr::dcast(node->getCore()),
+                     validRun(tree, geoset, first, count), geoset, opt, calcnormals);
         return node.release();
-    } catch (...) {
-        print_caught({"Bad_Alloc caught in MakeGeoCore: ", "Standard exception in MakeGeoCore: ",
-                      "Error occured in MakeGeoCore."});
-    }
-    return emptyGeometryNode();
+    });
 }
 
 template <typename T, typename G>
@@ -401,7 +472,9 @@ template <typename T, typename G>
 ::osg::NodePtr Make_N_GeometryCores(T const& tree, G const& geoset, int node, int parts,
                                     unsigned int limit, int opt, bool calcnormals) {
     const cell_counts counts(tree, node);
-    return cutCell(cut_context<T, G>{tree, geoset, counts, limit, opt, calcnormals}, node, parts);
+    const cut_context<T, G> context{tree, geoset, counts, limit, opt, calcnormals, nullptr};
+    const bool is_cut = parts != 1 && hasNode(tree, node) && !tree.nodes[node].is_leaf();
+    return is_cut && hasHelp() ? cutInSteps(context, node, parts) : cutCell(context, node, parts);
 }
 
 template <typename T, typename G>
