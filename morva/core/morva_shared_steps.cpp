@@ -9,10 +9,7 @@ thread_local step_help* open_scope = nullptr;
 
 } // namespace
 
-step_help::scope::scope(step_help* help) : before_(open_scope) {
-    if (help != nullptr)
-        open_scope = help;
-}
+step_help::scope::scope(step_help* help) : before_(open_scope) { open_scope = help; }
 
 step_help::scope::~scope() { open_scope = before_; }
 

@@ -24,7 +24,7 @@ using numbered_step = std::function<void(std::size_t)>;
 /// Whoever can help a task.
 class MORVA_API step_help {
   public:
-    /// Lets the calling thread have this help meanwhile; null changes nothing.
+    /// Lets the calling thread have this help meanwhile; null: none.
     class MORVA_API scope {
       public:
         explicit scope(step_help* help);

@@ -92,6 +92,7 @@ class helper_list {
 void task_helpers::share(std::size_t count, const numbered_step& step) {
     step_queue steps(count, step);
     {
+        const step_help::scope nobody(nullptr); // a step is taken by one thread
         helper_list helpers(handler_, steps);
         do {
             if (steps.isWorthHelping())
