@@ -12,6 +12,9 @@ namespace morva::osg {
 
 namespace {
 
+/// Of one share, however many places there are.
+constexpr std::size_t most_helpers = 64;
+
 /// Steps that several threads take, each the next one that nobody has.
 class step_queue {
   public:
@@ -69,7 +72,7 @@ class helper_list {
 
     /// Starts one more if a place is free.
     void grow() noexcept {
-        if (has_failed_)
+        if (has_failed_ || numbers_.size() == most_helpers)
             return;
         try {
             numbers_.reserve(numbers_.size() + 1);
