@@ -120,8 +120,7 @@ held_texts::scope::scope(held_texts& texts) : before_(held) { held = &texts; }
 
 held_texts::scope::~scope() { held = before_; }
 
-void held_texts::add(kind how, text_pieces text, flush after, std::size_t done,
-                     std::size_t total) {
+void held_texts::add(kind how, text_pieces text, flush after, std::size_t done, std::size_t total) {
     texts_.push_back({how, joinedPieces(text), after, done, total});
 }
 

@@ -178,10 +178,9 @@ class cell_builder {
     void collectTextures(planned_cell& cell) const {
         ++record_.cells;
         const cell_run run = runOf(cell);
-        cell.textures =
-            options_.exact
-                ? textureCellExactly(run, options_.optimizetc, options_.padding, record_.textures)
-                : textureCell(run, options_.optimizetc, record_.textures);
+        cell.textures = options_.exact ? textureCellExactly(run, options_.optimizetc,
+                                                            options_.padding, record_.textures)
+                                       : textureCell(run, options_.optimizetc, record_.textures);
     }
 
     ::osg::NodePtr contentsOf(const planned_cell& cell) const {

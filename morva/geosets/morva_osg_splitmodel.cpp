@@ -274,7 +274,7 @@ void printCoreError() {
 }
 
 /// What `make` gives, or what stands for it if it throws, after a line.
-template <typename Make> ::osg::NodePtr orEmpty(const Make& make) {
+template <typename Make>::osg::NodePtr orEmpty(const Make& make) {
     try {
         return make();
     } catch (...) {

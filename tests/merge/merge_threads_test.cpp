@@ -140,7 +140,11 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
                 return crowded_scene(c.images_by_group, c.own_ids, run % 4 > 1, c.by_tree);
             };
             mergeGeo_setup setup = quiet();
-            setup.numthreads = run == 12 ? 0x7fffffff : run == 0 ? 1 : run % 3 == 0 ? 3 : run % 2 == 0 ? 2 : 8;
+            setup.numthreads = run == 12      ? 0x7fffffff
+                               : run == 0     ? 1
+                               : run % 3 == 0 ? 3
+                               : run % 2 == 0 ? 2
+                                              : 8;
             setup.cacheopt = c.cacheopt;
             setup.idmap = c.ids ? "map" : "";
             setup.mergesamename = c.same_name;

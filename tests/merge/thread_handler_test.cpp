@@ -23,14 +23,14 @@ struct shared_state {
 };
 
 struct test_arguments {
-    std::size_t index = 0;      ///< in the order of starting
-    std::size_t place = 0;      ///< among the results
-    std::size_t waits_for = 0;  ///< task that must have ended before; itself for none
-    int company = 0;            ///< tasks that must have been at work together before
-    unsigned yields = 0;        ///< time that it takes
-    bool fails = false;         ///< throws
-    bool takes_id_lock = false; ///< keeps the ID map's lock until its end
-    std::size_t steps = 0;      ///< to be shared
+    std::size_t index = 0;                 ///< in the order of starting
+    std::size_t place = 0;                 ///< among the results
+    std::size_t waits_for = 0;             ///< task that must have ended before; itself for none
+    int company = 0;                       ///< tasks that must have been at work together before
+    unsigned yields = 0;                   ///< time that it takes
+    bool fails = false;                    ///< throws
+    bool takes_id_lock = false;            ///< keeps the ID map's lock until its end
+    std::size_t steps = 0;                 ///< to be shared
     std::size_t failing = ~std::size_t(0); ///< step that throws
     shared_state* state = nullptr;
     ::osg::NodePtr result;
