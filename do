@@ -10,8 +10,10 @@ On a fresh Debian 12, as root or with sudo:
   ./do demo     build a release, optimise a real assembly, print the table before and after
   ./do test     build and run all tests
   ./do check    format, includes, tests, tests as shipped, sanitizer builds with their tests, lint
-  ./do ci       what every submission must pass: check without lint, and the demo in a system of its own
+  ./do ci       what every submission must pass: check without lint, the package, and the demo in a system of
+                its own
   ./do bench    build and run the benchmarks
+  ./do package  build a Debian package, install, try and remove it (needs root)
   ./do models   other programs read what the command writes (npm packages, in build/models)
   ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
@@ -121,7 +123,7 @@ check_lint() {
 
 # The tests in the build that is shipped, with those of the installation and of stored outputs.
 test_release() {
-    need pkgconf python3-jsonschema
+    need pkgconf python3-jsonschema man-db
     build release -DMORVA_TESTS=ON
     run_tests release
 }
@@ -151,6 +153,7 @@ ci() {
     test_sanitized
     test_release
     run_tests dev
+    package
     fresh demo
 }
 
@@ -180,6 +183,18 @@ bench() {
     build release -DMORVA_BENCH=ON
     say "benchmarks"
     ./bench/run.sh build/release/bench
+}
+
+package() {
+    need dpkg-dev file man-db zsh
+    build release
+    rm -f build/release/*.deb
+    say "making a Debian package"
+    (cd build/release && cpack >cpack.log) || { cat build/release/cpack.log && exit 1; }
+    mkdir -p out
+    cp build/release/*.deb out/
+    say "installing, using and removing it"
+    as_root packaging/try_package.sh out/morva_*.deb "$ENGINE"
 }
 
 models() {
@@ -213,6 +228,7 @@ test)
 check) check ;;
 ci) ci ;;
 bench) bench ;;
+package) package ;;
 models) models ;;
 fuzz)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }

@@ -1,5 +1,6 @@
 # Installed: the library, the bundled scene graph if it is the provider, the public headers, a CMake
-# package (find_package(morva), target morva::morva), a pkg-config file, the schemas of report and manifest.
+# package (find_package(morva), target morva::morva), a pkg-config file, the schemas of report and
+# manifest, the manual page and the completions of two shells.
 
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
@@ -23,6 +24,10 @@ install(EXPORT morva-targets NAMESPACE morva:: DESTINATION ${package_dir})
 if(TARGET morva_command)
     install(TARGETS morva_command RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
     install(FILES docs/manifest.schema.json docs/report.schema.json DESTINATION ${CMAKE_INSTALL_DATADIR}/morva)
+    install(FILES packaging/morva.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/man1)
+    install(FILES packaging/morva.bash
+        DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME morva)
+    install(FILES packaging/_morva DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions)
 endif()
 
 # The public headers: morva.h, and what it includes, directly or not.

@@ -8,10 +8,13 @@
 //     aiNode, identity, one mesh, no children: the Geometry node itself
 //
 // Nothing is merged, reordered or made up: vertices, faces and materials stay as they are in the
-// file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: counts,
-// indices, pointers and the shape of the node tree are checked.
+// file; polygons are cut into triangles. Whatever the scene contains, reading it is safe: the
+// library runs in a process of its own (import_process.h), and what comes from there is checked.
 
+#include <functional>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include <assimp/material.h>
 #include <assimp/mesh.h>
@@ -21,6 +24,7 @@
 #include <OpenSG/OSGMaterial.h>
 
 #include "model.h"
+#include "scene_handover.h"
 
 namespace morva::host {
 
@@ -28,10 +32,24 @@ namespace morva::host {
 /// errors  host_error
 void importThroughAssimp(const std::string& path, model& target);
 
-/// Converts a scene of the import library; `folder` is where textures in files are looked for.
-/// errors  host_error for contents that cannot be a scene: indices out of range, null arrays, a
-///         node tree that is no tree, matrices that are not finite
-void importScene(const aiScene& scene, const std::string& folder, model& target);
+/// Hands over a mesh, by its number in the scene. Asked once for each that is drawn, in the order
+/// of first use: nodes come before their children, and these in order.
+using mesh_source = std::function<std::unique_ptr<handed_mesh>(unsigned mesh)>;
+
+/// Makes the core of a mesh, by its number in the scene, with a set of texture coordinates in
+/// front; null if it has no faces.
+using core_maker = std::function<::osg::GeometryPtr(unsigned mesh, unsigned coordinate_set)>;
+
+/// Converts a scene of the import library.
+///
+/// folder   where textures in files are looked for
+/// cores    with it, the meshes need a name and a material only: their values are known elsewhere
+/// returns  the materials that are drawn, by their number in the scene; null for all others
+/// errors   host_error for contents that cannot be a scene: indices out of range, a tree too deep,
+///          matrices that are not finite; what `next` and `cores` throw
+std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
+                                               const std::string& folder, const mesh_source& next,
+                                               model& target, const core_maker& cores = {});
 
 /// A material and the set of texture coordinates that its texture wants.
 struct imported_material {
@@ -49,7 +67,7 @@ imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
 
 /// Converts one mesh; null if it has no faces. `coordinate_set` becomes the first set.
 /// errors  host_error
-::osg::GeometryPtr importMesh(const aiMesh& mesh, unsigned coordinate_set, model& target);
+::osg::GeometryPtr importMesh(const handed_mesh& source, unsigned coordinate_set, model& target);
 
 /// Shininess of a roughness and back; both ends are exact.
 float shininessOf(float roughness);

@@ -1,11 +1,11 @@
 #include "assimp_import.h"
 
 #include <cmath>
-#include <cstring>
 #include <vector>
 
 #include <OpenSG/OSGGL.h>
 
+#include "core_layout.h"
 #include "host_error.h"
 
 namespace morva::host {
@@ -14,71 +14,6 @@ namespace {
 
 using ::osg::UInt32;
 
-/// The faces of a mesh as index lists, sorted by kind, in the order of the file.
-struct face_lists {
-    std::vector<UInt32> triangles, lines, points;
-    std::vector<UInt32> polygons;        ///< corners of all polygons, end to end
-    std::vector<UInt32> polygon_lengths; ///< of each polygon, above 3
-    std::size_t size() const {
-        return triangles.size() + lines.size() + points.size() + polygons.size();
-    }
-};
-
-[[noreturn]] void damaged(const aiMesh& mesh, const std::string& what) {
-    throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) + "' " + what);
-}
-
-face_lists readFaces(const aiMesh& mesh) {
-    face_lists lists;
-    lists.triangles.reserve(std::size_t{3} * mesh.mNumFaces);
-    UInt32 highest = 0;
-    for (unsigned f = 0; f < mesh.mNumFaces; ++f) {
-        const aiFace& face = mesh.mFaces[f];
-        if (face.mNumIndices == 0)
-            continue;
-        if (face.mIndices == nullptr)
-            damaged(mesh, "has a face without indices");
-        std::vector<UInt32>& list = face.mNumIndices == 3   ? lists.triangles
-                                    : face.mNumIndices == 2 ? lists.lines
-                                    : face.mNumIndices == 1 ? lists.points
-                                                            : lists.polygons;
-        for (unsigned i = 0; i < face.mNumIndices; ++i) {
-            list.push_back(face.mIndices[i]);
-            highest = std::max(highest, face.mIndices[i]);
-        }
-        if (face.mNumIndices > 3)
-            lists.polygon_lengths.push_back(face.mNumIndices);
-    }
-    if (lists.size() != 0 && highest >= mesh.mNumVertices)
-        damaged(mesh, "has a face that uses vertex " + std::to_string(highest) + " of " +
-                          std::to_string(mesh.mNumVertices));
-    return lists;
-}
-
-/// A new property of `count` entries, filled with their bytes.
-template <typename Property>
-typename Property::PtrType filled(const void* values, std::size_t count, std::size_t bytes) {
-    typename Property::PtrType property = Property::create();
-    beginEditCP(property);
-    property->resize(count);
-    if (count != 0)
-        std::memcpy(property->getData(), values, count * bytes);
-    endEditCP(property);
-    return property;
-}
-
-::osg::GeoColorsPtr importColors(const aiColor4D* colors, unsigned count) {
-    bool opaque = true;
-    for (unsigned i = 0; i < count && opaque; ++i)
-        opaque = colors[i].a == 1.f;
-    if (!opaque)
-        return filled<::osg::GeoColors4f>(colors, count, sizeof(aiColor4D));
-    std::vector<::osg::Color3f> plain(count);
-    for (unsigned i = 0; i < count; ++i)
-        plain[i] = ::osg::Color3f(colors[i].r, colors[i].g, colors[i].b);
-    return filled<::osg::GeoColors3f>(plain.data(), count, sizeof(::osg::Color3f));
-}
-
 ::osg::GeoTexCoordsPtr importCoordinates(const aiVector3D* coordinates, unsigned count) {
     std::vector<::osg::Vec2f> plain(count);
     for (unsigned i = 0; i < count; ++i)
@@ -86,31 +21,13 @@ typename Property::PtrType filled(const void* values, std::size_t count, std::si
     return filled<::osg::GeoTexCoords2f>(plain.data(), count, sizeof(::osg::Vec2f));
 }
 
-/// Channels 0 to 3, with `first` in front: the library keeps those, and 7 is its own.
-void setCoordinates(const ::osg::GeometryPtr& geometry, const aiMesh& mesh, unsigned first) {
-    if (first > 3 || !mesh.HasTextureCoords(first))
-        first = 0;
-    for (unsigned set = 0; set < 4; ++set) {
-        const unsigned channel = set == 0 ? first : set == first ? 0 : set;
-        if (mesh.mTextureCoords[channel] == nullptr)
-            continue;
-        const ::osg::GeoTexCoordsPtr property =
-            importCoordinates(mesh.mTextureCoords[channel], mesh.mNumVertices);
-        switch (set) {
-        case 0:
-            geometry->setTexCoords(property);
-            break;
-        case 1:
-            geometry->setTexCoords1(property);
-            break;
-        case 2:
-            geometry->setTexCoords2(property);
-            break;
-        default:
-            geometry->setTexCoords3(property);
-            break;
-        }
+coordinate_channels importChannels(const aiMesh& mesh) {
+    coordinate_channels channels;
+    for (unsigned i = 0; i < channels.size(); ++i) {
+        if (mesh.mTextureCoords[i] != nullptr)
+            channels[i] = importCoordinates(mesh.mTextureCoords[i], mesh.mNumVertices);
     }
+    return channels;
 }
 
 void setPrimitives(const ::osg::GeometryPtr& geometry, const face_lists& lists, bool narrow) {
@@ -163,17 +80,18 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
 
 } // namespace
 
-::osg::GeometryPtr importMesh(const aiMesh& mesh, unsigned coordinate_set, model& target) {
+::osg::GeometryPtr importMesh(const handed_mesh& source, unsigned coordinate_set, model& target) {
+    const aiMesh& mesh = source.mesh;
+    const face_lists& faces = source.faces;
     static_assert(sizeof(aiVector3D) == sizeof(::osg::Pnt3f) &&
                       sizeof(aiColor4D) == sizeof(::osg::Color4f),
                   "positions and colours are copied as blocks");
-    if (mesh.mNumFaces != 0 && mesh.mFaces == nullptr)
-        damaged(mesh, "has faces without an array");
-    const face_lists lists = readFaces(mesh);
-    if (lists.size() == 0)
+    if (faces.size() == 0)
         return ::osg::NullFC;
     if (mesh.mVertices == nullptr)
-        damaged(mesh, "has no vertices");
+        throw host_error("the file is damaged: mesh '" + std::string(mesh.mName.C_Str()) +
+                         "' has no vertices");
+    checkIndex(mesh, faces.highest());
 
     const std::size_t bad = countNotFinite(mesh.mVertices, mesh.mNumVertices);
     if (bad != 0)
@@ -190,9 +108,9 @@ std::size_t countNotFinite(const aiVector3D* points, unsigned count) {
         geometry->setNormals(
             filled<::osg::GeoNormals3f>(mesh.mNormals, mesh.mNumVertices, sizeof(aiVector3D)));
     if (mesh.mColors[0] != nullptr)
-        geometry->setColors(importColors(mesh.mColors[0], mesh.mNumVertices));
-    setCoordinates(geometry, mesh, coordinate_set);
-    setPrimitives(geometry, lists, mesh.mNumVertices <= 0x10000u);
+        geometry->setColors(colorsOf(&mesh.mColors[0]->r, mesh.mNumVertices));
+    setCoordinates(geometry, importChannels(mesh), coordinate_set);
+    setPrimitives(geometry, faces, hasNarrowIndices(mesh.mNumVertices));
     endEditCP(geometry);
     return geometry;
 }

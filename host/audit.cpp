@@ -80,9 +80,15 @@ std::map<int, amount> countById(const output_node& node) {
     return counts;
 }
 
-/// Names and counts of the output nodes that hold geometry, in walk order.
-std::vector<std::pair<std::string, std::map<int, amount>>>
-countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
+/// What an output node that holds geometry has.
+struct counted_node {
+    std::string name;
+    std::map<int, amount> by_id;
+    std::uint64_t line_ends = 0, points = 0;
+};
+
+/// In walk order.
+std::vector<counted_node> countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
     const std::vector<::osg::NodePtr> nodes = geometryNodes(result);
     std::deque<output_node> outputs;
     for (const ::osg::NodePtr& node : nodes) {
@@ -90,10 +96,14 @@ countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
         outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
                            plan.areas ? std::optional<placement>(node) : std::nullopt});
     }
-    std::vector<std::pair<std::string, std::map<int, amount>>> counted(outputs.size());
-    runParallel(outputs.size(), [&](std::size_t i) { counted[i].second = countById(outputs[i]); });
+    std::vector<counted_node> counted(outputs.size());
+    runParallel(outputs.size(), [&](std::size_t i) {
+        counted[i].by_id = countById(outputs[i]);
+        forEachLine(outputs[i].view, [&](std::size_t, std::size_t) { counted[i].line_ends += 2; });
+        forEachPoint(outputs[i].view, [&](std::size_t) { ++counted[i].points; });
+    });
     for (std::size_t i = 0; i < nodes.size(); ++i)
-        counted[i].first = nameOf(nodes[i]);
+        counted[i].name = nameOf(nodes[i]);
     return counted;
 }
 
@@ -271,15 +281,56 @@ void compareSums(const audit_plan& plan, const expectation& all, const amount& o
         compare(all, out, true, "all parts", verdict.differences);
 }
 
-void compareHull(const audit_plan& plan, const ::osg::NodePtr& result, audit_verdict& verdict) {
-    if (!plan.hull_source)
-        return;
+print_list printsInWorld(const ::osg::NodePtr& result) {
     print_list prints;
     for (const ::osg::NodePtr& node : geometryNodes(result)) {
         const placement world(node);
         addPrints(geometry_view(::osg::GeometryPtr::dcast(node->getCore())), 0, prints, &world);
     }
-    const std::uint64_t strangers = countStrangers(*plan.hull_source, std::move(prints));
+    return prints;
+}
+
+void compareUntouched(const audit_plan& plan, const ::osg::NodePtr& result,
+                      audit_verdict& verdict) {
+    if (plan.untouched.empty())
+        return;
+    for (const print_difference& difference :
+         comparePrints(plan.untouched, printsInWorld(result))) {
+        if (difference.lost != 0)
+            verdict.differences.push_back("part '" + plan.parts[difference.part].name +
+                                          "': " + std::to_string(difference.lost) +
+                                          " triangles are not where they were");
+    }
+}
+
+/// Compares what is gone with what interior removal says that it took off.
+void compareRemoved(const audit_plan& plan, audit_verdict& verdict) {
+    const auto gone = static_cast<std::size_t>(
+        std::count_if(plan.parts.begin(), plan.parts.end(),
+                      [](const audited_part& part) { return part.fate == part_fate::removed; }));
+    if (plan.removed_parts && gone != *plan.removed_parts)
+        verdict.differences.push_back(std::to_string(*plan.removed_parts) +
+                                      " parts were removed, but " + std::to_string(gone) +
+                                      " are gone");
+}
+
+/// Whether no part can lose triangles on its way from a hull to the output: a new draw order keeps
+/// nothing beside lines.
+bool keepsHull(const audit_plan& plan) {
+    return std::none_of(plan.parts.begin(), plan.parts.end(), [](const audited_part& part) {
+        return part.renamed && part.line_ends != 0;
+    });
+}
+
+void compareHull(const audit_plan& plan, const ::osg::NodePtr& result, const amount& out,
+                 audit_verdict& verdict) {
+    const std::uint64_t sound = out.triangles - out.degenerate;
+    if (plan.hull_triangles && keepsHull(plan) && sound < *plan.hull_triangles)
+        verdict.differences.push_back("the hull has kept " + std::to_string(*plan.hull_triangles) +
+                                      " triangles, but " + std::to_string(sound) + " came out");
+    if (!plan.hull_source)
+        return;
+    const std::uint64_t strangers = countStrangers(*plan.hull_source, printsInWorld(result));
     if (strangers != 0)
         verdict.differences.push_back("the hull has " + std::to_string(strangers) +
                                       " triangles that did not go in");
@@ -330,6 +381,35 @@ void noteLeftOut(const audit_plan& plan, audit_verdict& verdict) {
                                 std::to_string(names.size()) + " of them: " + quotedNames(names));
 }
 
+/// Says by how many something that was counted changed; empty if it did not.
+std::string textOfChange(std::uint64_t in, std::uint64_t out, const std::string& what) {
+    if (out > in)
+        return withCommas(out - in) + " " + what + " more come out than went in";
+    return out == in
+               ? std::string()
+               : withCommas(in - out) + " of " + withCommas(in) + " " + what + " do not come out";
+}
+
+void noteThin(const audit_plan& plan, std::uint64_t line_ends, std::uint64_t points,
+              audit_verdict& verdict) {
+    std::uint64_t ends_in = 0, points_in = 0;
+    bool points_alone = false;
+    for (const audited_part& part : plan.parts) {
+        ends_in += part.line_ends;
+        points_in += part.points;
+        points_alone =
+            points_alone || (part.points != 0 && part.line_ends == 0 && part.triangles == 0);
+    }
+    const std::string of_lines = textOfChange(ends_in, line_ends, "line ends");
+    if (!of_lines.empty())
+        verdict.notes.push_back(of_lines);
+    const std::string of_points = textOfChange(points_in, points, "points");
+    if (!of_points.empty())
+        verdict.notes.push_back(of_points + (points_alone && plan.merges && points < points_in
+                                                 ? ": parts of points alone are not merged"
+                                                 : ""));
+}
+
 } // namespace
 
 audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
@@ -343,8 +423,12 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         verdict.ids = idsOfRun();
 
     amount sum;
+    std::uint64_t line_ends = 0, points = 0;
     std::map<std::string, amount> out_by_name;
-    for (const auto& [name, counts] : countOutputs(plan, result)) {
+    for (const counted_node& node : countOutputs(plan, result)) {
+        const auto& [name, counts, ends_here, points_here] = node;
+        line_ends += ends_here;
+        points += points_here;
         for (const auto& [id, counted] : counts) {
             add(counted, sum);
             if (!plan.by_part)
@@ -366,8 +450,11 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
         compareByName(expected, out_by_name, plan.areas, verdict);
     noteNameless(plan, verdict);
     noteLeftOut(plan, verdict);
+    noteThin(plan, line_ends, points, verdict);
     compareReordered(plan, result, verdict);
-    compareHull(plan, result, verdict);
+    compareRemoved(plan, verdict);
+    compareUntouched(plan, result, verdict);
+    compareHull(plan, result, sum, verdict);
     compareSums(plan, all, sum, verdict);
     return verdict;
 }

@@ -2,9 +2,10 @@
 
 // Does the output hold what went in?
 //
-//     audit_plan plan = planAudit(parts, parameters);   before optTree: counts per part
-//     optTree(...)
-//     audit_verdict verdict = judge(plan, result);      after it
+//     audit_plan plan = planAudit(root, parts, parameters);   before optTree: counts per part
+//     optTree(root, parameters, record)
+//     noteStages(record, plan)                                what the stages say they did
+//     audit_verdict verdict = judge(plan, result);            after it
 //
 // Per source part: triangles in = triangles out + triangles dropped as degenerate. Parts that the
 // optimiser leaves out by its rules (hidden, below a switch, with a switch material) count with
@@ -21,8 +22,16 @@
 // single triangles are left: each must be one that went in. How many depends on their values, but
 // for a hull that may have as many as there are: it has them all.
 //
+// Where stages before the merge may change parts (atlases, interior removal, hulls, switches taken
+// out), each part that they are to leave alone is looked at triangle by triangle: all of them must
+// come out where they were. What those stages did is told by their record: as many parts must be
+// gone as were taken off, and of a hull as many triangles must be there as it kept.
+//
 // With texture atlases parts may lose the triangles that are degenerate in their own space before
 // anything else happens to them.
+//
+// Lines and points are counted, too: where their number changes, a note says by how many. Parts
+// that hold points alone are no parts to a merge.
 //
 // Parts whose texture coordinates reach beyond the limit may be cut into any number of pieces: of
 // those at least as many triangles must come out as went in, with the same area.
@@ -35,6 +44,8 @@
 #include <vector>
 
 #include <OpenSG/OSGNode.h>
+
+#include <morva/driver/morva_osg_scenerebuild.h>
 
 #include "part_names.h"
 #include "part_table.h"
@@ -61,10 +72,11 @@ struct audited_part {
     std::uint64_t dropped = 0;         ///< these and what the way to atlases drops, if it has one
     std::uint64_t least = 0, most = 0; ///< triangles in the output; equal unless open
     std::uint64_t kept_degenerate = 0; ///< degenerate ones that may be among them
-    double area = 0.0;                 ///< of what is to come out, if the plan compares areas
-    bool cut = false;                  ///< more than `most` may come out, as pieces
-    bool flattened = false;            ///< on the way to atlases indices may go, see above
-    bool renamed = false;              ///< comes out under another name, see above
+    std::uint64_t line_ends = 0, points = 0; ///< where the part stands: each line has two ends
+    double area = 0.0;                       ///< of what is to come out, if the plan compares areas
+    bool cut = false;                        ///< more than `most` may come out, as pieces
+    bool flattened = false;                  ///< on the way to atlases indices may go, see above
+    bool renamed = false;                    ///< comes out under another name, see above
 };
 
 struct audit_plan {
@@ -78,6 +90,11 @@ struct audit_plan {
     bool order_is_new = false; ///< transparent parts are carried over in a new draw order
     /// Triangles of all parts where they are in the output, for a hull: others must not be there.
     std::optional<print_list> hull_source;
+    /// Triangles that must be in the output where they are now, of parts that no stage changes;
+    /// none if no stage asks for it.
+    print_list untouched;
+    std::optional<std::size_t> removed_parts;    ///< that interior removal says it took off
+    std::optional<std::uint64_t> hull_triangles; ///< that a hull says it kept
     print_list reordered; ///< triangles of the parts that are carried over while orders are made
 };
 
@@ -116,7 +133,10 @@ audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
                      const auto_road& road);
 
-/// Takes it down that interior removal took these parts, by their places, off the scene.
+/// Takes down what the stages of the run say they did.
+void noteStages(const morva::osg::run_record& record, audit_plan& plan);
+
+/// Takes it down that these parts, by their places, are off the scene.
 void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan);
 
 /// Counts the triangles below `result`, hidden ones too, and compares.

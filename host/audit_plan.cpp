@@ -155,6 +155,8 @@ void countPart(const counting_task& task, audited_part& part) {
         part.degenerate += degenerate ? 1 : 0;
         part.dropped += task.flattened && (degenerate || isDegenerate(view, a, b, c)) ? 1 : 0;
     });
+    forEachLine(view, [&](std::size_t, std::size_t) { part.line_ends += 2; });
+    forEachPoint(view, [&](std::size_t) { ++part.points; });
 }
 
 /// Whether the first primitive is empty, or there are none: such geometry may go as a whole.
@@ -210,12 +212,25 @@ double areaOf(const counting_task& task, const audited_part& part) {
     return area;
 }
 
+/// Whether some triangle of a part reaches beyond the limit where its image repeats, which all
+/// images do for a merge that asks no material. Under that of others it may repeat either way.
+bool reachesBeyondInMerge(const geometry_view& view, const ::osg::NodePtr& node,
+                          const run_plan& run) {
+    const int limit = run.setup.merge.optimizetc;
+    if (run.setup.merge.ignorematerial)
+        return reachesBeyond(view, limit);
+    if (!run.setup.mostusedmaterial)
+        return reachesBeyond(view, limit, morva::osg::repeatsOf(morva::osg::getMaterial(node)));
+    return reachesBeyond(view, limit) || reachesBeyond(view, limit, {true, false}) ||
+           reachesBeyond(view, limit, {false, true});
+}
+
 /// Whether the merge may cut a part: some triangle's coordinates reach beyond the limit, and they
 /// are kept. With atlases only the merge for a hull does.
 bool mayBeCutInMerge(const geometry_view& view, const ::osg::NodePtr& node, const run_plan& run) {
     const morva::osg::mergeGeo_setup& setup = run.setup.merge;
     return (run.atlas ? run.setup.buildhull : run.merges) && !losesImages(run) &&
-           setup.optimizetc > 0 && reachesBeyond(view, setup.optimizetc) &&
+           setup.optimizetc > 0 && reachesBeyondInMerge(view, node, run) &&
            (!setup.deleteunusedtc || morva::osg::getImage(node) != ::osg::NullFC);
 }
 
@@ -287,6 +302,31 @@ void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run
         addPrints(*task.view, 0, *plan.hull_source, &task.world);
         if (!run.setup.merge.toworld) // carried over parts are moved all the same
             addPrints(*task.view, 0, *plan.hull_source);
+    }
+}
+
+/// Whether stages before the merge may take something off a scene.
+bool mayTakeBefore(const run_plan& run) {
+    return run.atlas || run.removes_parts || run.builds_hull || run.setup.removelod ||
+           run.setup.removeswitch;
+}
+
+/// Whether all that is not degenerate of a part comes out as it is. A new draw order does not tell
+/// where degenerate triangles were.
+bool staysUntouched(const audited_part& part) {
+    const bool odd_order = part.renamed && part.degenerate != 0;
+    return part.fate != part_fate::left_out && !part.cut && !odd_order &&
+           part.least + std::max(part.degenerate, part.dropped) >= part.triangles;
+}
+
+/// Notes the triangles that must come out where they are in the world.
+void noteUntouched(const std::vector<counting_task>& tasks, const run_plan& run, audit_plan& plan) {
+    if (!mayTakeBefore(run) || (run.merges && !run.setup.merge.toworld))
+        return;
+    for (std::size_t i = 0; i < tasks.size(); ++i) {
+        if (staysUntouched(plan.parts[i]))
+            addPrints(*tasks[i].view, static_cast<std::uint32_t>(i), plan.untouched,
+                      &tasks[i].world, sound_where::in_own_space_too);
     }
 }
 
@@ -363,6 +403,8 @@ audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& 
     if (!follows)
         plan.reordered.clear();
     noteHullSource(tasks, run, plan);
+    if (!besides_skipped)
+        noteUntouched(tasks, run, plan);
     countKept(tasks, run, plan);
     measureAreas(tasks, run, plan);
     return plan;
@@ -381,8 +423,13 @@ void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
     const auto isGone = [&plan](const triangle_print& print) {
         return plan.parts[print.part].fate == part_fate::removed;
     };
-    plan.reordered.erase(std::remove_if(plan.reordered.begin(), plan.reordered.end(), isGone),
-                         plan.reordered.end());
+    for (print_list* list : {&plan.reordered, &plan.untouched})
+        list->erase(std::remove_if(list->begin(), list->end(), isGone), list->end());
+}
+
+void noteStages(const morva::osg::run_record& record, audit_plan& plan) {
+    plan.removed_parts = record.removed_parts;
+    plan.hull_triangles = record.hull_triangles;
 }
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,

@@ -23,6 +23,7 @@
 #include "console.h"
 #include "contact_sheet.h"
 #include "divide_command.h"
+#include "growth_notes.h"
 #include "host_error.h"
 #include "id_map_output.h"
 #include "memory_watch.h"
@@ -64,6 +65,7 @@ morva::output_sink shownParts(bool lines, progress& steps) {
     const morva::sink_scope shown(shownParts(chosen.verbose || plan.setup.help, steps));
     morva::osg::run_record record;
     const ::osg::NodePtr result = runOptimiser(source.root.get(), parameters, record);
+    noteStages(record, *report.plan);
     if (plan.atlas)
         report.atlases = std::move(record.atlas);
     if (record.automatic && record.automatic->has_images)
@@ -111,6 +113,11 @@ void refuseEmpty(const run_report& report, bool quiet) {
     if (report.after->triangles + report.after->lines + report.after->points != 0)
         return;
     tellNotes(report.notes, quiet); // they may say why
+    if (report.before.triangles + report.before.lines == 0)
+        throw host_error("nothing is left to draw: the file holds points alone, " +
+                         withCommas(report.before.points) +
+                         " of them, and those are not merged; -p 'maxtris(0)' keeps them as they "
+                         "are");
     if (morva::osg::planOf(report.parameters).builds_hull)
         throw host_error("nothing is left to draw: no triangle is open enough for the hull");
     throw host_error("nothing is left to draw: every triangle is degenerate or left out");
@@ -206,6 +213,8 @@ void optimize(const options& chosen) {
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
     refuseEmpty(report, chosen.quiet);
+    addTexts(growthNotes(report.before, *report.after, morva::osg::planOf(parameters)),
+             report.notes);
     const bool passed = report.verdict->differences.empty();
     if (passed) {
         steps.begin("write");

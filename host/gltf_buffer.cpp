@@ -1,10 +1,6 @@
 #include "gltf_buffer.h"
 
-#include <algorithm>
-#include <array>
-#include <cmath>
 #include <cstring>
-#include <limits>
 #include <utility>
 
 #include "print.h"
@@ -52,31 +48,18 @@ int gltf_buffer::addAccessor(int view, int component_type, const char* type, std
     return static_cast<int>(accessors_.size()) - 1;
 }
 
-int gltf_buffer::addFloats(const float* values, int components, std::size_t count, bool bounds) {
+int gltf_buffer::addFloats(const float* values, int components, std::size_t count) {
     static const std::array<const char*, 5> types = {"", "SCALAR", "VEC2", "VEC3", "VEC4"};
     const auto width = static_cast<std::size_t>(components);
     const int view = addView(values, count * width * sizeof(float), vertex_target);
-    const int accessor = addAccessor(view, type_float, types[width], count);
-    if (!bounds)
-        return accessor;
-    std::array<float, 4> low, high;
-    low.fill(std::numeric_limits<float>::max());
-    high.fill(std::numeric_limits<float>::lowest());
-    for (std::size_t i = 0; i < count; ++i) {
-        for (std::size_t k = 0; k < width; ++k) {
-            const float value = values[i * width + k];
-            if (!std::isfinite(value))
-                continue;
-            low[k] = std::min(low[k], value);
-            high[k] = std::max(high[k], value);
-        }
-    }
-    auto& entry = accessors_.back();
-    for (std::size_t k = 0; k < width; ++k) {
-        const bool any = low[k] <= high[k];
-        entry["min"].push_back(any ? low[k] : 0.f);
-        entry["max"].push_back(any ? high[k] : 0.f);
-    }
+    return addAccessor(view, type_float, types[width], count);
+}
+
+int gltf_buffer::addPositions(const float* values, std::size_t count,
+                              const std::array<float, 3>& low, const std::array<float, 3>& high) {
+    const int accessor = addFloats(values, 3, count);
+    accessors_.back()["min"] = low;
+    accessors_.back()["max"] = high;
     return accessor;
 }
 

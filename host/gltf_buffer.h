@@ -3,13 +3,14 @@
 // The binary part of a glTF file: blocks end to end, each on a 4-byte boundary.
 //
 //     gltf_buffer buffer;
-//     int accessor = buffer.addFloats(positions, 3, count, true);
+//     int accessor = buffer.addFloats(normals, 3, count);
 //     ...
 //     buffer.writeTo(file);          // the blocks
 //     buffer.views(), accessors()    // their JSON
 //
 // Blocks that the caller owns are not copied: they must live and stay as they are until written.
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -24,8 +25,11 @@ namespace morva::host {
 class gltf_buffer {
   public:
     /// Adds `count` entries of `components` floats and returns their accessor. The caller keeps
-    /// the values. With `bounds` the accessor tells the lowest and highest of the finite numbers.
-    int addFloats(const float* values, int components, std::size_t count, bool bounds = false);
+    /// the values.
+    int addFloats(const float* values, int components, std::size_t count);
+    /// Adds positions, three floats each, with their bounds.
+    int addPositions(const float* values, std::size_t count, const std::array<float, 3>& low,
+                     const std::array<float, 3>& high);
     /// The same for values that the buffer takes over.
     int addFloats(std::vector<float> values, int components);
     /// Adds indices and returns their accessor: 16 bits wide if all are below `vertex_count` and

@@ -2,8 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstddef>
-#include <string>
+#include <vector>
 
 #include <OpenSG/OSGBlendChunk.h>
 #include <OpenSG/OSGChunkMaterial.h>
@@ -56,18 +55,6 @@ void readBlending(const ::osg::BlendChunkPtr& chunk, surface& look) {
     }
 }
 
-int wrapCode(::osg::UInt32 wrap) {
-    return wrap == GL_CLAMP || wrap == GL_CLAMP_TO_EDGE ? GL_CLAMP_TO_EDGE
-           : wrap == GL_MIRRORED_REPEAT                 ? GL_MIRRORED_REPEAT
-                                                        : GL_REPEAT;
-}
-
-/// Names may tell where an image was on somebody's disk.
-std::string fileName(const std::string& name) {
-    const std::size_t end = name.find_last_of("/\\");
-    return end == std::string::npos ? name : name.substr(end + 1);
-}
-
 } // namespace
 
 surface surfaceOf(const ::osg::MaterialPtr& material) {
@@ -113,7 +100,7 @@ int gltf_materials::numberOf(const ::osg::MaterialPtr& material) {
     nlohmann::json pbr = {{"baseColorFactor", base},
                           {"metallicFactor", factor(look.metalness)},
                           {"roughnessFactor", roughnessOf(factor(look.shininess / 128.f) * 128.f)}};
-    const int texture = textureOf(look);
+    const int texture = textures_.numberOf(look.image, look.texture);
     if (texture >= 0)
         pbr["baseColorTexture"] = {{"index", texture}};
     nlohmann::json entry = {{"pbrMetallicRoughness", pbr}};
@@ -136,62 +123,10 @@ int gltf_materials::numberOf(const ::osg::MaterialPtr& material) {
     return place.first->second;
 }
 
-int gltf_materials::textureOf(const surface& look) {
-    if (look.image == ::osg::NullFC)
-        return -1;
-    const int image = imageNumber(look.image);
-    if (image < 0)
-        return -1;
-    nlohmann::json sampler = {{"wrapS", GL_REPEAT}, {"wrapT", GL_REPEAT}};
-    if (look.texture != ::osg::NullFC)
-        sampler = {{"wrapS", wrapCode(look.texture->getWrapS())},
-                   {"wrapT", wrapCode(look.texture->getWrapT())},
-                   {"magFilter", look.texture->getMagFilter()},
-                   {"minFilter", look.texture->getMinFilter()}};
-    auto found = std::find(samplers_.begin(), samplers_.end(), sampler);
-    const auto number = static_cast<int>(found - samplers_.begin());
-    if (found == samplers_.end())
-        samplers_.push_back(std::move(sampler));
-    nlohmann::json texture = {{"source", image}, {"sampler", number}};
-    const auto same = std::find(textures_.begin(), textures_.end(), texture);
-    const auto place = static_cast<int>(same - textures_.begin());
-    if (same == textures_.end())
-        textures_.push_back(std::move(texture));
-    return place;
-}
-
-int gltf_materials::imageNumber(const ::osg::ImagePtr& image) {
-    const auto known = image_numbers_.find(image.getFieldContainerId());
-    if (known != image_numbers_.end())
-        return known->second;
-    int number = -1;
-    const encoded_image* file = sources_.find(image);
-    encoded_image coded;
-    if (file == nullptr) {
-        coded = {"image/png", encodePng(image)};
-        file = &coded;
-    }
-    if (!file->bytes.empty()) {
-        number = static_cast<int>(images_.size());
-        images_.push_back(
-            {{"bufferView", buffer_.addBytes(file->bytes)}, {"mimeType", file->mime_type}});
-        const std::string name = fileName(nameOf(image));
-        if (!name.empty() && name[0] != '*')
-            images_.back()["name"] = validUtf8(name);
-    }
-    image_numbers_.emplace(image.getFieldContainerId(), number);
-    return number;
-}
-
 void gltf_materials::addTo(nlohmann::json& file) const {
-    const auto add = [&](const char* key, const nlohmann::json& list) {
-        if (!list.empty())
-            file[key] = list;
-    };
-    add("materials", materials_);
-    add("textures", textures_);
-    add("images", images_);
-    add("samplers", samplers_);
+    if (!materials_.empty())
+        file["materials"] = materials_;
+    textures_.addTo(file);
 }
 
 } // namespace morva::host

@@ -1,6 +1,6 @@
 #pragma once
 
-// Materials, textures and images of a glTF file, from the materials of a scene.
+// Materials of a glTF file, from the materials of a scene.
 
 #include <map>
 
@@ -9,8 +9,7 @@
 #include <OpenSG/OSGMaterial.h>
 #include <OpenSG/OSGTextureChunk.h>
 
-#include "gltf_buffer.h"
-#include "image_codec.h"
+#include "gltf_texture.h"
 
 namespace morva::host {
 
@@ -32,7 +31,7 @@ surface surfaceOf(const ::osg::MaterialPtr& material);
 class gltf_materials {
   public:
     gltf_materials(gltf_buffer& buffer, const image_sources& sources)
-        : buffer_(buffer), sources_(sources) {}
+        : textures_(buffer, sources) {}
 
     /// Number of a material, entered at its first coming; -1 for null.
     int numberOf(const ::osg::MaterialPtr& material);
@@ -40,16 +39,9 @@ class gltf_materials {
     void addTo(nlohmann::json& file) const;
 
   private:
-    int textureOf(const surface& look);
-    int imageNumber(const ::osg::ImagePtr& image);
-
-    gltf_buffer& buffer_;
-    const image_sources& sources_;
-    std::map<::osg::UInt32, int> numbers_, image_numbers_;
+    gltf_textures textures_;
+    std::map<::osg::UInt32, int> numbers_;
     nlohmann::json materials_ = nlohmann::json::array();
-    nlohmann::json textures_ = nlohmann::json::array();
-    nlohmann::json images_ = nlohmann::json::array();
-    nlohmann::json samplers_ = nlohmann::json::array();
 };
 
 } // namespace morva::host

@@ -1,8 +1,8 @@
 #include "gltf_writer.h"
 
 #include <cstring>
-#include <list>
 #include <map>
+#include <optional>
 #include <utility>
 
 #include <nlohmann/json.hpp>
@@ -16,8 +16,10 @@
 #include "gltf_buffer.h"
 #include "gltf_features.h"
 #include "gltf_material.h"
+#include "gltf_values.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "parallel.h"
 #include "scene_walk.h"
 #include "text.h"
 
@@ -27,13 +29,16 @@ namespace {
 
 using nlohmann::json;
 
-/// Texture coordinates with the origin at the top, as the format wants them.
-std::vector<float> turned(const float* values, std::size_t count) {
-    std::vector<float> result(values, values + 2 * count);
-    for (std::size_t i = 1; i < result.size(); i += 2)
-        result[i] = 1.f - result[i];
-    return result;
-}
+/// A core on its way into the file. Blocks of the buffer point into it.
+struct written_core {
+    written_core(const ::osg::GeometryPtr& core, int set) : view(core), id_set(set) {}
+    void fill() { values.emplace(mesh.emplace(view, id_set)); }
+
+    geometry_view view;
+    int id_set; ///< of its IDs; -1 for none
+    std::optional<flat_mesh> mesh;
+    std::optional<gltf_values> values;
+};
 
 class gltf_scene {
   public:
@@ -41,6 +46,7 @@ class gltf_scene {
         : materials_(buffer_, images), features_(buffer_, parts) {}
 
     json build(const ::osg::NodePtr& root) {
+        prepare(root);
         json file = {{"asset", {{"version", "2.0"}, {"generator", "morva"}}}, {"scene", 0}};
         json scene = json::object();
         if (root->getTravMask() != 0)
@@ -59,9 +65,29 @@ class gltf_scene {
         return file;
     }
     const gltf_buffer& buffer() const { return buffer_; }
-    std::vector<std::string> notes() const { return features_.notes(); }
+    std::vector<std::string> notes() const {
+        std::vector<std::string> notes = features_.notes();
+        value_changes changes;
+        for (const auto& [id, core] : cores_)
+            changes.add(core.values->changes());
+        if (!changes.text().empty())
+            notes.push_back(changes.text());
+        return notes;
+    }
 
   private:
+    /// Makes the meshes of all cores that are drawn, on several threads.
+    void prepare(const ::osg::NodePtr& root) {
+        std::vector<written_core*> all;
+        for (const drawn_node& drawn : drawnNodes(root)) {
+            const auto place = cores_.try_emplace(drawn.core.getFieldContainerId(), drawn.core,
+                                                  features_.setOf(drawn.node));
+            if (place.second)
+                all.push_back(&place.first->second);
+        }
+        runParallel(all.size(), [&](std::size_t i) { all[i]->fill(); });
+    }
+
     /// Enters a node and what is shown below it; returns its number.
     std::size_t addNode(const ::osg::NodePtr& node) {
         const std::size_t number = nodes_.size();
@@ -88,7 +114,7 @@ class gltf_scene {
 
     /// The mesh of a core under the material that holds at the node; -1 if nothing is drawn.
     int meshOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) {
-        const json& primitives = primitivesOf(node, core);
+        const json& primitives = primitivesOf(core);
         if (primitives.empty())
             return -1;
         const int material = materials_.numberOf(morva::osg::getMaterial(node));
@@ -109,18 +135,18 @@ class gltf_scene {
     }
 
     /// The primitives of a core without material, made at its first coming.
-    const json& primitivesOf(const ::osg::NodePtr& node, const ::osg::GeometryPtr& core) {
-        const auto place = primitives_.emplace(core.getFieldContainerId(), json(json::array()));
+    const json& primitivesOf(const ::osg::GeometryPtr& core) {
+        const ::osg::UInt32 id = core.getFieldContainerId();
+        const auto place = primitives_.emplace(id, json(json::array()));
         if (place.second) {
-            views_.emplace_back(core);
-            flats_.emplace_back(views_.back(), features_.setOf(node));
-            place.first->second = addMesh(flats_.back());
-            features_.addTo(place.first->second, flats_.back(), core);
+            const written_core& written = cores_.at(id);
+            place.first->second = addMesh(*written.mesh, *written.values);
+            features_.addTo(place.first->second, *written.mesh, core);
         }
         return place.first->second;
     }
 
-    json addMesh(const flat_mesh& mesh) {
+    json addMesh(const flat_mesh& mesh, const gltf_values& values) {
         json primitives = json::array();
         if (mesh.vertex_count == 0)
             return primitives;
@@ -128,7 +154,7 @@ class gltf_scene {
             mesh.running || !mesh.triangles.empty() || !mesh.lines.empty() || !mesh.points.empty();
         if (!any)
             return primitives;
-        const json attributes = addAttributes(mesh);
+        const json attributes = addAttributes(mesh, values);
         const auto add = [&](int mode, const std::vector<std::uint32_t>& indices) {
             if (indices.empty())
                 return;
@@ -144,19 +170,21 @@ class gltf_scene {
         return primitives;
     }
 
-    json addAttributes(const flat_mesh& mesh) {
+    json addAttributes(const flat_mesh& mesh, const gltf_values& values) {
         const std::size_t count = mesh.vertex_count;
-        json attributes = {{"POSITION", buffer_.addFloats(mesh.positions.values, 3, count, true)}};
-        if (mesh.normals.components != 0)
-            attributes["NORMAL"] = buffer_.addFloats(mesh.normals.values, 3, count);
+        json attributes = {{"POSITION", buffer_.addPositions(values.positions(), count,
+                                                             values.low(), values.high())}};
+        if (mesh.normals.components == 3)
+            attributes["NORMAL"] = buffer_.addFloats(values.normals(), 3, count);
         if (mesh.colors.components != 0)
             attributes["COLOR_0"] =
-                buffer_.addFloats(mesh.colors.values, mesh.colors.components, count);
-        int set = 0; // the format wants them without gaps
-        for (const flat_attribute& coordinates : mesh.coordinates) {
-            if (coordinates.components == 2)
-                attributes["TEXCOORD_" + std::to_string(set++)] =
-                    buffer_.addFloats(turned(coordinates.values, count), 2);
+                buffer_.addFloats(values.colors(), mesh.colors.components, count);
+        int number = 0; // the format wants them without gaps
+        for (std::size_t set = 0; set < flat_mesh::written_sets; ++set) {
+            const std::vector<float>& coordinates = values.coordinates(set);
+            if (!coordinates.empty())
+                attributes["TEXCOORD_" + std::to_string(number++)] =
+                    buffer_.addFloats(coordinates.data(), 2, count);
         }
         return attributes;
     }
@@ -164,9 +192,8 @@ class gltf_scene {
     gltf_buffer buffer_;
     gltf_materials materials_;
     gltf_features features_;
-    // Blocks of the buffer point into these: they keep their place and live until all is written.
-    std::list<geometry_view> views_;
-    std::list<flat_mesh> flats_;
+    // Blocks of the buffer point into them: they keep their place and live until all is written.
+    std::map<::osg::UInt32, written_core> cores_;
     std::map<::osg::UInt32, json> primitives_;
     std::map<std::pair<::osg::UInt32, int>, int> mesh_numbers_;
     json nodes_ = json::array();

@@ -9,6 +9,9 @@
 //
 // With a part table the parts go into the file, see gltf_features.h.
 //
+// Values that the format does not allow are made valid, see gltf_values.h; all others are written
+// as they are.
+//
 // Hidden subtrees stay out; switches and levels of detail are written as what they show. Cores
 // with strips, fans, quads or polygons become triangle lists.
 
@@ -26,7 +29,7 @@ namespace morva::host {
 ///
 /// parts    of the scene; null if nothing is known of them
 /// path     ends in .glb or .gltf
-/// returns  what was left out, one sentence each
+/// returns  what was left out or changed, one sentence each
 /// errors   host_error: the disk, or more than 4 GiB for .glb
 std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
                                    const part_table* parts, const std::string& path);

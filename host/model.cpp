@@ -14,8 +14,11 @@
 #include <OpenSG/OSGSceneFileHandler.h>
 
 #include "assimp_import.h"
+#include "facet_normals.h"
+#include "glb_reader.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "mirrored_parts.h"
 #include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
@@ -74,6 +77,10 @@ void readSceneFile(const std::string& path, model& target) {
 void importWatched(const std::string& path, const std::string& doing, model& target) {
     memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
     importThroughAssimp(path, target);
+    const std::size_t mended = extensionOf(path) == "stl" ? mendFacetNormals(target.root.get()) : 0;
+    if (mended != 0)
+        target.notes.push_back("normals that are 0 or against the winding are made anew for " +
+                               withCommas(mended) + " triangles");
 }
 
 bool isTooDeep(const ::osg::NodePtr& root) {
@@ -114,7 +121,7 @@ model readModel(const std::string& path) {
     try {
         if (extensionOf(path) == "osb")
             readSceneFile(path, result);
-        else
+        else if (extensionOf(path) != "glb" || !readGlb(path, result))
             importWatched(path, doing, result);
     } catch (const std::bad_alloc&) {
         throw host_error("out of memory while " + doing);
@@ -128,8 +135,13 @@ model readModel(const std::string& path) {
     memory_watch::check(doing);
     if (isTooDeep(result.root.get()))
         throw host_error(tooDeep());
+    if (!drawsSomething(result.root.get()) && result.loose_points != 0)
+        throw host_error("'" + path + "' holds nothing to draw: points alone, " +
+                         withCommas(result.loose_points) + " of them, and no faces or lines");
     if (!drawsSomething(result.root.get()))
         throw host_error("'" + path + "' holds nothing to draw: no triangles, lines or points");
+    uprightMirroredParts(result.root.get());
+    memory_watch::check(doing);
     return result;
 }
 

@@ -3,7 +3,6 @@
 // A model file as a scene, and what the host knows of it beside the scene graph.
 
 #include <cstdint>
-#include <future>
 #include <map>
 #include <string>
 #include <vector>
@@ -21,13 +20,13 @@ struct model {
     std::map<std::string, ::osg::ImageRefPtr> images_by_name; ///< those read so far
     std::size_t other_textures = 0;      ///< textures without a place in the scene, left out
     std::vector<std::string> notes;      ///< what was left out or looks wrong, one sentence each
+    std::uint64_t loose_points = 0;      ///< vertices of meshes left out for lack of faces
     std::uint64_t file_bytes = 0;        ///< of the file itself, without those it refers to
     std::vector<std::string> files_read; ///< the file itself and all others opened for it
-    std::future<void> clean_up;          ///< the importer's own scene going, beside the next stages
 };
 
 /// Reads a model file by its extension: .osb through the scene graph, everything else through
-/// the import library.
+/// the import library. No part hangs below a matrix that mirrors (see uprightMirroredParts()).
 ///
 /// errors  host_error: the file is missing, empty, damaged, of an unknown format or holds
 ///         nothing to draw

@@ -1,6 +1,8 @@
 #include "options.h"
 
+#include <algorithm>
 #include <iostream>
+#include <utility>
 
 #include <CLI/CLI.hpp>
 
@@ -8,6 +10,7 @@
 
 #include "host_error.h"
 #include "model_export.h"
+#include "parameter_table.h"
 #include "text.h"
 #include "version.h"
 
@@ -59,8 +62,9 @@ CLI::App& addOptimize(CLI::App& app, options& chosen, std::string& names) {
         .add_option("--removed", chosen.removed,
                     "write the parts that ambientgutout removes to this model file")
         ->type_name("FILE");
-    optimize.footer("With maxtexturesize all looks as before: exactatlas(false) takes more images, "
-                    "and edges may\nshow; atlaspadding(N), 0 to 64, puts N texels around each.");
+    optimize.footer(parameterTable() +
+                    "Defaults are those of this command. What a key does is told in the manual: "
+                    "man morva.");
     return optimize;
 }
 
@@ -179,6 +183,23 @@ std::vector<pick_ray> raysOf(const CLI::App& pick, const ray_texts& texts) {
 
 } // namespace
 
+namespace {
+
+/// The words behind the command's name; `help VERB` asks for what `VERB --help` does.
+std::vector<std::string> wordsOf(const CLI::App& app, int argc, const char* const* argv) {
+    std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
+    if (words.empty() || words[0] != "help")
+        return words;
+    words.erase(words.begin());
+    const auto isAsked = [&](const CLI::App* verb) { return verb->get_name() == words[0]; };
+    if (!words.empty() && app.get_subcommands(isAsked).empty())
+        throw host_error("there is no verb '" + words[0] + "'; see morva --help", exit_usage);
+    words.emplace_back("--help");
+    return words;
+}
+
+} // namespace
+
 std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     options chosen;
     std::string names = "unique", poses;
@@ -197,9 +218,13 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     const CLI::App& simplify = addSimplify(app, chosen, simplification);
     divide_texts cells;
     const CLI::App& divide = addDivide(app, chosen, cells);
+    // Now, since verbs take over what is there when they are added.
+    app.footer("morva help VERB tells what a verb takes; morva help optimize the parameters, too.");
 
     try {
-        app.parse(argc, argv);
+        std::vector<std::string> words = wordsOf(app, argc, argv);
+        std::reverse(words.begin(), words.end()); // as the parser takes them
+        app.parse(std::move(words));
     } catch (const CLI::ParseError& error) {
         if (error.get_exit_code() == 0) {
             app.exit(error, std::cout, std::cout);

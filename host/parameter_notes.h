@@ -8,8 +8,9 @@
 
 namespace morva::host {
 
-/// One sentence per token that has no effect: not of the form key(value), repeated, or with a
-/// key that nobody reads.
+/// One sentence per token that does not do what it says: not of the form key(value), repeated, with
+/// a key that nobody reads or that has no effect beside the others, or with a value that the key
+/// does not take.
 std::vector<std::string> parameterNotes(const std::string& parameters);
 
 /// The same parameters with another value for a key that is in lower case here; as they are

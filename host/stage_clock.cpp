@@ -1,7 +1,10 @@
 #include "stage_clock.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
+
+#include <sys/resource.h>
 
 namespace morva::host {
 
@@ -25,12 +28,19 @@ std::uint64_t peakBytes() {
     return 0;
 }
 
+/// The most of any process started here that has ended.
+std::uint64_t peakOfEnded() {
+    rusage usage{};
+    return getrusage(RUSAGE_CHILDREN, &usage) == 0 ? usage.ru_maxrss * std::uint64_t{1024} : 0;
+}
+
 } // namespace
 
 void stage_clock::begin(const std::string& name) {
     end();
     stages_.push_back({name, 0.0, 0});
     resetPeak();
+    ended_before_ = peakOfEnded();
     start_ = std::chrono::steady_clock::now();
     running_ = true;
 }
@@ -40,7 +50,8 @@ void stage_clock::end() {
         return;
     const std::chrono::duration<double> spent = std::chrono::steady_clock::now() - start_;
     stages_.back().seconds = spent.count();
-    stages_.back().peak_bytes = peakBytes();
+    const std::uint64_t ended = peakOfEnded();
+    stages_.back().peak_bytes = std::max(peakBytes(), ended > ended_before_ ? ended : 0);
     running_ = false;
 }
 

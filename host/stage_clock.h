@@ -5,8 +5,9 @@
 //     stage_clock clock;
 //     clock.begin("read");  ...  clock.begin("optimise");  ...  clock.end();
 //
-// The peak is that of the whole process while the stage ran. The kernel keeps it and lets a
-// process reset it; where it refuses the reset, a stage shows the largest peak so far.
+// The peak is that of the whole process while the stage ran, or that of the largest one started for
+// it, where that is more. The kernel keeps it and lets a process reset it; where it refuses the
+// reset, a stage shows the largest peak so far.
 
 #include <chrono>
 #include <cstdint>
@@ -32,6 +33,7 @@ class stage_clock {
     std::vector<stage_record> stages_;
     std::chrono::steady_clock::time_point start_;
     bool running_ = false;
+    std::uint64_t ended_before_ = 0; ///< the most of processes that ended before the stage
 };
 
 } // namespace morva::host

@@ -7,7 +7,6 @@
 #include <OpenSG/OSGMatrix.h>
 
 #include <morva/core/morva_osg_geometry_tools.h>
-#include <morva/textures/morva_osg_texcoords.h>
 
 namespace morva::host {
 
@@ -20,8 +19,11 @@ const ::osg::Pnt3f& pointAt(const geometry_view& view, const std::vector<::osg::
     return moved[view.positions.row(corner)];
 }
 
-::osg::Vec2f coordinatesAt(const geometry_view& view, std::uint32_t corner) {
-    return *view.coordinates[0].find<::osg::Vec2f>(corner);
+/// With 0 along the directions that stay as they are: the normal form keeps that.
+::osg::Vec2f movingAt(const geometry_view& view, std::uint32_t corner,
+                      morva::osg::repeating_directions repeats) {
+    const ::osg::Vec2f& value = *view.coordinates[0].find<::osg::Vec2f>(corner);
+    return {repeats.u ? value[0] : 0.F, repeats.v ? value[1] : 0.F};
 }
 
 } // namespace
@@ -76,16 +78,16 @@ measured_area triangleArea(const geometry_view& view, const std::vector<::osg::P
     return {std::sqrt(x * x + y * y + z * z) / 2.0, spacing * reach};
 }
 
-bool reachesBeyond(const geometry_view& view, int limit) {
+bool reachesBeyond(const geometry_view& view, int limit, morva::osg::repeating_directions repeats) {
     if (!view.coordinates[0].present)
         return false;
     bool beyond = false;
     forEachTriangle(view, [&](std::uint32_t first, std::uint32_t second, std::uint32_t third) {
         if (beyond)
             return;
-        ::osg::Vec2f a = coordinatesAt(view, first);
-        ::osg::Vec2f b = coordinatesAt(view, second);
-        ::osg::Vec2f c = coordinatesAt(view, third);
+        ::osg::Vec2f a = movingAt(view, first, repeats);
+        ::osg::Vec2f b = movingAt(view, second, repeats);
+        ::osg::Vec2f c = movingAt(view, third, repeats);
         morva::osg::roundTCToInteger(a, b, c);
         morva::osg::getTCPositiv(a, b, c);
         morva::osg::getTCNearToZero(a, b, c);

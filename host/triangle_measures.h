@@ -17,6 +17,8 @@
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGVector.h>
 
+#include <morva/textures/morva_osg_texcoords.h>
+
 #include "geometry_view.h"
 
 namespace morva::host {
@@ -46,7 +48,9 @@ struct measured_area {
 measured_area triangleArea(const geometry_view& view, const std::vector<::osg::Pnt3f>& moved,
                            std::uint32_t a, std::uint32_t b, std::uint32_t c);
 
-/// Whether some triangle's coordinates, in their normal form, lie beyond a limit.
-bool reachesBeyond(const geometry_view& view, int limit);
+/// Whether some triangle's coordinates, in their normal form, lie beyond a limit along a direction
+/// that repeats.
+bool reachesBeyond(const geometry_view& view, int limit,
+                   morva::osg::repeating_directions repeats = {});
 
 } // namespace morva::host

@@ -45,12 +45,13 @@ bool isBefore(const triangle_print& a, const triangle_print& b) {
 } // namespace
 
 void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints,
-               const placement* to) {
+               const placement* to, sound_where sound) {
     const std::vector<::osg::Pnt3f> moved = placed(view, to);
     const auto point = [&](std::uint32_t corner) { return moved[view.positions.row(corner)]; };
     forEachTriangle(view, [&](std::uint32_t a, std::uint32_t b, std::uint32_t c) {
         const ::osg::Pnt3f points[3] = {point(a), point(b), point(c)};
-        if (morva::osg::is_rogue(points[0], points[1], points[2]))
+        if (morva::osg::is_rogue(points[0], points[1], points[2]) ||
+            (sound == sound_where::in_own_space_too && isDegenerate(view, a, b, c)))
             return;
         std::array<corner_bits, 3> corners = {bitsOf(points[0]), bitsOf(points[1]),
                                               bitsOf(points[2])};

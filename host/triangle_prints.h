@@ -32,9 +32,12 @@ struct print_difference {
     std::uint64_t lost = 0;
 };
 
+/// Where a triangle must not be degenerate to have a print.
+enum class sound_where { where_it_is, in_own_space_too };
+
 /// Appends the prints of a core's triangles, in the core's own space or moved.
 void addPrints(const geometry_view& view, std::uint32_t part, print_list& prints,
-               const placement* to = nullptr);
+               const placement* to = nullptr, sound_where sound = sound_where::where_it_is);
 
 /// How many prints of `after` are not in `before`, each of which serves once. O(n log n).
 std::uint64_t countStrangers(print_list before, print_list after);

@@ -9,9 +9,12 @@
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_fresh.h>
+#include <morva/core/morva_osg_geometry_tools.h>
+#include <morva/core/morva_osg_node_core.h>
 #include <morva/core/morva_osg_params.h>
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/core/morva_osg_sink.h>
+#include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_help.h>
 #include <morva/driver/morva_osg_hierarchy_stage.h>
 #include <morva/driver/morva_osg_run_plan.h>
@@ -121,7 +124,7 @@ void mergeEqualMaterials(::osg::NodePtr& root) {
     operation->traverse(root);
 }
 
-void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
+void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root, run_record& record) {
     if (setup.mostusedmaterial)
         reduceSceneMaterialsToOne(root);
     if (setup.removelod) {
@@ -135,7 +138,7 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
     const unsigned int threads = threadsOf(setup.merge);
     if (setup.ambientgutout) {
         say({"Gut out model with ambient occlusion"});
-        takeInteriorOff(root, gutout_shots, 0.0F, threads);
+        record.removed_parts = takeInteriorOff(root, gutout_shots, 0.0F, threads);
     }
     if (setup.ambientocclusion != 0) {
         say({"Adding ambient occlusion"});
@@ -152,6 +155,15 @@ void runInputStages(const optTree_setup& setup, const ::osg::NodePtr& root) {
         hull.reset(
             buildModelHullWithVertexColors(setup.buildhull ? hull.get() : root, setup.maxtris));
     return hull.release();
+}
+
+std::uint64_t shownTriangles(const ::osg::NodePtr& root) {
+    std::vector<::osg::NodePtr> nodes;
+    getGeometryNodes(root, nodes, false);
+    std::uint64_t triangles = 0;
+    for (const ::osg::NodePtr& node : nodes)
+        triangles += counttriangles(geometryOf(node));
+    return triangles;
 }
 
 ::osg::NodePtr runMerge(const run_plan& plan, const ::osg::NodePtr& root) {
@@ -198,10 +210,12 @@ void runIdmap(const run_plan& plan, const ::osg::NodePtr& result) {
     if (plan.setup.help)
         sayHelp();
     printSettings(plan.setup.merge);
-    runInputStages(plan.setup, root);
+    runInputStages(plan.setup, root, record);
     guard.after("stages of the input", root);
-    if (plan.builds_hull)
+    if (plan.builds_hull) {
         root = runHulls(plan.setup, root);
+        record.hull_triangles = shownTriangles(root);
+    }
     handler.prefix = plan.setup.prefix;
     if (plan.atlas) {
         createTextureAtlas(root, *plan.atlas, record.atlas);

@@ -22,6 +22,8 @@
 // Runs on the caller's thread and in its aspect. Two runs must not overlap: they share the ID map
 // handler of the process.
 
+#include <cstddef>
+#include <cstdint>
 #include <optional>
 #include <string>
 
@@ -35,8 +37,10 @@ namespace morva::osg {
 
 /// What a run tells besides its result.
 struct run_record {
-    atlas_record atlas;                   ///< empty without `maxtexturesize`
-    std::optional<auto_record> automatic; ///< of the empty string
+    atlas_record atlas;                          ///< empty without `maxtexturesize`
+    std::size_t removed_parts = 0;               ///< taken off by interior removal
+    std::optional<std::uint64_t> hull_triangles; ///< shown ones that a hull kept, if there is one
+    std::optional<auto_record> automatic;        ///< of the empty string
 };
 
 /// Optimises a scene.

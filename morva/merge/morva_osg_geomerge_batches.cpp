@@ -19,7 +19,7 @@
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/geosets/morva_osg_stage_errors.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
-#include <morva/textures/morva_osg_texcoords.h>
+#include <morva/textures/morva_osg_texcoord_form.h>
 #include <morva/trees/kd_strategies.h>
 
 namespace morva::osg {
@@ -82,7 +82,7 @@ bool isDue(std::uint64_t vertices, unsigned int corners, bool last, std::uint64_
 void sort(osg_geoset& geoset, kd_tree<float>& tree, const batch_setup& batch) {
     geoset.setup();
     if (batch.setup.optimizetc > 0)
-        optimizeTexCoords(geoset, batch.setup.optimizetc, wrap_limit);
+        optimizeTexCoords(geoset, batch.setup.optimizetc, wrap_limit, repeatsOf(batch.material));
     compile(geoset, tree, batch.kd, kd_strategy_ObjMedian());
     geoset.dropExtents();
 }

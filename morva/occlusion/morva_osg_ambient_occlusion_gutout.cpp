@@ -154,12 +154,15 @@ std::vector<::osg::NodePtr> closedOnes(const std::vector<std::unique_ptr<questio
 
 } // namespace
 
-void takeInteriorOff(const ::osg::NodePtr& root, int shots, float threshold, unsigned int threads) {
+std::size_t takeInteriorOff(const ::osg::NodePtr& root, int shots, float threshold,
+                            unsigned int threads) {
     if (root == ::osg::NullFC)
-        return;
+        return 0;
     const span<const float3> rays = rayVecsOf(shots);
-    if (rays.empty())
-        return sayNoRays(shots);
+    if (rays.empty()) {
+        sayNoRays(shots);
+        return 0;
+    }
     const walk_start start(root);
     std::vector<::osg::NodePtr> nodes;
     getGeometryNodes(start.get(), nodes, false);
@@ -177,6 +180,7 @@ void takeInteriorOff(const ::osg::NodePtr& root, int shots, float threshold, uns
     takeOff(closed);
     say_over_progress({"done. Removed ", std::to_string(closed.size()), " geometries with ",
                        primitives, " primitives."});
+    return closed.size();
 }
 
 void gutOutModelPerAmbientOcclusion(::osg::NodePtr root, int shots, float threshold, unsigned int) {

@@ -14,6 +14,7 @@
 
 #include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
+#include <morva/textures/morva_osg_texcoords.h>
 
 namespace morva::osg {
 
@@ -126,6 +127,10 @@ inline float largest(const triangle_uv& t) {
     }
     return high;
 }
+
+/// optimizeTexCoords() where an image repeats along some directions alone: the others stay as they
+/// are, and no triangle is halved for them.
+int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit, repeating_directions repeats);
 
 /// Calls `use` with the coordinates of each triangle that a geometry draws; a corner without any
 /// has (0, 0).

@@ -6,7 +6,9 @@
 #include <cstddef>
 #include <vector>
 
+#include <OpenSG/OSGChunkMaterial.h>
 #include <OpenSG/OSGMaterialGroup.h>
+#include <OpenSG/OSGTextureChunk.h>
 
 #include <morva/core/morva_osg_edits.h>
 #include <morva/core/morva_osg_geometry_tools.h>
@@ -18,6 +20,30 @@
 #include <morva/textures/morva_osg_texcoord_form.h>
 
 namespace morva::osg {
+
+namespace {
+
+/// Whether a way of wrapping shows something else a whole number further on.
+bool isHeldInside(::osg::UInt32 wrap) {
+    constexpr ::osg::UInt32 clamp = 0x2900, clamp_to_border = 0x812D, clamp_to_edge = 0x812F,
+                            mirrored = 0x8370;
+    return wrap == clamp || wrap == clamp_to_border || wrap == clamp_to_edge || wrap == mirrored;
+}
+
+} // namespace
+
+repeating_directions repeatsOf(const ::osg::MaterialPtr& material) {
+    repeating_directions repeats;
+    const auto chunks = ::osg::ChunkMaterialPtr::dcast(material);
+    for (::osg::UInt32 i = 0; chunks != ::osg::NullFC && i < chunks->getMFChunks()->size(); ++i) {
+        const auto texture = ::osg::TextureChunkPtr::dcast(chunks->getChunks(i));
+        if (texture == ::osg::NullFC)
+            continue;
+        repeats.u = repeats.u && !isHeldInside(texture->getWrapS());
+        repeats.v = repeats.v && !isHeldInside(texture->getWrapT());
+    }
+    return repeats;
+}
 
 namespace {
 

@@ -58,8 +58,8 @@ inline bool canComeBelow(const triangle_uv& t, float max) {
 /// Follows the property when it grows; while this lives it is being edited.
 class coordinate_rows {
   public:
-    coordinate_rows(const osg_geoset& geoset, int cut_limit)
-        : cut_limit_(static_cast<float>(cut_limit)) {
+    coordinate_rows(const osg_geoset& geoset, int cut_limit, repeating_directions repeats = {})
+        : cut_limit_(static_cast<float>(cut_limit)), repeats_{repeats.u, repeats.v} {
         slot_.follow(coordinatesOf(geoset));
         if (slot_.present())
             edit_.emplace(slot_.get());
@@ -69,21 +69,31 @@ class coordinate_rows {
     /// Triangles that there are rows for.
     std::size_t triangles() const { return slot_.size() / 3; }
 
-    /// Brings a triangle into the normal form, and returns it.
+    /// Brings a triangle into the normal form, and returns it, with 0 along the directions that
+    /// stay as they are.
     triangle_uv normaliseAt(std::size_t triangle) {
         const std::size_t row = 3 * triangle;
-        triangle_uv t{slot_.value(row), slot_.value(row + 1), slot_.value(row + 2)};
+        const triangle_uv whole{slot_.value(row), slot_.value(row + 1), slot_.value(row + 2)};
+        triangle_uv t{moving(whole.a), moving(whole.b), moving(whole.c)};
         if (isZero(t)) // as are the rows that a geoset has to spare
             return t;
         normalise(t, cut_limit_);
-        slot_.put(row, t.a);
-        slot_.put(row + 1, t.b);
-        slot_.put(row + 2, t.c);
+        slot_.put(row, moved(whole.a, t.a));
+        slot_.put(row + 1, moved(whole.b, t.b));
+        slot_.put(row + 2, moved(whole.c, t.c));
         return t;
     }
 
   private:
+    ::osg::Vec2f moving(const ::osg::Vec2f& whole) const { return moved(::osg::Vec2f(), whole); }
+
+    /// A coordinate with the values of another one along the directions that repeat.
+    ::osg::Vec2f moved(const ::osg::Vec2f& whole, const ::osg::Vec2f& to) const {
+        return {repeats_[0] ? to[0] : whole[0], repeats_[1] ? to[1] : whole[1]};
+    }
+
     float cut_limit_;
+    bool repeats_[2]; ///< u and v
     texcoords_slot slot_;
     std::optional<open_edit<::osg::GeoTexCoordsPtr>> edit_;
 };
@@ -167,7 +177,13 @@ void cutTC(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, int cutLimit) {
 }
 
 int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit) {
-    coordinate_rows coordinates(geoset, cutLimit);
+    return optimizeTexCoords(geoset, maxTC, cutLimit, repeating_directions());
+}
+
+int optimizeTexCoords(osg_geoset& geoset, int maxTC, int cutLimit, repeating_directions repeats) {
+    if (!repeats.u && !repeats.v)
+        return 0;
+    coordinate_rows coordinates(geoset, cutLimit, repeats);
     halving cut(geoset, maxTC);
     for (std::size_t i = 0; i < coordinates.triangles();) { // grows
         const triangle_uv t = coordinates.normaliseAt(i);

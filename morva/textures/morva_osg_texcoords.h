@@ -12,11 +12,15 @@
 //     extract(node, geoset, false, true, false, true, true);
 //     optimizeTexCoords(geoset, 2, 50);           // the geoset grows by what this returns
 //
+// The merge knows the material, and leaves directions alone in which its image does not repeat; the
+// functions here take all images to repeat.
+//
 // Coordinates that are not finite, or that the arithmetic makes so, end as NaN or in the unit
 // square; a NaN is passed over where the largest one is asked for. One owner of a geoset at a time;
 // two threads may work on two of them.
 
 #include <OpenSG/OSGGeoProperty.h>
+#include <OpenSG/OSGMaterial.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGVector.h>
 
@@ -40,6 +44,16 @@ MORVA_API void getTCNearToZero(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c
 /// that is above 1. Points are looked at one by one: a triangle that reaches beyond loses its
 /// shape, which is the price of a bounded atlas.
 MORVA_API void cutTC(::osg::Vec2f& a, ::osg::Vec2f& b, ::osg::Vec2f& c, int cutLimit);
+
+/// Directions of coordinates 0 along which an image shows the same a whole number further on.
+struct repeating_directions {
+    bool u = true, v = true;
+};
+
+/// How a material repeats what it shows: not along a direction in which a texture of it is clamped
+/// or mirrored. One that wraps in a way of its own counts as repeating, as does a material without
+/// textures, or null.
+MORVA_API repeating_directions repeatsOf(const ::osg::MaterialPtr& material);
 
 /// Brings the coordinates of all triangles into the normal form, and halves those that still reach
 /// above `maxTC` until none does or cannot be halved.

@@ -46,7 +46,9 @@ audited_run runAudit(const ::osg::NodePtr& scene, const std::string& parameters)
     run.root = node_ref(scene);
     const auto parts = morva::host::namedParts(scene, true);
     run.plan = morva::host::planAudit(scene, parts, parameters);
-    run.result = node_ref(morva::osg::optTree(scene, parameters));
+    morva::osg::run_record record;
+    run.result = node_ref(morva::osg::optTree(scene, parameters, record));
+    morva::host::noteStages(record, run.plan);
     run.verdict = morva::host::judge(run.plan, run.result.get());
     return run;
 }
@@ -116,7 +118,7 @@ TEST(Audit, OfHullsKnowsWhatStaysAndThatOneForAllMissesNothing) {
         EXPECT_EQ(run.verdict.out, row.out);
         EXPECT_EQ(run.verdict.least, row.least);
         const node_ref nothing(group());
-        EXPECT_EQ(morva::host::judge(run.plan, nothing.get()).differences.empty(), row.least == 0);
+        EXPECT_NE(morva::host::judge(run.plan, nothing.get()).differences, texts{});
     }
 }
 
@@ -259,6 +261,48 @@ TEST(AuditOfAtlases, PassesAnySceneWithImagesAndMissesATriangle) {
     }
 }
 
+/// Keys that find nothing to do, or not much, hide no fault in what they are to leave alone.
+TEST(Audit, SeesWhatGoesOrMovesWhereKeysHaveNoEffect) {
+    const auto scene = [] {
+        return group({named("shell", meshNode(cube())), named("plate", meshNode(quads(6))),
+                      moved({9, 0, 0}, {named("strip", meshNode(strip(9)))})});
+    };
+    for (const char* keys :
+         {"maxtexturesize(4096),exactatlas(1),maxtris(100)",
+          "maxtexturesize(4096),maxtris(100),mostusedmaterial(1)", "maxtexturesize(4096)",
+          "buildhull(1),maxtris(100)", "buildhull(1),maxtris(12)", "ambientgutout(1),maxtris(100)",
+          "ambientgutout(1)", "removelod(1),removeswitch(1),maxtris(100)",
+          "ambientgutout(1),maxtexturesize(64),removeswitch(1),flat(0),maxtris(9)"}) {
+        SCOPED_TRACE(keys);
+        const audited_run whole = runAudit(scene(), keys);
+        EXPECT_EQ(whole.verdict.differences, texts{});
+        for (const ::osg::NodePtr& node : geometryNodes(whole.result.get())) {
+            const ::osg::GeoPositionsPtr points = coreOf(node)->getPositions();
+            const ::osg::Pnt3f place = points->getValue(0);
+            points->setValue(place + ::osg::Vec3f(0, 0, 0.25F), 0);
+            EXPECT_NE(morva::host::judge(whole.plan, whole.result.get()).differences, texts{})
+                << "moved";
+            points->setValue(place, 0);
+        }
+        EXPECT_EQ(morva::host::judge(whole.plan, whole.result.get()).differences, texts{});
+        for (const ::osg::NodePtr& node : geometryNodes(whole.result.get())) {
+            const ::osg::GeoPLengthsPtr lengths = coreOf(node)->getLengths();
+            const ::osg::UInt32 last = lengths->size() - 1, length = lengths->getValue(last);
+            lengths->setValue(length - 3, last);
+            EXPECT_NE(morva::host::judge(whole.plan, whole.result.get()).differences, texts{})
+                << "lost";
+            lengths->setValue(length, last);
+        }
+    }
+    // What interior removal did not take off must be there.
+    audited_run run = runAudit(scene(), "ambientgutout(1),maxtris(100)");
+    morva::host::noteRemoved({1}, run.plan);
+    const auto verdict = morva::host::judge(run.plan, run.result.get());
+    EXPECT_EQ(std::count(verdict.differences.begin(), verdict.differences.end(),
+                         "0 parts were removed, but 1 are gone"),
+              1);
+}
+
 /// A part that could have lost its degenerate triangles keeps them, but loses one that is none.
 TEST(AuditOfAtlases, SeesASoundTriangleGoAmongDegenerateOnes) {
     std::mt19937 rng(7);
@@ -297,6 +341,25 @@ TEST(Audit, PassesAnySceneWithHiddenAndTransparentParts) {
             EXPECT_EQ(runAudit(scene.get(), row).verdict.differences, texts{});
         }
     }
+}
+
+TEST(Audit, SaysHowManyPointsAndLineEndsGoOrCome) {
+    const auto scene = [] {
+        return group({named("cloud", meshNode(row(5, 0))), named("plate", meshNode(quads(2))),
+                      named("loop", meshNode(row(4, 2))),
+                      switched(0, {named("wire", meshNode(row(3, 3)))})});
+    };
+    const std::string points =
+        "5 of 5 points do not come out: parts of points alone are not merged";
+    EXPECT_EQ(runAudit(scene(), "maxtris(9)").verdict.notes,
+              (texts{"4 of 12 line ends do not come out", points}));
+    EXPECT_EQ(runAudit(scene(), "maxtris(9),removeswitch(1)").verdict.notes, texts{points});
+    EXPECT_EQ(runAudit(scene(), "maxtris(0)").verdict.notes, texts{});
+    // More than went in.
+    const audited_run run = runAudit(scene(), "maxtris(0)");
+    const node_ref twice(group({scene(), meshNode(row(1, 0))}));
+    EXPECT_EQ(morva::host::judge(run.plan, twice.get()).notes,
+              texts{"1 points more come out than went in"});
 }
 
 TEST(Audit, DegenerateIsAskedWhereTheMergeAsks) {
@@ -353,6 +416,24 @@ TEST(AuditOfPieces, PassesPartsThatAreCut) {
         EXPECT_EQ(run.verdict.differences, texts{});
         EXPECT_GE(run.verdict.out, row.least);
         EXPECT_TRUE(row.least != 6 || run.verdict.out == 6);
+    }
+    // A clamped direction has nothing cut, a mirrored one neither, unless nobody asks the material.
+    for (const auto& [parameters, cut] : {std::pair("maxtris(100),idmapinroot(true)", 0),
+                                          std::pair("maxtris(100),mostusedmaterial(1)", 0),
+                                          std::pair("maxtris(100),ignorematerial(1)", 1)}) {
+        for (const GLenum wrap : {GLenum{GL_CLAMP}, GLenum{GL_MIRRORED_REPEAT}}) {
+            SCOPED_TRACE(testing::Message() << parameters << ", " << wrap);
+            const ::osg::NodePtr room = tiledRoom();
+            const auto texture = ::osg::TextureChunkPtr::dcast(
+                ::osg::ChunkMaterialPtr::dcast(coreOf(room->getChild(1))->getMaterial())
+                    ->getChunks(1));
+            texture->setWrapS(wrap);
+            texture->setWrapT(wrap);
+            const audited_run run = runAudit(room, parameters);
+            EXPECT_EQ(run.verdict.differences, texts{});
+            EXPECT_EQ(run.verdict.out > 6, cut == 1);
+            EXPECT_TRUE(run.plan.parts[0].cut == (cut == 1) || run.verdict.out == 6);
+        }
     }
     // Only coordinates that an image needs, and that reach too far, can have a part cut.
     const audited_run run = runAudit(tiledRoom(), "maxtris(100)");

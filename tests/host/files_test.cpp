@@ -93,7 +93,10 @@ void fill(const temporary_folder& folder) {
     modelFile(folder.file("pair.osb"), group({seen(4), seen(8)}));
     modelFile(folder.file("nameless.osb"),
               group({meshNode(quads(3)), named("z", meshNode(quads(1)))}));
+    modelFile(folder.file("cloud.osb"), group({meshNode(row(5, 0))}));
     const std::pair<const char*, std::string> texts[] = {
+        {"cloud.ply", "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\n"
+                      "property float y\nproperty float z\nend_header\n0 0 0\n1 2 3\n"},
         {"x.mtl", "someone's"},
         {"empty.glb", ""},
         {"half.glb", whole.substr(0, whole.size() / 2)},
@@ -225,6 +228,9 @@ const file_case file_cases[] = {
     {"optimize @half.glb -o @o.glb", 1, "cannot read", ""},
     {"optimize @bare.gltf -o @o.glb", 1, "nothing to draw", ""},
     {"optimize @endless.glb -o @o.glb", 1, "nothing is left to draw", ""},
+    {"optimize @cloud.osb -o @o.glb", 1, "points alone, 5 of them, and those are not merged", ""},
+    {"optimize @cloud.osb -o @o.glb -p maxtris(0)", 0, "", "+o.glb"},
+    {"optimize @cloud.ply -o @o.glb", 1, "points alone, 2 of them, and no faces", ""},
 };
 
 TEST(CommandLine, LeavesTheFilesThatItShould) {

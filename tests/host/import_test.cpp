@@ -1,18 +1,41 @@
 #include "tests/support/test.h"
 
+#include <csignal>
+#include <numeric>
+
+#include <unistd.h>
+
 #include <assimp/material.h>
 #include <assimp/mesh.h>
 #include <assimp/scene.h>
 
 #include "assimp_import.h"
+#include "child_process.h"
+#include "geometry_view.h"
 #include "host_error.h"
+#include "mirrored_parts.h"
 #include "statistics.h"
+#include "tests/support/placed_scenes.h"
+#include "triangle_measures.h"
 
 namespace morva_test {
 namespace {
 
 using morva::host::host_error;
 using morva::host::model;
+
+/// Sends a scene to this process, which small ones can, and converts what arrives.
+void importHandedOver(const aiScene& scene, model& target) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    morva::host::pipe_reader in(ends[0]);
+    morva::host::pipe_writer out(ends[1]);
+    morva::host::sendScene(scene, {}, out);
+    out.flush();
+    const morva::host::handed_scene handed = morva::host::receiveScene(in);
+    morva::host::importScene(
+        handed, "", [&](unsigned) { return morva::host::receiveMesh(in); }, target);
+}
 
 /// A root "root" with two children, "a" and "b", that share one mesh of one triangle.
 std::unique_ptr<aiScene> smallScene() {
@@ -42,7 +65,10 @@ std::unique_ptr<aiScene> smallScene() {
 }
 
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
-    aiMesh mesh;
+    const std::unique_ptr<aiScene> scene = smallScene();
+    aiMesh& mesh = *scene->mMeshes[0];
+    delete[] mesh.mVertices;
+    delete[] mesh.mFaces;
     mesh.mNumVertices = 5;
     mesh.mVertices = new aiVector3D[5];
     const std::vector<std::vector<unsigned>> faces = {
@@ -55,7 +81,8 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
     model target;
-    const geometry_ref core(morva::host::importMesh(mesh, 0, target));
+    importHandedOver(*scene, target);
+    const auto core = ::osg::GeometryPtr::dcast(target.root.get()->getChild(0)->getCore());
     std::vector<std::pair<unsigned, unsigned>> primitives;
     for (::osg::UInt32 i = 0; i < core->getTypes()->getSize(); ++i)
         primitives.emplace_back(core->getTypes()->getValue(i), core->getLengths()->getValue(i));
@@ -142,7 +169,7 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
         std::string message;
         try {
             model target;
-            morva::host::importScene(*scene, "", target);
+            importHandedOver(*scene, target);
             morva::host::measureScene(target.root.get());
         } catch (const host_error& error) {
             message = error.what();
@@ -156,6 +183,139 @@ TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
             scene->mRootNode->mChildren[0] == scene->mRootNode->mChildren[1])
             scene->mRootNode->mNumChildren = 1;
     }
+}
+
+/// A part as it stands in the world.
+struct standing_part {
+    std::string name;
+    ::osg::UInt32 core = 0;
+    double determinant = 0;
+    std::vector<std::array<::osg::Pnt3f, 3>> faces;
+    std::vector<::osg::Pnt3f> ends;  ///< of lines, and points
+    std::vector<::osg::Vec3f> sides; ///< normals of the corners of faces, of any length
+};
+
+std::vector<standing_part> standing(const ::osg::NodePtr& root) {
+    std::vector<standing_part> parts;
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        standing_part part;
+        part.name = ::osg::getName(node) != nullptr ? ::osg::getName(node) : "";
+        part.core = coreOf(node).getFieldContainerId();
+        const morva::host::geometry_view view(coreOf(node));
+        const ::osg::Matrix world = node->getToWorld();
+        const auto column = [&world](::osg::UInt32 i) {
+            return ::osg::Vec3f(world[i][0], world[i][1], world[i][2]);
+        };
+        const ::osg::Vec3f across[] = {column(1).cross(column(2)), column(2).cross(column(0)),
+                                       column(0).cross(column(1))};
+        part.determinant = double(column(0).dot(across[0]));
+        const morva::host::placement place(node);
+        const std::vector<::osg::Pnt3f> moved = morva::host::placed(view, &place);
+        const auto at = [&](std::size_t corner) { return moved[view.positions.row(corner)]; };
+        forEachTriangle(view, [&](std::size_t a, std::size_t b, std::size_t c) {
+            part.faces.push_back({at(a), at(b), at(c)});
+            for (const std::size_t corner : {a, b, c}) {
+                const auto* n =
+                    view.normals.present ? view.normals.find<::osg::Vec3f>(corner) : nullptr;
+                ::osg::Vec3f turned(0, 0, 0);
+                for (::osg::UInt32 i = 0; n != nullptr && i < 3; ++i)
+                    turned += across[i] * ((*n)[i] * (part.determinant < 0 ? -1.F : 1.F));
+                part.sides.push_back(turned);
+            }
+        });
+        forEachLine(view, [&](std::size_t a, std::size_t b) {
+            part.ends.insert(part.ends.end(), {at(a), at(b)});
+        });
+        forEachPoint(view, [&](std::size_t a) { part.ends.push_back(at(a)); });
+        parts.push_back(std::move(part));
+    }
+    return parts;
+}
+
+TEST(Import, MakesMirroredPartsUprightWhereTheyAre) {
+    std::size_t mirrored = 0;
+    for (unsigned seed = 0; seed < 60; ++seed) {
+        SCOPED_TRACE(seed);
+        std::mt19937 rng(seed);
+        const node_ref root(anyScene(rng, 3));
+        const ::osg::NodePtr shared = meshNode(withNormals(mixture(rng, 9), rng));
+        ::osg::Matrix flat;
+        flat.setScale(-1, 2, 0);
+        for (int i = 0; i < 3; ++i)
+            root->addChild(transformed(
+                anyFrame(rng), {detailed({nodeOf(shared->getCore(), {meshNode(strip(7))}),
+                                          transformed(anyFrame(rng), {nodeOf(shared->getCore())}),
+                                          meshNode(withIndexPerProperty(
+                                              withNormals(mixture(rng, 9), rng), rng))})}));
+        root->addChild(transformed(flat, {transformed(anyFrame(rng), {shared})}));
+        const std::vector<standing_part> before = standing(root.get());
+        morva::host::uprightMirroredParts(root.get());
+        const std::vector<standing_part> after = standing(root.get());
+        ASSERT_EQ(after.size(), before.size());
+        std::set<std::pair<::osg::UInt32, bool>> used;
+        std::set<::osg::UInt32> cores;
+        for (std::size_t i = 0; i < before.size(); ++i) {
+            const bool was_mirrored = before[i].determinant < 0;
+            mirrored += was_mirrored ? 1 : 0;
+            used.emplace(before[i].core, was_mirrored);
+            cores.insert(after[i].core);
+            EXPECT_EQ(after[i].determinant, std::abs(before[i].determinant));
+            EXPECT_EQ(after[i].core == before[i].core, !was_mirrored);
+            EXPECT_EQ(after[i].name, before[i].name);
+            EXPECT_EQ(after[i].ends, before[i].ends);
+            standing_part expected = before[i];
+            for (std::size_t f = 0; was_mirrored && f < expected.faces.size(); ++f) {
+                std::swap(expected.faces[f][1], expected.faces[f][2]);
+                std::swap(expected.sides[3 * f + 1], expected.sides[3 * f + 2]);
+            }
+            EXPECT_EQ(after[i].faces, expected.faces);
+            EXPECT_EQ(after[i].sides, expected.sides);
+        }
+        EXPECT_EQ(cores.size(), used.size()) << "one copy for all that share a core";
+    }
+    EXPECT_GT(mirrored, 100U);
+}
+
+TEST(ChildProcess, SendsValuesOfAnySizeAndTellsHowItEnded) {
+    using morva::host::pipe_writer;
+    std::vector<unsigned> numbers(3000000);
+    std::iota(numbers.begin(), numbers.end(), 7u);
+    const struct {
+        std::function<void(pipe_writer&)> end;
+        const char* told;
+    } rows[] = {{[](pipe_writer&) { std::raise(SIGABRT); }, "gave up (abort)"},
+                {[](pipe_writer&) { std::raise(SIGKILL); }, "was killed"},
+                {[](pipe_writer&) { throw std::bad_alloc(); }, "ended early"},
+                {[](pipe_writer& out) { out.value('x'); }, "ended early"}};
+    for (const auto& row : rows) {
+        morva::host::child_process child([&](pipe_writer& out) {
+            std::cerr << "nobody hears this";
+            out.text("abc");
+            out.list(numbers);
+            out.list(std::vector<char>());
+            out.flush();
+            row.end(out);
+        });
+        EXPECT_EQ(child.output().text(), "abc");
+        std::vector<unsigned> came;
+        child.output().list(came);
+        EXPECT_TRUE(came == numbers);
+        EXPECT_EQ(child.output().value<std::uint64_t>(), 0u);
+        EXPECT_THROW(child.output().value<int>(), morva::host::pipe_ended);
+        EXPECT_EQ(child.crash().substr(0, std::strlen(row.told)), row.told);
+    }
+}
+
+TEST(ChildProcess, GoesWithItsOwner) {
+    int ends[2];
+    ASSERT_EQ(pipe(ends), 0);
+    {
+        const morva::host::child_process endless([](morva::host::pipe_writer&) { pause(); });
+    }
+    close(ends[1]);
+    char nothing = 0;
+    EXPECT_EQ(read(ends[0], &nothing, 1), 0) << "somebody still has the other end";
+    close(ends[0]);
 }
 
 } // namespace

@@ -1,7 +1,11 @@
 #include "tests/support/test.h"
 
+#include <cmath>
+#include <ctime>
+
 #include <OpenSG/OSGQuaternion.h>
 
+#include "geometry_view.h"
 #include "image_codec.h"
 #include "model.h"
 #include "scene_walk.h"
@@ -88,6 +92,90 @@ TEST(RoundTrip, GltfKeepsTheLookOfMaterials) {
         EXPECT_NEAR(colors->getShininess(), wanted.shininess, 1e-4f);
         EXPECT_EQ(colors->getBackMaterial(), wanted.two_sided);
     }
+}
+
+TEST(RoundTrip, GltfHoldsValidValuesOnlyAndSaysWhatItTouched) {
+    const float nan = std::nanf(""), far = INFINITY;
+    mesh_data mesh = quads(2); // two squares side by side, corners of their own
+    mesh.normals = {{0, 0, 0}, {0, 0, 5}, {0, 1.004f, 0}, {nan, 0, 1},
+                    {0, 0, 1}, {1, 0, 0}, {0, 1e-30f, 0}, {0, 0, 1}};
+    mesh.colors = {{0, .25f, 1}, {2, -1, nan}, {0, 0, 0}, {0, 0, 0},
+                   {0, 0, 0},    {0, 0, 0},    {0, 0, 0}, {far, 0, 0}};
+    mesh.coordinates.assign(8, {.25f, -3});
+    mesh.coordinates[2] = {nan, 0};
+    mesh_data torn = mesh;
+    torn.positions[1][2] = nan;
+    mesh_data hung = row(4, 3);
+    hung.positions[0][0] = far;
+    const ::osg::NodePtr bad = group({meshNode(mesh), meshNode(torn), meshNode(hung)});
+    const node_ref held(bad), good(group({meshNode(quads(2))}));
+    const temporary_folder folder;
+    const auto write = [&](const ::osg::NodePtr& root) {
+        return morva::host::writeModel(root, morva::host::image_sources(), folder.file("s.glb"));
+    };
+    EXPECT_EQ(write(good.get()), std::vector<std::string>());
+    EXPECT_EQ(write(bad),
+              std::vector<std::string>(
+                  {"as the format wants it: 2 positions that are not finite moved, 1 triangles "
+                   "with such a position left out, 1 lines with such a position left out, 4 "
+                   "normals without a direction made anew from their triangles, 4 normals scaled "
+                   "to length 1, 8 values of colours brought between 0 and 1, 2 texture "
+                   "coordinates that are not finite set to 0"}));
+    const model again = readModel(folder.file("s.glb"));
+    const auto nodes = geometryNodes(again.root.get());
+    ASSERT_EQ(nodes.size(), 3u);
+    const morva::host::geometry_view view(coreOf(nodes[0])), lines(coreOf(nodes[2]));
+    const auto value = [](const morva::host::property_column& column, std::uint32_t row) {
+        return std::vector<float>(column.at(row),
+                                  column.at(row) + std::min<std::size_t>(column.width, 3));
+    };
+    using values = std::vector<float>;
+    EXPECT_EQ(value(view.normals, 0), values({0, 0, 1}));
+    EXPECT_EQ(value(view.normals, 1), values({0, 0, 1}));
+    EXPECT_EQ(value(view.normals, 2), values({0, 1.004f, 0})) << "valid: as it was";
+    EXPECT_EQ(value(view.normals, 3), values({0, 0, 1}));
+    EXPECT_EQ(value(view.normals, 6), values({0, 1, 0}));
+    EXPECT_EQ(value(view.colors, 0), values({0, .25f, 1}));
+    EXPECT_EQ(value(view.colors, 1), values({1, 0, 1}));
+    EXPECT_EQ(value(view.coordinates[0], 2), values({0, 0}));
+    EXPECT_EQ(value(view.coordinates[0], 3), values({.25f, -3}));
+    EXPECT_EQ(morva::host::geometry_view(coreOf(nodes[1])).usedCorners(), 9u);
+    EXPECT_EQ(lines.usedCorners(), 4u);
+    EXPECT_EQ(value(lines.positions, 0), value(lines.positions, 1));
+}
+
+TEST(RoundTrip, TimePerTextureStaysTheSame) {
+    const temporary_folder folder;
+    const auto seconds = [&](int textures) {
+        node_list nodes;
+        for (int i = 0; i < textures; ++i)
+            nodes.push_back(
+                meshNode(quads(1), chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_L_PF, 1, 1))));
+        const node_ref root(group(nodes));
+        const std::clock_t start = std::clock();
+        modelFile(folder.file("s.glb"), root.get());
+        return static_cast<double>(std::clock() - start) / CLOCKS_PER_SEC;
+    };
+    const double few = std::min(seconds(1000), seconds(1000));
+    EXPECT_LT(seconds(12000), 40 * few); // a search through all that there are: 144 times
+}
+
+TEST(FacetNormals, FollowTheWindingAndAreMadeWhereThereAreNone) {
+    const temporary_folder folder;
+    std::string text = "solid s\n";
+    for (const char* normal : {"0 0 0", "0 0 -1", "0 0.6 0.8"})
+        text += "facet normal " + std::string(normal) +
+                "\nouter loop\nvertex 0 0 0\nvertex 1 0 0\nvertex 0 1 0\nendloop\nendfacet\n";
+    writeBytes(folder.file("s.stl"), text + "endsolid s\n");
+    const model read = readModel(folder.file("s.stl"));
+    ASSERT_EQ(read.notes.size(), 1u);
+    EXPECT_EQ(read.notes[0],
+              "normals that are 0 or against the winding are made anew for 2 triangles");
+    const auto normals = coreOf(geometryNodes(read.root.get()).at(0))->getNormals();
+    ASSERT_EQ(normals->getSize(), 9u);
+    for (::osg::UInt32 i = 0; i < 9; ++i)
+        EXPECT_TRUE(normals->getValue(i) ==
+                    (i < 6 ? ::osg::Vec3f(0, 0, 1) : ::osg::Vec3f(0, .6f, .8f)));
 }
 
 TEST(ImageCodec, PngKeepsEveryChannelAndTheOrderOfRows) {

@@ -3,7 +3,8 @@
 install_test.py BUILD_FOLDER [--rewrite].
 
 Each installed header compiles alone; README's program builds with the CMake package and with
-pkg-config, and optimises a scene; the library exports the names of exports.txt.
+pkg-config, and optimises a scene; the library exports the names of exports.txt; the manual page tells
+of the options that the command has.
 """
 import os
 import re
@@ -78,6 +79,19 @@ def compare_exports(prefix):
                   for name in sorted(set(names) ^ set(expected)))
 
 
+def compare_manual(prefix):
+    """Both ways: what the verbs' help names is in the page, and what is there is in some help."""
+    page = prefix / "share/man/man1/morva.1"
+    if warnings := run("sh", "-c", f"man --warnings -l '{page}' 2>&1 >/dev/null"):
+        FAULTS.append(f"{page}: {warnings}")
+    told = set(re.findall(r"--[a-z-]+", page.read_text().replace("\\-", "-")))
+    overview = run(prefix / "bin/morva", "--help")
+    verbs = re.findall(r"^  ([a-z]+) ", overview.split("Subcommands:")[1], re.MULTILINE)
+    helps = [overview] + [run(prefix / "bin/morva", "help", verb) for verb in verbs]
+    has = {name for text in helps for name in re.findall(r"^  (?:-\w,)?(--[a-z-]+)", text, re.MULTILINE)}
+    FAULTS.extend(f"manual page and help differ: {name}" for name in sorted(told ^ has))
+
+
 def main():
     with tempfile.TemporaryDirectory() as name, tempfile.TemporaryDirectory() as work:
         prefix, folder = Path(name), Path(work)
@@ -85,6 +99,7 @@ def main():
         compile_headers(prefix, folder)
         use_viewers(prefix, folder)
         compare_exports(prefix)
+        compare_manual(prefix)
     print("\n".join(FAULTS))
     return len(FAULTS) != 0
 

@@ -164,4 +164,80 @@ TEST(MergeGeo, RootsOfAllKinds) {
     EXPECT_EQ(geometryNodes(unseen.get()), node_list());
 }
 
+/// Where in an image a coordinate leads to, by the rules of wrapping: 0 to 1.
+double placeInImage(double value, ::osg::UInt32 wrap) {
+    if (wrap == 0x8370) // mirrored
+        return std::abs(value - 2 * std::round(value / 2));
+    const bool clamped = wrap == 0x2900 || wrap == 0x812D || wrap == 0x812F;
+    return clamped ? std::clamp(value, 0.0, 1.0) : value - std::floor(value);
+}
+
+/// Coordinates at a point of the plane z = 0: those of the triangle that it lies in.
+std::array<double, 2> coordinatesAt(const ::osg::NodePtr& root, double x, double y) {
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        const ::osg::GeometryPtr core = coreOf(node);
+        for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
+            const auto p = [&it](int corner, ::osg::UInt32 axis) {
+                return double(it.getPosition(corner)[axis]);
+            };
+            const auto side = [&](int from, int to) {
+                return (p(to, 0) - p(from, 0)) * (y - p(from, 1)) -
+                       (p(to, 1) - p(from, 1)) * (x - p(from, 0));
+            };
+            const double a = side(1, 2), b = side(2, 0), c = side(0, 1);
+            if (std::min({a, b, c}) < 0)
+                continue;
+            std::array<double, 2> at{};
+            for (::osg::UInt32 k = 0; k < 2; ++k)
+                at[k] = (a * double(it.getTexCoords(0)[k]) + b * double(it.getTexCoords(1)[k]) +
+                         c * double(it.getTexCoords(2)[k])) /
+                        (a + b + c);
+            return at;
+        }
+    }
+    return {std::nan(""), std::nan("")};
+}
+
+TEST(MergeGeo, MovesCoordinatesOnlyWhereTheImageShowsTheSame) {
+    const ::osg::UInt32 wraps[] = {0x2901, 0x8370, 0x2900, 0x812D, 0x812F, 0x7777}; // last: unknown
+    for (std::size_t pair = 0; pair < 36; ++pair) {
+        const ::osg::UInt32 wrap[] = {wraps[pair / 6], wraps[pair % 6]};
+        SCOPED_TRACE(testing::Message() << std::hex << wrap[0] << ", " << wrap[1]);
+        std::mt19937 rng(static_cast<unsigned>(pair));
+        std::uniform_real_distribution<float> any(-4.0F, 7.0F), inner(0.05F, 0.45F);
+        const ::osg::ChunkMaterialPtr look =
+            chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 2, 2));
+        const auto texture = ::osg::TextureChunkPtr::dcast(look->getChunks(1));
+        texture->setWrapS(wrap[0]);
+        texture->setWrapT(wrap[1]);
+        mesh_data mesh;
+        mesh.primitives = {{4, 36}};
+        for (int i = 0; i < 12; ++i) {
+            const auto x = static_cast<float>(i);
+            mesh.positions.insert(mesh.positions.end(), {{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}});
+            for (int k = 0; k < 3; ++k)
+                mesh.coordinates.push_back(::osg::Vec2f(any(rng), any(rng)));
+        }
+        const node_ref root(group({meshNode(mesh, look)}));
+        const node_ref result(quietMerge(root.get(), quiet()));
+        std::size_t moved = 0, triangles = 0;
+        for (int i = 0; i < 120; ++i) {
+            const double x = i % 12 + double(inner(rng)), y = double(inner(rng));
+            const auto was = coordinatesAt(root.get(), x, y);
+            const auto now = coordinatesAt(result.get(), x, y);
+            for (std::size_t k = 0; k < 2; ++k) {
+                const double apart =
+                    std::abs(placeInImage(was[k], wrap[k]) - placeInImage(now[k], wrap[k]));
+                EXPECT_LT(std::min(apart, 1 - apart), 5e-3) << was[k] << " and " << now[k];
+                moved += std::abs(was[k] - now[k]) > 0.5 ? 1U : 0U;
+            }
+        }
+        for (const ::osg::NodePtr& node : geometryNodes(result.get()))
+            triangles += morva::osg::counttriangles(coreOf(node));
+        const auto repeats = [](::osg::UInt32 one) { return one == 0x2901 || one == 0x7777; };
+        EXPECT_EQ(moved > 0, repeats(wrap[0]) || repeats(wrap[1]));
+        EXPECT_EQ(triangles > 12, repeats(wrap[0]) || repeats(wrap[1]));
+    }
+}
+
 } // namespace

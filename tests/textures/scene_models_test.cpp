@@ -41,9 +41,7 @@ std::vector<std::string> namesIn(const std::string& list) {
             std::cout << "not installed: " << file << "\n";
             continue;
         }
-        morva::host::model read = morva::host::readModel(file);
-        if (read.clean_up.valid())
-            read.clean_up.wait();
+        const morva::host::model read = morva::host::readModel(file);
         root->addChild(read.root.get());
     }
     return root;
