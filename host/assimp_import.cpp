@@ -9,6 +9,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTransform.h>
 
+#include "gltf_nodes.h"
 #include "host_error.h"
 #include "import_process.h"
 #include "stack_room.h"
@@ -225,6 +226,8 @@ std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
 void importThroughAssimp(const std::string& path, model& target) {
     importing_library library(path, target.file_bytes);
     const handed_scene scene = library.scene();
+    if (const auto document = gltfDocumentOf(path))
+        placeOldNodes(*document, *scene.scene->mRootNode);
     target.files_read.insert(target.files_read.end(), scene.files.begin(), scene.files.end());
     importScene(
         scene, folderOf(path), [&](unsigned) { return library.nextMesh(); }, target);

@@ -9,10 +9,7 @@ namespace morva::host {
 
 using nlohmann::json;
 
-void requirePlain(bool condition) {
-    if (!condition)
-        throw host_error("the file is not of the plain kind");
-}
+void refuseFile() { throw host_error("the file is not of the plain kind"); }
 
 const json* memberOf(const json& object, const char* key) {
     const auto found = object.find(key);

@@ -13,8 +13,14 @@
 
 namespace morva::host {
 
+/// errors  host_error, always
+[[noreturn]] void refuseFile();
+
 /// errors  host_error unless the condition holds
-void requirePlain(bool condition);
+inline void requirePlain(bool condition) {
+    if (!condition)
+        refuseFile();
+}
 
 /// A member of an object; null if there is none.
 const nlohmann::json* memberOf(const nlohmann::json& object, const char* key);

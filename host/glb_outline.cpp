@@ -6,6 +6,7 @@
 
 #include "glb_json.h"
 #include "glb_material.h"
+#include "gltf_nodes.h"
 #include "stack_room.h"
 
 namespace morva::host {
@@ -115,22 +116,6 @@ class primitive_reader {
     unsigned coordinate_sets_ = 0, color_sets_ = 0;
 };
 
-/// As the import library multiplies them, to the last bit.
-aiMatrix4x4 matrixOf(const json& node) {
-    float m[16], shift[3], turn[4], stretch[3];
-    if (readFloats(node, "matrix", m, 16))
-        return {m[0], m[4], m[8],  m[12], m[1], m[5], m[9],  m[13],
-                m[2], m[6], m[10], m[14], m[3], m[7], m[11], m[15]};
-    aiMatrix4x4 matrix, step;
-    if (readFloats(node, "translation", shift, 3))
-        matrix = matrix * aiMatrix4x4::Translation({shift[0], shift[1], shift[2]}, step);
-    if (readFloats(node, "rotation", turn, 4))
-        matrix = matrix * aiMatrix4x4(aiQuaternion(turn[3], turn[0], turn[1], turn[2]).GetMatrix());
-    if (readFloats(node, "scale", stretch, 3))
-        matrix = matrix * aiMatrix4x4::Scaling({stretch[0], stretch[1], stretch[2]}, step);
-    return matrix;
-}
-
 class outline_builder {
   public:
     explicit outline_builder(const gltf_document& document)
@@ -211,7 +196,7 @@ class outline_builder {
         const std::string name = textOf(*from, "name");
         place = new aiNode(name.empty() ? "nodes[" + std::to_string(index) + "]" : name);
         place->mParent = parent;
-        place->mTransformation = matrixOf(*from);
+        place->mTransformation = nodeMatrix(*from);
         if (const auto camera = numberOf(*from, "camera"))
             addCamera(*camera);
         const json* const children = listOf(*from, "children");

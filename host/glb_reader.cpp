@@ -19,6 +19,7 @@ void readPlain(const gltf_document& document, model& target) {
     handed_scene source;
     source.scene = std::move(outline.scene);
     source.meshes = source.scene->mNumMeshes;
+    source.rest.cameras = source.scene->mNumCameras;
     const auto next = [&source](unsigned mesh) {
         const aiMesh& from = *source.scene->mMeshes[mesh];
         auto made = std::make_unique<handed_mesh>();

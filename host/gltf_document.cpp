@@ -46,6 +46,17 @@ unsigned versionIn(const json& text) {
 
 } // namespace
 
+std::unique_ptr<gltf_document> gltfDocumentOf(const std::string& path) {
+    const std::string extension = extensionOf(path);
+    if (extension != "glb" && extension != "gltf")
+        return nullptr;
+    try {
+        return std::make_unique<gltf_document>(path);
+    } catch (const host_error&) {
+        return nullptr;
+    }
+}
+
 std::optional<std::size_t> wholeNumber(const json& object, const char* key) {
     if (!object.is_object())
         return std::nullopt;

@@ -22,6 +22,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <memory>
 #include <optional>
 #include <string>
 
@@ -102,6 +103,10 @@ class gltf_document {
     gltf_text text_;
     unsigned version_ = 0;
 };
+
+/// The document of a file that the import library has read; null if it is no glTF by its extension,
+/// or of a kind that the library reads and this does not.
+std::unique_ptr<gltf_document> gltfDocumentOf(const std::string& path);
 
 /// A whole number of an object, not negative; nothing if there is none or it is something else.
 std::optional<std::size_t> wholeNumber(const nlohmann::json& object, const char* key);

@@ -2,10 +2,12 @@
 
 #include <filesystem>
 
+#include <OpenSG/OSGQuaternion.h>
 #include <nlohmann/json.hpp>
 
 #include "assimp_import.h"
 #include "glb_reader.h"
+#include "gltf_document.h"
 #include "host_error.h"
 #include "model.h"
 #include "scene_walk.h"
@@ -352,6 +354,56 @@ TEST(GlbReader, ReadsSafelyWhateverTheBytesAre) {
     }
     EXPECT_GT(taken, 30u);
     EXPECT_LT(taken, 570u);
+}
+
+/// The same place by another way: where three unit steps from the node's origin lead.
+::osg::Pnt3f placedBy(const json& node, ::osg::Pnt3f point) {
+    if (node.contains("matrix")) {
+        const auto m = node["matrix"].get<std::vector<float>>();
+        ::osg::Pnt3f to;
+        for (unsigned i = 0; i < 3; ++i)
+            to[i] = m[i] * point[0] + m[4 + i] * point[1] + m[8 + i] * point[2] + m[12 + i];
+        return to;
+    }
+    const auto at = node.value("translation", std::vector<float>{0, 0, 0});
+    const auto turn = node.value("rotation", std::vector<float>{0, 0, 0, 1});
+    const auto by = node.value("scale", std::vector<float>{1, 1, 1});
+    const ::osg::Quaternion rotation(turn[0], turn[1], turn[2], turn[3]);
+    ::osg::Vec3f stretched(point[0] * by[0], point[1] * by[1], point[2] * by[2]);
+    rotation.multVec(stretched, stretched);
+    return ::osg::Pnt3f(stretched[0] + at[0], stretched[1] + at[1], stretched[2] + at[2]);
+}
+
+TEST(OldGltf, NodesStandWhereTheirFileSays) {
+    std::size_t placed = 0, wheels = 0;
+    for (const std::string& file : modelsWith({".gltf"})) {
+        if (file.find("/glTF/") == std::string::npos)
+            continue;
+        SCOPED_TRACE(file);
+        const morva::host::gltf_document document(file);
+        const model read = morva::host::readModel(file);
+        std::vector<::osg::NodePtr> todo = {read.root.get()};
+        while (!todo.empty()) {
+            const ::osg::NodePtr node = todo.back();
+            todo.pop_back();
+            for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+                todo.push_back(node->getChild(i));
+            const auto core = ::osg::TransformPtr::dcast(node->getCore());
+            if (core == ::osg::NullFC)
+                continue;
+            const json& told = document.json()["nodes"].at(getName(node));
+            for (const ::osg::Pnt3f& point :
+                 {::osg::Pnt3f(0, 0, 0), ::osg::Pnt3f(1, 2, 3), ::osg::Pnt3f(-4, 0, 1)}) {
+                ::osg::Pnt3f moved;
+                core->getMatrix().multMatrixPnt(point, moved);
+                EXPECT_LT((moved - placedBy(told, point)).length(), 1e-5f) << getName(node);
+            }
+            ++placed;
+            wheels += std::abs(core->getMatrix()[3][1] - .427722f) < 1e-6f ? 1 : 0;
+        }
+    }
+    EXPECT_GE(placed, 14u);
+    EXPECT_EQ(wheels, 2u); // those of the truck, which are turned and moved
 }
 
 } // namespace
