@@ -113,7 +113,7 @@ void refuseEmpty(const run_report& report, bool quiet) {
     if (report.after->triangles + report.after->lines + report.after->points != 0)
         return;
     tellNotes(report.notes, quiet); // they may say why
-    if (report.before.triangles + report.before.lines == 0)
+    if (report.before.triangles + report.before.lines == 0 && report.before.points != 0)
         throw host_error("nothing is left to draw: the file holds points alone, " +
                          withCommas(report.before.points) +
                          " of them, and those are not merged; -p 'maxtris(0)' keeps them as they "
