@@ -306,9 +306,6 @@ std::vector<::osg::MaterialRefPtr> importScene(const aiScene& scene, const std::
     tree_builder builder(scene, folder, target, cores);
     builder.build();
     target.images_by_name.clear();
-    if (target.other_textures != 0)
-        target.notes.push_back(std::to_string(target.other_textures) +
-                               " textures other than base colours are left out");
     const unsigned moving = scene.mNumAnimations;
     if (moving != 0)
         target.notes.push_back(std::to_string(moving) + " animations are left out");
@@ -342,7 +339,7 @@ void importThroughAssimp(const std::string& path, model& target) {
         throw host_error("cannot read '" + path + "': " + reasonOf(*importer));
     target.files_read.insert(target.files_read.end(), files->opened().begin(),
                              files->opened().end());
-    importScene(*scene, folderOf(path), target);
+    target.materials = importScene(*scene, folderOf(path), target);
     // Millions of small arrays take a while to go.
     try {
         target.clean_up = std::async(

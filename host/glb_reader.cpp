@@ -1,12 +1,14 @@
 #include "glb_reader.h"
 
 #include <utility>
+#include <vector>
 
 #include "assimp_import.h"
 #include "glb_outline.h"
 #include "glb_values.h"
 #include "gltf_document.h"
 #include "host_error.h"
+#include "material_record.h"
 
 namespace morva::host {
 
@@ -15,10 +17,12 @@ namespace {
 void readPlain(const gltf_document& document, model& target) {
     const glb_outline outline = outlineOf(document);
     glb_values values(document, outline.primitives);
-    importScene(*outline.scene, std::string(), target, [&](unsigned mesh, unsigned coordinate_set) {
-        return values.coreOf(mesh, coordinate_set);
-    });
+    const std::vector<::osg::MaterialRefPtr> materials = importScene(
+        *outline.scene, std::string(), target, [&](unsigned mesh, unsigned coordinate_set) {
+            return values.coreOf(mesh, coordinate_set);
+        });
     values.fill();
+    keepRecords(document, materials, target);
 }
 
 } // namespace
