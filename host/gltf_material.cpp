@@ -159,6 +159,14 @@ nlohmann::json gltf_materials::recordedEntry(const material_record& record, cons
             info["texCoord"] = set;
         addExtensions(info);
     }
+    const nlohmann::json::json_pointer coat(
+        "/extensions/KHR_materials_clearcoat/clearcoatNormalTexture");
+    if (entry.contains(coat) && !entry.contains("normalTexture")) {
+        // The format takes the tangents of the coat from it.
+        entry["normalTexture"] = {{"index", textures_.flatNormals()}};
+        if (entry[coat].contains("texCoord"))
+            entry["normalTexture"]["texCoord"] = entry[coat]["texCoord"];
+    }
     addExtensions(entry);
     return entry;
 }

@@ -64,6 +64,12 @@ int gltf_textures::numberOf(std::size_t recorded) {
     return textureNumber(std::move(texture));
 }
 
+int gltf_textures::flatNormals() {
+    const ::osg::ImageRefPtr image(imageFromTopRows(1, 1, {128, 128, 255, 255}, false));
+    const int source = imageNumber({"image/png", encodePng(image.get())}, "");
+    return textureNumber({{"source", source}});
+}
+
 int gltf_textures::textureNumber(nlohmann::json texture) {
     const auto place =
         texture_numbers_.try_emplace(texture.dump(), static_cast<int>(textures_.size()));

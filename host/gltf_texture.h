@@ -32,6 +32,8 @@ class gltf_textures {
     int numberOf(const ::osg::ImagePtr& image, const ::osg::TextureChunkPtr& chunk);
     /// Number of a texture of the records, entered at its first coming.
     int numberOf(std::size_t recorded);
+    /// Number of a texture with normals that change nothing.
+    int flatNormals();
     /// Extensions that the textures need.
     const std::set<std::string>& extensions() const { return extensions_; }
     /// Puts the lists into the file's JSON, empty ones left out.

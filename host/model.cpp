@@ -18,6 +18,7 @@
 #include "glb_reader.h"
 #include "gltf_document.h"
 #include "host_error.h"
+#include "material_order.h"
 #include "material_record.h"
 #include "memory_watch.h"
 #include "model_export.h"
@@ -81,8 +82,10 @@ void importWatched(const std::string& path, const std::string& doing, model& tar
     importThroughAssimp(path, target);
     const std::vector<::osg::MaterialRefPtr> materials = std::move(target.materials);
     try {
-        if (keepsRecords(extensionOf(path)))
-            keepRecords(gltf_document(path), materials, target);
+        if (keepsRecords(extensionOf(path))) {
+            const gltf_document document(path);
+            keepRecords(document, inFileOrder(document, materials), target);
+        }
     } catch (const host_error&) {
         // The import library takes texts that are no JSON to the letter.
     }
