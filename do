@@ -206,6 +206,11 @@ models() {
     npm install --prefix build/models --no-audit --no-fund --ignore-scripts --loglevel=error
     say "models, read by other programs"
     node tests/models/check_models.cjs build/models build/release/host/morva "$MODELS"
+    say "models, drawn before and after"
+    need f3d xvfb
+    xvfb-run -a node tests/models/draw_models.cjs build/models build/release/host/morva "$MODELS"
+    say "all models"
+    node tests/models/sweep_models.cjs build/models build/release/host/morva "$MODELS"
 }
 
 # Carries out the verbs given on the last commit, on a machine with nothing on it.

@@ -1,9 +1,10 @@
 // The merge stage alone, on one thread and on workers: from a scene whose equal materials are
 // already one to the cores of all groups. IDs off.
 //
-// A group is never divided between workers, so the largest one bounds what threads can gain;
-// `largest_share` is its part of all triangles. Real time is what counts here. One call each: run
-// every row in a process of its own, or the heap of the rows before takes part in time and peak.
+// A group is extracted and sorted by one worker, and only its cores are shared out, so the largest
+// one bounds what threads can gain; `largest_share` is its part of all triangles. Real time is what
+// counts here. One call each: run every row in a process of its own, or the heap of the rows before
+// takes part in time and peak.
 
 #include <algorithm>
 #include <cstdint>

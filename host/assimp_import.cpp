@@ -214,9 +214,6 @@ std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
     tree_builder builder(source, folder, next, target, cores);
     builder.build();
     target.images_by_name.clear();
-    if (target.other_textures != 0)
-        target.notes.push_back(std::to_string(target.other_textures) +
-                               " textures other than base colours are left out");
     const unsigned moving = source.rest.animations;
     if (moving != 0)
         target.notes.push_back(std::to_string(moving) + " animations are left out");
@@ -229,7 +226,7 @@ void importThroughAssimp(const std::string& path, model& target) {
     if (const auto document = gltfDocumentOf(path))
         placeOldNodes(*document, *scene.scene->mRootNode);
     target.files_read.insert(target.files_read.end(), scene.files.begin(), scene.files.end());
-    importScene(
+    target.materials = importScene(
         scene, folderOf(path), [&](unsigned) { return library.nextMesh(); }, target);
 }
 

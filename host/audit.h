@@ -93,7 +93,8 @@ struct audit_plan {
     /// Triangles that must be in the output where they are now, of parts that no stage changes;
     /// none if no stage asks for it.
     print_list untouched;
-    std::optional<std::size_t> removed_parts;    ///< that interior removal says it took off
+    /// That interior removal says it took off; none where other stages take parts off as well.
+    std::optional<std::size_t> removed_parts;
     std::optional<std::uint64_t> hull_triangles; ///< that a hull says it kept
     print_list reordered; ///< triangles of the parts that are carried over while orders are made
 };

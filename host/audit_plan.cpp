@@ -362,6 +362,8 @@ audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& 
     const bool reorders = run.orders_cache && !besides_skipped;
     plan.hierarchy = run.builds_hierarchy;
     plan.merges = run.merges;
+    if (run.removes_parts && !run.builds_hull && !run.setup.removelod && !run.setup.removeswitch)
+        plan.removed_parts = 0;
     plan.order_is_new = reorders && !run.setup.merge.alphageometry;
     const part_lists lists(root);
     plan.has_ids = run.merges && run.tracks_ids;
@@ -428,7 +430,8 @@ void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan) {
 }
 
 void noteStages(const morva::osg::run_record& record, audit_plan& plan) {
-    plan.removed_parts = record.removed_parts;
+    if (plan.removed_parts)
+        plan.removed_parts = record.removed_parts;
     plan.hull_triangles = record.hull_triangles;
 }
 

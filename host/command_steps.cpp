@@ -8,7 +8,9 @@
 #include "console.h"
 #include "host_error.h"
 #include "memory_watch.h"
+#include "model_export.h"
 #include "output_file.h"
+#include "text.h"
 
 namespace morva::host {
 
@@ -62,6 +64,12 @@ void finish(const options& chosen, const run_report& report, staged_output* repo
 model readChecked(const options& chosen, run_report& report) {
     model source = readModel(chosen.input);
     report.input = {chosen.input, source.file_bytes};
+    const std::string format =
+        chosen.what == command::divide ? chosen.divide.format : extensionOf(chosen.output);
+    if (!format.empty() && !keepsRecords(format)) {
+        for (std::string& note : source.records.forget())
+            source.notes.push_back(std::move(note));
+    }
     report.notes = source.notes;
     return source;
 }

@@ -22,6 +22,7 @@
 #include "command_steps.h"
 #include "console.h"
 #include "contact_sheet.h"
+#include "coordinate_sets.h"
 #include "divide_command.h"
 #include "growth_notes.h"
 #include "host_error.h"
@@ -113,7 +114,7 @@ void refuseEmpty(const run_report& report, bool quiet) {
     if (report.after->triangles + report.after->lines + report.after->points != 0)
         return;
     tellNotes(report.notes, quiet); // they may say why
-    if (report.before.triangles + report.before.lines == 0)
+    if (report.before.triangles + report.before.lines == 0 && report.before.points != 0)
         throw host_error("nothing is left to draw: the file holds points alone, " +
                          withCommas(report.before.points) +
                          " of them, and those are not merged; -p 'maxtris(0)' keeps them as they "
@@ -155,13 +156,14 @@ void tellOfOcclusion(const model& source, const std::vector<named_part>& parts,
 
 /// Writes the parts that interior removal took off; no file if there are none.
 void writeRemoved(const removal_watch& watch, const std::vector<std::size_t>& gone,
-                  const image_sources& images, const staged_output& stage, output_set& outputs,
+                  const model& source, const staged_output& stage, output_set& outputs,
                   run_report& report) {
     if (gone.empty()) {
         report.notes.push_back("no part was removed: no file is written for them");
         return outputs.drop(stage);
     }
-    for (std::string& note : writeModel(watch.sceneOf(gone).get(), images, stage.path()))
+    for (std::string& note : writeModel(watch.sceneOf(gone).get(), source.images, stage.path(),
+                                        nullptr, &source.records))
         report.notes.push_back("removed parts: " + std::move(note));
 }
 
@@ -180,6 +182,7 @@ void optimize(const options& chosen) {
         withExactAtlas(withKeptColors(chosen.parameters, chosen.ao_replace));
     const bool nobody_reads = chosen.quiet && chosen.report.empty();
     id_map_output id_map(parameters, outputs);
+    std::string run = id_map.parameters();
     staged_output* const removed_stage = addUnlessEmpty(outputs, chosen.removed);
     staged_output* const sheet_stage = addUnlessEmpty(outputs, chosen.contact_sheet);
     const measure wanted = nobody_reads ? measure::counts : measure::all;
@@ -202,8 +205,10 @@ void optimize(const options& chosen) {
         watch.emplace(source.root.get(), parts);
     if (report.plan->has_ids)
         noteBroughtIds(dropBroughtIds(parts), report);
+    if (keepsRecords(extensionOf(chosen.output)))
+        run = spareCoordinates(source.root.get(), run, source.records);
     steps.begin("optimise");
-    const ::osg::NodeRefPtr result = optimised(source, chosen, id_map.parameters(), steps, report);
+    const ::osg::NodeRefPtr result = optimised(source, chosen, run, steps, report);
     steps.begin("audit");
     const std::vector<std::size_t> gone =
         watch ? watch->removed(result.get()) : std::vector<std::size_t>();
@@ -222,12 +227,14 @@ void optimize(const options& chosen) {
         const part_table table =
             report.plan->has_ids ? partTableOf(parts, result.get()) : part_table();
         const part_table* const known = report.plan->has_ids ? &table : nullptr;
-        for (std::string& note : writeModel(result.get(), source.images, stage.path(), known))
+        for (std::string& note :
+             writeModel(result.get(), source.images, stage.path(), known, &source.records))
             report.notes.push_back(std::move(note));
+        addTexts(source.records.missingFrom(materialsOf(result.get())), report.notes);
         report.output = {chosen.output, stage.bytes()};
         id_map.check(outputs, report);
         if (removed_stage != nullptr)
-            writeRemoved(*watch, gone, source.images, *removed_stage, outputs, report);
+            writeRemoved(*watch, gone, source, *removed_stage, outputs, report);
         if (sheet_stage != nullptr)
             writeContactSheet(*sheet_stage, outputs, report);
     } else {

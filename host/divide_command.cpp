@@ -77,7 +77,8 @@ void writeCells(const model& source, const cell_ids& ids, const cell_folder& fol
         ids.attachTo(scene.get());
         audit.add(i, scene.get());
         const std::string path = folder.pathOf(record.files[i].path);
-        for (std::string& note : writeModel(scene.get(), source.images, path, ids.table())) {
+        for (std::string& note :
+             writeModel(scene.get(), source.images, path, ids.table(), &source.records)) {
             if (told.size() < most_writer_notes && told.insert(note).second)
                 record.notes.push_back(std::move(note));
         }

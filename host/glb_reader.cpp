@@ -2,12 +2,14 @@
 
 #include <memory>
 #include <utility>
+#include <vector>
 
 #include "assimp_import.h"
 #include "glb_outline.h"
 #include "glb_values.h"
 #include "gltf_document.h"
 #include "host_error.h"
+#include "material_record.h"
 
 namespace morva::host {
 
@@ -27,10 +29,11 @@ void readPlain(const gltf_document& document, model& target) {
         made->mesh.mMaterialIndex = from.mMaterialIndex;
         return made;
     };
-    importScene(source, std::string(), next, target, [&](unsigned mesh, unsigned coordinate_set) {
-        return values.coreOf(mesh, coordinate_set);
-    });
+    const std::vector<::osg::MaterialRefPtr> materials =
+        importScene(source, std::string(), next, target,
+                    [&](unsigned mesh, unsigned set) { return values.coreOf(mesh, set); });
     values.fill();
+    keepRecords(document, materials, target);
 }
 
 } // namespace

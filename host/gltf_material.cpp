@@ -85,22 +85,40 @@ surface surfaceOf(const ::osg::MaterialPtr& material) {
     return look;
 }
 
-int gltf_materials::numberOf(const ::osg::MaterialPtr& material) {
+int gltf_materials::numberOf(const ::osg::MaterialPtr& material, const set_numbers& sets) {
     if (material == ::osg::NullFC)
         return -1;
-    const auto place =
-        numbers_.emplace(material.getFieldContainerId(), static_cast<int>(materials_.size()));
+    const material_record* const record = records_ != nullptr ? records_->find(material) : nullptr;
+    // Of the other sets only those count that the material reads.
+    set_numbers read;
+    read.fill(-1);
+    read[0] = sets[0];
+    if (record != nullptr) {
+        for (const texture_use& use : record->uses)
+            read[use.unit] = sets[use.unit];
+    }
+    const auto place = numbers_.try_emplace({material.getFieldContainerId(), read},
+                                            static_cast<int>(materials_.size()));
     if (!place.second)
         return place.first->second;
-
     const surface look = surfaceOf(material);
+    nlohmann::json entry =
+        record != nullptr ? recordedEntry(*record, look, sets) : plainEntry(look, sets[0] >= 0);
+    const ::osg::Char8* name = getName(material);
+    if (name != nullptr)
+        entry["name"] = validUtf8(name);
+    materials_.push_back(std::move(entry));
+    return place.first->second;
+}
+
+nlohmann::json gltf_materials::plainEntry(const surface& look, bool has_coordinates) {
     nlohmann::json base = nlohmann::json::array();
     for (const float value : look.base)
         base.push_back(factor(value));
     nlohmann::json pbr = {{"baseColorFactor", base},
                           {"metallicFactor", factor(look.metalness)},
                           {"roughnessFactor", roughnessOf(factor(look.shininess / 128.f) * 128.f)}};
-    const int texture = textures_.numberOf(look.image, look.texture);
+    const int texture = has_coordinates ? textures_.numberOf(look.image, look.texture) : -1;
     if (texture >= 0)
         pbr["baseColorTexture"] = {{"index", texture}};
     nlohmann::json entry = {{"pbrMetallicRoughness", pbr}};
@@ -116,17 +134,69 @@ int gltf_materials::numberOf(const ::osg::MaterialPtr& material) {
         entry["alphaMode"] = "MASK";
         entry["alphaCutoff"] = factor(look.cutoff);
     }
-    const ::osg::Char8* name = getName(material);
-    if (name != nullptr)
-        entry["name"] = validUtf8(name);
-    materials_.push_back(std::move(entry));
-    return place.first->second;
+    return entry;
+}
+
+nlohmann::json gltf_materials::recordedEntry(const material_record& record, const surface& look,
+                                             const set_numbers& sets) {
+    nlohmann::json entry = record.material;
+    for (const texture_use& use : record.uses) {
+        const int set = sets[use.unit];
+        int texture = -1;
+        if (set >= 0)
+            texture = use.is_base ? textures_.numberOf(look.image, look.texture)
+                                  : textures_.numberOf(use.texture);
+        nlohmann::json& owner = entry[use.place.parent_pointer()];
+        if (texture < 0) {
+            owner.erase(use.place.back());
+            if (set < 0)
+                without_coordinates_.insert(record.name + ": " + use.place.back());
+            continue;
+        }
+        nlohmann::json& info = owner[use.place.back()];
+        info["index"] = texture;
+        if (set > 0)
+            info["texCoord"] = set;
+        addExtensions(info);
+    }
+    const nlohmann::json::json_pointer coat(
+        "/extensions/KHR_materials_clearcoat/clearcoatNormalTexture");
+    if (entry.contains(coat) && !entry.contains("normalTexture")) {
+        // The format takes the tangents of the coat from it.
+        entry["normalTexture"] = {{"index", textures_.flatNormals()}};
+        if (entry[coat].contains("texCoord"))
+            entry["normalTexture"]["texCoord"] = entry[coat]["texCoord"];
+    }
+    addExtensions(entry);
+    return entry;
+}
+
+/// Notes the extensions that an object has.
+void gltf_materials::addExtensions(const nlohmann::json& object) {
+    if (!object.contains("extensions"))
+        return;
+    for (const auto& [name, value] : object["extensions"].items())
+        extensions_.insert(name);
+}
+
+std::vector<std::string> gltf_materials::notes() const {
+    if (without_coordinates_.empty())
+        return {};
+    return {"textures whose coordinates did not come through are left out: " +
+            quotedNames({without_coordinates_.begin(), without_coordinates_.end()})};
 }
 
 void gltf_materials::addTo(nlohmann::json& file) const {
     if (!materials_.empty())
         file["materials"] = materials_;
     textures_.addTo(file);
+    std::set<std::string> used = extensions_;
+    used.insert(textures_.extensions().begin(), textures_.extensions().end());
+    for (const std::string& name : used) {
+        file["extensionsUsed"].push_back(name);
+        if (records_->required().count(name) != 0)
+            file["extensionsRequired"].push_back(name);
+    }
 }
 
 } // namespace morva::host

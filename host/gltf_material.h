@@ -2,7 +2,12 @@
 
 // Materials of a glTF file, from the materials of a scene.
 
+#include <array>
 #include <map>
+#include <set>
+#include <string>
+#include <utility>
+#include <vector>
 
 #include <nlohmann/json.hpp>
 
@@ -28,19 +33,35 @@ struct surface {
 /// Reads the chunks, or the fields of a simple material; the last texture chunk counts.
 surface surfaceOf(const ::osg::MaterialPtr& material);
 
+/// Number of the written set of coordinates that holds each set of a core; -1 for none.
+using set_numbers = std::array<int, 8>;
+
 class gltf_materials {
   public:
-    gltf_materials(gltf_buffer& buffer, const image_sources& sources)
-        : textures_(buffer, sources) {}
+    /// The records may be null.
+    gltf_materials(gltf_buffer& buffer, const image_sources& sources,
+                   const material_records* records)
+        : records_(records), textures_(buffer, sources, records) {}
 
-    /// Number of a material, entered at its first coming; -1 for null.
-    int numberOf(const ::osg::MaterialPtr& material);
+    /// Number of a material for cores with these sets, entered at its first coming; -1 for null. A
+    /// texture without its coordinates is left out.
+    int numberOf(const ::osg::MaterialPtr& material, const set_numbers& sets);
     /// Puts the lists into the file's JSON, empty ones left out.
     void addTo(nlohmann::json& file) const;
+    /// What was left out, one sentence each.
+    std::vector<std::string> notes() const;
 
   private:
+    nlohmann::json plainEntry(const surface& look, bool has_coordinates);
+    nlohmann::json recordedEntry(const material_record& record, const surface& look,
+                                 const set_numbers& sets);
+    void addExtensions(const nlohmann::json& object);
+
+    const material_records* records_;
     gltf_textures textures_;
-    std::map<::osg::UInt32, int> numbers_;
+    std::map<std::pair<::osg::UInt32, set_numbers>, int> numbers_;
+    std::set<std::string> extensions_;
+    std::set<std::string> without_coordinates_; ///< names of textures left out
     nlohmann::json materials_ = nlohmann::json::array();
 };
 

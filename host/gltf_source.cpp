@@ -143,9 +143,18 @@ gltf_source::place gltf_source::placeOf(const std::string& uri) const {
         found.size = found.bytes.size();
         return found;
     }
-    found.file = folderOf(path_) + decodedUri(uri);
+    found.file = pathOf(uri);
     found.size = sizeOf(found.file);
     return found;
+}
+
+std::vector<std::uint8_t> gltf_source::file(const std::string& uri) const {
+    const place found = placeOf(uri);
+    return bytesOf(found, 0, found.size);
+}
+
+std::string gltf_source::pathOf(const std::string& uri) const {
+    return folderOf(path_) + decodedUri(uri);
 }
 
 std::vector<std::uint8_t> gltf_source::bytesOf(const place& from, std::uint64_t start,

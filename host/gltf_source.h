@@ -37,6 +37,10 @@ class gltf_source {
 
     /// The bytes of a buffer view.
     std::vector<std::uint8_t> view(std::size_t number) const;
+    /// The bytes that a reference leads to: a file beside this one, or the reference itself.
+    std::vector<std::uint8_t> file(const std::string& uri) const;
+    /// The path of a reference to a file.
+    std::string pathOf(const std::string& uri) const;
     /// The values of an accessor of one component each. Floats must be whole numbers.
     std::vector<std::uint32_t> wholeNumbers(std::size_t accessor) const;
 

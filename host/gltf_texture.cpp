@@ -1,10 +1,8 @@
 #include "gltf_texture.h"
 
-#include <cstddef>
-#include <string>
-
 #include <OpenSG/OSGGL.h>
 
+#include "print.h"
 #include "scene_walk.h"
 #include "text.h"
 
@@ -37,28 +35,54 @@ int gltf_textures::numberOf(const ::osg::ImagePtr& image, const ::osg::TextureCh
     const int source = image != ::osg::NullFC ? imageNumber(image) : -1;
     if (source < 0)
         return -1;
-    sampler wanted = {GL_REPEAT, GL_REPEAT, 0, 0};
-    if (chunk != ::osg::NullFC)
-        wanted = {wrapCode(chunk->getWrapS()), wrapCode(chunk->getWrapT()),
-                  isPlainFilter(chunk->getMagFilter()) ? chunk->getMagFilter() : 0,
-                  isFilter(chunk->getMinFilter()) ? chunk->getMinFilter() : 0};
-    const int number = samplerNumber(wanted);
-    const auto place = texture_numbers_.emplace(std::make_pair(source, number),
-                                                static_cast<int>(textures_.size()));
+    nlohmann::json sampler = {{"wrapS", GL_REPEAT}, {"wrapT", GL_REPEAT}};
+    if (chunk != ::osg::NullFC) {
+        sampler = {{"wrapS", wrapCode(chunk->getWrapS())}, {"wrapT", wrapCode(chunk->getWrapT())}};
+        if (isPlainFilter(chunk->getMagFilter()))
+            sampler["magFilter"] = chunk->getMagFilter();
+        if (isFilter(chunk->getMinFilter()))
+            sampler["minFilter"] = chunk->getMinFilter();
+    }
+    return textureNumber({{"source", source}, {"sampler", samplerNumber(std::move(sampler))}});
+}
+
+int gltf_textures::numberOf(std::size_t recorded) {
+    const recorded_texture& from = records_->textures()[recorded];
+    const auto image = [&](int number) {
+        const recorded_image& file = records_->images()[static_cast<std::size_t>(number)];
+        return imageNumber(file.file, file.name);
+    };
+    nlohmann::json texture = nlohmann::json::object();
+    if (!from.sampler.is_null())
+        texture["sampler"] = samplerNumber(from.sampler);
+    if (from.image >= 0)
+        texture["source"] = image(from.image);
+    for (const auto& [extension, number] : from.by_extension) {
+        texture["extensions"][extension]["source"] = image(number);
+        extensions_.insert(extension);
+    }
+    return textureNumber(std::move(texture));
+}
+
+int gltf_textures::flatNormals() {
+    const ::osg::ImageRefPtr image(imageFromTopRows(1, 1, {128, 128, 255, 255}, false));
+    const int source = imageNumber({"image/png", encodePng(image.get())}, "");
+    return textureNumber({{"source", source}});
+}
+
+int gltf_textures::textureNumber(nlohmann::json texture) {
+    const auto place =
+        texture_numbers_.try_emplace(texture.dump(), static_cast<int>(textures_.size()));
     if (place.second)
-        textures_.push_back({{"source", source}, {"sampler", number}});
+        textures_.push_back(std::move(texture));
     return place.first->second;
 }
 
-int gltf_textures::samplerNumber(const sampler& wanted) {
-    const auto place = sampler_numbers_.emplace(wanted, static_cast<int>(samplers_.size()));
-    if (place.second) {
-        samplers_.push_back({{"wrapS", wanted[0]}, {"wrapT", wanted[1]}});
-        if (wanted[2] != 0)
-            samplers_.back()["magFilter"] = wanted[2];
-        if (wanted[3] != 0)
-            samplers_.back()["minFilter"] = wanted[3];
-    }
+int gltf_textures::samplerNumber(nlohmann::json sampler) {
+    const auto place =
+        sampler_numbers_.try_emplace(sampler.dump(), static_cast<int>(samplers_.size()));
+    if (place.second)
+        samplers_.push_back(std::move(sampler));
     return place.first->second;
 }
 
@@ -66,23 +90,28 @@ int gltf_textures::imageNumber(const ::osg::ImagePtr& image) {
     const auto known = image_numbers_.find(image.getFieldContainerId());
     if (known != image_numbers_.end())
         return known->second;
-    int number = -1;
     const encoded_image* file = sources_.find(image);
     encoded_image coded;
     if (file == nullptr) {
         coded = {"image/png", encodePng(image)};
         file = &coded;
     }
-    if (!file->bytes.empty()) {
-        number = static_cast<int>(images_.size());
-        images_.push_back(
-            {{"bufferView", buffer_.addBytes(file->bytes)}, {"mimeType", file->mime_type}});
-        const std::string name = fileName(nameOf(image));
-        if (!name.empty() && name[0] != '*')
-            images_.back()["name"] = validUtf8(name);
-    }
+    const int number = file->bytes.empty() ? -1 : imageNumber(*file, nameOf(image));
     image_numbers_.emplace(image.getFieldContainerId(), number);
     return number;
+}
+
+int gltf_textures::imageNumber(const encoded_image& file, const std::string& name) {
+    const auto place = file_numbers_.try_emplace(
+        {extendedPrint(empty_print, file.bytes.data(), file.bytes.size()), file.bytes.size()},
+        static_cast<int>(images_.size()));
+    if (!place.second)
+        return place.first->second;
+    images_.push_back({{"bufferView", buffer_.addBytes(file.bytes)}, {"mimeType", file.mime_type}});
+    const std::string plain = fileName(name);
+    if (!plain.empty() && plain[0] != '*')
+        images_.back()["name"] = validUtf8(plain);
+    return place.first->second;
 }
 
 void gltf_textures::addTo(nlohmann::json& file) const {

@@ -42,8 +42,9 @@ struct written_core {
 
 class gltf_scene {
   public:
-    gltf_scene(const image_sources& images, const part_table* parts)
-        : materials_(buffer_, images), features_(buffer_, parts) {}
+    gltf_scene(const image_sources& images, const part_table* parts,
+               const material_records* records)
+        : materials_(buffer_, images, records), features_(buffer_, parts) {}
 
     json build(const ::osg::NodePtr& root) {
         prepare(root);
@@ -67,6 +68,8 @@ class gltf_scene {
     const gltf_buffer& buffer() const { return buffer_; }
     std::vector<std::string> notes() const {
         std::vector<std::string> notes = features_.notes();
+        for (std::string& note : materials_.notes())
+            notes.push_back(std::move(note));
         value_changes changes;
         for (const auto& [id, core] : cores_)
             changes.add(core.values->changes());
@@ -117,7 +120,8 @@ class gltf_scene {
         const json& primitives = primitivesOf(core);
         if (primitives.empty())
             return -1;
-        const int material = materials_.numberOf(morva::osg::getMaterial(node));
+        const int material = materials_.numberOf(morva::osg::getMaterial(node),
+                                                 setNumbers(core.getFieldContainerId()));
         const auto place = mesh_numbers_.emplace(
             std::make_pair(core.getFieldContainerId(), material), static_cast<int>(meshes_.size()));
         if (!place.second)
@@ -134,19 +138,32 @@ class gltf_scene {
         return place.first->second;
     }
 
+    /// The format wants sets without gaps.
+    set_numbers setNumbers(::osg::UInt32 core) const {
+        const gltf_values& values = *cores_.at(core).values;
+        set_numbers numbers;
+        numbers.fill(-1);
+        int next = 0;
+        for (std::size_t set = 0; set < flat_mesh::written_sets; ++set) {
+            if (!values.coordinates(set).empty())
+                numbers[set] = next++;
+        }
+        return numbers;
+    }
+
     /// The primitives of a core without material, made at its first coming.
     const json& primitivesOf(const ::osg::GeometryPtr& core) {
         const ::osg::UInt32 id = core.getFieldContainerId();
         const auto place = primitives_.emplace(id, json(json::array()));
         if (place.second) {
             const written_core& written = cores_.at(id);
-            place.first->second = addMesh(*written.mesh, *written.values);
+            place.first->second = addMesh(*written.mesh, *written.values, setNumbers(id));
             features_.addTo(place.first->second, *written.mesh, core);
         }
         return place.first->second;
     }
 
-    json addMesh(const flat_mesh& mesh, const gltf_values& values) {
+    json addMesh(const flat_mesh& mesh, const gltf_values& values, const set_numbers& sets) {
         json primitives = json::array();
         if (mesh.vertex_count == 0)
             return primitives;
@@ -154,7 +171,7 @@ class gltf_scene {
             mesh.running || !mesh.triangles.empty() || !mesh.lines.empty() || !mesh.points.empty();
         if (!any)
             return primitives;
-        const json attributes = addAttributes(mesh, values);
+        const json attributes = addAttributes(mesh, values, sets);
         const auto add = [&](int mode, const std::vector<std::uint32_t>& indices) {
             if (indices.empty())
                 return;
@@ -170,7 +187,7 @@ class gltf_scene {
         return primitives;
     }
 
-    json addAttributes(const flat_mesh& mesh, const gltf_values& values) {
+    json addAttributes(const flat_mesh& mesh, const gltf_values& values, const set_numbers& sets) {
         const std::size_t count = mesh.vertex_count;
         json attributes = {{"POSITION", buffer_.addPositions(values.positions(), count,
                                                              values.low(), values.high())}};
@@ -179,12 +196,16 @@ class gltf_scene {
         if (mesh.colors.components != 0)
             attributes["COLOR_0"] =
                 buffer_.addFloats(values.colors(), mesh.colors.components, count);
-        int number = 0; // the format wants them without gaps
+        const std::vector<float>* last = nullptr;
+        int accessor = -1;
         for (std::size_t set = 0; set < flat_mesh::written_sets; ++set) {
+            if (sets[set] < 0)
+                continue;
             const std::vector<float>& coordinates = values.coordinates(set);
-            if (!coordinates.empty())
-                attributes["TEXCOORD_" + std::to_string(number++)] =
-                    buffer_.addFloats(coordinates.data(), 2, count);
+            if (last == nullptr || coordinates != *last)
+                accessor = buffer_.addFloats(coordinates.data(), 2, count);
+            last = &coordinates;
+            attributes["TEXCOORD_" + std::to_string(sets[set])] = accessor;
         }
         return attributes;
     }
@@ -247,8 +268,9 @@ void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
 } // namespace
 
 std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
-                                   const part_table* parts, const std::string& path) {
-    gltf_scene scene(images, parts);
+                                   const part_table* parts, const material_records* records,
+                                   const std::string& path) {
+    gltf_scene scene(images, parts, records);
     json file = scene.build(root);
     if (extensionOf(path) == "glb")
         writeBinary(std::move(file), scene.buffer(), path);

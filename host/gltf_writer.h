@@ -21,6 +21,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include "image_codec.h"
+#include "material_record.h"
 #include "part_table.h"
 
 namespace morva::host {
@@ -28,10 +29,12 @@ namespace morva::host {
 /// Writes the scene below `root`.
 ///
 /// parts    of the scene; null if nothing is known of them
+/// records  of its materials; may be null
 /// path     ends in .glb or .gltf
 /// returns  what was left out or changed, one sentence each
 /// errors   host_error: the disk, or more than 4 GiB for .glb
 std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
-                                   const part_table* parts, const std::string& path);
+                                   const part_table* parts, const material_records* records,
+                                   const std::string& path);
 
 } // namespace morva::host

@@ -16,9 +16,13 @@
 #include "assimp_import.h"
 #include "facet_normals.h"
 #include "glb_reader.h"
+#include "gltf_document.h"
 #include "host_error.h"
+#include "material_order.h"
+#include "material_record.h"
 #include "memory_watch.h"
 #include "mirrored_parts.h"
+#include "model_export.h"
 #include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
@@ -77,6 +81,15 @@ void readSceneFile(const std::string& path, model& target) {
 void importWatched(const std::string& path, const std::string& doing, model& target) {
     memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
     importThroughAssimp(path, target);
+    const std::vector<::osg::MaterialRefPtr> materials = std::move(target.materials);
+    try {
+        if (keepsRecords(extensionOf(path))) {
+            const gltf_document document(path);
+            keepRecords(document, inFileOrder(document, materials), target);
+        }
+    } catch (const host_error&) {
+        // The import library takes texts that are no JSON to the letter.
+    }
     const std::size_t mended = extensionOf(path) == "stl" ? mendFacetNormals(target.root.get()) : 0;
     if (mended != 0)
         target.notes.push_back("normals that are 0 or against the winding are made anew for " +
@@ -133,6 +146,9 @@ model readModel(const std::string& path) {
         throw;
     }
     memory_watch::check(doing);
+    if (result.other_textures != 0)
+        result.notes.push_back(std::to_string(result.other_textures) +
+                               " textures other than base colours are left out");
     if (isTooDeep(result.root.get()))
         throw host_error(tooDeep());
     if (!drawsSomething(result.root.get()) && result.loose_points != 0)

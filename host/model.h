@@ -7,16 +7,20 @@
 #include <string>
 #include <vector>
 
+#include <OpenSG/OSGMaterial.h>
 #include <OpenSG/OSGNode.h>
 #include <OpenSG/OSGRefPtr.h>
 
 #include "image_codec.h"
+#include "material_record.h"
 
 namespace morva::host {
 
 struct model {
-    ::osg::NodeRefPtr root; ///< never null after reading, never a geometry node itself
-    image_sources images;   ///< files of the images
+    ::osg::NodeRefPtr root;   ///< never null after reading, never a geometry node itself
+    image_sources images;     ///< files of the images
+    material_records records; ///< what the materials say beyond the scene
+    std::vector<::osg::MaterialRefPtr> materials; ///< by their number in the file; null: unused
     std::map<std::string, ::osg::ImageRefPtr> images_by_name; ///< those read so far
     std::size_t other_textures = 0;      ///< textures without a place in the scene, left out
     std::vector<std::string> notes;      ///< what was left out or looks wrong, one sentence each

@@ -42,6 +42,10 @@ void writeSceneFile(const ::osg::NodePtr& root, const std::string& path) {
 
 bool canWrite(const std::string& path) { return extensions().count(extensionOf(path)) != 0; }
 
+bool keepsRecords(const std::string& extension) {
+    return extension == "glb" || extension == "gltf";
+}
+
 std::string writableExtensions() {
     std::string text;
     for (const std::string& extension : extensions())
@@ -50,12 +54,13 @@ std::string writableExtensions() {
 }
 
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
-                                    const std::string& path, const part_table* parts) {
+                                    const std::string& path, const part_table* parts,
+                                    const material_records* records) {
     const std::string extension = extensionOf(path);
     std::vector<std::string> notes;
     try {
-        if (extension == "glb" || extension == "gltf")
-            notes = writeGltf(root, images, parts, path);
+        if (keepsRecords(extension))
+            notes = writeGltf(root, images, parts, records, path);
         else if (extension == "osb")
             writeSceneFile(root, path);
         else

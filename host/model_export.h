@@ -9,6 +9,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include "image_codec.h"
+#include "material_record.h"
 #include "part_table.h"
 
 namespace morva::host {
@@ -16,14 +17,19 @@ namespace morva::host {
 /// Whether a path has an extension that writeModel() can write.
 bool canWrite(const std::string& path);
 
+/// Whether files of this extension hold what material records say.
+bool keepsRecords(const std::string& extension);
+
 /// The extensions that can be written, "assbin, collada, ...".
 std::string writableExtensions();
 
 /// Writes the scene below `root`; files that belong to it go beside it.
 /// parts    for formats that tell of parts; null if nothing is known of them
+/// records  of the materials, for formats that have a place for them; null if there are none
 /// returns  what the format has no place for and was left out, one sentence each
 /// errors   host_error
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
-                                    const std::string& path, const part_table* parts = nullptr);
+                                    const std::string& path, const part_table* parts = nullptr,
+                                    const material_records* records = nullptr);
 
 } // namespace morva::host

@@ -62,6 +62,15 @@ std::vector<::osg::NodePtr> shownChildren(const ::osg::NodePtr& node) {
     return shown;
 }
 
+std::vector<::osg::MaterialPtr> materialsOf(const ::osg::NodePtr& root) {
+    std::vector<::osg::MaterialPtr> materials;
+    for (const drawn_node& drawn : drawnNodes(root)) {
+        if (drawn.material != ::osg::NullFC)
+            materials.push_back(drawn.material);
+    }
+    return materials;
+}
+
 std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root) {
     std::vector<::osg::NodePtr> found;
     collectGeometry(root, found);

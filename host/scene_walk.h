@@ -28,6 +28,9 @@ std::vector<drawn_node> drawnNodes(const ::osg::NodePtr& root);
 /// The children that a viewer goes on to, hidden ones left out.
 std::vector<::osg::NodePtr> shownChildren(const ::osg::NodePtr& node);
 
+/// The materials of the nodes that draw, null ones left out.
+std::vector<::osg::MaterialPtr> materialsOf(const ::osg::NodePtr& root);
+
 /// The nodes of a tree with a geometry core, shown or not, in walk order.
 std::vector<::osg::NodePtr> geometryNodes(const ::osg::NodePtr& root);
 

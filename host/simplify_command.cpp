@@ -71,7 +71,7 @@ class level_writer {
         steps_.begin("write");
         const part_table* const known = table_ ? &*table_ : nullptr;
         for (std::string& note :
-             writeModel(source_.root.get(), source_.images, stage.path(), known))
+             writeModel(source_.root.get(), source_.images, stage.path(), known, &source_.records))
             notes.push_back(std::move(note));
         written.output.bytes = stage.bytes();
         return written;

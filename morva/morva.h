@@ -33,6 +33,7 @@
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_helpers.h>
 #include <morva/merge/morva_osg_merge_tasks.h>
 #include <morva/merge/threadHandler.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>

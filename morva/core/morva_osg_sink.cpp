@@ -35,6 +35,16 @@ void write_line(std::ostream& stream, text_pieces line, flush after) {
         stream.flush();
 }
 
+/// What takes in what this thread says; null: it is said at once.
+thread_local held_texts* held = nullptr;
+
+std::string joinedPieces(text_pieces text) {
+    std::string joined;
+    for (const std::string_view piece : text)
+        joined += piece;
+    return joined;
+}
+
 /// Hands each line of a text over. A text of one piece needs no memory for it.
 void hand_over(const line_taker& take, text_pieces text) {
     std::string joined;
@@ -42,8 +52,7 @@ void hand_over(const line_taker& take, text_pieces text) {
     if (text.size() == 1) {
         rest = *text.begin();
     } else {
-        for (const std::string_view piece : text)
-            joined += piece;
+        joined = joinedPieces(text);
         rest = joined;
     }
     for (std::size_t end = rest.find('\n'); end != std::string_view::npos; end = rest.find('\n')) {
@@ -62,6 +71,8 @@ output_sink set_sink(output_sink sink) {
 }
 
 void say(text_pieces line, flush after) {
+    if (held != nullptr)
+        return held->add(held_texts::kind::line, line, after);
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.out)
         hand_over(state().sink.out, line);
@@ -70,6 +81,8 @@ void say(text_pieces line, flush after) {
 }
 
 void say_over_progress(text_pieces line) {
+    if (held != nullptr)
+        return held->add(held_texts::kind::line_over_progress, line, flush::yes);
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.out) {
         hand_over(state().sink.out, line);
@@ -81,6 +94,8 @@ void say_over_progress(text_pieces line) {
 }
 
 void say_error(text_pieces line) {
+    if (held != nullptr)
+        return held->add(held_texts::kind::error, line, flush::yes);
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.error)
         hand_over(state().sink.error, line);
@@ -89,6 +104,8 @@ void say_error(text_pieces line) {
 }
 
 void say_progress(std::size_t done, std::size_t total, text_pieces text, flush after) {
+    if (held != nullptr)
+        return held->add(held_texts::kind::progress, text, after, done, total);
     const std::lock_guard<std::mutex> guard(state().mutex);
     if (state().sink.progress) {
         state().sink.progress(done, total);
@@ -97,6 +114,28 @@ void say_progress(std::size_t done, std::size_t total, text_pieces text, flush a
     write(std::cout, text);
     if (after == flush::yes)
         std::cout.flush();
+}
+
+held_texts::scope::scope(held_texts& texts) : before_(held) { held = &texts; }
+
+held_texts::scope::~scope() { held = before_; }
+
+void held_texts::add(kind how, text_pieces text, flush after, std::size_t done, std::size_t total) {
+    texts_.push_back({how, joinedPieces(text), after, done, total});
+}
+
+void held_texts::give() {
+    const auto all = std::exchange(texts_, {});
+    for (const held_text& one : all) {
+        if (one.how == kind::line)
+            say({one.text}, one.after);
+        else if (one.how == kind::line_over_progress)
+            say_over_progress({one.text});
+        else if (one.how == kind::error)
+            say_error({one.text});
+        else
+            say_progress(one.done, one.total, {one.text}, one.after);
+    }
 }
 
 void print_caught(const caught_texts& texts) noexcept {

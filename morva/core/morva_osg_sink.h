@@ -17,8 +17,10 @@
 // thread at a time. They must not call the library. There is one sink for the process.
 
 #include <cstddef>
+#include <deque>
 #include <functional>
 #include <initializer_list>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -76,6 +78,41 @@ MORVA_API void say_error(text_pieces line);
 /// text  for standard output, as it stands: carriage return, number, no line end
 MORVA_API void say_progress(std::size_t done, std::size_t total, text_pieces text,
                             flush after = flush::yes);
+
+/// What a thread says for a while, to be said later: of work that is done side by side, in its
+/// order. One thread at a time.
+class MORVA_API held_texts {
+  public:
+    /// Takes in all that the calling thread says meanwhile.
+    class MORVA_API scope {
+      public:
+        explicit scope(held_texts& texts);
+        scope(const scope&) = delete;
+        scope& operator=(const scope&) = delete;
+        ~scope();
+
+      private:
+        held_texts* before_;
+    };
+
+    /// Says all of it on the calling thread, and forgets it.
+    void give();
+
+    /// How a text came.
+    enum class kind { line, line_over_progress, error, progress };
+
+    /// Appends a text.
+    void add(kind how, text_pieces text, flush after, std::size_t done = 0, std::size_t total = 0);
+
+  private:
+    struct held_text {
+        kind how;
+        std::string text;
+        flush after;
+        std::size_t done, total; ///< of progress
+    };
+    std::deque<held_text> texts_;
+};
 
 /// What a stage says of an exception that it stops; the first two are followed by its own text.
 struct caught_texts {

@@ -32,7 +32,7 @@ struct auto_options {
     bool exactatlas = false;       ///< nothing looks different in an atlas: see atlas_options and
                                    ///< cell_options
     unsigned int atlaspadding = 0; ///< texels around each image there, at most 64
-    int numthreads = 1;            ///< of the merge, see mergeGeo_setup; the result is the same
+    int numthreads = 1; ///< of merge and cells, see mergeGeo_setup; the result is the same
 };
 
 /// What an automatic run tells besides its result.

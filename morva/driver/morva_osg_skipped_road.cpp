@@ -126,6 +126,7 @@ NodePtr cellsOf(const NodePtr& root, const mergeGeo_setup& setup, const kd_build
     cells.hasIdMap = !setup.idmap.empty();
     cells.exact = options.exactatlas;
     cells.padding = options.atlaspadding;
+    cells.numthreads = setup.numthreads;
     try {
         return buildSceneTree(root, kd, cells, record);
     } catch (...) {

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <deque>
 #include <new>
 #include <sstream>
 #include <string>
@@ -19,7 +20,11 @@
 #include <morva/geosets/morva_osg_cell_sources.h>
 #include <morva/geosets/morva_osg_extract_options.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
+#include <morva/idmap/morva_osg_late_names.h>
 #include <morva/merge/morva_osg_geomerge.h>
+#include <morva/merge/morva_osg_helpers.h>
+#include <morva/merge/threadHandler.h>
 #include <morva/textures/morva_osg_cell_textures.h>
 #include <morva/trees/kd_strategies.h>
 #include <morva/trees/tree_ranges.h>
@@ -58,6 +63,18 @@ void requireTriangles(const ::osg::NodePtr& made, std::uint64_t wanted) {
         throw std::bad_alloc();
 }
 
+/// A cell, from the way down to its contents.
+struct planned_cell {
+    int node = 0;              ///< of the tree
+    ::osg::NodePtr group;      ///< that takes it in
+    bool is_regrouped = false; ///< above the limit
+    bool keeps_ids = false;    ///< when regrouped
+    cell_textures textures;
+    fresh<::osg::NodePtr> built{::osg::NullFC};
+    late_names names; ///< where it is built beside others, as the next one
+    held_texts texts;
+};
+
 /// The way down a tree over elements, and what is built where it ends.
 class cell_builder {
   public:
@@ -69,6 +86,26 @@ class cell_builder {
 
     /// As SplitbyTrisinCell().
     ::osg::NodePtr split(int node, bool hasIdMap) const {
+        std::deque<planned_cell> cells;
+        fresh<::osg::NodePtr> result(plan(node, hasIdMap, cells));
+        if (options_.numthreads > 1 && cells.size() > 1 && getIDmapHandler().merged)
+            buildSideBySide(cells);
+        else
+            buildInTurn(cells);
+        return result.release();
+    }
+
+    /// As buildGeo().
+    ::osg::NodePtr build(int node) const {
+        planned_cell cell;
+        cell.node = node;
+        collectTextures(cell);
+        return contentsOf(cell);
+    }
+
+  private:
+    /// Groups over the cells below a tree node, and the cells in their order.
+    ::osg::NodePtr plan(int node, bool hasIdMap, std::deque<planned_cell>& cells) const {
         fresh<::osg::NodePtr> result(newGroupNode());
         const unsigned int triangles = trianglesBelow(node);
         std::uint64_t left = 0, right = 0;
@@ -76,35 +113,92 @@ class cell_builder {
             children_of(tree_, static_cast<std::uint64_t>(node), left, right)) {
             for (const std::uint64_t child : {left, right}) {
                 if (trianglesBelow(static_cast<int>(child)) != 0)
-                    addNew(result.get(), split(static_cast<int>(child), false));
+                    addNew(result.get(), plan(static_cast<int>(child), false, cells));
             }
             return result.release();
         }
-        fresh<::osg::NodePtr> cell(build(node));
-        if (limit_ < triangles)
-            cell.reset(regrouped(cell.get(), hasIdMap));
-        addChildTo(result.get(), cell.get());
-        cell.release();
+        planned_cell& cell = cells.emplace_back();
+        cell.node = node;
+        cell.group = result.get();
+        cell.is_regrouped = limit_ < triangles;
+        cell.keeps_ids = hasIdMap;
         return result.release();
     }
 
-    /// As buildGeo().
-    ::osg::NodePtr build(int node) const {
+    void buildInTurn(std::deque<planned_cell>& cells) const {
+        for (planned_cell& cell : cells) {
+            collectTextures(cell);
+            addNew(cell.group, wholeCell(cell));
+        }
+    }
+
+    /// First the images, on this thread: what one cell shows of them can depend on those before.
+    /// Then cells on several threads, and last all that goes by their order.
+    void buildSideBySide(std::deque<planned_cell>& cells) const {
+        const text_end said{cells};
+        for (planned_cell& cell : cells) {
+            const held_texts::scope later(cell.texts);
+            collectTextures(cell);
+        }
+        threadHandler handler("MORVA_CELLS", static_cast<unsigned int>(options_.numthreads) - 1);
+        handler.noMoreTasks(); // all places are for helpers of this thread
+        task_helpers helpers(handler);
+        const auto buildOne = [&](std::size_t number) {
+            planned_cell& cell = cells[number];
+            const held_texts::scope later(cell.texts);
+            const late_names::scope waits(&cell.names);
+            cell.built.reset(wholeCell(cell));
+        };
+        helpers.share(cells.size(), buildOne);
+        for (planned_cell& cell : cells) {
+            cell.texts.give();
+            addChildTo(cell.group, cell.built.get());
+            cell.built.release();
+            cell.names.give();
+        }
+    }
+
+    /// Says what cells still have to say when building ends early.
+    struct text_end {
+        std::deque<planned_cell>& cells;
+        ~text_end() {
+            try {
+                for (planned_cell& cell : cells)
+                    cell.texts.give();
+            } catch (...) { // of the sink: nobody is left to tell
+            }
+        }
+    };
+
+    cell_run runOf(const planned_cell& cell) const {
+        const index_range range = range_below(tree_, static_cast<std::uint64_t>(cell.node));
+        return {scene_, range.first, range.count};
+    }
+
+    void collectTextures(planned_cell& cell) const {
         ++record_.cells;
-        const index_range range = range_below(tree_, static_cast<std::uint64_t>(node));
-        const cell_run run{scene_, range.first, range.count};
+        const cell_run run = runOf(cell);
+        cell.textures = options_.exact ? textureCellExactly(run, options_.optimizetc,
+                                                            options_.padding, record_.textures)
+                                       : textureCell(run, options_.optimizetc, record_.textures);
+    }
+
+    ::osg::NodePtr contentsOf(const planned_cell& cell) const {
+        const cell_run run = runOf(cell);
         fresh<::osg::NodePtr> result(newGroupNode());
-        const cell_textures textures =
-            options_.exact
-                ? textureCellExactly(run, options_.optimizetc, options_.padding, record_.textures)
-                : textureCell(run, options_.optimizetc, record_.textures);
-        for (const textured_objects& textured : textures.textured)
+        for (const textured_objects& textured : cell.textures.textured)
             addNew(result.get(), texturedNode(run, textured));
-        addNew(result.get(), mergedNode(run, textures.plain));
+        addNew(result.get(), mergedNode(run, cell.textures.plain));
         return result.release();
     }
 
-  private:
+    ::osg::NodePtr wholeCell(const planned_cell& cell) const {
+        fresh<::osg::NodePtr> contents(contentsOf(cell));
+        if (cell.is_regrouped)
+            contents.reset(regrouped(contents.get(), cell.keeps_ids));
+        return contents.release();
+    }
+
     unsigned int trianglesBelow(int node) const {
         return tree_.node_count == 0 ? 0 : getNumberOfTrianglesInSceneGeoset(tree_, scene_, node);
     }

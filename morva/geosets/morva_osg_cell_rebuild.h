@@ -14,8 +14,8 @@
 // A tree's leaves stand for places in the list of nodes, not for what the tree put there: every
 // node comes into exactly one cell, but not always beside its nearest neighbours.
 //
-// The source nodes leave their tree; what a cell cannot take stays. Runs on the calling thread,
-// and must not overlap with a merge.
+// The source nodes leave their tree; what a cell cannot take stays. Images come together on the
+// calling thread; cells are then built on several, if asked for. Must not overlap with a merge.
 
 #include <cstddef>
 
@@ -40,6 +40,9 @@ struct cell_options {
     bool exact = false;
     /// With `exact`: texels of its own picture around each image in an atlas, at most 64.
     unsigned int padding = 0;
+    /// Threads that build cells at a time, the caller's among them. The result and what is said
+    /// are those of one thread. Before the ID map's merge there is one, since IDs are given out.
+    int numthreads = 1;
 };
 
 /// What buildSceneTree() did.

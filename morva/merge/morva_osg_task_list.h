@@ -22,6 +22,7 @@
 #include <morva/core/morva_osg_sink.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/idmap/morva_osg_late_names.h>
+#include <morva/merge/morva_osg_helpers.h>
 #include <morva/merge/threadHandler.h>
 
 namespace morva::osg {
@@ -37,6 +38,8 @@ void runWorker(Arguments& task, const Task& run) noexcept {
     {
         const held_lock_end end;
         const late_names::scope waits(task.names);
+        task_helpers helpers(*task.handler);
+        const step_help::scope helped(&helpers);
         try {
             fresh<::osg::NodePtr> made(run());
             // Filled in this thread: must be known as changed before another one hangs it in.
@@ -122,6 +125,7 @@ template <typename Arguments> class task_list {
 
   private:
     void joinAll() {
+        handler_.noMoreTasks();
         while (joined_ < records_.size())
             join();
     }

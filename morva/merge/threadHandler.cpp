@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cassert>
+#include <new>
 #include <thread>
 #include <utility>
 
@@ -18,6 +19,18 @@ namespace {
     return dynamic_cast<::osg::Thread*>(
         ::osg::ThreadManager::the()->getThread(name.c_str(), "OSGThread"));
 }
+
+/// Holds a lock for the length of a scope.
+class held_lock {
+  public:
+    explicit held_lock(::osg::Lock* lock) : lock_(lock) { lock_->aquire(); }
+    held_lock(const held_lock&) = delete;
+    held_lock& operator=(const held_lock&) = delete;
+    ~held_lock() { lock_->release(); }
+
+  private:
+    ::osg::Lock* lock_;
+};
 
 void terminate(const std::string& name) {
     ::osg::Thread* thread = threadOf(name);
@@ -94,6 +107,64 @@ void threadHandler::takeChanges(unsigned int index) {
     ::osg::Thread* thread = threadOf(threadNames[index]);
     if (thread != nullptr)
         ::osg::Thread::getCurrentChangeList()->merge(*thread->getChangeList());
+}
+
+void threadHandler::noMoreTasks() {
+    const held_lock guard(lock);
+    all_started_ = true;
+}
+
+/// The lowest number that no helper has, with a place under the limit.
+std::optional<unsigned int> threadHandler::takePlace() {
+    const held_lock guard(lock);
+    if (!all_started_ || running >= maxThreads)
+        return std::nullopt;
+    const auto unused = std::find(helpers_.begin(), helpers_.end(), false);
+    const auto number = static_cast<unsigned int>(unused - helpers_.begin());
+    if (unused == helpers_.end())
+        helpers_.push_back(true);
+    else
+        *unused = true;
+    ++running;
+    return number;
+}
+
+void threadHandler::leavePlace(unsigned int number) {
+    const held_lock guard(lock);
+    --running;
+    helpers_[number] = false;
+}
+
+std::string threadHandler::helperName(unsigned int number) const {
+    return name + "_Helper_" + std::to_string(number);
+}
+
+std::optional<unsigned int> threadHandler::startHelper(void (*helper)(void*), void* argument,
+                                                       bool& failed) {
+    const std::optional<unsigned int> number = takePlace();
+    if (!number)
+        return std::nullopt;
+    try {
+        ::osg::Thread* thread = threadOf(helperName(*number));
+        if (thread != nullptr && thread->runFunction(helper, 0, argument))
+            return number;
+    } catch (const std::bad_alloc&) {
+        // As if there were no thread.
+    }
+    leavePlace(*number);
+    failed = true;
+    return std::nullopt;
+}
+
+void threadHandler::joinHelper(unsigned int number) {
+    ::osg::Thread* thread = threadOf(helperName(number));
+    ::osg::BaseThread::join(thread);
+    try {
+        ::osg::Thread::getCurrentChangeList()->merge(*thread->getChangeList());
+    } catch (const std::bad_alloc&) {
+        // No room for lines in the list: this aspect is right, others learn of it later.
+    }
+    leavePlace(number);
 }
 
 bool threadHandler::hasFinished(const bool& finished) const {

@@ -13,10 +13,14 @@
 //
 // Threads, locks and barriers go by name, and the same name gives the same object: a handler can
 // be made again under its name once the last one is gone, but two of one name must not overlap.
+// Once all tasks are started, places that are free are for helpers, which take a share of the work
+// inside a task (morva_osg_helpers.h): threads with names of their own, that stand at no barrier.
+//
 // Workers run in aspect 0. No other lock may be held at the barriers: not by a worker that counts
 // itself out, nor by the main thread when it starts or joins, or they wait for each other.
 
 #include <atomic>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -68,9 +72,22 @@ class MORVA_API threadHandler {
     /// Reads what leave() notes: joining that task does not have to wait for its work.
     bool hasFinished(const bool& finished) const;
 
+    /// No task is started any more: helpers can be.
+    void noMoreTasks();
+
+    /// Runs `helper` on a thread `name`_Helper_ and a number, if a place is free.
+    ///
+    /// failed   out: set if there is a place, but no such thread to be had; else as it was
+    /// returns  the number for joinHelper(), or nothing if no helper was started
+    std::optional<unsigned int> startHelper(void (*helper)(void*), void* argument, bool& failed);
+
+    /// Waits for the end of a helper, gives its place and its number back, and takes over what it
+    /// recorded in its change list.
+    void joinHelper(unsigned int number);
+
     std::string name;                     ///< start of all names
     unsigned int maxThreads;              ///< workers at a time; below 1 is as 1
-    unsigned int running = 0;             ///< started and not yet finished; under `lock`
+    unsigned int running = 0;             ///< tasks and helpers not yet finished; under `lock`
     ::osg::Lock* lock;                    ///< guards `running` and `waiting`
     ::osg::Lock* waitLock;                ///< got and kept; nobody takes it
     ::osg::Barrier* waitBarrier;          ///< where the main thread waits for a worker to end
@@ -79,7 +96,13 @@ class MORVA_API threadHandler {
     std::vector<std::string> threadNames; ///< all that createThreadName() gave out
 
   private:
+    std::optional<unsigned int> takePlace();
+    void leavePlace(unsigned int number);
+    std::string helperName(unsigned int number) const;
+
     std::atomic<unsigned int> inside_{0}; ///< started workers that have not left yet
+    bool all_started_ = false;            ///< under `lock`, as what follows
+    std::vector<bool> helpers_;           ///< which numbers helpers at work have
 };
 
 } // namespace morva::osg

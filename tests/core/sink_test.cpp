@@ -63,10 +63,19 @@ TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
         {
             const morva::sink_scope scope(c.sink);
             speak();
+            const std::string said[] = {out.str(), error.str(), heard};
+            morva::held_texts texts;
+            {
+                const morva::held_texts::scope later(texts);
+                speak();
+            }
+            EXPECT_TRUE(out.str() == said[0] && error.str() == said[1] && heard == said[2]);
+            texts.give();
+            texts.give(); // nothing more
         }
-        EXPECT_EQ(out.str(), c.out);
-        EXPECT_EQ(error.str(), c.error);
-        EXPECT_EQ(heard, c.heard);
+        EXPECT_EQ(out.str(), c.out + c.out);
+        EXPECT_EQ(error.str(), c.error + c.error);
+        EXPECT_EQ(heard, c.heard + c.heard);
     }
 }
 

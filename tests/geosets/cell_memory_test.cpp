@@ -5,6 +5,7 @@
 #include "cell_scenes.h"
 
 #include <morva/geosets/morva_osg_cell_rebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/textures/morva_osg_kept_images.h>
 
 namespace {
@@ -26,9 +27,14 @@ using namespace morva::osg;
 }
 
 TEST(CellShortage, LosesNothing) {
-    for (const bool exact : {false, true}) {
-        SCOPED_TRACE(exact);
-        failInTurn(1000, [&](const auto& starved) {
+    struct {
+        bool exact;
+        int threads;
+    } const cases[] = {{false, 1}, {true, 1}, {true, 2}};
+    for (const auto& [exact, threads] : cases) {
+        SCOPED_TRACE(testing::Message() << exact << ", threads: " << threads);
+        getIDmapHandler().merged = threads > 1;
+        failInTurn(1000, [&, exact = exact, threads = threads](const auto& starved) {
             const ::osg::MaterialRefPtr red(simple({1, 0, 0})),
                 first(chunked({1, 1, 1, 1}, imageOf(6407, 40, 40, 7))),
                 second(chunked({1, 1, 1, 1}, imageOf(6409, 30, 40, 9)));
@@ -42,6 +48,7 @@ TEST(CellShortage, LosesNothing) {
             cell_options options;
             options.exact = exact;
             options.flat = exact;
+            options.numthreads = threads;
             node_ref result;
             cell_record record;
             const stream_capture out(std::cout), err(std::cerr);
@@ -54,6 +61,7 @@ TEST(CellShortage, LosesNothing) {
             EXPECT_EQ(keptImages(), kept);
             record = {};
         });
+        getIDmapHandler().merged = false;
     }
 }
 

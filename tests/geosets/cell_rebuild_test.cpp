@@ -1,8 +1,10 @@
 // Scenes in cells: which elements come together, that nothing is lost, and what stays.
 
 #include "cell_scenes.h"
+#include "tests/support/described_tree.h"
 
 #include <morva/geosets/morva_osg_cell_rebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
@@ -208,6 +210,43 @@ TEST(buildSceneTree, SaysWhatItDoes) {
                             done + statistics("1", "2", "2", "2", "1") + one + one + "done.\n";
     EXPECT_EQ(saidOf(squares(2), true), two + "-(-(MG MG))");
     EXPECT_EQ(saidOf(squares(2), false), two + "Building Scene Hierarchy\n" + done + "-(MG MG)");
+}
+
+/// All that is said, and the cells to the last row and name.
+std::string cellsBy(int threads, unsigned seed) {
+    idmapHandler& handler = getIDmapHandler();
+    handler.reset();
+    handler.mergedCount = 0;
+    handler.merged = true; // IDs were given out
+    const node_ref root(wildScene(seed, false));
+    cell_options options;
+    options.numthreads = threads;
+    options.opt = int(seed % 5); // the last one is none
+    options.optimizetc = seed % 3 == 0 ? 2 : -1;
+    options.exact = seed % 2 == 0;
+    const unsigned limits[] = {2, 9, 40};
+    std::ostringstream text;
+    text.precision(9);
+    {
+        const stream_capture out(std::cout), error(std::cerr);
+        cell_record record;
+        const node_ref result(buildSceneTree(root.get(), {limits[seed % 3], 0}, options, record));
+        if (result != ::osg::NullFC)
+            describe(result.get(), text);
+        describe(root.get(), text);
+        text << record.cells << " " << record.textures.atlases.size() << out.text() << error.text();
+    }
+    handler.reset();
+    return text.str();
+}
+
+TEST(CellThreads, TheResultAndTheLinesAreThoseOfOneThread) {
+    for (unsigned seed = 0; seed < 120; ++seed) {
+        SCOPED_TRACE(testing::Message() << "seed " << seed);
+        const std::string alone = cellsBy(1, seed);
+        for (const int threads : {2, 3, 8, 0x7fffffff})
+            ASSERT_TRUE(cellsBy(threads, seed) == alone) << threads << " threads";
+    }
 }
 
 } // namespace

@@ -301,6 +301,10 @@ TEST(Audit, SeesWhatGoesOrMovesWhereKeysHaveNoEffect) {
     EXPECT_EQ(std::count(verdict.differences.begin(), verdict.differences.end(),
                          "0 parts were removed, but 1 are gone"),
               1);
+    for (const char* others : {"removelod(1)", "removeswitch(1)", "buildhull(1)"})
+        EXPECT_FALSE(
+            runAudit(scene(), std::string("ambientgutout(1),") + others).plan.removed_parts)
+            << "parts go for other reasons";
 }
 
 /// A part that could have lost its degenerate triangles keeps them, but loses one that is none.

@@ -1,6 +1,7 @@
 // What the way from scene to cores does when memory runs out: one allocation of some size fails,
 // every one in turn.
 
+#include <morva/core/morva_shared_steps.h>
 #include <morva/geosets/morva_osg_geoset_tools.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
 #include <morva/trees/kd_strategies.h>
@@ -31,6 +32,44 @@ TEST(MemoryRunsOut, MakeGeoCoreGivesAnEmptyGeometry) {
                         (failed && told == "Bad_Alloc caught in MakeGeoCore: std::bad_alloc\n"));
         });
     }
+}
+
+TEST(MemoryRunsOut, ACoreThatIsFilledLateIsEmptyInItsPlace) {
+    struct in_turn : morva::step_help {
+        void share(std::size_t count, const morva::numbered_step& step) override {
+            for (std::size_t i = 0; i < count; ++i)
+                step(i);
+        }
+    } help;
+    std::mt19937 rng(9003);
+    const node_ref source(meshNode(withAttributes(soup(rng, 400), rng)));
+    morva::osg::osg_geoset geoset;
+    morva::osg::extract(source.get(), geoset, false, false, false, true, false);
+    morva::kd_tree<float> tree;
+    morva::compile(geoset, tree, cells(40), morva::kd_strategy_ObjMedian());
+    const auto coresOf = [&](node_ref& made) {
+        made = morva::osg::Split(tree, geoset, 0, 0, 40, ::osg::NodePtr(), 1, false);
+    };
+    failInTurn(512, [&](const auto& starved) {
+        const stream_capture err(std::cerr);
+        node_ref plain, late;
+        coresOf(plain);
+        const bool failed = starved([&] {
+            const morva::step_help::scope helped(&help);
+            coresOf(late);
+        });
+        const bool told = err.text() == "Bad_Alloc caught in MakeGeoCore: std::bad_alloc\n";
+        EXPECT_TRUE(late == ::osg::NullFC || !failed || told);
+        const auto wanted = geometryNodes(plain), got = geometryNodes(late);
+        ASSERT_EQ(got.size(), late == ::osg::NullFC ? 0 : wanted.size());
+        std::size_t empty = 0;
+        for (std::size_t i = 0; i < got.size(); ++i) {
+            const std::size_t size = coreOf(got[i])->getPositions()->size();
+            empty += size == 0 ? 1 : 0;
+            EXPECT_TRUE(size == 0 || size == coreOf(wanted[i])->getPositions()->size());
+        }
+        EXPECT_EQ(empty, told ? 1U : 0U);
+    });
 }
 
 TEST(MemoryRunsOut, MergeGeoGivesWhatWasFinishedAndLeavesNothingBehind) {

@@ -1,44 +1,20 @@
 // The merge pass on workers: the same result as on one thread, whatever the timing.
 
 #include "merge_scenes.h"
+#include "tests/support/described_tree.h"
 #include "tests/support/temporary_folder.h"
 
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
+#include <morva/merge/morva_osg_helpers.h>
 #include <morva/merge/morva_osg_name_order.h>
 
 namespace {
 
 using morva::osg::mergeGeo;
-
-template <typename Property> void describeRows(const Property& property, std::ostream& out) {
-    for (::osg::UInt32 i = 0; property != ::osg::NullFC && i < property->size(); ++i)
-        out << property->getValue(i) << ";";
-    out << "|";
-}
-
-/// A tree as text: names, colours of materials, all properties row by row.
-void describe(const ::osg::NodePtr& node, std::ostream& out) {
-    const ::osg::GeometryPtr core = coreOf(node);
-    const char* const name = ::osg::getName(node);
-    out << "(" << (name != nullptr ? name : "");
-    if (core != ::osg::NullFC) {
-        ::osg::Color4f diffuse, specular, ambient, emission;
-        float shininess = 0.0F;
-        morva::osg::getColor(core->getMaterial(), diffuse, specular, ambient, emission, shininess);
-        const char* const core_name = ::osg::getName(core);
-        out << "|" << (core_name != nullptr ? core_name : "") << "|" << diffuse << "|";
-        const auto describeAll = [&out](const auto&... all) { (describeRows(all, out), ...); };
-        describeAll(core->getTypes(), core->getLengths(), core->getIndices(), core->getPositions(),
-                    core->getNormals(), core->getColors(), core->getTexCoords(),
-                    core->getTexCoords7());
-    }
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        describe(node->getChild(i), out);
-    out << ")";
-}
+using morva::osg::threadHandler;
 
 /// The file of the ID map of the last run, with the cores below a node.
 std::string mapOf(const ::osg::NodePtr& result) {
@@ -140,7 +116,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         bool cacheopt, ids, same_name, images_by_group, own_ids;
         int opt;
         int vertexcolor = -1;
-        bool by_tree = false;
+        bool by_tree = false, one_group = false;
     };
     for (const setup_case& c :
          {setup_case{"plain", false, false, false, false, false, 1},
@@ -151,6 +127,8 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
           {"the order of groups decides", false, true, true, true, false, 1},
           {"baked", false, true, false, false, false, 1, 150},
           {"IDs of their own", false, true, false, false, true, 1},
+          {"one group", false, true, false, false, false, 1, -1, false, true},
+          {"one group, own normals", false, false, false, false, false, 2, -1, false, true},
           {"batches by a tree", false, true, false, false, false, 1, -1, true},
           {"batches by a tree, IDs of their own", false, false, false, false, true, 1, -1, true},
           {"IDs of their own, none wanted: volumes were asked for below those of another group",
@@ -162,13 +140,19 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
                 return crowded_scene(c.images_by_group, c.own_ids, run % 4 > 1, c.by_tree);
             };
             mergeGeo_setup setup = quiet();
-            setup.numthreads = run == 12 ? 0x7fffffff : run == 0 ? 1 : run % 2 == 0 ? 2 : 8;
+            setup.numthreads = run == 12      ? 0x7fffffff
+                               : run == 0     ? 1
+                               : run % 3 == 0 ? 3
+                               : run % 2 == 0 ? 2
+                                              : 8;
             setup.cacheopt = c.cacheopt;
             setup.idmap = c.ids ? "map" : "";
             setup.mergesamename = c.same_name;
             setup.opt = c.opt;
             setup.vertexcolor = c.vertexcolor;
             setup.mergehierarchy = c.by_tree;
+            setup.ignorematerial = c.one_group;
+            setup.calcnormals = c.one_group && !c.ids;
             const std::string text = textAfter(scene, [&setup](const ::osg::NodePtr& root) {
                 return mergeGeo(root, cells(20), setup);
             });
@@ -178,6 +162,44 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadToTheLastName) {
         }
         EXPECT_GT(alone.size(), 10000U);
     }
+}
+
+/// Takes the steps from the last to the first.
+struct backwards_help : morva::step_help {
+    void share(std::size_t count, const morva::numbered_step& step) override {
+        for (std::size_t i = count; i-- > 0; ++taken)
+            step(i);
+    }
+    std::size_t taken = 0;
+};
+
+TEST(MergeThreads, CoresOfABatchAreMadeInAnyOrder) {
+    threadHandler handler("TEST_HELP", 8);
+    handler.noMoreTasks();
+    morva::osg::task_helpers helpers(handler);
+    backwards_help backwards;
+    for (int opt = 0; opt <= 3; ++opt) {
+        for (const unsigned limit : {90U, 100000U}) { // several batches, one
+            SCOPED_TRACE(testing::Message() << "level " << opt << ", batches of " << limit);
+            mergeGeo_setup setup = quiet();
+            setup.opt = opt;
+            setup.idmap = limit == 90 ? "map" : "";
+            const auto textBy = [&](morva::step_help* help) {
+                const auto scene = [] { return crowded_scene(false, false, false, false); };
+                return textAfter(scene, [&](const ::osg::NodePtr& root) {
+                    const morva::step_help::scope helped(help);
+                    const morva::osg::held_lock_end end;
+                    return morva::osg::mergeGeometryInVector(::osg::NullFC, geometryNodes(root),
+                                                             cells(20), setup, limit);
+                });
+            };
+            const std::string alone = textBy(nullptr);
+            EXPECT_TRUE(textBy(&backwards) == alone);
+            for (int round = 0; round < 10; ++round)
+                ASSERT_TRUE(textBy(&helpers) == alone);
+        }
+    }
+    EXPECT_GT(backwards.taken, 400U);
 }
 
 TEST(MergeThreads, BatchesByATreeHoldTheSamePartsAsBatchesByTheList) {

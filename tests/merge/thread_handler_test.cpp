@@ -23,13 +23,15 @@ struct shared_state {
 };
 
 struct test_arguments {
-    std::size_t index = 0;      ///< in the order of starting
-    std::size_t place = 0;      ///< among the results
-    std::size_t waits_for = 0;  ///< task that must have ended before; itself for none
-    int company = 0;            ///< tasks that must have been at work together before
-    unsigned yields = 0;        ///< time that it takes
-    bool fails = false;         ///< throws
-    bool takes_id_lock = false; ///< keeps the ID map's lock until its end
+    std::size_t index = 0;                 ///< in the order of starting
+    std::size_t place = 0;                 ///< among the results
+    std::size_t waits_for = 0;             ///< task that must have ended before; itself for none
+    int company = 0;                       ///< tasks that must have been at work together before
+    unsigned yields = 0;                   ///< time that it takes
+    bool fails = false;                    ///< throws
+    bool takes_id_lock = false;            ///< keeps the ID map's lock until its end
+    std::size_t steps = 0;                 ///< to be shared
+    std::size_t failing = ~std::size_t(0); ///< step that throws
     shared_state* state = nullptr;
     ::osg::NodePtr result;
     std::string barrier;
@@ -45,11 +47,38 @@ void takeIdLock() {
         morva::osg::getIDmapHandler().insertNodeName(name, corner, corner, ::osg::NullFC, "");
 }
 
-::osg::NodePtr work(const test_arguments& task) {
-    shared_state& state = *task.state;
+/// Counts whoever is at work.
+void enter(shared_state& state) {
     const int now = ++state.at_work;
     for (int most = state.most_at_work; most < now;)
         state.most_at_work.compare_exchange_weak(most, now);
+}
+
+/// Takes all steps once, with whoever helps; each yields for a while.
+void shareSteps(shared_state& state, std::size_t count, std::size_t failing, int company) {
+    std::vector<std::atomic<int>> taken(count);
+    const auto own = std::this_thread::get_id();
+    morva::shareSteps(count, [&](std::size_t i) {
+        const bool is_help = std::this_thread::get_id() != own;
+        if (is_help)
+            enter(state);
+        while (state.most_at_work < company)
+            std::this_thread::yield();
+        for (int k = 0; k < 20; ++k)
+            std::this_thread::yield();
+        ++taken[i];
+        if (is_help)
+            --state.at_work;
+        if (i == failing)
+            throw std::runtime_error("step");
+    });
+    for (const auto& times : taken)
+        EXPECT_EQ(times, 1);
+}
+
+::osg::NodePtr work(const test_arguments& task) {
+    shared_state& state = *task.state;
+    enter(state);
     while (state.most_at_work < task.company)
         std::this_thread::yield();
     while (task.waits_for != task.index && !state.ended[task.waits_for])
@@ -58,7 +87,14 @@ void takeIdLock() {
         std::this_thread::yield();
     if (task.takes_id_lock)
         takeIdLock();
-    --state.at_work;
+    struct work_end {
+        shared_state& state;
+        ~work_end() { --state.at_work; }
+    };
+    {
+        const work_end end{state};
+        shareSteps(state, task.steps, task.failing, 0);
+    }
     state.ended[task.index] = true;
     if (task.fails)
         task.place == 0 ? throw 7 : throw std::runtime_error("broken");
@@ -161,6 +197,40 @@ TEST(WorkerThreads, ATaskThatThrowsCostsItsResultAndOneLine) {
     }
 }
 
+TEST(WorkerThreads, HelpersTakeStepsWherePlacesAreFree) {
+    for (const std::size_t count : {1U, 3U, 9U}) {
+        for (const unsigned limit : {1U, 2U, 3U, 8U}) {
+            SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
+            shared_state state;
+            const auto prepare = [count](test_arguments& task) {
+                task.steps = 30;
+                task.takes_id_lock = task.place % 2 == 0;
+                task.failing = count == 9 && task.place == 5 ? 17 : task.failing;
+            };
+            std::vector<std::string> expected = numbersBelow(count);
+            const morva_test::stream_capture error(std::cerr);
+            if (count == 9)
+                expected.erase(expected.begin() + 5);
+            EXPECT_EQ(runTasks(count, limit, state, prepare), expected);
+            EXPECT_LE(state.most_at_work, static_cast<int>(limit));
+            EXPECT_EQ(error.text(), count == 9 ? "Standard exception in geomerge: step\n" : "");
+        }
+    }
+    for (const unsigned places : {1U, 7U}) { // beside a thread that is no task
+        threadHandler handler("TEST_POOL", places);
+        morva::osg::task_helpers helpers(handler);
+        const morva::step_help::scope helped(&helpers);
+        for (const bool may_help : {false, true}) {
+            shared_state state;
+            enter(state);
+            shareSteps(state, 200, ~std::size_t(0), may_help ? 2 : 1);
+            EXPECT_GE(state.most_at_work, may_help ? 2 : 1);
+            EXPECT_LE(state.most_at_work, may_help ? static_cast<int>(places) + 1 : 1);
+            handler.noMoreTasks();
+        }
+    }
+}
+
 TEST(WorkerThreads, AListThatIsLeftEarlyWaitsAndCleansUp) {
     shared_state state;
     const auto leave = [](test_arguments& task) {
@@ -174,8 +244,9 @@ TEST(WorkerThreads, AListThatIsLeftEarlyWaitsAndCleansUp) {
 TEST(WorkerThreads, ATaskWithoutThreadRunsOnTheMainThread) {
     // A name that stands for a thread without aspect gives no worker.
     ::osg::ThreadManager::the()->getThread("TEST_MIXED_Thread_1", "OSGBaseThread");
+    ::osg::ThreadManager::the()->getThread("TEST_MIXED_Helper_0", "OSGBaseThread");
     shared_state state;
-    const auto plain = [](test_arguments&) {};
+    const auto plain = [](test_arguments& task) { task.steps = 9; };
     EXPECT_EQ(runTasks(4, 2, state, plain, "TEST_MIXED"), numbersBelow(4));
 }
 
