@@ -14,6 +14,7 @@
 #include "gltf_document.h"
 #include "gltf_source.h"
 #include "host_error.h"
+#include "material_order.h"
 #include "model.h"
 #include "scene_walk.h"
 #include "text.h"
@@ -345,6 +346,16 @@ void keepRecords(const gltf_document& document,
     for (const json& name : required != nullptr ? *required : json::array()) {
         if (name.is_string())
             target.records.require(name.get<std::string>());
+    }
+}
+
+void keepRecordsOf(const std::string& path, model& target) {
+    const std::vector<::osg::MaterialRefPtr> materials = std::move(target.materials);
+    try {
+        const gltf_document document(path);
+        keepRecords(document, inFileOrder(document, materials), target);
+    } catch (const host_error&) {
+        // The import library takes texts that are no JSON to the letter.
     }
 }
 

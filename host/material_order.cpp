@@ -102,7 +102,7 @@ inFileOrder(const gltf_document& document,
             found[order.materials()[i]] = by_use[i];
             continue;
         }
-        for (std::size_t k = 0; k < names.size() && times[name] == 1; ++k) {
+        for (std::size_t k = 0; k < names.size() && !name.empty() && times[name] == 1; ++k) {
             if (names[k] == name)
                 found[k] = by_use[i];
         }

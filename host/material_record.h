@@ -112,4 +112,8 @@ void keepRecords(const gltf_document& document,
                  const std::vector<::osg::RefPtr<::osg::MaterialPtr>>& by_json_index,
                  model& target);
 
+/// The same for a .glb or .gltf that the import library has read into `target`; nothing for one
+/// whose text cannot be made out.
+void keepRecordsOf(const std::string& path, model& target);
+
 } // namespace morva::host

@@ -16,9 +16,7 @@
 #include "assimp_import.h"
 #include "facet_normals.h"
 #include "glb_reader.h"
-#include "gltf_document.h"
 #include "host_error.h"
-#include "material_order.h"
 #include "material_record.h"
 #include "memory_watch.h"
 #include "mirrored_parts.h"
@@ -81,15 +79,8 @@ void readSceneFile(const std::string& path, model& target) {
 void importWatched(const std::string& path, const std::string& doing, model& target) {
     memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
     importThroughAssimp(path, target);
-    const std::vector<::osg::MaterialRefPtr> materials = std::move(target.materials);
-    try {
-        if (keepsRecords(extensionOf(path))) {
-            const gltf_document document(path);
-            keepRecords(document, inFileOrder(document, materials), target);
-        }
-    } catch (const host_error&) {
-        // The import library takes texts that are no JSON to the letter.
-    }
+    if (keepsRecords(extensionOf(path)))
+        keepRecordsOf(path, target);
     const std::size_t mended = extensionOf(path) == "stl" ? mendFacetNormals(target.root.get()) : 0;
     if (mended != 0)
         target.notes.push_back("normals that are 0 or against the winding are made anew for " +

@@ -2,10 +2,16 @@
 
 #include <cmath>
 #include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <map>
+
+#include <nlohmann/json.hpp>
 
 #include <OpenSG/OSGQuaternion.h>
 
 #include "geometry_view.h"
+#include "gltf_source.h"
 #include "image_codec.h"
 #include "model.h"
 #include "scene_walk.h"
@@ -27,10 +33,11 @@ using morva::host::readModel;
     turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), 0.5f));
     return named(
         "top",
-        group({named("soup", shared), transformed(turn, {named("twin", nodeOf(shared->getCore()))}),
-               named("cube", meshNode(cube(), chunked({0, 1, 0, 1}, image))),
-               named("strip", meshNode(withNormals(strip(9), rng))), named("fan", meshNode(fan(7))),
-               named("lines", meshNode(row(6, 2))), named("points", meshNode(row(5, 0)))}));
+        group(
+            {named("soup", shared), transformed(turn, {named("twin", nodeOf(shared->getCore()))}),
+             named("tiles", meshNode(withCoordinates(quads(2), rng), chunked({0, 1, 0, 1}, image))),
+             named("strip", meshNode(withNormals(strip(9), rng))), named("fan", meshNode(fan(7))),
+             named("lines", meshNode(row(6, 2))), named("points", meshNode(row(5, 0)))}));
 }
 
 TEST(RoundTrip, KeepsTheTrianglesAndInOneBinaryFileTheRest) {
@@ -142,6 +149,91 @@ TEST(RoundTrip, GltfHoldsValidValuesOnlyAndSaysWhatItTouched) {
     EXPECT_EQ(morva::host::geometry_view(coreOf(nodes[1])).usedCorners(), 9u);
     EXPECT_EQ(lines.usedCorners(), 4u);
     EXPECT_EQ(value(lines.positions, 0), value(lines.positions, 1));
+}
+
+/// A box with two sets of coordinates in a folder of its own, after `edit` of its text.
+template <typename Edit> std::string editedBox(const temporary_folder& folder, Edit edit) {
+    const std::string source = std::string(MORVA_MODELS) + "/glTF2/BoxTexcoords-glTF/";
+    for (const char* name : {"boxTexcoords.bin", "texture.png"})
+        std::filesystem::copy_file(source + name, folder.file(name));
+    nlohmann::json text = nlohmann::json::parse(std::ifstream(source + "boxTexcoords.gltf"));
+    edit(text);
+    writeBytes(folder.file("box.gltf"), text.dump());
+    return folder.file("box.gltf");
+}
+
+TEST(MaterialRecords, ComeOutAgainAndTellMaterialsApart) {
+    using json = nlohmann::json;
+    const temporary_folder folder;
+    const std::string box = editedBox(folder, [](json& text) {
+        json plain = text["materials"][0], twin = plain, lit = plain;
+        plain["name"] = "plain";
+        plain["pbrMetallicRoughness"].erase("metallicRoughnessTexture");
+        twin["name"] = "twin";
+        lit["emissiveTexture"] = {{"index", 0}, {"texCoord", 0}};
+        lit["extensions"] = {{"KHR_materials_unlit", json::object()},
+                             {"EXT_stranger", {{"bufferView", 7}}}};
+        lit["name"] = "lit";
+        lit["pbrMetallicRoughness"].erase("baseColorTexture");
+        text["materials"].insert(text["materials"].end(), {plain, twin, lit});
+        text["extensionsUsed"] = text["extensionsRequired"] = {"KHR_materials_unlit"};
+        json& primitives = text["meshes"][0]["primitives"];
+        for (int material : {1, 2, 3}) {
+            primitives.push_back(primitives[0]);
+            primitives.back()["material"] = material;
+        }
+    });
+    const auto materialsWith = [&](const std::string& parameters, const std::string& out) {
+        const command_result run =
+            runMorva({"optimize", box, "-o", out, "-p", parameters, "--overwrite"});
+        EXPECT_EQ(run.code, 0) << run.err;
+        EXPECT_NE(run.err.find("EXT_stranger is left out"), std::string::npos);
+        const morva::host::gltf_source file(out, "materials");
+        EXPECT_EQ(file.json()["images"].size(), 1u) << "the same bytes";
+        EXPECT_EQ(file.json()["extensionsRequired"], json({"KHR_materials_unlit"}));
+        std::map<std::string, json> found;
+        for (const json& material : file.json()["materials"])
+            found[material["name"]] = material;
+        for (const json& mesh : file.json()["meshes"])
+            EXPECT_TRUE(mesh["primitives"][0]["attributes"].contains("TEXCOORD_1"));
+        return found;
+    };
+    auto found = materialsWith("opt(1),maxtris(5000),deleteunusedtc(false)", folder.file("o.glb"));
+    EXPECT_EQ(found.size(), 3u) << "the twin is the first one";
+    found = materialsWith("opt(1),maxtris(5000)", folder.file("o.gltf"));
+    ASSERT_EQ(found.count("plain") + found.count("lit"), 2u);
+    EXPECT_FALSE(found["plain"]["pbrMetallicRoughness"].contains("metallicRoughnessTexture"));
+    const json lit = found["lit"];
+    EXPECT_EQ(lit["pbrMetallicRoughness"]["metallicRoughnessTexture"]["texCoord"], 1);
+    EXPECT_FALSE(lit["pbrMetallicRoughness"].contains("baseColorTexture"));
+    EXPECT_TRUE(lit["extensions"].contains("KHR_materials_unlit"));
+    EXPECT_FALSE(lit["extensions"].contains("EXT_stranger"));
+    EXPECT_TRUE(lit.contains("emissiveTexture"));
+
+    const command_result other =
+        runMorva({"optimize", box, "-o", folder.file("o.osb"), "-p", "opt(1),maxtris(5000)"});
+    EXPECT_NE(other.err.find("and extensions of materials are left out: 'Material', 'lit'"),
+              std::string::npos)
+        << other.err;
+}
+
+TEST(MaterialRecords, TransformsOfTheColourGoIntoItsCoordinates) {
+    const temporary_folder folder;
+    const model read = readModel(editedBox(folder, [](nlohmann::json& text) {
+        text["materials"][0]["pbrMetallicRoughness"]["baseColorTexture"]["extensions"] = {
+            {"KHR_texture_transform", {{"offset", {.5f, 0.f}}, {"scale", {2.f, 1.f}}}}};
+    }));
+    const model plain =
+        readModel(std::string(MORVA_MODELS) + "/glTF2/BoxTexcoords-glTF/boxTexcoords.gltf");
+    const auto coordinates = [](const model& from) {
+        return coreOf(geometryNodes(from.root.get()).at(0))->getTexCoords();
+    };
+    const auto before = coordinates(plain), after = coordinates(read);
+    ASSERT_EQ(before->getSize(), after->getSize());
+    for (::osg::UInt32 i = 0; i < before->getSize(); ++i) {
+        EXPECT_FLOAT_EQ(after->getValue(i)[0], 2 * before->getValue(i)[0] + .5f);
+        EXPECT_NEAR(after->getValue(i)[1], before->getValue(i)[1], 1e-6f);
+    }
 }
 
 TEST(RoundTrip, TimePerTextureStaysTheSame) {
