@@ -15,6 +15,7 @@
 
 #include "assimp_import.h"
 #include "host_error.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
 #include "scene_walk.h"
 #include "stack_room.h"
@@ -117,11 +118,11 @@ model readModel(const std::string& path) {
         else
             importWatched(path, doing, result);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while " + doing);
+        throw host_error(outOfMemory(doing));
     } catch (const host_error&) {
         // What looks like damage may be what lacking memory leaves.
         if (errno == ENOMEM)
-            throw host_error("out of memory while " + doing);
+            throw host_error(outOfMemory(doing));
         memory_watch::check(doing);
         throw;
     }

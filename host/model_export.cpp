@@ -13,6 +13,7 @@
 #include "assimp_export.h"
 #include "gltf_writer.h"
 #include "host_error.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
 #include "text.h"
 
@@ -61,7 +62,7 @@ std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sour
         else
             notes = writeThroughAssimp(root, images, path);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while writing");
+        throw host_error(outOfMemory("writing"));
     }
     memory_watch::check("writing");
     return notes;
