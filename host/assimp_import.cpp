@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGGroup.h>
@@ -205,9 +206,8 @@ void importScene(const handed_scene& source, const std::string& folder, const me
     if (target.other_textures != 0)
         target.notes.push_back(std::to_string(target.other_textures) +
                                " textures other than base colours are left out");
-    const unsigned moving = source.rest.animations;
-    if (moving != 0)
-        target.notes.push_back(std::to_string(moving) + " animations are left out");
+    for (std::string& note : notesOn(source.rest))
+        target.notes.push_back(std::move(note));
 }
 
 void importThroughAssimp(const std::string& path, model& target) {

@@ -73,8 +73,8 @@ memory_limit::memory_limit(std::uint64_t bytes) {
         return;
     if (dataBytes() > no_memory)
         return;
-    if (dataBytes() >= bytes)
-        malloc_trim(0); // what the heap holds in reserve
+    if (dataBytes() >= bytes / 4)
+        malloc_trim(0); // what the heap holds in reserve would be a large part of it
     setSoftLimit(bytes);
     limit_in_force = bytes;
 }

@@ -11,6 +11,7 @@
 #include "host_error.h"
 #include "memory_limit.h"
 #include "model_export.h"
+#include "output_formats.h"
 #include "parameter_table.h"
 #include "text.h"
 #include "version.h"
@@ -177,7 +178,7 @@ void check(const options& chosen) {
     for (const std::string& file : {chosen.output, chosen.removed}) {
         if (!file.empty() && !canWrite(file))
             throw host_error("cannot write files like '" + file +
-                                 "'; known extensions: " + writableExtensions(),
+                                 "'; known extensions: " + writableExtensions() + " (--formats)",
                              exit_usage);
     }
     if (chosen.what == command::simplify)
@@ -224,6 +225,9 @@ std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     CLI::App app("Rebuilds model files into few, bounded geometry cores, and looks into them.",
                  "morva");
     app.set_version_flag("--version", std::string("morva ") + version);
+    app.add_flag_callback(
+        "--formats", [] { throw CLI::CallForVersion(formatTable(), 0); },
+        "print the formats that can be written and what they keep");
     app.require_subcommand(1);
     const CLI::App& optimize = addOptimize(app, chosen, names);
     const CLI::App& automatic = addAuto(app, chosen, names);

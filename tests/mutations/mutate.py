@@ -2,7 +2,7 @@
 
     mutate.py COMMAND MODELS RUNS [--seed N] [--jobs N] [--keep FOLDER]
 
-COMMAND is expected to end with 0, 1 or 2 on each of them, within a minute, and to say why where that
+COMMAND is expected to end with 0, 1 or 2 on each of them, within half a minute, and to say why where that
 is not 0; a report of a sanitizer is a fault. The import library may crash, hang or lose memory: that
 is one line of the command's, and counted here. Inputs with a fault are kept in FOLDER.
 """
@@ -20,7 +20,7 @@ import tempfile
 
 KINDS = (".glb", ".gltf", ".ply", ".obj", ".stl", ".dae")
 LARGEST = 60_000  # bytes of a model that is mutated
-SECONDS = 60
+SECONDS = 30
 NUMBERS = (b"0", b"-1", b"1", b"3", b"255", b"65536", b"4294967295", b"999999999", b"1e38", b"nan")
 SANITIZERS = {
     "ASAN_OPTIONS": "allocator_may_return_null=1:max_allocation_size_mb=2048",
