@@ -15,9 +15,9 @@ struct output_format {
     const char* extension;
     bool lines, points;
     bool tree;      ///< nodes below nodes, with their transforms
-    bool names;     ///< of geometry nodes
+    bool names;     ///< of geometry nodes; of several with one core the first one's, at least
     bool sharing;   ///< one core for several nodes
-    bool materials; ///< which triangle has which colour
+    bool materials; ///< which triangle has which colour, but for those with a texture
     bool textures;
 };
 

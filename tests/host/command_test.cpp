@@ -27,7 +27,8 @@ TEST(Command, PrintsTheTableAndNothingOfTheOptimiserAndReports) {
     EXPECT_NE(result.out.find("draw calls"), std::string::npos);
     EXPECT_NE(result.out.find("passed"), std::string::npos);
     EXPECT_EQ(result.out.find("Optimizing Tree"), std::string::npos);
-    EXPECT_EQ(result.err.find("morva: note: geometry bytes grow: each core of at most maxtris"), 0u);
+    EXPECT_EQ(result.err.find("morva: note: geometry bytes grow: each core of at most maxtris"),
+              0u);
     EXPECT_EQ(std::count(result.err.begin(), result.err.end(), '\n'), 1) << result.err;
     const auto report = nlohmann::json::parse(bytesOf(folder.file("r.json")));
     EXPECT_EQ(report["parameters"], "maxtris(10)");
