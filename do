@@ -15,6 +15,7 @@ On a fresh Debian 12, as root or with sudo:
   ./do bench    build and run the benchmarks
   ./do package  build a Debian package, install, try and remove it (needs root)
   ./do models   other programs read what the command writes (npm packages, in build/models)
+  ./do mutate N build with sanitizers and run the command over N damaged models
   ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
                 ./do fresh demo for the demo alone
@@ -178,6 +179,14 @@ fuzz() {
     done
 }
 
+# What is found lies in build/mutations.
+mutate() {
+    build asan
+    say "$1 mutations of small models"
+    python3 tests/mutations/mutate.py build/asan/host/morva "$MODELS" "$1" --jobs "$JOBS" \
+        --keep build/mutations
+}
+
 bench() {
     need libbenchmark-dev libmeshoptimizer-dev libembree-dev libfcl-dev gltfpack
     build release -DMORVA_BENCH=ON
@@ -238,6 +247,10 @@ models) models ;;
 fuzz)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
     fuzz "$2"
+    ;;
+mutate)
+    [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
+    mutate "$2"
     ;;
 fresh)
     shift

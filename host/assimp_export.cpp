@@ -20,6 +20,7 @@
 #include "gltf_material.h"
 #include "host_error.h"
 #include "output_file.h"
+#include "output_formats.h"
 #include "scene_walk.h"
 #include "text.h"
 
@@ -151,11 +152,6 @@ template <typename T> T** arrayOf(std::vector<std::unique_ptr<T>>& items) {
     return array;
 }
 
-/// Formats whose files would be unreadable with anything else in them.
-bool holdsTrianglesOnly(const std::string& extension) {
-    return extension == "stl" || extension == "3ds" || extension == "3mf" || extension == "stp";
-}
-
 /// Whether two corners use one vertex.
 bool sharesVertices(const std::unique_ptr<aiMesh>& mesh) {
     std::vector<bool> used(mesh->mNumVertices, false);
@@ -173,11 +169,7 @@ bool sharesVertices(const std::unique_ptr<aiMesh>& mesh) {
 class assimp_scene {
   public:
     assimp_scene(const image_sources& images, const std::string& path)
-        : images_(images), stem_(path.substr(0, path.rfind('.'))),
-          triangles_only_(holdsTrianglesOnly(extensionOf(path))) {}
-
-    /// Whether lines or points had to go.
-    bool leftOut() const { return left_out_; }
+        : images_(images), stem_(path.substr(0, path.rfind('.'))), keeps_(*outputFormatOf(path)) {}
 
     std::unique_ptr<aiScene> build(const ::osg::NodePtr& root) {
         auto scene = std::make_unique<aiScene>();
@@ -248,12 +240,10 @@ class assimp_scene {
             meshes_.back()->mName = name != nullptr ? validUtf8(name) : std::string();
         };
         add(flat.triangles, 3);
-        if (triangles_only_) {
-            left_out_ = left_out_ || !flat.lines.empty() || !flat.points.empty();
-            return numbers;
-        }
-        add(flat.lines, 2);
-        add(flat.points, 1);
+        if (keeps_.lines)
+            add(flat.lines, 2);
+        if (keeps_.points)
+            add(flat.points, 1);
         return numbers;
     }
 
@@ -284,7 +274,7 @@ class assimp_scene {
         target.AddProperty(&look.shininess, 1, AI_MATKEY_SHININESS);
         target.AddProperty(&look.base[3], 1, AI_MATKEY_OPACITY);
         target.AddProperty(&two_sided, 1, AI_MATKEY_TWOSIDED);
-        if (look.image == ::osg::NullFC)
+        if (look.image == ::osg::NullFC || !keeps_.textures)
             return;
         const std::string file = imageFile(look.image);
         if (file.empty())
@@ -323,7 +313,7 @@ class assimp_scene {
     std::map<::osg::UInt32, int> material_numbers_;
     std::map<::osg::UInt32, std::string> image_names_;
     std::size_t node_count_ = 0;
-    bool triangles_only_, left_out_ = false;
+    const output_format& keeps_; ///< else files become unreadable, or wrong
 };
 
 /// The exporter's id for an extension; of STL the binary form. (That of PLY is misread by the
@@ -341,18 +331,8 @@ std::string formatOf(const Assimp::Exporter& exporter, const std::string& extens
 
 } // namespace
 
-std::vector<std::string> assimpExtensions() {
-    const Assimp::Exporter exporter;
-    std::vector<std::string> extensions;
-    for (std::size_t i = 0; i < exporter.GetExportFormatCount(); ++i)
-        extensions.emplace_back(exporter.GetExportFormatDescription(i)->fileExtension);
-    std::sort(extensions.begin(), extensions.end());
-    extensions.erase(std::unique(extensions.begin(), extensions.end()), extensions.end());
-    return extensions;
-}
-
-std::vector<std::string> writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
-                                            const std::string& path) {
+void writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
+                        const std::string& path) {
     assimp_scene builder(images, path);
     const std::unique_ptr<aiScene> scene = builder.build(root);
     Assimp::Exporter exporter;
@@ -364,10 +344,6 @@ std::vector<std::string> writeThroughAssimp(const ::osg::NodePtr& root, const im
         throw host_error("cannot write '" + name + "': " + failure);
     if (done != aiReturn_SUCCESS)
         throw host_error("cannot write '" + name + "': " + exporter.GetErrorString());
-    if (builder.leftOut())
-        return {"files of the kind '" + extensionOf(path) +
-                "' hold triangles only; lines and points are left out"};
-    return {};
 }
 
 } // namespace morva::host

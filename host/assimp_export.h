@@ -1,13 +1,11 @@
 #pragma once
 
-// Writes a scene through the import library's exporters: OBJ, PLY, STL, COLLADA and the others
-// that it knows.
+// Writes a scene through the import library's exporters: OBJ, PLY, STL, COLLADA.
 //
 // Meshes hold one kind of primitive, so a core with triangles and lines becomes two. Images go
 // beside the file as PNG or JPEG.
 
 #include <string>
-#include <vector>
 
 #include <OpenSG/OSGNode.h>
 
@@ -15,13 +13,10 @@
 
 namespace morva::host {
 
-/// Extensions that writeThroughAssimp() can write.
-std::vector<std::string> assimpExtensions();
-
 /// Writes the scene below `root` in the format of the path's extension.
-/// returns  what the format has no place for and was left out, one sentence each
+/// What the format does not keep (output_formats.h) is left out.
 /// errors   host_error: the disk, or a scene that the format cannot hold
-std::vector<std::string> writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
-                                            const std::string& path);
+void writeThroughAssimp(const ::osg::NodePtr& root, const image_sources& images,
+                        const std::string& path);
 
 } // namespace morva::host

@@ -2,6 +2,7 @@
 
 #include <cmath>
 #include <cstring>
+#include <utility>
 #include <vector>
 
 #include <OpenSG/OSGGroup.h>
@@ -214,9 +215,8 @@ std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
     tree_builder builder(source, folder, next, target, cores);
     builder.build();
     target.images_by_name.clear();
-    const unsigned moving = source.rest.animations;
-    if (moving != 0)
-        target.notes.push_back(std::to_string(moving) + " animations are left out");
+    for (std::string& note : notesOn(source.rest))
+        target.notes.push_back(std::move(note));
     return builder.materials();
 }
 

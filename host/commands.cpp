@@ -24,9 +24,11 @@
 #include "contact_sheet.h"
 #include "coordinate_sets.h"
 #include "divide_command.h"
+#include "growth_limit.h"
 #include "growth_notes.h"
 #include "host_error.h"
 #include "id_map_output.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
 #include "model.h"
 #include "model_export.h"
@@ -195,6 +197,7 @@ void optimize(const options& chosen) {
     steps.begin("measure");
     report.before = measureScene(source.root.get(), wanted);
     refuseFaults(report.before, chosen.input);
+    refuseBomb(report.before, chosen);
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
@@ -218,6 +221,7 @@ void optimize(const options& chosen) {
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
     refuseEmpty(report, chosen.quiet);
+    refuseGrowth(report.before, *report.after, chosen.max_growth);
     addTexts(growthNotes(report.before, *report.after, morva::osg::planOf(parameters)),
              report.notes);
     const bool passed = report.verdict->differences.empty();
@@ -294,19 +298,21 @@ void carryOut(const options& chosen) {
 
 int run(int argc, const char* const* argv) {
     const memory_watch memory;
+    std::optional<memory_limit> limit;
     try {
         const std::optional<options> chosen = parseCommandLine(argc, argv);
         if (!chosen) {
             tell("");
             return exit_good;
         }
+        limit.emplace(chosen->max_memory);
         carryOut(*chosen);
         return exit_good;
     } catch (const host_error& error) {
         tellError(error.what());
         return error.code;
     } catch (const std::bad_alloc&) {
-        tellError("out of memory");
+        tellError(outOfMemory("running"));
     } catch (const std::exception& error) {
         tellError(error.what());
     }

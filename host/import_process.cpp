@@ -13,6 +13,7 @@
 #include <assimp/postprocess.h>
 
 #include "host_error.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
 #include "stack_room.h"
 #include "text.h"
@@ -135,6 +136,7 @@ void importOrTell(const std::string& path, pipe_writer& out) {
 
 importing_library::importing_library(const std::string& path, std::uint64_t file_bytes)
     : path_(path), child_([&](pipe_writer& out) {
+          memory_limit::leaveRoom();
           try {
               runOnStack(stackForReading(path, file_bytes), [&] { importOrTell(path, out); });
           } catch (const std::bad_alloc&) { // there is no thread to be had

@@ -5,6 +5,7 @@
 #include <cstdlib>
 
 #include "host_error.h"
+#include "memory_limit.h"
 
 namespace morva::host {
 
@@ -51,7 +52,7 @@ void memory_watch::require(std::size_t bytes, const std::string& doing) {
 
 void memory_watch::check(const std::string& doing) {
     if (ran_out)
-        throw host_error("out of memory while " + doing);
+        throw host_error(outOfMemory(doing));
 }
 
 } // namespace morva::host

@@ -27,7 +27,7 @@ class memory_watch {
 
     /// Whether an allocation has failed since the watch began, on any thread.
     static bool ranOut();
-    /// errors  host_error "out of memory while " `doing` if so
+    /// errors  host_error with outOfMemory(doing) if so
     static void check(const std::string& doing);
     /// errors  the same if there is no block of so many bytes now, for what would not ask
     static void require(std::size_t bytes, const std::string& doing);

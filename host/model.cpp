@@ -18,6 +18,7 @@
 #include "glb_reader.h"
 #include "host_error.h"
 #include "material_record.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
 #include "mirrored_parts.h"
 #include "model_export.h"
@@ -128,11 +129,11 @@ model readModel(const std::string& path) {
         else if (extensionOf(path) != "glb" || !readGlb(path, result))
             importWatched(path, doing, result);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while " + doing);
+        throw host_error(outOfMemory(doing));
     } catch (const host_error&) {
         // What looks like damage may be what lacking memory leaves.
         if (errno == ENOMEM)
-            throw host_error("out of memory while " + doing);
+            throw host_error(outOfMemory(doing));
         memory_watch::check(doing);
         throw;
     }

@@ -5,7 +5,6 @@
 #include <cstring>
 #include <fstream>
 #include <new>
-#include <set>
 #include <vector>
 
 #include <OpenSG/OSGSceneFileHandler.h>
@@ -13,19 +12,14 @@
 #include "assimp_export.h"
 #include "gltf_writer.h"
 #include "host_error.h"
+#include "memory_limit.h"
 #include "memory_watch.h"
+#include "output_formats.h"
 #include "text.h"
 
 namespace morva::host {
 
 namespace {
-
-std::set<std::string> extensions() {
-    const std::vector<std::string> others = assimpExtensions();
-    std::set<std::string> all(others.begin(), others.end());
-    all.insert({"glb", "gltf", "osb"});
-    return all;
-}
 
 void writeSceneFile(const ::osg::NodePtr& root, const std::string& path) {
     errno = 0;
@@ -40,7 +34,7 @@ void writeSceneFile(const ::osg::NodePtr& root, const std::string& path) {
 
 } // namespace
 
-bool canWrite(const std::string& path) { return extensions().count(extensionOf(path)) != 0; }
+bool canWrite(const std::string& path) { return outputFormatOf(path) != nullptr; }
 
 bool keepsRecords(const std::string& extension) {
     return extension == "glb" || extension == "gltf";
@@ -48,8 +42,8 @@ bool keepsRecords(const std::string& extension) {
 
 std::string writableExtensions() {
     std::string text;
-    for (const std::string& extension : extensions())
-        text += (text.empty() ? "" : ", ") + extension;
+    for (const output_format& format : outputFormats())
+        text += (text.empty() ? "" : ", ") + std::string(format.extension);
     return text;
 }
 
@@ -64,11 +58,14 @@ std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sour
         else if (extension == "osb")
             writeSceneFile(root, path);
         else
-            notes = writeThroughAssimp(root, images, path);
+            writeThroughAssimp(root, images, path);
     } catch (const std::bad_alloc&) {
-        throw host_error("out of memory while writing");
+        throw host_error(outOfMemory("writing"));
     }
     memory_watch::check("writing");
+    const std::string lost = lossesOf(*outputFormatOf(path), root);
+    if (!lost.empty())
+        notes.push_back(lost);
     return notes;
 }
 

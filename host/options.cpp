@@ -9,7 +9,9 @@
 #include <morva/driver/morva_osg_run_plan.h>
 
 #include "host_error.h"
+#include "memory_limit.h"
 #include "model_export.h"
+#include "output_formats.h"
 #include "parameter_table.h"
 #include "text.h"
 #include "version.h"
@@ -20,6 +22,16 @@ namespace {
 
 void addInput(CLI::App& app, options& chosen) {
     app.add_option("IN", chosen.input, "model file to read")->required();
+    app.add_option_function<std::string>(
+           "--max-memory",
+           [&chosen](const std::string& text) {
+               chosen.max_memory = bytesOfSize(text);
+               if (chosen.max_memory == 0)
+                   throw CLI::ValidationError("--max-memory",
+                                              "takes a size from 64M on, like 512M or 8G");
+           },
+           "stop beyond so much memory; as a rule three quarters of the machine's")
+        ->type_name("SIZE");
 }
 
 void addCommon(CLI::App& app, options& chosen) {
@@ -46,6 +58,11 @@ void addOptimiser(CLI::App& app, options& chosen, std::string& names) {
     app.add_option("--contact-sheet", chosen.contact_sheet,
                    "write a picture of all atlases to this .png")
         ->type_name("FILE");
+    app.add_option("--max-growth", chosen.max_growth,
+                   "refuse a result of more than N times the triangles that went in")
+        ->type_name("N")
+        ->check(CLI::Range(1.0, 1e9))
+        ->capture_default_str();
     app.add_flag("-v,--verbose", chosen.verbose, "show what the optimiser prints");
 }
 
@@ -161,7 +178,7 @@ void check(const options& chosen) {
     for (const std::string& file : {chosen.output, chosen.removed}) {
         if (!file.empty() && !canWrite(file))
             throw host_error("cannot write files like '" + file +
-                                 "'; known extensions: " + writableExtensions(),
+                                 "'; known extensions: " + writableExtensions() + " (--formats)",
                              exit_usage);
     }
     if (chosen.what == command::simplify)
@@ -202,11 +219,15 @@ std::vector<std::string> wordsOf(const CLI::App& app, int argc, const char* cons
 
 std::optional<options> parseCommandLine(int argc, const char* const* argv) {
     options chosen;
+    chosen.max_memory = usualMemory();
     std::string names = "unique", poses;
     ray_texts rays;
     CLI::App app("Rebuilds model files into few, bounded geometry cores, and looks into them.",
                  "morva");
     app.set_version_flag("--version", std::string("morva ") + version);
+    app.add_flag_callback(
+        "--formats", [] { throw CLI::CallForVersion(formatTable(), 0); },
+        "print the formats that can be written and what they keep");
     app.require_subcommand(1);
     const CLI::App& optimize = addOptimize(app, chosen, names);
     const CLI::App& automatic = addAuto(app, chosen, names);

@@ -2,6 +2,7 @@
 
 // The command line.
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,9 +41,11 @@ struct options {
     std::string report;                                         ///< JSON file; empty: none
     bool keep_names = false;                                    ///< optimize and auto
     bool overwrite = false;                                     ///< of all that write
-    bool ao_replace = false;   ///< optimize only: baking replaces colours and materials
-    std::string removed;       ///< optimize only: model file of removed parts; empty: none
-    std::string contact_sheet; ///< optimize and auto: picture of all atlases; empty: none
+    bool ao_replace = false;      ///< optimize only: baking replaces colours and materials
+    std::string removed;          ///< optimize only: model file of removed parts; empty: none
+    std::string contact_sheet;    ///< optimize and auto: picture of all atlases; empty: none
+    std::uint64_t max_memory = 0; ///< bytes that the run may take
+    double max_growth = 20.0;     ///< optimize and auto: triangles out, in times those that go in
     bool quiet = false, verbose = false;
     pick_options pick;         ///< pick only
     collide_options collide;   ///< collide only

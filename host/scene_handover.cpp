@@ -344,6 +344,24 @@ void receiveEach(pipe_reader& in, T**& items, unsigned& count, bool empty_ones, 
 
 } // namespace
 
+std::vector<std::string> notesOn(const left_out& rest) {
+    const std::pair<unsigned, const char*> counts[] = {{rest.animations, "animation"},
+                                                       {rest.skins, "skin"},
+                                                       {rest.morphs, "set of morph targets"},
+                                                       {rest.cameras, "camera"},
+                                                       {rest.lights, "light"}};
+    std::vector<std::string> notes;
+    for (const auto& [count, what] : counts) {
+        std::string name = what;
+        if (count > 1)
+            name.insert(name.compare(0, 4, "set ") == 0 ? 3 : name.size(), "s");
+        if (count != 0)
+            notes.push_back(std::to_string(count) + " " + name +
+                            (count == 1 ? " is left out" : " are left out"));
+    }
+    return notes;
+}
+
 void checkIndex(const aiMesh& mesh, std::uint32_t index) {
     if (index >= mesh.mNumVertices)
         damaged(mesh, "has a face that uses vertex " + std::to_string(index) + " of " +

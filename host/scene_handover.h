@@ -43,6 +43,9 @@ struct left_out {
     unsigned morphs = 0; ///< meshes with morph targets
 };
 
+/// What is to be said of that, one sentence each.
+std::vector<std::string> notesOn(const left_out& rest);
+
 /// A scene as it arrives: well formed, but with values as they were.
 struct handed_scene {
     std::unique_ptr<aiScene> scene; ///< its meshes are to come

@@ -70,9 +70,11 @@ void runOnStack(std::size_t bytes, const std::function<void()>& work) {
     if (pthread_attr_init(&attributes) != 0)
         throw std::bad_alloc();
     pthread_t thread{};
-    rlimit limit{};
-    if (getrlimit(RLIMIT_AS, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
-        bytes = std::min<std::size_t>(bytes, limit.rlim_cur / 8); // the work wants some, too
+    for (const auto resource : {RLIMIT_AS, RLIMIT_DATA}) {
+        rlimit limit{};
+        if (getrlimit(resource, &limit) == 0 && limit.rlim_cur != RLIM_INFINITY)
+            bytes = std::min<std::size_t>(bytes, limit.rlim_cur / 8); // the work wants some, too
+    }
     bool runs = false;
     for (bytes = std::max(bytes, least_stack); !runs && bytes >= least_stack; bytes /= 2)
         runs = pthread_attr_setstacksize(&attributes, bytes) == 0 &&

@@ -132,7 +132,7 @@ TEST(Stack, ATreeThatIsTooDeepForItIsRefused) {
                 {"8192", 2010, "deeper than 2000 levels\n"}};
     for (const auto& row : rows) {
         writeChain(folder.file("in.gltf"), row.levels);
-        for (const char* out : {"o.fbx", "o.glb", "o.osb"}) {
+        for (const char* out : {"o.dae", "o.glb", "o.osb"}) {
             SCOPED_TRACE(testing::Message() << row.stack << " " << row.levels << " " << out);
             const program_run run =
                 runProgram(std::string("ulimit -s ") + row.stack + " &&",
