@@ -5,9 +5,11 @@
 namespace morva::host {
 
 ::osg::GeoColorsPtr colorsOf(const float* rgba, std::size_t count) {
+    // The import library gives colours of a glTF file that have no alpha one of 0.
+    const float alpha = count != 0 && rgba[3] == 0.f ? 0.f : 1.f;
     bool opaque = true;
     for (std::size_t i = 0; i < count && opaque; ++i)
-        opaque = rgba[4 * i + 3] == 1.f;
+        opaque = rgba[4 * i + 3] == alpha;
     if (!opaque)
         return filled<::osg::GeoColors4f>(rgba, count, sizeof(::osg::Color4f));
     std::vector<::osg::Color3f> plain(count);

@@ -11,7 +11,7 @@
 
 namespace morva::host {
 
-/// Colours from `count` times four floats: without alpha if all are opaque.
+/// Colours from `count` times four floats: without alpha if all are opaque, or none shows at all.
 ::osg::GeoColorsPtr colorsOf(const float* rgba, std::size_t count);
 
 /// The channels of texture coordinates in a file; null where it has none.

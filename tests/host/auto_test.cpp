@@ -92,7 +92,7 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
         EXPECT_EQ(verdict.left_out, row.left_out);
         EXPECT_EQ(morva::host::atlasesOf(*record.automatic).atlases.size(), 1U);
         const node_ref nothing(group());
-        EXPECT_EQ(morva::host::judge(plan, nothing.get()).differences.size(), 1U);
+        EXPECT_FALSE(morva::host::judge(plan, nothing.get()).differences.empty());
     }
 }
 

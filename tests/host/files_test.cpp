@@ -84,7 +84,7 @@ void fill(const temporary_folder& folder) {
     mesh_data endless = quads(2);
     for (::osg::Pnt3f& position : endless.positions)
         position[1] = std::numeric_limits<float>::infinity();
-    modelFile(folder.file("endless.glb"), group({meshNode(endless)}));
+    modelFile(folder.file("endless.osb"), group({meshNode(endless)}));
     const auto seen = [](int side) {
         mesh_data mesh = quads(1);
         mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
@@ -199,7 +199,7 @@ const file_case file_cases[] = {
     {"divide @in.glb --plan --indices 60", 0, "", ""},
     {"divide @in.glb --cells @x.mtl --size 1", 1, "cannot make the folder", ""},
     {"divide @in.glb --cells @none/c --size 1", 1, "cannot make the folder", ""},
-    {"divide @endless.glb --cells @c --size 1", 1, "nothing to divide", ""},
+    {"divide @endless.osb --cells @c --size 1", 1, "nothing to divide", ""},
     {"divide @in.glb --cells @c --size 1e-6 --straddle cut", 1, "choose a larger limit", ""},
     {"divide @in.glb --cells @c", 2, "needs --triangles, --size or --indices", ""},
     {"divide @in.glb --size 1", 2, "needs --cells DIR, or --plan", ""},
@@ -227,7 +227,7 @@ const file_case file_cases[] = {
     {"optimize @rubbish.osb -o @o.glb", 1, "cannot read", ""},
     {"optimize @half.glb -o @o.glb", 1, "cannot read", ""},
     {"optimize @bare.gltf -o @o.glb", 1, "nothing to draw", ""},
-    {"optimize @endless.glb -o @o.glb", 1, "nothing is left to draw", ""},
+    {"optimize @endless.osb -o @o.glb", 1, "nothing is left to draw", ""},
     {"optimize @cloud.osb -o @o.glb", 1, "points alone, 5 of them, and those are not merged", ""},
     {"optimize @cloud.osb -o @o.glb -p maxtris(0)", 0, "", "+o.glb"},
     {"optimize @cloud.ply -o @o.glb", 1, "points alone, 2 of them, and no faces", ""},

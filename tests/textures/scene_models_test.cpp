@@ -92,10 +92,10 @@ std::vector<models_case> cases() {
                                     {"mrfixit", {}, 2048, 2, 2},
                                     {"kwxport", {}, 2048, 3, 3},
                                     {"man", {}, 2048, 3, 5},
-                                    {"transforms", {}, 2048, 5, 12}};
+                                    {"transforms", {}, 2048, 4, 9}};
     for (std::size_t i = 0; i < all.size(); ++i)
         all[i].models = {namesIn(several)[i]};
-    all.push_back({"all", namesIn(several + ", " + single), 8192, 24, 71});
+    all.push_back({"all", namesIn(several + ", " + single), 8192, 23, 68});
     return all;
 }
 
