@@ -198,10 +198,6 @@ std::vector<pick_ray> raysOf(const CLI::App& pick, const ray_texts& texts) {
                                     : rayAlong(texts.from, texts.direction)};
 }
 
-} // namespace
-
-namespace {
-
 /// The words behind the command's name; `help VERB` asks for what `VERB --help` does.
 std::vector<std::string> wordsOf(const CLI::App& app, int argc, const char* const* argv) {
     std::vector<std::string> words(argv + std::min(argc, 1), argv + argc);
