@@ -10,6 +10,7 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTransform.h>
 
+#include "assimp_record.h"
 #include "gltf_nodes.h"
 #include "host_error.h"
 #include "import_process.h"
@@ -223,11 +224,14 @@ std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
 void importThroughAssimp(const std::string& path, model& target) {
     importing_library library(path, target.file_bytes);
     const handed_scene scene = library.scene();
-    if (const auto document = gltfDocumentOf(path))
+    const auto document = gltfDocumentOf(path);
+    if (document)
         placeOldNodes(*document, *scene.scene->mRootNode);
     target.files_read.insert(target.files_read.end(), scene.files.begin(), scene.files.end());
     target.materials = importScene(
         scene, folderOf(path), [&](unsigned) { return library.nextMesh(); }, target);
+    if (!document || document->version() != 2)
+        keepLibraryRecords(*scene.scene, folderOf(path), target);
 }
 
 } // namespace morva::host

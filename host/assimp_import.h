@@ -28,7 +28,8 @@
 
 namespace morva::host {
 
-/// Reads a file with the import library and converts it into `target`.
+/// Reads a file with the import library and converts it into `target`. Materials of all files but
+/// those of glTF 2.0 get their records.
 /// errors  host_error
 void importThroughAssimp(const std::string& path, model& target);
 

@@ -1,13 +1,7 @@
 #include "assimp_import.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <cmath>
-#include <cstring>
-#include <fstream>
-#include <iterator>
-#include <new>
-#include <set>
 
 #include <assimp/GltfMaterial.h>
 
@@ -18,73 +12,12 @@
 #include <OpenSG/OSGSimpleAttachments.h>
 #include <OpenSG/OSGTextureChunk.h>
 
+#include "assimp_texture.h"
+#include "material_properties.h"
+
 namespace morva::host {
 
 namespace {
-
-/// Reads the properties of a material without trusting their lengths.
-class property_reader {
-  public:
-    explicit property_reader(const aiMaterial& material) : material_(material) {}
-
-    const aiMaterialProperty* find(const char* key, unsigned semantic, unsigned index) const {
-        for (unsigned i = 0; i < material_.mNumProperties; ++i) {
-            const aiMaterialProperty* property = material_.mProperties[i];
-            if (property != nullptr && property->mData != nullptr &&
-                property->mSemantic == semantic && property->mIndex == index &&
-                std::strcmp(property->mKey.C_Str(), key) == 0)
-                return property;
-        }
-        return nullptr;
-    }
-
-    /// Fills up to `count` floats; returns how many.
-    unsigned floats(const char* key, unsigned semantic, unsigned index, float* out,
-                    unsigned count) const {
-        const aiMaterialProperty* property = find(key, semantic, index);
-        if (property == nullptr)
-            return 0;
-        const bool wide = property->mType == aiPTI_Double;
-        if (!wide && property->mType != aiPTI_Float)
-            return 0;
-        const unsigned size = wide ? 8 : 4;
-        const unsigned there = std::min(count, property->mDataLength / size);
-        for (unsigned i = 0; i < there; ++i) {
-            double value = 0.0;
-            if (wide)
-                std::memcpy(&value, property->mData + std::size_t{8} * i, 8);
-            else
-                std::memcpy(&out[i], property->mData + std::size_t{4} * i, 4);
-            if (wide)
-                out[i] = static_cast<float>(value);
-        }
-        return there;
-    }
-
-    /// A number of any integer width; `fallback` if there is none.
-    int integer(const char* key, unsigned semantic, unsigned index, int fallback) const {
-        const aiMaterialProperty* property = find(key, semantic, index);
-        if (property == nullptr || property->mDataLength == 0)
-            return fallback;
-        if (property->mDataLength < 4)
-            return static_cast<unsigned char>(property->mData[0]);
-        std::memcpy(&fallback, property->mData, 4);
-        return fallback;
-    }
-
-    std::string text(const char* key, unsigned semantic, unsigned index) const {
-        const aiMaterialProperty* property = find(key, semantic, index);
-        ai_uint32 length = 0;
-        if (property == nullptr || property->mType != aiPTI_String || property->mDataLength < 4)
-            return std::string();
-        std::memcpy(&length, property->mData, 4);
-        length = std::min(length, property->mDataLength - 4);
-        return std::string(property->mData + 4, length).c_str();
-    }
-
-  private:
-    const aiMaterial& material_;
-};
 
 float finiteOr(float value, float fallback) { return std::isfinite(value) ? value : fallback; }
 
@@ -125,6 +58,7 @@ alpha_mode alphaModeOf(const property_reader& reader) {
     readColor(reader, AI_MATKEY_COLOR_AMBIENT, ambient);
     readColor(reader, AI_MATKEY_COLOR_SPECULAR, specular);
     readColor(reader, AI_MATKEY_COLOR_EMISSIVE, emission);
+    emission[3] = 1.f; // no record yet
     if (mode == alpha_mode::opaque)
         diffuse[3] = 1.f;
     if (mode == alpha_mode::by_content)
@@ -156,42 +90,6 @@ alpha_mode alphaModeOf(const property_reader& reader) {
     return chunk;
 }
 
-/// Bytes of a texture that lies in a file beside the model; empty if there is none.
-std::vector<std::uint8_t> readTextureFile(const std::string& folder, std::string name,
-                                          model& target) {
-    std::replace(name.begin(), name.end(), '\\', '/');
-    const std::string path = name.compare(0, 1, "/") == 0 ? name : folder + name;
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file && errno == ENOMEM)
-        throw std::bad_alloc();
-    if (file)
-        target.files_read.push_back(path);
-    return std::vector<std::uint8_t>(std::istreambuf_iterator<char>(file), {});
-}
-
-std::string mimeTypeOf(const std::vector<std::uint8_t>& bytes) {
-    const auto starts = [&](const char* magic, std::size_t length) {
-        return bytes.size() >= length && std::memcmp(bytes.data(), magic, length) == 0;
-    };
-    return starts("\x89PNG", 4) ? "image/png" : starts("\xFF\xD8\xFF", 3) ? "image/jpeg" : "";
-}
-
-/// Plain texels of an embedded texture, four bytes each.
-::osg::ImagePtr importTexels(const aiTexture& texture, bool keep_alpha) {
-    if (texture.mWidth > 32768 || texture.mHeight > 32768)
-        return ::osg::NullFC;
-    const std::size_t count = std::size_t{texture.mWidth} * texture.mHeight;
-    std::vector<std::uint8_t> rgba(4 * count);
-    for (std::size_t i = 0; i < count; ++i) {
-        rgba[4 * i] = texture.pcData[i].r;
-        rgba[4 * i + 1] = texture.pcData[i].g;
-        rgba[4 * i + 2] = texture.pcData[i].b;
-        rgba[4 * i + 3] = texture.pcData[i].a;
-    }
-    return imageFromTopRows(texture.mWidth, texture.mHeight, std::move(rgba), keep_alpha);
-}
-
 ::osg::ImagePtr importImage(const aiScene& scene, const std::string& name,
                             const std::string& folder, bool keep_alpha, model& target) {
     const std::string key = (keep_alpha ? "a" : "o") + name;
@@ -199,35 +97,15 @@ std::string mimeTypeOf(const std::vector<std::uint8_t>& bytes) {
     if (known != target.images_by_name.end())
         return known->second;
 
-    ::osg::ImagePtr image = ::osg::NullFC;
-    std::vector<std::uint8_t> bytes;
-    const aiTexture* texture = scene.GetEmbeddedTexture(name.c_str());
-    if (texture == nullptr) {
-        bytes = readTextureFile(folder, name, target);
-    } else if (texture->pcData != nullptr && texture->mHeight == 0) {
-        const auto* first = reinterpret_cast<const std::uint8_t*>(texture->pcData);
-        bytes.assign(first, first + texture->mWidth);
-    } else if (texture->pcData != nullptr) {
-        image = importTexels(*texture, keep_alpha);
-    }
-    if (!bytes.empty())
-        image = decodeImage(bytes.data(), bytes.size(), keep_alpha);
-    if (image == ::osg::NullFC) {
-        target.notes.push_back("texture '" + name + "' cannot be read; it is left out");
-    } else {
+    found_texture found = findTexture(scene, name, folder, keep_alpha, target);
+    const ::osg::ImagePtr image = found.image;
+    if (image != ::osg::NullFC) {
         setName(image, name);
-        const std::string mime = mimeTypeOf(bytes);
-        if (!mime.empty())
-            target.images.remember(image, {mime, std::move(bytes)});
+        if (!found.file.mime_type.empty())
+            target.images.remember(image, std::move(found.file));
     }
     target.images_by_name.emplace(key, ::osg::ImageRefPtr(image));
     return image;
-}
-
-::osg::UInt32 wrapOf(int mode) {
-    return mode == aiTextureMapMode_Clamp    ? GL_CLAMP_TO_EDGE
-           : mode == aiTextureMapMode_Mirror ? GL_MIRRORED_REPEAT
-                                             : GL_REPEAT;
 }
 
 ::osg::TextureChunkPtr importTexture(const property_reader& reader, ::osg::ImagePtr image,
@@ -272,22 +150,6 @@ bool hasTransparentPixels(const ::osg::ImagePtr& image) {
     }
     endEditCP(chunk);
     return chunk;
-}
-
-/// Textures of other kinds than the colour: the scene has no place for them.
-std::size_t countOtherTextures(const aiMaterial& source, const std::string& base) {
-    std::set<std::string> others;
-    const property_reader reader(source);
-    for (unsigned i = 0; i < source.mNumProperties; ++i) {
-        const aiMaterialProperty* property = source.mProperties[i];
-        if (property == nullptr ||
-            std::strcmp(property->mKey.C_Str(), _AI_MATKEY_TEXTURE_BASE) != 0)
-            continue;
-        others.insert(reader.text(_AI_MATKEY_TEXTURE_BASE, property->mSemantic, property->mIndex));
-    }
-    others.erase(base);
-    others.erase(std::string());
-    return others.size();
 }
 
 } // namespace
@@ -336,7 +198,6 @@ imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
     const std::string title = reader.text(AI_MATKEY_NAME);
     if (!title.empty())
         setName(material, title);
-    target.other_textures += countOtherTextures(source, name);
     return result;
 }
 

@@ -59,6 +59,11 @@ bool hasOtherTextures(const material_record* record) {
 
 } // namespace
 
+unsigned unitOf(std::size_t set, std::size_t base_set) {
+    const std::size_t unit = set == base_set ? 0 : set == 0 ? base_set : set;
+    return static_cast<unsigned>(std::min<std::size_t>(unit, lost_set));
+}
+
 ::osg::GeoTexCoordsPtr setOf(const ::osg::GeometryPtr& core, unsigned number) {
     return number == 0   ? core->getTexCoords()
            : number == 1 ? core->getTexCoords1()

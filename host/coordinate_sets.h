@@ -4,6 +4,7 @@
 // of the colour, set 0, for the sake of the colour's image alone: it shifts them, and with atlases
 // it scales them. Textures of other kinds that read the same set get a copy that stays.
 
+#include <cstddef>
 #include <string>
 #include <vector>
 
@@ -18,6 +19,9 @@ namespace morva::host {
 
 /// Stands for a set that does not come through: the optimiser keeps 0 to 3.
 constexpr unsigned lost_set = 4;
+
+/// Set of a source to set of the scene, where the one of the colour comes first.
+unsigned unitOf(std::size_t set, std::size_t base_set);
 
 /// Set `number`, 0 to 3; null if there is none.
 ::osg::GeoTexCoordsPtr setOf(const ::osg::GeometryPtr& core, unsigned number);

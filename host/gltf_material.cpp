@@ -85,6 +85,29 @@ surface surfaceOf(const ::osg::MaterialPtr& material) {
     return look;
 }
 
+nlohmann::json materialOf(const surface& look) {
+    nlohmann::json base = nlohmann::json::array();
+    for (const float value : look.base)
+        base.push_back(factor(value));
+    nlohmann::json pbr = {{"baseColorFactor", base},
+                          {"metallicFactor", factor(look.metalness)},
+                          {"roughnessFactor", roughnessOf(factor(look.shininess / 128.f) * 128.f)}};
+    nlohmann::json entry = {{"pbrMetallicRoughness", pbr}};
+    if (look.emission[0] != 0.f || look.emission[1] != 0.f || look.emission[2] != 0.f) {
+        for (const float value : look.emission)
+            entry["emissiveFactor"].push_back(factor(value));
+    }
+    if (look.two_sided)
+        entry["doubleSided"] = true;
+    if (look.blended) {
+        entry["alphaMode"] = "BLEND";
+    } else if (look.masked) {
+        entry["alphaMode"] = "MASK";
+        entry["alphaCutoff"] = factor(look.cutoff);
+    }
+    return entry;
+}
+
 int gltf_materials::numberOf(const ::osg::MaterialPtr& material, const set_numbers& sets) {
     if (material == ::osg::NullFC)
         return -1;
@@ -112,28 +135,10 @@ int gltf_materials::numberOf(const ::osg::MaterialPtr& material, const set_numbe
 }
 
 nlohmann::json gltf_materials::plainEntry(const surface& look, bool has_coordinates) {
-    nlohmann::json base = nlohmann::json::array();
-    for (const float value : look.base)
-        base.push_back(factor(value));
-    nlohmann::json pbr = {{"baseColorFactor", base},
-                          {"metallicFactor", factor(look.metalness)},
-                          {"roughnessFactor", roughnessOf(factor(look.shininess / 128.f) * 128.f)}};
+    nlohmann::json entry = materialOf(look);
     const int texture = has_coordinates ? textures_.numberOf(look.image, look.texture) : -1;
     if (texture >= 0)
-        pbr["baseColorTexture"] = {{"index", texture}};
-    nlohmann::json entry = {{"pbrMetallicRoughness", pbr}};
-    if (look.emission[0] != 0.f || look.emission[1] != 0.f || look.emission[2] != 0.f) {
-        for (const float value : look.emission)
-            entry["emissiveFactor"].push_back(factor(value));
-    }
-    if (look.two_sided)
-        entry["doubleSided"] = true;
-    if (look.blended) {
-        entry["alphaMode"] = "BLEND";
-    } else if (look.masked) {
-        entry["alphaMode"] = "MASK";
-        entry["alphaCutoff"] = factor(look.cutoff);
-    }
+        entry["pbrMetallicRoughness"]["baseColorTexture"] = {{"index", texture}};
     return entry;
 }
 

@@ -33,6 +33,9 @@ struct surface {
 /// Reads the chunks, or the fields of a simple material; the last texture chunk counts.
 surface surfaceOf(const ::osg::MaterialPtr& material);
 
+/// What of a look a material of glTF holds, without the texture.
+nlohmann::json materialOf(const surface& look);
+
 /// Number of the written set of coordinates that holds each set of a core; -1 for none.
 using set_numbers = std::array<int, 8>;
 

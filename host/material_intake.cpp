@@ -206,12 +206,6 @@ const named_texture* baseOf(const std::vector<named_texture>& textures) {
     return nullptr;
 }
 
-/// Set of the source to set of the scene: the one of the colour comes first.
-unsigned unitOf(std::size_t set, std::size_t base_set) {
-    const std::size_t unit = set == base_set ? 0 : set == 0 ? base_set : set;
-    return static_cast<unsigned>(std::min<std::size_t>(unit, lost_set));
-}
-
 class record_keeper {
   public:
     record_keeper(const gltf_document& document, model& target)
@@ -247,7 +241,7 @@ class record_keeper {
         if (!says_more)
             return;
         addUses(textures, base, material, record);
-        target_.records.give(material, record, contentOf(record));
+        target_.records.give(material, std::move(record));
     }
 
   private:
@@ -311,13 +305,6 @@ class record_keeper {
             info.erase("extensions");
     }
 
-    static std::string contentOf(const material_record& record) {
-        json content = {record.material};
-        for (const texture_use& use : record.uses)
-            content.push_back({use.place.to_string(), use.is_base ? 0 : use.texture, use.unit});
-        return content.dump(-1, ' ', false, json::error_handler_t::replace);
-    }
-
     const std::vector<::osg::GeometryPtr>& coresOf(const ::osg::MaterialPtr& material) {
         return cores_[material.getFieldContainerId()];
     }
@@ -336,7 +323,6 @@ void keepRecords(const gltf_document& document,
                  model& target) {
     if (document.version() != 2)
         return;
-    target.other_textures = 0;
     record_keeper keeper(document, target);
     for (std::size_t i = 0; i < by_json_index.size(); ++i) {
         if (by_json_index[i] != ::osg::NullFC)

@@ -35,6 +35,14 @@ void setNumber(const ::osg::MaterialChunkPtr& colors, float number) {
     endEditCP(colors, ::osg::MaterialChunk::EmissionFieldMask);
 }
 
+/// Equal for records that say the same.
+std::string contentOf(const material_record& record) {
+    nlohmann::json content = {record.material};
+    for (const texture_use& use : record.uses)
+        content.push_back({use.place.to_string(), use.is_base ? 0 : use.texture, use.unit});
+    return content.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace);
+}
+
 } // namespace
 
 /// Behind the last one without a record.
@@ -75,12 +83,11 @@ std::size_t material_records::add(recorded_texture texture) {
     return place.first->second;
 }
 
-void material_records::give(const ::osg::MaterialPtr& material, material_record record,
-                            const std::string& content) {
+void material_records::give(const ::osg::MaterialPtr& material, material_record record) {
     const ::osg::MaterialChunkPtr colors = colorsOf(material);
     if (colors == ::osg::NullFC)
         return;
-    const auto place = by_content_.try_emplace(content, records_.size());
+    const auto place = by_content_.try_emplace(contentOf(record), records_.size());
     if (place.second)
         records_.push_back(std::move(record));
     setNumber(colors, first_number + static_cast<float>(place.first->second));

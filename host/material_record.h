@@ -76,9 +76,8 @@ class material_records {
     int add(recorded_image image);
     std::size_t add(recorded_texture texture);
     void require(const std::string& extension) { required_.insert(extension); }
-    /// Gives a material a record; `content` is equal for equal ones.
-    void give(const ::osg::MaterialPtr& material, material_record record,
-              const std::string& content);
+    /// Gives a material a record.
+    void give(const ::osg::MaterialPtr& material, material_record record);
     /// The record of a material, for changing it; null without one.
     material_record* edit(const ::osg::MaterialPtr& material);
 
@@ -103,8 +102,6 @@ class material_records {
 
 /// Keeps the records of the materials of a glTF 2.0 file, where they say more than the scene. A
 /// transform of the base colour texture is applied to the coordinates that it reads.
-///
-/// None of the file's textures counts as left out then, unless a note says so.
 ///
 /// by_json_index  the materials by their number in the file; null where nothing uses one
 /// target         its scene has been read: the coordinates of cores are needed

@@ -138,9 +138,6 @@ model readModel(const std::string& path) {
         throw;
     }
     memory_watch::check(doing);
-    if (result.other_textures != 0)
-        result.notes.push_back(std::to_string(result.other_textures) +
-                               " textures other than base colours are left out");
     if (isTooDeep(result.root.get()))
         throw host_error(tooDeep());
     if (!drawsSomething(result.root.get()) && result.loose_points != 0)

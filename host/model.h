@@ -22,7 +22,6 @@ struct model {
     material_records records; ///< what the materials say beyond the scene
     std::vector<::osg::MaterialRefPtr> materials; ///< by their number in the file; null: unused
     std::map<std::string, ::osg::ImageRefPtr> images_by_name; ///< those read so far
-    std::size_t other_textures = 0;      ///< textures without a place in the scene, left out
     std::vector<std::string> notes;      ///< what was left out or looks wrong, one sentence each
     std::uint64_t loose_points = 0;      ///< vertices of meshes left out for lack of faces
     std::uint64_t file_bytes = 0;        ///< of the file itself, without those it refers to

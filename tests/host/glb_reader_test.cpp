@@ -35,7 +35,7 @@ std::string toldBy(const model& read, const temporary_folder& folder) {
                     std::to_string(source == nullptr ? 0 : source->bytes.size());
         }
     }
-    return text + "\n" + std::to_string(read.other_textures);
+    return text;
 }
 
 model freshModel(const std::string& file) {

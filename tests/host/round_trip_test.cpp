@@ -299,6 +299,64 @@ TEST(MaterialRecords, TransformsOfTheColourGoIntoItsCoordinates) {
     }
 }
 
+void pngFile(const std::string& path, std::vector<std::uint8_t> rgba) {
+    const ::osg::ImageRefPtr image(morva::host::imageFromTopRows(1, 1, std::move(rgba), true));
+    const std::vector<std::uint8_t> bytes = morva::host::encodePng(image.get());
+    writeBytes(path, std::string(bytes.begin(), bytes.end()));
+}
+
+TEST(MaterialRecords, OfOtherFormatsComeOutInGltfTerms) {
+    using json = nlohmann::json;
+    const temporary_folder folder;
+    pngFile(folder.file("base.png"), {200, 90, 10, 255});
+    pngFile(folder.file("normals.png"), {128, 128, 255, 255});
+    pngFile(folder.file("heights.png"), {90, 90, 90, 255});
+    pngFile(folder.file("glow.png"), {255, 200, 0, 255});
+    pngFile(folder.file("other.png"), {0, 200, 255, 255});
+    const std::string common = "Kd 1 .5 .25\nmap_Kd base.png\nnorm sub\\..\\normals.png\n";
+    std::filesystem::create_directory(folder.file("sub"));
+    writeBytes(folder.file("m.mtl"),
+               "newmtl sun\n" + common + "map_Ke glow.png\nnewmtl twin\n" + common +
+                   "map_Ke glow.png\nnewmtl moon\n" + common +
+                   "map_Ke other.png\nnewmtl dent\nKd 1 1 1\nKe 0 .5 0\nmap_Ke glow.png\n"
+                   "bump normals.png\nmap_Ks base.png\nnewmtl bump\nKd 0 0 1\n"
+                   "map_bump heights.png\nmap_Ke gone.png\n");
+    std::string text = "mtllib m.mtl\nv 0 0 0\nv 1 0 0\nv 0 1 0\nvt 0 0\nvt 1 0\nvt 0 1\n";
+    for (const char* name : {"sun", "twin", "moon", "dent", "bump"})
+        text += std::string("usemtl ") + name + "\nf 1/1 2/2 3/3\n";
+    writeBytes(folder.file("m.obj"), text);
+    const command_result run = runMorva({"optimize", folder.file("m.obj"), "-o",
+                                         folder.file("o.glb"), "-p", "opt(1),maxtris(5000)"});
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.err.find("2 textures are left out: height, specular"), std::string::npos)
+        << run.err;
+    EXPECT_NE(run.err.find("'gone.png' cannot be read"), std::string::npos) << run.err;
+
+    const morva::host::gltf_source file(folder.file("o.glb"), "materials");
+    std::map<std::string, json> found;
+    for (const json& material : file.json()["materials"])
+        found[material["name"]] = material;
+    EXPECT_EQ(found.size(), 4u) << "the twin is the sun";
+    EXPECT_EQ(file.json()["images"].size(), 4u);
+    const auto imageAt = [&](const std::string& material, const char* place) {
+        const json& info = found[material][json::json_pointer(place)];
+        const json& texture = file.json()["textures"].at(info["index"].get<std::size_t>());
+        EXPECT_LT(info.value("texCoord", 0), 2);
+        return file.json()["images"].at(texture["source"].get<std::size_t>())["name"];
+    };
+    for (const char* const name : {"sun", "moon"}) {
+        EXPECT_EQ(imageAt(name, "/pbrMetallicRoughness/baseColorTexture"), "base.png");
+        EXPECT_EQ(imageAt(name, "/normalTexture"), "normals.png");
+        EXPECT_EQ(found[name]["emissiveFactor"], json({1, 1, 1}));
+    }
+    EXPECT_EQ(imageAt("sun", "/emissiveTexture"), "glow.png");
+    EXPECT_EQ(imageAt("moon", "/emissiveTexture"), "other.png");
+    EXPECT_EQ(imageAt("dent", "/normalTexture"), "normals.png");
+    EXPECT_EQ(found["dent"]["emissiveFactor"], json({0, .5, 0}));
+    EXPECT_FALSE(found["bump"].contains("normalTexture") ||
+                 found["bump"].contains("emissiveTexture"));
+}
+
 TEST(RoundTrip, TimePerTextureStaysTheSame) {
     const temporary_folder folder;
     const auto seconds = [&](int textures) {
