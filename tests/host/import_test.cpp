@@ -10,6 +10,7 @@
 #include <assimp/scene.h>
 
 #include "assimp_import.h"
+#include "assimp_record.h"
 #include "child_process.h"
 #include "geometry_view.h"
 #include "host_error.h"
@@ -33,7 +34,7 @@ void importHandedOver(const aiScene& scene, model& target) {
     morva::host::sendScene(scene, {}, out);
     out.flush();
     const morva::host::handed_scene handed = morva::host::receiveScene(in);
-    morva::host::importScene(
+    target.materials = morva::host::importScene(
         handed, "", [&](unsigned) { return morva::host::receiveMesh(in); }, target);
 }
 
@@ -62,6 +63,38 @@ std::unique_ptr<aiScene> smallScene() {
         child.mMeshes = new unsigned[1]{0};
     }
     return scene;
+}
+
+TEST(Import, RecordsWhereAndHowTexturesLie) {
+    const std::unique_ptr<aiScene> scene = smallScene();
+    scene->mNumTextures = 1;
+    scene->mTextures = new aiTexture* [1] { new aiTexture };
+    scene->mTextures[0]->mWidth = scene->mTextures[0]->mHeight = 1;
+    scene->mTextures[0]->pcData = new aiTexel[1]{{255, 128, 128, 255}};
+    aiMaterial& material = *scene->mMaterials[0];
+    const aiString name("*0");
+    for (const aiTextureType type :
+         {aiTextureType_NORMAL_CAMERA, aiTextureType_METALNESS, aiTextureType_DIFFUSE_ROUGHNESS})
+        material.AddProperty(&name, AI_MATKEY_TEXTURE(type, 0));
+    aiUVTransform transform;
+    transform.mScaling = {2, 2};
+    transform.mTranslation = {.25f, .5f};
+    const int set = 1, clamp = aiTextureMapMode_Clamp;
+    material.AddProperty(&transform, 1, AI_MATKEY_UVTRANSFORM(aiTextureType_NORMAL_CAMERA, 0));
+    material.AddProperty(&set, 1, AI_MATKEY_UVWSRC(aiTextureType_METALNESS, 0));
+    material.AddProperty(&clamp, 1, AI_MATKEY_MAPPINGMODE_U(aiTextureType_METALNESS, 0));
+    model target;
+    importHandedOver(*scene, target);
+    morva::host::keepLibraryRecords(*scene, "", target);
+    EXPECT_TRUE(target.notes.empty());
+    const auto* const record = target.records.find(target.materials.at(0).get());
+    ASSERT_NE(record, nullptr);
+    ASSERT_EQ(record->uses.size(), 2u);
+    EXPECT_EQ(record->material["normalTexture"]["extensions"]["KHR_texture_transform"],
+              nlohmann::json::parse(R"({"offset":[0.5,-2.0],"rotation":0.0,"scale":[2.0,2.0]})"));
+    EXPECT_EQ(record->uses[1].unit, 1u);
+    EXPECT_EQ(target.records.textures()[record->uses[1].texture].sampler["wrapS"], 33071);
+    EXPECT_EQ(record->material["pbrMetallicRoughness"]["metallicFactor"], 1);
 }
 
 TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
