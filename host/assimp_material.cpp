@@ -189,8 +189,7 @@ imported_material importMaterial(const aiScene& scene, const aiMaterial& source,
     material->addChunk(colors);
     if (image != ::osg::NullFC) {
         material->addChunk(importTexture(reader, image, semantic));
-        result.coordinate_set = static_cast<unsigned>(
-            std::clamp(reader.integer(AI_MATKEY_UVWSRC(semantic, 0), 0), 0, 7));
+        result.coordinate_set = reader.coordinateSet(semantic);
     }
     if (blended || mode == alpha_mode::mask)
         material->addChunk(importBlending(reader, !blended));

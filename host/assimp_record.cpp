@@ -34,7 +34,7 @@ std::string kindName(unsigned type) {
         {aiTextureType_EMISSIVE, "emission"},
         {aiTextureType_EMISSION_COLOR, "emission"},
         {aiTextureType_HEIGHT, "height"},
-        {aiTextureType_NORMALS, "height"}, // those without directions
+        {aiTextureType_NORMALS, "height"}, // grey ones, which hold no normals
         {aiTextureType_NORMAL_CAMERA, "height"},
         {aiTextureType_SHININESS, "shininess"},
         {aiTextureType_OPACITY, "opacity"},
@@ -83,14 +83,14 @@ pixel_kinds kindsOf(const ::osg::ImagePtr& image) {
     return kinds;
 }
 
-/// The texture of a kind in a material; further layers of the kind do not come out.
+/// The first texture of a kind in a material; further layers of the kind do not come out.
 struct library_texture {
     unsigned type = 0;
     std::string name; ///< empty: there is none
 };
 
 /// KHR_texture_transform of a texture: null without one that changes anything, nothing for one that
-/// the extension cannot tell, which turns before it stretches.
+/// the extension, which stretches before it turns, cannot tell.
 std::optional<json> transformOf(const property_reader& reader, unsigned type) {
     float values[5] = {0.f, 0.f, 1.f, 1.f, 0.f};
     reader.floats(AI_MATKEY_UVTRANSFORM(type, 0), values, 5);
@@ -185,7 +185,7 @@ class record_maker {
         base_ = textureOf({aiTextureType_BASE_COLOR, aiTextureType_DIFFUSE});
         if (look_.image == ::osg::NullFC)
             return;
-        base_set_ = setOf(base_.type);
+        base_set_ = reader_.coordinateSet(base_.type);
         base_transform_ = transformOf(reader_, base_.type);
         record_.uses.push_back(
             {json::json_pointer("/pbrMetallicRoughness/baseColorTexture"), 0, 0, true});
@@ -236,11 +236,6 @@ class record_maker {
                 return {type, std::move(name)};
         }
         return {};
-    }
-
-    std::size_t setOf(unsigned type) const {
-        return static_cast<std::size_t>(
-            std::clamp(reader_.integer(AI_MATKEY_UVWSRC(type, 0), 0), 0, 7));
     }
 
     void keepNormals() {
@@ -302,7 +297,7 @@ class record_maker {
         kept.image = image;
         const json::json_pointer pointer(place);
         record_.uses.push_back({pointer, target_.records.add(std::move(kept)),
-                                unitOf(setOf(texture.type), base_set_), false});
+                                unitOf(reader_.coordinateSet(texture.type), base_set_), false});
         addTransform(texture, record_.material[pointer]);
         return true;
     }

@@ -61,6 +61,11 @@ class property_reader {
         return fallback;
     }
 
+    /// Number of the set of coordinates that a texture reads.
+    unsigned coordinateSet(unsigned semantic) const {
+        return static_cast<unsigned>(std::clamp(integer(AI_MATKEY_UVWSRC(semantic, 0), 0), 0, 7));
+    }
+
     std::string text(const char* key, unsigned semantic, unsigned index) const {
         const aiMaterialProperty* property = find(key, semantic, index);
         ai_uint32 length = 0;
