@@ -44,7 +44,10 @@ void geometry_view::checkRanges() {
         const std::uint32_t* const indices = columns.indices().data();
         const std::size_t entries = usedCorners() * stride;
         if (stride == 1) {
-            highest[0] = *std::max_element(indices, indices + entries);
+            std::uint32_t most = 0; // of its own: in the list it would be stored at each step
+            for (std::size_t i = 0; i < entries; ++i)
+                most = std::max(most, indices[i]);
+            highest[0] = most;
         } else {
             equal_indices = true;
             for (std::size_t first = 0; first < entries; first += stride) {

@@ -75,10 +75,12 @@ def outputs_of(morva, model, parameters, suffix, threads):
         done, report = report_of(folder, [morva, *command, "-o", f"out.{suffix}"])
         text = re.sub(rb'"\./\.morva-[^/]*/', b'"', done.stdout + done.stderr)
         text = re.sub(rb"\nstage .*?\nall [^\n]*\n", b"", text, flags=re.DOTALL)
+        text = text.replace(b"numthreads(%d)" % threads, b"numthreads")  # notes quote it
         yield f"text.{suffix}", text + b"exit %d" % done.returncode
         del report["stages"]
         report.pop("parameters", None)
-        yield f"files.{suffix}", json.dumps(report).encode()
+        told = json.dumps(report).replace(f"numthreads({threads})", "numthreads")
+        yield f"files.{suffix}", told.encode()
         for path in sorted(folder.iterdir()):
             if path != folder / model:
                 yield ("map" if path.name == "map.json" else f"files.{suffix}",
