@@ -41,6 +41,7 @@ struct recorded_image {
 };
 
 /// A texture of the source. Numbers are those of the records' own lists.
+// NOLINTNEXTLINE(bugprone-exception-escape): the JSON library's moves and ends do not throw
 struct recorded_texture {
     nlohmann::json sampler; ///< as it stands; null without one
     int image = -1;         ///< -1: only in extensions
@@ -56,6 +57,7 @@ struct texture_use {
     bool is_base = false; ///< the scene holds it
 };
 
+// NOLINTNEXTLINE(bugprone-exception-escape): the JSON library's moves and ends do not throw
 struct material_record {
     std::string name;        ///< of the first material that has it
     nlohmann::json material; ///< without name, indices and sets of coordinates
