@@ -18,7 +18,9 @@ std::string joined(const std::vector<std::string>& words) {
 
 std::vector<std::string> growthNotes(const scene_statistics& before, const scene_statistics& after,
                                      const morva::osg::run_plan& plan) {
-    if (plan.is_automatic || !plan.merges || plan.orders_cache)
+    // Of fewer triangles no core can have been bounded.
+    if (plan.is_automatic || !plan.merges || plan.orders_cache ||
+        after.triangles <= plan.setup.maxtris)
         return {};
     std::vector<std::string> grown, reasons;
     if (static_cast<double>(after.geometry_bytes) >

@@ -5,6 +5,7 @@
 
 #include <morva/core/morva_osg_params.h>
 
+#include "growth_notes.h"
 #include "parameter_effects.h"
 #include "parameter_notes.h"
 #include "parameter_table.h"
@@ -13,6 +14,7 @@
 namespace morva_test {
 namespace {
 
+using morva::host::growthNotes;
 using morva::host::parameterNotes;
 
 /// Something for each key: images, glass, shared cores, hidden parts, several materials.
@@ -94,6 +96,27 @@ TEST(ParameterNotes, NameValuesAndKeysThatAreNotRead) {
         EXPECT_EQ(notes[0], "parameter '" + token + "' " + end);
     }
     EXPECT_TRUE(parameterNotes("Opt(3),MAXTRIS(5000),flat(0),toworld(1),prefix(a b)").empty());
+}
+
+TEST(ParameterNotes, TellWhyAnOutputGrowsWhereCoresAreBounded) {
+    morva::host::scene_statistics before, after;
+    before.geometry_bytes = after.geometry_bytes = 1000;
+    before.triangles = after.triangles = 5001;
+    before.acmr = 0.7;
+    after.acmr = 0.8;
+    const struct {
+        const char* parameters;
+        bool told;
+    } rows[] = {{"maxtris(5000)", true},
+                {"maxtris(5001)", false},
+                {"flat(false)", false},
+                {"cacheopt(true)", false},
+                {"", false}};
+    for (const auto& row : rows)
+        EXPECT_EQ(!growthNotes(before, after, morva::osg::planOf(row.parameters)).empty(), row.told)
+            << row.parameters;
+    after.acmr = 0.71; // less than is told
+    EXPECT_TRUE(growthNotes(before, after, morva::osg::planOf("maxtris(5000)")).empty());
 }
 
 TEST(ParameterNotes, StandOnATableOfAllKeysButThoseThatChangeNothing) {
