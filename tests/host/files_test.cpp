@@ -85,6 +85,11 @@ void fill(const temporary_folder& folder) {
     for (::osg::Pnt3f& position : endless.positions)
         position[1] = std::numeric_limits<float>::infinity();
     modelFile(folder.file("endless.osb"), group({meshNode(endless)}));
+    mesh_data tiles = quads(1);
+    tiles.coordinates = {{0, 0}, {40, 0}, {40, 40}, {0, 40}};
+    modelFile(
+        folder.file("tiles.osb"),
+        group({meshNode(tiles, chunked({1, 1, 1, 1}, imageOf(::osg::Image::OSG_RGB_PF, 4, 4)))}));
     const auto seen = [](int side) {
         mesh_data mesh = quads(1);
         mesh.coordinates = {{0, 0}, {1, 0}, {1, 1}, {0, 1}};
@@ -97,6 +102,10 @@ void fill(const temporary_folder& folder) {
     const std::pair<const char*, std::string> texts[] = {
         {"cloud.ply", "ply\nformat ascii 1.0\nelement vertex 2\nproperty float x\n"
                       "property float y\nproperty float z\nend_header\n0 0 0\n1 2 3\n"},
+        {"faces.ply", "ply\nformat ascii 1.0\nelement vertex 3\nproperty float x\n"
+                      "property float y\nproperty float z\nelement face 1\n"
+                      "property list uchar int vertex_indices\nend_header\n"
+                      "0 0 0\n1 0 0\n0 1 0\n4 0 1 2 999999999\n"},
         {"x.mtl", "someone's"},
         {"empty.glb", ""},
         {"half.glb", whole.substr(0, whole.size() / 2)},
@@ -231,6 +240,14 @@ const file_case file_cases[] = {
     {"optimize @cloud.osb -o @o.glb", 1, "points alone, 5 of them, and those are not merged", ""},
     {"optimize @cloud.osb -o @o.glb -p maxtris(0)", 0, "", "+o.glb"},
     {"optimize @cloud.ply -o @o.glb", 1, "points alone, 2 of them, and no faces", ""},
+    {"optimize @faces.ply -o @o.glb", 1, "uses vertex 999999999 of 3", ""},
+    // Formats and limits.
+    {"optimize @in.glb -o @o.fbx", 2, "--formats", ""},
+    {"optimize @tiles.osb -o @o.glb", 1, "2 that went in (--max-growth)", ""},
+    {"optimize @tiles.osb -o @o.glb --max-growth 2000", 0, "", "+o.glb"},
+    {"optimize @in.glb -o @o.glb --max-growth 0.5", 2, "--max-growth", ""},
+    {"info @in.glb --max-memory lots", 2, "a size from 64M on", ""},
+    {"info @in.glb --max-memory 1M", 2, "a size from 64M on", ""},
 };
 
 TEST(CommandLine, LeavesTheFilesThatItShould) {

@@ -144,6 +144,31 @@ TEST(Stack, ATreeThatIsTooDeepForItIsRefused) {
     }
 }
 
+/// Each node lists the next one twice: the import library makes two to the power of `levels`.
+std::string doublingNodes(int levels) {
+    std::string nodes;
+    for (int i = 1; i <= levels; ++i)
+        nodes += R"({"children":[)" + std::to_string(i) + "," + std::to_string(i) + "]},";
+    return R"({"asset":{"version":"2.0"},"scene":0,"scenes":[{"nodes":[0]}],"nodes":[)" + nodes +
+           R"({"name":"end"}]})";
+}
+
+TEST(Memory, ARunEndsInOneLineAtItsLimit) {
+    const temporary_folder folder;
+    writeBytes(folder.file("bomb.gltf"), doublingNodes(40));
+    const std::string engine =
+        MORVA_MODELS "/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb";
+    for (const auto& [input, size, code] :
+         {std::tuple(folder.file("bomb.gltf"), "256M", 1), std::tuple(engine, "2G", 0)}) {
+        const program_run run =
+            runProgram("", "optimize " + input + " -o o.glb --max-memory " + size);
+        EXPECT_EQ(run.code, code) << input << " " << size << "\n" << run.err;
+        EXPECT_EQ(run.files.size(), code == 0 ? 1u : 0u);
+        EXPECT_EQ(run.err.find("of memory (--max-memory)\n") != std::string::npos, code != 0)
+            << run.err;
+    }
+}
+
 TEST(Memory, ALimitGivesTheWholeOutputOrNone) {
     const std::string arguments =
         "optimize " MORVA_MODELS "/glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb -o o.glb "
