@@ -79,9 +79,9 @@ class texture_reader {
         if (const auto source = wholeNumber(*texture, "source"))
             kept.image = imageOf(*source);
         const json* const extensions = member(*texture, "extensions");
-        for (const auto& [name, entry] :
-             (extensions != nullptr && extensions->is_object() ? *extensions : json::object())
-                 .items()) {
+        const json none = json::object();
+        const bool extended = extensions != nullptr && extensions->is_object();
+        for (const auto& [name, entry] : (extended ? *extensions : none).items()) {
             const auto source = entry.is_object() ? wholeNumber(entry, "source") : std::nullopt;
             const int image = source ? imageOf(*source) : -1;
             if (image >= 0)
