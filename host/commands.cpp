@@ -33,6 +33,7 @@
 #include "model.h"
 #include "model_export.h"
 #include "output_file.h"
+#include "output_formats.h"
 #include "output_set.h"
 #include "parameter_notes.h"
 #include "part_names.h"
@@ -113,10 +114,18 @@ void noteBroughtIds(std::size_t cores, run_report& report) {
                                " IDs in coordinate set 7: those of the ID map take their place");
 }
 
-void refuseEmpty(const run_report& report, bool quiet) {
-    if (report.after->triangles + report.after->lines + report.after->points != 0)
+/// Refuses to write a file that shows nothing.
+void refuseEmpty(const run_report& report, const std::string& output, bool quiet) {
+    const scene_statistics& after = *report.after;
+    const output_format& format = *outputFormatOf(output);
+    if (after.triangles + (format.lines ? after.lines : 0) + (format.points ? after.points : 0) !=
+        0)
         return;
     tellNotes(report.notes, quiet); // they may say why
+    if (after.lines + after.points != 0)
+        throw host_error("nothing is left to write: what there is to draw are lines or points, and "
+                         "a ." +
+                         extensionOf(output) + " keeps none of them");
     if (report.before.triangles + report.before.lines == 0 && report.before.points != 0)
         throw host_error("nothing is left to draw: the file holds points alone, " +
                          withCommas(report.before.points) +
@@ -223,7 +232,7 @@ void optimize(const options& chosen) {
     report.verdict = judge(*report.plan, result.get(), &views);
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
-    refuseEmpty(report, chosen.quiet);
+    refuseEmpty(report, chosen.output, chosen.quiet);
     refuseGrowth(report.before, *report.after, chosen.max_growth);
     addTexts(growthNotes(report.before, *report.after, morva::osg::planOf(parameters)),
              report.notes);
