@@ -27,7 +27,7 @@ ROADS = "roads"
 
 
 def arguments():
-    parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawTextHelpFormatter)
     parser.add_argument("folder")
     parser.add_argument("--tests", default="", metavar="REGEX", help="only tests with such names")
     parser.add_argument("--only", default="", metavar="ID,...", help="only these mutants")
@@ -37,18 +37,37 @@ def arguments():
     return parser.parse_args()
 
 
-def try_mutant(number, own, roads, every):
+def try_mutant(number, runs, every):
     """Names of the tests that see a mutant: the first one found, or all."""
     seen = []
-    for run in own:
+    for run in runs:
         seen += run.failing(number, every)
         if seen and not every:
-            return seen
-    for run in roads if not seen else ():
-        seen += run.failing(number, False)
-        if seen:
             break
     return seen
+
+
+def green_runs(tree, folder, options):
+    """The runs of a folder's tests, quick ones first; ends the script if one fails without a mutant."""
+    test_programs.build(tree, folder)
+    runs = test_programs.runs_of(tree, folder, options.tests)
+    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
+        for problem in filter(None, pool.map(lambda run: run.measure(), runs)):
+            sys.exit(problem)
+    return sorted(runs, key=lambda run: run.seconds)
+
+
+def try_all(mutants, numbers, runs, jobs, every):
+    """What sees each mutant, by id; those that are seen are told as they come."""
+    results = {}
+    with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
+        tried = {mutant["id"]: pool.submit(try_mutant, numbers[mutant["id"]], runs, every)
+                 for mutant in mutants}
+        for mutant in mutants:
+            results[mutant["id"]] = tried[mutant["id"]].result()
+            if results[mutant["id"]]:
+                tell(mutant, results[mutant["id"]])
+    return results
 
 
 def tell(mutant, seen):
@@ -84,22 +103,18 @@ def main():
     if wanted - {mutant["id"] for mutant in table}:
         sys.exit(f"no such mutant: {options.only}")
 
-    test_programs.build(tree, [options.folder, ROADS])
-    own = test_programs.runs_of(tree, options.folder, options.tests)
-    roads = [] if options.folder == ROADS else test_programs.runs_of(tree, ROADS, options.tests)
+    numbers = {mutant["id"]: index for index, mutant in enumerate(table, 1)}
+    own = green_runs(tree, options.folder, options)
     if not own:
         sys.exit("no test has such a name")
-    with concurrent.futures.ThreadPoolExecutor(options.jobs) as pool:
-        for problem in filter(None, pool.map(lambda run: run.measure(), own + roads)):
-            sys.exit(problem)
-        own.sort(key=lambda run: run.seconds)
-        numbers = {mutant["id"]: index for index, mutant in enumerate(table, 1)}
-        tried = {mutant["id"]: pool.submit(try_mutant, numbers[mutant["id"]], own, roads, options.all)
-                 for mutant in chosen}
-        results = {}
-        for mutant in chosen:
-            results[mutant["id"]] = tried[mutant["id"]].result()
-            tell(mutant, results[mutant["id"]])
+    results = try_all(chosen, numbers, own, options.jobs, options.all)
+    unseen = [mutant for mutant in chosen if not results[mutant["id"]]]
+    if unseen and options.folder != ROADS:  # only now, since they need everything built
+        roads = green_runs(tree, ROADS, options)
+        results.update(try_all(unseen, numbers, roads, options.jobs, False))
+    for mutant in unseen:
+        if not results[mutant["id"]]:
+            tell(mutant, [])
     return 0 if summary(chosen, results, own, options.all) else 1
 
 

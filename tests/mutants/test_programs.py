@@ -15,15 +15,15 @@ FAILED = re.compile(r"^\[  FAILED  \] ([^\s,]+)(?:, where .*)? \(\d+ ms\)", re.M
 ENDED = re.compile(r"^\[ (?: FAILED |      OK| SKIPPED) \] ([^\s,]+).* \(\d+ ms\)", re.M)
 
 
-def build(tree, folders):
-    """Configures the copy and builds the folders' programs, with a compiler cache if there is one."""
+def build(tree, folder):
+    """Configures the copy and builds the folder's programs, with a compiler cache if there is one."""
     environment = dict(os.environ)
     if not environment.get("CMAKE_CXX_COMPILER_LAUNCHER") and \
             subprocess.run(["which", "ccache"], capture_output=True).returncode == 0:
         environment["CMAKE_CXX_COMPILER_LAUNCHER"] = "ccache"
     for command in (["cmake", "--preset", "dev"],
-                    ["cmake", "--build", "build/dev", "-j", str(os.cpu_count()), "--target"]
-                    + [f"tests/{folder}/all" for folder in folders]):
+                    ["cmake", "--build", "build/dev", "-j", str(os.cpu_count()), "--target",
+                     f"tests/{folder}/all"]):
         done = subprocess.run(command, cwd=tree, env=environment, text=True, errors="replace",
                               stdout=subprocess.PIPE, stderr=subprocess.STDOUT)
         if done.returncode != 0:
