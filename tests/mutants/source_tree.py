@@ -93,6 +93,16 @@ def is_binary(tokens, index):
         tokens[index - 1][0] not in ENDS
 
 
+def ends_condition(tokens, index):
+    """Whether a token closes the parentheses of if, for, while or switch."""
+    depth = 0
+    for i in range(index, 0, -1):
+        depth += (tokens[i][0] in ")]}") - (tokens[i][0] in "([{")
+        if depth == 0:
+            return tokens[index][0] == ")" and tokens[i - 1][0] in ("if", "for", "while", "switch")
+    return False
+
+
 def within(tokens, first, last):
     """What lies between brackets that open and close outside of the tokens: whether there is a comma, the
     level of the operator that binds least, and how many brackets are closed and opened alone."""
@@ -131,7 +141,7 @@ def whole_expression(text, start, end):
     left, depth = first, closed + comma
     while left > 0:
         token = tokens[left - 1][0]
-        if depth == 0 and (token in "([{" or ends(left - 1)):
+        if depth == 0 and (token in "([{" or ends(left - 1) or ends_condition(tokens, left - 1)):
             break
         depth += (token in ")]}") - (token in "([{")
         left -= 1
