@@ -226,15 +226,15 @@ mesh_data randomMesh(std::mt19937& rng) {
 } // namespace
 
 TEST(IndexRebuild, AgreesWithOrderedMaps) {
-    std::mt19937 rng(63);
-    for (int round = 0; round < 600; ++round) {
+    std::mt19937 rng(seedOf(63));
+    for (int round = 0; round < roundsOf(600); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         expectAsNaive(randomMesh(rng), round % 4 == 0);
     }
 }
 
 TEST(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
-    std::mt19937 rng(64);
+    std::mt19937 rng(seedOf(64));
     mesh_data scattered = soup(rng, 4000), close = soup(rng, 500);
     for (::osg::Pnt3f& position : scattered.positions)
         position[0] = static_cast<float>(rng() % 50000); // many different, some twice
@@ -249,7 +249,7 @@ TEST(IndexRebuild, AgreesWhenTheTablesGrowAndOnNeighbouringFloats) {
 }
 
 TEST(IndexRebuild, AgreesOnOddPrimitivesAndIndices) {
-    std::mt19937 rng(70);
+    std::mt19937 rng(seedOf(70));
     const mesh_data four = withAttributes(soup(rng, 4), rng);
     std::vector<mesh_data> meshes(4, four);
     meshes[0].primitives = {{4, 4}, {4, 3}, {4, 2}, {4, 3}};
@@ -306,8 +306,8 @@ words naiveJoined(const ::osg::GeometryPtr& g) {
 }
 
 TEST(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
-    std::mt19937 rng(65);
-    for (int round = 0; round < 300; ++round) {
+    std::mt19937 rng(seedOf(65));
+    for (int round = 0; round < roundsOf(300); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const geometry_ref core(geometryOf(randomMesh(rng)));
         if (core->getPositions() == ::osg::NullFC)

@@ -36,16 +36,15 @@ TEST(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry) {
 }
 
 TEST(Set, CopiesComponentsOnly) {
-    const float expected[] = {3, -0.0F, 1e30F};
-    morva::float3 from_vector, from_point;
-    morva::osg::set(from_vector, ::osg::Vec3f(3, -0.0F, 1e30F));
-    morva::osg::set(from_point, ::osg::Pnt3f(3, -0.0F, 1e30F));
+    const ::osg::Vec3f expected(3, -0.0F, 1e30F);
+    morva::float3 ours;
     ::osg::Vec3f vector;
     ::osg::Pnt3f point;
-    morva::osg::set(vector, from_point);
-    morva::osg::set(point, from_vector);
-    EXPECT_EQ(std::memcmp(&vector, expected, sizeof expected), 0);
-    EXPECT_EQ(std::memcmp(&point, expected, sizeof expected), 0);
+    morva::osg::set(ours, expected);
+    morva::osg::set(point, ours);
+    morva::osg::set(ours, point);
+    morva::osg::set(vector, ours);
+    EXPECT_EQ(std::memcmp(&vector, &expected, sizeof expected), 0);
     ::osg::Matrix matrix;
     for (unsigned i = 0; i < 16; ++i)
         matrix[i / 4][i % 4] = static_cast<float>(i) + 0.5F;
@@ -57,8 +56,8 @@ TEST(Set, CopiesComponentsOnly) {
 
 // The scene graph itself makes them over an index; where there is none, each vertex has its own.
 TEST(PropertyQueries, CreaseNormalsAreAsOverRunningIndices) {
-    std::mt19937 rng(8);
-    for (int round = 0; round < 80; ++round) {
+    std::mt19937 rng(seedOf(8));
+    for (int round = 0; round < roundsOf(80); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         mesh_data mesh = round % 2 == 0 ? soup(rng, rng() % 20) : mixture(rng, rng() % 8);
         const geometry_ref plain(geometryOf(mesh));

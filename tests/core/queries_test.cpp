@@ -162,8 +162,8 @@ TEST(IsRogue, InEveryOrderOfCornersAndAxes) {
 }
 
 TEST(GeometryQueries, TriangleCountLeavesRoguesOutAndFollowsTheIndex) {
-    std::mt19937 rng(3);
-    for (int round = 0; round < 60; ++round) {
+    std::mt19937 rng(seedOf(3));
+    for (int round = 0; round < roundsOf(60); ++round) {
         mesh_data mesh = withNormals(mixture(rng, rng() % 9), rng);
         if (round % 3 == 1)
             mesh = withIndex(std::move(mesh), rng);

@@ -9,7 +9,7 @@
 namespace {
 
 TEST(DrawOrderMemory, GivesWhatWasFinishedAndLeavesNothingBehind) {
-    std::mt19937 rng(64);
+    std::mt19937 rng(seedOf(64));
     for (const unsigned mode : {4U, 1U}) {
         SCOPED_TRACE(testing::Message() << "mode " << mode);
         mesh_data mesh = withAttributes(soup(rng, 700), rng);
@@ -29,13 +29,9 @@ TEST(DrawOrderMemory, GivesWhatWasFinishedAndLeavesNothingBehind) {
             if (made == ::osg::NullFC)
                 return; // while the source was given its index
             caught += out.text().empty() ? 0 : 1;
-            if (failed) {
-                EXPECT_TRUE(out.text().empty() ||
-                            out.text() == "Error occured in morva_osg_cacheopt.\n");
-                EXPECT_LE(made->getNChildren(), all);
-            } else {
-                EXPECT_EQ(made->getNChildren(), all);
-            }
+            EXPECT_TRUE(out.text().empty() ||
+                        out.text() == "Error occured in morva_osg_cacheopt.\n");
+            EXPECT_TRUE(failed ? made->getNChildren() <= all : made->getNChildren() == all);
         });
         EXPECT_GT(caught, 20U);
     }

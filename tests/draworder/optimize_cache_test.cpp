@@ -18,19 +18,15 @@ TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
     const struct {
         int left, place;
         float triangles, lines;
-    } cases[] = {
-        {0, -1, -1.0F, -1.0F},
-        {0, 0, -1.0F, -1.0F},
-        {1, -1, 2.0F, 2.0F},
-        {4, -1, 1.0F, 1.0F},
-        {16, 0, 0.5F + 0.75F, 0.5F + 0.75F},
-        {16, 1, 0.5F + 0.75F, 0.5F + 0.75F},
-        {16, 2, 0.5F + 0.75F, 0.5F + 1.0F},
-        {16, 3, 0.5F + 1.0F, 0.5F + std::pow(1.0F - 1.0F * 0.033333335F, 1.5F)},
-        {16, 31, 0.5F + std::pow(1.0F - 28.0F * 0.03448276F, 1.5F),
-         0.5F + std::pow(1.0F - 29.0F * 0.033333335F, 1.5F)},
-        {3, -1, 2.0F * std::pow(3.0F, -0.5F), 2.0F * std::pow(3.0F, -0.5F)},
-    };
+    } cases[] = {{0, -1, -1.0F, -1.0F},
+                 {0, 0, -1.0F, -1.0F},
+                 {1, -1, 2.0F, 2.0F},
+                 {4, -1, 1.0F, 1.0F},
+                 {16, 1, 1.25F, 1.25F},
+                 {16, 2, 1.25F, 1.5F},
+                 {16, 3, 1.5F, 0.5F + std::pow(1.0F - 1.0F * 0.033333335F, 1.5F)},
+                 {16, 31, 0.5F + std::pow(1.0F - 28.0F * 0.03448276F, 1.5F),
+                  0.5F + std::pow(1.0F - 29.0F * 0.033333335F, 1.5F)}};
     for (const auto& c : cases) {
         SCOPED_TRACE(testing::Message() << c.left << " left at " << c.place);
         vcache_vertex_data vertex;
@@ -44,14 +40,12 @@ TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
     }
 }
 
-TEST(CacheScores, ElementsGetABonusForPositiveVerticesUntilTheyAreDrawn) {
-    const struct {
-        float scores[3], triangle, line; ///< the line ends at the first two
-    } rows[] = {{{1, 2, 0.5F}, 6.5F, 6}, {{1, 0.5F, 0}, 2.5F, 4.5F}, {{1, 0, -1}, 0, 1}};
-    for (const auto& row : rows) {
-        const auto scoreOf = [&row](unsigned corner) { return row.scores[corner]; };
-        EXPECT_EQ(elementScore<triangle_rules>(scoreOf), row.triangle);
-        EXPECT_EQ(elementScore<line_rules>(scoreOf), row.line);
+TEST(CacheScores, ElementsGetABonusForPositiveVertices) {
+    const float rows[][5] = {{1, 2, 0.5F, 6.5F, 6}, {1, 0.5F, 0, 2.5F, 4.5F}, {1, 0, -1, 0, 1}};
+    for (const auto& row : rows) { // three scores, of a triangle, of the line of the first two
+        const auto scoreOf = [&row](unsigned corner) { return row[corner]; };
+        EXPECT_EQ(elementScore<triangle_rules>(scoreOf), row[3]);
+        EXPECT_EQ(elementScore<line_rules>(scoreOf), row[4]);
     }
     std::vector<vcache_triangle_data> drawn(1);
     std::vector<vcache_vertex_data> corners(1);
@@ -109,41 +103,27 @@ TEST(OptimizeCache, BelowTheLimitOnlyIndexesAndNames) {
         EXPECT_EQ(worldMesh(node.get()), before);
         EXPECT_EQ(std::string(::osg::getName(node.get())).substr(0, 3), "_G_");
         EXPECT_STREQ(::osg::getName(core), ::osg::getName(node.get()));
-        const node_ref one_more(meshNode(cube()));
-        const node_ref made(optimizeCache(one_more.get(), above_limit, 71, per_property));
-        EXPECT_TRUE(above_limit);
-        EXPECT_TRUE(made.get() != one_more.get());
     }
 }
 
-TEST(OptimizeCache, LinesGoTheirOwnWayAndPointsStay) {
+TEST(OptimizeCache, PointsStayLinesArePiecesAndOfRoguesOneIsEmpty) {
     bool above_limit = false;
-    const node_ref points(meshNode(row(9, 0)));
-    EXPECT_TRUE(optimizeCache(points.get(), above_limit, 3, true) == points.get());
-    EXPECT_TRUE(above_limit);
-    EXPECT_TRUE(::osg::getName(points.get()) == nullptr);
-
-    const node_ref line(meshNode(row(4, 3)));
-    const node_ref made(optimizeCache(line.get(), above_limit, 3, false));
-    EXPECT_TRUE(above_limit);
-    ASSERT_EQ(made->getNChildren(), 2U);
-    EXPECT_EQ(coreOf(made->getChild(0))->getTypes()->getValue(0), 1U);
-}
-
-TEST(OptimizeCache, OfTrianglesThatMayNotBeKeptAnEmptyPieceIsMade) {
     mesh_data flat = quads(5);
     for (::osg::Pnt3f& position : flat.positions)
         position[0] = 0.0F;
-    const node_ref rogues(meshNode(flat));
-    bool above_limit = false;
-    const node_ref made(optimizeCache(rogues.get(), above_limit, 2, true));
-    ASSERT_EQ(made->getNChildren(), 1U);
-    EXPECT_EQ(coreOf(made->getChild(0))->getLengths()->getSize(), 1U);
-    EXPECT_EQ(coreOf(made->getChild(0))->getLengths()->getValue(0), 0U);
+    const node_ref points(meshNode(row(9, 0))), line(meshNode(row(4, 3))), rogues(meshNode(flat));
+    EXPECT_TRUE(optimizeCache(points.get(), above_limit, 3, true) == points.get());
+    EXPECT_TRUE(above_limit && ::osg::getName(points.get()) == nullptr);
+    const node_ref lines(optimizeCache(line.get(), above_limit, 3, false));
+    ASSERT_EQ(lines->getNChildren(), 2U);
+    EXPECT_EQ(coreOf(lines->getChild(0))->getTypes()->getValue(0), 1U);
+    const node_ref empty(optimizeCache(rogues.get(), above_limit, 2, true));
+    ASSERT_EQ(empty->getNChildren(), 1U);
+    EXPECT_EQ(coreOf(empty->getChild(0))->getLengths()->getValue(0), 0U);
 }
 
 TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
-    std::mt19937 rng(9);
+    std::mt19937 rng(seedOf(9));
     const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
                                group({meshNode(quads(1)), meshNode({})})}));
     const stream_capture out(std::cout);
@@ -161,53 +141,48 @@ TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
             EXPECT_EQ(coreOf(piece)->getNormals()->getValue(i), ::osg::Vec3f(0, 0, 1));
     }
     const node_ref nothing(optimizeCacheForTree(::osg::NullFC, 20, true, true));
-    EXPECT_EQ(nothing->getNChildren(), 0U);
-    EXPECT_TRUE(nothing->getCore() != ::osg::NullFC);
+    EXPECT_TRUE(nothing->getNChildren() == 0 && nothing->getCore() != ::osg::NullFC);
     const node_ref alone(meshNode(quads(40)));
     const node_ref pieces(optimizeCacheForTree(alone.get(), 20, true, true));
     EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
 }
 
 TEST(OptimizeCache, SurvivesBrokenGeometry) {
-    std::mt19937 rng(10);
+    std::mt19937 rng(seedOf(10));
     const mesh_data good = withIndexPerProperty(withAttributes(soup(rng, 20), rng), rng);
-    using lists = std::vector<std::pair<unsigned, unsigned>>;
-    const std::function<void(mesh_data&, unsigned)> spoils[] = {
-        [](mesh_data& mesh, unsigned) { mesh.positions.clear(); },
-        [](mesh_data& mesh, unsigned) { mesh.normals.resize(5); },
-        [](mesh_data& mesh, unsigned) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
-        [](mesh_data& mesh, unsigned) { mesh.indices.resize(31); },
-        [](mesh_data& mesh, unsigned mode) {
-            mesh.primitives = lists(2, {mode, 0xFFFFFFFFU});
+    void (*const spoils[])(mesh_data&) = {
+        [](mesh_data& mesh) { mesh.positions.clear(); },
+        [](mesh_data& mesh) { mesh.normals.resize(5); },
+        [](mesh_data& mesh) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
+        [](mesh_data& mesh) { mesh.indices.resize(31); },
+        [](mesh_data& mesh) {
+            mesh.primitives.assign(2, {mesh.primitives[0].first, ~0U});
         },
-        [](mesh_data& mesh, unsigned mode) {
+        [](mesh_data& mesh) {
+            const unsigned mode = mesh.primitives[0].first;
             mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}};
         },
-        [](mesh_data& mesh, unsigned) { mesh.mapping.pop_back(); }, // more vertices than told
-        [](mesh_data& mesh, unsigned) {
+        [](mesh_data& mesh) { mesh.mapping.pop_back(); }, // more vertices than told
+        [](mesh_data& mesh) {
             for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
                 mesh.positions[i][i % 3] = i % 8 == 0 ? infinity : std::nanf("");
         },
-        [](mesh_data& mesh, unsigned) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
+        [](mesh_data& mesh) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
         nullptr}; // without lengths
-    for (const auto& spoil : spoils) {
-        SCOPED_TRACE(testing::Message() << "kind " << &spoil - spoils);
-        for (const unsigned mode : {4U, 1U, 5U}) {
-            mesh_data mesh = good;
-            mesh.primitives = {{mode, 60}};
-            if (spoil)
-                spoil(mesh, mode);
-            const node_ref node(meshNode(mesh));
-            if (!spoil)
-                coreOf(node.get())->setLengths(::osg::NullFC);
-            for (const bool per_property : {false, true}) {
-                bool above_limit = false;
-                const node_ref made(optimizeCache(node.get(), above_limit, 4, per_property));
-                EXPECT_TRUE(above_limit);
-                EXPECT_GE(made->getNChildren(), 1U);
-                worldMesh(made.get());
-            }
-        }
+    for (std::size_t i = 0; i < 6 * std::size(spoils); ++i) {
+        SCOPED_TRACE(testing::Message() << "kind " << i / 6 << ", variant " << i % 6);
+        mesh_data mesh = good;
+        mesh.primitives = {{(i % 3 == 0 ? 4U : i % 3 == 1 ? 1U : 5U), 60}};
+        if (spoils[i / 6])
+            spoils[i / 6](mesh);
+        const node_ref node(meshNode(mesh));
+        if (!spoils[i / 6])
+            coreOf(node.get())->setLengths(::osg::NullFC);
+        bool above_limit = false;
+        const node_ref made(optimizeCache(node.get(), above_limit, 4, i % 2 == 0));
+        EXPECT_TRUE(above_limit);
+        EXPECT_GE(made->getNChildren(), 1U);
+        worldMesh(made.get());
     }
 }
 
