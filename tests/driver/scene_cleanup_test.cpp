@@ -42,7 +42,7 @@ TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
         const char* start = nullptr;  ///< a node below the root
     } rows[] = {
         {"deleting climbs to the root", deletion, "r(a(b(m)))", "r", "m"},
-        {"deleting stops at a sibling", deletion, "r(a(m) n)", "r(n)", "m"},
+        {"deleting stops at a sibling", deletion, "r(x(a(m) n))", "r(x(n))", "m"},
         {"chosen child goes to the end", switches, "r(?1s(a b c) n)", "r(n b)+"},
         {"switch of nothing goes whole", switches, "r(?-1s(a) n)", "r(n)+"},
         {"switch of all goes whole", switches, "r(?-2s(a) n)", "r(n)+"},

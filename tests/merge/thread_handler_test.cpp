@@ -163,7 +163,7 @@ TEST(WorkerThreads, HandsOverAtItsBarriersWhoeverEndsFirst) {
 TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
     std::mt19937 rng(seedOf(5201));
     morva::osg::getIDmapHandler().reset();
-    for (int round = 0; round < roundsOf(40); ++round) {
+    for (int round = 0; round < roundsOf(20); ++round) {
         const std::size_t count = 1 + rng() % (round % 10 == 0 ? 40 : 9);
         const unsigned limit = std::array<unsigned, 4>{1, 2, 3, 8}[rng() % 4];
         SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
