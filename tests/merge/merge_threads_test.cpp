@@ -41,7 +41,7 @@ node_ref crowded(unsigned seed, bool backwards) {
     const palette first, second; // of two materials either may be made first
     material_map names = second.names;
     names[backwards ? "red" : "blue"] = first.names.at(backwards ? "red" : "blue");
-    const bool own_ids = rng() % 3 == 0, short_strips = rng() % 4 == 0;
+    const bool own_ids = rng() % 2 == 0, short_strips = rng() % 4 == 0;
     const char* const tops[] = {"#red(", "#choice(", "g(", "g(", "g(", "g("};
     std::string text = tops[rng() % 6];
     for (int i = 0; i < 6; ++i)
@@ -98,7 +98,7 @@ mergeGeo_setup anySetup(std::mt19937& rng) {
     setup.cacheopt = rng() % 4 == 0;
     setup.idmap = rng() % 2 == 0 ? "map" : "";
     setup.vertexcolor = rng() % 4 == 0 ? 150 : -1;
-    setup.mergehierarchy = rng() % 4 == 0;
+    setup.mergehierarchy = rng() % 2 == 0;
     setup.optimizetc = rng() % 3 == 0 ? 2 : -1;
     for (bool* flag : {&setup.mergesamename, &setup.ignorematerial, &setup.calcnormals,
                        &setup.keeprenderfalse, &setup.alphageometry})
