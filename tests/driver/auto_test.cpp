@@ -43,29 +43,18 @@ std::array<std::size_t, 2> thinBelow(const NodePtr& root) {
 }
 
 TEST(OptWithSkippedGeo, ShowsEachTriangleOnce) {
-    const char* const scenes[] = {"g(red choice)",
-                                  "g(red cube ~t(blue))",
-                                  "g(red !blue)",
-                                  "~t(red choice)",
-                                  "~t(g(choice))",
-                                  "g(choice cube)",
+    const char* const scenes[] = {"~t(g(choice))",
                                   "choice",
                                   "red",
                                   "!red",
                                   "!g(red choice)",
                                   "#red(choice blue)",
-                                  "g(#choice(red))",
-                                  "g(#red(#blue(choice)))",
-                                  "g($choice(none) $red(none))",
-                                  "g(?0s(red !blue) %l(cube image) glass)",
-                                  "g(glass #glass(red))",
-                                  "g(image grey image red)",
                                   "g(a() .b red)",
-                                  "g(lines points choice)",
+                                  "g(glass #glass(red))",
                                   "g(#points(red) #lines(choice red) #choice(red))"};
     const palette colors;
-    std::mt19937 rng(5);
-    for (unsigned round = 0; round < 1500; ++round) {
+    std::mt19937 rng(seedOf(5));
+    for (unsigned round = 0; round < roundsOf(1500U); ++round) {
         const std::string text =
             round < std::size(scenes) ? scenes[round] : "g(" + randomScene(rng, 3) + ")";
         SCOPED_TRACE(text);
@@ -153,10 +142,8 @@ TEST(OptTreeAuto, IsTheRoadOfTheEmptyString) {
     const stream_capture out(std::cout);
     morva::osg::run_record record;
     const node_ref result(morva::osg::optTree(root.get(), "", record));
-    EXPECT_EQ(out.text().rfind("Optimizing Tree...\nOptimization called withoud", 0), 0U);
     EXPECT_EQ(parent->getNChildren(), 0U) << "off for good";
-    ASSERT_TRUE(record.automatic.has_value());
-    EXPECT_TRUE(record.automatic->with_skipped);
+    EXPECT_TRUE(record.automatic && record.automatic->with_skipped);
 }
 
 TEST(Auto, TrianglesPerCoreRiseBetweenTheBounds) {
@@ -169,22 +156,16 @@ TEST(Auto, TrianglesPerCoreRiseBetweenTheBounds) {
 
 TEST(OptGeometry, CutsOneCoreAndKeepsIt) {
     const stream_capture out(std::cout);
-    const node_ref nothing(morva::osg::optGeometry(::osg::NullFC, 10, 1));
-    EXPECT_EQ(nothing->getNChildren(), 0U);
+    EXPECT_EQ(node_ref(morva::osg::optGeometry(::osg::NullFC, 10, 1))->getNChildren(), 0U);
     const ::osg::MaterialRefPtr glass(chunked({1, 1, 1, 0.5F})), red(plain(1));
-    const mesh_data mesh = quads(50);
-    for (const ::osg::MaterialPtr& material : {glass.get(), red.get()}) {
+    for (const bool cut : {false, true}) {
         for (const bool held : {false, true}) {
-            const ::osg::GeometryPtr core = geometryOf(mesh, material);
-            if (held)
-                ::osg::addRefCP(core);
-            const node_ref parts(morva::osg::optGeometry(core, 25, 1));
-            const node_ref source(nodeOf(core));
-            if (held)
-                ::osg::subRefCP(core);
+            const ::osg::GeometryPtr core = geometryOf(quads(50), cut ? red.get() : glass.get());
+            const geometry_ref holder(held ? core : ::osg::GeometryPtr());
+            const node_ref parts(morva::osg::optGeometry(core, 25, 1)), source(nodeOf(core));
             EXPECT_EQ(firstDifference(shapeOf(source.get()), shapeOf(parts.get())), "");
             for (const NodePtr& part : geometryNodes(parts.get()))
-                EXPECT_EQ(shapeOf(part).size() <= 25, material == red);
+                EXPECT_EQ(shapeOf(part).size() <= 25, cut);
         }
     }
 }

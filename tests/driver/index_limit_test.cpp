@@ -2,6 +2,7 @@
 
 #include "tests/driver/random_scenes.h"
 #include "tests/merge/merge_scenes.h"
+#include "tests/support/described_tree.h"
 
 #include <pthread.h>
 
@@ -15,23 +16,15 @@ namespace {
 using morva::osg::maxGeoIndexSize;
 using ::osg::NodePtr;
 
-/// The triangles that are no line or point.
-world_mesh drawnBy(const NodePtr& node) {
-    mesh_choice choice;
-    choice.normals = choice.colors = choice.coordinates = false;
-    choice.dropped = morva::osg::is_rogue;
-    return worldMesh(node, choice);
-}
-
 bool isGood(const NodePtr& source, const NodePtr& result) {
     const node_ref alone(nodeOf(source->getCore()));
     const auto before = thinOnes(source);
-    const world_mesh whole = drawnBy(alone.get());
+    const world_mesh whole = shapeOf(alone.get());
     std::array<std::size_t, 3> cores{}, fewer{};
     std::array<std::size_t, 2> sums{};
     for (const NodePtr& part : geometryNodes(result)) {
         const auto thin = thinOnes(part);
-        const std::array<std::size_t, 3> all{drawnBy(part).size(), thin[0], thin[1]};
+        const std::array<std::size_t, 3> all{shapeOf(part).size(), thin[0], thin[1]};
         const std::array<std::size_t, 3> limits{whole.size(), before[0], before[1]};
         for (std::size_t k = 0; k < 3; ++k) {
             cores[k] += all[k] > 0 ? 1 : 0;
@@ -40,7 +33,7 @@ bool isGood(const NodePtr& source, const NodePtr& result) {
                 sums[k - 1] += all[k];
         }
     }
-    if (whole != drawnBy(result) || sums[0] < before[0] || sums[1] < before[1])
+    if (whole != shapeOf(result) || sums[0] < before[0] || sums[1] < before[1])
         return false;
     for (std::size_t k = 0; k < 3; ++k) {
         if (cores[k] >= 2 && fewer[k] == cores[k])
@@ -92,44 +85,12 @@ unsigned naiveLimit(const NodePtr& node, unsigned limit, int opt, std::set<NodeP
     return count;
 }
 
-/// Nodes with mask, place of the core in the index property and what they draw, in walk order.
-std::string described(const NodePtr& node) {
-    std::ostringstream out;
-    out << (::osg::getName(node) == nullptr ? "-" : ::osg::getName(node)) << ' '
-        << node->getTravMask();
-    if (coreOf(node) != ::osg::NullFC) {
-        const node_ref alone(nodeOf(node->getCore()));
-        out << ' ' << drawnBy(alone.get()).size() << ' ' << thinOnes(node)[0] << ' '
-            << thinOnes(node)[1] << ' '
-            << (coreOf(node)->getIndices() == ::osg::NullFC ? 0
-                                                            : coreOf(node)->getIndices()->size());
-    }
-    out << '(';
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        out << described(node->getChild(i)) << ' ';
-    return out.str() + ')';
-}
-
 /// A mesh with an index: single triangles, lines and points among them.
 mesh_data someMesh(std::mt19937& rng) {
     const unsigned size = 1 + rng() % 60;
-    mesh_data mesh;
-    switch (rng() % 8) {
-    case 0:
-        mesh = row(size, rng() % 4);
-        break;
-    case 1:
-        mesh = mixture(rng, 1 + size / 6);
-        break;
-    case 2:
-        mesh = strip(size + 3, 5 + 3 * (rng() % 2));
-        break;
-    case 3:
-        mesh = quads(size);
-        break;
-    default:
-        mesh = soup(rng, size);
-    }
+    const mesh_data shapes[] = {row(size, rng() % 4), mixture(rng, 1 + size / 6),
+                                strip(size + 3, 5 + 3 * (rng() % 2)), quads(size), soup(rng, size)};
+    mesh_data mesh = shapes[std::min<std::size_t>(rng() % 8, 4)];
     if (rng() % 2 == 0)
         mesh = withNormals(mesh, rng);
     if (rng() % 8 == 0)
@@ -141,8 +102,10 @@ TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
     const stream_capture out(std::cout);
     const palette colors;
     unsigned cuts = 0, from_below = 0;
-    for (unsigned seed = 0; seed < 1500; ++seed) {
-        SCOPED_TRACE(seed);
+    std::mt19937 seeds(seedOf(1500));
+    for (unsigned round = 0; round < roundsOf(1500U); ++round) {
+        SCOPED_TRACE(round);
+        const auto seed = static_cast<unsigned>(seeds());
         std::string ends[2];
         unsigned counts[2] = {0, 0};
         for (int naive = 0; naive < 2; ++naive) {
@@ -154,14 +117,16 @@ TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
             const unsigned limit = rng() % 3 == 0 ? rng() % 4 : rng() % 90;
             const int opt = 1 + static_cast<int>(rng() % 3);
             const NodePtr start = rng() % 2 == 0 ? root.get() : nodes[rng() % nodes.size()];
-            const world_mesh before = drawnBy(root.get());
+            const world_mesh before = shapeOf(root.get());
             morva::osg::getIDmapHandler().mergedCount = 0;
             std::set<NodePtr> stuck;
             from_below += coreOf(start) != ::osg::NullFC ? 1 : 0;
             counts[naive] = naive == 0 ? maxGeoIndexSize(start, limit, opt, false)
                                        : naiveLimit(start, limit, opt, stuck);
-            ends[naive] = described(root.get());
-            EXPECT_EQ(firstDifference(before, drawnBy(root.get())), "");
+            std::ostringstream text;
+            describe(root.get(), text);
+            ends[naive] = text.str();
+            EXPECT_EQ(firstDifference(before, shapeOf(root.get())), "");
         }
         EXPECT_EQ(ends[0], ends[1]);
         EXPECT_EQ(counts[0], counts[1]);
@@ -185,23 +150,20 @@ TEST(MaxGeoIndexSize, TakesTimeAndStackForWhatIsCut) {
         deep->addChild(group());
     deep->addChild(nodeOf(core.get()));
     const stream_capture out(std::cout);
+    static unsigned cuts; // whatever the thread is told
+    static NodePtr top;
+    top = root.get();
     pthread_attr_t small;
     pthread_attr_init(&small);
     pthread_attr_setstacksize(&small, 256 * 1024);
-    std::pair<NodePtr, unsigned> work{root.get(), 0};
     pthread_t thread{};
-    ASSERT_EQ(pthread_create(
-                  &thread, &small,
-                  [](void* given) -> void* {
-                      auto& job = *static_cast<std::pair<NodePtr, unsigned>*>(given);
-                      job.second = maxGeoIndexSize(job.first, 47, 1, false);
-                      return nullptr;
-                  },
-                  &work),
-              0);
+    const auto run = [](void*) -> void* {
+        cuts = maxGeoIndexSize(top, 47, 1, false);
+        return nullptr;
+    };
+    ASSERT_EQ(pthread_create(&thread, &small, run, nullptr), 0);
     pthread_join(thread, nullptr);
-    EXPECT_EQ(work.second,
-              3U * 10001U); // quarters: two indices per corner, since there are normals
+    EXPECT_EQ(cuts, 3U * 10001U); // quarters: two indices per corner, since there are normals
     EXPECT_EQ(root->getNChildren(), 10001U);
     EXPECT_EQ(coreOf(root->getChild(1)), ::osg::NullFC);
 }

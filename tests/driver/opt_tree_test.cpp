@@ -8,19 +8,6 @@
 
 namespace {
 
-struct run {
-    node_ref result;
-    std::string printed;
-};
-
-run optimise(const ::osg::NodePtr& root, const std::string& parameters) {
-    const stream_capture out(std::cout);
-    run made;
-    made.result = morva::osg::optTree(root, parameters);
-    made.printed = out.text();
-    return made;
-}
-
 const std::string first_line = "Optimizing Tree...\n";
 
 std::string settings(const std::string& cacheopt = "0", const std::string& idmap = "",
@@ -32,55 +19,48 @@ std::string settings(const std::string& cacheopt = "0", const std::string& idmap
            "\nignoreMaterial: 0\nkeepRenderFalse:0\n";
 }
 
-::osg::NodePtr twoParts() {
-    return group({named("a", meshNode(quads(2), simple({1, 0, 0}))),
-                  moved({5, 0, 0}, {named("b", meshNode(quads(3), simple({1, 0, 0})))})});
+::osg::NodePtr fiveParts() {
+    return group({meshNode(quads(2), simple({1, 0, 0})),
+                  moved({5, 0, 0}, {meshNode(quads(3), simple({0, 0, 1}))}),
+                  meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
+                  switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
+                  detailed({meshNode(quads(2)), meshNode(quads(7))})});
 }
 
-TEST(OptTree, WithoutAStageTheGivenRootComesBackUnderItsParent) {
-    const node_ref parent(group({named("first", group()), twoParts(), named("last", group())}));
-    const node_ref root(parent->getChild(1));
-    const stream_capture out(std::cout);
-    std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
-    EXPECT_EQ(morva::osg::optTree(root.get(), "maxtris(0)"), root.get());
-    EXPECT_EQ(parent->findChild(root.get()), 2); // at the end of the list
-    EXPECT_EQ(out.text(), first_line + settings());
-}
-
-TEST(OptTree, MergesAndHandsOutANewRootWithoutReferences) {
-    const node_ref parent(group({twoParts()}));
-    const node_ref root(parent->getChild(0));
-    const run made = optimise(root.get(), "maxtris(5000)");
-    EXPECT_NE(made.result, root);
-    EXPECT_EQ(made.result.get().getRefCount(), 1U);
-    EXPECT_EQ(root->getParent(), parent.get()) << "the input tree goes back, not the result";
-    EXPECT_EQ(made.result->getParent(), ::osg::NullFC);
-    EXPECT_EQ(geometryNodes(made.result.get()).size(), 1U) << "equal materials became one";
-    EXPECT_EQ(worldMesh(made.result.get()).size(), 10U); // the roads compare them
-}
-
-TEST(OptTree, PrintsTheSettingsThatHold) {
+TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) {
     const struct {
         const char* parameters;
-        std::string expected; ///< somewhere in what is printed
+        std::string printed;          ///< somewhere
+        std::size_t triangles, cores; ///< of the result
     } rows[] = {
-        {"cacheopt(true),maxtris(10)", settings("1") + "Merge Geometry. Cacheopt: 1\n"},
-        {"onegeometry(true),cacheopt(true)", settings("1", "", "1")},
-        {"idmapinroot(true)", settings("0", "metaOnly")},
-        {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n"},
+        {"maxtris(0)", first_line + settings(), 56, 7},
+        {"maxtris(100)", settings(), 28, 3},
+        {"cacheopt(true),maxtris(10)", settings("1") + "Merge Geometry. Cacheopt: 1\n", 28, 3},
+        {"onegeometry(true),cacheopt(true)", settings("1", "", "1"), 28, 1},
+        {"maxtris(100),idmapinroot(true)", settings("0", "metaOnly"), 28, 3},
+        {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n", 56, 7},
         {"help()",
-         first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings()},
-        {"removelod(true),removeswitch(1)",
-         settings() + "Removing LOD parts.\nRemoving Switch parts.\n"},
+         first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings(), 56,
+         7},
+        {"maxtris(100),removelod(true),removeswitch(1)",
+         settings() + "Removing LOD parts.\nRemoving Switch parts.\n", 40, 4},
     };
     for (const auto& row : rows) {
-        const node_ref root(twoParts());
-        const run made = optimise(root.get(), row.parameters);
-        EXPECT_NE(made.printed.find(row.expected), std::string::npos) << row.parameters << "\n"
-                                                                      << made.printed;
+        SCOPED_TRACE(row.parameters);
+        const node_ref parent(group({named("first", group()), fiveParts(), group()}));
+        const node_ref root(parent->getChild(1));
+        const stream_capture out(std::cout);
+        std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+        const node_ref result(morva::osg::optTree(root.get(), row.parameters));
+        EXPECT_NE(out.text().find(row.printed), std::string::npos) << out.text();
+        EXPECT_EQ(worldMesh(result.get()).size(), row.triangles);
+        EXPECT_EQ(geometryNodes(result.get()).size(), row.cores);
+        EXPECT_EQ(parent->findChild(root.get()), 2) << "the input, and at the end of the list";
+        EXPECT_EQ(result == root, row.triangles == 56);
+        EXPECT_EQ(result.get().getRefCount(), result == root ? 3U : 1U);
         const auto& map_type = ::osg::StringAttributeMap::getClassType();
-        EXPECT_EQ(made.result->findAttachment(map_type, 1) != ::osg::NullFC,
-                  row.parameters == std::string("idmapinroot(true)"));
+        EXPECT_EQ(result->findAttachment(map_type, 1) != ::osg::NullFC,
+                  std::strstr(row.parameters, "inroot") != nullptr);
     }
 }
 
@@ -147,23 +127,6 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         {")(,,((x,opt,maxtris,1(2)3)", "runs "}};
     for (const auto& [parameters, expected] : rows)
         EXPECT_EQ(described(morva::osg::planOf(parameters)), expected) << parameters;
-}
-
-TEST(OptTree, StagesOnTheInputComeBeforeTheMerge) {
-    const std::tuple<const char*, std::size_t, std::size_t> rows[] = {
-        {"maxtris(100)", 28, 3},
-        {"maxtris(100),removelod(1),removeswitch(1)", 40, 4},
-        {"onegeometry(true)", 28, 1}};
-    for (const auto& [parameters, triangles, cores] : rows) {
-        const node_ref root(
-            group({meshNode(quads(2), simple({1, 0, 0})), meshNode(quads(3), simple({0, 0, 1})),
-                   meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
-                   switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
-                   detailed({meshNode(quads(2)), meshNode(quads(7))})}));
-        const run made = optimise(root.get(), parameters);
-        EXPECT_EQ(worldMesh(made.result.get()).size(), triangles) << parameters;
-        EXPECT_EQ(geometryNodes(made.result.get()).size(), cores) << parameters;
-    }
 }
 
 } // namespace

@@ -8,6 +8,7 @@
 
 namespace {
 
+using ::osg::NodePtr;
 using ::osg::Pnt3f;
 using points = std::vector<Pnt3f>;
 
@@ -19,77 +20,146 @@ mesh_data cloud(const points& at) {
     mesh.positions = at;
     return mesh;
 }
+NodePtr cloudNode(const points& at) { return meshNode(cloud(at)); }
 
-points positionsOf(const ::osg::NodePtr& node) {
-    points found;
-    for (const ::osg::NodePtr& each : geometryNodes(node)) {
+/// All positions, "x y z, x y z", and behind "+" the number of transforms.
+std::string positionsOf(const NodePtr& root) {
+    std::ostringstream text;
+    for (const NodePtr& each : geometryNodes(root)) {
         const ::osg::GeoPositionsPtr positions = coreOf(each)->getPositions();
-        for (::osg::UInt32 i = 0; positions != ::osg::NullFC && i < positions->getSize(); ++i)
-            found.push_back(positions->getValue(i));
+        for (::osg::UInt32 i = 0; positions != ::osg::NullFC && i < positions->getSize(); ++i) {
+            const Pnt3f p = positions->getValue(i);
+            text << (text.tellp() > 0 ? ", " : "") << p[0] << ' ' << p[1] << ' ' << p[2];
+        }
     }
-    return found;
+    const std::function<int(const NodePtr&)> transformsBelow = [&](const NodePtr& node) {
+        int count = ::osg::TransformPtr::dcast(node->getCore()) != ::osg::NullFC ? 1 : 0;
+        for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
+            count += transformsBelow(node->getChild(i));
+        return count;
+    };
+    const int count = root != ::osg::NullFC ? transformsBelow(root) : 0;
+    return text.str() + (count > 0 ? " +" + std::to_string(count) : "");
 }
 
 /// Extents 4, 2 and 1; the lowest corner is (1, 2, 3). The third point is used by nothing.
-::osg::NodePtr oblong() {
+NodePtr oblong() {
     mesh_data low = cloud({{1, 2, 3}, {2, 2, 3}, {100, 100, 100}});
     low.primitives = {{0, 2}};
-    return group({group({meshNode(low)}), meshNode(cloud({{5, 4, 4}}))});
+    return group({group({meshNode(low)}), cloudNode({{5, 4, 4}})});
 }
 
-const char* const bad_box = "morva::osg::transformSceneBB: No valid Bounding Box given.\n";
-const char* const bad_scene = "morva::osg::transformSceneBB: No valid Scene Bounding Box.\n";
-const char* const bad_list = "morva::osg::transformSceneBB: String of Min/Max values not valid. "
-                             "Example \"1:2:3:4:5:6\"\n";
-const points as_it_was = {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}, {5, 4, 4}};
+/// Two nodes of one core, one turned a quarter around z, and a hidden one.
+NodePtr placedParts() {
+    const NodePtr part = cloudNode({{0, 0, 0}, {2, 2, 2}});
+    ::osg::Matrix turn;
+    turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
+    return group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
+                  switched(-2, {transformed(turn, {cloudNode({{4, 0, 0}})})}),
+                  moved({50, 0, 0}, {hidden(cloudNode({{7, 7, 7}}))})});
+}
 
-TEST(SceneBox, MovesWhatIsThereIntoIt) {
-    const points smaller = {{-1, -1, -1}, {-0.5F, -1, -1}, {48.5F, 48, 47.5F}, {1, 0, -0.5F}};
+using act = void (*)(const NodePtr& root, const char* text);
+
+void intoBox(const NodePtr& root, const char* text) { // six numbers, or the size of a cube
+    if (std::strchr(text, ':') != nullptr)
+        morva::osg::transformSceneBB(root, std::string(text));
+    else
+        morva::osg::transformSceneBB(root, std::stof(text));
+}
+void toCenter(const NodePtr& root, const char* text) { morva::osg::centerGeoPositions(root, text); }
+void toBase(const NodePtr& root, const char*) { morva::osg::baseGeoPositions(root); }
+void doubled(const NodePtr& root, const char*) {
+    ::osg::TransformationMatrix<double> twice;
+    twice.setScale(2.0);
+    morva::osg::applyTransform(root, twice);
+}
+
+TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
+    const std::string head = "morva::osg::";
+    const std::string bad_box = head + "transformSceneBB: No valid Bounding Box given.\n",
+                      bad_scene = head + "transformSceneBB: No valid Scene Bounding Box.\n",
+                      bad_list = head + "transformSceneBB: String of Min/Max values not valid. "
+                                        "Example \"1:2:3:4:5:6\"\n",
+                      bad_center = head + "CenterGeoPositions: String of Center values not valid. "
+                                          "Example \"1:2:3\"\n";
+    const char* const same = "1 2 3, 2 2 3, 100 100 100, 5 4 4";
+    const auto at = [](float all) { return cloudNode({{all, all, all}}); };
+    const NodePtr part = cloudNode({{2, 3, 4}}), nested = cloudNode({{1, 1, 1}});
+    nested->addChild(at(9));
     const struct {
         const char* rule;
-        ::osg::NodePtr scene;
-        const char* box; ///< six numbers, or the size of a cube around the origin
-        points expected;
-        const char* printed = "";
+        act apply;
+        NodePtr scene;
+        const char *text, *expected;
+        std::string printed;
     } rows[] = {
-        {"half size and lower corners meet", oblong(), "2", smaller},
-        {"no size, no word", oblong(), "0", as_it_was},
-        {"negative size", oblong(), "-2", as_it_was},
-        {"size that is no number", oblong(), "nan", as_it_was},
-        {"flat box", oblong(), "0:0:0:1:0:1", as_it_was, bad_box},
-        {"box inside out", oblong(), "0:0:0:1:1:-1", as_it_was, bad_box},
-        {"tightest axis decides",
-         oblong(),
-         "10:20:30:110:22:130",
-         {{10, 20, 30}, {11, 20, 30}, {109, 118, 127}, {14, 22, 31}}},
-        {"flat scene", meshNode(cloud({{0, 0, 0}, {1, 1, 0}})), "2", {{}, {1, 1, 0}}, bad_scene},
-        {"nothing to draw", group(), "2", {}, bad_scene},
-        {"node without a core", ::osg::Node::create(), "2", {}, bad_scene},
-        {"no node", ::osg::NullFC, "2", {}, bad_scene},
-        {"hidden scene", hidden(oblong()), "2", as_it_was, bad_scene},
-        {"five numbers", oblong(), "0:0:0:1:1", as_it_was, bad_list},
-        {"no numbers", oblong(), ":", as_it_was, bad_list},
-        {"words are zeros", oblong(), "a:b:c:d:e:f", as_it_was, bad_box},
-        {"the seventh is ignored", oblong(), "::1:2:3::9:4:4:77:", as_it_was},
+        {"half size and lower corners meet", intoBox, oblong(), "2",
+         "-1 -1 -1, -0.5 -1 -1, 48.5 48 47.5, 1 0 -0.5", ""},
+        {"no size, no word", intoBox, oblong(), "0", same, ""},
+        {"negative size", intoBox, oblong(), "-2", same, ""},
+        {"size that is no number", intoBox, oblong(), "nan", same, ""},
+        {"flat box", intoBox, oblong(), "0:0:0:1:1:0", same, bad_box},
+        {"box inside out", intoBox, oblong(), "0:0:0:1:-1:1", same, bad_box},
+        {"tightest axis decides", intoBox, oblong(), "10:20:30:110:22:130",
+         "10 20 30, 11 20 30, 109 118 127, 14 22 31", ""},
+        {"flat scene", intoBox, cloudNode({{0, 0, 0}, {1, 1, 0}}), "2", "0 0 0, 1 1 0", bad_scene},
+        {"nothing to draw", intoBox, group(), "2", "", bad_scene},
+        {"node without a core", intoBox, ::osg::Node::create(), "2", "", bad_scene},
+        {"no node", intoBox, ::osg::NullFC, "2", "", bad_scene},
+        {"hidden scene", intoBox, hidden(oblong()), "2", same, bad_scene},
+        {"five numbers", intoBox, oblong(), "0:0:0:1:1", same, bad_list},
+        {"no numbers", intoBox, oblong(), ":", same, bad_list},
+        {"words are zeros", intoBox, oblong(), "a:b:c:d:e:f", same, bad_box},
+        {"six numbers, no more", intoBox, oblong(), "1:2:3:9:4:4", same, ""},
+        {"the seventh is ignored", intoBox, oblong(), "::1:2:3::9:4:4:77:", same, ""},
+        {"a place of its own for each node, baked", toCenter, placedParts(), "1:2.25:-3e6:rest",
+         "5 -0.75 -3e+06, 7 1.25 -3e+06, -5 3.25 -3e+06, -3 5.25 -3e+06, -5 3.25 -3e+06, 7 7 7",
+         "New Model Center: [1/2.25/-3e+06]\nModel will be moved by: [-5/-0.75/-3e+06]\n"},
+        {"a copy was moved", toCenter, cloudNode({{4, 0, 0}}), "1:2:3", "4 0 0",
+         "New Model Center: [1/2/3]\nModel will be moved by: [-3/2/3]\n"},
+        {"too few", toCenter, moved({1, 1, 1}, {at(3)}), "1:2", "3 3 3 +1", bad_center},
+        {"nothing to move comes first", toCenter, group(), "1:2", "", ""},
+        {"no node to center", toCenter, ::osg::NullFC, "1:2", "", ""},
+        {"rounds down", toBase,
+         group({cloudNode({{10.5F, 7, 4}, {12, -0.5F, 9}}), cloudNode({{11, 3, 3}})}), "",
+         "0.5 8 1, 2 0.5 6, 1 4 0", ""},
+        {"shared cores move once per node", toBase, group({part, nodeOf(part->getCore())}), "",
+         "-2 -3 -4, -2 -3 -4", ""},
+        {"a transform above stops it", toBase, group({at(5), moved({1, 0, 0}, {group({at(6)})})}),
+         "", "5 5 5, 6 6 6 +1", ""},
+        {"a component transform too", toBase, nodeOf(::osg::ComponentTransform::create(), {at(5)}),
+         "", "5 5 5 +1", ""},
+        {"a transform above nothing does not", toBase, group({at(5), moved({1, 0, 0}, {group()})}),
+         "", "0 0 0 +1", ""},
+        {"switched geometry stays and has no say", toBase,
+         group({switched(0, {at(1)}), at(5), meshNode(mesh_data{})}), "", "1 1 1, 0 0 0", ""},
+        {"no number has no say", toBase, cloudNode({{nan, 2, 2}, {3, nan, 7}}), "",
+         "nan 0 0, 0 nan 5", ""},
+        {"no positions", toBase, group({meshNode(mesh_data{})}), "", "", ""},
+        {"no node to base", toBase, ::osg::NullFC, "", "", ""},
+        {"topmost geometries, once per node", doubled,
+         group({nested, group({nodeOf(nested->getCore()), ::osg::Node::create()}),
+                meshNode(mesh_data{})}),
+         "", "4 4 4, 9 9 9, 4 4 4", ""},
+        {"no node to move", doubled, ::osg::NullFC, "", "", ""},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
         const node_ref root(row.scene);
         const stream_capture out(std::cout);
-        if (std::strchr(row.box, ':') != nullptr)
-            morva::osg::transformSceneBB(root.get(), std::string(row.box));
-        else
-            morva::osg::transformSceneBB(root.get(), std::stof(row.box));
+        std::cout.precision(1); // as a caller may have left it
+        row.apply(root.get(), row.text);
         EXPECT_EQ(positionsOf(root.get()), row.expected);
         EXPECT_EQ(out.text(), row.printed);
     }
 }
 
-TEST(SceneBox, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
+TEST(ScenePlacement, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
     // The world sees 2..4 on each axis; the geometry itself lies at 0..2.
-    const node_ref world(moved({2, 2, 2}, {group({meshNode(cloud({{0, 0, 0}, {2, 2, 2}}))})}));
+    const node_ref world(moved({2, 2, 2}, {group({cloudNode({{0, 0, 0}, {2, 2, 2}})})}));
     morva::osg::transformSceneBB(world->getChild(0), 1.0F);
-    EXPECT_EQ(positionsOf(world.get()), (points{{-1.5F, -1.5F, -1.5F}, {-0.5F, -0.5F, -0.5F}}));
+    EXPECT_EQ(positionsOf(world.get()), "-1.5 -1.5 -1.5, -0.5 -0.5 -0.5 +1");
     ::osg::DynamicVolume volume;
     world->getWorldVolume(volume);
     Pnt3f low, high;
@@ -98,140 +168,32 @@ TEST(SceneBox, TheWorldsBoxIsMeasuredAndTheOwnSpaceMoved) {
 }
 
 TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
-    std::mt19937 rng(7);
+    std::mt19937 rng(seedOf(7));
     std::uniform_real_distribution<double> any(-1e6, 1e6);
     ::osg::TransformationMatrix<double> matrix;
-    for (unsigned column = 0; column < 4; ++column)
-        for (unsigned row = 0; row < 4; ++row)
-            matrix[column][row] = any(rng);
-    points before;
-    for (int i = 0; i < 200; ++i)
-        before.emplace_back(static_cast<float>(any(rng)), static_cast<float>(any(rng)),
-                            static_cast<float>(any(rng)));
-    const node_ref narrow(meshNode(cloud(before))), wide(meshNode(cloud({})));
-    const ::osg::GeoPositions3dPtr doubles = ::osg::GeoPositions3d::create();
-    for (const Pnt3f& p : before)
-        doubles->push_back(p);
-    coreOf(wide.get())->setPositions(doubles);
-    morva::osg::applyTransform(narrow.get(), matrix);
-    morva::osg::applyTransform(coreOf(wide.get()), matrix);
-    const points after = positionsOf(narrow.get()), of_doubles = positionsOf(wide.get());
-    ASSERT_EQ(after.size(), before.size());
-    ASSERT_EQ(of_doubles.size(), before.size());
-    for (std::size_t i = 0; i < before.size(); ++i) {
-        for (unsigned row = 0; row < 3; ++row) {
+    for (unsigned i = 0; i < 16; ++i)
+        matrix[i / 4][i % 4] = any(rng);
+    points before(200);
+    for (Pnt3f& p : before)
+        p = Pnt3f(static_cast<float>(any(rng)), static_cast<float>(any(rng)),
+                  static_cast<float>(any(rng)));
+    for (const bool wide : {false, true}) {
+        const node_ref node(cloudNode(before));
+        if (wide)
+            coreOf(node.get())
+                ->setPositions(inOtherForm<::osg::GeoPositions3d>(
+                    ::osg::GeoPositionsPtr(coreOf(node.get())->getPositions())));
+        morva::osg::applyTransform(coreOf(node.get()), matrix);
+        for (::osg::UInt32 i = 0; i < before.size(); ++i) {
             const double x = before[i][0], y = before[i][1], z = before[i][2];
-            const auto expected = static_cast<float>(matrix[0][row] * x + matrix[1][row] * y +
-                                                     matrix[2][row] * z + matrix[3][row]);
-            EXPECT_EQ(after[i][row], expected);
-            EXPECT_EQ(of_doubles[i][row], expected);
+            for (unsigned row = 0; row < 3; ++row) {
+                EXPECT_EQ(coreOf(node.get())->getPositions()->getValue(i)[row],
+                          static_cast<float>(matrix[0][row] * x + matrix[1][row] * y +
+                                             matrix[2][row] * z + matrix[3][row]));
+            }
         }
     }
-}
-
-TEST(ApplyTransform, WalksToTheTopmostGeometriesOncePerNode) {
-    const ::osg::NodePtr part = meshNode(cloud({{1, 1, 1}}));
-    part->addChild(meshNode(cloud({{9, 9, 9}})));
-    const node_ref root(group(
-        {part, group({nodeOf(part->getCore()), ::osg::Node::create()}), meshNode(mesh_data{})}));
-    ::osg::TransformationMatrix<double> twice;
-    twice.setScale(2.0);
-    morva::osg::applyTransform(root.get(), twice);
-    EXPECT_EQ(positionsOf(root.get()), (points{{4, 4, 4}, {9, 9, 9}, {4, 4, 4}}));
-    morva::osg::applyTransform(::osg::NodePtr(), twice);
-    morva::osg::applyTransform(::osg::GeometryPtr(), twice);
-}
-
-/// How many nodes below have a transform core.
-unsigned transformsBelow(const ::osg::NodePtr& node) {
-    unsigned count = ::osg::TransformPtr::dcast(node->getCore()) != ::osg::NullFC ? 1 : 0;
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        count += transformsBelow(node->getChild(i));
-    return count;
-}
-
-TEST(CenterGeoPositions, BakesAPlaceOfItsOwnIntoEachNode) {
-    const ::osg::NodePtr part = meshNode(cloud({{0, 0, 0}, {2, 2, 2}}));
-    ::osg::Matrix turn; // a quarter around z
-    turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
-    const node_ref root(
-        group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
-               switched(-2, {transformed(turn, {meshNode(cloud({{4, 0, 0}}))})}),
-               moved({50, 0, 0}, {hidden(meshNode(cloud({{7, 7, 7}})))})}));
-    const stream_capture out(std::cout);
-    std::cout.precision(1);
-    // Seen: x 0..12, y 0..6, z 0..2.
-    morva::osg::centerGeoPositions(root.get(), "1:2.25:-3e6:rest");
-    EXPECT_EQ(out.text(), "New Model Center: [1/2.25/-3e+06]\n"
-                          "Model will be moved by: [-5/-0.75/-3e+06]\n");
-    const float deep = -3000000.0F - 1.0F;
-    const points expected = {{5, -0.75F, deep},     {7, 1.25F, deep + 2}, {-5, 3.25F, deep},
-                             {-3, 5.25F, deep + 2}, {-5, 3.25F, deep},    {7, 7, 7}};
-    EXPECT_EQ(positionsOf(root.get()), expected);
-    EXPECT_EQ(transformsBelow(root.get()), 0U);
-    EXPECT_NE(root->getChild(0)->getChild(0)->getCore(), root->getChild(1)->getChild(0)->getCore());
-    const node_ref alone(meshNode(cloud({{4, 0, 0}})));
-    morva::osg::centerGeoPositions(alone.get(), "1:2:3");
-    EXPECT_EQ(positionsOf(alone.get()), (points{{4, 0, 0}})) << "a copy was moved";
-}
-
-TEST(CenterGeoPositions, SaysWhatItCannotRead) {
-    const char* told = "morva::osg::CenterGeoPositions: String of Center values not valid. "
-                       "Example \"1:2:3\"\n";
-    const node_ref root(moved({1, 1, 1}, {meshNode(cloud({{1, 2, 3}}))}));
-    const node_ref empty(group());
-    const stream_capture out(std::cout);
-    morva::osg::centerGeoPositions(empty.get(), "1:2");
-    morva::osg::centerGeoPositions(::osg::NullFC, "1:2");
-    EXPECT_EQ(out.text(), "") << "nothing to move comes first";
-    morva::osg::centerGeoPositions(root.get(), "1:2");
-    EXPECT_EQ(out.text(), told);
-    EXPECT_EQ(transformsBelow(root.get()), 1U);
-    EXPECT_EQ(positionsOf(root.get()), (points{{1, 2, 3}}));
-}
-
-TEST(BaseGeoPositions, SubtractsTheFloor) {
-    const auto at = [](float all) { return meshNode(cloud({{all, all, all}})); };
-    const ::osg::NodePtr part = meshNode(cloud({{2, 3, 4}}));
-    const ::osg::Vec3f aside(1, 0, 0);
-    const struct {
-        const char* rule;
-        ::osg::NodePtr scene;
-        points expected;
-    } rows[] = {
-        {"rounds down",
-         group({meshNode(cloud({{10.5F, 7, 4}, {12, -0.5F, 9}})), meshNode(cloud({{11, 3, 3}}))}),
-         {{0.5F, 8, 1}, {2, 0.5F, 6}, {1, 4, 0}}},
-        {"shared cores move once per node",
-         group({part, nodeOf(part->getCore())}),
-         {{-2, -3, -4}, {-2, -3, -4}}},
-        {"a transform above stops it",
-         group({at(5), moved(aside, {group({at(6)})})}),
-         {{5, 5, 5}, {6, 6, 6}}},
-        {"a component transform too",
-         nodeOf(::osg::ComponentTransform::create(), {at(5)}),
-         {{5, 5, 5}}},
-        {"a transform above nothing does not", group({at(5), moved(aside, {group()})}), {{}}},
-        {"switched geometry stays and has no say",
-         group({switched(0, {at(1)}), at(5), meshNode(mesh_data{})}),
-         {{1, 1, 1}, {}}},
-        {"no number has no say",
-         group({meshNode(cloud({{nan, 2, 2}, {3, nan, 7}}))}),
-         {{nan, 0, 0}, {0, nan, 5}}},
-        {"a geometry alone", meshNode(cloud({{2, 3, 4}})), {{}}},
-        {"no positions", group({meshNode(mesh_data{})}), {}},
-        {"no node", ::osg::NullFC, {}},
-    };
-    for (const auto& row : rows) {
-        const node_ref root(row.scene);
-        const stream_capture out(std::cout);
-        morva::osg::baseGeoPositions(root.get());
-        // As text, in which a NaN equals a NaN.
-        EXPECT_EQ(testing::PrintToString(positionsOf(root.get())),
-                  testing::PrintToString(row.expected))
-            << row.rule;
-        EXPECT_EQ(out.text(), "") << row.rule;
-    }
+    morva::osg::applyTransform(::osg::GeometryPtr(), matrix);
 }
 
 // ---- one material for a whole scene

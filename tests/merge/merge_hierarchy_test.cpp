@@ -1,24 +1,15 @@
 // Merging in batches by a tree over the nodes.
 
 #include "merge_scenes.h"
+#include "tests/support/described_tree.h"
 
 #include <morva/core/morva_osg.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
 using morva::osg::mergeGeometryInVector;
 using morva::osg::mergeGeometryInVectorWithHierarchy;
-
-/// Groups in brackets, and of a geometry its corners in x.
-std::string shapeText(const ::osg::NodePtr& node) {
-    std::ostringstream text;
-    const ::osg::GeometryPtr core = coreOf(node);
-    for (::osg::UInt32 i = 0; core != ::osg::NullFC && i < core->getPositions()->size(); ++i)
-        text << core->getPositions()->getValue(i)[0] << ' ';
-    for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-        text << '(' << shapeText(node->getChild(i)) << ')';
-    return text.str();
-}
 
 /// The tree form once more: counts by the list, batches by the list.
 struct naive_hierarchy {
@@ -48,8 +39,8 @@ struct naive_hierarchy {
 };
 
 TEST(MergeHierarchy, CountsGoDownTheTreeAndBatchesAlongTheList) {
-    std::mt19937 rng(5300);
-    for (int round = 0; round < 60; ++round) {
+    std::mt19937 rng(seedOf(5300));
+    for (int round = 0; round < roundsOf(60); ++round) {
         SCOPED_TRACE(round);
         const stream_capture out(std::cout);
         const node_ref root(group());
@@ -57,6 +48,7 @@ TEST(MergeHierarchy, CountsGoDownTheTreeAndBatchesAlongTheList) {
             root->addChild(part(::osg::NullFC, float(rng() % 50), rng() % 9));
         const node_list nodes = geometryNodes(root.get());
         const unsigned limit = std::array<unsigned, 4>{0, 1, 12, 1000}[rng() % 4];
+        const unsigned first = morva::osg::getIDmapHandler().mergedCount; // names are counted
         const node_ref merged(
             mergeGeometryInVectorWithHierarchy(::osg::NullFC, nodes, cells(1000), quiet(), limit));
         ASSERT_EQ(merged == ::osg::NullFC, nodes.empty());
@@ -65,8 +57,12 @@ TEST(MergeHierarchy, CountsGoDownTheTreeAndBatchesAlongTheList) {
         morva::osg::bih_scene_geoset scene(root.get(), {1, 100}, false);
         morva::bih_tree<float> tree;
         compile(scene, tree, {1, 100});
+        morva::osg::getIDmapHandler().mergedCount = first;
         const node_ref twin(naive_hierarchy{nodes, tree, limit}.merge(0));
-        EXPECT_EQ(shapeText(merged.get()), shapeText(twin.get()));
+        std::ostringstream text, expected;
+        describe(merged.get(), text);
+        describe(twin.get(), expected);
+        EXPECT_EQ(text.str(), expected.str());
     }
 }
 

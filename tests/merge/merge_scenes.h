@@ -4,6 +4,7 @@
 
 #include "tests/support/test.h"
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/merge/morva_osg_geomerge.h>
 
 namespace morva_test {
@@ -14,8 +15,7 @@ using morva::osg::mergeGeo_setup;
 inline ::osg::SimpleMaterialPtr plain(float red) { return simple({red, 0.5F, 0.25F}); }
 
 /// `count` triangles in a row along x from (x, 0, 0) on, each of size 1, with normals along z.
-inline ::osg::NodePtr part(const ::osg::MaterialPtr& material, float x, unsigned count = 1,
-                           const std::string& name = "") {
+inline mesh_data rowOfTriangles(unsigned count, float x) {
     mesh_data mesh;
     mesh.primitives = {{4, 3 * count}};
     for (unsigned i = 0; i < count; ++i) {
@@ -23,14 +23,17 @@ inline ::osg::NodePtr part(const ::osg::MaterialPtr& material, float x, unsigned
         mesh.positions.insert(mesh.positions.end(), {{at, 0, 0}, {at + 1, 0, 0}, {at, 1, 0}});
     }
     mesh.normals.resize(mesh.positions.size(), ::osg::Vec3f(0, 0, 1));
-    const ::osg::NodePtr node = meshNode(mesh, material);
-    return name.empty() ? node : named(name, node);
+    return mesh;
+}
+inline ::osg::NodePtr part(const ::osg::MaterialPtr& material, float x, unsigned count = 1) {
+    return meshNode(rowOfTriangles(count, x), material);
 }
 
-/// What is drawn in the world, by positions alone.
+/// What is drawn in the world, by positions alone; no triangles that are lines or points.
 inline world_mesh shapeOf(const ::osg::NodePtr& root) {
     mesh_choice choice;
     choice.normals = choice.colors = choice.coordinates = false;
+    choice.dropped = morva::osg::is_rogue;
     return worldMesh(root, choice);
 }
 
@@ -58,12 +61,6 @@ inline mergeGeo_setup quiet() {
 
 inline morva::kd_build_setup cells(unsigned max_elements) {
     return {max_elements, 100, 3, 1.0F, 2.0F, 0.95F, false};
-}
-
-inline node_ref quietMerge(const ::osg::NodePtr& root, const mergeGeo_setup& setup,
-                           unsigned cell = 1000) {
-    const stream_capture out(std::cout);
-    return node_ref(morva::osg::mergeGeo(root, cells(cell), setup));
 }
 
 } // namespace morva_test

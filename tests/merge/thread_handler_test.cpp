@@ -3,7 +3,7 @@
 #include "merge_scenes.h"
 
 #include <atomic>
-#include <numeric>
+#include <optional>
 #include <stdexcept>
 
 #include <OpenSG/OSGThreadManager.h>
@@ -47,28 +47,38 @@ void takeIdLock() {
         morva::osg::getIDmapHandler().insertNodeName(name, corner, corner, ::osg::NullFC, "");
 }
 
-/// Counts whoever is at work.
-void enter(shared_state& state) {
-    const int now = ++state.at_work;
-    for (int most = state.most_at_work; most < now;)
-        state.most_at_work.compare_exchange_weak(most, now);
+/// Counts who is at work while this lives.
+struct presence {
+    explicit presence(shared_state& counted) : state(counted) {
+        const int now = ++state.at_work;
+        for (int most = state.most_at_work; most < now;)
+            state.most_at_work.compare_exchange_weak(most, now);
+    }
+    ~presence() { --state.at_work; }
+    void awaitCompany(int company) const {
+        while (state.most_at_work < company)
+            std::this_thread::yield();
+    }
+    shared_state& state;
+};
+
+void yieldTimes(unsigned times) {
+    for (unsigned i = 0; i < times; ++i)
+        std::this_thread::yield();
 }
 
-/// Takes all steps once, with whoever helps; each yields for a while.
+/// Takes all steps once, with whoever helps; each takes a while.
 void shareSteps(shared_state& state, std::size_t count, std::size_t failing, int company) {
     std::vector<std::atomic<int>> taken(count);
     const auto own = std::this_thread::get_id();
     morva::shareSteps(count, [&](std::size_t i) {
-        const bool is_help = std::this_thread::get_id() != own;
-        if (is_help)
-            enter(state);
+        std::optional<presence> help;
+        if (std::this_thread::get_id() != own)
+            help.emplace(state);
         while (state.most_at_work < company)
             std::this_thread::yield();
-        for (int k = 0; k < 20; ++k)
-            std::this_thread::yield();
+        yieldTimes(20);
         ++taken[i];
-        if (is_help)
-            --state.at_work;
         if (i == failing)
             throw std::runtime_error("step");
     });
@@ -78,29 +88,18 @@ void shareSteps(shared_state& state, std::size_t count, std::size_t failing, int
 
 ::osg::NodePtr work(const test_arguments& task) {
     shared_state& state = *task.state;
-    enter(state);
-    while (state.most_at_work < task.company)
-        std::this_thread::yield();
+    const presence here(state);
+    here.awaitCompany(task.company);
     while (task.waits_for != task.index && !state.ended[task.waits_for])
         std::this_thread::yield();
-    for (unsigned i = 0; i < task.yields; ++i)
-        std::this_thread::yield();
+    yieldTimes(task.yields);
     if (task.takes_id_lock)
         takeIdLock();
-    struct work_end {
-        shared_state& state;
-        ~work_end() { --state.at_work; }
-    };
-    {
-        const work_end end{state};
-        shareSteps(state, task.steps, task.failing, 0);
-    }
+    shareSteps(state, task.steps, task.failing, 0);
     state.ended[task.index] = true;
     if (task.fails)
         task.place == 0 ? throw 7 : throw std::runtime_error("broken");
-    const ::osg::NodePtr made = morva_test::group();
-    ::osg::setName(made, std::to_string(task.place));
-    return made;
+    return morva_test::named(std::to_string(task.place), morva_test::group());
 }
 
 void workMultithread(void* argument) {
@@ -142,7 +141,6 @@ std::vector<std::string> numbersBelow(std::size_t count) {
 }
 
 TEST(WorkerThreads, HandsOverAtItsBarriersWhoeverEndsFirst) {
-    std::mt19937 rng(5201);
     for (const std::size_t count : {1U, 2U, 5U, 40U}) {
         for (const unsigned limit : {1U, 2U, 8U}) {
             SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
@@ -158,71 +156,53 @@ TEST(WorkerThreads, HandsOverAtItsBarriersWhoeverEndsFirst) {
                                }),
                       numbersBelow(count));
             EXPECT_EQ(reversed.most_at_work, static_cast<int>(std::min<std::size_t>(count, limit)));
-
-            for (int round = 0; round < 10; ++round) {
-                shared_state random;
-                EXPECT_EQ(runTasks(count, limit, random,
-                                   [&](test_arguments& task) { task.yields = rng() % 3 * 20; }),
-                          numbersBelow(count));
-                EXPECT_LE(random.most_at_work, static_cast<int>(limit));
-            }
         }
     }
 }
 
-TEST(WorkerThreads, NobodyKeepsTheIdLockAtABarrier) {
+TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
+    std::mt19937 rng(seedOf(5201));
     morva::osg::getIDmapHandler().reset();
-    for (const unsigned limit : {1U, 2U, 8U}) {
+    for (int round = 0; round < roundsOf(20); ++round) {
+        const std::size_t count = 1 + rng() % (round % 10 == 0 ? 40 : 9);
+        const unsigned limit = std::array<unsigned, 4>{1, 2, 3, 8}[rng() % 4];
+        SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
+        const std::size_t failing = rng() % (2 * count); // the place of one that fails, if any
+        const bool by_step = rng() % 2 == 0;
+        const morva_test::stream_capture error(std::cerr);
         takeIdLock(); // held by the main thread when it starts the first task
         shared_state state;
-        EXPECT_EQ(
-            runTasks(10, limit, state, [](test_arguments& task) { task.takes_id_lock = true; }),
-            numbersBelow(10));
+        std::vector<std::string> expected = numbersBelow(count);
+        if (failing < count)
+            expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(failing));
+        EXPECT_EQ(runTasks(count, limit, state,
+                           [&](test_arguments& task) {
+                               const bool fails = task.place == failing;
+                               task.yields = rng() % 3 * 20;
+                               task.takes_id_lock = rng() % 2 == 0;
+                               task.steps = fails || rng() % 2 == 0 ? 15 : 0;
+                               task.fails = fails && !by_step;
+                               task.failing = fails && by_step ? 7 : task.failing;
+                           }),
+                  expected);
+        EXPECT_LE(state.most_at_work, static_cast<int>(limit));
+        EXPECT_EQ(error.text(), failing >= count ? ""
+                                : by_step        ? "Standard exception in geomerge: step\n"
+                                : failing == 0   ? "Error occured in geomerge.\n"
+                                                 : "Standard exception in geomerge: broken\n");
+        EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U);
     }
-    EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U);
     morva::osg::getIDmapHandler().reset();
 }
 
-TEST(WorkerThreads, ATaskThatThrowsCostsItsResultAndOneLine) {
-    for (const std::size_t failing : {0U, 2U, 4U}) {
-        const morva_test::stream_capture error(std::cerr);
-        shared_state state;
-        std::vector<std::string> expected = numbersBelow(5);
-        expected.erase(expected.begin() + static_cast<std::ptrdiff_t>(failing));
-        EXPECT_EQ(runTasks(5, 2, state,
-                           [&](test_arguments& task) { task.fails = task.place == failing; }),
-                  expected);
-        EXPECT_EQ(error.text(), failing == 0 ? "Error occured in geomerge.\n"
-                                             : "Standard exception in geomerge: broken\n");
-    }
-}
-
-TEST(WorkerThreads, HelpersTakeStepsWherePlacesAreFree) {
-    for (const std::size_t count : {1U, 3U, 9U}) {
-        for (const unsigned limit : {1U, 2U, 3U, 8U}) {
-            SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
-            shared_state state;
-            const auto prepare = [count](test_arguments& task) {
-                task.steps = 30;
-                task.takes_id_lock = task.place % 2 == 0;
-                task.failing = count == 9 && task.place == 5 ? 17 : task.failing;
-            };
-            std::vector<std::string> expected = numbersBelow(count);
-            const morva_test::stream_capture error(std::cerr);
-            if (count == 9)
-                expected.erase(expected.begin() + 5);
-            EXPECT_EQ(runTasks(count, limit, state, prepare), expected);
-            EXPECT_LE(state.most_at_work, static_cast<int>(limit));
-            EXPECT_EQ(error.text(), count == 9 ? "Standard exception in geomerge: step\n" : "");
-        }
-    }
+TEST(WorkerThreads, HelpersTakeStepsBesideAThreadThatIsNoTask) {
     for (const unsigned places : {1U, 7U}) { // beside a thread that is no task
         threadHandler handler("TEST_POOL", places);
         morva::osg::task_helpers helpers(handler);
         const morva::step_help::scope helped(&helpers);
         for (const bool may_help : {false, true}) {
             shared_state state;
-            enter(state);
+            const presence here(state);
             shareSteps(state, 200, ~std::size_t(0), may_help ? 2 : 1);
             EXPECT_GE(state.most_at_work, may_help ? 2 : 1);
             EXPECT_LE(state.most_at_work, may_help ? static_cast<int>(places) + 1 : 1);

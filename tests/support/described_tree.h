@@ -14,11 +14,11 @@ template <typename Property> void describeRows(const Property& property, std::os
     out << "|";
 }
 
-/// A tree as text: names, colours of materials, all properties row by row.
+/// A tree as text: names, hidden ones marked, colours of materials, all properties row by row.
 inline void describe(const ::osg::NodePtr& node, std::ostream& out) {
     const ::osg::GeometryPtr core = coreOf(node);
     const char* const name = ::osg::getName(node);
-    out << "(" << (name != nullptr ? name : "");
+    out << "(" << (name != nullptr ? name : "") << (node->getTravMask() == 0 ? "!" : "");
     if (core != ::osg::NullFC) {
         ::osg::Color4f diffuse, specular, ambient, emission;
         float shininess = 0.0F;

@@ -114,8 +114,8 @@ std::vector<linear_map> anySpaces(std::mt19937& rng) {
 }
 
 TEST(SurfaceDistance, IsThatOfAllSamplesToAllTriangles) {
-    std::mt19937 rng(31);
-    for (unsigned round = 0; round < 300 && !HasFailure(); ++round) {
+    std::mt19937 rng(seedOf(31));
+    for (unsigned round = 0; round < roundsOf(300U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const simplification run = simplify(anyCore(rng).get(), {1 + UInt32(rng() % 3)});
         const simplified_triangles before = simplifiedTriangles(run, 0),
@@ -140,9 +140,9 @@ TEST(SurfaceDistance, IsThatOfAllSamplesToAllTriangles) {
 }
 
 TEST(LongestWithin, IsTheLastStateOfAllThatIsNearEnough) {
-    std::mt19937 rng(32);
+    std::mt19937 rng(seedOf(32));
     unsigned returns = 0, inside = 0;
-    for (unsigned round = 0; round < 400 && !HasFailure(); ++round) {
+    for (unsigned round = 0; round < roundsOf(400U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const simplification run =
             simplify(anyCore(rng).get(), {0},

@@ -150,8 +150,8 @@ world_mesh meshOfCells(const cell_division& division,
 }
 
 TEST(DivideModel, WithoutCutsGivesTheCellsOfANaiveTreeAndEveryTriangleOnceToTheBit) {
-    std::mt19937 rng(1213);
-    for (unsigned round = 0; round < 1500 && !HasFailure(); ++round) {
+    std::mt19937 rng(seedOf(1213));
+    for (unsigned round = 0; round < roundsOf(1500U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const node_ref root = someScene(rng);
         const node_list parts = geometryNodes(root.get());
@@ -183,10 +183,9 @@ TEST(DivideModel, WithoutCutsGivesTheCellsOfANaiveTreeAndEveryTriangleOnceToTheB
                 }
             }
             EXPECT_TRUE(cell.box.low == box_low && cell.box.high == box_high);
-            if (low[0] <= high[0]) {
-                EXPECT_TRUE(cell.space.low == expected[i].space_low &&
-                            cell.space.high == expected[i].space_high);
-            }
+            const bool has_triangles = low[0] <= high[0];
+            EXPECT_EQ(cell.space.low, has_triangles ? expected[i].space_low : box_low);
+            EXPECT_EQ(cell.space.high, has_triangles ? expected[i].space_high : box_high);
             ASSERT_EQ(cell.shares.size(), shares.size());
             for (const cell_share& share : cell.shares)
                 EXPECT_EQ(shares[share.part], (std::array<std::uint64_t, 3>{
@@ -244,8 +243,8 @@ bool liesInFace(const std::array<float, 6>& edge, const std::set<std::pair<UInt3
 }
 
 TEST(DivideModel, CutsIntoPiecesWithinTheirCellsOfEqualAreaWithClosedSeams) {
-    std::mt19937 rng(77);
-    for (unsigned round = 0; round < 120 && !HasFailure(); ++round) {
+    std::mt19937 rng(seedOf(77));
+    for (unsigned round = 0; round < roundsOf(120U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const node_ref root(group({tetrahedra(rng, 1 + rng() % 12, round % 3 == 0 ? 100.0F : 0)}));
         const node_list parts = geometryNodes(root.get());
@@ -347,6 +346,9 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
         EXPECT_THROW(cellScene(division, c.cells), std::out_of_range) << c.name;
     }
     EXPECT_EQ(divideModel({points.get()}, {}).parts[0].unplaced, 1u);
+    scattered.indices = {0, 1, 2, 3, 4, 5, 77}; // the last one leads nowhere
+    const node_ref beyond_rows(meshNode(scattered));
+    EXPECT_EQ(divideModel({beyond_rows.get()}, {}).parts[0].unplaced, 2u);
     for (const double limit : {0.0, -1.0, nan})
         EXPECT_THROW(divideModel({two.get()}, {cell_measure::size, limit}), std::invalid_argument);
     EXPECT_THROW(divideModel({two.get()}, {cell_measure::size, 1e-5, cell_straddle::cut}),
@@ -359,8 +361,13 @@ TEST(CellScene, MakesNormalsAnewAndKeepsLinesBesideThem) {
     mesh.primitives.push_back({1, 2});
     mesh.positions.insert(mesh.positions.end(), {{0, 0, 5}, {1, 0, 5}});
     mesh.normals.insert(mesh.normals.end(), 2, {1, 0, 0});
+    mesh.primitives.push_back({4, 3}); // without area: nothing to go by
+    mesh.positions.insert(mesh.positions.end(), 3, {9, 9, 9});
+    mesh.normals.insert(mesh.normals.end(), 3, {1, 0, 0});
     const node_ref root(
         transformed(someMatrix(rng), {named("sheet", meshNode(mesh, simple({0, 1, 0})))}));
+    hidden(root->getChild(0));
+    ::osg::setName(root->getChild(0)->getCore(), "core");
     const node_list parts = geometryNodes(root.get());
     const cell_division division = divideModel(
         parts, {cell_measure::triangles, 100, cell_straddle::centre, cell_normals::recalc});
@@ -370,6 +377,8 @@ TEST(CellScene, MakesNormalsAnewAndKeepsLinesBesideThem) {
     for (const ::osg::NodePtr& node : made) {
         EXPECT_EQ(coreOf(node)->getMaterial(), coreOf(parts[0])->getMaterial());
         EXPECT_EQ(node->getParent()->getToWorld(), parts[0]->getToWorld());
+        EXPECT_EQ(node->getTravMask(), 0U);
+        EXPECT_STREQ(::osg::getName(node->getCore()), "core");
     }
     for (auto t = coreOf(made[0])->beginTriangles(); t != coreOf(made[0])->endTriangles(); ++t)
         EXPECT_EQ(t.getNormal(0), ::osg::Vec3f(0, 0, 1));

@@ -54,8 +54,8 @@ raw_mesh rawMesh(std::mt19937& rng, unsigned triangles) {
 }
 
 TEST(EdgeQueue, TakesTheEdgesThatAScanOfTheListWouldTake) {
-    std::mt19937 rng(1213);
-    for (unsigned round = 0; round < 3000 && !HasFailure(); ++round) {
+    std::mt19937 rng(seedOf(1213));
+    for (unsigned round = 0; round < roundsOf(3000U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const raw_mesh mesh = rawMesh(rng, round % 300 == 0 ? 260 : 1 + round % 24);
         const bool lock = round % 5 == 0;
@@ -233,9 +233,9 @@ TEST(Simplify, EveryTargetIsAPrefixOfTheNaiveRun) {
     const morva::sink_scope quiet(
         {[](std::string_view line) { ADD_FAILURE() << line; }, nullptr,
          [](std::size_t done, std::size_t total) { EXPECT_LE(done, total); }});
-    std::mt19937 rng(77);
+    std::mt19937 rng(seedOf(77));
     unsigned floors = 0;
-    for (unsigned round = 0; round < 1200 && !HasFailure(); ++round) {
+    for (unsigned round = 0; round < roundsOf(1200U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const geometry_ref core = anyCore(rng, anyMesh(rng));
         const simplify_options options{
@@ -384,8 +384,8 @@ class inside {
 TEST(SimplifyGeometry, LinesAndResultAreThoseOfTheNaiveRun) {
     const temporary_folder folder;
     const inside there(folder.path());
-    std::mt19937 rng(4711);
-    for (unsigned round = 0; round < 400 && !HasFailure(); ++round) {
+    std::mt19937 rng(seedOf(4711));
+    for (unsigned round = 0; round < roundsOf(400U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const mesh_data mesh = round == 0 ? strip(3340) : anyMesh(rng); // the first has a line more
         const geometry_ref core = anyCore(rng, mesh);
@@ -466,7 +466,7 @@ TEST(SimplifyGeometry, AFileThatCannotBeWrittenChangesNothing) {
 TEST(SimplifyMemory, AFailedAllocationLeavesNothingBehind) {
     const temporary_folder folder;
     const inside there(folder.path());
-    std::mt19937 rng(5);
+    std::mt19937 rng(seedOf(5));
     const stream_capture out(std::cout), error(std::cerr);
     mesh_data mesh = withAttributes(strip(12), rng);
     mesh.secondary.resize(mesh.positions.size());
