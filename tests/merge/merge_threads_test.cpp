@@ -35,13 +35,15 @@ GeometryPtr anyCore(std::mt19937& rng, bool own_ids) {
 
 /// Parts of all kinds, in all that workers could get in each other's way with: cores that nodes of
 /// several groups share, parts below parts, coordinates of one property with and without an image,
-/// names for several nodes or none, and perhaps IDs of their own or many batches in a group.
-node_ref crowded(unsigned seed, bool backwards) {
+/// names for several nodes or none, and perhaps IDs of their own or many batches in a group; both
+/// for sure if asked for.
+node_ref crowded(unsigned seed, bool backwards, bool own_ids_in_batches) {
     std::mt19937 rng(seed);
     const palette first, second; // of two materials either may be made first
     material_map names = second.names;
     names[backwards ? "red" : "blue"] = first.names.at(backwards ? "red" : "blue");
-    const bool own_ids = rng() % 2 == 0, short_strips = rng() % 4 == 0;
+    const bool own_ids = rng() % 2 == 0 || own_ids_in_batches,
+               short_strips = rng() % 4 == 0 || own_ids_in_batches;
     const char* const tops[] = {"#red(", "#choice(", "g(", "g(", "g(", "g("};
     std::string text = tops[rng() % 6];
     for (int i = 0; i < 6; ++i)
@@ -114,8 +116,13 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadAndShowsWhatItsPartsDo) {
     for (int round = 0; round < roundsOf(60); ++round) {
         SCOPED_TRACE(round);
         mergeGeo_setup setup = anySetup(rng);
+        const bool own_ids_in_batches = round % 5 == 0;
+        if (own_ids_in_batches) { // names can't be foretold
+            setup.idmap.clear();
+            setup.mergehierarchy = true;
+        }
         const auto seed = static_cast<unsigned>(rng());
-        const node_ref twin = crowded(seed, false);
+        const node_ref twin = crowded(seed, false, own_ids_in_batches);
         const world_mesh before = shapeOf(twin.get());
         const world_mesh expected = shapeOf(expectedOf(twin.get(), setup).get());
         std::string alone;
@@ -123,7 +130,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadAndShowsWhatItsPartsDo) {
             handler.reset();
             handler.mergedCount = handler.maxGeoCount = 0;
             setup.numthreads = threads;
-            const node_ref root = crowded(seed, threads % 2 == 0);
+            const node_ref root = crowded(seed, threads % 2 == 0, own_ids_in_batches);
             std::ostringstream text;
             text.precision(9);
             const stream_capture out(std::cout);
