@@ -139,6 +139,9 @@ test_sanitized() {
 check() {
     check_format
     check_includes
+    # Other seeds each time, unless one is asked for; a random test that fails prints it.
+    export MORVA_SEED=${MORVA_SEED:-$((RANDOM * 32768 + RANDOM))}
+    say "random tests: MORVA_SEED=$MORVA_SEED"
     build dev
     # Each allocation of a run fails in turn; other runs of the tests take every 20th.
     MORVA_ALLOCATION_STEP=1 run_tests dev

@@ -39,6 +39,7 @@
 
 #include "tests/support/live_containers.h"
 #include "tests/support/mesh_multiset.h"
+#include "tests/support/random_rounds.h"
 #include "tests/support/scene_builders.h"
 #include "tests/support/stream_capture.h"
 

@@ -1,5 +1,8 @@
 // The main function of the test programs. Containers can't be made before the scene graph runs, and
-// a test that leaves some behind has failed.
+// a test that leaves some behind has failed. A random test that fails tells its seed.
+
+#include <cstdlib>
+#include <iostream>
 
 #include <gtest/gtest.h>
 
@@ -7,17 +10,23 @@
 #include <OpenSG/OSGConfig.h>
 
 #include "tests/support/live_containers.h"
+#include "tests/support/random_rounds.h"
 
 namespace {
 
-class stray_listener : public testing::EmptyTestEventListener {
+class test_watch : public testing::EmptyTestEventListener {
     void OnTestStart(const testing::TestInfo&) override {
         morva_test::strays_expected = false;
+        morva_test::seed_asked = false;
         at_start_ = morva_test::liveContainers();
     }
-    void OnTestEnd(const testing::TestInfo&) override {
+    void OnTestEnd(const testing::TestInfo& test) override {
         if (!morva_test::strays_expected) {
             EXPECT_LE(morva_test::liveContainers(), at_start_) << "containers are left behind";
+        }
+        if (test.result()->Failed() && morva_test::seed_asked) {
+            const char* const seed = std::getenv("MORVA_SEED");
+            std::cout << "seed: MORVA_SEED=" << (seed ? seed : "") << std::endl;
         }
     }
 
@@ -28,6 +37,6 @@ class stray_listener : public testing::EmptyTestEventListener {
 
 int main(int argc, char** argv) {
     testing::InitGoogleTest(&argc, argv);
-    testing::UnitTest::GetInstance()->listeners().Append(new stray_listener);
+    testing::UnitTest::GetInstance()->listeners().Append(new test_watch);
     return ::osg::osgInit(argc, argv) ? RUN_ALL_TESTS() : 1;
 }
