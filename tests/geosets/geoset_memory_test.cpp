@@ -130,8 +130,8 @@ template <typename G> void expectSoundInNeed(const std::string& extract_error) {
         bool failed = false;
         const std::string told = allToldBy([&] {
             failed = starved([&] {
-                pour(first.get(), geoset, set_up);
-                pour(second.get(), geoset, set_up);
+                extract(first.get(), geoset, set_up);
+                extract(second.get(), geoset, set_up);
             });
         });
         EXPECT_EQ(broken_rule_of(geoset), "");

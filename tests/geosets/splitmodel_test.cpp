@@ -35,7 +35,7 @@ template <typename G> struct sorted {
             core->setTexCoords3(reversed(core->getTexCoords()));
         }
         const registration_off ids_are_kept;
-        pour(source.get(), geoset, set_up);
+        extract(source.get(), geoset, set_up);
         if (further) { // by hand: extraction does not bring it
             core->setTexCoords6(reversed(core->getTexCoords()));
             geoset.geometry->setTexCoords6(core->getTexCoords6());

@@ -37,7 +37,7 @@ class IdMapHandler : public testing::Test {
 };
 
 TEST_F(IdMapHandler, RecordsWhatALinearSearchWouldFind) {
-    std::mt19937 rng(810);
+    std::mt19937 rng(seedOf(810));
     const ::osg::MaterialRefPtr made[] = {::osg::MaterialRefPtr(bareMaterial()),
                                           ::osg::MaterialRefPtr(bareMaterial())};
     const ::osg::MaterialPtr materials[] = {::osg::NullFC, made[0].get(), made[1].get()};
@@ -46,7 +46,7 @@ TEST_F(IdMapHandler, RecordsWhatALinearSearchWouldFind) {
     const auto placeIn = [](auto& list, const auto& value) {
         return std::size_t(std::find(list.begin(), list.end(), value) - list.begin());
     };
-    for (int i = 0; i < 500; ++i) {
+    for (int i = 0; i < roundsOf(500); ++i) {
         const std::string name = "part" + std::to_string(rng() % 101);
         const std::size_t material = rng() % 3, at = placeIn(twin.names, name);
         const ::osg::Pnt3f low{float(rng() % 9), float(rng() % 9), float(rng() % 9)},
@@ -182,8 +182,8 @@ TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
         EXPECT_EQ(handler.texCoordMapping[name], taken < 4 ? "TC" + std::to_string(taken) : "");
         EXPECT_EQ(core->getProperty(bit), &*ids);
         EXPECT_EQ(core->getTexCoords7() == ::osg::NullFC, taken < 4);
-        EXPECT_EQ(core->getIndexMapping(), (std::vector<::osg::UInt16>{bit, old_bit}))
-            << "the first";
+        EXPECT_EQ(core->getIndexMapping(0), bit);
+        EXPECT_EQ(core->getIndexMapping(1), old_bit) << "the first alone";
     }
 }
 

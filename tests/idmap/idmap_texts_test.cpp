@@ -90,7 +90,7 @@ TEST_F(IdMapTexts, HoldTheWholeRecord) {
     handler.names = {"door", "cut away", "a \"quoted\" \\ name\t", "bare", "late"};
     handler.mins = {{-1.5F, 1.0F / 3.0F, 0}, {}, {}, {}};
     handler.maxs = {{1e7F, 2, 3000}, {}, {}}; // records of a caller's own may be short
-    handler.appearanceNames = {"__App_9", "__App_12", "__App_13", "__App_14"};
+    handler.appearanceNames = {"__App_9", "__App_12", "__App_13"};
     handler.usage[0] = {"MG_10", "MG_2", "MG_0"};
     handler.usage[2];
     handler.usage[3] = {"MG_1"};
