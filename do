@@ -15,6 +15,9 @@ On a fresh Debian 12, as root or with sudo:
   ./do bench    build and run the benchmarks
   ./do package  build a Debian package, install, try and remove it (needs root)
   ./do models   other programs read what the command writes (npm packages, in build/models)
+  ./do mutants FOLDER
+                do the tests of a folder see the small faults listed in tests/mutants/FOLDER.json?
+                more: tests/mutants/mutants.py --help
   ./do mutate N build with sanitizers and run the command over N damaged models
   ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
@@ -250,6 +253,13 @@ models) models ;;
 fuzz)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
     fuzz "$2"
+    ;;
+mutants)
+    [ -n "${2:-}" ] || { usage >&2; exit 2; }
+    # shellcheck disable=SC2086  # a list of names
+    need $BUILD_PACKAGES
+    shift
+    python3 tests/mutants/mutants.py "$@"
     ;;
 mutate)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }

@@ -25,7 +25,7 @@ using texts = std::vector<std::string>;
 
 /// Parts that end in every way; those of `skipped` only if it is set.
 ::osg::NodePtr variety(bool skipped) {
-    std::mt19937 rng(3);
+    std::mt19937 rng(seedOf(3));
     const ::osg::ImagePtr image = imageOf(::osg::Image::OSG_RGB_PF, 4, 4),
                           other = imageOf(::osg::Image::OSG_RGB_PF, 8, 4, 9);
     node_list parts = {

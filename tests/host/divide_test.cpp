@@ -14,7 +14,7 @@ using nlohmann::json;
 
 /// Two of one core, one of them placed; what is under a switch, a level of detail and hidden.
 ::osg::NodePtr house() {
-    std::mt19937 rng(4);
+    std::mt19937 rng(seedOf(4));
     const ::osg::GeometryPtr window = geometryOf(withNormals(quads(6), rng), simple({0, 0, 1}));
     ::osg::Matrix mirrored;
     mirrored.setTransform(::osg::Vec3f(0, 5, 0));
@@ -197,8 +197,8 @@ TEST(CellAudit, SeesWhatIsLostDoubledMovedAndOpen) {
 }
 
 TEST(Neighbours, AreTheBoxesThatTouch) {
-    std::mt19937 rng(9);
-    for (int round = 0; round < 200; ++round) {
+    std::mt19937 rng(seedOf(9));
+    for (int round = 0; round < roundsOf(200); ++round) {
         std::vector<morva::osg::model_cell> cells(rng() % 30);
         for (auto& cell : cells) {
             for (::osg::UInt32 a = 0; a < 3; ++a) {

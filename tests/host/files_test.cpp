@@ -53,7 +53,7 @@ std::string changes(const snapshot& before, const snapshot& after) {
 }
 
 ::osg::NodePtr texturedScene() {
-    std::mt19937 rng(3);
+    std::mt19937 rng(seedOf(3));
     const ::osg::ImagePtr image = imageOf(::osg::Image::OSG_RGB_PF, 4, 4);
     return group(
         {named("a", meshNode(withCoordinates(soup(rng, 40), rng), chunked({1, 1, 1, 1}, image))),
@@ -331,7 +331,7 @@ TEST(Progress, IsShownOnATerminalWhereverTheLinesGo) {
 
 TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
     const temporary_folder old;
-    std::mt19937 rng(50);
+    std::mt19937 rng(seedOf(50));
     modelFile(old.file("in.glb"), group({meshNode(soup(rng, 3000))}));
     const std::string optimise = MORVA_COMMAND " optimize in.glb -q -o o.gltf -p maxtris";
     ASSERT_EQ(shell(old.path(), optimise + "'(5000)'"), 0);
@@ -342,7 +342,7 @@ TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
     const snapshot before = snapshotOf(old.path());
     snapshot done;
     int stopped = 0;
-    for (int round = 0; round < 51; ++round) {
+    for (int round = 0; round < roundsOf(51); ++round) {
         const temporary_folder folder;
         fs::copy(old.path(), folder.path());
         const auto& [name, ended] = signals[round % 5];
@@ -379,10 +379,10 @@ TEST(Signal, AtAnyMomentLeavesAWholeModelAndNoFolder) {
 
 TEST(Signal, AtAnyMomentLeavesAllCellsOrNoFolder) {
     const temporary_folder folder;
-    std::mt19937 rng(51);
+    std::mt19937 rng(seedOf(51));
     modelFile(folder.file("in.glb"), group({meshNode(soup(rng, 3000))}));
     int stopped = 0;
-    for (int round = 0; round < 30; ++round) {
+    for (int round = 0; round < roundsOf(30); ++round) {
         const std::string after = std::to_string(0.002 * (1 + round));
         const int code = shell(folder.path(),
                                "timeout --foreground --preserve-status -s TERM " + after +

@@ -13,7 +13,7 @@ using morva::host::geometry_view;
 
 /// Meshes of every primitive type and index layout.
 std::vector<mesh_data> manyMeshes() {
-    std::mt19937 rng(7);
+    std::mt19937 rng(seedOf(7));
     std::vector<mesh_data> meshes = {soup(rng, 30), quads(5),  strip(9),  strip(8, 8),
                                      fan(7),        fan(6, 9), row(7, 1), row(5, 2),
                                      row(6, 3),     row(4, 0), cube()};
@@ -93,8 +93,8 @@ TEST(GeometryView, TakesWhatTheDataHoldsAndIndicesBehindItForAFault) {
 }
 
 TEST(Statistics, CacheMissesAreThoseOfASearchedList) {
-    std::mt19937 rng(31);
-    for (int round = 0; round < 60; ++round) {
+    std::mt19937 rng(seedOf(31));
+    for (int round = 0; round < roundsOf(60); ++round) {
         mesh_data mesh = soup(rng, 150);
         std::uniform_int_distribution<::osg::UInt32> pick(0, 20 + 4 * static_cast<unsigned>(round));
         mesh.indices.resize(450);

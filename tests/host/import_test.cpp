@@ -267,9 +267,9 @@ std::vector<standing_part> standing(const ::osg::NodePtr& root) {
 
 TEST(Import, MakesMirroredPartsUprightWhereTheyAre) {
     std::size_t mirrored = 0;
-    for (unsigned seed = 0; seed < 60; ++seed) {
+    for (unsigned seed = 0; seed < roundsOf(60U); ++seed) {
         SCOPED_TRACE(seed);
-        std::mt19937 rng(seed);
+        std::mt19937 rng(seedOf(seed));
         const node_ref root(anyScene(rng, 3));
         const ::osg::NodePtr shared = meshNode(withNormals(mixture(rng, 9), rng));
         ::osg::Matrix flat;

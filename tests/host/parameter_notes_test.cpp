@@ -19,7 +19,7 @@ using morva::host::parameterNotes;
 
 /// Something for each key: images, glass, shared cores, hidden parts, several materials.
 ::osg::NodePtr mixedScene() {
-    std::mt19937 rng(14);
+    std::mt19937 rng(seedOf(14));
     const ::osg::NodePtr hidden = meshNode(quads(2), simple({0, 1, 0}));
     hidden->setTravMask(0);
     return group({meshNode(soup(rng, 40), simple({1, 0, 0})), hidden,

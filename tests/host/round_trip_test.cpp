@@ -29,7 +29,7 @@ using morva::host::readModel;
 
 /// Parts of every primitive type and layout, two places of one core, a textured material.
 ::osg::NodePtr variedScene() {
-    std::mt19937 rng(5);
+    std::mt19937 rng(seedOf(5));
     const ::osg::ImagePtr image = imageOf(::osg::Image::OSG_RGB_PF, 2, 2);
     const ::osg::NodePtr shared = meshNode(withAttributes(soup(rng, 20), rng), simple({1, 0, 0}));
     ::osg::Matrix turn;

@@ -28,7 +28,7 @@ using namespace morva::osg;
 
 /// Hills of 2 * side * side triangles, with a colour, coordinates and an ID for each corner.
 mesh_data hills(unsigned side, unsigned seed = 5) {
-    std::mt19937 rng(seed);
+    std::mt19937 rng(seedOf(seed));
     mesh_data mesh;
     for (unsigned cell = 0; cell < side * side; ++cell) {
         const unsigned x = cell % side, y = cell / side;
@@ -159,7 +159,7 @@ TEST(SimplifyCommand, ChangesTheTrianglesOfPartsAndNothingElse) {
     const temporary_folder folder;
     modelFile(folder.file("m.osb"), yard());
     const node_ref was(::osg::SceneFileHandler::the().read(folder.file("m.osb").c_str()));
-    for (unsigned round = 0; round < 6; ++round) {
+    for (unsigned round = 0; round < roundsOf(6U); ++round) {
         const auto form = round % 2 == 0 ? simplify_weld::position : simplify_weld::corner;
         const double ratio = round < 2 ? 0.6 : round < 4 ? 0.77 : 0.83;
         const std::string weld = form == simplify_weld::position ? "position" : "corner";

@@ -242,7 +242,7 @@ struct random_scene {
 
 TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
     int hits = 0;
-    for (unsigned round = 0; round < 200; ++round) {
+    for (unsigned round = 0; round < roundsOf(200U); ++round) {
         SCOPED_TRACE(round);
         random_scene scene{std::mt19937(round), {}};
         const RefPtr<NodePtr> root(scene.build(4));

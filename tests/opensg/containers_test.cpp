@@ -80,7 +80,7 @@ std::vector<NodePtr> childrenOf(const NodePtr& parent) {
 
 /// Two parents and six children that wander, beside plain lists of who is where.
 TEST(NodeChildren, MoveAsInPlainLists) {
-    std::mt19937 random(17);
+    std::mt19937 random(seedOf(17));
     const auto below = [&random](std::size_t n) { return static_cast<UInt32>(random() % n); };
     const RefPtr<NodePtr> parents[2]{RefPtr<NodePtr>(Node::create()),
                                      RefPtr<NodePtr>(Node::create())};
@@ -88,7 +88,7 @@ TEST(NodeChildren, MoveAsInPlainLists) {
     std::vector<RefPtr<NodePtr>> held;
     for (NodePtr& node : nodes)
         held.emplace_back(node = Node::create());
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < roundsOf(3000); ++round) {
         SCOPED_TRACE(round);
         const std::size_t to = below(2);
         const NodePtr parent = parents[to], child = nodes[below(6)];

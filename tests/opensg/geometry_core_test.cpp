@@ -169,8 +169,8 @@ bounds boundsOf(const NodeRefPtr& node) {
 NodeRefPtr nodeOf(const GeometryRefPtr& core) { return NodeRefPtr(makeNodeFor(core.get())); }
 
 TEST(GeometryVolumes, AreTheSameAsPointByPoint) {
-    std::mt19937 random(11);
-    for (int round = 0; round < 200; ++round) {
+    std::mt19937 random(seedOf(11));
+    for (int round = 0; round < roundsOf(200); ++round) {
         const Real32 values[] = {0.f, -0.f, 1.f, -2.5f, 1e30f, std::nanf(""), INFINITY};
         points all(12);
         numbers indices;

@@ -30,8 +30,8 @@ GeometryRefPtr randomGeometry(std::mt19937& random) {
 }
 
 TEST(SharedIndex, IsWhatTheLibraryJoinsAndCountsInTheLastEntry) {
-    std::mt19937 random(7);
-    for (int round = 0; round < 300; ++round) {
+    std::mt19937 random(seedOf(7));
+    for (int round = 0; round < roundsOf(300); ++round) {
         const GeometryRefPtr core = randomGeometry(random), twin(core->clone());
         numbers before = indicesOf(core);
         Int32 changed = createSharedIndex(core);
@@ -79,8 +79,8 @@ TEST(Indices, SpareWhatIsMissingOrSharedWithOthers) {
 }
 
 TEST(SingleIndex, AgreesWithASlowSearch) {
-    std::mt19937 random(5);
-    for (int round = 0; round < 300; ++round) {
+    std::mt19937 random(seedOf(5));
+    for (int round = 0; round < roundsOf(300); ++round) {
         const GeometryRefPtr core = randomGeometry(random), before(core->clone());
         const numbers indices = indicesOf(core);
         const std::vector<UInt16> mapping = mappingOf(core);
@@ -208,8 +208,8 @@ std::vector<corners> tupleTriangles(const GeometryRefPtr& core) {
 }
 
 TEST(Strips, KeepEveryTriangleOfAnySoup) {
-    std::mt19937 random(23);
-    for (int round = 0; round < 400; ++round) {
+    std::mt19937 random(seedOf(23));
+    for (int round = 0; round < roundsOf(400); ++round) {
         // Few vertices: duplicates, turned twins, edges of many triangles, degenerates.
         const UInt32 vertices = 4 + random() % 12, triangles = 1 + random() % 80;
         const bool mapped = round % 2 != 0;
@@ -374,8 +374,8 @@ struct naive_crease {
 };
 
 TEST(CreaseNormals, AgreeWithASlowSearch) {
-    std::mt19937 random(17);
-    for (int round = 0; round < 120; ++round) {
+    std::mt19937 random(seedOf(17));
+    for (int round = 0; round < roundsOf(120); ++round) {
         // Some rounds have so many faces at each position that they are told apart by hashes.
         const UInt32 vertices = 3 + random() % 8;
         const UInt32 faces = 1 + random() % (round % 4 == 0 ? 300u : 20u);

@@ -137,8 +137,8 @@ std::vector<std::pair<Int32, Int32>> naiveLines(const primitives& all, const num
 }
 
 TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
-    std::mt19937 random(3);
-    for (int round = 0; round < 3000; ++round) {
+    std::mt19937 random(seedOf(3));
+    for (int round = 0; round < roundsOf(3000); ++round) {
         primitives all;
         for (UInt32 i = random() % 4; i-- > 0;) {
             const UInt32 length = random() % 16 == 0 ? 0xFFFFFFF0u + random() % 16 : random() % 9;

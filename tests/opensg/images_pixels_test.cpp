@@ -87,12 +87,12 @@ TEST(ImageLevels, StandSideByFrameByMip) {
 }
 
 TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
-    std::mt19937 rng(411);
+    std::mt19937 rng(seedOf(411));
     const ImageRefPtr window(Image::create()); // keeps the pixels of the round before
     const auto number = [&rng](int low, int high) {
         return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
     };
-    for (int round = 0; round < 400; ++round) {
+    for (int round = 0; round < roundsOf(400); ++round) {
         SCOPED_TRACE(round);
         const Int32 w = number(1, 6), h = number(1, 6), d = number(1, 2); // of the image
         const Int32 bx = number(-4, 6), by = number(-4, 6), bz = number(-2, 3);
@@ -125,8 +125,8 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
 
 TEST(ImageScale, TakesTheNearestSampleBelow) {
     EXPECT_FALSE(ImageRefPtr(Image::create())->scale(2, 2));
-    std::mt19937 rng(97);
-    for (int round = 0; round < 200; ++round) {
+    std::mt19937 rng(seedOf(97));
+    for (int round = 0; round < roundsOf(200); ++round) {
         SCOPED_TRACE(round);
         Int32 from[3], to[3];
         for (int axis = 0; axis < 3; ++axis) {
@@ -211,7 +211,7 @@ TEST(ImageReformat, WorksOnWiderChannelsNotOnPackedPixels) {
 }
 
 TEST(ImageFiles, KeepPixelsAndRowOrder) {
-    std::mt19937 rng(5);
+    std::mt19937 rng(seedOf(5));
     for (const Image::PixelFormat format :
          {Image::OSG_L_PF, Image::OSG_RGB_PF, Image::OSG_RGBA_PF}) {
         const ImageRefPtr image(Image::create());

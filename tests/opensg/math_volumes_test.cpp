@@ -49,7 +49,7 @@ TEST(VectorsAndColours, CompareWithinEpsOrderExactlyAndCompute) {
 
 /// Random matrices: rotations, scales, shears, mirrors, translations.
 struct matrices {
-    std::mt19937 rng{9};
+    std::mt19937 rng{seedOf(9)};
     Real64 real(Real64 low, Real64 high) {
         return std::uniform_real_distribution<Real64>(low, high)(rng);
     }
@@ -108,7 +108,7 @@ TEST(MatrixLayout, RowsInReadingOrderColumnsInMemory) {
 
 template <class T> void expectTakenApartAndPutTogether(T tolerance) {
     matrices make;
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < roundsOf(300); ++round) {
         const TransformationMatrix<T> matrix = make.any<T>();
         TransformationMatrix<T> inverse, product(matrix);
         ASSERT_TRUE(matrix.inverse(inverse));
@@ -160,7 +160,7 @@ TEST(MatrixParts, OfSpecialMatrices) {
 
 TEST(Rotations, TurnByTheFormulaOfRodrigues) {
     matrices make;
-    for (int round = 0; round < 300; ++round) {
+    for (int round = 0; round < roundsOf(300); ++round) {
         SCOPED_TRACE(round);
         Vec3d axis = make.vector<Real64>(1);
         const Real64 angle = make.real(-3.2, 3.2);
@@ -272,7 +272,7 @@ TEST(BoxVolumes, IntersectAndTurn) {
     }
     EXPECT_TRUE(BoxVolume().intersect(Line(Pnt3f(0, 0, -2), Vec3f(0, 0, 1)))) << "not asked";
     matrices make;
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < roundsOf(50); ++round) {
         const Matrix matrix = make.any<Real32>();
         BoxVolume turned(unit), expected;
         turned.transform(matrix);
@@ -296,7 +296,7 @@ TEST(BoxVolumes, IntersectAndTurn) {
 
 TEST(SphereVolumes, HoldWhatTheyWereExtendedBy) {
     matrices make;
-    for (int round = 0; round < 50; ++round) {
+    for (int round = 0; round < roundsOf(50); ++round) {
         DynamicVolume ball(DynamicVolume::SPHERE_VOLUME);
         std::vector<Pnt3f> points(10);
         for (Pnt3f& p : points)

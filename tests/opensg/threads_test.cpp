@@ -45,7 +45,7 @@ struct ending {
 
 TEST(EndOfThreads, TerminateWaitsAndTheNameCanRunAgain) {
     Thread* thread = named("terminated");
-    for (unsigned round = 0; round < 300; ++round) {
+    for (unsigned round = 0; round < roundsOf(300U); ++round) {
         ending one{round % 3 * 30}; // has returned, is about to, or takes a while
         ASSERT_TRUE(thread->runFunction(&ending::run, 0, &one));
         while (round % 2 == 0 && !one.almost)
