@@ -262,19 +262,6 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
     std::cout.unsetf(std::ios_base::fixed);
 }
 
-/// Triangles anywhere, each with its corners along the three axes from one point: no slivers.
-piece scattered(std::mt19937& rng, std::size_t count) {
-    std::uniform_real_distribution<float> anywhere(-1.0F, 1.0F), away(0.1F, 0.3F);
-    piece positions;
-    for (std::size_t i = 0; i < count; ++i) {
-        const float x = anywhere(rng), y = anywhere(rng), z = anywhere(rng);
-        positions.insert(positions.end(), 3, {x, y, z});
-        for (::osg::UInt32 k = 0; k < 3; ++k)
-            positions[3 * i + k][k] += rng() % 2 == 0 ? away(rng) : -away(rng);
-    }
-    return positions;
-}
-
 TEST(CutElement, HalvesTheLongestEdge) {
     osg_geoset geoset; // edges of 4, 5 and 3
     fillRaw(geoset, {{0, 0, 0}, {4, 0, 0}, {0, 3, 0}});

@@ -102,7 +102,7 @@ TEST(CutInTree, KeepsTheLengthOfLinesAndTheAreaOfTriangles) {
         expectKeptByCuts(lines, {3, 20, round % 4, 1.0F, 2.0F, 0.95F, false});
     }
     osg_geoset triangles;
-    fillGeoset(triangles, soup(rng, 600).positions, true);
+    fillGeoset(triangles, scattered(rng, 600), true);
     const std::uint64_t before = triangles.size;
     expectKeptByCuts(triangles, {50, 20, 1, 1.0F, 2.0F, 0.95F, false});
     EXPECT_GT(triangles.size, before + 100);

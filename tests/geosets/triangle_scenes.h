@@ -44,6 +44,19 @@ inline mesh_data elements(unsigned corners, unsigned count, const ::osg::Vec3f& 
     return mesh;
 }
 
+/// Triangles anywhere, each with its corners along the three axes from one point: no slivers.
+inline piece scattered(std::mt19937& rng, std::size_t count) {
+    std::uniform_real_distribution<float> anywhere(-1.0F, 1.0F), away(0.1F, 0.3F);
+    piece positions;
+    for (std::size_t i = 0; i < count; ++i) {
+        const float x = anywhere(rng), y = anywhere(rng), z = anywhere(rng);
+        positions.insert(positions.end(), 3, {x, y, z});
+        for (::osg::UInt32 k = 0; k < 3; ++k)
+            positions[3 * i + k][k] += rng() % 2 == 0 ? away(rng) : -away(rng);
+    }
+    return positions;
+}
+
 using wishes = morva::osg::extract_options;
 constexpr wishes set_up{false, false, false, true, false};
 
