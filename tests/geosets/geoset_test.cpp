@@ -20,6 +20,9 @@ TEST(ExtractWithoutNormals, MakesTheNormalsAnewOfWhatHasChanged) {
     EXPECT_EQ(normal(3), ::osg::Vec3f(0, 0, 1));
     pour(elements(3, 1), geoset, set_up);
     EXPECT_EQ(normal(3), ::osg::Vec3f(1, 0, 0));
+    geoset.ModifyObject({0, 0, 0}, {0, 0, 1}, {1, 0, 0}, 1); // known by now
+    pour(elements(3, 1), geoset, set_up);
+    EXPECT_EQ(normal(3), ::osg::Vec3f(0, 1, 0));
     // Another property in the place of the normals starts from nothing known.
     const ::osg::GeoNormals3fPtr other = ::osg::GeoNormals3f::create();
     other->editField().resize(geoset.geometry->getPositions()->size());

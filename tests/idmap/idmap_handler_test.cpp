@@ -145,42 +145,38 @@ TEST_F(IdMapHandler, ThreadsThatInsertTheSameNamesAgreeOnTheIds) {
     return name.empty() ? meshNode(mesh) : named(name, meshNode(mesh));
 }
 
-TEST_F(IdMapHandler, UsageListsEveryOutputOncePerId) {
+TEST_F(IdMapHandler, UsageListsEveryOutputOncePerIdAndMovesIdsToTheFirstFreeSet) {
+    using namespace morva::osg;
     const float nan = std::numeric_limits<float>::quiet_NaN(), inf = HUGE_VALF;
     const ::osg::NodePtr inner = nodeWithIds("z", {3});
     inner->addChild(nodeWithIds("below a geometry", {0}));
     const node_ref root(group({nodeWithIds("x", {0, 0, 1, 3.9F, 0}), nodeWithIds("y", {1, 1}),
-                               nodeWithIds("", {0, 1}), inner, ::osg::Node::create(),
-                               named("no ids", meshNode(quads(1))),
                                // What fits no integer names no part.
-                               nodeWithIds("odd", {nan, inf, -inf, 0x1p31F, 2, nan, -0.5F})}));
-    handler.registerGeometryUsage(root.get());
-    handler.registerGeometryUsage(::osg::NullFC);
-    using names = std::set<std::string>;
-    EXPECT_EQ(
-        handler.usage,
-        (std::map<int, names>{{0, {"odd", "x"}}, {1, {"x", "y"}}, {2, {"odd"}}, {3, {"x", "z"}}}));
-    EXPECT_EQ(handler.texCoordMapping,
-              (std::map<std::string, std::string>{
-                  {"odd", "TC0"}, {"x", "TC0"}, {"y", "TC0"}, {"z", "TC0"}}));
-}
-
-TEST_F(IdMapHandler, IdsMoveToTheFirstFreeCoordinateSet) {
-    using namespace morva::osg;
-    for (unsigned int taken = 0; taken <= 4; ++taken) { // sets 0 to taken - 1 are in use
-        const std::string name = "x" + std::to_string(taken);
-        SCOPED_TRACE(name);
-        const node_ref node(nodeWithIds(name, {4}));
-        const ::osg::GeometryPtr core = coreOf(node.get());
-        const ::osg::GeoTexCoordsPtr ids = core->getTexCoords7();
+                               nodeWithIds("odd", {nan, inf, -inf, 0x1p31F, 2, nan, -0.5F}), inner,
+                               nodeWithIds("full", {4}), nodeWithIds("", {0, 1}),
+                               ::osg::Node::create(), named("no ids", meshNode(quads(1)))}));
+    ::osg::GeoTexCoordsPtr ids[5];
+    const ::osg::UInt16 old_bit = ::osg::Geometry::MapTexCoords7;
+    for (::osg::UInt32 taken = 0; taken < 5; ++taken) { // of so many sets in turn
+        const ::osg::GeometryPtr core = coreOf(root->getChild(taken));
+        ids[taken] = core->getTexCoords7();
         for (std::size_t unit = 0; unit < taken; ++unit)
             setProperty(core, textureUnit(unit), ::osg::GeoTexCoords2f::create());
-        const ::osg::UInt16 old_bit = ::osg::Geometry::MapTexCoords7,
-                            bit = taken < 4 ? mappingBit(textureUnit(taken)) : old_bit;
         core->editMFIndexMapping()->resize(2, old_bit);
-        handler.registerGeometryUsage(node.get());
-        EXPECT_EQ(handler.texCoordMapping[name], taken < 4 ? "TC" + std::to_string(taken) : "");
-        EXPECT_EQ(core->getProperty(bit), &*ids);
+    }
+    handler.registerGeometryUsage(root.get());
+    handler.registerGeometryUsage(::osg::NullFC);
+    using texts = std::map<std::string, std::string>;
+    EXPECT_EQ(
+        handler.usage,
+        (std::map<int, std::set<std::string>>{
+            {0, {"odd", "x"}}, {1, {"x", "y"}}, {2, {"odd"}}, {3, {"x", "z"}}, {4, {"full"}}}));
+    EXPECT_EQ(handler.texCoordMapping,
+              (texts{{"x", "TC0"}, {"y", "TC1"}, {"odd", "TC2"}, {"z", "TC3"}}));
+    for (::osg::UInt32 taken = 0; taken < 5; ++taken) {
+        const ::osg::GeometryPtr core = coreOf(root->getChild(taken));
+        const ::osg::UInt16 bit = taken < 4 ? mappingBit(textureUnit(taken)) : old_bit;
+        EXPECT_EQ(core->getProperty(bit), &*ids[taken]);
         EXPECT_EQ(core->getTexCoords7() == ::osg::NullFC, taken < 4);
         EXPECT_EQ(core->getIndexMapping(0), bit);
         EXPECT_EQ(core->getIndexMapping(1), old_bit) << "the first alone";
