@@ -3,6 +3,7 @@
 #include "cell_scenes.h"
 #include "tests/support/described_tree.h"
 
+#include <morva/driver/morva_osg_scene_cleanup.h>
 #include <morva/geosets/morva_osg_cell_rebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
@@ -136,6 +137,10 @@ TEST(buildSceneTree, LosesNothingAndLeavesWhatIsNoElement) {
         }
         EXPECT_EQ(lines, worldLines({root.get()}));
         EXPECT_EQ(staying, stayingNames(root.get(), true));
+        const std::string grown = options.flat ? "-" : textOf(result.get());
+        const node_ref rest(options.flat ? group() : result.get());
+        removeEmptyParts(rest.get());
+        EXPECT_EQ(textOf(rest.get()), grown) << "nothing in it is empty";
     }
 }
 

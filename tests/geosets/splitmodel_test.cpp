@@ -117,10 +117,12 @@ TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
         const sorted_soup soup(randomSoup(rng, triangles), 100000);
         const bool is_short = triangles == 21844;
         for (const int opt : {0, 3}) {
-            const auto lengths = coreOf(soup.whole(opt))->getLengths();
+            const node_ref node = soup.whole(opt);
+            const auto lengths = coreOf(node)->getLengths();
             EXPECT_EQ(::osg::GeoPLengthsUI16Ptr::dcast(lengths) != ::osg::NullFC, is_short);
         }
-        const auto indices = coreOf(soup.whole(1))->getIndices();
+        const node_ref indexed = soup.whole(1);
+        const auto indices = coreOf(indexed)->getIndices();
         EXPECT_EQ(::osg::GeoIndicesUI16Ptr::dcast(indices) != ::osg::NullFC, is_short);
     }
     // A wide sheet: the strips need fewer than 65535 indices, the vertices are more than 65536.
