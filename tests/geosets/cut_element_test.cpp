@@ -272,7 +272,7 @@ TEST(CutElement, HalvesTheLongestEdge) {
     EXPECT_EQ(cornersOf(geoset, 0), (piece{{0, 0, 0}, {4, 0, 0}, {2, 1.5F, 0}}));
 }
 
-TEST(CutElement, KeepsAttributes) {
+TEST(CutElement, CutsAnEdgeInOnePlaceAndKeepsAttributes) {
     for (unsigned int seed = 1; seed <= 6; ++seed) {
         SCOPED_TRACE(seed);
         std::mt19937 rng(seedOf(seed));
@@ -292,6 +292,13 @@ TEST(CutElement, KeepsAttributes) {
         for (unsigned long e = 0; e < count; ++e) {
             if (!(geoset.axis_min[axis][e] < 0.123F && geoset.axis_max[axis][e] > 0.123F))
                 continue;
+            const ::osg::Pnt3d p(cornersOf(geoset, e)[0]), q(cornersOf(geoset, e)[1]);
+            ::osg::Pnt3d there, back; // an edge is cut in one place, from whichever end
+            toldBy([&] {
+                geoset.calcSplitPoint(p, q, double(0.123F), axis, &there);
+                geoset.calcSplitPoint(q, p, double(0.123F), axis, &back);
+            });
+            EXPECT_EQ(std::memcmp(&there, &back, sizeof there), 0);
             EXPECT_GT(cut(geoset, e, double(0.123F), axis).pieces, 0);
         }
         EXPECT_GT(geoset.size, count + 20);

@@ -1,4 +1,4 @@
-// Cutting lines, and what a tree of either kind of element keeps as it cuts.
+// Cutting lines, trees over points, and what a tree of either kind of element keeps as it cuts.
 
 #include "triangle_scenes.h"
 
@@ -106,6 +106,23 @@ TEST(CutInTree, KeepsTheLengthOfLinesAndTheAreaOfTriangles) {
     const std::uint64_t before = triangles.size;
     expectKeptByCuts(triangles, {50, 20, 1, 1.0F, 2.0F, 0.95F, false});
     EXPECT_GT(triangles.size, before + 100);
+}
+
+TEST(PointTree, APointOnThePlaneGoesRight) {
+    osg_point_geoset points;
+    const ::osg::GeoPositions2fPtr flat = ::osg::GeoPositions2f::create(); // another form
+    for (const float x : {0.0F, 2.0F, 4.0F})
+        flat->editField().push_back(::osg::Pnt2f(x, 0));
+    points.geometry->setPositions(flat);
+    points.vertex_count = 3;
+    points.setup();
+    morva::kd_tree<float> tree;
+    morva::compile(points, tree, {1, 1, 3, 1.0F, 2.0F, 0.95F, false},
+                   morva::kd_strategy_ObjMedian());
+    ASSERT_EQ(tree.node_count, 2U);
+    EXPECT_EQ(tree.nodes[0].plane, 2.0F);
+    EXPECT_EQ(tree.nodes[1].count, 1U);
+    EXPECT_EQ(tree.nodes[2].count, 2U);
 }
 
 } // namespace
