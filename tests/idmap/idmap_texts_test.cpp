@@ -4,7 +4,6 @@
 #include "tests/support/test.h"
 
 #include <locale>
-#include <regex>
 
 #include <boost/filesystem.hpp>
 
@@ -179,8 +178,13 @@ TEST_F(IdMapTexts, StartAnewWithEachRunOfAProcessButForTheTrees) {
     EXPECT_EQ(said, "Write IDmap with 2 names.\nWrite IDmap with 2 names.\n"
                     "Write IDmap with 2 names.\nUnable to open " +
                         path("none/map") + ".json. No IDmap/Json File created.\n");
-    const std::regex numbers("(MG_|maxGeoCount\":)\\d+"); // go on
-    EXPECT_EQ(std::regex_replace(texts, numbers, "$1"), golden("two_runs.json"));
+    for (const std::string before : {"MG_", "maxGeoCount\":"}) { // numbers go on
+        for (std::size_t at = 0; (at = texts.find(before, at)) != std::string::npos;) {
+            at += before.size();
+            texts.erase(at, texts.find_first_not_of("0123456789", at) - at);
+        }
+    }
+    EXPECT_EQ(texts, golden("two_runs.json"));
 }
 
 TEST_F(IdMapTexts, CreateDirMakesOneLevel) {
