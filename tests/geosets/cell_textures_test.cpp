@@ -38,9 +38,9 @@ void keepListed(const ::osg::NodePtr& root) {
 
 TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
     std::size_t moved = 0, left_out = 0;
-    for (unsigned seed = 0; seed < 500; ++seed) {
+    for (unsigned seed = 0; seed < roundsOf(500U); ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
-        const node_ref root(textured_scene(seed + 300).root());
+        const node_ref root(textured_scene(seedOf(seed + 300)).root());
         layOut(root);
         keepListed(root);
         const picture before(root);
@@ -63,8 +63,8 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
         for (const left_out_image& image : record.textures.left_out)
             left_out += image.geometries;
     }
-    EXPECT_GT(moved, 450U);
-    EXPECT_GT(left_out, 500U);
+    EXPECT_GT(moved, 300U);
+    EXPECT_GT(left_out, 300U);
 }
 
 /// An image whose texels tell where they are: its number, x and y; a grey one x alone.
@@ -83,9 +83,9 @@ const ::osg::UInt8* texelOf(const ::osg::ImagePtr& image, const ::osg::Vec2f& at
     const auto place = [](float value, int side) {
         return ((int(std::floor(double(value) * side + 1e-5)) % side) + side) % side;
     };
-    return image->getData() + (place(at[1], image->getHeight()) * image->getWidth() +
-                               place(at[0], image->getWidth())) *
-                                  int(image->getBpp());
+    const int texel =
+        place(at[1], image->getHeight()) * image->getWidth() + place(at[0], image->getWidth());
+    return image->getData() + texel * int(image->getBpp());
 }
 
 ::osg::ImagePtr imageShown(const ::osg::NodePtr& node) {
@@ -94,33 +94,30 @@ const ::osg::UInt8* texelOf(const ::osg::ImagePtr& image, const ::osg::Vec2f& at
 }
 
 /// A square at a height, with coordinates from `low` over `size`.
-::osg::NodePtr square(float height, const ::osg::MaterialPtr& material, float low, float size) {
+::osg::NodePtr square(float height, const ::osg::ImagePtr& image, float low, float size) {
     mesh_data mesh = quads(1);
     for (::osg::Pnt3f& p : mesh.positions) {
         mesh.coordinates.emplace_back(low + size * p[0], low + size * p[1]);
         p[2] = height;
     }
-    return meshNode(mesh, material);
+    return meshNode(mesh, chunked({1, 1, 1, 1}, image));
 }
 
-struct ray_case {
-    ::osg::UInt32 format;
-    int width, height;
-    float low, size; ///< of the coordinates
-};
-
-/// Shoots rays at squares of unlike images in one cell, and compares where in which image they hit.
-TEST(CellTextures, HitTheSameTexelsInOneImage) {
-    const ray_case cases[] = {{6407, 33, 20, 0, 1},      {6408, 16, 64, 0, 2},
-                              {6409, 40, 24, -3, 1},     {6407, 64, 64, 5.25F, 3},
-                              {6409, 8, 8, 0.25F, 0.5F}, {6407, 33, 21, 0, 1}};
+/// Compares the texels that coordinates of squares of unlike images lead to, in one cell.
+TEST(CellTextures, ShowTheSameTexelsInOneImage) {
+    const struct {
+        ::osg::UInt32 format;
+        int width, height;
+        float low, size; ///< of the coordinates
+    } cases[] = {{6407, 33, 20, 0, 1},     {6408, 16, 64, 0, 2},      {6409, 40, 24, -3, 1},
+                 {6407, 64, 64, 5.25F, 3}, {6409, 8, 8, 0.25F, 0.5F}, {6407, 33, 21, 0, 1}};
     std::vector<::osg::ImageRefPtr> images;
     const ::osg::MaterialRefPtr bare(chunked({1, 1, 1, 1}, numbered(6407, 8, 8, 9)));
     const node_ref root(materialGroup(simple({1, 0, 0}), {meshNode(quads(1), bare.get())}));
-    for (const ray_case& each : cases) {
-        images.emplace_back(numbered(each.format, each.width, each.height, int(images.size())));
-        root->addChild(square(float(images.size() - 1), chunked({1, 1, 1, 1}, images.back().get()),
-                              each.low, each.size));
+    for (const auto& each : cases) {
+        const auto number = int(images.size());
+        images.emplace_back(numbered(each.format, each.width, each.height, number));
+        root->addChild(square(float(number), images.back().get(), each.low, each.size));
     }
     const stream_capture out(std::cout);
     const node_ref result(buildSceneTree(root.get(), {100000, 0}, true, 0, -1, false));
@@ -129,14 +126,13 @@ TEST(CellTextures, HitTheSameTexelsInOneImage) {
     EXPECT_EQ(coreOf(cores[0])->getMaterial(), bare.get()) << "without coordinates";
     const ::osg::ImagePtr atlas = imageShown(cores[1]);
     ASSERT_EQ(atlas->getPixelFormat(), 6408U);
-    std::size_t rays = 0;
-    for (auto it = coreOf(cores[1])->beginTriangles(); it != coreOf(cores[1])->endTriangles();
-         ++it) {
+    std::size_t texels = 0;
+    for (auto it = coreOf(cores[1])->beginTriangles(); !it.isAtEnd(); ++it) {
         const auto number = std::size_t(it.getPosition(0)[2]);
-        const ray_case& each = cases[number];
-        EXPECT_EQ(images[number]->getPixelFormat(), each.format);
-        for (int ray = 0; ray < 200; ++ray, ++rays) {
-            const float second = float(ray / 20) / 10, first = float(ray % 20) / 20 * (1 - second),
+        const auto& each = cases[number];
+        for (int place = 0; place < 200; ++place, ++texels) {
+            const float second = float(place / 20) / 10,
+                        first = float(place % 20) / 20 * (1 - second),
                         weights[] = {first, second, 1 - first - second};
             ::osg::Vec2f at, was;
             for (::osg::Int32 k = 0; k < 3; ++k) {
@@ -151,15 +147,14 @@ TEST(CellTextures, HitTheSameTexelsInOneImage) {
                 const int apart = std::abs(seen[channel] - before[channel]);
                 return std::min(apart, side - apart) <= 3;
             };
-            const bool is_grey = each.format == 6409U;
-            ASSERT_TRUE(is_grey ? isNear(0, each.width)
-                                : seen[0] == before[0] && isNear(1, each.width) &&
-                                      isNear(2, each.height))
-                << number << " ray " << ray;
+            ASSERT_TRUE(each.format == 6409U ? isNear(0, each.width)
+                                             : seen[0] == before[0] && isNear(1, each.width) &&
+                                                   isNear(2, each.height))
+                << number << " place " << place;
             ASSERT_EQ(int(seen[3]), each.format == 6408U ? int(before[3]) : 255);
         }
     }
-    EXPECT_EQ(rays, 2 * std::size(cases) * 200);
+    EXPECT_EQ(texels, 2 * std::size(cases) * 200);
 }
 
 /// Too large as it is laid out: halved, and nothing of that is left behind. Where that does not
@@ -169,13 +164,13 @@ TEST(CellTextures, ShrinkWhatIsTooLarge) {
         SCOPED_TRACE(height);
         const std::size_t kept = keptImages();
         const ::osg::ImageRefPtr image(numbered(6407, 200, height, 1));
-        const node_ref root(group({square(1, chunked({1, 1, 1, 1}, image.get()), 0, 50)}));
+        const node_ref root(group({square(1, image.get(), 0, 50)}));
         const stream_capture out(std::cout);
         cell_record record;
         const node_ref result(buildSceneTree(root.get(), {100, 0}, cell_options(), record));
         const ::osg::NodePtr core = geometryNodes(result).at(0);
-        const bool shrunk = out.text().find("createAtlas failed! Vec: 1") == std::string::npos;
-        EXPECT_EQ(shrunk, height == 40);
+        const bool shrunk = height == 40;
+        EXPECT_EQ(out.text().find("createAtlas failed! Vec: 1") == std::string::npos, shrunk);
         EXPECT_EQ(imageShown(core)->getWidth(), shrunk ? 4096 : 2);
         EXPECT_EQ(record.textures.atlases.size(), shrunk ? 1U : 0U);
         float u = 0;

@@ -1,10 +1,172 @@
-// Cutting triangles at planes: against the written-out table, and what every cut must conserve.
+// Cutting triangles at planes and in halves: against a written-out table of corners, with the cut
+// points in ordered maps; and what every cut must conserve.
 
-#include "naive_cut.h"
+#include <cstdio>
+
+#include <morva/core/morva_osg_geometry_tools.h>
+
+#include "triangle_scenes.h"
 
 namespace {
 
 using namespace tri;
+
+struct naive_result {
+    std::vector<piece> added;
+    piece stays;
+    std::string told; ///< on standard output
+};
+
+class naive_cutter {
+  public:
+    naive_result cut(const piece& t, double plane, int axis) {
+        naive_result result{{}, t, ""};
+        const auto a = static_cast<::osg::UInt32>(axis);
+        const auto distance = [&](const ::osg::Pnt3f& p) {
+            return std::fabs(double(p[a]) - plane);
+        };
+        double v = plane;
+        for (const ::osg::Pnt3f& near : t) {
+            for (const ::osg::Pnt3f& far : t)
+                v = distance(far) > distance(near) * 100000 ? double(near[a]) : v;
+        }
+        int code = 0, bits = 0;
+        for (std::size_t k = 0; k < 3; ++k) {
+            code += double(t[k][a]) == v ? int(k) + 1 : 0;
+            bits += double(t[k][a]) < v ? 1 << k : 0;
+        }
+        if (code > 3)
+            result.told = "MORVA_OSG_GEOSET: Weird Error. More than one point is on the plane.\n";
+        else if (code > 0)
+            apply(through_corner_[code - 1], t, v, axis, result);
+        else if (bits == 0 || bits == 7)
+            result.told = "Error in SplitElement! All Points can't be on one side\n";
+        else
+            apply(through_edges_[std::min(bits, 7 - bits) - 1], t, v, axis, result);
+        return result;
+    }
+
+    /// As splitElementInTwoParts() of a triangle that begins at `low` and reaches so far.
+    naive_result halve(const piece& t, const float (&low)[3], const float (&extent)[3], int edge,
+                       bool by_axis) {
+        bool sliver = by_axis;
+        int axis = 2, longest = 3;
+        for (const float one : extent) {
+            for (const float other : extent)
+                sliver = sliver || (one != 0 && one * 15 < other);
+        }
+        while (axis > 0 && !(extent[axis] >= extent[0] && extent[axis] >= extent[1] &&
+                             extent[axis] >= extent[axis == 1 ? 1 : 2]))
+            --axis;
+        if (sliver)
+            return cut(t, double(low[axis]) + double(extent[axis]) * 0.5, axis);
+        naive_result result{{}, t, ""};
+        const float length[] = {0, (t[1] - t[0]).length(), (t[2] - t[1]).length(),
+                                (t[0] - t[2]).length()};
+        while (longest > 1 && !(length[longest] >= length[1] && length[longest] >= length[2] &&
+                                length[longest] >= length[3]))
+            --longest;
+        edge = edge == 0 ? longest : edge;
+        if (edge < 1 || edge > 3) {
+            result.told =
+                "Error in Geoset::splitElementInTwoParts(). Linevalue: " + std::to_string(edge) +
+                "\n";
+            return result;
+        }
+        const ::osg::Pnt3f &from = t[std::size_t(edge) - 1], &to = t[std::size_t(edge) % 3];
+        ::osg::Pnt3d middle;
+        for (::osg::UInt32 i = 0; i < 3; ++i)
+            middle[i] = double(from[i]) + double((to[i] - from[i]) * 0.5F);
+        take(through_corner_[(edge + 1) % 3], t, {middle}, result);
+        return result;
+    }
+
+    int known_axis = -1; ///< of the last cut
+    double known_plane = 0;
+
+  private:
+    /// Corners are A, B and C, cut points 1 and 2.
+    struct row {
+        std::vector<const char*> edges; ///< that are cut, to make 1 and 2
+        std::vector<const char*> added;
+        const char* stays;
+    };
+    const row through_edges_[3] = {{{"AB", "AC"}, {"1B2", "BC2"}, "A12"},
+                                   {{"BA", "BC"}, {"A12", "A2C"}, "1B2"},
+                                   {{"CA", "CB"}, {"12C", "AB2"}, "A21"}};
+    const row through_corner_[3] = {
+        {{"BC"}, {"A1C"}, "AB1"}, {{"AC"}, {"BC1"}, "AB1"}, {{"AB"}, {"1BC"}, "A1C"}};
+
+    using key = std::tuple<double, double, double>;
+    static key keyOf(const ::osg::Pnt3d& p) { return {p[0], p[1], p[2]}; }
+
+    void apply(const row& r, const piece& t, double v, int axis, naive_result& result) {
+        std::vector<::osg::Pnt3d> cuts;
+        for (const char* edge : r.edges) {
+            cuts.emplace_back();
+            if (!point(::osg::Pnt3d(t[std::size_t(edge[0] - 'A')]),
+                       ::osg::Pnt3d(t[std::size_t(edge[1] - 'A')]), v, axis, cuts.back(),
+                       result.told))
+                return;
+        }
+        if (cuts.size() == 1 || keyOf(cuts[0]) != keyOf(cuts[1]))
+            take(r, t, cuts, result);
+    }
+
+    /// The pieces, if all of them may be kept.
+    static void take(const row& r, const piece& t, const std::vector<::osg::Pnt3d>& cuts,
+                     naive_result& result) {
+        std::vector<piece> made;
+        std::vector<const char*> names = r.added;
+        names.push_back(r.stays);
+        for (const char* corners : names) {
+            piece& one = made.emplace_back();
+            for (const char* c = corners; *c != '\0'; ++c)
+                one.push_back(*c < 'A' ? ::osg::Pnt3f(cuts[std::size_t(*c - '1')])
+                                       : t[std::size_t(*c - 'A')]);
+            if (morva::osg::is_rogue(one[0], one[1], one[2]))
+                return;
+        }
+        result.stays = made.back();
+        made.pop_back();
+        result.added = made;
+    }
+
+    bool point(const ::osg::Pnt3d& p, const ::osg::Pnt3d& q, double v, int axis, ::osg::Pnt3d& out,
+               std::string& told) {
+        if (axis != known_axis || v != known_plane)
+            known_.clear();
+        known_axis = axis;
+        known_plane = v;
+        const auto found = known_.find({keyOf(p), keyOf(q)});
+        if (found != known_.end()) {
+            out = found->second;
+            return true;
+        }
+        const auto a = static_cast<::osg::UInt32>(axis);
+        const double f = (p[a] - v) / (p[a] - q[a]);
+        if (1e-5 >= f || f >= 0.99999) {
+            char line[120];
+            std::snprintf(line, sizeof line,
+                          "Morva::osg::osg_geoset::calcSplitPoint: Factor Error( %.15g ).\n", f);
+            told += line;
+            return false;
+        }
+        for (::osg::UInt32 i = 0; i < 3; ++i) {
+            out[i] = (q[i] * f - p[i] * f) + p[i];
+            if (!std::isfinite(out[i])) {
+                told += "Morva::osg::osg_geoset::calcSplitPoint: Math-Error occured. "
+                        "Splitpoint is NaN.\n";
+                return false;
+            }
+        }
+        out[a] = v;
+        known_[{keyOf(p), keyOf(q)}] = known_[{keyOf(q), keyOf(p)}] = out;
+        return true;
+    }
+
+    std::map<std::pair<key, key>, ::osg::Pnt3d> known_; ///< by both ends, either way round
+};
 
 ::osg::Pnt3f randomPoint(std::mt19937& rng, int kind) {
     static const float offsets[] = {0.0F, 1e6F, -3e4F};
@@ -14,7 +176,7 @@ using namespace tri;
         if (kind == 0)
             p[i] = anywhere(rng);
         else if (kind == 1) // a grid: corners on the plane, flat and coincident ones
-            p[i] = static_cast<float>(static_cast<int>(rng() % 5) - 2) * 0.5F;
+            p[i] = float(int(rng() % 5) - 2) * 0.5F;
         else // far away, or so near to the plane that it snaps
             p[i] = anywhere(rng) * (rng() % 2 == 0 ? 1e-6F : 1.0F) + offsets[kind - 2];
     }
@@ -23,33 +185,62 @@ using namespace tri;
     return p;
 }
 
+/// Two triangles.
+piece randomCorners(std::mt19937& rng, int kind) {
+    piece corners;
+    for (int i = 0; i < 6; ++i)
+        corners.push_back(randomPoint(rng, kind));
+    if (kind == 0) { // an edge that both have, the other way round
+        corners[3] = corners[1];
+        corners[4] = corners[0];
+    }
+    const float stretch = kind == 1 && rng() % 4 == 0 ? 15.0F : 1.0F; // just no sliver
+    for (::osg::Pnt3f& p : corners)
+        p[1] *= stretch;
+    return corners;
+}
+
 TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
     std::cout << std::fixed; // what is told has fifteen digits all the same
     const std::streamsize digits = std::cout.precision(3);
-    std::mt19937 rng(815);
+    std::mt19937 rng(seedOf(815));
     int cuts = 0, refusals = 0;
-    for (int round = 0; round < 3000; ++round) {
+    for (int round = 0; round < roundsOf(3000); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const int kind = round % 5;
-        piece corners;
-        for (int i = 0; i < 6; ++i)
-            corners.push_back(randomPoint(rng, kind));
         osg_geoset geoset;
-        fillRaw(geoset, corners);
+        fillRaw(geoset, randomCorners(rng, kind));
         naive_cutter naive;
-        // Two planes of one axis, then another axis: the points of one plane are used once more.
-        const double plane = kind == 1   ? static_cast<double>(rng() % 3) * 0.5 - 0.5
-                             : round < 5 ? static_cast<double>(nan_value)
-                                         : static_cast<double>(randomPoint(rng, kind)[0]);
-        for (const int axis : {0, 0, 2}) {
+        const double plane = kind == 1   ? double(rng() % 3) * 0.5 - 0.5
+                             : round < 5 ? double(nan_value)
+                                         : double(randomPoint(rng, kind)[0]);
+        // Two planes of one axis: the points of one plane are used once more; then another axis,
+        // and at last halves.
+        for (const int axis : {0, 0, 2, 3, 3}) {
             for (unsigned long e = 0; e < 2; ++e) {
                 const piece before = cornersOf(geoset, e);
                 const unsigned long size = geoset.size;
-                const naive_result expected = naive.cut(before, plane, axis);
-                const cut_result found = cut(geoset, e, plane, axis);
+                naive_result expected;
+                cut_result found;
+                if (axis < 3) {
+                    expected = naive.cut(before, plane, axis);
+                    found = cut(geoset, e, plane, axis);
+                } else {
+                    const bool by_axis = rng() % 3 == 0;
+                    const int edge = int(rng() % 6) - 1;
+                    float low[3], extent[3];
+                    for (int a = 0; a < 3; ++a) {
+                        low[a] = geoset.axis_min[a][e];
+                        extent[a] = geoset.axis_max[a][e] - low[a];
+                    }
+                    expected = naive.halve(before, low, extent, edge, by_axis);
+                    found = cutBy([&](int& pieces, unsigned long& first) {
+                        geoset.splitElementInTwoParts(e, pieces, first, edge, by_axis);
+                    });
+                }
                 EXPECT_EQ(found.told, expected.told);
                 EXPECT_EQ(found.first, size);
-                ASSERT_EQ(static_cast<std::size_t>(found.pieces), expected.added.size());
+                ASSERT_EQ(std::size_t(found.pieces), expected.added.size());
                 ASSERT_EQ(geoset.size, size + expected.added.size());
                 EXPECT_TRUE(same(numbersOf(cornersOf(geoset, e)), numbersOf(expected.stays)));
                 for (std::size_t i = 0; i < expected.added.size(); ++i)
@@ -63,6 +254,7 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
             }
         }
         ASSERT_EQ(broken_rule_of(geoset), "");
+        ASSERT_EQ(cut(geoset, geoset.size, plane, 0).pieces + cut(geoset, 0, plane, 3).pieces, 0);
     }
     EXPECT_GT(cuts, 1000);
     EXPECT_GT(refusals, 1000);
@@ -70,12 +262,20 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
     std::cout.unsetf(std::ios_base::fixed);
 }
 
-// ---- what a cut conserves
+TEST(CutElement, HalvesTheLongestEdge) {
+    osg_geoset geoset; // edges of 4, 5 and 3
+    fillRaw(geoset, {{0, 0, 0}, {4, 0, 0}, {0, 3, 0}});
+    int pieces = 0;
+    unsigned long first = 0;
+    geoset.splitElementInTwoParts(0, pieces, first, 0, false);
+    EXPECT_EQ(cornersOf(geoset, first), (piece{{0, 0, 0}, {2, 1.5F, 0}, {0, 3, 0}}));
+    EXPECT_EQ(cornersOf(geoset, 0), (piece{{0, 0, 0}, {4, 0, 0}, {2, 1.5F, 0}}));
+}
 
 TEST(CutElement, CutsAnEdgeInOnePlaceAndKeepsAttributes) {
     for (unsigned int seed = 1; seed <= 6; ++seed) {
         SCOPED_TRACE(seed);
-        std::mt19937 rng(seed);
+        std::mt19937 rng(seedOf(seed));
         osg_geoset geoset;
         fillGeoset(geoset, scattered(rng, 500), true);
         const ::osg::GeometryPtr core = geoset.geometry.get();
@@ -87,123 +287,31 @@ TEST(CutElement, CutsAnEdgeInOnePlaceAndKeepsAttributes) {
         }
         geoset.convert();
         const rows uncut = rowsOf(core, geoset.vertex_count);
-        const int axis = static_cast<int>(seed % 3);
+        const int axis = int(seed % 3);
         const unsigned long count = geoset.size;
-        unsigned long cuts = 0;
         for (unsigned long e = 0; e < count; ++e) {
             if (!(geoset.axis_min[axis][e] < 0.123F && geoset.axis_max[axis][e] > 0.123F))
                 continue;
             const ::osg::Pnt3d p(cornersOf(geoset, e)[0]), q(cornersOf(geoset, e)[1]);
             ::osg::Pnt3d there, back; // an edge is cut in one place, from whichever end
             toldBy([&] {
-                geoset.calcSplitPoint(p, q, static_cast<double>(0.123F), axis, &there);
-                geoset.calcSplitPoint(q, p, static_cast<double>(0.123F), axis, &back);
+                geoset.calcSplitPoint(p, q, double(0.123F), axis, &there);
+                geoset.calcSplitPoint(q, p, double(0.123F), axis, &back);
             });
             EXPECT_EQ(std::memcmp(&there, &back, sizeof there), 0);
-            const cut_result found = cut(geoset, e, static_cast<double>(0.123F), axis);
-            ASSERT_GT(found.pieces, 0) << found.told;
-            ++cuts;
+            EXPECT_GT(cut(geoset, e, double(0.123F), axis).pieces, 0);
         }
-        EXPECT_GT(cuts, 20U);
+        EXPECT_GT(geoset.size, count + 20);
         EXPECT_EQ(broken_rule_of(geoset), "");
-
         // Colours and coordinates are the positions; IDs say which triangle a piece came from.
-        const rows all = rowsOf(core, geoset.vertex_count);
-        for (const corner& c : all) {
+        for (const corner& c : rowsOf(core, geoset.vertex_count)) {
             for (::osg::UInt32 k = 0; k < 3; ++k)
                 ASSERT_NEAR(c.color[k], c.position[k], 2e-4F);
             ASSERT_NEAR(c.uv[0][1], c.position[1], 2e-4F);
-            ASSERT_LT(c.id, static_cast<float>(count));
-            ASSERT_EQ(c.normal, uncut[3 * static_cast<std::size_t>(c.id)].normal);
+            ASSERT_LT(c.id, float(count));
+            ASSERT_EQ(c.normal, uncut[3 * std::size_t(c.id)].normal);
         }
     }
-}
-
-// ---- halves, without a plane given
-
-cut_result halve(osg_geoset& geoset, int edge, bool by_axis, unsigned long element = 0) {
-    return cutBy([&](int& pieces, unsigned long& first) {
-        geoset.splitElementInTwoParts(element, pieces, first, edge, by_axis);
-    });
-}
-
-TEST(CutInHalves, TakesTheMiddleOfTheEdgeAskedForOrOfTheLongest) {
-    // Edges of 4, 5 and 3.
-    const ::osg::Pnt3f a(0, 0, 0), b(4, 0, 0), c(0, 3, 0);
-    const ::osg::Pnt3f ab(2, 0, 0), bc(2, 1.5F, 0), ca(0, 1.5F, 0);
-    // Two legs of one length from t, and their middles.
-    const ::osg::Pnt3f t(0, 0, 0), l(-1, 4, 0), r(1, 4, 0), tl(-0.5F, 2, 0), tr(0.5F, 2, 0);
-    const struct {
-        const char* name;
-        piece corners;
-        int edge;
-        piece added, stays;
-    } cases[] = {{"A to B", {a, b, c}, 1, {ab, b, c}, {a, ab, c}},
-                 {"B to C", {a, b, c}, 2, {a, bc, c}, {a, b, bc}},
-                 {"C to A", {a, b, c}, 3, {b, c, ca}, {a, b, ca}},
-                 {"longest is B to C", {a, b, c}, 0, {a, bc, c}, {a, b, bc}},
-                 {"longest is A to B", {b, c, a}, 0, {bc, c, a}, {b, bc, a}},
-                 {"longest is C to A", {c, a, b}, 0, {a, b, bc}, {c, a, bc}},
-                 {"C to A before A to B", {t, r, l}, 0, {r, l, tl}, {t, r, tl}},
-                 {"B to C before A to B", {l, t, r}, 0, {l, tr, r}, {l, t, tr}}};
-    for (const auto& given : cases) {
-        SCOPED_TRACE(given.name);
-        osg_geoset geoset;
-        fillRaw(geoset, given.corners);
-        const cut_result found = halve(geoset, given.edge, false);
-        EXPECT_EQ(found.told, "");
-        EXPECT_EQ(found.first, 1U);
-        ASSERT_EQ(found.pieces, 1);
-        EXPECT_EQ(cornersOf(geoset, 1), given.added);
-        EXPECT_EQ(cornersOf(geoset, 0), given.stays);
-        EXPECT_EQ(geoset.split_axis, -1) << "no plane was asked for";
-        EXPECT_EQ(broken_rule_of(geoset), "");
-    }
-}
-
-TEST(CutInHalves, CutsSliversAndWhoAsksForItAcrossTheLongestAxis) {
-    const struct {
-        const char* name;
-        ::osg::Pnt3f extent; ///< of a triangle with its lowest corner at (10, 20, 30)
-        bool by_axis;
-        int axis; ///< -1: an edge was halved
-        double plane;
-    } cases[] = {{"a sliver, the flat axis does not count", {100, 1, 0}, false, 0, 60},
-                 {"fifteen times is not yet a sliver", {15, 1, 0}, false, -1, 0},
-                 {"beyond fifteen times it is", {1, 16, 2}, false, 1, 28},
-                 {"z before the others", {2, 2, 2}, true, 2, 31},
-                 {"y before x", {3, 3, 1}, true, 1, 21.5},
-                 {"x if it is the longest", {4, 3, 3}, true, 0, 12}};
-    for (const auto& given : cases) {
-        SCOPED_TRACE(given.name);
-        const ::osg::Pnt3f low(10, 20, 30);
-        const ::osg::Vec3f e(given.extent);
-        osg_geoset geoset;
-        fillRaw(geoset, {low, low + ::osg::Vec3f(e[0], 0, e[2]), low + ::osg::Vec3f(0, e[1], 0)});
-        const cut_result found = halve(geoset, 1, given.by_axis);
-        EXPECT_EQ(found.told, "");
-        EXPECT_GT(found.pieces, 0);
-        EXPECT_EQ(geoset.split_axis, given.axis);
-        EXPECT_EQ(geoset.split_plane, given.plane);
-        EXPECT_EQ(broken_rule_of(geoset), "");
-    }
-}
-
-TEST(CutInHalves, RefusesWithoutChange) {
-    osg_geoset flat; // its halves must not be kept
-    fillRaw(flat, {{0, 0, 0}, {1, 0, 0}, {3, 0, 0}});
-    for (const int edge : {4, -1, 1000, 0}) {
-        const cut_result found = halve(flat, edge, false);
-        EXPECT_EQ(found.told, edge == 0 ? ""
-                                        : "Error in Geoset::splitElementInTwoParts(). Linevalue: " +
-                                              std::to_string(edge) + "\n");
-        EXPECT_EQ(found.pieces, 0);
-    }
-    EXPECT_EQ(flat.split_axis, -1) << "extents of (3, 0, 0) are no sliver";
-    EXPECT_EQ(halve(flat, 0, false, 1).pieces, 0) << "there is no such triangle";
-    for (const unsigned long element : {1UL, 4000000000UL})
-        EXPECT_EQ(cut(flat, element, 0.5, 0).pieces, 0);
-    EXPECT_EQ(flat.size, 1U);
 }
 
 } // namespace

@@ -1,12 +1,10 @@
 // Whole nodes as elements: what is built, what a tree over them gives, and rays through both.
 
-#include "tests/support/test.h"
+#include "cell_scenes.h"
 
 #include <ctime>
 
-#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_scene_rules.h>
-#include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/geosets/morva_osg_scene_hierarchy.h>
 #include <morva/trees/ray_traversal.h>
@@ -21,6 +19,7 @@ using bih = morva::bih_tree<float>;
 using kd = morva::kd_tree<float>;
 using bih_scene = morva::osg::bih_scene_geoset;
 using kd_scene = morva::osg::kd_scene_geoset;
+using ray_hit = morva::intersection_point<float, float3, float3>;
 
 build_setup setupOf(const bih_scene&) { return {3, 20}; }
 kd_build_setup setupOf(const kd_scene&) { return {3, 20, 3, 1.0F, 2.0F, 0.95F, false}; }
@@ -29,47 +28,20 @@ template <typename Scene> void sortNodes(Scene& scene, kd& tree) {
     compile(scene, tree, {1, 9, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
 }
 
-/// Parts in all that matters: without triangles or with degenerate ones alone, below each other,
-/// moved, of cores that are shown in several materials, named; and places of null in their list.
+/// A wild scene with names, masks and attachments, and with places of null in its list.
 struct mixed_scene {
-    explicit mixed_scene(std::mt19937& rng) : root(group()) {
-        const ::osg::MaterialRefPtr red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
-        std::vector<geometry_ref> cores;
-        node_list inner = {root.get()};
-        for (unsigned i = 0, count = rng() % 14; i < count; ++i) {
-            const ::osg::NodePtr above = inner[rng() % inner.size()];
-            const ::osg::Vec3f by(float(rng() % 3), 0, rng() % 2 ? 0.1F : 0.0F);
-            const ::osg::NodePtr between[] = {group(), moved(by, {}), materialGroup(red.get(), {}),
-                                              materialGroup(blue.get(), {})};
-            const auto kind = rng() % 5;
-            if (kind < 4)
-                above->addChild(between[kind]);
-            const node_ref unused[] = {node_ref(between[0]), node_ref(between[1]),
-                                       node_ref(between[2]), node_ref(between[3])};
-            const ::osg::NodePtr parent = kind < 4 ? between[kind] : above;
-            if (cores.empty() || rng() % 3 != 0) {
-                mesh_data mesh =
-                    rng() % 5 == 0 ? row(3, 1) : withNormals(soup(rng, rng() % 9), rng);
-                for (::osg::Pnt3f& p : mesh.positions)
-                    p = rng() % 7 == 0 ? p : p * 0.5F + ::osg::Vec3f(float(i), 0, 0);
-                if (rng() % 6 == 0)
-                    mesh.positions.assign(mesh.positions.size(), ::osg::Pnt3f(2, 2, 2));
-                cores.emplace_back(geometryOf(mesh, rng() % 3 == 0 ? ::osg::MaterialPtr(blue.get())
-                                                                   : ::osg::MaterialPtr()));
-            }
-            const ::osg::NodePtr node = nodeOf(cores[rng() % cores.size()].get());
-            node->setTravMask(rng() % 4 == 0 ? 6 : ~::osg::UInt32(0));
-            node->addAttachment(::osg::StringAttributeMap::create(), 3);
-            parent->addChild(named("n" + std::to_string(i), node));
-            inner.insert(inner.end(), {node, parent});
-        }
+    explicit mixed_scene(unsigned seed) : root(wildScene(seed, seed % 2 == 0)) {
+        std::mt19937 rng(seed);
         for (const ::osg::NodePtr& node : geometryNodes(root.get())) {
             while (rng() % 8 == 0)
                 list.emplace_back();
-            list.push_back(node);
-            materials[::osg::getName(node)] = morva::osg::getMaterial(node);
-            masks[::osg::getName(node)] = node->getTravMask();
-            origins[::osg::getName(node)] = node->getCore().getFieldContainerId();
+            const std::string name = "n" + std::to_string(list.size());
+            list.push_back(named(name, node));
+            node->setTravMask(rng() % 4 == 0 ? 6 : ~::osg::UInt32(0));
+            node->addAttachment(::osg::StringAttributeMap::create(), 3);
+            materials[name] = morva::osg::getMaterial(node);
+            masks[name] = node->getTravMask();
+            origins[name] = node->getCore().getFieldContainerId();
         }
     }
 
@@ -249,8 +221,7 @@ void expectGrown(Scene& scene, Tree& tree, const naive_scene& twin, const mixed_
 }
 
 template <typename Scene, typename Tree> void compareAll(unsigned seed, bool with_geosets) {
-    std::mt19937 rng(seed);
-    const mixed_scene made(rng);
+    const mixed_scene made(seed);
     const naive_scene twin(made.list, with_geosets);
     Scene scene;
     scene.with_geosets = with_geosets;
@@ -277,14 +248,13 @@ template <typename Scene, typename Tree> void compareAll(unsigned seed, bool wit
 }
 
 TEST(SceneGeoset, IsBuiltCollectedAndGrownAsByItsTwin) {
-    for (unsigned seed = 4500; seed < 4650; ++seed) {
+    for (unsigned round = 0; round < roundsOf(100U) && !HasFailure(); ++round) {
+        const unsigned seed = seedOf(round);
         SCOPED_TRACE(seed);
         compareAll<bih_scene, kd>(seed, false);
         compareAll<bih_scene, bih>(seed, seed % 2 == 0);
         compareAll<kd_scene, kd>(seed, true);
         compareAll<kd_scene, bih>(seed, seed % 2 != 0);
-        if (HasFailure())
-            return;
     }
 }
 
@@ -313,21 +283,40 @@ TEST(SceneGeoset, WithoutAnElementNothingIsReadOrSaid) {
     }
 }
 
+/// Sheets of three squares along x that face down, one for each place.
+node_ref sheetsAt(const std::vector<::osg::Vec3f>& places) {
+    const node_ref root(group());
+    mesh_data sheet = quads(3);
+    std::reverse(sheet.positions.begin(), sheet.positions.end());
+    for (const ::osg::Vec3f& place : places)
+        root->addChild(moved(place, {meshNode(sheet)}));
+    return root;
+}
+
 TEST(SceneGeoset, SaysWhichElementThereIsNot) {
-    const node_ref root(group({meshNode(quads(1)), meshNode(quads(2))}));
+    const node_ref root(sheetsAt({{0, 0, 5}, {0, 0, 3}}));
     const stream_capture quiet(std::cout);
-    const bih_scene scene(root.get(), {5, 100}, true);
+    const bih_scene scene(root.get(), {5, 100}, true), none;
+    bih_scene more(sheetsAt({{0, 0, 5}, {0, 0, 3}, {0, 0, 4}}).get(), {5, 100}, true);
+    bih tree;
+    compile(more, tree, {1, 20});
     const stream_capture told(std::cout);
     float low = 3, high = 4;
     scene.axis_min_max(2, 0, low, high);
     EXPECT_TRUE(low == 3 && high == 4);
     EXPECT_EQ(scene.node(2), ::osg::NullFC);
     EXPECT_EQ(scene.simple_object(9), 1);
-    EXPECT_EQ(bih_scene().simple_object(0), -1);
+    EXPECT_EQ(none.simple_object(0), -1);
+    ray_hit hit; // of a tree with an element more: the last one that there is
+    morva::empty_trace_statistics statistics;
+    fire_ray_rec(tree, 0, scene, float3{0.5F, 0.5F, 1}, float3{0.5F, 0.5F, 9},
+                 float3{INFINITY, INFINITY, 1}, 0.0F, 8.0F, hit, statistics, 1);
+    EXPECT_EQ(hit.hit ? hit.index : -1, 2);
     EXPECT_EQ(told.text(), "Morva_osg_scene_Geost::axis_min_max: Index out of bounce. \n"
                            "Morva_osg_scene_geoset: No Node with index 2\n"
                            "Morva_osg_scene_geoset.simple_object(), no element with 9\n"
-                           "Morva_osg_scene_geoset.simple_object(), no element with 0\n");
+                           "Morva_osg_scene_geoset.simple_object(), no element with 0\n"
+                           "Morva_osg_scene_geoset.simple_object(), no element with 2\n");
 }
 
 TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
@@ -359,114 +348,72 @@ TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
     EXPECT_TRUE(isAlive(held)) << "by the scene";
 }
 
-double secondsToGrow(unsigned count, bool new_nodes) {
-    const node_ref root(group());
-    geometry_ref core;
-    for (unsigned i = 0; i < count; ++i) { // all below one group
-        if (i % 500 == 0)
-            core = geometry_ref(geometryOf(quads(1)));
-        const ::osg::NodePtr node = nodeOf(core.get());
-        if (i % 2 == 0)
-            root->addChild(node);
-        else
-            root->addChild(moved({float(i % 317), float(i / 317), 0}, {node}));
-    }
-    const node_ref top(group());
-    const std::clock_t start = std::clock();
-    bih_scene scene(root.get(), {1, 9}, false);
-    kd tree;
-    compile(scene, tree, {1, 150, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
-    growHierarchy(top.get(), scene, tree, 0, new_nodes ? taking::a_new_node : taking::the_node);
-    const double seconds = double(std::clock() - start) / CLOCKS_PER_SEC;
-    EXPECT_EQ(geometryNodes(top.get()).size(), count);
-    return seconds;
-}
-
 TEST(SceneGeoset, GrowsInLinearTime) {
-    for (const bool new_nodes : {false, true}) {
-        const double small = secondsToGrow(12500, new_nodes);
-        EXPECT_LT(secondsToGrow(100000, new_nodes), 20 * small + 0.2) << "8 times as many";
-    }
-}
-
-using ray_hit = morva::intersection_point<float, float3, float3>;
-
-/// Sheets of three squares along x, one for each place.
-node_ref sheetsAt(const std::vector<::osg::Vec3f>& places, bool from_below) {
-    const node_ref root(group());
-    for (const ::osg::Vec3f& place : places) {
-        mesh_data sheet = quads(3);
-        if (from_below)
-            std::reverse(sheet.positions.begin(), sheet.positions.end());
-        root->addChild(moved(place, {meshNode(sheet)}));
-    }
-    return root;
-}
-
-TEST(SceneGeosetRays, FindTheNearestElementByDistance) {
-    const struct {
-        std::vector<float> heights;
-        float x;
-        unsigned of_tree, ignored; ///< elements that the tree has more
-        int index;
-        float distance;
-        const char* told;
-    } rows[] = {{{5, 3, 9}, 0.5F, 0, 9, 1, 2, ""},  {{5, 3, 9}, 0.5F, 0, 1, 0, 4, ""},
-                {{5, 3, 9}, 3.5F, 0, 9, -1, 0, ""}, // beside all of them, on an axis across
-                {{3, 3}, 0.5F, 0, 9, 0, 2, ""},     // the first stays
-                {{3}, 0.5F, 1, 0, 1, 2, "1\n"},     // the last that there is
-                {{}, 0.5F, 1, 9, -1, 0, "0\n"}};
-    for (const auto& row : rows) {
-        std::vector<::osg::Vec3f> places;
-        for (const float z : row.heights)
-            places.emplace_back(0, 0, z);
-        bih tree;
-        const stream_capture told(std::cout);
-        const morva::sink_scope no_progress({nullptr, nullptr, [](std::size_t, std::size_t) {}});
-        bih_scene scene(sheetsAt(places, true).get(), {5, 100}, true);
-        for (unsigned i = 0; i < row.of_tree; ++i)
-            places.emplace_back(0, 0, 3);
-        bih_scene other(sheetsAt(places, true).get(), {5, 100}, true);
-        compile(other, tree, {1, 20});
-        ray_hit hit;
-        morva::empty_trace_statistics none;
-        fire_ray_rec(tree, 0, scene, float3{row.x, 0.5F, 1}, float3{row.x, 0.5F, 9},
-                     float3{INFINITY, INFINITY, 1}, 0.0F, 8.0F, hit, none, int(row.ignored));
-        const std::string message = "Morva_osg_scene_geoset.simple_object(), no element with ";
-        EXPECT_EQ(told.text(), *row.told == 0 ? "" : message + row.told);
-        EXPECT_EQ(hit.hit ? hit.index : -1, row.index);
-        EXPECT_NEAR(hit.t, row.distance, 1e-6F);
-        EXPECT_EQ(hit.normal[2], hit.hit ? -1.0F : 0.0F);
-    }
-}
-
-TEST(SceneGeosetRays, HitFacesThatLieOnTheBoxOfTheirElement) {
-    std::mt19937 rng(4599);
-    std::uniform_real_distribution<float> unit(0.0F, 1.0F);
-    std::vector<::osg::Vec3f> places;
-    for (int i = 0; i < 20; ++i)
-        places.emplace_back(3.3F * float(i), 0, -0.7F * float(i));
-    const stream_capture quiet(std::cout);
-    bih_scene scene(sheetsAt(places, false).get(), {5, 100}, true);
-    bih tree;
-    compile(scene, tree, {1, 20});
-    int lost = 0;
-    for (int i = 0; i < 4000; ++i) {
-        const ::osg::Vec3f& sheet = places[rng() % 20];
-        const float3 goal{sheet[0] + 2.8F * unit(rng) + 0.1F, 0.1F + 0.8F * unit(rng), sheet[2]};
-        const float3 from{goal[0] + unit(rng), goal[1] - unit(rng), 2 + 7 * unit(rng)};
-        float3 way{goal[0] - from[0], goal[1] - from[1], goal[2] - from[2]}, inverse, to;
-        way.normalize();
-        for (std::size_t a = 0; a < 3; ++a) {
-            inverse[a] = 1 / way[a];
-            to[a] = from[a] + 99 * way[a];
+    const auto seconds = [](unsigned count, taking how) {
+        const node_ref root(group()), top(group());
+        geometry_ref core;
+        for (unsigned i = 0; i < count; ++i) { // all below one group
+            if (i % 500 == 0)
+                core = geometry_ref(geometryOf(quads(1)));
+            const ::osg::NodePtr node = nodeOf(core.get());
+            root->addChild(i % 2 == 0 ? node : moved({float(i % 317), float(i / 317), 0}, {node}));
         }
-        ray_hit hit;
-        morva::empty_trace_statistics none;
-        fire_ray_rec(tree, 0, scene, from, to, inverse, 0.0F, 99.0F, hit, none, -1);
-        lost += hit.hit ? 0 : 1;
+        const std::clock_t start = std::clock();
+        bih_scene scene(root.get(), {1, 9}, false);
+        kd tree;
+        compile(scene, tree, {1, 150, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
+        growHierarchy(top.get(), scene, tree, 0, how);
+        EXPECT_EQ(geometryNodes(top.get()).size(), count);
+        return double(std::clock() - start) / CLOCKS_PER_SEC;
+    };
+    for (const taking how : {taking::a_new_node, taking::the_node})
+        EXPECT_LT(seconds(80000, how), 20 * seconds(10000, how) + 0.2) << "8 times as many";
+}
+
+TEST(SceneGeoset, RaysFindTheNearestElementByDistance) {
+    std::mt19937 rng(seedOf(4599));
+    std::uniform_real_distribution<float> unit(0.0F, 1.0F);
+    const stream_capture told(std::cout);
+    const morva::sink_scope no_progress({nullptr, nullptr, [](std::size_t, std::size_t) {}});
+    for (int round = 0; round < roundsOf(40); ++round) {
+        std::vector<::osg::Vec3f> places(1 + rng() % 9);
+        for (::osg::Vec3f& place : places)
+            place = {float(rng() % 5), 0, float(rng() % 8) - 3.5F};
+        bih_scene scene(sheetsAt(places).get(), {5, 100}, true);
+        bih tree;
+        compile(scene, tree, {1, 20});
+        for (int ray = 0; ray < 50; ++ray) {
+            const float3 from{7 * unit(rng), unit(rng), -9};
+            float3 way{unit(rng) - 0.5F, ray % 3 == 0 ? 0 : 0.1F * unit(rng), 1}, inverse, to;
+            way.normalize();
+            for (std::size_t a = 0; a < 3; ++a) {
+                inverse[a] = 1 / way[a];
+                to[a] = from[a] + 99 * way[a];
+            }
+            const int ignored = int(rng() % (places.size() + 1)) - 1;
+            float nearest = 99, margin = 1;
+            for (std::size_t i = 0; i < places.size(); ++i) { // how far inside of its borders
+                const float t = (places[i][2] - from[2]) / way[2],
+                            x = from[0] + t * way[0] - places[i][0], y = from[1] + t * way[1];
+                const float inside = std::min(std::min(x, 3 - x), std::min(y, 1 - y));
+                margin = std::min(margin, std::fabs(inside));
+                if (inside > 0 && int(i) != ignored)
+                    nearest = std::min(nearest, t);
+            }
+            ray_hit hit;
+            morva::empty_trace_statistics none;
+            fire_ray_rec(tree, 0, scene, from, to, inverse, 0.0F, 99.0F, hit, none, ignored);
+            if (margin < 1e-4F)
+                continue;
+            ASSERT_EQ(hit.hit, nearest < 99);
+            if (!hit.hit)
+                continue;
+            EXPECT_NEAR(hit.t, nearest, 1e-4F);
+            EXPECT_NEAR(from[2] + hit.t * way[2], places[std::size_t(hit.index)][2], 1e-4F);
+            EXPECT_EQ(hit.normal[2], -1.0F);
+        }
     }
-    EXPECT_LE(lost, 4);
+    EXPECT_EQ(told.text(), "");
 }
 
 } // namespace

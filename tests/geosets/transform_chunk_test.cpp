@@ -9,66 +9,50 @@ namespace {
 using namespace tri;
 using morva::osg::addTransformChunk;
 
-::osg::TransformChunkPtr chunkOf(const ::osg::GeometryPtr& geometry, ::osg::UInt32 index) {
-    const auto material = ::osg::ChunkMaterialPtr::dcast(geometry->getMaterial());
-    return ::osg::TransformChunkPtr::dcast(material->getChunks(index));
-}
-
 TEST(AddTransformChunk, ShiftsByWholeNumbersToBetweenZeroAndOne) {
     const float inf = std::numeric_limits<float>::infinity();
-    const struct {
-        float low, shift;
-    } cases[] = {{0.5F, 0.0F},  {3.7F, -3.0F}, {-2.2F, 3.0F},   {1.0F, 0.0F}, {0.0F, 0.0F},
-                 {-1.0F, 2.0F}, {1.5F, -1.0F}, {3e12F, -3e12F}, {-inf, 0.0F}, {nan_value, 0.0F}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.low);
+    const std::pair<float, float> cases[] = {
+        {0.5F, 0.0F},  {3.7F, -3.0F}, {-2.2F, 3.0F},   {1.0F, 0.0F}, {0.0F, 0.0F},
+        {-1.0F, 2.0F}, {1.5F, -1.0F}, {3e12F, -3e12F}, {-inf, 0.0F}, {nan_value, 0.0F}};
+    for (const auto& [low, shift] : cases) {
+        SCOPED_TRACE(low);
         const ::osg::GeometryRefPtr geometry(
-            soup({{c.low, 0.5F, 0.5F}, {c.low, 2, 9}, {c.low, 7, 0.75F}}));
+            soup({{low, 0.5F, 0.5F}, {low, 2, 9}, {low, 7, 0.75F}}));
         addTransformChunk(geometry.get());
         const ::osg::Pnt3f moved = geometry->getPositions()->getValue(1);
-        if (!std::isnan(c.low)) {
-            EXPECT_EQ(moved[0], c.low + c.shift);
-        }
-        EXPECT_EQ(moved[1], 2.0F);
-        EXPECT_EQ(moved[2], 9.0F);
-        EXPECT_EQ(chunkOf(geometry.get(), 0)->getMatrix()[3][0], -c.shift);
+        EXPECT_TRUE(same({moved[0], moved[1], moved[2]}, {low + shift, 2, 9}));
+        const auto made = ::osg::ChunkMaterialPtr::dcast(geometry->getMaterial());
+        EXPECT_EQ(::osg::TransformChunkPtr::dcast(made->getChunks(0))->getMatrix()[3][0], -shift);
     }
 }
 
-TEST(AddTransformChunk, UsesTheLastChunkAndKeepsItsRotation) {
-    const ::osg::ChunkMaterialPtr material = ::osg::ChunkMaterial::create();
-    const ::osg::TransformChunkPtr first = ::osg::TransformChunk::create();
-    const ::osg::TransformChunkPtr last = ::osg::TransformChunk::create();
+TEST(AddTransformChunk, UsesTheLastChunkOrAddsOneAndLeavesOtherMaterialsAlone) {
+    const ::osg::ChunkMaterialPtr material = bareMaterial(), bare = bareMaterial();
+    const auto first = ::osg::TransformChunk::create(), last = ::osg::TransformChunk::create();
     last->setMatrix(::osg::Matrix(0, -1, 0, 10, 1, 0, 0, 20, 0, 0, 1, 30, 0, 0, 0, 1));
     material->addChunk(first);
     material->addChunk(last);
     material->addChunk(::osg::MaterialChunk::create());
-    const ::osg::GeometryRefPtr geometry(soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}}));
+    const ::osg::GeometryRefPtr geometry(soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}})),
+        near(soup({{0, 0, 0}})), other(soup({{50, 50, 50}})), empty(::osg::Geometry::create());
     geometry->setMaterial(material);
-    addTransformChunk(geometry.get());
+    near->setMaterial(bare);
+    other->setMaterial(choiceOf(0, {}));
+    const auto act = [&] {
+        for (const auto& one : {geometry, near, other, empty})
+            addTransformChunk(one.get());
+        addTransformChunk(::osg::NullFC);
+    };
+    EXPECT_EQ(toldBy(act), "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
     EXPECT_EQ(material->getMFChunks()->size(), 3U);
     const ::osg::Matrix matrix = last->getMatrix();
     EXPECT_NEAR(matrix[3][0], 10.0F, 1e-4F);
     EXPECT_NEAR(matrix[3][1], 23.0F, 1e-4F);
     EXPECT_NEAR(matrix[3][2], 27.0F, 1e-4F);
-    EXPECT_EQ(matrix[0][1], 1.0F);
+    EXPECT_EQ(matrix[0][1], 1.0F) << "its rotation stays";
     EXPECT_EQ(first->getMatrix()[3][1], 0.0F);
     EXPECT_EQ(geometry->getPositions()->getValue(1), ::osg::Pnt3f(4, 1, 7));
-}
-
-TEST(AddTransformChunk, AddsOneToAMaterialWithoutAndLeavesOthersAlone) {
-    const ::osg::GeometryRefPtr geometry(soup({{0, 0, 0}})), other(soup({{50, 50, 50}}));
-    const ::osg::GeometryRefPtr empty(::osg::Geometry::create());
-    const ::osg::ChunkMaterialPtr material = bareMaterial();
-    geometry->setMaterial(material);
-    other->setMaterial(choiceOf(0, {}));
-    const auto act = [&] {
-        for (const ::osg::GeometryPtr& one : {geometry.get(), other.get(), empty.get()})
-            addTransformChunk(one);
-        addTransformChunk(::osg::NullFC);
-    };
-    EXPECT_EQ(toldBy(act), "Geometry has a Non-Chunk Material. Can't add a Transformchunk.\n");
-    EXPECT_EQ(material->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
+    EXPECT_EQ(bare->getMFChunks()->size(), 1U) << "a chunk comes even if nothing moves";
     EXPECT_EQ(other->getPositions()->getValue(0), ::osg::Pnt3f(50, 50, 50));
     EXPECT_TRUE(empty->getMaterial() == ::osg::NullFC);
 }
