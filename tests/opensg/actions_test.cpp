@@ -244,7 +244,7 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
     int hits = 0;
     for (unsigned round = 0; round < roundsOf(200U); ++round) {
         SCOPED_TRACE(round);
-        random_scene scene{std::mt19937(round), {}};
+        random_scene scene{std::mt19937(seedOf(round)), {}};
         const RefPtr<NodePtr> root(scene.build(4));
         std::vector<std::pair<points, NodePtr>> world; // triangles
         for (const NodePtr& node : scene.geometries) {

@@ -307,7 +307,7 @@ TEST(SceneFilesDamage, NeverDoesHarmNorAsksForMuch) {
         files.emplace_back(bytesOf(file), fieldsOf(bytesOf(file)));
     std::mt19937 rng(seedOf(60601));
     int refusals = 0;
-    const int rounds = 1800;
+    const int rounds = roundsOf(1800);
     for (int round = 0; round < rounds; ++round) {
         const auto& [whole, fields] = files[std::size_t(round) % files.size()];
         const std::string bytes = damaged(whole, fields, rng);
