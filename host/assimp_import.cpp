@@ -11,9 +11,11 @@
 #include <OpenSG/OSGTransform.h>
 
 #include "assimp_record.h"
+#include "gltf_document.h"
 #include "gltf_nodes.h"
 #include "host_error.h"
 #include "import_process.h"
+#include "material_record.h"
 #include "stack_room.h"
 
 namespace morva::host {
@@ -223,14 +225,16 @@ std::vector<::osg::MaterialRefPtr> importScene(const handed_scene& source,
 
 void importThroughAssimp(const std::string& path, model& target) {
     importing_library library(path, target.file_bytes);
+    const auto document = gltfDocumentOf(path); // while the library reads
     const handed_scene scene = library.scene();
-    const auto document = gltfDocumentOf(path);
     if (document)
         placeOldNodes(*document, *scene.scene->mRootNode);
     target.files_read.insert(target.files_read.end(), scene.files.begin(), scene.files.end());
     target.materials = importScene(
         scene, folderOf(path), [&](unsigned) { return library.nextMesh(); }, target);
-    if (!document || document->version() != 2)
+    if (document && document->version() == 2)
+        keepRecordsOfLibrary(*document, target);
+    else
         keepLibraryRecords(*scene.scene, folderOf(path), target);
 }
 

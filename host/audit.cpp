@@ -15,11 +15,11 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 
-#include "geometry_view.h"
 #include "parallel.h"
 #include "scene_walk.h"
 #include "text.h"
 #include "triangle_measures.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -49,7 +49,7 @@ void add(const amount& more, amount& sum) {
 
 /// What counting the triangles of an output node needs, free of the scene graph.
 struct output_node {
-    geometry_view view;
+    const geometry_view& view;
     int set;                        ///< of texture coordinates that holds the IDs; -1 for none
     std::optional<placement> world; ///< if areas are wanted
 };
@@ -88,12 +88,13 @@ struct counted_node {
 };
 
 /// In walk order.
-std::vector<counted_node> countOutputs(const audit_plan& plan, const ::osg::NodePtr& result) {
+std::vector<counted_node> countOutputs(const audit_plan& plan, const ::osg::NodePtr& result,
+                                       view_store& views) {
     const std::vector<::osg::NodePtr> nodes = geometryNodes(result);
     std::deque<output_node> outputs;
     for (const ::osg::NodePtr& node : nodes) {
         const ::osg::GeometryPtr core = ::osg::GeometryPtr::dcast(node->getCore());
-        outputs.push_back({geometry_view(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
+        outputs.push_back({views.of(core), plan.has_ids ? idSetOf(node, plan.sources) : -1,
                            plan.areas ? std::optional<placement>(node) : std::nullopt});
     }
     std::vector<counted_node> counted(outputs.size());
@@ -412,7 +413,8 @@ void noteThin(const audit_plan& plan, std::uint64_t line_ends, std::uint64_t poi
 
 } // namespace
 
-audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
+audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result, view_store* known) {
+    view_store made_here;
     audit_verdict verdict;
     verdict.by_part = plan.by_part;
     const expectation all = expectedInAll(plan);
@@ -425,7 +427,8 @@ audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result) {
     amount sum;
     std::uint64_t line_ends = 0, points = 0;
     std::map<std::string, amount> out_by_name;
-    for (const counted_node& node : countOutputs(plan, result)) {
+    for (const counted_node& node :
+         countOutputs(plan, result, known != nullptr ? *known : made_here)) {
         const auto& [name, counts, ends_here, points_here] = node;
         line_ends += ends_here;
         points += points_here;

@@ -50,6 +50,7 @@
 #include "part_names.h"
 #include "part_table.h"
 #include "triangle_prints.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -127,12 +128,14 @@ struct audit_verdict {
 };
 
 /// Counts what the parts hold and foretells what comes out. Reads the scene; O(triangles).
+///
+/// views  of its cores, if there are some already
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-                     const std::string& parameters);
+                     const std::string& parameters, view_store* views = nullptr);
 
 /// The same for a run with empty parameters.
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-                     const auto_road& road);
+                     const auto_road& road, view_store* views = nullptr);
 
 /// Takes down what the stages of the run say they did.
 void noteStages(const morva::osg::run_record& record, audit_plan& plan);
@@ -141,7 +144,8 @@ void noteStages(const morva::osg::run_record& record, audit_plan& plan);
 void noteRemoved(const std::vector<std::size_t>& places, audit_plan& plan);
 
 /// Counts the triangles below `result`, hidden ones too, and compares.
-audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result);
+audit_verdict judge(const audit_plan& plan, const ::osg::NodePtr& result,
+                    view_store* views = nullptr);
 
 /// "merged", "carried over", ...
 const char* textOf(part_fate fate);

@@ -1,8 +1,6 @@
 #include "audit.h"
 
 #include <algorithm>
-#include <map>
-#include <memory>
 #include <set>
 
 #include <OpenSG/OSGGeometry.h>
@@ -18,6 +16,7 @@
 #include "parallel.h"
 #include "scene_walk.h"
 #include "triangle_measures.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -277,20 +276,6 @@ void measureAreas(const std::vector<counting_task>& tasks, const run_plan& run, 
     });
 }
 
-/// Views by core, each made once.
-class view_store {
-  public:
-    const geometry_view& of(const ::osg::GeometryPtr& core) {
-        std::unique_ptr<geometry_view>& view = views_[core.getFieldContainerId()];
-        if (!view)
-            view = std::make_unique<geometry_view>(core);
-        return *view;
-    }
-
-  private:
-    std::map<::osg::UInt32, std::unique_ptr<geometry_view>> views_;
-};
-
 /// Notes the triangles that a hull may have. One that is cut on the way can't be told.
 void noteHullSource(const std::vector<counting_task>& tasks, const run_plan& run,
                     audit_plan& plan) {
@@ -356,7 +341,9 @@ counting_task taskBesideSkipped(const geometry_view& view, const named_part& par
 
 /// besides_skipped  the result of the merge comes out in cells, behind it what is left alone
 audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-                     const run_plan& run, bool besides_skipped) {
+                     const run_plan& run, bool besides_skipped, view_store* known) {
+    view_store own;
+    view_store& views = known != nullptr ? *known : own;
     audit_plan plan;
     plan.sources = nodesOf(parts);
     const bool reorders = run.orders_cache && !besides_skipped;
@@ -369,7 +356,6 @@ audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& 
     plan.has_ids = run.merges && run.tracks_ids;
     plan.by_part = plan.has_ids && tellsParts(parts, lists, run);
 
-    view_store views;
     std::vector<counting_task> tasks;
     for (const named_part& part : parts) {
         const geometry_view& view = views.of(::osg::GeometryPtr::dcast(part.node->getCore()));
@@ -436,13 +422,14 @@ void noteStages(const morva::osg::run_record& record, audit_plan& plan) {
 }
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-                     const std::string& parameters) {
-    return planOfRun(root, parts, morva::osg::planOf(parameters), false);
+                     const std::string& parameters, view_store* views) {
+    return planOfRun(root, parts, morva::osg::planOf(parameters), false, views);
 }
 
 audit_plan planAudit(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-                     const auto_road& road) {
-    return planOfRun(root, parts, morva::osg::planOf(road.parameters), road.scene.with_skipped);
+                     const auto_road& road, view_store* views) {
+    return planOfRun(root, parts, morva::osg::planOf(road.parameters), road.scene.with_skipped,
+                     views);
 }
 
 } // namespace morva::host

@@ -33,6 +33,7 @@
 #include "model.h"
 #include "model_export.h"
 #include "output_file.h"
+#include "output_formats.h"
 #include "output_set.h"
 #include "parameter_notes.h"
 #include "part_names.h"
@@ -44,6 +45,7 @@
 #include "simplify_command.h"
 #include "staged_output.h"
 #include "text.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -112,10 +114,18 @@ void noteBroughtIds(std::size_t cores, run_report& report) {
                                " IDs in coordinate set 7: those of the ID map take their place");
 }
 
-void refuseEmpty(const run_report& report, bool quiet) {
-    if (report.after->triangles + report.after->lines + report.after->points != 0)
+/// Refuses to write a file that shows nothing.
+void refuseEmpty(const run_report& report, const std::string& output, bool quiet) {
+    const scene_statistics& after = *report.after;
+    const output_format& format = *outputFormatOf(output);
+    if (after.triangles + (format.lines ? after.lines : 0) + (format.points ? after.points : 0) !=
+        0)
         return;
     tellNotes(report.notes, quiet); // they may say why
+    if (after.lines + after.points != 0)
+        throw host_error("nothing is left to write: what there is to draw are lines or points, and "
+                         "a ." +
+                         extensionOf(output) + " keeps none of them");
     if (report.before.triangles + report.before.lines == 0 && report.before.points != 0)
         throw host_error("nothing is left to draw: the file holds points alone, " +
                          withCommas(report.before.points) +
@@ -132,15 +142,15 @@ void addTexts(const std::vector<std::string>& more, std::vector<std::string>& te
 
 /// Plans the audit, and notes what is to be known of the run before it.
 void planRun(const ::osg::NodePtr& root, const std::vector<named_part>& parts,
-             const std::string& parameters, run_report& report) {
+             const std::string& parameters, view_store& views, run_report& report) {
     std::string equal = parameters;
     if (morva::osg::planOf(parameters).is_automatic) {
         const auto_road road = autoRoadOf(root);
-        report.plan = planAudit(root, parts, road);
+        report.plan = planAudit(root, parts, road, &views);
         addTexts(notesOn(road, parts, *report.plan), report.notes);
         equal = road.parameters;
     } else {
-        report.plan = planAudit(root, parts, parameters);
+        report.plan = planAudit(root, parts, parameters, &views);
     }
     report.tells_hierarchy = report.plan->hierarchy;
     addTexts(atlasNotes(*report.plan, equal), report.notes);
@@ -195,13 +205,15 @@ void optimize(const options& chosen) {
     for (std::string& note : parameterNotes(chosen.parameters))
         report.notes.push_back(std::move(note));
     steps.begin("measure");
-    report.before = measureScene(source.root.get(), wanted);
+    view_store views; // of the source, later of the result
+    report.before = measureScene(source.root.get(), wanted, &views);
     refuseFaults(report.before, chosen.input);
     refuseBomb(report.before, chosen);
     const std::vector<named_part> parts = namedParts(source.root.get(), !chosen.keep_names);
     if (id_map.wanted() && !chosen.keep_names)
         makeTreeSafe(source.root.get());
-    planRun(source.root.get(), parts, parameters, report);
+    planRun(source.root.get(), parts, parameters, views, report);
+    views.clear();
     tellOfOcclusion(source, parts, parameters, chosen.quiet, report);
     std::optional<removal_watch> watch;
     if (morva::osg::planOf(parameters).removes_parts)
@@ -216,11 +228,11 @@ void optimize(const options& chosen) {
     const std::vector<std::size_t> gone =
         watch ? watch->removed(result.get()) : std::vector<std::size_t>();
     noteRemoved(gone, *report.plan);
-    report.after = measureScene(result.get(), wanted);
-    report.verdict = judge(*report.plan, result.get());
+    report.after = measureScene(result.get(), wanted, &views);
+    report.verdict = judge(*report.plan, result.get(), &views);
     for (const std::string& note : report.verdict->notes)
         report.notes.push_back(note);
-    refuseEmpty(report, chosen.quiet);
+    refuseEmpty(report, chosen.output, chosen.quiet);
     refuseGrowth(report.before, *report.after, chosen.max_growth);
     addTexts(growthNotes(report.before, *report.after, morva::osg::planOf(parameters)),
              report.notes);
@@ -232,7 +244,7 @@ void optimize(const options& chosen) {
             report.plan->has_ids ? partTableOf(parts, result.get()) : part_table();
         const part_table* const known = report.plan->has_ids ? &table : nullptr;
         for (std::string& note :
-             writeModel(result.get(), source.images, stage.path(), known, &source.records))
+             writeModel(result.get(), source.images, stage.path(), known, &source.records, &views))
             report.notes.push_back(std::move(note));
         addTexts(source.records.missingFrom(materialsOf(result.get())), report.notes);
         report.output = {chosen.output, stage.bytes()};

@@ -6,7 +6,7 @@
 //     int accessor = buffer.addFloats(normals, 3, count);
 //     ...
 //     buffer.writeTo(file);          // the blocks
-//     buffer.views(), accessors()    // their JSON
+//     buffer.takeViews(), takeAccessors()    // their JSON
 //
 // Blocks that the caller owns are not copied: they must live and stay as they are until written.
 
@@ -14,6 +14,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <utility>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -45,8 +46,9 @@ class gltf_buffer {
     std::uint64_t size() const { return size_; }
     /// The print of all bytes.
     std::uint64_t print() const;
-    const nlohmann::json& views() const { return views_; }
-    const nlohmann::json& accessors() const { return accessors_; }
+    /// The lists for the file, once all is added.
+    nlohmann::json takeViews() { return std::move(views_); }
+    nlohmann::json takeAccessors() { return std::move(accessors_); }
     void writeTo(output_file& file) const;
 
   private:

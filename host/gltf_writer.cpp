@@ -31,10 +31,10 @@ using nlohmann::json;
 
 /// A core on its way into the file. Blocks of the buffer point into it.
 struct written_core {
-    written_core(const ::osg::GeometryPtr& core, int set) : view(core), id_set(set) {}
+    written_core(const geometry_view& core, int set) : view(core), id_set(set) {}
     void fill() { values.emplace(mesh.emplace(view, id_set)); }
 
-    geometry_view view;
+    const geometry_view& view;
     int id_set; ///< of its IDs; -1 for none
     std::optional<flat_mesh> mesh;
     std::optional<gltf_values> values;
@@ -43,9 +43,10 @@ struct written_core {
 class gltf_scene {
   public:
     gltf_scene(const image_sources& images, const part_table* parts,
-               const material_records* records)
-        : materials_(buffer_, images, records), features_(buffer_, parts) {}
+               const material_records* records, view_store& views)
+        : views_(views), materials_(buffer_, images, records), features_(buffer_, parts) {}
 
+    /// Once.
     json build(const ::osg::NodePtr& root) {
         prepare(root);
         json file = {{"asset", {{"version", "2.0"}, {"generator", "morva"}}}, {"scene", 0}};
@@ -53,15 +54,15 @@ class gltf_scene {
         if (root->getTravMask() != 0)
             scene["nodes"] = json::array({addNode(root)});
         file["scenes"] = json::array({std::move(scene)});
-        const auto add = [&](const char* key, const json& list) {
+        const auto add = [&](const char* key, json list) {
             if (!list.empty())
-                file[key] = list;
+                file[key] = std::move(list);
         };
         features_.addTo(file);
-        add("nodes", nodes_);
-        add("meshes", meshes_);
-        add("accessors", buffer_.accessors());
-        add("bufferViews", buffer_.views());
+        add("nodes", std::move(nodes_));
+        add("meshes", std::move(meshes_));
+        add("accessors", buffer_.takeAccessors());
+        add("bufferViews", buffer_.takeViews());
         materials_.addTo(file);
         return file;
     }
@@ -83,8 +84,9 @@ class gltf_scene {
     void prepare(const ::osg::NodePtr& root) {
         std::vector<written_core*> all;
         for (const drawn_node& drawn : drawnNodes(root)) {
-            const auto place = cores_.try_emplace(drawn.core.getFieldContainerId(), drawn.core,
-                                                  features_.setOf(drawn.node));
+            const auto place =
+                cores_.try_emplace(drawn.core.getFieldContainerId(), views_.of(drawn.core),
+                                   features_.setOf(drawn.node));
             if (place.second)
                 all.push_back(&place.first->second);
         }
@@ -210,6 +212,7 @@ class gltf_scene {
         return attributes;
     }
 
+    view_store& views_;
     gltf_buffer buffer_;
     gltf_materials materials_;
     gltf_features features_;
@@ -269,8 +272,8 @@ void writeText(json file, const gltf_buffer& buffer, const std::string& path) {
 
 std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
                                    const part_table* parts, const material_records* records,
-                                   const std::string& path) {
-    gltf_scene scene(images, parts, records);
+                                   view_store& views, const std::string& path) {
+    gltf_scene scene(images, parts, records, views);
     json file = scene.build(root);
     if (extensionOf(path) == "glb")
         writeBinary(std::move(file), scene.buffer(), path);

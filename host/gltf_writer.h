@@ -23,6 +23,7 @@
 #include "image_codec.h"
 #include "material_record.h"
 #include "part_table.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -30,11 +31,12 @@ namespace morva::host {
 ///
 /// parts    of the scene; null if nothing is known of them
 /// records  of its materials; may be null
+/// views    of its cores
 /// path     ends in .glb or .gltf
 /// returns  what was left out or changed, one sentence each
 /// errors   host_error: the disk, or more than 4 GiB for .glb
 std::vector<std::string> writeGltf(const ::osg::NodePtr& root, const image_sources& images,
                                    const part_table* parts, const material_records* records,
-                                   const std::string& path);
+                                   view_store& views, const std::string& path);
 
 } // namespace morva::host

@@ -335,13 +335,12 @@ void keepRecords(const gltf_document& document,
     }
 }
 
-void keepRecordsOf(const std::string& path, model& target) {
+void keepRecordsOfLibrary(const gltf_document& document, model& target) {
     const std::vector<::osg::MaterialRefPtr> materials = std::move(target.materials);
     try {
-        const gltf_document document(path);
         keepRecords(document, inFileOrder(document, materials), target);
     } catch (const host_error&) {
-        // The import library takes texts that are no JSON to the letter.
+        // The scene itself has been read in time.
     }
 }
 

@@ -111,8 +111,8 @@ void keepRecords(const gltf_document& document,
                  const std::vector<::osg::RefPtr<::osg::MaterialPtr>>& by_json_index,
                  model& target);
 
-/// The same for a .glb or .gltf that the import library has read into `target`; nothing for one
-/// whose text cannot be made out.
-void keepRecordsOf(const std::string& path, model& target);
+/// The same for a file that the import library has read into `target`, which numbers materials in
+/// its own way; nothing for one that has become shorter meanwhile. The numbers are gone after.
+void keepRecordsOfLibrary(const gltf_document& document, model& target);
 
 } // namespace morva::host

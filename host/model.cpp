@@ -17,11 +17,9 @@
 #include "facet_normals.h"
 #include "glb_reader.h"
 #include "host_error.h"
-#include "material_record.h"
 #include "memory_limit.h"
 #include "memory_watch.h"
 #include "mirrored_parts.h"
-#include "model_export.h"
 #include "scene_walk.h"
 #include "stack_room.h"
 #include "text.h"
@@ -80,8 +78,6 @@ void readSceneFile(const std::string& path, model& target) {
 void importWatched(const std::string& path, const std::string& doing, model& target) {
     memory_watch::require((std::size_t{16} << 20) + 2 * target.file_bytes, doing);
     importThroughAssimp(path, target);
-    if (keepsRecords(extensionOf(path)))
-        keepRecordsOf(path, target);
     const std::size_t mended = extensionOf(path) == "stl" ? mendFacetNormals(target.root.get()) : 0;
     if (mended != 0)
         target.notes.push_back("normals that are 0 or against the winding are made anew for " +

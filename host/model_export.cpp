@@ -49,12 +49,13 @@ std::string writableExtensions() {
 
 std::vector<std::string> writeModel(const ::osg::NodePtr& root, const image_sources& images,
                                     const std::string& path, const part_table* parts,
-                                    const material_records* records) {
+                                    const material_records* records, view_store* views) {
     const std::string extension = extensionOf(path);
+    view_store own;
     std::vector<std::string> notes;
     try {
         if (keepsRecords(extension))
-            notes = writeGltf(root, images, parts, records, path);
+            notes = writeGltf(root, images, parts, records, views != nullptr ? *views : own, path);
         else if (extension == "osb")
             writeSceneFile(root, path);
         else

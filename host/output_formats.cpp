@@ -103,6 +103,9 @@ std::string formatTable() {
 }
 
 std::string lossesOf(const output_format& format, const ::osg::NodePtr& root) {
+    if (std::all_of(std::begin(columns), std::end(columns),
+                    [&](const column& each) { return format.*each.kept; }))
+        return std::string();
     const output_format has = contentsOf(root);
     std::vector<std::string> lost;
     for (const column& each : columns) {

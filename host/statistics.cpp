@@ -127,11 +127,13 @@ std::uint64_t countCacheMisses(const geometry_view& view,
     return misses;
 }
 
-scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
+scene_statistics measureScene(const ::osg::NodePtr& root, measure what, view_store* known) {
+    view_store own;
+    view_store& store = known != nullptr ? *known : own;
     scene_statistics total;
     countTree(root, 1, total);
     std::map<::osg::UInt32, std::size_t> place_of_core;
-    std::vector<geometry_view> views;
+    std::vector<const geometry_view*> views;
     std::vector<std::uint64_t> uses;
     std::set<::osg::UInt32> materials, images, properties;
     for (const drawn_node& drawn : drawnNodes(root)) {
@@ -143,7 +145,7 @@ scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
         }
         const auto place = place_of_core.emplace(drawn.core.getFieldContainerId(), views.size());
         if (place.second) {
-            views.emplace_back(drawn.core);
+            views.push_back(&store.of(drawn.core));
             uses.push_back(0);
             total.geometry_bytes += bytesOfCore(drawn.core, properties);
         }
@@ -154,16 +156,16 @@ scene_statistics measureScene(const ::osg::NodePtr& root, measure what) {
     total.geometry_cores = views.size();
 
     std::vector<core_figures> figures(views.size());
-    runParallel(views.size(), [&](std::size_t i) { figures[i] = figuresOf(views[i], what); });
+    runParallel(views.size(), [&](std::size_t i) { figures[i] = figuresOf(*views[i], what); });
     std::uint64_t misses = 0, stored_triangles = 0;
     for (std::size_t i = 0; i < views.size(); ++i) {
         total.triangles += uses[i] * figures[i].triangles;
         total.lines += uses[i] * figures[i].lines;
         total.points += uses[i] * figures[i].points;
         total.vertices += figures[i].vertices;
-        (views[i].wide_indices ? total.index_entries_32 : total.index_entries_16) +=
-            views[i].columns.indices().size();
-        total.faulty_cores += views[i].faulty ? 1 : 0;
+        (views[i]->wide_indices ? total.index_entries_32 : total.index_entries_16) +=
+            views[i]->columns.indices().size();
+        total.faulty_cores += views[i]->faulty ? 1 : 0;
         misses += figures[i].misses;
         stored_triangles += figures[i].triangles;
     }

@@ -17,6 +17,7 @@
 #include <OpenSG/OSGNode.h>
 
 #include "geometry_view.h"
+#include "view_store.h"
 
 namespace morva::host {
 
@@ -44,7 +45,10 @@ struct scene_statistics {
 enum class measure { counts, all };
 
 /// Measures a scene. O(corners), on up to four threads.
-scene_statistics measureScene(const ::osg::NodePtr& root, measure what = measure::all);
+///
+/// views  of its cores, for who looks at them next; may be null
+scene_statistics measureScene(const ::osg::NodePtr& root, measure what = measure::all,
+                              view_store* views = nullptr);
 
 /// errors  host_error: the scene, read from `path`, has cores that cannot be drawn
 void refuseFaults(const scene_statistics& scene, const std::string& path);

@@ -13,6 +13,8 @@
 // All work in the calling thread's aspect without locks; what edits does so in place. Null
 // geometries and nodes are accepted unless told otherwise.
 
+#include <algorithm>
+#include <cmath>
 #include <vector>
 
 #include <OpenSG/OSGGeometry.h>
@@ -25,9 +27,32 @@
 
 namespace morva::osg {
 
+/// Whether a triangle is seen to be sound at one look, without a branch: then is_rogue() does not
+/// hold for it. Most triangles are; of the others nothing is said.
+inline bool isPlainlySound(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
+    float ab = 0.F, bc = 0.F, ca = 0.F, reach = 0.F, spread[3];
+    for (unsigned int i = 0; i < 3; ++i) {
+        const float x = std::abs(a[i] - b[i]), y = std::abs(b[i] - c[i]), z = std::abs(c[i] - a[i]);
+        ab += x;
+        bc += y;
+        ca += z;
+        spread[i] = x + y; // 0: all three are equal on this axis
+        reach += std::abs(a[i]) + std::abs(b[i]) + std::abs(c[i]);
+    }
+    const float second = std::max(std::min(spread[0], spread[1]),
+                                  std::min(std::max(spread[0], spread[1]), spread[2]));
+    // A sum beyond 4e-6 has a term beyond 1e-6, and one below the limit none beyond it. What is no
+    // number fails the last.
+    return static_cast<int>(ab > 4e-6F) & static_cast<int>(bc > 4e-6F) &
+           static_cast<int>(ca > 4e-6F) & static_cast<int>(second > 0.F) &
+           static_cast<int>(reach <= 999999995904.0F);
+}
+
 /// Whether a triangle must not be kept: two corners coincide within 1e-6 on every axis, or all
 /// lie on a line along an axis, or a coordinate is beyond +-999999995904 or NaN.
 inline bool is_rogue(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b, const ::osg::Pnt3f& c) {
+    if (isPlainlySound(a, b, c))
+        return false;
     // Written so that a NaN in a difference means apart, and is found further down.
     const auto coincide = [](const ::osg::Pnt3f& p, const ::osg::Pnt3f& q) {
         for (unsigned int i = 0; i < 3; ++i) {

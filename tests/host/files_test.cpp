@@ -239,6 +239,7 @@ const file_case file_cases[] = {
     {"optimize @endless.osb -o @o.glb", 1, "nothing is left to draw", ""},
     {"optimize @cloud.osb -o @o.glb", 1, "points alone, 5 of them, and those are not merged", ""},
     {"optimize @cloud.osb -o @o.glb -p maxtris(0)", 0, "", "+o.glb"},
+    {"optimize @cloud.osb -o @o.stl -p maxtris(0)", 1, "a .stl keeps none of them", ""},
     {"optimize @cloud.ply -o @o.glb", 1, "points alone, 2 of them, and no faces", ""},
     {"optimize @faces.ply -o @o.glb", 1, "uses vertex 999999999 of 3", ""},
     // Formats and limits.

@@ -54,7 +54,6 @@ bool isTakenAndSame(const std::string& file) {
         return false;
     }
     morva::host::importThroughAssimp(file, library);
-    morva::host::keepRecordsOf(file, library);
     EXPECT_TRUE(toldBy(direct, folder) == toldBy(library, folder)) << file;
     return true;
 }

@@ -21,6 +21,9 @@ const cases = [
   ["glTF2/ClearCoat-glTF/ClearCoatTest.gltf"],
   ["glTF2/BoxTextured-glTF-Binary/BoxTextured.glb"],
   ["glTF2/BoxTextured-glTF-Embedded/BoxTextured.gltf"],
+  ["glTF2/BoxTextured-glTF/BoxTextured.gltf"],
+  ["glTF2/BoxTextured-glTF-pbrSpecularGlossiness/BoxTextured.gltf"],
+  ["glTF2/BoxTextured-glTF-techniqueWebGL/BoxTextured.gltf"],
   ["glTF2/glTF-Sample-Models/AnimatedMorphCube-glTF/AnimatedMorphCube.gltf"],
   ["glTF2/2CylinderEngine-glTF-Binary/2CylinderEngine.glb"],
 ];
