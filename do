@@ -18,7 +18,8 @@ On a fresh Debian 12, as root or with sudo:
   ./do mutants FOLDER
                 do the tests of a folder see the small faults listed in tests/mutants/FOLDER.json?
                 more: tests/mutants/mutants.py --help
-  ./do mutate N build with sanitizers and run the command over N damaged models
+  ./do coverage which lines of each folder the tests run
+  ./do damage N build with sanitizers and run the command over N damaged models
   ./do fuzz N   build the fuzz entries with libFuzzer and run each for N seconds
   ./do fresh    demo and test of the last commit in a minimal Debian 12 made for it (needs root);
                 ./do fresh demo for the demo alone
@@ -185,12 +186,12 @@ fuzz() {
     done
 }
 
-# What is found lies in build/mutations.
-mutate() {
+# What is found lies in build/damage.
+damage() {
     build asan
-    say "$1 mutations of small models"
-    python3 tests/mutations/mutate.py build/asan/host/morva "$MODELS" "$1" --jobs "$JOBS" \
-        --keep build/mutations
+    say "$1 damaged models"
+    python3 tests/damage/damage.py build/asan/host/morva "$MODELS" "$1" --jobs "$JOBS" \
+        --keep build/damage
 }
 
 bench() {
@@ -254,6 +255,12 @@ fuzz)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
     fuzz "$2"
     ;;
+coverage)
+    # shellcheck disable=SC2086  # a list of names
+    need $BUILD_PACKAGES
+    shift
+    python3 tests/coverage/coverage.py "$@"
+    ;;
 mutants)
     [ -n "${2:-}" ] || { usage >&2; exit 2; }
     # shellcheck disable=SC2086  # a list of names
@@ -261,9 +268,9 @@ mutants)
     shift
     python3 tests/mutants/mutants.py "$@"
     ;;
-mutate)
+damage)
     [[ ${2:-} =~ ^[0-9]+$ ]] || { usage >&2; exit 2; }
-    mutate "$2"
+    damage "$2"
     ;;
 fresh)
     shift

@@ -22,7 +22,7 @@ import sys
 
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 # A function that has no part in what the tests test has no counters either.
-FLAGS = "-Og --coverage -fprofile-update=prefer-atomic -fprofile-exclude-files=/usr/.*;.*/tests/.*"
+FLAGS = "-Og --coverage -fprofile-update=prefer-atomic '-fprofile-exclude-files=/usr/.*;.*/tests/.*'"
 
 
 def run(*command, **more):

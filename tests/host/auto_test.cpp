@@ -41,6 +41,9 @@ using texts = std::vector<std::string>;
         parts.push_back(named("cube", nodeOf(geometryOf(soup(rng, 9), cubeTextured()),
                                              {named("in cube", meshNode(quads(2)))})));
         parts.push_back(hidden(named("off", meshNode(quads(4)))));
+        mesh_data hollow = quads(1);
+        hollow.primitives.insert(hollow.primitives.begin(), {4, 0});
+        parts.push_back(named("hollow", meshNode(hollow)));
     }
     return named("top", group(parts));
 }
@@ -50,7 +53,8 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
         bool skipped;
         std::uint64_t left_out;
         texts fates,
-            notes; ///< fates of "soup", "glass", "tiles", "chosen", "unseen", "cube", "off"
+            notes; ///< fates of "soup", "glass", "tiles", "chosen", "unseen", "cube", "off",
+                   ///< "hollow"
     } rows[] = {
         {false,
          30 + 2 + 14,
@@ -62,7 +66,8 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
           "'top/#5/not'"}},
         {true,
          14 + 8,
-         {"merged", "merged", "merged", "carried over", "left out", "carried over", "left out"},
+         {"merged", "merged", "merged", "carried over", "left out", "carried over", "left out",
+          "open"},
          {"automatic road: 1 part hidden and 1 part with a switch material or a cube texture; the "
           "others are merged, and come out in cells",
           "hidden parts are left out, 2 of them: 'top/#6/unseen', 'top/off'",
@@ -77,7 +82,8 @@ TEST(AutoRoad, TellsWhatBecomesOfEachPart) {
         const auto plan = morva::host::planAudit(root.get(), parts, road);
         EXPECT_EQ(morva::host::notesOn(road, parts, plan), row.notes);
         texts fates;
-        for (const char* name : {"soup", "glass", "tiles", "chosen", "unseen", "cube", "off"}) {
+        for (const char* name :
+             {"soup", "glass", "tiles", "chosen", "unseen", "cube", "off", "hollow"}) {
             for (const auto& part : plan.parts) {
                 if (part.name.substr(part.name.rfind('/') + 1) == name)
                     fates.emplace_back(morva::host::textOf(part.fate));

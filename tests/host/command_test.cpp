@@ -11,7 +11,7 @@ namespace {
 
 /// Three parts of two materials, one of them twice under a name with a quote.
 ::osg::NodePtr smallScene() {
-    std::mt19937 rng(seedOf(20));
+    std::mt19937 rng(20); // what is counted and noted below is this scene
     return group({named("a\"b", meshNode(soup(rng, 40), simple({1, 0, 0}))),
                   moved({5, 0, 0}, {named("a\"b", meshNode(quads(3), simple({1, 0, 0})))}),
                   named("c", meshNode(strip(8), simple({0, 0, 1})))});

@@ -59,7 +59,7 @@ class Run:
                                    stdin=subprocess.DEVNULL, stdout=subprocess.PIPE,
                                    stderr=subprocess.STDOUT, start_new_session=True)
         try:
-            output, _ = process.communicate(timeout=20 * seconds)
+            output, _ = process.communicate(timeout=3 * seconds)
         except subprocess.TimeoutExpired:  # it waits for something
             os.killpg(process.pid, signal.SIGKILL)
             output, _ = process.communicate()

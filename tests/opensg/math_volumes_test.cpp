@@ -308,6 +308,16 @@ TEST(SphereVolumes, HoldWhatTheyWereExtendedBy) {
         box.morphToType(DynamicVolume::BOX_VOLUME);
         EXPECT_TRUE(box.intersect(ball) && !box.isEmpty());
     }
+    SphereVolume grown; // by no more than needed
+    for (const Pnt3f& p : {Pnt3f(0, 0, 0), Pnt3f(2, 0, 0), Pnt3f(1, 3, 0)})
+        grown.extendBy(p);
+    EXPECT_EQ(grown.getCenter(), Pnt3f(1, 1, 0));
+    EXPECT_EQ(grown.getRadius(), 2.f);
+    Real32 enter, exit;
+    EXPECT_TRUE(grown.intersect(Line(Pnt3f(-4, 1, 0), Vec3f(1, 0, 0)), enter, exit));
+    EXPECT_TRUE(enter == 3 && exit == 7);
+    EXPECT_TRUE(grown.intersect(Line(Pnt3f(2, 1, 0), Vec3f(1, 0, 0)), enter, exit));
+    EXPECT_TRUE(enter == 0 && exit == 1) << "from within";
 }
 
 TEST(Lines, HaveUnitDirectionsAndHitTrianglesFromBothSides) {

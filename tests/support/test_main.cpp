@@ -26,7 +26,9 @@ class test_watch : public testing::EmptyTestEventListener {
         }
         if (test.result()->Failed() && morva_test::seed_asked) {
             const char* const seed = std::getenv("MORVA_SEED");
-            std::cout << "seed: MORVA_SEED=" << (seed ? seed : "") << std::endl;
+            const bool given = seed != nullptr && *seed != '\0';
+            std::cout << (given ? "seed: MORVA_SEED=" : "seed: MORVA_SEED is not set")
+                      << (given ? seed : "") << std::endl;
         }
     }
 

@@ -1,6 +1,6 @@
-"""Runs the command, built with sanitizers, over seeded mutations of small models.
+"""Runs the command, built with sanitizers, over small models with seeded damage.
 
-    mutate.py COMMAND MODELS RUNS [--seed N] [--jobs N] [--keep FOLDER]
+    damage.py COMMAND MODELS RUNS [--seed N] [--jobs N] [--keep FOLDER]
 
 COMMAND is expected to end with 0, 1 or 2 on each of them, within half a minute, and to say why where that
 is not 0; a report of a sanitizer is a fault. The import library may crash, hang or lose memory: that
@@ -19,7 +19,7 @@ import sys
 import tempfile
 
 KINDS = (".glb", ".gltf", ".ply", ".obj", ".stl", ".dae")
-LARGEST = 60_000  # bytes of a model that is mutated
+LARGEST = 60_000  # bytes of a model that is damaged
 SECONDS = 30
 NUMBERS = (b"0", b"-1", b"1", b"3", b"255", b"65536", b"4294967295", b"999999999", b"1e38", b"nan")
 SANITIZERS = {
@@ -42,7 +42,7 @@ def models_of(folder):
     return found
 
 
-def mutated(rng, data, other):
+def damaged(rng, data, other):
     """One to six changes: bits, bytes, numbers, pieces moved, doubled, lost or of another model."""
     data = bytearray(data)
     for _ in range(rng.randint(1, 6)):
@@ -87,22 +87,22 @@ def fault_of(code, errors):
 
 
 class Trial:
-    """One mutation through one command; everything follows from the seed and the number."""
+    """One damaged model through one command; everything follows from the seed and the number."""
 
     def __init__(self, arguments, models, number):
         rng = random.Random(f"{arguments.seed} {number}")
         kind = KINDS[number % len(KINDS)]
         self.model = rng.choice(models[kind])
         other = rng.choice(models[kind]).read_bytes()
-        self.bytes = mutated(rng, self.model.read_bytes(), other)
+        self.bytes = damaged(rng, self.model.read_bytes(), other)
         self.line = rng.choice(COMMANDS)
         self.command = str(pathlib.Path(arguments.command).resolve())
         self.name = f"{number}{kind}"
 
     def run(self):
         """Exit code and what was said; after too long None, and a word if the command is busy."""
-        with tempfile.TemporaryDirectory(prefix="morva-mutation-") as folder:
-            name = "mutation" + pathlib.Path(self.name).suffix
+        with tempfile.TemporaryDirectory(prefix="morva-damage-") as folder:
+            name = "damaged" + pathlib.Path(self.name).suffix
             pathlib.Path(folder, name).write_bytes(self.bytes)
             for beside in self.model.parent.iterdir():  # buffers, materials, images
                 os.symlink(beside, pathlib.Path(folder, beside.name))
@@ -126,9 +126,9 @@ def main():
     parser.add_argument("models")
     parser.add_argument("runs", type=int)
     parser.add_argument("--seed", type=int, default=20260101)
-    parser.add_argument("--first", type=int, default=0, help="number of the first mutation")
+    parser.add_argument("--first", type=int, default=0, help="number of the first one")
     parser.add_argument("--jobs", type=int, default=2)
-    parser.add_argument("--keep", default="mutations")
+    parser.add_argument("--keep", default="damage")
     arguments = parser.parse_args()
     models = models_of(arguments.models)
     missing = [kind for kind in KINDS if not models[kind]]
@@ -158,7 +158,7 @@ def main():
                 pathlib.Path(arguments.keep, trial.name).write_bytes(trial.bytes)
                 print(f"{trial.name} of {trial.model}, {' '.join(trial.line)}: {fault}\n{errors}",
                       flush=True)
-    print(f"{arguments.runs} mutations: " +
+    print(f"{arguments.runs} damaged models: " +
           ", ".join(f"{what} {count}" for what, count in sorted(counts.items())))
     sys.exit(1 if faults else 0)
 
