@@ -325,7 +325,8 @@ TEST(AddAmbientOcclusion, LeavesTheRestOfAModelAsItWas) {
     bake(root.get(), true, 3);
     bake(alone.get(), true, 3);
     std::mt19937 rng(seedOf(8)); // colours that another core shows, too
-    const node_ref colored(meshNode(withColors(quads(2), rng))), other(meshNode(quads(2)));
+    const node_ref colored(meshNode(withColors(insideOut(blockMesh(1)), rng))),
+        other(meshNode(insideOut(blockMesh(1))));
     coreOf(other.get())->setColors(coreOf(colored.get())->getColors());
     const auto before = colorBits(other.get());
     bake(colored.get(), false, 3);
