@@ -30,39 +30,20 @@ template <typename Attached, typename Payload>
 void checkType(const char* data, const char* single, const char* multi, const char* type,
                const char* field) {
     SCOPED_TRACE(type);
-    const auto& factory = *::osg::FieldContainerFactory::the();
-    const ::osg::FieldContainerType* const found = factory.findType(type);
+    const ::osg::FieldContainerType* const found =
+        ::osg::FieldContainerFactory::the()->findType(type);
     ASSERT_EQ(found, &Attached::getClassType());
-    EXPECT_STREQ(found->getParent()->getCName(), "Attachment");
-    EXPECT_STREQ(factory.findGroupName(found->getGroupId()), field);
     const ::osg::FieldDescription* const desc = found->findFieldDescription(field);
-    ASSERT_NE(desc, nullptr);
-    EXPECT_TRUE(desc->getFieldMask() == 8 && desc->getFieldId() == 3);
-    for (const ::osg::FieldType* one :
-         {&::osg::SField<Payload>::getClassType(), &::osg::MField<Payload>::getClassType()}) {
-        EXPECT_STREQ(one->getCName(), one == &desc->getType() ? single : multi);
-        EXPECT_STREQ(one->getCParentName(), "Field");
-        EXPECT_STREQ(one->getContentType().getCName(), data);
-    }
-
-    const ::osg::RefPtr<typename Attached::PtrType> one(Attached::create()),
-        other(Attached::create());
-    std::string text, list;
-    auto& value = one->getField();
+    ASSERT_TRUE(desc != nullptr && desc->getFieldMask() == 8);
+    EXPECT_STREQ(desc->getType().getCName(), single);
+    EXPECT_STREQ(::osg::MField<Payload>::getClassType().getCName(), multi);
+    EXPECT_STREQ(desc->getType().getContentType().getCName(), data);
+    const ::osg::RefPtr<typename Attached::PtrType> one(Attached::create());
+    std::string list;
     ::osg::MField<Payload> many;
-    EXPECT_TRUE(many.isEmpty());
-    value.pushValueByStr("anything");
     many.pushValueByStr("anything");
     many.pushValueByStr("");
-    EXPECT_EQ(value.getValueByStr(text), "\"\"");
     EXPECT_EQ(many.getValueByStr(list), "\"\", \"\"");
-    EXPECT_TRUE(value.getSize() == 1 && !value.isEmpty() && many.getSize() == 2);
-    other->getField().setAbstrValue(value);
-    EXPECT_TRUE(other->getField().getValue() == value.getValue());
-    const stream_capture out(std::cout);
-    many.dump();
-    value.dump();
-    EXPECT_EQ(out.text(), "STMFST : \n\n");
     // The fields of the base class alone travel.
     EXPECT_EQ(one->getBinSize(8), 0U);
     EXPECT_EQ(one->getBinSize(::osg::FieldBits::AllFields), one->getBinSize(6));
@@ -75,8 +56,7 @@ TEST(TreeAttachments, HaveTheirNamesAndTheirFieldsFunctions) {
         "SetupAttachPayload", "SFMorva_Setup", "MFMorva_Setup", "MorvaSetup", "morvasetup");
     const BIHAttachPayload made, copy = made;
     EXPECT_TRUE(made.tree != nullptr && made.geoset->count == 0 && !made.dirty);
-    EXPECT_TRUE(copy == made && copy.tree == made.tree && copy.geoset == made.geoset);
-    EXPECT_FALSE(BIHAttachPayload() == made);
+    EXPECT_TRUE(copy == made && !(BIHAttachPayload() == made));
 }
 
 TEST(TreeAttachments, ComeByEachWalkerAsItSays) {
@@ -186,17 +166,18 @@ TEST(TreeAttachments, ThatAreNotTheCoresOwnAreReplaced) {
 }
 
 TEST(ExtractNode, KeepsWhatIsNoRogue) {
-    mesh_data mesh = quads(1); // 2 triangles, then one of each kind that is left out
+    mesh_data mesh = quads(1); // 2 triangles, then one of each kind that is left out, and one more
     const float nan = std::numeric_limits<float>::quiet_NaN();
-    mesh.positions.insert(mesh.positions.end(), {{5, 5, 5},
-                                                 {5, 5, 5},
-                                                 {6, 7, 8},
-                                                 {0, 0, nan},
-                                                 {1, 0, 0},
-                                                 {1, 1, 0},
-                                                 {2, 0, 0},
-                                                 {3, 0, 0},
-                                                 {3, 1, 0}});
+    for (const Pnt3f& p : {Pnt3f(5, 5, 5),
+                           {5, 5, 5},
+                           {6, 7, 8},
+                           {0, 0, nan},
+                           {1, 0, 0},
+                           {1, 1, 0},
+                           {2, 0, 0},
+                           {3, 0, 0},
+                           {3, 1, 0}})
+        mesh.positions.push_back(p);
     for (unsigned i = 0; i < 13; ++i)
         mesh.indices.push_back(i);
     mesh.indices.insert(mesh.indices.end(), {1, 2, 77}); // leads nowhere
@@ -218,7 +199,7 @@ TEST(ExtractNode, KeepsWhatIsNoRogue) {
 
 TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
     const registered picking(morva::osg::register_morva_intersect);
-    std::mt19937 rng(7);
+    std::mt19937 rng(seedOf(7));
     mesh_data mesh = quads(1);
     const mesh_data more = soup(rng, 400);
     mesh.positions.insert(mesh.positions.end(), more.positions.begin(), more.positions.end());

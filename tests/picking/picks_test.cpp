@@ -80,9 +80,9 @@ found pickByTwin(const NodePtr& root, const Line& line, float reach) {
 
 TEST(GeometryEnter, FindsWhatItsLiteralTwinFinds) {
     const registered picking(morva::osg::register_morva_intersect);
-    std::mt19937 rng(41);
+    std::mt19937 rng(seedOf(41));
     std::size_t hits = 0;
-    for (int round = 0; round < 150; ++round) {
+    for (int round = 0; round < roundsOf(150); ++round) {
         SCOPED_TRACE(round);
         const node_ref root(anyScene(rng));
         const std::vector<placed_triangle> world = placedTriangles(root.get());
@@ -174,14 +174,14 @@ TEST(BboxEnter, EntersTheVolumeWhereThereAreTriangles) {
 
 TEST(PickingThreads, FindOnAPreparedSceneWhatOneFinds) {
     const registered picking(morva::osg::register_morva_intersect);
-    std::mt19937 rng(43);
+    std::mt19937 rng(seedOf(43));
     const node_ref root(anyScene(rng, 12));
     morva::osg::precalc_BIH(root.get());
     root->updateVolume();
     const std::vector<placed_triangle> world = placedTriangles(root.get());
     std::vector<std::pair<found, float>> answers[5];
     const auto work = [&](unsigned thread) {
-        std::mt19937 same(44);
+        std::mt19937 same(seedOf(44));
         for (int i = 0; i < 2000; ++i) {
             const Line line = anyRay(same, world);
             morva::osg::ray_hit hit;

@@ -65,9 +65,9 @@ void expectSame(const ray_hit& a, const ray_hit& b) {
 }
 
 TEST(RayHits, AreThoseOfAllTrianglesOneByOne) {
-    std::mt19937 rng(44);
+    std::mt19937 rng(seedOf(44));
     std::size_t met = 0, unsure = 0, by_action = 0;
-    for (int round = 0; round < 120; ++round) {
+    for (int round = 0; round < roundsOf(120); ++round) {
         SCOPED_TRACE(round);
         const NodePtr root = anyScene(rng); // the frames above it count
         const node_ref top(transformed(anyFrame(rng), {transformed(anyFrame(rng), {root})}));
@@ -131,6 +131,8 @@ TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
     Matrix flattened;
     flattened.setScale(Vec3f(1, 1, 0));
     const node_ref tiles(meshNode(quads(4))), root(group({meshNode(wall)}));
+    const node_ref twice(group({meshNode(wall), meshNode(wall)})),
+        second(switched(1, {meshNode(wall), meshNode(wall)}));
     const node_ref gone(group({transformed(flattened, {meshNode(wall)}), ::osg::Node::create()}));
     gone->getChild(1)->addChild(meshNode(wall)); // below a node without a core
     const Line near(Pnt3f(1, 1, 6), down), slanted(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)),
@@ -148,6 +150,9 @@ TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
                 {"a flat part", root.get(), near, 1, 1},
                 {"from beyond its box", root.get(), slanted, 1, 1},
                 {"from the back", root.get(), behind, 0, 1},
+                {"from the part itself", root.get(), Line(Pnt3f(1, 1, 5), down), 1, 1},
+                {"two at one place", twice.get(), near, 2, 2},
+                {"the second alone", second.get(), near, 1, 1},
                 {"no direction", root.get(), Line(Pnt3f(1, 1, 6), Vec3f(0, 0, 0)), 0, 0},
                 {"nowhere", root.get(), Line(Pnt3f(nan, 1, 6), down), 0, 0},
                 {"endless", root.get(), Line(Pnt3f(1, 1, inf), down), 0, 0},
@@ -160,8 +165,11 @@ TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
             const std::size_t count = both_sides ? row.both : row.fronts;
             ray_hit first;
             first.object = 17;
-            EXPECT_EQ(all_hits(row.node, row.ray, both_sides).size(), count);
+            const std::vector<ray_hit> hits = all_hits(row.node, row.ray, both_sides);
+            ASSERT_EQ(hits.size(), count);
             EXPECT_EQ(first_hit(row.node, row.ray, both_sides, first), count != 0);
+            if (count != 0)
+                expectSame(first, hits.front()); // of equals the first node's first triangle
             EXPECT_EQ(first.object == 17, count == 0);
             EXPECT_EQ(first.back_face, row.both > row.fronts && both_sides);
         }
@@ -173,8 +181,8 @@ TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
 }
 
 TEST(ObjectNumbers, LeadToTrianglesAndParts) {
-    std::mt19937 rng(47);
-    for (int round = 0; round < 60; ++round) {
+    std::mt19937 rng(seedOf(47));
+    for (int round = 0; round < roundsOf(60); ++round) {
         SCOPED_TRACE(round);
         mesh_data mesh =
             withIds(withCoordinates(round % 2 == 0 ? soup(rng, 30) : mixture(rng, 5), rng), 4);
@@ -182,9 +190,14 @@ TEST(ObjectNumbers, LeadToTrianglesAndParts) {
             mesh = round % 3 == 1 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
         const node_ref node(meshNode(mesh));
         const ::osg::GeometryPtr core = coreOf(node.get());
-        for (const bool prepared : {false, true}) {
-            if (prepared)
+        for (const char* state : {"", "prepared", "changed"}) {
+            SCOPED_TRACE(state);
+            if (state[0] == 'p')
                 morva::osg::precalc_BIH(node.get());
+            if (state[0] == 'c') {
+                core->getPositions()->setValue(Pnt3f(NAN, 0, 0), 0);
+                morva::osg::mark_bih(node.get());
+            }
             unsigned object = 0;
             for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
                 if (morva::osg::is_rogue(it.getPosition(0), it.getPosition(1), it.getPosition(2)))
