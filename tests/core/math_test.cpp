@@ -65,6 +65,8 @@ TEST(CalcBoundingBox, HoldsEveryCornerAndRepairsFlatAxesAroundZero) {
     }
 }
 
+TEST(GetMs, StandsStill) { EXPECT_EQ(morva::get_ms(), 0); }
+
 TEST(Span, SeesTheStorageAndClampsItsParts) {
     std::vector<int> values = {1, 2, 3, 4, 5};
     const morva::span<int> all = values;

@@ -69,6 +69,10 @@ parameter_map parseBytewise(const std::string& text) {
 }
 
 TEST(ParseOptTreeParams, AgreesWithABytewiseParserOnRubbish) {
+    texts tokens = {"a(2)", "b(3)"};
+    parameter_map target = {{"a", "1"}};
+    buildParameterMap(tokens, target);
+    EXPECT_EQ(target, (parameter_map{{"a", "1"}, {"b", "3"}}));
     EXPECT_EQ(parse("Opt(2),opt(1)tail,a(b(c)),x)y(z"),
               (parameter_map{{"opt", "2"}, {"a", "b(c"}, {"x)y", "z"}}));
     std::mt19937 random(seedOf(2024));

@@ -73,7 +73,7 @@ mesh_data sheet(unsigned side) {
 }
 
 ::osg::NodePtr sceneOfKind(const std::string& kind) {
-    std::mt19937 rng(seedOf(12));
+    std::mt19937 rng(12);
     if (kind == "panels" || kind == "sheets")
         return box(6, kind == "sheets");
     if (kind == "open box")
@@ -218,7 +218,7 @@ double naiveWay(const morva::osg::occlusion_geoset& parts, const morva::osg::occ
 }
 
 TEST(ExactRays, MissNothingAndTheOthersLittle) {
-    std::mt19937 rng(seedOf(9));
+    std::mt19937 rng(9);
     const node_ref root(group({meshNode(shell(1)), meshNode(withNormals(soup(rng, 150), rng)),
                                moved({0.5F, 0, 0}, {meshNode(waveMesh(6))}),
                                moved({0, 2, 0}, {meshNode(blockMesh(2))}), meshNode(quads(3))}));
@@ -227,7 +227,7 @@ TEST(ExactRays, MissNothingAndTheOthersLittle) {
     const morva::osg::exact_rays<morva::bih_tree<float>, morva::osg::occlusion_geoset> exact(
         scene.tree, scene.parts, 1.0);
     int hits = 0, lost = 0;
-    for (int i = 0; i < roundsOf(20000); ++i) {
+    for (int i = 0; i < 20000; ++i) {
         const ::osg::Vec3f at = anyVector(rng, 1.5F), by = anyVector(rng, 1);
         morva::osg::occlusion_ray ray({at[0], at[1], at[2]}, {by[0], by[1], by[2]}, {});
         if (i % 3 == 0) // along the sides of boxes

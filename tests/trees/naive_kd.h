@@ -87,22 +87,19 @@ struct naive_tree {
     std::vector<morva::kd_node<float>> nodes;
     std::vector<std::uint64_t> indices;
     std::uint64_t leaf_count = 0, max_depth_reached = 0, max_leaf_size = 0;
-    float sum_of_depths = 0; ///< of the leaves
-    std::string told;        ///< what was printed on the way
+    std::string told; ///< what was printed on the way
 
     void put(std::uint64_t node, const morva::kd_node<float>& record) {
         if (nodes.size() <= node)
             nodes.resize(node + 1);
         nodes[node] = record;
     }
-    void put_leaf(std::uint64_t node, std::uint64_t first, std::uint64_t count,
-                  unsigned int depth) {
+    void put_leaf(std::uint64_t node, std::uint64_t first, std::uint64_t count) {
         morva::kd_node<float> leaf;
         leaf.first = std::uint32_t(first);
         leaf.count = std::uint32_t(count);
         put(node, leaf);
         ++leaf_count;
-        sum_of_depths += float(depth);
         max_leaf_size = std::max(max_leaf_size, count);
     }
 };
@@ -167,7 +164,7 @@ std::uint64_t naive_build(naive_tree& tree, std::uint64_t& next, Geoset& geoset,
         stop = plane == box.min[std::size_t(axis)] || plane == box.max[std::size_t(axis)];
     }
     if (stop) {
-        tree.put_leaf(node, first, count, depth);
+        tree.put_leaf(node, first, count);
         return 0;
     }
     std::uint64_t added = 0;
@@ -175,7 +172,7 @@ std::uint64_t naive_build(naive_tree& tree, std::uint64_t& next, Geoset& geoset,
         naive_sort(geoset, tree.indices, first, count, plane, axis, setup.straddle_mode, added);
     const auto child = [&](std::uint64_t at, std::uint64_t size_of, bool is_left) {
         if (!(size_of > setup.max_elements && depth < setup.max_depth)) {
-            tree.put_leaf(next++, at, size_of, depth + 1);
+            tree.put_leaf(next++, at, size_of);
             return std::uint64_t(0);
         }
         morva::float_box half = box;

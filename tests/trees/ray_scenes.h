@@ -184,7 +184,7 @@ inline const void* companion_of(const bih_tree<float>& tree) {
 
 /// Rays and what the naive descent finds, at a ball.
 struct ball_rays {
-    std::mt19937 random{seedOf(331)};
+    std::mt19937 random{331};
     flat_triangles triangles = make_mesh(random, mesh::ball);
     flat_list list = list_of(triangles);
     std::vector<test_ray> rays, twins;
