@@ -38,9 +38,10 @@ void keepListed(const ::osg::NodePtr& root) {
 
 TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
     std::size_t moved = 0, left_out = 0;
-    for (unsigned seed = 0; seed < roundsOf(500U); ++seed) {
+    // Always the same scenes: pictures mistake triangles of one core that lie on each other.
+    for (unsigned seed = 0; seed < 500; ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
-        const node_ref root(textured_scene(seedOf(seed + 300)).root());
+        const node_ref root(textured_scene(seed + 300).root());
         layOut(root);
         keepListed(root);
         const picture before(root);
@@ -63,8 +64,8 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
         for (const left_out_image& image : record.textures.left_out)
             left_out += image.geometries;
     }
-    EXPECT_GT(moved, 300U);
-    EXPECT_GT(left_out, 300U);
+    EXPECT_GT(moved, 450U);
+    EXPECT_GT(left_out, 500U);
 }
 
 /// An image whose texels tell where they are: its number, x and y; a grey one x alone.
