@@ -81,6 +81,10 @@ struct simplify_case {
 TEST(SimplifyCommand, AnswersAsTheTableSays) {
     const temporary_folder folder;
     modelFile(folder.file("m.osb"), yard());
+    node_list ten;
+    for (unsigned seed = 0; seed < 10; ++seed)
+        ten.push_back(meshNode(hills(3, seed)));
+    modelFile(folder.file("ten.osb"), group(ten));
     std::filesystem::create_directory(folder.file("dir.lod2.osb"));
     const auto before = folder.entries();
     const std::string at = "simplify @m.osb -o @o.osb ";
@@ -111,6 +115,8 @@ TEST(SimplifyCommand, AnswersAsTheTableSays) {
         {at + "--ratio .5", 0, "ratio 0.5 ", {"o.osb"}},
         {at + "--ratio 1 --report @r.json", 0, "ratio 1 ", {"o.osb", "r.json"}},
         {at + "--triangles 300 --weld corner", 0, "\n300 triangles ", {"o.osb"}},
+        // 9.5 a part: what one does not take goes to the next.
+        {"simplify @ten.osb -o @o.osb --triangles 95", 0, "\n95 triangles ", {"o.osb"}},
         {at + "--triangles 1", 0, "1 triangle: floor reached in 3 parts, where", {"o.osb"}},
         {at + "--max-error .02",
          0,
