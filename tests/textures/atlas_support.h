@@ -45,6 +45,15 @@ inline bytes pixelsOf(const ::osg::ImagePtr& image) {
     return {image->getData(), image->getData() + image->getSize()};
 }
 
+inline bytes pixelsOf(const ImageData& image) {
+    if (image.data == nullptr)
+        return {};
+    return {image.data, image.data + image.width * image.height * (image.hasAlpha ? 4 : 3)};
+}
+
+/// NaN as a value that equals itself.
+inline double told(double value) { return std::isnan(value) ? -1e99 : value; }
+
 constexpr float not_a_number = std::numeric_limits<float>::quiet_NaN();
 
 } // namespace morva_test

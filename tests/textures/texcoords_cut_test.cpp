@@ -58,9 +58,9 @@ void anyTriangles(std::mt19937& rng, float away, corners& positions, coordinates
 }
 
 TEST(OptimizeTexCoords, IsTheNaiveTwinToTheLastBit) {
-    std::mt19937 rng(7402);
+    std::mt19937 rng(seedOf(7402));
     int total = 0, by_plane = 0;
-    for (int round = 0; round < 200; ++round) {
+    for (int round = 0; round < roundsOf(200); ++round) {
         SCOPED_TRACE(round);
         corners positions;
         coordinates values;
@@ -101,32 +101,25 @@ TEST(OptimizeTexCoords, IsTheNaiveTwinToTheLastBit) {
 const corners wedge = {{0, 0, 0}, {10, 0, 0}, {0, 5, 0}};
 const coordinates ten = {{0, 0}, {10, 0}, {0, 1}};
 
-TEST(OptimizeTexCoords, EndsAtAMaximumOfOneWithNothingLeftToDo) {
-    osg_geoset geoset;
-    uv::fill(geoset, wedge, ten);
-    EXPECT_GT(optimizeTexCoords(geoset, 1, 50), 0);
-    EXPECT_LE(reachOf(geoset), 1.002F);
-    EXPECT_EQ(optimizeTexCoords(geoset, 1, 50), 0);
-}
-
 TEST(OptimizeTexCoords, TakesAGeosetInAnyState) {
-    osg_geoset empty, plain, not_set_up, null;
+    osg_geoset empty, plain, not_set_up, null, at_one;
     tri::fillGeoset(plain, wedge);
     not_set_up.geometry = tri::soup(wedge);
-    const ::osg::GeoTexCoordsPtr five = ::osg::GeoTexCoords2f::create();
-    for (const float u : {-3.0F, 1.0F, -3.0F, -1.0F, 9.0F})
-        five->addValue(::osg::Vec2f(u, 0));
-    not_set_up.geometry->setTexCoords(five);
+    not_set_up.geometry->setTexCoords(
+        propertyOf<::osg::GeoTexCoords2f>(coordinates{{-3, 0}, {1, 0}, {-3, 0}, {-1, 0}, {9, 0}}));
     null.geometry = ::osg::NullFC;
+    uv::fill(at_one, wedge, ten); // for which the twin has no end
+    EXPECT_GT(optimizeTexCoords(at_one, 1, 50), 0);
+    EXPECT_LE(reachOf(at_one), 1.002F);
+    EXPECT_EQ(optimizeTexCoords(at_one, 1, 50), 0);
     for (osg_geoset* geoset : {&empty, &plain, &not_set_up, &null})
         EXPECT_EQ(optimizeTexCoords(*geoset, 1, 50) + optimizeTexCoordsSmart(*geoset, 1, 50), 0);
-    EXPECT_EQ(five->getValue(1), ::osg::Vec2f(4, 0));
-    EXPECT_EQ(five->getValue(3), ::osg::Vec2f(-1, 0)) << "two rows fill no triangle";
+    EXPECT_EQ(not_set_up.geometry->getTexCoords()->getValue(1), ::osg::Vec2f(4, 0));
+    EXPECT_EQ(not_set_up.geometry->getTexCoords()->getValue(3), ::osg::Vec2f(-1, 0))
+        << "two rows fill no triangle";
 }
 
 TEST(OptimizeTexCoords, ComesToAnEndWhateverRoundingDoes) {
-    const coordinates eight = {{0, 0}, {8, 0}, {0, 8}};
-    const float x = 1e6F;
     const struct {
         const char* name;
         corners positions;
@@ -136,18 +129,14 @@ TEST(OptimizeTexCoords, ComesToAnEndWhateverRoundingDoes) {
         int limit = 50;
         double rounding = 1e-6; ///< of the area
     } cases[] = {
-        {"far away", {{x, x, 0}, {x + 2, x, 0}, {x, x + 2, 0}}, eight, 15, 2},
         {"a needle", {{0, 0, 0}, {10, 0, 0}, {5, 1e-5F, 0}}, {{0, 0}, {8, 0}, {4, 1}}, 5, 2},
         {"a NaN", wedge, {{0, 0}, {10, nan_value}, {0, 1}}, 29, 2},
         {"infinities", wedge, {{inf, 0}, {10, -inf}, {-inf, inf}}, 0, 0},
-        {"a far image", wedge, {{1e30F, 0}, {1e30F, 9}, {1e30F, 1}}, 29, 2},
         {"far apart", wedge, {{-3e38F, 1e30F}, {3e38F, 0}, {0, 9}}, 0, 0},
         {"not wrapped", wedge, {{0, 0}, {2e9F, 0}, {0, 2e9F}}, 65536, 1e9F, 2147483647},
         {"all wrapped", wedge, ten, 0, 0, -2147483647},
-        {"a line", {{0, 0, 0}, {1e3F, 1e3F, 1e3F}, {500, 500, 500}}, ten, 0, 10},
         {"too steep", {{0, 0, 0}, {1000, 0, 0}, {0, 1, 0}}, {{0, 0}, {0, 0}, {40, 40}}, 65536, 40},
         {"too fine", {{999, 0, 0}, {999.002F, 0, 0}, {999, 0.002F, 0}}, ten, 63, 2, 50, .03},
-        {"small", {{0, 0, 0}, {3e-6F, 0, 0}, {0, 3e-6F, 0}}, ten, 3, 5},
         {"large", {{0, 0, 0}, {9e11F, 0, 0}, {0, 9e11F, 0}}, ten, 49, 10}};
     for (const auto& row : cases) {
         SCOPED_TRACE(row.name);

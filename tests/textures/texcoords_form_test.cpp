@@ -30,20 +30,11 @@ bool same(const coordinates& a, const coordinates& b) {
     });
 }
 
-/// Pairs from a list of numbers, as " 1 2  0.5 1  3 3".
-coordinates read(const char* text) {
-    std::istringstream in(text);
-    coordinates values;
-    for (float u = 0, v = 0; in >> u >> v;)
-        values.push_back(::osg::Vec2f(u, v));
-    return values;
-}
-
 TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
     const float special[] = {0.0F,    -0.0F,      1.0F,          0.001F,   -0.001F, 0.999F,
                              1e30F,   -1e30F,     inf,           -inf,     FLT_MAX, -FLT_MAX,
                              FLT_MIN, 8388607.5F, 2147483648.0F, nan_value};
-    std::mt19937 rng(7401);
+    std::mt19937 rng(seedOf(7401));
     const auto any = [&] {
         const float unit = std::uniform_real_distribution<float>(-1.0F, 1.0F)(rng);
         const auto whole = static_cast<float>(rng() % 9) - 4.0F;
@@ -51,7 +42,7 @@ TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
                                 unit * 3, unit * 120, std::nextafter(whole + 0.001F, unit * 9)};
         return values[rng() % std::size(values)];
     };
-    for (int round = 0; round < 60000; ++round) {
+    for (int round = 0; round < roundsOf(60000); ++round) {
         coordinates t(3);
         for (::osg::Vec2f& point : t)
             point.setValues(any(), any());
@@ -65,81 +56,74 @@ TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
     }
 }
 
-TEST(HasTexCoords, ReportTheExtremesAndCompareWithTheirBounds) {
-    const struct {
-        const char *name, *values;
-        bool greater, as_triangles, smaller;
-        ::osg::Vec2f max, max_as_triangles, min;
-    } cases[] = {
-        {"none", "", false, false, false, {0, 0}, {0, 0}, {0, 0}},
-        {"1.04", "1.04 0.5", false, false, false, {1.04F, 0.5F}, {0, 0}, {0, 0}},
-        {"1.05", "1.05 0", false, false, false, {1.05F, 0}, {0, 0}, {0, 0}},
-        {"v alone", "0 1.06", true, false, false, {0, 1.06F}, {0, 0}, {0, 0}},
-        {"rest", "7 -3 7.5 -3 7 -2.5 9 9", true, false, true, {9, 9}, {0.5F, 0.5F}, {0, -3}},
-        {"wrap", "0 0 60.25 0 0 40", true, true, false, {60.25F, 40}, {0.25F, 40}, {0, 0}}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const ::osg::GeoTexCoordsRefPtr two(::osg::GeoTexCoords2f::create());
-        const ::osg::GeoTexCoordsRefPtr three(::osg::GeoTexCoords3f::create());
-        for (const auto& property : {two, three}) {
-            for (const ::osg::Vec2f& value : read(row.values))
-                property->addValue(value);
-            ::osg::Vec2f found(7, 7);
-            const auto greater = [&](bool as_triangles) {
-                return morva::osg::hasTexCoordsGreater1(property.get(), found[0], found[1],
-                                                        as_triangles);
-            };
-            EXPECT_EQ(greater(false), row.greater);
-            EXPECT_EQ(found, row.max);
-            EXPECT_EQ(greater(true), row.as_triangles);
-            EXPECT_EQ(found, row.max_as_triangles);
-            EXPECT_EQ(greater(false), row.greater) << "nothing was written back";
-            EXPECT_EQ(morva::osg::hasTexCoordsSmaller0(property.get(), found[0], found[1]),
-                      row.smaller);
-            EXPECT_EQ(found, row.min);
+TEST(Queries, AreThoseOfTheirTwin) {
+    std::mt19937 rng(seedOf(7403));
+    const auto any = [&] {
+        const float unit = std::uniform_real_distribution<float>(-1.0F, 1.0F)(rng);
+        const float values[] = {1.05F, std::floor(3 * unit) + 0.002F * unit, 2.5F * unit,
+                                70 * unit};
+        return values[rng() % std::size(values)];
+    };
+    for (int round = 0; round < roundsOf(3000); ++round) {
+        SCOPED_TRACE(round);
+        const unsigned rows = 3 * (rng() % 3);
+        mesh_data mesh;
+        mesh.primitives = {{4, rows}};
+        mesh.positions.resize(rows);
+        for (unsigned i = rng() % 4 == 0 ? 1 : 0; i < rows; ++i) // a missing one is zero
+            mesh.coordinates.emplace_back(any(), any());
+        coordinates form = mesh.coordinates;
+        form.resize(rows);
+        ::osg::Vec2f high(0, 0), low(0, 0), drawn(0, 0), found;
+        float largest = 0;
+        const auto raise = [](::osg::Vec2f& to, const ::osg::Vec2f& by) {
+            to.setValues(std::max(to[0], by[0]), std::max(to[1], by[1]));
+        };
+        for (const ::osg::Vec2f& value : mesh.coordinates) {
+            raise(high, value);
+            low.setValues(std::min(low[0], value[0]), std::min(low[1], value[1]));
         }
+        for (unsigned first = 0; first < rows; first += 3) {
+            coordinates one(form.begin() + first, form.begin() + first + 3);
+            for (const uv::step which : {uv::snap, uv::positive, uv::near_zero, uv::wrap})
+                uv::naiveStep(which, one, 50);
+            for (const ::osg::Vec2f& point : one) {
+                largest = std::max({largest, point[0], point[1]});
+                if (first + 3 <= mesh.coordinates.size())
+                    raise(drawn, point);
+            }
+        }
+        const int width = 15 + int(rng() % 3), height = 15 + int(rng() % 3);
+        const node_ref node(meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(6407, width, height))));
+        const ::osg::GeoTexCoordsPtr values = coreOf(node)->getTexCoords();
+        for (const bool triangles : {true, false}) { // nothing is written back
+            const ::osg::Vec2f most = triangles ? drawn : high;
+            EXPECT_EQ(morva::osg::hasTexCoordsGreater1(values, found[0], found[1], triangles),
+                      std::max(most[0], most[1]) > 1.05F);
+            EXPECT_EQ(found, most);
+        }
+        EXPECT_EQ(morva::osg::hasTexCoordsSmaller0(values, found[0], found[1]),
+                  std::min(low[0], low[1]) < 0);
+        EXPECT_EQ(found, low);
+        const float limits[] = {0, 1, 2, largest - 0.05F, std::max(high[0], high[1]) - 0.05F},
+                    limit = std::max(limits[rng() % std::size(limits)], 0.0F);
+        const bool above = largest > limit + 0.05F;
+        EXPECT_EQ(morva::osg::hasTCabove(node.get(), limit, false),
+                  std::max(high[0], high[1]) > limit + 0.05F);
+        EXPECT_EQ(morva::osg::hasTCabove(node.get(), limit, true), above);
+        EXPECT_EQ(morva::osg::checkGeoForTexIndex(node.get(), limit, 16),
+                  above || width > 16 || height > 16);
     }
-    float u = 7, v = 7;
-    EXPECT_FALSE(morva::osg::hasTexCoordsGreater1(::osg::NullFC, u, v, true));
-    EXPECT_FALSE(morva::osg::hasTexCoordsSmaller0(::osg::NullFC, u, v));
-    EXPECT_EQ(::osg::Vec2f(u, v), ::osg::Vec2f(0, 0));
+    EXPECT_FALSE(morva::osg::hasTCabove(::osg::NullFC, 0, true));
+    EXPECT_FALSE(morva::osg::hasTCabove(node_ref(group()).get(), 0, true));
 }
 
-TEST(HasTCabove, LooksAtTheStoredOrTheDrawnCoordinates) {
-    using namespace morva_test;
-    const auto square = [](const char* values, bool textured = false) {
-        mesh_data mesh = quads(1);
-        mesh.coordinates = read(values);
-        return meshNode(mesh, textured ? chunked({1, 1, 1, 1}, imageOf(6407, 9, 17))
-                                       : chunked({1, 1, 1, 1}));
-    };
-    mesh_data unmapped = quads(1);
-    unmapped.coordinates = read("5 5");
-    unmapped.indices = {0, 1, 2, 3};
-    unmapped.mapping = {::osg::Geometry::MapPosition};
-    const struct {
-        const char* name;
-        ::osg::NodePtr node;
-        float limit;
-        bool plain, normalised;
-        bool out; ///< of an atlas with images up to 16 x 16
-    } cases[] = {{"null", ::osg::NullFC, 0, false, false, false},
-                 {"a group", group(), 0, false, false, false},
-                 {"none", meshNode(quads(1)), -1, false, false, false},
-                 {"2.04 is within 2", square("0 0 2.04 0 2.04 1 0 1"), 2, false, false, false},
-                 {"but not within 1.9", square("0 0 2.04 0 2.04 1 0 1"), 1.9F, true, true, true},
-                 {"5 to 6 is 0 to 1", square("5 0 6 0 6 2.5 5 2"), 2.5F, true, false, false},
-                 {"v reaches 2.5", square("5 0 6 0 6 2.5 5 2"), 2.4F, true, true, true},
-                 {"its image is too high", square("0 0 1 0 1 1 0 1", true), 5, false, false, true},
-                 {"a missing one is zero", square("5 0 6 0 6 2"), 5.5F, true, true, true},
-                 {"all are missing", meshNode(unmapped), 0, true, false, false},
-                 {"and zero is above -1", meshNode(unmapped), -1, true, true, true}};
-    for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
-        const node_ref node(row.node);
-        EXPECT_EQ(morva::osg::hasTCabove(row.node, row.limit, false), row.plain);
-        EXPECT_EQ(morva::osg::hasTCabove(row.node, row.limit, true), row.normalised);
-        EXPECT_EQ(morva::osg::checkGeoForTexIndex(row.node, row.limit, 16), row.out);
+TEST(RepeatsOf, EndWhereAnImageIsHeldOrMirrored) {
+    for (const ::osg::UInt32 wrap : {0x2901U, 0x2900U, 0x812DU, 0x812FU, 0x8370U}) {
+        const ::osg::ChunkMaterialRefPtr material(chunked({1, 1, 1, 1}, imageOf(6407, 2, 2)));
+        ::osg::TextureChunkPtr::dcast(material->getChunks(1))->setWrapT(wrap);
+        const auto repeats = morva::osg::repeatsOf(material.get());
+        EXPECT_TRUE(repeats.u && repeats.v == (wrap == 0x2901U)) << wrap;
     }
 }
 

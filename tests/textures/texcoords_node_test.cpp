@@ -2,7 +2,7 @@
 // in turn.
 
 #include "../geosets/triangle_scenes.h"
-#include "../support/shortage.h"
+#include "tests/support/shortage.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
@@ -29,78 +29,57 @@ TEST(OptimizeTexCoordsOfANode, GivesANewUnindexedCoreThatDrawsTheSame) {
     indexed.indices = {0, 1, 3, 2, 0};
     degenerate.positions[2] = degenerate.positions[1];
     const struct {
-        const char* name;
         mesh_data mesh;
         int max, added;
-    } cases[] = {{"nothing to do", tiled(1, 2), 2, 0},
-                 {"a strip", indexed, 2, 0},
-                 {"no maximum", tiled(8), 0, 0},
-                 {"halved", tiled(8), 4, 6},
-                 {"one is degenerate", degenerate, 2, 0}};
+    } cases[] = {{indexed, 2, 0}, {tiled(8), 0, 0}, {tiled(8), 4, 6}, {degenerate, 2, 0}};
     for (const auto& row : cases) {
-        SCOPED_TRACE(row.name);
+        SCOPED_TRACE(testing::Message() << "row " << &row - cases);
         const node_ref node(meshNode(row.mesh, textured()));
         const geometry_ref old(coreOf(node.get()));
+        ::osg::setName(old.get(), "core");
         const mesh_choice kept = {false, true, true, false, morva::osg::is_rogue};
         const world_mesh before = worldMesh(node.get(), kept);
         ::osg::NodePtr given = node.get();
         EXPECT_EQ(morva::osg::optimizeTexCoords(given, row.max, 50), row.added);
         const ::osg::GeometryPtr core = coreOf(given);
         const world_mesh after = worldMesh(given, kept);
-        if (row.added == 0) {
-            EXPECT_EQ(firstDifference(before, after), "");
-        }
+        EXPECT_TRUE(row.added > 0 || firstDifference(before, after).empty());
         EXPECT_NEAR(summaryOf(after).area, summaryOf(before).area, 1e-6);
         EXPECT_EQ(after.size(), before.size() + static_cast<unsigned>(row.added));
-        EXPECT_EQ(core->getLengths()->getValue(0), 3 * after.size());
         EXPECT_EQ(core->getPositions()->size(), 3 * after.size()) << "nothing to spare";
         EXPECT_TRUE(core != old.get() && core->getIndices() == ::osg::NullFC);
         EXPECT_TRUE(core->getMaterial() == old->getMaterial());
+        EXPECT_STREQ(::osg::getName(core), "core");
     }
     // Without an image coordinates go, in the old core too.
     const node_ref grouped(materialGroup(simple({1, 0, 0}), {meshNode(tiled(8))}));
-    ::osg::NodePtr node = grouped->getChild(0);
+    ::osg::NodePtr node = grouped->getChild(0), none = ::osg::NullFC, no_geometry = grouped.get();
     const geometry_ref old(coreOf(node));
     old->setTexCoords3(old->getTexCoords());
-    EXPECT_EQ(morva::osg::optimizeTexCoords(node, 2, 50), 0);
-    EXPECT_TRUE(coreOf(node) != old.get());
+    const stream_capture told(std::cout);
+    for (::osg::NodePtr* one : {&node, &none, &no_geometry})
+        EXPECT_EQ(morva::osg::optimizeTexCoords(*one, 2, 50), 0);
     for (const ::osg::GeometryPtr& core : {old.get(), coreOf(node)})
         EXPECT_EQ(tri::lengthOf(core->getTexCoords()) + tri::lengthOf(core->getTexCoords3()), -2);
-    EXPECT_TRUE(coreOf(node)->getMaterial() ==
-                ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial());
-
-    const stream_capture told(std::cout);
-    ::osg::NodePtr none = ::osg::NullFC, no_geometry = grouped.get();
-    EXPECT_EQ(morva::osg::optimizeTexCoords(none, 2, 50), 0);
-    EXPECT_EQ(morva::osg::optimizeTexCoords(no_geometry, 2, 50), 0);
-    EXPECT_EQ(grouped->getNChildren(), 1U);
-    EXPECT_TRUE(::osg::MaterialGroupPtr::dcast(grouped->getCore()) != ::osg::NullFC);
+    const auto look = ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial();
+    EXPECT_TRUE(coreOf(node) != old.get() && coreOf(node)->getMaterial() == look);
 }
 
 TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
     const ::osg::ChunkMaterialPtr shared = textured();
-    mesh_data away = tiled(1), wrapped = tiled(1);
-    for (::osg::Vec2f& value : away.coordinates)
-        value += ::osg::Vec2f(30, -20);
+    mesh_data wrapped = tiled(1);
     wrapped.coordinates[1] = ::osg::Vec2f(60, 0.5F);
-    const node_ref root(group({named("small", meshNode(tiled(1), textured())),
-                               named("large", meshNode(tiled(8), textured())),
-                               named("away", meshNode(away, textured())),
-                               named("wrapped", meshNode(wrapped, textured())),
-                               named("no image", meshNode(tiled(8), simple({1, 0, 0}))),
-                               materialGroup(shared, {named("grouped", meshNode(tiled(3)))}),
-                               switched(0, {named("switched", meshNode(tiled(9), shared))}),
-                               hidden(named("hidden", meshNode(tiled(9), shared)))}));
-    for (const int limit : {-1, -1000, 8, 100})
+    const node_ref root(
+        group({meshNode(wrapped, textured()), named("large", meshNode(tiled(8), textured())),
+               meshNode(tiled(8), simple({1, 0, 0})), // no image
+               materialGroup(shared, {named("grouped", meshNode(tiled(3)))}),
+               switched(0, {meshNode(tiled(9), shared)})}));
+    for (const int limit : {-1, 8})
         EXPECT_TRUE(CollectNodesWithTexCoordsGreater(root.get(), limit) == ::osg::NullFC);
-    EXPECT_EQ(geometryNodes(root.get()).size(), 8U) << "nothing left its place";
-
     const node_ref found(CollectNodesWithTexCoordsGreater(root.get(), 2));
     EXPECT_EQ(childNames(found.get()), (std::vector<std::string>{"large", "grouped"}));
-    EXPECT_EQ(geometryNodes(root.get()).size(), 6U);
     const ::osg::NodePtr large = found->getChild(0), grouped = found->getChild(1);
     EXPECT_TRUE(coreOf(grouped)->getMaterial() == shared) << "it brings its look along";
-    EXPECT_EQ(coreOf(grouped)->getTexCoords()->size(), 4U) << "and its own core";
     // A root that is a geometry is asked itself.
     EXPECT_TRUE(CollectNodesWithTexCoordsGreater(large, 8) == ::osg::NullFC);
     const node_ref alone(CollectNodesWithTexCoordsGreater(large, 7));
