@@ -15,6 +15,7 @@
 #include <morva/core/morva_osg.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
+#include <morva/geosets/morva_osg_scene_hierarchy.h>
 #include <morva/textures/morva_osg_texcoords.h>
 
 namespace naive {
@@ -348,14 +349,10 @@ class stage {
 
     /// Hands the material of a group to what shows it, and makes it a plain group.
     void dissolve(const ::osg::NodePtr& outer) const {
-        const ::osg::MaterialPtr material =
-            ::osg::MaterialGroupPtr::dcast(outer->getCore())->getMaterial();
+        morva::osg::settled_cores settled;
         for (const ::osg::NodePtr& node : geometryNodes(outer)) {
-            if (coreOf(node)->getMaterial() != ::osg::NullFC || listed_.count(node) > 0)
-                continue;
-            const auto own = ::osg::GeometryPtr::dcast(coreOf(node)->shallowCopy());
-            own->setMaterial(material);
-            node->setCore(own);
+            if (listed_.count(node) == 0)
+                node->setCore(settled.coreFor(node));
         }
         outer->setCore(::osg::Group::create());
     }
