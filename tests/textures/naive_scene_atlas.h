@@ -39,23 +39,20 @@ struct atlas {
     std::vector<space> spaces{{0, 0, side, side}};
 
     bool joinOne() {
-        for (const space& a : spaces) {
-            for (const space& b : spaces) {
-                space both = a;
-                if (&a == &b)
+        for (auto a = spaces.begin(); a != spaces.end(); ++a) {
+            for (auto b = spaces.begin(); b != spaces.end(); ++b) {
+                space both = *a;
+                if (a == b)
                     continue;
-                if (b.y == a.y + a.height && b.width == a.width && b.x == a.x)
-                    both.height += b.height;
-                else if (b.x == a.x + a.width && b.height == a.height && b.y == a.y)
-                    both.width += b.width;
+                if (b->y == a->y + a->height && b->width == a->width && b->x == a->x)
+                    both.height += b->height;
+                else if (b->x == a->x + a->width && b->height == a->height && b->y == a->y)
+                    both.width += b->width;
                 else
                     continue;
-                std::vector<space> rest = {both};
-                for (const space& one : spaces) {
-                    if (&one != &a && &one != &b)
-                        rest.push_back(one);
-                }
-                spaces = rest;
+                spaces.erase(std::max(a, b));
+                spaces.erase(std::min(a, b));
+                spaces.insert(spaces.begin(), both);
                 return true;
             }
         }
