@@ -8,7 +8,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
-#include "tests/textures/textured_scenes.h"
+#include "tests/support/textured_scenes.h"
 
 namespace morva_test {
 

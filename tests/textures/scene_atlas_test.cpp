@@ -3,9 +3,9 @@
 
 #include "atlas_support.h"
 #include "naive_scene_atlas.h"
-#include "textured_scenes.h"
 
 #include "tests/support/picture_sampler.h"
+#include "tests/support/textured_scenes.h"
 
 #include <OpenSG/OSGSceneFileHandler.h>
 
@@ -117,21 +117,6 @@ TEST(SceneAtlas, GivesTheSameBytesForAnyNumberOfThreads) {
             for (const char* threads : {",numthreads(1)", ",numthreads(2)", ",numthreads(8)"})
                 EXPECT_TRUE(one == resultOf(seed, atlas + more + threads)) << threads;
         }
-    }
-}
-
-TEST(SceneAtlas, KeepsTheIDsOfTriangles) {
-    for (unsigned seed = 0; seed < 30; ++seed) {
-        SCOPED_TRACE(seed);
-        std::set<std::string> found[2];
-        for (const bool atlas : {false, true}) {
-            resultOf(seed, std::string("idmapinroot(true),maxtris(1000)") +
-                               (atlas ? ",maxtexturesize(128),texcoords(5)" : ""));
-            for (const auto& [id, nodes] : getIDmapHandler().usage)
-                found[atlas].insert(getIDmapHandler().names[std::size_t(id)]);
-        }
-        EXPECT_EQ(found[0], found[1]);
-        EXPECT_GT(found[0].size(), 1U);
     }
 }
 

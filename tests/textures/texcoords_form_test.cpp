@@ -56,66 +56,61 @@ TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
     }
 }
 
-TEST(Queries, AreThoseOfTheirTwin) {
+TEST(HasTexCoords, AreThoseOfTheirTwin) {
     std::mt19937 rng(seedOf(7403));
-    const auto any = [&] {
-        const float unit = std::uniform_real_distribution<float>(-1.0F, 1.0F)(rng);
-        const float values[] = {1.05F, std::floor(3 * unit) + 0.002F * unit, 2.5F * unit,
-                                70 * unit};
-        return values[rng() % std::size(values)];
-    };
+    const auto unit = [&] { return std::uniform_real_distribution<float>(-1.0F, 1.0F)(rng); };
     for (int round = 0; round < roundsOf(3000); ++round) {
-        SCOPED_TRACE(round);
-        const unsigned rows = 3 * (rng() % 3);
-        mesh_data mesh;
-        mesh.primitives = {{4, rows}};
-        mesh.positions.resize(rows);
-        for (unsigned i = rng() % 4 == 0 ? 1 : 0; i < rows; ++i) // a missing one is zero
-            mesh.coordinates.emplace_back(any(), any());
-        coordinates form = mesh.coordinates;
-        form.resize(rows);
-        ::osg::Vec2f high(0, 0), low(0, 0), drawn(0, 0), found;
-        float largest = 0;
-        const auto raise = [](::osg::Vec2f& to, const ::osg::Vec2f& by) {
-            to.setValues(std::max(to[0], by[0]), std::max(to[1], by[1]));
-        };
-        for (const ::osg::Vec2f& value : mesh.coordinates) {
-            raise(high, value);
-            low.setValues(std::min(low[0], value[0]), std::min(low[1], value[1]));
+        const ::osg::GeoTexCoordsRefPtr values(::osg::GeoTexCoords3f::create()),
+            form(::osg::GeoTexCoords2f::create());
+        ::osg::Vec2f low(0, 0), high[2], found;
+        for (unsigned i = rng() % 8; i > 0; --i) {
+            const float odd[] = {1.05F, 3 * unit(), 0.002F * unit(), 70 * unit()};
+            values->addValue(::osg::Vec2f(odd[rng() % 4], odd[rng() % 4]));
+            form->addValue(values->getValue(values->size() - 1));
         }
-        for (unsigned first = 0; first < rows; first += 3) {
-            coordinates one(form.begin() + first, form.begin() + first + 3);
-            for (const uv::step which : {uv::snap, uv::positive, uv::near_zero, uv::wrap})
-                uv::naiveStep(which, one, 50);
-            for (const ::osg::Vec2f& point : one) {
-                largest = std::max({largest, point[0], point[1]});
-                if (first + 3 <= mesh.coordinates.size())
-                    raise(drawn, point);
-            }
+        for (unsigned i = 0; i < values->size() / 3; ++i)
+            uv::naiveForm(form.get(), i, 50);
+        for (unsigned i = 0; i < 2 * values->size(); ++i) {
+            const unsigned row = i / 2, axis = i % 2;
+            const float value = values->getValue(row)[axis];
+            low[axis] = std::min(low[axis], value);
+            high[0][axis] = std::max(high[0][axis], value);
+            if (row < values->size() / 3 * 3)
+                high[1][axis] = std::max(high[1][axis], form->getValue(row)[axis]);
         }
-        const int width = 15 + int(rng() % 3), height = 15 + int(rng() % 3);
-        const node_ref node(meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(6407, width, height))));
-        const ::osg::GeoTexCoordsPtr values = coreOf(node)->getTexCoords();
         for (const bool triangles : {true, false}) { // nothing is written back
-            const ::osg::Vec2f most = triangles ? drawn : high;
-            EXPECT_EQ(morva::osg::hasTexCoordsGreater1(values, found[0], found[1], triangles),
+            const ::osg::Vec2f most = high[triangles ? 1 : 0];
+            EXPECT_EQ(morva::osg::hasTexCoordsGreater1(values.get(), found[0], found[1], triangles),
                       std::max(most[0], most[1]) > 1.05F);
             EXPECT_EQ(found, most);
         }
-        EXPECT_EQ(morva::osg::hasTexCoordsSmaller0(values, found[0], found[1]),
+        EXPECT_EQ(morva::osg::hasTexCoordsSmaller0(values.get(), found[0], found[1]),
                   std::min(low[0], low[1]) < 0);
         EXPECT_EQ(found, low);
-        const float limits[] = {0, 1, 2, largest - 0.05F, std::max(high[0], high[1]) - 0.05F},
-                    limit = std::max(limits[rng() % std::size(limits)], 0.0F);
-        const bool above = largest > limit + 0.05F;
-        EXPECT_EQ(morva::osg::hasTCabove(node.get(), limit, false),
-                  std::max(high[0], high[1]) > limit + 0.05F);
-        EXPECT_EQ(morva::osg::hasTCabove(node.get(), limit, true), above);
-        EXPECT_EQ(morva::osg::checkGeoForTexIndex(node.get(), limit, 16),
-                  above || width > 16 || height > 16);
     }
-    EXPECT_FALSE(morva::osg::hasTCabove(::osg::NullFC, 0, true));
-    EXPECT_FALSE(morva::osg::hasTCabove(node_ref(group()).get(), 0, true));
+}
+
+TEST(HasTCabove, LooksAtTheStoredOrTheDrawnCoordinates) {
+    const struct {
+        float u, limit;
+        bool plain, normalised, out; ///< out: of an atlas with images up to 16 x 16
+        int height = 16;
+    } cases[] = {{2.04F, 2, false, false, false},
+                 {2.04F, 1.9F, true, true, true},
+                 {7.5F, 2.5F, true, false, false}, // from 5 on
+                 {1, 5, false, false, true, 17},
+                 {5, 5.5F, false, false, false}};
+    for (const auto& row : cases) {
+        mesh_data mesh = quads(1);
+        const float from = row.u > 7 ? 5 : 0;
+        mesh.coordinates = {{from, from}, {row.u, from}, {row.u, row.u}, {from, row.u}};
+        const node_ref node(meshNode(mesh, chunked({1, 1, 1, 1}, imageOf(6407, 9, row.height))));
+        EXPECT_EQ(morva::osg::hasTCabove(node.get(), row.limit, false), row.plain) << row.u;
+        EXPECT_EQ(morva::osg::hasTCabove(node.get(), row.limit, true), row.normalised) << row.u;
+        EXPECT_EQ(morva::osg::checkGeoForTexIndex(node.get(), row.limit, 16), row.out) << row.u;
+    }
+    for (const ::osg::NodePtr& node : {::osg::NodePtr(), group(), meshNode(quads(1))})
+        EXPECT_FALSE(morva::osg::hasTCabove(node_ref(node).get(), -1, true));
 }
 
 TEST(RepeatsOf, EndWhereAnImageIsHeldOrMirrored) {
