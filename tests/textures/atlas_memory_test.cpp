@@ -157,6 +157,7 @@ TEST(AtlasPeak, IsTheResultAlone) {
               }),
               result + result / 50)
         << "no copy of an image, none of the target";
+    EXPECT_EQ(target->getSize(), result);
     for (const bool exact : {false, true}) {
         atlas_options options;
         options.exact = exact;
