@@ -176,7 +176,6 @@ class stage {
                                           return staysOut(node, float(texcoords), int(size / 2));
                                       }),
                        list.end());
-            listed_.insert(list.begin(), list.end());
         }
         for (int i : {0, 1})
             colors[i] = morva::osg::hasVertexColors(lists[i]);
@@ -274,6 +273,7 @@ class stage {
                 materialOf(draw(images, int(atlases.size()) - 1, atlases.back().kept, transparent),
                            transparent, colors);
         }
+        listed_ = {nodes.begin(), nodes.end()};
         for (const ::osg::NodePtr& node : nodes)
             show(node, images, atlases);
         return total;
@@ -354,7 +354,7 @@ class stage {
         outer->setCore(::osg::Group::create());
     }
 
-    std::set<::osg::NodePtr> listed_;
+    std::set<::osg::NodePtr> listed_; ///< opaque or transparent ones, while they get atlases
 };
 
 } // namespace naive
