@@ -5,6 +5,7 @@
 
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 
+#include <morva/geosets/morva_osg_cell_rebuild.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 
 namespace {
@@ -226,6 +227,18 @@ TEST(CreateTextureAtlas, TakesManyNodesOnOneImage) {
     for (const ::osg::NodePtr& node : geometryNodes(root))
         materials.insert(coreOf(node)->getMaterial());
     EXPECT_EQ(materials.size(), 2U);
+}
+
+TEST(TexturesOfACell, NeedTwoImagesThatFit) {
+    for (const int side : {910, 911}) { // nine times in a row, 8192 at most
+        const node_ref root(group({shown(9, picture(side, 1)), shown(0.5F, picture(8, 8))}));
+        cell_options options;
+        options.exact = true;
+        cell_record record;
+        const stream_capture out(std::cout);
+        const node_ref result(buildSceneTree(root.get(), {25000, 0}, options, record));
+        EXPECT_EQ(record.textures.atlases.size(), side == 910 ? 1U : 0U);
+    }
 }
 
 } // namespace
