@@ -1,7 +1,7 @@
 // Roads without a parameter string.
 
-#include "tests/driver/random_scenes.h"
-#include "tests/merge/merge_scenes.h"
+#include "tests/support/merge_scenes.h"
+#include "tests/support/random_scenes.h"
 
 #include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_auto.h>

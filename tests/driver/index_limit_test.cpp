@@ -1,8 +1,8 @@
 // Geometry cut until no index is too long, beside a walk that starts anew behind each cut.
 
-#include "tests/driver/random_scenes.h"
-#include "tests/merge/merge_scenes.h"
 #include "tests/support/described_tree.h"
+#include "tests/support/merge_scenes.h"
+#include "tests/support/random_scenes.h"
 
 #include <pthread.h>
 
