@@ -5,6 +5,7 @@
 #include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
@@ -53,7 +54,10 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         const node_ref root(parent->getChild(1));
         const stream_capture out(std::cout);
         std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+        const std::string trees = morva::osg::getIDmapHandler().tree.str();
         const node_ref result(morva::osg::optTree(root.get(), row.parameters));
+        EXPECT_EQ(morva::osg::getIDmapHandler().tree.str() == trees,
+                  std::strstr(row.parameters, "idmap") == nullptr);
         EXPECT_NE(out.text().find(row.printed), std::string::npos) << out.text();
         EXPECT_EQ(worldMesh(result.get()).size(), row.triangles);
         EXPECT_EQ(geometryNodes(result.get()).size(), row.cores);
