@@ -188,6 +188,7 @@ TEST(TriangleArea, IsFiniteAlways) {
     EXPECT_EQ(triangle_area({5, 5, 5}, {5, 5, 8}, {9, 5, 5}), 6.0);
     EXPECT_EQ(triangle_area({1, 2, 3}, {1, 2, 3}, {4, 5, 6}), 0.0);
     EXPECT_EQ(triangle_area({0, 0, 0}, {1, 0, 0}, {1, 1, 1}), 0.5 * std::sqrt(2.0)); // in double
+    EXPECT_EQ(triangle_area({0, 0, 0}, {1e30F, 0, 0}, {0, 1, 0}), 0.0); // infinite squares
     const float most = std::numeric_limits<float>::max();
     for (const float far : {most, nan_value})
         EXPECT_EQ(triangle_area({far, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
