@@ -2,11 +2,42 @@
 
 // Triangles and rays that make trouble: on edge, in the planes of triangles, along axes, far, tiny.
 
-#include "naive_bih.h"
+#include "naive_trees.h"
+
+#include <morva/trees/ray_traversal.h>
 
 namespace morva_test {
 
 using morva::bih_tree;
+using morva::float3;
+using flat_triangles = std::vector<morva::float_triangle>;
+using flat_list = morva::geo_set_convertable<morva::float_triangle, morva::float_triangle>;
+using ray_hit = morva::intersection_point<float, float3, float3>;
+
+inline flat_list list_of(flat_triangles& triangles) {
+    flat_list list;
+    list.triangles = triangles.data();
+    list.count = triangles.size();
+    return list;
+}
+
+/// Extents of triangles, by the first corner and what compares with it.
+inline std::vector<box3> extents_of(const flat_triangles& triangles) {
+    std::vector<box3> extents;
+    for (const auto& t : triangles) {
+        extents.emplace_back();
+        for (std::size_t a = 0; a < 3; ++a) {
+            auto& [low, high] = extents.back()[a];
+            low = high = t.a[a];
+            for (const float x : {t.b[a], t.c[a]}) {
+                low = x < low ? x : low;
+                high = x > high ? x : high;
+            }
+        }
+    }
+    return extents;
+}
+
 using morva::empty_trace_statistics;
 
 struct test_ray {
@@ -27,6 +58,88 @@ inline bool same_hits(const ray_hit& a, const ray_hit& b) {
                kind_of(a.normal[i]) == kind_of(b.normal[i]);
     return same;
 }
+
+inline std::array<float, 3> cross_of(const std::array<float, 3>& a, const std::array<float, 3>& b) {
+    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
+}
+inline float dot_of(const std::array<float, 3>& a, const std::array<float, 3>& b) {
+    float sum = 0;
+    for (std::size_t i = 0; i < 3; ++i)
+        sum += a[i] * b[i];
+    return sum;
+}
+inline std::array<float, 3> less(const float3& a, const float3& b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+
+/// One ray, with all that stays the same on its way.
+struct naive_ray {
+    const naive_tree& tree;
+    const flat_triangles& triangles;
+    float3 from, to, inverse;
+    int ignored;
+    ray_hit& result;
+
+    void triangle(std::uint64_t e) const {
+        const auto& [a, b, c] = triangles[e];
+        if (int(e) == ignored)
+            return;
+        const auto ab = less(b, a), ac = less(c, a), n = cross_of(ab, ac), qp = less(from, to);
+        const float d = dot_of(qp, n);
+        if (0 >= d)
+            return;
+        const auto ap = less(from, a);
+        const float s = dot_of(ap, n);
+        const auto e3 = cross_of(qp, ap);
+        const float v = dot_of(ac, e3), w = dot_of(ab, e3);
+        if (0 > s || s > d || 0 > v || v > d || w > 0 || v - w > d)
+            return;
+        const float t = (1 / d) * s;
+        if (result.hit && !(result.t > t))
+            return;
+        result.hit = true;
+        result.t = t;
+        result.index = int(e);
+        result.two_sided = false;
+        for (std::size_t i = 0; i < 3; ++i) {
+            result.normal[i] = n[i];
+            result.point[i] = (to[i] - from[i]) * t + from[i];
+        }
+    }
+
+    float way() const {
+        const auto v = less(from, result.point);
+        return std::sqrt(dot_of(v, v));
+    }
+
+    void fire(std::size_t index, float t_min, float t_max) const {
+        const naive_node& node = tree.nodes[index];
+        for (std::uint64_t k = node.first; node.axis < 0 && k < node.first + node.count; ++k)
+            triangle(tree.indices[k]);
+        if (node.axis < 0)
+            return;
+        const auto a = std::size_t(node.axis);
+        std::size_t near = index + 1, far = std::size_t(node.right);
+        float t_near = (node.left_plane - from[a]) * inverse[a];
+        float t_far = (node.right_plane - from[a]) * inverse[a];
+        if (0 > inverse[a]) {
+            std::swap(near, far);
+            std::swap(t_near, t_far);
+        }
+        const float later = t_far > t_min ? t_far : t_min, sooner = t_near < t_max ? t_near : t_max;
+        if (t_min > t_near)
+            return fire(far, later, t_max);
+        if (t_far > t_max)
+            return fire(near, t_min, sooner);
+        fire(near, t_min, sooner);
+        if (result.hit) {
+            t_max = way();
+            if (t_far > t_max)
+                return;
+        }
+        fire(far, later, t_max);
+    }
+};
 
 /// What is wrong with the triangles of a scene.
 enum class mesh {

@@ -18,7 +18,7 @@ TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
         bih_tree<float> tree;
         const morva::build_setup setup{scene % 2 == 0 ? 3U : 9U, 50};
         compile(list, tree, setup);
-        const naive_bih naive(extents_of(triangles), list.box, setup);
+        const naive_tree naive = naive_bih(extents_of(triangles), list.box, setup);
         for (int i = 0; i < 20000; ++i) {
             test_ray ray = make_ray(random, triangles, list), twin = ray;
             fire(tree, list, ray);
@@ -119,7 +119,7 @@ TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
 
 TEST(IntersectSegTriangle, TriesTheBackFirstIfAskedAndCountsEdgesAndEnds) {
     std::mt19937 random(332);
-    const naive_bih no_tree({}, {}, {});
+    const naive_tree no_tree(0);
     for (int i = 0; i < 40000; ++i) {
         const bool exact = i % 2 == 0; // on a grid of a few points edges and ends are common
         const auto point = [&] {
