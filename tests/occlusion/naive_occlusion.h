@@ -10,6 +10,7 @@
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_scene.h>
 #include <morva/trees/ray_traversal.h>
 
 namespace morva_test {
@@ -18,10 +19,13 @@ using morva::float3;
 
 inline float3 plain(const ::osg::Pnt3f& p) { return {p[0], p[1], p[2]}; }
 
-inline std::uint32_t bits_of(float value) {
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
+/// The directions of a point's rays, x by x.
+inline std::vector<float3> raysOf(int shots) {
+    const auto part = [shots](int step) { return float(2.0 * step / shots - 1); };
+    std::vector<float3> rays;
+    for (int i = 0, edge = shots + 1; i < edge * edge * edge; ++i)
+        rays.push_back({part(i / edge / edge), part(i / edge % edge), part(i % edge)});
+    return rays;
 }
 
 /// The geometry that is baked: a root that is one itself is all.
@@ -68,27 +72,24 @@ struct naive_scene {
                        : -1;
     }
 
-    float value(const float3& at, const float3& normal, int shots, double distance) const {
-        int full = 0, rays = 0;
+    float value(const float3& at, const float3& normal, const std::vector<float3>& rays,
+                double distance) const {
+        int full = 0;
         double partial = 0;
-        for (int i = 0; i <= shots; ++i)
-            for (int j = 0; j <= shots; ++j)
-                for (int k = 0; k <= shots; ++k, ++rays) {
-                    const float3 ray{float(2.0 * i / shots - 1), float(2.0 * j / shots - 1),
-                                     float(2.0 * k / shots - 1)};
-                    const auto d = double(distanceOf(at, normal, ray));
-                    if (d >= 0 && d < distance)
-                        ++full;
-                    else if (d >= 0 && d < 2 * distance)
-                        partial += (d - distance) / distance;
-                }
-        return float(1.0 - double(float(full + partial) / float(rays)));
+        for (const float3& ray : rays) {
+            const auto d = double(distanceOf(at, normal, ray));
+            if (d >= 0 && d < distance)
+                ++full;
+            else if (d >= 0 && d < 2 * distance)
+                partial += (d - distance) / distance;
+        }
+        return float(1.0 - double(float(full + partial) / float(rays.size())));
     }
 };
 
 /// The values that a geometry of a prepared scene gets, one per position.
 inline std::vector<float> naiveValues(const naive_scene& scene, const ::osg::NodePtr& node,
-                                      int shots, double distance) {
+                                      const std::vector<float3>& rays, double distance) {
     const ::osg::GeometryPtr core = coreOf(node);
     const ::osg::Matrix matrix = node->getToWorld();
     const bool in_world = matrix == ::osg::Matrix::identity();
@@ -111,18 +112,11 @@ inline std::vector<float> naiveValues(const naive_scene& scene, const ::osg::Nod
         ::osg::Pnt3f world;
         matrix.multMatrixPnt(local, world);
         values.push_back(
-            scene.value(plain(world), {normal[0], normal[1], normal[2]}, shots, distance));
+            scene.value(plain(world), {normal[0], normal[1], normal[2]}, rays, distance));
         if (keyed)
             known[key] = values.back();
     }
     return values;
-}
-
-inline double diagonalOf(const ::osg::NodePtr& root) {
-    root->updateVolume();
-    ::osg::Pnt3f min, max;
-    root->getVolume().getBounds(min, max);
-    return double((max - min).length());
 }
 
 } // namespace morva_test

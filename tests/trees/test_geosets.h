@@ -12,12 +12,6 @@ namespace morva_test {
 using float2 = std::array<float, 2>;
 using box3 = std::array<float2, 3>; ///< per axis: low, high
 
-inline std::uint32_t bits_of(float value) {
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
-
 /// Boxes as elements; the arrays of a geoset, and nothing that cuts.
 struct whole_boxes {
     using scalar_type = float;
