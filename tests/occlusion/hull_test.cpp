@@ -13,9 +13,6 @@
 
 namespace {
 
-/// Vertex numbers of an element, and the type that it is copied with.
-using element = std::pair<unsigned, std::vector<std::size_t>>;
-
 /// Points, lines and triangles in turn, with rests that are dropped, and not all attributes.
 mesh_data separate(std::mt19937& rng) {
     mesh_data mesh = soup(rng, 40);
@@ -29,32 +26,9 @@ mesh_data separate(std::mt19937& rng) {
     return mesh;
 }
 
-/// The elements of a geometry without indices, primitive by primitive.
-std::vector<element> elementsOf(const mesh_data& mesh) {
-    std::vector<element> all;
-    std::size_t first = 0;
-    for (const auto& [type, n] : mesh.primitives) {
-        const std::size_t size = type == 0 ? 1 : type == 1 ? 2 : 3;
-        for (std::size_t v = first; v + size <= first + n; v += size) {
-            all.push_back({type, {v}});
-            for (std::size_t k = 1; k < size; ++k)
-                all.back().second.push_back(v + k);
-        }
-        first += n;
-    }
-    return all;
-}
-
 /// A row, or zeros where there is none.
 template <typename Rows> auto rowOf(const Rows& rows, std::size_t v) {
     return v < rows.size() ? rows[v] : std::decay_t<decltype(rows[0])>();
-}
-
-template <typename Property, typename Rows>
-void expectRows(const Property& property, const Rows& rows) {
-    ASSERT_EQ(property->size(), rows.size());
-    for (::osg::UInt32 i = 0; i < rows.size(); ++i)
-        EXPECT_EQ(property->getValue(i), rows[i]) << i;
 }
 
 TEST(CopyPrimitives, KeepsWhatIsAboveTheThresholdAndTheFirstOfEqualOnes) {
@@ -63,54 +37,55 @@ TEST(CopyPrimitives, KeepsWhatIsAboveTheThresholdAndTheFirstOfEqualOnes) {
         SCOPED_TRACE(round);
         const mesh_data mesh = separate(rng);
         const bool by_colors = round % 2 == 0;
-        const ::osg::MaterialPtr material = simple({1, 0, 0});
-        const node_ref node(meshNode(mesh, material));
+        const node_ref node(meshNode(mesh, simple({1, 0, 0})));
         std::vector<float> slot6;
         for (std::size_t i = 0; i < mesh.positions.size() * 9 / 10; ++i) // those not there count 0
             slot6.push_back(rng() % 40 == 0 ? NAN : float(rng() % 3) * 0.5F);
         coreOf(node.get())->setTexCoords6(propertyOf<::osg::GeoTexCoords1f>(slot6));
         const double mean = by_colors ? double(rng() % 36) / 4 / 9 : double(rng() % 7) / 2 / 3;
         const double threshold = round % 7 == 0 ? double(NAN) : mean;
-        const unsigned given = unsigned(rng() % 4);
+        unsigned left = unsigned(rng() % 4), equals = left;
 
-        unsigned left = given;
-        std::vector<unsigned> types, lengths;
-        mesh_data kept;
-        std::vector<::osg::Vec2f> ids;
-        for (const auto& [type, vertices] : elementsOf(mesh)) {
-            double sum = 0;
-            for (const std::size_t v : vertices)
-                for (unsigned k = 0; k < (by_colors ? 3U : 1U); ++k)
-                    sum += double(by_colors ? rowOf(mesh.colors, v)[k] : rowOf(slot6, v));
-            const double m = by_colors ? sum / 9 : sum / double(vertices.size());
-            const bool equal = left != 0 && m == threshold;
-            if ((by_colors && type != 4) || !(equal || m > threshold))
-                continue;
-            left -= equal ? 1 : 0;
-            types.push_back(type);
-            lengths.push_back(unsigned(vertices.size()));
-            for (const std::size_t v : vertices) {
-                kept.positions.push_back(mesh.positions[v]);
-                kept.normals.push_back(rowOf(mesh.normals, v));
-                kept.colors.push_back(rowOf(mesh.colors, v));
-                ids.emplace_back(rowOf(mesh.ids, v), 0.F);
+        std::ostringstream expected, found;
+        std::size_t first = 0;
+        for (const auto& [type, length] : mesh.primitives) {
+            const std::size_t size = type == 0 ? 1 : type == 1 ? 2 : 3;
+            for (std::size_t e = first; e + size <= first + length; e += size) {
+                double sum = 0;
+                for (std::size_t v = e; v < e + size; ++v)
+                    for (unsigned k = 0; k < (by_colors ? 3U : 1U); ++k)
+                        sum += double(by_colors ? rowOf(mesh.colors, v)[k] : rowOf(slot6, v));
+                const double m = by_colors ? sum / 9 : sum / double(size);
+                const bool equal = left != 0 && m == threshold;
+                if ((by_colors && type != 4) || !(equal || m > threshold))
+                    continue;
+                left -= equal ? 1 : 0;
+                expected << '\n' << type << ':' << size;
+                for (std::size_t v = e; v < e + size; ++v)
+                    expected << ' ' << mesh.positions[v] << rowOf(mesh.normals, v)
+                             << (by_colors ? ::osg::Color3f() : rowOf(mesh.colors, v))
+                             << rowOf(mesh.ids, v);
             }
+            first += length;
         }
-        unsigned equals = given;
         const auto copied = by_colors ? morva::osg::copyPrimitivesWithAOThresholdInColors
                                       : morva::osg::copyPrimitivesWithAOThreshold;
         const geometry_ref copy(copied(node.get(), threshold, equals));
         ASSERT_NE(copy.get(), ::osg::NullFC);
-        EXPECT_EQ(equals, left);
-        EXPECT_EQ(copy->getMaterial(), material);
-        expectRows(copy->getTypes(), types);
-        expectRows(copy->getLengths(), lengths);
-        expectRows(copy->getPositions(), kept.positions);
-        expectRows(copy->getNormals(), kept.normals);
         ASSERT_EQ(copy->getColors() == ::osg::NullFC, by_colors);
-        if (!by_colors)
-            expectRows(copy->getColors(), kept.colors);
-        expectRows(copy->getTexCoords7(), ids);
+        ::osg::UInt32 v = 0;
+        for (::osg::UInt32 i = 0; i < copy->getTypes()->size(); ++i) {
+            const auto end = v + copy->getLengths()->getValue(i);
+            found << '\n' << int(copy->getTypes()->getValue(i)) << ':' << end - v;
+            for (; v < end; ++v)
+                found << ' ' << copy->getPositions()->getValue(v) << copy->getNormals()->getValue(v)
+                      << (by_colors ? ::osg::Color3f() : copy->getColors()->getValue(v))
+                      << copy->getTexCoords7()->getValue(v)[0];
+        }
+        EXPECT_EQ(found.str(), expected.str());
+        EXPECT_EQ(copy->getPositions()->size(), v);
+        EXPECT_EQ(equals, left);
+        EXPECT_EQ(copy->getMaterial(), coreOf(node.get())->getMaterial());
         EXPECT_EQ(morva::osg::broken_rule_of(node_ref(nodeOf(copy)).get()), "");
     }
     unsigned none = 0;
@@ -233,23 +208,16 @@ TEST(BuildModelHullWithVertexColors, CountsAllElementsAndKeepsTriangles) {
         node_ref(morva::osg::buildModelHullWithVertexColors(::osg::NullFC, 1))->getNChildren(), 0U);
 }
 
-TEST(OptTreeHulls, TakeThePlaceOfTheRootAndCarryIds) {
-    for (const std::string keys :
-         {"buildhullwithcolors(1),", "buildhull(1),buildhullwithcolors(1),", "buildhull(1),"}) {
-        const node_ref parent(group()), root(model());
-        parent->addChild(root);
-        const stream_capture out(std::cout);
-        const node_ref result(
-            morva::osg::optTree(root.get(), keys + "maxtris(100),idmapinroot(true)"));
-        EXPECT_NE(out.text().find("Merge Geometry. Cacheopt: 1\n"), std::string::npos);
-        ASSERT_EQ(parent->getNChildren(), 1U);
-        EXPECT_NE(parent->getChild(0), root.get());
-        EXPECT_NE(parent->getChild(0), result.get());
-    }
-    const auto& ids = morva::osg::getIDmapHandler();
-    EXPECT_TRUE(std::any_of(ids.usage.begin(), ids.usage.end(), [&ids](const auto& used) {
-        return ids.names[std::size_t(used.first)] == "block";
-    })) << "its triangles are among those that stay";
+TEST(OptTreeHulls, TakeThePlaceOfTheRoot) {
+    const node_ref parent(group()), root(model());
+    parent->addChild(root);
+    const stream_capture out(std::cout);
+    const node_ref result(morva::osg::optTree(
+        root.get(), "buildhull(1),buildhullwithcolors(1),maxtris(100),idmapinroot(true)"));
+    EXPECT_NE(out.text().find("Merge Geometry. Cacheopt: 1\n"), std::string::npos);
+    ASSERT_EQ(parent->getNChildren(), 1U);
+    EXPECT_NE(parent->getChild(0), root.get());
+    EXPECT_NE(parent->getChild(0), result.get());
 }
 
 } // namespace
