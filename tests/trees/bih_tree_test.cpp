@@ -60,44 +60,6 @@ TEST(BihCompile, BuildsTheTreeOfItsNaiveTwinOverArraysAndOverFlatTriangles) {
     }
 }
 
-TEST(BihRules, NameWhatIsBroken) {
-    const struct {
-        const char* rule;
-        void (*spoil)(bih_tree<float>& tree, build_setup& setup);
-    } rows[] = {
-        {"", [](auto&, auto&) {}},
-        {"active", [](auto& t, auto&) { t.active = 0; }},
-        {"node_count below node_capacity", [](auto& t, auto&) { t.node_capacity = 6; }},
-        {"one index per element", [](auto& t, auto&) { --t.index_count; }},
-        {"all nodes hang below the root", [](auto& t, auto&) { t.node_count = 7; }},
-        {"nodes stand in pre-order", [](auto& t, auto&) { t.node_count = 5; }},
-        {"leaf_count counts the leaves", [](auto& t, auto&) { ++t.leaf_count; }},
-        {"max_leaf_size is that of the fullest leaf", [](auto& t, auto&) { ++t.max_leaf_size; }},
-        {"max_depth_reached is that of an inner node",
-         [](auto& t, auto&) { ++t.max_depth_reached; }},
-        {"no children below max_depth", [](auto&, auto& setup) { setup.max_depth = 0; }},
-        {"nodes are divided where their box is longest", [](auto& t, auto&) { ++t.nodes[1].axis; }},
-        {"right follows the left subtree", [](auto& t, auto&) { ++t.nodes[0].right; }},
-        {"what is divided has more than max_elements", [](auto&, auto& s) { s.max_elements = 2; }},
-        {"leaves have no children", [](auto& t, auto&) { t.nodes[2].right = 3; }},
-        {"leaves are small or deep", [](auto&, auto& s) { s.max_elements = 0; }},
-        {"leaves lie end to end", [](auto& t, auto&) { ++t.nodes[2].first; }},
-        {"each element has one index", [](auto& t, auto&) { t.indices[1] = t.indices[0]; }},
-        {"elements lie on the side of their centre",
-         [](auto& t, auto&) { std::swap(t.indices[0], t.indices[3]); }},
-        {"planes are wider than their elements",
-         [](auto& t, auto&) { t.nodes[4].right_plane = std::nextafter(3 - 0.02f, 9.0f); }}};
-    for (const auto& row : rows) {
-        whole_boxes geoset({{{{0, 1}}}, {{{1, 2}}}, {{{2, 3}}}, {{{3, 4}}}}); // side by side on x
-        build_setup setup{1, 9};
-        bih_tree<float> tree;
-        compile(geoset, tree, setup);
-        ASSERT_EQ(tree.node_count, 6U);
-        row.spoil(tree, setup);
-        EXPECT_EQ(broken_rule_of(tree, geoset, setup), row.rule);
-    }
-}
-
 /// More elements than there are numbers for; none of them is ever asked for.
 struct endless {
     using scalar_type = float;

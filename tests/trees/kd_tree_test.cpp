@@ -139,45 +139,4 @@ TEST(Sort, KeepsNewIndicesBetweenTheOldOnes) {
     }
 }
 
-TEST(KdRules, NameWhatIsBroken) {
-    const struct {
-        const char* rule;
-        void (*spoil)(kd_tree<float>& tree, kd_build_setup& setup);
-    } rows[] = {
-        {"", [](auto&, auto&) {}},
-        {"node_count below node_capacity", [](auto& t, auto&) { t.node_capacity = 6; }},
-        {"index_count within index_capacity", [](auto& t, auto&) { t.index_capacity = 3; }},
-        {"all nodes hang below the root", [](auto& t, auto&) { t.node_count = 7; }},
-        {"nodes stand in pre-order", [](auto& t, auto&) { t.node_count = 5; }},
-        {"leaf_count counts the leaves", [](auto& t, auto&) { ++t.leaf_count; }},
-        {"max_leaf_size is that of the fullest leaf", [](auto& t, auto&) { ++t.max_leaf_size; }},
-        {"no node below max_depth", [](auto&, auto& setup) { setup.max_depth = 1; }},
-        {"axis is 0, 1 or 2", [](auto& t, auto&) { t.nodes[1].axis = 3; }},
-        {"right follows the left subtree", [](auto& t, auto&) { ++t.nodes[0].right; }},
-        {"leaves lie end to end", [](auto& t, auto&) { ++t.nodes[2].first; }},
-        {"leaves cover all indices", [](auto& t, auto&) { ++t.index_count; }},
-        {"indices are element numbers", [](auto& t, auto&) { t.indices[3] = 4; }},
-        {"every element stands in a leaf",
-         [](auto& t, auto& setup) {
-             setup.straddle_mode = 1; // cut elements are not asked for their side
-             t.indices[0] = t.indices[1];
-         }},
-        {"no element stands twice",
-         [](auto& t, auto& setup) {
-             setup.straddle_mode = 1;
-             t.indices[1] = t.indices[0];
-         }},
-        {"elements lie on their side of each plane",
-         [](auto& t, auto&) { std::swap(t.indices[0], t.indices[3]); }}};
-    for (const auto& row : rows) {
-        whole_boxes geoset({{{{0, 1}}}, {{{1, 2}}}, {{{2, 3}}}, {{{3, 4}}}}); // side by side on x
-        kd_build_setup setup{1, 9, 3, 1, 2, 0.95f, false};
-        kd_tree<float> tree;
-        compile(geoset, tree, setup, morva::kd_strategy_median());
-        ASSERT_EQ(tree.node_count, 6U);
-        row.spoil(tree, setup);
-        EXPECT_EQ(broken_rule_of(tree, geoset, setup), row.rule);
-    }
-}
-
 } // namespace

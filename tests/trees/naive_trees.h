@@ -100,18 +100,23 @@ inline morva::float_box half_of(morva::float_box box, int axis, float plane, boo
     return box;
 }
 
-inline morva::float_box naive_box(const std::vector<box3>& boxes) {
-    morva::float_box all;
-    for (std::size_t a = 0; a < 3; ++a) {
-        all.min[a] = boxes[0][a][0];
-        all.max[a] = boxes[0][a][1];
-        for (const box3& box : boxes) {
-            all.min[a] = box[a][0] < all.min[a] ? box[a][0] : all.min[a];
-            all.max[a] = box[a][1] > all.max[a] ? box[a][1] : all.max[a];
-        }
-    }
-    all.refresh_extent();
+/// The box of boxes, by the first one and what compares with it.
+inline box3 hull_of(const std::vector<box3>& boxes) {
+    box3 all = boxes[0];
+    for (const box3& box : boxes)
+        for (std::size_t a = 0; a < 3; ++a)
+            all[a] = {box[a][0] < all[a][0] ? box[a][0] : all[a][0],
+                      box[a][1] > all[a][1] ? box[a][1] : all[a][1]};
     return all;
+}
+
+inline morva::float_box naive_box(const std::vector<box3>& boxes) {
+    const box3 all = hull_of(boxes);
+    morva::float_box box;
+    box.min = {all[0][0], all[1][0], all[2][0]};
+    box.max = {all[0][1], all[1][1], all[2][1]};
+    box.refresh_extent();
+    return box;
 }
 
 /// Divides a range of a bih.

@@ -9,6 +9,7 @@
 namespace morva_test {
 
 using morva::bih_tree;
+using morva::empty_trace_statistics;
 using morva::float3;
 using flat_triangles = std::vector<morva::float_triangle>;
 using flat_list = morva::geo_set_convertable<morva::float_triangle, morva::float_triangle>;
@@ -21,24 +22,16 @@ inline flat_list list_of(flat_triangles& triangles) {
     return list;
 }
 
-/// Extents of triangles, by the first corner and what compares with it.
 inline std::vector<box3> extents_of(const flat_triangles& triangles) {
     std::vector<box3> extents;
     for (const auto& t : triangles) {
-        extents.emplace_back();
-        for (std::size_t a = 0; a < 3; ++a) {
-            auto& [low, high] = extents.back()[a];
-            low = high = t.a[a];
-            for (const float x : {t.b[a], t.c[a]}) {
-                low = x < low ? x : low;
-                high = x > high ? x : high;
-            }
-        }
+        std::vector<box3> corners;
+        for (const float3& p : {t.a, t.b, t.c})
+            corners.push_back({{{p[0], p[0]}, {p[1], p[1]}, {p[2], p[2]}}});
+        extents.push_back(hull_of(corners));
     }
     return extents;
 }
-
-using morva::empty_trace_statistics;
 
 struct test_ray {
     float3 from, to, inverse;
@@ -142,19 +135,7 @@ struct naive_ray {
 };
 
 /// What is wrong with the triangles of a scene.
-enum class mesh {
-    soup,
-    ball,
-    slivers,
-    sheets,
-    stairs,
-    far_ball,
-    tiny,
-    huge,
-    copies,
-    spoiled,
-    count
-};
+enum class mesh { soup, ball, slivers, stairs, far_ball, tiny, huge, copies, spoiled, count };
 
 inline float3 point_in(std::mt19937& random, float size) {
     std::uniform_real_distribution<float> unit(-size, size);
@@ -189,15 +170,6 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         const float3 b = shifted(a, side, 1);
         add(a, b, shifted(shifted(b, side, 0.1f), point_in(random, 1), thin));
     }
-    const float3 sides[] = {point_in(random, 1), point_in(random, 1), point_in(random, 1)};
-    for (int i = 0; i < 300 && kind == mesh::sheets; ++i) { // all over each other in three planes
-        float3 corner[3];
-        for (float3& c : corner) {
-            const float3 at = point_in(random, i % 4 == 0 ? 1.0f : 0.1f);
-            c = shifted(shifted(c, sides[i % 3], at[0]), sides[(i + 1) % 3], at[1]);
-        }
-        add(corner[0], corner[1], corner[2]);
-    }
     for (int i = 0; i < 100 && kind == mesh::stairs; ++i) { // across the axes, on one grid
         const float x = float(i % 10) * 0.25f, y = float(i / 10) * 0.25f, z = float(i % 4) * 0.25f;
         const float3 p{x, y, z}, u{x + 0.25f, y, z}, v{x, y + 0.25f, z}, w{x, y, z + 0.25f};
@@ -224,6 +196,24 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
     for (std::size_t i = 0, n = made.size(); kind == mesh::copies && i < 7 * n; ++i)
         made.push_back(made[i % n]);
     return made;
+}
+
+/// The part of a ray within a box; false for none.
+inline bool naive_clip(const morva::float_box& box, const float3& from, const float3& direction,
+                       float& entry, float& exit) {
+    entry = 0;
+    exit = std::numeric_limits<float>::max();
+    for (std::size_t i = 0; i < 3 && !(entry > exit); ++i) {
+        const float a = (box.min[i] - from[i]) * (1 / direction[i]);
+        const float b = (box.max[i] - from[i]) * (1 / direction[i]);
+        if (!(std::abs(direction[i]) < 1e-6f)) {
+            entry = (a > b ? b : a) > entry ? (a > b ? b : a) : entry;
+            exit = (a > b ? a : b) < exit ? (a > b ? a : b) : exit;
+        } else if (from[i] < box.min[i] || from[i] > box.max[i]) {
+            exit = -1;
+        }
+    }
+    return !(entry > exit);
 }
 
 /// A ray at the triangles, of one of several troublesome kinds.
@@ -263,8 +253,12 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
         direction.normalize();
     for (std::size_t i = 0; i < 3; ++i)
         ray.inverse[i] = 1 / direction[i];
-    if (random() % 16 == 0 ||
-        !morva::clip_ray(list.box, ray.from, direction, ray.t_min, ray.t_max)) {
+    const bool meets_box = naive_clip(list.box, ray.from, direction, ray.t_min, ray.t_max);
+    float entry = 0, exit = 0;
+    EXPECT_EQ(morva::clip_ray(list.box, ray.from, direction, entry, exit), meets_box);
+    EXPECT_TRUE(!meets_box ||
+                (kind_of(entry) == kind_of(ray.t_min) && kind_of(exit) == kind_of(ray.t_max)));
+    if (random() % 16 == 0 || !meets_box) {
         ray.t_min = 0;
         ray.t_max = 4 * size;
     }
@@ -285,10 +279,10 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
     return ray;
 }
 
-inline void fire(const bih_tree<float>& tree, const flat_list& list, test_ray& ray) {
+inline void fire(const bih_tree<float>& tree, const flat_list& list, test_ray& ray, int node = 0) {
     empty_trace_statistics none;
-    fire_ray_rec(tree, 0, list, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit, none,
-                 ray.ignored);
+    fire_ray_rec(tree, node, list, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit,
+                 none, ray.ignored);
 }
 
 inline const void* companion_of(const bih_tree<float>& tree) {
@@ -297,7 +291,7 @@ inline const void* companion_of(const bih_tree<float>& tree) {
 
 /// Rays and what the naive descent finds, at a ball.
 struct ball_rays {
-    std::mt19937 random{331};
+    std::mt19937 random{seedOf(331)};
     flat_triangles triangles = make_mesh(random, mesh::ball);
     flat_list list = list_of(triangles);
     std::vector<test_ray> rays, twins;
