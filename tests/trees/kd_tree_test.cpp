@@ -51,6 +51,25 @@ bool expect_twin_tree(const std::vector<box3>& boxes, const kd_build_setup& setu
     return !tree.nodes[0].is_leaf();
 }
 
+/// One sort: old left, new left, new right, old right, then the tail.
+void expect_twin_sort(const std::vector<box3>& boxes, int mode, std::mt19937& random) {
+    cut_boxes geoset(boxes), naive(boxes);
+    const std::uint64_t first = boxes.size() / 4, count = boxes.size() / 2;
+    const float plane = float(random() % 7) - 2;
+    const int axis = int(random() % 3);
+    kd_tree<float> tree;
+    prepare_tree(tree, boxes.size(), {});
+    tree.resize_indices(tree.index_count); // no room to spare
+    auto indices = naive_tree(boxes.size()).indices;
+    int added = 0;
+    bool stop = true; // callers pass it along
+    const auto left = sort(geoset, first, count, plane, axis, added, tree, stop, mode);
+    EXPECT_EQ(left, naive_sort(naive, indices, first, count, plane, axis, mode));
+    EXPECT_EQ(boxes.size() + std::uint64_t(added), indices.size());
+    EXPECT_EQ(std::vector(tree.indices, tree.indices + tree.index_count), indices);
+    EXPECT_TRUE(stop);
+}
+
 template <typename Strategy>
 void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) {
     std::mt19937 random(seedOf(20240));
@@ -78,33 +97,16 @@ void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) 
         } else if (boxes.size() > 3) {
             const auto spare = 1 + random() % 3;
             cuts += expect_twin_tree<cut_boxes>(boxes, setup, strategy, random, spare) ? 1 : 0;
+            expect_twin_sort(boxes, setup.straddle_mode, random);
         }
     }
     EXPECT_GT(cuts, loose_cuts);
-}
-
-/// A strategy that the library does not know: a quarter of the axis behind the longest.
-struct quarters {
-    struct build_state {};
-    template <typename Range>
-    float plane(const Range&, const morva::float_box& box, int& axis, build_state&) const {
-        axis = (axis + 1) % 3;
-        return box.min[std::size_t(axis)] + box.extent[std::size_t(axis)] * 0.25f;
-    }
-};
-
-template <typename Geoset>
-float naive_plane(const quarters& strategy, const naive_range<Geoset>& range,
-                  const morva::float_box& box, int& axis) {
-    quarters::build_state none;
-    return strategy.plane(range, box, axis, none);
 }
 
 TEST(Compile, BuildsTheTreeOfItsNaiveTwinAndSaysTheSame) {
     expect_twins_everywhere(morva::kd_strategy_median(), 100);
     expect_twins_everywhere(morva::kd_strategy_ObjMedian(), 100);
     expect_twins_everywhere(morva::kd_strategy_SAH(), 40);
-    expect_twins_everywhere(quarters(), 100);
 }
 
 TEST(CheckResize, DoublesTheRoomOfTheFirstNodeThatHasNone) {
@@ -112,30 +114,6 @@ TEST(CheckResize, DoublesTheRoomOfTheFirstNodeThatHasNone) {
     for (const auto& [node, room] : {std::pair(0U, 1U), {1U, 2U}, {1U, 2U}, {2U, 4U}, {3U, 4U}}) {
         tree.check_resize(node);
         EXPECT_EQ(tree.node_capacity, room);
-    }
-}
-
-// Old left, new left, new right, old right, then the tail: with cuts and with references.
-TEST(Sort, KeepsNewIndicesBetweenTheOldOnes) {
-    std::mt19937 random(seedOf(17));
-    for (int round = 0; round < roundsOf(200); ++round) {
-        const auto boxes = make_boxes(random, 4 + random() % 30, trouble(random() % 4));
-        const int mode = 1 + int(random() % 3), axis = int(random() % 3);
-        const float plane = float(random() % 7) - 2;
-        const std::uint64_t first = random() % 3, count = boxes.size() - first - random() % 2;
-        cut_boxes geoset(boxes), naive(boxes);
-        kd_tree<float> tree;
-        prepare_tree(tree, boxes.size(), {});
-        if (round % 2 == 0)
-            tree.resize_indices(tree.index_count); // no room to spare
-        auto indices = naive_tree(boxes.size()).indices;
-        int added = 0;
-        bool stop = round % 3 == 0; // callers pass it along
-        const auto left = sort(geoset, first, count, plane, axis, added, tree, stop, mode);
-        EXPECT_EQ(left, naive_sort(naive, indices, first, count, plane, axis, mode));
-        EXPECT_EQ(boxes.size() + std::uint64_t(added), indices.size());
-        EXPECT_EQ(std::vector(tree.indices, tree.indices + tree.index_count), indices);
-        EXPECT_EQ(stop, round % 3 == 0);
     }
 }
 
