@@ -13,8 +13,6 @@
 
 namespace {
 
-using morva::osg::AddAmbientOcclusion;
-
 /// Shots of this process: its first caller's, whatever a test asks for.
 int shotsHere() {
     const char* wish = std::getenv("MORVA_TEST_SHOTS");
@@ -161,10 +159,7 @@ std::string bake(const ::osg::NodePtr& root, bool replace, int shots, unsigned t
     const stream_capture out(std::cout);
     const bool ids_are_kept = morva::osg::getIDmapHandler().merged;
     std::cout << std::scientific << std::setprecision(7); // must not reach the numbers
-    if (threads == 1)
-        AddAmbientOcclusion(root, replace, shots, 1);
-    else
-        morva::osg::bakeOcclusion(root, replace, shots, threads);
+    morva::osg::bakeOcclusion(root, replace, shots, threads);
     EXPECT_EQ(morva::osg::getIDmapHandler().merged, ids_are_kept);
     return out.text();
 }
@@ -285,7 +280,7 @@ TEST(Occlusion, TellsHowFarItIsAndOfNumbersOfShotsOutOfRange) {
         EXPECT_TRUE(morva::osg::getRayVecs(unsigned(shots)).empty());
         EXPECT_EQ(morva::osg::raysInForce(shots), 0U);
         const stream_capture out(std::cout);
-        AddAmbientOcclusion(root.get(), true, shots, 1);
+        morva::osg::AddAmbientOcclusion(root.get(), true, shots, 1);
         morva::osg::gutOutModelPerAmbientOcclusion(root.get(), shots, 0, 1);
         EXPECT_EQ(morva::osg::buildModelHull(root.get(), {}, 3, unsigned(shots), true), root.get());
         const std::string line =

@@ -5,35 +5,24 @@ namespace {
 using morva::kd_build_setup;
 using morva::kd_tree;
 
-/// The box of the elements, or with `spare` one that fits loosely, and here and there not at all.
-morva::float_box box_around(const morva::float_box& tight, std::uint64_t spare,
-                            std::mt19937& random) {
-    morva::float_box box = tight;
-    for (std::size_t a = 0; spare > 0 && a < 3; ++a) {
-        if (random() % 2 == 0)
-            box.max[a] += float(random() % 20);
-        if (random() % 3 == 0)
-            box.min[a] -= float(random() % 20);
-        if (random() % 8 == 0)
-            box.max[a] = box.min[a]; // no area to speak of
-    }
-    box.refresh_extent();
-    return box;
-}
-
 /// Builds a tree anew, and its twin: over all, or in a loose box over a part of the indices, those
 /// around which have to keep their values. True if the root was cut.
 template <typename Geoset, typename Strategy>
 bool expect_twin_tree(const std::vector<box3>& boxes, const kd_build_setup& setup,
                       const Strategy& strategy, std::mt19937& random, std::uint64_t spare = 0) {
     Geoset geoset(boxes), naive(boxes);
-    const auto box = box_around(morva::refresh_bounding_box(geoset), spare, random);
+    auto box = refresh_bounding_box(geoset);
+    for (std::size_t a = 0; spare > 0 && a < 3; ++a) { // loose, or without an area
+        box.max[a] = random() % 8 == 0 ? box.min[a] : box.max[a] + float(random() % 20);
+        box.min[a] -= float(random() % 3 == 0 ? random() % 20 : 0);
+    }
+    box.refresh_extent();
     const std::uint64_t first = spare / 2, count = geoset.size - spare;
     static kd_tree<float> tree;
     tree.factor = 7;
     naive_tree twin(std::max<std::uint64_t>(geoset.size, 1)); // an empty tree has one index, too
     const stream_capture twin_told(std::cout);
-    naive_build(twin, naive, first, count, box, 0, setup, strategy);
+    naive_build<Strategy>(twin, naive, first, count, box, 0, setup);
     const stream_capture told(std::cout);
     if (spare == 0) {
         compile(geoset, tree, setup, strategy);

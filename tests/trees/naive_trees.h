@@ -169,66 +169,46 @@ template <typename Geoset> float2 extent_of(const Geoset& geoset, int axis, std:
     return extent;
 }
 
-template <typename Geoset> struct naive_range {
-    const Geoset& geoset;
-    const morva::kd_build_setup& setup;
-    std::vector<std::uint64_t> elements;
-};
-
-template <typename Geoset>
-float naive_plane(const morva::kd_strategy_median&, const naive_range<Geoset>&,
-                  const morva::float_box& box, int& axis) {
-    return box.extent[std::size_t(axis)] * 0.5f + box.min[std::size_t(axis)];
-}
-
-template <typename Geoset>
-float naive_plane(const morva::kd_strategy_ObjMedian&, const naive_range<Geoset>& range,
-                  const morva::float_box& box, int& axis) {
-    for (int a = 0; a < 3; ++a) {
-        for (const std::uint64_t e : range.elements) {
-            const auto [lo, hi] = extent_of(range.geoset, a, e);
-            if (std::isnan(lo) || std::isnan(hi))
-                std::cout << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << a << " Index: " << e
-                          << " MIN: " << lo << " MAX: " << hi << "\n";
-        }
-    }
-    return naive_plane(morva::kd_strategy_median(), range, box, axis);
-}
-
-/// The sweep over all bounds in order; what lies left of a bound or across it counts as nothing.
-template <typename Geoset>
-float naive_plane(const morva::kd_strategy_SAH&, const naive_range<Geoset>& range,
-                  const morva::float_box& box, int& axis) {
-    const float ex = box.extent[0], ey = box.extent[1], ez = box.extent[2];
-    const float area = 2.0f * (ex * ez + (ey * ez + ex * ey));
-    const float none = 0, right = float(range.elements.size());
-    float best = right * range.setup.cost_intersect;
-    float best_plane = box.min[std::size_t(axis)];
-    for (int a = 0; a < 3; ++a) {
+/// The plane of a strategy: the middle of the longest axis, after a word on each NaN or none; or
+/// the best of a sweep over all bounds in order, where what lies left of a bound or across it
+/// counts as nothing.
+template <typename Strategy, typename Geoset>
+float naive_plane(const Geoset& geoset, const morva::kd_build_setup& setup,
+                  const std::vector<std::uint64_t>& range, const morva::float_box& box, int& axis) {
+    constexpr bool sweeps = std::is_same_v<Strategy, morva::kd_strategy_SAH>;
+    constexpr bool speaks = std::is_same_v<Strategy, morva::kd_strategy_ObjMedian>;
+    const auto& size = box.extent;
+    const float area = 2.0f * (size[0] * size[2] + (size[1] * size[2] + size[0] * size[1]));
+    const float none = 0, right = float(range.size());
+    const float middle = size[std::size_t(axis)] * 0.5f + box.min[std::size_t(axis)];
+    float best = right * setup.cost_intersect, best_plane = box.min[std::size_t(axis)];
+    for (std::size_t k = 0; k < 3; ++k) {
         std::set<float> bounds; // a NaN in front equals all that come behind it
-        for (const std::uint64_t e : range.elements) {
-            const auto [lo, hi] = extent_of(range.geoset, a, e);
+        for (const std::uint64_t e : range) {
+            const auto [lo, hi] = extent_of(geoset, int(k), e);
+            if (speaks && (std::isnan(lo) || std::isnan(hi)))
+                std::cout << "Found NAN in kd_strategy_ObjMedian!\nAXIS: " << k << " Index: " << e
+                          << " MIN: " << lo << " MAX: " << hi << "\n";
             bounds.insert(lo);
             if (lo != hi)
                 bounds.insert(hi);
         }
-        const std::size_t k = std::size_t(a);
-        const float u = box.extent[(k + 1) % 3], w = box.extent[(k + 2) % 3];
+        const float u = size[(k + 1) % 3], w = size[(k + 2) % 3];
         const float left_base = w * u - u * box.min[k] - box.min[k] * w;
         const float right_base = w * u + u * box.max[k] + box.max[k] * w;
         for (const float c : bounds) {
             const float p_left = 2.0f * (left_base + u * c + w * c) / area;
             const float p_right = 2.0f * (right_base - u * c - w * c) / area;
-            const float side = (none * p_left + right * p_right) * range.setup.cost_intersect;
-            const float cost = side * range.setup.cost_factor + range.setup.cost_traversal;
-            if (best > cost) {
+            const float side = (none * p_left + right * p_right) * setup.cost_intersect;
+            const float cost = side * setup.cost_factor + setup.cost_traversal;
+            if (sweeps && best > cost) {
                 best = cost;
                 best_plane = c;
-                axis = a;
+                axis = int(k);
             }
         }
     }
-    return best_plane;
+    return sweeps ? best_plane : middle;
 }
 
 /// Sorts a range of the list, shifting what lies behind it; returns the left count.
@@ -269,17 +249,16 @@ std::uint64_t naive_sort(Geoset& geoset, std::vector<std::uint64_t>& indices, st
 }
 
 /// Builds a kd-tree over a range.
-template <typename Geoset, typename Strategy>
+template <typename Strategy, typename Geoset>
 void naive_build(naive_tree& tree, Geoset& geoset, std::uint64_t first, std::uint64_t count,
-                 const morva::float_box& box, unsigned depth, const morva::kd_build_setup& setup,
-                 const Strategy& strategy) {
+                 const morva::float_box& box, unsigned depth, const morva::kd_build_setup& setup) {
     const auto begin = tree.indices.begin() + std::ptrdiff_t(first);
     int axis = longest_of(box);
     float plane = 0;
     bool stop = count < setup.max_elements || depth >= setup.max_depth;
     if (!stop) {
-        const naive_range<Geoset> range{geoset, setup, {begin, begin + std::ptrdiff_t(count)}};
-        plane = naive_plane(strategy, range, box, axis);
+        plane =
+            naive_plane<Strategy>(geoset, setup, {begin, begin + std::ptrdiff_t(count)}, box, axis);
         stop = plane == box.min[std::size_t(axis)] || plane == box.max[std::size_t(axis)];
     }
     if (stop) {
@@ -295,8 +274,8 @@ void naive_build(naive_tree& tree, Geoset& geoset, std::uint64_t first, std::uin
         const std::uint64_t at =
             first + (is_left ? 0 : tree.indices.size() - before + count - right);
         if (size > setup.max_elements && depth < setup.max_depth)
-            naive_build(tree, geoset, at, size, half_of(box, axis, plane, is_left), depth + 1,
-                        setup, strategy);
+            naive_build<Strategy>(tree, geoset, at, size, half_of(box, axis, plane, is_left),
+                                  depth + 1, setup);
         else
             tree.leaf(at, size, depth + 1);
     };

@@ -252,9 +252,10 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
     return ray;
 }
 
-inline void fire(const bih_tree<float>& tree, const flat_list& list, test_ray& ray, int node = 0) {
+template <typename Geoset>
+void fire(const bih_tree<float>& tree, const Geoset& geoset, test_ray& ray, int node = 0) {
     empty_trace_statistics none;
-    fire_ray_rec(tree, node, list, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit,
+    fire_ray_rec(tree, node, geoset, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit,
                  none, ray.ignored);
 }
 

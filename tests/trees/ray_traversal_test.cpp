@@ -95,6 +95,37 @@ TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
     }
 }
 
+struct part_of_scene {
+    morva::float_box bbox;
+    const morva::float_triangle* simple_tris;
+};
+struct scene_of_one {
+    std::uint32_t built_count;
+    const bih_tree<float>* trees;
+    const part_of_scene* geosets;
+};
+
+TEST(FireRayRec, MeetsAPartOfASceneAtTheSideOfItsBox) {
+    std::mt19937 random(seedOf(334));
+    flat_triangles wall{{{0.7f, 0, 0}, {0.7f, 0, 9}, {0.7f, 9, 0}}};
+    flat_list list = list_of(wall);
+    whole_boxes boxes(extents_of(wall));
+    bih_tree<float> tree, top;
+    compile(list, tree, {3, 50});
+    compile(boxes, top, {1, 100});
+    const part_of_scene part{boxes.bbox, wall.data()};
+    for (int i = 0; i < roundsOf(1000); ++i) {
+        test_ray ray;
+        ray.from = point_in(random, 0.6f);
+        ray.to = {0.7f, float(1 + random() % 3), float(1 + random() % 3)};
+        for (std::size_t a = 0; a < 3; ++a)
+            ray.inverse[a] = 1 / (ray.to[a] - ray.from[a]);
+        ray.t_max = 2;
+        fire(top, scene_of_one{1, &tree, &part}, ray);
+        EXPECT_TRUE(ray.hit.hit) << i;
+    }
+}
+
 TEST(IntersectSegTriangle, TriesTheBackFirstIfAskedAndCountsEdgesAndEnds) {
     std::mt19937 random(seedOf(332));
     const naive_tree no_tree(0);
