@@ -92,4 +92,11 @@ inline mesh_data baked(mesh_data mesh, const ::osg::Matrix& matrix) {
     return mesh;
 }
 
+/// The mesh and, with its front inwards, the same one made smaller: a body with a hollow.
+inline mesh_data hollowed(mesh_data mesh, float inner = 0.9F) {
+    const mesh_data inside = turnedOver(baked(mesh, scaled({inner, inner, inner})));
+    mesh.positions.insert(mesh.positions.end(), inside.positions.begin(), inside.positions.end());
+    return triangles(mesh.positions);
+}
+
 } // namespace morva_test

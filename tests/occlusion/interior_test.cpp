@@ -17,13 +17,6 @@ mesh_data block(float size, const ::osg::Vec3f& at = {0, 0, 0}, unsigned cells =
     return baked(blockMesh(cells), scaled({size, size, size}, at));
 }
 
-/// A surface that is seen from both sides, the inner one a little smaller.
-mesh_data shell(mesh_data outer, float inner = 0.9F) {
-    const mesh_data more = turnedOver(baked(outer, scaled({inner, inner, inner})));
-    outer.positions.insert(outer.positions.end(), more.positions.begin(), more.positions.end());
-    return triangles(outer.positions);
-}
-
 /// Walls of a box from -1 to 1, a little larger than its sides, around a ball; without thickness
 /// they are sheets that are seen from both sides.
 node_list box(const char* name, unsigned sides, float thickness) {
@@ -53,19 +46,19 @@ node_list box(const char* name, unsigned sides, float thickness) {
         // Vertices are moved off their surface, here to behind the skin.
         {transformed(placed(rng, {}, {1, 1, 1}),
                      {part("skin", turnedOver(ball(0.5003F))), part("in the skin", ball(0.5F))})},
-        {part("wide", shell(ball(4.2F), 1)), part("in the wide", ball(0.5F))},
-        {part("outer", shell(ball(1.5F))), part("inner", shell(ball(1))),
+        {part("wide", hollowed(ball(4.2F), 1)), part("in the wide", ball(0.5F))},
+        {part("outer", hollowed(ball(1.5F))), part("inner", hollowed(ball(1))),
          part("lining", turnedOver(ball(1.2F))), moved({0.1F, 0, 0}, {part("core", ball(0.5F))})},
-        {part("shell", shell(ball(1))), holder},
+        {part("shell", hollowed(ball(1))), holder},
         {named("empty", nodeOf(none)), named("bare", nodeOf(::osg::Geometry::create())),
-         hidden(part("hidden", shell(ball(1)))), part("in the hidden", ball(0.5F))}};
+         hidden(part("hidden", hollowed(ball(1)))), part("in the hidden", ball(0.5F))}};
     const ::osg::NodePtr root = group();
     for (std::size_t i = 0; i < std::size(places); ++i)
         root->addChild(moved({9 * float(i + 1), 0, 0}, places[i]));
     for (int i = 0; i < 9; ++i) { // where single precision alone loses hits
         const float size = 0.7F + 0.013F * float(i);
         root->addChild(moved({0.1F, 0.2F + 3.F * float(i), 0.3F},
-                             {part("room", shell(block(size, {}, 2), 1)),
+                             {part("room", hollowed(block(size, {}, 2), 1)),
                               part("in a room", block(0.4F * size, {}, 2))}));
     }
     return root;
@@ -74,11 +67,8 @@ node_list box(const char* name, unsigned sides, float thickness) {
 /// A box full of parts, and the sky, which rays that slip through an edge of the box meet far
 /// behind it.
 ::osg::NodePtr belowSky() {
-    mesh_data walls = block(2, {0, 0, 3});
-    const mesh_data inside = turnedOver(block(1.96F, {0, 0, 3}));
-    walls.positions.insert(walls.positions.end(), inside.positions.begin(), inside.positions.end());
-    const ::osg::NodePtr root =
-        group({part("sky", turnedOver(ball(70))), part("box", triangles(walls.positions))});
+    const ::osg::NodePtr root = group({part("sky", turnedOver(ball(70))),
+                                       moved({0, 0, 3}, {part("box", hollowed(block(2), 0.98F))})});
     for (int i = 0; i < 40; ++i) {
         const float at = 0.07F * static_cast<float>(i) - 1.4F;
         root->addChild(part("in the box", block(0.03F, {at, at, 3 - 0.5F * at})));

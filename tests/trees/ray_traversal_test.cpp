@@ -46,7 +46,7 @@ TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
             fire(tree, list, ray, int(node));
             ASSERT_TRUE(same_hits(ray.hit, twin.hit)) << "scene " << scene << ", ray " << i;
             hits += ray.hit.hit ? 1 : 0;
-            if (std::isfinite(ray.to[0] + ray.to[1] + ray.to[2]))
+            if (i % 4 == 0 && std::isfinite(ray.to[0] + ray.to[1] + ray.to[2]))
                 expect_any_met(triangles, ray, random);
         }
         EXPECT_NE(companion_of(tree), nullptr);
