@@ -60,20 +60,11 @@ TEST(BihCompile, BuildsTheTreeOfItsNaiveTwinOverArraysAndOverFlatTriangles) {
     }
 }
 
-/// More elements than there are numbers for; none of them is ever asked for.
-struct endless {
-    using scalar_type = float;
-    std::uint64_t size = std::uint64_t(1) << 31;
-    float* axis_min[3] = {};
-    float* axis_max[3] = {};
-    morva::float_box bbox;
-};
-
 TEST(BihCompile, FailsAsAWholeAndLeavesWhatItDoesNotBegin) {
     std::mt19937 random(seedOf(312));
     const auto boxes = make_boxes(random, 30, trouble::coincident);
-    whole_boxes geoset(boxes), none({});
-    endless many;
+    whole_boxes geoset(boxes), none({}), many({});
+    many.size = std::uint64_t(1) << 31; // none of them is ever asked for
     const naive_tree twin = naive_bih(boxes, naive_box(boxes), {1, 300});
     failInTurn(1, [&](const auto& starved) {
         bih_tree<float> tree;

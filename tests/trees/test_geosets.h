@@ -15,8 +15,6 @@ using box3 = std::array<float2, 3>; ///< per axis: low, high
 /// Boxes as elements; the arrays of a geoset, and nothing that cuts.
 struct whole_boxes {
     using scalar_type = float;
-    using point_type = morva::float3;
-    using vector_type = morva::float3;
 
     unsigned long size = 0;
     float* axis_min[3] = {};
@@ -30,13 +28,6 @@ struct whole_boxes {
     }
     whole_boxes(const whole_boxes&) = delete;
     whole_boxes& operator=(const whole_boxes&) = delete;
-
-    box3 box(std::size_t e) const {
-        box3 result{};
-        for (std::size_t a = 0; a < 3; ++a)
-            result[a] = {low[a][e], high[a][e]};
-        return result;
-    }
 
     /// Moves the arrays now and then, as a growing geoset does.
     void add(const box3& box) {
@@ -63,7 +54,8 @@ struct cut_boxes : whole_boxes {
         const float p = static_cast<float>(plane);
         if (e % 5 == 4 || !(low[a][e] < p && p < high[a][e]))
             return;
-        box3 keeps = box(e), goes = keeps;
+        box3 keeps{{{low[0][e], high[0][e]}, {low[1][e], high[1][e]}, {low[2][e], high[2][e]}}};
+        box3 goes = keeps;
         keeps[a][e % 2] = p;
         goes[a][1 - e % 2] = p;
         if (e % 3 == 0) { // a second cut across, so that pieces fall on one side too
@@ -88,8 +80,6 @@ struct cut_boxes : whole_boxes {
 /// Packed coordinates: an element's extent is read from the point itself.
 struct packed_points {
     using scalar_type = float;
-    using point_type = morva::float3;
-    using vector_type = morva::float3;
 
     unsigned long size = 0;
     std::vector<float> coordinates; ///< x, y, z of each point
