@@ -17,7 +17,7 @@ namespace {
 
 /// A core at two places in two materials, one without normals, a hidden one, one with a child.
 ::osg::NodePtr model() {
-    std::mt19937 rng(4);
+    std::mt19937 rng(seedOf(4));
     const ::osg::GeometryPtr shared = geometryOf(withColors(blockMesh(1), rng));
     return group({materialGroup(simple({1, 0, 0}), {named("a", nodeOf(shared))}),
                   moved({5, 0, 0}, {named("b", nodeOf(shared))}),
