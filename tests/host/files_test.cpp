@@ -78,6 +78,9 @@ void fill(const temporary_folder& folder) {
         fs::create_symlink(to, folder.file(name));
     fs::create_directories(folder.file("sub/folder.glb"));
     fs::create_directory(folder.file("sub/a(,b)"));
+    modelFile(folder.file("own.gltf"), texturedScene()); // whose buffer another folder's reads, too
+    writeBytes(folder.file("sub/up.gltf"), std::regex_replace(bytesOf(folder.file("own.gltf")),
+                                                              std::regex("own\\."), "../own."));
     mkfifo(folder.file("pipe").c_str(), 0600);
 
     const std::string whole = bytesOf(folder.file("in.glb"));
@@ -156,6 +159,7 @@ const file_case file_cases[] = {
     {"optimize @in.glb -o @o.gltf; optimize @in.glb -o @o.gltf -p maxtris(9)", 0, "",
      "!o.gltf +o.#.bin -o.#.bin"},
     {"optimize @in.gltf -o @in.gltf --overwrite -p maxtris(9)", 0, "", "!in.gltf +in.#.bin"},
+    {"optimize @sub/up.gltf -o @own.gltf --overwrite -p maxtris(9)", 0, "", "!own.gltf +own.#.bin"},
     // Links, places that are no files, and no map.
     {"optimize @in.glb -o @away.gltf", 0, "", "+sub/away.#.bin +sub/n"},
     {"optimize @in.glb -o @circle.glb", 1, "circle", ""},

@@ -4,6 +4,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "part_lookup.h"
 #include "tests/host/host_files.h"
 
 namespace morva_test {
@@ -151,6 +152,7 @@ TEST(Pick, AnswersAsTheTableSays) {
          {"beside no run", "pick @m.osb --rays @rays --json -p ,", 0,
           pair(lid, lid) + "\nnull\nnull"},
          {"a direction of length 0", "pick @m.osb --from 1,2,3 --to 1,2,3", 2, "length 0"},
+         {"a number too many", "pick @m.osb --from 1,2,3,x --dir 1,2,3", 2, "here are 4"},
          {"NaN", "pick @m.osb --from 1,2,nan --dir 1,2,3", 2, "--from: 'nan' is not finite"},
          {"too far", "pick @m.osb --from 1,2,1e39 --dir 1,2,3", 2, "'1e+39' is out of range"},
          {"two numbers", "pick @m.osb --from 1,2,3 --dir 1,2", 2,
@@ -199,6 +201,26 @@ TEST(Pick, TellsThePartsOfTheEngineInEveryForm) {
         runMorva({"optimize", engine, "-o", folder.file(file), "-q", "-p",
                   "maxtris(5000),idmapinroot(1)"});
         EXPECT_EQ(pick(std::string("@") + file), parts);
+    }
+}
+
+/// A name goes by its place only if each place is there.
+TEST(ResultParts, AreKnownByTheirPlacesOrNotAtAll) {
+    const node_ref source(group({named("a", meshNode(quads(1))), named("b", meshNode(quads(1)))}));
+    const auto parts = morva::host::namedParts(source.get(), true);
+    const morva::host::node_parts sources(parts);
+    for (const std::size_t places : {1, 2, 3}) {
+        node_list nodes;
+        for (std::size_t i = 0; i < places; ++i)
+            nodes.push_back(moved({0, 0, 0}, {meshNode(quads(1))}));
+        const node_ref result(group(nodes));
+        const morva::host::result_parts found(result.get(), sources,
+                                              {parts[0].path, parts[1].path});
+        for (std::size_t i = 0; i < places; ++i) {
+            morva::osg::ray_hit hit;
+            hit.node = nodes[i]->getChild(0);
+            EXPECT_EQ(found.of(hit).path, places > 1 && i < 2 ? parts[i].path : "");
+        }
     }
 }
 

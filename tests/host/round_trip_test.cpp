@@ -11,7 +11,9 @@
 
 #include <OpenSG/OSGQuaternion.h>
 
+#include "coordinate_sets.h"
 #include "geometry_view.h"
+#include "gltf_buffer.h"
 #include "gltf_material.h"
 #include "gltf_source.h"
 #include "image_codec.h"
@@ -280,23 +282,55 @@ TEST(MaterialRecords, ComeOutAgainAndTellMaterialsApart) {
         << other.err;
 }
 
+/// What reads the set of the colour untransformed reads a copy of it, if there is room for one.
 TEST(MaterialRecords, TransformsOfTheColourGoIntoItsCoordinates) {
-    const temporary_folder folder;
-    const model read = readModel(editedBox(folder, [](nlohmann::json& text) {
-        text["materials"][0]["pbrMetallicRoughness"]["baseColorTexture"]["extensions"] = {
-            {"KHR_texture_transform", {{"offset", {.5f, 0.f}}, {"scale", {2.f, 1.f}}}}};
-    }));
+    using json = nlohmann::json;
+    const auto core = [](const model& from) {
+        return coreOf(geometryNodes(from.root.get()).at(0));
+    };
     const model plain =
         readModel(std::string(MORVA_MODELS) + "/glTF2/BoxTexcoords-glTF/boxTexcoords.gltf");
-    const auto coordinates = [](const model& from) {
-        return coreOf(geometryNodes(from.root.get()).at(0))->getTexCoords();
-    };
-    const auto before = coordinates(plain), after = coordinates(read);
-    ASSERT_EQ(before->getSize(), after->getSize());
-    for (::osg::UInt32 i = 0; i < before->getSize(); ++i) {
-        EXPECT_FLOAT_EQ(after->getValue(i)[0], 2 * before->getValue(i)[0] + .5f);
-        EXPECT_NEAR(after->getValue(i)[1], before->getValue(i)[1], 1e-6f);
+    const auto before = core(plain)->getTexCoords();
+    for (const auto& [set, copied_to] : {std::pair(0, 2u), std::pair(3, morva::host::lost_set)}) {
+        const temporary_folder folder;
+        const model read = readModel(editedBox(folder, [set = set](json& text) {
+            json &attributes = text["meshes"][0]["primitives"][0]["attributes"],
+                 &surface = text["materials"][0]["pbrMetallicRoughness"];
+            for (int other = 2; other <= set; ++other)
+                attributes["TEXCOORD_" + std::to_string(other)] = attributes["TEXCOORD_0"];
+            surface["metallicRoughnessTexture"]["texCoord"] = set;
+            surface["baseColorTexture"] = {
+                {"index", 0},
+                {"texCoord", set},
+                {"extensions",
+                 {{"KHR_texture_transform",
+                   {{"offset", {.5f, .25f}}, {"scale", {2.f, 1.f}}, {"rotation", .5f}}}}}};
+        }));
+        const auto uses = read.records.find(core(read)->getMaterial())->uses;
+        ASSERT_EQ(uses.size(), 2u);
+        for (const morva::host::texture_use& use : uses)
+            EXPECT_EQ(use.unit, use.is_base ? 0u : copied_to);
+        const auto after = core(read)->getTexCoords(), copy = core(read)->getTexCoords2();
+        ASSERT_EQ(before->getSize(), after->getSize());
+        ASSERT_EQ(before->getSize(), copy->getSize());
+        const float c = std::cos(.5f), s = std::sin(.5f);
+        for (::osg::UInt32 i = 0; i < before->getSize(); ++i) {
+            const float u = 2 * before->getValue(i)[0], v = 1 - before->getValue(i)[1]; // downwards
+            EXPECT_NEAR(after->getValue(i)[0], .5f + u * c + v * s, 1e-5f);
+            EXPECT_NEAR(after->getValue(i)[1], .75f + u * s - v * c, 1e-5f);
+            EXPECT_EQ(copy->getValue(i), before->getValue(i));
+        }
     }
+}
+
+TEST(GltfBuffer, NumbersAreAsWideAsTheirVerticesWantAndBeginAtMultiplesOfFour) {
+    morva::host::gltf_buffer buffer;
+    for (const std::size_t vertices : {65535, 65536})
+        buffer.addIndices({0, 1, static_cast<std::uint32_t>(vertices - 1)}, vertices);
+    EXPECT_EQ(buffer.takeViews()[1]["byteOffset"], 8) << "6 bytes and 2 between";
+    const nlohmann::json accessors = buffer.takeAccessors();
+    EXPECT_EQ(accessors[0]["componentType"], 5123);
+    EXPECT_EQ(accessors[1]["componentType"], 5125) << "65,535 begins a new strip";
 }
 
 void pngFile(const std::string& path, std::vector<std::uint8_t> rgba) {

@@ -81,6 +81,16 @@ struct simplify_case {
 TEST(SimplifyCommand, AnswersAsTheTableSays) {
     const temporary_folder folder;
     modelFile(folder.file("m.osb"), yard());
+    node_list ten;
+    for (float shift = 0; shift < 10; ++shift) { // the same for all seeds
+        mesh_data one = hills(3);
+        for (::osg::Pnt3f& p : one.positions)
+            p[2] = std::sin(p[0] + shift) * std::cos(p[1]);
+        one.colors.clear();
+        one.coordinates.clear();
+        ten.push_back(meshNode(one));
+    }
+    modelFile(folder.file("ten.osb"), group(ten));
     std::filesystem::create_directory(folder.file("dir.lod2.osb"));
     const auto before = folder.entries();
     const std::string at = "simplify @m.osb -o @o.osb ";
@@ -111,6 +121,8 @@ TEST(SimplifyCommand, AnswersAsTheTableSays) {
         {at + "--ratio .5", 0, "ratio 0.5 ", {"o.osb"}},
         {at + "--ratio 1 --report @r.json", 0, "ratio 1 ", {"o.osb", "r.json"}},
         {at + "--triangles 300 --weld corner", 0, "\n300 triangles ", {"o.osb"}},
+        // 9.5 a part: what one does not take goes to the next.
+        {"simplify @ten.osb -o @o.osb --triangles 95", 0, " 180               95\n", {"o.osb"}},
         {at + "--triangles 1", 0, "1 triangle: floor reached in 3 parts, where", {"o.osb"}},
         {at + "--max-error .02",
          0,
