@@ -8,10 +8,9 @@ namespace {
 /// a rule.
 template <typename Tree, typename Setup, typename... Strategy>
 void expect_guarded(Setup setup, std::vector<std::uint64_t Tree::*> counts, Strategy... strategy) {
-    std::vector<box3> boxes; // side by side on x, two at each place
-    for (int i = 0; i < 8; ++i)
-        boxes.push_back({{{float(i / 2), float(i / 2 + 1)}}});
-    whole_boxes geoset(boxes);
+    whole_boxes geoset({}); // side by side on x, two at each place
+    for (const float x : {0.0f, 0.0f, 1.0f, 1.0f, 2.0f, 2.0f, 3.0f, 3.0f})
+        geoset.add({{{x, x + 1}}});
     Tree tree;
     compile(geoset, tree, setup, strategy...);
     ASSERT_EQ(tree.node_count, 6U);
