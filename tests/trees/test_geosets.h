@@ -121,8 +121,8 @@ inline std::vector<box3> make_boxes(std::mt19937& random, std::size_t count, tro
                 range = boxes[0][a];
             if (kind == trouble::far_away)
                 range = {range[0] + 1e8f, range[1] + 1e8f};
-            if (kind == trouble::nan && random() % (i == 0 ? 3 : 8) == 0)
-                range[random() % 2] = NAN;
+            if (kind == trouble::nan && random() % (i == 1 ? 2 : 8) == 0) // in front of parts, too
+                range[i == 1 ? 0 : random() % 2] = NAN;
             if (kind == trouble::infinite && random() % 8 == 0)
                 range[1] = INFINITY;
         }
