@@ -72,11 +72,31 @@ inline mesh_data pileMesh(unsigned count) {
     return triangles(corners);
 }
 
+/// The same triangles, seen from their other sides.
+inline mesh_data turnedOver(mesh_data mesh) {
+    for (std::size_t i = 0; i + 2 < mesh.positions.size(); i += 3)
+        std::swap(mesh.positions[i], mesh.positions[i + 1]);
+    return mesh;
+}
+
+inline ::osg::Matrix scaled(const ::osg::Vec3f& by, const ::osg::Vec3f& to = {0, 0, 0}) {
+    ::osg::Matrix matrix;
+    matrix.setTransform(to, ::osg::Quaternion(), by);
+    return matrix;
+}
+
 /// The same mesh behind a matrix.
 inline mesh_data baked(mesh_data mesh, const ::osg::Matrix& matrix) {
     for (::osg::Pnt3f& p : mesh.positions)
         matrix.multMatrixPnt(p);
     return mesh;
+}
+
+/// The mesh and, with its front inwards, the same one made smaller: a body with a hollow.
+inline mesh_data hollowed(mesh_data mesh, float inner = 0.9F) {
+    const mesh_data inside = turnedOver(baked(mesh, scaled({inner, inner, inner})));
+    mesh.positions.insert(mesh.positions.end(), inside.positions.begin(), inside.positions.end());
+    return triangles(mesh.positions);
 }
 
 } // namespace morva_test

@@ -314,6 +314,8 @@ TEST(IndexRebuild, JoinsAllEqualVerticesAndNothingElse) {
             continue;
         if (round % 4 == 0)
             storeOtherwise(core);
+        if (round % 5 == 0 && core->getTexCoords() != ::osg::NullFC) // shorter than the others
+            core->getTexCoords()->resize(core->getTexCoords()->size() / 2);
         contents expected = contentsOf(core);
         expected[5] = naiveJoined(core);
         if (core->getIndices() == ::osg::NullFC)

@@ -71,11 +71,10 @@ TEST(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
     expectCounts({3, 0, 0, 3, 1}, node.get());
     coreOf(node)->getTypes()->resize(1);
     expectCounts({1, 0, 0, 1, 1}, node.get());
-    const node_ref bare(::osg::Node::create()), holder(group()), lengths_only(meshNode(quads(1)));
-    coreOf(lengths_only)->setTypes(::osg::NullFC);
-    for (const ::osg::NodePtr& nothing :
-         {::osg::NodePtr(::osg::NullFC), bare.get(), holder.get(), lengths_only.get()})
-        expectCounts({0, 0, 0, 0, 0}, nothing);
+    coreOf(node)->setTypes(::osg::NullFC);
+    for (const node_ref& nothing :
+         {node_ref(), node_ref(::osg::Node::create()), node_ref(group()), node})
+        expectCounts({0, 0, 0, 0, 0}, nothing.get());
 }
 
 TEST(GetVertexCountOfPrimitiveType, KnowsThreeClasses) {
@@ -189,6 +188,7 @@ TEST(TriangleArea, IsFiniteAlways) {
     EXPECT_EQ(triangle_area({5, 5, 5}, {5, 5, 8}, {9, 5, 5}), 6.0);
     EXPECT_EQ(triangle_area({1, 2, 3}, {1, 2, 3}, {4, 5, 6}), 0.0);
     EXPECT_EQ(triangle_area({0, 0, 0}, {1, 0, 0}, {1, 1, 1}), 0.5 * std::sqrt(2.0)); // in double
+    EXPECT_EQ(triangle_area({0, 0, 0}, {1e30F, 0, 0}, {0, 1, 0}), 0.0); // infinite squares
     const float most = std::numeric_limits<float>::max();
     for (const float far : {most, nan_value})
         EXPECT_EQ(triangle_area({far, 0, 0}, {0, 1, 0}, {0, 0, 1}), 0.0);
@@ -204,12 +204,13 @@ TEST(GeometryQueries, ModelExtentsAreThoseOfTheNodesVolume) {
     mesh_data mesh = row(2, 1);
     mesh.positions = {{-1, 2, 3}, {4, 10, 3.5F}};
     const node_ref root(moved({100, 0, 0}, {meshNode(mesh)}));
-    EXPECT_FLOAT_EQ(morva::osg::ModelWidth(root.get()), 5.0F);
-    EXPECT_FLOAT_EQ(morva::osg::ModelHeight(root.get()), 8.0F);
-    EXPECT_FLOAT_EQ(morva::osg::ModelLength(root.get()), 0.5F);
-    // Brought up to date on each call.
-    root->addChild(moved({0, 0, 20}, {meshNode(mesh)}));
-    EXPECT_FLOAT_EQ(morva::osg::ModelLength(root.get()), 20.5F);
+    for (const float length : {0.5F, 20.5F}) { // brought up to date on each call
+        EXPECT_EQ(::osg::Vec3f(morva::osg::ModelWidth(root.get()),
+                               morva::osg::ModelHeight(root.get()),
+                               morva::osg::ModelLength(root.get())),
+                  ::osg::Vec3f(5, 8, length));
+        root->addChild(moved({0, 0, 20}, {meshNode(mesh)}));
+    }
 }
 
 // ---- lists of nodes

@@ -14,7 +14,7 @@ class noted_buffer : public std::stringbuf {
 /// What a stage says in one go, on both streams.
 void speak() {
     say({"Found ", std::to_string(20), " Materials."});
-    say({"first\nsecond"}, flush::no);
+    say({"first\nsecond\n"}, flush::no);
     say_progress(1, 9, {"\r", "11.1", "% "});
     say_progress(2, 9, {"\r22.2% "}, flush::no);
     say_over_progress({"Done.    "});
@@ -32,8 +32,8 @@ TEST(Sink, SpeaksToTheStandardStreamsUnlessAHostListens) {
     const auto count = [&heard](std::size_t done, std::size_t total) {
         heard += "P" + std::to_string(done) + "/" + std::to_string(total) + "\n";
     };
-    const std::string lines = "Found 20 Materials.\n|first\nsecond\n", end = "Done.    \n|\n|";
-    const std::string heard_first = "OFound 20 Materials.\nOfirst\nOsecond\n";
+    const std::string lines = "Found 20 Materials.\n|first\nsecond\n\n", end = "Done.    \n|\n|";
+    const std::string heard_first = "OFound 20 Materials.\nOfirst\nOsecond\nO\n";
     const std::string numbers = "P1/9\nP2/9\n";
     const struct {
         const char* name;

@@ -53,23 +53,6 @@ TEST(CacheScores, ElementsGetABonusForPositiveVertices) {
     EXPECT_EQ(calcTriangleScore(drawn, corners, 0), -1.0F);
 }
 
-TEST(CacheSearch, FlushesBeforeWhatIsInOrderAndPassesAMarkedVertexThatIsDone) {
-    std::vector<vcache_triangle_data> triangles(2);
-    std::vector<vcache_vertex_data> vertices(2);
-    triangles[1].index = 101;
-    vertices[1].triangles = {1}; // though none are left
-    std::list<unsigned int> cache;
-    bool flush = false;
-    unsigned long marker = 0, marked = 1;
-    EXPECT_EQ(searchHighestScoreTriangle(triangles, vertices, cache, flush, marker, marked), 0U);
-    EXPECT_TRUE(flush);
-    std::vector<vcache_line_data> lines(1);
-    std::vector<vlinecache_vertex_data> ends;
-    flush = false;
-    EXPECT_EQ(searchHighestScoreLine(lines, ends, cache, flush, marker), 0U);
-    EXPECT_TRUE(flush);
-}
-
 TEST(OptimizeCache, RefusesWhatItCannotOrder) {
     const node_ref empty_types(meshNode(quads(1)));
     coreOf(empty_types.get())->getTypes()->clear();

@@ -5,6 +5,7 @@
 #include <morva/core/morva_osg_params.h>
 #include <morva/driver/morva_osg_run_plan.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
+#include <morva/idmap/morva_osg_idmaphandler.h>
 
 namespace {
 
@@ -22,7 +23,7 @@ std::string settings(const std::string& cacheopt = "0", const std::string& idmap
 ::osg::NodePtr fiveParts() {
     return group({meshNode(quads(2), simple({1, 0, 0})),
                   moved({5, 0, 0}, {meshNode(quads(3), simple({0, 0, 1}))}),
-                  meshNode(quads(9), chunked({0, 1, 0, 0.5F})),
+                  meshNode(quads(9), chunked({0, 1, 0, 0.5F})), hidden(meshNode(quads(4))),
                   switched(1, {meshNode(quads(1)), meshNode(quads(4))}),
                   detailed({meshNode(quads(2)), meshNode(quads(7))})});
 }
@@ -33,15 +34,17 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         std::string printed;          ///< somewhere
         std::size_t triangles, cores; ///< of the result
     } rows[] = {
-        {"maxtris(0)", first_line + settings(), 56, 7},
+        {"maxtris(0)", first_line + settings(), 64, 8},
         {"maxtris(100)", settings(), 28, 3},
         {"cacheopt(true),maxtris(10)", settings("1") + "Merge Geometry. Cacheopt: 1\n", 28, 3},
         {"onegeometry(true),cacheopt(true)", settings("1", "", "1"), 28, 1},
         {"maxtris(100),idmapinroot(true)", settings("0", "metaOnly"), 28, 3},
-        {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n", 56, 7},
+        {"idmap(/dev/null/x)", settings("0", "/dev/null/x") + "Write IDmap with 0 names.\n", 64, 8},
         {"help()",
-         first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings(), 56,
-         7},
+         first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings(), 64,
+         8},
+        {"flat(false)", "\nBuilding Scene Hierarchy for final scenegraph...\ndone.\n", 28, 3},
+        {"flat(false),maxtris(100),keeprenderfalse(1)", "Building Scene", 36, 4},
         {"maxtris(100),removelod(true),removeswitch(1)",
          settings() + "Removing LOD parts.\nRemoving Switch parts.\n", 40, 4},
     };
@@ -51,12 +54,15 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         const node_ref root(parent->getChild(1));
         const stream_capture out(std::cout);
         std::cout << std::boolalpha << std::hex << std::showbase; // must not reach the settings
+        const std::string trees = morva::osg::getIDmapHandler().tree.str();
         const node_ref result(morva::osg::optTree(root.get(), row.parameters));
+        EXPECT_EQ(morva::osg::getIDmapHandler().tree.str() == trees,
+                  std::strstr(row.parameters, "idmap") == nullptr);
         EXPECT_NE(out.text().find(row.printed), std::string::npos) << out.text();
         EXPECT_EQ(worldMesh(result.get()).size(), row.triangles);
         EXPECT_EQ(geometryNodes(result.get()).size(), row.cores);
         EXPECT_EQ(parent->findChild(root.get()), 2) << "the input, and at the end of the list";
-        EXPECT_EQ(result == root, row.triangles == 56);
+        EXPECT_EQ(result == root, row.triangles == 64);
         EXPECT_EQ(result.get().getRefCount(), result == root ? 3U : 1U);
         const auto& map_type = ::osg::StringAttributeMap::getClassType();
         EXPECT_EQ(result->findAttachment(map_type, 1) != ::osg::NullFC,

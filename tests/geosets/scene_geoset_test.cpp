@@ -2,8 +2,6 @@
 
 #include "cell_scenes.h"
 
-#include <ctime>
-
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/geosets/morva_osg_scene_hierarchy.h>
@@ -258,31 +256,6 @@ TEST(SceneGeoset, IsBuiltCollectedAndGrownAsByItsTwin) {
     }
 }
 
-TEST(SceneGeoset, WithoutAnElementNothingIsReadOrSaid) {
-    const node_ref root(group({group(), meshNode(row(4, 1))}));
-    for (const bool with_geosets : {false, true}) {
-        const stream_capture told(std::cout);
-        bih_scene scene(with_geosets ? root.get() : root->getChild(0), {5, 100}, with_geosets);
-        EXPECT_EQ(scene.built_count, 0U);
-        EXPECT_EQ(scene.node_count, with_geosets ? 1U : 0U);
-        EXPECT_EQ(scene.box.extent[0], 0.0F);
-        bih nodes;
-        compile(scene, nodes, {1, 9});
-        EXPECT_EQ(nodes.nodes, nullptr);
-        kd cells;
-        sortNodes(scene, cells);
-        EXPECT_EQ(cells.leaf_count, 1U);
-        node_list found;
-        const node_ref top(group());
-        recBuild(top.get(), scene, nodes, 0);
-        recBuild(top.get(), scene, cells, 0);
-        collectNodesFromSceneGeoset(scene, nodes, 0, found);
-        EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(nodes, scene, 0), 0U);
-        EXPECT_EQ(top->getNChildren() + found.size(), 0U);
-        EXPECT_EQ(told.text(), "");
-    }
-}
-
 /// Sheets of three squares along x that face down, one for each place.
 node_ref sheetsAt(const std::vector<::osg::Vec3f>& places) {
     const node_ref root(group());
@@ -346,74 +319,6 @@ TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
     EXPECT_EQ(geometryNodes(goal).size(), 2U);
     root->subChild(root->getNChildren() - 1);
     EXPECT_TRUE(isAlive(held)) << "by the scene";
-}
-
-TEST(SceneGeoset, GrowsInLinearTime) {
-    const auto seconds = [](unsigned count, taking how) {
-        const node_ref root(group()), top(group());
-        geometry_ref core;
-        for (unsigned i = 0; i < count; ++i) { // all below one group
-            if (i % 500 == 0)
-                core = geometry_ref(geometryOf(quads(1)));
-            const ::osg::NodePtr node = nodeOf(core.get());
-            root->addChild(i % 2 == 0 ? node : moved({float(i % 317), float(i / 317), 0}, {node}));
-        }
-        const std::clock_t start = std::clock();
-        bih_scene scene(root.get(), {1, 9}, false);
-        kd tree;
-        compile(scene, tree, {1, 150, 3, 1.0F, 2.0F, 0.95F, false}, morva::kd_strategy_ObjMedian());
-        growHierarchy(top.get(), scene, tree, 0, how);
-        EXPECT_EQ(geometryNodes(top.get()).size(), count);
-        return double(std::clock() - start) / CLOCKS_PER_SEC;
-    };
-    for (const taking how : {taking::a_new_node, taking::the_node})
-        EXPECT_LT(seconds(80000, how), 20 * seconds(10000, how) + 0.2) << "8 times as many";
-}
-
-TEST(SceneGeoset, RaysFindTheNearestElementByDistance) {
-    std::mt19937 rng(seedOf(4599));
-    std::uniform_real_distribution<float> unit(0.0F, 1.0F);
-    const stream_capture told(std::cout);
-    const morva::sink_scope no_progress({nullptr, nullptr, [](std::size_t, std::size_t) {}});
-    for (int round = 0; round < roundsOf(40); ++round) {
-        std::vector<::osg::Vec3f> places(1 + rng() % 9);
-        for (::osg::Vec3f& place : places)
-            place = {float(rng() % 5), 0, float(rng() % 8) - 3.5F};
-        bih_scene scene(sheetsAt(places).get(), {5, 100}, true);
-        bih tree;
-        compile(scene, tree, {1, 20});
-        for (int ray = 0; ray < 50; ++ray) {
-            const float3 from{7 * unit(rng), unit(rng), -9};
-            float3 way{unit(rng) - 0.5F, ray % 3 == 0 ? 0 : 0.1F * unit(rng), 1}, inverse, to;
-            way.normalize();
-            for (std::size_t a = 0; a < 3; ++a) {
-                inverse[a] = 1 / way[a];
-                to[a] = from[a] + 99 * way[a];
-            }
-            const int ignored = int(rng() % (places.size() + 1)) - 1;
-            float nearest = 99, margin = 1;
-            for (std::size_t i = 0; i < places.size(); ++i) { // how far inside of its borders
-                const float t = (places[i][2] - from[2]) / way[2],
-                            x = from[0] + t * way[0] - places[i][0], y = from[1] + t * way[1];
-                const float inside = std::min(std::min(x, 3 - x), std::min(y, 1 - y));
-                margin = std::min(margin, std::fabs(inside));
-                if (inside > 0 && int(i) != ignored)
-                    nearest = std::min(nearest, t);
-            }
-            ray_hit hit;
-            morva::empty_trace_statistics none;
-            fire_ray_rec(tree, 0, scene, from, to, inverse, 0.0F, 99.0F, hit, none, ignored);
-            if (margin < 1e-4F)
-                continue;
-            ASSERT_EQ(hit.hit, nearest < 99);
-            if (!hit.hit)
-                continue;
-            EXPECT_NEAR(hit.t, nearest, 1e-4F);
-            EXPECT_NEAR(from[2] + hit.t * way[2], places[std::size_t(hit.index)][2], 1e-4F);
-            EXPECT_EQ(hit.normal[2], -1.0F);
-        }
-    }
-    EXPECT_EQ(told.text(), "");
 }
 
 } // namespace

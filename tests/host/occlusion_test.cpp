@@ -10,9 +10,7 @@ namespace morva_test {
 namespace {
 
 mesh_data scaledBlock(const ::osg::Vec3f& by, const ::osg::Vec3f& to) {
-    ::osg::Matrix matrix;
-    matrix.setTransform(to, ::osg::Quaternion(), by);
-    return baked(blockMesh(2), matrix);
+    return baked(blockMesh(2), scaled(by, to));
 }
 
 /// A room without a ceiling from -1 to 1, with a floor at 0 that has a vertex in the middle, and a
@@ -86,13 +84,7 @@ TEST(Occlusion, OfABoxInARoomHasTheValuesThatAreThere) {
 
 TEST(Occlusion, RemovedPartsAreNamedAndCanBeKept) {
     const temporary_folder folder;
-    mesh_data shell = ballMesh(6), inside = ballMesh(6);
-    for (std::size_t i = 0; i < inside.positions.size(); i += 3)
-        std::swap(inside.positions[i], inside.positions[i + 1]);
-    for (::osg::Pnt3f& p : inside.positions)
-        p = p + (::osg::Pnt3f(0, 0, 0) - p) * 0.1F;
-    shell.positions.insert(shell.positions.end(), inside.positions.begin(), inside.positions.end());
-    shell = triangles(shell.positions);
+    const mesh_data shell = hollowed(ballMesh(6));
     const ::osg::MaterialRefPtr held(simple({1, 0, 0}));
     const ::osg::MaterialPtr red = held.get();
     const auto scene = [&](bool with_kernel) {

@@ -1,6 +1,6 @@
 #include <morva/merge/morva_osg_geomerge_stages.h>
 
-#include "merge_scenes.h"
+#include "tests/support/merge_scenes.h"
 
 namespace {
 

@@ -1,7 +1,7 @@
 // Merging in batches by a tree over the nodes.
 
-#include "merge_scenes.h"
 #include "tests/support/described_tree.h"
+#include "tests/support/merge_scenes.h"
 
 #include <morva/core/morva_osg.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>

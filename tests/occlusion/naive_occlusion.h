@@ -5,11 +5,10 @@
 
 #include "tests/support/test.h"
 
-#include <map>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
+#include <morva/occlusion/morva_osg_ambient_occlusion_scene.h>
 #include <morva/trees/ray_traversal.h>
 
 namespace morva_test {
@@ -18,10 +17,13 @@ using morva::float3;
 
 inline float3 plain(const ::osg::Pnt3f& p) { return {p[0], p[1], p[2]}; }
 
-inline std::uint32_t bits_of(float value) {
-    std::uint32_t bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
+/// The directions of a point's rays, x by x.
+inline std::vector<float3> raysOf(int shots) {
+    const auto part = [shots](int step) { return float(2.0 * step / shots - 1); };
+    std::vector<float3> rays;
+    for (int i = 0, edge = shots + 1; i < edge * edge * edge; ++i)
+        rays.push_back({part(i / edge / edge), part(i / edge % edge), part(i % edge)});
+    return rays;
 }
 
 /// The geometry that is baked: a root that is one itself is all.
@@ -63,66 +65,52 @@ struct naive_scene {
         morva::intersection_point<float, float3, float3> hit;
         morva::empty_trace_statistics none;
         fire_ray_rec(tree, 0, parts, from, to, inverse, in, out, hit, none, -1);
-        const float3 apart{at[0] - hit.point[0], at[1] - hit.point[1], at[2] - hit.point[2]};
-        return hit.hit ? std::sqrt(apart[0] * apart[0] + apart[1] * apart[1] + apart[2] * apart[2])
-                       : -1;
+        return hit.hit ? morva::detail::distance<float, float3>(at, hit.point) : -1;
     }
 
-    float value(const float3& at, const float3& normal, int shots, double distance) const {
-        int full = 0, rays = 0;
+    float value(const float3& at, const float3& normal, const std::vector<float3>& rays,
+                double distance) const {
+        int full = 0;
         double partial = 0;
-        for (int i = 0; i <= shots; ++i)
-            for (int j = 0; j <= shots; ++j)
-                for (int k = 0; k <= shots; ++k, ++rays) {
-                    const float3 ray{float(2.0 * i / shots - 1), float(2.0 * j / shots - 1),
-                                     float(2.0 * k / shots - 1)};
-                    const auto d = double(distanceOf(at, normal, ray));
-                    if (d >= 0 && d < distance)
-                        ++full;
-                    else if (d >= 0 && d < 2 * distance)
-                        partial += (d - distance) / distance;
-                }
-        return float(1.0 - double(float(full + partial) / float(rays)));
+        for (const float3& ray : rays) {
+            const auto d = double(distanceOf(at, normal, ray));
+            if (d >= 0 && d < distance)
+                ++full;
+            else if (d >= 0 && d < 2 * distance)
+                partial += (d - distance) / distance;
+        }
+        return float(1.0 - double(float(full + partial) / float(rays.size())));
     }
 };
 
+inline bool samePlace(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b) {
+    return a[0] == b[0] && a[1] == b[1] && a[2] == b[2];
+}
+
 /// The values that a geometry of a prepared scene gets, one per position.
 inline std::vector<float> naiveValues(const naive_scene& scene, const ::osg::NodePtr& node,
-                                      int shots, double distance) {
+                                      const std::vector<float3>& rays, double distance) {
     const ::osg::GeometryPtr core = coreOf(node);
     const ::osg::Matrix matrix = node->getToWorld();
     const bool in_world = matrix == ::osg::Matrix::identity();
-    std::map<std::array<float, 3>, float> known;
     std::vector<float> values;
     for (::osg::UInt32 i = 0; i < core->getPositions()->size(); ++i) {
-        const ::osg::Pnt3f local = core->getPositions()->getValue(i);
-        const std::array<float, 3> key{local[0], local[1], local[2]};
-        const bool keyed = in_world && !std::isnan(key[0] + key[1] + key[2]);
-        if (keyed && known.count(key) != 0) {
-            values.push_back(known[key]);
-            continue;
-        }
+        ::osg::UInt32 first = in_world ? 0 : i; // of those at this place, which all look alike
+        while (first < i &&
+               !samePlace(core->getPositions()->getValue(first), core->getPositions()->getValue(i)))
+            ++first;
         ::osg::Vec3f normal(0, 0, 0);
-        if (core->getNormals() != ::osg::NullFC && i < core->getNormals()->size())
-            normal = core->getNormals()->getValue(i);
+        if (core->getNormals() != ::osg::NullFC && first < core->getNormals()->size())
+            normal = core->getNormals()->getValue(first);
         matrix.multMatrixVec(normal);
         if (!(normal.length() < 1e-6f))
             normal *= 1 / normal.length();
         ::osg::Pnt3f world;
-        matrix.multMatrixPnt(local, world);
+        matrix.multMatrixPnt(core->getPositions()->getValue(i), world);
         values.push_back(
-            scene.value(plain(world), {normal[0], normal[1], normal[2]}, shots, distance));
-        if (keyed)
-            known[key] = values.back();
+            scene.value(plain(world), {normal[0], normal[1], normal[2]}, rays, distance));
     }
     return values;
-}
-
-inline double diagonalOf(const ::osg::NodePtr& root) {
-    root->updateVolume();
-    ::osg::Pnt3f min, max;
-    root->getVolume().getBounds(min, max);
-    return double((max - min).length());
 }
 
 } // namespace morva_test

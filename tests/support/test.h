@@ -54,6 +54,12 @@ template <class Function> void inThreads(unsigned count, const Function& functio
         thread.join();
 }
 
+inline std::uint32_t bits_of(float value) {
+    std::uint32_t bits;
+    std::memcpy(&bits, &value, sizeof bits);
+    return bits;
+}
+
 /// What a file holds; empty if it can't be read.
 inline std::string bytesOf(const std::string& file) {
     std::ifstream in(file, std::ios::binary);

@@ -361,9 +361,9 @@ TEST(CellScene, MakesNormalsAnewAndKeepsLinesBesideThem) {
     mesh.primitives.push_back({1, 2});
     mesh.positions.insert(mesh.positions.end(), {{0, 0, 5}, {1, 0, 5}});
     mesh.normals.insert(mesh.normals.end(), 2, {1, 0, 0});
-    mesh.primitives.push_back({4, 3}); // without area: nothing to go by
-    mesh.positions.insert(mesh.positions.end(), 3, {9, 9, 9});
-    mesh.normals.insert(mesh.normals.end(), 3, {1, 0, 0});
+    mesh.primitives.insert(mesh.primitives.begin(), {4, 3}); // without area: nothing to go by
+    mesh.positions.insert(mesh.positions.begin(), {{7, 7, 7}, {8, 8, 8}, {9, 9, 9}});
+    mesh.normals.insert(mesh.normals.begin(), 3, {1, 0, 0});
     const node_ref root(
         transformed(someMatrix(rng), {named("sheet", meshNode(mesh, simple({0, 1, 0})))}));
     hidden(root->getChild(0));

@@ -2,12 +2,36 @@
 
 // Triangles and rays that make trouble: on edge, in the planes of triangles, along axes, far, tiny.
 
-#include "naive_bih.h"
+#include "naive_trees.h"
+
+#include <morva/trees/ray_traversal.h>
 
 namespace morva_test {
 
 using morva::bih_tree;
 using morva::empty_trace_statistics;
+using morva::float3;
+using flat_triangles = std::vector<morva::float_triangle>;
+using flat_list = morva::geo_set_convertable<morva::float_triangle, morva::float_triangle>;
+using ray_hit = morva::intersection_point<float, float3, float3>;
+
+inline flat_list list_of(flat_triangles& triangles) {
+    flat_list list;
+    list.triangles = triangles.data();
+    list.count = triangles.size();
+    return list;
+}
+
+inline std::vector<box3> extents_of(const flat_triangles& triangles) {
+    std::vector<box3> extents;
+    for (const auto& t : triangles) {
+        std::vector<box3> corners;
+        for (const float3& p : {t.a, t.b, t.c})
+            corners.push_back({{{p[0], p[0]}, {p[1], p[1]}, {p[2], p[2]}}});
+        extents.push_back(hull_of(corners));
+    }
+    return extents;
+}
 
 struct test_ray {
     float3 from, to, inverse;
@@ -20,28 +44,82 @@ struct test_ray {
 inline std::uint32_t kind_of(float x) { return std::isnan(x) ? 0x7fc00000U : bits_of(x); }
 
 inline bool same_hits(const ray_hit& a, const ray_hit& b) {
-    bool same = a.hit == b.hit && a.index == b.index && a.two_sided == b.two_sided &&
-                a.extra == b.extra && kind_of(a.t) == kind_of(b.t);
-    for (std::size_t i = 0; i < 3; ++i)
-        same = same && kind_of(a.point[i]) == kind_of(b.point[i]) &&
-               kind_of(a.normal[i]) == kind_of(b.normal[i]);
-    return same;
+    const auto numbers_of = [](const ray_hit& hit) {
+        const auto &p = hit.point, &n = hit.normal;
+        return std::tuple(hit.hit, hit.index, hit.two_sided, hit.extra, kind_of(hit.t),
+                          kind_of(p[0]), kind_of(p[1]), kind_of(p[2]), kind_of(n[0]), kind_of(n[1]),
+                          kind_of(n[2]));
+    };
+    return numbers_of(a) == numbers_of(b);
 }
 
-/// What is wrong with the triangles of a scene.
-enum class mesh {
-    soup,
-    ball,
-    slivers,
-    sheets,
-    stairs,
-    far_ball,
-    tiny,
-    huge,
-    copies,
-    spoiled,
-    count
+inline float3 less(const float3& a, const float3& b) {
+    return {a[0] - b[0], a[1] - b[1], a[2] - b[2]};
+}
+inline float dot(const float3& a, const float3& b) {
+    return 0.0f + a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
+}
+
+/// One ray, with all that stays the same on its way.
+struct naive_ray {
+    const naive_tree& tree;
+    const flat_triangles& triangles;
+    float3 from, to, inverse;
+    int ignored;
+    ray_hit& result;
+
+    void triangle(std::uint64_t e) const {
+        const auto& [a, b, c] = triangles[e];
+        if (int(e) == ignored)
+            return;
+        const float3 ab = less(b, a), ac = less(c, a), qp = less(from, to), ap = less(from, a);
+        const float3 n = morva::detail::cross(ab, ac), e3 = morva::detail::cross(qp, ap);
+        const float d = dot(qp, n), s = dot(ap, n), v = dot(ac, e3), w = dot(ab, e3);
+        if (0 >= d || 0 > s || s > d || 0 > v || v > d || w > 0 || v - w > d)
+            return;
+        const float t = (1 / d) * s;
+        if (result.hit && !(result.t > t))
+            return;
+        result.hit = true;
+        result.t = t;
+        result.index = int(e);
+        result.two_sided = false;
+        result.normal = n;
+        for (std::size_t i = 0; i < 3; ++i)
+            result.point[i] = (to[i] - from[i]) * t + from[i];
+    }
+
+    void fire(std::size_t index, float t_min, float t_max) const {
+        const naive_node& node = tree.nodes[index];
+        for (std::uint64_t k = node.first; node.axis < 0 && k < node.first + node.count; ++k)
+            triangle(tree.indices[k]);
+        if (node.axis < 0)
+            return;
+        const auto a = std::size_t(node.axis);
+        std::size_t near = index + 1, far = std::size_t(node.right);
+        float t_near = (node.left_plane - from[a]) * inverse[a];
+        float t_far = (node.right_plane - from[a]) * inverse[a];
+        if (0 > inverse[a]) {
+            std::swap(near, far);
+            std::swap(t_near, t_far);
+        }
+        const float later = t_far > t_min ? t_far : t_min, sooner = t_near < t_max ? t_near : t_max;
+        if (t_min > t_near)
+            return fire(far, later, t_max);
+        if (t_far > t_max)
+            return fire(near, t_min, sooner);
+        fire(near, t_min, sooner);
+        if (result.hit) {
+            t_max = std::sqrt(dot(less(from, result.point), less(from, result.point)));
+            if (t_far > t_max)
+                return;
+        }
+        fire(far, later, t_max);
+    }
 };
+
+/// What is wrong with the triangles of a scene.
+enum class mesh { soup, ball, slivers, far_ball, tiny, huge, copies, spoiled, count };
 
 inline float3 point_in(std::mt19937& random, float size) {
     std::uniform_real_distribution<float> unit(-size, size);
@@ -55,9 +133,6 @@ inline float3 on_ball(int step, int turn) {
 
 inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
     flat_triangles made;
-    const auto add = [&](const float3& a, const float3& b, const float3& c) {
-        made.push_back({a, b, c});
-    };
     const auto shifted = [](float3 p, const float3& by, float factor) {
         for (std::size_t i = 0; i < 3; ++i)
             p[i] += by[i] * factor;
@@ -68,36 +143,19 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
         for (std::size_t k = 0; i % 2 == 0 && k < 3; ++k)
             a[k] = std::round(a[k]) + 0.05f * a[k];
         const float3 b = shifted(a, point_in(random, 1), 0.2f);
-        add(a, b, i % 7 == 0 ? b : shifted(a, point_in(random, 1), 0.2f));
+        made.push_back({a, b, i % 7 == 0 ? b : shifted(a, point_in(random, 1), 0.2f)});
     }
     for (int i = 0; i < 400 && kind == mesh::slivers; ++i) { // in few planes, long and thin
         const float3 side = point_in(random, 1), a = point_in(random, i % 2 ? 1.0f : 0.0f);
         const float thin = std::pow(0.1f, float(i % 9));
         const float3 b = shifted(a, side, 1);
-        add(a, b, shifted(shifted(b, side, 0.1f), point_in(random, 1), thin));
-    }
-    const float3 sides[] = {point_in(random, 1), point_in(random, 1), point_in(random, 1)};
-    for (int i = 0; i < 300 && kind == mesh::sheets; ++i) { // all over each other in three planes
-        float3 corner[3];
-        for (float3& c : corner) {
-            const float3 at = point_in(random, i % 4 == 0 ? 1.0f : 0.1f);
-            c = shifted(shifted(c, sides[i % 3], at[0]), sides[(i + 1) % 3], at[1]);
-        }
-        add(corner[0], corner[1], corner[2]);
-    }
-    for (int i = 0; i < 100 && kind == mesh::stairs; ++i) { // across the axes, on one grid
-        const float x = float(i % 10) * 0.25f, y = float(i / 10) * 0.25f, z = float(i % 4) * 0.25f;
-        const float3 p{x, y, z}, u{x + 0.25f, y, z}, v{x, y + 0.25f, z}, w{x, y, z + 0.25f};
-        add(p, u, v);
-        add(u, {x + 0.25f, y + 0.25f, z}, v);
-        add(p, v, w);
-        add(p, w, u);
+        made.push_back({a, b, shifted(shifted(b, side, 0.1f), point_in(random, 1), thin)});
     }
     const int patches = !made.empty() ? 0 : kind == mesh::copies ? 88 : 24 * 22;
     for (int i = 0; i < patches; ++i) {
         const int s = i / 22, t = i % 22;
-        add(on_ball(s, t), on_ball(s + 1, t), on_ball(s + 1, t + 1));
-        add(on_ball(s, t), on_ball(s + 1, t + 1), on_ball(s, t + 1));
+        made.push_back({on_ball(s, t), on_ball(s + 1, t), on_ball(s + 1, t + 1)});
+        made.push_back({on_ball(s, t), on_ball(s + 1, t + 1), on_ball(s, t + 1)});
     }
     const float away = kind != mesh::far_ball ? 0.0f : random() % 2 ? 1e6f : 3e4f;
     const float scale = kind == mesh::tiny ? 1e-7f : kind == mesh::huge ? 3e12f : 1.0f;
@@ -111,6 +169,24 @@ inline flat_triangles make_mesh(std::mt19937& random, mesh kind) {
     for (std::size_t i = 0, n = made.size(); kind == mesh::copies && i < 7 * n; ++i)
         made.push_back(made[i % n]);
     return made;
+}
+
+/// The part of a ray within a box; false for none.
+inline bool naive_clip(const morva::float_box& box, const float3& from, const float3& direction,
+                       float& entry, float& exit) {
+    entry = 0;
+    exit = std::numeric_limits<float>::max();
+    for (std::size_t i = 0; i < 3 && !(entry > exit); ++i) {
+        const float a = (box.min[i] - from[i]) * (1 / direction[i]);
+        const float b = (box.max[i] - from[i]) * (1 / direction[i]);
+        if (!(std::abs(direction[i]) < 1e-6f)) {
+            entry = (a > b ? b : a) > entry ? (a > b ? b : a) : entry;
+            exit = (a > b ? a : b) < exit ? (a > b ? a : b) : exit;
+        } else if (from[i] < box.min[i] || from[i] > box.max[i]) {
+            exit = -1;
+        }
+    }
+    return !(entry > exit);
 }
 
 /// A ray at the triangles, of one of several troublesome kinds.
@@ -150,8 +226,12 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
         direction.normalize();
     for (std::size_t i = 0; i < 3; ++i)
         ray.inverse[i] = 1 / direction[i];
-    if (random() % 16 == 0 ||
-        !morva::clip_ray(list.box, ray.from, direction, ray.t_min, ray.t_max)) {
+    const bool meets_box = naive_clip(list.box, ray.from, direction, ray.t_min, ray.t_max);
+    float entry = 0, exit = 0;
+    EXPECT_EQ(morva::clip_ray(list.box, ray.from, direction, entry, exit), meets_box);
+    EXPECT_TRUE(!meets_box ||
+                (kind_of(entry) == kind_of(ray.t_min) && kind_of(exit) == kind_of(ray.t_max)));
+    if (random() % 16 == 0 || !meets_box) {
         ray.t_min = 0;
         ray.t_max = 4 * size;
     }
@@ -172,33 +252,38 @@ inline test_ray make_ray(std::mt19937& random, const flat_triangles& triangles,
     return ray;
 }
 
-inline void fire(const bih_tree<float>& tree, const flat_list& list, test_ray& ray) {
+template <typename Geoset>
+void fire(const bih_tree<float>& tree, const Geoset& geoset, test_ray& ray, int node = 0) {
     empty_trace_statistics none;
-    fire_ray_rec(tree, 0, list, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit, none,
-                 ray.ignored);
+    fire_ray_rec(tree, node, geoset, ray.from, ray.to, ray.inverse, ray.t_min, ray.t_max, ray.hit,
+                 none, ray.ignored);
 }
 
 inline const void* companion_of(const bih_tree<float>& tree) {
     return tree.companions.find(morva::companion_slot::rays);
 }
 
-/// Rays and what the naive descent finds, at a ball.
+/// A ray, and what the naive descent finds from a node on.
+inline test_ray naive_fire(const naive_tree& tree, const flat_triangles& triangles, test_ray ray,
+                           std::size_t node = 0) {
+    naive_ray{tree, triangles, ray.from, ray.to, ray.inverse, ray.ignored, ray.hit}.fire(
+        node, ray.t_min, ray.t_max);
+    return ray;
+}
+
+/// Rays at a ball.
 struct ball_rays {
-    std::mt19937 random{331};
+    std::mt19937 random{seedOf(331)};
     flat_triangles triangles = make_mesh(random, mesh::ball);
     flat_list list = list_of(triangles);
     std::vector<test_ray> rays, twins;
 
     explicit ball_rays(std::size_t count) {
-        bih_tree<float> tree; // less used than what gets a companion
-        for (std::size_t i = 0; i < count; ++i) {
-            if (i % 100 == 0)
-                compile(list, tree, {3, 50});
+        const auto naive = naive_bih(extents_of(triangles), refresh_bounding_box(list), {3, 50});
+        while (rays.size() < count) {
             rays.push_back(make_ray(random, triangles, list));
-            twins.push_back(rays.back());
-            fire(tree, list, twins.back());
+            twins.push_back(naive_fire(naive, triangles, rays.back()));
         }
-        EXPECT_EQ(companion_of(tree), nullptr);
     }
 };
 

@@ -9,19 +9,12 @@
 
 namespace morva_test {
 
-using box3 = std::array<std::array<float, 2>, 3>; ///< per axis: low, high
-
-inline std::uint32_t bits_of(float value) {
-    std::uint32_t bits;
-    std::memcpy(&bits, &value, sizeof bits);
-    return bits;
-}
+using float2 = std::array<float, 2>;
+using box3 = std::array<float2, 3>; ///< per axis: low, high
 
 /// Boxes as elements; the arrays of a geoset, and nothing that cuts.
 struct whole_boxes {
     using scalar_type = float;
-    using point_type = morva::float3;
-    using vector_type = morva::float3;
 
     unsigned long size = 0;
     float* axis_min[3] = {};
@@ -36,13 +29,6 @@ struct whole_boxes {
     whole_boxes(const whole_boxes&) = delete;
     whole_boxes& operator=(const whole_boxes&) = delete;
 
-    box3 box(std::size_t e) const {
-        box3 result{};
-        for (std::size_t a = 0; a < 3; ++a)
-            result[a] = {low[a][e], high[a][e]};
-        return result;
-    }
-
     /// Moves the arrays now and then, as a growing geoset does.
     void add(const box3& box) {
         for (std::size_t a = 0; a < 3; ++a) {
@@ -56,7 +42,7 @@ struct whole_boxes {
 };
 
 /// Boxes that a plane can cut. Every third one comes apart in three pieces, every fifth resists,
-/// and which side keeps the old number changes from box to box.
+/// and which side keeps the old number changes from box to box. Some pieces get a NaN.
 struct cut_boxes : whole_boxes {
     using whole_boxes::whole_boxes;
 
@@ -68,7 +54,8 @@ struct cut_boxes : whole_boxes {
         const float p = static_cast<float>(plane);
         if (e % 5 == 4 || !(low[a][e] < p && p < high[a][e]))
             return;
-        box3 keeps = box(e), goes = keeps;
+        box3 keeps{{{low[0][e], high[0][e]}, {low[1][e], high[1][e]}, {low[2][e], high[2][e]}}};
+        box3 goes = keeps;
         keeps[a][e % 2] = p;
         goes[a][1 - e % 2] = p;
         if (e % 3 == 0) { // a second cut across, so that pieces fall on one side too
@@ -79,6 +66,8 @@ struct cut_boxes : whole_boxes {
             add(third);
             ++pieces;
         }
+        if (e % 11 == 1)
+            goes[(a + 1) % 3][1] = NAN;
         add(goes);
         ++pieces;
         for (std::size_t b = 0; b < 3; ++b) {
@@ -88,24 +77,9 @@ struct cut_boxes : whole_boxes {
     }
 };
 
-/// As before, but cutting sometimes goes wrong and leaves a NaN where there was none.
-struct spoiled_boxes : cut_boxes {
-    using cut_boxes::cut_boxes;
-
-    void splitElement(unsigned long e, double plane, int axis, int& pieces,
-                      unsigned long& first_piece) {
-        cut_boxes::splitElement(e, plane, axis, pieces, first_piece);
-        if (pieces > 0 && e % 4 == 1)
-            high[static_cast<std::size_t>(axis + 1) % 3][first_piece] =
-                std::numeric_limits<float>::quiet_NaN();
-    }
-};
-
 /// Packed coordinates: an element's extent is read from the point itself.
 struct packed_points {
     using scalar_type = float;
-    using point_type = morva::float3;
-    using vector_type = morva::float3;
 
     unsigned long size = 0;
     std::vector<float> coordinates; ///< x, y, z of each point
@@ -147,10 +121,10 @@ inline std::vector<box3> make_boxes(std::mt19937& random, std::size_t count, tro
                 range = boxes[0][a];
             if (kind == trouble::far_away)
                 range = {range[0] + 1e8f, range[1] + 1e8f};
-            if (kind == trouble::nan && random() % 8 == 0)
-                range[random() % 2] = std::numeric_limits<float>::quiet_NaN();
+            if (kind == trouble::nan && random() % (i == 1 ? 2 : 8) == 0) // in front of parts, too
+                range[i == 1 ? 0 : random() % 2] = NAN;
             if (kind == trouble::infinite && random() % 8 == 0)
-                range[1] = std::numeric_limits<float>::infinity();
+                range[1] = INFINITY;
         }
     }
     return boxes;
