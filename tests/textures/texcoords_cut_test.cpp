@@ -156,7 +156,8 @@ TEST(OptimizeTexCoords, ComesToAnEndWhateverRoundingDoes) {
 TEST(OptimizeTexCoords, StopsAtAMillionTrianglesForAFew) {
     corners positions;
     coordinates values;
-    for (float x = 0; x < 40; x += 2) {
+    for (int triangle = 0; triangle < 20; ++triangle) {
+        const float x = 2 * float(triangle);
         positions.insert(positions.end(), {{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}});
         values.insert(values.end(), {{0, 0}, {250, 0}, {0, 250}});
     }
