@@ -76,10 +76,10 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
 /// Too large as it is laid out: halved, and nothing of that is left behind. Where that does not
 /// help the atlas is what it was at first, and coordinates stay.
 TEST(CellTextures, ShrinkWhatIsTooLarge) {
-    for (const int height : {40, 2}) {
-        SCOPED_TRACE(height);
+    for (const auto& [height, format] : {std::pair(40, 6407U), {40, 6408U}, {2, 6407U}}) {
+        SCOPED_TRACE(testing::Message() << height << " of " << format);
         const std::size_t kept = keptImages();
-        const ::osg::ImageRefPtr image(::morva_test::imageOf(6407, 200, height));
+        const ::osg::ImageRefPtr image(::morva_test::imageOf(format, 200, height));
         mesh_data square = quads(1);
         for (const ::osg::Pnt3f& p : square.positions)
             square.coordinates.emplace_back(50 * p[0], 50 * p[1]);
@@ -91,6 +91,7 @@ TEST(CellTextures, ShrinkWhatIsTooLarge) {
         const bool shrunk = height == 40;
         EXPECT_EQ(out.text().find("createAtlas failed! Vec: 1") == std::string::npos, shrunk);
         EXPECT_EQ(imageShown(core)->getWidth(), shrunk ? 4096 : 2);
+        EXPECT_EQ(imageShown(core)->getPixelFormat(), format);
         EXPECT_EQ(record.textures.atlases.size(), shrunk ? 1U : 0U);
         float u = 0;
         for (::osg::UInt32 i = 0; i < coreOf(core)->getTexCoords()->size(); ++i)
