@@ -155,7 +155,7 @@ template <typename Kind, typename Make> coverage compareMany(unsigned seed, cons
     coverage seen;
     for (unsigned round = 0; round < roundsOf(42U) && !testing::Test::HasFailure(); ++round) {
         const mesh_data mesh = make(rng, round);
-        for (const unsigned limit : {0U, 3U, 1U + unsigned(rng() % 40), 300U, 60000U}) {
+        for (const unsigned limit : {0U, 3U, 1U + unsigned(rng() % 40), 300U, 2000U, 60000U}) {
             SCOPED_TRACE(testing::Message() << "round " << round << ", limit " << limit);
             if (limit < 3 && round % 10 != 0)
                 continue; // a piece for every triangle
@@ -190,7 +190,7 @@ TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
     });
     EXPECT_GT(seen.cases, 150U);
     EXPECT_GT(seen.pieces, 3 * seen.cases);
-    EXPECT_GT(seen.drawn_twice + seen.beyond_the_last, 3U); // either alone may be rare
+    EXPECT_GT(seen.drawn_twice, 3U);
 }
 
 TEST(DrawOrder, LinesAreDrawnAsOnLists) {

@@ -380,6 +380,12 @@ TYPED_TEST(GeosetKinds, ExtractRefusesWithOneLineAndNoChange) {
                   c.line);
         EXPECT_EQ(c.into.vertex_count, 0U);
     }
+    const node_ref whole(meshNode(this->some(1))); // by the flags one by one
+    if constexpr (TypeParam::corners == 3)
+        extract(whole.get(), this->geoset, false, false, false, true, false);
+    else
+        extract(whole.get(), this->geoset, false, false, false, true);
+    EXPECT_EQ(this->geoset.size, 1U);
     without_core.setup();
     without_core.calc_bounding_box();
     EXPECT_EQ(without_core.size, 0U);

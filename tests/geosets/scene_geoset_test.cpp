@@ -256,6 +256,26 @@ TEST(SceneGeoset, IsBuiltCollectedAndGrownAsByItsTwin) {
     }
 }
 
+TEST(SceneGeoset, MovesPartsBelowPartsAndOfNoTreeNothing) {
+    const node_ref below(meshNode(quads(3))), root(group({meshNode(quads(1)), meshNode(quads(2))})),
+        top(group());
+    root->getChild(1)->addChild(group({below.get()}));
+    below->addChild(nodeOf(root->getChild(0)->getCore()));
+    const world_mesh before = worldMesh(root.get());
+    for (const bool empty : {true, false}) {
+        const stream_capture told(std::cout);
+        bih_scene scene(empty ? node_ref(group()).get() : root.get(), {5, 100}, false);
+        bih tree;
+        compile(scene, tree, {1, 9});
+        node_list found;
+        collectNodesFromSceneGeoset(scene, tree, 0, found);
+        recBuild(top.get(), scene, tree, 0);
+        EXPECT_EQ(found.size(), empty ? 0U : 4U);
+        EXPECT_EQ(worldMesh(top.get()), empty ? world_mesh() : before);
+        EXPECT_EQ(told.text(), "");
+    }
+}
+
 /// Sheets of three squares along x that face down, one for each place.
 node_ref sheetsAt(const std::vector<::osg::Vec3f>& places) {
     const node_ref root(group());
