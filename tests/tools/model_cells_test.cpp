@@ -27,21 +27,10 @@ constexpr float endless = std::numeric_limits<float>::infinity();
 node_ref someScene(std::mt19937& rng) {
     node_list parts;
     for (unsigned i = 1 + rng() % 5; i-- > 0;) {
-        mesh_data mesh;
-        switch (rng() % 6) {
-        case 0:
-            mesh = row(2 + rng() % 9, rng() % 4);
-            break;
-        case 1:
-            mesh = strip(6 + 2 * (rng() % 8), rng() % 2 == 0 ? 5 : 8);
-            break;
-        case 2:
-            mesh = fan(3 + rng() % 20);
-            break;
-        default:
-            mesh = soup(rng, 1 + rng() % 80);
-            break;
-        }
+        const mesh_data shapes[] = {row(2 + rng() % 9, rng() % 4),
+                                    strip(6 + 2 * (rng() % 8), rng() % 2 == 0 ? 5 : 8),
+                                    fan(3 + rng() % 20), soup(rng, 1 + rng() % 80)};
+        mesh_data mesh = shapes[std::min<std::size_t>(rng() % 6, 3)];
         mesh = withIds(withAttributes(mesh, rng));
         mesh = rng() % 3 == 0   ? withIndexPerProperty(mesh, rng)
                : rng() % 2 == 0 ? withIndex(mesh, rng)
