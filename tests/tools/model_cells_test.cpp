@@ -298,6 +298,9 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     const node_ref coincident(meshNode(stack)), large(meshNode(huge)),
         endless_one(meshNode(beyond)), points(meshNode(scattered)), two(meshNode(quads(1))),
         many(group({meshNode(quads(50)), moved({1e6F, 1e6F, 1e6F}, {meshNode(quads(50))})}));
+    const auto cut = [](double limit) {
+        return model_cell_options{cell_measure::triangles, limit, cell_straddle::cut};
+    };
     struct {
         const char* name;
         node_list parts;
@@ -306,16 +309,8 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     } const cases[] = {
         {"nothing", {}, {}, 0, 0},
         {"coincident triangles", {coincident.get()}, {cell_measure::triangles, 100}, 1, 1},
-        {"the same, cut",
-         {coincident.get()},
-         {cell_measure::triangles, 100, cell_straddle::cut},
-         1,
-         1},
-        {"halves of a square, cut",
-         {two.get()},
-         {cell_measure::triangles, 1, cell_straddle::cut},
-         1,
-         1},
+        {"the same, cut", {coincident.get()}, cut(100), 1, 1},
+        {"halves of a square, cut", {two.get()}, cut(1), 1, 1},
         {"exactly the limit", {two.get()}, {cell_measure::triangles, 2}, 1, 0},
         {"a limit below one", {two.get()}, {cell_measure::triangles, 0.5}, 1, 1},
         {"one huge triangle", {large.get()}, {cell_measure::triangles, 1}, 1, 0},
