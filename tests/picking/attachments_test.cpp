@@ -20,9 +20,9 @@ using ::osg::MorvaAttachBIH;
 const char* const no_tree = "No BIHTree.";
 const char* const inactive = "BIHTree, A/N/L/D/MP/NT, bbox:  INACTIVE/";
 
-bool isHit(const NodePtr& root) {
-    return std::get<0>(pick(root, Line(Pnt3f(.25F, .5F, 10), Vec3f(0, 0, -1))));
-}
+const Line onto(Pnt3f(.25F, .5F, 10), Vec3f(0, 0, -1));
+
+bool isHit(const NodePtr& root) { return std::get<0>(pick(root, onto)); }
 
 /// Unit squares behind a rogue triangle.
 mesh_data squares(std::size_t count) {
@@ -48,6 +48,10 @@ template <typename Attached, typename Payload> std::string namesOf(const char* f
         return "no such field";
     const ::osg::RefPtr<typename Attached::PtrType> one(Attached::create());
     EXPECT_EQ(one->getBinSize(::osg::FieldBits::AllFields), one->getBinSize(6)) << "it travels";
+    ::osg::MField<Payload> many;
+    many.pushValueByStr("anything");
+    std::string text;
+    EXPECT_EQ(many.getValueByStr(text), "\"\"");
     const auto name = [](const ::osg::TypeBase& of) { return std::string(of.getCName()) + " "; };
     return name(type) + name(found->getType()) + name(::osg::MField<Payload>::getClassType()) +
            name(found->getType().getContentType());
@@ -171,7 +175,12 @@ TEST(TreeAttachments, AreAfterAnyCallsWhatTheseMakeOfThem) {
                 prepare(core);
                 if (core.carried->dirty && triangles[core.carried->mesh] != 0)
                     update(core);
+                node->invalidateVolume();
                 EXPECT_EQ(isHit(node), core.carried->mesh == 1);
+                morva::osg::ray_hit hit;
+                const bool exact = morva::osg::first_hit(node, onto, true, hit);
+                EXPECT_TRUE(core.carried->mesh != core.mesh || exact == (core.mesh == 1))
+                    << "the volume is that of the tree";
             }
             ASSERT_EQ(num_attachments() - before, counted);
             for (const auto& [at, expected] : known) {
