@@ -97,17 +97,16 @@ TEST(OptWithSkippedGeo, ShowsEachTriangleOnce) {
 
 TEST(OptTreeAuto, TakesTheRoadThatSuitsTheScene) {
     const palette colors;
-    const std::string head =
-        "Optimization called withoud parameters. Automated optimization started.\n"
-        "Available parameters are: \n" +
-        morva::osg::optTreeDoc();
+    const std::string head = "Optimizing Tree...\nOptimization called withoud parameters. "
+                             "Automated optimization started.\n"
+                             "Available parameters are: \n" +
+                             morva::osg::optTreeDoc();
     const struct {
-        const char* scene;  ///< empty: null
+        const char* scene;
         const char* begins; ///< what is said next
         std::size_t triangles;
         std::size_t hidden, left_alone, below_switches;
     } rows[] = {
-        {"", "Merging Geometry with 0 G", 0, 0, 0, 0},
         {"g()", "Merging Geometry with 0 G", 0, 0, 0, 0},
         {".g(red)", "Merging Geometry with 0 G", 0, 0, 0, 0},
         {"red", "Merging Geometry with 1 G", 1, 0, 0, 0},
@@ -119,11 +118,14 @@ TEST(OptTreeAuto, TakesTheRoadThatSuitsTheScene) {
     const std::size_t each = shapeOf(node_ref(sceneOf("red")).get()).size();
     for (const auto& row : rows) {
         SCOPED_TRACE(row.scene);
-        const bool is_null = *row.scene == 0;
-        const node_ref root(is_null ? NodePtr() : furnished(sceneOf(row.scene, colors.names)));
-        auto_record record;
+        const node_ref root(furnished(sceneOf(row.scene, colors.names)));
+        const node_ref parent(group({root.get()}));
+        morva::osg::run_record run;
         const stream_capture out(std::cout);
-        const node_ref result(morva::osg::optTreeAuto(root.get(), auto_options(), record));
+        const node_ref result(morva::osg::optTree(root.get(), "", run));
+        EXPECT_EQ(parent->getNChildren(), 0U) << "off for good";
+        ASSERT_TRUE(run.automatic);
+        const auto& record = *run.automatic;
         EXPECT_EQ(out.text().substr(0, head.size()), head);
         EXPECT_EQ(out.text().substr(head.size(), std::strlen(row.begins)), row.begins);
         EXPECT_EQ(shapeOf(result.get()).size(), row.triangles * each);
@@ -133,17 +135,11 @@ TEST(OptTreeAuto, TakesTheRoadThatSuitsTheScene) {
         EXPECT_EQ(record.with_skipped, row.hidden + row.left_alone > 0);
         EXPECT_EQ(record.atlas.atlases.size(), record.has_images ? 1U : 0U);
     }
-}
-
-TEST(OptTreeAuto, IsTheRoadOfTheEmptyString) {
-    const palette colors;
-    const node_ref parent(group({sceneOf("g(red blue choice red)", colors.names)}));
-    const node_ref root(parent->getChild(0));
+    auto_record nothing;
     const stream_capture out(std::cout);
-    morva::osg::run_record record;
-    const node_ref result(morva::osg::optTree(root.get(), "", record));
-    EXPECT_EQ(parent->getNChildren(), 0U) << "off for good";
-    EXPECT_TRUE(record.automatic && record.automatic->with_skipped);
+    const node_ref none(morva::osg::optTreeAuto(::osg::NullFC, auto_options(), nothing));
+    EXPECT_NE(out.text().find("Merging Geometry with 0 G"), std::string::npos);
+    EXPECT_EQ(shapeOf(none.get()).size(), 0U);
 }
 
 TEST(Auto, TrianglesPerCoreRiseBetweenTheBounds) {

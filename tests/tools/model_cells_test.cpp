@@ -27,21 +27,10 @@ constexpr float endless = std::numeric_limits<float>::infinity();
 node_ref someScene(std::mt19937& rng) {
     node_list parts;
     for (unsigned i = 1 + rng() % 5; i-- > 0;) {
-        mesh_data mesh;
-        switch (rng() % 6) {
-        case 0:
-            mesh = row(2 + rng() % 9, rng() % 4);
-            break;
-        case 1:
-            mesh = strip(6 + 2 * (rng() % 8), rng() % 2 == 0 ? 5 : 8);
-            break;
-        case 2:
-            mesh = fan(3 + rng() % 20);
-            break;
-        default:
-            mesh = soup(rng, 1 + rng() % 80);
-            break;
-        }
+        const mesh_data shapes[] = {row(2 + rng() % 9, rng() % 4),
+                                    strip(6 + 2 * (rng() % 8), rng() % 2 == 0 ? 5 : 8),
+                                    fan(3 + rng() % 20), soup(rng, 1 + rng() % 80)};
+        mesh_data mesh = shapes[std::min<std::size_t>(rng() % 6, 3)];
         mesh = withIds(withAttributes(mesh, rng));
         mesh = rng() % 3 == 0   ? withIndexPerProperty(mesh, rng)
                : rng() % 2 == 0 ? withIndex(mesh, rng)
@@ -309,6 +298,9 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     const node_ref coincident(meshNode(stack)), large(meshNode(huge)),
         endless_one(meshNode(beyond)), points(meshNode(scattered)), two(meshNode(quads(1))),
         many(group({meshNode(quads(50)), moved({1e6F, 1e6F, 1e6F}, {meshNode(quads(50))})}));
+    const auto cut = [](double limit) {
+        return model_cell_options{cell_measure::triangles, limit, cell_straddle::cut};
+    };
     struct {
         const char* name;
         node_list parts;
@@ -317,16 +309,8 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     } const cases[] = {
         {"nothing", {}, {}, 0, 0},
         {"coincident triangles", {coincident.get()}, {cell_measure::triangles, 100}, 1, 1},
-        {"the same, cut",
-         {coincident.get()},
-         {cell_measure::triangles, 100, cell_straddle::cut},
-         1,
-         1},
-        {"halves of a square, cut",
-         {two.get()},
-         {cell_measure::triangles, 1, cell_straddle::cut},
-         1,
-         1},
+        {"the same, cut", {coincident.get()}, cut(100), 1, 1},
+        {"halves of a square, cut", {two.get()}, cut(1), 1, 1},
         {"exactly the limit", {two.get()}, {cell_measure::triangles, 2}, 1, 0},
         {"a limit below one", {two.get()}, {cell_measure::triangles, 0.5}, 1, 1},
         {"one huge triangle", {large.get()}, {cell_measure::triangles, 1}, 1, 0},

@@ -3,9 +3,7 @@
 // Simplification the slow way: a list of edges that is searched from end to end at every step, an
 // index list in which every entry is looked at, and a map of references.
 
-#include <array>
 #include <cmath>
-#include <cstring>
 #include <limits>
 #include <map>
 #include <set>
@@ -17,16 +15,6 @@
 #include <morva/tools/morva_osg_simplify.h>
 
 namespace morva_test {
-
-inline std::array<::osg::UInt32, 3> bitsOf(const ::osg::Pnt3f& place) {
-    std::array<::osg::UInt32, 3> bits;
-    std::memcpy(bits.data(), place.getValues(), sizeof bits);
-    return bits;
-}
-
-inline bool sameBits(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b) {
-    return bitsOf(a) == bitsOf(b);
-}
 
 struct naive_simplifier {
     std::vector<::osg::Pnt3f> places;

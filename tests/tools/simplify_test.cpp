@@ -122,9 +122,9 @@ mesh_data anyMesh(std::mt19937& rng) {
     if (rng() % 3 == 0)
         return coarseMesh(rng, size(1));
     const mesh_data shapes[] = {
-        soup(rng, size(0)), strip(size(3)), strip(size(4), 8),          fan(size(3)),
-        quads(size(1)),     cube(),         mixture(rng, 1 + rng() % 5)};
-    mesh_data mesh = shapes[rng() % 7];
+        soup(rng, size(0)), row(4, 1),      strip(size(3)), strip(size(4), 8),
+        fan(size(3)),       quads(size(1)), cube(),         mixture(rng, 1 + rng() % 5)};
+    mesh_data mesh = shapes[rng() % 8];
     if (!mesh.mapping.empty())
         return mesh;
     const mesh_data dressed[] = {mesh, withIds(mesh), withNormals(mesh, rng),
@@ -178,7 +178,7 @@ void expectState(const simplification& run, std::size_t collapses, const naive_s
         ASSERT_EQ(mesh.of[next / 3], t);
         for (std::size_t k = 0; k < 3; ++k, ++next) {
             ASSERT_EQ(mesh.vertices[next], v[k]);
-            ASSERT_TRUE(sameBits(mesh.places[v[k]], naive.places[v[k]]));
+            ASSERT_EQ(std::memcmp(&mesh.places[v[k]], &naive.places[v[k]], sizeof(Pnt3f)), 0);
             ASSERT_EQ(valuesAt(is, next),
                       movedTo(naive.places[v[k]], was,
                               by_place ? welded.corners[3 * t + k] : welded.first[v[k]]));
@@ -261,6 +261,8 @@ struct naive_tool {
     bool null = true;
 
     naive_tool(const ::osg::NodePtr& node, unsigned target) {
+        if (target == 0)
+            return;
         const stream_capture out(std::cout);
         osg_geoset geoset;
         extract(node, geoset, false, true, false, true, true);
@@ -359,7 +361,7 @@ TEST(SimplifyGeometry, LinesAndResultAreThoseOfTheNaiveRun) {
         const std::size_t most = mesh.positions.size() + 2;
         const unsigned target = round == 0        ? 3333
                                 : round % 20 == 0 ? 0x55555556U // three times that is 2
-                                                  : 1 + static_cast<unsigned>(rng() % most);
+                                                  : static_cast<unsigned>(rng() % (most + 1));
         const naive_tool naive(node.get(), target);
         const stream_capture out(std::cout);
         const geometry_ref made(simplifyGeometry(node.get(), target));
@@ -374,16 +376,7 @@ TEST(SimplifyGeometry, LinesAndResultAreThoseOfTheNaiveRun) {
         ASSERT_TRUE(again != ::osg::NullFC);
         ASSERT_NO_FATAL_FAILURE(expectSame(coreOf(again.get()), naive));
     }
-}
-
-TEST(SimplifyGeometry, NothingInGivesNothing) {
-    const stream_capture out(std::cout);
-    const node_ref sheet(meshNode(quads(2))), line(meshNode(row(4, 1)));
-    for (const geometry_ref& made : {geometry_ref(simplifyGeometry(sheet.get(), 0)),
-                                     geometry_ref(simplifyGeometry(::osg::NullFC, 3)),
-                                     geometry_ref(simplifyGeometry(line.get(), 3))})
-        EXPECT_TRUE(made == ::osg::NullFC);
-    EXPECT_EQ(out.text(), "");
+    EXPECT_TRUE(geometry_ref(simplifyGeometry(::osg::NullFC, 3)) == ::osg::NullFC);
 }
 
 /// A writer of scene files that gives up.
