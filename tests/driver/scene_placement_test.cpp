@@ -177,18 +177,17 @@ TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
     morva::osg::applyTransform(::osg::GeometryPtr(), matrix);
 }
 
-// ---- one material for a whole scene
+::osg::MaterialPtr ownMaterial(const NodePtr& node) { return coreOf(node)->getMaterial(); }
 
-::osg::MaterialPtr ownMaterial(const ::osg::NodePtr& node) { return coreOf(node)->getMaterial(); }
-
-TEST(MostUsedMaterial, CountsPrimitivesNotNodesAndOfEqualsTheFirstButNoneBeforeAll) {
+TEST(OneMaterial, IsThatOfMostPrimitivesOfEqualsTheFirstButNoneBeforeAll) {
     const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
-    const node_ref root(group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
-                               meshNode(quads(5), blue.get()),
-                               hidden(meshNode(quads(9), red.get())), meshNode(quads(2))}));
+    const node_ref root(
+        group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
+               meshNode(quads(5), blue.get()), hidden(meshNode(quads(9), red.get())),
+               meshNode(quads(2)), sceneOf("$red($red(m))", {{"red", red.get()}})}));
     const auto mostUsed = [&] { return morva::osg::getMostUsedMaterialInScene(root.get()); };
     EXPECT_EQ(mostUsed(), blue.get());
-    root->addChild(meshNode(quads(3), red.get()));
+    root->addChild(meshNode(quads(2), red.get()));
     EXPECT_EQ(mostUsed(), red.get());
     root->addChild(meshNode(quads(3)));
     EXPECT_EQ(mostUsed(), ::osg::NullFC);
@@ -197,24 +196,14 @@ TEST(MostUsedMaterial, CountsPrimitivesNotNodesAndOfEqualsTheFirstButNoneBeforeA
     EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
     EXPECT_EQ(ownMaterial(root->getChild(4)), blue.get()) << "also where there was none";
     EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
+    const NodePtr outer = root->getChild(5), inner = outer->getChild(0), mesh = inner->getChild(0);
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(outer->getCore())->getMaterial(), blue.get());
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
+    EXPECT_EQ(ownMaterial(mesh), ::osg::NullFC) << "the outermost group gives it";
     for (const node_ref& nothing : {node_ref(), node_ref(group({group()}))}) {
         EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(nothing.get()), ::osg::NullFC);
         morva::osg::reduceSceneMaterialsToOne(nothing.get());
     }
-}
-
-TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
-    const node_ref root(sceneOf("$red($red(m))", {{"red", red.get()}}));
-    const ::osg::NodePtr inner = root->getChild(0), geometry = inner->getChild(0);
-    morva::osg::changeMaterialForNode(geometry, blue.get());
-    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(root->getCore())->getMaterial(), blue.get());
-    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
-    EXPECT_EQ(ownMaterial(geometry), ::osg::NullFC);
-    EXPECT_EQ(morva::osg::getMaterial(geometry), blue.get());
-    EXPECT_EQ(blue.get().getRefCount(), 2U);
-    morva::osg::changeMaterialForNode(geometry, blue.get());
-    EXPECT_EQ(blue.get().getRefCount(), 2U) << "the same again changes nothing";
 }
 
 } // namespace
