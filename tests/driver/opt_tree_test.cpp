@@ -70,39 +70,35 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
     }
 }
 
-std::string described(const morva::osg::atlas_options& atlas) {
-    std::ostringstream text;
-    text << atlas.textureSize << ":" << atlas.texcoords << ":" << atlas.optimizetc << ":"
-         << atlas.exact << ":" << atlas.padding;
-    return text.str();
-}
-
 /// What differs from a plan that does nothing.
 std::string described(const morva::osg::run_plan& plan) {
     const morva::osg::optTree_setup& all = plan.setup;
-    const std::pair<bool, std::string> facts[] = {
-        {!plan.is_automatic, "runs"},
-        {plan.merges, "merges:" + std::to_string(plan.tree.max_elements)},
-        {all.merge.cacheopt, "cache"},
-        {all.merge.alphageometry, "alpha"},
-        {all.mostusedmaterial, "one"},
-        {all.removelod, "lod"},
-        {all.removeswitch, "switch"},
-        {plan.builds_hierarchy, "hierarchy"},
-        {plan.atlas.has_value(), plan.atlas ? "atlas:" + described(*plan.atlas) : ""},
-        {plan.removes_parts, "removes"},
-        {plan.builds_hull, "hull"},
-        {plan.orders_cache && !all.merge.cacheopt, "orders"},
-        {!all.aoreplace, "keeps"},
-        {plan.tracks_ids, "ids:" + all.merge.idmap + ":" + plan.idmap_file},
-        {all.idmapinroot, "root"},
-        {all.help.has_value(), "help"},
-        {!all.prefix.empty(), "prefix:" + all.prefix},
-        {!all.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?"}};
-    std::string text;
-    for (const auto& [holds, fact] : facts)
-        text += holds ? fact + " " : "";
-    return text;
+    const morva::osg::atlas_options atlas = plan.atlas.value_or(morva::osg::atlas_options());
+    std::ostringstream text;
+    const auto tell = [&text](bool holds, const auto&... fact) {
+        if (holds)
+            (text << ... << fact) << " ";
+    };
+    tell(!plan.is_automatic, "runs");
+    tell(plan.merges, "merges:", plan.tree.max_elements);
+    tell(all.merge.cacheopt, "cache");
+    tell(all.merge.alphageometry, "alpha");
+    tell(all.mostusedmaterial, "one");
+    tell(all.removelod, "lod");
+    tell(all.removeswitch, "switch");
+    tell(plan.builds_hierarchy, "hierarchy");
+    tell(plan.atlas.has_value(), "atlas:", atlas.textureSize, ":", atlas.texcoords, ":",
+         atlas.optimizetc, ":", atlas.exact, ":", atlas.padding);
+    tell(plan.removes_parts, "removes");
+    tell(plan.builds_hull, "hull");
+    tell(plan.orders_cache && !all.merge.cacheopt, "orders");
+    tell(!all.aoreplace, "keeps");
+    tell(plan.tracks_ids, "ids:", all.merge.idmap, ":", plan.idmap_file);
+    tell(all.idmapinroot, "root");
+    tell(all.help.has_value(), "help");
+    tell(!all.prefix.empty(), "prefix:", all.prefix);
+    tell(!all.merge.silent || plan.tree.max_depth != 100 || plan.cache_entries != 65533, "?");
+    return text.str();
 }
 
 TEST(PlanOf, TellsWhatFollowsFromTheKeys) {

@@ -14,49 +14,57 @@ using points = std::vector<Pnt3f>;
 
 const float nan = std::numeric_limits<float>::quiet_NaN();
 
-mesh_data cloud(const points& at) {
-    mesh_data mesh;
-    mesh.primitives = {{0, static_cast<unsigned>(at.size())}};
-    mesh.positions = at;
-    return mesh;
-}
-NodePtr cloudNode(const points& at) { return meshNode(cloud(at)); }
+/// Clouds by the names of their meshes. The third point of one is used by nothing.
+const std::map<std::string, points> clouds = {{"low", {{1, 2, 3}, {2, 2, 3}, {100, 100, 100}}},
+                                              {"high", {{5, 4, 4}}},
+                                              {"unit", {{0, 0, 0}, {2, 2, 2}}},
+                                              {"flat", {{0, 0, 0}, {1, 1, 0}}},
+                                              {"one", {{1, 1, 1}}},
+                                              {"east", {{4, 0, 0}}},
+                                              {"broken", {{10.5F, 7, 4}, {12, -0.5F, 9}}},
+                                              {"third", {{11, 3, 3}}},
+                                              {"nans", {{nan, 2, 2}, {3, nan, 7}}},
+                                              {"empty", {}}};
 
-/// All positions, "x y z, x y z", and behind "+" the number of transforms.
+NodePtr cloudNode(const points& at) {
+    mesh_data mesh;
+    mesh.primitives = {{0, static_cast<unsigned>(std::min<std::size_t>(at.size(), 2))}};
+    mesh.positions = at;
+    return meshNode(mesh);
+}
+
+/// A scene of clouds, where those of one name have one core; what is named "turn" is a component
+/// transform by a quarter around z.
+NodePtr cloudsOf(const char* text) {
+    const NodePtr root = sceneOf(text), turn = nodeNamed(root, "turn");
+    std::map<std::string, node_ref> made;
+    for (const NodePtr& node : geometryNodes(root)) {
+        node_ref& first = made[::osg::getName(node)];
+        first = first == ::osg::NullFC ? cloudNode(clouds.at(::osg::getName(node))) : first.get();
+        node->setCore(first->getCore());
+    }
+    if (turn != ::osg::NullFC) {
+        ::osg::Matrix quarter;
+        quarter.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), float(M_PI) / 2.0F));
+        turn->setCore(::osg::ComponentTransform::create());
+        ::osg::TransformPtr::dcast(turn->getCore())->setMatrix(quarter);
+    }
+    return root;
+}
+
+/// All positions, "x y z, x y z"; a "'" behind those that a transform moves further.
 std::string positionsOf(const NodePtr& root) {
     std::ostringstream text;
     for (const NodePtr& each : geometryNodes(root)) {
         const ::osg::GeoPositionsPtr positions = coreOf(each)->getPositions();
+        const bool is_moved = !each->getToWorld().equals(::osg::Matrix::identity(), 1e-6F);
         for (::osg::UInt32 i = 0; positions != ::osg::NullFC && i < positions->getSize(); ++i) {
             const Pnt3f p = positions->getValue(i);
-            text << (text.tellp() > 0 ? ", " : "") << p[0] << ' ' << p[1] << ' ' << p[2];
+            text << (text.tellp() > 0 ? ", " : "") << p[0] << ' ' << p[1] << ' ' << p[2]
+                 << (is_moved ? "'" : "");
         }
     }
-    const std::function<int(const NodePtr&)> transformsBelow = [&](const NodePtr& node) {
-        int count = ::osg::TransformPtr::dcast(node->getCore()) != ::osg::NullFC ? 1 : 0;
-        for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i)
-            count += transformsBelow(node->getChild(i));
-        return count;
-    };
-    const int count = root != ::osg::NullFC ? transformsBelow(root) : 0;
-    return text.str() + (count > 0 ? " +" + std::to_string(count) : "");
-}
-
-/// Extents 4, 2 and 1; the lowest corner is (1, 2, 3). The third point is used by nothing.
-NodePtr oblong() {
-    mesh_data low = cloud({{1, 2, 3}, {2, 2, 3}, {100, 100, 100}});
-    low.primitives = {{0, 2}};
-    return group({group({meshNode(low)}), cloudNode({{5, 4, 4}})});
-}
-
-/// Two nodes of one core, one turned a quarter around z, and a hidden one.
-NodePtr placedParts() {
-    const NodePtr part = cloudNode({{0, 0, 0}, {2, 2, 2}});
-    ::osg::Matrix turn;
-    turn.setRotate(::osg::Quaternion(::osg::Vec3f(0, 0, 1), static_cast<float>(M_PI) / 2.0F));
-    return group({moved({10, 0, 0}, {part}), moved({0, 4, 0}, {nodeOf(part->getCore())}),
-                  switched(-2, {transformed(turn, {cloudNode({{4, 0, 0}})})}),
-                  moved({50, 0, 0}, {hidden(cloudNode({{7, 7, 7}}))})});
+    return text.str();
 }
 
 using act = void (*)(const NodePtr& root, const char* text);
@@ -86,69 +94,57 @@ TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
                                         "Example \"1:2:3:4:5:6\"\n",
                       bad_center = head + "CenterGeoPositions: String of Center values not valid. "
                                           "Example \"1:2:3\"\n";
-    const char* const same = "1 2 3, 2 2 3, 100 100 100, 5 4 4";
-    const auto at = [](float all) { return cloudNode({{all, all, all}}); };
-    const NodePtr part = cloudNode({{2, 3, 4}}), nested = cloudNode({{1, 1, 1}});
-    nested->addChild(at(9));
+    const char *const oblong = "r(g(low) high)", // extents 4, 2 and 1
+        *const same = "1 2 3, 2 2 3, 100 100 100, 5 4 4";
     const struct {
-        const char* rule;
         act apply;
-        NodePtr scene;
-        const char *text, *expected;
-        std::string printed;
+        const char *scene, *text, *expected;
+        std::string printed = "";
     } rows[] = {
-        {"half size and lower corners meet", intoBox, oblong(), "2",
-         "-1 -1 -1, -0.5 -1 -1, 48.5 48 47.5, 1 0 -0.5", ""},
-        {"the world's box is measured, the own space moved", childIntoBox,
-         moved({2, 2, 2}, {group({cloudNode({{0, 0, 0}, {2, 2, 2}})})}), "1",
-         "-1.5 -1.5 -1.5, -0.5 -0.5 -0.5 +1", ""},
-        {"no size, no word", intoBox, oblong(), "0", same, ""},
-        {"negative size", intoBox, oblong(), "-2", same, ""},
-        {"size that is no number", intoBox, oblong(), "nan", same, ""},
-        {"flat box", intoBox, oblong(), "0:0:0:1:1:0", same, bad_box},
-        {"box inside out", intoBox, oblong(), "0:0:0:1:-1:1", same, bad_box},
-        {"tightest axis decides", intoBox, oblong(), "10:20:30:110:22:130",
-         "10 20 30, 11 20 30, 109 118 127, 14 22 31", ""},
-        {"flat scene", intoBox, cloudNode({{0, 0, 0}, {1, 1, 0}}), "2", "0 0 0, 1 1 0", bad_scene},
-        {"nothing to draw", intoBox, group(), "2", "", bad_scene},
-        {"node without a core", intoBox, ::osg::Node::create(), "2", "", bad_scene},
-        {"hidden scene", intoBox, hidden(oblong()), "2", same, bad_scene},
-        {"five numbers", intoBox, oblong(), "0:0:0:1:1", same, bad_list},
-        {"no numbers", intoBox, oblong(), ":", same, bad_list},
-        {"words are zeros", intoBox, oblong(), "a:b:c:d:e:f", same, bad_box},
-        {"six numbers, no more", intoBox, oblong(), "1:2:3:9:4:4", same, ""},
-        {"the seventh is ignored", intoBox, oblong(), "::1:2:3::9:4:4:77:", same, ""},
-        {"a place of its own for each node, baked", toCenter, placedParts(), "1:2.25:-3e6:rest",
-         "5 -0.75 -3e+06, 7 1.25 -3e+06, -5 3.25 -3e+06, -3 5.25 -3e+06, -5 3.25 -3e+06, 7 7 7",
-         "New Model Center: [1/2.25/-3e+06]\nModel will be moved by: [-5/-0.75/-3e+06]\n"},
-        {"a copy was moved", toCenter, cloudNode({{4, 0, 0}}), "1:2:3", "4 0 0",
+        // Lower corners meet, and the tightest axis decides.
+        {intoBox, oblong, "2", "-1 -1 -1, -0.5 -1 -1, 48.5 48 47.5, 1 0 -0.5"},
+        {intoBox, oblong, "10:20:30:110:22:130", "10 20 30, 11 20 30, 109 118 127, 14 22 31"},
+        // The world's box is measured, the own space moved.
+        {childIntoBox, "~r(g(unit))", "1", "-1 -0.5 -0.5', 0 0.5 0.5'"},
+        {intoBox, oblong, "0", same},
+        {intoBox, oblong, "-2", same},
+        {intoBox, oblong, "nan", same},
+        {intoBox, oblong, "0:0:0:1:1:0", same, bad_box},
+        {intoBox, oblong, "0:0:0:1:-1:1", same, bad_box},
+        {intoBox, oblong, "a:b:c:d:e:f", same, bad_box},
+        {intoBox, oblong, "0:0:0:1:1", same, bad_list},
+        {intoBox, oblong, ":", same, bad_list},
+        {intoBox, oblong, "1:2:3:9:4:4", same},
+        {intoBox, oblong, "::1:2:3::9:4:4:77:", same}, // the seventh is ignored
+        {intoBox, "flat", "2", "0 0 0, 1 1 0", bad_scene},
+        {intoBox, "g()", "2", "", bad_scene},
+        {intoBox, ".e", "2", "", bad_scene},
+        {intoBox, "!g(unit)", "2", "0 0 0, 2 2 2", bad_scene},
+        // A place of its own for each node, baked; hidden ones lose their transforms alone.
+        {toCenter, "r(unit ~t(unit) ?-2s(turn(east)) ~t(!one))", "1:2.25:-3e6:rest",
+         "-0.5 0.25 -3e+06, 1.5 2.25 -3e+06, 0.5 0.25 -3e+06, 2.5 2.25 -3e+06, "
+         "-0.5 4.25 -3e+06, 1 1 1",
+         "New Model Center: [1/2.25/-3e+06]\nModel will be moved by: [-0.5/0.25/-3e+06]\n"},
+        {toCenter, "east", "1:2:3", "4 0 0", // a copy was moved
          "New Model Center: [1/2/3]\nModel will be moved by: [-3/2/3]\n"},
-        {"too few", toCenter, moved({1, 1, 1}, {at(3)}), "1:2", "3 3 3 +1", bad_center},
-        {"nothing to move comes first", toCenter, group(), "1:2", "", ""},
-        {"rounds down", toBase,
-         group({cloudNode({{10.5F, 7, 4}, {12, -0.5F, 9}}), cloudNode({{11, 3, 3}})}), "",
-         "0.5 8 1, 2 0.5 6, 1 4 0", ""},
-        {"shared cores move once per node", toBase, group({part, nodeOf(part->getCore())}), "",
-         "-2 -3 -4, -2 -3 -4", ""},
-        {"a transform above stops it", toBase, group({at(5), moved({1, 0, 0}, {group({at(6)})})}),
-         "", "5 5 5, 6 6 6 +1", ""},
-        {"a component transform too", toBase, nodeOf(::osg::ComponentTransform::create(), {at(5)}),
-         "", "5 5 5 +1", ""},
-        {"a transform above nothing does not", toBase, group({at(5), moved({1, 0, 0}, {group()})}),
-         "", "0 0 0 +1", ""},
-        {"switched geometry stays and has no say", toBase,
-         group({switched(0, {at(1)}), at(5), meshNode(mesh_data{})}), "", "1 1 1, 0 0 0", ""},
-        {"no number has no say", toBase, cloudNode({{nan, 2, 2}, {3, nan, 7}}), "",
-         "nan 0 0, 0 nan 5", ""},
-        {"no positions", toBase, group({meshNode(mesh_data{})}), "", "", ""},
-        {"topmost geometries, once per node", doubled,
-         group({nested, group({nodeOf(nested->getCore()), ::osg::Node::create()}),
-                meshNode(mesh_data{})}),
-         "", "4 4 4, 9 9 9, 4 4 4", ""},
+        {toCenter, "~t(one)", "1:2", "1 1 1'", bad_center},
+        {toCenter, "g()", "1:2", ""}, // nothing to move comes first
+        // Rounds down; shared cores move once per node.
+        {toBase, "r(broken third)", "", "0.5 8 1, 2 0.5 6, 1 4 0"},
+        {toBase, "r(high high)", "", "-5 -4 -4, -5 -4 -4"},
+        {toBase, "r(high ~t(g(one)))", "", "5 4 4, 1 1 1'"},
+        {toBase, "turn(one)", "", "1 1 1'"},
+        {toBase, "r(high ~t(g()))", "", "0 0 0"},
+        // What is switched, empty or no number has no say.
+        {toBase, "r(?0s(one) high empty)", "", "1 1 1, 0 0 0"},
+        {toBase, "nans", "", "nan 0 0, 0 nan 5"},
+        {toBase, "r(empty)", "", ""},
+        // Topmost geometries, once per node.
+        {doubled, "r(#one(high) g(one .e) empty)", "", "4 4 4, 5 4 4, 4 4 4"},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.rule);
-        const node_ref root(row.scene);
+        SCOPED_TRACE(testing::Message() << row.scene << " " << row.text);
+        const node_ref root(cloudsOf(row.scene));
         const stream_capture out(std::cout);
         std::cout.precision(1); // as a caller may have left it
         row.apply(root.get(), row.text);
@@ -181,18 +177,17 @@ TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
     morva::osg::applyTransform(::osg::GeometryPtr(), matrix);
 }
 
-// ---- one material for a whole scene
+::osg::MaterialPtr ownMaterial(const NodePtr& node) { return coreOf(node)->getMaterial(); }
 
-::osg::MaterialPtr ownMaterial(const ::osg::NodePtr& node) { return coreOf(node)->getMaterial(); }
-
-TEST(MostUsedMaterial, CountsPrimitivesNotNodesAndOfEqualsTheFirstButNoneBeforeAll) {
+TEST(OneMaterial, IsThatOfMostPrimitivesOfEqualsTheFirstButNoneBeforeAll) {
     const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
-    const node_ref root(group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
-                               meshNode(quads(5), blue.get()),
-                               hidden(meshNode(quads(9), red.get())), meshNode(quads(2))}));
+    const node_ref root(
+        group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
+               meshNode(quads(5), blue.get()), hidden(meshNode(quads(9), red.get())),
+               meshNode(quads(2)), sceneOf("$red($red(m))", {{"red", red.get()}})}));
     const auto mostUsed = [&] { return morva::osg::getMostUsedMaterialInScene(root.get()); };
     EXPECT_EQ(mostUsed(), blue.get());
-    root->addChild(meshNode(quads(3), red.get()));
+    root->addChild(meshNode(quads(2), red.get()));
     EXPECT_EQ(mostUsed(), red.get());
     root->addChild(meshNode(quads(3)));
     EXPECT_EQ(mostUsed(), ::osg::NullFC);
@@ -201,24 +196,14 @@ TEST(MostUsedMaterial, CountsPrimitivesNotNodesAndOfEqualsTheFirstButNoneBeforeA
     EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
     EXPECT_EQ(ownMaterial(root->getChild(4)), blue.get()) << "also where there was none";
     EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
+    const NodePtr outer = root->getChild(5), inner = outer->getChild(0), mesh = inner->getChild(0);
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(outer->getCore())->getMaterial(), blue.get());
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
+    EXPECT_EQ(ownMaterial(mesh), ::osg::NullFC) << "the outermost group gives it";
     for (const node_ref& nothing : {node_ref(), node_ref(group({group()}))}) {
         EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(nothing.get()), ::osg::NullFC);
         morva::osg::reduceSceneMaterialsToOne(nothing.get());
     }
-}
-
-TEST(ChangeMaterial, GoesThroughTheOutermostMaterialGroup) {
-    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
-    const node_ref root(sceneOf("$red($red(m))", {{"red", red.get()}}));
-    const ::osg::NodePtr inner = root->getChild(0), geometry = inner->getChild(0);
-    morva::osg::changeMaterialForNode(geometry, blue.get());
-    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(root->getCore())->getMaterial(), blue.get());
-    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
-    EXPECT_EQ(ownMaterial(geometry), ::osg::NullFC);
-    EXPECT_EQ(morva::osg::getMaterial(geometry), blue.get());
-    EXPECT_EQ(blue.get().getRefCount(), 2U);
-    morva::osg::changeMaterialForNode(geometry, blue.get());
-    EXPECT_EQ(blue.get().getRefCount(), 2U) << "the same again changes nothing";
 }
 
 } // namespace

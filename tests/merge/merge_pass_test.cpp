@@ -15,7 +15,6 @@ TEST(MergeGeo, PrintsAsToldByTheFlags) {
          {std::tuple{true, false, 1, merged},
           std::tuple{false, false, 1, title + merged + "done.\n"},
           std::tuple{true, true, 1, title + merged + caching + progress},
-          std::tuple{true, true, 0, title + merged + caching + progress},
           std::tuple{true, true, -7, title + merged + caching + progress},
           std::tuple{false, true, 2, title + merged + caching + "done.\n"}}) {
         SCOPED_TRACE(testing::Message() << silent << cacheopt << numthreads);

@@ -3,7 +3,6 @@
 #include "tests/support/merge_scenes.h"
 
 #include <atomic>
-#include <optional>
 #include <stdexcept>
 
 #include <OpenSG/OSGThreadManager.h>
@@ -26,28 +25,26 @@ struct crew {
         for (unsigned i = 0; i < yields || most_at_work < company; ++i)
             std::this_thread::yield();
     }
-    /// Takes all steps once, with whoever helps; one of them throws, perhaps.
-    void shareSteps(std::size_t count, std::size_t failing, int company);
 };
 
+/// Counts a thread that is at work, once.
 struct presence {
     explicit presence(crew& counted) : at(counted) {
-        const int now = ++at.at_work;
+        const int now = depth++ == 0 ? ++at.at_work : 0;
         for (int most = at.most_at_work; most < now;)
             at.most_at_work.compare_exchange_weak(most, now);
     }
-    ~presence() { --at.at_work; }
+    ~presence() { at.at_work -= --depth == 0 ? 1 : 0; }
     crew& at;
+    static inline thread_local int depth = 0;
 };
 
-void crew::shareSteps(std::size_t count, std::size_t failing, int company) {
+/// Takes all steps once, with whoever helps; one of them throws, perhaps.
+void takeSteps(crew& all, std::size_t count, std::size_t failing, int company) {
     std::vector<std::atomic<int>> taken(count);
-    const auto own = std::this_thread::get_id();
     morva::shareSteps(count, [&](std::size_t i) {
-        std::optional<presence> help;
-        if (std::this_thread::get_id() != own)
-            help.emplace(*this);
-        linger(company, 20);
+        const presence here(all);
+        all.linger(company, 20);
         ++taken[i];
         if (i == failing)
             throw std::runtime_error("step");
@@ -57,13 +54,8 @@ void crew::shareSteps(std::size_t count, std::size_t failing, int company) {
 }
 
 struct test_arguments {
-    std::size_t place = 0;                 ///< among the results
-    crew* tasks = nullptr;                 ///< all of them
-    int company = 0;                       ///< tasks that must be at work together
-    unsigned yields = 0;                   ///< time that it takes
-    bool fails = false;                    ///< throws
-    bool takes_id_lock = false;            ///< keeps the ID map's lock until its end
-    std::size_t steps = 0, failing = none; ///< to be shared, and the one that throws
+    std::function<void()> work;
+    std::size_t place = 0; ///< among the results
     ::osg::NodePtr result;
     std::string barrier;
     threadHandler* handler = nullptr;
@@ -81,31 +73,23 @@ void takeIdLock() {
 void workMultithread(void* argument) {
     auto& task = *static_cast<test_arguments*>(argument);
     morva::osg::runWorker(task, [&task] {
-        const presence here(*task.tasks);
-        here.at.linger(task.company, task.yields);
-        if (task.takes_id_lock)
-            takeIdLock();
-        here.at.shareSteps(task.steps, task.failing, 0);
-        if (task.fails)
-            task.place == 0 ? throw 7 : throw std::runtime_error("broken");
-        return morva_test::named(std::to_string(task.place), morva_test::group());
+        task.work();
+        return named(std::to_string(task.place), group());
     });
 }
 
-/// Runs tasks that `prepare` has filled in, started out of the order of their places, and returns
-/// the names of the joined results: their places.
+/// Runs what `prepare` gives for each place, started out of the order of places, and returns the
+/// names of the joined results: their places.
 template <typename Prepare>
-std::vector<std::string> runTasks(std::size_t count, unsigned limit, const char* pool, crew& tasks,
-                                  const Prepare& prepare) {
-    const ::osg::NodeRefPtr parent(morva_test::group());
+std::string runTasks(std::size_t count, unsigned limit, const char* pool, const Prepare& prepare) {
+    const node_ref parent(group());
     threadHandler handler(pool, limit);
     {
         morva::osg::task_list<test_arguments> list(handler, workMultithread);
         for (std::size_t i = 0; i < count; ++i) {
             test_arguments task;
             task.place = (i + count / 2) % count;
-            task.tasks = &tasks;
-            prepare(task);
+            task.work = prepare(task.place);
             list.start(task, task.place);
         }
         list.joinInto(parent.get());
@@ -113,7 +97,7 @@ std::vector<std::string> runTasks(std::size_t count, unsigned limit, const char*
     EXPECT_EQ(handler.running, 0U);
     EXPECT_FALSE(handler.waiting);
     EXPECT_EQ(handler.threadNames.size(), count);
-    return morva_test::childNames(parent.get());
+    return textOf(parent.get());
 }
 
 TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
@@ -129,24 +113,28 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
         const std::size_t failing = rng() % (2 * count); // the place of one that fails, if any
         const bool by_step = rng() % 2 == 0, is_mixed = rng() % 4 == 0;
         const int most = static_cast<int>(std::min<std::size_t>(count, limit));
-        const auto prepare = [&](test_arguments& task) {
-            const bool fails = task.place == failing;
-            task.company = is_mixed ? 0 : most;
-            task.yields = rng() % 3 * 20;
-            task.takes_id_lock = rng() % 2 == 0;
-            task.steps = fails || rng() % 2 == 0 ? 15 : 0;
-            task.fails = fails && !by_step;
-            task.failing = fails && by_step ? 7 : none;
-        };
-        std::vector<std::string> expected;
+        const node_ref expected(group());
         for (std::size_t i = 0; i < count; ++i)
             if (i != failing)
-                expected.push_back(std::to_string(i));
-        const morva_test::stream_capture error(std::cerr);
-        takeIdLock(); // held by the main thread when it starts the first task
+                expected->addChild(named(std::to_string(i), group()));
         crew tasks;
-        EXPECT_EQ(runTasks(count, limit, is_mixed ? "TEST_MIXED" : "TEST_POOL", tasks, prepare),
-                  expected);
+        const auto prepare = [&](std::size_t place) -> std::function<void()> {
+            const bool fails = place == failing, locks = rng() % 2 == 0, shares = rng() % 2 == 0;
+            const unsigned yields = rng() % 3 * 20;
+            return [=, &tasks] {
+                const presence here(tasks);
+                tasks.linger(is_mixed ? 0 : most, yields);
+                if (locks)
+                    takeIdLock(); // kept until the end
+                takeSteps(tasks, fails || shares ? 15 : 0, fails && by_step ? 7 : none, 0);
+                if (fails)
+                    place == 0 ? throw 7 : throw std::runtime_error("broken");
+            };
+        };
+        const stream_capture error(std::cerr);
+        takeIdLock(); // held by the main thread when it starts the first task
+        EXPECT_EQ(runTasks(count, limit, is_mixed ? "TEST_MIXED" : "TEST_POOL", prepare),
+                  textOf(expected.get()));
         EXPECT_LE(tasks.most_at_work, static_cast<int>(limit));
         EXPECT_GE(tasks.most_at_work, is_mixed ? 1 : most) << "all places were taken";
         EXPECT_EQ(error.text(), failing >= count ? ""
@@ -156,10 +144,11 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
         EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U);
     }
     morva::osg::getIDmapHandler().reset();
-    crew left_early; // waits and cleans up
-    EXPECT_THROW(runTasks(3, 3, "TEST_POOL", left_early,
-                          [](const test_arguments& task) { task.place == 0 ? throw 7 : void(); }),
-                 int);
+    const auto leave_early = [](std::size_t place) { // waits and cleans up
+        place == 0 ? throw 7 : void();
+        return [] {};
+    };
+    EXPECT_THROW(runTasks(3, 3, "TEST_POOL", leave_early), int);
 }
 
 TEST(WorkerThreads, HelpersTakeStepsBesideAThreadThatIsNoTask) {
@@ -170,8 +159,7 @@ TEST(WorkerThreads, HelpersTakeStepsBesideAThreadThatIsNoTask) {
         for (const bool may_help : {false, true}) {
             crew alone;
             const presence here(alone);
-            alone.shareSteps(200, none, may_help ? 2 : 1);
-            EXPECT_GE(alone.most_at_work, may_help ? 2 : 1);
+            takeSteps(alone, 200, none, may_help ? 2 : 1);
             EXPECT_LE(alone.most_at_work, may_help ? places + 1 : 1);
             handler.noMoreTasks();
         }
