@@ -286,7 +286,7 @@ words naiveJoined(const ::osg::GeometryPtr& g) {
             const std::size_t bytes = p != nullptr ? p->getDimension() * p->getFormatSize() : 0;
             if ((a < count) != (b < count) ||
                 (a < count &&
-                 std::memcmp(p->getData() + a * bytes, p->getData() + b * bytes, bytes)))
+                 std::memcmp(p->getData() + a * bytes, p->getData() + b * bytes, bytes) != 0))
                 return false;
             compared = compared || a < count;
         }

@@ -14,7 +14,7 @@ using texts = std::vector<std::string>;
 
 parameter_map parse(const std::string& text) {
     std::string given = text;
-    const parameter_map map = parseOptTreeParams(given);
+    parameter_map map = parseOptTreeParams(given);
     EXPECT_EQ(given, text);
     return map;
 }

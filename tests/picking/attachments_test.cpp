@@ -62,8 +62,11 @@ TEST(TreeAttachments, HaveTheirNamesAndStayOutOfFiles) {
               "MorvaBIH SFBIH_Tree MFBIH_Tree BIHAttachPayload ");
     EXPECT_EQ((namesOf<::osg::MorvaAttachSetup, morva::osg::SetupAttachPayload>("morvasetup")),
               "MorvaSetup SFMorva_Setup MFMorva_Setup SetupAttachPayload ");
-    const BIHAttachPayload made, copy = made;
+    const BIHAttachPayload made;
+    BIHAttachPayload copy = made;
     EXPECT_TRUE(copy == made && !(BIHAttachPayload() == made));
+    copy.dirty = true;
+    EXPECT_FALSE(copy == made);
 
     const registered picking(morva::osg::register_morva_intersect);
     const node_ref root(group({meshNode(quads(1)), meshNode(quads(4))}));
