@@ -41,13 +41,15 @@ TEST(MergeGeo, RootsThatAreNoGroups) {
     mesh.coordinates.assign(mesh.positions.size(), {0.5F, 0.25F});
     const node_ref above(materialGroup(textured.get(), {meshNode(mesh), hidden(meshNode(mesh))}));
     const stream_capture out(std::cout);
-    for (const unsigned i : {0U, 1U}) {
-        const node_ref result(mergeGeo(above->getChild(i), cells(9), quiet()));
+    for (const auto& [child, keeps] : {std::pair(0U, false), {1U, false}, {1U, true}}) {
+        mergeGeo_setup setup = quiet();
+        setup.keeprenderfalse = keeps;
+        const node_ref result(mergeGeo(above->getChild(child), cells(9), setup));
         const node_list nodes = geometryNodes(result.get());
-        ASSERT_EQ(nodes.size(), 1 - i);
-        if (i == 0) {
-            EXPECT_NE(coreOf(nodes[0])->getTexCoords(), ::osg::NullFC);
-            EXPECT_EQ(coreOf(nodes[0])->getMaterial(), textured.get());
+        ASSERT_EQ(nodes.size(), child == 0 || keeps ? 1U : 0U);
+        for (const ::osg::NodePtr& node : nodes) {
+            EXPECT_NE(coreOf(node)->getTexCoords(), ::osg::NullFC);
+            EXPECT_EQ(coreOf(node)->getMaterial(), textured.get());
         }
     }
 }
