@@ -119,30 +119,18 @@ TEST(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
 
 namespace {
 
-constexpr ::osg::UInt32 rgba = ::osg::Image::OSG_RGBA_PF, rgb = ::osg::Image::OSG_RGB_PF,
-                        la = ::osg::Image::OSG_LA_PF;
+/// 3 by 2 pixels, the last one with this alpha, the others with 255.
+::osg::ImagePtr fading(::osg::UInt32 format, std::uint8_t alpha) {
+    const ::osg::ImagePtr image = imageOf(format, 3, 2);
+    image->editData()[3 * 2 * image->getBpp() - 1] = alpha;
+    return image;
+}
 
-/// How an image is shown: by itself, in a chunk, behind or in front of another, or not at all.
-enum shown { textured, chunk, last, first, chosen, unused, bare };
-
-::osg::MaterialPtr showing(const ::osg::ImagePtr& image, shown how, unsigned mode,
-                           unsigned combine) {
-    if (how == textured) {
-        const ::osg::SimpleTexturedMaterialPtr material = ::osg::SimpleTexturedMaterial::create();
-        material->setImage(image);
-        material->setEnvMode(mode);
-        return material;
-    }
-    if (how == last)
-        return ofChunks({texture(imageOf(rgba, 1, 1, 0)), texture(image, mode, combine)});
-    if (how == first)
-        return ofChunks({texture(image), texture(::osg::NullFC, mode, combine)});
-    if (how == unused)
-        return ofChunks({colors(1)});
-    if (how == bare)
-        return ::osg::NullFC;
-    const ::osg::MaterialPtr material = ofChunks({texture(image, mode, combine)});
-    return how == chosen ? choiceOf(0, {material}) : material;
+::osg::SimpleTexturedMaterialPtr textured(const ::osg::ImagePtr& image, unsigned mode) {
+    const ::osg::SimpleTexturedMaterialPtr material = ::osg::SimpleTexturedMaterial::create();
+    material->setImage(image);
+    material->setEnvMode(mode);
+    return material;
 }
 
 constexpr unsigned replace = 7681, blend = 3042, combined = 34160, modulate = 8448, add = 260;
@@ -150,83 +138,98 @@ constexpr unsigned replace = 7681, blend = 3042, combined = 34160, modulate = 84
 } // namespace
 
 TEST(MaterialQueries, ImageAndItsFlags) {
+    using Image = ::osg::Image;
+    const ::osg::RefPtr<::osg::ImagePtr> opaque(fading(Image::OSG_RGBA_PF, 255)),
+        faint(fading(Image::OSG_RGBA_PF, 254)), grey(fading(Image::OSG_LA_PF, 0)),
+        plain(fading(Image::OSG_RGB_PF, 0));
+    const ::osg::ImagePtr none;
     const struct {
         const char* rule;
-        shown how;
-        unsigned mode, combine;
-        ::osg::UInt32 format;
-        std::uint8_t alpha; ///< of the last pixel; the others have 255
-        bool found, transparent, blends;
+        ::osg::MaterialPtr material;
+        ::osg::ImagePtr image;
+        bool transparent, blends;
     } rows[] = {
-        {"simple textured", textured, modulate, 0, rgba, 255, true, false, false},
-        {"simple textured blends", textured, blend, 0, rgba, 254, true, true, true},
-        {"last texture chunk counts", last, replace, modulate, rgba, 255, true, false, false},
-        {"last one without image", first, blend, modulate, rgba, 0, false, false, true},
-        {"combine and modulate", chunk, combined, modulate, rgba, 255, true, false, true},
-        {"combine otherwise", chunk, combined, add, rgba, 255, true, false, false},
-        {"blend whatever combine", chunk, blend, add, rgba, 255, true, false, true},
-        {"alpha in the last pixel", chunk, replace, modulate, rgba, 254, true, true, false},
-        {"luminance alpha is opaque", chunk, replace, modulate, la, 0, true, false, false},
-        {"no alpha channel", chunk, replace, modulate, rgb, 0, true, false, false},
-        {"no texture", unused, blend, modulate, rgba, 0, false, false, false},
-        {"no material", bare, blend, modulate, rgba, 0, false, false, false},
-        {"switch material", chosen, blend, modulate, rgba, 0, false, false, false},
+        {"simple textured", textured(opaque, modulate), opaque, false, false},
+        {"simple textured blends", textured(faint, blend), faint, true, true},
+        {"last texture chunk counts", ofChunks({texture(faint), texture(opaque)}), opaque, false,
+         false},
+        {"last one without image", ofChunks({texture(faint), texture(none, blend)}), none, false,
+         true},
+        {"combine and modulate", ofChunks({texture(opaque, combined, modulate)}), opaque, false,
+         true},
+        {"combine otherwise", ofChunks({texture(opaque, combined, add)}), opaque, false, false},
+        {"blend whatever combine", ofChunks({texture(opaque, blend, add)}), opaque, false, true},
+        {"alpha in the last pixel", ofChunks({texture(faint)}), faint, true, false},
+        {"luminance alpha is opaque", ofChunks({texture(grey)}), grey, false, false},
+        {"no alpha channel", ofChunks({texture(plain)}), plain, false, false},
+        {"no texture", ofChunks({colors(1)}), none, false, false},
+        {"no material", ::osg::NullFC, none, false, false},
+        {"switch material", choiceOf(0, {ofChunks({texture(faint, blend)})}), none, false, false},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
-        const ::osg::RefPtr<::osg::ImagePtr> image(imageOf(row.format, 3, 2));
-        image->editData()[3 * 2 * image->getBpp() - 1] = row.alpha;
-        const node_ref node(
-            meshNode(quads(1), showing(image.get(), row.how, row.mode, row.combine)));
-        const ::osg::ImagePtr expected = row.found ? image.get() : ::osg::ImagePtr(::osg::NullFC);
-
+        const node_ref node(meshNode(quads(1), row.material));
         bool transparent = true, blends = true; // cleared for a node ...
-        EXPECT_EQ(morva::osg::getImage(node.get(), transparent, blends), expected);
+        EXPECT_EQ(morva::osg::getImage(node.get(), transparent, blends), row.image);
         EXPECT_EQ(transparent, row.transparent);
         EXPECT_EQ(blends, row.blends);
         transparent = blends = true; // ... and kept for a material
-        const ::osg::MaterialPtr material = coreOf(node)->getMaterial();
-        EXPECT_EQ(morva::osg::getImage(material, transparent, blends), expected);
+        EXPECT_EQ(morva::osg::getImage(row.material, transparent, blends), row.image);
         EXPECT_TRUE(transparent && blends);
-        EXPECT_EQ(morva::osg::getImage(node.get()), expected);
+        EXPECT_EQ(morva::osg::getImage(node.get()), row.image);
     }
     EXPECT_EQ(morva::osg::getImage(::osg::NodePtr(::osg::NullFC)), ::osg::NullFC);
 }
 
-TEST(MaterialQueries, AlphaAndWhetherToSkip) {
+TEST(MaterialQueries, AlphaWhetherToSkipAndWhetherToBakeTheOwnOneOrTheOneAbove) {
     const ::osg::SimpleMaterialPtr clear = simple({1, 1, 1});
     clear->setTransparency(0.5F);
-    const ::osg::ChunkMaterialPtr cube_behind = chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1));
-    cube_behind->addChunk(::osg::CubeTextureChunk::create());
+    const ::osg::ImagePtr image = imageOf(::osg::Image::OSG_RGB_PF, 1, 1);
     const struct {
+        const char* rule;
         ::osg::MaterialPtr material;
-        bool alpha, skipped;
-    } rows[] = {{ofChunks({withAlpha(0.5F), withAlpha(1)}), false, false}, // the last one counts
-                {ofChunks({withAlpha(1), withAlpha(0.5F)}), true, false},
-                {ofChunks({withAlpha(1.0000001F)}), true, false}, // exactly 1, without a tolerance
-                {ofChunks({withAlpha(nan_value)}), true, false},
-                {ofChunks({}), false, false},
-                {clear, false, false},
-                {::osg::NullFC, false, false},
-                {chunked({1, 1, 1, 1}, imageOf(rgb, 1, 1)), false, false},
-                {cube_behind, false, true},
-                {choiceOf(0, {}), false, true}};
+        bool alpha, skipped, baked;
+    } rows[] = {
+        {"last of two, opaque", ofChunks({withAlpha(0), withAlpha(1)}), false, false, true},
+        {"last of two, clear", ofChunks({withAlpha(1), withAlpha(0.5F)}), true, false, true},
+        {"last of two, unseen", ofChunks({withAlpha(1), withAlpha(0)}), true, false, false},
+        {"no tolerance", ofChunks({withAlpha(1.0000001F)}), true, false, true},
+        {"alpha that is no number", chunked({1, 0, 0, nan_value}), true, false, true},
+        {"no chunk", bareMaterial(), false, false, false},
+        {"simple", clear, false, false, true},
+        {"simple with a texture", textured(image, modulate), false, false, true},
+        {"texture", chunked({1, 0, 0, 1}, image), false, false, false},
+        {"cube map is a texture", ofChunks({::osg::CubeTextureChunk::create(), withAlpha(1)}),
+         false, true, false},
+        {"cube map behind", ofChunks({texture(image), ::osg::CubeTextureChunk::create()}), false,
+         true, false},
+        {"choice", choiceOf(0, {simple({1, 0, 0})}), false, true, false},
+        {"choice of nothing", choiceOf(0, {}), false, true, false},
+        {"none", ::osg::NullFC, false, false, false},
+    };
     for (const auto& row : rows) {
-        SCOPED_TRACE(&row - rows);
+        SCOPED_TRACE(row.rule);
         const node_ref own(sceneOf("m", {{"m", row.material}}));
         const node_ref above(sceneOf("$m(b !c !d())", {{"m", row.material}}));
-        ::osg::NodePtr self = own.get(), inheriting = above->getChild(0);
+        for (::osg::NodePtr node : {own.get(), above->getChild(0)}) {
+            EXPECT_EQ(morva::osg::hasMaterialAlpha(node), row.alpha);
+            EXPECT_EQ(morva::osg::shouldSkipNode(node), row.skipped);
+            EXPECT_EQ(morva::osg::MaterialColorIntoVertex(node), row.baked);
+            EXPECT_EQ(coreOf(node)->getColors() != ::osg::NullFC, row.baked);
+        }
         ::osg::NodePtr masked = above->getChild(1), no_geometry = above->getChild(2);
-        EXPECT_EQ(morva::osg::hasMaterialAlpha(self), row.alpha);
-        EXPECT_EQ(morva::osg::hasMaterialAlpha(inheriting), row.alpha);
-        EXPECT_EQ(morva::osg::shouldSkipNode(self), row.skipped);
-        EXPECT_EQ(morva::osg::shouldSkipNode(inheriting), row.skipped);
         EXPECT_TRUE(morva::osg::shouldSkipNode(masked));
         EXPECT_FALSE(morva::osg::shouldSkipNode(no_geometry));
+        EXPECT_EQ(coreOf(own)->getMaterial(), row.baked ? ::osg::NullFC : row.material);
+        EXPECT_EQ(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial(), row.material);
     }
-    ::osg::NodePtr null;
-    EXPECT_FALSE(morva::osg::hasMaterialAlpha(null));
-    EXPECT_FALSE(morva::osg::shouldSkipNode(null));
+    const node_ref holder(sceneOf("r(m)"));
+    for (::osg::NodePtr node : {holder.get(), holder->getChild(0), ::osg::NodePtr()}) {
+        EXPECT_FALSE(morva::osg::hasMaterialAlpha(node));
+        EXPECT_FALSE(morva::osg::shouldSkipNode(node));
+        EXPECT_FALSE(morva::osg::MaterialColorIntoVertex(node));
+        morva::osg::setMaterialInGeometry(node);
+    }
 }
 
 // ---- between materials and vertices
@@ -354,42 +357,6 @@ TEST(ColorConversion, MaterialMakesColoursForEveryCornerAndMore) {
             EXPECT_EQ(coreOf(node)->calcMappingIndex(::osg::Geometry::MapColor),
                       mesh.mapping.empty() ? -1 : 0);
         }
-    }
-}
-
-TEST(ColorConversion, OtherMaterialsStay) {
-    const struct {
-        const char* rule;
-        ::osg::MaterialPtr material;
-        bool baked;
-    } rows[] = {
-        {"texture", chunked({1, 0, 0, 1}, imageOf(::osg::Image::OSG_RGB_PF, 1, 1)), false},
-        {"nothing to see", chunked({1, 0, 0, 0}), false},
-        {"last of two, unseen", ofChunks({withAlpha(1), withAlpha(0)}), false},
-        {"last of two, seen", ofChunks({withAlpha(0), withAlpha(1)}), true},
-        {"alpha that is no number", chunked({1, 0, 0, nan_value}), true},
-        {"cube map is a texture", ofChunks({::osg::CubeTextureChunk::create(), withAlpha(1)}),
-         false},
-        {"no chunk", bareMaterial(), false},
-        {"choice", choiceOf(0, {simple({1, 0, 0})}), false},
-        {"simple with a texture", ::osg::SimpleTexturedMaterial::create(), true},
-        {"none", ::osg::NullFC, false},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.rule);
-        const node_ref own(sceneOf("m", {{"m", row.material}}));
-        const node_ref above(sceneOf("$m(a)", {{"m", row.material}}));
-        EXPECT_EQ(morva::osg::MaterialColorIntoVertex(own.get()), row.baked);
-        EXPECT_EQ(morva::osg::MaterialColorIntoVertex(above->getChild(0)), row.baked);
-        for (const ::osg::NodePtr& node : {own.get(), above->getChild(0)})
-            EXPECT_EQ(coreOf(node)->getColors() != ::osg::NullFC, row.baked);
-        EXPECT_EQ(coreOf(own)->getMaterial(), row.baked ? ::osg::NullFC : row.material);
-        EXPECT_EQ(::osg::MaterialGroupPtr::dcast(above->getCore())->getMaterial(), row.material);
-    }
-    const node_ref holder(sceneOf("r(m)"));
-    for (::osg::NodePtr node : {holder.get(), holder->getChild(0), ::osg::NodePtr()}) {
-        EXPECT_FALSE(morva::osg::MaterialColorIntoVertex(node));
-        morva::osg::setMaterialInGeometry(node);
     }
 }
 

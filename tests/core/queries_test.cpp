@@ -63,9 +63,7 @@ TEST(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
         const node_ref node(meshNode(primitivesOnly(row.primitives)));
         expectCounts(row.expected, node.get());
     }
-}
-
-TEST(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
+    // They stop at the shorter list, and at what is no geometry.
     const node_ref node(meshNode(primitivesOnly({{4, 3}, {4, 6}, {4, 9}})));
     coreOf(node)->getLengths()->resize(2);
     expectCounts({3, 0, 0, 3, 1}, node.get());
@@ -75,12 +73,9 @@ TEST(GeometryQueries, CountsStopAtTheShorterListAndAtWhatIsNoGeometry) {
     for (const node_ref& nothing :
          {node_ref(), node_ref(::osg::Node::create()), node_ref(group()), node})
         expectCounts({0, 0, 0, 0, 0}, nothing.get());
-}
-
-TEST(GetVertexCountOfPrimitiveType, KnowsThreeClasses) {
-    const std::pair<int, unsigned> rows[] = {{-2147483647, 0}, {-1, 0}, {0, 1}, {1, 2}, {2, 0},
-                                             {3, 0},           {4, 3},  {5, 0}, {9, 0}};
-    for (const auto& [type, vertices] : rows)
+    const std::pair<int, unsigned> classes[] = {{-2147483647, 0}, {-1, 0}, {0, 1}, {1, 2}, {2, 0},
+                                                {3, 0},           {4, 3},  {5, 0}, {9, 0}};
+    for (const auto& [type, vertices] : classes)
         EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(type), vertices) << type;
 }
 

@@ -66,33 +66,39 @@ inline std::vector<placed_triangle> placedTriangles(const NodePtr& root) {
     return all;
 }
 
-/// A ray at a place of some triangle, or along an axis, or from a corner.
+/// A ray at a place of some triangle, or along an axis, or from a corner; now and then one from
+/// nowhere, from infinity, or without a direction.
 inline Line anyRay(std::mt19937& rng, const std::vector<placed_triangle>& world) {
     const Pnt3f eye(anyVector(rng, 60.F));
     if (world.empty())
         return {eye, anyVector(rng, 1.F)};
     const placed_triangle& t = world[rng() % world.size()];
     const float u = between(rng, 0, 1), v = between(rng, 0, 1 - u);
-    if (rng() % 4 != 0)
-        return {eye, t.at(u, v)};
-    Vec3f axis;
+    const float nan = std::numeric_limits<float>::quiet_NaN();
+    Vec3f odd, axis;
+    odd[rng() % 3] = rng() % 2 == 0 ? nan : ::osg::Inf;
     axis[rng() % 3] = rng() % 2 == 0 ? 1.F : -1.F;
-    return {rng() % 4 == 0 ? t.at(0, 0) : t.at(u, v) - axis * between(rng, 0, 40), axis};
+    switch (rng() % 64) {
+    case 0:
+        return {eye + odd, t.at(u, v) - eye};
+    case 1:
+        return {eye, odd};
+    case 2:
+        return {t.at(u, v) + axis, Vec3f()};
+    default:
+        return rng() % 4 != 0   ? Line(eye, t.at(u, v))
+               : rng() % 4 == 0 ? Line(t.at(0, 0), axis)
+                                : Line(t.at(u, v) - axis * between(rng, 0, 40), axis);
+    }
 }
 
 /// What an action found, to the last bit.
-using found = std::tuple<bool, float, NodePtr, int, float, float, float>;
+using found = std::tuple<bool, float, NodePtr, int, Vec3f>;
 
 inline found foundBy(::osg::IntersectAction& action, const NodePtr& root) {
     action.apply(root);
-    const Vec3f n = action.getHitNormal();
-    return {action.didHit(),
-            action.getHitT(),
-            action.getHitObject(),
-            action.getHitTriangle(),
-            n[0],
-            n[1],
-            n[2]};
+    return {action.didHit(), action.getHitT(), action.getHitObject(), action.getHitTriangle(),
+            action.getHitNormal()};
 }
 inline found pick(const NodePtr& root, const Line& line, float reach = ::osg::Inf) {
     const std::unique_ptr<::osg::IntersectAction> action(

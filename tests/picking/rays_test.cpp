@@ -1,0 +1,266 @@
+// Rays in scenes beside their twins: by actions, in world coordinates; where a hit comes from.
+
+#include "naive_rays.h"
+
+namespace {
+
+using namespace picking_test;
+using morva::osg::all_hits, morva::osg::first_hit, morva::osg::no_triangle, morva::osg::ray_hit;
+using morva::osg::num_attachments, morva::osg::num_picktests;
+using ::osg::Action;
+
+TEST(GeometryEnter, GivesUnitNormalsAtAnySize) {
+    const registered picking(morva::osg::register_morva_intersect);
+    for (const auto& [width, height] : {std::pair(1e-5F, 1e-5F),
+                                        {1.F, 1.F},
+                                        {1e11F, 1e11F},
+                                        {1.F, 1e-30F}}) { // squares beyond a float's
+        const node_ref root(
+            meshNode(triangles({{0, 0, 0}, {width, 0, 0}, {.5F * width, height, 0}})));
+        const found hit = pick(root.get(), Line(Pnt3f(.75F * width, 0, width), Vec3f(0, 0, -1)));
+        EXPECT_TRUE(std::get<0>(hit)) << width << " by " << height;
+        EXPECT_EQ(std::get<4>(hit), Vec3f(0, 0, 1));
+    }
+}
+
+TEST(EnterFunctions, AnswerAnyActionAndGoAsTheyCame) {
+    const registered picking(morva::osg::register_bbox_intersect);
+    const mesh_data tile =
+        triangles({{0, 0, 0}, {1, 0, 0}, {1, 1, 0}, {0, 0, 0}, {1, 1, 0}, {0, 1, 0}});
+    const node_ref root(
+        group({meshNode(tile), meshNode(row(4, 1)), moved({20, 0, 0}, {meshNode(tile)})}));
+    const Line down(Pnt3f(.01F, .99F, 7), Vec3f(0, 0, -1));
+    const unsigned tests = num_picktests(), attached = num_attachments();
+    for (const bool updated : {false, true}) {
+        SCOPED_TRACE(updated);
+        EXPECT_EQ(pick(root.get(), down), found(true, 7.F, root->getChild(0), 0, Vec3f(0, 0, 1)));
+        EXPECT_FALSE(std::get<0>(pick(root.get(), Line(Pnt3f(2.5F, 0, 7), Vec3f(0, 0, -1)))))
+            << "lines alone";
+        EXPECT_TRUE(root->getChild(0)->getVolume().isValid());
+        root->updateVolume();
+    }
+    morva::osg::unregister_morva_intersect();
+    EXPECT_EQ(std::get<3>(pick(root.get(), Line(Pnt3f(.3F, .6F, -7), Vec3f(0, 0, 1)))), 1)
+        << "back faces as before";
+    EXPECT_EQ(num_picktests() - tests + num_attachments() - attached, 0U);
+    morva::osg::register_morva_intersect();
+    EXPECT_TRUE(std::get<0>(pick(root.get(), down)));
+    EXPECT_EQ(num_attachments() - attached, 1U) << "the volumes of the others are missed";
+    ::osg::CNodePtr part(root->getChild(0));
+    const std::unique_ptr<Action> other(Action::create()),
+        beside(::osg::IntersectAction::create(Line(Pnt3f(5, 5, 5), Vec3f(0, 0, 1))));
+    EXPECT_EQ(morva::osg::geometry_enter(part, other.get()), Action::Continue);
+    EXPECT_EQ(morva::osg::bbox_enter(part, other.get()), Action::Continue);
+    EXPECT_EQ(morva::osg::geometry_enter(part, beside.get()), Action::Skip);
+}
+
+TEST(PickingThreads, FindOnAPreparedSceneWhatOneFinds) {
+    const registered picking(morva::osg::register_morva_intersect);
+    std::mt19937 rng(seedOf(43));
+    const node_ref root(anyScene(rng, 12));
+    morva::osg::precalc_BIH(root.get());
+    root->updateVolume();
+    const std::vector<placed_triangle> world = placedTriangles(root.get());
+    std::vector<std::pair<found, float>> answers[5];
+    const auto work = [&](unsigned thread) {
+        std::mt19937 same(seedOf(44));
+        for (int i = 0; i < 2000; ++i) {
+            const Line line = anyRay(same, world);
+            ray_hit hit;
+            first_hit(root.get(), line, true, hit);
+            answers[thread].emplace_back(pick(root.get(), line), hit.distance);
+        }
+    };
+    const unsigned before = num_picktests(), attached = num_attachments();
+    work(4);
+    const unsigned once = num_picktests() - before;
+    inThreads(4, work);
+    EXPECT_EQ(num_picktests() - before, 5 * once);
+    EXPECT_EQ(num_attachments(), attached);
+    for (const auto& answer : answers)
+        EXPECT_EQ(answer, answers[4]);
+}
+
+void expectSame(const ray_hit& a, const ray_hit& b) {
+    EXPECT_TRUE(a.node == b.node && a.object == b.object && a.triangle == b.triangle &&
+                a.distance == b.distance && a.point == b.point && a.normal == b.normal &&
+                a.back_face == b.back_face);
+}
+
+/// What an action finds that takes the literal steps, and that no volume spares a tree that it
+/// asks.
+void expectLiteral(const NodePtr& top, const Line& line, float reach) {
+    const registered picking(morva::osg::register_morva_intersect);
+    const unsigned before = num_picktests();
+    twin_tests = 0;
+    const found answer = pick(top, line, reach); // makes the trees
+    ASSERT_EQ(answer, pickByTwin(top, line, reach));
+    ASSERT_EQ(num_picktests() - before, twin_tests);
+}
+
+/// Each hit is one of the naive ones, and there are no others.
+void expectTruth(const std::vector<ray_hit>& hits, naive_hits naive, const Line& line) {
+    float before = 0.F;
+    for (const ray_hit& hit : hits) {
+        const auto found = naive.find({hit.node, hit.triangle});
+        ASSERT_NE(found, naive.end()) << hit.triangle;
+        const naive_hit& truth = found->second;
+        EXPECT_NEAR(hit.distance, static_cast<float>(truth.t), 1e-5F * hit.distance);
+        EXPECT_EQ(hit.back_face, truth.back_face);
+        EXPECT_LE(before, hit.distance);
+        before = hit.distance;
+        const Pnt3f end = line.getPosition() + line.getDirection() * hit.distance;
+        EXPECT_LT((hit.point - end).length(), 1e-5F * (hit.distance + 60.F));
+        const Vec3d normal(hit.normal[0], hit.normal[1], hit.normal[2]);
+        EXPECT_LT((normal - truth.normal).length(), 1e-4);
+        naive.erase(found);
+    }
+    EXPECT_TRUE(naive.empty()) << "missed triangle " << naive.begin()->first.second;
+}
+
+TEST(Rays, MeetWhatTheLiteralStepsAndAllTrianglesOneByOneTell) {
+    std::mt19937 rng(seedOf(44));
+    std::size_t met = 0, sure_ones = 0, by_action = 0;
+    const int rounds = roundsOf(150);
+    for (int round = 0; round < rounds; ++round) {
+        SCOPED_TRACE(round);
+        const NodePtr root = anyScene(rng); // the frames above it count
+        const node_ref top(transformed(anyFrame(rng), {transformed(anyFrame(rng), {root})}));
+        const std::vector<placed_triangle> world = placedTriangles(root);
+        for (int ray = 0; ray < 100; ++ray) {
+            SCOPED_TRACE(ray);
+            const Line line = anyRay(rng, world);
+            const bool both_sides = ray % 2 == 0;
+            expectLiteral(top.get(), line, ray % 5 == 0 ? 40.F : ::osg::Inf);
+            if (round % 2 == 0)
+                continue; // no volume is up to date
+            const std::vector<ray_hit> hits = all_hits(root, line, both_sides);
+            ray_hit first;
+            ASSERT_EQ(first_hit(root, line, both_sides, first), !hits.empty());
+            if (!hits.empty())
+                expectSame(first, hits.front());
+            // An action's line is in single precision: at edges it may differ.
+            const registered picking(both_sides
+                                         ? +[] { morva::osg::register_exact_intersect(true); }
+                                         : +[] { morva::osg::register_exact_intersect(false); });
+            const found picked = pick(top.get(), line);
+            const float off = std::abs(std::get<1>(picked) - first.distance);
+            if (std::get<0>(picked) == !hits.empty() &&
+                (hits.empty() || off <= 1e-4F * (first.distance + 60.F)))
+                ++by_action;
+            bool sure = true;
+            const naive_hits naive = naiveHits(world, line, both_sides, sure);
+            if (!sure)
+                continue;
+            expectTruth(hits, naive, line);
+            ++sure_ones;
+            met += hits.size();
+        }
+    }
+    const std::size_t rays = 50 * static_cast<std::size_t>(rounds);
+    EXPECT_TRUE(met > rays * 2 / 3 && sure_ones > rays * 2 / 3) << met << " by " << sure_ones;
+    EXPECT_GT(by_action, rays * 39 / 40);
+}
+
+TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
+    const Vec3f down(0, 0, -1), up(0, 0, 1);
+    const mesh_data wall = triangles({{0, 0, 5}, {4, 0, 5}, {0, 4, 5}});
+    Matrix flattened;
+    flattened.setScale(Vec3f(1, 1, 0));
+    const node_ref tiles(meshNode(quads(4))), root(group({meshNode(wall)}));
+    const node_ref twice(group({meshNode(wall), meshNode(wall)})),
+        second(switched(1, {meshNode(wall), meshNode(wall)}));
+    const node_ref gone(group({transformed(flattened, {meshNode(wall)}), ::osg::Node::create()}));
+    gone->getChild(1)->addChild(meshNode(wall)); // below a node without a core
+    const Line near(Pnt3f(1, 1, 6), down);
+    const struct {
+        const char* name;
+        NodePtr node;
+        Line ray;
+        std::size_t fronts, both;
+    } rows[] = {{"an edge", tiles.get(), Line(Pnt3f(2, .5F, 1), down), 2, 2},
+                {"a diagonal", tiles.get(), Line(Pnt3f(.5F, .5F, 1), down), 2, 2},
+                {"its back", tiles.get(), Line(Pnt3f(.5F, .5F, -1), up), 0, 2},
+                {"a border", tiles.get(), Line(Pnt3f(.5F, 0, 1), down), 1, 1},
+                {"corners", tiles.get(), Line(Pnt3f(1, 0, 1), down), 3, 3},
+                {"from beyond its box", root.get(), Line(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)), 1, 1},
+                {"from the back", root.get(), Line(Pnt3f(1, 1, 3), up), 0, 1},
+                {"from the part itself", root.get(), Line(Pnt3f(1, 1, 5), down), 1, 1},
+                {"two at one place", twice.get(), near, 2, 2},
+                {"the second alone", second.get(), near, 1, 1},
+                {"flattened, and without a core", gone.get(), near, 1, 1},
+                {"null", NodePtr(), near, 0, 0}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const bool both_sides : {false, true}) {
+            const std::size_t count = both_sides ? row.both : row.fronts;
+            ray_hit first;
+            first.object = 17;
+            const std::vector<ray_hit> hits = all_hits(row.node, row.ray, both_sides);
+            ASSERT_EQ(hits.size(), count);
+            EXPECT_EQ(first_hit(row.node, row.ray, both_sides, first), count != 0);
+            if (count != 0)
+                expectSame(first, hits.front()); // of equals the first node's first triangle
+            EXPECT_EQ(first.object == 17, count == 0);
+            EXPECT_EQ(first.back_face, row.both > row.fronts && both_sides);
+        }
+    }
+}
+
+TEST(ObjectNumbers, LeadToTheTrianglesThatAreKeptAndToTheirParts) {
+    std::mt19937 rng(seedOf(47));
+    BIHAttachPayload payload;
+    morva::osg::triangle_list& list = *payload.geoset; // one for all, so it grows and shrinks
+    const node_ref other(group());
+    for (int round = 0; round < roundsOf(60); ++round) {
+        SCOPED_TRACE(round);
+        mesh_data mesh =
+            withIds(withCoordinates(round % 2 == 0 ? soup(rng, 30) : mixture(rng, 5), rng), 4);
+        if (round % 3 != 0)
+            mesh = round % 3 == 1 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
+        const node_ref node(meshNode(mesh));
+        const ::osg::GeometryPtr core = coreOf(node.get());
+        for (const char* state : {"", "prepared", "changed"}) {
+            SCOPED_TRACE(state);
+            if (state[0] == 'p')
+                morva::osg::precalc_BIH(node.get());
+            if (state[0] == 'c') {
+                core->getPositions()->setValue(Pnt3f(NAN, 0, 0), 0);
+                morva::osg::mark_bih(node.get());
+            }
+            const unsigned room = list.count;
+            const auto* const array = list.triangles;
+            const int left_out = morva::osg::extract_node(node.get(), list);
+            EXPECT_EQ(morva::osg::extract_node(other.get(), list), 0) << "leaves it alone";
+            EXPECT_EQ(morva::osg::extract_node(NodePtr(), list), 0);
+            EXPECT_TRUE(list.count == 0 || list.count > room || list.triangles == array)
+                << "the array is used again";
+            unsigned object = 0;
+            int rogues = 0;
+            for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
+                const Pnt3f a = it.getPosition(0), b = it.getPosition(1), c = it.getPosition(2);
+                if (morva::osg::is_rogue(a, b, c)) {
+                    ++rogues;
+                    continue;
+                }
+                ASSERT_LT(object, list.count);
+                const morva::float_triangle& kept = list.triangles[object];
+                for (unsigned i = 0; i < 3; ++i)
+                    EXPECT_TRUE(kept.a[i] == a[i] && kept.b[i] == b[i] && kept.c[i] == c[i]);
+                EXPECT_EQ(morva::osg::triangle_of_object(core, object),
+                          static_cast<unsigned>(it.getIndex()));
+                EXPECT_EQ(morva::osg::id_of_object(core, object),
+                          static_cast<int>(it.getTexCoords7(0)[0]));
+                EXPECT_EQ(morva::osg::id_of_object(core, object, morva::osg::textureUnit(2)), -1);
+                ++object;
+            }
+            EXPECT_TRUE(list.count == object && (object == 0 || left_out == rogues));
+            EXPECT_EQ(morva::osg::triangle_of_object(core, object), no_triangle);
+            EXPECT_EQ(morva::osg::id_of_object(core, object), -1);
+        }
+    }
+    EXPECT_EQ(morva::osg::triangle_of_object(::osg::NullFC, 0), no_triangle);
+    EXPECT_EQ(morva::osg::id_of_object(::osg::NullFC, 0), -1);
+}
+
+} // namespace
