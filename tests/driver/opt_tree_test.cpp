@@ -43,6 +43,7 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         {"help()",
          first_line + "Available parameters are: \n" + morva::osg::optTreeDoc() + settings(), 64,
          8},
+        {"maxtris(100),buildhull(1)", settings(), 28, 3},
         {"flat(false)", "\nBuilding Scene Hierarchy for final scenegraph...\ndone.\n", 28, 3},
         {"flat(false),maxtris(100),keeprenderfalse(1)", "Building Scene", 36, 4},
         {"maxtris(100),removelod(true),removeswitch(1)",
@@ -61,7 +62,8 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         EXPECT_NE(out.text().find(row.printed), std::string::npos) << out.text();
         EXPECT_EQ(worldMesh(result.get()).size(), row.triangles);
         EXPECT_EQ(geometryNodes(result.get()).size(), row.cores);
-        EXPECT_EQ(parent->findChild(root.get()), 2) << "the input, and at the end of the list";
+        EXPECT_EQ(parent->getNChildren(), 3U) << "the input at the end of the list, or its hull";
+        EXPECT_EQ(parent->findChild(root.get()), std::strstr(row.parameters, "hull") ? -1 : 2);
         EXPECT_EQ(result == root, row.triangles == 64);
         EXPECT_EQ(result.get().getRefCount(), result == root ? 3U : 1U);
         const auto& map_type = ::osg::StringAttributeMap::getClassType();

@@ -68,8 +68,6 @@ TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
          "r(s(a) l(b))"},
         {"all removable is left to the parent", nonGeo, "r(a(b()) ~t())", "r(a(b) t)+"},
         {"collapse climbs above the start", groups, "r(a(m))", "r", "a"},
-        {"root takes a leaf's core", groups, "r(m)", "r"},
-        {"root becomes what holds more", groups, "r(~t(m n))", "t(m n)"},
         {"hidden nodes and emptied parents", maskZero, "r(a(!m) n !b(o) !p)", "r(n)"},
         {"bearers of one name", silent<renameAll>, "r(x y(x) z)", "r(x_0 y(x_1) z)"},
         {"geometry alone", silent<renameMeshes>, "r(x(x) x y() y)", "r(x(x_0) x_1 y y_0)"},

@@ -9,14 +9,14 @@ using morva::osg::mergeGeo;
 TEST(MergeGeo, PrintsAsToldByTheFlags) {
     const std::string title = "Merging Geometry with 4 GeometryCore(s)...\n";
     const std::string merged = "Found 3 different Materials.\n\rDone merging.        \n";
+    const std::string cached = title + merged + "Run Cacheopt...(3) Nodes.\n";
     const std::string progress = "\r0% \r33.33% \r66.67% ";
-    const std::string caching = "Run Cacheopt...(3) Nodes.\n";
     for (const auto& [silent, cacheopt, numthreads, expected] :
          {std::tuple{true, false, 1, merged},
           std::tuple{false, false, 1, title + merged + "done.\n"},
-          std::tuple{true, true, 1, title + merged + caching + progress},
-          std::tuple{true, true, -7, title + merged + caching + progress},
-          std::tuple{false, true, 2, title + merged + caching + "done.\n"}}) {
+          std::tuple{true, true, 1, cached + progress},
+          std::tuple{true, true, -7, cached + progress},
+          std::tuple{false, true, 2, cached + "done.\n"}}) {
         SCOPED_TRACE(testing::Message() << silent << cacheopt << numthreads);
         mergeGeo_setup setup;
         setup.silent = silent;
@@ -41,13 +41,15 @@ TEST(MergeGeo, RootsThatAreNoGroups) {
     mesh.coordinates.assign(mesh.positions.size(), {0.5F, 0.25F});
     const node_ref above(materialGroup(textured.get(), {meshNode(mesh), hidden(meshNode(mesh))}));
     const stream_capture out(std::cout);
-    for (const unsigned i : {0U, 1U}) {
-        const node_ref result(mergeGeo(above->getChild(i), cells(9), quiet()));
+    for (const auto& [child, keeps] : {std::pair(0U, false), {1U, false}, {1U, true}}) {
+        mergeGeo_setup setup = quiet();
+        setup.keeprenderfalse = keeps;
+        const node_ref result(mergeGeo(above->getChild(child), cells(9), setup));
         const node_list nodes = geometryNodes(result.get());
-        ASSERT_EQ(nodes.size(), 1 - i);
-        if (i == 0) {
-            EXPECT_NE(coreOf(nodes[0])->getTexCoords(), ::osg::NullFC);
-            EXPECT_EQ(coreOf(nodes[0])->getMaterial(), textured.get());
+        ASSERT_EQ(nodes.size(), child == 0 || keeps ? 1U : 0U);
+        for (const ::osg::NodePtr& node : nodes) {
+            EXPECT_NE(coreOf(node)->getTexCoords(), ::osg::NullFC);
+            EXPECT_EQ(coreOf(node)->getMaterial(), textured.get());
         }
     }
 }
