@@ -56,7 +56,7 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
         const node_ref result(buildSceneTree(root.get(), {limits[seed % 2], 0}, options, record));
         const node_ref all(group({result.get()}));
         const picture_comparison seen =
-            compareRegrouped(before, picture(all), record.textures, options.padding);
+            comparePictures(before, picture(all), record.textures, options.padding);
         ASSERT_EQ(seen.fault, "");
         EXPECT_EQ(seen.moved, record.textures.geometries);
         EXPECT_LE(seen.inset, 1.01);
