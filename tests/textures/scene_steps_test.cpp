@@ -1,10 +1,10 @@
 // The steps of the scene atlas by themselves, and what a run tells of images that stay.
 
 #include "atlas_support.h"
-#include "naive_scene_atlas.h"
 
 #include <OpenSG/OSGSimpleTexturedMaterial.h>
 
+#include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_cell_rebuild.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
 
@@ -12,6 +12,17 @@ namespace {
 
 using namespace morva::osg;
 constexpr float inf = std::numeric_limits<float>::infinity();
+
+/// One coordinate, as one would say it.
+float adjusted(float u, int side, int image, int at) {
+    const float texel = static_cast<float>(1.0 / image);
+    if (texel > u)
+        u = texel;
+    const float frac = u - std::trunc(u);
+    if (double(frac) > 1.0 - double(texel) || u == std::trunc(u))
+        u = u - texel;
+    return static_cast<float>(double(u) * image / side + double(at) / side);
+}
 
 TEST(AdjustTexCoords, IsThatOfItsTwin) {
     std::mt19937 rng(seedOf(7303));
@@ -31,10 +42,9 @@ TEST(AdjustTexCoords, IsThatOfItsTwin) {
         ::osg::Vec2f now = before;
         EXPECT_TRUE(adjustTexCoords(now, to[0], to[1], from[0], from[1], at[0], at[1]));
         for (const ::osg::UInt32 axis : {0U, 1U}) {
-            const float wanted =
-                to[axis] == 0 || from[axis] == 0
-                    ? before[axis]
-                    : naive::adjusted(before[axis], to[axis], from[axis], at[axis]);
+            const float wanted = to[axis] == 0 || from[axis] == 0
+                                     ? before[axis]
+                                     : adjusted(before[axis], to[axis], from[axis], at[axis]);
             ASSERT_TRUE(now[axis] == wanted || (std::isnan(now[axis]) && std::isnan(wanted)))
                 << before << " became " << now << " with " << from[axis] << " in " << to[axis];
         }
@@ -88,28 +98,6 @@ TEST(ReplaceTextures, MovesWhatSeveralHaveOnce) {
     nodes = {::osg::NullFC, rest, rest->getChild(0), rest->getChild(1)};
     replaceTexturesByTextureAtlas(nodes, images, atlases);
     EXPECT_TRUE(coreOf(rest->getChild(1)) == shared.get());
-}
-
-TEST(CollectImageData, TellsImagesAndHowFarTheyReach) {
-    strays_expected = true; // copies as RGB stay
-    using Image = ::osg::Image;
-    const ::osg::ImageRefPtr first(picture(4, 2)), grey(picture(3, 3, 6409)), wide(Image::create()),
-        clear(imageOf(6410, 2, 2, 9));
-    wide->set(6407, 2, 2, 1, 1, 1, 0.0, nullptr, Image::OSG_UINT16_IMAGEDATA);
-    const node_ref root(
-        group({shown(1, first), shown(3, first), shown(2, wide), shown(2, clear), shown(-4, grey),
-               hidden(shown(9, first)), switched(0, {shown(9, first)}), meshNode(square(9)),
-               shown(0, picture(5, 5, 6408))}));
-    std::vector<ImageData> images;
-    for (int times = 0; times < 2; ++times) // what is there is known
-        collectImageData(root.get(), images);
-    collectImageData(::osg::NullFC, images);
-    ASSERT_EQ(images.size(), 3U);
-    EXPECT_TRUE(images[0].data == first->getData() && !images[0].hasAlpha);
-    EXPECT_EQ(pixelsOf(images[1]), bytes(27, grey->getData()[0]));
-    EXPECT_TRUE(images[2].hasAlpha && images[2].width == 5);
-    EXPECT_TRUE(images[0].maxTexCoordU == 3 && images[0].maxTexCoordV == 3);
-    EXPECT_TRUE(images[1].maxTexCoordU == 0 && images[2].maxTexCoordV == 0);
 }
 
 TEST(CreateTextureAtlas, TellsWhyAnImageStays) {
@@ -200,6 +188,10 @@ TEST(CreateTextureAtlas, KeepsARootAndTakesAnySide) {
             EXPECT_EQ(out.text().find("createTextureAtlasForScene: Texture Size must between 32x32 "
                                       "and 8192x8192.\n") == 0,
                       row.asked < 32 || row.asked > 8192);
+            if (row.asked == 100 && more == 0) { // the first one by the whole side
+                EXPECT_FLOAT_EQ(coreOf(root->getChild(0))->getTexCoords()->getValue(2)[0],
+                                28 / 128.F);
+            }
         }
     }
     const stream_capture out(std::cout);
