@@ -122,7 +122,13 @@ void expectCollected(const Scene& scene, const Tree& tree, const naive_scene& tw
     EXPECT_EQ(found.size(), tree.node_count == 0 ? 0 : twin.nodes.size());
     for (std::size_t e = 0; e < twin.nodes.size(); ++e)
         all += twin.triangles[e];
-    EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(tree, scene, 0), all);
+    const auto below = [&](int node) {
+        return getNumberOfTrianglesInSceneGeoset(tree, scene, node);
+    };
+    EXPECT_EQ(below(0), all);
+    for (int node = 0; node <= int(tree.node_count); ++node)
+        EXPECT_TRUE(tree.nodes[node].is_leaf() ||
+                    below(node) == below(node + 1) + below(int(tree.nodes[node].right)));
     for (const ::osg::NodePtr& node : found)
         EXPECT_TRUE(node_ref(node) == ::osg::NullFC || coreOf(node) != ::osg::NullFC);
 }

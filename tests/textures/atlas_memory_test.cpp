@@ -23,7 +23,8 @@ TEST(AtlasShortage, LeavesEachStepWholeOrUndone) {
     bytes pixels = randomPixels(rng, side * side, true);
     failInTurn(2048, [&](const auto& starved) {
         const ::osg::ImageRefPtr target(imageOf(6407, 2, 2));
-        std::vector<ImageData> images(3, recordOf(side, side, &pixels, true)), one(1, images[0]);
+        std::vector<ImageData> images(3, recordOf(side, side, &pixels, true)), one(1, images[0]),
+            two(2, images[0]);
         morva::texturatlas packed;
         ASSERT_TRUE(createAtlas(packed, one, false, 10000));
         const std::size_t before = keptImages();
@@ -34,6 +35,7 @@ TEST(AtlasShortage, LeavesEachStepWholeOrUndone) {
             converted = images[0].convertToRGB();
             EXPECT_TRUE(scaleImages(images, 1, 32)) << "the others are halved";
             filled = fillNewTexture(packed, one, target, false);
+            buildAtlases({}, two, false, 256, false);
         });
         std::size_t made = converted != nullptr ? 1 : 0;
         for (const ImageData& record : images) {
@@ -43,7 +45,8 @@ TEST(AtlasShortage, LeavesEachStepWholeOrUndone) {
         EXPECT_EQ(keptImages() - before, made);
         EXPECT_EQ(packed.placed.size(), filled ? 0U : 1U);
         EXPECT_EQ(target->getWidth(), filled ? int(side) : 2);
-        EXPECT_EQ(failed, made < 4 || !filled);
+        EXPECT_EQ(two[0].inAtlas, two[0].atlasIndex == 0);
+        EXPECT_EQ(failed, made < 4 || !filled || !two[0].inAtlas);
     });
 }
 

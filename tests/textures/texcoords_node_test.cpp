@@ -28,6 +28,7 @@ TEST(OptimizeTexCoordsOfANode, TakesCoordinatesOffWithoutAnImageInTheOldCoreToo)
     ::osg::NodePtr node = grouped->getChild(0), none = ::osg::NullFC, no_geometry = grouped.get();
     const geometry_ref old(coreOf(node));
     old->setTexCoords3(old->getTexCoords());
+    ::osg::setName(old.get(), "core");
     const stream_capture told(std::cout);
     for (::osg::NodePtr* one : {&node, &none, &no_geometry})
         EXPECT_EQ(morva::osg::optimizeTexCoords(*one, 2, 50), 0);
@@ -35,6 +36,7 @@ TEST(OptimizeTexCoordsOfANode, TakesCoordinatesOffWithoutAnImageInTheOldCoreToo)
         EXPECT_EQ(tri::lengthOf(core->getTexCoords()) + tri::lengthOf(core->getTexCoords3()), -2);
     const auto look = ::osg::MaterialGroupPtr::dcast(grouped->getCore())->getMaterial();
     EXPECT_TRUE(coreOf(node) != old.get() && coreOf(node)->getMaterial() == look);
+    EXPECT_STREQ(::osg::getName(coreOf(node)), "core");
 }
 
 TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
