@@ -1,4 +1,5 @@
-// What is done to a finished scene: moving it into a box, to a centre, near the origin.
+// What is done to a finished scene: moving it into a box, to a centre, near the origin; one
+// material.
 
 #include "tests/support/test.h"
 
@@ -150,6 +151,58 @@ TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
         EXPECT_EQ(positionsOf(root.get()), row.expected);
         EXPECT_EQ(out.text(), row.printed);
         row.apply(::osg::NullFC, row.text);
+    }
+}
+
+TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
+    std::mt19937 rng(seedOf(7));
+    std::uniform_real_distribution<double> any(-1e6, 1e6);
+    ::osg::TransformationMatrix<double> matrix;
+    for (unsigned i = 0; i < 16; ++i)
+        matrix[i / 4][i % 4] = any(rng);
+    for (int round = 0; round < roundsOf(200); ++round) {
+        const Pnt3f p(static_cast<float>(any(rng)), static_cast<float>(any(rng)), 1);
+        const node_ref node(cloudNode({p}));
+        const ::osg::GeometryPtr core = coreOf(node.get());
+        if (round % 2 == 0)
+            core->setPositions(
+                inOtherForm<::osg::GeoPositions3d>(::osg::GeoPositionsPtr(core->getPositions())));
+        morva::osg::applyTransform(core, matrix);
+        for (unsigned row = 0; row < 3; ++row)
+            EXPECT_EQ(core->getPositions()->getValue(0)[row],
+                      static_cast<float>(matrix[0][row] * double{p[0]} +
+                                         matrix[1][row] * double{p[1]} +
+                                         matrix[2][row] * double{p[2]} + matrix[3][row]));
+    }
+    morva::osg::applyTransform(::osg::GeometryPtr(), matrix);
+}
+
+::osg::MaterialPtr ownMaterial(const NodePtr& node) { return coreOf(node)->getMaterial(); }
+
+TEST(OneMaterial, IsThatOfMostPrimitivesOfEqualsTheFirstButNoneBeforeAll) {
+    const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
+    const node_ref root(
+        group({meshNode(quads(1), red.get()), meshNode(quads(1), red.get()),
+               meshNode(quads(5), blue.get()), hidden(meshNode(quads(9), red.get())),
+               meshNode(quads(2)), sceneOf("$red($red(m))", {{"red", red.get()}})}));
+    const auto mostUsed = [&] { return morva::osg::getMostUsedMaterialInScene(root.get()); };
+    EXPECT_EQ(mostUsed(), blue.get());
+    root->addChild(meshNode(quads(2), red.get()));
+    EXPECT_EQ(mostUsed(), red.get());
+    root->addChild(meshNode(quads(3)));
+    EXPECT_EQ(mostUsed(), ::osg::NullFC);
+    root->addChild(meshNode(quads(1), blue.get()));
+    morva::osg::reduceSceneMaterialsToOne(root.get());
+    EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
+    EXPECT_EQ(ownMaterial(root->getChild(4)), blue.get()) << "also where there was none";
+    EXPECT_EQ(ownMaterial(root->getChild(3)), red.get()) << "hidden nodes are left alone";
+    const NodePtr outer = root->getChild(5), inner = outer->getChild(0), mesh = inner->getChild(0);
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(outer->getCore())->getMaterial(), blue.get());
+    EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
+    EXPECT_EQ(ownMaterial(mesh), ::osg::NullFC) << "the outermost group gives it";
+    for (const node_ref& nothing : {node_ref(), node_ref(group({group()}))}) {
+        EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(nothing.get()), ::osg::NullFC);
+        morva::osg::reduceSceneMaterialsToOne(nothing.get());
     }
 }
 

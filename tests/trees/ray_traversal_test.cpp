@@ -56,6 +56,26 @@ TEST_P(FireRayRecOracle, FindsWhatTheLiteralDescentFinds) {
 
 INSTANTIATE_TEST_SUITE_P(Meshes, FireRayRecOracle, testing::Range(0, int(mesh::count)));
 
+// What rounding may do to rays is more than rays here come to show.
+TEST(MissProver, ProvesNothingOfTinySegmentsAndTakesTheSteeperOfTwoDemands) {
+    alignas(16) const float low[4] = {5, 5, 5, 0}, high[4] = {6, 6, 6, 0};
+    for (const float length : {1.0f, 1e-11f, 1e-13f}) {
+        const morva::detail::miss_prover prover({}, {length, length, length}, {}, {6, 6, 6});
+        EXPECT_EQ(prover.misses(low, high), length > 1e-12f) << length;
+    }
+    morva::detail::bearing_list wide, both;
+    wide.add({{0, 0, 0}, {1, 0, 0}, {0, 1, 0}});
+    both.add({{0, 0, 0}, {9, 0, 0}, {0, 0.1f, 0}});
+    const auto least = both.four(0).z_least[0][1];
+    EXPECT_GT(least, wide.four(0).z_least[0][1]);
+    for (const bool sliver_last : {true, false}) {
+        both.clear();
+        for (const bool is_sliver : {!sliver_last, sliver_last})
+            both.add({{0, 0, 0}, {is_sliver ? 9.0f : 1.0f, 0, 0}, {0, is_sliver ? 0.1f : 1.0f, 0}});
+        EXPECT_EQ(both.four(0).z_least[0][1], least);
+    }
+}
+
 TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
     const ball_rays ball(4000);
     for (int round = 0; round < 8; ++round) {
@@ -72,6 +92,37 @@ TEST(FireRayRec, ThreadsFireWhileOneOfThemMakesTheCompanion) {
         });
         EXPECT_EQ(wrong, 0);
         EXPECT_NE(companion_of(tree), nullptr);
+    }
+}
+
+struct part_of_scene {
+    morva::float_box bbox;
+    const morva::float_triangle* simple_tris;
+};
+struct scene_of_one {
+    std::uint32_t built_count;
+    const bih_tree<float>* trees;
+    const part_of_scene* geosets;
+};
+
+TEST(FireRayRec, MeetsAPartOfASceneAtTheSideOfItsBox) {
+    std::mt19937 random(seedOf(334));
+    flat_triangles wall{{{0.7f, 0, 0}, {0.7f, 0, 9}, {0.7f, 9, 0}}};
+    flat_list list = list_of(wall);
+    whole_boxes boxes(extents_of(wall));
+    bih_tree<float> tree, top;
+    compile(list, tree, {3, 50});
+    compile(boxes, top, {1, 100});
+    const part_of_scene part{boxes.bbox, wall.data()};
+    for (int i = 0; i < roundsOf(1000); ++i) {
+        test_ray ray;
+        ray.from = point_in(random, 0.6f);
+        ray.to = {0.7f, float(1 + random() % 3), float(1 + random() % 3)};
+        for (std::size_t a = 0; a < 3; ++a)
+            ray.inverse[a] = 1 / (ray.to[a] - ray.from[a]);
+        ray.t_max = 2;
+        fire(top, scene_of_one{1, &tree, &part}, ray);
+        EXPECT_TRUE(ray.hit.hit) << i;
     }
 }
 
