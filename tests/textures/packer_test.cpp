@@ -340,15 +340,6 @@ TEST(Packer, AgreesWithTheNaiveTwin) {
     EXPECT_GT(overlaps, 10) << "sets that keeping apart is for";
 }
 
-TEST(CalcItemsInRow, AgreesWithTryingEachDivision) {
-    for (const texturinfo& next : {texturinfo{8, 8}, {20, 8}, {16, 8}, {8, 16}, {8, 17}, {0, 0}}) {
-        texturatlas atlas;
-        atlas.groupSizes = {next};
-        for (const int n : {-3, 0, 1, 1499, 1000003})
-            ASSERT_EQ(atlas.calcItemsInRow(n), naiveColumns(n, {next})) << n;
-    }
-}
-
 TEST(Packer, KeepsAllButTheOrderWhenMemoryRunsOut) {
     std::mt19937 rng(73);
     texturatlas before;
