@@ -70,22 +70,6 @@ TEST(OptimizeCache, RefusesWhatItCannotOrder) {
     }
 }
 
-TEST(OptimizeCache, PointsStayLinesArePiecesAndOfRoguesOneIsEmpty) {
-    bool above_limit = false;
-    mesh_data flat = quads(5);
-    for (::osg::Pnt3f& position : flat.positions)
-        position[0] = 0.0F;
-    const node_ref points(meshNode(row(9, 0))), line(meshNode(row(4, 3))), rogues(meshNode(flat));
-    EXPECT_TRUE(optimizeCache(points.get(), above_limit, 3, true) == points.get());
-    EXPECT_TRUE(above_limit && ::osg::getName(points.get()) == nullptr);
-    const node_ref lines(optimizeCache(line.get(), above_limit, 3, false));
-    ASSERT_EQ(lines->getNChildren(), 2U);
-    EXPECT_EQ(coreOf(lines->getChild(0))->getTypes()->getValue(0), 1U);
-    const node_ref empty(optimizeCache(rogues.get(), above_limit, 2, true));
-    ASSERT_EQ(empty->getNChildren(), 1U);
-    EXPECT_EQ(coreOf(empty->getChild(0))->getLengths()->getValue(0), 0U);
-}
-
 TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     std::mt19937 rng(seedOf(9));
     const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
