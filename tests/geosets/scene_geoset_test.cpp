@@ -1,23 +1,20 @@
-// Whole nodes as elements: what is built, what a tree over them gives, and rays through both.
+// Whole nodes as elements: what is built, and what a tree over them gives.
 
 #include "cell_scenes.h"
 
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/geosets/morva_osg_scene_hierarchy.h>
-#include <morva/trees/ray_traversal.h>
 
 namespace {
 
 using morva::build_setup;
-using morva::float3;
 using morva::kd_build_setup;
 using morva::osg::taking;
 using bih = morva::bih_tree<float>;
 using kd = morva::kd_tree<float>;
 using bih_scene = morva::osg::bih_scene_geoset;
 using kd_scene = morva::osg::kd_scene_geoset;
-using ray_hit = morva::intersection_point<float, float3, float3>;
 
 build_setup setupOf(const bih_scene&) { return {3, 20}; }
 kd_build_setup setupOf(const kd_scene&) { return {3, 20, 3, 1.0F, 2.0F, 0.95F, false}; }
@@ -37,87 +34,35 @@ struct mixed_scene {
             list.push_back(named(name, node));
             node->setTravMask(rng() % 4 == 0 ? 6 : ~::osg::UInt32(0));
             node->addAttachment(::osg::StringAttributeMap::create(), 3);
-            materials[name] = morva::osg::getMaterial(node);
-            masks[name] = node->getTravMask();
+            traits[name] = {morva::osg::getMaterial(node), node->getTravMask()};
             origins[name] = node->getCore().getFieldContainerId();
+            const bool at_origin = node->getParent()->getToWorld() == ::osg::Matrix::identity();
+            labels[node] = (at_origin ? " " : " ~") + name;
         }
     }
 
     node_ref root;
     node_list list;
-    std::map<std::string, ::osg::MaterialPtr> materials;
-    std::map<std::string, ::osg::UInt32> masks, origins; ///< the latter are cores
+    std::map<::osg::NodePtr, std::string> labels; ///< as grownText() has them
+    std::map<std::string, std::pair<::osg::MaterialPtr, ::osg::UInt32>> traits; ///< with the mask
+    std::map<std::string, ::osg::UInt32> origins;                               ///< cores
 };
 
-/// The scene geoset once more, by the list alone.
-struct naive_scene {
-    naive_scene(const node_list& list, bool with_geosets) : geosets_built(with_geosets) {
-        ::osg::Pnt3f low, high;
-        for (const ::osg::NodePtr& node : list) {
-            unsigned count = morva::osg::getNumberOfTriangles(node);
-            if (with_geosets) {
-                morva::osg::osg_geoset soup;
-                const stream_capture quiet(std::cout);
-                extract(node, soup, true, false, false, true, true);
-                if (soup.size == 0)
-                    continue;
-                low = ::osg::Pnt3f(soup.bbox.min[0], soup.bbox.min[1], soup.bbox.min[2]);
-                high = ::osg::Pnt3f(soup.bbox.max[0], soup.bbox.max[1], soup.bbox.max[2]);
-                count = static_cast<unsigned>(soup.size);
-            } else if (node != ::osg::NullFC) {
-                ::osg::DynamicVolume volume;
-                node->getWorldVolume(volume);
-                low = high = ::osg::Pnt3f();
-                if (!volume.isEmpty())
-                    volume.getBounds(low, high);
-            }
-            nodes.push_back(node);
-            boxes.emplace_back(low, high);
-            triangles.push_back(count);
-        }
+/// What must hang below a node that was grown: brackets for groups, labels, and their places.
+template <typename Tree, typename Label>
+std::string grown(const Tree& tree, int node, const Label& label) {
+    const auto& here = tree.nodes[node];
+    if (!here.is_leaf()) {
+        const std::string left = grown(tree, node + 1, label);
+        return "(" + left + ")(" + grown(tree, int(here.right), label) + ")";
     }
+    std::string text;
+    for (std::uint64_t k = here.first; k < here.first + std::uint64_t(here.count); ++k)
+        text += label(k);
+    return text;
+}
 
-    /// Places of the elements below a tree node, which are their numbers, too.
-    template <typename Tree> std::vector<std::uint64_t> below(const Tree& tree, int node) const {
-        const auto& here = tree.nodes[node];
-        std::vector<std::uint64_t> places;
-        if (here.is_leaf()) {
-            for (std::uint64_t k = here.first; k < here.first + std::uint64_t(here.count); ++k)
-                places.push_back(k);
-            return places;
-        }
-        for (const int child : {node + 1, int(here.right)}) {
-            const auto more = below(tree, child);
-            places.insert(places.end(), more.begin(), more.end());
-        }
-        return places;
-    }
-
-    template <typename Tree> std::string grown(const Tree& tree, int node) const {
-        const auto& here = tree.nodes[node];
-        if (!here.is_leaf())
-            return "(" + grown(tree, node + 1) + ")(" + grown(tree, int(here.right)) + ")";
-        std::string text;
-        for (std::uint64_t k = here.first; k < here.first + std::uint64_t(here.count); ++k) {
-            const ::osg::NodePtr shown = nodes[tree.indices[k]];
-            if (shown == ::osg::NullFC)
-                continue;
-            ::osg::Matrix none;
-            none.setIdentity();
-            const ::osg::Matrix place = shown->getParent()->getToWorld();
-            const bool same = std::memcmp(&place, &none, sizeof none) == 0;
-            text += (same ? " " : " ~") + std::string(::osg::getName(shown));
-        }
-        return text;
-    }
-
-    bool geosets_built;
-    node_list nodes; ///< of the elements
-    std::vector<std::pair<::osg::Pnt3f, ::osg::Pnt3f>> boxes;
-    std::vector<unsigned> triangles;
-};
-
-/// What hangs below a node that was grown: groups, names, "~" for a transform.
+/// What hangs there: groups, names, "~" for a transform.
 std::string grownText(const ::osg::NodePtr& node) {
     std::string text;
     for (::osg::UInt32 i = 0; i < node->getNChildren(); ++i) {
@@ -132,115 +77,143 @@ std::string grownText(const ::osg::NodePtr& node) {
     return text;
 }
 
-template <typename Scene> void expectBuilt(const Scene& scene, const naive_scene& twin) {
-    ASSERT_EQ(scene.element_count(), twin.nodes.size());
-    EXPECT_EQ(scene.trees != nullptr, twin.geosets_built && scene.node_count != 0);
-    morva::float_box box;
-    for (std::size_t a = 0; a < 3 && !twin.boxes.empty(); ++a) {
-        box.min[a] = std::numeric_limits<float>::max();
-        box.max[a] = -box.min[a];
-    }
-    for (std::size_t e = 0; e < twin.nodes.size(); ++e) {
-        EXPECT_EQ(scene.node(e), twin.nodes[e]);
-        EXPECT_EQ(scene.triangles_of(e, 1), twin.triangles[e]);
-        for (unsigned a = 0; a < 3; ++a) {
-            const float low = twin.boxes[e].first[a], high = twin.boxes[e].second[a];
-            float lo = 7, hi = 7;
-            scene.axis_min_max(e, int(a), lo, hi);
-            EXPECT_TRUE(lo == low && hi == high) << e;
-            box.min[a] = std::min(box.min[a], low);
-            box.max[a] = std::max(box.max[a], high);
+/// Compares a scene geoset with its list, and gives the nodes of its elements.
+template <typename Scene> node_list expectBuilt(const Scene& scene, const node_list& list) {
+    node_list nodes;
+    morva::float_box box, here; // a null node has that of the one before it
+    for (const ::osg::NodePtr& node : list) {
+        unsigned count = morva::osg::getNumberOfTriangles(node);
+        if (scene.with_geosets) {
+            morva::osg::osg_geoset soup;
+            const stream_capture quiet(std::cout);
+            extract(node, soup, true, false, false, true, true);
+            if (soup.size == 0)
+                continue;
+            here = soup.bbox;
+            count = static_cast<unsigned>(soup.size);
+        } else if (node != ::osg::NullFC) {
+            ::osg::DynamicVolume volume;
+            node->getWorldVolume(volume);
+            ::osg::Pnt3f low, high;
+            if (!volume.isEmpty())
+                volume.getBounds(low, high);
+            std::copy_n(&low[0], 3, &here.min[0]);
+            std::copy_n(&high[0], 3, &here.max[0]);
         }
-        if (!twin.geosets_built)
-            continue;
-        EXPECT_TRUE(scene.geosets[e].lean && scene.geosets[e].simple_tris != nullptr);
-        EXPECT_EQ(scene.geosets[e].geometry->getMaterial(), coreOf(twin.nodes[e])->getMaterial());
-        EXPECT_EQ(scene.geosets[e].geometry->getLengths()->getValue(0), 3 * twin.triangles[e]);
+        const std::size_t e = nodes.size();
+        nodes.push_back(node);
+        EXPECT_EQ(scene.node(e), node);
+        EXPECT_EQ(scene.triangles_of(e, 1), count);
+        for (std::size_t a = 0; a < 3; ++a) {
+            float low = 7, high = 7;
+            scene.axis_min_max(e, int(a), low, high);
+            EXPECT_TRUE(low == here.min[a] && high == here.max[a]) << e;
+            box.min[a] = e == 0 ? low : std::min(box.min[a], low);
+            box.max[a] = e == 0 ? high : std::max(box.max[a], high);
+        }
+        if (e < scene.built_count) {
+            EXPECT_TRUE(scene.geosets[e].lean && scene.geosets[e].simple_tris != nullptr);
+            EXPECT_EQ(scene.geosets[e].geometry->getMaterial(), coreOf(node)->getMaterial());
+            EXPECT_EQ(scene.geosets[e].geometry->getLengths()->getValue(0), 3 * count);
+        }
     }
+    EXPECT_EQ(scene.element_count(), nodes.size());
+    EXPECT_EQ(scene.trees != nullptr, scene.with_geosets && !list.empty());
     box.refresh_extent();
     repair_flat_axes(box);
     for (std::size_t a = 0; a < 3; ++a)
         EXPECT_TRUE(scene.box.min[a] == box.min[a] && scene.box.max[a] == box.max[a]);
+    return nodes;
 }
 
 template <typename Scene, typename Tree>
-void expectCollected(const Scene& scene, const Tree& tree, const naive_scene& twin) {
+void expectCollected(const Scene& scene, const Tree& tree, const node_list& nodes) {
     for (int node = 0; node <= int(tree.node_count); ++node) {
-        const auto places = twin.below(tree, node);
         std::uint32_t sum = 0;
-        for (const std::uint64_t k : places)
-            sum += twin.triangles[k];
+        node_list expected;
+        grown(tree, node, [&](std::uint64_t k) { // by places in the leaves, not what stands there
+            sum += unsigned(scene.triangles_of(k, 1));
+            expected.push_back(nodes[k]);
+            return "";
+        });
         EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(tree, scene, node), sum);
         node_list found;
         collectNodesFromSceneGeoset(scene, tree, unsigned(node), found);
-        ASSERT_EQ(found.size(), tree.node_count == 0 ? 0 : places.size());
-        for (std::size_t i = 0; i < found.size(); ++i) {
-            if (twin.geosets_built) {
-                EXPECT_EQ(node_ref(found[i])->getCore(), scene.geosets[places[i]].geometry.get());
-            } else {
-                EXPECT_EQ(found[i], twin.nodes[places[i]]);
-            }
+        if (!scene.with_geosets) {
+            EXPECT_EQ(found, tree.node_count == 0 ? node_list() : expected);
+            continue;
         }
+        std::uint32_t triangles = 0;
+        for (const ::osg::NodePtr& made : found)
+            triangles += morva::osg::getNumberOfTriangles(node_ref(made).get());
+        EXPECT_EQ(triangles, tree.node_count == 0 ? 0 : sum);
     }
 }
 
 /// Grows a scene in both ways, and looks at what is drawn, and how.
 template <typename Scene, typename Tree>
-void expectGrown(Scene& scene, Tree& tree, const naive_scene& twin, const mixed_scene& made) {
+void expectGrown(Scene& scene, Tree& tree, const node_list& nodes, const mixed_scene& made) {
     mesh_choice listed; // a node of degenerate triangles alone may be no element
     listed.dropped = morva::osg::is_rogue;
     const world_mesh before = worldMesh(made.root.get(), listed);
-    const std::string expected = tree.nodes == nullptr ? "" : twin.grown(tree, 0);
-    const std::string input = textOf(made.root.get());
-    const node_ref copied(group()), moved_to(group());
+    const auto label = [&](std::uint64_t k) {
+        const auto found = made.labels.find(nodes[tree.indices[k]]);
+        return found == made.labels.end() ? "" : found->second;
+    };
+    node_list tops = {group()};
+    const node_ref all(group(tops)), part(group());
     if constexpr (std::is_same_v<Scene, bih_scene> && std::is_same_v<Tree, kd>) {
-        growHierarchy(copied.get(), scene, tree, 0, taking::a_new_node);
+        const std::string input = textOf(made.root.get());
+        tops.push_back(group());
+        all->addChild(tops[1]);
+        growHierarchy(tops[1], scene, tree, 0, taking::a_new_node);
         EXPECT_EQ(textOf(made.root.get()), input);
     }
-    const bool was_copied = copied->getNChildren() != 0;
-    recBuild(moved_to.get(), scene, tree, 0);
-    for (const node_ref& top : {copied, moved_to}) {
-        if (top == copied && !was_copied)
-            continue;
-        EXPECT_EQ(grownText(top.get()), expected);
-        EXPECT_EQ(firstDifference(before, worldMesh(top.get(), listed)), "");
-        EXPECT_EQ(morva::osg::broken_rule_of(top.get()), "");
+    recBuild(tops[0], scene, tree, 0);
+    for (const ::osg::NodePtr& top : tops) {
+        EXPECT_EQ(grownText(top), grown(tree, 0, label));
+        EXPECT_EQ(firstDifference(before, worldMesh(top, listed)), "");
+        EXPECT_EQ(morva::osg::broken_rule_of(top), "");
         std::map<std::pair<::osg::UInt32, ::osg::MaterialPtr>, ::osg::NodeCorePtr> shared;
-        for (const ::osg::NodePtr& node : geometryNodes(top.get())) {
+        for (const ::osg::NodePtr& node : geometryNodes(top)) {
             const std::string name = ::osg::getName(node);
-            const auto own = std::pair(made.origins.at(name), made.materials.at(name));
+            const std::pair shown(coreOf(node)->getMaterial(), node->getTravMask());
+            EXPECT_EQ(shown, made.traits.at(name));
+            const auto own = std::pair(made.origins.at(name), shown.first);
             EXPECT_EQ(shared.emplace(own, node->getCore()).first->second, node->getCore());
-            EXPECT_EQ(coreOf(node)->getMaterial(), made.materials.at(name));
-            EXPECT_EQ(node->getTravMask(), made.masks.at(name));
             EXPECT_TRUE(node->findAttachment(::osg::StringAttributeMap::getClassType(), 3) !=
                         ::osg::NullFC);
         }
     }
+    const int right = tree.nodes[0].is_leaf() ? 0 : int(tree.nodes[0].right);
+    recBuild(part.get(), scene, tree, right); // what is there already moves again
+    EXPECT_EQ(grownText(part.get()), grown(tree, right, label));
 }
 
 template <typename Scene, typename Tree> void compareAll(unsigned seed, bool with_geosets) {
     const mixed_scene made(seed);
-    const naive_scene twin(made.list, with_geosets);
     Scene scene;
     scene.with_geosets = with_geosets;
     scene.nodes = made.list;
     const stream_capture told(std::cout);
+    node_list nodes;
     for (const bool again : {false, true}) { // the second time in place of the first
         scene.build(again ? made.root.get() : ::osg::NodePtr(), setupOf(scene));
-        expectBuilt(scene, twin);
+        nodes = expectBuilt(scene, made.list);
     }
     Tree tree;
     sortNodes(scene, tree);
-    if (tree.nodes != nullptr && scene.element_count() != 0)
-        expectCollected(scene, tree, twin);
-    expectGrown(scene, tree, twin, made);
+    if (tree.nodes != nullptr) {
+        expectCollected(scene, tree, nodes);
+        expectGrown(scene, tree, nodes, made);
+    }
     const auto nulls = std::count(made.list.begin(), made.list.end(), ::osg::NullFC);
     std::string expected;
     for (std::ptrdiff_t i = 0; i < 2 * nulls; ++i)
         expected += "NULLFC\n";
     if (!with_geosets) {
         EXPECT_EQ(told.text(), expected);
-    } else if (!twin.nodes.empty()) { // how many nodes were tried, empty ones too
+    } else if (!nodes.empty()) { // how many nodes were tried, empty ones too
         EXPECT_NE(told.text().find(" of " + std::to_string(made.list.size())), std::string::npos);
     }
 }
@@ -256,89 +229,35 @@ TEST(SceneGeoset, IsBuiltCollectedAndGrownAsByItsTwin) {
     }
 }
 
-TEST(SceneGeoset, MovesPartsBelowPartsAndOfNoTreeNothing) {
-    const node_ref below(meshNode(quads(3))), root(group({meshNode(quads(1)), meshNode(quads(2))})),
-        top(group());
-    root->getChild(1)->addChild(group({below.get()}));
-    below->addChild(nodeOf(root->getChild(0)->getCore()));
-    const world_mesh before = worldMesh(root.get());
-    for (const bool empty : {true, false}) {
-        const stream_capture told(std::cout);
-        bih_scene scene(empty ? node_ref(group()).get() : root.get(), {5, 100}, false);
-        bih tree;
-        compile(scene, tree, {1, 9});
-        node_list found;
-        collectNodesFromSceneGeoset(scene, tree, 0, found);
-        recBuild(top.get(), scene, tree, 0);
-        EXPECT_EQ(found.size(), empty ? 0U : 4U);
-        EXPECT_EQ(worldMesh(top.get()), empty ? world_mesh() : before);
-        EXPECT_EQ(told.text(), "");
-    }
-}
-
-/// Sheets of three squares along x that face down, one for each place.
-node_ref sheetsAt(const std::vector<::osg::Vec3f>& places) {
-    const node_ref root(group());
-    mesh_data sheet = quads(3);
-    std::reverse(sheet.positions.begin(), sheet.positions.end());
-    for (const ::osg::Vec3f& place : places)
-        root->addChild(moved(place, {meshNode(sheet)}));
-    return root;
-}
-
 TEST(SceneGeoset, SaysWhichElementThereIsNot) {
-    const node_ref root(sheetsAt({{0, 0, 5}, {0, 0, 3}}));
+    const node_ref root(sceneOf("r(a b)"));
     const stream_capture quiet(std::cout);
     const bih_scene scene(root.get(), {5, 100}, true), none;
-    bih_scene more(sheetsAt({{0, 0, 5}, {0, 0, 3}, {0, 0, 4}}).get(), {5, 100}, true);
+    bih_scene more(node_ref(sceneOf("r(a b c)")).get(), {5, 100}, true);
     bih tree;
-    compile(more, tree, {1, 20});
+    sortNodes(more, tree);
     const stream_capture told(std::cout);
     float low = 3, high = 4;
     scene.axis_min_max(2, 0, low, high);
     EXPECT_TRUE(low == 3 && high == 4);
     EXPECT_EQ(scene.node(2), ::osg::NullFC);
-    EXPECT_EQ(scene.simple_object(9), 1);
     EXPECT_EQ(none.simple_object(0), -1);
-    ray_hit hit; // of a tree with an element more: the last one that there is
-    morva::empty_trace_statistics statistics;
-    fire_ray_rec(tree, 0, scene, float3{0.5F, 0.5F, 1}, float3{0.5F, 0.5F, 9},
-                 float3{INFINITY, INFINITY, 1}, 0.0F, 8.0F, hit, statistics, 1);
-    EXPECT_EQ(hit.hit ? hit.index : -1, 2);
+    // Of a tree with an element more: the last one that there is.
+    EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(tree, scene, 0),
+              scene.triangles_of(0, 2) + scene.triangles_of(1, 1));
     EXPECT_EQ(told.text(), "Morva_osg_scene_Geost::axis_min_max: Index out of bounce. \n"
                            "Morva_osg_scene_geoset: No Node with index 2\n"
-                           "Morva_osg_scene_geoset.simple_object(), no element with 9\n"
                            "Morva_osg_scene_geoset.simple_object(), no element with 0\n"
                            "Morva_osg_scene_geoset.simple_object(), no element with 2\n");
 }
 
-TEST(SceneGeoset, GrowsBelowOneOfItsNodesAndOfAPartOfItsTree) {
-    const ::osg::NodePtr goal = group();
-    const node_ref root(
-        group({named("x", group()), named("a", meshNode(quads(1))), named("y", group()),
-               named("z", group()), moved({3, 0, 0}, {named("b", meshNode(quads(1)))}),
-               named("holder", meshNode(quads(2)))}));
-    nodeNamed(root.get(), "holder")->addChild(goal);
+TEST(SceneGeoset, LeavesTheNodesThatItGrowsBelow) {
+    const node_ref root(sceneOf("r(x(a) #holder(goal(b)) y)"));
     bih_scene scene(root.get(), {1, 9}, false);
-    const ::osg::UInt32 held = scene.nodes[0].getFieldContainerId();
     bih tree;
-    sortNodes(scene, tree);
-    const auto right = std::size_t(tree.nodes[0].right);
-    ASSERT_TRUE(tree.nodes[right].is_leaf());
-    std::string expected; // but for the node that the goal is below
-    for (std::uint64_t k = 0; k < tree.nodes[right].count; ++k) {
-        const ::osg::NodePtr node = scene.node(tree.indices[tree.nodes[right].first + k]);
-        if (node != goal->getParent())
-            expected +=
-                (node->getParent() == root.get() ? " " : " ~") + std::string(::osg::getName(node));
-    }
-    recBuild(goal, scene, tree, int(right));
-    EXPECT_EQ(grownText(goal), expected);
-    recBuild(goal, scene, tree, 0); // what is there already moves again
-    EXPECT_EQ(childNames(root.get()), (std::vector<std::string>{"x", "y", "z", "", "holder"}));
-    EXPECT_EQ(geometryNodes(goal).size(), 2U);
-    root->subChild(root->getNChildren() - 1);
-    EXPECT_TRUE(isAlive(held)) << "by the scene";
+    compile(scene, tree, {9, 9});
+    recBuild(nodeNamed(root.get(), "goal"), scene, tree, 0);
+    EXPECT_EQ(textOf(root.get()), "r(x holder(goal(- -(a b y))))");
 }
 
 } // namespace
