@@ -76,9 +76,4 @@ inline world_mesh worldTriangles(const node_list& roots) {
     return all;
 }
 
-/// A node at its place in the world, without what hangs below it.
-inline node_ref alone(const ::osg::NodePtr& node) {
-    return node_ref(transformed(node->getToWorld(), {nodeOf(node->getCore())}));
-}
-
 } // namespace morva_test
