@@ -34,8 +34,7 @@ struct mixed_scene {
             list.push_back(named(name, node));
             node->setTravMask(rng() % 4 == 0 ? 6 : ~::osg::UInt32(0));
             node->addAttachment(::osg::StringAttributeMap::create(), 3);
-            traits[name] = {morva::osg::getMaterial(node), node->getTravMask()};
-            origins[name] = node->getCore().getFieldContainerId();
+            traits[name] = {node->getCore(), morva::osg::getMaterial(node), node->getTravMask()};
             const bool at_origin = node->getParent()->getToWorld() == ::osg::Matrix::identity();
             labels[node] = (at_origin ? " " : " ~") + name;
         }
@@ -44,8 +43,8 @@ struct mixed_scene {
     node_ref root;
     node_list list;
     std::map<::osg::NodePtr, std::string> labels; ///< as grownText() has them
-    std::map<std::string, std::pair<::osg::MaterialPtr, ::osg::UInt32>> traits; ///< with the mask
-    std::map<std::string, ::osg::UInt32> origins;                               ///< cores
+    /// Core, material and mask.
+    std::map<std::string, std::tuple<::osg::NodeCorePtr, ::osg::MaterialPtr, ::osg::UInt32>> traits;
 };
 
 /// What must hang below a node that was grown: brackets for groups, labels, and their places.
@@ -174,13 +173,13 @@ void expectGrown(Scene& scene, Tree& tree, const node_list& nodes, const mixed_s
         EXPECT_EQ(grownText(top), grown(tree, 0, label));
         EXPECT_EQ(firstDifference(before, worldMesh(top, listed)), "");
         EXPECT_EQ(morva::osg::broken_rule_of(top), "");
-        std::map<std::pair<::osg::UInt32, ::osg::MaterialPtr>, ::osg::NodeCorePtr> shared;
+        std::map<std::pair<::osg::NodeCorePtr, ::osg::MaterialPtr>, ::osg::NodeCorePtr> shared;
         for (const ::osg::NodePtr& node : geometryNodes(top)) {
-            const std::string name = ::osg::getName(node);
-            const std::pair shown(coreOf(node)->getMaterial(), node->getTravMask());
-            EXPECT_EQ(shown, made.traits.at(name));
-            const auto own = std::pair(made.origins.at(name), shown.first);
-            EXPECT_EQ(shared.emplace(own, node->getCore()).first->second, node->getCore());
+            const auto& [core, material, mask] = made.traits.at(::osg::getName(node));
+            EXPECT_EQ(coreOf(node)->getMaterial(), material);
+            EXPECT_EQ(node->getTravMask(), mask);
+            const auto& same = shared.emplace(std::pair(core, material), node->getCore());
+            EXPECT_EQ(same.first->second, node->getCore());
             EXPECT_TRUE(node->findAttachment(::osg::StringAttributeMap::getClassType(), 3) !=
                         ::osg::NullFC);
         }
