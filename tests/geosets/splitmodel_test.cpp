@@ -19,11 +19,8 @@ template <typename G> struct sorted {
         morva::compile(geoset, tree, morva::kd_build_setup{cell, 40, 3, 1.0F, 2.0F, 0.95F, false},
                        morva::kd_strategy_ObjMedian());
     }
-    node_ref core(unsigned first, unsigned count, int opt, bool normals = false) const {
-        return node_ref(MakeGeoCore(tree, geoset, first, count, opt, normals));
-    }
     node_ref whole(int opt, bool normals = false) const {
-        return core(0, static_cast<unsigned>(geoset.size), opt, normals);
+        return node_ref(MakeGeoCore(tree, geoset, 0, unsigned(geoset.size), opt, normals));
     }
     node_ref source;
     G geoset;
@@ -94,11 +91,11 @@ TEST(MakeGeoCore, TellsWhatItCannotDoAndGoesOn) {
     EXPECT_EQ(toldBy([&] { node = soup.whole(4); }), "Splitmodel: OutputLevel 4 not supported\n");
     EXPECT_EQ(coreOf(node.get())->getLengths()->getValue(0), 12U);
     soup.tree.indices[2] = 77; // passed over, and so is what lies past the end of the run
-    EXPECT_EQ(toldBy([&] { node = soup.core(1, 900, 1); }),
+    EXPECT_EQ(toldBy([&] { node = MakeGeoCore(soup.tree, soup.geoset, 1, 900, 1, false); }),
               "Index out of bounce.( Splitmodel )\nI: 2 index: 77 num_objects: 4\n");
     EXPECT_EQ(coreOf(node.get())->getLengths()->getValue(0), 6U);
     nothing.geoset.geometry = ::osg::NullFC;
-    EXPECT_EQ(lengthOf(coreOf(nothing.core(0, 0, 3, true).get())->getPositions()), 0);
+    EXPECT_EQ(lengthOf(coreOf(nothing.whole(3, true).get())->getPositions()), 0);
 }
 
 /// Looks for the elements of a run, in its order and with all their values, at every level.
@@ -155,16 +152,13 @@ std::string shapeOf(const ::osg::NodePtr& node) {
 
 /// The shape that a cut must have, from the tree's records alone.
 std::string expectedShape(const kd_tree<float>& tree, unsigned node, int parts, unsigned limit) {
-    const auto count = [&](unsigned n) {
-        return static_cast<unsigned>(morva::triangle_count(tree, n));
-    };
-    const unsigned all = count(node);
+    const unsigned all = triangle_count(tree, node);
     if (parts == 1 || tree.nodes[node].is_leaf())
         return std::to_string(all);
     if (all <= limit)
         return "[" + std::to_string(all) + "]";
-    const unsigned right = static_cast<unsigned>(tree.nodes[node].right);
-    const unsigned l = count(node + 1), r = count(right);
+    const auto right = static_cast<unsigned>(tree.nodes[node].right);
+    const unsigned l = triangle_count(tree, node + 1), r = triangle_count(tree, right);
     if (parts == 2)
         return "[" + std::to_string(l) + " " + std::to_string(r) + "]";
     const int on_left = parts == 0 ? 0 : calcleftpart(l, r, parts);
