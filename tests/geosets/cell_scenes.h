@@ -22,6 +22,11 @@ inline ::osg::NodePtr wildScene(unsigned seed, bool plain) {
     for (const ::osg::NodePtr& node : geometryNodes(root)) {
         if (plain && coreOf(node)->getMaterial() != ::osg::NullFC)
             coreOf(node)->setMaterial((rng() % 2 == 0 ? red : blue).get());
+        for (::osg::NodePtr up = node; plain && up != ::osg::NullFC; up = up->getParent()) {
+            const auto painted = ::osg::MaterialGroupPtr::dcast(up->getCore());
+            if (painted != ::osg::NullFC)
+                painted->setMaterial(red.get());
+        }
         const ::osg::NodePtr above = node->getParent();
         if (rng() % 2 == 0) // also what hangs below stays in its place
             above->addChild(moved(::osg::Vec3f(float(rng() % 64), float(rng() % 64), 0), {node}));
@@ -31,13 +36,6 @@ inline ::osg::NodePtr wildScene(unsigned seed, bool plain) {
             node->addChild(group({meshNode(row(1 + rng() % 5, rng() % 4)), group()}));
         if (rng() % 9 == 0)
             node->addChild(materialGroup(red.get(), {hidden(meshNode(soup(rng, 2), blue.get()))}));
-    }
-    for (const ::osg::NodePtr& node : plain ? geometryNodes(root) : node_list()) {
-        for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
-            const auto above = ::osg::MaterialGroupPtr::dcast(up->getCore());
-            if (above != ::osg::NullFC)
-                above->setMaterial(red.get());
-        }
     }
     return root;
 }
@@ -74,11 +72,6 @@ inline world_mesh worldTriangles(const node_list& roots) {
     }
     std::sort(all.begin(), all.end());
     return all;
-}
-
-/// A node at its place in the world, without what hangs below it.
-inline node_ref alone(const ::osg::NodePtr& node) {
-    return node_ref(transformed(node->getToWorld(), {nodeOf(node->getCore())}));
 }
 
 } // namespace morva_test
