@@ -201,24 +201,6 @@ struct naive_geoset {
     }
 };
 
-/// Stores every other property of a geometry in another form, with the same values.
-void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
-    using namespace ::osg;
-    const auto some = [&rng] { return rng() % 2 == 0; };
-    if (some())
-        g->setPositions(inOtherForm<GeoPositions3d>(g->getPositions()));
-    if (some())
-        g->setNormals(inOtherForm<GeoNormals3b>(g->getNormals()));
-    if (some())
-        g->setColors(inOtherForm<GeoColors4ub>(g->getColors()));
-    if (some())
-        g->setSecondaryColors(inOtherForm<GeoColors4f>(g->getSecondaryColors()));
-    if (some())
-        g->setTexCoords(inOtherForm<GeoTexCoords3f>(g->getTexCoords()));
-    if (some())
-        g->setTexCoords7(inOtherForm<GeoTexCoords2f>(g->getTexCoords7()));
-}
-
 /// Random primitives of all types with random properties on a coarse grid, so that corners often
 /// coincide; some are far out or no number; lengths that do not add up or are none; indices and
 /// rows that lead nowhere.
@@ -272,7 +254,7 @@ void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
     geometry->setTexCoords2(unit());
     geometry->setTexCoords3(unit());
     if (some(2))
-        takeOtherForms(geometry, rng);
+        storeOtherwise(geometry);
     if (without_lengths)
         geometry->setLengths(::osg::NullFC);
     return geometry;
