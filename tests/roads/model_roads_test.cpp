@@ -137,11 +137,10 @@ node_ref withAllFates(const std::string& file) {
                            switched(0, {named("choice", meshNode(quads(2)))})}));
 }
 
-class FlatRoad : public testing::TestWithParam<std::tuple<std::string, const char*>> {};
+class FlatRoad : public testing::TestWithParam<std::tuple<std::string, std::string>> {};
 
 TEST_P(FlatRoad, AHierarchyHoldsWhatAFlatSceneDoes) {
-    const auto& [file, given] = GetParam();
-    const std::string parameters = given;
+    const auto& [file, parameters] = GetParam();
     const bool merges = parameters.find("maxtris(0)") == std::string::npos;
     const bool keeps = parameters.find("keeprenderfalse") != std::string::npos;
     node_ref roots[2], results[2];
