@@ -6,72 +6,74 @@ namespace {
 
 using ::osg::Pnt3f;
 using ::osg::UInt32;
+using ::osg::Vec3f;
 using namespace morva::osg;
 
-using ::osg::Pnt3d, ::osg::Vec3d;
-using triangle = std::array<Pnt3d, 3>;
+using places = std::vector<Pnt3f>;
 
-Pnt3d mixed(const triangle& t, double a, double b, double c) {
-    return Pnt3d(0, 0, 0) + Vec3d(t[0]) * a + Vec3d(t[1]) * b + Vec3d(t[2]) * c;
+/// Triangles of these corners as a surface.
+measured_surface surfaceOf(const places& corners, const linear_map* space = nullptr) {
+    simplified_triangles triangles{corners, {}, {}};
+    for (UInt32 i = 0; i < corners.size(); ++i)
+        triangles.vertices.push_back(i);
+    triangles.of.resize(corners.size() / 3);
+    return measured_surface(triangles, space);
 }
 
-/// Of the nearest points on the planes, lines and points of a triangle those that are in it.
-double distanceBetween(const Pnt3d& p, const triangle& t) {
-    double least = HUGE_VAL;
-    const auto take = [&](double a, double b, double c) {
-        if (std::min({a, b, c}) >= 0 && std::isfinite(a + b + c))
-            least = std::min(least, (p - mixed(t, a, b, c)).length());
-    };
-    const Vec3d u = t[1] - t[0], v = t[2] - t[0], w = t[2] - t[1], from = p - t[0];
-    const double uu = u.dot(u), vv = v.dot(v), uv = u.dot(v), pu = from.dot(u), pv = from.dot(v),
-                 below = uu * vv - uv * uv, on_w = (p - t[1]).dot(w) / w.dot(w);
-    const double b = (pu * vv - pv * uv) / below, c = (pv * uu - pu * uv) / below;
-    const double ways[][3] = {{1, 0, 0},
-                              {0, 1, 0},
-                              {0, 0, 1},
-                              {1 - b - c, b, c},
-                              {1 - pu / uu, pu / uu, 0},
-                              {1 - pv / vv, 0, pv / vv},
-                              {0, 1 - on_w, on_w}};
-    for (const auto& at : ways)
-        take(at[0], at[1], at[2]);
-    return least;
-}
-
-std::vector<triangle> trianglesOf(const simplified_triangles& mesh, const linear_map* space) {
-    std::vector<triangle> all(mesh.vertices.size() / 3);
-    for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
-        const Pnt3f& p = mesh.places[mesh.vertices[i]];
-        for (unsigned k = 0; k < 3; ++k)
-            all[i / 3][i % 3][k] =
-                double(space == nullptr
-                           ? p[k]
-                           : (*space)[0][k] * p[0] + (*space)[1][k] * p[1] + (*space)[2][k] * p[2]);
-    }
-    return all;
-}
-
-surface_distance naiveDistance(const std::vector<triangle>& from, const std::vector<triangle>& to,
-                               bool fine) {
-    surface_distance sum;
-    for (const triangle& t : from) {
-        const double area = (t[1] - t[0]).cross(t[2] - t[0]).length() / 2, third = 1.0 / 3;
-        sum.area += area;
-        std::vector<std::pair<Pnt3d, int>> samples{{mixed(t, third, third, third), fine ? 27 : 9}};
-        for (int k = 0; k < 3; ++k) {
-            samples.push_back({t[std::size_t(k)], fine ? 3 : 1});
-            if (fine)
-                samples.push_back({mixed(t, .5 * (k != 0), .5 * (k != 1), .5 * (k != 2)), 8});
+TEST(SurfaceDistance, WeighsSamplesByTheAreaThatTheyStandFor) {
+    const places sheet = {{0, 0, 0}, {9, 0, 0}, {0, 9, 0}};
+    const linear_map doubled = {Vec3f(2, 0, 0), Vec3f(0, 2, 0), Vec3f(0, 0, 2)};
+    const struct {
+        const char* name;
+        places result;
+        double area, largest, fine, coarse; ///< the latter are means, to and from the source
+    } rows[] = {
+        {"above it", {{1, 1, 2}, {3, 1, 2}, {1, 3, 2}}, 2, 2, 2, -1},
+        {"rising", {{1, 1, 0}, {3, 1, 3}, {1, 3, 0}}, std::sqrt(13.0), 3, 1, -1},
+        {"beyond an edge", {{1, -3, 4}, {2, -3, 4}, {1, -3, 4}}, 0, 5, 0, -1},
+        {"beyond a corner", {{12, -4, 0}, {12, -4, 0}, {12, -4, 0}}, 0, 5, 0, -1},
+        {"behind the long edge", {{6, 6, 0}, {6, 6, 0}, {6, 6, 0}}, 0, std::sqrt(4.5), 0, -1},
+        {"of three points", {{0, 0, 1}, {9, 0, 1}, {0, 9, 1}}, 40.5, 1, 1, 1}};
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        for (const linear_map* space : {static_cast<const linear_map*>(nullptr), &doubled}) {
+            const double scale = space == nullptr ? 1 : 2;
+            const measured_surface source = surfaceOf(sheet, space),
+                                   result = surfaceOf(row.result, space);
+            const surface_distance to = distanceToSource(result, source);
+            EXPECT_NEAR(to.area, row.area * scale * scale, 1e-5);
+            EXPECT_NEAR(to.largest, row.largest * scale, 1e-6);
+            EXPECT_NEAR(to.integral, row.fine * row.area * scale * scale * scale, 1e-5);
+            const surface_distance from = distanceToResult(source, result);
+            EXPECT_NEAR(from.area, 40.5 * scale * scale, 1e-4);
+            EXPECT_TRUE(row.coarse < 0 || std::abs(from.mean() - row.coarse * scale) < 1e-6);
         }
-        for (const auto& [p, share] : samples) {
+    }
+    const measured_surface none = surfaceOf({});
+    EXPECT_EQ(distanceToSource(none, none).mean(), 0.0);
+}
+
+TEST(SurfaceDistance, IsThatToTheNearestOfAllTriangles) {
+    std::mt19937 rng(seedOf(31));
+    for (unsigned round = 0; round < roundsOf(300U); ++round) {
+        const Vec3f far(rng() % 4 == 0 ? 4096.0F : 0.0F, 0, 0);
+        places all;
+        for (const Pnt3f& p : soup(rng, 1 + rng() % 60).positions)
+            all.push_back(p + far);
+        const measured_surface source = surfaceOf(all);
+        for (int i = 0; i < 20; ++i) {
+            const auto any = [&rng] { return 0.37F * float(rng() % 16) - 3; };
+            const float x = any(), y = any();
+            const Pnt3f at = Pnt3f(x, y, any()) + far;
+            const measured_surface point = surfaceOf({at, at, at});
             double least = HUGE_VAL;
-            for (const triangle& other : to)
-                least = std::min(least, distanceBetween(p, other));
-            sum.largest = std::max(sum.largest, least);
-            sum.integral += least * area * share / (fine ? 60 : 12);
+            for (std::size_t t = 0; t < all.size(); t += 3)
+                least = std::min(
+                    least,
+                    distanceToSource(point, surfaceOf({all[t], all[t + 1], all[t + 2]})).largest);
+            EXPECT_EQ(distanceToSource(point, source).largest, least);
         }
     }
-    return sum;
 }
 
 /// Soups, bands and rings, some far away, some flat.
@@ -98,32 +100,6 @@ std::vector<linear_map> anySpaces(std::mt19937& rng) {
             for (unsigned k = 0; k < 3; ++k)
                 space[i][k] = (i == k ? 1.0F : 0.0F) + 0.25F * float(rng() % 5);
     return spaces;
-}
-
-TEST(SurfaceDistance, IsThatOfAllSamplesToAllTriangles) {
-    std::mt19937 rng(seedOf(31));
-    for (unsigned round = 0; round < roundsOf(300U) && !HasFailure(); ++round) {
-        SCOPED_TRACE(testing::Message() << "round " << round);
-        const simplification run = simplify(anyCore(rng).get(), {1 + UInt32(rng() % 3)});
-        const simplified_triangles before = simplifiedTriangles(run, 0),
-                                   after = simplifiedTriangles(run, rng() % (run.steps.size() + 1));
-        const auto spaces = anySpaces(rng);
-        const linear_map* const space = spaces.empty() ? nullptr : &spaces[0];
-        if (before.of.empty() || after.of.empty())
-            continue;
-        const measured_surface source(before, space), result(after, space);
-        const auto expectSame = [](const surface_distance& is, const surface_distance& naive) {
-            const double size = 1e-3 * std::sqrt(naive.area); // mapped places are rounded
-            EXPECT_NEAR(is.largest, naive.largest, size * 1e-3);
-            EXPECT_NEAR(is.area, naive.area, naive.area * 1e-3);
-            EXPECT_NEAR(is.integral, naive.integral, naive.area * size);
-        };
-        const auto sources = trianglesOf(before, space), results = trianglesOf(after, space);
-        expectSame(distanceToSource(result, source), naiveDistance(results, sources, true));
-        expectSame(distanceToResult(source, result), naiveDistance(sources, results, false));
-    }
-    const measured_surface none(simplified_triangles{});
-    EXPECT_EQ(distanceToSource(none, none).mean(), 0.0);
 }
 
 TEST(LongestWithin, IsTheLastStateOfAllThatIsNearEnough) {
