@@ -86,6 +86,8 @@ TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
         EXPECT_EQ(::osg::GeoPLengthsUI16Ptr::dcast(lengths) != ::osg::NullFC, count == 65534);
         EXPECT_EQ(::osg::GeoIndicesUI16Ptr::dcast(indices) != ::osg::NullFC, count == 65534);
     }
+    const sorted_soup wide(quads(33000), 1000000); // more vertices than 16 bits number
+    EXPECT_EQ(difference(wide.whole(3), wide.whole(0)), "");
 }
 
 TEST(MakeGeoCore, TellsWhatItCannotDoAndGoesOn) {
