@@ -397,7 +397,7 @@ TEST(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {
                             [](const auto& g) { g->setPositions(::osg::NullFC); }};
     for (const change& apply : spoil) {
         const geometry_ref checked(everyProperty(3, geometry::MapNormal, 0));
-        apply(checked.get());
+        apply(checked);
         EXPECT_FALSE(morva::osg::checkGeoProperties(checked.get()));
         EXPECT_NE(checked->getNormals(), ::osg::NullFC); // nothing is changed then
     }

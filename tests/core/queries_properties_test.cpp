@@ -1,4 +1,4 @@
-// Blocks of property values, the conversions between the two worlds' values, crease normals.
+// The conversions between the two worlds' values, crease normals.
 
 #include "tests/support/test.h"
 
@@ -10,29 +10,7 @@
 #include <morva/core/morva_osg_crease_normals.h>
 #include <morva/core/morva_osg_property_blocks.h>
 
-using morva::osg::editSpan;
-using morva::osg::property_block;
 using morva::osg::readBlock;
-
-TEST(PropertyQueries, BlocksSeeWritesWhereTheFormIsPlainAndOutliveTheGeometry) {
-    property_block<::osg::Pnt3f> block;
-    property_block<::osg::Vec2f> converted;
-    {
-        const geometry_ref geometry(geometryOf(quads(1)));
-        const auto plain = ::osg::GeoPositions3fPtr::dcast(geometry->getPositions());
-        const property_block<::osg::Pnt3f> first = readBlock(geometry->getPositions());
-        EXPECT_EQ(first.data(), &plain->editField()[0]); // no copy was made
-        editSpan(plain)[2] = ::osg::Pnt3f(7, 8, 9);
-        block = first;
-        const ::osg::RefPtr<::osg::GeoTexCoords1fPtr> ids(::osg::GeoTexCoords1f::create());
-        ids->editField().resize(1000, 3.0F);
-        property_block<::osg::Vec2f> other = readBlock(ids.get());
-        converted = std::move(other);
-    }
-    EXPECT_EQ(block[2], ::osg::Pnt3f(7, 8, 9));
-    EXPECT_EQ(converted[999], ::osg::Vec2f(3, 0));
-    EXPECT_TRUE(editSpan(::osg::GeoPositions3fPtr()).empty());
-}
 
 TEST(Set, CopiesComponentsOnly) {
     const ::osg::Vec3f expected(3, -0.0F, 1e30F);

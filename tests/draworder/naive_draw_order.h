@@ -104,7 +104,6 @@ template <typename Kind> class naive_order {
 
     std::vector<naive_piece> pieces;
     unsigned drawn_twice = 0;
-    unsigned beyond_the_last = 0;
 
   private:
     void read(const ::osg::GeometryPtr& source) {
@@ -158,10 +157,8 @@ template <typename Kind> class naive_order {
             current = Kind::search(elements_, vertices_, lru_, flushCache, marker_, vertex_marker_);
             if (flushCache)
                 flush();
-            if (current >= elements_.size()) {
-                ++beyond_the_last;
+            if (current >= elements_.size())
                 current = next();
-            }
         }
     }
 

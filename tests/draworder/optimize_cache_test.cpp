@@ -12,8 +12,6 @@ namespace {
 
 using namespace morva::osg;
 
-constexpr float infinity = std::numeric_limits<float>::infinity();
-
 TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
     const struct {
         int left, place;
@@ -72,39 +70,6 @@ TEST(OptimizeCache, RefusesWhatItCannotOrder) {
     }
 }
 
-TEST(OptimizeCache, BelowTheLimitOnlyIndexesAndNames) {
-    getIDmapHandler().reset();
-    for (const bool per_property : {false, true}) {
-        const node_ref node(meshNode(cube()));
-        const world_mesh before = worldMesh(node.get());
-        bool above_limit = true;
-        EXPECT_TRUE(optimizeCache(node.get(), above_limit, 72, per_property) == node.get());
-        EXPECT_FALSE(above_limit);
-        const ::osg::GeometryPtr core = coreOf(node.get());
-        EXPECT_EQ(core->getMFIndexMapping()->size(), per_property ? 2U : 1U);
-        EXPECT_EQ(core->getPositions()->getSize(), per_property ? 8U : 24U);
-        EXPECT_EQ(worldMesh(node.get()), before);
-        EXPECT_EQ(std::string(::osg::getName(node.get())).substr(0, 3), "_G_");
-        EXPECT_STREQ(::osg::getName(core), ::osg::getName(node.get()));
-    }
-}
-
-TEST(OptimizeCache, PointsStayLinesArePiecesAndOfRoguesOneIsEmpty) {
-    bool above_limit = false;
-    mesh_data flat = quads(5);
-    for (::osg::Pnt3f& position : flat.positions)
-        position[0] = 0.0F;
-    const node_ref points(meshNode(row(9, 0))), line(meshNode(row(4, 3))), rogues(meshNode(flat));
-    EXPECT_TRUE(optimizeCache(points.get(), above_limit, 3, true) == points.get());
-    EXPECT_TRUE(above_limit && ::osg::getName(points.get()) == nullptr);
-    const node_ref lines(optimizeCache(line.get(), above_limit, 3, false));
-    ASSERT_EQ(lines->getNChildren(), 2U);
-    EXPECT_EQ(coreOf(lines->getChild(0))->getTypes()->getValue(0), 1U);
-    const node_ref empty(optimizeCache(rogues.get(), above_limit, 2, true));
-    ASSERT_EQ(empty->getNChildren(), 1U);
-    EXPECT_EQ(coreOf(empty->getChild(0))->getLengths()->getValue(0), 0U);
-}
-
 TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     std::mt19937 rng(seedOf(9));
     const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
@@ -128,45 +93,6 @@ TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     const node_ref alone(meshNode(quads(40)));
     const node_ref pieces(optimizeCacheForTree(alone.get(), 20, true, true));
     EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
-}
-
-TEST(OptimizeCache, SurvivesBrokenGeometry) {
-    std::mt19937 rng(seedOf(10));
-    const mesh_data good = withIndexPerProperty(withAttributes(soup(rng, 20), rng), rng);
-    void (*const spoils[])(mesh_data&) = {
-        [](mesh_data& mesh) { mesh.positions.clear(); },
-        [](mesh_data& mesh) { mesh.normals.resize(5); },
-        [](mesh_data& mesh) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
-        [](mesh_data& mesh) { mesh.indices.resize(31); },
-        [](mesh_data& mesh) {
-            mesh.primitives.assign(2, {mesh.primitives[0].first, ~0U});
-        },
-        [](mesh_data& mesh) {
-            const unsigned mode = mesh.primitives[0].first;
-            mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}};
-        },
-        [](mesh_data& mesh) { mesh.mapping.pop_back(); }, // more vertices than told
-        [](mesh_data& mesh) {
-            for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
-                mesh.positions[i][i % 3] = i % 8 == 0 ? infinity : std::nanf("");
-        },
-        [](mesh_data& mesh) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
-        nullptr}; // without lengths
-    for (std::size_t i = 0; i < 6 * std::size(spoils); ++i) {
-        SCOPED_TRACE(testing::Message() << "kind " << i / 6 << ", variant " << i % 6);
-        mesh_data mesh = good;
-        mesh.primitives = {{(i % 3 == 0 ? 4U : i % 3 == 1 ? 1U : 5U), 60}};
-        if (spoils[i / 6])
-            spoils[i / 6](mesh);
-        const node_ref node(meshNode(mesh));
-        if (!spoils[i / 6])
-            coreOf(node.get())->setLengths(::osg::NullFC);
-        bool above_limit = false;
-        const node_ref made(optimizeCache(node.get(), above_limit, 4, i % 2 == 0));
-        EXPECT_TRUE(above_limit);
-        EXPECT_GE(made->getNChildren(), 1U);
-        worldMesh(made.get());
-    }
 }
 
 TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {

@@ -6,8 +6,6 @@
 
 #include <numeric>
 
-#include <pthread.h>
-
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 #include <morva/driver/morva_osg_auto.h>
@@ -134,37 +132,6 @@ TEST(MaxGeoIndexSize, EndsLikeAWalkThatStartsAnew) {
     EXPECT_GT(cuts, 1000U);
     EXPECT_GT(from_below, 500U);
     EXPECT_EQ(maxGeoIndexSize(::osg::NullFC, 0, 1, true), 0U);
-}
-
-TEST(MaxGeoIndexSize, TakesTimeAndStackForWhatIsCut) {
-    const node_ref root(group());
-    mesh_data mesh = quads(12);
-    for (unsigned i = 0; i < 48; ++i)
-        mesh.indices.push_back(i);
-    const geometry_ref core(geometryOf(mesh));
-    for (unsigned i = 0; i < 10000; ++i)
-        root->addChild(nodeOf(core.get()));
-    NodePtr deep = root.get();
-    for (unsigned i = 0; i < 20000; ++i, deep = deep->getChild(deep->getNChildren() - 1))
-        deep->addChild(group());
-    deep->addChild(nodeOf(core.get()));
-    const stream_capture out(std::cout);
-    std::pair<NodePtr, unsigned> task(root.get(), 0);
-    const auto run = [](void* argument) -> void* {
-        auto& [top, cuts] = *static_cast<std::pair<NodePtr, unsigned>*>(argument);
-        cuts = maxGeoIndexSize(top, 47, 1, false);
-        return nullptr;
-    };
-    pthread_attr_t small;
-    pthread_attr_init(&small);
-    pthread_attr_setstacksize(&small, 256 * 1024);
-    pthread_t thread{};
-    ASSERT_EQ(pthread_create(&thread, &small, run, &task), 0);
-    pthread_join(thread, nullptr);
-    EXPECT_EQ(task.second,
-              3U * 10001U); // quarters: two indices per corner, since there are normals
-    EXPECT_EQ(root->getNChildren(), 10001U);
-    EXPECT_EQ(coreOf(root->getChild(1)), ::osg::NullFC);
 }
 
 } // namespace

@@ -99,17 +99,6 @@ TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
     }
 }
 
-TEST(SceneCleanup, AsksTheFirstLengthOfAGeometry) {
-    const std::vector<::osg::UInt32> lists[] = {{4, 0}, {0, 4}, {}};
-    for (const auto& lengths : lists) {
-        const node_ref root(group({meshNode(quads(1))}));
-        coreOf(root->getChild(0))->setLengths(propertyOf<::osg::GeoPLengthsUI32>(lengths));
-        EXPECT_EQ(morva::osg::removeNonGeoParts(root.get()), &lengths != lists);
-        coreOf(root->getChild(0))->setLengths(::osg::NullFC);
-        EXPECT_TRUE(morva::osg::removeNonGeoParts(root.get()));
-    }
-}
-
 // The recursions as they read: a changed parent is walked anew.
 
 void naiveRemoveEmpty(::osg::NodePtr node) {

@@ -154,29 +154,6 @@ TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
     }
 }
 
-TEST(ApplyTransform, IsDoublePrecisionWithoutDivision) {
-    std::mt19937 rng(seedOf(7));
-    std::uniform_real_distribution<double> any(-1e6, 1e6);
-    ::osg::TransformationMatrix<double> matrix;
-    for (unsigned i = 0; i < 16; ++i)
-        matrix[i / 4][i % 4] = any(rng);
-    for (int round = 0; round < roundsOf(200); ++round) {
-        const Pnt3f p(static_cast<float>(any(rng)), static_cast<float>(any(rng)), 1);
-        const node_ref node(cloudNode({p}));
-        const ::osg::GeometryPtr core = coreOf(node.get());
-        if (round % 2 == 0)
-            core->setPositions(
-                inOtherForm<::osg::GeoPositions3d>(::osg::GeoPositionsPtr(core->getPositions())));
-        morva::osg::applyTransform(core, matrix);
-        for (unsigned row = 0; row < 3; ++row)
-            EXPECT_EQ(core->getPositions()->getValue(0)[row],
-                      static_cast<float>(matrix[0][row] * double{p[0]} +
-                                         matrix[1][row] * double{p[1]} +
-                                         matrix[2][row] * double{p[2]} + matrix[3][row]));
-    }
-    morva::osg::applyTransform(::osg::GeometryPtr(), matrix);
-}
-
 ::osg::MaterialPtr ownMaterial(const NodePtr& node) { return coreOf(node)->getMaterial(); }
 
 TEST(OneMaterial, IsThatOfMostPrimitivesOfEqualsTheFirstButNoneBeforeAll) {

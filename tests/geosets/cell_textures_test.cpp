@@ -49,7 +49,7 @@ TEST(CellTextures, ShowTheSamePictureWhereThatIsAskedFor) {
         cell_record record;
         const stream_capture out(std::cout);
         const node_ref result(buildSceneTree(root.get(), {limits[seed % 2], 0}, options, record));
-        const picture_comparison seen = compareRegrouped(
+        const picture_comparison seen = comparePictures(
             before, picture(node_ref(group({result.get()}))), record.textures, options.padding);
         ASSERT_EQ(seen.fault, "");
         EXPECT_EQ(seen.moved, record.textures.geometries);

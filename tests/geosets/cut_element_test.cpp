@@ -262,16 +262,6 @@ TEST(CutElementOracle, AgreesWithTheWrittenOutTable) {
     std::cout.unsetf(std::ios_base::fixed);
 }
 
-TEST(CutElement, HalvesTheLongestEdge) {
-    osg_geoset geoset; // edges of 4, 5 and 3
-    fillRaw(geoset, {{0, 0, 0}, {4, 0, 0}, {0, 3, 0}});
-    int pieces = 0;
-    unsigned long first = 0;
-    geoset.splitElementInTwoParts(0, pieces, first, 0, false);
-    EXPECT_EQ(cornersOf(geoset, first), (piece{{0, 0, 0}, {2, 1.5F, 0}, {0, 3, 0}}));
-    EXPECT_EQ(cornersOf(geoset, 0), (piece{{0, 0, 0}, {4, 0, 0}, {2, 1.5F, 0}}));
-}
-
 TEST(CutElement, CutsAnEdgeInOnePlaceAndKeepsAttributes) {
     for (unsigned int seed = 1; seed <= 6; ++seed) {
         SCOPED_TRACE(seed);

@@ -201,24 +201,6 @@ struct naive_geoset {
     }
 };
 
-/// Stores every other property of a geometry in another form, with the same values.
-void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
-    using namespace ::osg;
-    const auto some = [&rng] { return rng() % 2 == 0; };
-    if (some())
-        g->setPositions(inOtherForm<GeoPositions3d>(g->getPositions()));
-    if (some())
-        g->setNormals(inOtherForm<GeoNormals3b>(g->getNormals()));
-    if (some())
-        g->setColors(inOtherForm<GeoColors4ub>(g->getColors()));
-    if (some())
-        g->setSecondaryColors(inOtherForm<GeoColors4f>(g->getSecondaryColors()));
-    if (some())
-        g->setTexCoords(inOtherForm<GeoTexCoords3f>(g->getTexCoords()));
-    if (some())
-        g->setTexCoords7(inOtherForm<GeoTexCoords2f>(g->getTexCoords7()));
-}
-
 /// Random primitives of all types with random properties on a coarse grid, so that corners often
 /// coincide; some are far out or no number; lengths that do not add up or are none; indices and
 /// rows that lead nowhere.
@@ -272,7 +254,7 @@ void takeOtherForms(const ::osg::GeometryPtr& g, std::mt19937& rng) {
     geometry->setTexCoords2(unit());
     geometry->setTexCoords3(unit());
     if (some(2))
-        takeOtherForms(geometry, rng);
+        storeOtherwise(geometry);
     if (without_lengths)
         geometry->setLengths(::osg::NullFC);
     return geometry;
@@ -412,42 +394,6 @@ TYPED_TEST(GeosetKinds, ExtractTurnsNormalsWithoutScalingThemAndEntersTheBoxAske
     extract(root->getChild(1), this->geoset, {false, false, true, true, false});
     EXPECT_EQ(this->handler.mins[0][2], 11);
     EXPECT_EQ(this->handler.mins[1], ::osg::Pnt3f(1, 2, 3));
-}
-
-TYPED_TEST(GeosetKinds, SizesAreInElementsUntilOneFailsAndClearStartsAnew) {
-    constexpr unsigned n = TypeParam::corners;
-    this->geoset.vertex_count = 30;
-    this->geoset.setup();
-    EXPECT_EQ(this->geoset.size + this->geoset.wished_size, 0U) << "there are no positions";
-    mesh_data mesh = this->some(2);
-    mesh.positions.push_back({100, 100, 100});
-    const ::osg::GeometryRefPtr core(geometryOf(mesh));
-    this->geoset.geometry = core.get();
-    this->geoset.vertex_count = 2 * n + (n == 1 ? 0 : 1); // a rest is left
-    this->geoset.setup();
-    EXPECT_EQ(this->geoset.size + this->geoset.wished_size, 4U);
-    EXPECT_EQ(lengthOf(core->getPositions()), int(n * this->geoset.vertex_count));
-    EXPECT_EQ(this->geoset.bbox.extent[2], 0.0F) << "a flat axis stays flat";
-
-    EXPECT_TRUE(this->geoset.resizeFieldContainers(5));
-    EXPECT_EQ(lengthOf(core->getPositions()), 5 * int(n));
-    for (const unsigned fields : {7U, 9U}) {
-        if constexpr (n < 3) {
-            this->geoset.setWishedSize(fields);
-            EXPECT_EQ(this->geoset.vertex_capacity, fields);
-        } else {
-            EXPECT_EQ(this->geoset.resizeFieldContainers(fields), fields == 7);
-        }
-        EXPECT_EQ(lengthOf(core->getPositions()), 7 * int(n));
-        this->geoset.resize_failed = true;
-    }
-    this->geoset.clear();
-    EXPECT_EQ(lengthOf(core->getPositions()), 7 * int(n)) << "who took the core still has it";
-    EXPECT_EQ(lengthOf(this->geoset.geometry->getPositions()), -1);
-    EXPECT_EQ(this->geoset.size + this->geoset.wished_size + this->geoset.vertex_count, 0U);
-    EXPECT_EQ(this->geoset.bbox.max[0], 0.0F);
-    EXPECT_FALSE(this->geoset.resize_failed);
-    EXPECT_EQ(this->geoset.vertex_capacity, 500000U);
 }
 
 } // namespace

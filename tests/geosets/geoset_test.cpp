@@ -31,20 +31,6 @@ TEST(ExtractWithoutNormals, MakesTheNormalsAnewOfWhatHasChanged) {
     EXPECT_EQ(normal(0), ::osg::Vec3f(0, 0, 1));
 }
 
-TEST(FillFCwithValue, WritesEveryRowOfWhatNobodyHoldsYetAndAcceptsNull) {
-    const ::osg::GeoColorsPtr colors = ::osg::GeoColors4f::create();
-    const ::osg::GeoNormalsPtr normals = ::osg::GeoNormals3f::create();
-    colors->resize(3);
-    normals->resize(2);
-    morva::osg::fillFCwithValue(colors, ::osg::Color3f(0.25F, 0.5F, 1.0F));
-    morva::osg::fillFCwithValue(normals, ::osg::Vec3f(1, 2, 3));
-    morva::osg::fillFCwithValue(::osg::GeoTexCoordsPtr(), ::osg::Vec2f(1, 2));
-    const ::osg::RefPtr<::osg::GeoColorsPtr> held_colors(colors);
-    const ::osg::RefPtr<::osg::GeoNormalsPtr> held_normals(normals);
-    EXPECT_EQ(colors->getValue(2), ::osg::Color3f(0.25F, 0.5F, 1.0F));
-    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1, 2, 3));
-}
-
 TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     osg_geoset geoset;
     geoset.convert();
@@ -112,23 +98,6 @@ TEST(GeosetGrowth, DoublesAndFromAThousandOnGrowsByThirtyPercent) {
 
 // ---- attributes
 
-TEST(GeosetInterpolation, IsExactAtCornersAndGoesOnBeyond) {
-    osg_geoset geoset;
-    const ::osg::Pnt3f a(0.1F, 0.2F, 0.3F), b(1.7F, 0.4F, 0.9F), c(0.3F, 2.2F, 1.1F);
-    fillGeoset(geoset, {a, b, c}, true);
-    const std::vector<::osg::Color3f> odd = {{0.1F, 0.9F, 0}, {0.7F, 0.3F, 0.5F}, {0.3F, 0.7F, 0}};
-    geoset.geometry->setSecondaryColors(propertyOf<::osg::GeoColors3f>(odd));
-    EXPECT_EQ(geoset.interpolate_color(0, b, 1), odd[1]);
-    EXPECT_EQ(geoset.interpolate_color(0, b + ::osg::Vec3f(5e-7F, 0, 0), 1), odd[1])
-        << "within reach of a corner it is that corner";
-    const ::osg::Pnt3f outside = a + (b - c) * 3.0F; // nothing is clamped
-    for (::osg::UInt32 i = 0; i < 3; ++i)
-        EXPECT_NEAR(geoset.interpolate_color(0, outside, 0)[i], outside[i], 1e-5F);
-    EXPECT_EQ(geoset.interpolate_texcoord(0, a, 2), ::osg::Vec2f(0.0F, 0.0F)) << "no unit 2";
-    EXPECT_EQ(geoset.interpolate_texcoord(0, a, 7)[0], 0.1F) << "any other unit is unit 0";
-    EXPECT_EQ(geoset.interpolate_color(99, a, 0), ::osg::Color3f(0.0F, 0.0F, 0.0F));
-}
-
 TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     osg_geoset geoset;
     fillGeoset(geoset, elements(3, 3).positions, true);
@@ -150,27 +119,6 @@ TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     EXPECT_EQ(toldBy(act), "Morva::osg::osg_geoset: Index Error in PrepareTriangle.\n"
                            "Morva::osg::osg_geoset: Index Error in PrepareTriangle.\n");
     EXPECT_EQ(primitive.positions[0], ::osg::Pnt3f(2, 0, 0)) << "the last one";
-}
-
-TEST(GeosetRules, NameWhatIsBroken) {
-    const std::pair<const char*, void (*)(osg_geoset&)> rows[] = {
-        {"", [](osg_geoset& g) { g.dropExtents(); }},
-        {"size is at most wished_size", [](osg_geoset& g) { g.wished_size = 1; }},
-        {"every field holds every element",
-         [](osg_geoset& g) { g.geometry->getColors()->resize(5); }},
-        {"vertex_count counts every element", [](osg_geoset& g) { g.vertex_count = 9; }},
-        {"the length is that of the elements",
-         [](osg_geoset& g) { g.geometry->getLengths()->setValue(9, 0); }},
-        {"axis arrays agree with the positions", [](osg_geoset& g) { g.axis_max[2][1] = 1; }},
-        {"simple_tris agree with the positions", [](osg_geoset& g) { g.simple_tris[1].c[0] = 9; }}};
-    for (const auto& [rule, spoil] : rows) {
-        osg_geoset geoset;
-        fillGeoset(geoset, elements(3, 2).positions, true);
-        geoset.convert();
-        EXPECT_EQ(broken_rule_of(geoset), "");
-        spoil(geoset);
-        EXPECT_EQ(broken_rule_of(geoset), rule);
-    }
 }
 
 } // namespace

@@ -74,40 +74,6 @@ TEST(LineSplit, RefusesWithoutChange) {
     }
 }
 
-/// Builds a tree that cuts, and compares what the elements measure together.
-template <typename G> void expectKeptByCuts(G& geoset, const morva::kd_build_setup& setup) {
-    const auto total = [&] {
-        double sum = 0;
-        for (unsigned i = 0; i < geoset.size; ++i) {
-            const piece t = cornersOf(geoset, i);
-            const ::osg::Vec3f way = t[1] - t[0];
-            sum += double((t.size() == 2 ? way : way.cross(t.back() - t[0])).length());
-        }
-        return sum;
-    };
-    const double before = total();
-    morva::kd_tree<float> tree;
-    const std::string told =
-        toldBy([&] { morva::compile(geoset, tree, setup, morva::kd_strategy_ObjMedian()); });
-    EXPECT_LT(std::count(told.begin(), told.end(), '\n'), 10) << told; // cuts very near an end
-    EXPECT_NEAR(total(), before, 1e-5 * before);
-    EXPECT_EQ(broken_rule_of(geoset), "");
-}
-
-TEST(CutInTree, KeepsTheLengthOfLinesAndTheAreaOfTriangles) {
-    std::mt19937 rng(seedOf(11));
-    for (int round = 0; round < roundsOf(40); ++round) {
-        osg_line_geoset lines;
-        fill(lines, soup(rng, 2 * (1 + rng() % 13)).positions);
-        expectKeptByCuts(lines, {3, 20, round % 4, 1.0F, 2.0F, 0.95F, false});
-    }
-    osg_geoset triangles;
-    fillGeoset(triangles, scattered(rng, 600), true);
-    const std::uint64_t before = triangles.size;
-    expectKeptByCuts(triangles, {50, 20, 1, 1.0F, 2.0F, 0.95F, false});
-    EXPECT_GT(triangles.size, before + 100);
-}
-
 TEST(PointTree, APointOnThePlaneGoesRight) {
     osg_point_geoset points;
     const ::osg::GeoPositions2fPtr flat = ::osg::GeoPositions2f::create(); // another form

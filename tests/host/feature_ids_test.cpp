@@ -298,23 +298,5 @@ TEST(FeatureIds, ADamagedFileIsRefusedWithAReason) {
     EXPECT_EQ(whole.fault(), "") << "odd, but nothing to do with parts";
 }
 
-TEST(FeatureIds, OfABinaryFileWithWrongBytesAreReadSafely) {
-    const written_parts whole("s.glb");
-    ASSERT_EQ(whole.fault(), "");
-    const std::string bytes = bytesOf(whole.file);
-    std::mt19937 rng(seedOf(3));
-    std::size_t refused = 0;
-    for (int round = 0; round < roundsOf(600); ++round) {
-        std::string damaged = bytes;
-        for (int i = 0; i < 1 + round % 3; ++i)
-            damaged[rng() % damaged.size()] = static_cast<char>(rng());
-        if (round % 10 == 0)
-            damaged.resize(rng() % damaged.size());
-        writeBytes(whole.file, damaged);
-        refused += whole.fault().empty() ? 0 : 1;
-    }
-    EXPECT_GT(refused, 100u);
-}
-
 } // namespace
 } // namespace morva_test

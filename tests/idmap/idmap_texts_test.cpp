@@ -162,27 +162,6 @@ TEST_F(IdMapTexts, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
     }
 }
 
-TEST_F(IdMapTexts, StartAnewWithEachRunOfAProcessButForTheTrees) {
-    std::string said, texts;
-    handler.mergedCount = handler.maxGeoCount = 0; // numbers go on from here
-    for (const char* file : {"map", "map", "none/map"}) {
-        const ::osg::MaterialRefPtr red(simple({1, 0, 0}));
-        const node_ref root(
-            sceneOf("house(door ~t(wall))", {{"door", red.get()}, {"wall", red.get()}}));
-        const stream_capture out(std::cout);
-        const node_ref result(
-            morva::osg::optTree(root.get(), "maxtris(100),prefix(p),idmap(" + path(file) + ")"));
-        EXPECT_EQ(handler.prefix, "p");
-        EXPECT_EQ(handler.releaseHeldLock(), 0U) << "the run gave it back";
-        said += out.text().substr(out.text().find("Done merging.        \n") + 22);
-        texts += bytesOf(path(file) + ".json");
-    }
-    EXPECT_EQ(said, "Write IDmap with 2 names.\nWrite IDmap with 2 names.\n"
-                    "Write IDmap with 2 names.\nUnable to open " +
-                        path("none/map") + ".json. No IDmap/Json File created.\n");
-    EXPECT_EQ(texts, golden("two_runs.json"));
-}
-
 TEST_F(IdMapTexts, CreateDirMakesOneLevel) {
     std::string one = path("one"), file = path("file");
     morva::createDir(one.data());

@@ -2,7 +2,7 @@
 
 // What a scene holds, as text: objects numbered breadth first from the root, one field a line in
 // the order of their names, `  FIELD TYPE COUNT: VALUE VALUE ...`. Empty lists of containers and
-// attachments stay away. And scene files to and fro, also without the layer's help.
+// attachments stay away. And scene files to and fro.
 
 #include "tests/support/test.h"
 
@@ -223,40 +223,6 @@ inline std::set<std::filesystem::path> sampleFiles() {
             files.insert(entry.path());
     }
     return files;
-}
-
-/// A file taken apart without the layer's help.
-struct raw_field {
-    std::string object, name, type;
-    std::size_t data; ///< place of its data; the size stands in the 4 bytes before
-    std::size_t size;
-};
-
-inline UInt32 numberAt(const std::string& bytes, std::size_t place) {
-    UInt32 number = 0;
-    for (std::size_t i = 0; i < 4; ++i)
-        number = number << 8 | static_cast<unsigned char>(bytes.at(place + i));
-    return number;
-}
-
-inline std::vector<raw_field> fieldsOf(const std::string& bytes) {
-    std::size_t at = 41;
-    const auto text = [&] {
-        const std::size_t start = at + 4;
-        at = start + numberAt(bytes, at);
-        return bytes.substr(start, at - start - 1);
-    };
-    std::vector<raw_field> fields;
-    for (std::string object; !(object = text()).empty();) {
-        at += object == "Geometry" || object == "Image" ? 6 : 7;
-        for (std::string name; !(name = text()).empty();) {
-            const std::string type = text();
-            const std::size_t size = numberAt(bytes, at) + (name == "pindices" ? 4 : 0);
-            fields.push_back({object, name, type, at + 4, size});
-            at += 4 + size;
-        }
-    }
-    return fields;
 }
 
 } // namespace scene_test

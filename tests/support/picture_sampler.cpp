@@ -19,48 +19,39 @@ using vec2 = std::array<double, 2>;
 /// Of an image's side, for values near whole numbers. What comes of cutting is seen to again.
 constexpr double snap = 0.0011, snap_of_pieces = 3 * snap;
 
-/// One texel, as a number; images with other channels are not read.
+/// One texel as a number, RGBA; images with other channels are not read.
 std::uint32_t texelAt(const ::osg::UInt8* p, ::osg::UInt32 format) {
-    const auto all = [](unsigned r, unsigned g, unsigned b, unsigned a) {
-        return r << 24U | g << 16U | b << 8U | a;
-    };
-    switch (format) {
-    case ::osg::Image::OSG_RGB_PF:
-        return all(p[0], p[1], p[2], 255);
-    case ::osg::Image::OSG_RGBA_PF:
-        return all(p[0], p[1], p[2], p[3]);
-    case ::osg::Image::OSG_BGR_PF:
-        return all(p[2], p[1], p[0], 255);
-    case ::osg::Image::OSG_BGRA_PF:
-        return all(p[2], p[1], p[0], p[3]);
-    case ::osg::Image::OSG_LA_PF:
-        return all(p[0], p[0], p[0], p[1]);
-    case ::osg::Image::OSG_A_PF:
-        return all(255, 255, 255, p[0]);
-    default:
-        return all(p[0], p[0], p[0], 255);
+    const std::pair<::osg::UInt32, const char*> channels[] = {
+        {::osg::Image::OSG_RGB_PF, "012x"}, {::osg::Image::OSG_RGBA_PF, "0123"},
+        {::osg::Image::OSG_BGR_PF, "210x"}, {::osg::Image::OSG_BGRA_PF, "2103"},
+        {::osg::Image::OSG_LA_PF, "0001"},  {::osg::Image::OSG_A_PF, "xxx0"},
+        {::osg::Image::OSG_L_PF, "000x"}};
+    std::uint32_t texel = 0;
+    for (const auto& [own, places] : channels) {
+        for (std::size_t i = 0; own == format && i < 4; ++i)
+            texel = texel << 8U | (places[i] == 'x' ? 255U : p[places[i] - '0']);
     }
+    return texel;
 }
 
-weights crossOf(const weights& a, const weights& b) {
-    return {a[1] * b[2] - a[2] * b[1], a[2] * b[0] - a[0] * b[2], a[0] * b[1] - a[1] * b[0]};
-}
-double dot(const weights& a, const weights& b) { return a[0] * b[0] + a[1] * b[1] + a[2] * b[2]; }
-weights between(const ::osg::Pnt3f& from, const ::osg::Pnt3f& to) {
-    return {double(to[0]) - double(from[0]), double(to[1]) - double(from[1]),
-            double(to[2]) - double(from[2])};
+/// The second and the third corner as seen from the first.
+std::array<::osg::Vec3d, 2> sidesOf(const pictured_triangle& t) {
+    const ::osg::Pnt3d first(t.corners[0]), second(t.corners[1]), third(t.corners[2]);
+    return {second - first, third - first};
 }
 double areaOf(const pictured_triangle& t) {
-    const weights n =
-        crossOf(between(t.corners[0], t.corners[1]), between(t.corners[0], t.corners[2]));
-    return 0.5 * std::sqrt(dot(n, n));
+    const auto [a, b] = sidesOf(t);
+    return 0.5 * a.cross(b).length();
+}
+double longestSquare(const pictured_triangle& t) {
+    const auto [a, b] = sidesOf(t);
+    return std::max(a.dot(a), b.dot(b));
 }
 
 /// Not so for what passes drop, and for a line.
 bool showsSomething(const pictured_triangle& t) {
-    const weights a = between(t.corners[0], t.corners[1]), b = between(t.corners[0], t.corners[2]);
     return !morva::osg::is_rogue(t.corners[0], t.corners[1], t.corners[2]) &&
-           areaOf(t) > 1e-7 * std::max(dot(a, a), dot(b, b));
+           areaOf(t) > 1e-7 * longestSquare(t);
 }
 
 /// Where a point lies on a triangle; none if it is off it.
@@ -69,25 +60,37 @@ std::optional<weights> placeOn(const pictured_triangle& t, const ::osg::Pnt3f& p
         if (t.corners[k] == point)
             return weights{k == 0 ? 1.0 : 0.0, k == 1 ? 1.0 : 0.0, k == 2 ? 1.0 : 0.0};
     }
-    const weights a = between(t.corners[0], t.corners[1]), b = between(t.corners[0], t.corners[2]),
-                  p = between(t.corners[0], point), n = crossOf(a, b);
-    const double square = dot(n, n), size = std::sqrt(std::max(dot(a, a), dot(b, b)));
-    if (!(square > 0) || std::abs(dot(p, n)) > 1e-4 * size * std::sqrt(square))
+    const auto [a, b] = sidesOf(t);
+    const ::osg::Vec3d p = ::osg::Pnt3d(point) - ::osg::Pnt3d(t.corners[0]), n = a.cross(b);
+    const double square = n.dot(n);
+    if (!(square > 0) || std::abs(p.dot(n)) > 1e-4 * std::sqrt(longestSquare(t) * square))
         return std::nullopt;
-    const double second = dot(crossOf(p, b), n) / square, third = dot(crossOf(a, p), n) / square;
+    const double second = p.cross(b).dot(n) / square, third = a.cross(p).dot(n) / square;
     const weights all = {1 - second - third, second, third};
     if (*std::min_element(all.begin(), all.end()) < -1e-3)
         return std::nullopt;
     return all;
 }
 
-vec2 coordinateAt(const pictured_triangle& t, const weights& w) {
+/// What lies between three corners.
+template <typename Corners> vec2 between(const Corners& corners, const weights& w) {
     vec2 sum{};
     for (std::size_t k = 0; k < 3; ++k) {
-        for (::osg::UInt32 axis = 0; axis < 2; ++axis)
-            sum[axis] += w[k] * double(t.coordinates[k][axis]);
+        sum[0] += w[k] * double(corners[k][0]);
+        sum[1] += w[k] * double(corners[k][1]);
     }
     return sum;
+}
+
+/// The texel at a coordinate, which repeats.
+std::uint32_t texelOf(const pictured_image& image, const vec2& at) {
+    const auto wrapped = [](double texels, std::int64_t side) {
+        const std::int64_t rest = std::int64_t(std::floor(texels + 1e-6)) % side;
+        return rest < 0 ? rest + side : rest;
+    };
+    return image
+        .texels[std::size_t(wrapped(at[1] * double(image.height), image.height) * image.width +
+                            wrapped(at[0] * double(image.width), image.width))];
 }
 
 /// How one node's coordinates are to be read: in tiles of its image before.
@@ -124,11 +127,10 @@ struct search {
     bool followsAlong(std::size_t axis, const std::array<vec2, 3>& was,
                       const pictured_triangle& now, double near_whole) {
         std::array<double, 3> move{};
-        double low = 0, high = 0;
+        double high = 0;
         for (std::size_t k = 0; k < 3; ++k) {
             const double tile = how.inTiles(double(now.coordinates[k][::osg::UInt32(axis)]), axis);
             move[k] = tile - was[k][axis];
-            low = std::min(low, was[k][axis]);
             high = std::max(high, std::abs(was[k][axis]));
             // In texels of the block; a coordinate at its far edge would show the neighbour.
             if (how.place != nullptr && (tile < -1e-6 || tile > how.tiles(axis) - 1e-6))
@@ -149,21 +151,14 @@ struct search {
 
     /// Whether a texel within an inset of a coordinate before is what is shown now.
     bool showsTexelOf(const vec2& was, const vec2& now) {
-        const auto wrapped = [](double value, std::int64_t side) {
-            const std::int64_t rest = std::int64_t(std::floor(value + 1e-6)) % side;
-            return rest < 0 ? rest + side : rest;
+        const std::uint32_t seen = texelOf(*how.shown, now);
+        const auto most = [this](std::size_t axis) {
+            return std::ceil(1.01 + snap_of_pieces * how.side[axis]);
         };
-        const pictured_image &a = *how.before, &b = *how.shown;
-        const std::uint32_t seen =
-            b.texels[std::size_t(wrapped(now[1] * double(b.height), b.height) * b.width +
-                                 wrapped(now[0] * double(b.width), b.width))];
-        const double room_u = 1.01 + snap_of_pieces * how.side[0],
-                     room_v = 1.01 + snap_of_pieces * how.side[1];
-        const int most_u = int(std::ceil(room_u)), most_v = int(std::ceil(room_v));
-        for (int v = -most_v; v <= most_v; ++v) {
-            for (int u = -most_u; u <= most_u; ++u) {
-                if (a.texels[std::size_t(wrapped(was[1] * how.side[1] + v, a.height) * a.width +
-                                         wrapped(was[0] * how.side[0] + u, a.width))] == seen)
+        for (double v = -most(1); v <= most(1); ++v) {
+            for (double u = -most(0); u <= most(0); ++u) {
+                if (texelOf(*how.before, {was[0] + u / how.side[0], was[1] + v / how.side[1]}) ==
+                    seen)
                     return true;
             }
         }
@@ -171,14 +166,12 @@ struct search {
     }
 
     bool isPieceOf(const pictured_triangle& whole, const pictured_triangle& piece) {
-        std::array<weights, 3> at;
         std::array<vec2, 3> was;
         for (std::size_t k = 0; k < 3; ++k) {
             const auto place = placeOn(whole, piece.corners[k]);
             if (!place)
                 return why.empty() ? wrong("is on no triangle") : false;
-            at[k] = *place;
-            was[k] = coordinateAt(whole, *place);
+            was[k] = between(whole.coordinates, *place);
         }
         const bool cut = whole.corners != piece.corners;
         for (const std::size_t axis : {std::size_t{0}, std::size_t{1}}) {
@@ -188,13 +181,8 @@ struct search {
         constexpr double in = 0.05;
         for (const weights& w : {weights{1 - 2 * in, in, in}, weights{in, 1 - 2 * in, in},
                                  weights{in, in, 1 - 2 * in}, weights{0.4, 0.3, 0.3}}) {
-            weights below{};
-            for (std::size_t k = 0; k < 3; ++k) {
-                for (std::size_t i = 0; i < 3; ++i)
-                    below[i] += w[k] * at[k][i];
-            }
             if (how.place != nullptr &&
-                !showsTexelOf(coordinateAt(whole, below), coordinateAt(piece, w)))
+                !showsTexelOf(between(was, w), between(piece.coordinates, w)))
                 return false;
         }
         return true;
@@ -410,30 +398,15 @@ std::map<::osg::UInt32, pictured_node> regroup(const picture& before, const pict
 
 std::string checkAtlases(const picture& before, const picture& after,
                          const morva::osg::atlas_record& record, unsigned padding) {
-    for (const recorded_atlas& atlas : record.atlases) {
-        const std::string fault = checkAtlas(before, after, atlas, padding);
-        if (!fault.empty())
-            return fault;
-    }
-    return "";
+    std::string fault;
+    for (const recorded_atlas& atlas : record.atlases)
+        fault = fault.empty() ? checkAtlas(before, after, atlas, padding) : fault;
+    return fault;
 }
 
-picture_comparison compareNodes(const picture& before,
-                                const std::map<::osg::UInt32, pictured_node>& after,
-                                const morva::osg::atlas_record& record) {
-    picture_comparison result;
-    for (const auto& [number, node] : before.nodes()) {
-        const auto now = after.find(number);
-        if (now == after.end() && !node.triangles.empty())
-            result.fault = "a node is gone";
-        if (now != after.end())
-            result.fault = compareNode(before, node, now->second, record, result);
-        if (!result.fault.empty()) {
-            result.fault = "node \"" + node.name + "\": " + result.fault;
-            return result;
-        }
-    }
-    return result;
+bool haveTheSameNodes(const picture& a, const picture& b) {
+    return std::equal(a.nodes().begin(), a.nodes().end(), b.nodes().begin(), b.nodes().end(),
+                      [](const auto& x, const auto& y) { return x.first == y.first; });
 }
 
 } // namespace
@@ -442,17 +415,20 @@ picture_comparison comparePictures(const picture& before, const picture& after,
                                    const morva::osg::atlas_record& record, unsigned padding) {
     picture_comparison result;
     result.fault = checkAtlases(before, after, record, padding);
-    if (before.nodes().size() != after.nodes().size())
-        result.fault = "nodes came or went";
-    return result.fault.empty() ? compareNodes(before, after.nodes(), record) : result;
-}
-
-picture_comparison compareRegrouped(const picture& before, const picture& after,
-                                    const morva::osg::atlas_record& record, unsigned padding) {
-    picture_comparison result;
-    result.fault = checkAtlases(before, after, record, padding);
-    const auto parts = regroup(before, after, result.fault);
-    return result.fault.empty() ? compareNodes(before, parts, record) : result;
+    const auto parts =
+        haveTheSameNodes(before, after) ? after.nodes() : regroup(before, after, result.fault);
+    for (const auto& [number, node] : before.nodes()) {
+        if (!result.fault.empty())
+            break;
+        const auto now = parts.find(number);
+        if (now != parts.end())
+            result.fault = compareNode(before, node, now->second, record, result);
+        else if (!node.triangles.empty())
+            result.fault = "it is gone";
+        if (!result.fault.empty())
+            result.fault = "node \"" + node.name + "\": " + result.fault;
+    }
+    return result;
 }
 
 } // namespace morva_test

@@ -75,13 +75,12 @@ struct picture_comparison {
     double inset = 0;       ///< furthest move besides whole tiles, in texels
 };
 
+/// Where nodes are new they may hold triangles of several ones before, each in its old place in the
+/// coordinates of its node; nodes before lie apart then, and those without an image are not looked
+/// at.
+///
 /// padding  texels of its own picture that each image must be surrounded by
 picture_comparison comparePictures(const picture& before, const picture& after,
                                    const morva::osg::atlas_record& record, unsigned padding = 0);
-
-/// The same where nodes are new and hold triangles of several ones before, each in its old place in
-/// the coordinates of its node. Nodes before lie apart; those without an image are not looked at.
-picture_comparison compareRegrouped(const picture& before, const picture& after,
-                                    const morva::osg::atlas_record& record, unsigned padding = 0);
 
 } // namespace morva_test

@@ -236,6 +236,18 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
     return geometry;
 }
 
+void storeOtherwise(const ::osg::GeometryPtr& geometry) {
+    using namespace ::osg;
+    geometry->setPositions(inOtherForm<GeoPositions3d>(geometry->getPositions()));
+    geometry->setNormals(inOtherForm<GeoNormals3b>(geometry->getNormals()));
+    geometry->setColors(inOtherForm<GeoColors4ub>(geometry->getColors()));
+    geometry->setSecondaryColors(inOtherForm<GeoColors4f>(geometry->getSecondaryColors()));
+    geometry->setTexCoords(inOtherForm<GeoTexCoords3f>(geometry->getTexCoords()));
+    geometry->setTexCoords7(inOtherForm<GeoTexCoords2f>(geometry->getTexCoords7()));
+    geometry->setIndices(inOtherForm<GeoIndicesUI16>(geometry->getIndices()));
+    geometry->setLengths(inOtherForm<GeoPLengthsUI16>(geometry->getLengths()));
+}
+
 ::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children) {
     const ::osg::NodePtr node = ::osg::Node::create();
     node->setCore(core);

@@ -103,6 +103,8 @@ template <typename Other, typename Role> Role inOtherForm(const Role& usual) {
         other->addValue(usual->getValue(i));
     return other;
 }
+/// Replaces each property that there is by one of another form with the same values.
+void storeOtherwise(const ::osg::GeometryPtr& geometry);
 /// A node with a mesh as its core.
 ::osg::NodePtr meshNode(const mesh_data& mesh, const ::osg::MaterialPtr& material = ::osg::NullFC);
 ::osg::NodePtr nodeOf(const ::osg::NodeCorePtr& core, const node_list& children = {});

@@ -89,30 +89,4 @@ TEST(FillNewTexture, RefusesWhatItCannotDrawInto) {
     EXPECT_EQ(pixelsOf(clear), (bytes{9, 9, 9, 255})) << "without its alpha";
 }
 
-TEST(KeptPart, IsCutOutOnce) {
-    std::mt19937 rng(seedOf(3));
-    FixedTextureAtlas packed, nothing;
-    packed.width = packed.height = 64;
-    packed.freeSpaces = {{0, 16, 64, 48}};
-    packed.image = imageOf(6407, 64, 64);
-    packed.image->setData(randomPixels(rng, 64 * 64, false).data());
-    packed.transparent = packed.hasVertexColors = true;
-    FixedTextureAtlas given = packed, stubborn = packed;
-    given.minifiedImage = given.image; // made by somebody else: taken as it is
-    stubborn.image = ::osg::Image::create();
-    stubborn.image->set(::osg::Image::OSG_RGB_DXT1, 64, 64); // can't be cut
-    for (FixedTextureAtlas* atlas : {&packed, &given, &stubborn, &nothing}) {
-        const ::osg::ChunkMaterialPtr material = atlas->getMinifiedMaterial();
-        FixedTextureAtlas copy = *atlas;
-        EXPECT_TRUE(copy.getMinifiedMaterial() == material) << "a copy shares it all";
-        EXPECT_EQ(material->getMFChunks()->size(), atlas == &nothing ? 1U : 3U);
-    }
-    const ::osg::ImageRefPtr cut(::osg::Image::create());
-    packed.image->subImage(0, 0, 0, 64, 16, 1, cut);
-    EXPECT_TRUE(*packed.minifiedImage.get() == *cut.get());
-    EXPECT_TRUE(given.minifiedImage.get() == given.image.get());
-    EXPECT_TRUE(stubborn.minifiedImage.get() == stubborn.image.get());
-    EXPECT_EQ(stubborn.usedHeight, 64U);
-}
-
 } // namespace

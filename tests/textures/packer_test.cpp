@@ -340,27 +340,6 @@ TEST(Packer, AgreesWithTheNaiveTwin) {
     EXPECT_GT(overlaps, 10) << "sets that keeping apart is for";
 }
 
-TEST(Packer, FillsAHole) {
-    texturatlas atlas;
-    atlas.items = {{50, 100}, {50, 60}, {50, 40}};
-    atlas.calculate(0);
-    EXPECT_TRUE(atlas.width == 100 && atlas.height == 100);
-    EXPECT_EQ(atlas.placed.find({50, 40})->second, (texturinfo{50, 60}));
-}
-
-TEST(CalcItemsInRow, AgreesWithTryingEachDivision) {
-    std::vector<texturinfo> groups; // none at first
-    for (const texturinfo& next : {texturinfo{8, 8}, {20, 8}, {16, 8}, {8, 16}, {8, 17}, {0, 0}}) {
-        texturatlas atlas;
-        atlas.groupSizes = groups;
-        for (int n = -3; n < 1500; ++n)
-            ASSERT_EQ(atlas.calcItemsInRow(n), naiveColumns(n, groups)) << n;
-        EXPECT_EQ(atlas.calcItemsInRow(1000003), naiveColumns(1000003, groups));
-        EXPECT_GT(atlas.calcItemsInRow(INT32_MAX), 46340);
-        groups = {next};
-    }
-}
-
 TEST(Packer, KeepsAllButTheOrderWhenMemoryRunsOut) {
     std::mt19937 rng(73);
     texturatlas before;

@@ -1,14 +1,13 @@
-// Atlases of a whole scene: beside a twin that takes each step by the letter, and with nothing
-// that looks different afterwards.
+// Atlases of a whole scene, with nothing that looks different afterwards.
 
 #include "atlas_support.h"
-#include "naive_scene_atlas.h"
 
 #include "tests/support/picture_sampler.h"
 #include "tests/support/textured_scenes.h"
 
 #include <OpenSG/OSGSceneFileHandler.h>
 
+#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
@@ -16,35 +15,12 @@
 namespace {
 
 using namespace morva::osg;
-using u32 = ::osg::UInt32;
 
 /// A scene as a file, where it is the same for the same scene.
 std::string written(const ::osg::NodePtr& root) {
     std::ostringstream text;
     EXPECT_TRUE(::osg::SceneFileHandler::the().write(root, text, "osb"));
     return text.str();
-}
-
-TEST(SceneAtlas, IsThatOfItsTwin) {
-    std::size_t placed = 0;
-    for (unsigned round = 0; round < roundsOf(600U); ++round) {
-        SCOPED_TRACE(round);
-        const unsigned seed = seedOf(round);
-        std::mt19937 rng(seed);
-        const unsigned sizes[] = {32, 64, 100, 128, 256};
-        const unsigned size = sizes[rng() % 5], texcoords[] = {1, 3, 5, 4294967295U},
-                       limit = texcoords[rng() % 4], optimize[] = {0, 2, 3, 4294967295U},
-                       most = optimize[rng() % 4];
-        const node_ref ours(textured_scene(seed).root()), theirs(textured_scene(seed).root());
-        naive::stage twin;
-        const unsigned expected = twin.run(theirs, size, limit, most);
-        const stream_capture out(std::cout);
-        ASSERT_EQ(createTextureAtlasForScene(ours.get(), size, limit, most), expected);
-        EXPECT_EQ(out.text(), twin.text);
-        ASSERT_TRUE(written(ours) == written(theirs));
-        placed += expected;
-    }
-    EXPECT_GT(placed, roundsOf(400U));
 }
 
 TEST(SceneAtlas, ShowsTheSamePictureIfItIsToBeExact) {

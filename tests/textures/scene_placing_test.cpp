@@ -2,7 +2,6 @@
 // every step as one would say it.
 
 #include "atlas_support.h"
-#include "naive_scene_atlas.h"
 
 #include <morva/textures/morva_osg_scene_atlas.h>
 
@@ -10,6 +9,98 @@ namespace {
 
 using namespace morva::osg;
 using u32 = std::uint32_t;
+
+namespace naive {
+
+struct space {
+    u32 x, y, width, height;
+    auto all() const { return std::tie(x, y, width, height); }
+    bool operator==(const space& other) const { return all() == other.all(); }
+};
+
+u32 tiledSide(float tiles, u32 side) {
+    const double count = std::ceil(double(tiles));
+    return count > 0 ? u32(std::min(count * side, 2147483647.0)) : 0;
+}
+
+/// The free spaces of one atlas.
+struct atlas {
+    u32 side;
+    std::vector<space> spaces{{0, 0, side, side}};
+
+    bool joinOne() {
+        for (auto a = spaces.begin(); a != spaces.end(); ++a) {
+            for (auto b = spaces.begin(); b != spaces.end(); ++b) {
+                space both = *a;
+                if (a == b)
+                    continue;
+                if (b->y == a->y + a->height && b->width == a->width && b->x == a->x)
+                    both.height += b->height;
+                else if (b->x == a->x + a->width && b->height == a->height && b->y == a->y)
+                    both.width += b->width;
+                else
+                    continue;
+                spaces.erase(std::max(a, b));
+                spaces.erase(std::min(a, b));
+                spaces.insert(spaces.begin(), both);
+                return true;
+            }
+        }
+        return false;
+    }
+    void join() {
+        while (joinOne()) {
+        }
+    }
+
+    /// A place for a size; -1 if there is none.
+    std::pair<int, int> place(u32 w, u32 h) {
+        if (w == 0 || h == 0)
+            return {-1, -1};
+        auto found = std::find_if(spaces.begin(), spaces.end(), [&](const space& one) {
+            return one.width == w && one.height == h;
+        });
+        const bool exact = found != spaces.end();
+        for (auto one = spaces.begin(); !exact && one != spaces.end(); ++one) {
+            const auto waste = [&](const space& s) { return s.width * s.height - w * h; };
+            if (one->width >= w && one->height >= h &&
+                (found == spaces.end() || waste(*one) < waste(*found)))
+                found = one;
+        }
+        if (found == spaces.end())
+            return {-1, -1};
+        const space old = *found;
+        spaces.erase(found);
+        if (h < old.height)
+            spaces.insert(spaces.begin(), {old.x, old.y + h, old.width, old.height - h});
+        if (w < old.width)
+            spaces.insert(spaces.begin(), {old.x + w, old.y, old.width - w, h});
+        if (!exact)
+            join();
+        return {int(old.x), int(old.y)};
+    }
+
+    /// Width and height of the kept part.
+    std::pair<u32, u32> kept(bool power) {
+        u32 width = side, height = side;
+        if (spaces.empty())
+            return {side, side};
+        join();
+        for (const space& one : spaces)
+            height = one.width == side ? one.y : height;
+        for (const space& one : spaces)
+            width = one.height == height ? one.x : width;
+        for (u32* one : {&width, &height}) {
+            u32 up = 1;
+            while (up < *one && up < 8192)
+                up *= 2;
+            *one = power ? up : *one;
+        }
+        return {width, height};
+    }
+};
+
+} // namespace naive
 
 /// x, y and number of the atlas of each image.
 using places = std::vector<std::array<int, 3>>;

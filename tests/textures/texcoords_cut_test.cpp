@@ -101,24 +101,6 @@ TEST(OptimizeTexCoords, IsTheNaiveTwinToTheLastBit) {
 const corners wedge = {{0, 0, 0}, {10, 0, 0}, {0, 5, 0}};
 const coordinates ten = {{0, 0}, {10, 0}, {0, 1}};
 
-TEST(OptimizeTexCoords, TakesAGeosetInAnyState) {
-    osg_geoset empty, plain, not_set_up, null, at_one;
-    tri::fillGeoset(plain, wedge);
-    not_set_up.geometry = tri::soup(wedge);
-    not_set_up.geometry->setTexCoords(
-        propertyOf<::osg::GeoTexCoords2f>(coordinates{{-3, 0}, {1, 0}, {-3, 0}, {-1, 0}, {9, 0}}));
-    null.geometry = ::osg::NullFC;
-    uv::fill(at_one, wedge, ten); // for which the twin has no end
-    EXPECT_GT(optimizeTexCoords(at_one, 1, 50), 0);
-    EXPECT_LE(reachOf(at_one), 1.002F);
-    EXPECT_EQ(optimizeTexCoords(at_one, 1, 50), 0);
-    for (osg_geoset* geoset : {&empty, &plain, &not_set_up, &null})
-        EXPECT_EQ(optimizeTexCoords(*geoset, 1, 50) + optimizeTexCoordsSmart(*geoset, 1, 50), 0);
-    EXPECT_EQ(not_set_up.geometry->getTexCoords()->getValue(1), ::osg::Vec2f(4, 0));
-    EXPECT_EQ(not_set_up.geometry->getTexCoords()->getValue(3), ::osg::Vec2f(-1, 0))
-        << "two rows fill no triangle";
-}
-
 TEST(OptimizeTexCoords, ComesToAnEndWhateverRoundingDoes) {
     const struct {
         const char* name;
@@ -151,19 +133,6 @@ TEST(OptimizeTexCoords, ComesToAnEndWhateverRoundingDoes) {
         EXPECT_NEAR(tri::areaOfAll(geoset), area, row.rounding * area);
         EXPECT_EQ(reachOf(geoset), row.reach);
     }
-}
-
-TEST(OptimizeTexCoords, StopsAtAMillionTrianglesForAFew) {
-    corners positions;
-    coordinates values;
-    for (int triangle = 0; triangle < 20; ++triangle) {
-        const float x = 2 * float(triangle);
-        positions.insert(positions.end(), {{x, 0, 0}, {x + 1, 0, 0}, {x, 1, 0}});
-        values.insert(values.end(), {{0, 0}, {250, 0}, {0, 250}});
-    }
-    osg_geoset geoset;
-    uv::fill(geoset, positions, values);
-    EXPECT_EQ(optimizeTexCoords(geoset, 1, 300) / 2, (1 << 20) / 2);
 }
 
 } // namespace

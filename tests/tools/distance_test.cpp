@@ -8,55 +8,45 @@ using ::osg::Pnt3f;
 using ::osg::UInt32;
 using namespace morva::osg;
 
-using place = std::array<long double, 3>;
-using triangle = std::array<place, 3>;
+using ::osg::Pnt3d, ::osg::Vec3d;
+using triangle = std::array<Pnt3d, 3>;
 
-place mixed(const triangle& t, long double a, long double b, long double c) {
-    place p{};
-    for (int i = 0; i < 3; ++i)
-        p[i] = a * t[0][i] + b * t[1][i] + c * t[2][i];
-    return p;
+Pnt3d mixed(const triangle& t, double a, double b, double c) {
+    return Pnt3d(0, 0, 0) + Vec3d(t[0]) * a + Vec3d(t[1]) * b + Vec3d(t[2]) * c;
 }
-
-long double product(const place& a, const place& b) {
-    return a[0] * b[0] + a[1] * b[1] + a[2] * b[2];
-}
-
-place apart(const place& a, const place& b) { return {a[0] - b[0], a[1] - b[1], a[2] - b[2]}; }
 
 /// Of the nearest points on the planes, lines and points of a triangle those that are in it.
-long double distanceBetween(const place& p, const triangle& t) {
-    long double least = HUGE_VALL;
-    const auto take = [&](long double a, long double b, long double c) {
-        if (std::min({a, b, c}) < 0 || !std::isfinite(a + b + c))
-            return;
-        const place to = apart(p, mixed(t, a, b, c));
-        least = std::min(least, std::sqrt(product(to, to)));
+double distanceBetween(const Pnt3d& p, const triangle& t) {
+    double least = HUGE_VAL;
+    const auto take = [&](double a, double b, double c) {
+        if (std::min({a, b, c}) >= 0 && std::isfinite(a + b + c))
+            least = std::min(least, (p - mixed(t, a, b, c)).length());
     };
-    const place u = apart(t[1], t[0]), v = apart(t[2], t[0]), w = apart(t[2], t[1]);
-    const place from = apart(p, t[0]), other = apart(p, t[1]);
-    const long double uu = product(u, u), vv = product(v, v), uv = product(u, v);
-    const long double pu = product(from, u), pv = product(from, v), below = uu * vv - uv * uv;
-    const long double b = (pu * vv - pv * uv) / below, c = (pv * uu - pu * uv) / below;
-    const long double on_w = product(other, w) / product(w, w);
-    for (const auto& at :
-         {place{1, 0, 0}, place{0, 1, 0}, place{0, 0, 1}, place{1 - b - c, b, c},
-          place{1 - pu / uu, pu / uu, 0}, place{1 - pv / vv, 0, pv / vv}, place{0, 1 - on_w, on_w}})
+    const Vec3d u = t[1] - t[0], v = t[2] - t[0], w = t[2] - t[1], from = p - t[0];
+    const double uu = u.dot(u), vv = v.dot(v), uv = u.dot(v), pu = from.dot(u), pv = from.dot(v),
+                 below = uu * vv - uv * uv, on_w = (p - t[1]).dot(w) / w.dot(w);
+    const double b = (pu * vv - pv * uv) / below, c = (pv * uu - pu * uv) / below;
+    const double ways[][3] = {{1, 0, 0},
+                              {0, 1, 0},
+                              {0, 0, 1},
+                              {1 - b - c, b, c},
+                              {1 - pu / uu, pu / uu, 0},
+                              {1 - pv / vv, 0, pv / vv},
+                              {0, 1 - on_w, on_w}};
+    for (const auto& at : ways)
         take(at[0], at[1], at[2]);
     return least;
 }
 
 std::vector<triangle> trianglesOf(const simplified_triangles& mesh, const linear_map* space) {
-    std::vector<triangle> all;
+    std::vector<triangle> all(mesh.vertices.size() / 3);
     for (std::size_t i = 0; i < mesh.vertices.size(); ++i) {
         const Pnt3f& p = mesh.places[mesh.vertices[i]];
-        if (i % 3 == 0)
-            all.emplace_back();
         for (unsigned k = 0; k < 3; ++k)
-            all.back()[i % 3][k] =
-                space == nullptr
-                    ? p[k]
-                    : (*space)[0][k] * p[0] + (*space)[1][k] * p[1] + (*space)[2][k] * p[2];
+            all[i / 3][i % 3][k] =
+                double(space == nullptr
+                           ? p[k]
+                           : (*space)[0][k] * p[0] + (*space)[1][k] * p[1] + (*space)[2][k] * p[2]);
     }
     return all;
 }
@@ -65,23 +55,20 @@ surface_distance naiveDistance(const std::vector<triangle>& from, const std::vec
                                bool fine) {
     surface_distance sum;
     for (const triangle& t : from) {
-        const place u = apart(t[1], t[0]), v = apart(t[2], t[0]);
-        const long double area =
-            std::sqrt(product(u, u) * product(v, v) - product(u, v) * product(u, v)) / 2;
-        sum.area += double(area);
-        const long double third = 1.0L / 3;
-        std::vector<std::pair<place, int>> samples{{mixed(t, third, third, third), fine ? 27 : 9}};
+        const double area = (t[1] - t[0]).cross(t[2] - t[0]).length() / 2, third = 1.0 / 3;
+        sum.area += area;
+        std::vector<std::pair<Pnt3d, int>> samples{{mixed(t, third, third, third), fine ? 27 : 9}};
         for (int k = 0; k < 3; ++k) {
-            samples.push_back({t[k], fine ? 3 : 1});
+            samples.push_back({t[std::size_t(k)], fine ? 3 : 1});
             if (fine)
-                samples.push_back({mixed(t, .5L * (k != 0), .5L * (k != 1), .5L * (k != 2)), 8});
+                samples.push_back({mixed(t, .5 * (k != 0), .5 * (k != 1), .5 * (k != 2)), 8});
         }
         for (const auto& [p, share] : samples) {
-            long double least = HUGE_VALL;
+            double least = HUGE_VAL;
             for (const triangle& other : to)
                 least = std::min(least, distanceBetween(p, other));
-            sum.largest = std::max(sum.largest, double(least));
-            sum.integral += double(least * area * share / (fine ? 60 : 12));
+            sum.largest = std::max(sum.largest, least);
+            sum.integral += least * area * share / (fine ? 60 : 12);
         }
     }
     return sum;

