@@ -40,23 +40,21 @@ inline ::osg::NodePtr wildScene(unsigned seed, bool plain) {
     return root;
 }
 
-/// Lines and points below some nodes: type, and positions in the world.
+/// Lines and points below a node: type, and positions in the world.
 using line_list = std::multiset<std::vector<float>>;
-inline line_list worldLines(const node_list& roots) {
+inline line_list worldLines(const ::osg::NodePtr& root) {
     line_list all;
-    for (const ::osg::NodePtr& root : roots) {
-        for (const ::osg::NodePtr& node : geometryNodes(root)) {
-            const ::osg::GeometryPtr core = coreOf(node);
-            for (auto it = core->beginPrimitives(); it != core->endPrimitives(); ++it) {
-                std::vector<float> one = {float(it.getType())};
-                for (::osg::UInt32 i = 0; it.getType() < 4 && i < it.getLength(); ++i) {
-                    ::osg::Pnt3f p = it.getPosition(::osg::Int32(i));
-                    node->getToWorld().multFullMatrixPnt(p);
-                    one.insert(one.end(), {p[0], p[1], p[2]});
-                }
-                if (one.size() > 1)
-                    all.insert(one);
+    for (const ::osg::NodePtr& node : geometryNodes(root)) {
+        const ::osg::GeometryPtr core = coreOf(node);
+        for (auto it = core->beginPrimitives(); it != core->endPrimitives(); ++it) {
+            std::vector<float> one = {float(it.getType())};
+            for (::osg::UInt32 i = 0; it.getType() < 4 && i < it.getLength(); ++i) {
+                ::osg::Pnt3f p = it.getPosition(::osg::Int32(i));
+                node->getToWorld().multFullMatrixPnt(p);
+                one.insert(one.end(), {p[0], p[1], p[2]});
             }
+            if (one.size() > 1)
+                all.insert(one);
         }
     }
     return all;

@@ -44,12 +44,16 @@ TEST(MakeGeoCore, EveryLevelKeepsTheTrianglesWithAllTheirValues) {
         SCOPED_TRACE(testing::Message() << "round " << round);
         const bool further = round % 2 == 0; // what not all functions of the scene graph handle
         mesh_data mesh = randomSoup(rng);
+        for (::osg::Pnt3f& p : mesh.positions)
+            p[2] *= 0.1F; // gentle edges
         if (further)
             mesh.secondary.assign(mesh.colors.rbegin(), mesh.colors.rend());
         const sorted_soup soup(mesh, 8);
         soup.geoset.geometry->setMaterial(bareMaterial());
-        mesh.normals.clear();
-        const sorted_soup bare(mesh, 8);
+        mesh_data plain = meshOf(mesh.primitives, mesh.positions);
+        const sorted_soup bare(plain, 8);
+        plain.normals = mesh.normals;
+        const sorted_soup uneven(plain, 8);
         for (int opt = 0; opt <= 3; ++opt) {
             SCOPED_TRACE(opt);
             const std::string name = "MG_" + std::to_string(getIDmapHandler().mergedCount);
@@ -61,7 +65,7 @@ TEST(MakeGeoCore, EveryLevelKeepsTheTrianglesWithAllTheirValues) {
             const auto ids = ::osg::GeoTexCoords1fPtr::dcast(core->getTexCoords7());
             EXPECT_TRUE(opt != 0 || ids != ::osg::NullFC);
             // Calculated normals are those of a core without any.
-            EXPECT_EQ(difference(soup.whole(opt, true), bare.whole(opt, true)), "");
+            EXPECT_EQ(difference(uneven.whole(opt, true), bare.whole(opt, true)), "");
         }
         // One index tells all values apart, an index per property has as many.
         const auto all = numbersOf(rowsOf(soup.geoset.geometry.get(), 3 * soup.geoset.size));
@@ -82,6 +86,8 @@ TEST(MakeGeoCore, StoresIn16BitsUpTo65534Entries) {
         EXPECT_EQ(::osg::GeoPLengthsUI16Ptr::dcast(lengths) != ::osg::NullFC, count == 65534);
         EXPECT_EQ(::osg::GeoIndicesUI16Ptr::dcast(indices) != ::osg::NullFC, count == 65534);
     }
+    const sorted_soup wide(quads(33000), 1000000); // more vertices than 16 bits number
+    EXPECT_EQ(difference(wide.whole(3), wide.whole(0)), "");
 }
 
 TEST(MakeGeoCore, TellsWhatItCannotDoAndGoesOn) {
@@ -122,12 +128,20 @@ TEST(MakeGeoCore, LinesAndPointsSurviveEveryLevel) {
         expectKeptAtEveryLevel<osg_line_geoset>(mesh);
         expectKeptAtEveryLevel<osg_point_geoset>(mesh);
     }
-    // Vertices are numbered by first use; -0 is like 0, a NaN is like none.
-    const sorted<osg_line_geoset> lines(
-        meshOf({{1, 4}}, {{0, 0, 0}, {-0.0F, 0, 0}, {nan_value, 0, 0}, {nan_value, 0, 0}}), 9);
-    const node_ref made = lines.whole(1);
-    EXPECT_EQ(coreOf(made.get())->getPositions()->size(), 3U);
-    EXPECT_EQ(coreOf(made.get())->getIndices()->getValue(1), 0U);
+    // Vertices are numbered by first use; -0 is like 0, also in a vertex of its own, a NaN like
+    // none.
+    mesh_data mesh = meshOf({{1, 6}}, {});
+    for (const float x : {0.0F, -0.0F, -0.0F, nan_value, nan_value, 0.0F})
+        mesh.positions.emplace_back(x, 0.0F, 0.0F);
+    mesh.colors.assign(6, {1, 1, 1});
+    mesh.colors[2] = {0, 0, 0};
+    const node_ref made = sorted<osg_line_geoset>(mesh, 9).whole(1);
+    const auto indices = coreOf(made.get())->getIndices();
+    std::vector<::osg::UInt32> numbers;
+    for (::osg::UInt32 i = 0; i < 6; ++i)
+        numbers.push_back(indices->getValue(i));
+    EXPECT_EQ(numbers, (std::vector<::osg::UInt32>{0, 0, 1, 2, 3, 0}));
+    EXPECT_FALSE(std::signbit(coreOf(made.get())->getPositions()->getValue(1)[0]));
 }
 
 TEST(CalcLeftPart, SharesInProportionButNeverAllOrNothing) {
