@@ -32,51 +32,24 @@ class IdMapHandler : public testing::Test {
     idmapHandler& handler = morva::osg::getIDmapHandler();
 };
 
-TEST_F(IdMapHandler, RecordsWhatALinearSearchWouldFindAndOnlyAKnownNameKeepsTheLock) {
-    std::mt19937 rng(seedOf(810));
-    const ::osg::MaterialRefPtr made[] = {::osg::MaterialRefPtr(bareMaterial()),
-                                          ::osg::MaterialRefPtr(bareMaterial())};
-    const ::osg::MaterialPtr materials[] = {::osg::NullFC, made[0].get(), made[1].get()};
-    morva::JsonFileContent twin;
-    std::vector<std::size_t> seen; // materials, by the number of their appearance
-    unsigned held = 0;             // times that the lock is kept
-    const auto placeIn = [](auto& list, const auto& value) {
-        return std::size_t(std::find(list.begin(), list.end(), value) - list.begin());
-    };
-    for (int i = 0; i < roundsOf(500); ++i) {
-        const std::string name = "part" + std::to_string(rng() % 101);
-        const std::size_t material = rng() % 3, at = placeIn(twin.names, name);
-        const ::osg::Pnt3f low{float(rng() % 9), float(rng() % 9), float(rng() % 9)},
-            high = low + ::osg::Vec3f{float(rng() % 9), float(rng() % 9), float(rng() % 9)};
-        if (at == twin.names.size()) {
-            const std::size_t look = placeIn(seen, material);
-            if (look == seen.size())
-                seen.push_back(material);
-            twin.names.push_back(name);
-            twin.appearanceNames.push_back("__App_" + std::to_string(look));
-            twin.mins.push_back(low);
-            twin.maxs.push_back(high);
-        } else {
-            ++held;
-        }
-        for (unsigned axis = 0; axis < 3; ++axis) {
-            twin.mins[at][axis] = std::min(twin.mins[at][axis], low[axis]);
-            twin.maxs[at][axis] = std::max(twin.maxs[at][axis], high[axis]);
-        }
-        ASSERT_EQ(insert(name, low, high, materials[material]), int(at));
-        EXPECT_EQ(handler.findNodeName("none" + name), -1);
-        if (rng() % 4 == 0) {
-            EXPECT_EQ(othersMayLock(), held == 0);
-            EXPECT_EQ(handler.releaseHeldLock(), std::exchange(held, 0U));
-        }
-    }
-    EXPECT_EQ(handler.names, twin.names);
-    EXPECT_EQ(handler.mins, twin.mins);
-    EXPECT_EQ(handler.maxs, twin.maxs);
-    EXPECT_EQ(handler.appearanceNames, twin.appearanceNames);
+TEST_F(IdMapHandler, RecordsEachNameOnceAndOnlyAKnownOneKeepsTheLock) {
+    const ::osg::MaterialRefPtr look(bareMaterial());
+    EXPECT_EQ(insert("a", {0, 5, 0}, {1, 6, 1}, look.get()), 0);
+    EXPECT_EQ(insert("b"), 1);
+    EXPECT_EQ(insert("c", {0, 0, 0}, {0, 0, 0}, look.get()), 2);
+    EXPECT_TRUE(othersMayLock());
+    EXPECT_EQ(insert("a", {-2, 7, 0}, {3, 8, 0}), 0);
+    EXPECT_EQ(insert("b"), 1);
+    EXPECT_FALSE(othersMayLock());
+    EXPECT_EQ(handler.releaseHeldLock(), 2U);
+    EXPECT_TRUE(othersMayLock());
+    EXPECT_EQ(handler.findNodeName("c") - handler.findNodeName("none"), 3);
+    EXPECT_EQ(handler.mins[0], ::osg::Pnt3f(-2, 5, 0));
+    EXPECT_EQ(handler.maxs[0], ::osg::Pnt3f(3, 8, 1));
+    EXPECT_EQ(handler.appearanceNames, (std::vector<std::string>{"__App_0", "__App_1", "__App_0"}));
     handler.names.clear(); // a caller that empties the list itself starts from 0 as well
-    EXPECT_EQ(insert("part3"), 0);
-    EXPECT_EQ(insert("part3"), 0);
+    EXPECT_EQ(insert("b"), 0);
+    EXPECT_EQ(insert("b"), 0);
     handler.reset();
     EXPECT_TRUE(othersMayLock());
 }
