@@ -34,10 +34,6 @@ void transforms(NodePtr start) {
 }
 
 TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
-    std::string wide = "r(e()";
-    for (int i = 0; i < 50000; ++i)
-        wide += " e()";
-    wide += ")";
     const struct {
         const char* rule;
         pass apply;
@@ -58,7 +54,6 @@ TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
          "r(%l(a b) %k(c) %l() %l(%k(d)))", "r(a c d)+"},
         {"lod at the root stays", lods, "%l(a %k(b))", "l(a k(b))+"},
         {"no lod", lods, "r(?0s(a) .e(%l(m)))", "r(s(a) e(l(m)))"},
-        {"wide trees need no deep stack", empties, wide.c_str(), "r"},
         {"geometry and bare nodes stay", empties, "r(a() m .b c(n))", "r(m b c(n))"},
         {"emptiness climbs above the start", empties, "r(a(b()) c() m)", "r(m)", "a"},
         {"emptied groups all go", empties, "r(a(b(c()) m) d(e(f()) g()))", "r(a(m))"},

@@ -153,21 +153,20 @@ TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
     }
 }
 
-::osg::MaterialPtr ownMaterial(const NodePtr& node) { return coreOf(node)->getMaterial(); }
-
 TEST(OneMaterial, IsThatOfMostPrimitivesOfEqualsTheFirstButNoneBeforeAll) {
     const ::osg::RefPtr<::osg::SimpleMaterialPtr> red(simple({1, 0, 0})), blue(simple({0, 0, 1}));
     const node_ref root(group({meshNode(quads(2), red.get()), meshNode(quads(5), blue.get()),
                                hidden(meshNode(quads(9), red.get())), meshNode(quads(2)),
                                sceneOf("$red($red(m))", {{"red", red.get()}})}));
     morva::osg::reduceSceneMaterialsToOne(root.get());
-    EXPECT_EQ(ownMaterial(root->getChild(0)), blue.get());
-    EXPECT_EQ(ownMaterial(root->getChild(3)), blue.get()) << "also where there was none";
-    EXPECT_EQ(ownMaterial(root->getChild(2)), red.get()) << "hidden nodes are left alone";
+    EXPECT_EQ(coreOf(root->getChild(0))->getMaterial(), blue.get());
+    EXPECT_EQ(coreOf(root->getChild(3))->getMaterial(), blue.get()) << "also where there was none";
+    EXPECT_EQ(coreOf(root->getChild(2))->getMaterial(), red.get()) << "hidden nodes are left alone";
     const NodePtr outer = root->getChild(4), inner = outer->getChild(0);
     EXPECT_EQ(::osg::MaterialGroupPtr::dcast(outer->getCore())->getMaterial(), blue.get());
     EXPECT_EQ(::osg::MaterialGroupPtr::dcast(inner->getCore())->getMaterial(), red.get());
-    EXPECT_EQ(ownMaterial(inner->getChild(0)), ::osg::NullFC) << "the outermost group gives it";
+    EXPECT_EQ(coreOf(inner->getChild(0))->getMaterial(), ::osg::NullFC)
+        << "the outermost group gives it";
     for (const auto& [material, most] : {std::pair(red.get(), blue.get()), {{}, {}}}) {
         root->addChild(meshNode(quads(10), material));
         EXPECT_EQ(morva::osg::getMostUsedMaterialInScene(root.get()), most);

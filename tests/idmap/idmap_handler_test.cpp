@@ -39,14 +39,12 @@ TEST_F(IdMapHandler, RecordsEachNameOnceAndOnlyAKnownOneKeepsTheLock) {
     EXPECT_EQ(insert("c", {0, 0, 0}, {0, 0, 0}, look.get()), 2);
     EXPECT_TRUE(othersMayLock());
     EXPECT_EQ(insert("a", {-2, 7, 0}, {3, 8, 0}), 0);
-    EXPECT_EQ(insert("b"), 1);
     EXPECT_FALSE(othersMayLock());
-    EXPECT_EQ(handler.releaseHeldLock(), 2U);
-    EXPECT_TRUE(othersMayLock());
-    EXPECT_EQ(handler.findNodeName("c") - handler.findNodeName("none"), 3);
+    EXPECT_EQ(handler.releaseHeldLock(), 1U);
+    EXPECT_TRUE(handler.findNodeName("c") == 2 && handler.findNodeName("none") == -1);
     EXPECT_EQ(handler.mins[0], ::osg::Pnt3f(-2, 5, 0));
     EXPECT_EQ(handler.maxs[0], ::osg::Pnt3f(3, 8, 1));
-    EXPECT_EQ(handler.appearanceNames, (std::vector<std::string>{"__App_0", "__App_1", "__App_0"}));
+    EXPECT_EQ(handler.appearanceNames[1] + handler.appearanceNames[2], "__App_1__App_0");
     handler.names.clear(); // a caller that empties the list itself starts from 0 as well
     EXPECT_EQ(insert("b"), 0);
     EXPECT_EQ(insert("b"), 0);
@@ -120,13 +118,13 @@ TEST_F(IdMapHandler, UsageListsEveryOutputOncePerIdAndMovesIdsToTheFirstFreeSet)
     below->setTexCoords7(coreOf(root->getChild(0))->getTexCoords7());
     handler.registerGeometryUsage(root.get());
     handler.registerGeometryUsage(::osg::NullFC);
-    using texts = std::map<std::string, std::string>;
     EXPECT_EQ(
         handler.usage,
         (std::map<int, std::set<std::string>>{
             {0, {"odd", "x"}}, {1, {"x", "y"}}, {2, {"odd"}}, {3, {"x", "z"}}, {4, {"full"}}}));
     EXPECT_EQ(handler.texCoordMapping,
-              (texts{{"x", "TC0"}, {"y", "TC1"}, {"odd", "TC2"}, {"z", "TC3"}}));
+              (std::map<std::string, std::string>{
+                  {"x", "TC0"}, {"y", "TC1"}, {"odd", "TC2"}, {"z", "TC3"}}));
     for (::osg::UInt32 taken = 0; taken < 6; ++taken) {
         const ::osg::GeometryPtr core = coreOf(root->getChild(taken));
         const ::osg::UInt16 bit = taken < 4 ? mappingBit(textureUnit(taken)) : old_bit;
