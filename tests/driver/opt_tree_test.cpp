@@ -109,7 +109,6 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         // Its own limit of triangles leaves the cache stage alone.
         {"cacheopt(true),onegeometry(true)", "runs merges:2000000 cache alpha "},
         {"cacheopt(true),onegeometry(true),maxtris(11)", "runs merges:2000000 alpha "},
-        {"mostusedmaterial(1),alphageometry(1)", "runs alpha "},
         {"idmapinroot(true),idmap()", "runs ids:metaOnly: "},
         {"idmapinroot(true),idmap(A b)", "runs ids:A b:A b.json "},
         {"idmap(metaOnly)", "runs ids:metaOnly:metaOnly.json "},
@@ -120,7 +119,6 @@ TEST(PlanOf, TellsWhatFollowsFromTheKeys) {
         {"maxtexturesize(64)", "runs atlas:64:2:2:0:0 "},
         {"maxtexturesize(-1),texcoords(-1),optimizetc(0),exactatlas(1),atlaspadding(7)",
          "runs atlas:4294967295:4294967295:0:1:7 "},
-        {"maxtexturesize(0),ambientocclusion(9)", "runs "},
         {"removeLODParts(true),centerBB(10)", "runs "}};
     for (const auto& [parameters, expected] : rows)
         EXPECT_EQ(described(morva::osg::planOf(parameters)), expected) << parameters;
