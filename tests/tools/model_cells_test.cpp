@@ -2,13 +2,13 @@
 
 #include "tests/support/test.h"
 
+#include <morva/core/morva_osg_geometry_tools.h>
+
 namespace {
 
 using ::osg::Pnt3f;
 using ::osg::UInt32;
 using namespace morva::osg;
-
-constexpr float endless = std::numeric_limits<float>::infinity();
 
 ::osg::Matrix someMatrix(std::mt19937& rng) {
     const auto pick = [&rng](std::initializer_list<float> of) {
@@ -44,101 +44,55 @@ node_ref someScene(std::mt19937& rng) {
     return node_ref(group(parts));
 }
 
-// ------------------------------------------------------------------------------- the naive twin
+// -------------------------------------------------------------------------------- without cuts
 
-struct naive_element {
-    unsigned part = 0, kind = 0; ///< kind: corners
-    Pnt3f low, high;
-};
-struct naive_cell {
-    Pnt3f space_low, space_high;
-    std::vector<naive_element> elements;
-};
-
-std::vector<naive_element> elementsOf(const node_list& parts) {
-    std::vector<naive_element> all;
-    for (unsigned part = 0; part < parts.size(); ++part) {
-        const ::osg::Matrix m = parts[part]->getToWorld();
-        const auto add = [&](const std::vector<Pnt3f>& corners) {
-            naive_element e{part,
-                            unsigned(corners.size()),
-                            {endless, endless, endless},
-                            {-endless, -endless, -endless}};
-            for (const Pnt3f& p : corners) {
-                for (UInt32 r = 0; r < 3; ++r) {
-                    const float w = m[0][r] * p[0] + m[1][r] * p[1] + m[2][r] * p[2] + m[3][r];
-                    e.low[r] = std::min(e.low[r], w);
-                    e.high[r] = std::max(e.high[r], w);
-                }
-            }
-            all.push_back(e);
-        };
-        const ::osg::GeometryPtr core = coreOf(parts[part]);
-        for (auto t = core->beginTriangles(); t != core->endTriangles(); ++t)
-            add({t.getPosition(0), t.getPosition(1), t.getPosition(2)});
-        for (auto p = core->beginPrimitives(); p != core->endPrimitives(); ++p) {
-            const UInt32 type = p.getType(), n = p.getLength();
-            for (UInt32 i = 0; type == GL_POINTS && i < n; ++i)
-                add({p.getPosition(int(i))});
-            for (UInt32 i = 0; type >= GL_LINES && type <= GL_LINE_STRIP && i + 1 < n;
-                 i += type == GL_LINES ? 2 : 1)
-                add({p.getPosition(int(i)), p.getPosition(int(i + 1))});
-            if (type == GL_LINE_LOOP && n > 1)
-                add({p.getPosition(int(n - 1)), p.getPosition(0)});
-        }
-    }
-    return all;
-}
-
-/// The tree from the words of its header, by copies.
-void divideNaively(const std::vector<naive_element>& here, Pnt3f low, Pnt3f high,
-                   const model_cell_options& options, std::vector<naive_cell>& cells) {
-    std::vector<naive_element> triangles;
-    std::copy_if(here.begin(), here.end(), std::back_inserter(triangles),
-                 [](const auto& e) { return e.kind == 3; });
-    UInt32 axis = 0;
-    for (UInt32 a = 1; a < 3; ++a)
-        axis = high[a] - low[a] >= high[axis] - low[axis] ? a : axis;
-    const float plane = (high[axis] - low[axis]) * 0.5F + low[axis];
-    const bool alike = std::all_of(triangles.begin(), triangles.end(), [&](const naive_element& e) {
-        return e.low == triangles[0].low && e.high == triangles[0].high;
-    });
-    const bool by_count = options.measure == cell_measure::triangles;
-    const bool small = double(high[axis]) - double(low[axis]) <= options.limit;
-    if (triangles.empty() || plane == low[axis] || plane == high[axis] ||
-        (by_count ? alike || double(triangles.size()) <= options.limit : small)) {
-        if (!here.empty())
-            cells.push_back({low, high, here});
-        return;
-    }
-    std::vector<naive_element> sides[2];
-    for (const naive_element& e : here) {
-        const float lo = e.low[axis], hi = e.high[axis];
-        const bool right = lo >= plane || (hi > plane && !(plane > (hi - lo) * 0.5F + lo));
-        sides[right ? 1 : 0].push_back(e);
-    }
-    Pnt3f left_end = high, right_start = low;
-    left_end[axis] = right_start[axis] = plane;
-    divideNaively(sides[0], low, left_end, options, cells);
-    divideNaively(sides[1], right_start, high, options, cells);
-}
-
-world_mesh meshOfCells(const cell_division& division,
-                       std::vector<std::size_t>* parts_of_cells = nullptr) {
+world_mesh meshOfCells(const cell_division& division) {
     world_mesh all;
     for (std::size_t i = 0; i < division.cells.size(); ++i) {
-        const node_ref scene(cellScene(division, i));
-        const world_mesh mesh = worldMesh(scene.get(), {true, true, true, true});
+        const world_mesh mesh =
+            worldMesh(node_ref(cellScene(division, i)).get(), {true, true, true, true});
         EXPECT_EQ(mesh.size(), division.cells[i].triangles);
         all.insert(all.end(), mesh.begin(), mesh.end());
-        if (parts_of_cells != nullptr)
-            parts_of_cells->push_back(geometryNodes(scene.get()).size());
     }
     std::sort(all.begin(), all.end());
     return all;
 }
 
-TEST(DivideModel, WithoutCutsGivesTheCellsOfANaiveTreeAndEveryTriangleOnceToTheBit) {
+/// Whether a cell holds what its record tells, within its limit.
+void expectAsTold(const cell_division& division, std::size_t number,
+                  const model_cell_options& options) {
+    const model_cell& cell = division.cells[number];
+    const node_ref scene(cellScene(division, number));
+    const node_list nodes = geometryNodes(scene.get());
+    ASSERT_EQ(nodes.size(), cell.shares.size());
+    std::uint64_t triangles = 0, lines = 0, points = 0;
+    for (std::size_t i = 0; i < nodes.size(); ++i) {
+        const cell_share& share = cell.shares[i];
+        EXPECT_TRUE(i == 0 || cell.shares[i - 1].part < share.part);
+        EXPECT_EQ(getNumberOfTriangles(nodes[i]), share.triangles);
+        triangles += share.triangles;
+        lines += share.lines;
+        points += share.points;
+    }
+    EXPECT_TRUE(cell.triangles == triangles && cell.lines == lines && cell.points == points);
+    const mesh_summary sum = summaryOf(worldMesh(scene.get()));
+    float longest = 0;
+    for (UInt32 a = 0; a < 3; ++a) {
+        const float slack = 1e-6F * (1 + std::abs(cell.box.low[a]) + std::abs(cell.box.high[a]));
+        longest = std::max(longest, cell.space.high[a] - cell.space.low[a]);
+        if (lines + points != 0)
+            continue; // of which the spaces do not know
+        EXPECT_NEAR(cell.box.low[a], sum.min[a], slack);
+        EXPECT_NEAR(cell.box.high[a], sum.max[a], slack);
+        EXPECT_LE(cell.box.low[a], cell.space.high[a] + slack) << "some of it lies in its space";
+        EXPECT_GE(cell.box.high[a], cell.space.low[a] - slack);
+    }
+    const bool by_count = options.measure == cell_measure::triangles;
+    EXPECT_TRUE(cell.above_limit || triangles == 0 ||
+                (by_count ? double(triangles) : double(longest)) <= options.limit);
+}
+
+TEST(DivideModel, WithoutCutsHoldsEveryElementOnceToTheBitInCellsAsTold) {
     std::mt19937 rng(seedOf(1213));
     for (unsigned round = 0; round < roundsOf(1500U) && !HasFailure(); ++round) {
         SCOPED_TRACE(testing::Message() << "round " << round);
@@ -148,44 +102,11 @@ TEST(DivideModel, WithoutCutsGivesTheCellsOfANaiveTreeAndEveryTriangleOnceToTheB
         if (rng() % 3 == 0)
             options = {cell_measure::size, 0.5 * double(1 + rng() % 20)};
         const cell_division division = divideModel(parts, options);
-
-        const std::vector<naive_element> elements = elementsOf(parts);
-        Pnt3f low(endless, endless, endless), high(-endless, -endless, -endless);
-        for (const naive_element& e : elements) {
-            for (UInt32 a = 0; a < 3 && e.kind == 3; ++a) {
-                low[a] = std::min(low[a], e.low[a]);
-                high[a] = std::max(high[a], e.high[a]);
-            }
-        }
-        std::vector<naive_cell> expected;
-        divideNaively(elements, low, high, options, expected);
-        ASSERT_EQ(division.cells.size(), expected.size());
-        for (std::size_t i = 0; i < expected.size(); ++i) {
-            const model_cell& cell = division.cells[i];
-            std::map<UInt32, std::array<std::uint64_t, 3>> shares;
-            Pnt3f box_low(endless, endless, endless), box_high(-endless, -endless, -endless);
-            for (const naive_element& e : expected[i].elements) {
-                ++shares[e.part][e.kind - 1];
-                for (UInt32 a = 0; a < 3; ++a) {
-                    box_low[a] = std::min(box_low[a], e.low[a]);
-                    box_high[a] = std::max(box_high[a], e.high[a]);
-                }
-            }
-            EXPECT_TRUE(cell.box.low == box_low && cell.box.high == box_high);
-            const bool has_triangles = low[0] <= high[0];
-            EXPECT_EQ(cell.space.low, has_triangles ? expected[i].space_low : box_low);
-            EXPECT_EQ(cell.space.high, has_triangles ? expected[i].space_high : box_high);
-            ASSERT_EQ(cell.shares.size(), shares.size());
-            for (const cell_share& share : cell.shares)
-                EXPECT_EQ(shares[share.part], (std::array<std::uint64_t, 3>{
-                                                  share.points, share.lines, share.triangles}));
-        }
-        std::vector<std::size_t> nodes;
-        EXPECT_EQ(firstDifference(worldMesh(root.get(), {true, true, true, true}),
-                                  meshOfCells(division, &nodes)),
-                  "");
-        for (std::size_t i = 0; i < nodes.size(); ++i)
-            EXPECT_EQ(nodes[i], division.cells[i].shares.size());
+        for (std::size_t i = 0; i < division.cells.size(); ++i)
+            expectAsTold(division, i, options);
+        EXPECT_EQ(
+            firstDifference(worldMesh(root.get(), {true, true, true, true}), meshOfCells(division)),
+            "");
     }
 }
 
@@ -259,7 +180,7 @@ TEST(DivideModel, CutsIntoPiecesWithinTheirCellsOfEqualArea) {
 
 TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     const auto nan = std::numeric_limits<double>::quiet_NaN();
-    mesh_data stack, huge, beyond, scattered = row(7, 0);
+    mesh_data stack, huge, beyond, scattered = morva_test::row(7, 0);
     for (int i = 0; i < 3000; ++i)
         stack.positions.insert(stack.positions.end(), {{0.1F, 0, 0}, {1, 0.3F, 0}, {0, 1, 0.7F}});
     stack.primitives = {{4, 9000}};
@@ -269,6 +190,7 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     scattered.positions[3][1] = float(nan);
     const node_ref coincident(meshNode(stack)), large(meshNode(huge)),
         endless_one(meshNode(beyond)), points(meshNode(scattered)), two(meshNode(quads(1))),
+        row(meshNode(quads(3))),
         many(group({meshNode(quads(50)), moved({1e6F, 1e6F, 1e6F}, {meshNode(quads(50))})}));
     const auto cut = [](double limit) {
         return model_cell_options{cell_measure::triangles, limit, cell_straddle::cut};
@@ -283,7 +205,8 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
         {"coincident triangles", {coincident.get()}, {cell_measure::triangles, 100}, 1, 1},
         {"the same, cut", {coincident.get()}, cut(100), 1, 1},
         {"halves of a square, cut", {two.get()}, cut(1), 1, 1},
-        {"exactly the limit", {two.get()}, {cell_measure::triangles, 2}, 1, 0},
+        {"exactly the limit", {row.get()}, {cell_measure::triangles, 6}, 1, 0},
+        {"exactly the limit in size", {row.get()}, {cell_measure::size, 3.0}, 1, 0},
         {"a limit below one", {two.get()}, {cell_measure::triangles, 0.5}, 1, 1},
         {"one huge triangle", {large.get()}, {cell_measure::triangles, 1}, 1, 0},
         {"the same into small cells", {large.get()}, {cell_measure::size, 1.0}, 1, 1},
@@ -301,7 +224,12 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
         meshOfCells(division);
         EXPECT_THROW(cellScene(division, c.cells), std::out_of_range) << c.name;
     }
-    EXPECT_EQ(divideModel({points.get()}, {}).parts[0].unplaced, 1u);
+    EXPECT_EQ(divideModel({row.get()}, {cell_measure::triangles, 4}).cells.at(0).triangles, 2u)
+        << "what is in the middle goes right";
+    const cell_division of_points = divideModel({points.get()}, {});
+    EXPECT_EQ(of_points.parts[0].unplaced, 1u);
+    EXPECT_TRUE(of_points.cells[0].space.low == of_points.cells[0].box.low &&
+                of_points.cells[0].space.high == of_points.cells[0].box.high);
     scattered.indices = {0, 1, 2, 3, 4, 5, 77}; // the last one leads nowhere
     const node_ref beyond_rows(meshNode(scattered));
     EXPECT_EQ(divideModel({beyond_rows.get()}, {}).parts[0].unplaced, 2u);
