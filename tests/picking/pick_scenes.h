@@ -1,6 +1,7 @@
 #pragma once
 
-// Rays at the triangles of a scene, and what actions find with them.
+// Rays at the triangles of a scene, what they meet among all of them one by one, and what actions
+// find with them.
 
 #include "tests/support/test.h"
 
@@ -16,31 +17,15 @@
 namespace picking_test {
 
 using morva::osg::BIHAttachPayload;
-using ::osg::Line;
-using ::osg::Matrix;
-using ::osg::NodePtr;
-using ::osg::Pnt3f;
-using ::osg::Vec3f;
-
-using ::osg::Pnt3d, ::osg::Vec3d;
-
-/// To the world by one matrix after the other, not rounded to single precision.
-inline Pnt3d inWorld(Pnt3d p, const NodePtr& node) {
-    const auto transform = ::osg::TransformPtr::dcast(node->getCore());
-    if (transform != ::osg::NullFC) {
-        ::osg::Matrix4d matrix;
-        std::copy_n(transform->getMatrix().getValues(), 16, matrix.getValues());
-        matrix.multMatrixPnt(p);
-    }
-    return node->getParent() == ::osg::NullFC ? p : inWorld(p, node->getParent());
-}
+using ::osg::Line, ::osg::Matrix, ::osg::NodePtr, ::osg::Pnt3d, ::osg::Pnt3f, ::osg::Vec3d,
+    ::osg::Vec3f;
 
 /// A triangle of a scene where it stands.
 struct placed_triangle {
     NodePtr node;
     unsigned number; ///< by the iterator
     Pnt3d corners[3];
-    bool rogue;
+    bool is_met; ///< shown, and no rogue
 
     /// The first corner, and so much of the ways from there to the other two.
     Pnt3f at(float u, float v) const {
@@ -50,20 +35,70 @@ struct placed_triangle {
     }
 };
 
-/// All triangles below a node, also those that are not shown.
-inline std::vector<placed_triangle> placedTriangles(const NodePtr& root) {
-    std::vector<placed_triangle> all;
-    for (const NodePtr& node : geometryNodes(root)) {
-        for (auto it = coreOf(node)->beginTriangles(); it != coreOf(node)->endTriangles(); ++it) {
-            const Pnt3f a = it.getPosition(0), b = it.getPosition(1), c = it.getPosition(2);
-            const auto at = [&](const Pnt3f& p) { return inWorld({p[0], p[1], p[2]}, node); };
-            all.push_back({node,
-                           static_cast<unsigned>(it.getIndex()),
-                           {at(a), at(b), at(c)},
-                           morva::osg::is_rogue(a, b, c)});
+/// Adds all triangles below a node, whose parent stands by this matrix.
+inline void place(const NodePtr& node, ::osg::Matrix4d to_world, bool shown,
+                  std::vector<placed_triangle>& all) {
+    const auto transform = ::osg::TransformPtr::dcast(node->getCore());
+    if (transform != ::osg::NullFC) {
+        ::osg::Matrix4d matrix;
+        std::copy_n(transform->getMatrix().getValues(), 16, matrix.getValues());
+        to_world.mult(matrix);
+    }
+    shown = shown && node->getTravMask() != 0;
+    const ::osg::GeometryPtr core = coreOf(node);
+    if (core != ::osg::NullFC) {
+        for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
+            const Pnt3f p[] = {it.getPosition(0), it.getPosition(1), it.getPosition(2)};
+            placed_triangle t = {node, static_cast<unsigned>(it.getIndex()), {}, shown};
+            for (int k = 0; k < 3; ++k)
+                to_world.multMatrixPnt(Pnt3d(p[k][0], p[k][1], p[k][2]), t.corners[k]);
+            t.is_met &= !morva::osg::is_rogue(p[0], p[1], p[2]);
+            all.push_back(t);
         }
     }
-    return all;
+    const auto choice = ::osg::SwitchPtr::dcast(node->getCore());
+    for (int i = 0; i < static_cast<int>(node->getNChildren()); ++i)
+        place(node->getChild(i), to_world,
+              shown && (choice == ::osg::NullFC || choice->getChoice() == ::osg::Switch::ALL ||
+                        choice->getChoice() == i),
+              all);
+}
+
+/// What a ray meets, by node and triangle.
+struct naive_hit {
+    double t;
+    bool back_face;
+    Vec3d normal;
+};
+using naive_hits = std::map<std::pair<NodePtr, unsigned>, naive_hit>;
+
+/// `sure` is cleared if an edge or the start is too near to tell.
+inline naive_hits naiveHits(const std::vector<placed_triangle>& world, const Line& line,
+                            bool both_sides, bool& sure) {
+    const Pnt3f start = line.getPosition();
+    const Vec3f way = line.getDirection();
+    const Pnt3d o(start[0], start[1], start[2]);
+    const Vec3d d(way[0], way[1], way[2]);
+    naive_hits hits;
+    for (const placed_triangle& t : world) {
+        const Pnt3d &a = t.corners[0], &b = t.corners[1], &c = t.corners[2];
+        const Vec3d n = (b - a).cross(c - a);
+        const double facing = d.dot(n), length = n.length(), at = (a - o).dot(n) / facing;
+        if (!std::isfinite(at) || !t.is_met)
+            continue;
+        const Pnt3d p = o + d * at;
+        double least = 1.0; // distance to an edge, by that of the corner across
+        for (const auto& [u, v] : {std::pair(a, b), std::pair(b, c), std::pair(c, a)})
+            least = std::min(least, (v - u).cross(p - u).dot(n) / (length * length));
+        if (std::abs(least) < 1e-6 || std::abs(at) < 1e-6 || std::abs(facing) < 1e-6 * length)
+            sure = sure && least < -1e-3;
+        // The front is a matter of the core's frame, and so is the side of the normal.
+        const double side = t.node->getToWorld().det3() < 0.F ? -1.0 : 1.0;
+        const bool back = facing * side > 0.0;
+        if (least >= 0.0 && at >= 0.0 && (both_sides || !back))
+            hits[{t.node, t.number}] = {at, back, n * (side / length)};
+    }
+    return hits;
 }
 
 /// A ray at a place of some triangle, or along an axis, or from a corner; now and then one from
@@ -95,23 +130,12 @@ inline Line anyRay(std::mt19937& rng, const std::vector<placed_triangle>& world)
 /// What an action found, to the last bit.
 using found = std::tuple<bool, float, NodePtr, int, Vec3f>;
 
-inline found foundBy(::osg::IntersectAction& action, const NodePtr& root) {
-    action.apply(root);
-    return {action.didHit(), action.getHitT(), action.getHitObject(), action.getHitTriangle(),
-            action.getHitNormal()};
-}
 inline found pick(const NodePtr& root, const Line& line, float reach = ::osg::Inf) {
     const std::unique_ptr<::osg::IntersectAction> action(
         ::osg::IntersectAction::create(line, reach));
-    return foundBy(*action, root);
-}
-
-inline ::osg::MorvaAttachBIHPtr attachmentOn(const NodePtr& node) {
-    return ::osg::MorvaAttachBIHPtr::dcast(
-        node->getCore()->findAttachment(::osg::MorvaAttachBIH::getClassType().getGroupId(), 0));
-}
-inline BIHAttachPayload& payloadOn(const NodePtr& node) {
-    return attachmentOn(node)->getFieldPtr()->getValue();
+    action->apply(root);
+    return {action->didHit(), action->getHitT(), action->getHitObject(), action->getHitTriangle(),
+            action->getHitNormal()};
 }
 
 /// Registers for as long as it lives.
