@@ -30,7 +30,7 @@ TEST(GeometryEnter, FindsTheFloorThatIsTheWallOfItsBoxAndTheNearerPart) {
     for (float y = 1; y < 30; ++y)
         EXPECT_EQ(std::get<3>(pick(room.get(), Line(Pnt3f(1, y, 7), Pnt3f(1, 1, 0)))), 0) << y;
     const node_ref stack(group({meshNode(quads(1)), moved({0, 0, 2}, {meshNode(quads(1))})}));
-    EXPECT_EQ(std::get<1>(pick(stack.get(), Line(Pnt3f(.2F, .7F, 9), Vec3f(0, 0, -1)))), 7.F);
+    EXPECT_FLOAT_EQ(std::get<1>(pick(stack.get(), Line(Pnt3f(.2F, .7F, 9), Vec3f(0, 0, -1)))), 7);
 }
 
 TEST(EnterFunctions, AnswerAnyActionAndGoAsTheyCame) {
@@ -152,7 +152,7 @@ TEST(Rays, MeetWhatAllTrianglesOneByOneTell) {
     }
     const std::size_t rays = 100 * static_cast<std::size_t>(rounds);
     EXPECT_TRUE(met > rays * 2 / 3 && sure_ones > rays * 2 / 3) << met << " by " << sure_ones;
-    EXPECT_GT(by_action, sure_ones * 39 / 40) << sure_ones;
+    EXPECT_GT(by_action, sure_ones * 19 / 20) << sure_ones;
 }
 
 TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
