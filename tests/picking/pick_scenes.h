@@ -26,13 +26,6 @@ struct placed_triangle {
     unsigned number; ///< by the iterator
     Pnt3d corners[3];
     bool is_met; ///< shown, and no rogue
-
-    /// The first corner, and so much of the ways from there to the other two.
-    Pnt3f at(float u, float v) const {
-        const Pnt3d p = corners[0] + (corners[1] - corners[0]) * double{u} +
-                        (corners[2] - corners[0]) * double{v};
-        return {static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
-    }
 };
 
 /// Adds all triangles below a node, whose parent stands by this matrix.
@@ -64,67 +57,23 @@ inline void place(const NodePtr& node, ::osg::Matrix4d to_world, bool shown,
               all);
 }
 
-/// What a ray meets, by node and triangle.
-struct naive_hit {
-    double t;
-    bool back_face;
-    Vec3d normal;
-};
-using naive_hits = std::map<std::pair<NodePtr, unsigned>, naive_hit>;
-
-/// `sure` is cleared if an edge or the start is too near to tell.
-inline naive_hits naiveHits(const std::vector<placed_triangle>& world, const Line& line,
-                            bool both_sides, bool& sure) {
-    const Pnt3f start = line.getPosition();
-    const Vec3f way = line.getDirection();
-    const Pnt3d o(start[0], start[1], start[2]);
-    const Vec3d d(way[0], way[1], way[2]);
-    naive_hits hits;
-    for (const placed_triangle& t : world) {
-        const Pnt3d &a = t.corners[0], &b = t.corners[1], &c = t.corners[2];
-        const Vec3d n = (b - a).cross(c - a);
-        const double facing = d.dot(n), length = n.length(), at = (a - o).dot(n) / facing;
-        if (!std::isfinite(at) || !t.is_met)
-            continue;
-        const Pnt3d p = o + d * at;
-        double least = 1.0; // distance to an edge, by that of the corner across
-        for (const auto& [u, v] : {std::pair(a, b), std::pair(b, c), std::pair(c, a)})
-            least = std::min(least, (v - u).cross(p - u).dot(n) / (length * length));
-        if (std::abs(least) < 1e-6 || std::abs(at) < 1e-6 || std::abs(facing) < 1e-6 * length)
-            sure = sure && least < -1e-3;
-        // The front is a matter of the core's frame, and so is the side of the normal.
-        const double side = t.node->getToWorld().det3() < 0.F ? -1.0 : 1.0;
-        const bool back = facing * side > 0.0;
-        if (least >= 0.0 && at >= 0.0 && (both_sides || !back))
-            hits[{t.node, t.number}] = {at, back, n * (side / length)};
-    }
-    return hits;
-}
-
-/// A ray at a place of some triangle, or along an axis, or from a corner; now and then one from
+/// A ray at a place of some triangle, perhaps a corner, or along an axis; now and then one from
 /// nowhere, from infinity, or without a direction.
 inline Line anyRay(std::mt19937& rng, const std::vector<placed_triangle>& world) {
     const Pnt3f eye(anyVector(rng, 60.F));
-    if (world.empty())
-        return {eye, anyVector(rng, 1.F)};
-    const placed_triangle& t = world[rng() % world.size()];
-    const float u = between(rng, 0, 1), v = between(rng, 0, 1 - u);
-    const float nan = std::numeric_limits<float>::quiet_NaN();
+    const placed_triangle t = world.empty() ? placed_triangle() : world[rng() % world.size()];
+    const float u = rng() % 16 == 0 ? 0.F : between(rng, 0, 1),
+                v = u == 0.F ? u : between(rng, 0, 1 - u);
+    const Pnt3d p = t.corners[0] + (t.corners[1] - t.corners[0]) * double{u} +
+                    (t.corners[2] - t.corners[0]) * double{v};
+    const Pnt3f at{static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
     Vec3f odd, axis;
-    odd[rng() % 3] = rng() % 2 == 0 ? nan : ::osg::Inf;
+    odd[rng() % 3] = rng() % 2 == 0 ? NAN : ::osg::Inf;
     axis[rng() % 3] = rng() % 2 == 0 ? 1.F : -1.F;
-    switch (rng() % 64) {
-    case 0:
-        return {eye + odd, t.at(u, v) - eye};
-    case 1:
-        return {eye, odd};
-    case 2:
-        return {t.at(u, v) + axis, Vec3f()};
-    default:
-        return rng() % 4 != 0   ? Line(eye, t.at(u, v))
-               : rng() % 4 == 0 ? Line(t.at(0, 0), axis)
-                                : Line(t.at(u, v) - axis * between(rng, 0, 40), axis);
-    }
+    const unsigned kind = rng() % 64;
+    if (kind < 3)
+        return kind == 0 ? Line(eye + odd, at - eye) : Line(at, kind == 1 ? odd : Vec3f());
+    return kind % 4 != 0 ? Line(eye, at) : Line(at - axis * between(rng, 0, 40), axis);
 }
 
 /// What an action found, to the last bit.
