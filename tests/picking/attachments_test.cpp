@@ -104,19 +104,17 @@ TEST(TreeAttachments, AreAfterEachCallWhatItMakesOfThem) {
     EXPECT_EQ(told(mark_bih, copy), "0 of 0: dirty 2 dirty 2") << "one for both";
     EXPECT_EQ(told(update_bih_node, copy), "1 of 1: dirty 2 2") << "the other one keeps its tree";
     setMesh(part, row(4, 1));
-    EXPECT_EQ(told(precalc_BIH, root.get()), "0 of 0: dirty 2 2");
     EXPECT_EQ(told(update_bih_node, part), "0 of 0: 0 2");
     setMesh(part, squares(3));
     EXPECT_EQ(told(mark_bih, part), "0 of 0: dirty 0 2");
     EXPECT_FALSE(isHit(part)) << "what was empty is not looked at again";
     EXPECT_EQ(told(update_bih, root.get()), "3 of 2: 6 2") << "every visit counts";
-    EXPECT_TRUE(isHit(part));
     part->getCore()->addAttachment(::osg::AttachmentPtr::dcast(
         ::osg::FieldContainerFactory::the()->createFieldContainer("MorvaBIH")));
     EXPECT_EQ(told(update_bih_node, part), "0 of 0: 6 2");
     EXPECT_EQ(told(precalc_BIH, part), "1 of 1: 6 2") << "one that was made elsewhere is replaced";
-    EXPECT_EQ(told(mark_bih, part), "0 of 0: dirty 6 2");
     setMesh(part, row(4, 1));
+    mark_bih(part);
     EXPECT_FALSE(isHit(part)) << "marked ones are made anew when they are asked";
 }
 
