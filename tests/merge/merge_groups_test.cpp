@@ -20,46 +20,43 @@ TEST(GeoMerge, GroupsByMaterialAndNameAndBakesThoseBelowTheLimit) {
                                                    {"c f a e bd ", "cE fA BD    "},
                                                    {"abcdef ", "abcdef "},
                                                    {"af bd ce ", "af bd ce "}};
-    for (const bool ignores : {false, true}) {
-        for (const bool by_name : {false, true}) {
-            SCOPED_TRACE(testing::Message() << ignores << by_name);
-            std::vector<material_ref> materials = {material_ref(), material_ref(plain(0)),
-                                                   material_ref(plain(1))};
-            GeoMerge merge;
-            merge.mergeSameName = by_name;
-            merge.ignoreMaterial = ignores;
-            const node_ref root(group());
-            merge.insertNode(root.get(), false); // no geometry
-            merge.insertNode(::osg::NullFC, false);
-            node_list nodes;
-            for (const auto& row : rows) {
-                nodes.push_back(part(materials[row.material].get(), 0, row.triangles));
-                const auto inner = materialGroup(plain(0.5F), {group({nodes.back()})});
-                root->addChild(materialGroup(materials[row.inherited].get(), {inner}));
-                EXPECT_EQ(GeoMerge::searchMaterialGroup(nodes.back()), inner->getParent());
-                if (*row.core_name != '\0')
-                    ::osg::setName(nodes.back()->getCore(), row.core_name);
-                if (*row.name != '\0')
-                    named(row.name, nodes.back());
-                merge.insertNode(nodes.back(), row.alone);
+    for (const std::size_t mode : {0, 1, 2, 3}) {
+        SCOPED_TRACE(mode);
+        std::vector<material_ref> materials = {material_ref(), material_ref(plain(0)),
+                                               material_ref(plain(1))};
+        GeoMerge merge;
+        merge.mergeSameName = mode % 2 == 1;
+        merge.ignoreMaterial = mode / 2 == 1;
+        const node_ref root(group());
+        merge.insertNode(root.get(), false); // no geometry
+        merge.insertNode(::osg::NullFC, false);
+        node_list nodes;
+        for (const auto& row : rows) {
+            nodes.push_back(part(materials[row.material].get(), 0, row.triangles));
+            const auto inner = materialGroup(plain(0.5F), {group({nodes.back()})});
+            root->addChild(materialGroup(materials[row.inherited].get(), {inner}));
+            EXPECT_EQ(GeoMerge::searchMaterialGroup(nodes.back()), inner->getParent());
+            if (*row.core_name != '\0')
+                ::osg::setName(nodes.back()->getCore(), row.core_name);
+            if (*row.name != '\0')
+                named(row.name, nodes.back());
+            merge.insertNode(nodes.back(), row.alone);
+        }
+        materials.clear(); // nobody else holds them: they must outlive the baking
+        for (const char* text : expected[mode]) {
+            std::string groups;
+            for (const auto& [material, members] : merge.groups()) {
+                for (const ::osg::NodePtr& node : members)
+                    groups += char((coreOf(node)->getColors() == ::osg::NullFC ? 'a' : 'A') +
+                                   (std::find(nodes.begin(), nodes.end(), node) - nodes.begin()));
+                groups += ' ';
             }
-            materials.clear(); // nobody else holds them: they must outlive the baking
-            for (const char* text : expected[2 * int(ignores) + int(by_name)]) {
-                std::string groups;
-                for (const auto& [material, members] : merge.groups()) {
-                    for (const ::osg::NodePtr& node : members)
-                        groups +=
-                            char((coreOf(node)->getColors() == ::osg::NullFC ? 'a' : 'A') +
-                                 (std::find(nodes.begin(), nodes.end(), node) - nodes.begin()));
-                    groups += ' ';
-                }
-                EXPECT_EQ(groups, text);
-                merge.bakeSmallGroups(3);
-            }
-            if (by_name) { // nameless nodes are named for good
-                EXPECT_STREQ(::osg::getName(nodes[0]), "NoName");
-                EXPECT_STREQ(::osg::getName(nodes[2]), "y");
-            }
+            EXPECT_EQ(groups, text);
+            merge.bakeSmallGroups(3);
+        }
+        if (merge.mergeSameName) { // nameless nodes are named for good
+            EXPECT_STREQ(::osg::getName(nodes[0]), "NoName");
+            EXPECT_STREQ(::osg::getName(nodes[2]), "y");
         }
     }
 }
