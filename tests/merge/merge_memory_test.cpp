@@ -1,5 +1,4 @@
-// What the merge pass does when memory runs out: one allocation of some size fails, every one in
-// turn.
+// What the merge pass does when memory runs out: allocations of some size fail, each in turn.
 
 #include <morva/core/morva_shared_steps.h>
 

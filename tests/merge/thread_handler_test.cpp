@@ -70,8 +70,7 @@ void workMultithread(void* argument) {
     });
 }
 
-/// Runs what `prepare` gives for each place, started out of the order of places, and returns the
-/// names of the joined results: their places.
+/// The names of the joined results, their places, in order; tasks start in another one.
 template <typename Prepare>
 std::string runTasks(std::size_t count, unsigned limit, const char* pool, const Prepare& prepare) {
     const node_ref parent(group());
@@ -86,8 +85,7 @@ std::string runTasks(std::size_t count, unsigned limit, const char* pool, const 
         }
         list.joinInto(parent.get());
     }
-    EXPECT_EQ(handler.running, 0U);
-    EXPECT_FALSE(handler.waiting);
+    EXPECT_TRUE(handler.running == 0 && !handler.waiting);
     EXPECT_EQ(handler.threadNames.size(), count);
     return textOf(parent.get());
 }
