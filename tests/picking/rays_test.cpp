@@ -185,7 +185,7 @@ TEST(RayHits, SlipThroughNoSeamAndFindFlatPartsAwayFromZero) {
                 {"a border", tiles.get(), Line(Pnt3f(.5F, 0, 1), down), 1, 1},
                 {"corners", tiles.get(), Line(Pnt3f(1, 0, 1), down), 3, 3},
                 {"from beyond its box", root.get(), Line(Pnt3f(9, 1, 6), Pnt3f(1, 1, 5)), 1, 1},
-                {"from the back", root.get(), Line(Pnt3f(1, 1, 3), up), 0, 1},
+                {"a seam's back", tiles.get(), Line(Pnt3f(.5F, .5F, -1), up), 0, 2},
                 {"from the part itself", root.get(), Line(Pnt3f(1, 1, 5), down), 1, 1},
                 {"two at one place", twice.get(), near, 2, 2},
                 {"the second alone", second.get(), near, 1, 1},
