@@ -15,7 +15,6 @@ TEST(MergeGeo, PrintsAsToldByTheFlags) {
          {std::tuple{true, false, 1, merged},
           std::tuple{false, false, 1, title + merged + "done.\n"},
           std::tuple{true, true, 1, cached + progress},
-          std::tuple{true, true, -7, cached + progress},
           std::tuple{false, true, 2, cached + "done.\n"}}) {
         SCOPED_TRACE(testing::Message() << silent << cacheopt << numthreads);
         mergeGeo_setup setup;

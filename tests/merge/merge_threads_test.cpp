@@ -1,5 +1,4 @@
-// The merge pass with all settings: what of a scene comes out, and the same on workers as on one
-// thread, whatever the timing.
+// The whole pass with all settings: what comes out, and the same on workers as on one thread.
 
 #include "tests/support/described_tree.h"
 #include "tests/support/merge_scenes.h"
@@ -14,8 +13,7 @@
 
 namespace {
 
-using ::osg::GeometryPtr;
-using ::osg::NodePtr;
+using ::osg::GeometryPtr, ::osg::NodePtr;
 
 GeometryPtr anyCore(std::mt19937& rng, bool own_ids) {
     mesh_data mesh = withCoordinates(withNormals(soup(rng, 30), rng), rng);
@@ -32,10 +30,8 @@ GeometryPtr anyCore(std::mt19937& rng, bool own_ids) {
     return core;
 }
 
-/// Parts of all kinds, in all that workers could get in each other's way with: cores that nodes of
-/// several groups share, parts below parts, coordinates of one property with and without an image,
-/// names for several nodes or none, and perhaps IDs of their own or many batches in a group; both
-/// for sure if asked for.
+/// Parts of all kinds, in all that workers could get in each other's way with: shared cores, parts
+/// below parts, names for several or none, perhaps IDs of their own or many batches in a group.
 node_ref crowded(unsigned seed, bool backwards, bool own_ids_in_batches) {
     std::mt19937 rng(seed);
     const palette first, second; // of two materials either may be made first

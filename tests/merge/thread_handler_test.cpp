@@ -7,7 +7,6 @@
 
 #include <OpenSG/OSGThreadManager.h>
 
-#include <morva/idmap/morva_osg_idmaphandler.h>
 #include <morva/merge/morva_osg_task_list.h>
 
 namespace {
@@ -63,13 +62,6 @@ struct test_arguments {
     morva::osg::late_names* names = nullptr;
 };
 
-void takeIdLock() {
-    std::string name = "known";
-    ::osg::Pnt3f corner;
-    for (int i = 0; i < 2; ++i)
-        morva::osg::getIDmapHandler().insertNodeName(name, corner, corner, ::osg::NullFC, "");
-}
-
 void workMultithread(void* argument) {
     auto& task = *static_cast<test_arguments*>(argument);
     morva::osg::runWorker(task, [&task] {
@@ -78,8 +70,7 @@ void workMultithread(void* argument) {
     });
 }
 
-/// Runs what `prepare` gives for each place, started out of the order of places, and returns the
-/// names of the joined results: their places.
+/// The names of the joined results, their places, in order; tasks start in another one.
 template <typename Prepare>
 std::string runTasks(std::size_t count, unsigned limit, const char* pool, const Prepare& prepare) {
     const node_ref parent(group());
@@ -94,15 +85,13 @@ std::string runTasks(std::size_t count, unsigned limit, const char* pool, const 
         }
         list.joinInto(parent.get());
     }
-    EXPECT_EQ(handler.running, 0U);
-    EXPECT_FALSE(handler.waiting);
+    EXPECT_TRUE(handler.running == 0 && !handler.waiting);
     EXPECT_EQ(handler.threadNames.size(), count);
     return textOf(parent.get());
 }
 
 TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
     std::mt19937 rng(seedOf(5201));
-    morva::osg::getIDmapHandler().reset();
     // Names that stand for threads without aspects give no workers: the main thread does it.
     ::osg::ThreadManager::the()->getThread("TEST_MIXED_Thread_1", "OSGBaseThread");
     ::osg::ThreadManager::the()->getThread("TEST_MIXED_Helper_0", "OSGBaseThread");
@@ -119,20 +108,17 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
                 expected->addChild(named(std::to_string(i), group()));
         crew tasks;
         const auto prepare = [&](std::size_t place) -> std::function<void()> {
-            const bool fails = place == failing, locks = rng() % 2 == 0, shares = rng() % 2 == 0;
+            const bool fails = place == failing;
             const unsigned yields = rng() % 3 * 20;
             return [=, &tasks] {
                 const presence here(tasks);
                 tasks.linger(is_mixed ? 0 : most, yields);
-                if (locks)
-                    takeIdLock(); // kept until the end
-                takeSteps(tasks, fails || shares ? 15 : 0, fails && by_step ? 7 : none, 0);
+                takeSteps(tasks, 15, fails && by_step ? 7 : none, 0);
                 if (fails)
                     place == 0 ? throw 7 : throw std::runtime_error("broken");
             };
         };
         const stream_capture error(std::cerr);
-        takeIdLock(); // held by the main thread when it starts the first task
         EXPECT_EQ(runTasks(count, limit, is_mixed ? "TEST_MIXED" : "TEST_POOL", prepare),
                   textOf(expected.get()));
         EXPECT_LE(tasks.most_at_work, static_cast<int>(limit));
@@ -141,9 +127,7 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
                                 : by_step        ? "Standard exception in geomerge: step\n"
                                 : failing == 0   ? "Error occured in geomerge.\n"
                                                  : "Standard exception in geomerge: broken\n");
-        EXPECT_EQ(morva::osg::getIDmapHandler().releaseHeldLock(), 0U);
     }
-    morva::osg::getIDmapHandler().reset();
     const auto leave_early = [](std::size_t place) { // waits and cleans up
         place == 0 ? throw 7 : void();
         return [] {};
