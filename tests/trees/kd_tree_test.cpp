@@ -40,25 +40,6 @@ bool expect_twin_tree(const std::vector<box3>& boxes, const kd_build_setup& setu
     return !tree.nodes[0].is_leaf();
 }
 
-/// One sort: old left, new left, new right, old right, then the tail.
-void expect_twin_sort(const std::vector<box3>& boxes, int mode, std::mt19937& random) {
-    cut_boxes geoset(boxes), naive(boxes);
-    const std::uint64_t first = boxes.size() / 4, count = boxes.size() / 2;
-    const float plane = float(random() % 7) - 2;
-    const int axis = int(random() % 3);
-    kd_tree<float> tree;
-    prepare_tree(tree, boxes.size(), {});
-    tree.resize_indices(tree.index_count); // no room to spare
-    auto indices = naive_tree(boxes.size()).indices;
-    int added = 0;
-    bool stop = true; // callers pass it along
-    const auto left = sort(geoset, first, count, plane, axis, added, tree, stop, mode);
-    EXPECT_EQ(left, naive_sort(naive, indices, first, count, plane, axis, mode));
-    EXPECT_EQ(boxes.size() + std::uint64_t(added), indices.size());
-    EXPECT_EQ(std::vector(tree.indices, tree.indices + tree.index_count), indices);
-    EXPECT_TRUE(stop);
-}
-
 template <typename Strategy>
 void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) {
     std::mt19937 random(seedOf(20240));
@@ -86,7 +67,6 @@ void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) 
         } else if (boxes.size() > 3) {
             const auto spare = 1 + random() % 3;
             cuts += expect_twin_tree<cut_boxes>(boxes, setup, strategy, random, spare) ? 1 : 0;
-            expect_twin_sort(boxes, setup.straddle_mode, random);
         }
     }
     EXPECT_GT(cuts, loose_cuts);
