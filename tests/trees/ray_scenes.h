@@ -24,11 +24,10 @@ inline flat_list list_of(flat_triangles& triangles) {
 
 inline std::vector<box3> extents_of(const flat_triangles& triangles) {
     std::vector<box3> extents;
-    for (const auto& t : triangles) {
-        std::vector<box3> corners;
-        for (const float3& p : {t.a, t.b, t.c})
-            corners.push_back({{{p[0], p[0]}, {p[1], p[1]}, {p[2], p[2]}}});
-        extents.push_back(hull_of(corners));
+    for (const auto& [a, b, c] : triangles) {
+        extents.emplace_back();
+        for (std::size_t k = 0; k < 3; ++k)
+            extents.back()[k] = {std::min({a[k], b[k], c[k]}), std::max({a[k], b[k], c[k]})};
     }
     return extents;
 }
