@@ -197,6 +197,9 @@ TEST(BuildModelHullWithVertexColors, CountsAllElementsAndKeepsTriangles) {
         ASSERT_EQ(hull->getNChildren(), 4U);
         EXPECT_EQ(hull->getChild(2)->getCore(), ::osg::NullFC) << "no colours, no core";
     }
+    const node_ref alone(meshNode(strips));
+    const node_ref all(morva::osg::buildModelHullWithVertexColors(alone.get(), 4));
+    EXPECT_EQ(places(all.get()).size(), 4U) << "as many as there are";
     EXPECT_EQ(
         node_ref(morva::osg::buildModelHullWithVertexColors(::osg::NullFC, 1))->getNChildren(), 0U);
 }

@@ -6,7 +6,6 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_scene_rules.h>
-#include <morva/driver/morva_osg_hierarchy_stage.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/merge/morva_osg_geomerge.h>
@@ -48,8 +47,6 @@ const struct {
              throw;
          }
      }},
-    {"hierarchy of new nodes", false,
-     [](node_ref& r) { r = node_ref(morva::osg::buildSceneHierarchy(r.get(), false)); }},
     {"flat(false)", false, [](node_ref& r) { optimise(r, "maxtris(0),flat(false)"); }},
     {"merged, flat(false)", false,
      [](node_ref& r) { optimise(r, "maxtris(20),flat(false),idmapinroot(true)"); }},
