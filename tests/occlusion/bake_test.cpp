@@ -231,12 +231,11 @@ TEST(SaveAOinTC6, StoresTheValuesOfRaysToAllSides) {
         geometryOf(withIndexPerProperty(withAttributes(soup(rng, 40), rng), rng));
     const node_ref root(group({transformed(aside(rng), {nodeOf(core), hidden(nodeOf(core))})}));
     const ::osg::NodePtr node = root->getChild(0)->getChild(0);
-    const stream_capture out(std::cout);
+    const stream_capture silence(std::cout);
     naive_scene scene(root.get());
     ASSERT_TRUE(morva::osg::saveAOinTC6(node, scene.parts, scene.tree, 3, 0.7, true));
     EXPECT_EQ(core->getTexCoords6(), ::osg::NullFC) << "another node shows this core";
     const auto values = coreOf(node)->getTexCoords6();
-    ASSERT_NE(::osg::GeoTexCoords1fPtr::dcast(values), ::osg::NullFC);
     ASSERT_EQ(values->size(), core->getPositions()->size());
     EXPECT_EQ(coreOf(node)->calcMappingIndex(::osg::Geometry::MapTexCoords6),
               coreOf(node)->calcMappingIndex(::osg::Geometry::MapPosition));
@@ -247,7 +246,6 @@ TEST(SaveAOinTC6, StoresTheValuesOfRaysToAllSides) {
     }
     const node_ref empty(nodeOf(::osg::Geometry::create()));
     EXPECT_FALSE(morva::osg::saveAOinTC6(empty.get(), scene.parts, scene.tree, 3, 0.7, true));
-    EXPECT_EQ(out.text(), "Positions are NullFC. Skipping this Geometry.\n");
 }
 
 } // namespace

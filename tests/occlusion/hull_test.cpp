@@ -167,10 +167,6 @@ TEST(BuildModelHull, KeepsAsManyAsToldOfWhatThereWas) {
         const stream_capture out(std::cout);
         const node_ref hull(morva::osg::buildModelHull(root.get(), setup, most, 3, true));
         EXPECT_EQ(firstDifference(places(expected.get()), places(hull.get())), "");
-        node_list covert;
-        morva::osg::getTravMaskZeroNodes(hull.get(), covert, false);
-        ASSERT_EQ(covert.size(), 1U);
-        EXPECT_EQ(places(covert[0]).size(), 4U) << "the hidden move over";
         for (const char* line : {"\nPrepare Geoset: \n", "\nCalc Ambient Occlusion: \n\r0%\r"})
             EXPECT_EQ(out.text().find(line) == std::string::npos, most >= total);
         EXPECT_EQ(morva::osg::broken_rule_of(hull.get()), "");

@@ -47,7 +47,6 @@ const struct {
              throw;
          }
      }},
-    {"flat(false)", false, [](node_ref& r) { optimise(r, "maxtris(0),flat(false)"); }},
     {"merged, flat(false)", false,
      [](node_ref& r) { optimise(r, "maxtris(20),flat(false),idmapinroot(true)"); }},
     {"mergehierarchy", false, [](node_ref& r) { optimise(r, "maxtris(20),mergehierarchy(true)"); }},
