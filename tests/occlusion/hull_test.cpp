@@ -6,9 +6,7 @@
 
 #include <OpenSG/OSGGeoFunctions.h>
 
-#include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_scene_rules.h>
-#include <morva/core/morva_osg_tools.h>
 #include <morva/merge/morva_osg_geomerge.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 
@@ -84,7 +82,6 @@ TEST(CopyPrimitives, KeepsWhatIsAboveTheThresholdAndTheFirstOfEqualOnes) {
         describe(copy.get(), found);
         EXPECT_EQ(found.str(), expected.str());
         EXPECT_EQ(equals, left);
-        EXPECT_EQ(morva::osg::broken_rule_of(copy.get()), "");
     }
     unsigned none = 0;
     mesh_data crossed = quads(1); // slot 6 is asked by the positions, whatever index it has

@@ -8,7 +8,6 @@
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
-#include <morva/merge/morva_osg_geomerge.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
 
