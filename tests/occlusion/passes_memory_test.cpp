@@ -6,10 +6,8 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_scene_rules.h>
-#include <morva/driver/morva_osg_hierarchy_stage.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
-#include <morva/merge/morva_osg_geomerge.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion.h>
 #include <morva/occlusion/morva_osg_ambient_occlusion_stages.h>
 
@@ -26,43 +24,6 @@ namespace {
                   hidden(named("e", meshNode(quads(1))))});
 }
 
-/// Destroys those that nobody has taken.
-struct new_nodes {
-    node_list list;
-    ~new_nodes() {
-        for (const ::osg::NodePtr& node : list)
-            const node_ref held(node);
-    }
-};
-
-/// Builds a scene geoset, and of it a tree or a list; after a failure nothing is built, and its
-/// own list is as it was.
-void buildWith(node_ref& root, bool with_geosets) {
-    morva::osg::bih_scene_geoset scene;
-    scene.with_geosets = with_geosets;
-    scene.nodes = {root->getChild(1)->getChild(0)};
-    try {
-        scene.build(root.get(), {2, 20});
-    } catch (const std::bad_alloc&) {
-        EXPECT_EQ(scene.nodes.size(), 1U);
-        EXPECT_EQ(scene.node_count + scene.built_count + scene.element_count(), 0U);
-        EXPECT_TRUE(scene.trees == nullptr && scene.geosets == nullptr &&
-                    scene.element_min == nullptr && scene.element_max == nullptr);
-        throw;
-    }
-    morva::bih_tree<float> tree;
-    compile(scene, tree, {1, 20});
-    const node_ref top(group());
-    new_nodes found;
-    if (with_geosets)
-        collectNodesFromSceneGeoset(scene, tree, 0, found.list);
-    else
-        recBuild(top.get(), scene, tree, 0);
-    for (const ::osg::NodePtr& node : found.list)
-        top->addChild(node);
-    root = top;
-}
-
 void optimise(node_ref& r, const char* parameters) {
     r = node_ref(morva::osg::optTree(r.get(), parameters));
 }
@@ -75,11 +36,16 @@ const struct {
     bool reduces; ///< what a failure leaves of the input may be less
     void (*run)(node_ref& scene);
 } scene_passes[] = {
-    {"recBuild", true, [](node_ref& r) { buildWith(r, false); }},
-    {"collected", false, [](node_ref& r) { buildWith(r, true); }},
-    {"hierarchy of new nodes", false,
-     [](node_ref& r) { r = node_ref(morva::osg::buildSceneHierarchy(r.get(), false)); }},
-    {"flat(false)", false, [](node_ref& r) { optimise(r, "maxtris(0),flat(false)"); }},
+    {"scene geoset", false,
+     [](node_ref& r) {
+         morva::osg::bih_scene_geoset scene;
+         try {
+             scene.build(r.get(), {2, 20});
+         } catch (const std::bad_alloc&) {
+             EXPECT_TRUE(scene.nodes.empty() && scene.geosets == nullptr && scene.trees == nullptr);
+             throw;
+         }
+     }},
     {"merged, flat(false)", false,
      [](node_ref& r) { optimise(r, "maxtris(20),flat(false),idmapinroot(true)"); }},
     {"mergehierarchy", false, [](node_ref& r) { optimise(r, "maxtris(20),mergehierarchy(true)"); }},

@@ -40,25 +40,6 @@ bool expect_twin_tree(const std::vector<box3>& boxes, const kd_build_setup& setu
     return !tree.nodes[0].is_leaf();
 }
 
-/// One sort: old left, new left, new right, old right, then the tail.
-void expect_twin_sort(const std::vector<box3>& boxes, int mode, std::mt19937& random) {
-    cut_boxes geoset(boxes), naive(boxes);
-    const std::uint64_t first = boxes.size() / 4, count = boxes.size() / 2;
-    const float plane = float(random() % 7) - 2;
-    const int axis = int(random() % 3);
-    kd_tree<float> tree;
-    prepare_tree(tree, boxes.size(), {});
-    tree.resize_indices(tree.index_count); // no room to spare
-    auto indices = naive_tree(boxes.size()).indices;
-    int added = 0;
-    bool stop = true; // callers pass it along
-    const auto left = sort(geoset, first, count, plane, axis, added, tree, stop, mode);
-    EXPECT_EQ(left, naive_sort(naive, indices, first, count, plane, axis, mode));
-    EXPECT_EQ(boxes.size() + std::uint64_t(added), indices.size());
-    EXPECT_EQ(std::vector(tree.indices, tree.indices + tree.index_count), indices);
-    EXPECT_TRUE(stop);
-}
-
 template <typename Strategy>
 void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) {
     std::mt19937 random(seedOf(20240));
@@ -86,7 +67,6 @@ void expect_twins_everywhere(const Strategy& strategy, unsigned int loose_cuts) 
         } else if (boxes.size() > 3) {
             const auto spare = 1 + random() % 3;
             cuts += expect_twin_tree<cut_boxes>(boxes, setup, strategy, random, spare) ? 1 : 0;
-            expect_twin_sort(boxes, setup.straddle_mode, random);
         }
     }
     EXPECT_GT(cuts, loose_cuts);
@@ -96,6 +76,39 @@ TEST(Compile, BuildsTheTreeOfItsNaiveTwinAndSaysTheSame) {
     expect_twins_everywhere(morva::kd_strategy_median(), 100);
     expect_twins_everywhere(morva::kd_strategy_ObjMedian(), 100);
     expect_twins_everywhere(morva::kd_strategy_SAH(), 40);
+}
+
+// What the validators of both trees notice: an index or a node that is not as it was built.
+template <typename Tree, typename Setup, typename... Strategy>
+void expect_guarded(Setup setup, Strategy... strategy) {
+    whole_boxes geoset({}); // side by side on x, two at each place
+    for (const float x : {0.0f, 0.0f, 1.0f, 1.0f, 2.0f, 2.0f, 3.0f, 3.0f})
+        geoset.add({{{x, x + 1}}});
+    Tree tree;
+    compile(geoset, tree, setup, strategy...);
+    ASSERT_EQ(tree.node_count, 6U);
+    const auto expect_broken = [&](auto& number, std::uint64_t other) {
+        const auto built = std::exchange(number, std::decay_t<decltype(number)>(other));
+        EXPECT_EQ(broken_rule_of(tree, geoset, setup).empty(), number == built) << other;
+        number = built;
+    };
+    for (std::uint64_t i = 0; i < 8; ++i)
+        for (std::uint64_t e = 0; e < 9; ++e) // twice then, on a wrong side, or none
+            expect_broken(tree.indices[i], e);
+    for (std::uint64_t i = 0; i < 7; ++i) {
+        auto& node = tree.nodes[i];
+        for (std::uint64_t axis = 0; axis < 4; ++axis)
+            expect_broken(node.axis, axis);
+        node.is_leaf() ? expect_broken(node.first, node.first + 1)
+                       : expect_broken(node.right, std::uint64_t(node.right) + 1);
+    }
+}
+
+TEST(TreeRules, GuardEachIndexAndNode) {
+    expect_guarded<morva::bih_tree<float>>(morva::build_setup{2, 9});
+    for (const int mode : {2, 3}) // elements that are cut are not asked for their side
+        expect_guarded<morva::kd_tree<float>>(morva::kd_build_setup{2, 9, mode, 1, 2, 0.95f, false},
+                                              morva::kd_strategy_median());
 }
 
 TEST(CheckResize, DoublesTheRoomOfTheFirstNodeThatHasNone) {
