@@ -95,6 +95,45 @@ TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     EXPECT_EQ(geometryNodes(pieces.get()).size(), 5U);
 }
 
+TEST(OptimizeCache, SurvivesBrokenGeometry) {
+    std::mt19937 rng(seedOf(10));
+    const mesh_data good = withIndexPerProperty(withAttributes(soup(rng, 20), rng), rng);
+    void (*const spoils[])(mesh_data&) = {
+        [](mesh_data& mesh) { mesh.positions.clear(); },
+        [](mesh_data& mesh) { mesh.normals.resize(5); },
+        [](mesh_data& mesh) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
+        [](mesh_data& mesh) { mesh.indices.resize(31); },
+        [](mesh_data& mesh) {
+            mesh.primitives.assign(2, {mesh.primitives[0].first, ~0U});
+        },
+        [](mesh_data& mesh) {
+            const unsigned mode = mesh.primitives[0].first;
+            mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}};
+        },
+        [](mesh_data& mesh) { mesh.mapping.pop_back(); }, // more vertices than told
+        [](mesh_data& mesh) {
+            for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
+                mesh.positions[i][i % 3] = i % 8 == 0 ? HUGE_VALF : std::nanf("");
+        },
+        [](mesh_data& mesh) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
+        nullptr}; // without lengths
+    for (std::size_t i = 0; i < 6 * std::size(spoils); ++i) {
+        SCOPED_TRACE(testing::Message() << "kind " << i / 6 << ", variant " << i % 6);
+        mesh_data mesh = good;
+        mesh.primitives = {{(i % 3 == 0 ? 4U : i % 3 == 1 ? 1U : 5U), 60}};
+        if (spoils[i / 6])
+            spoils[i / 6](mesh);
+        const node_ref node(meshNode(mesh));
+        if (!spoils[i / 6])
+            coreOf(node.get())->setLengths(::osg::NullFC);
+        bool above_limit = false;
+        const node_ref made(optimizeCache(node.get(), above_limit, 4, i % 2 == 0));
+        EXPECT_TRUE(above_limit);
+        EXPECT_GE(made->getNChildren(), 1U);
+        worldMesh(made.get());
+    }
+}
+
 TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {
     bool above_limit = false;
     const unsigned rim = 400000; // on lists hours

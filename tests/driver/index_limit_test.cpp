@@ -16,9 +16,7 @@ mesh_data someMesh(std::mt19937& rng) {
     const unsigned size = 1 + rng() % 60;
     const mesh_data shapes[] = {row(size, rng() % 4), mixture(rng, 1 + size / 6),
                                 strip(size + 3, 5 + 3 * (rng() % 2)), quads(size), soup(rng, size)};
-    mesh_data mesh = shapes[std::min<std::size_t>(rng() % 8, 4)];
-    if (rng() % 2 == 0)
-        mesh = withNormals(mesh, rng);
+    const mesh_data mesh = withNormals(shapes[std::min<std::size_t>(rng() % 8, 4)], rng);
     if (rng() % 8 == 0)
         return mesh;
     return rng() % 2 == 0 ? withIndex(mesh, rng) : withIndexPerProperty(mesh, rng);
@@ -51,10 +49,11 @@ TEST(MaxGeoIndexSize, CutsWhatIsTooLongUntilNothingCanBeCut) {
         const std::vector<node_ref> held(nodes.begin(), nodes.end());
         const unsigned limit = rng() % 3 == 0 ? rng() % 4 : rng() % 90;
         const NodePtr start = rng() % 2 == 0 ? root.get() : nodes[rng() % nodes.size()];
-        const world_mesh before = shapeOf(root.get());
+        const mesh_choice kept = {true, false, false, false, morva::osg::is_rogue};
+        const world_mesh before = worldMesh(root.get(), kept);
         const std::size_t thin = thinBelow(root.get());
         const unsigned count = maxGeoIndexSize(start, limit, 1 + int(rng() % 3), false);
-        EXPECT_EQ(firstDifference(before, shapeOf(root.get())), "");
+        EXPECT_EQ(firstDifference(before, worldMesh(root.get(), kept)), "");
         EXPECT_GE(thinBelow(root.get()), thin);
         std::size_t gone = 0;
         for (const NodePtr& node : nodes) {

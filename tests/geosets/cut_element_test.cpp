@@ -269,10 +269,8 @@ TEST(CutElement, CutsAnEdgeInOnePlaceAndKeepsAttributes) {
         osg_geoset geoset;
         fillGeoset(geoset, scattered(rng, 500), true);
         const ::osg::GeometryPtr core = geoset.geometry.get();
-        if (seed % 2 == 0) { // stored in other forms
+        if (seed % 2 == 0) { // stored in another form
             core->setPositions(inOtherForm<::osg::GeoPositions3d>(core->getPositions()));
-            core->setColors(inOtherForm<::osg::GeoColors4f>(core->getColors()));
-            core->setTexCoords(inOtherForm<::osg::GeoTexCoords3f>(core->getTexCoords()));
             geoset.setup();
         }
         geoset.convert();

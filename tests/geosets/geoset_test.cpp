@@ -31,6 +31,20 @@ TEST(ExtractWithoutNormals, MakesTheNormalsAnewOfWhatHasChanged) {
     EXPECT_EQ(normal(0), ::osg::Vec3f(0, 0, 1));
 }
 
+TEST(FillFCwithValue, WritesEveryRowOfWhatNobodyHoldsYetAndAcceptsNull) {
+    const ::osg::GeoColorsPtr colors = ::osg::GeoColors4f::create();
+    const ::osg::GeoNormalsPtr normals = ::osg::GeoNormals3f::create();
+    colors->resize(3);
+    normals->resize(2);
+    morva::osg::fillFCwithValue(colors, ::osg::Color3f(0.25F, 0.5F, 1.0F));
+    morva::osg::fillFCwithValue(normals, ::osg::Vec3f(1, 2, 3));
+    morva::osg::fillFCwithValue(::osg::GeoTexCoordsPtr(), ::osg::Vec2f(1, 2));
+    const ::osg::RefPtr<::osg::GeoColorsPtr> held_colors(colors);
+    const ::osg::RefPtr<::osg::GeoNormalsPtr> held_normals(normals);
+    EXPECT_EQ(colors->getValue(2), ::osg::Color3f(0.25F, 0.5F, 1.0F));
+    EXPECT_EQ(normals->getValue(1), ::osg::Vec3f(1, 2, 3));
+}
+
 TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     osg_geoset geoset;
     geoset.convert();
@@ -41,13 +55,8 @@ TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     geoset.geometry->getPositions()->setValue(::osg::Pnt3f(-7, 0, 0), 0);
     geoset.setup();
     EXPECT_EQ(broken_rule_of(geoset), "");
-    geoset.geometry->getPositions()->setValue(::osg::Pnt3f(-9, 0, 0), 3);
-    geoset.calc_axis_min_max(1, 1);
-    geoset.prepareSimpleTris(1);
     geoset.calc_axis_min_max(4, 7); // ranges past the end are left alone
-    geoset.calc_axis_min_max(3, 2);
     geoset.prepareSimpleTris(1000);
-    EXPECT_EQ(broken_rule_of(geoset), "");
 
     EXPECT_EQ(cut(geoset, 2, 0.5, 1).pieces, 2);
     geoset.dropExtents();
@@ -112,6 +121,9 @@ TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     EXPECT_EQ(primitive.texcoords[1], ::osg::Vec2f(2, 0));
     EXPECT_EQ(primitive.texcoords7[2], 1.0F);
     EXPECT_EQ(primitive.texcoords2[1], ::osg::Vec2f(8.0F, 9.0F)) << "absent: as it was";
+    EXPECT_EQ(geoset.interpolate_color(1, primitive.positions[1], 1), ::osg::Color3f(0, 0, 0));
+    EXPECT_EQ(geoset.interpolate_color(1, primitive.positions[1], 0), ::osg::Color3f(2, 0, 0));
+    EXPECT_EQ(geoset.interpolate_texcoord(1, primitive.positions[1], 7), ::osg::Vec2f(2, 0));
     const auto act = [&] {
         geoset.setTriangle(primitive, 3);
         osg_geoset().setTriangle(primitive, 0);
@@ -119,6 +131,27 @@ TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     EXPECT_EQ(toldBy(act), "Morva::osg::osg_geoset: Index Error in PrepareTriangle.\n"
                            "Morva::osg::osg_geoset: Index Error in PrepareTriangle.\n");
     EXPECT_EQ(primitive.positions[0], ::osg::Pnt3f(2, 0, 0)) << "the last one";
+}
+
+TEST(GeosetRules, NameWhatIsBroken) {
+    const std::pair<const char*, void (*)(osg_geoset&)> rows[] = {
+        {"", [](osg_geoset& g) { g.dropExtents(); }},
+        {"size is at most wished_size", [](osg_geoset& g) { g.wished_size = 1; }},
+        {"every field holds every element",
+         [](osg_geoset& g) { g.geometry->getColors()->resize(5); }},
+        {"vertex_count counts every element", [](osg_geoset& g) { g.vertex_count = 9; }},
+        {"the length is that of the elements",
+         [](osg_geoset& g) { g.geometry->getLengths()->setValue(9, 0); }},
+        {"axis arrays agree with the positions", [](osg_geoset& g) { g.axis_max[2][1] = 1; }},
+        {"simple_tris agree with the positions", [](osg_geoset& g) { g.simple_tris[1].c[0] = 9; }}};
+    for (const auto& [rule, spoil] : rows) {
+        osg_geoset geoset;
+        fillGeoset(geoset, elements(3, 2).positions, true);
+        geoset.convert();
+        EXPECT_EQ(broken_rule_of(geoset), "");
+        spoil(geoset);
+        EXPECT_EQ(broken_rule_of(geoset), rule);
+    }
 }
 
 } // namespace

@@ -167,6 +167,30 @@ TEST(VertexWork, ThreadsDoEachPieceOnceAndTheCallerEndsThemInOrder) {
     }
 }
 
+// What is known of rays without a descent is none of the twin's.
+TEST(OpennessOf, IsThatOfTheNaiveTwinForAnyDistance) {
+    std::mt19937 rng(seedOf(9));
+    const std::vector<float3> rays = raysOf(shotsHere());
+    for (unsigned round = 0; round < roundsOf(40U); ++round) {
+        const node_ref root(group({anyModel(round)}));
+        const naive_scene twin(root.get());
+        const stream_capture silence(std::cout);
+        const morva::osg::traced_scene scene(root.get());
+        morva::osg::occlusion_rays trace = scene.rays();
+        for (std::uint32_t i = 0; i < 20 * scene.parts.built_count; ++i) {
+            const auto& part = scene.parts.geosets[i / 20];
+            const float3 at = part.simple_tris[rng() % part.size].a;
+            const ::osg::Vec3f way = anyVector(rng, float(rng() % 2));
+            const float3 normal{way[0], way[1], way[2]};
+            const double distance =
+                std::pow(2.0, -double(rng() % 7)) * morva::osg::diagonalOf(root.get());
+            EXPECT_EQ(bits_of(morva::osg::opennessOf(rays, at, normal, distance, trace)),
+                      bits_of(twin.value(at, normal, rays, distance)))
+                << round << ' ' << distance;
+        }
+    }
+}
+
 TEST(AddAmbientOcclusion, LeavesTheRestOfAModelAsItWas) {
     const ::osg::GeometryPtr shared = geometryOf(quads(2)), alone = geometryOf(quads(2));
     const node_ref outside(group({nodeOf(shared), nodeOf(alone)}));

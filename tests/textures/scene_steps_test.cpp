@@ -7,48 +7,39 @@
 #include <morva/core/morva_osg_tools.h>
 #include <morva/geosets/morva_osg_cell_rebuild.h>
 #include <morva/textures/morva_osg_scene_atlas.h>
+#include <morva/textures/morva_osg_texcoords.h>
 
 namespace {
 
 using namespace morva::osg;
-constexpr float inf = std::numeric_limits<float>::infinity();
 
-/// One coordinate, as one would say it.
-float adjusted(float u, int side, int image, int at) {
-    const float texel = static_cast<float>(1.0 / image);
-    if (texel > u)
-        u = texel;
-    const float frac = u - std::trunc(u);
-    if (double(frac) > 1.0 - double(texel) || u == std::trunc(u))
-        u = u - texel;
-    return static_cast<float>(double(u) * image / side + double(at) / side);
+TEST(AdjustTexCoords, IsExactInSinglePrecision) {
+    const float rows[][2] = {{0, 1}, {0.5F, 4}, {1, 7}, {-3, 1}, {2.9F, 22.2F}, {1.999F, 14.992F}};
+    for (const auto& [before, texels] : rows) { // of an image of 8 texels, of which one is kept off
+        ::osg::Vec2f now(before, 0.5F);
+        EXPECT_TRUE(adjustTexCoords(now, 64, 0, 8, 8, 16, 16));
+        EXPECT_FLOAT_EQ(now[0], (texels + 16) / 64) << before;
+        EXPECT_EQ(now[1], 0.5F) << "no side";
+    }
 }
 
-TEST(AdjustTexCoords, IsThatOfItsTwin) {
-    std::mt19937 rng(seedOf(7303));
-    const float odd[] = {0, -0.F, 1, 2, 0.5F, -3, 1e9F, 3e9F, -1e30F, inf, -inf, not_a_number};
-    const int sides[] = {0, 1, 2, 3, 7, 64, 100, 1024, 8192};
-    for (int round = 0; round < roundsOf(40000); ++round) {
-        ::osg::Vec2f before;
-        int to[2], from[2], at[2];
-        for (const ::osg::UInt32 axis : {0U, 1U}) {
-            const float values[] = {odd[rng() % std::size(odd)], float(rng() % 1000000) * 3e-6F,
-                                    float(rng() % 5) + float(int(rng() % 2000) - 1000) * 1e-6F};
-            before[axis] = values[rng() % 3];
-            to[axis] = sides[rng() % std::size(sides)];
-            from[axis] = sides[rng() % std::size(sides)];
-            at[axis] = int(rng() % 8000);
-        }
-        ::osg::Vec2f now = before;
-        EXPECT_TRUE(adjustTexCoords(now, to[0], to[1], from[0], from[1], at[0], at[1]));
-        for (const ::osg::UInt32 axis : {0U, 1U}) {
-            const float wanted = to[axis] == 0 || from[axis] == 0
-                                     ? before[axis]
-                                     : adjusted(before[axis], to[axis], from[axis], at[axis]);
-            ASSERT_TRUE(now[axis] == wanted || (std::isnan(now[axis]) && std::isnan(wanted)))
-                << before << " became " << now << " with " << from[axis] << " in " << to[axis];
-        }
-    }
+TEST(CoordinateQueries, LookAtTheStoredOrTheNormalisedOnes) {
+    const node_ref root(group({meshNode(quads(1), chunked({1, 1, 1, 1}, imageOf(6407, 9, 16)))}));
+    const ::osg::NodePtr node = root->getChild(0);
+    const auto values = ::osg::GeoTexCoords2f::create();
+    coreOf(node)->setTexCoords(values);
+    for (const float u : {5.0F, 7.5F, 7.5F, 6.0F})
+        values->editField().push_back(::osg::Vec2f(u, -0.5F));
+    float u = 0, v = 0;
+    EXPECT_TRUE(hasTexCoordsGreater1(values, u, v, false) && u == 7.5F && v == 0);
+    EXPECT_TRUE(hasTexCoordsGreater1(values, u, v, true) && u == 2.5F && v == 0.5F);
+    EXPECT_TRUE(hasTexCoordsSmaller0(values, u, v) && u == 0 && v == -0.5F);
+    EXPECT_TRUE(hasTCabove(node, 7, false) && !hasTCabove(node, 8, false));
+    EXPECT_TRUE(hasTCabove(node, 2, true) && !hasTCabove(node, 3, true));
+    std::vector<ImageData> images;
+    collectImageData(root.get(), images);
+    EXPECT_EQ(searchImageData(images, images.at(0).data, 9, 16), 0U);
+    EXPECT_EQ(searchImageData(images, nullptr, 9, 16), ~0U);
 }
 
 ::osg::ImagePtr picture(int width, int height, unsigned format = 6407) {
