@@ -85,7 +85,8 @@ TYPED_TEST(GeosetKinds, ExtractionAppendsAndFillsInWhatIsMissing) {
     EXPECT_EQ(this->handler.names, (std::vector<std::string>{"b", "c"}));
     mesh_data far = this->some(3, {0, 0, 9});
     far.positions.back()[0] = n == 3 ? -50.0F : nan_value; // triangles without a place are left out
-    take(geometryOf(far), "d", false);
+    far.primitives.front().second += 300;                  // that nobody has
+    EXPECT_EQ(take(geometryOf(far), "d", false), "12");
     target.setup();
     EXPECT_EQ(target.bbox.max[2], 9.0F);
     EXPECT_EQ(target.bbox.max[0], n == 1 ? 2.0F : 3.0F);
