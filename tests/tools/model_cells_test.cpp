@@ -226,6 +226,11 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
     }
     EXPECT_EQ(divideModel({row.get()}, {cell_measure::triangles, 4}).cells.at(0).triangles, 2u)
         << "what is in the middle goes right";
+    mesh_data lined = quads(4);
+    lined.primitives.push_back({1, 2});
+    lined.positions.insert(lined.positions.end(), {{1, 0, 0}, {3, 0, 0}});
+    const node_ref with_line(meshNode(lined));
+    EXPECT_EQ(divideModel({with_line.get()}, {cell_measure::triangles, 4}).cells.at(1).lines, 1u);
     const cell_division of_points = divideModel({points.get()}, {});
     EXPECT_EQ(of_points.parts[0].unplaced, 1u);
     EXPECT_TRUE(of_points.cells[0].space.low == of_points.cells[0].box.low &&
