@@ -33,9 +33,18 @@ node_ids idsOf(const std::vector<::osg::NodePtr>& nodes) {
     return ids;
 }
 
+/// What a part has its material from: its core, and that of the material group above it.
+node_ids looksOf(const ::osg::NodePtr& node) {
+    node_ids ids = {node->getCore().getFieldContainerId()};
+    const ::osg::NodePtr group = morva::osg::searchMaterialGroup(node);
+    if (group != ::osg::NullFC)
+        ids.insert(group->getCore().getFieldContainerId());
+    return ids;
+}
+
 /// Which lists of the merge each part stands in.
 struct part_lists {
-    explicit part_lists(const ::osg::NodePtr& root) {
+    part_lists(const ::osg::NodePtr& root, const run_plan& run) {
         std::vector<::osg::NodePtr> first, second, third, fourth;
         morva::osg::getGeometryNodesForTree(root, first, second, third);
         morva::osg::getTravMaskZeroNodes(root, fourth, false);
@@ -43,6 +52,16 @@ struct part_lists {
         switched = idsOf(second);
         transparent = idsOf(third);
         hidden = idsOf(fourth);
+        for (const auto* const list : {&first, &third}) {
+            for (std::size_t i = 0; run.setup.mostusedmaterial && i < list->size(); ++i)
+                looks.merge(looksOf((*list)[i]));
+        }
+    }
+    /// Whether one material for all the parts of the merge is that of this part, too.
+    bool sharesALook(const ::osg::NodePtr& node) const {
+        const node_ids own = looksOf(node);
+        return std::any_of(own.begin(), own.end(),
+                           [this](::osg::UInt32 id) { return looks.count(id) != 0; });
     }
     /// Whether the merge takes the part, one way or the other.
     bool has(const ::osg::NodePtr& node) const {
@@ -50,6 +69,8 @@ struct part_lists {
         return plain.count(id) != 0 || transparent.count(id) != 0;
     }
     node_ids plain, switched, transparent, hidden;
+    /// Where one material is given to all: what the parts of the merge have theirs from.
+    node_ids looks;
 };
 
 /// Whether baking leaves a transparent part as it is: its image says what can be seen through.
@@ -121,9 +142,11 @@ void foretell(audited_part& part, const ::osg::NodePtr& node, const part_lists& 
     else
         set(part_fate::left_out, 0, 0);
 
-    // What hangs below switches may come to light.
-    const bool moves = (setup.removelod || setup.removeswitch) &&
-                       (lists.switched.count(id) != 0 || part.fate == part_fate::left_out);
+    // What hangs below switches may come to light, or go where it is hidden, too.
+    const bool left_out = part.fate == part_fate::left_out;
+    const bool moves = ((setup.removelod || setup.removeswitch) &&
+                        (lists.switched.count(id) != 0 || left_out || isHidden(node))) ||
+                       (left_out && !hidden && lists.sharesALook(node));
     if (run.builds_hull || moves) {
         const bool is_whole = hull_is_whole && !moves;
         set(part_fate::open, is_whole ? std::min(part.least, sound) : 0, part.triangles);
@@ -352,7 +375,7 @@ audit_plan planOfRun(const ::osg::NodePtr& root, const std::vector<named_part>& 
     if (run.removes_parts && !run.builds_hull && !run.setup.removelod && !run.setup.removeswitch)
         plan.removed_parts = 0;
     plan.order_is_new = reorders && !run.setup.merge.alphageometry;
-    const part_lists lists(root);
+    const part_lists lists(root, run);
     plan.has_ids = run.merges && run.tracks_ids;
     plan.by_part = plan.has_ids && tellsParts(parts, lists, run);
 

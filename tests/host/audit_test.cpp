@@ -1,5 +1,6 @@
 #include "tests/support/placed_scenes.h"
 #include "tests/support/test.h"
+#include "tests/support/textured_scenes.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/driver/morva_osg_scenerebuild.h>
@@ -150,7 +151,7 @@ TEST(Audit, WithAnIdMapEachPartIsCheckedOnItsOwn) {
         std::copy_n(at(twice), 3, at(lost));
     else if (lost >= 0)
         kept.positions.erase(at(lost), at(lost + 1));
-    kept.primitives = {{4, static_cast<unsigned>(kept.positions.size())}};
+    kept.primitives = {{4, unsigned(kept.positions.size())}};
     return group(
         {group(), moved({3, 0, 0}, {named("_G_1", meshNode(kept, chunked({1, 1, 1, .5f})))})});
 }
@@ -159,7 +160,7 @@ TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
     std::mt19937 rng(seedOf(4));
     mesh_data glass = soup(rng, 24000); // enough vertices for a new order
     for (::osg::Pnt3f& p : glass.positions)
-        p[2] += 0.001f * static_cast<float>(rng() % 1000); // few equal triangles
+        p[2] += 0.001f * float(rng() % 1000); // few equal triangles
     mesh_data whole = glass;
     for (std::size_t i = 0; i < whole.positions.size(); i += 3) { // none degenerate
         whole.positions[i] += ::osg::Vec3f(0, 0, 9.f);
@@ -194,31 +195,6 @@ TEST(Audit, SaysWhatANewDrawOrderShowsTwice) {
     EXPECT_EQ(judged(glass, -1, 17).differences.size(), 2u) << "one of the parts, one of the sum";
 }
 
-/// Parts with images, some of them transparent by their pixels or their material.
-::osg::NodePtr texturedParts(std::mt19937& rng) {
-    std::vector<::osg::MaterialRefPtr> looks = {::osg::MaterialRefPtr(simple({1, 0, 0}))};
-    for (int i = 0; i < 8; ++i) // the last ones are larger than half of an atlas
-        looks.emplace_back(
-            chunked({1, 1, 1, i % 3 == 2 ? .5F : 1.F},
-                    imageOf(i % 2 == 0 ? ::osg::Image::OSG_RGB_PF : ::osg::Image::OSG_RGBA_PF,
-                            8 + 4 * i, 16, i == 3 ? 90 : 255)));
-    const ::osg::NodePtr scene = anyScene(rng, 3);
-    for (unsigned i = 1; i < 5; ++i)
-        scene->addChild(meshNode(rng() % 2 == 0 ? mixture(rng, i * 2) : soup(rng, 9)));
-    unsigned number = 0;
-    for (const ::osg::NodePtr& node : geometryNodes(scene)) {
-        named("n" + std::to_string(number++), node);
-        const ::osg::GeometryPtr core = coreOf(node);
-        core->setMaterial(looks[rng() % looks.size()].get());
-        const ::osg::GeoTexCoords2fPtr coordinates = ::osg::GeoTexCoords2f::create();
-        const auto most = static_cast<unsigned>(4 + rng() % 16);
-        for (::osg::UInt32 i = 0; i < core->getPositions()->size(); ++i)
-            coordinates->push_back({float(rng() % most) / 4, float(rng() % most) / 4});
-        core->setTexCoords(coordinates);
-    }
-    return scene;
-}
-
 /// Takes triangles off the end of a node that has nothing else, up to one that is not degenerate.
 bool loseTriangle(const ::osg::NodePtr& node) {
     const ::osg::GeometryPtr core = coreOf(node);
@@ -251,8 +227,7 @@ TEST(AuditOfAtlases, PassesAnySceneWithImagesAndMissesATriangle) {
     for (unsigned seed = 0; seed < 40; ++seed) {
         for (const auto& row : rows) {
             SCOPED_TRACE(testing::Message() << seed << ": " << row.keys);
-            std::mt19937 rng(seed);
-            const node_ref scene(texturedParts(rng));
+            const node_ref scene(textured_scene(seed).root());
             const audited_run run =
                 runAudit(scene.get(), std::string("maxtexturesize(64),") + row.keys);
             EXPECT_EQ(run.verdict.differences, texts{});

@@ -15,8 +15,10 @@ class textured_scene {
     explicit textured_scene(unsigned seed) : rng_(seed) {
         for (int i = 0; i < 7; ++i)
             images_.emplace_back(anyImage());
-        for (int i = 0; i < 9; ++i)
+        for (int i = 0; i < 9; ++i) {
             materials_.emplace_back(anyMaterial());
+            ::osg::setName(materials_.back().get(), "look");
+        }
     }
     ::osg::NodePtr root() {
         const ::osg::NodePtr top = group();
