@@ -70,7 +70,7 @@ node_list box(const char* name, unsigned sides, float thickness) {
     const ::osg::NodePtr root = group({part("sky", turnedOver(ball(70))),
                                        moved({0, 0, 3}, {part("box", hollowed(block(2), 0.98F))})});
     for (int i = 0; i < 40; ++i) {
-        const float at = 0.07F * static_cast<float>(i) - 1.4F;
+        const float at = 0.07F * float(i) - 1.4F;
         root->addChild(part("in the box", block(0.03F, {at, at, 3 - 0.5F * at})));
     }
     return root;

@@ -83,10 +83,6 @@ struct naive_scene {
     }
 };
 
-inline bool samePlace(const ::osg::Pnt3f& a, const ::osg::Pnt3f& b) {
-    return a[0] == b[0] && a[1] == b[1] && a[2] == b[2];
-}
-
 /// The values that a geometry of a prepared scene gets, one per position.
 inline std::vector<float> naiveValues(const naive_scene& scene, const ::osg::NodePtr& node,
                                       const std::vector<float3>& rays, double distance) {
@@ -96,8 +92,9 @@ inline std::vector<float> naiveValues(const naive_scene& scene, const ::osg::Nod
     std::vector<float> values;
     for (::osg::UInt32 i = 0; i < core->getPositions()->size(); ++i) {
         ::osg::UInt32 first = in_world ? 0 : i; // of those at this place, which all look alike
-        while (first < i &&
-               !samePlace(core->getPositions()->getValue(first), core->getPositions()->getValue(i)))
+        const ::osg::Pnt3f at = core->getPositions()->getValue(i);
+        while (first < i && !std::equal(at.getValues(), at.getValues() + 3,
+                                        core->getPositions()->getValue(first).getValues()))
             ++first;
         ::osg::Vec3f normal(0, 0, 0);
         if (core->getNormals() != ::osg::NullFC && first < core->getNormals()->size())

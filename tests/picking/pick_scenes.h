@@ -42,7 +42,7 @@ inline void place(const NodePtr& node, ::osg::Matrix4d to_world, bool shown,
     if (core != ::osg::NullFC) {
         for (auto it = core->beginTriangles(); it != core->endTriangles(); ++it) {
             const Pnt3f p[] = {it.getPosition(0), it.getPosition(1), it.getPosition(2)};
-            placed_triangle t = {node, static_cast<unsigned>(it.getIndex()), {}, shown};
+            placed_triangle t = {node, unsigned(it.getIndex()), {}, shown};
             for (int k = 0; k < 3; ++k)
                 to_world.multMatrixPnt(Pnt3d(p[k][0], p[k][1], p[k][2]), t.corners[k]);
             t.is_met &= !morva::osg::is_rogue(p[0], p[1], p[2]);
@@ -50,7 +50,7 @@ inline void place(const NodePtr& node, ::osg::Matrix4d to_world, bool shown,
         }
     }
     const auto choice = ::osg::SwitchPtr::dcast(node->getCore());
-    for (int i = 0; i < static_cast<int>(node->getNChildren()); ++i)
+    for (int i = 0; i < int(node->getNChildren()); ++i)
         place(node->getChild(i), to_world,
               shown && (choice == ::osg::NullFC || choice->getChoice() == ::osg::Switch::ALL ||
                         choice->getChoice() == i),
@@ -66,7 +66,7 @@ inline Line anyRay(std::mt19937& rng, const std::vector<placed_triangle>& world)
                 v = u == 0.F ? u : between(rng, 0, 1 - u);
     const Pnt3d p = t.corners[0] + (t.corners[1] - t.corners[0]) * double{u} +
                     (t.corners[2] - t.corners[0]) * double{v};
-    const Pnt3f at{static_cast<float>(p[0]), static_cast<float>(p[1]), static_cast<float>(p[2])};
+    const Pnt3f at{float(p[0]), float(p[1]), float(p[2])};
     Vec3f odd, axis;
     odd[rng() % 3] = rng() % 2 == 0 ? NAN : ::osg::Inf;
     axis[rng() % 3] = rng() % 2 == 0 ? 1.F : -1.F;

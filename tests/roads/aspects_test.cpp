@@ -154,10 +154,7 @@ comparison compare(const pass& act, std::size_t size) {
 }
 
 TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
-    const struct {
-        const char* name;
-        pass act;
-    } rows[] = {
+    const std::pair<const char*, pass> rows[] = {
         {"merge", optTreeBy("maxtris(5),opt(3),idmapinroot(true),keeprenderfalse(true)")},
         {"threads",
          optTreeBy("maxtris(100),opt(2),calcnormals(true),vertexcolor(9),numthreads(2)")},
@@ -183,8 +180,7 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
              morva::osg::split_GeometriesByIndex(root, 9, true, 1);
              return node_ref();
          }},
-        {"division of a root",
-         [](const NodePtr&) {
+        {"division of a root", [](const NodePtr&) {
              mesh_data mesh = quads(8);
              mesh.primitives = {{7, 24}, {1, 8}};
              const node_ref alone(meshNode(mesh));
@@ -192,12 +188,11 @@ TEST(AspectThreads, TakeOverWhatAPassMadeAndWhatItChanged) {
              morva::osg::reportChange(alone.get());
              morva::osg::split_Geometries(alone.get(), 1, true, 1);
              return alone;
-         }},
-    };
+         }}};
     ::osg::ChangeList::setReadWriteDefault(true);
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        const comparison both = compare(row.act, 6);
+    for (const auto& [name, act] : rows) {
+        SCOPED_TRACE(name);
+        const comparison both = compare(act, 6);
         EXPECT_EQ(both.seen, both.made);
         EXPECT_GT(both.entries, 1U);
     }

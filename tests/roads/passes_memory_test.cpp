@@ -1,7 +1,7 @@
 // What the passes over whole scenes do when memory runs out: one allocation fails, each in turn.
 
-#include "../support/shortage.h"
 #include "tests/collision/solids.h"
+#include "tests/support/shortage.h"
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
