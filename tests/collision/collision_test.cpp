@@ -183,8 +183,7 @@ TEST(Collision, LooksAtNeighboursAloneInLongLists) {
         node_list nodes;
         for (int i = 0; i < 4150; ++i)
             nodes.push_back(
-                moved(5.F * Vec3f(static_cast<float>(i % 64), static_cast<float>(i / 64), 0.F),
-                      {nodeOf(core.get())}));
+                moved(5.F * Vec3f(float(i % 64), float(i / 64), 0.F), {nodeOf(core.get())}));
         return moved(by, nodes);
     };
     const node_ref a(grid(Vec3f(0, 0, 0))), b(grid(Vec3f(2.5F, 2.5F, 0.1F)));
@@ -239,7 +238,7 @@ TEST(Collision, KeepsTreesWhileNodesMoveAndSeesWhatIsMarked) {
     CollisionResults results;
     const unsigned before = morva::osg::num_attachments();
     for (int i = 0; i < 200; ++i) {
-        b.put(shifted(Vec3f(0.01F * static_cast<float>(i) + 1.005F, 0.F, 0.F)));
+        b.put(shifted(Vec3f(0.01F * float(i) + 1.005F, 0.F, 0.F)));
         const bool touch =
             morva::osg::collision(a.root.get(), b.root.get(), CollisionParam(), results);
         EXPECT_EQ(touch, i < 100) << i; // the ball ends at 1, the block begins at its place - 1

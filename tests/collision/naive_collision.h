@@ -103,7 +103,7 @@ struct naive_pair {
         std::copy_n(matrix.getValues(), 16, wide.getValues());
         wide.invert();
         std::transform(wide.getValues(), wide.getValues() + 16, inverse.getValues(),
-                       [](double value) { return static_cast<float>(value); });
+                       [](double value) { return float(value); });
         return inverse;
     }
 
@@ -119,16 +119,16 @@ struct naive_pair {
         naive_box half_a[2] = {at_a, at_a}, half_b[2] = {at_b, at_b}, half[2] = {own_b, own_b};
         std::uint64_t child_a[2] = {node_a, node_a}, child_b[2] = {node_b, node_b};
         if (in_a.axis >= 0) {
-            const auto k = static_cast<::osg::UInt32>(in_a.axis);
+            const auto k = ::osg::UInt32(in_a.axis);
             half_a[0].high[k] = in_a.left_plane;
             half_a[1].low[k] = in_a.right_plane;
             child_a[0] = node_a + 1;
-            child_a[1] = static_cast<std::uint64_t>(in_a.right);
+            child_a[1] = std::uint64_t(in_a.right);
         }
         if (in_b.axis >= 0) {
             cut(in_b, half_b, half);
             child_b[0] = node_b + 1;
-            child_b[1] = static_cast<std::uint64_t>(in_b.right);
+            child_b[1] = std::uint64_t(in_b.right);
         }
         const auto go = [&](int i, int j) {
             return descend(half_a[i], half_b[j], half[j], child_a[i], child_b[j]);
@@ -141,7 +141,7 @@ struct naive_pair {
     /// Boxes of B's children from those of their parent.
     void cut(const morva::bih_node<float>& node, naive_box (&moved)[2],
              naive_box (&half)[2]) const {
-        const auto k = static_cast<::osg::UInt32>(node.axis);
+        const auto k = ::osg::UInt32(node.axis);
         const float above = half[0].high[k] - node.left_plane;
         const float below = node.right_plane - half[0].low[k];
         for (::osg::UInt32 i = 0; i < 3; ++i) {

@@ -28,9 +28,8 @@ inline mesh_data ballMesh(unsigned rings) {
         const double pi = std::acos(-1.0), theta = pi * i / rings;
         const double phi = pi * (j % (2 * rings)) / rings;
         const double around = i == 0 || i == rings ? 0.0 : std::sin(theta); // poles are one point
-        return ::osg::Pnt3f(static_cast<float>(around * std::cos(phi)),
-                            static_cast<float>(around * std::sin(phi)),
-                            static_cast<float>(std::cos(theta)));
+        return ::osg::Pnt3f(float(around * std::cos(phi)), float(around * std::sin(phi)),
+                            float(std::cos(theta)));
     });
     return triangles(corners);
 }
@@ -38,14 +37,14 @@ inline mesh_data ballMesh(unsigned rings) {
 /// A cube from -1 to 1 whose faces are grids of `cells` by `cells` squares.
 inline mesh_data blockMesh(unsigned cells) {
     corner_list corners;
-    const float step = 2.F / static_cast<float>(cells);
+    const float step = 2.F / float(cells);
     for (::osg::UInt32 axis = 0; axis < 3; ++axis) {
         for (const float side : {-1.F, 1.F}) {
             addCells(corners, cells, cells, [&](unsigned i, unsigned j) {
                 ::osg::Pnt3f p;
                 p[axis] = side;
-                p[(axis + 1) % 3] = side * (static_cast<float>(i) * step - 1.F);
-                p[(axis + 2) % 3] = static_cast<float>(j) * step - 1.F;
+                p[(axis + 1) % 3] = side * (float(i) * step - 1.F);
+                p[(axis + 2) % 3] = float(j) * step - 1.F;
                 return p;
             });
         }
@@ -56,9 +55,9 @@ inline mesh_data blockMesh(unsigned cells) {
 /// A wavy sheet of `cells` by `cells` squares from -1 to 1; open.
 inline mesh_data waveMesh(unsigned cells) {
     corner_list corners;
-    const float step = 2.F / static_cast<float>(cells);
+    const float step = 2.F / float(cells);
     addCells(corners, cells, cells, [step](unsigned i, unsigned j) {
-        const float x = step * static_cast<float>(i) - 1.F, y = step * static_cast<float>(j) - 1.F;
+        const float x = step * float(i) - 1.F, y = step * float(j) - 1.F;
         return ::osg::Pnt3f(x, y, 0.2F * std::sin(5.F * x) * std::cos(4.F * y));
     });
     return triangles(corners);

@@ -55,7 +55,7 @@ contents contentsOf(const ::osg::GeometryPtr& g) {
 }
 
 std::uint32_t countOf(const contents& all, std::size_t property) {
-    return static_cast<std::uint32_t>((all[property].size() - 1) / widths[property]);
+    return std::uint32_t((all[property].size() - 1) / widths[property]);
 }
 
 float floatOf(std::uint32_t word) {
@@ -131,7 +131,7 @@ contents naiveSingle(const contents& shared) {
             if (!shared[i].empty())
                 key.*fields[i] = static_cast<std::int32_t>(shared[5][at++]);
         }
-        const auto entered = known.emplace(key, static_cast<std::uint32_t>(known.size()));
+        const auto entered = known.emplace(key, std::uint32_t(known.size()));
         out[5].push_back(entered.first->second);
         for (std::size_t i = 0; entered.second && i < 5; ++i) {
             if (shared[i].empty())
@@ -205,7 +205,7 @@ mesh_data randomMesh(std::mt19937& rng, bool large = false) {
                      : rng() % 2 == 0 ? soup(rng, rng() % 30)
                                       : mixture(rng, rng() % 12);
     for (std::size_t i = 0; large && i < mesh.positions.size(); ++i)
-        mesh.positions[i][0] = static_cast<float>(rng() % 50000); // many different, some twice
+        mesh.positions[i][0] = float(rng() % 50000); // many different, some twice
     mesh = withAttributes(std::move(mesh), rng);
     const bool spoilt = rng() % 2 == 0;
     for (std::size_t i = 0; spoilt && i < mesh.positions.size(); ++i) {
@@ -275,7 +275,7 @@ words naiveJoined(const ::osg::GeometryPtr& g) {
     const auto same = [&](std::uint32_t bits, std::uint32_t a, std::uint32_t b) {
         bool compared = a == b;
         for (std::uint32_t bit = 1; bit < 4096; bit *= 2) {
-            const auto* p = (bits & bit) != 0 ? g->getProperty(static_cast<int>(bit)) : nullptr;
+            const auto* p = (bits & bit) != 0 ? g->getProperty(int(bit)) : nullptr;
             const std::uint32_t count = p != nullptr ? p->getSize() : 0;
             const std::size_t bytes = p != nullptr ? p->getDimension() * p->getFormatSize() : 0;
             if ((a < count) != (b < count) ||

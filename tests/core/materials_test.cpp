@@ -102,8 +102,7 @@ TEST(MaterialQueries, ColoursComeInTheOrderOfTheQuintuple) {
         {"choice of none", choiceOf(~0U, {first_of_two()}), "none", "none",
          "False SwitchMatChoice\n"},
         {"no colour", ofChunks({::osg::BlendChunk::create()}), "none", "none", ""},
-        {"null", ::osg::NullFC, "none", "none", ""},
-    };
+        {"null", ::osg::NullFC, "none", "none", ""}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
         const node_ref node(meshNode(quads(1), row.material));
@@ -164,8 +163,7 @@ TEST(MaterialQueries, ImageAndItsFlags) {
         {"no alpha channel", ofChunks({texture(plain)}), plain, false, false},
         {"no texture", ofChunks({colors(1)}), none, false, false},
         {"no material", ::osg::NullFC, none, false, false},
-        {"switch material", choiceOf(0, {ofChunks({texture(faint, blend)})}), none, false, false},
-    };
+        {"switch material", choiceOf(0, {ofChunks({texture(faint, blend)})}), none, false, false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
         const node_ref node(meshNode(quads(1), row.material));
@@ -205,8 +203,7 @@ TEST(MaterialQueries, AlphaWhetherToSkipAndWhetherToBakeTheOwnOneOrTheOneAbove) 
          true, false},
         {"choice", choiceOf(0, {simple({1, 0, 0})}), false, true, false},
         {"choice of nothing", choiceOf(0, {}), false, true, false},
-        {"none", ::osg::NullFC, false, false, false},
-    };
+        {"none", ::osg::NullFC, false, false, false}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.rule);
         const node_ref own(sceneOf("m", {{"m", row.material}}));
@@ -384,8 +381,7 @@ TEST(ColorConversion, EmptyPropertiesGoOffADrawableCoreAlone) {
         EXPECT_EQ(morva::osg::checkGeoProperties(checked.get()), bit != geometry::MapPosition);
         const bool goes = bit != geometry::MapPosition && bit <= geometry::MapTexCoords3;
         for (unsigned one = 1; one < geometry::MapEmpty; one *= 2) {
-            EXPECT_EQ(checked->getProperty(static_cast<::osg::UInt16>(one)) == nullptr,
-                      goes && one == bit)
+            EXPECT_EQ(checked->getProperty(::osg::UInt16(one)) == nullptr, goes && one == bit)
                 << one << " of " << bit;
         }
     }

@@ -32,8 +32,7 @@ TEST(CalcBoundingBox, HoldsEveryCornerAndRepairsFlatAxesAroundZero) {
         {"a single place", {{{7, 7, 7}, {7, 7, 7}, {7, 7, 7}}}, {0, 0, 0}, {0, 0, 0}},
         {"thick enough", {{{0, 0, 0}, {1, 0, 2e-7f}, {0, 1, 0}}}, {0, 0, 0}, {1, 1, 2e-7f}},
         {"none", {}, {0, 0, 0}, {0, 0, 0}},
-        {"nan is passed over", {{{0, 0, 0}, {nan, 1, 1}, {2, 2, 2}}}, {0, 0, 0}, {2, 2, 2}},
-    };
+        {"nan is passed over", {{{0, 0, 0}, {nan, 1, 1}, {2, 2, 2}}}, {0, 0, 0}, {2, 2, 2}}};
     for (auto row : rows) {
         flat_list list;
         list.triangles = row.triangles.data();

@@ -58,7 +58,7 @@ parameter_map parseBytewise(const std::string& text) {
         if (!open && c == '(')
             open = true;
         else if (!open)
-            key += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            key += char(std::tolower(static_cast<unsigned char>(c)));
         else if (first_close)
             value_ended = true;
         else if (!value_ended)
@@ -80,8 +80,7 @@ TEST(ParseOptTreeParams, AgreesWithABytewiseParserOnRubbish) {
     for (int round = 0; round < roundsOf(20000); ++round) {
         std::string text;
         for (std::size_t length = random() % 30; length > 0; --length)
-            text += round % 4 == 0 ? static_cast<char>(random() % 256)
-                                   : alphabet[random() % alphabet.size()];
+            text += round % 4 == 0 ? char(random() % 256) : alphabet[random() % alphabet.size()];
         ASSERT_EQ(parse(text), parseBytewise(text)) << testing::PrintToString(text);
     }
 }

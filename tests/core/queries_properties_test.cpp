@@ -27,7 +27,7 @@ TEST(Set, CopiesComponentsOnly) {
     morva::math::transformation_matrix<float> stored;
     morva::osg::set(stored, matrix);
     for (unsigned i = 0; i < 16; ++i)
-        EXPECT_EQ(stored[i], static_cast<float>(i));
+        EXPECT_EQ(stored[i], float(i));
 }
 
 // The scene graph itself makes them over an index; where there is none, each vertex has its own.
@@ -51,7 +51,7 @@ TEST(PropertyQueries, CreaseNormalsAreAsOverRunningIndices) {
         for (auto it = twin->beginTriangles(); it != twin->endTriangles(); ++it, ++made) {
             for (::osg::Int32 k = 0; k < 3; ++k) {
                 EXPECT_EQ(made.getNormal(k), it.getNormal(k));
-                expected[static_cast<std::size_t>(it.getPositionIndex(k))] = it.getNormal(k);
+                expected[std::size_t(it.getPositionIndex(k))] = it.getNormal(k);
             }
         }
         EXPECT_EQ(plain->getIndices(), ::osg::NullFC);

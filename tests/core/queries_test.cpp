@@ -4,6 +4,7 @@
 #include "tests/support/test.h"
 
 #include <morva/core/morva_osg_alpha_scans.h>
+#include <morva/core/morva_osg_geometry_columns.h>
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/core/morva_osg_tools.h>
 
@@ -77,6 +78,9 @@ TEST(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
                                                 {3, 0},           {4, 3},  {5, 0}, {9, 0}};
     for (const auto& [type, vertices] : classes)
         EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(type), vertices) << type;
+    unsigned lines = 0;
+    morva::osg::forEachLine({GL_LINES, 0, 3, 4}, [&](auto, auto) { ++lines; });
+    EXPECT_EQ(lines, 2U) << "the data reaches on";
 }
 
 TEST(GeometryQueries, ThresholdIsForTheListedPropertiesAlone) {
@@ -127,20 +131,18 @@ TEST(IsRogue, InEveryOrderOfCornersAndAxesAndSuchAreNotCounted) {
         const char* rule;
         ::osg::Pnt3f corners[3];
         bool rogue;
-    } rows[] = {
-        {"plain", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, false},
-        {"two equal", {{1, 2, 3}, {1, 2, 3}, {0, 1, 0}}, true},
-        {"within the tolerance", {{0, 0, 0}, {1e-6F, -1e-6F, 0}, {0, 1, 1}}, true},
-        {"just outside", {{0, 0, 0}, {1.1e-6F, 0, 0}, {0, 1, 1}}, false},
-        {"along an axis", {{0, 2, 2}, {1, 2, 2}, {5, 2, 2}}, true},
-        {"along a slope is kept", {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, false},
-        {"signed zeros are equal", {{0, 0, -0.0F}, {1, -0.0F, 0}, {5, 0, 0}}, true},
-        {"at the limit", {{huge, 0, 0}, {0, -huge, 0}, {0, 0, 1}}, false},
-        {"above the limit", {{beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
-        {"below the limit", {{-beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
-        {"infinite", {{infinite, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
-        {"nan", {{nan_value, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
-    };
+    } rows[] = {{"plain", {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}}, false},
+                {"two equal", {{1, 2, 3}, {1, 2, 3}, {0, 1, 0}}, true},
+                {"within the tolerance", {{0, 0, 0}, {1e-6F, -1e-6F, 0}, {0, 1, 1}}, true},
+                {"just outside", {{0, 0, 0}, {1.1e-6F, 0, 0}, {0, 1, 1}}, false},
+                {"along an axis", {{0, 2, 2}, {1, 2, 2}, {5, 2, 2}}, true},
+                {"along a slope is kept", {{0, 0, 0}, {1, 1, 1}, {2, 2, 2}}, false},
+                {"signed zeros are equal", {{0, 0, -0.0F}, {1, -0.0F, 0}, {5, 0, 0}}, true},
+                {"at the limit", {{huge, 0, 0}, {0, -huge, 0}, {0, 0, 1}}, false},
+                {"above the limit", {{beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
+                {"below the limit", {{-beyond, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
+                {"infinite", {{infinite, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true},
+                {"nan", {{nan_value, 0, 0}, {0, 1, 0}, {0, 0, 1}}, true}};
     const unsigned orders[6][3] = {{0, 1, 2}, {0, 2, 1}, {1, 0, 2},
                                    {1, 2, 0}, {2, 0, 1}, {2, 1, 0}};
     mesh_data mesh = primitivesOnly({{4, 3}});
@@ -176,7 +178,7 @@ TEST(TriangleArea, IsFiniteAlways) {
     // Single precision up to the root: the products of a sliver round to another area.
     const float uu = 9.0F + 1e-4F * 1e-4F, uv = 18.0F + 1e-4F * 2e-4F;
     const float vv = 36.0F + 2e-4F * 2e-4F + 1e-5F * 1e-5F;
-    const double expected = 0.5 * std::sqrt(static_cast<double>(uu * vv - uv * uv));
+    const double expected = 0.5 * std::sqrt(double(uu * vv - uv * uv));
     EXPECT_EQ(triangle_area({0, 0, 0}, {3, 1e-4F, 0}, {6, 2e-4F, 1e-5F}),
               std::isfinite(expected) ? expected : 0.0);
 }
@@ -189,8 +191,6 @@ TEST(GeometryQueries, ModelExtentsAreThoseOfTheNodesVolume) {
     EXPECT_EQ(morva::osg::ModelHeight(root.get()), 8);
     EXPECT_EQ(morva::osg::ModelLength(root.get()), 20.5F);
 }
-
-// ---- lists of nodes
 
 namespace {
 
@@ -230,7 +230,7 @@ TEST(NodeLists, GetGeometryNodesSortsPlainThenSwitchesThenTransparent) {
         EXPECT_EQ(namesOf(nodes), expected);
         // Appends; what is in the list already counts as ahead.
         EXPECT_EQ(morva::osg::getGeometryNodes(root.get(), nodes, with_switches),
-                  expected.size() + static_cast<std::size_t>(ahead));
+                  expected.size() + std::size_t(ahead));
         // The number under switches is told also when they are not wanted.
         EXPECT_EQ(morva::osg::getGeometryNodes(root.get(), plain, transparent, with_switches), 4U);
         EXPECT_EQ(namesOf(plain), names(expected.begin(), expected.begin() + ahead));

@@ -18,10 +18,8 @@ void listBelow(const NodePtr& parent, const NodePtr& child) {
 
 TEST(SceneRules, NameWhatIsBroken) {
     strays_expected = true; // spoiled counts
-    const struct {
-        const char* rule;
-        void (*spoil)(const NodePtr& root, const GeometryPtr& core);
-    } rows[] = {
+    using change = void (*)(const NodePtr& root, const GeometryPtr& core);
+    const std::pair<const char*, change> rows[] = {
         {"", [](auto&, auto&) {}},
         {"", [](auto& root, auto&) { root->addChild(::osg::Node::create()); }},
         {"a parent has its children",
@@ -47,14 +45,14 @@ TEST(SceneRules, NameWhatIsBroken) {
          [](auto&, auto& core) { core->getIndexMapping(1) = 3; }},
         {"every property has an element for each vertex",
          [](auto&, auto& core) { core->setIndices(::osg::NullFC); }}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.rule);
+    for (const auto& [rule, spoil] : rows) {
+        SCOPED_TRACE(rule);
         const geometry_ref core(geometryOf(cube()));
         const NodePtr root = group({nodeOf(core), group({nodeOf(core)})});
         const node_ref above(group({root})), held(root);
         ::osg::subRefCP(GeometryPtr(core)); // the nodes hold it
-        row.spoil(root, core);
-        EXPECT_EQ(broken_rule_of(root), row.rule);
+        spoil(root, core);
+        EXPECT_EQ(broken_rule_of(root), rule);
         ::osg::addRefCP(core);
         ::osg::addRefCP(root); // ends later than what was spoiled
     }

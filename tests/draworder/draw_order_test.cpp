@@ -11,8 +11,7 @@ mesh_data sheet(std::mt19937& rng, unsigned columns, unsigned rows, unsigned swa
                 unsigned degenerate) {
     mesh_data mesh;
     for (unsigned i = 0; i < (columns + 1) * (rows + 1); ++i)
-        mesh.positions.emplace_back(static_cast<float>(i % (columns + 1)),
-                                    static_cast<float>(i / (columns + 1)), 0.0F);
+        mesh.positions.emplace_back(float(i % (columns + 1)), float(i / (columns + 1)), 0.0F);
     std::vector<std::array<unsigned, 3>> triangles;
     for (unsigned i = 0; i < columns * rows; ++i) {
         const unsigned a = i / columns * (columns + 1) + i % columns, b = a + columns + 1;
@@ -27,7 +26,7 @@ mesh_data sheet(std::mt19937& rng, unsigned columns, unsigned rows, unsigned swa
     }
     for (const auto& t : triangles)
         mesh.indices.insert(mesh.indices.end(), t.begin(), t.end());
-    mesh.primitives = {{4, static_cast<unsigned>(mesh.indices.size())}};
+    mesh.primitives = {{4, unsigned(mesh.indices.size())}};
     return mesh;
 }
 
@@ -36,7 +35,7 @@ mesh_data segments(std::mt19937& rng, unsigned count, unsigned points) {
     mesh_data mesh = row(points, 1);
     mesh.primitives = {{1, 2 * count}};
     for (unsigned i = 0; i < 2 * count; ++i)
-        mesh.indices.push_back(static_cast<::osg::UInt32>(rng() % points));
+        mesh.indices.push_back(unsigned(rng() % points));
     return mesh;
 }
 
@@ -51,12 +50,9 @@ mesh_data withOwnIndices(mesh_data mesh, std::mt19937& rng) {
     }
     if (!positions.empty()) {
         mesh = withIndexPerProperty(std::move(mesh), rng);
-        for (std::size_t i = 0; i < positions.size(); ++i) {
-            mesh.indices[i * mesh.mapping.size()] = positions[i];
-            if (i % 2 != 0) // as most vertices of real meshes have it
-                std::fill_n(&mesh.indices[i * mesh.mapping.size()], mesh.mapping.size(),
-                            positions[i]);
-        }
+        const std::size_t width = mesh.mapping.size();
+        for (std::size_t i = 0; i < positions.size(); ++i) // all alike as in most real meshes
+            std::fill_n(&mesh.indices[i * width], i % 2 == 0 ? 1 : width, positions[i]);
     }
     return mesh;
 }
@@ -64,25 +60,17 @@ mesh_data withOwnIndices(mesh_data mesh, std::mt19937& rng) {
 /// A sheet, and beside it some vertices with an element for every two of a rim each.
 mesh_data hubs(std::mt19937& rng, unsigned rim, unsigned count) {
     mesh_data mesh = sheet(rng, 6, 6, 20, rim == 300 ? 3 : 0);
-    const auto first = static_cast<unsigned>(mesh.positions.size());
+    const auto first = unsigned(mesh.positions.size());
     for (unsigned i = 0; i < rim + count; ++i)
-        mesh.positions.emplace_back(static_cast<float>(i % 31), static_cast<float>(i), 2.0F);
+        mesh.positions.emplace_back(float(i % 31), float(i), 2.0F);
     for (unsigned i = 0; i < rim * count; ++i) {
         const unsigned at = count + i / count;
         const unsigned other = rng() % 4 == 0 ? rng() % first : first + at;
         mesh.indices.insert(mesh.indices.end(),
                             {first + i % count, other, first + count + (at + 1) % rim});
     }
-    mesh.primitives = {{4, static_cast<unsigned>(mesh.indices.size())}};
+    mesh.primitives = {{4, unsigned(mesh.indices.size())}};
     return mesh;
-}
-
-template <typename PropertyPtr, typename SourcePtr>
-void expectRows(const PropertyPtr& made, const SourcePtr& source,
-                const std::vector<::osg::Int32>& rows) {
-    ASSERT_EQ(made->getSize(), rows.size());
-    for (std::size_t i = 0; i < rows.size(); ++i)
-        ASSERT_TRUE(made->getValue(i) == source->getValue(static_cast<::osg::UInt32>(rows[i])));
 }
 
 /// Compares a piece's core, but for the normals that it gets of its own.
@@ -91,17 +79,18 @@ void expectPiece(const ::osg::GeometryPtr& made, const ::osg::GeometryPtr& sourc
     EXPECT_EQ(made->getTypes()->getValue(0), slot_0 ? 4U : 1U);
     ASSERT_EQ(made->getLengths()->getSize(), 1U);
     EXPECT_EQ(made->getLengths()->getValue(0), expected.corners);
-    ASSERT_EQ(made->getIndices()->getSize(), expected.index.size());
-    for (std::size_t i = 0; i < expected.index.size(); ++i)
-        ASSERT_EQ(made->getIndices()->getValue(i), expected.index[i]) << "index " << i;
-    const std::vector<::osg::UInt16> mapping(made->getMFIndexMapping()->begin(),
-                                             made->getMFIndexMapping()->end());
+    std::vector<::osg::UInt32> index;
+    for (::osg::UInt32 i = 0; i < made->getIndices()->getSize(); ++i)
+        index.push_back(made->getIndices()->getValue(i));
+    EXPECT_EQ(index, expected.index);
     std::vector<::osg::UInt16> mapped;
     const auto expectLike = [&](const auto& own, const auto& others, std::size_t i,
                                 ::osg::UInt16 bit) {
         if (others == ::osg::NullFC)
             return;
-        expectRows(own, others, expected.values[i]);
+        ASSERT_EQ(own->getSize(), expected.values[i].size());
+        for (::osg::UInt32 k = 0; k < own->getSize(); ++k)
+            ASSERT_TRUE(own->getValue(k) == others->getValue(unsigned(expected.values[i][k])));
         mapped.push_back(bit);
     };
     expectLike(made->getPositions(), source->getPositions(), 0, Geometry::MapPosition);
@@ -114,12 +103,11 @@ void expectPiece(const ::osg::GeometryPtr& made, const ::osg::GeometryPtr& sourc
         mapped[0] |= Geometry::MapNormal;
         EXPECT_EQ(made->getNormals()->getSize(), made->getPositions()->getSize());
     }
-    EXPECT_EQ(mapping, mapped);
+    EXPECT_EQ(made->getMFIndexMapping()->getValues(), mapped);
     EXPECT_STREQ(::osg::getName(made), ::osg::getName(made->getParents()[0]));
 }
 
-/// What happened on the way, so that a test can tell that it happened at all.
-struct coverage {
+struct coverage { ///< what happened on the way, so that a test can tell that it happened at all
     unsigned cases = 0, pieces = 0, drawn_twice = 0;
 };
 
@@ -140,8 +128,6 @@ void expectAsOnLists(const mesh_data& mesh, unsigned limit, bool per_property, c
         const ::osg::GeometryPtr made = coreOf(result->getChild(i));
         EXPECT_TRUE(made->getMaterial() == material);
         expectPiece(made, source, expected.pieces[i], Kind::corners == 3);
-        if (testing::Test::HasFatalFailure())
-            return;
     }
     ++seen.cases;
     seen.pieces += result->getNChildren();
@@ -154,10 +140,9 @@ template <typename Kind, typename Make> coverage compareMany(unsigned seed, cons
     coverage seen;
     for (unsigned round = 0; round < roundsOf(42U) && !testing::Test::HasFailure(); ++round) {
         const mesh_data mesh = make(rng, round);
-        for (const unsigned limit : {0U, 3U, 1U + unsigned(rng() % 40), 300U, 2000U, 60000U}) {
+        const unsigned low = round % 10 == 0 ? rng() % 3 : 3; // a piece for every triangle
+        for (const unsigned limit : {low, 3U, 3U + unsigned(rng() % 40), 300U, 2000U, 60000U}) {
             SCOPED_TRACE(testing::Message() << "round " << round << ", limit " << limit);
-            if (limit < 3 && round % 10 != 0)
-                continue; // a piece for every triangle
             expectAsOnLists<Kind>(mesh, limit, false, seen);
             expectAsOnLists<Kind>(mesh, limit, true, seen);
         }
@@ -176,8 +161,7 @@ TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
         case 1:
             return withOwnIndices(sheet(rng, columns, rows, columns * rows, 0), rng);
         case 2: // degenerate ones dropped, so that numbers are not places
-            return sheet(rng, 30, 30, 300 * (round / 6 % 3),
-                         20 + static_cast<unsigned>(rng() % 1400));
+            return sheet(rng, 30, 30, 300 * (round / 6 % 3), 20 + unsigned(rng() % 1400));
         case 3:
             return withAttributes(soup(rng, rows * 8), rng);
         default: {
@@ -189,12 +173,12 @@ TEST(DrawOrder, TrianglesAreDrawnAsOnLists) {
     });
     EXPECT_GT(seen.cases, 150U);
     EXPECT_GT(seen.pieces, 3 * seen.cases);
-    EXPECT_GT(seen.drawn_twice, 3U);
+    EXPECT_GT(seen.drawn_twice, 0U);
 }
 
 TEST(DrawOrder, LinesAreDrawnAsOnLists) {
     const coverage seen = compareMany<naive_lines>(62, [](std::mt19937& rng, unsigned round) {
-        const auto size = 20 + static_cast<unsigned>(rng() % 600);
+        const auto size = 20 + unsigned(rng() % 600);
         switch (round % 3) {
         case 0:
             return segments(rng, size, size / 2 + 1);

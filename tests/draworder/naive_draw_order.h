@@ -16,10 +16,6 @@
 
 namespace morva_test {
 
-template <typename... Sets> bool isAnyFull(unsigned limit, const Sets&... sets) {
-    return ((sets.size() >= limit) || ...);
-}
-
 /// How the walk reaches into the records of triangles.
 struct naive_triangles {
     using element = morva::osg::vcache_triangle_data;
@@ -34,19 +30,7 @@ struct naive_triangles {
     static constexpr auto score = &morva::osg::calcTriangleScore;
     static constexpr auto scoreAll = &morva::osg::calcTriangleScoreForVertices;
     static constexpr auto search = &morva::osg::searchHighestScoreTriangle;
-
-    static ::osg::TriangleIterator begin(const ::osg::GeometryPtr& g) {
-        return g->beginTriangles();
-    }
-    static std::array<::osg::Int32, 5> indices(const element& of, int corner) {
-        return {of.positions[corner], of.normals[corner], of.colors[corner], of.texCoords[corner],
-                of.texCoords7[corner]};
-    }
-    static bool isFull(const list& of) {
-        return of.perProperty ? isAnyFull(of.limit, of.usedPositions, of.usedNormals, of.usedColors,
-                                          of.usedTexCoords, of.usedTexCoords7)
-                              : isAnyFull(of.limit, of.usedCorners);
-    }
+    static auto begin(const ::osg::GeometryPtr& g) { return g->beginTriangles(); }
 };
 
 /// The same for lines.
@@ -56,8 +40,6 @@ struct naive_lines {
     using list = morva::osg::linedrawlist;
     static constexpr int corners = 2;
     static constexpr auto left = &vertex::linesLeft, count = &vertex::lineCount;
-
-    static ::osg::LineIterator begin(const ::osg::GeometryPtr& g) { return g->beginLines(); }
     static constexpr auto waiting = &vertex::lines;
     static constexpr auto drawn = &list::lines;
     static constexpr auto draw = &list::addLine;
@@ -65,14 +47,7 @@ struct naive_lines {
     static constexpr auto score = &morva::osg::calcLineScore;
     static constexpr auto scoreAll = &morva::osg::calcLineScoreForVertices;
 
-    static std::array<::osg::Int32, 5> indices(const element& of, int end) {
-        return {of.positions[end], of.normals[end], of.colors[end], -1, of.texCoords7[end]};
-    }
-    static bool isFull(const list& of) {
-        return of.perProperty ? isAnyFull(of.limit, of.usedPositions, of.usedNormals, of.usedColors,
-                                          of.usedTexCoords7)
-                              : isAnyFull(of.limit, of.usedCorners);
-    }
+    static ::osg::LineIterator begin(const ::osg::GeometryPtr& g) { return g->beginLines(); }
     static unsigned search(std::vector<element>& e, std::vector<vertex>& v,
                            std::list<unsigned>& lru, bool& flush, unsigned long& marker,
                            unsigned long&) {
@@ -113,7 +88,7 @@ template <typename Kind> class naive_order {
                     continue;
             }
             typename Kind::element e;
-            e.index = static_cast<unsigned>(it.getIndex());
+            e.index = unsigned(it.getIndex());
             for (int k = 0; k < Kind::corners; ++k) {
                 e.positions[k] = it.getPositionIndex(k);
                 e.normals[k] = it.getNormalIndex(k);
@@ -121,9 +96,9 @@ template <typename Kind> class naive_order {
                 if constexpr (Kind::corners == 3) // lines have no slot 0
                     e.texCoords[k] = it.getTexCoordsIndex(k);
                 e.texCoords7[k] = it.getTexCoordsIndex7(k);
-                typename Kind::vertex& v = vertices_[static_cast<std::size_t>(e.positions[k])];
+                typename Kind::vertex& v = vertices_[std::size_t(e.positions[k])];
                 ++(v.*Kind::count);
-                (v.*Kind::waiting).push_back(static_cast<unsigned>(elements_.size()));
+                (v.*Kind::waiting).push_back(unsigned(elements_.size()));
             }
             elements_.push_back(e);
         }
@@ -145,7 +120,7 @@ template <typename Kind> class naive_order {
         }
         open(limit, per_property);
         for (std::size_t i = 0; i < elements_.size(); ++i) {
-            if (Kind::isFull(lists_.back())) {
+            if (isFull(lists_.back())) {
                 open(limit, per_property);
                 flush();
                 current = next();
@@ -169,22 +144,33 @@ template <typename Kind> class naive_order {
         lists_.push_back(list);
     }
 
+    static bool isFull(const typename Kind::list& list) {
+        const auto full = [&](const auto&... sets) { return ((sets.size() >= list.limit) || ...); };
+        if (!list.perProperty)
+            return full(list.usedCorners);
+        if constexpr (Kind::corners == 3) {
+            if (full(list.usedTexCoords))
+                return true;
+        }
+        return full(list.usedPositions, list.usedNormals, list.usedColors, list.usedTexCoords7);
+    }
+
     unsigned next() {
         while (marker_ < elements_.size() && elements_[marker_].drawn)
             ++marker_;
-        return marker_ < elements_.size() ? static_cast<unsigned>(marker_) : 0;
+        return marker_ < elements_.size() ? unsigned(marker_) : 0;
     }
 
     void touch(unsigned current) {
         const auto& p = elements_[current].positions;
         for (const ::osg::Int32 position : p) {
-            typename Kind::vertex& v = vertices_[static_cast<std::size_t>(position)];
+            typename Kind::vertex& v = vertices_[std::size_t(position)];
             --(v.*Kind::left);
             (v.*Kind::waiting).remove(current);
         }
         for (const ::osg::Int32 position : p) {
-            lru_.remove(static_cast<unsigned>(position));
-            lru_.push_front(static_cast<unsigned>(position));
+            lru_.remove(unsigned(position));
+            lru_.push_front(unsigned(position));
         }
         int place = 0;
         for (const unsigned v : lru_) {
@@ -216,11 +202,14 @@ template <typename Kind> class naive_order {
         std::map<::osg::Int32, ::osg::UInt32> maps[5];
         for (const typename Kind::element* e : list.*Kind::drawn) {
             for (int k = 0; k < Kind::corners; ++k, ++piece.corners) {
-                const std::array<::osg::Int32, 5> old = Kind::indices(*e, k);
+                ::osg::Int32 old[5] = {e->positions[k], e->normals[k], e->colors[k], -1,
+                                       e->texCoords7[k]};
+                if constexpr (Kind::corners == 3)
+                    old[3] = e->texCoords[k];
                 for (std::size_t i = 0; i < 5; ++i) {
                     if (!has[i])
                         continue;
-                    const auto fresh = static_cast<::osg::UInt32>(piece.values[i].size());
+                    const auto fresh = ::osg::UInt32(piece.values[i].size());
                     const auto entered = maps[i].emplace(old[i], fresh);
                     if (entered.second)
                         piece.values[i].push_back(old[i]);

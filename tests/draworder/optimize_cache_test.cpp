@@ -13,28 +13,23 @@ namespace {
 using namespace morva::osg;
 
 TEST(CacheScores, VerticesScoreByPlaceAndWhatIsLeft) {
-    const struct {
-        int left, place;
-        float triangles, lines;
-    } cases[] = {{0, -1, -1.0F, -1.0F},
-                 {0, 0, -1.0F, -1.0F},
-                 {1, -1, 2.0F, 2.0F},
-                 {4, -1, 1.0F, 1.0F},
-                 {16, 1, 1.25F, 1.25F},
-                 {16, 2, 1.25F, 1.5F},
-                 {16, 3, 1.5F, 0.5F + std::pow(1.0F - 1.0F * 0.033333335F, 1.5F)},
-                 {16, 31, 0.5F + std::pow(1.0F - 28.0F * 0.03448276F, 1.5F),
-                  0.5F + std::pow(1.0F - 29.0F * 0.033333335F, 1.5F)}};
-    for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.left << " left at " << c.place);
+    const float cases[][4] = {{0, -1, -1.0F, -1.0F}, // left, place, of a triangle, of a line
+                              {0, 0, -1.0F, -1.0F},
+                              {1, -1, 2.0F, 2.0F},
+                              {4, -1, 1.0F, 1.0F},
+                              {16, 1, 1.25F, 1.25F},
+                              {16, 2, 1.25F, 1.5F},
+                              {16, 3, 1.5F, 0.5F + std::pow(1.0F - 1.0F * 0.033333335F, 1.5F)},
+                              {16, 31, 0.5F + std::pow(1.0F - 28.0F * 0.03448276F, 1.5F),
+                               0.5F + std::pow(1.0F - 29.0F * 0.033333335F, 1.5F)}};
+    for (const auto& [left, place, triangles, lines] : cases) {
+        SCOPED_TRACE(testing::Message() << left << " left at " << place);
         vcache_vertex_data vertex;
-        vertex.trianglesLeft = c.left;
-        vertex.cachePosition = c.place;
-        EXPECT_EQ(FindVertexScore(&vertex), c.triangles);
         vlinecache_vertex_data end;
-        end.linesLeft = c.left;
-        end.cachePosition = c.place;
-        EXPECT_EQ(FindLineVertexScore(&end), c.lines);
+        vertex.trianglesLeft = end.linesLeft = int(left);
+        vertex.cachePosition = end.cachePosition = int(place);
+        EXPECT_EQ(FindVertexScore(&vertex), triangles);
+        EXPECT_EQ(FindLineVertexScore(&end), lines);
     }
 }
 
@@ -73,7 +68,7 @@ TEST(OptimizeCache, RefusesWhatItCannotOrder) {
 TEST(OptimizeCacheForTree, GathersWhatItMakesAndShowsProgress) {
     std::mt19937 rng(seedOf(9));
     const node_ref root(group({meshNode(withNormals(quads(40), rng)), meshNode(row(9, 1)),
-                               group({meshNode(quads(1)), meshNode({})})}));
+                               group({meshNode(row(30, 0)), meshNode({})})}));
     const stream_capture out(std::cout);
     std::cout.precision(9);
     const node_ref result(optimizeCacheForTree(root.get(), 20, true, true));
@@ -104,28 +99,23 @@ TEST(OptimizeCache, SurvivesBrokenGeometry) {
         [](mesh_data& mesh) { mesh.indices[7] = mesh.indices[33] = 0xFFFFFFF0U; },
         [](mesh_data& mesh) { mesh.indices.resize(31); },
         [](mesh_data& mesh) {
-            mesh.primitives.assign(2, {mesh.primitives[0].first, ~0U});
+            mesh.primitives.resize(2, {mesh.primitives[0].first, ~0U});
         },
         [](mesh_data& mesh) {
-            const unsigned mode = mesh.primitives[0].first;
-            mesh.primitives = {{mode, 0}, {77, 5}, {mode, 7}};
+            mesh.primitives.insert(mesh.primitives.begin(), {{4, 0}, {77, 5}});
         },
         [](mesh_data& mesh) { mesh.mapping.pop_back(); }, // more vertices than told
         [](mesh_data& mesh) {
             for (std::size_t i = 0; i < mesh.positions.size(); i += 4)
                 mesh.positions[i][i % 3] = i % 8 == 0 ? HUGE_VALF : std::nanf("");
         },
-        [](mesh_data& mesh) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; },
-        nullptr}; // without lengths
+        [](mesh_data& mesh) { mesh.mapping[0] = ::osg::Geometry::MapEmpty; }};
     for (std::size_t i = 0; i < 6 * std::size(spoils); ++i) {
         SCOPED_TRACE(testing::Message() << "kind " << i / 6 << ", variant " << i % 6);
         mesh_data mesh = good;
         mesh.primitives = {{(i % 3 == 0 ? 4U : i % 3 == 1 ? 1U : 5U), 60}};
-        if (spoils[i / 6])
-            spoils[i / 6](mesh);
+        spoils[i / 6](mesh);
         const node_ref node(meshNode(mesh));
-        if (!spoils[i / 6])
-            coreOf(node.get())->setLengths(::osg::NullFC);
         bool above_limit = false;
         const node_ref made(optimizeCache(node.get(), above_limit, 4, i % 2 == 0));
         EXPECT_TRUE(above_limit);
@@ -137,10 +127,7 @@ TEST(OptimizeCache, SurvivesBrokenGeometry) {
 TEST(OptimizeCache, ManyTrianglesAroundOneVertexTakeNoLonger) {
     bool above_limit = false;
     const unsigned rim = 400000; // on lists hours
-    mesh_data mesh = fan(rim);
-    for (unsigned i = 1; i < rim; ++i)
-        mesh.positions[i] = ::osg::Pnt3f(static_cast<float>(i), static_cast<float>(i % 7), 1.0F);
-    const node_ref node(meshNode(mesh));
+    const node_ref node(meshNode(fan(rim)));
     const node_ref made(optimizeCache(node.get(), above_limit, 65533, false));
     unsigned corners = 0;
     for (const ::osg::NodePtr& piece : geometryNodes(made.get())) {

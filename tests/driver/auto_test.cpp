@@ -26,7 +26,7 @@ NodePtr furnished(const NodePtr& root) {
         }
         const auto made = ::osg::GeoTexCoords2f::create();
         for (::osg::UInt32 i = 0; i < coreOf(node)->getPositions()->size(); ++i)
-            made->addValue(::osg::Vec2f(static_cast<float>(i % 2), i % 3 == 0 ? 0.0F : 1.5F));
+            made->addValue(::osg::Vec2f(float(i % 2), i % 3 == 0 ? 0.0F : 1.5F));
         coreOf(node)->setTexCoords(made);
     }
     return root;

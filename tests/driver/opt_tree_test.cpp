@@ -47,8 +47,7 @@ TEST(OptTree, PrintsTheSettingsThatHoldRunsItsStagesInOrderAndGivesTheRootBack) 
         {"flat(false)", "\nBuilding Scene Hierarchy for final scenegraph...\ndone.\n", 28, 3},
         {"flat(false),maxtris(100),keeprenderfalse(1)", "Building Scene", 36, 4},
         {"maxtris(100),removelod(true),removeswitch(1)",
-         settings() + "Removing LOD parts.\nRemoving Switch parts.\n", 40, 4},
-    };
+         settings() + "Removing LOD parts.\nRemoving Switch parts.\n", 40, 4}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.parameters);
         const node_ref parent(group({named("first", group()), fiveParts(), group()}));

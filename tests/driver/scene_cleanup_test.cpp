@@ -78,8 +78,7 @@ TEST(SceneCleanup, LeavesThisTreeAndTellsWhetherSomethingWasReplaced) {
          "r(faint(plain) e(clear))*"},
         {"all clear is left to the parent", invisible, "r(clear a(clear))", "r(clear a(clear))+**"},
         {"nothing clear", invisible, "r(a(plain))", "r(a(plain))"},
-        {"transforms become groups", silent<transforms>, "~t(a(~u(m)))", "t(a(u(m)))"},
-    };
+        {"transforms become groups", silent<transforms>, "~t(a(~u(m)))", "t(a(u(m)))"}};
     const ::osg::RefPtr<::osg::MaterialPtr> clear(chunked({1, 1, 1, 0.0099F}));
     const ::osg::RefPtr<::osg::MaterialPtr> faint(chunked({1, 1, 1, 0.01F}));
     const std::string line = "Remove Geometry because of transparency.\n";

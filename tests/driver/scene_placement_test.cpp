@@ -28,9 +28,13 @@ const std::map<std::string, points> clouds = {{"low", {{1, 2, 3}, {2, 2, 3}, {10
 
 NodePtr cloudNode(const points& at) {
     mesh_data mesh;
-    mesh.primitives = {{0, static_cast<unsigned>(std::min<std::size_t>(at.size(), 2))}};
+    mesh.primitives = {{0, unsigned(std::min<std::size_t>(at.size(), 2))}};
     mesh.positions = at;
-    return meshNode(mesh);
+    const NodePtr node = meshNode(mesh);
+    if (at.size() == 1) // stored otherwise
+        coreOf(node)->setPositions(
+            inOtherForm<::osg::GeoPositions3d>(coreOf(node)->getPositions()));
+    return node;
 }
 
 /// A scene of clouds, where those of one name have one core; what is named "turn" is a component
@@ -139,8 +143,7 @@ TEST(ScenePlacement, MovesPositionsAndSaysWhatItCannotRead) {
         {toBase, "nans", "", "nan 0 0, 0 nan 5"},
         {toBase, "r(empty)", "", ""},
         // Topmost geometries, once per node.
-        {doubled, "r(#one(high) g(one .e) empty)", "", "4 4 4, 5 4 4, 4 4 4"},
-    };
+        {doubled, "r(#one(high) g(one .e) empty)", "", "4 4 4, 5 4 4, 4 4 4"}};
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.scene << " " << row.text);
         const node_ref root(cloudsOf(row.scene));

@@ -3,9 +3,7 @@
 
 #include "entry.h"
 
-#include <array>
 #include <csignal>
-#include <cstring>
 
 #include <pthread.h>
 #include <unistd.h>
@@ -21,12 +19,9 @@ namespace {
 using namespace morva_test;
 
 const char* extensionFor(const std::string& bytes) {
-    const std::array<std::array<const char*, 2>, 6> starts = {{{"glTF", "glb"},
-                                                               {"{", "gltf"},
-                                                               {"ply", "ply"},
-                                                               {"OFF", "off"},
-                                                               {"solid", "stl"},
-                                                               {"OpenSG", "osb"}}};
+    const std::pair<const char*, const char*> starts[] = {{"glTF", "glb"},  {"{", "gltf"},
+                                                          {"ply", "ply"},   {"OFF", "off"},
+                                                          {"solid", "stl"}, {"OpenSG", "osb"}};
     for (const auto& [start, extension] : starts) {
         if (bytes.compare(0, std::strlen(start), start) == 0)
             return extension;

@@ -49,7 +49,7 @@ void change(std::string& text, const std::string& other, std::mt19937& rng) {
         text.replace(at, rng() % 20, other, from, rng() % 20);
         break;
     default:
-        text[at] = static_cast<char>(text[at] ^ (1 << rng() % 8));
+        text[at] = char(text[at] ^ (1 << rng() % 8));
     }
     if (text.empty())
         text = other;

@@ -5,7 +5,7 @@
 
 #include <morva/core/morva_osg_geometry_tools.h>
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 namespace {
 
@@ -21,7 +21,7 @@ class naive_cutter {
   public:
     naive_result cut(const piece& t, double plane, int axis) {
         naive_result result{{}, t, ""};
-        const auto a = static_cast<::osg::UInt32>(axis);
+        const auto a = ::osg::UInt32(axis);
         const auto distance = [&](const ::osg::Pnt3f& p) {
             return std::fabs(double(p[a]) - plane);
         };
@@ -143,7 +143,7 @@ class naive_cutter {
             out = found->second;
             return true;
         }
-        const auto a = static_cast<::osg::UInt32>(axis);
+        const auto a = ::osg::UInt32(axis);
         const double f = (p[a] - v) / (p[a] - q[a]);
         if (1e-5 >= f || f >= 0.99999) {
             char line[120];

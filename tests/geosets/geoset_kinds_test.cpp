@@ -1,6 +1,6 @@
 // Extraction of triangles, lines and points alike.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 namespace {
 

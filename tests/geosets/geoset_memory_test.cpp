@@ -1,6 +1,6 @@
 // What geosets do when memory runs out: one large allocation fails, every one in turn.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 #include "../support/shortage.h"
 

@@ -1,6 +1,6 @@
 // The triangle geoset by itself: corner copies, growth, attributes at points, its rules.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 namespace {
 
@@ -69,8 +69,6 @@ TEST(GeosetSetup, RebuildsCornerCopiesOnceTheyWereAskedFor) {
     EXPECT_FALSE(addOne(geoset)) << "nothing can be added to nothing";
 }
 
-// ---- growth
-
 template <typename G>
 void expectGrowth(unsigned wished, unsigned size, std::uint64_t expected, int rows) {
     SCOPED_TRACE(testing::Message() << G::corners << " corners, " << size << " of " << wished);
@@ -104,8 +102,6 @@ TEST(GeosetGrowth, DoublesAndFromAThousandOnGrowsByThirtyPercent) {
     EXPECT_TRUE(no_triangles.add_GeoFields(p, p, p, 1000000, 1000000)) << "left out, not written";
     no_triangles.ModifyObject(p, p, p, 1000000);
 }
-
-// ---- attributes
 
 TEST(GeosetSetTriangle, ReadsWhatIsThereAndTheLastOnePastTheEnd) {
     osg_geoset geoset;

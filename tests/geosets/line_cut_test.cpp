@@ -1,6 +1,6 @@
 // Cutting lines, trees over points, and what a tree of either kind of element keeps as it cuts.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 namespace {
 
@@ -9,7 +9,7 @@ using namespace tri;
 /// A geoset over lines given by their ends: colours by end (first red, second blue), IDs the
 /// number of the line, normals by end.
 void fill(osg_line_geoset& lines, const piece& ends) {
-    mesh_data mesh = meshOf({{1, static_cast<unsigned>(ends.size())}}, ends);
+    mesh_data mesh = meshOf({{1, unsigned(ends.size())}}, ends);
     for (std::size_t i = 0; i < ends.size(); i += 2) {
         mesh.colors.insert(mesh.colors.end(), {{1, 0, 0}, {0, 0, 1}});
         mesh.secondary.insert(mesh.secondary.end(), {{0, 0, 0}, {0, 1, 0}});

@@ -5,6 +5,7 @@
 #include <morva/core/morva_osg_scene_rules.h>
 #include <morva/geosets/morva_osg_scene_geoset.h>
 #include <morva/geosets/morva_osg_scene_hierarchy.h>
+#include <morva/trees/ray_traversal.h>
 
 namespace {
 
@@ -83,7 +84,7 @@ template <typename Scene> node_list expectBuilt(const Scene& scene, const node_l
             if (soup.size == 0)
                 continue;
             here = soup.bbox;
-            count = static_cast<unsigned>(soup.size);
+            count = unsigned(soup.size);
         } else if (node != ::osg::NullFC) {
             ::osg::DynamicVolume volume;
             node->getWorldVolume(volume);
@@ -225,9 +226,19 @@ TEST(SceneGeoset, SaysWhichElementThereIsNot) {
     // Of a tree with an element more: the last one that there is.
     EXPECT_EQ(getNumberOfTrianglesInSceneGeoset(tree, scene, 0),
               scene.triangles_of(0, 2) + scene.triangles_of(1, 1));
+    const bih_scene_geoset nothing;
+    for (const bih_scene_geoset* const asked : {&scene, &nothing}) {
+        morva::intersection_point<float, morva::float3, morva::float3> hit;
+        morva::empty_trace_statistics none;
+        fire_ray_rec(tree, 0, *asked, morva::float3{0.5F, 0.4F, 9}, morva::float3{0.5F, 0.4F, -9},
+                     morva::float3{HUGE_VALF, HUGE_VALF, -1}, 0.0F, 18.0F, hit, none, 7);
+        EXPECT_EQ(hit.hit, asked == &scene);
+    }
+    const std::string no_element = "Morva_osg_scene_geoset.simple_object(), no element with ";
     EXPECT_EQ(told.text(), "Morva_osg_scene_Geost::axis_min_max: Index out of bounce. \n"
-                           "Morva_osg_scene_geoset: No Node with index 2\n"
-                           "Morva_osg_scene_geoset.simple_object(), no element with 2\n");
+                           "Morva_osg_scene_geoset: No Node with index 2\n" +
+                               no_element + "2\n" + no_element + "2\n" + no_element + "0\n" +
+                               no_element + "1\n" + no_element + "2\n");
 }
 
 TEST(SceneGeoset, LeavesTheNodesThatItGrowsBelow) {

@@ -1,6 +1,6 @@
 // From a sorted geoset back to cores: what one core holds at each level, and how a tree is cut.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/geosets/morva_osg_splitmodel.h>
@@ -114,7 +114,7 @@ template <typename G> void expectKeptAtEveryLevel(const mesh_data& mesh) {
         EXPECT_EQ(core->getLengths()->getValue(0), from.size());
         for (std::size_t v = 0; v < from.size(); ++v) {
             const std::size_t row = G::corners * run.tree.indices[v / G::corners] + v % G::corners;
-            EXPECT_EQ(numbersOf(vertexAt(core, v, [](auto...) {})), numbersOf(from[row])) << opt;
+            EXPECT_EQ(numbersOf(vertexAt(core, v)), numbersOf(from[row])) << opt;
         }
     }
 }
@@ -170,7 +170,7 @@ std::string expectedShape(const kd_tree<float>& tree, unsigned node, int parts, 
         return std::to_string(all);
     if (all <= limit)
         return "[" + std::to_string(all) + "]";
-    const auto right = static_cast<unsigned>(tree.nodes[node].right);
+    const auto right = unsigned(tree.nodes[node].right);
     const unsigned l = triangle_count(tree, node + 1), r = triangle_count(tree, right);
     if (parts == 2)
         return "[" + std::to_string(l) + " " + std::to_string(r) + "]";

@@ -1,6 +1,6 @@
 // Large coordinates moved near the origin, the difference kept in a material's chunk.
 
-#include "triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 #include <OpenSG/OSGTransformChunk.h>
 
@@ -17,7 +17,7 @@ TEST(AddTransformChunk, ShiftsByWholeNumbersToBetweenZeroAndOne) {
     for (const auto& [low, shift] : cases) {
         SCOPED_TRACE(low);
         const ::osg::GeometryRefPtr geometry(
-            soup({{low, 0.5F, 0.5F}, {low, 2, 9}, {low, 7, 0.75F}}));
+            geometryOf(soup({{low, 0.5F, 0.5F}, {low, 2, 9}, {low, 7, 0.75F}})));
         addTransformChunk(geometry.get());
         const ::osg::Pnt3f moved = geometry->getPositions()->getValue(1);
         EXPECT_TRUE(same({moved[0], moved[1], moved[2]}, {low + shift, 2, 9}));
@@ -33,8 +33,10 @@ TEST(AddTransformChunk, UsesTheLastChunkOrAddsOneAndLeavesOtherMaterialsAlone) {
     material->addChunk(first);
     material->addChunk(last);
     material->addChunk(::osg::MaterialChunk::create());
-    const ::osg::GeometryRefPtr geometry(soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}})),
-        near(soup({{0, 0, 0}})), other(soup({{50, 50, 50}})), empty(::osg::Geometry::create());
+    const ::osg::GeometryRefPtr geometry(
+        geometryOf(soup({{0.5F, 3.7F, -2.2F}, {4, 4, 4}, {5, 5, 5}}))),
+        near(geometryOf(soup({{0, 0, 0}}))), other(geometryOf(soup({{50, 50, 50}}))),
+        empty(::osg::Geometry::create());
     geometry->setMaterial(material);
     near->setMaterial(bare);
     other->setMaterial(choiceOf(0, {}));

@@ -85,7 +85,7 @@ TEST(Atlases, AreToldShownAndWrittenOnce) {
         const ::osg::ImagePtr image = morva::host::imagesOf(coreOf(nodes[i])->getMaterial())[0];
         const auto& placed = made[i / 2]["images"][i % 2];
         const std::size_t channels = image->getComponents();
-        const auto width = static_cast<std::size_t>(image->getWidth());
+        const auto width = std::size_t(image->getWidth());
         std::size_t wrong = 0;
         for (std::size_t texel = 0; texel < width * width; ++texel) {
             const std::size_t x = placed["x"].get<std::size_t>() + texel % width + 32 * (i / 2);
@@ -147,30 +147,29 @@ TEST(ContactSheet, IsAsWideAsItMayBeAndShowsMeans) {
 }
 
 TEST(Atlases, NotesSayWhatTheirKeysDoNot) {
-    const struct {
-        const char* keys;
-        const char* note; ///< empty: none
-    } rows[] = {{"maxtexturesize(16),maxtris(9)", "8192 is taken in place of 16\n"},
-                {"maxtexturesize(31),maxtris(9)", "8192 is taken in place of 31\n"},
-                {"maxtexturesize(8193),maxtris(9)", "8192 is taken in place of 8,193\n"},
-                {"maxtexturesize(-1),maxtris(9)", "8192 is taken in place of 4,294,967,295\n"},
-                {"maxtexturesize(junk),maxtris(9)", "(junk)' takes 0 to 8192\n"},
-                {"maxtexturesize(32),maxtris(9),alphageometry(1)", ""},
-                {"maxtexturesize(8192),maxtris(9),alphageometry(1)", ""},
-                {"maxtexturesize(4000)", "without maxtris, maxtexturesize leaves geometry"},
-                {"maxtexturesize(32),maxtris(9)", "2 transparent parts come out without indices"},
-                {"maxtexturesize(32),maxtris(9),exactatlas(0),alphageometry(1)",
-                 "images reach beyond what is kept of their atlas"}};
+    const std::pair<const char*, const char*> rows[] = {
+        // keys, and the note, if there is one
+        {"maxtexturesize(16),maxtris(9)", "8192 is taken in place of 16\n"},
+        {"maxtexturesize(31),maxtris(9)", "8192 is taken in place of 31\n"},
+        {"maxtexturesize(8193),maxtris(9)", "8192 is taken in place of 8,193\n"},
+        {"maxtexturesize(-1),maxtris(9)", "8192 is taken in place of 4,294,967,295\n"},
+        {"maxtexturesize(junk),maxtris(9)", "(junk)' takes 0 to 8192\n"},
+        {"maxtexturesize(32),maxtris(9),alphageometry(1)", ""},
+        {"maxtexturesize(8192),maxtris(9),alphageometry(1)", ""},
+        {"maxtexturesize(4000)", "without maxtris, maxtexturesize leaves geometry"},
+        {"maxtexturesize(32),maxtris(9)", "2 transparent parts come out without indices"},
+        {"maxtexturesize(32),maxtris(9),exactatlas(0),alphageometry(1)",
+         "images reach beyond what is kept of their atlas"}};
     const temporary_folder folder;
     modelFile(folder.file("in.osb"), gallery());
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.keys);
+    for (const auto& [keys, note] : rows) {
+        SCOPED_TRACE(keys);
         const command_result done =
-            runMorva(wordsOf(std::string("optimize @in.osb -o @o.osb -p ") + row.keys, folder));
+            runMorva(wordsOf(std::string("optimize @in.osb -o @o.osb -p ") + keys, folder));
         EXPECT_EQ(done.code, 0) << done.err;
-        EXPECT_NE(done.err.find(row.note), std::string::npos) << done.err;
+        EXPECT_NE(done.err.find(note), std::string::npos) << done.err;
         const std::string others = std::regex_replace(done.err, std::regex(".* grow: .*\n"), "");
-        EXPECT_EQ(others.empty(), *row.note == 0) << done.err;
+        EXPECT_EQ(others.empty(), *note == 0) << done.err;
     }
     const std::string baked = "maxtexturesize(64),maxtris(9),ambientocclusion";
     EXPECT_EQ(morva::host::atlasNotes({}, baked + "(3)").size(), 1U) << "images go before";

@@ -1,7 +1,5 @@
 // The road of empty parameters: what the command says of it, and what comes out.
 
-#include "tests/support/test.h"
-
 #include <nlohmann/json.hpp>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>

@@ -1,5 +1,3 @@
-#include "tests/support/test.h"
-
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>

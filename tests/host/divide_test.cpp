@@ -1,5 +1,3 @@
-#include "tests/support/test.h"
-
 #include <nlohmann/json.hpp>
 
 #include "cell_audit.h"
@@ -124,8 +122,6 @@ TEST(Divide, KeepsTheIdsOfAnOptimisedModel) {
     }
 }
 
-// ------------------------------------------------------------------------------------ the audit
-
 /// What the audit says if the cells are not those of the division.
 std::string auditOf(const ::osg::NodePtr& root, bool cut,
                     const std::function<void(std::vector<node_ref>&)>& spoil) {
@@ -186,8 +182,7 @@ TEST(CellAudit, SeesWhatIsLostDoubledMovedAndOpen) {
         {"a place", false, move(0.25F, 1), "are in no cell"},
         {"a seam", true, move(0.25F, 1), "cut points"},
         {"a stranger", false, [](auto& scenes) { named("x", geometryNodes(scenes[0].get())[0]); },
-         "'x'"},
-    };
+         "'x'"}};
     for (const auto& row : rows) {
         const node_ref root(group({meshNode(sheet)}));
         const std::string text = auditOf(root.get(), row.cut, row.spoil);

@@ -1,5 +1,3 @@
-#include "tests/support/test.h"
-
 #include <nlohmann/json.hpp>
 
 #include <morva/idmap/morva_osg_idmaphandler.h>
@@ -81,7 +79,7 @@ std::map<place, origin> originsOf(const ::osg::NodePtr& root) {
         }
         const ::osg::NodePtr called =
             i % 5 == 0 ? part : named(i % 2 == 0 ? "bolt" : "n\"ut", part);
-        nodes.push_back(moved({100.f * static_cast<float>(i), 0, 0}, {called}));
+        nodes.push_back(moved({100.f * float(i), 0, 0}, {called}));
     }
     const ::osg::NodePtr glass = named("glass", meshNode(quads(3), chunked({1, 1, 1, .5f})));
     nodes.push_back(moved({0, 100, 0}, {named("pane", nodeOf(glass->getCore()))}));
@@ -133,9 +131,9 @@ TEST(FeatureIds, NameThePartOfEachTriangleInTheFile) {
 ::osg::NodePtr triangleEach(std::size_t ids, bool one_without) {
     mesh_data mesh;
     const std::size_t corners = 3 * (ids + (one_without ? 1 : 0));
-    mesh.primitives = {{GL_TRIANGLES, static_cast<unsigned>(corners)}};
+    mesh.primitives = {{GL_TRIANGLES, unsigned(corners)}};
     for (std::size_t i = 0; i < corners; ++i) {
-        const auto at = static_cast<float>(i / 3);
+        const auto at = float(i / 3);
         mesh.positions.emplace_back(at, i % 3 == 1 ? 1.f : 0.f, i % 3 == 2 ? 1.f : 0.f);
         mesh.ids.push_back(i / 3 < ids ? at : std::nanf(""));
     }
@@ -261,30 +259,28 @@ TEST(FeatureIds, ADamagedFileIsRefusedWithAReason) {
         std::string where;
         json value;
         const char* fault;
-    } cases[] = {
-        {table + "/count", 5, "is no row of its table"},
-        {table + "/count", 21, "part table is longer than its names"},
-        {table + "/count", 1e300, "'count' is no whole number"},
-        {table + "/properties/path/values", 99, "no number 99 of its bufferViews"},
-        {table + "/properties/path/stringOffsetType", "INT8", "offsets of type 'INT8'"},
-        {table + "/properties/path/stringOffsetType", "UINT8", "lie outside their data"},
-        {set + "/propertyTable", 1, "no part table 1"},
-        {set + "/attribute", 7, "'_FEATURE_ID_7' is no whole number"},
-        {set + "/nullFeatureId", 3, "feature 20 is no row of its table"},
-        {ids + "/count", 9, "more vertices than there are feature IDs"},
-        {ids + "/count", 1u << 30, "ends before its data does"},
-        {ids + "/byteOffset", 100, "ends before its data does"},
-        {ids + "/type", "VEC2", "no list of whole numbers"},
-        {view + "/byteOffset", 0xFFFFFFFFFFFFFFFFu, "ends before its data does"},
-        {view + "/byteLength", 4, "ends before its data does"},
-        {view + "/buffer", 2, "no buffer 2"},
-        {"/buffers/0/uri", "none.bin", "cannot read"},
-        {"/buffers/0/uri", "data:;base64,AAAA", "ends before its data does"},
-        {"/nodes/1/children", {0}, "no tree"},
-        {"/nodes/1/mesh", 8, "no number 8 of its meshes"},
-        {"/scenes/0/nodes", json::array(), "draws 0 primitives, the scene 1"},
-        {"/accessors/0/count", 60, "not those of the scene"},
-    };
+    } cases[] = {{table + "/count", 5, "is no row of its table"},
+                 {table + "/count", 21, "part table is longer than its names"},
+                 {table + "/count", 1e300, "'count' is no whole number"},
+                 {table + "/properties/path/values", 99, "no number 99 of its bufferViews"},
+                 {table + "/properties/path/stringOffsetType", "INT8", "offsets of type 'INT8'"},
+                 {table + "/properties/path/stringOffsetType", "UINT8", "lie outside their data"},
+                 {set + "/propertyTable", 1, "no part table 1"},
+                 {set + "/attribute", 7, "'_FEATURE_ID_7' is no whole number"},
+                 {set + "/nullFeatureId", 3, "feature 20 is no row of its table"},
+                 {ids + "/count", 9, "more vertices than there are feature IDs"},
+                 {ids + "/count", 1u << 30, "ends before its data does"},
+                 {ids + "/byteOffset", 100, "ends before its data does"},
+                 {ids + "/type", "VEC2", "no list of whole numbers"},
+                 {view + "/byteOffset", 0xFFFFFFFFFFFFFFFFu, "ends before its data does"},
+                 {view + "/byteLength", 4, "ends before its data does"},
+                 {view + "/buffer", 2, "no buffer 2"},
+                 {"/buffers/0/uri", "none.bin", "cannot read"},
+                 {"/buffers/0/uri", "data:;base64,AAAA", "ends before its data does"},
+                 {"/nodes/1/children", {0}, "no tree"},
+                 {"/nodes/1/mesh", 8, "no number 8 of its meshes"},
+                 {"/scenes/0/nodes", json::array(), "draws 0 primitives, the scene 1"},
+                 {"/accessors/0/count", 60, "not those of the scene"}};
     for (const auto& wanted : cases) {
         json damaged = text;
         damaged[json::json_pointer(wanted.where)] = wanted.value;

@@ -1,7 +1,5 @@
 // The parts that keep files whole, one by one.
 
-#include "tests/support/test.h"
-
 #include <regex>
 
 #include "file_moves.h"

@@ -1,7 +1,5 @@
 // What command lines leave on the disk, whatever happens.
 
-#include "tests/support/test.h"
-
 #include <chrono>
 #include <regex>
 
@@ -252,8 +250,7 @@ const file_case file_cases[] = {
     {"optimize @tiles.osb -o @o.glb --max-growth 2000", 0, "", "+o.glb"},
     {"optimize @in.glb -o @o.glb --max-growth 0.5", 2, "--max-growth", ""},
     {"info @in.glb --max-memory lots", 2, "a size from 64M on", ""},
-    {"info @in.glb --max-memory 1M", 2, "a size from 64M on", ""},
-};
+    {"info @in.glb --max-memory 1M", 2, "a size from 64M on", ""}};
 
 TEST(CommandLine, LeavesTheFilesThatItShould) {
     for (const file_case& row : file_cases) {

@@ -64,7 +64,7 @@ TEST(GeometryView, GivesWhatTheIteratorsGiveAndNumbersVerticesByAllIndices) {
         };
         std::map<std::vector<std::uint32_t>, std::uint32_t> oracle;
         for (std::uint32_t corner = 0; corner < numbering.of_corner.size(); ++corner) {
-            const auto number = static_cast<std::uint32_t>(oracle.size());
+            const auto number = std::uint32_t(oracle.size());
             ASSERT_EQ(numbering.of_corner[corner],
                       oracle.emplace(key(corner), number).first->second);
         }
@@ -96,7 +96,7 @@ TEST(Statistics, CacheMissesAreThoseOfASearchedList) {
     std::mt19937 rng(seedOf(31));
     for (int round = 0; round < roundsOf(60); ++round) {
         mesh_data mesh = soup(rng, 150);
-        std::uniform_int_distribution<::osg::UInt32> pick(0, 20 + 4 * static_cast<unsigned>(round));
+        std::uniform_int_distribution<::osg::UInt32> pick(0, 20 + 4 * unsigned(round));
         mesh.indices.resize(450);
         for (::osg::UInt32& index : mesh.indices)
             index = pick(rng);
@@ -112,9 +112,8 @@ TEST(Statistics, CacheMissesAreThoseOfASearchedList) {
                 cache.erase(found != cache.end() ? found : cache.begin());
             cache.push_back(vertex);
         }
-        EXPECT_EQ(morva::host::countCacheMisses(
-                      view, numbering.of_corner,
-                      static_cast<std::uint32_t>(numbering.first_corner.size())),
+        EXPECT_EQ(morva::host::countCacheMisses(view, numbering.of_corner,
+                                                std::uint32_t(numbering.first_corner.size())),
                   misses);
     }
 }

@@ -45,7 +45,7 @@ inline command_result runMorva(const std::vector<std::string>& arguments) {
         argv.push_back(argument.c_str());
     const stream_capture out(std::cout), err(std::cerr);
     command_result result;
-    result.code = morva::host::run(static_cast<int>(argv.size()), argv.data());
+    result.code = morva::host::run(int(argv.size()), argv.data());
     result.out = out.text();
     result.err = err.text();
     return result;

@@ -106,10 +106,10 @@ TEST(Import, SortsFacesByKindAndKeepsTheirOrder) {
     mesh.mVertices = new aiVector3D[5];
     const std::vector<std::vector<unsigned>> faces = {
         {4}, {0, 1, 2}, {3, 4}, {}, {0, 1, 2, 3, 4}, {2, 1, 0}, {1, 0}};
-    mesh.mNumFaces = static_cast<unsigned>(faces.size());
+    mesh.mNumFaces = unsigned(faces.size());
     mesh.mFaces = new aiFace[faces.size()];
     for (std::size_t f = 0; f < faces.size(); ++f) {
-        mesh.mFaces[f].mNumIndices = static_cast<unsigned>(faces[f].size());
+        mesh.mFaces[f].mNumIndices = unsigned(faces[f].size());
         mesh.mFaces[f].mIndices = new unsigned[faces[f].size() + 1];
         std::copy(faces[f].begin(), faces[f].end(), mesh.mFaces[f].mIndices);
     }
@@ -191,8 +191,7 @@ const hostile_case hostile_cases[] = {
          s.mMaterials[0]->AddProperty(bad, 1, AI_MATKEY_OPACITY);
      },
      nullptr},
-    {"mesh_without_faces", [](aiScene& s) { s.mMeshes[0]->mNumFaces = 0; }, nullptr},
-};
+    {"mesh_without_faces", [](aiScene& s) { s.mMeshes[0]->mNumFaces = 0; }, nullptr}};
 
 TEST(Import, AHostileSceneIsRefusedWithAReasonOrReadSafely) {
     for (const hostile_case& row : hostile_cases) {
@@ -313,21 +312,19 @@ TEST(ChildProcess, SendsValuesOfAnySizeAndTellsHowItEnded) {
     using morva::host::pipe_writer;
     std::vector<unsigned> numbers(3000000);
     std::iota(numbers.begin(), numbers.end(), 7u);
-    const struct {
-        std::function<void(pipe_writer&)> end;
-        const char* told;
-    } rows[] = {{[](pipe_writer&) { std::raise(SIGABRT); }, "gave up (abort)"},
-                {[](pipe_writer&) { std::raise(SIGKILL); }, "was killed"},
-                {[](pipe_writer&) { throw std::bad_alloc(); }, "ended early"},
-                {[](pipe_writer& out) { out.value('x'); }, "ended early"}};
-    for (const auto& row : rows) {
-        morva::host::child_process child([&](pipe_writer& out) {
+    const std::pair<std::function<void(pipe_writer&)>, std::string> rows[] = {
+        {[](pipe_writer&) { std::raise(SIGABRT); }, "gave up (abort)"},
+        {[](pipe_writer&) { std::raise(SIGKILL); }, "was killed"},
+        {[](pipe_writer&) { throw std::bad_alloc(); }, "ended early"},
+        {[](pipe_writer& out) { out.value('x'); }, "ended early"}};
+    for (const auto& [end, told] : rows) {
+        morva::host::child_process child([&, end = end](pipe_writer& out) {
             std::cerr << "nobody hears this";
             out.text("abc");
             out.list(numbers);
             out.list(std::vector<char>());
             out.flush();
-            row.end(out);
+            end(out);
         });
         EXPECT_EQ(child.output().text(), "abc");
         std::vector<unsigned> came;
@@ -335,7 +332,7 @@ TEST(ChildProcess, SendsValuesOfAnySizeAndTellsHowItEnded) {
         EXPECT_TRUE(came == numbers);
         EXPECT_EQ(child.output().value<std::uint64_t>(), 0u);
         EXPECT_THROW(child.output().value<int>(), morva::host::pipe_ended);
-        EXPECT_EQ(child.crash().substr(0, std::strlen(row.told)), row.told);
+        EXPECT_EQ(child.crash().substr(0, told.size()), told);
     }
 }
 

@@ -1,7 +1,5 @@
 // `morva pick` and `morva collide`: command lines with their answers.
 
-#include "tests/support/test.h"
-
 #include <nlohmann/json.hpp>
 
 #include "part_lookup.h"
@@ -187,7 +185,7 @@ TEST(Pick, TellsThePartsOfTheEngineInEveryForm) {
     std::mt19937 rng(seedOf(77));
     std::ostringstream rays;
     for (int i = 0; i < 6 * 400; ++i) // the engine is 800 long, around the origin
-        rays << static_cast<int>(rng() % 801) - 400 << (i % 6 == 5 ? "\n" : " ");
+        rays << int(rng() % 801) - 400 << (i % 6 == 5 ? "\n" : " ");
     writeBytes(folder.file("rays"), rays.str());
     const auto pick = [&](const std::string& file, const std::string& more = "") {
         return pathsOf(runMorva(wordsOf("pick " + file + " --json --rays @rays" + more, folder)));

@@ -1,7 +1,5 @@
 // The command when memory runs out: the whole output or none, and never a signal.
 
-#include "tests/support/test.h"
-
 #include <mutex>
 #include <regex>
 

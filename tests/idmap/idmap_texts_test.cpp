@@ -7,7 +7,6 @@
 
 #include <boost/filesystem.hpp>
 
-#include <morva/driver/morva_osg_scenerebuild.h>
 #include <morva/idmap/morva_filetools.h>
 #include <morva/idmap/morva_osg_idmap_file.h>
 #include <morva/idmap/morva_osg_idmaphandler.h>
@@ -88,7 +87,7 @@ TEST_F(IdMapTexts, HoldTheWholeRecord) {
     paint(looks[3].get(), {{0, 0, .5F, 1}, {1, 1, .25F, 1}, black, black}, 0);
     // Without chunks: a colour of its own, none, and a choice of none.
     const ::osg::SimpleMaterialRefPtr plain(simple({.5F, .25F, 1}));
-    const ::osg::SwitchMaterialRefPtr none(choiceOf(static_cast<::osg::UInt32>(-1), {plain.get()}));
+    const ::osg::SwitchMaterialRefPtr none(choiceOf(::osg::UInt32(-1), {plain.get()}));
     handler.appearances[plain.get()] = "__App_13";
     handler.appearances[::osg::NullFC] = "__App_14";
     handler.appearances[none.get()] = "__App_15";
@@ -143,7 +142,8 @@ TEST_F(IdMapTexts, HoldTheWholeRecord) {
 
 TEST_F(IdMapTexts, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
     using morva::map_file;
-    for (int missing = 0; missing < 6; ++missing) { // 4: nothing but room, 5: but all of the tree
+    for (int missing = 0; missing < 7;
+         ++missing) { // 4: room alone, 5: all of the tree, 6: a folder
         SCOPED_TRACE(missing);
         morva::JsonFileContent content;
         content.names.resize(missing != 0);
@@ -152,13 +152,16 @@ TEST_F(IdMapTexts, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
         if (missing != 3)
             content.usage[0] = {"b"};
         content.tree.setstate(missing == 5 ? std::ios::badbit : std::ios::goodbit);
-        const std::string file = missing == 4 ? "/dev/full" : path("m.json");
+        const std::string file =
+            missing == 4 ? "/dev/full" : path(missing == 6 ? "none/m.json" : "m.json");
         const stream_capture out(std::cout);
-        EXPECT_EQ(morva::osg::writeMapFile(file, content),
-                  missing < 4 ? map_file::none : map_file::cut_short);
-        EXPECT_EQ(morva::writeJsonFile(file, content, ::osg::NullFC), missing >= 4);
-        EXPECT_EQ(fs::exists(path("m.json")), missing == 5);
-        EXPECT_EQ(out.text(), "");
+        EXPECT_EQ(morva::osg::writeMapFile(file, content), missing < 4    ? map_file::none
+                                                           : missing == 6 ? map_file::not_opened
+                                                                          : map_file::cut_short);
+        EXPECT_EQ(morva::writeJsonFile(file, content, ::osg::NullFC), missing / 2 == 2);
+        EXPECT_EQ(fs::exists(path("m.json")), missing >= 5);
+        EXPECT_EQ(out.text().find("Unable to open " + file + ". No IDmap/Json File created.\n"),
+                  missing == 6 ? 0 : std::string::npos);
     }
 }
 

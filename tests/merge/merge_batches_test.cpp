@@ -2,7 +2,6 @@
 
 #include "tests/support/merge_scenes.h"
 
-#include <morva/core/morva_osg.h>
 #include <morva/merge/morva_osg_geomerge_stages.h>
 
 namespace {
@@ -39,8 +38,7 @@ TEST(MergeGeometryInVector, BatchesGoAlongTheListOrDownTheTree) {
          4,
          "(4:15 1:10 0:10 4:3 1:2 0:2 )",
          "((4:15 (4:3 1:10 0:10 ))(1:2 0:2 ))"},
-        {{1, -4, 2}, 0, "(4:3 1:8 0:8 4:6 )", "((4:3 (1:8 0:8 ))4:6 )"},
-    };
+        {{1, -4, 2}, 0, "(4:3 1:8 0:8 4:6 )", "((4:3 (1:8 0:8 ))4:6 )"}};
     for (const auto& [sizes, limit, by_list, by_tree] : rows) {
         SCOPED_TRACE(testing::PrintToString(sizes));
         const node_ref root(group());

@@ -1,4 +1,3 @@
-#include <morva/core/morva_osg.h>
 
 #include "tests/support/merge_scenes.h"
 

@@ -91,7 +91,7 @@ struct backwards_help : morva::step_help {
 
 mergeGeo_setup anySetup(std::mt19937& rng) {
     mergeGeo_setup setup = quiet();
-    setup.opt = static_cast<int>(rng() % 4);
+    setup.opt = int(rng() % 4);
     setup.cacheopt = rng() % 4 == 0;
     setup.idmap = rng() % 2 == 0 ? "map" : "";
     setup.vertexcolor = rng() % 4 == 0 ? 150 : -1;
@@ -117,7 +117,7 @@ TEST(MergeThreads, TheResultIsThatOfOneThreadAndShowsWhatItsPartsDo) {
             setup.idmap.clear();
             setup.mergehierarchy = true;
         }
-        const auto seed = static_cast<unsigned>(rng());
+        const auto seed = unsigned(rng());
         const node_ref twin = crowded(seed, false, own_ids_in_batches);
         const world_mesh before = shapeOf(twin.get());
         const world_mesh expected = shapeOf(expectedOf(twin.get(), setup).get());

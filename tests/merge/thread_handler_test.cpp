@@ -101,7 +101,7 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
         SCOPED_TRACE(testing::Message() << count << " tasks, limit " << limit);
         const std::size_t failing = rng() % (2 * count); // the place of one that fails, if any
         const bool by_step = rng() % 2 == 0, is_mixed = rng() % 4 == 0;
-        const int most = static_cast<int>(std::min<std::size_t>(count, limit));
+        const int most = int(std::min<std::size_t>(count, limit));
         const node_ref expected(group());
         for (std::size_t i = 0; i < count; ++i)
             if (i != failing)
@@ -121,7 +121,7 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
         const stream_capture error(std::cerr);
         EXPECT_EQ(runTasks(count, limit, is_mixed ? "TEST_MIXED" : "TEST_POOL", prepare),
                   textOf(expected.get()));
-        EXPECT_LE(tasks.most_at_work, static_cast<int>(limit));
+        EXPECT_LE(tasks.most_at_work, int(limit));
         EXPECT_GE(tasks.most_at_work, is_mixed ? 1 : most) << "all places were taken";
         EXPECT_EQ(error.text(), failing >= count ? ""
                                 : by_step        ? "Standard exception in geomerge: step\n"
@@ -137,7 +137,7 @@ TEST(WorkerThreads, GiveResultsByPlaceWhateverTheTasksDo) {
 
 TEST(WorkerThreads, HelpersTakeStepsBesideAThreadThatIsNoTask) {
     for (const int places : {1, 7}) {
-        threadHandler handler("TEST_POOL", static_cast<unsigned>(places));
+        threadHandler handler("TEST_POOL", unsigned(places));
         morva::osg::task_helpers helpers(handler);
         const morva::step_help::scope helped(&helpers);
         for (const bool may_help : {false, true}) {

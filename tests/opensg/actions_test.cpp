@@ -223,19 +223,15 @@ struct random_scene {
             const NodePtr flat = scaled(Vec3f(1, 1, 0), {flatTriangle(real(-3, 3))});
             return group({flat, scaled(Vec3f(1e-7f, 1e-7f, 1e-7f), {inner})});
         }
-        NodeCorePtr core;
-        if (rng() % 3 == 0) {
-            core = Group::create();
-        } else {
-            const TransformPtr transform =
-                rng() % 2 != 0 ? Transform::create() : TransformPtr(ComponentTransform::create());
-            transform->getMatrix().setTransform(vector(4), Quaternion(vector(1), real(0, 6)),
-                                                Vec3f(real(.3f, 3), real(.3f, 3), real(-3, -.3f)));
-            core = transform;
-        }
         node_list children;
         for (UInt32 i = rng() % 4; i-- > 0;)
             children.push_back(build(depth - 1));
+        if (rng() % 3 == 0)
+            return group(children);
+        const TransformPtr core =
+            rng() % 2 != 0 ? Transform::create() : TransformPtr(ComponentTransform::create());
+        core->getMatrix().setTransform(vector(4), Quaternion(vector(1), real(0, 6)),
+                                       Vec3f(real(.3f, 3), real(.3f, 3), real(-3, -.3f)));
         return nodeOf(core, children);
     }
 };
@@ -253,8 +249,8 @@ TEST(IntersectOracle, AgreesWithTryingEveryTriangleInTheWorld) {
                           [&](const TriangleIterator& it, Int32 k) {
                               if (k == 0)
                                   world.emplace_back(points(3), node);
-                              node->getToWorld().multMatrixPnt(
-                                  it.getPosition(k), world.back().first[static_cast<UInt32>(k)]);
+                              node->getToWorld().multMatrixPnt(it.getPosition(k),
+                                                               world.back().first[UInt32(k)]);
                           });
         }
         if (round % 2 == 0)

@@ -4,59 +4,10 @@
 
 #include <OpenSG/OSGSFVecTypes.h>
 
+#include <morva/picking/morva_osg_attach_bih.h>
+#include <morva/picking/morva_osg_attach_setup.h>
+
 #include "scene_dump.h"
-
-// What an application writes to hang a payload of its own on containers.
-namespace osg {
-
-struct test_payload {
-    std::shared_ptr<int> shared{new int(0)};
-    bool operator==(const test_payload& other) const { return shared == other.shared; }
-};
-
-template <> struct FieldDataTraits<test_payload> : public FieldTraitsRecurseBase<test_payload> {
-    static DataType _type;
-    static DataType& getType() { return _type; }
-    static const char* getSName() { return "SFTestPayload"; }
-    static const char* getMName() { return "MFTestPayload"; }
-    enum { StringConvertable = ToStringConvertable | FromStringConvertable };
-    static bool getFromString(test_payload&, const Char8*&) { return true; }
-    static void putToString(const test_payload&, std::string& text) { text = "\"\""; }
-};
-DataType FieldDataTraits<test_payload>::_type("test_payload", "Root");
-OSG_DLLEXPORT_SFIELD_DEF1(test_payload, );
-OSG_DLLEXPORT_MFIELD_DEF1(test_payload, );
-
-struct TestPayloadDesc {
-    typedef SField<test_payload> FieldTypeT;
-    static FieldDescription* _desc[];
-    static const Char8* getTypeName() { return "TestPayload"; }
-    static const Char8* getFieldName() { return "payload"; }
-    static const Char8* getGroupName() { return "testpayloads"; }
-    static const Char8* getParentTypeName() { return "Attachment"; }
-    static InitContainerF getInitMethod() { return nullptr; }
-    static FieldDescription** getDesc() { return _desc; }
-};
-typedef SimpleAttachment<TestPayloadDesc> TestPayload;
-typedef FCPtr<AttachmentPtr, TestPayload> TestPayloadPtr;
-
-FieldDescription* TestPayloadDesc::_desc[] = {new FieldDescription(
-    FieldTypeT::getClassType(), getFieldName(), OSG_FC_FIELD_IDM_DESC(TestPayload::SimpleField),
-    false, (FieldAccessMethod)(&TestPayload::getFieldPtr))};
-
-// Keeps the payload from travelling.
-template <> UInt32 TestPayload::getBinSize(const BitVector& which) {
-    return Attachment::getBinSize(which);
-}
-template <> void TestPayload::copyToBin(BinaryDataHandler& out, const BitVector& which) {
-    Attachment::copyToBin(out, which);
-}
-template <> void TestPayload::copyFromBin(BinaryDataHandler& in, const BitVector& which) {
-    Attachment::copyFromBin(in, which);
-}
-OSG_FC_DLLEXPORT_DEF(SimpleAttachment, TestPayloadDesc, );
-
-} // namespace osg
 
 namespace {
 
@@ -92,25 +43,27 @@ TEST(ContainerDefaults, FieldsHaveTheirNumbersAndValues) {
     EXPECT_EQ(RefPtr<SwitchPtr>(Switch::create())->getField("no such field"), nullptr);
 }
 
-TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
+/// An attachment that is defined outside the layer, whose payload does not travel.
+template <typename Attached, typename Payload> void expectFullMember(const char* field) {
     const RefPtr<NodePtr> node(Node::create());
-    const TestPayloadPtr made = TestPayload::create();
+    const typename Attached::PtrType made = Attached::create();
+    const UInt32 group = Attached::getClassType().getGroupId();
     node->addAttachment(made);
-    EXPECT_EQ(node->findAttachment(TestPayload::getClassType().getGroupId()), made);
-    EXPECT_STREQ(FieldContainerFactory::the()->findGroupName(made->getGroupId()), "testpayloads");
+    EXPECT_EQ(node->findAttachment(group), made);
+    EXPECT_STREQ(FieldContainerFactory::the()->findGroupName(UInt16(group)), field);
     EXPECT_TRUE(made->getType().isDerivedFrom(Attachment::getClassType()));
-    EXPECT_EQ(AttachmentPtr(made)->getField("payload"), made->getFieldPtr());
-    const RefPtr<TestPayloadPtr> other(TestPayload::create());
+    EXPECT_EQ(AttachmentPtr(made)->getField(field), made->getFieldPtr());
+    const RefPtr<typename Attached::PtrType> other(Attached::create());
     other->getField().setAbstrValue(made->getField());
-    EXPECT_EQ(other->getField().getValue().shared, made->getField().getValue().shared);
+    EXPECT_TRUE(other->getField().getValue() == made->getField().getValue());
     // The base class's call deals with the base class's fields.
-    EXPECT_EQ(made->getBinSize(TestPayload::SimpleFieldMask), 0u);
+    EXPECT_EQ(made->getBinSize(Attached::SimpleFieldMask), 0u);
     byte_store store;
     made->copyToBin(store, FieldBits::AllFields);
     EXPECT_EQ(store.bytes.size(), made->getBinSize(FieldBits::AllFields));
     other->copyFromBin(store, FieldBits::AllFields);
     EXPECT_EQ(store.at, store.bytes.size());
-    MField<test_payload> many;
+    MField<Payload> many;
     many.pushValueByStr("anything");
     many.pushValueByStr("");
     std::string text;
@@ -119,6 +72,11 @@ TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
     many.dump();
     made->getField().dump();
     EXPECT_EQ(out.text(), "STMFST : \n\n");
+}
+
+TEST(AttachmentTypes, OfAnApplicationAreFullMembers) {
+    expectFullMember<MorvaAttachBIH, morva::osg::BIHAttachPayload>("morvabih");
+    expectFullMember<MorvaAttachSetup, morva::osg::SetupAttachPayload>("morvasetup");
 }
 
 TEST(BinaryForm, OfEveryTypeIsAsLongAsToldAndReadsBack) {

@@ -78,56 +78,33 @@ std::vector<NodePtr> childrenOf(const NodePtr& parent) {
     return {parent->getMFChildren()->begin(), parent->getMFChildren()->end()};
 }
 
-/// Two parents and six children that wander, beside plain lists of who is where.
-TEST(NodeChildren, MoveAsInPlainLists) {
-    std::mt19937 random(seedOf(17));
-    const auto below = [&random](std::size_t n) { return static_cast<UInt32>(random() % n); };
-    const RefPtr<NodePtr> parents[2]{RefPtr<NodePtr>(Node::create()),
-                                     RefPtr<NodePtr>(Node::create())};
-    std::vector<NodePtr> lists[2], nodes(6);
+TEST(NodeChildren, MoveBetweenParentsAndPlaces) {
+    const RefPtr<NodePtr> left(Node::create()), right(Node::create());
+    std::vector<NodePtr> n(5);
     std::vector<RefPtr<NodePtr>> held;
-    for (NodePtr& node : nodes)
+    for (NodePtr& node : n)
         held.emplace_back(node = Node::create());
-    for (int round = 0; round < roundsOf(3000); ++round) {
-        SCOPED_TRACE(round);
-        const std::size_t to = below(2);
-        const NodePtr parent = parents[to], child = nodes[below(6)];
-        std::vector<NodePtr>& list = lists[to];
-        const auto take = [&lists](const NodePtr& from) {
-            for (std::vector<NodePtr>& all : lists)
-                all.erase(std::remove(all.begin(), all.end(), from), all.end());
-        };
-        const NodePtr old = list.empty() ? NodePtr() : list[below(list.size())];
-        const UInt32 kind = below(4), place = below(8);
-        if (kind == 0) {
-            parent->addChild(child);
-            take(child);
-            list.push_back(child);
-        } else if (kind == 1) { // counted once the child is off its old place
-            parent->insertChild(place, child);
-            take(child);
-            list.insert(list.begin() + std::min<std::ptrdiff_t>(place, list.end() - list.begin()),
-                        child);
-        } else if (kind == 2) {
-            EXPECT_EQ(parent->replaceChildBy(old, child), old != NullFC);
-            if (old != NullFC && old != child) {
-                take(child);
-                *std::find(list.begin(), list.end(), old) = child;
-            }
-        } else if (old != NullFC) {
-            parent->subChild((*parent->getMFChildren())[UInt32(parent->findChild(old))]);
-            take(old);
-        }
-        for (std::size_t p = 0; p < 2; ++p) {
-            ASSERT_EQ(childrenOf(parents[p]), lists[p]);
-            for (const NodePtr& node : lists[p])
-                EXPECT_TRUE(node->getParent() == parents[p] && node.getRefCount() == 2u);
-        }
-        EXPECT_TRUE(child.getRefCount() == 2u || child->getParent() == NullFC);
-    }
-    parents[0]->addChild(NullFC);
-    EXPECT_FALSE(parents[0]->replaceChildBy(nodes[0], NullFC));
-    EXPECT_EQ(parents[0]->findChild(parents[1]), -1);
+    const auto expectChildren = [&](const std::vector<NodePtr>& of_left,
+                                    const std::vector<NodePtr>& of_right) {
+        EXPECT_TRUE(childrenOf(left) == of_left && childrenOf(right) == of_right);
+        for (const NodePtr& node : n)
+            EXPECT_EQ(node.getRefCount(), node->getParent() == NullFC ? 1u : 2u);
+    };
+    for (const NodePtr& node : {n[0], n[1], n[2], n[0]}) // the first goes to the end
+        left->addChild(node);
+    expectChildren({n[1], n[2], n[0]}, {});
+    left->insertChild(1, n[0]);
+    left->insertChild(2, n[1]); // counted once the child is off its old place
+    right->insertChild(7, n[3]);
+    right->insertChild(0, n[2]);
+    expectChildren({n[0], n[1]}, {n[2], n[3]});
+    EXPECT_TRUE(right->replaceChildBy(n[2], n[0]) && right->replaceChildBy(n[3], n[3]));
+    EXPECT_FALSE(left->replaceChildBy(n[4], n[3]) || left->replaceChildBy(n[1], NullFC));
+    expectChildren({n[1]}, {n[0], n[3]});
+    right->subChild(n[0]);
+    left->addChild(NullFC);
+    expectChildren({n[1]}, {n[3]});
+    EXPECT_EQ(left->findChild(right), -1);
 }
 
 TEST(NodeChildren, NoNodeComesBelowItself) {

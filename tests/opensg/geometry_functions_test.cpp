@@ -89,13 +89,13 @@ TEST(SingleIndex, AgreesWithASlowSearch) {
         std::map<numbers, UInt32> known;
         numbers expected;
         for (std::size_t v = 0; v < indices.size(); v += mapping.size()) {
-            const auto first = indices.begin() + static_cast<std::ptrdiff_t>(v);
-            const numbers tuple(first, first + static_cast<std::ptrdiff_t>(mapping.size()));
-            const auto number = static_cast<UInt32>(known.size());
+            const auto first = indices.begin() + std::ptrdiff_t(v);
+            const numbers tuple(first, first + std::ptrdiff_t(mapping.size()));
+            const auto number = UInt32(known.size());
             expected.push_back(known.emplace(tuple, number).first->second);
         }
         for (int again = 0; again < 2; ++again) {
-            EXPECT_EQ(createSingleIndex(core), static_cast<Int32>(known.size()));
+            EXPECT_EQ(createSingleIndex(core), Int32(known.size()));
             EXPECT_EQ(indicesOf(core), expected);
             EXPECT_EQ(mappingOf(core).size(), 1u);
         }
@@ -186,7 +186,7 @@ TEST(Strips, ApplyOnlyWhatIsCheaper) {
             EXPECT_EQ(primitivesOf(row.core), row.expected);
             EXPECT_EQ(cost, row.cost);
         } else if (cost > 0) {
-            const auto indices = static_cast<Int32>(indicesOf(row.core).size());
+            const auto indices = Int32(indicesOf(row.core).size());
             EXPECT_TRUE(row.stitch ? indices >= cost : indices == cost);
             EXPECT_TRUE(!row.stitch || primitivesOf(row.core).size() == 1);
         }
@@ -343,7 +343,7 @@ struct naive_crease {
     naive_crease(const points& positions, const std::vector<corners>& faces, Real32 crease) {
         normals face_normals;
         for (const corners& f : faces) {
-            const auto at = [&](int k) { return positions[static_cast<std::size_t>(f[k])]; };
+            const auto at = [&](int k) { return positions[std::size_t(f[k])]; };
             face_normals.push_back((at(1) - at(0)).cross(at(2) - at(0)));
             face_normals.back().normalize();
         }
@@ -396,7 +396,7 @@ TEST(CreaseNormals, AgreeWithASlowSearch) {
         EXPECT_EQ(std::memcmp(&values[0], &naive.values[0], values.size() * sizeof(Vec3f)), 0);
         numbers numbered;
         forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
-            numbered.push_back(static_cast<UInt32>(it.getNormalIndex(k)));
+            numbered.push_back(UInt32(it.getNormalIndex(k)));
         });
         EXPECT_EQ(numbered, naive.number_of_corner) << round;
     }

@@ -23,14 +23,12 @@ TEST(IndexResolution, ByMappingAndPresence) {
         std::vector<UInt16> mapping;
         corners position, normal, coordinate7;
         Int32 place;
-    } table[] = {
-        {"unindexed", {}, {}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}, -1},
-        {"one for all", {3, 1, 2}, {}, {3, 1, 2}, {3, 1, 2}, {3, 1, 2}, 1},
-        {"two entries", two, {1 | 2048, 2}, {3, 2, 1}, {0, 1, 2}, {3, 2, 1}, 2},
-        {"the last of several", two, {1 | 2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
-        // In no entry: an index of the others, by the vertex's number in the primitive.
-        {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
-    };
+    } table[] = {{"unindexed", {}, {}, {0, 1, 2}, {0, 1, 2}, {0, 1, 2}, -1},
+                 {"one for all", {3, 1, 2}, {}, {3, 1, 2}, {3, 1, 2}, {3, 1, 2}, 1},
+                 {"two entries", two, {1 | 2048, 2}, {3, 2, 1}, {0, 1, 2}, {3, 2, 1}, 2},
+                 {"the last of several", two, {1 | 2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2},
+                 // In no entry: an index of the others, by the vertex's number in the primitive.
+                 {"not mapped", two, {2, 1}, {0, 1, 2}, {3, 2, 1}, {3, 0, 2}, 2}};
     for (const auto& row : table) {
         SCOPED_TRACE(row.what);
         const GeometryRefPtr core =
@@ -38,7 +36,7 @@ TEST(IndexResolution, ByMappingAndPresence) {
         core->setNormals(propertyOf<GeoNormals3f>(std::vector<Vec3f>(4, Vec3f(0, 0, 1))));
         core->setTexCoords7(propertyOf<GeoTexCoords1f>(std::vector<Real32>{0, 1, 2, 3}));
         forEachCorner(core, [&](const TriangleIterator& it, Int32 k) {
-            const auto i = static_cast<std::size_t>(k);
+            const auto i = std::size_t(k);
             EXPECT_EQ(it.getPositionIndex(k), row.position[i]);
             EXPECT_EQ(it.getNormalIndex(k), row.normal[i]);
             EXPECT_EQ(it.getTexCoordsIndex7(k), row.coordinate7[i]);
@@ -166,14 +164,14 @@ TEST(Walks, DamagedDataEndsWhereTheDataEnds) {
         ASSERT_EQ(count, naive.size()) << round;
         std::size_t primitive = 0;
         for (PrimitiveIterator it(core.get()); !it.isAtEnd(); ++it, ++primitive) {
-            ASSERT_EQ(it.getIndex(), static_cast<Int32>(primitive));
+            ASSERT_EQ(it.getIndex(), Int32(primitive));
             ASSERT_EQ(it.getType(), all[primitive].first);
             ASSERT_LE(it.getLength(), osgMin(all[primitive].second, UInt32(indices.size())));
         }
         ASSERT_EQ(primitive, all.size());
         std::vector<std::pair<Int32, Int32>> walked;
         for (LineIterator it = core->beginLines(); it != core->endLines(); ++it) {
-            EXPECT_EQ(it.getIndex(), static_cast<Int32>(walked.size()));
+            EXPECT_EQ(it.getIndex(), Int32(walked.size()));
             EXPECT_EQ(it.getPositionIndex(1), Int32(indices.at(std::size_t(it.getIndexIndex(1)))));
             walked.emplace_back(it.getPositionIndex(0), it.getPositionIndex(1));
         }

@@ -22,7 +22,7 @@ inline GeometryRefPtr makeCore(const points& positions, const primitives& all,
 
 /// One run of triangles without indices.
 inline GeometryRefPtr makeTriangles(const points& positions) {
-    return makeCore(positions, {{GL_TRIANGLES, static_cast<UInt32>(positions.size())}});
+    return makeCore(positions, {{GL_TRIANGLES, UInt32(positions.size())}});
 }
 
 template <class PropertyPtr> numbers numbersOf(const PropertyPtr& property) {
@@ -40,7 +40,7 @@ inline std::vector<UInt16> mappingOf(const GeometryRefPtr& core) {
 inline std::vector<corners> trianglesOf(const GeometryRefPtr& core) {
     std::vector<corners> triangles;
     for (TriangleIterator it = core->beginTriangles(); it != core->endTriangles(); ++it) {
-        EXPECT_EQ(it.getIndex(), static_cast<Int32>(triangles.size()));
+        EXPECT_EQ(it.getIndex(), Int32(triangles.size()));
         triangles.push_back(
             {it.getPositionIndex(0), it.getPositionIndex(1), it.getPositionIndex(2)});
     }

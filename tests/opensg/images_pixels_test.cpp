@@ -19,7 +19,7 @@ ImageRefPtr imageOf(Image::PixelFormat format, Int32 w, Int32 h, Int32 d, const 
 }
 
 ImageRefPtr row(const bytes& pixels) {
-    return imageOf(Image::OSG_L_PF, static_cast<Int32>(pixels.size()), 1, 1, pixels);
+    return imageOf(Image::OSG_L_PF, Int32(pixels.size()), 1, 1, pixels);
 }
 
 bytes pixelsOf(const ImageRefPtr& image) {
@@ -30,7 +30,7 @@ bytes pixelsOf(const ImageRefPtr& image) {
 bytes randomBytes(std::mt19937& rng, std::size_t count) {
     bytes made(count);
     for (UInt8& b : made)
-        b = static_cast<UInt8>(1 + rng() % 255); // never the 0 of "outside"
+        b = UInt8(1 + rng() % 255); // never the 0 of "outside"
     return made;
 }
 
@@ -90,22 +90,22 @@ TEST(ImageBlocks, WritingAndCuttingAgreeWithPixelByPixel) {
     std::mt19937 rng(seedOf(411));
     const ImageRefPtr window(Image::create()); // keeps the pixels of the round before
     const auto number = [&rng](int low, int high) {
-        return low + static_cast<Int32>(rng() % static_cast<unsigned>(high - low + 1));
+        return low + Int32(rng() % unsigned(high - low + 1));
     };
     for (int round = 0; round < roundsOf(400); ++round) {
         SCOPED_TRACE(round);
         const Int32 w = number(1, 6), h = number(1, 6), d = number(1, 2); // of the image
         const Int32 bx = number(-4, 6), by = number(-4, 6), bz = number(-2, 3);
         const Int32 bw = number(1, 7), bh = number(1, 7), bd = number(1, 3);
-        const bytes whole = randomBytes(rng, static_cast<std::size_t>(w * h * d * 3));
-        const bytes part = randomBytes(rng, static_cast<std::size_t>(bw * bh * bd * 3));
+        const bytes whole = randomBytes(rng, std::size_t(w * h * d * 3));
+        const bytes part = randomBytes(rng, std::size_t(bw * bh * bd * 3));
         bytes written = whole, cut(part.size(), 0);
         for (Int32 i = 0; i < bw * bh * bd * 3; ++i) {
             const Int32 x = bx + i / 3 % bw, y = by + i / 3 / bw % bh, z = bz + i / 3 / bw / bh;
             if (x < 0 || y < 0 || z < 0 || x >= w || y >= h || z >= d)
                 continue;
-            const auto in_part = static_cast<std::size_t>(i);
-            const auto in_whole = static_cast<std::size_t>(((z * h + y) * w + x) * 3 + i % 3);
+            const auto in_part = std::size_t(i);
+            const auto in_whole = std::size_t(((z * h + y) * w + x) * 3 + i % 3);
             written[in_whole] = part[in_part];
             cut[in_part] = whole[in_whole];
         }
@@ -130,18 +130,17 @@ TEST(ImageScale, TakesTheNearestSampleBelow) {
         SCOPED_TRACE(round);
         Int32 from[3], to[3];
         for (int axis = 0; axis < 3; ++axis) {
-            from[axis] = 1 + static_cast<Int32>(rng() % (axis == 2 ? 3 : 40));
+            from[axis] = 1 + Int32(rng() % (axis == 2 ? 3 : 40));
             to[axis] = round == 0 ? from[axis] : 1 + Int32(rng() % (axis == 2 ? 3 : 60));
         }
-        const bytes pixels =
-            randomBytes(rng, static_cast<std::size_t>(from[0] * from[1] * from[2] * 2));
+        const bytes pixels = randomBytes(rng, std::size_t(from[0] * from[1] * from[2] * 2));
         bytes expected;
         for (Int32 i = 0; i < to[0] * to[1] * to[2]; ++i) {
             const Int32 p[3] = {i % to[0], i / to[0] % to[1], i / to[0] / to[1]};
             Int32 s[3];
             for (int axis = 0; axis < 3; ++axis) {
                 const Real32 factor = Real32(from[axis]) / Real32(to[axis]);
-                s[axis] = static_cast<Int32>(Real32(p[axis]) * factor);
+                s[axis] = Int32(Real32(p[axis]) * factor);
             }
             const auto at = pixels.begin() + 2 * ((s[2] * from[1] + s[1]) * from[0] + s[0]);
             expected.insert(expected.end(), at, at + 2);

@@ -117,23 +117,21 @@ TEST(MaterialTransparency, FollowsItsRule) {
         const char* name;
         MaterialPtr material;
         bool transparent;
-    } table[] = {
-        {"opaque", clear(0.f), false},
-        {"above Eps", clear(.01f), true},
-        {"at Eps", clear(Eps), false},
-        {"chunk alpha", chunks({colour(.5f)}), true},
-        {"chunk full", chunks({colour(1.f)}), false},
-        {"blend", chunks({blend(GL_ONE)}), true},
-        {"blend zero", chunks({blend(GL_ZERO)}), false},
-        {"texture chunk", chunks({texture(NullFC)}), false},
-        {"forced opaque", chunks({colour(.5f)}, 0, 2), false},
-        {"forced", chunks({colour(1.f)}, 0, 1), true},
-        {"image alpha", textured(Image::OSG_RGBA_PF, GL_MODULATE), true},
-        {"decal", textured(Image::OSG_RGBA_PF, GL_DECAL), false},
-        {"image without", textured(Image::OSG_RGB_PF, GL_MODULATE), false},
-        {"switch", choice({clear(0.f), clear(.5f)}, 1), true},
-        {"switch out of range", choice({clear(.5f)}, 1), false},
-    };
+    } table[] = {{"opaque", clear(0.f), false},
+                 {"above Eps", clear(.01f), true},
+                 {"at Eps", clear(Eps), false},
+                 {"chunk alpha", chunks({colour(.5f)}), true},
+                 {"chunk full", chunks({colour(1.f)}), false},
+                 {"blend", chunks({blend(GL_ONE)}), true},
+                 {"blend zero", chunks({blend(GL_ZERO)}), false},
+                 {"texture chunk", chunks({texture(NullFC)}), false},
+                 {"forced opaque", chunks({colour(.5f)}, 0, 2), false},
+                 {"forced", chunks({colour(1.f)}, 0, 1), true},
+                 {"image alpha", textured(Image::OSG_RGBA_PF, GL_MODULATE), true},
+                 {"decal", textured(Image::OSG_RGBA_PF, GL_DECAL), false},
+                 {"image without", textured(Image::OSG_RGB_PF, GL_MODULATE), false},
+                 {"switch", choice({clear(0.f), clear(.5f)}, 1), true},
+                 {"switch out of range", choice({clear(.5f)}, 1), false}};
     for (const auto& row : table) {
         const MaterialRefPtr material(row.material);
         EXPECT_EQ(material->isTransparent(), row.transparent) << row.name;
@@ -183,8 +181,7 @@ TEST(MaterialMerge, EqualFieldsDecideWhetherUsersShare) {
         {"inner materials differ", choice({red(), red(.5f)}), choice({red(), red(.4f)}), false},
         {"choices differ", choice({red(), red()}), choice({red(), red()}, 1), false},
         {"deep inside", choice({choice({choice({choice({choice({red(.1f)})})})})}),
-         choice({choice({choice({choice({choice({red(.2f)})})})})}), false},
-    };
+         choice({choice({choice({choice({choice({red(.2f)})})})})}), false}};
     // All in one scene: what is equal is found among many.
     const NodeRefPtr root(group());
     for (const auto& row : table) {

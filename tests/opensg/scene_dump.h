@@ -29,7 +29,7 @@ class byte_store : public BinaryDataHandler {
     }
     void read(MemoryHandle target, UInt32 count) override {
         ASSERT_LE(at + count, bytes.size());
-        std::copy_n(bytes.begin() + static_cast<std::ptrdiff_t>(at), count, target);
+        std::copy_n(bytes.begin() + std::ptrdiff_t(at), count, target);
         at += count;
     }
 };
@@ -177,8 +177,8 @@ class scene_dump {
     /// Frame outermost, then side; count in front.
     static std::vector<UInt8> inFileOrder(const Image& image, const std::vector<UInt8>& stored) {
         std::vector<UInt8> bytes(stored.begin(), stored.begin() + sizeof(UInt32));
-        const UInt32 frames = static_cast<UInt32>(image.getFrameCount());
-        const UInt32 sides = static_cast<UInt32>(image.getSideCount());
+        const UInt32 frames = UInt32(image.getFrameCount());
+        const UInt32 sides = UInt32(image.getSideCount());
         const UInt32 side = image.getPixel().getSize() / std::max(1u, frames * sides);
         for (UInt32 f = 0; f < frames && side > 0; ++f) {
             for (UInt32 s = 0; s < sides; ++s)

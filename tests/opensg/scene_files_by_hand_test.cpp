@@ -10,7 +10,7 @@ using namespace scene_test;
 std::string big(UInt64 number, int bytes) {
     std::string text;
     for (int i = bytes; i-- > 0;)
-        text += static_cast<char>(number >> 8 * i & 0xFF);
+        text += char(number >> 8 * i & 0xFF);
     return text;
 }
 std::string words(const std::vector<UInt32>& numbers) {
@@ -160,8 +160,7 @@ const hand_made readable[] = {
     {"plain picture", picture("mtd", "ab"), "  pixel MFUInt8 2: 97 98"},
     {"delay of a picture", picture("mtd", "ab"), "  frameDelay SFReal64 1: 2.5"},
     {"32 bits", indices(0xFFFFFFFF, 1, "\xFF\xFF\xFF\xFE"), "  indices MFUInt32 1: 4294967294"},
-    {"no bits", indices(0, 9, std::string(2, '\0')), "  indices MFUInt32 9: 0 0 0 0 0 0 0 0 0"},
-};
+    {"no bits", indices(0, 9, std::string(2, '\0')), "  indices MFUInt32 9: 0 0 0 0 0 0 0 0 0"}};
 
 const hand_made refused[] = {
     {"nothing", "", "byte 0: this is no OpenSG binary scene"},
@@ -220,8 +219,7 @@ const hand_made refused[] = {
     {"plain picture too short", picture("mtd", "a"), "do not fit its sizes"},
     {"resolution 4", vectors("qnormals", "QMFUInt83f", 4), "unknown resolution"},
     {"vectors too few", vectors("qtexCoords", "QMFUInt82f", 1), "do not fill"},
-    {"indices too many", indices(1, 17, "ab"), "do not fill"},
-};
+    {"indices too many", indices(1, 17, "ab"), "do not fill"}};
 
 TEST(SceneFilesByHand, AreReadOrRefusedWithoutALeak) {
     const unsigned int alive = liveContainers();

@@ -70,14 +70,11 @@ inline rows rowsOf(const ::osg::GeometryPtr& core, std::size_t count) {
 }
 
 /// The vertex in a place of a geometry's order; zero what no mapping entry names or no row holds.
-///
-/// meet  called with the map bit of each property that leads anywhere, and the row
-template <typename Meet>
-corner vertexAt(const ::osg::GeometryPtr& g, std::size_t place, const Meet& meet) {
+inline corner vertexAt(const ::osg::GeometryPtr& g, std::size_t place) {
     const std::size_t entries = std::max<std::size_t>(1, g->getIndexMapping().size());
     corner c;
     forEachProperty(g, [&](::osg::UInt16 bit, const auto& property, const auto& enter) {
-        auto row = static_cast<::osg::UInt32>(place);
+        auto row = ::osg::UInt32(place);
         if (g->getIndices() != ::osg::NullFC) {
             std::size_t entry = 0;
             while (!g->getIndexMapping().empty() && entry < entries &&
@@ -87,10 +84,7 @@ corner vertexAt(const ::osg::GeometryPtr& g, std::size_t place, const Meet& meet
                 return;
             row = g->getIndices()->getValue(::osg::UInt32(place * entries + entry));
         }
-        if (property == ::osg::NullFC)
-            return;
-        meet(bit, row);
-        if (row < property->size())
+        if (property != ::osg::NullFC && row < property->size())
             enter(c, property->getValue(row));
     });
     return c;
@@ -101,21 +95,24 @@ template <typename Iterator> corner cornerAt(const Iterator& it, ::osg::Int32 k)
     const ::osg::GeometryPtr g = it.getGeometry();
     const std::size_t entries = std::max<std::size_t>(1, g->getIndexMapping().size());
     const ::osg::Int32 place = it.getIndexIndex(k);
-    return vertexAt(
-        g, std::size_t(place < 0 ? it.getPositionIndex(k) : place) / (place < 0 ? 1 : entries),
-        [](int, ::osg::UInt32) {});
+    return vertexAt(g,
+                    place < 0 ? std::size_t(it.getPositionIndex(k)) : std::size_t(place) / entries);
 }
 
 /// Number of rows of a property, -1 for none.
 template <typename Property> int lengthOf(const Property& property) {
-    return property == ::osg::NullFC ? -1 : static_cast<int>(property->size());
+    return property == ::osg::NullFC ? -1 : int(property->size());
 }
 
-inline ::osg::GeometryPtr soup(const piece& positions) {
+inline mesh_data meshOf(const std::vector<std::pair<unsigned, unsigned>>& primitives,
+                        const piece& positions) {
     mesh_data mesh;
-    mesh.primitives = {{4, static_cast<unsigned>(positions.size())}};
+    mesh.primitives = primitives;
     mesh.positions = positions;
-    return geometryOf(mesh);
+    return mesh;
+}
+inline mesh_data soup(const piece& positions) {
+    return meshOf({{4, unsigned(positions.size())}}, positions);
 }
 
 /// While this lives no ID is given, as after a merge; those that vertices bring are kept.
@@ -127,14 +124,12 @@ struct registration_off {
 /// A geoset over a soup, ready for cuts. `colored` gives every vertex a colour and coordinates
 /// that are its own position, and every triangle an ID that is its number.
 inline void fillGeoset(osg_geoset& geoset, const piece& positions, bool colored = false) {
-    mesh_data mesh;
-    mesh.primitives = {{4, static_cast<unsigned>(positions.size())}};
-    mesh.positions = positions;
+    mesh_data mesh = soup(positions);
     for (std::size_t i = 0; colored && i < positions.size(); ++i) {
         const ::osg::Pnt3f& p = positions[i];
         mesh.colors.push_back(::osg::Color3f(p[0], p[1], p[2]));
         mesh.coordinates.push_back(::osg::Vec2f(p[0], p[1]));
-        mesh.ids.push_back(static_cast<float>(i / 3));
+        mesh.ids.push_back(float(i / 3));
     }
     const registration_off kept;
     extract(node_ref(meshNode(mesh)).get(), geoset, false, false, false, true, false);
@@ -143,8 +138,8 @@ inline void fillGeoset(osg_geoset& geoset, const piece& positions, bool colored 
 template <typename Geoset> piece cornersOf(const Geoset& geoset, std::size_t i) {
     piece corners;
     for (std::size_t k = 0; k < Geoset::corners; ++k) {
-        corners.push_back(geoset.geometry->getPositions()->getValue(
-            static_cast<::osg::UInt32>(Geoset::corners * i + k)));
+        corners.push_back(
+            geoset.geometry->getPositions()->getValue(::osg::UInt32(Geoset::corners * i + k)));
     }
     return corners;
 }

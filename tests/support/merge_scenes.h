@@ -19,7 +19,7 @@ inline mesh_data rowOfTriangles(unsigned count, float x) {
     mesh_data mesh;
     mesh.primitives = {{4, 3 * count}};
     for (unsigned i = 0; i < count; ++i) {
-        const float at = x + static_cast<float>(i);
+        const float at = x + float(i);
         mesh.positions.insert(mesh.positions.end(), {{at, 0, 0}, {at + 1, 0, 0}, {at, 1, 0}});
     }
     mesh.normals.resize(mesh.positions.size(), ::osg::Vec3f(0, 0, 1));

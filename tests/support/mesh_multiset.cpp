@@ -106,7 +106,7 @@ void collect(const ::osg::NodePtr& node, const mesh_choice& choice, world_mesh& 
                 continue;
             world_triangle triangle;
             for (std::size_t k = 0; k < 3; ++k)
-                triangle.corners[k] = readCorner(it, static_cast<::osg::Int32>(k), frame, choice);
+                triangle.corners[k] = readCorner(it, ::osg::Int32(k), frame, choice);
             mesh.push_back(lowest(triangle));
         }
     }
@@ -151,7 +151,7 @@ double placeOf(const world_triangle& t) {
     double place = 0.0;
     for (const world_corner& corner : t.corners) {
         for (std::size_t axis = 0; axis < 3; ++axis)
-            place += slant[axis] * static_cast<double>(corner.values[axis]) / 3.0;
+            place += slant[axis] * double(corner.values[axis]) / 3.0;
     }
     // What is not finite or far beyond every scene shares one place.
     return std::abs(place) < 1e15 ? place : 0.0;
@@ -174,16 +174,12 @@ world_mesh worldMesh(const ::osg::NodePtr& root, const mesh_choice& choice) {
     return mesh;
 }
 
-std::string firstDifference(const world_mesh& expected, const world_mesh& actual) {
-    return firstDifference(expected, actual, {0, 0, 0});
-}
-
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual,
                             const mesh_tolerance& tolerance) {
     std::multimap<double, const world_triangle*> left;
     for (const world_triangle& triangle : actual)
         left.emplace(placeOf(triangle), &triangle);
-    const double reach = 4.0 * static_cast<double>(tolerance.position);
+    const double reach = 4.0 * double(tolerance.position);
     for (const world_triangle& wanted : expected) {
         auto partner = left.lower_bound(placeOf(wanted) - reach);
         const auto end = left.upper_bound(placeOf(wanted) + reach);
@@ -208,7 +204,7 @@ mesh_summary summaryOf(const world_mesh& mesh) {
                     summary.min[axis] = summary.max[axis] = at;
                 summary.min[axis] = std::min(summary.min[axis], at);
                 summary.max[axis] = std::max(summary.max[axis], at);
-                p[k][axis] = static_cast<double>(at);
+                p[k][axis] = double(at);
             }
         }
         summary.area += 0.5 * (p[1] - p[0]).cross(p[2] - p[0]).length();

@@ -56,12 +56,10 @@ struct mesh_tolerance {
     float other; ///< colours, coordinates and IDs
 };
 
-/// The first triangle that stands in only one of the lists, in words; empty for equal lists.
-std::string firstDifference(const world_mesh& expected, const world_mesh& actual);
-/// The same within tolerances: each triangle needs a partner of its own. Linear while few
-/// triangles lie within the tolerance of each other.
+/// The first triangle that stands in only one of the lists, in words; empty for equal lists. Each
+/// needs a partner of its own; linear while few lie within the tolerance of each other.
 std::string firstDifference(const world_mesh& expected, const world_mesh& actual,
-                            const mesh_tolerance& tolerance);
+                            const mesh_tolerance& tolerance = {0, 0, 0});
 
 /// Sums that a pass must keep.
 struct mesh_summary {

@@ -2,9 +2,11 @@
 
 #include <optional>
 
+#include <OpenSG/OSGFieldContainerType.h>
+#include <OpenSG/OSGSimpleTexturedMaterial.h>
+
 #include <morva/core/morva_osg_geometry_tools.h>
 
-#include "picture_material.h"
 #include "test.h"
 
 namespace morva_test {
@@ -15,6 +17,9 @@ using morva::osg::placed_image;
 using morva::osg::recorded_atlas;
 using weights = std::array<double, 3>;
 using vec2 = std::array<double, 2>;
+
+/// Wrapping of an image that repeats.
+constexpr ::osg::UInt32 repeating = 0x2901;
 
 /// Of an image's side, for values near whole numbers. What comes of cutting is seen to again.
 constexpr double snap = 0.0011, snap_of_pieces = 3 * snap;
@@ -318,6 +323,58 @@ std::string compareNode(const picture& pictured, const pictured_node& before,
     return compareTriangles(before, after, how, result);
 }
 
+/// All values of a material or chunk in words, without what it holds and belongs to, its image and
+/// how that is wrapped.
+std::string valuesOf(::osg::FieldContainerPtr container) {
+    const std::set<std::string> left_out = {"parents", "attachments", "chunks",   "image",
+                                            "wrapS",   "wrapT",       "materials"};
+    const ::osg::FieldContainerType& type = container->getType();
+    std::string text = std::string(type.getCName()) + "(";
+    for (::osg::UInt32 id = 1; id <= type.getNumFieldDescs(); ++id) {
+        const ::osg::FieldDescription* field = type.getFieldDescription(id);
+        if (field == nullptr || field->isInternal() || left_out.count(field->getCName()) > 0)
+            continue;
+        std::string value;
+        text += std::string(field->getCName()) + "=" +
+                container->getField(id)->getValueByStr(value) + " ";
+    }
+    return text + ")";
+}
+
+/// The material that a node is drawn with: its own, else that of the outermost material group.
+::osg::MaterialPtr materialOf(const ::osg::NodePtr& node) {
+    const ::osg::MaterialPtr own = coreOf(node)->getMaterial();
+    ::osg::MaterialPtr outermost = ::osg::NullFC;
+    for (::osg::NodePtr up = node->getParent(); up != ::osg::NullFC; up = up->getParent()) {
+        const auto group = ::osg::MaterialGroupPtr::dcast(up->getCore());
+        if (group != ::osg::NullFC)
+            outermost = group->getMaterial();
+    }
+    return own != ::osg::NullFC ? own : outermost;
+}
+
+/// Puts the material in words, and how its image is wrapped. Returns the image.
+::osg::ImagePtr describe(const ::osg::MaterialPtr& material, pictured_node& shown) {
+    ::osg::ImagePtr image = ::osg::NullFC;
+    shown.wrap = {repeating, repeating};
+    shown.material = material == ::osg::NullFC ? "none" : valuesOf(material);
+    const auto plain = ::osg::SimpleTexturedMaterialPtr::dcast(material);
+    const auto chunked = ::osg::ChunkMaterialPtr::dcast(material);
+    if (chunked != ::osg::NullFC) {
+        for (const ::osg::StateChunkPtr& chunk : *chunked->getMFChunks()) {
+            shown.material += valuesOf(chunk);
+            const auto texture = ::osg::TextureChunkPtr::dcast(chunk);
+            if (texture == ::osg::NullFC)
+                continue;
+            image = texture->getImage();
+            shown.wrap = {texture->getWrapS(), texture->getWrapT()};
+        }
+    }
+    if (plain != ::osg::NullFC)
+        image = plain->getImage();
+    return image;
+}
+
 } // namespace
 
 picture::picture(const ::osg::NodePtr& root) {
@@ -396,27 +453,18 @@ std::map<::osg::UInt32, pictured_node> regroup(const picture& before, const pict
     return parts;
 }
 
-std::string checkAtlases(const picture& before, const picture& after,
-                         const morva::osg::atlas_record& record, unsigned padding) {
-    std::string fault;
-    for (const recorded_atlas& atlas : record.atlases)
-        fault = fault.empty() ? checkAtlas(before, after, atlas, padding) : fault;
-    return fault;
-}
-
-bool haveTheSameNodes(const picture& a, const picture& b) {
-    return std::equal(a.nodes().begin(), a.nodes().end(), b.nodes().begin(), b.nodes().end(),
-                      [](const auto& x, const auto& y) { return x.first == y.first; });
-}
-
 } // namespace
 
 picture_comparison comparePictures(const picture& before, const picture& after,
                                    const morva::osg::atlas_record& record, unsigned padding) {
     picture_comparison result;
-    result.fault = checkAtlases(before, after, record, padding);
-    const auto parts =
-        haveTheSameNodes(before, after) ? after.nodes() : regroup(before, after, result.fault);
+    for (const recorded_atlas& atlas : record.atlases)
+        result.fault =
+            result.fault.empty() ? checkAtlas(before, after, atlas, padding) : result.fault;
+    const bool same_nodes = std::equal(
+        before.nodes().begin(), before.nodes().end(), after.nodes().begin(), after.nodes().end(),
+        [](const auto& x, const auto& y) { return x.first == y.first; });
+    const auto parts = same_nodes ? after.nodes() : regroup(before, after, result.fault);
     for (const auto& [number, node] : before.nodes()) {
         if (!result.fault.empty())
             break;

@@ -34,7 +34,7 @@ inline ::osg::Matrix placed(std::mt19937& rng, const ::osg::Vec3f& by, const ::o
 /// A mesh of these triangles.
 inline mesh_data triangles(const std::vector<::osg::Pnt3f>& corners) {
     mesh_data mesh;
-    mesh.primitives = {{GL_TRIANGLES, static_cast<unsigned>(corners.size())}};
+    mesh.primitives = {{GL_TRIANGLES, unsigned(corners.size())}};
     mesh.positions = corners;
     return mesh;
 }
@@ -101,9 +101,9 @@ inline ::osg::NodePtr anyScene(std::mt19937& rng, int frames = 4) {
             const ::osg::NodePtr part = nodeOf(last); // some cores twice
             frame->addChild(rng() % 3 == 0 ? transformed(anyFrame(rng), {part}) : part);
         }
-        const int kind = static_cast<int>(rng() % 8);
+        const int kind = int(rng() % 8);
         root->addChild(kind == 0   ? hidden(frame)
-                       : kind == 1 ? switched(static_cast<int>(rng() % 4) - 2, {group(), frame})
+                       : kind == 1 ? switched(int(rng() % 4) - 2, {group(), frame})
                                    : frame);
     }
     return root;

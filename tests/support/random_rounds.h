@@ -28,7 +28,7 @@ inline std::uint32_t numberFrom(const char* variable, std::uint32_t otherwise) {
         return otherwise;
     if (std::string(text).find_first_not_of("0123456789") != std::string::npos)
         throw std::invalid_argument(std::string(variable) + " is no number: " + text);
-    return static_cast<std::uint32_t>(std::stoull(text));
+    return std::uint32_t(std::stoull(text));
 }
 
 /// The seed of a test that names `own`: that one, or one made of it and MORVA_SEED.

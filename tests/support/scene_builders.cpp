@@ -8,7 +8,7 @@ namespace {
 
 /// One of `steps` values from `from` on, a quarter apart: exact in single precision.
 float quarter(std::mt19937& rng, unsigned steps, float from = 0.0F) {
-    return from + static_cast<float>(rng() % steps) * 0.25F;
+    return from + float(rng() % steps) * 0.25F;
 }
 
 ::osg::Pnt3f gridPoint(std::mt19937& rng) {
@@ -38,7 +38,7 @@ unsigned wholeLength(unsigned mode, unsigned about) {
 /// One primitive, whose vertices stand where `place` puts them.
 template <typename Place> mesh_data oneRun(unsigned mode, std::size_t vertices, Place place) {
     mesh_data mesh;
-    mesh.primitives = {{mode, static_cast<unsigned>(vertices)}};
+    mesh.primitives = {{mode, unsigned(vertices)}};
     for (std::size_t i = 0; i < vertices; ++i)
         mesh.positions.push_back(place(i));
     return mesh;
@@ -47,7 +47,7 @@ template <typename Place> mesh_data oneRun(unsigned mode, std::size_t vertices, 
 std::vector<::osg::UInt32> randomRows(std::mt19937& rng, std::size_t count, std::size_t rows) {
     std::vector<::osg::UInt32> indices(count);
     for (::osg::UInt32& index : indices)
-        index = static_cast<::osg::UInt32>(rng() % rows);
+        index = ::osg::UInt32(rng() % rows);
     return indices;
 }
 
@@ -55,7 +55,7 @@ std::vector<::osg::UInt32> randomRows(std::mt19937& rng, std::size_t count, std:
 
 mesh_data soup(std::mt19937& rng, std::size_t count) {
     mesh_data mesh;
-    mesh.primitives = {{4, static_cast<unsigned>(3 * count)}};
+    mesh.primitives = {{4, unsigned(3 * count)}};
     for (std::size_t i = 0; i < count; ++i) {
         const ::osg::Pnt3f a = gridPoint(rng), b = gridPoint(rng), c = gridPoint(rng);
         mesh.positions.insert(mesh.positions.end(), {a, b, rng() % 8 == 0 ? a : c});
@@ -66,35 +66,32 @@ mesh_data soup(std::mt19937& rng, std::size_t count) {
 mesh_data quads(std::size_t count) {
     return oneRun(7, 4 * count, [](std::size_t i) {
         const std::size_t right = i % 4 == 1 || i % 4 == 2 ? 1 : 0;
-        return ::osg::Pnt3f(static_cast<float>(i / 4 + right), i % 4 < 2 ? 0.0F : 1.0F, 0.0F);
+        return ::osg::Pnt3f(float(i / 4 + right), i % 4 < 2 ? 0.0F : 1.0F, 0.0F);
     });
 }
 
 mesh_data strip(std::size_t vertices, unsigned mode) {
-    return oneRun(mode, vertices, [](std::size_t i) {
-        return ::osg::Pnt3f(static_cast<float>(i / 2), static_cast<float>(i % 2), 0.0F);
-    });
+    return oneRun(mode, vertices,
+                  [](std::size_t i) { return ::osg::Pnt3f(float(i / 2), float(i % 2), 0.0F); });
 }
 
 mesh_data fan(std::size_t vertices, unsigned mode) {
     return oneRun(mode, vertices, [](std::size_t i) {
-        const float angle = static_cast<float>(i) * 0.3F;
+        const float angle = float(i) * 0.3F;
         const float radius = i == 0 ? 0.0F : 1.0F;
         return ::osg::Pnt3f(radius * std::cos(angle), radius * std::sin(angle), 0.0F);
     });
 }
 
 mesh_data row(std::size_t vertices, unsigned mode) {
-    return oneRun(mode, vertices,
-                  [](std::size_t i) { return ::osg::Pnt3f(static_cast<float>(i), 0.0F, 0.0F); });
+    return oneRun(mode, vertices, [](std::size_t i) { return ::osg::Pnt3f(float(i), 0.0F, 0.0F); });
 }
 
 mesh_data cube() {
     mesh_data mesh;
     mesh.primitives = {{4, 36}};
     for (unsigned i = 0; i < 8; ++i) {
-        mesh.positions.emplace_back(static_cast<float>(i & 1), static_cast<float>(i >> 1 & 1),
-                                    static_cast<float>(i >> 2 & 1));
+        mesh.positions.emplace_back(float(i & 1), float(i >> 1 & 1), float(i >> 2 & 1));
     }
     mesh.normals = {{-1, 0, 0}, {1, 0, 0}, {0, -1, 0}, {0, 1, 0}, {0, 0, -1}, {0, 0, 1}};
     // Corners of each face, counter-clockwise from outside; bit k of a corner is its axis k.
@@ -111,8 +108,8 @@ mesh_data cube() {
 mesh_data mixture(std::mt19937& rng, std::size_t primitives) {
     mesh_data mesh;
     for (std::size_t i = 0; i < primitives; ++i) {
-        const unsigned mode = static_cast<unsigned>(rng() % 10);
-        mesh.primitives.emplace_back(mode, wholeLength(mode, static_cast<unsigned>(rng() % 5)));
+        const unsigned mode = unsigned(rng() % 10);
+        mesh.primitives.emplace_back(mode, wholeLength(mode, unsigned(rng() % 5)));
     }
     mesh.positions.resize(vertexCount(mesh));
     for (::osg::Pnt3f& position : mesh.positions)
@@ -145,7 +142,7 @@ mesh_data withCoordinates(mesh_data mesh, std::mt19937& rng) {
 mesh_data withIds(mesh_data mesh, std::size_t run) {
     mesh.ids.resize(mesh.positions.size());
     for (std::size_t i = 0; i < mesh.ids.size(); ++i)
-        mesh.ids[i] = static_cast<float>(i / run);
+        mesh.ids[i] = float(i / run);
     return mesh;
 }
 
@@ -192,7 +189,7 @@ mesh_data withIndexPerProperty(mesh_data mesh, std::mt19937& rng) {
     std::vector<::osg::UInt8> modes;
     std::vector<::osg::UInt32> lengths;
     for (const auto& [mode, length] : mesh.primitives) {
-        modes.push_back(static_cast<::osg::UInt8>(mode));
+        modes.push_back(::osg::UInt8(mode));
         lengths.push_back(length);
     }
     const ::osg::GeometryPtr geometry = ::osg::Geometry::create();
@@ -283,7 +280,7 @@ void storeOtherwise(const ::osg::GeometryPtr& geometry) {
 ::osg::NodePtr detailed(const node_list& children) {
     const ::osg::DistanceLODPtr core = ::osg::DistanceLOD::create();
     for (std::size_t i = 0; i < children.size(); ++i)
-        core->editMFRange()->push_back(10.0F * static_cast<float>(i + 1));
+        core->editMFRange()->push_back(10.0F * float(i + 1));
     return nodeOf(core, children);
 }
 
@@ -403,7 +400,7 @@ std::string textOf(const ::osg::NodePtr& node) {
 }
 
 ::osg::ImagePtr imageOf(::osg::UInt32 format, int width, int height, std::uint8_t value) {
-    const std::size_t most_bytes = 4 * static_cast<std::size_t>(width * height);
+    const std::size_t most_bytes = 4 * std::size_t(width * height);
     const std::vector<::osg::UInt8> pixels(most_bytes, value);
     const ::osg::ImagePtr image = ::osg::Image::create();
     image->set(format, width, height, 1, 1, 1, 0.0, pixels.data());
@@ -434,11 +431,6 @@ std::vector<std::string> namesOf(const node_list& nodes) {
         names.emplace_back(name != nullptr ? name : "");
     }
     return names;
-}
-
-std::vector<std::string> childNames(const ::osg::NodePtr& node) {
-    const ::osg::MFNodePtr& children = *node->getMFChildren();
-    return namesOf({children.begin(), children.end()});
 }
 
 } // namespace morva_test

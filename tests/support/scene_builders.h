@@ -154,7 +154,5 @@ std::string textOf(const ::osg::NodePtr& node);
 node_list geometryNodes(const ::osg::NodePtr& root);
 /// Names of nodes in order, "" for a nameless or null one.
 std::vector<std::string> namesOf(const node_list& nodes);
-/// Names of a node's children.
-std::vector<std::string> childNames(const ::osg::NodePtr& node);
 
 } // namespace morva_test

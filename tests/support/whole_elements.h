@@ -10,14 +10,13 @@ namespace morva_test {
 /// stands. Iterators may deliver a last one that it has not, and that must not be read.
 template <typename Iterator> bool isWhole(const Iterator& it, ::osg::Int32 corners) {
     const ::osg::GeometryPtr geometry = it.getGeometry();
-    const auto stride = static_cast<::osg::Int32>(geometry->getIndexMapping().size());
+    const auto stride = ::osg::Int32(geometry->getIndexMapping().size());
     for (::osg::Int32 k = 0; k < corners; ++k) {
         const ::osg::Int32 place = it.getIndexIndex(k);
-        const bool held = place < 0
-                              ? it.getPositionIndex(k) <
-                                    static_cast<::osg::Int32>(geometry->getPositions()->size())
-                              : place + (stride == 0 ? 1 : stride) <=
-                                    static_cast<::osg::Int32>(geometry->getIndices()->size());
+        const bool held =
+            place < 0 ? it.getPositionIndex(k) < ::osg::Int32(geometry->getPositions()->size())
+                      : place + (stride == 0 ? 1 : stride) <=
+                            ::osg::Int32(geometry->getIndices()->size());
         if (!held)
             return false;
     }

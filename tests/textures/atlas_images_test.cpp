@@ -41,7 +41,7 @@ TEST(ImageMeasures, FollowTheirTable) {
         std::vector<ImageData> images;
         for (const auto& uv : row.coordinates)
             images.push_back(tiled(recordOf(row.side, row.side), uv[0], uv[1]));
-        const auto count = static_cast<unsigned>(images.size());
+        const auto count = unsigned(images.size());
         unsigned cut_at = 77, ceiling = 77;
         EXPECT_EQ(highestTC(images), row.highest);
         EXPECT_EQ(told(percentIgnoreTC(images, 2)), told(row.ignored));

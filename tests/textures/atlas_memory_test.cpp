@@ -56,6 +56,9 @@ TEST(AtlasShortage, GivesAMaterialAllItsChunksOrNone) {
         FixedTextureAtlas fixed;
         fixed.transparent = fixed.hasVertexColors = true;
         fixed.minifiedMaterial = ::osg::ChunkMaterial::create();
+        fixed.width = fixed.height = 64;
+        fixed.image = imageOf(6408, 64, 64);
+        fixed.freeSpaces = {{0, 32, 64, 32}};
         try {
             const shortage one(index, 1, 1);
             fixed.getMinifiedMaterial();
@@ -63,6 +66,8 @@ TEST(AtlasShortage, GivesAMaterialAllItsChunksOrNone) {
             EXPECT_TRUE(fixed.minifiedMaterial->getMFChunks()->empty()) << index;
         }
         EXPECT_EQ(fixed.getMinifiedMaterial()->getMFChunks()->size(), 3U) << index;
+        const bool cut = fixed.minifiedImage.get() != fixed.image.get();
+        EXPECT_EQ(fixed.usedHeight, cut ? 32U : 64U) << "uncut, and the sides say so";
     }
 }
 

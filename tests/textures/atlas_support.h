@@ -4,10 +4,6 @@
 
 #include "tests/support/test.h"
 
-#include <cstdint>
-#include <random>
-#include <vector>
-
 #include <morva/textures/morva_osg_atlas_images.h>
 
 namespace morva_test {

@@ -5,7 +5,7 @@
 
 #include <numeric>
 
-#include "../geosets/triangle_scenes.h"
+#include "tests/support/triangle_scenes.h"
 
 namespace uv {
 
@@ -27,18 +27,18 @@ inline bool same(float a, float b) {
 enum step { snap, positive, near_zero, wrap };
 
 inline void naiveStep(step which, coordinates& t, int limit) {
-    const auto most = static_cast<float>(limit);
+    const auto most = float(limit);
     for (::osg::UInt32 k = 0; k < 2; ++k) {
         const float low = std::min({t[0][k], t[1][k], t[2][k]});
         const bool shift = which == positive ? low < 0 : which == near_zero && low > 1;
         for (std::size_t i = 0; i < 3; ++i) {
             float& value = t[i][k];
             float& other = t[i][1 - k];
-            const double wide = static_cast<double>(value);
+            const double wide = double(value);
             if (which == snap && std::fabs(wide - std::floor(wide)) <= 0.0010000000474974513)
-                value = static_cast<float>(std::floor(wide));
+                value = float(std::floor(wide));
             else if (which == snap && std::fabs(std::ceil(wide) - wide) <= 0.0010000000474974513)
-                value = static_cast<float>(std::ceil(wide));
+                value = float(std::ceil(wide));
             if (shift)
                 value = value - std::floor(low);
             if (which == wrap && value > most) {
@@ -51,7 +51,7 @@ inline void naiveStep(step which, coordinates& t, int limit) {
 
 /// Brings one triangle of a property into the normal form, and returns its largest u or v.
 inline float naiveForm(const ::osg::GeoTexCoordsPtr& property, std::size_t triangle, int limit) {
-    const auto row = static_cast<::osg::UInt32>(3 * triangle);
+    const auto row = ::osg::UInt32(3 * triangle);
     coordinates t;
     for (::osg::UInt32 k = 0; k < 3; ++k)
         t.push_back(property->getValue(row + k));
@@ -71,8 +71,8 @@ inline int naiveOptimize(osg_geoset& geoset, int max, int limit) {
     for (std::size_t i = 0; i + 2 < property->size();) {
         int pieces = 0;
         unsigned long first = 0;
-        if (naiveForm(property, i / 3, limit) > static_cast<float>(max) && max > 0 &&
-            i / 3 < whole.size() && made[whole[i / 3]] < 65536)
+        if (naiveForm(property, i / 3, limit) > float(max) && max > 0 && i / 3 < whole.size() &&
+            made[whole[i / 3]] < 65536)
             geoset.splitElementInTwoParts(i / 3, pieces, first, 0, false);
         if (pieces > 0)
             made[whole[i / 3]] += pieces;
@@ -85,7 +85,7 @@ inline int naiveOptimize(osg_geoset& geoset, int max, int limit) {
 
 inline int naiveSmart(osg_geoset& geoset, int max, int limit) {
     const ::osg::GeoTexCoordsPtr property = geoset.geometry->getTexCoords();
-    const int budget = static_cast<int>(property->size());
+    const int budget = int(property->size());
     std::multimap<float, unsigned long> all;
     for (unsigned long i = 0; i < property->size() / 3; ++i)
         all.emplace(naiveForm(property, i, limit), i);
@@ -95,7 +95,7 @@ inline int naiveSmart(osg_geoset& geoset, int max, int limit) {
         const unsigned long triangle = std::prev(cursor)->second;
         int pieces = 0;
         unsigned long first = 0;
-        if (key > static_cast<float>(max))
+        if (key > float(max))
             geoset.splitElementInTwoParts(triangle, pieces, first, 0, false);
         added += pieces;
         if (added > budget || pieces < 1)

@@ -39,6 +39,9 @@ TEST(CoordinateQueries, LookAtTheStoredOrTheNormalisedOnes) {
     std::vector<ImageData> images;
     collectImageData(root.get(), images);
     EXPECT_EQ(searchImageData(images, images.at(0).data, 9, 16), 0U);
+    const std::vector<unsigned char> other(9 * 16 * 3, 1);
+    EXPECT_EQ(searchImageData(images, other.data(), 9, 16), ~0U);
+    EXPECT_EQ(searchImageData(images, images[0].data, 9, 17), ~0U);
     EXPECT_EQ(searchImageData(images, nullptr, 9, 16), ~0U);
 }
 
@@ -115,10 +118,7 @@ TEST(CreateTextureAtlas, TellsWhyAnImageStays) {
     ::osg::ImagePtr opaque = imageOf(6408, 16, 16);
     plain->setImage(opaque);
     plain->setEnvMode(0x1E01);
-    const struct {
-        ::osg::NodePtr node;
-        atlas_obstacle obstacle;
-    } cases[] = {
+    const std::pair<::osg::NodePtr, atlas_obstacle> cases[] = {
         {shown(0.5F, imageOf(6410, 4, 4, 9)), atlas_obstacle::image_format},
         {meshNode(lines, chunked({1, 1, 1, 1}, picture(8, 8))), atlas_obstacle::no_triangles},
         {shown(0.5F, picture(33, 33)), atlas_obstacle::above_half},
@@ -133,7 +133,7 @@ TEST(CreateTextureAtlas, TellsWhyAnImageStays) {
         {shown(0.5F, picture(8, 8, 6408)), atlas_obstacle::only_image}};
     const node_ref root(group({changed(1.0005F, clamped), meshNode(square(), plain)}));
     for (const auto& row : cases)
-        root->addChild(row.node);
+        root->addChild(row.first);
     atlas_options options;
     options.textureSize = 64;
     options.texcoords = 5;
@@ -144,32 +144,30 @@ TEST(CreateTextureAtlas, TellsWhyAnImageStays) {
     EXPECT_EQ(createTextureAtlas(root.get(), options, record), 2U);
     ASSERT_EQ(record.left_out.size(), std::size(cases));
     for (const auto& row : cases) {
-        const ::osg::ImagePtr image = getImage(row.node);
+        const ::osg::ImagePtr image = getImage(row.first);
         const auto told =
             std::find_if(record.left_out.begin(), record.left_out.end(),
                          [&](const left_out_image& one) { return one.image.get() == image; });
-        ASSERT_TRUE(told != record.left_out.end()) << textOf(row.obstacle);
-        EXPECT_STREQ(textOf(told->obstacle), textOf(row.obstacle));
+        ASSERT_TRUE(told != record.left_out.end()) << textOf(row.second);
+        EXPECT_STREQ(textOf(told->obstacle), textOf(row.second));
     }
     ASSERT_TRUE(record.atlases.size() == 1 && record.geometries == 2);
     EXPECT_DOUBLE_EQ(record.atlases[0].occupancy, 320.0 / (64 * 16));
 }
 
 TEST(CreateTextureAtlas, KeepsARootAndTakesAnySide) {
-    const struct {
-        unsigned asked;
-        int largest; ///< side of an image that still goes in
-    } cases[] = {{31, 4096}, {32, 16}, {100, 50}, {8192, 4096}, {8193, 4096}};
-    for (const auto& row : cases) {
+    // The side of an image that still goes in.
+    for (const auto& [asked, largest] :
+         {std::pair(31U, 4096), {32U, 16}, {100U, 50}, {8192U, 4096}, {8193U, 4096}}) {
         for (const int more : {0, 1}) {
             const node_ref root(
-                group({shown(0.5F, picture(row.largest + more, 2)), shown(0.5F, picture(3, 2))}));
+                group({shown(0.5F, picture(largest + more, 2)), shown(0.5F, picture(3, 2))}));
             const stream_capture out(std::cout);
-            EXPECT_EQ(createTextureAtlasForScene(root.get(), row.asked, 2, 2), more == 0 ? 2U : 0U);
+            EXPECT_EQ(createTextureAtlasForScene(root.get(), asked, 2, 2), more == 0 ? 2U : 0U);
             EXPECT_EQ(out.text().find("createTextureAtlasForScene: Texture Size must between 32x32 "
                                       "and 8192x8192.\n") == 0,
-                      row.asked < 32 || row.asked > 8192);
-            if (row.asked == 100 && more == 0) { // the first one by the whole side
+                      asked < 32 || asked > 8192);
+            if (asked == 100 && more == 0) { // the first one by the whole side
                 EXPECT_EQ(coreOf(root->getChild(0))->getTexCoords()->getValue(2)[0], 25 / 128.F);
             }
         }

@@ -51,8 +51,7 @@ void anyTriangles(std::mt19937& rng, float away, corners& positions, coordinates
         for (int k = 0; k < 3; ++k) {
             values.push_back(::osg::Vec2f(from + span * unit(rng), from * 0.5F + span * unit(rng)));
             if (rng() % 3 == 0) // on a whole number, or near to one
-                values.back()[rng() % 2] =
-                    std::floor(from) + 0.0004F * static_cast<float>(rng() % 5);
+                values.back()[rng() % 2] = std::floor(from) + 0.0004F * float(rng() % 5);
         }
     }
 }
@@ -73,9 +72,8 @@ TEST(OptimizeTexCoords, IsTheNaiveTwinToTheLastBit) {
         for (osg_geoset* one : {&geoset, &naive}) {
             uv::fill(*one, positions, values);
             const ::osg::GeoTexCoordsPtr property = one->geometry->getTexCoords();
-            for (auto row = static_cast<::osg::UInt32>(values.size());
-                 !smart && row < property->size(); ++row)
-                property->setValue(::osg::Vec2f(-7.25F, static_cast<float>(row)), row); // to spare
+            for (auto row = ::osg::UInt32(values.size()); !smart && row < property->size(); ++row)
+                property->setValue(::osg::Vec2f(-7.25F, float(row)), row); // to spare
         }
         if (round % 5 == 0) // stored in another form
             geoset.geometry->setTexCoords(
@@ -88,7 +86,7 @@ TEST(OptimizeTexCoords, IsTheNaiveTwinToTheLastBit) {
             smart ? uv::naiveSmart(naive, max, limit) : uv::naiveOptimize(naive, max, limit);
         EXPECT_EQ(added, expected);
         EXPECT_EQ(told.text(), told_by_naive.text());
-        ASSERT_EQ(geoset.size, positions.size() / 3 + static_cast<unsigned>(added));
+        ASSERT_EQ(geoset.size, positions.size() / 3 + unsigned(added));
         ASSERT_TRUE(sameRows(naive, geoset));
         ASSERT_EQ(tri::broken_rule_of(geoset), "");
         total += added;

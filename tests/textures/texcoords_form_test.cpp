@@ -37,7 +37,7 @@ TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
     std::mt19937 rng(seedOf(7401));
     const auto any = [&] {
         const float unit = std::uniform_real_distribution<float>(-1.0F, 1.0F)(rng);
-        const auto whole = static_cast<float>(rng() % 9) - 4.0F;
+        const auto whole = float(rng() % 9) - 4.0F;
         const float values[] = {special[rng() % std::size(special)], whole + unit * 0.002F,
                                 unit * 3, unit * 120, std::nextafter(whole + 0.001F, unit * 9)};
         return values[rng() % std::size(values)];
@@ -46,7 +46,7 @@ TEST(NormalForm, IsThatOfTheNaiveTwinToTheLastBit) {
         coordinates t(3);
         for (::osg::Vec2f& point : t)
             point.setValues(any(), any());
-        const int limit = round % 7 == 0 ? static_cast<int>(rng() % 100) - 10 : 50;
+        const int limit = round % 7 == 0 ? int(rng() % 100) - 10 : 50;
         for (const uv::step which : {uv::snap, uv::positive, uv::near_zero, uv::wrap}) {
             coordinates expected = t;
             uv::naiveStep(which, expected, limit);

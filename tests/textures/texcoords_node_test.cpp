@@ -1,8 +1,8 @@
 // Texture coordinates of nodes, also when memory runs out: one large allocation fails, every one
 // in turn.
 
-#include "../geosets/triangle_scenes.h"
 #include "tests/support/shortage.h"
+#include "tests/support/triangle_scenes.h"
 
 #include <morva/core/morva_osg_geometry_tools.h>
 #include <morva/textures/morva_osg_texcoords.h>
@@ -51,7 +51,7 @@ TEST(CollectNodesWithTexCoordsGreater, TakesOutWhatRepeatsTooOften) {
     for (const int limit : {-1, 8})
         EXPECT_TRUE(CollectNodesWithTexCoordsGreater(root.get(), limit) == ::osg::NullFC);
     const node_ref found(CollectNodesWithTexCoordsGreater(root.get(), 2));
-    EXPECT_EQ(childNames(found.get()), (std::vector<std::string>{"large", "grouped"}));
+    EXPECT_EQ(textOf(found.get()), "-(large grouped)");
     const ::osg::NodePtr large = found->getChild(0), grouped = found->getChild(1);
     EXPECT_TRUE(coreOf(grouped)->getMaterial() == shared) << "it brings its look along";
     // A root that is a geometry is asked itself.

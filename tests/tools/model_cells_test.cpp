@@ -44,8 +44,6 @@ node_ref someScene(std::mt19937& rng) {
     return node_ref(group(parts));
 }
 
-// -------------------------------------------------------------------------------- without cuts
-
 world_mesh meshOfCells(const cell_division& division) {
     world_mesh all;
     for (std::size_t i = 0; i < division.cells.size(); ++i) {
@@ -109,8 +107,6 @@ TEST(DivideModel, WithoutCutsHoldsEveryElementOnceToTheBitInCellsAsTold) {
             "");
     }
 }
-
-// ------------------------------------------------------------------------------------ with cuts
 
 /// Closed surfaces: the four faces of tetrahedra. Coordinates follow places, an ID is a triangle's.
 ::osg::NodePtr tetrahedra(std::mt19937& rng, unsigned count, float offset) {
@@ -212,8 +208,7 @@ TEST(DivideModel, EndsOnWhatCannotBeDividedAndRefusesWhatMakesNoSense) {
         {"the same into small cells", {large.get()}, {cell_measure::size, 1.0}, 1, 1},
         {"one that no box can halve", {endless_one.get()}, {cell_measure::triangles, 1}, 0, 0},
         {"points alone, one without a place", {points.get()}, {cell_measure::triangles, 1}, 1, 0},
-        {"far apart", geometryNodes(many.get()), {cell_measure::triangles, 100}, 2, 0},
-    };
+        {"far apart", geometryNodes(many.get()), {cell_measure::triangles, 100}, 2, 0}};
     for (const auto& c : cases) {
         const cell_division division = divideModel(c.parts, c.options);
         EXPECT_EQ(division.cells.size(), c.cells) << c.name;

@@ -48,7 +48,7 @@ struct naive_simplifier {
         double sum = 0;
         for (unsigned i = 0; i < 3; ++i) {
             const float apart = places[a][i] - places[b][i];
-            sum = sum + static_cast<double>(apart) * static_cast<double>(apart);
+            sum = sum + double(apart) * double(apart);
         }
         return (std::sqrt(sum) + references[a]) + references[b];
     }
@@ -61,20 +61,18 @@ struct naive_simplifier {
     }
     /// Chooses the first of the lowest cost; false if there is none.
     bool search() {
+        chosen = edges.size();
         double best = std::numeric_limits<double>::max();
-        const double none = best;
         for (std::size_t i = 0; i < edges.size(); ++i) {
-            if (isLocked(edges[i]) || !(edges[i].cost < best))
-                continue;
-            best = edges[i].cost;
-            chosen = i;
+            if (!isLocked(edges[i]) && edges[i].cost < best)
+                best = edges[chosen = i].cost;
         }
-        return best < none;
+        return chosen < edges.size();
     }
     /// Takes the chosen edge out of the list and chooses the next.
     void collapse() {
         const unsigned a = edges[chosen].start, b = edges[chosen].end;
-        edges.erase(edges.begin() + static_cast<std::ptrdiff_t>(chosen));
+        edges.erase(edges.begin() + std::ptrdiff_t(chosen));
         for (unsigned i = 0; i < 3; ++i) {
             const float way = (places[b][i] - places[a][i]) * 0.5F;
             places[a][i] += way;

@@ -85,6 +85,7 @@ void expect_guarded(Setup setup, Strategy... strategy) {
     for (const float x : {0.0f, 0.0f, 1.0f, 1.0f, 2.0f, 2.0f, 3.0f, 3.0f})
         geoset.add({{{x, x + 1}}});
     Tree tree;
+    EXPECT_NE(broken_rule_of(tree, geoset, setup), "") << "never built";
     compile(geoset, tree, setup, strategy...);
     ASSERT_EQ(tree.node_count, 6U);
     const auto expect_broken = [&](auto& number, std::uint64_t other) {

@@ -50,8 +50,8 @@ struct cut_boxes : whole_boxes {
                       unsigned long& first_piece) {
         pieces = 0;
         first_piece = size;
-        const auto a = static_cast<std::size_t>(axis);
-        const float p = static_cast<float>(plane);
+        const auto a = std::size_t(axis);
+        const float p = float(plane);
         if (e % 5 == 4 || !(low[a][e] < p && p < high[a][e]))
             return;
         box3 keeps{{{low[0][e], high[0][e]}, {low[1][e], high[1][e]}, {low[2][e], high[2][e]}}};

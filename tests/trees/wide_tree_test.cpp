@@ -23,7 +23,7 @@ std::vector<wide_item> anyItems(std::mt19937& rng, unsigned kind) {
             items[i].high[a] = items[i].low[a] + (kind == 2 ? 0.0F : size(rng));
         }
         items[i].owner = rng() % owners;
-        items[i].number = static_cast<std::uint32_t>(i);
+        items[i].number = std::uint32_t(i);
     }
     return items;
 }

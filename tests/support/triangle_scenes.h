@@ -26,14 +26,6 @@ inline std::vector<float> numbersOf(const piece& p) {
     return {first, first + 3 * p.size()};
 }
 
-inline mesh_data meshOf(const std::vector<std::pair<unsigned, unsigned>>& primitives,
-                        const piece& positions) {
-    mesh_data mesh;
-    mesh.primitives = primitives;
-    mesh.positions = positions;
-    return mesh;
-}
-
 /// `count` elements of 3, 2 or 1 corners side by side along x, the right angle of each at
 /// (x, y, z). Points are what getNumberOfPoints() counts: runs of GL_LINES.
 inline mesh_data elements(unsigned corners, unsigned count, const ::osg::Vec3f& at = {0, 0, 0}) {
@@ -67,7 +59,7 @@ unsigned int pour(const mesh_data& mesh, Geoset& geoset, const wishes& w = {}) {
 
 /// One triangle or more as a geoset, even those that extraction would leave out.
 inline void fillRaw(osg_geoset& geoset, const piece& corners) {
-    geoset.geometry = soup(corners);
+    geoset.geometry = geometryOf(soup(corners));
     geoset.vertex_count = corners.size();
     geoset.setup();
 }
