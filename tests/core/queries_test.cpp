@@ -79,7 +79,8 @@ TEST(GeometryQueries, CountsFollowTheirOwnListsOfTypes) {
     for (const auto& [type, vertices] : classes)
         EXPECT_EQ(morva::osg::getVertexCountOfPrimitiveType(type), vertices) << type;
     unsigned lines = 0;
-    morva::osg::forEachLine({GL_LINES, 0, 3, 4}, [&](auto, auto) { ++lines; });
+    const std::function<void(std::size_t, std::size_t)> count = [&](auto, auto) { ++lines; };
+    morva::osg::forEachLine({GL_LINES, 0, 3, 4}, count);
     EXPECT_EQ(lines, 2U) << "the data reaches on";
 }
 
