@@ -52,13 +52,16 @@ struct part_lists {
         switched = idsOf(second);
         transparent = idsOf(third);
         hidden = idsOf(fourth);
-        for (const auto* const list : {&first, &third}) {
-            for (std::size_t i = 0; run.setup.mostusedmaterial && i < list->size(); ++i)
-                looks.merge(looksOf((*list)[i]));
-        }
+        if (!run.setup.mostusedmaterial)
+            return;
+        first.insert(first.end(), third.begin(), third.end());
+        for (const ::osg::NodePtr& node : first)
+            looks.merge(looksOf(node));
     }
     /// Whether one material for all the parts of the merge is that of this part, too.
     bool sharesALook(const ::osg::NodePtr& node) const {
+        if (looks.empty())
+            return false;
         const node_ids own = looksOf(node);
         return std::any_of(own.begin(), own.end(),
                            [this](::osg::UInt32 id) { return looks.count(id) != 0; });

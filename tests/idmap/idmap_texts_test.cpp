@@ -142,8 +142,8 @@ TEST_F(IdMapTexts, HoldTheWholeRecord) {
 
 TEST_F(IdMapTexts, AnEmptyMapGivesNoFileAndNoWordAndWhatFailsLaterIsKnown) {
     using morva::map_file;
-    for (int missing = 0; missing < 7;
-         ++missing) { // 4: room alone, 5: all of the tree, 6: a folder
+    // 4: nothing but room, 5: but all of the tree, 6: but the folder
+    for (int missing = 0; missing < 7; ++missing) {
         SCOPED_TRACE(missing);
         morva::JsonFileContent content;
         content.names.resize(missing != 0);

@@ -177,11 +177,14 @@ TEST(Rotations, TurnByTheFormulaOfRodrigues) {
         QuaternionBase<Real64>(matrix).multVec(v, by_copy); // through every branch of the trace
         for (const Vec3d& turned : {by_quaternion, by_matrix, by_copy})
             EXPECT_TRUE(turned.equals(expected, 1e-12));
-        QuaternionBase<Real64> twice(turn);
-        twice.mult(turn);
-        twice.multVec(v, by_copy);
-        turn.multVec(by_matrix, by_matrix);
-        EXPECT_TRUE(by_copy.equals(by_matrix, 1e-12));
+        const QuaternionBase<Real64> other = make.rotation<Real64>();
+        QuaternionBase<Real64> both(turn);
+        both.mult(other);
+        Vec3d first, second, at_once;
+        other.multVec(v, first);
+        turn.multVec(first, second);
+        both.multVec(v, at_once);
+        EXPECT_TRUE(at_once.equals(second, 1e-12));
     }
     EXPECT_EQ(Quaternion(Vec3f(0, 0, 0), 1.f), Quaternion()) << "about no axis";
 }

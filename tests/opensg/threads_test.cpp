@@ -260,6 +260,7 @@ TEST(Log, LinesOfSeveralThreadsStayWhole) {
     std::map<std::string, int> seen;
     for (std::string line; std::getline(lines, line);)
         ++seen[line];
+    EXPECT_EQ(seen.size(), 4U) << testing::PrintToString(seen);
     for (const char t : {'0', '1', '2', '3'})
         EXPECT_EQ(seen[std::string("WARNING:  thread ") + t], 400);
 }

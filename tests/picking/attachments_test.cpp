@@ -124,6 +124,7 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
     morva::osg::attach_bih(kept.get());
     const std::string whole = get_info(kept->getCore());
     for (const bool again : {false, true}) {
+        SCOPED_TRACE(again);
         failInTurn(1, [&](const auto& starved) {
             const node_ref node(meshNode(mesh));
             if (again)
@@ -138,6 +139,7 @@ TEST(TreeAttachments, SurviveAShortageAtAnyPlace) {
             EXPECT_EQ(isHit(node.get()), info != inactive) << "a missing tree is made";
             morva::osg::update_bih(node.get());
             EXPECT_EQ(get_info(node->getCore()), whole);
+            EXPECT_TRUE(isHit(node.get()));
         });
     }
 }
